@@ -1,0 +1,20 @@
+# Libraries from Debian. For Windows, json-c is cross-built by tools/build-json-c.sh and found under KELVARO_JSONC_ROOT.
+find_package(Threads REQUIRED)
+if(WIN32)
+  if(NOT KELVARO_JSONC_ROOT)
+    message(FATAL_ERROR "KELVARO_JSONC_ROOT must name the cross-built json-c (see tools/build-json-c.sh)")
+  endif()
+  add_library(kelvaro_jsonc STATIC IMPORTED GLOBAL)
+  set_target_properties(kelvaro_jsonc PROPERTIES
+    IMPORTED_LOCATION "${KELVARO_JSONC_ROOT}/lib/libjson-c.a"
+    INTERFACE_INCLUDE_DIRECTORIES "${KELVARO_JSONC_ROOT}/include")
+else()
+  find_package(OpenSSL REQUIRED)
+  find_package(CURL REQUIRED)
+  find_path(KELVARO_JSONC_INCLUDE json-c/json.h REQUIRED)
+  find_library(KELVARO_JSONC_LIBRARY json-c REQUIRED)
+  add_library(kelvaro_jsonc UNKNOWN IMPORTED GLOBAL)
+  set_target_properties(kelvaro_jsonc PROPERTIES
+    IMPORTED_LOCATION "${KELVARO_JSONC_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${KELVARO_JSONC_INCLUDE}")
+endif()

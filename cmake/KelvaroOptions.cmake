@@ -1,0 +1,28 @@
+# Compiler settings shared by all targets.
+#   kelvaro_options         warnings as errors, include root, sanitizers: for every target of ours
+#   kelvaro_system_options  the same without exceptions and RTTI: for the code that runs inside a host
+add_library(kelvaro_options INTERFACE)
+target_include_directories(kelvaro_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(kelvaro_options INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Werror
+  $<$<CONFIG:Release>:-O2>)
+target_compile_definitions(kelvaro_options INTERFACE
+  KELVARO_VERSION="${KELVARO_VERSION}")
+if(WIN32)
+  target_compile_definitions(kelvaro_options INTERFACE
+    UNICODE _UNICODE WINVER=0x0A00 _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX)
+endif()
+
+add_library(kelvaro_system_options INTERFACE)
+target_link_libraries(kelvaro_system_options INTERFACE kelvaro_options)
+target_compile_options(kelvaro_system_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+
+if(KELVARO_SANITIZER)
+  # Global, so that GoogleTest built from source and every object agree.
+  add_compile_options(-fsanitize=${KELVARO_SANITIZER} -fno-omit-frame-pointer -g -O1)
+  add_link_options(-fsanitize=${KELVARO_SANITIZER})
+  if(KELVARO_SANITIZER MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

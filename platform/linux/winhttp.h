@@ -1,0 +1,116 @@
+// WinHTTP's names for the Linux build, synchronous mode only, on libcurl.
+//
+// All functions may be called from any thread; one request handle is used by one thread at a time.
+// A function that fails returns FALSE or NULL and leaves its reason with SetLastError.
+// Time-outs are WinHTTP's: 60 s to connect, 30 s for each wait while sending or receiving.
+// KELVARO_CONNECT_TO (libcurl's connect-to entries, divided by blanks) redirects connections, and
+// SSL_CERT_FILE names the trusted roots; both are read when a request is sent.
+#pragma once
+
+#include "platform/linux/win_types.h"
+
+using HINTERNET = LPVOID;
+using INTERNET_PORT = WORD;
+using INTERNET_SCHEME = int;
+
+constexpr INTERNET_PORT INTERNET_DEFAULT_PORT = 0;
+constexpr INTERNET_PORT INTERNET_DEFAULT_HTTP_PORT = 80;
+constexpr INTERNET_PORT INTERNET_DEFAULT_HTTPS_PORT = 443;
+
+constexpr INTERNET_SCHEME INTERNET_SCHEME_HTTP = 1;
+constexpr INTERNET_SCHEME INTERNET_SCHEME_HTTPS = 2;
+
+constexpr DWORD WINHTTP_ACCESS_TYPE_DEFAULT_PROXY = 0;
+constexpr DWORD WINHTTP_FLAG_SECURE = 0x00800000;
+
+#define WINHTTP_NO_PROXY_NAME nullptr
+#define WINHTTP_NO_PROXY_BYPASS nullptr
+#define WINHTTP_NO_REFERER nullptr
+#define WINHTTP_DEFAULT_ACCEPT_TYPES nullptr
+#define WINHTTP_NO_ADDITIONAL_HEADERS nullptr
+#define WINHTTP_NO_REQUEST_DATA nullptr
+#define WINHTTP_HEADER_NAME_BY_INDEX nullptr
+#define WINHTTP_NO_OUTPUT_BUFFER nullptr
+#define WINHTTP_NO_HEADER_INDEX nullptr
+
+constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
+constexpr DWORD WINHTTP_QUERY_RAW_HEADERS_CRLF = 22;
+constexpr DWORD WINHTTP_QUERY_FLAG_NUMBER = 0x20000000;
+
+constexpr DWORD ERROR_WINHTTP_TIMEOUT = 12002;
+constexpr DWORD ERROR_WINHTTP_INTERNAL_ERROR = 12004;
+constexpr DWORD ERROR_WINHTTP_INVALID_URL = 12005;
+constexpr DWORD ERROR_WINHTTP_UNRECOGNIZED_SCHEME = 12006;
+constexpr DWORD ERROR_WINHTTP_NAME_NOT_RESOLVED = 12007;
+constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
+constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
+constexpr DWORD ERROR_WINHTTP_CANNOT_CONNECT = 12029;
+constexpr DWORD ERROR_WINHTTP_CONNECTION_ERROR = 12030;
+constexpr DWORD ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
+constexpr DWORD ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
+constexpr DWORD ERROR_WINHTTP_INVALID_HEADER = 12153;
+constexpr DWORD ERROR_WINHTTP_REDIRECT_FAILED = 12156;
+constexpr DWORD ERROR_WINHTTP_SECURE_FAILURE = 12175;
+constexpr DWORD ERROR_WINHTTP_HEADER_SIZE_OVERFLOW = 12182;
+
+constexpr DWORD ICU_ESCAPE = 0x80000000;
+constexpr DWORD ICU_DECODE = 0x10000000;
+
+// A component whose text pointer is NULL and whose length is not 0 is answered with a pointer into the URL itself.
+struct URL_COMPONENTS {
+    DWORD dwStructSize;
+    LPWSTR lpszScheme;
+    DWORD dwSchemeLength;
+    INTERNET_SCHEME nScheme;
+    LPWSTR lpszHostName;
+    DWORD dwHostNameLength;
+    INTERNET_PORT nPort;
+    LPWSTR lpszUserName;
+    DWORD dwUserNameLength;
+    LPWSTR lpszPassword;
+    DWORD dwPasswordLength;
+    LPWSTR lpszUrlPath;
+    DWORD dwUrlPathLength;
+    LPWSTR lpszExtraInfo;
+    DWORD dwExtraInfoLength;
+};
+using LPURL_COMPONENTS = URL_COMPONENTS*;
+
+// agent: sent as User-Agent; NULL sends none. Proxy arguments other than the default are refused.
+HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags);
+
+// host: a name or an address alone. Port 0 stands for the scheme's own.
+HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved);
+
+HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
+                                    LPCWSTR* acceptTypes, DWORD flags);
+
+// Resolves, connects, greets (TLS) and sends head and body. Nothing of the request leaves before the peer is trusted.
+// headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
+// whole entity (totalLength equal to it) and must stay valid until WinHttpReceiveResponse has returned.
+// 12007, 12029, 12175, 12002, 12030.
+BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength,
+                               DWORD totalLength, DWORD_PTR context);
+
+// Waits for the head of the final response; redirects have been followed by then. 12030, 12152, 12002, and what
+// WinHttpSendRequest has for the hops of a redirect.
+BOOL WINAPI WinHttpReceiveResponse(HINTERNET request, LPVOID reserved);
+
+// Waits until entity bytes are there. *available: 1 to 8192, and 0 at the end of the entity.
+// 12030 when the entity breaks off, after all bytes before the break have been handed out.
+BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET request, LPDWORD available);
+
+// Reads up to `size` bytes; blocks until they are there or the entity ends.
+BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWORD read);
+
+// WINHTTP_QUERY_STATUS_CODE (as text or WINHTTP_QUERY_FLAG_NUMBER) and WINHTTP_QUERY_RAW_HEADERS_CRLF.
+// *length is in bytes. ERROR_INSUFFICIENT_BUFFER: *length is what is needed, terminator included;
+// after success it is the length without the terminator.
+BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length, LPDWORD index);
+
+// A parent may be closed before its children.
+BOOL WINAPI WinHttpCloseHandle(HINTERNET handle);
+
+// Splits an http or https URL. length: characters of `url`, or 0 when it is zero-terminated.
+// ICU_DECODE turns percent escapes into characters, and works only where the components have buffers of their own.
+BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPONENTS components);

@@ -1,0 +1,39 @@
+// KSP_PROVIDER: the object behind a host's provider handle.
+#pragma once
+
+#include <atomic>
+
+#include "keyvault/kvc.h"
+#include "platform/platform.h"
+
+extern const WCHAR kProviderName[];  // Zandrel Key Storage Provider for Key Vault
+
+constexpr DWORD KSP_PROVIDER_MAGIC = 0x7866ABCE;
+constexpr DWORD kVaultTemplateChars = 512;
+
+// One block on the process heap with the name's copy directly behind the fixed part. Owned by the host from the open to the
+// free. pszUseContext is guarded by useContextLock; every other field is fixed once the open has returned.
+struct KSP_PROVIDER {
+    DWORD cbLength;                             // bytes of the whole block
+    DWORD dwMagic;                              // KSP_PROVIDER_MAGIC
+    DWORD dwFlags;                              // 0
+    WCHAR* pszName;                             // points behind the fixed part
+    WCHAR* pszUseContext;                       // owned, process heap; NULL until it is set
+    WCHAR machineVaultName[kVaultTemplateChars];  // template of the vault's name
+    WCHAR userVaultName[kVaultTemplateChars];
+    KVC* machineKvc;                     // owned; NULL when memory ran out
+    KVC* userKvc;                        // likewise
+    std::atomic<uint32_t> fCertsSynced;  // 0 until the certificate sync has been started on this provider
+    SRWLOCK useContextLock;
+};
+
+// The provider behind a handle, or NULL when the handle rule fails (NULL, too small, wrong magic).
+KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider);
+
+// The client of machine or user keys: the machine flag (0x20) decides. May be NULL.
+KVC* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
+
+// Logs "entryPoint Error 0xstatus" at level 1 and returns the status.
+SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* entryPoint);
+// Logs two lines: the step's, then the entry point's.
+SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* step, const WCHAR* entryPoint);

@@ -1,0 +1,8 @@
+// Conversions between wide text and byte text in the system's default code page.
+#pragma once
+
+#include "platform/platform.h"
+
+// Both return a new zero-terminated text that the caller releases with free, or NULL (no memory, or nothing converted).
+char* WStrToBytesStr(const WCHAR* text);
+WCHAR* BytesStrToWStr(const char* text);

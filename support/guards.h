@@ -1,0 +1,66 @@
+// Guards: one owner a resource, release() at the hand-over.
+#pragma once
+
+#include <stdlib.h>
+
+#include <memory>
+
+#include "platform/platform.h"
+#include "support/bldstr.h"
+#include "support/secrets.h"
+
+struct FreeCaller {
+    void operator()(void* block) const { free(block); }
+};
+// A block of calloc, realloc or malloc.
+template <typename T>
+using MallocPtr = std::unique_ptr<T, FreeCaller>;
+
+struct HeapFreeCaller {
+    void operator()(void* block) const { HeapFree(GetProcessHeap(), 0, block); }
+};
+// A block of the process heap.
+template <typename T>
+using HeapPtr = std::unique_ptr<T, HeapFreeCaller>;
+
+struct LocalFreeCaller {
+    void operator()(void* block) const { LocalFree(block); }
+};
+// A block that the platform allocated with LocalAlloc.
+template <typename T>
+using LocalPtr = std::unique_ptr<T, LocalFreeCaller>;
+
+struct BldStrFreeCaller {
+    void operator()(BldStr* str) const { BldStrFree(str); }
+};
+using BldStrPtr = std::unique_ptr<BldStr, BldStrFreeCaller>;
+
+struct BldStrWipeFreeCaller {
+    void operator()(BldStr* str) const { BldStrWipeFree(str); }
+};
+// A string that holds a secret or a token.
+using SecretStrPtr = std::unique_ptr<BldStr, BldStrWipeFreeCaller>;
+
+// Keeps the thread's last error over a cleanup.
+class LastErrorKeeper {
+  public:
+    LastErrorKeeper() : error_(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(error_); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+  private:
+    DWORD error_;
+};
+
+// Holds an SRWLOCK exclusively.
+class ExclusiveLock {
+  public:
+    explicit ExclusiveLock(SRWLOCK* lock) : lock_(lock) { AcquireSRWLockExclusive(lock_); }
+    ~ExclusiveLock() { ReleaseSRWLockExclusive(lock_); }
+    ExclusiveLock(const ExclusiveLock&) = delete;
+    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
+
+  private:
+    SRWLOCK* lock_;
+};
