@@ -18,3 +18,16 @@ else()
     IMPORTED_LOCATION "${KELVARO_JSONC_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${KELVARO_JSONC_INCLUDE}")
 endif()
+
+# Header-only libraries of Debian. For the Windows compilers each gets a folder that holds its headers alone, so that nothing
+# else of /usr/include comes into a cross build.
+function(kelvaro_header_library target folder)
+  add_library(${target} INTERFACE)
+  if(WIN32)
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/headers/${target}")
+    file(CREATE_LINK "/usr/include/${folder}" "${CMAKE_BINARY_DIR}/headers/${target}/${folder}" SYMBOLIC)
+    target_include_directories(${target} SYSTEM INTERFACE "${CMAKE_BINARY_DIR}/headers/${target}")
+  endif()
+endfunction()
+kelvaro_header_library(kelvaro_cli11 CLI)
+kelvaro_header_library(kelvaro_nlohmann nlohmann)

@@ -18,3 +18,6 @@ json_object* JsonMember(json_object* object, const char* name);
 
 // A member's text, borrowed; NULL when it is missing or null.
 const char* JsonMemberText(json_object* object, const char* name);
+
+// Overwrites the text of a member that holds a secret or a token. Nothing when there is none.
+void JsonWipeMember(json_object* object, const char* name);

@@ -1,11 +1,12 @@
 // KVC: one client of one vault.
 //
-// A provider owns two clients. A client is shared by all threads of the host and carries identity, vault name and token; its
-// `lock` guards tokenType, accessToken, tokenExpiry, kvname, loginUrl and resource. Everything else is fixed by KVCNew.
+// A provider owns two clients. A client is shared by all threads of the host and carries identity, vault name and
+// token; its `lock` guards tokenType, accessToken, tokenExpiry, kvname, loginUrl and resource. Everything else is fixed
+// by KVCNew.
 //
-// An operation never works on the client itself but on a call record: a KVC of its own, handed out by KVCBeginCall with a copy
-// of the behaviour flags, and by KVCAuthenticate with the vault name and the token. It carries the answer of its own calls
-// (lastStatus, lastBody), belongs to one thread, and is given back with KVCEndCall.
+// An operation never works on the client itself but on a call record: a KVC of its own, handed out by KVCBeginCall with
+// a copy of the behaviour flags, and by KVCAuthenticate with the vault name and the token. It carries the answer of its
+// own calls (lastStatus, lastBody), belongs to one thread, and is given back with KVCEndCall.
 #pragma once
 
 #include <atomic>
@@ -40,14 +41,14 @@ struct KVC {
     DWORD lastStatus;        // HTTP status of the last call, 0 if no response came
     char* lastBody;          // entity of the last call, zero-terminated, owned (free); NULL without one
 
-    KVC* client;                       // in a call record: the client that it was handed out by, not owned; else NULL
-    SRWLOCK lock;                      // in a client: guards the fields named above
-    std::atomic<uint32_t> signInRound; // in a client: sign-ins tried so far
+    KVC* client;                        // in a call record: the client that it was handed out by, not owned; else NULL
+    SRWLOCK lock;                       // in a client: guards the fields named above
+    std::atomic<uint32_t> signInRound;  // in a client: sign-ins that failed so far
 };
 
-// Builds a client. kvname: the template of the vault's name (NULL gives NULL); the four strings are copied and may be NULL.
-// purgeOnDelete and certificateMode are the negations of the settings DoDeletePurge and CertificatesOrKeys.
-// NULL: a NULL template, or no memory. No network traffic.
+// Builds a client. kvname: the template of the vault's name (NULL gives NULL); the four strings are copied and may be
+// NULL. purgeOnDelete and certificateMode are the negations of the settings DoDeletePurge and CertificatesOrKeys. NULL:
+// a NULL template, or no memory. No network traffic.
 KVC* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* clientId, const WCHAR* clientSecret,
             const WCHAR* clientCertId, DWORD purgeOnDelete, DWORD certificateMode, DWORD exportableOption);
 
@@ -68,9 +69,9 @@ struct KVCCallEnder {
 using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
 
 // Makes a token valid for a call. kvc: a call record, or a client that no other thread uses. Not NULL.
-// 1: tokenType, accessToken and kvname of `kvc` may be used; 0: sign-in failed, logged. Returns at once while the token is
-// under an hour old, else blocks for a sign-in; of several threads that find it run out, one signs in and the others share its
-// outcome.
+// 1: tokenType, accessToken and kvname of `kvc` may be used; 0: sign-in failed, logged. Returns at once while the token
+// is under an hour old, else blocks for a sign-in; of several threads that find it run out, one signs in and the others
+// share its outcome.
 int KVCAuthenticate(KVC* kvc);
 
 // The text of a string, empty for NULL.

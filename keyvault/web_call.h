@@ -6,6 +6,10 @@
 #include "platform/platform.h"
 #include "support/bldstr.h"
 
+constexpr DWORD HTTP_OK = 200;
+constexpr DWORD HTTP_CONFLICT = 409;
+constexpr DWORD HTTP_THROTTLED = 429;
+
 struct KVCResponse {
     DWORD status;     // HTTP status; 0 when none was obtained
     DWORD error;      // platform error of the last failed step of the last attempt; 0 when no step failed
@@ -15,10 +19,10 @@ struct KVCResponse {
 
 // Blocks for the exchange, its repeats (up to 10 attempts) and their waits. TLS exactly when port is 443.
 // headers: lines ended by CR LF.  body: NULL or zero-terminated bytes.
-// The caller owns the record; NULL only when it could not be allocated. Every other failure is a record with `status` 0 or
-// with `error` set. Neither URL nor headers are logged: they hold tokens.
-KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* path, const WCHAR* verb, const WCHAR* headers,
-                          const char* body);
+// The caller owns the record; NULL only when it could not be allocated. Every other failure is a record with `status` 0
+// or with `error` set. Neither URL nor headers are logged: they hold tokens.
+KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* path, const WCHAR* verb,
+                          const WCHAR* headers, const char* body);
 
 // Frees body, headers and the record. NULL does nothing.
 void KVCFreeResponse(KVCResponse* response);

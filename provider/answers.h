@@ -1,5 +1,5 @@
-// The two-call contract of everything that a host reads: NULL asks for the size, too small a buffer is refused with the size,
-// else the bytes are copied.
+// The two-call contract of everything that a host reads: NULL asks for the size, too small a buffer is refused with the
+// size, else the bytes are copied.
 #pragma once
 
 #include "platform/platform.h"

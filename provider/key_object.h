@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 
 #include "keyvault/kvc.h"
 #include "keyvault/kvkey.h"
@@ -9,8 +10,8 @@
 
 constexpr DWORD KSP_KEY_MAGIC = 0x7866ABCF;
 constexpr size_t kAlgNameChars = 20;
-constexpr size_t kKeyNameLimit = 129;       // characters of a key name, terminator excluded
-constexpr size_t kPropertyNameLimit = 64;   // characters of a property name, terminator excluded
+constexpr size_t kKeyNameLimit = 129;      // characters of a key name, terminator excluded
+constexpr size_t kPropertyNameLimit = 64;  // characters of a property name, terminator excluded
 constexpr DWORD kDefaultKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG | NCRYPT_ALLOW_SIGNING_FLAG;
 
 // A link of a circular list; a head that points at itself is an empty list.
@@ -47,9 +48,10 @@ struct KSP_KEY {
     BYTE* pbPrivateKey;  // protected private key material, owned; wiped before it is released
     DWORD cbPrivateKey;
     KVC* kvc;           // the provider's client of this key's scope, not owned
-    DWORD fMachineKey;  // 0 or NCRYPT_MACHINE_KEY_FLAG
+    DWORD fMachineKey;  // not 0 for a machine key
     KVKey kvk;          // the vault's description, released by KelvaroFreeKey
-    DWORD publishCert;  // 1 once the host has named the property "SmartCardKeyCertificate"
+    // 1 once the host has named the property "SmartCardKeyCertificate"; any thread may do so.
+    std::atomic<uint32_t> publishCert;
     DWORD dwSecurityInfo;
     BYTE* pbSecurityDescr;  // owned
     DWORD cbSecurityDescr;
@@ -61,15 +63,30 @@ struct KSP_KEY {
 // The key behind a handle, or NULL when the handle rule fails.
 KSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE hKey);
 
-// A new pending key; every field but `kvc` is set. pszKeyName may be NULL; pszAlgName is at most 19 characters, may be empty.
-// 0; NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a key name over 129 characters. Nothing is left behind after a failure.
-SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgName, KSP_KEY** pKey, DWORD dwMachineFlag);
+// A new pending key; every field but `kvc` is set. pszKeyName may be NULL; pszAlgName is at most 19 characters, may be
+// empty. 0; NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a key name over 129 characters. Nothing is left behind after a
+// failure.
+SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgName, KSP_KEY** pKey,
+                                   DWORD dwMachineFlag);
 
 // Releases all that the record owns, but for kvk's buffers, and the record. 0.
 SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey);
 
-// Applies a property to the key object. On success the top bit of *dwFlags (NCRYPT_PERSIST_FLAG) says whether the caller must
-// store the property in the list too. pbInput: cbInput bytes, of any alignment.
+struct KeyReleaser {
+    void operator()(KSP_KEY* pKey) const
+    {
+        KVCFreeKVKey(&pKey->kvk);
+        DeleteKeyObject(pKey);
+    }
+};
+// Holds a key that has not reached the host.
+using KeyPtr = std::unique_ptr<KSP_KEY, KeyReleaser>;
+
+// The lengths that an algorithm name allows, a constant; NULL for a name that allows any.
+const NCRYPT_SUPPORTED_LENGTHS* SupportedLengths(const WCHAR* pszAlgName);
+
+// Applies a property to the key object. On success the top bit of *dwFlags (NCRYPT_PERSIST_FLAG) says whether the
+// caller must store the property in the list too. pbInput: cbInput bytes, of any alignment.
 SECURITY_STATUS SetBuildinKeyProperty(KSP_KEY* pKey, const WCHAR* pszProperty, const BYTE* pbInput, DWORD cbInput,
                                       DWORD* dwFlags);
 

@@ -6,8 +6,8 @@
 // Unnamed, count 1; created at attach, closed at detach. May be NULL when the platform had none: waits then fail.
 extern HANDLE KelvaroPropertySemaphore;
 
-// Waits up to 60 s for KelvaroPropertySemaphore and gives it back at the end, if it was had. A wait that ends without it logs
-// "failureText" with the wait's result at level 4, and the user goes on without the lock.
+// Waits up to 60 s for KelvaroPropertySemaphore and gives it back at the end, if it was had. A wait that ends without
+// it logs "failureText" with the wait's result at level 4, and the user goes on without the lock.
 class PropertyLock {
   public:
     explicit PropertyLock(const WCHAR* failureText);

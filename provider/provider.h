@@ -11,14 +11,14 @@ extern const WCHAR kProviderName[];  // Zandrel Key Storage Provider for Key Vau
 constexpr DWORD KSP_PROVIDER_MAGIC = 0x7866ABCE;
 constexpr DWORD kVaultTemplateChars = 512;
 
-// One block on the process heap with the name's copy directly behind the fixed part. Owned by the host from the open to the
-// free. pszUseContext is guarded by useContextLock; every other field is fixed once the open has returned.
+// One block on the process heap with the name's copy directly behind the fixed part. Owned by the host from the open to
+// the free. pszUseContext is guarded by useContextLock; every other field is fixed once the open has returned.
 struct KSP_PROVIDER {
-    DWORD cbLength;                             // bytes of the whole block
-    DWORD dwMagic;                              // KSP_PROVIDER_MAGIC
-    DWORD dwFlags;                              // 0
-    WCHAR* pszName;                             // points behind the fixed part
-    WCHAR* pszUseContext;                       // owned, process heap; NULL until it is set
+    DWORD cbLength;                               // bytes of the whole block
+    DWORD dwMagic;                                // KSP_PROVIDER_MAGIC
+    DWORD dwFlags;                                // 0
+    WCHAR* pszName;                               // points behind the fixed part
+    WCHAR* pszUseContext;                         // owned, process heap; NULL until it is set
     WCHAR machineVaultName[kVaultTemplateChars];  // template of the vault's name
     WCHAR userVaultName[kVaultTemplateChars];
     KVC* machineKvc;                     // owned; NULL when memory ran out
@@ -30,7 +30,8 @@ struct KSP_PROVIDER {
 // The provider behind a handle, or NULL when the handle rule fails (NULL, too small, wrong magic).
 KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider);
 
-// The client of machine or user keys: the machine flag (0x20) decides. May be NULL.
+// The client of machine keys when machineFlag is not 0 (a key's fMachineKey, or the host's flags masked with
+// NCRYPT_MACHINE_KEY_FLAG), else of user keys. May be NULL.
 KVC* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
 
 // Logs "entryPoint Error 0xstatus" at level 1 and returns the status.

@@ -12,9 +12,8 @@ WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size);
 // Decodes `text`.
 // *ppOut NULL, allocate 0: *pcbOut receives the size in bytes.
 // *ppOut a buffer of *pcbOut bytes: receives the bytes; 0 with the needed size in *pcbOut when it is too small.
-// *ppOut NULL, allocate not 0: receives a new block with two zero bytes behind the data, released with free; *ppOut stays
-// NULL when that block cannot be had, although the result is 1.
-// 1 or 0.
+// *ppOut NULL, allocate not 0: receives a new block with two zero bytes behind the data, released with free; *ppOut
+// stays NULL when that block cannot be had, although the result is 1. 1 or 0.
 int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int allocate);
 
 // Decodes into `buffer` of *pcbOut bytes; *pcbOut becomes the number of bytes. For stored secrets. 1 or 0.

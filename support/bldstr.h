@@ -3,8 +3,8 @@
 
 #include "platform/platform.h"
 
-// After every operation cStr[length] is 0 and 2 * (length + 1) does not exceed capacity. A record whose cStr could not be
-// allocated has cStr NULL and capacity 0, and every append to it is refused.
+// After every operation cStr[length] is 0 and 2 * (length + 1) does not exceed capacity. A record whose cStr could not
+// be allocated has cStr NULL and capacity 0, and every append to it is refused.
 struct BldStr {
     DWORD capacity;  // bytes allocated for cStr, terminator included
     DWORD length;    // characters, terminator excluded
@@ -12,13 +12,13 @@ struct BldStr {
 };
 
 // All of these log their failures. The caller owns what is returned and gives it back with BldStrFree.
-BldStr* BldStrNew(DWORD chars);                      // empty, with room for `chars` characters; NULL: no memory
-BldStr* BldStrNewStr(const WCHAR* text);             // a copy; NULL: no memory or a NULL text
-BldStr* BldStrNewStrFromAscii(const char* text);     // a copy of a byte text in the default code page; NULL likewise
-int BldStrCat(BldStr* str, const WCHAR* add);        // 1 with the text appended, 0 with the string unchanged
-int BldStrReplace(BldStr* str, const WCHAR* text);   // 1 with the text replaced, 0 with the string unchanged
-void BldStrRemove(BldStr* str, WCHAR ch);            // drops every occurrence, in place
-void BldStrFree(BldStr* str);                        // releases text and record; `str` is not NULL
+BldStr* BldStrNew(DWORD chars);                     // empty, with room for `chars` characters; NULL: no memory
+BldStr* BldStrNewStr(const WCHAR* text);            // a copy; NULL: no memory or a NULL text
+BldStr* BldStrNewStrFromAscii(const char* text);    // a copy of a byte text in the default code page; NULL likewise
+int BldStrCat(BldStr* str, const WCHAR* add);       // 1 with the text appended, 0 with the string unchanged
+int BldStrReplace(BldStr* str, const WCHAR* text);  // 1 with the text replaced, 0 with the string unchanged
+void BldStrRemove(BldStr* str, WCHAR ch);           // drops every occurrence, in place
+void BldStrFree(BldStr* str);                       // releases text and record; `str` is not NULL
 
 // BldStrFree for texts that hold a secret or a token: wipes the text first. NULL does nothing.
 void BldStrWipeFree(BldStr* str);

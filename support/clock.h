@@ -15,6 +15,6 @@ struct Clock {
     void (*sleep)(DWORD waitMs);
 };
 
-// Tests put their own clock here and take it away with NULL. The record must outlive its use; nothing but tests calls this,
-// and only while no other thread runs in the system.
+// Tests put their own clock here and take it away with NULL. The record must outlive its use; nothing but tests calls
+// this, and only while no other thread runs in the system.
 void ClockReplace(const Clock* clock);

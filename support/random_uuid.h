@@ -5,6 +5,6 @@
 
 constexpr size_t kUuidTextChars = 37;  // 36 characters and the terminator
 
-// Writes a new UUID in its lower-case text form. When the platform's UUID service fails, a version 4 UUID is made from the
-// platform's random generator, so that the header line always has a fresh value.
+// Writes a new UUID in its lower-case text form. When the platform's UUID service fails, a version 4 UUID is made from
+// the platform's random generator, so that the header line always has a fresh value.
 void NewUuidText(WCHAR (&text)[kUuidTextChars]);

@@ -3,7 +3,8 @@
 
 #include "platform/platform.h"
 
-// The plain form of a protected secret: the whole buffer of an open, wide text with its terminator and zero fill. Bytes.
+// The plain form of a protected secret: the whole buffer of an open, wide text with its terminator and zero fill.
+// Bytes.
 constexpr DWORD kSecretBufferSize = 1024;
 
 // Protects kSecretBufferSize bytes at `secret` for the machine or the user and writes Base64 text without line ends to

@@ -6,8 +6,8 @@
 
 extern const WCHAR kSettingsKey[];  // Software\Zandrel\Kelvaro
 
-// Reads a REG_SZ of at most cbBuffer bytes, terminator included, into `buffer`. A missing key or value, a value of another
-// type and one that is too long all leave the buffer all zero, and the text is always terminated.
+// Reads a REG_SZ of at most cbBuffer bytes, terminator included, into `buffer`. A missing key or value, a value of
+// another type and one that is too long all leave the buffer all zero, and the text is always terminated.
 void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer);
 
 // Reads a REG_DWORD; 0 when it is missing or of another type.
@@ -16,8 +16,8 @@ DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName);
 // Writes a REG_SZ with its terminator. False when the key cannot be opened or the value not be written.
 bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text);
 
-// A string value of any length: a new BldStr, empty when key or value is missing or of another type; the caller frees it.
-// NULL: no memory. isMachine: non-zero for the machine hive.
+// A string value of any length: a new BldStr, empty when key or value is missing or of another type; the caller frees
+// it. NULL: no memory. isMachine: non-zero for the machine hive.
 BldStr* BldStrGetWStringValue(int isMachine, const WCHAR* valueName);
 
 // Writes `text` as a REG_SZ. 1, or 0 when the key cannot be opened or the value not be written.

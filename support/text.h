@@ -19,7 +19,8 @@ bool TextEqualNoCase(TextView left, TextView right);
 // Whether `part` stands anywhere in `text`; NULL text counts as empty.
 bool TextContains(const WCHAR* text, TextView part);
 
-// Copies `text` into a buffer of cchBuffer characters, terminator included. False, with an empty buffer, when it does not fit.
+// Copies `text` into a buffer of cchBuffer characters, terminator included. False, with an empty buffer, when it does
+// not fit.
 bool TextCopy(WCHAR* buffer, size_t cchBuffer, TextView text);
 
 // Copies as much of `text` as fits into a buffer of cchBuffer characters and terminates it.

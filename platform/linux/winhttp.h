@@ -37,21 +37,21 @@ constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
 constexpr DWORD WINHTTP_QUERY_RAW_HEADERS_CRLF = 22;
 constexpr DWORD WINHTTP_QUERY_FLAG_NUMBER = 0x20000000;
 
-constexpr DWORD ERROR_WINHTTP_TIMEOUT = 12002;
-constexpr DWORD ERROR_WINHTTP_INTERNAL_ERROR = 12004;
-constexpr DWORD ERROR_WINHTTP_INVALID_URL = 12005;
-constexpr DWORD ERROR_WINHTTP_UNRECOGNIZED_SCHEME = 12006;
-constexpr DWORD ERROR_WINHTTP_NAME_NOT_RESOLVED = 12007;
-constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
-constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
-constexpr DWORD ERROR_WINHTTP_CANNOT_CONNECT = 12029;
-constexpr DWORD ERROR_WINHTTP_CONNECTION_ERROR = 12030;
-constexpr DWORD ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
-constexpr DWORD ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
-constexpr DWORD ERROR_WINHTTP_INVALID_HEADER = 12153;
-constexpr DWORD ERROR_WINHTTP_REDIRECT_FAILED = 12156;
-constexpr DWORD ERROR_WINHTTP_SECURE_FAILURE = 12175;
-constexpr DWORD ERROR_WINHTTP_HEADER_SIZE_OVERFLOW = 12182;
+constexpr LONG ERROR_WINHTTP_TIMEOUT = 12002;
+constexpr LONG ERROR_WINHTTP_INTERNAL_ERROR = 12004;
+constexpr LONG ERROR_WINHTTP_INVALID_URL = 12005;
+constexpr LONG ERROR_WINHTTP_UNRECOGNIZED_SCHEME = 12006;
+constexpr LONG ERROR_WINHTTP_NAME_NOT_RESOLVED = 12007;
+constexpr LONG ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
+constexpr LONG ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
+constexpr LONG ERROR_WINHTTP_CANNOT_CONNECT = 12029;
+constexpr LONG ERROR_WINHTTP_CONNECTION_ERROR = 12030;
+constexpr LONG ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
+constexpr LONG ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
+constexpr LONG ERROR_WINHTTP_INVALID_HEADER = 12153;
+constexpr LONG ERROR_WINHTTP_REDIRECT_FAILED = 12156;
+constexpr LONG ERROR_WINHTTP_SECURE_FAILURE = 12175;
+constexpr LONG ERROR_WINHTTP_HEADER_SIZE_OVERFLOW = 12182;
 
 constexpr DWORD ICU_ESCAPE = 0x80000000;
 constexpr DWORD ICU_DECODE = 0x10000000;
@@ -79,18 +79,24 @@ using LPURL_COMPONENTS = URL_COMPONENTS*;
 // agent: sent as User-Agent; NULL sends none. Proxy arguments other than the default are refused.
 HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags);
 
-// host: a name or an address alone. Port 0 stands for the scheme's own.
+// On a session (for requests opened later) or on a request. Milliseconds; 0 and -1 mean no limit.
+// The limit on connecting covers the name resolution too; the one on resolving is not used.
+BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs);
+
+// host: a name or an address alone, ASCII; anything else is ERROR_WINHTTP_INVALID_URL.
+// Port 0 stands for the scheme's own.
 HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved);
 
+// path: with its query; characters that cannot stand on a request line are percent-encoded, escapes stay as they are.
 HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                     LPCWSTR* acceptTypes, DWORD flags);
 
 // Resolves, connects, greets (TLS) and sends head and body. Nothing of the request leaves before the peer is trusted.
 // headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
-// whole entity (totalLength equal to it) and must stay valid until WinHttpReceiveResponse has returned.
+// whole entity (totalLength equal to it) and must stay valid until the request is closed.
 // 12007, 12029, 12175, 12002, 12030.
-BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength,
-                               DWORD totalLength, DWORD_PTR context);
+BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional,
+                               DWORD optionalLength, DWORD totalLength, DWORD_PTR context);
 
 // Waits for the head of the final response; redirects have been followed by then. 12030, 12152, 12002, and what
 // WinHttpSendRequest has for the hops of a redirect.
@@ -106,7 +112,8 @@ BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWOR
 // WINHTTP_QUERY_STATUS_CODE (as text or WINHTTP_QUERY_FLAG_NUMBER) and WINHTTP_QUERY_RAW_HEADERS_CRLF.
 // *length is in bytes. ERROR_INSUFFICIENT_BUFFER: *length is what is needed, terminator included;
 // after success it is the length without the terminator.
-BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length, LPDWORD index);
+BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length,
+                                LPDWORD index);
 
 // A parent may be closed before its children.
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle);

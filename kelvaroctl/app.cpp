@@ -1,0 +1,143 @@
+#include "kelvaroctl/app.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+
+#include "kelvaroctl/config_commands.h"
+#include "kelvaroctl/encrypt_commands.h"
+#include "kelvaroctl/key_commands.h"
+#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/provider_commands.h"
+#include "kelvaroctl/sign_commands.h"
+#include "kelvaroctl/tool.h"
+
+namespace kelvaroctl {
+
+static const char kExitCodes[] =
+    "Exit codes:\n"
+    "  0  done\n"
+    "  1  the answer is no: a bad signature\n"
+    "  2  the command line, or a file that it names, is wrong\n"
+    "  3  the settings, their store or the module cannot be used\n"
+    "  4  sign-in was refused\n"
+    "  5  there is no such key\n"
+    "  6  the vault or the network refused\n"
+    "  7  something inside failed\n"
+    "With --json the answer, and an error too ({\"error\":{...}}), is one object on standard output.";
+
+static void AddGlobalOptions(CLI::App& app, Tool& tool)
+{
+    app.add_flag("--json", tool.json, "answer with a JSON object, for programs");
+    app.add_option("--module", tool.modulePath, "the provider's module; else the one beside this program or installed")
+        ->type_name("PATH");
+    CLI::Option* const machine = app.add_flag("--machine", "machine keys and the machine's settings (default)");
+    app.add_flag("--user", tool.user, "the caller's own keys and settings")->excludes(machine);
+    app.set_version_flag("--version", std::string("kelvaroctl " KELVARO_VERSION));
+}
+
+static Json LogObject(const LogPlace& log)
+{
+    return {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}};
+}
+
+// Where to read on; nothing when not even the settings can be read.
+static std::optional<LogPlace> LogOf(const Failure& failure)
+{
+    if (!failure.status)
+        return std::nullopt;
+    try {
+        return FindLog();
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
+static Json ErrorObject(const Failure& failure)
+{
+    Json error = {{"code", failure.code()}, {"exit", static_cast<int>(failure.exit())}, {"message", failure.what()}};
+    if (failure.status) {
+        error["status"] = HexNumber(static_cast<DWORD>(*failure.status));
+        error["operation"] = failure.operation;
+    }
+    if (const auto log = LogOf(failure))
+        error["log"] = LogObject(*log);
+    return error;
+}
+
+static void PrintObject(Json object, const Tool& tool)
+{
+    if (!tool.warnings().empty())
+        object["warnings"] = tool.warnings();
+    std::cout << object.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+}
+
+static int Report(const Failure& failure, const Tool& tool)
+{
+    if (tool.json) {
+        Json object = failure.partial.is_object() ? failure.partial : Json::object();
+        object["error"] = ErrorObject(failure);
+        PrintObject(std::move(object), tool);
+    } else {
+        std::cout << failure.partialText << std::flush;
+        std::cerr << "kelvaroctl: " << Printable(failure.what()) << std::endl;
+        if (const auto log = LogOf(failure))
+            std::cerr << Printable(LogAdvice(*log)) << std::endl;
+    }
+    return static_cast<int>(failure.exit());
+}
+
+static int Print(const Answer& answer, const Tool& tool)
+{
+    if (tool.json)
+        PrintObject(answer.object, tool);
+    else
+        std::cout << answer.text << std::flush;
+    if (!std::cout)
+        return static_cast<int>(ExitCode::Internal);
+    return static_cast<int>(answer.exit);
+}
+
+static int Run(Tool& tool)
+{
+    try {
+        return Print(tool.action(), tool);
+    } catch (const Failure& failure) {
+        return Report(failure, tool);
+    } catch (const std::bad_alloc&) {
+        return Report(InternalFailure("out of memory"), tool);
+    } catch (const std::exception& error) {
+        return Report(InternalFailure(error.what()), tool);
+    }
+}
+
+int RunTool(const std::vector<std::string>& arguments)
+{
+    Tool tool;
+    CLI::App app("Administers the Zandrel Key Storage Provider for Key Vault", "kelvaroctl");
+    app.footer(kExitCodes);
+    app.require_subcommand(1);
+    // Global options may stand behind a command too.
+    app.fallthrough();
+    AddGlobalOptions(app, tool);
+    AddConfigCommands(app, tool);
+    AddProviderCommands(app, tool);
+    AddKeyCommands(app, tool);
+    AddSignCommands(app, tool);
+    AddEncryptCommands(app, tool);
+    try {
+        // The parser takes its arguments from the back.
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::Success& wanted) {
+        return app.exit(wanted);
+    } catch (const CLI::ParseError& error) {
+        tool.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+        const std::vector<std::string> unknown = app.remaining(true);
+        const std::string problem =
+            unknown.empty() ? error.what() : "there is no command or option '" + unknown[0] + "'";
+        return Report(UsageFailure(problem + "; see kelvaroctl --help"), tool);
+    }
+    return Run(tool);
+}
+
+}  // namespace kelvaroctl

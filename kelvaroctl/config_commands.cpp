@@ -1,0 +1,249 @@
+#include "kelvaroctl/config_commands.h"
+
+#include "kelvaroctl/config_import.h"
+#include "kelvaroctl/files.h"
+#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/settings_report.h"
+#include "kelvaroctl/terminal.h"
+
+namespace kelvaroctl {
+
+constexpr size_t kLargestImport = 4 * 1024 * 1024;
+
+static Json HiveObject(const SettingsHive& hive)
+{
+    return {{"hive", hive.name()}, {"key", ToNarrow(kSettingsKey)}, {"place", SettingsPlace(hive.handle())}};
+}
+
+static Answer ShowConfig(const Tool& tool)
+{
+    const SettingsHive hive = tool.hive();
+    Answer answer;
+    answer.object = HiveObject(hive);
+    answer.object["exists"] = hive.Exists();
+    const SettingsReport report = ReportSettings(hive);
+    answer.object["settings"] = report.settings;
+    answer.object["state"] = report.state;
+    answer.text = hive.scope() + " settings, " + SettingsPlace(hive.handle()) +
+                  (hive.Exists() ? "\n" : " (there are none yet)\n") + Columns(report.settingRows, 2);
+    answer.text += "kept by the provider\n" + Columns(report.stateRows, 2);
+    return answer;
+}
+
+// The setting of that name, when it may be set or taken away in that hive.
+static const Setting& SettingFor(const std::string& name, const SettingsHive& hive)
+{
+    const Setting* const setting = FindSetting(name);
+    if (!setting) {
+        std::string known;
+        for (const Setting* row = kSettings; row->name; ++row) {
+            if (!IsState(*row))
+                known += std::string(known.empty() ? "" : ", ") + row->name;
+        }
+        throw UsageFailure("there is no setting '" + name + "'; there are " + known);
+    }
+    if (IsState(*setting))
+        throw UsageFailure(std::string(setting->name) + " is the provider's own note and is not set by hand");
+    if (setting->machineOnly && !hive.isMachine())
+        throw UsageFailure(std::string(setting->name) + " is read from the machine's settings alone");
+    return *setting;
+}
+
+static void RefuseProblem(const Setting& setting, const std::string& problem)
+{
+    if (!problem.empty())
+        throw UsageFailure(std::string(setting.name) + ": " + problem);
+}
+
+// The provider puts a clear secret under protection when it is opened, so it is opened here.
+static std::string ProtectSecret(Tool& tool, const SettingsHive& hive)
+{
+    try {
+        tool.OpenProvider();
+    } catch (const Failure& failure) {
+        tool.Warn(std::string("the secret stays in clear until the provider is first opened: ") + failure.what());
+    }
+    return SecretState(hive);
+}
+
+static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, const std::string& narrow)
+{
+    WideText text = ToWide(narrow);
+    RefuseProblem(setting, TextProblem(setting, text));
+    const std::string warning = TextWarning(setting, text);
+    RawValue value = TextValue(text);
+    hive.Write(setting.name, value);
+    if (setting.kind == SettingKind::Secret) {
+        SecureZeroMemory(text.data(), text.size() * sizeof(WCHAR));
+        SecureZeroMemory(value.bytes.data(), value.bytes.size());
+    }
+    if (!warning.empty())
+        tool.Warn(warning);
+}
+
+static std::string WhenItCounts(const Setting& setting)
+{
+    return setting.atLoad ? "it counts from a host's next start on" : "it counts from the next provider open on";
+}
+
+static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting)
+{
+    std::string secret = ReadSecretLine("Client secret: ");
+    WriteText(tool, hive, setting, secret);
+    SecureZeroMemory(secret.data(), secret.size());
+    Answer answer;
+    answer.object = HiveObject(hive);
+    answer.object["name"] = setting.name;
+    answer.object["state"] = ProtectSecret(tool, hive);
+    answer.text = "ClientSecret of the " + hive.scope() + " is " + answer.object["state"].get<std::string>() + "\n";
+    return answer;
+}
+
+static Answer SetSetting(Tool& tool, const std::string& name, const std::optional<std::string>& value)
+{
+    const SettingsHive hive = tool.hive();
+    const Setting& setting = SettingFor(name, hive);
+    if (setting.kind == SettingKind::Secret) {
+        if (value) {
+            throw UsageFailure(
+                "ClientSecret is never an argument, which other users and the shell's history would "
+                "see: leave it out to be asked for it, or write it to standard input");
+        }
+        return SetSecret(tool, hive, setting);
+    }
+    if (!value)
+        throw UsageFailure(std::string("give a value for ") + setting.name);
+    Answer answer;
+    answer.object = HiveObject(hive);
+    answer.object["name"] = setting.name;
+    if (IsText(setting)) {
+        WriteText(tool, hive, setting, *value);
+        answer.object["value"] = *value;
+        if (setting.name == std::string_view("LogfilePath") && !FindLog().folderExists)
+            tool.Warn(
+                "the folder does not exist, and the provider does not make it: nothing is logged until it is there");
+    } else {
+        const std::optional<DWORD> number = ParseNumber(*value);
+        RefuseProblem(setting, number ? NumberProblem(setting, *number) : NumberProblem(setting, 0xFFFFFFFF));
+        hive.Write(setting.name, NumberValue(*number));
+        answer.object["value"] = *number;
+    }
+    answer.text = std::string(setting.name) + " of the " + hive.scope() + " is set; " + WhenItCounts(setting) + "\n";
+    return answer;
+}
+
+static Answer UnsetSetting(const Tool& tool, const std::string& name)
+{
+    const SettingsHive hive = tool.hive();
+    const Setting& setting = SettingFor(name, hive);
+    bool removed = hive.Remove(setting.name);
+    // Both forms of the secret go together.
+    if (setting.kind == SettingKind::Secret && hive.Remove("ClientDPAPISecret"))
+        removed = true;
+    Answer answer;
+    answer.object = HiveObject(hive);
+    answer.object["name"] = setting.name;
+    answer.object["removed"] = removed;
+    answer.text = std::string(setting.name) + " of the " + hive.scope() +
+                  (removed ? " is no longer set; " + WhenItCounts(setting) : " was not set") + "\n";
+    return answer;
+}
+
+// A protected secret is bound to where it was made.
+static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
+{
+    for (const SettingChange& change : changes) {
+        if (change.remove || TextOf(change.value).empty())
+            continue;
+        if (change.setting->kind == SettingKind::ProtectedSecret) {
+            tool.Warn(
+                "ClientDPAPISecret can only be read on the machine, or by the user, where it was protected; if "
+                "sign-in is refused, 'kelvaroctl config set ClientSecret'");
+        }
+        if (change.setting->kind == SettingKind::Secret)
+            tool.Warn("the imported file holds a secret in clear: remove it or keep it safe");
+    }
+}
+
+static void ProtectImportedSecrets(Tool& tool, const std::vector<SettingChange>& changes)
+{
+    for (const SettingChange& change : changes) {
+        if (change.setting->kind == SettingKind::Secret && !change.remove && !TextOf(change.value).empty()) {
+            ProtectSecret(tool, SettingsHive(change.hive));
+            return;
+        }
+    }
+}
+
+static Answer ImportConfig(Tool& tool, const std::string& fileName)
+{
+    std::vector<SettingChange> changes;
+    try {
+        changes = JudgeImport(ParseRegistryText(ReadWholeFile(fileName, kLargestImport)));
+    } catch (const Failure& failure) {
+        throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
+    }
+    ApplyChanges(changes);
+    WarnOfSecrets(tool, changes);
+    ProtectImportedSecrets(tool, changes);
+    Answer answer;
+    answer.object["imported"] = Json::array();
+    for (const SettingChange& change : changes) {
+        const SettingsHive hive(change.hive);
+        answer.object["imported"].push_back(
+            {{"hive", hive.name()}, {"name", change.setting->name}, {"removed", change.remove}});
+        answer.text +=
+            std::string(change.setting->name) + " of the " + hive.scope() + (change.remove ? " removed\n" : " set\n");
+    }
+    answer.text += std::to_string(changes.size()) + " values imported\n";
+    return answer;
+}
+
+static std::string SettingsFooter()
+{
+    std::vector<std::vector<std::string>> rows;
+    for (const Setting* setting = kSettings; setting->name; ++setting) {
+        if (!IsState(*setting))
+            rows.push_back({setting->name, setting->summary});
+    }
+    return "Settings:\n" + Columns(rows, 2) +
+           "A value is never given for ClientSecret: it is asked for without echo, " +
+           "or read as one line from standard input.";
+}
+
+void AddConfigCommands(CLI::App& app, Tool& tool)
+{
+    CLI::App* const config = app.add_subcommand("config", "the provider's settings");
+    config->require_subcommand(1);
+    config->footer(SettingsFooter());
+    CLI::App* const show = config->add_subcommand("show", "show all settings; secrets are never shown");
+    show->callback([&tool] { tool.action = [&tool] { return ShowConfig(tool); }; });
+
+    struct Arguments {
+        std::string name;
+        std::optional<std::string> value;
+        std::string file;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App* const set = config->add_subcommand("set", "set one setting");
+    set->add_option("NAME", arguments->name, "the setting's name")->required();
+    set->add_option("VALUE", arguments->value, "its value; not for ClientSecret");
+    set->callback([&tool, arguments] {
+        tool.action = [&tool, arguments] { return SetSetting(tool, arguments->name, arguments->value); };
+    });
+    CLI::App* const unset = config->add_subcommand("unset", "take one setting away, so that its default counts");
+    unset->add_option("NAME", arguments->name, "the setting's name")->required();
+    unset->callback(
+        [&tool, arguments] { tool.action = [&tool, arguments] { return UnsetSetting(tool, arguments->name); }; });
+    CLI::App* const import =
+        config->add_subcommand("import", "take settings from an export of the registry editor, all or none");
+    import->add_option("FILE", arguments->file, "the exported text, UTF-8 or UTF-16")->required();
+    import->callback([&tool, arguments] {
+        tool.action = [&tool, arguments] { return ImportConfig(tool, arguments->file);
+};
+}  // namespace kelvaroctl
+);
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,111 @@
+#include "kelvaroctl/encrypt_commands.h"
+
+#include "kelvaroctl/files.h"
+#include "kelvaroctl/public_key.h"
+
+namespace kelvaroctl {
+
+constexpr size_t kLargestInput = 64 * 1024;
+
+namespace {
+struct PaddingRow {
+    const char* name;
+    DWORD flag;
+    size_t overhead;  // bytes of the modulus that the padding takes
+};
+
+// The provider's OAEP is the one with SHA-1.
+constexpr PaddingRow kPaddings[] = {
+    {"pkcs1", NCRYPT_PAD_PKCS1_FLAG, 11},
+    {"oaep", NCRYPT_PAD_OAEP_FLAG, 42},
+};
+
+struct EncryptArguments {
+    std::string key;
+    std::string padding;
+    std::string input;
+    std::string output;
+};
+}  // namespace
+
+static const PaddingRow& PaddingOf(const std::string& name)
+{
+    for (const PaddingRow& row : kPaddings) {
+        if (name == row.name)
+            return row;
+    }
+    throw UsageFailure("there is no padding '" + name + "'");
+}
+
+// Bytes of the key's modulus; refuses keys that do not encrypt.
+static size_t ModulusSize(const Key& key)
+{
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    if (!publicKey.isRsa)
+        throw UsageFailure("'" + key.name() + "' is " + Describe(publicKey) +
+                           ", and only RSA keys encrypt and decrypt");
+    return publicKey.modulus.size();
+}
+
+static Answer Written(const EncryptArguments& arguments, const Bytes& output, Readers readers)
+{
+    WriteWholeFile(arguments.output, output, readers);
+    Answer answer;
+    answer.object = {
+        {"key", arguments.key}, {"padding", arguments.padding}, {"file", arguments.output}, {"bytes", output.size()}};
+    answer.text = std::to_string(output.size()) + " bytes written to " + arguments.output + "\n";
+    return answer;
+}
+
+static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
+{
+    const PaddingRow& padding = PaddingOf(arguments.padding);
+    const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.key);
+    const size_t modulus = ModulusSize(key);
+    if (input.empty() || input.size() + padding.overhead > modulus) {
+        throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
+                           " bytes, and this key encrypts 1 to " + std::to_string(modulus - padding.overhead) +
+                           " with " + padding.name);
+    }
+    return Written(arguments, key.Encrypt(input, modulus, padding.flag), Readers::Everyone);
+}
+
+static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
+{
+    const PaddingRow& padding = PaddingOf(arguments.padding);
+    const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.key);
+    const size_t modulus = ModulusSize(key);
+    if (input.size() != modulus) {
+        throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
+                           " bytes, and what is encrypted for this key has " + std::to_string(modulus));
+    }
+    return Written(arguments, key.Decrypt(input, modulus, padding.flag), Readers::OwnerOnly);
+}
+
+static void AddOptions(CLI::App& command, EncryptArguments& arguments)
+{
+    command.add_option("--key", arguments.key, "the key's name")->required()->type_name("NAME");
+    command.add_option("--padding", arguments.padding, "pkcs1, or oaep with SHA-1")
+        ->required()
+        ->check(CLI::IsMember({"pkcs1", "oaep"}));
+    command.add_option("--in", arguments.input, "the file to read")->required()->type_name("FILE");
+    command.add_option("--out", arguments.output, "the file to write")->required()->type_name("FILE");
+}
+
+void AddEncryptCommands(CLI::App& app, Tool& tool)
+{
+    const auto arguments = std::make_shared<EncryptArguments>();
+    CLI::App* const encrypt = app.add_subcommand("encrypt", "encrypt a small file with an RSA key");
+    AddOptions(*encrypt, *arguments);
+    encrypt->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Encrypt(tool, *arguments); }; });
+
+    CLI::App* const decrypt = app.add_subcommand("decrypt", "decrypt a small file; the result is for the owner alone");
+    AddOptions(*decrypt, *arguments);
+    decrypt->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Decrypt(tool, *arguments); }; });
+}
+
+}  // namespace kelvaroctl

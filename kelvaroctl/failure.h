@@ -1,0 +1,64 @@
+// How a command ends when it does not succeed: one exception type, which carries the program's exit code.
+#pragma once
+
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace kelvaroctl {
+
+enum class ExitCode : int {
+    Ok = 0,
+    Negative = 1,       // the question was answered with no: a bad signature
+    Usage = 2,          // the command line or an input file is wrong
+    Configuration = 3,  // settings, their store, or the module cannot be used
+    SignIn = 4,
+    NotFound = 5,
+    Refused = 6,  // by the vault or the network
+    Internal = 7,
+};
+
+class Failure : public std::exception {
+  public:
+    // code: a word for programs, or the status's name. message: a sentence without a full stop at its end.
+    Failure(ExitCode exit, std::string code, std::string message)
+        : exit_(exit), code_(std::move(code)), message_(std::move(message))
+    {
+    }
+
+    const char* what() const noexcept override { return message_.c_str(); }
+    ExitCode exit() const { return exit_; }
+    const std::string& code() const { return code_; }
+
+    // Set when the module refused: what it answered, and which operation it was.
+    std::optional<SECURITY_STATUS> status;
+    std::string operation;
+    // What had been found out before the failure: members for the JSON answer beside "error", and text.
+    nlohmann::ordered_json partial;
+    std::string partialText;
+
+  private:
+    ExitCode exit_;
+    std::string code_;
+    std::string message_;
+};
+
+inline Failure UsageFailure(std::string message)
+{
+    return Failure(ExitCode::Usage, "usage", std::move(message));
+}
+
+inline Failure ConfigurationFailure(std::string message)
+{
+    return Failure(ExitCode::Configuration, "configuration", std::move(message));
+}
+
+inline Failure InternalFailure(std::string message)
+{
+    return Failure(ExitCode::Internal, "internal", std::move(message));
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,74 @@
+#include "kelvaroctl/hash.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include "kelvaroctl/failure.h"
+
+namespace kelvaroctl {
+
+namespace {
+// One running digest of the platform.
+class Hasher {
+  public:
+    explicit Hasher(const WCHAR* algorithm)
+    {
+        Check(BCryptOpenAlgorithmProvider(&algorithm_, algorithm, nullptr, 0));
+        const NTSTATUS status = BCryptCreateHash(algorithm_, &hash_, nullptr, 0, nullptr, 0, 0);
+        if (!BCRYPT_SUCCESS(status))
+            BCryptCloseAlgorithmProvider(algorithm_, 0);
+        Check(status);
+    }
+    ~Hasher()
+    {
+        BCryptDestroyHash(hash_);
+        BCryptCloseAlgorithmProvider(algorithm_, 0);
+    }
+    Hasher(const Hasher&) = delete;
+    Hasher& operator=(const Hasher&) = delete;
+
+    void Add(const BYTE* data, size_t size)
+    {
+        Check(BCryptHashData(hash_, const_cast<PUCHAR>(data), static_cast<ULONG>(size), 0));
+    }
+    Bytes Finish(size_t digestSize)
+    {
+        Bytes digest(digestSize);
+        Check(BCryptFinishHash(hash_, digest.data(), static_cast<ULONG>(digest.size()), 0));
+        return digest;
+    }
+
+  private:
+    static void Check(NTSTATUS status)
+    {
+        if (!BCRYPT_SUCCESS(status))
+            throw InternalFailure("the platform cannot make the digest: " + HexNumber(static_cast<DWORD>(status)));
+    }
+
+    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
+    BCRYPT_HASH_HANDLE hash_ = nullptr;
+};
+}  // namespace
+
+Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data)
+{
+    Hasher hasher(algorithm);
+    hasher.Add(data.data(), data.size());
+    return hasher.Finish(digestSize);
+}
+
+Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName)
+{
+    std::ifstream file(std::filesystem::u8path(fileName), std::ios::binary);
+    if (!file)
+        throw UsageFailure("cannot open " + fileName);
+    Hasher hasher(algorithm);
+    std::vector<char> piece(64 * 1024);
+    while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount())
+        hasher.Add(reinterpret_cast<const BYTE*>(piece.data()), static_cast<size_t>(file.gcount()));
+    if (file.bad())
+        throw UsageFailure("cannot read " + fileName);
+    return hasher.Finish(digestSize);
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,16 @@
+// Digests, from the platform.
+#pragma once
+
+#include <string>
+
+#include "kelvaroctl/text.h"
+
+namespace kelvaroctl {
+
+// algorithm: "SHA1", "SHA256", "SHA384" or "SHA512".
+Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data);
+
+// Of a file of any size. Throws a usage failure when it cannot be read.
+Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName);
+
+}  // namespace kelvaroctl

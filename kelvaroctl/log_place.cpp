@@ -1,0 +1,43 @@
+#include "kelvaroctl/log_place.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/settings_hive.h"
+
+namespace kelvaroctl {
+
+static LONG Level(const SettingsHive& hive, const char* name)
+{
+    return static_cast<LONG>(ReadSetting(hive, *FindSetting(name)).number);
+}
+
+LogPlace FindLog()
+{
+    const SettingsHive machine(HKEY_LOCAL_MACHINE);
+    LogPlace log;
+    log.level =
+        static_cast<DWORD>(std::max<LONG>({0, Level(machine, "LoggingLevel"), Level(machine, "EVLoggingLevel")}));
+    const WideText folder = ReadSetting(machine, *FindSetting("LogfilePath")).text;
+    // One file for each day of the universal time.
+    const time_t now = time(nullptr);
+    char name[32] = "";
+    if (const struct tm* const parts = gmtime(&now))
+        strftime(name, sizeof(name), "\\%Y-%m-%d_Kelvaro.log", parts);
+    log.file = FilePlace(folder + ToWide(name));
+    std::error_code ignored;
+    log.folderExists = std::filesystem::is_directory(std::filesystem::u8path(log.file).parent_path(), ignored);
+    return log;
+}
+
+std::string LogAdvice(const LogPlace& log)
+{
+    if (!log.level)
+        return "logging is off: kelvaroctl config set LoggingLevel 4";
+    if (!log.folderExists)
+        return "log: " + log.file + " (its folder does not exist, so nothing is written)";
+    return "log: " + log.file;
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,28 @@
+#include <dlfcn.h>
+
+#include "kelvaroctl/places.h"
+#include "platform/linux/paths.h"
+
+namespace kelvaroctl {
+
+const char kModuleFile[] = "libkelvaro.so";
+
+std::string SettingsPlace(HKEY hive)
+{
+    return hive == HKEY_LOCAL_MACHINE ? RootDirectory() + "/registry/HKEY_LOCAL_MACHINE.reg"
+                                      : UserDirectory() + "/registry/HKEY_CURRENT_USER.reg";
+}
+
+std::string FilePlace(const WideText& name)
+{
+    const std::string native = NativePath(name.c_str());
+    return native.empty() ? ToNarrow(name) : native;
+}
+
+std::string LoaderMessage(DWORD error)
+{
+    const char* const message = dlerror();
+    return message ? message : "error " + std::to_string(error);
+}
+
+}  // namespace kelvaroctl

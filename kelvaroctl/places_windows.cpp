@@ -1,0 +1,28 @@
+#include "kelvaroctl/places.h"
+
+namespace kelvaroctl {
+
+const char kModuleFile[] = "kelvaro.dll";
+
+std::string SettingsPlace(HKEY hive)
+{
+    return std::string(hive == HKEY_LOCAL_MACHINE ? "HKEY_LOCAL_MACHINE" : "HKEY_CURRENT_USER") +
+           "\\Software\\Zandrel\\Kelvaro";
+}
+
+std::string FilePlace(const WideText& name)
+{
+    return ToNarrow(name);
+}
+
+std::string LoaderMessage(DWORD error)
+{
+    WCHAR text[512];
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0,
+                                        text, sizeof(text) / sizeof(text[0]), nullptr);
+    const WideText message(text, length);
+    const size_t end = message.find_last_not_of(TEXT("\r\n ."));
+    return (length ? ToNarrow(message.substr(0, end + 1)) + ", " : std::string()) + "error " + std::to_string(error);
+}
+
+}  // namespace kelvaroctl

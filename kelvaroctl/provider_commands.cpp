@@ -1,0 +1,96 @@
+#include "kelvaroctl/provider_commands.h"
+
+#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/settings_report.h"
+
+namespace kelvaroctl {
+
+static std::string ImplementationWords(DWORD type)
+{
+    if (type & NCRYPT_IMPL_HARDWARE_FLAG)
+        return "hardware";
+    return type & NCRYPT_IMPL_SOFTWARE_FLAG ? "software" : "not told";
+}
+
+static Answer ShowProvider(const Tool& tool)
+{
+    const auto provider = tool.OpenProvider();
+    const auto number = [&](const WCHAR* name) { return PropertyNumber(provider->Property(name).value_or(Bytes())); };
+    const std::string name = PropertyText(provider->Property(NCRYPT_NAME_PROPERTY).value_or(Bytes()));
+    const DWORD version = number(NCRYPT_VERSION_PROPERTY);
+    const std::string versionText = std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF);
+    const DWORD implementation = number(NCRYPT_IMPL_TYPE_PROPERTY);
+    const DWORD longest = number(NCRYPT_MAX_NAME_LENGTH_PROPERTY);
+    const SettingsHive hive = tool.hive();
+    const SettingsReport report = ReportSettings(hive);
+    const LogPlace log = FindLog();
+
+    Answer answer;
+    answer.object = {{"name", name},
+                     {"version", versionText},
+                     {"implementationType", implementation},
+                     {"implementation", ImplementationWords(implementation)},
+                     {"maxNameLength", longest},
+                     {"module", provider->module().path()},
+                     {"scope", hive.scope()},
+                     {"settings", report.settings},
+                     {"log", {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}}}};
+    answer.text = Columns({{"name", Printable(name)},
+                           {"version", versionText},
+                           {"implementation", ImplementationWords(implementation)},
+                           {"longest key name", std::to_string(longest) + " characters"},
+                           {"module", provider->module().path()}}) +
+                  LogAdvice(log) + "\nsettings in force for " + hive.scope() + " keys, " +
+                  SettingsPlace(hive.handle()) + "\n" + Columns(report.settingRows, 2);
+    return answer;
+}
+
+namespace {
+struct Bit {
+    DWORD bit;
+    const char* name;
+};
+
+constexpr Bit kOperations[] = {
+    {NCRYPT_CIPHER_OPERATION, "cipher"},
+    {NCRYPT_HASH_OPERATION, "hash"},
+    {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, "encryption"},
+    {NCRYPT_SECRET_AGREEMENT_OPERATION, "secret agreement"},
+    {NCRYPT_SIGNATURE_OPERATION, "signature"},
+};
+}  // namespace
+
+static Answer ListAlgorithms(const Tool& tool)
+{
+    const auto provider = tool.OpenProvider();
+    Answer answer;
+    answer.object["algorithms"] = Json::array();
+    std::vector<std::vector<std::string>> rows;
+    for (const Provider::Algorithm& algorithm : provider->Algorithms()) {
+        Json operations = Json::array();
+        std::string words;
+        for (const Bit& row : kOperations) {
+            if (algorithm.operations & row.bit) {
+                operations.push_back(row.name);
+                words += std::string(words.empty() ? "" : ", ") + row.name;
+            }
+        }
+        answer.object["algorithms"].push_back({{"name", algorithm.name}, {"operations", operations}});
+        rows.push_back({algorithm.name, words});
+    }
+    answer.text = Columns(rows);
+    return answer;
+}
+
+void AddProviderCommands(CLI::App& app, Tool& tool)
+{
+    CLI::App* const provider = app.add_subcommand("provider", "the provider itself");
+    provider->require_subcommand(1);
+    CLI::App* const show = provider->add_subcommand("show", "what it says of itself, and the settings in force");
+    show->callback([&tool] { tool.action = [&tool] { return ShowProvider(tool); }; });
+    CLI::App* const algorithms = app.add_subcommand("algorithms", "the algorithms on offer");
+    algorithms->callback([&tool] { tool.action = [&tool] { return ListAlgorithms(tool); }; });
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,130 @@
+#include "kelvaroctl/public_key.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "kelvaroctl/der.h"
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/hash.h"
+
+namespace kelvaroctl {
+
+static const Bytes kRsaEncryption = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
+static const Bytes kEcPublicKey = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
+
+static const Curve kCurves[] = {
+    {"P-256",
+     BCRYPT_ECDSA_PUBLIC_P256_MAGIC,
+     BCRYPT_ECDH_PUBLIC_P256_MAGIC,
+     32,
+     {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07}},
+    {"P-384", BCRYPT_ECDSA_PUBLIC_P384_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC, 48, {0x2B, 0x81, 0x04, 0x00, 0x22}},
+    {"P-521", BCRYPT_ECDSA_PUBLIC_P521_MAGIC, BCRYPT_ECDH_PUBLIC_P521_MAGIC, 66, {0x2B, 0x81, 0x04, 0x00, 0x23}},
+};
+
+static Bytes Slice(const Bytes& blob, size_t offset, size_t size)
+{
+    if (offset > blob.size() || size > blob.size() - offset)
+        throw InternalFailure("the module exported a key blob that is too short");
+    const auto begin = blob.begin() + static_cast<std::ptrdiff_t>(offset);
+    return Bytes(begin, begin + static_cast<std::ptrdiff_t>(size));
+}
+
+static Bytes Trimmed(const Bytes& number)
+{
+    return Bytes(std::find_if(number.begin(), number.end(), [](BYTE byte) { return byte != 0; }), number.end());
+}
+
+static PublicKey ParseRsa(const Bytes& blob)
+{
+    BCRYPT_RSAKEY_BLOB header;
+    const Bytes head = Slice(blob, 0, sizeof(header));
+    std::memcpy(&header, head.data(), sizeof(header));
+    PublicKey key;
+    key.isRsa = true;
+    key.exponent = Trimmed(Slice(blob, sizeof(header), header.cbPublicExp));
+    key.modulus = Trimmed(Slice(blob, sizeof(header) + header.cbPublicExp, header.cbModulus));
+    if (key.modulus.empty() || key.exponent.empty())
+        throw InternalFailure("the module exported a key without a modulus or an exponent");
+    return key;
+}
+
+static PublicKey ParseCurve(const Bytes& blob, const Curve& curve)
+{
+    BCRYPT_ECCKEY_BLOB header;
+    const Bytes head = Slice(blob, 0, sizeof(header));
+    std::memcpy(&header, head.data(), sizeof(header));
+    PublicKey key;
+    key.curve = &curve;
+    // The vault may hand out a leading zero byte too many.
+    if (!ToWidth(Slice(blob, sizeof(header), header.cbKey), curve.width, &key.x) ||
+        !ToWidth(Slice(blob, sizeof(header) + header.cbKey, header.cbKey), curve.width, &key.y))
+        throw InternalFailure(std::string("the key's coordinates are too long for ") + curve.jwkName);
+    return key;
+}
+
+PublicKey ParsePublicBlob(const Bytes& blob)
+{
+    ULONG magic = 0;
+    const Bytes head = Slice(blob, 0, sizeof(magic));
+    std::memcpy(&magic, head.data(), sizeof(magic));
+    if (magic == BCRYPT_RSAPUBLIC_MAGIC)
+        return ParseRsa(blob);
+    for (const Curve& curve : kCurves) {
+        if (magic == curve.ecdsaMagic || magic == curve.ecdhMagic)
+            return ParseCurve(blob, curve);
+    }
+    throw UsageFailure("the key is on a curve other than P-256, P-384 and P-521; only its cng form can be had");
+}
+
+Bytes SubjectPublicKeyInfo(const PublicKey& key)
+{
+    if (key.isRsa) {
+        return DerSequence({DerSequence({DerObjectId(kRsaEncryption), DerNull()}),
+                            DerBitString(DerSequence({DerInteger(key.modulus), DerInteger(key.exponent)}))});
+    }
+    Bytes point{4};  // uncompressed
+    point.insert(point.end(), key.x.begin(), key.x.end());
+    point.insert(point.end(), key.y.begin(), key.y.end());
+    return DerSequence(
+        {DerSequence({DerObjectId(kEcPublicKey), DerObjectId(key.curve->objectId)}), DerBitString(point)});
+}
+
+std::string PemText(const Bytes& der, const std::string& label)
+{
+    constexpr size_t kLine = 64;
+    const std::string body = Base64(der);
+    std::string text = "-----BEGIN " + label + "-----\n";
+    for (size_t at = 0; at < body.size(); at += kLine)
+        text += body.substr(at, kLine) + "\n";
+    return text + "-----END " + label + "-----\n";
+}
+
+nlohmann::ordered_json JsonWebKey(const PublicKey& key, const std::string& kid)
+{
+    if (key.isRsa)
+        return {{"kty", "RSA"}, {"kid", kid}, {"n", Base64Url(key.modulus)}, {"e", Base64Url(key.exponent)}};
+    return {{"kty", "EC"}, {"kid", kid}, {"crv", key.curve->jwkName}, {"x", Base64Url(key.x)}, {"y", Base64Url(key.y)}};
+}
+
+std::string Fingerprint(const PublicKey& key)
+{
+    return HexText(Digest(BCRYPT_SHA256_ALGORITHM, 32, SubjectPublicKeyInfo(key)));
+}
+
+std::string Describe(const PublicKey& key)
+{
+    return key.isRsa ? "RSA " + std::to_string(BitLength(key)) : key.curve->jwkName;
+}
+
+size_t BitLength(const PublicKey& key)
+{
+    if (!key.isRsa)
+        return key.curve->width == 66 ? 521 : key.curve->width * 8;
+    size_t bits = key.modulus.size() * 8;
+    for (BYTE top = key.modulus[0]; !(top & 0x80); top = static_cast<BYTE>(top << 1))
+        --bits;
+    return bits;
+}
+
+}  // namespace kelvaroctl

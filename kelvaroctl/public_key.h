@@ -1,0 +1,43 @@
+// The public half of a key, from the blob that the module exports, in the forms that other programs read.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "kelvaroctl/text.h"
+
+namespace kelvaroctl {
+
+// A curve that has a name in CNG, in JSON Web Keys and in DER.
+struct Curve {
+    const char* jwkName;  // P-256
+    ULONG ecdsaMagic;
+    ULONG ecdhMagic;
+    size_t width;  // bytes of a coordinate
+    Bytes objectId;
+};
+
+struct PublicKey {
+    bool isRsa = false;
+    Bytes modulus;   // RSA; no leading zeros
+    Bytes exponent;  // likewise
+    const Curve* curve = nullptr;
+    Bytes x;  // of the curve's width
+    Bytes y;
+};
+
+// Throws a failure when the blob is malformed or its curve has no name.
+PublicKey ParsePublicBlob(const Bytes& blob);
+
+Bytes SubjectPublicKeyInfo(const PublicKey& key);
+std::string PemText(const Bytes& der, const std::string& label);
+// kid: the key's name.
+nlohmann::ordered_json JsonWebKey(const PublicKey& key, const std::string& kid);
+// SHA-256 of the SubjectPublicKeyInfo, hexadecimal.
+std::string Fingerprint(const PublicKey& key);
+
+// "RSA 2048" or "P-256"
+std::string Describe(const PublicKey& key);
+size_t BitLength(const PublicKey& key);
+
+}  // namespace kelvaroctl

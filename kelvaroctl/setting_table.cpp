@@ -1,0 +1,186 @@
+#include "kelvaroctl/setting_table.h"
+
+#include <charconv>
+
+namespace kelvaroctl {
+
+const Setting kSettings[] = {
+    {"KeyVault", SettingKind::Text, 1024, 0, false, false, "%G",
+     "the vault's short name; %D: the machine's DNS name, %G: named after the signed-in identity"},
+    {"AuthenticationType", SettingKind::Number, 4, 3, false, false, "1",
+     "sign-in: 1 managed identity, 2 client credentials, 3 client credentials, then managed identity"},
+    {"TenantId", SettingKind::Text, 1024, 0, false, false, "", "directory tenant of the application"},
+    {"ClientId", SettingKind::Text, 1024, 0, false, false, "", "application (client) id"},
+    {"ClientSecret", SettingKind::Secret, 1024, 0, false, false, "", "the application's secret"},
+    {"ClientDPAPISecret", SettingKind::ProtectedSecret, 8192, 0, false, false, "", "the secret in protected form"},
+    {"ClientCertID", SettingKind::Text, 1024, 0, false, false, "", "id of a client certificate; not used"},
+    {"DoDeletePurge", SettingKind::Number, 4, 1, false, false, "0", "0: a deleted key is purged as well, 1: it is not"},
+    {"CertificatesOrKeys", SettingKind::Number, 4, 1, false, false, "0",
+     "0: keys live in the vault as certificates, 1: as plain keys"},
+    {"ExportableOption", SettingKind::Number, 4, 1, false, false, "0",
+     "0: a host that asks for an exportable key is refused, 1: the wish is accepted and has no effect"},
+    {"LoggingLevel", SettingKind::Number, 4, 10, true, true, "0",
+     "level of the log file: 0 off, 1 errors, 2 warnings, 4 calls, 8 steps, 10 everything"},
+    {"EVLoggingLevel", SettingKind::Number, 4, 10, true, true, "0", "the same for the event log"},
+    {"EventLog", SettingKind::Text, 256, 0, true, true, "Application", "name of the event source"},
+    {"LogfilePath", SettingKind::Text, 512, 0, true, false, "C:", "folder of the log files, no backslash at its end"},
+    {"FromKVLastSyncTime", SettingKind::StateNumber, 4, 0xFFFFFFFF, true, false, "", "last certificate sync"},
+    {"CertSync", SettingKind::StateText, 0, 0, false, false, "", "certificates that count as in step"},
+    {nullptr, SettingKind::Text, 0, 0, false, false, nullptr, nullptr},
+};
+
+const Setting* FindSetting(std::string_view name)
+{
+    for (const Setting* setting = kSettings; setting->name; ++setting) {
+        if (EqualIgnoringCase(name, setting->name))
+            return setting;
+    }
+    return nullptr;
+}
+
+bool IsText(const Setting& setting)
+{
+    return setting.kind != SettingKind::Number && setting.kind != SettingKind::StateNumber;
+}
+
+bool IsState(const Setting& setting)
+{
+    return setting.kind == SettingKind::StateNumber || setting.kind == SettingKind::StateText ||
+           setting.kind == SettingKind::ProtectedSecret;
+}
+
+static bool IsNamed(const Setting& setting, std::string_view name)
+{
+    return setting.name == name;
+}
+
+static bool IsVaultCharacter(WCHAR ch)
+{
+    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') || ch == '-';
+}
+
+static std::string VaultTemplateProblem(const WideText& value)
+{
+    bool expands = false;
+    for (size_t at = 0; at < value.size(); ++at) {
+        if (value[at] == '.')
+            return "a vault's name has no dots: give the short name, \"contoso\", not its host name";
+        if (value[at] == '%') {
+            const WCHAR escape = at + 1 < value.size() ? value[++at] : WCHAR{0};
+            if (escape != 'D' && escape != 'G')
+                return "behind a % only D and G have a meaning";
+            if (escape == 'G' && value.size() != 2)
+                return "%G only works alone: it stands for the whole name";
+            expands = true;
+        } else if (!IsVaultCharacter(value[at])) {
+            return "a vault's name is made of letters, digits and hyphens";
+        }
+    }
+    if (!expands && (value.size() < 3 || value.size() > 24))
+        return "a vault's name has 3 to 24 characters";
+    return "";
+}
+
+// The sign-in request carries these as they stand.
+static bool HasReserved(const WideText& value)
+{
+    return value.find_first_of(TEXT(" /?#&%+=\"\\")) != WideText::npos;
+}
+
+static std::string FolderProblem(const WideText& value)
+{
+    if (value.back() == '\\' || value.back() == '/')
+        return "give the folder without a separator at its end";
+    const bool drive = value.size() >= 2 && value[1] == ':';
+    if (!drive && value[0] != '/' && value[0] != '\\')
+        return "give the folder's full path: hosts run in many places";
+    return "";
+}
+
+std::string TextProblem(const Setting& setting, const WideText& value)
+{
+    const size_t size = (value.size() + 1) * sizeof(WCHAR);
+    if (value.empty())
+        return "the value is empty; to take a setting away there is 'kelvaroctl config unset'";
+    for (const WCHAR ch : value) {
+        if (ch < ' ' || ch == 0x7F)
+            return "the value holds a control character";
+    }
+    if (setting.limit && size > setting.limit) {
+        return "the value has " + std::to_string(value.size()) + " characters, and at most " +
+               std::to_string(setting.limit / sizeof(WCHAR) - 1) + " are read";
+    }
+    if (IsNamed(setting, "KeyVault"))
+        return VaultTemplateProblem(value);
+    if ((IsNamed(setting, "TenantId") || IsNamed(setting, "ClientId")) && HasReserved(value))
+        return "the value holds a character that no tenant or client id has";
+    if (IsNamed(setting, "LogfilePath"))
+        return FolderProblem(value);
+    return "";
+}
+
+std::string NumberProblem(const Setting& setting, DWORD value)
+{
+    if (value <= setting.maximum)
+        return "";
+    return "the value must be a number from 0 to " + std::to_string(setting.maximum);
+}
+
+std::string TextWarning(const Setting& setting, const WideText& value)
+{
+    if (setting.kind == SettingKind::Secret && value.find_first_of(TEXT(" &+%=#")) != WideText::npos) {
+        return "the secret holds a blank or one of & + % = #, which the sign-in request carries as they stand: the "
+               "directory will hardly accept it; make another secret if sign-in is refused";
+    }
+    return "";
+}
+
+std::optional<DWORD> ParseNumber(const std::string& text)
+{
+    const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* const begin = text.data() + (hexadecimal ? 2 : 0);
+    const char* const end = text.data() + text.size();
+    uint32_t number = 0;
+    const auto result = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
+    if (result.ec != std::errc() || result.ptr != end || begin == end)
+        return std::nullopt;
+    return number;
+}
+
+static std::string Utc(int64_t unixTime)
+{
+    const time_t seconds = static_cast<time_t>(unixTime);
+    const struct tm* const parts = gmtime(&seconds);
+    char text[40];
+    return parts && strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S UTC", parts) ? text : "";
+}
+
+std::string NumberMeaning(const Setting& setting, DWORD value)
+{
+    if (IsNamed(setting, "AuthenticationType")) {
+        // The module reads the two low bits; without a value it takes 1.
+        switch (value ? value & 3 : 1) {
+            case 1:
+                return "managed identity";
+            case 2:
+                return "client credentials";
+            case 3:
+                return "client credentials, then managed identity";
+            default:
+                return "no sign-in method: every sign-in fails";
+        }
+    }
+    if (IsNamed(setting, "DoDeletePurge"))
+        return value ? "deleted keys can be recovered" : "deleted keys are purged as well";
+    if (IsNamed(setting, "CertificatesOrKeys"))
+        return value ? "plain keys" : "keys as certificates";
+    if (IsNamed(setting, "ExportableOption"))
+        return value == 0   ? "exportable keys are refused"
+               : value == 1 ? "exportable keys are accepted, without effect"
+                            : "every export policy is refused";
+    if (setting.kind == SettingKind::StateNumber && value)
+        return "last certificate sync " + Utc(static_cast<int64_t>(value) - 600);
+    return "";
+}
+
+}  // namespace kelvaroctl

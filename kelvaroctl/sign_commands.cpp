@@ -1,0 +1,163 @@
+#include "kelvaroctl/sign_commands.h"
+
+#include "kelvaroctl/der.h"
+#include "kelvaroctl/files.h"
+#include "kelvaroctl/hash.h"
+#include "kelvaroctl/signature_algorithms.h"
+
+namespace kelvaroctl {
+
+constexpr size_t kLargestDigestFile = 4096;
+constexpr size_t kLargestSignature = 64 * 1024;
+
+namespace {
+struct SignArguments {
+    std::string key;
+    std::string algorithm;
+    std::string input;
+    std::string output;
+    std::string signature;
+    bool digestHex = false;
+    bool der = false;
+};
+
+// The padding information of a call, which the module reads while the call lasts.
+struct Padding {
+    explicit Padding(const SignatureAlgorithm& algorithm)
+    {
+        if (algorithm.family == SignatureFamily::Pkcs1) {
+            pkcs1.pszAlgId = algorithm.hash;
+            info = &pkcs1;
+            flags = BCRYPT_PAD_PKCS1;
+        } else if (algorithm.family == SignatureFamily::Pss) {
+            pss.pszAlgId = algorithm.hash;
+            pss.cbSalt = static_cast<ULONG>(algorithm.digestSize);
+            info = &pss;
+            flags = BCRYPT_PAD_PSS;
+        }
+    }
+    Padding(const Padding&) = delete;
+    Padding& operator=(const Padding&) = delete;
+
+    BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
+    BCRYPT_PSS_PADDING_INFO pss = {};
+    void* info = nullptr;
+    DWORD flags = 0;
+};
+}  // namespace
+
+static Bytes InputDigest(const SignArguments& arguments, const SignatureAlgorithm& algorithm)
+{
+    if (!arguments.digestHex)
+        return FileDigest(algorithm.hash, algorithm.digestSize, arguments.input);
+    const Bytes content = ReadWholeFile(arguments.input, kLargestDigestFile);
+    Bytes digest;
+    if (!ParseHex(std::string(content.begin(), content.end()), &digest))
+        throw UsageFailure(arguments.input + " does not hold a digest in hexadecimal");
+    if (digest.size() != algorithm.digestSize) {
+        throw UsageFailure(arguments.input + " holds a digest of " + std::to_string(digest.size()) + " bytes, and " +
+                           algorithm.name + " takes " + std::to_string(algorithm.digestSize));
+    }
+    return digest;
+}
+
+static const SignatureAlgorithm& AlgorithmOf(const SignArguments& arguments)
+{
+    const SignatureAlgorithm& algorithm = FindSignatureAlgorithm(arguments.algorithm);
+    if (arguments.der && algorithm.family != SignatureFamily::Curve)
+        throw UsageFailure(std::string("--der is for ES256, ES384 and ES512; a signature of ") + algorithm.name +
+                           " has one form only");
+    return algorithm;
+}
+
+static Answer Sign(const Tool& tool, const SignArguments& arguments)
+{
+    const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
+    const Bytes digest = InputDigest(arguments, algorithm);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.key);
+    CheckKeyFits(algorithm, ParsePublicBlob(key.PublicBlob()), arguments.key);
+    const Padding padding(algorithm);
+    Bytes signature = key.Sign(padding.info, digest, padding.flags);
+    if (arguments.der)
+        signature = DerFromRawSignature(signature);
+    Answer answer;
+    answer.object = {{"key", arguments.key},
+                     {"algorithm", algorithm.name},
+                     {"digest", HexText(digest)},
+                     {"form", arguments.der ? "der" : "raw"},
+                     {"signature", Base64(signature)}};
+    answer.text = Base64(signature) + "\n";
+    if (!arguments.output.empty()) {
+        WriteWholeFile(arguments.output, signature);
+        answer.object["file"] = arguments.output;
+        answer.text = "signature of " + std::to_string(signature.size()) + " bytes (" + algorithm.name +
+                      ") written to " + arguments.output + "\n";
+    }
+    return answer;
+}
+
+// Puts a signature into the form that the vault takes. A reason when no signature of this key can look like that.
+static std::string BringIntoForm(const SignArguments& arguments, const PublicKey& key, Bytes* signature)
+{
+    if (arguments.der) {
+        const Bytes der = *signature;
+        return RawFromDerSignature(der, key.curve->width, signature) ? "" : "it is no signature in DER";
+    }
+    if (signature->size() == SignatureSize(key))
+        return "";
+    return "it has " + std::to_string(signature->size()) + " bytes, and this key's have " +
+           std::to_string(SignatureSize(key));
+}
+
+static Answer Verify(const Tool& tool, const SignArguments& arguments)
+{
+    const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
+    const Bytes digest = InputDigest(arguments, algorithm);
+    Bytes signature = ReadWholeFile(arguments.signature, kLargestSignature);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.key);
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    CheckKeyFits(algorithm, publicKey, arguments.key);
+    std::string reason = BringIntoForm(arguments, publicKey, &signature);
+    const Padding padding(algorithm);
+    if (reason.empty() && !key.Verify(padding.info, digest, signature, padding.flags))
+        reason = "it is not this key's over this data";
+    const bool good = reason.empty();
+    Answer answer;
+    answer.object = {
+        {"key", arguments.key}, {"algorithm", algorithm.name}, {"digest", HexText(digest)}, {"valid", good}};
+    if (!good)
+        answer.object["reason"] = reason;
+    answer.text = good ? "good signature\n" : "bad signature: " + reason + "\n";
+    answer.exit = good ? ExitCode::Ok : ExitCode::Negative;
+    return answer;
+}
+
+static void AddCommonOptions(CLI::App& command, SignArguments& arguments)
+{
+    command.add_option("--key", arguments.key, "the key's name")->required()->type_name("NAME");
+    command.add_option("--alg", arguments.algorithm, SignatureAlgorithmNames() + " (RSNULL: SHA-1 with PKCS#1)")
+        ->required()
+        ->type_name("ALG");
+    command.add_option("--in", arguments.input, "the signed data")->required()->type_name("FILE");
+    command.add_flag("--digest-hex", arguments.digestHex, "FILE holds the data's digest, in hexadecimal");
+    command.add_flag("--der", arguments.der, "curve signatures as openssl has them, not as r and s side by side");
+}
+
+void AddSignCommands(CLI::App& app, Tool& tool)
+{
+    const auto arguments = std::make_shared<SignArguments>();
+    CLI::App* const sign = app.add_subcommand("sign", "sign a file");
+    AddCommonOptions(*sign, *arguments);
+    sign->add_option("--out", arguments->output, "where the signature goes; else Base64 on standard output")
+        ->type_name("FILE");
+    sign->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Sign(tool, *arguments); }; });
+
+    CLI::App* const verify = app.add_subcommand("verify", "verify a file's signature; exit code 1 for a bad one");
+    AddCommonOptions(*verify, *arguments);
+    verify->add_option("--signature", arguments->signature, "the signature")->required()->type_name("FILE");
+    verify->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Verify(tool, *arguments); }; });
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,52 @@
+#include "kelvaroctl/signature_algorithms.h"
+
+#include "kelvaroctl/failure.h"
+
+namespace kelvaroctl {
+
+static const SignatureAlgorithm kAlgorithms[] = {
+    {"RS256", SignatureFamily::Pkcs1, BCRYPT_SHA256_ALGORITHM, 32, nullptr},
+    {"RS384", SignatureFamily::Pkcs1, BCRYPT_SHA384_ALGORITHM, 48, nullptr},
+    {"RS512", SignatureFamily::Pkcs1, BCRYPT_SHA512_ALGORITHM, 64, nullptr},
+    {"PS256", SignatureFamily::Pss, BCRYPT_SHA256_ALGORITHM, 32, nullptr},
+    {"PS384", SignatureFamily::Pss, BCRYPT_SHA384_ALGORITHM, 48, nullptr},
+    {"PS512", SignatureFamily::Pss, BCRYPT_SHA512_ALGORITHM, 64, nullptr},
+    {"ES256", SignatureFamily::Curve, BCRYPT_SHA256_ALGORITHM, 32, "P-256"},
+    {"ES384", SignatureFamily::Curve, BCRYPT_SHA384_ALGORITHM, 48, "P-384"},
+    {"ES512", SignatureFamily::Curve, BCRYPT_SHA512_ALGORITHM, 64, "P-521"},
+    {"RSNULL", SignatureFamily::Pkcs1, BCRYPT_SHA1_ALGORITHM, 20, nullptr},
+};
+
+const SignatureAlgorithm& FindSignatureAlgorithm(const std::string& name)
+{
+    for (const SignatureAlgorithm& algorithm : kAlgorithms) {
+        if (EqualIgnoringCase(std::string_view(name), algorithm.name))
+            return algorithm;
+    }
+    throw UsageFailure("there is no signature algorithm '" + name + "'; there are " + SignatureAlgorithmNames());
+}
+
+std::string SignatureAlgorithmNames()
+{
+    std::string names;
+    for (const SignatureAlgorithm& algorithm : kAlgorithms)
+        names += std::string(names.empty() ? "" : ", ") + algorithm.name;
+    return names;
+}
+
+void CheckKeyFits(const SignatureAlgorithm& algorithm, const PublicKey& key, const std::string& keyName)
+{
+    const std::string wanted = algorithm.curve ? algorithm.curve : "RSA";
+    const std::string found = key.isRsa ? "RSA" : key.curve->jwkName;
+    if (wanted != found) {
+        throw UsageFailure(std::string(algorithm.name) + " needs a key of " + wanted + ", and '" + keyName + "' is " +
+                           Describe(key));
+    }
+}
+
+size_t SignatureSize(const PublicKey& key)
+{
+    return key.isRsa ? key.modulus.size() : 2 * key.curve->width;
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,29 @@
+// The terminal, if there is one.
+#pragma once
+
+#include <string>
+
+namespace kelvaroctl {
+
+bool ErrorOutputIsTerminal();
+
+// One line of standard input, without its end. On a terminal `prompt` is written to standard error and nothing is
+// echoed. Throws a usage failure at the end of the input.
+std::string ReadSecretLine(const std::string& prompt);
+
+// A line on standard error that is written over and over; silent when that is no terminal. Cleared at its end.
+class ProgressLine {
+  public:
+    ProgressLine();
+    ~ProgressLine();
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+
+    void Show(const std::string& text);
+
+  private:
+    bool terminal_;
+    size_t shown_ = 0;
+};
+
+}  // namespace kelvaroctl

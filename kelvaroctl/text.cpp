@@ -1,0 +1,186 @@
+#include "kelvaroctl/text.h"
+
+#include <algorithm>
+
+#include "kelvaroctl/failure.h"
+
+namespace kelvaroctl {
+
+WideText ToWide(std::string_view text)
+{
+    if (text.empty())
+        return WideText();
+    const int length = static_cast<int>(text.size());
+    const int size = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, nullptr, 0);
+    if (size <= 0)
+        throw UsageFailure("a text is not well-formed UTF-8");
+    WideText wide(static_cast<size_t>(size), 0);
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, wide.data(), size);
+    return wide;
+}
+
+std::string ToNarrow(WideView text)
+{
+    if (text.empty())
+        return std::string();
+    const int length = static_cast<int>(text.size());
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<size_t>(std::max(size, 0)), 0);
+    if (size > 0)
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, narrow.data(), size, nullptr, nullptr);
+    return narrow;
+}
+
+bool EqualIgnoringCase(WideView first, WideView second)
+{
+    return CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
+                                static_cast<int>(second.size()), TRUE) == CSTR_EQUAL;
+}
+
+static char LowerAscii(char ch)
+{
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+}
+
+bool EqualIgnoringCase(std::string_view first, std::string_view second)
+{
+    return std::equal(first.begin(), first.end(), second.begin(), second.end(),
+                      [](char left, char right) { return LowerAscii(left) == LowerAscii(right); });
+}
+
+static const char kHexDigits[] = "0123456789abcdef";
+
+static void AppendEscape(std::string* text, unsigned value)
+{
+    *text += "\\x";
+    *text += kHexDigits[(value >> 4) & 15];
+    *text += kHexDigits[value & 15];
+}
+
+std::string Printable(std::string_view text)
+{
+    std::string result;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const unsigned char ch = static_cast<unsigned char>(text[at]);
+        const unsigned char next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
+        if (ch < 0x20 || ch == 0x7F) {
+            AppendEscape(&result, ch);
+        } else if (ch == 0xC2 && next >= 0x80 && next < 0xA0) {
+            AppendEscape(&result, next);
+            ++at;
+        } else {
+            result += static_cast<char>(ch);
+        }
+    }
+    return result;
+}
+
+std::string HexText(const Bytes& bytes)
+{
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (const BYTE byte : bytes) {
+        text += kHexDigits[byte >> 4];
+        text += kHexDigits[byte & 15];
+    }
+    return text;
+}
+
+std::string HexNumber(DWORD number)
+{
+    std::string text = "0x";
+    for (int shift = 28; shift >= 0; shift -= 4) {
+        const char digit = kHexDigits[(number >> shift) & 15];
+        text += digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
+    }
+    return text;
+}
+
+static int HexValue(char ch)
+{
+    const char lower = LowerAscii(ch);
+    if (lower >= '0' && lower <= '9')
+        return lower - '0';
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+bool ParseHex(std::string_view text, Bytes* bytes)
+{
+    bytes->clear();
+    int high = -1;
+    for (const char ch : text) {
+        if (ch == ' ' || ch == '\t' || ch == '\r' || ch == '\n')
+            continue;
+        const int value = HexValue(ch);
+        if (value < 0)
+            return false;
+        if (high < 0) {
+            high = value;
+        } else {
+            bytes->push_back(static_cast<BYTE>(high * 16 + value));
+            high = -1;
+        }
+    }
+    return high < 0;
+}
+
+static std::string EncodeBase64(const Bytes& bytes, const char* lastTwo, bool fill)
+{
+    const std::string alphabet =
+        std::string("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789") + lastTwo;
+    std::string text;
+    for (size_t at = 0; at < bytes.size(); at += 3) {
+        const size_t count = std::min<size_t>(3, bytes.size() - at);
+        unsigned group = 0;
+        for (size_t index = 0; index < 3; ++index)
+            group = group << 8 | (index < count ? bytes[at + index] : 0U);
+        for (size_t index = 0; index < 4; ++index) {
+            if (index <= count)
+                text += alphabet[(group >> (18 - 6 * index)) & 63];
+            else if (fill)
+                text += '=';
+        }
+    }
+    return text;
+}
+
+std::string Base64(const Bytes& bytes)
+{
+    return EncodeBase64(bytes, "+/", true);
+}
+
+std::string Base64Url(const Bytes& bytes)
+{
+    return EncodeBase64(bytes, "-_", false);
+}
+
+// Characters as a terminal counts them, near enough: code points.
+static size_t DisplayWidth(const std::string& text)
+{
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(),
+                                             [](char ch) { return (static_cast<unsigned char>(ch) & 0xC0) != 0x80; }));
+}
+
+std::string Columns(const std::vector<std::vector<std::string>>& rows, size_t indent)
+{
+    std::vector<size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t column = 0; column < row.size(); ++column)
+            widths[column] = std::max(widths[column], DisplayWidth(row[column]));
+    }
+    std::string text;
+    for (const auto& row : rows) {
+        std::string line(indent, ' ');
+        for (size_t column = 0; column < row.size(); ++column) {
+            line += row[column];
+            if (column + 1 < row.size())
+                line.append(widths[column] - DisplayWidth(row[column]) + 2, ' ');
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    }
+    return text;
+}
+
+}  // namespace kelvaroctl

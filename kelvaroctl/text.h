@@ -1,0 +1,37 @@
+// Texts between the tool (UTF-8) and the platform (UTF-16), and the written forms of bytes.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace kelvaroctl {
+
+using WideText = std::basic_string<WCHAR>;
+using WideView = std::basic_string_view<WCHAR>;
+using Bytes = std::vector<BYTE>;
+
+// Throws a usage failure when `text` is not well-formed UTF-8.
+WideText ToWide(std::string_view text);
+// Lone surrogates become U+FFFD.
+std::string ToNarrow(WideView text);
+
+bool EqualIgnoringCase(WideView first, WideView second);
+bool EqualIgnoringCase(std::string_view first, std::string_view second);  // ASCII letters only
+
+// For a terminal: control characters are written as \xNN, so that a name from the vault cannot move the cursor.
+std::string Printable(std::string_view text);
+
+std::string HexText(const Bytes& bytes);             // lower case
+std::string HexNumber(DWORD number);                 // 0x80090011
+bool ParseHex(std::string_view text, Bytes* bytes);  // white space is skipped
+std::string Base64(const Bytes& bytes);
+std::string Base64Url(const Bytes& bytes);  // without fill
+
+// Rows with their columns under each other, two blanks between; the last column as it is. Each row ends in a line feed.
+std::string Columns(const std::vector<std::vector<std::string>>& rows, size_t indent = 0);
+
+}  // namespace kelvaroctl

@@ -1,0 +1,107 @@
+#include <string.h>
+
+#include "keyvault/endpoints.h"
+#include "keyvault/join.h"
+#include "keyvault/signin.h"
+#include "keyvault/web_call.h"
+#include "support/codepage.h"
+#include "support/log.h"
+#include "support/random_uuid.h"
+#include "support/text.h"
+
+namespace {
+
+// Replaces loginUrl and resource. False: no memory.
+bool SetEndpoints(KVC* kvc)
+{
+    LogString(TEXT("KVCGetLoginUrl called"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
+    SecretStrPtr loginUrl = JoinText(0, {kSignInBaseUrl, KVCText(kvc->tenant)});
+    SecretStrPtr resource = JoinText(0, {kVaultResource});
+    if (!loginUrl || !resource)
+        return false;
+    BldStrWipeFree(kvc->loginUrl);
+    kvc->loginUrl = loginUrl.release();
+    BldStrWipeFree(kvc->resource);
+    kvc->resource = resource.release();
+    LogStrings(TEXT("KVCGetLoginUrl Success"), kvc->loginUrl->cStr, kvc->resource->cStr, LOG_DETAIL_LEVEL);
+    return true;
+}
+
+// Splits the sign-in URL into its host and the token path behind it. False: no such URL, or no memory.
+bool SplitLoginUrl(const WCHAR* url, SecretStrPtr& host, SecretStrPtr& path)
+{
+    constexpr TextView kScheme(TEXT("https://"));
+    const TextView text = View(url);
+    const size_t scheme = text.find(kScheme);
+    if (scheme == TextView::npos)
+        return false;
+    const size_t begin = scheme + kScheme.size();
+    const size_t end = text.find(TEXT('/'), begin);
+    if (end == TextView::npos)
+        return false;
+    host = JoinText(0, {url + begin});
+    path = JoinText(0, {url + end, TEXT("/oauth2/token")});
+    if (!host || !path)
+        return false;
+    host->length = static_cast<DWORD>(end - begin);
+    host->cStr[host->length] = 0;
+    return true;
+}
+
+SecretStrPtr FormBody(const KVC* kvc)
+{
+    const WCHAR* secret = KVCText(kvc->clientSecret);
+    return JoinText(
+        0, {TEXT("resource="), kvc->resource->cStr, TEXT("&grant_type=client_credentials"), TEXT("&client_id="),
+            KVCText(kvc->clientId), *secret ? TEXT("&client_secret=") : nullptr, secret});
+}
+
+SecretStrPtr HeaderBlock()
+{
+    constexpr DWORD kHeaderBlockChars = 1000;
+    WCHAR requestId[kUuidTextChars];
+    NewUuidText(requestId);
+    return JoinText(
+        kHeaderBlockChars,
+        {TEXT("Content-Type: application/x-www-form-urlencoded\r\n"), TEXT("Accept: application/json\r\n"),
+         TEXT("return-client-request-id: true\r\n"), TEXT("client-request-id: "), requestId, TEXT("\r\n\r\n")});
+}
+
+// The sign-in endpoint's answer; NULL when the request could not be made up or no record came back.
+KVCResponsePtr AskForToken(const KVC* kvc)
+{
+    SecretStrPtr host;
+    SecretStrPtr path;
+    if (!SplitLoginUrl(kvc->loginUrl->cStr, host, path))
+        return nullptr;
+    SecretStrPtr form = FormBody(kvc);
+    const SecretStrPtr headers = HeaderBlock();
+    if (!form || !headers)
+        return nullptr;
+    const SecretBytesPtr formBytes(WStrToBytesStr(form->cStr));
+    form.reset();
+    return KVCResponsePtr(KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, host->cStr, path->cStr, TEXT("POST"), headers->cStr,
+                                       formBytes.get()));
+}
+
+}  // namespace
+
+bool SignInWithClientCredentials(KVC* kvc)
+{
+    LogString(TEXT("KVCAuthenticate KVCKeyCert"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
+    if (!SetEndpoints(kvc))
+        return false;
+    const KVCResponsePtr response = AskForToken(kvc);
+    const DWORD error = GetLastError();
+    if (!response || response->status != HTTP_OK) {
+        LogError(TEXT("KVCAuthenticate KVCDoWebCall failure"), DWORD{1}, LOG_ERROR_LEVEL);
+        return false;
+    }
+    if (!response->body) {
+        LogError(TEXT("KVCAuthenticate WStrToBytesStr failure"), error, LOG_ERROR_LEVEL);
+        return false;
+    }
+    const bool signedIn = TakeTokenAnswer(kvc, response->body).accessToken;
+    Wipe(response->body, strlen(response->body));
+    return signedIn;
+}

@@ -1,0 +1,105 @@
+// The two forms of key names.
+//
+// A vault takes letters, digits and "-" only. A clear name that has nothing else and no "-" in front goes there as it
+// is; any other is coded: "-", then three digits to the base of 50 for each code unit, lowest first, filled up with "z"
+// to 43 characters, so that no coded name is as short as a plain one.
+#include "keyvault/kvkey.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr WCHAR kCodedMark = '-';
+constexpr WCHAR kFiller = 'z';
+constexpr WCHAR kHighestSymbol = 'x';  // of digit 49
+constexpr WCHAR kForeignSymbol = 'y';  // never in a coded name
+constexpr size_t kShortestCoded = 43;
+constexpr size_t kPlaces = 3;
+constexpr int kWeights[kPlaces] = {1, 50, 2500};
+
+bool IsPlainCharacter(WCHAR ch)
+{
+    return (ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9') || ch == '-';
+}
+
+bool NeedsCode(TextView clearName)
+{
+    if (!clearName.empty() && clearName[0] == kCodedMark)
+        return true;
+    for (const WCHAR ch : clearName) {
+        if (!IsPlainCharacter(ch))
+            return true;
+    }
+    return false;
+}
+
+WCHAR SymbolOf(int digit)
+{
+    return static_cast<WCHAR>(digit < 26 ? 'A' + digit : 'a' + (digit - 26));
+}
+
+int DigitOf(WCHAR symbol)
+{
+    return symbol < '[' ? symbol - 'A' : symbol - 'a' + 26;
+}
+
+// Reads the triple at `at`, as far as the text goes; *value is 0 behind the last one. False when it is malformed.
+bool ReadTriple(TextView coded, size_t at, int* value)
+{
+    *value = 0;
+    for (size_t place = 0; place < kPlaces && at + place < coded.size(); place++) {
+        const WCHAR symbol = coded[at + place];
+        if (symbol == kFiller)
+            return place == 0;
+        if (symbol > kHighestSymbol)
+            return false;
+        *value += DigitOf(symbol) * kWeights[place];
+    }
+    return true;
+}
+
+}  // namespace
+
+int KVCConvertClearKeyNameToEncoded(const WCHAR* clearName, WCHAR* encodedName, int* pEncoded)
+{
+    const TextView clear = View(clearName);
+    if (clear.size() > kClearNameLimit)
+        return 0;
+    if (!NeedsCode(clear)) {
+        TextCopyCut(encodedName, kEncodedNameChars, clear);
+        *pEncoded = 0;
+        return 1;
+    }
+    encodedName[0] = kCodedMark;
+    for (size_t i = 1; i < kEncodedNameChars; i++)
+        encodedName[i] = i < kShortestCoded ? kFiller : WCHAR{0};
+    for (size_t i = 0; i < clear.size(); i++) {
+        for (size_t place = 0; place < kPlaces; place++)
+            encodedName[1 + kPlaces * i + place] = SymbolOf(clear[i] / kWeights[place] % 50);
+    }
+    *pEncoded = 1;
+    return 1;
+}
+
+int KVCConvertEncodedKeyNameToClear(const WCHAR* encodedName, WCHAR* clearName, int* pEncoded)
+{
+    const TextView encoded = View(encodedName);
+    for (size_t i = 0; i < kClearNameChars; i++)
+        clearName[i] = 0;
+    // A long name that we cannot have made is somebody else's and keeps its head.
+    if (encoded.size() <= kClearNameLimit || encoded[0] != kCodedMark ||
+        encoded.find(kForeignSymbol) != TextView::npos) {
+        TextCopyCut(clearName, kClearNameChars, encoded);
+        *pEncoded = 0;
+        return 1;
+    }
+    for (size_t i = 0; i < kClearNameLimit; i++) {
+        int value = 0;
+        if (!ReadTriple(encoded, 1 + kPlaces * i, &value))
+            return 0;
+        if (value == 0)
+            break;
+        clearName[i] = static_cast<WCHAR>(value);
+    }
+    *pEncoded = 1;
+    return 1;
+}

@@ -1,0 +1,182 @@
+#include <stdio.h>
+#include <string.h>
+
+#include "keyvault/endpoints.h"
+#include "keyvault/join.h"
+#include "keyvault/signin.h"
+#include "keyvault/web_call.h"
+#include "support/clock.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr INTERNET_PORT kArcPort = 40342;
+constexpr DWORD kEndpointChars = 500;
+constexpr DWORD kHostChars = 200;
+constexpr size_t kRealmChars = 260;
+constexpr size_t kSecretFileLimit = 2000;
+constexpr DWORD kRepeatWaitMs = 1000;
+constexpr DWORD kPathChars = 200;
+constexpr DWORD kHeaderBlockChars = 1000;
+
+// State of one sign-in.
+struct IdentityCall {
+    WCHAR identityHost[kHostChars] = {};
+    INTERNET_PORT identityPort = INTERNET_DEFAULT_HTTP_PORT;
+    SecretStrPtr identityPath;
+    SecretStrPtr identityHeaders;
+    bool arcChallengeOpen = true;
+    LONG attemptsLeft = 240;
+};
+
+void FindEndpoint(IdentityCall& call)
+{
+    TextCopy(call.identityHost, kHostChars, View(kInstanceMetadataHost));
+    WCHAR endpoint[kEndpointChars] = {};
+    const DWORD length = GetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), endpoint, kEndpointChars);
+    if (length == 0 || length >= kEndpointChars)
+        return;
+    LogString(TEXT("KVCAuthenticate MSIAuthenticate - Found IDENTITY_ENDPOINT Environment"), endpoint, LOG_STEP_LEVEL);
+    WCHAR host[kHostChars] = {};
+    URL_COMPONENTS parts = {};
+    parts.dwStructSize = sizeof(parts);
+    parts.lpszHostName = host;
+    parts.dwHostNameLength = kHostChars;
+    if (!WinHttpCrackUrl(endpoint, 0, ICU_DECODE, &parts))
+        return;
+    TextCopy(call.identityHost, kHostChars, TextView(host));
+    call.identityPort = parts.nPort;
+    LogString(TEXT("KVCAuthenticate MSIAuthenticate - Found Host"), call.identityHost, LOG_STEP_LEVEL);
+}
+
+// False: no memory.
+bool BuildRequest(const KVC* kvc, IdentityCall& call)
+{
+    const WCHAR* clientId = KVCText(kvc->clientId);
+    const WCHAR* version =
+        call.identityPort == kArcPort ? TEXT("&api-version=2020-06-01") : TEXT("&api-version=2018-02-01");
+    call.identityHeaders = JoinText(kHeaderBlockChars, {TEXT("Metadata: True\r\n")});
+    call.identityPath = JoinText(kPathChars, {TEXT("/metadata/identity/oauth2/token?resource="), kVaultResource,
+                                              version, *clientId ? TEXT("&client_id=") : nullptr, clientId});
+    return call.identityHeaders && call.identityPath;
+}
+
+// Reads the file that proves to the service that this process may read it. False when it cannot be read or is too long.
+bool ReadSecretFile(const WCHAR* path, char (&secret)[kSecretFileLimit + 1])
+{
+    FILE* file = _wfopen(path, TEXT("rt"));
+    if (!file)
+        return false;
+    // Without a buffer of its own, which the stream would free with the secret in it.
+    setvbuf(file, nullptr, _IONBF, 0);
+    const size_t size = fread(secret, 1, kSecretFileLimit, file);
+    fclose(file);
+    secret[size] = 0;
+    return size < kSecretFileLimit;
+}
+
+// Puts the content of the secret file into the header block as it is.
+bool AddSecret(const WCHAR* path, IdentityCall& call)
+{
+    char bytes[kSecretFileLimit + 1] = {};
+    WCHAR text[kSecretFileLimit + 1] = {};
+    SecretStrPtr headers;
+    if (ReadSecretFile(path, bytes)) {
+        TextWriter(text, kSecretFileLimit + 1).Bytes(bytes);
+        headers = JoinText(kHeaderBlockChars,
+                           {call.identityHeaders->cStr, TEXT("Authorization: Basic "), text, TEXT("\r\n")});
+    } else {
+        LogString(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not open secret file"), path, LOG_ERROR_LEVEL);
+    }
+    Wipe(bytes, sizeof(bytes));
+    Wipe(text, sizeof(text));
+    if (!headers)
+        return false;
+    call.identityHeaders = std::move(headers);
+    return true;
+}
+
+// Answers the challenge in a response head. False ends the method; true asks for a repeat, also when the head names no
+// file.
+bool AnswerChallenge(const WCHAR* head, IdentityCall& call)
+{
+    constexpr TextView kRealm(TEXT("Basic realm="));
+    LogLine(TEXT("KVCAuthenticate MSIAuthenticate Arc Retry"), LOG_STEP_LEVEL);
+    call.arcChallengeOpen = false;
+    const TextView text = View(head);
+    const size_t realm = text.find(kRealm);
+    if (realm == TextView::npos) {
+        LogLine(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not find Arc Basic realm 2"), LOG_ERROR_LEVEL);
+        call.arcChallengeOpen = true;
+        return true;
+    }
+    const size_t begin = realm + kRealm.size();
+    const size_t end = text.find(TEXT("\r\n"), begin);
+    if (end == TextView::npos) {
+        LogLine(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not find Arc Basic realm 1"), LOG_ERROR_LEVEL);
+        call.arcChallengeOpen = true;
+        return true;
+    }
+    WCHAR path[kRealmChars] = {};
+    if (!TextCopy(path, kRealmChars, text.substr(begin, end - begin))) {
+        TextCopyCut(path, kRealmChars, text.substr(begin));
+        LogString(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not open secret file"), path, LOG_ERROR_LEVEL);
+        return false;
+    }
+    return AddSecret(path, call);
+}
+
+void LogRefusal(const KVCResponse* response)
+{
+    LogError(TEXT("KVCAuthenticate MSIAuthenticate failure - Return Code"), response->status, LOG_ERROR_LEVEL);
+    if (response->body && response->headers)
+        LogAscii(TEXT("KVCAuthenticate MSIAuthenticate failure - Return String"), response->body);
+}
+
+enum class Step { kSignedIn, kFailed, kRepeat };
+
+Step Evaluate(KVC* kvc, IdentityCall& call, KVCResponse* response)
+{
+    if (response->status == HTTP_OK) {
+        const TokenAnswer taken = TakeTokenAnswer(kvc, response->body);
+        if (response->body)
+            Wipe(response->body, strlen(response->body));
+        return taken.accessToken || taken.tokenType ? Step::kSignedIn : Step::kFailed;
+    }
+    const bool challenged = response->headers && call.identityPort == kArcPort && call.arcChallengeOpen;
+    if (challenged && AnswerChallenge(response->headers->cStr, call))
+        return Step::kRepeat;
+    LogRefusal(response);
+    return Step::kFailed;
+}
+
+Step Ask(KVC* kvc, IdentityCall& call)
+{
+    const KVCResponsePtr response(KVCDoWebCall(call.identityPort, call.identityHost, call.identityPath->cStr,
+                                               TEXT("GET"), call.identityHeaders->cStr, nullptr));
+    if (response)
+        return Evaluate(kvc, call, response.get());
+    LogLine(TEXT("KVCAuthenticate MSIAuthenticate Response NULL"), LOG_STEP_LEVEL);
+    LogLine(TEXT("KVCAuthenticate MSIAuthenticate failure - Response NULL"), LOG_ERROR_LEVEL);
+    return Step::kFailed;
+}
+
+}  // namespace
+
+bool SignInWithManagedIdentity(KVC* kvc)
+{
+    IdentityCall call;
+    FindEndpoint(call);
+    LogString(TEXT("KVCAuthenticate MSIAuthenticate - Azure or Arc VM"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
+    if (!BuildRequest(kvc, call))
+        return false;
+    for (;;) {
+        const Step step = Ask(kvc, call);
+        if (step != Step::kRepeat)
+            return step == Step::kSignedIn;
+        ClockSleep(kRepeatWaitMs);
+        if (call.attemptsLeft-- == 0)
+            return false;
+    }
+}

@@ -1,0 +1,66 @@
+#include <string.h>
+
+#include "keyvault/json.h"
+#include "keyvault/signin.h"
+#include "support/base64.h"
+#include "support/codepage.h"
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+// The claims of a JSON web token, the text between its first two dots; NULL when it isn't there, or no memory.
+MallocPtr<WCHAR> ClaimsText(const WCHAR* token)
+{
+    const TextView text = View(token);
+    const size_t first = text.find(TEXT('.'));
+    if (first == TextView::npos)
+        return nullptr;
+    const size_t second = text.find(TEXT('.'), first + 1);
+    if (second == TextView::npos)
+        return nullptr;
+    const TextView claims = text.substr(first + 1, second - first - 1);
+    MallocPtr<WCHAR> copy(static_cast<WCHAR*>(calloc(claims.size() + 1, sizeof(WCHAR))));
+    if (copy)
+        claims.copy(copy.get(), claims.size());
+    return copy;
+}
+
+JsonPtr DecodeClaims(const WCHAR* text)
+{
+    BYTE* bytes = nullptr;
+    DWORD size = 0;
+    if (!text || !KVCKelvaro_FromBase64(text, &bytes, &size, 1))
+        return nullptr;
+    // The decoder puts zero bytes behind what it allocates.
+    const MallocPtr<BYTE> owner(bytes);
+    return JsonParse(reinterpret_cast<const char*>(bytes));
+}
+
+// "x" and the object id without its dashes; NULL on any failure.
+BldStrPtr NameFromObjectId(const char* objectId)
+{
+    const MallocPtr<WCHAR> wide(objectId ? BytesStrToWStr(objectId) : nullptr);
+    BldStrPtr name(wide ? BldStrNewStr(TEXT("x")) : nullptr);
+    if (!name || !BldStrCat(name.get(), wide.get()))
+        return nullptr;
+    BldStrRemove(name.get(), TEXT('-'));
+    return name;
+}
+
+}  // namespace
+
+void NameVaultAfterIdentity(KVC* kvc)
+{
+    LogString(TEXT("KVCAuthenticate Found OIDGUID - Replace"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
+    const MallocPtr<WCHAR> text = ClaimsText(KVCText(kvc->accessToken));
+    const JsonPtr claims = DecodeClaims(text.get());
+    const BldStrPtr name = NameFromObjectId(JsonMemberText(claims.get(), "oid"));
+    // A shorter name is no cut one, so it came from no GUID.
+    if (!name || name->length <= kVaultNameLimit)
+        return;
+    name->length = kVaultNameLimit;
+    name->cStr[kVaultNameLimit] = 0;
+    BldStrReplace(kvc->kvname, name->cStr);
+}

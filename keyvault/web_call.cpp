@@ -1,0 +1,207 @@
+#include "keyvault/web_call.h"
+
+#include <string.h>
+
+#include "support/clock.h"
+#include "support/guards.h"
+#include "support/log.h"
+
+namespace {
+
+constexpr int kAttempts = 10;
+constexpr DWORD kRetryWaitMs = 200;
+constexpr DWORD kConnectWaitMs = 20000;
+
+struct InternetCloser {
+    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
+};
+using InternetHandle = std::unique_ptr<void, InternetCloser>;
+
+struct Request {
+    INTERNET_PORT port;
+    const WCHAR* host;
+    const WCHAR* path;
+    const WCHAR* verb;
+    const WCHAR* headers;
+    const char* body;
+};
+
+enum class Outcome { kReceived, kTryAgain, kGivenUp };
+
+void Fail(KVCResponse* response, const WCHAR* message, DWORD error)
+{
+    response->error = error;
+    LogError(message, error, LOG_ERROR_LEVEL);
+}
+
+// The heap doesn't always say why it refuses.
+DWORD HeapError()
+{
+    const DWORD error = GetLastError();
+    return error ? error : DWORD{ERROR_NOT_ENOUGH_MEMORY};
+}
+
+bool Send(HINTERNET handle, const Request& request)
+{
+    const DWORD length = request.body ? static_cast<DWORD>(strlen(request.body)) : 0;
+    return WinHttpSendRequest(handle, request.headers, static_cast<DWORD>(-1), const_cast<char*>(request.body), length,
+                              length, 0);
+}
+
+// Makes room for `more` bytes and a zero byte behind the `size` bytes that the body holds.
+bool Grow(char** body, size_t size, size_t more)
+{
+    if (more > SIZE_MAX - size - 1)
+        return false;
+    char* grown = static_cast<char*>(realloc(*body, size + more + 1));
+    if (!grown)
+        return false;
+    grown[size] = 0;
+    grown[size + more] = 0;
+    *body = grown;
+    return true;
+}
+
+void FailForMemory(KVCResponse* response)
+{
+    Fail(response, TEXT("KVCDoWebCall calloc failure"), HeapError());
+    free(response->body);
+    response->body = nullptr;
+}
+
+void ReadBody(HINTERNET handle, KVCResponse* response)
+{
+    size_t size = 0;
+    if (!Grow(&response->body, 0, 0))
+        return FailForMemory(response);
+    for (;;) {
+        DWORD available = 0;
+        if (!WinHttpQueryDataAvailable(handle, &available))
+            return Fail(response, TEXT("KVCDoWebCall WinHttpQueryDataAvailable"), GetLastError());
+        if (available == 0)
+            return;
+        if (!Grow(&response->body, size, available))
+            return FailForMemory(response);
+        DWORD read = 0;
+        if (!WinHttpReadData(handle, response->body + size, available, &read))
+            return Fail(response, TEXT("KVCDoWebCall WinHttpReadData"), GetLastError());
+        size += read;
+        response->body[size] = 0;
+    }
+}
+
+void ReadStatus(HINTERNET handle, KVCResponse* response)
+{
+    DWORD status = 0;
+    DWORD size = sizeof(status);
+    if (WinHttpQueryHeaders(handle, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
+                            &status, &size, WINHTTP_NO_HEADER_INDEX))
+        response->status = status;
+    else
+        response->error = GetLastError();
+}
+
+BOOL QueryHead(HINTERNET handle, WCHAR* head, DWORD* size)
+{
+    return WinHttpQueryHeaders(handle, WINHTTP_QUERY_RAW_HEADERS_CRLF, WINHTTP_HEADER_NAME_BY_INDEX, head, size,
+                               WINHTTP_NO_HEADER_INDEX);
+}
+
+// False when the head was there but did not come out of the second query.
+bool ReadHead(HINTERNET handle, KVCResponse* response)
+{
+    DWORD size = 0;
+    if (QueryHead(handle, nullptr, &size) || GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+        return true;
+    MallocPtr<WCHAR> head(static_cast<WCHAR*>(calloc(1, size)));
+    if (!head) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpQueryHeaders memory allocation failed"), HeapError());
+        return true;
+    }
+    if (!QueryHead(handle, head.get(), &size)) {
+        response->error = GetLastError();
+        return false;
+    }
+    response->headers = BldStrNewStr(head.get());
+    return true;
+}
+
+Outcome SendFailed(KVCResponse* response, DWORD error)
+{
+    if (error == ERROR_WINHTTP_CANNOT_CONNECT) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds"), error);
+        ClockSleep(kConnectWaitMs);
+    } else {
+        Fail(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed"), error);
+    }
+    return Outcome::kTryAgain;
+}
+
+Outcome Attempt(const Request& request, KVCResponse* response)
+{
+    const InternetHandle session(WinHttpOpen(TEXT("Zandrel Key Storage Provider for Key Vault"),
+                                             WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                                             WINHTTP_NO_PROXY_BYPASS, 0));
+    if (!session) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpOpen Failed"), GetLastError());
+        return Outcome::kGivenUp;
+    }
+    const InternetHandle connection(WinHttpConnect(session.get(), request.host, request.port, 0));
+    if (!connection) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpConnect Failed"), GetLastError());
+        return Outcome::kGivenUp;
+    }
+    const DWORD flags = request.port == INTERNET_DEFAULT_HTTPS_PORT ? WINHTTP_FLAG_SECURE : 0;
+    const InternetHandle handle(WinHttpOpenRequest(connection.get(), request.verb, request.path, nullptr,
+                                                   WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, flags));
+    if (!handle) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpOpenRequest Failed"), GetLastError());
+        return Outcome::kTryAgain;
+    }
+    if (!Send(handle.get(), request))
+        return SendFailed(response, GetLastError());
+    if (!WinHttpReceiveResponse(handle.get(), nullptr)) {
+        Fail(response, TEXT("KVCDoWebCall WinHttpReceiveResponse"), GetLastError());
+        return Outcome::kTryAgain;
+    }
+    ReadBody(handle.get(), response);
+    ReadStatus(handle.get(), response);
+    return ReadHead(handle.get(), response) ? Outcome::kReceived : Outcome::kGivenUp;
+}
+
+}  // namespace
+
+KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* path, const WCHAR* verb,
+                          const WCHAR* headers, const char* body)
+{
+    LogLine(TEXT("KVCDoWebCall"), LOG_STEP_LEVEL);
+    KVCResponsePtr response(static_cast<KVCResponse*>(calloc(1, sizeof(KVCResponse))));
+    if (!response) {
+        LogError(TEXT("KVCDoWebCall allocated response"), GetLastError(), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    const Request request = {port, host, path, verb, headers, body};
+    Outcome outcome = Outcome::kTryAgain;
+    for (int attempt = 0; attempt < kAttempts && outcome == Outcome::kTryAgain; ++attempt) {
+        response->status = 0;
+        response->error = 0;
+        outcome = Attempt(request, response.get());
+        // The tenth failure is waited for too.
+        if (outcome == Outcome::kTryAgain)
+            ClockSleep(kRetryWaitMs);
+    }
+    if (outcome != Outcome::kReceived)
+        LogError(TEXT("KVCDoWebCall failure"), response->error, LOG_ERROR_LEVEL);
+    return response.release();
+}
+
+void KVCFreeResponse(KVCResponse* response)
+{
+    if (!response)
+        return;
+    const LastErrorKeeper keeper;
+    free(response->body);
+    if (response->headers)
+        BldStrFree(response->headers);
+    free(response);
+}

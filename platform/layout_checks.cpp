@@ -1,0 +1,280 @@
+// What others published and this system relies on, pinned against literals: structures, constants, names.
+// Compiled in every build, so that a header that differs stops the build.
+#include <string_view>
+
+#include "platform/cng_provider.h"
+
+namespace {
+
+constexpr bool k64Bit = sizeof(void*) == 8;
+static_assert(k64Bit || sizeof(void*) == 4, "a pointer has 64 or 32 bits");
+
+constexpr size_t BySize(size_t in64Bit, size_t in32Bit)
+{
+    return k64Bit ? in64Bit : in32Bit;
+}
+
+constexpr bool IsText(const WCHAR* published, std::basic_string_view<WCHAR> literal)
+{
+    return std::basic_string_view<WCHAR>(published) == literal;
+}
+
+constexpr DWORD AsCode(HRESULT status)
+{
+    return static_cast<DWORD>(status);
+}
+
+// ---- basic types ----
+
+static_assert(sizeof(WCHAR) == 2);
+static_assert(sizeof(BYTE) == 1 && sizeof(WORD) == 2 && sizeof(DWORD) == 4 && sizeof(ULONG) == 4);
+static_assert(sizeof(LONG) == 4 && sizeof(BOOL) == 4 && sizeof(SECURITY_STATUS) == 4 && sizeof(NTSTATUS) == 4);
+static_assert(static_cast<DWORD>(-1) > 0 && static_cast<LONG>(-1) < 0);
+static_assert(sizeof(HANDLE) == sizeof(void*) && sizeof(HKEY) == sizeof(void*));
+static_assert(sizeof(NCRYPT_PROV_HANDLE) == sizeof(void*) && sizeof(NCRYPT_KEY_HANDLE) == sizeof(void*));
+static_assert(sizeof(FILETIME) == 8 && offsetof(FILETIME, dwHighDateTime) == 4);
+static_assert(sizeof(UUID) == 16 && offsetof(UUID, Data4) == 8);
+
+// ---- the provider's function table ----
+
+static_assert(sizeof(BCRYPT_INTERFACE_VERSION) == 4);
+static_assert(offsetof(BCRYPT_INTERFACE_VERSION, MajorVersion) == 0);
+static_assert(offsetof(BCRYPT_INTERFACE_VERSION, MinorVersion) == 2);
+constexpr BCRYPT_INTERFACE_VERSION kVersion = NCRYPT_KEY_STORAGE_INTERFACE_VERSION;
+static_assert(kVersion.MajorVersion == 1 && kVersion.MinorVersion == 0);
+static_assert(NCRYPT_KEY_STORAGE_INTERFACE == 0x00010001);
+
+static_assert(sizeof(NCRYPT_KEY_STORAGE_FUNCTION_TABLE) == BySize(216, 108));
+static_assert(offsetof(NCRYPT_KEY_STORAGE_FUNCTION_TABLE, Version) == 0);
+#define SLOT_AT(slot, index) \
+    static_assert(offsetof(NCRYPT_KEY_STORAGE_FUNCTION_TABLE, slot) == BySize(8, 4) * (index), #slot)
+SLOT_AT(OpenProvider, 1);
+SLOT_AT(OpenKey, 2);
+SLOT_AT(CreatePersistedKey, 3);
+SLOT_AT(GetProviderProperty, 4);
+SLOT_AT(GetKeyProperty, 5);
+SLOT_AT(SetProviderProperty, 6);
+SLOT_AT(SetKeyProperty, 7);
+SLOT_AT(FinalizeKey, 8);
+SLOT_AT(DeleteKey, 9);
+SLOT_AT(FreeProvider, 10);
+SLOT_AT(FreeKey, 11);
+SLOT_AT(FreeBuffer, 12);
+SLOT_AT(Encrypt, 13);
+SLOT_AT(Decrypt, 14);
+SLOT_AT(IsAlgSupported, 15);
+SLOT_AT(EnumAlgorithms, 16);
+SLOT_AT(EnumKeys, 17);
+SLOT_AT(ImportKey, 18);
+SLOT_AT(ExportKey, 19);
+SLOT_AT(SignHash, 20);
+SLOT_AT(VerifySignature, 21);
+SLOT_AT(PromptUser, 22);
+SLOT_AT(NotifyChangeKey, 23);
+SLOT_AT(SecretAgreement, 24);
+SLOT_AT(DeriveKey, 25);
+SLOT_AT(FreeSecret, 26);
+#undef SLOT_AT
+
+// ---- structures that hosts and the provider exchange ----
+
+static_assert(sizeof(NCryptAlgorithmName) == BySize(24, 16));
+static_assert(offsetof(NCryptAlgorithmName, pszName) == 0);
+static_assert(offsetof(NCryptAlgorithmName, dwClass) == BySize(8, 4));
+static_assert(offsetof(NCryptAlgorithmName, dwAlgOperations) == BySize(12, 8));
+static_assert(offsetof(NCryptAlgorithmName, dwFlags) == BySize(16, 12));
+
+static_assert(sizeof(NCryptKeyName) == BySize(24, 16));
+static_assert(offsetof(NCryptKeyName, pszName) == 0);
+static_assert(offsetof(NCryptKeyName, pszAlgid) == BySize(8, 4));
+static_assert(offsetof(NCryptKeyName, dwLegacyKeySpec) == BySize(16, 8));
+static_assert(offsetof(NCryptKeyName, dwFlags) == BySize(20, 12));
+
+static_assert(sizeof(NCRYPT_SUPPORTED_LENGTHS) == 16);
+static_assert(offsetof(NCRYPT_SUPPORTED_LENGTHS, dwMinLength) == 0);
+static_assert(offsetof(NCRYPT_SUPPORTED_LENGTHS, dwMaxLength) == 4);
+static_assert(offsetof(NCRYPT_SUPPORTED_LENGTHS, dwIncrement) == 8);
+static_assert(offsetof(NCRYPT_SUPPORTED_LENGTHS, dwDefaultLength) == 12);
+
+static_assert(sizeof(NCRYPT_UI_POLICY) == BySize(32, 20));
+static_assert(offsetof(NCRYPT_UI_POLICY, dwVersion) == 0);
+static_assert(offsetof(NCRYPT_UI_POLICY, dwFlags) == 4);
+static_assert(offsetof(NCRYPT_UI_POLICY, pszCreationTitle) == 8);
+static_assert(offsetof(NCRYPT_UI_POLICY, pszFriendlyName) == BySize(16, 12));
+static_assert(offsetof(NCRYPT_UI_POLICY, pszDescription) == BySize(24, 16));
+
+static_assert(sizeof(NCryptBuffer) == BySize(16, 12));
+static_assert(offsetof(NCryptBuffer, cbBuffer) == 0);
+static_assert(offsetof(NCryptBuffer, BufferType) == 4);
+static_assert(offsetof(NCryptBuffer, pvBuffer) == 8);
+static_assert(sizeof(NCryptBufferDesc) == BySize(16, 12));
+static_assert(offsetof(NCryptBufferDesc, ulVersion) == 0);
+static_assert(offsetof(NCryptBufferDesc, cBuffers) == 4);
+static_assert(offsetof(NCryptBufferDesc, pBuffers) == 8);
+
+static_assert(sizeof(BCRYPT_PKCS1_PADDING_INFO) == BySize(8, 4));
+static_assert(sizeof(BCRYPT_PSS_PADDING_INFO) == BySize(16, 8));
+static_assert(offsetof(BCRYPT_PSS_PADDING_INFO, cbSalt) == BySize(8, 4));
+static_assert(sizeof(BCRYPT_OAEP_PADDING_INFO) == BySize(24, 12));
+static_assert(offsetof(BCRYPT_OAEP_PADDING_INFO, pbLabel) == BySize(8, 4));
+static_assert(offsetof(BCRYPT_OAEP_PADDING_INFO, cbLabel) == BySize(16, 8));
+
+static_assert(sizeof(BCRYPT_RSAKEY_BLOB) == 24);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, Magic) == 0);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, BitLength) == 4);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, cbPublicExp) == 8);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, cbModulus) == 12);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, cbPrime1) == 16);
+static_assert(offsetof(BCRYPT_RSAKEY_BLOB, cbPrime2) == 20);
+static_assert(sizeof(BCRYPT_ECCKEY_BLOB) == 8);
+static_assert(offsetof(BCRYPT_ECCKEY_BLOB, dwMagic) == 0);
+static_assert(offsetof(BCRYPT_ECCKEY_BLOB, cbKey) == 4);
+
+static_assert(sizeof(SECURITY_DESCRIPTOR) == BySize(40, 20));
+static_assert(offsetof(SECURITY_DESCRIPTOR, Control) == 2);
+static_assert(offsetof(SECURITY_DESCRIPTOR, Owner) == BySize(8, 4));
+static_assert(offsetof(SECURITY_DESCRIPTOR, Group) == BySize(16, 8));
+static_assert(offsetof(SECURITY_DESCRIPTOR, Sacl) == BySize(24, 12));
+static_assert(offsetof(SECURITY_DESCRIPTOR, Dacl) == BySize(32, 16));
+static_assert(sizeof(SECURITY_DESCRIPTOR_RELATIVE) == 20);
+static_assert(offsetof(SECURITY_DESCRIPTOR_RELATIVE, Owner) == 4);
+static_assert(offsetof(SECURITY_DESCRIPTOR_RELATIVE, Group) == 8);
+static_assert(offsetof(SECURITY_DESCRIPTOR_RELATIVE, Sacl) == 12);
+static_assert(offsetof(SECURITY_DESCRIPTOR_RELATIVE, Dacl) == 16);
+static_assert(sizeof(ACL) == 8 && sizeof(ACE_HEADER) == 4 && offsetof(SID, SubAuthority) == 8);
+
+static_assert(sizeof(DATA_BLOB) == BySize(16, 8));
+static_assert(offsetof(DATA_BLOB, cbData) == 0 && offsetof(DATA_BLOB, pbData) == BySize(8, 4));
+
+static_assert(sizeof(URL_COMPONENTS) == BySize(104, 60));
+static_assert(offsetof(URL_COMPONENTS, lpszHostName) == BySize(24, 16));
+static_assert(offsetof(URL_COMPONENTS, nPort) == BySize(36, 24));
+static_assert(offsetof(URL_COMPONENTS, lpszUrlPath) == BySize(72, 44));
+static_assert(offsetof(URL_COMPONENTS, dwExtraInfoLength) == BySize(96, 56));
+
+// ---- magic words of the key blobs ----
+
+static_assert(BCRYPT_RSAPUBLIC_MAGIC == 0x31415352);
+static_assert(BCRYPT_RSAPRIVATE_MAGIC == 0x32415352);
+static_assert(BCRYPT_RSAFULLPRIVATE_MAGIC == 0x33415352);
+static_assert(BCRYPT_ECDH_PUBLIC_P256_MAGIC == 0x314B4345);
+static_assert(BCRYPT_ECDH_PUBLIC_P384_MAGIC == 0x334B4345);
+static_assert(BCRYPT_ECDH_PUBLIC_P521_MAGIC == 0x354B4345);
+static_assert(BCRYPT_ECDSA_PUBLIC_P256_MAGIC == 0x31534345);
+static_assert(BCRYPT_ECDSA_PUBLIC_P384_MAGIC == 0x33534345);
+static_assert(BCRYPT_ECDSA_PUBLIC_P521_MAGIC == 0x35534345);
+
+// ---- flags and numbers ----
+
+static_assert(NCRYPT_NO_KEY_VALIDATION == 0x8);
+static_assert(NCRYPT_MACHINE_KEY_FLAG == 0x20);
+static_assert(NCRYPT_SILENT_FLAG == 0x40);
+static_assert(NCRYPT_OVERWRITE_KEY_FLAG == 0x80);
+static_assert(NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG == 0x200);
+static_assert(NCRYPT_DO_NOT_FINALIZE_FLAG == 0x400);
+static_assert(NCRYPT_EXPORT_LEGACY_FLAG == 0x800);
+static_assert(NCRYPT_PERSIST_ONLY_FLAG == 0x40000000);
+static_assert(NCRYPT_PERSIST_FLAG == 0x80000000);
+static_assert(NCRYPT_ALLOW_DECRYPT_FLAG == 1 && NCRYPT_ALLOW_SIGNING_FLAG == 2);
+static_assert(NCRYPT_ALLOW_KEY_AGREEMENT_FLAG == 4 && NCRYPT_ALLOW_ALL_USAGES == 0x00FFFFFF);
+static_assert(NCRYPT_IMPL_HARDWARE_FLAG == 1);
+static_assert(BCRYPT_BLOCK_PADDING == 1);
+static_assert(NCRYPT_NO_PADDING_FLAG == 1 && NCRYPT_PAD_PKCS1_FLAG == 2 && NCRYPT_PAD_OAEP_FLAG == 4);
+static_assert(BCRYPT_PAD_PKCS1 == 0x2 && BCRYPT_PAD_OAEP == 0x4 && BCRYPT_PAD_PSS == 0x8);
+static_assert(NCRYPT_ASYMMETRIC_ENCRYPTION_INTERFACE == 3);
+static_assert(NCRYPT_SECRET_AGREEMENT_INTERFACE == 4);
+static_assert(NCRYPT_SIGNATURE_INTERFACE == 5);
+static_assert(NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION == 0x4);
+static_assert(NCRYPT_SECRET_AGREEMENT_OPERATION == 0x8);
+static_assert(NCRYPT_SIGNATURE_OPERATION == 0x10);
+static_assert(NCRYPTBUFFER_PKCS_ALG_OID == 41 && NCRYPTBUFFER_PKCS_ALG_PARAM == 42);
+static_assert(NCRYPTBUFFER_PKCS_ALG_ID == 43 && NCRYPTBUFFER_PKCS_ATTRS == 44);
+static_assert(NCRYPTBUFFER_PKCS_KEY_NAME == 45 && NCRYPTBUFFER_PKCS_SECRET == 46);
+static_assert(NCRYPTBUFFER_CERT_BLOB == 47 && NCRYPTBUFFER_VERSION == 0);
+static_assert(CRYPT_STRING_BASE64HEADER == 0 && CRYPT_STRING_BASE64 == 1 && CRYPT_STRING_BASE64_ANY == 6);
+static_assert(CRYPT_STRING_NOCRLF == 0x40000000 && CRYPT_STRING_NOCR == 0x80000000);
+static_assert(CRYPTPROTECT_UI_FORBIDDEN == 1 && CRYPTPROTECT_LOCAL_MACHINE == 4);
+static_assert(REG_SZ == 1 && REG_EXPAND_SZ == 2 && REG_BINARY == 3 && REG_DWORD == 4 && REG_MULTI_SZ == 7);
+static_assert(EVENTLOG_SUCCESS == 0 && EVENTLOG_ERROR_TYPE == 1 && EVENTLOG_WARNING_TYPE == 2);
+static_assert(DLL_PROCESS_DETACH == 0 && DLL_PROCESS_ATTACH == 1);
+static_assert(DLL_THREAD_ATTACH == 2 && DLL_THREAD_DETACH == 3);
+static_assert(WAIT_OBJECT_0 == 0 && WAIT_TIMEOUT == 258 && WAIT_FAILED == 0xFFFFFFFF);
+static_assert(ComputerNameDnsFullyQualified == 3);
+static_assert(HEAP_ZERO_MEMORY == 8);
+static_assert(CP_ACP == 0 && CP_UTF8 == 65001);
+static_assert(WINHTTP_FLAG_SECURE == 0x00800000 && WINHTTP_QUERY_FLAG_NUMBER == 0x20000000);
+static_assert(WINHTTP_QUERY_STATUS_CODE == 19 && WINHTTP_QUERY_RAW_HEADERS_CRLF == 22);
+static_assert(ICU_DECODE == 0x10000000);
+
+// ---- status codes ----
+
+static_assert(ERROR_SUCCESS == 0 && ERROR_FILE_NOT_FOUND == 2 && ERROR_INSUFFICIENT_BUFFER == 122);
+static_assert(ERROR_INVALID_DATA == 13 && ERROR_MORE_DATA == 234 && ERROR_BADDB == 1009);
+static_assert(ERROR_WINHTTP_TIMEOUT == 12002 && ERROR_WINHTTP_NAME_NOT_RESOLVED == 12007);
+static_assert(ERROR_WINHTTP_CANNOT_CONNECT == 12029 && ERROR_WINHTTP_CONNECTION_ERROR == 12030);
+static_assert(ERROR_WINHTTP_SECURE_FAILURE == 12175);
+static_assert(AsCode(NTE_BAD_KEY) == 0x80090003);
+static_assert(AsCode(NTE_BAD_DATA) == 0x80090005);
+static_assert(AsCode(NTE_BAD_SIGNATURE) == 0x80090006);
+static_assert(AsCode(NTE_BAD_FLAGS) == 0x80090009);
+static_assert(AsCode(NTE_BAD_KEY_STATE) == 0x8009000B);
+static_assert(AsCode(NTE_NO_MEMORY) == 0x8009000E);
+static_assert(AsCode(NTE_EXISTS) == 0x8009000F);
+static_assert(AsCode(NTE_PERM) == 0x80090010);
+static_assert(AsCode(NTE_NOT_FOUND) == 0x80090011);
+static_assert(AsCode(NTE_FAIL) == 0x80090020);
+static_assert(AsCode(NTE_INVALID_HANDLE) == 0x80090026);
+static_assert(AsCode(NTE_INVALID_PARAMETER) == 0x80090027);
+static_assert(AsCode(NTE_BUFFER_TOO_SMALL) == 0x80090028);
+static_assert(AsCode(NTE_NOT_SUPPORTED) == 0x80090029);
+static_assert(AsCode(NTE_NO_MORE_ITEMS) == 0x8009002A);
+static_assert(AsCode(NTE_INTERNAL_ERROR) == 0x8009002D);
+static_assert(AsCode(SEC_E_LOGON_DENIED) == 0x8009030C);
+
+// ---- names ----
+
+static_assert(IsText(NCRYPT_RSA_ALGORITHM, TEXT("RSA")));
+static_assert(IsText(NCRYPT_ECDSA_P256_ALGORITHM, TEXT("ECDSA_P256")));
+static_assert(IsText(NCRYPT_ECDSA_P384_ALGORITHM, TEXT("ECDSA_P384")));
+static_assert(IsText(NCRYPT_ECDSA_P521_ALGORITHM, TEXT("ECDSA_P521")));
+static_assert(IsText(NCRYPT_ECDH_P256_ALGORITHM, TEXT("ECDH_P256")));
+static_assert(IsText(NCRYPT_ECDH_P384_ALGORITHM, TEXT("ECDH_P384")));
+static_assert(IsText(NCRYPT_ECDH_P521_ALGORITHM, TEXT("ECDH_P521")));
+static_assert(IsText(BCRYPT_SHA1_ALGORITHM, TEXT("SHA1")));
+static_assert(IsText(BCRYPT_SHA256_ALGORITHM, TEXT("SHA256")));
+static_assert(IsText(BCRYPT_SHA384_ALGORITHM, TEXT("SHA384")));
+static_assert(IsText(BCRYPT_SHA512_ALGORITHM, TEXT("SHA512")));
+static_assert(IsText(BCRYPT_PUBLIC_KEY_BLOB, TEXT("PUBLICBLOB")));
+static_assert(IsText(BCRYPT_PRIVATE_KEY_BLOB, TEXT("PRIVATEBLOB")));
+static_assert(IsText(BCRYPT_RSAPUBLIC_BLOB, TEXT("RSAPUBLICBLOB")));
+static_assert(IsText(BCRYPT_RSAPRIVATE_BLOB, TEXT("RSAPRIVATEBLOB")));
+static_assert(IsText(BCRYPT_RSAFULLPRIVATE_BLOB, TEXT("RSAFULLPRIVATEBLOB")));
+static_assert(IsText(BCRYPT_ECCPUBLIC_BLOB, TEXT("ECCPUBLICBLOB")));
+static_assert(IsText(NCRYPT_PKCS7_ENVELOPE_BLOB, TEXT("PKCS7_ENVELOPE")));
+static_assert(IsText(NCRYPT_PKCS8_PRIVATE_KEY_BLOB, TEXT("PKCS8_PRIVATEKEY")));
+static_assert(IsText(NCRYPT_NAME_PROPERTY, TEXT("Name")));
+static_assert(IsText(NCRYPT_UNIQUE_NAME_PROPERTY, TEXT("Unique Name")));
+static_assert(IsText(NCRYPT_ALGORITHM_PROPERTY, TEXT("Algorithm Name")));
+static_assert(IsText(NCRYPT_ALGORITHM_GROUP_PROPERTY, TEXT("Algorithm Group")));
+static_assert(IsText(NCRYPT_LENGTH_PROPERTY, TEXT("Length")));
+static_assert(IsText(NCRYPT_LENGTHS_PROPERTY, TEXT("Lengths")));
+static_assert(IsText(NCRYPT_BLOCK_LENGTH_PROPERTY, TEXT("Block Length")));
+static_assert(IsText(NCRYPT_UI_POLICY_PROPERTY, TEXT("UI Policy")));
+static_assert(IsText(NCRYPT_EXPORT_POLICY_PROPERTY, TEXT("Export Policy")));
+static_assert(IsText(NCRYPT_WINDOW_HANDLE_PROPERTY, TEXT("HWND Handle")));
+static_assert(IsText(NCRYPT_USE_CONTEXT_PROPERTY, TEXT("Use Context")));
+static_assert(IsText(NCRYPT_IMPL_TYPE_PROPERTY, TEXT("Impl Type")));
+static_assert(IsText(NCRYPT_KEY_USAGE_PROPERTY, TEXT("Key Usage")));
+static_assert(IsText(NCRYPT_KEY_TYPE_PROPERTY, TEXT("Key Type")));
+static_assert(IsText(NCRYPT_VERSION_PROPERTY, TEXT("Version")));
+static_assert(IsText(NCRYPT_SECURITY_DESCR_SUPPORT_PROPERTY, TEXT("Security Descr Support")));
+static_assert(IsText(NCRYPT_SECURITY_DESCR_PROPERTY, TEXT("Security Descr")));
+static_assert(IsText(NCRYPT_USE_COUNT_ENABLED_PROPERTY, TEXT("Enabled Use Count")));
+static_assert(IsText(NCRYPT_MAX_NAME_LENGTH_PROPERTY, TEXT("Max Name Length")));
+static_assert(IsText(NCRYPT_CERTIFICATE_PROPERTY, TEXT("SmartCardKeyCertificate")));
+static_assert(IsText(NCRYPT_PIN_PROPERTY, TEXT("SmartCardPin")));
+static_assert(IsText(NCRYPT_READER_PROPERTY, TEXT("SmartCardReader")));
+static_assert(IsText(NCRYPT_SECURE_PIN_PROPERTY, TEXT("SmartCardSecurePin")));
+static_assert(IsText(NCRYPT_ASSOCIATED_ECDH_KEY, TEXT("SmartCardAssociatedECDHKey")));
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include <string.h>
+
+#include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+int FailConversion(LONG error)
+{
+    Fail(error);
+    return 0;
+}
+
+// What both directions test before they look at the text.
+LONG TestArguments(UINT codePage, const void* source, int sourceLength, const void* output, int outputSize)
+{
+    if (codePage != CP_ACP && codePage != CP_UTF8)
+        return ERROR_INVALID_PARAMETER;
+    if (source == nullptr || sourceLength == 0 || sourceLength < -1 || outputSize < 0)
+        return ERROR_INVALID_PARAMETER;
+    if (outputSize > 0 && (output == nullptr || output == source))
+        return ERROR_INVALID_PARAMETER;
+    return ERROR_SUCCESS;
+}
+
+// Converts code point by code point; without an output buffer it only counts.
+template <typename From, typename To, size_t kMaxUnits>
+int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char32_t, To*),
+            std::basic_string_view<From> source, bool refuseInvalid, To* output, int outputSize)
+{
+    size_t written = 0;
+    const size_t room = static_cast<size_t>(outputSize);
+    while (!source.empty()) {
+        const CodePoint point = take(&source);
+        if (!point.valid && refuseInvalid)
+            return FailConversion(ERROR_NO_UNICODE_TRANSLATION);
+        To units[kMaxUnits];
+        const size_t count = put(point.value, units);
+        if (outputSize > 0) {
+            if (count > room - written)
+                return FailConversion(ERROR_INSUFFICIENT_BUFFER);
+            memcpy(output + written, units, count * sizeof(To));
+        }
+        written += count;
+    }
+    if (written > INT32_MAX)
+        return FailConversion(ERROR_INVALID_PARAMETER);
+    return static_cast<int>(written);
+}
+
+// A length of -1 takes the terminator in.
+template <typename Unit>
+std::basic_string_view<Unit> SourceView(const Unit* source, int length)
+{
+    return std::basic_string_view<Unit>(
+        source, length < 0 ? std::char_traits<Unit>::length(source) + 1 : static_cast<size_t>(length));
+}
+
+}  // namespace
+
+int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR output,
+                               int outputSize)
+{
+    const LONG error = TestArguments(codePage, source, sourceLength, output, outputSize);
+    if (error != ERROR_SUCCESS)
+        return FailConversion(error);
+    if ((flags & ~MB_ERR_INVALID_CHARS) != 0)
+        return FailConversion(ERROR_INVALID_FLAGS);
+    return Convert<char, WCHAR, 2>(TakeUtf8, PutUtf16, SourceView(source, sourceLength), flags != 0, output,
+                                   outputSize);
+}
+
+int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR output,
+                               int outputSize, LPCCH defaultChar, LPBOOL usedDefaultChar)
+{
+    const LONG error = TestArguments(codePage, source, sourceLength, output, outputSize);
+    if (error != ERROR_SUCCESS)
+        return FailConversion(error);
+    // UTF-8 has no default character: the replacement is always U+FFFD.
+    if (defaultChar != nullptr || usedDefaultChar != nullptr)
+        return FailConversion(ERROR_INVALID_PARAMETER);
+    if ((flags & ~WC_ERR_INVALID_CHARS) != 0)
+        return FailConversion(ERROR_INVALID_FLAGS);
+    return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), flags != 0, output,
+                                   outputSize);
+}
+
+int WINAPI CompareStringOrdinal(LPCWCH first, int firstLength, LPCWCH second, int secondLength, BOOL ignoreCase)
+{
+    if (first == nullptr || second == nullptr || firstLength < -1 || secondLength < -1)
+        return FailConversion(ERROR_INVALID_PARAMETER);
+    const auto view = [](LPCWCH text, int length) {
+        return length < 0 ? std::u16string_view(text) : std::u16string_view(text, static_cast<size_t>(length));
+    };
+    const std::u16string_view a = view(first, firstLength);
+    const std::u16string_view b = view(second, secondLength);
+    for (size_t i = 0; i < a.size() && i < b.size(); i++) {
+        const char16_t left = ignoreCase != FALSE ? UpperCase(a[i]) : a[i];
+        const char16_t right = ignoreCase != FALSE ? UpperCase(b[i]) : b[i];
+        if (left != right)
+            return left < right ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
+    }
+    if (a.size() == b.size())
+        return CSTR_EQUAL;
+    return a.size() < b.size() ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
+}

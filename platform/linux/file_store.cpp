@@ -1,0 +1,170 @@
+#include "platform/linux/file_store.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "platform/linux/outcome.h"
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kFileMode = 0600;
+
+LONG LastErrno()
+{
+    return ErrorFromErrno(errno);
+}
+
+std::string DirectoryOf(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+LONG WriteAll(int descriptor, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t written = write(descriptor, content.data(), content.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return written == 0 ? ERROR_WRITE_FAULT : LastErrno();
+        content.remove_prefix(static_cast<size_t>(written));
+    }
+    return ERROR_SUCCESS;
+}
+
+LONG SyncDirectory(const std::string& directory)
+{
+    const FileDescriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return file.IsOpen() && fsync(file.Get()) == 0 ? ERROR_SUCCESS : LastErrno();
+}
+
+LONG WriteTemporary(const std::string& path, std::string_view content)
+{
+    // A leftover of a crash is written over: the lock makes the name ours.
+    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+    if (!file.IsOpen())
+        return LastErrno();
+    const LONG error = WriteAll(file.Get(), content);
+    if (error != ERROR_SUCCESS)
+        return error;
+    if (fsync(file.Get()) != 0)
+        return LastErrno();
+    return close(file.Release()) == 0 ? ERROR_SUCCESS : LastErrno();
+}
+
+}  // namespace
+
+int FileDescriptor::Release()
+{
+    const int descriptor = descriptor_;
+    descriptor_ = -1;
+    return descriptor;
+}
+
+void FileDescriptor::Reset(int descriptor)
+{
+    if (descriptor_ >= 0) {
+        const int kept = errno;
+        close(descriptor_);
+        errno = kept;
+    }
+    descriptor_ = descriptor;
+}
+
+LONG MakeDirectories(const std::string& directory)
+{
+    if (mkdir(directory.c_str(), kDirectoryMode) == 0)
+        return ERROR_SUCCESS;
+    if (errno == ENOENT && directory.find_first_not_of('/') != std::string::npos) {
+        const LONG error = MakeDirectories(DirectoryOf(directory));
+        if (error != ERROR_SUCCESS)
+            return error;
+        if (mkdir(directory.c_str(), kDirectoryMode) == 0)
+            return ERROR_SUCCESS;
+    }
+    if (errno != EEXIST)
+        return LastErrno();
+    struct stat status;
+    const bool isDirectory = stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return isDirectory ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
+LONG ReadWholeFile(const std::string& path, size_t maxSize, std::string* content, struct stat* status)
+{
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat ownStatus;
+    if (status == nullptr)
+        status = &ownStatus;
+    if (!file.IsOpen() || fstat(file.Get(), status) != 0)
+        return LastErrno();
+    if (!S_ISREG(status->st_mode))
+        return ERROR_ACCESS_DENIED;
+    if (static_cast<uintmax_t>(status->st_size) > maxSize)
+        return ERROR_FILE_TOO_LARGE;
+    // One byte more than there should be tells a file that grows meanwhile.
+    content->resize(static_cast<size_t>(status->st_size) + 1);
+    size_t size = 0;
+    while (size < content->size()) {
+        const ssize_t got = read(file.Get(), content->data() + size, content->size() - size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return LastErrno();
+        if (got == 0)
+            break;
+        size += static_cast<size_t>(got);
+        if (size > maxSize)
+            return ERROR_FILE_TOO_LARGE;
+        if (size == content->size())
+            content->resize(size * 2);
+    }
+    content->resize(size);
+    return ERROR_SUCCESS;
+}
+
+LONG ReplaceFile(const std::string& path, std::string_view content)
+{
+    const std::string temporary = path + ".new";
+    LONG error = WriteTemporary(temporary, content);
+    if (error == ERROR_SUCCESS && rename(temporary.c_str(), path.c_str()) != 0)
+        error = LastErrno();
+    if (error != ERROR_SUCCESS) {
+        unlink(temporary.c_str());
+        return error;
+    }
+    return SyncDirectory(DirectoryOf(path));
+}
+
+LONG AppendToFile(const std::string& path, std::string_view line)
+{
+    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode));
+    if (!file.IsOpen() && errno == ENOENT) {
+        const LONG error = MakeDirectories(DirectoryOf(path));
+        if (error != ERROR_SUCCESS)
+            return error;
+        file.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode));
+    }
+    return file.IsOpen() ? WriteAll(file.Get(), line) : LastErrno();
+}
+
+LONG StoreLock::Acquire(const std::string& path)
+{
+    const LONG error = MakeDirectories(DirectoryOf(path));
+    if (error != ERROR_SUCCESS)
+        return error;
+    file_.Reset(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    if (!file_.IsOpen())
+        return LastErrno();
+    while (flock(file_.Get(), LOCK_EX) != 0) {
+        if (errno != EINTR)
+            return LastErrno();
+    }
+    return ERROR_SUCCESS;
+}

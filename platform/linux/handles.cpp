@@ -1,0 +1,81 @@
+#include "platform/linux/handles.h"
+
+#include <mutex>
+
+#include "platform/linux/outcome.h"
+
+namespace {
+
+// A handle is the slot's index and the slot's generation at the time of its making, in steps of 4 and never 0.
+constexpr size_t kSlotCount = 4095;
+constexpr unsigned kGenerationShift = 14;
+constexpr uint32_t kGenerationMask = 0xFFFF;
+
+struct Slot {
+    KernelObject* object;
+    uint32_t generation;
+};
+
+// Nothing here has a destructor: a host's threads may still be running while the process ends.
+std::mutex slotsMutex;
+Slot slots[kSlotCount];
+size_t nextSlot = 0;
+
+HANDLE HandleOf(size_t index)
+{
+    const uintptr_t number = (static_cast<uintptr_t>(slots[index].generation) << kGenerationShift) + (index + 1) * 4;
+    return reinterpret_cast<HANDLE>(number);
+}
+
+// NULL for what is no open handle.
+Slot* SlotOf(HANDLE handle)
+{
+    const uintptr_t number = reinterpret_cast<uintptr_t>(handle);
+    const size_t index = ((number & ((1u << kGenerationShift) - 1)) / 4) - 1;
+    const bool open = index < kSlotCount && slots[index].object != nullptr && HandleOf(index) == handle;
+    return open ? &slots[index] : nullptr;
+}
+
+}  // namespace
+
+HANDLE PublishHandle(ObjectRef<KernelObject> object)
+{
+    const std::lock_guard<std::mutex> hold(slotsMutex);
+    for (size_t tried = 0; tried < kSlotCount; tried++) {
+        const size_t index = nextSlot;
+        nextSlot = (nextSlot + 1) % kSlotCount;
+        if (slots[index].object != nullptr)
+            continue;
+        slots[index].generation = (slots[index].generation + 1) & kGenerationMask;
+        slots[index].object = object.release();
+        return HandleOf(index);
+    }
+    Fail(ERROR_NO_SYSTEM_RESOURCES);
+    return nullptr;
+}
+
+ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
+{
+    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const Slot* slot = SlotOf(handle);
+    if (slot == nullptr || slot->object->kind() != kind) {
+        Fail(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    slot->object->AddReference();
+    return ObjectRef<KernelObject>(slot->object);
+}
+
+BOOL WINAPI CloseHandle(HANDLE handle)
+{
+    ObjectRef<KernelObject> closed;
+    {
+        const std::lock_guard<std::mutex> hold(slotsMutex);
+        Slot* slot = SlotOf(handle);
+        if (slot == nullptr)
+            return Fail(ERROR_INVALID_HANDLE);
+        closed.reset(slot->object);
+        slot->object = nullptr;
+    }
+    return TRUE;
+}

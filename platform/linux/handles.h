@@ -1,0 +1,48 @@
+// The process's handles: small numbers that lead to counted objects, so that a closed or foreign handle is refused and
+// an object outlives its close for as long as a call uses it.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "platform/linux/win_types.h"
+
+class KernelObject {
+  public:
+    enum class Kind { semaphore, file };
+
+    explicit KernelObject(Kind kind) : kind_(kind) {}
+    virtual ~KernelObject() = default;
+    KernelObject(const KernelObject&) = delete;
+    KernelObject& operator=(const KernelObject&) = delete;
+
+    Kind kind() const { return kind_; }
+    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
+    void DropReference()
+    {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+  private:
+    const Kind kind_;
+    std::atomic<int> references_{1};
+};
+
+struct ReferenceDropper {
+    void operator()(KernelObject* object) const { object->DropReference(); }
+};
+template <typename T>
+using ObjectRef = std::unique_ptr<T, ReferenceDropper>;
+
+// A new handle, or NULL when the table is full. The handle takes over the caller's reference.
+HANDLE PublishHandle(ObjectRef<KernelObject> object);
+
+// The object behind a handle, or NULL with ERROR_INVALID_HANDLE when it is closed, foreign or of another kind.
+ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind);
+
+template <typename T>
+ObjectRef<T> FindObject(HANDLE handle)
+{
+    return ObjectRef<T>(static_cast<T*>(FindHandle(handle, T::kKind).release()));
+}

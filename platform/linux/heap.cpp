@@ -1,0 +1,58 @@
+#include <openssl/crypto.h>
+#include <stdlib.h>
+
+#include "platform/linux/outcome.h"
+
+namespace {
+
+// Only its address counts.
+char processHeap;
+
+}  // namespace
+
+HANDLE WINAPI GetProcessHeap()
+{
+    return &processHeap;
+}
+
+LPVOID WINAPI HeapAlloc(HANDLE, DWORD flags, SIZE_T size)
+{
+    // A block of no bytes is still a block.
+    const SIZE_T atLeastOne = size == 0 ? 1 : size;
+    return (flags & HEAP_ZERO_MEMORY) != 0 ? calloc(1, atLeastOne) : malloc(atLeastOne);
+}
+
+LPVOID WINAPI HeapReAlloc(HANDLE, DWORD flags, LPVOID block, SIZE_T size)
+{
+    if (block == nullptr || (flags & HEAP_ZERO_MEMORY) != 0) {
+        Fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return realloc(block, size == 0 ? 1 : size);
+}
+
+BOOL WINAPI HeapFree(HANDLE, DWORD, LPVOID block)
+{
+    free(block);
+    return TRUE;
+}
+
+HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size)
+{
+    void* block = HeapAlloc(GetProcessHeap(), (flags & LMEM_ZEROINIT) != 0 ? HEAP_ZERO_MEMORY : 0, size);
+    if (block == nullptr)
+        Fail(ERROR_NOT_ENOUGH_MEMORY);
+    return block;
+}
+
+HLOCAL WINAPI LocalFree(HLOCAL block)
+{
+    free(block);
+    return nullptr;
+}
+
+PVOID SecureZeroMemory(PVOID block, SIZE_T size)
+{
+    OPENSSL_cleanse(block, size);
+    return block;
+}

@@ -1,0 +1,193 @@
+#include <errno.h>
+#include <limits.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/linux/account.h"
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+constexpr size_t kMaxHostsFile = 1 << 20;
+
+// The fully qualified name that /etc/hosts has for `host`, or an empty text.
+std::string NameFromHostsFile(const std::string& host)
+{
+    std::string content;
+    if (ReadWholeFile("/etc/hosts", kMaxHostsFile, &content) != ERROR_SUCCESS)
+        return "";
+    std::istringstream lines(content);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
+        std::string address;
+        words >> address;
+        std::vector<std::string> names;
+        for (std::string name; words >> name;)
+            names.push_back(name);
+        if (std::find(names.begin(), names.end(), host) == names.end())
+            continue;
+        const auto full = std::find_if(names.begin(), names.end(), [&host](const std::string& name) {
+            return name.compare(0, host.size() + 1, host + ".") == 0;
+        });
+        if (full != names.end())
+            return *full;
+    }
+    return "";
+}
+
+// Host and domain; the domain is empty when the machine does not know it.
+std::string QualifiedName()
+{
+    struct utsname names;
+    if (uname(&names) != 0)
+        return "";
+    std::string host = names.nodename;
+    if (host.find('.') != std::string::npos)
+        return host;
+    const std::string domain = names.domainname;
+    if (!domain.empty() && domain != "(none)")
+        return host + "." + domain;
+    const std::string full = NameFromHostsFile(host);
+    return full.empty() ? host : full;
+}
+
+std::string ComputerName(COMPUTER_NAME_FORMAT format)
+{
+    std::string name = QualifiedName();
+    const size_t dot = name.find('.');
+    switch (format) {
+        case ComputerNameDnsFullyQualified:
+            return name;
+        case ComputerNameDnsDomain:
+            return dot == std::string::npos ? "" : name.substr(dot + 1);
+        case ComputerNameNetBIOS: {
+            std::string host = name.substr(0, std::min<size_t>(dot, 15));
+            std::transform(host.begin(), host.end(), host.begin(),
+                           [](char c) { return static_cast<char>(UpperCase(static_cast<unsigned char>(c))); });
+            return host;
+        }
+        default:
+            return name.substr(0, dot);
+    }
+}
+
+void CopyText(const std::u16string& text, LPWSTR buffer)
+{
+    memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+}
+
+}  // namespace
+
+Account CallerAccount()
+{
+    const uid_t user = geteuid();
+    std::vector<char> room(16384);
+    struct passwd entry;
+    struct passwd* found = nullptr;
+    while (getpwuid_r(user, &entry, room.data(), room.size(), &found) == ERANGE && room.size() < (1u << 20))
+        room.resize(room.size() * 2);
+    if (found == nullptr)
+        return {std::to_string(user), "/"};
+    const std::string home = entry.pw_dir == nullptr ? "" : entry.pw_dir;
+    return {entry.pw_name, home.empty() ? "/" : home};
+}
+
+BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size)
+{
+    return Succeeds([&]() -> LONG {
+        const std::u16string name = ToUtf16(CallerAccount().name);
+        const DWORD room = *size;
+        *size = static_cast<DWORD>(name.size() + 1);
+        if (buffer == nullptr || room < *size)
+            return ERROR_INSUFFICIENT_BUFFER;
+        CopyText(name, buffer);
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size)
+{
+    return Succeeds([&]() -> LONG {
+        if (format < ComputerNameNetBIOS || format > ComputerNameDnsFullyQualified)
+            return ERROR_INVALID_PARAMETER;
+        const std::u16string name = ToUtf16(ComputerName(format));
+        const DWORD length = static_cast<DWORD>(name.size());
+        const DWORD room = *size;
+        if (buffer == nullptr || room <= length) {
+            *size = length + 1;
+            return ERROR_MORE_DATA;
+        }
+        CopyText(name, buffer);
+        *size = length;
+        return ERROR_SUCCESS;
+    });
+}
+
+HANDLE WINAPI GetCurrentProcess()
+{
+    return INVALID_HANDLE_VALUE;
+}
+
+DWORD WINAPI GetCurrentProcessId()
+{
+    return static_cast<DWORD>(getpid());
+}
+
+DWORD WINAPI GetCurrentThreadId()
+{
+    return static_cast<DWORD>(syscall(SYS_gettid));
+}
+
+DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size)
+{
+    DWORD length = 0;
+    Succeeds([&]() -> LONG {
+        if (process != GetCurrentProcess())
+            return ERROR_INVALID_HANDLE;
+        char path[PATH_MAX];
+        const ssize_t got = readlink("/proc/self/exe", path, sizeof path);
+        if (got < 0)
+            return ErrorFromErrno(errno);
+        const std::u16string name = ToUtf16(std::string_view(path, static_cast<size_t>(got)));
+        if (buffer == nullptr || size <= name.size())
+            return ERROR_INSUFFICIENT_BUFFER;
+        CopyText(name, buffer);
+        length = static_cast<DWORD>(name.size());
+        return ERROR_SUCCESS;
+    });
+    return length;
+}
+
+DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
+{
+    DWORD answer = 0;
+    Succeeds([&]() -> LONG {
+        const char* value = getenv(ToUtf8(ViewOf(name)).c_str());
+        if (value == nullptr)
+            return ERROR_ENVVAR_NOT_FOUND;
+        const std::u16string text = ToUtf16(value);
+        const DWORD length = static_cast<DWORD>(text.size());
+        // An empty value is told from a missing one by the last error.
+        SetLastError(ERROR_SUCCESS);
+        if (buffer == nullptr || size <= length) {
+            answer = length + 1;
+            return ERROR_SUCCESS;
+        }
+        CopyText(text, buffer);
+        answer = length;
+        return ERROR_SUCCESS;
+    });
+    return answer;
+}

@@ -1,0 +1,312 @@
+#include <string.h>
+
+#include <algorithm>
+
+#include "platform/linux/outcome.h"
+#include "platform/linux/registry_hive.h"
+#include "platform/linux/text.h"
+#include "platform/linux/win_registry.h"
+
+namespace {
+
+constexpr size_t kMaxKeyNameLength = 255;
+constexpr size_t kMaxValueNameLength = 16383;
+
+struct OpenedKey : HKEY__ {
+    HiveId hive;
+    std::u16string path;
+};
+
+// Where a call works: a key and, below it, what its subKey argument names.
+struct Place {
+    HiveId hive;
+    std::u16string path;
+};
+
+bool IsHiveItself(HKEY key)
+{
+    return key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
+}
+
+LONG TestPath(std::u16string_view path)
+{
+    if (!IsPlainText(path))
+        return ERROR_INVALID_PARAMETER;
+    size_t length = 0;
+    for (size_t i = 0; i < path.size(); i++) {
+        const bool divides = path[i] == u'\\';
+        if (divides && length == 0)
+            return ERROR_BAD_PATHNAME;
+        length = divides ? 0 : length + 1;
+        if (length > kMaxKeyNameLength)
+            return ERROR_INVALID_PARAMETER;
+    }
+    return ERROR_SUCCESS;
+}
+
+LONG FindPlace(HKEY key, LPCWSTR subKey, Place* place)
+{
+    if (key == nullptr)
+        return ERROR_INVALID_HANDLE;
+    if (IsHiveItself(key)) {
+        place->hive = key == HKEY_LOCAL_MACHINE ? HiveId::machine : HiveId::user;
+    } else {
+        place->hive = static_cast<OpenedKey*>(key)->hive;
+        place->path = static_cast<OpenedKey*>(key)->path;
+    }
+    std::u16string_view below = ViewOf(subKey);
+    if (!below.empty() && below.back() == u'\\')
+        below.remove_suffix(1);
+    if (below.empty())
+        return ERROR_SUCCESS;
+    if (!place->path.empty())
+        place->path += u'\\';
+    place->path += below;
+    return TestPath(below);
+}
+
+HKEY NewKey(Place&& place)
+{
+    auto* key = new OpenedKey;
+    key->hive = place.hive;
+    key->path = std::move(place.path);
+    return key;
+}
+
+// Size first, then type and size, then the bytes if they fit.
+LONG HandOver(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD size)
+{
+    if (type != nullptr)
+        *type = value.type;
+    if (size == nullptr)
+        return ERROR_SUCCESS;
+    const DWORD room = *size;
+    *size = static_cast<DWORD>(value.data.size());
+    if (data == nullptr)
+        return ERROR_SUCCESS;
+    if (room < *size)
+        return ERROR_MORE_DATA;
+    if (*size > 0)
+        memcpy(data, value.data.data(), *size);
+    return ERROR_SUCCESS;
+}
+
+// The handles that the calls got stay good when their keys are taken out of the file.
+LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const RegistryKey** key)
+{
+    if (!hive.HasKey(path))
+        return ERROR_KEY_DELETED;
+    *key = hive.FindKey(path);
+    return ERROR_SUCCESS;
+}
+
+// The data of *value ends up in the hive, and what it replaces in *value, for the caller to wipe.
+LONG SetValue(const Place& place, bool creates, std::u16string_view name, RegistryValue* value)
+{
+    return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
+        if (!creates && !hive->HasKey(place.path))
+            return ERROR_KEY_DELETED;
+        RegistryKey* key = hive->FindOrAddKey(place.path);
+        RegistryValue* old = key->FindValue(name);
+        if (old == nullptr) {
+            value->name = name;
+            key->values.push_back(std::move(*value));
+        } else if (old->type == value->type && old->data == value->data) {
+            return ERROR_SUCCESS;
+        } else {
+            old->type = value->type;
+            old->data.swap(value->data);
+        }
+        *changed = true;
+        return ERROR_SUCCESS;
+    });
+}
+
+LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
+{
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, subKey, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        const std::u16string_view name = ViewOf(valueName);
+        if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (data == nullptr && size > 0))
+            return ERROR_INVALID_PARAMETER;
+        RegistryValue value;
+        value.type = type;
+        if (size > 0) {
+            const BYTE* bytes = static_cast<const BYTE*>(data);
+            value.data.assign(bytes, bytes + size);
+        }
+        const LONG result = SetValue(place, !ViewOf(subKey).empty(), name, &value);
+        SecureZeroMemory(value.data.data(), value.data.size());
+        return result;
+    });
+}
+
+LONG DeleteValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
+{
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, subKey, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
+            RegistryKey* found = hive->FindKey(place.path);
+            RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
+            if (value == nullptr)
+                return ERROR_FILE_NOT_FOUND;
+            SecureZeroMemory(value->data.data(), value->data.size());
+            found->values.erase(found->values.begin() + (value - found->values.data()));
+            *changed = true;
+            return ERROR_SUCCESS;
+        });
+    });
+}
+
+}  // namespace
+
+LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
+{
+    if (result == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    *result = nullptr;
+    return CodeOf([&]() -> LONG {
+        Place place;
+        LONG error = FindPlace(key, subKey, &place);
+        if (error == ERROR_SUCCESS) {
+            error = ReadHive(place.hive, [&place](const RegistryHive& hive) {
+                return hive.HasKey(place.path) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+            });
+        }
+        if (error == ERROR_SUCCESS)
+            *result = place.path.empty() ? key : NewKey(std::move(place));
+        return error;
+    });
+}
+
+LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY result,
+                            LPDWORD disposition)
+{
+    if (result == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    *result = nullptr;
+    return CodeOf([&]() -> LONG {
+        Place place;
+        LONG error = FindPlace(key, subKey, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        error = ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
+            *changed = !hive->HasKey(place.path);
+            if (*changed)
+                hive->FindOrAddKey(place.path);
+            if (disposition != nullptr)
+                *disposition = *changed ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+            return ERROR_SUCCESS;
+        });
+        if (error == ERROR_SUCCESS)
+            *result = place.path.empty() ? key : NewKey(std::move(place));
+        return error;
+    });
+}
+
+LONG WINAPI RegCloseKey(HKEY key)
+{
+    if (key == nullptr)
+        return ERROR_INVALID_HANDLE;
+    if (!IsHiveItself(key))
+        delete static_cast<OpenedKey*>(key);
+    return ERROR_SUCCESS;
+}
+
+LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size)
+{
+    if (reserved != nullptr || (data != nullptr && size == nullptr))
+        return ERROR_INVALID_PARAMETER;
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, nullptr, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
+            const RegistryKey* found = nullptr;
+            const LONG missing = KeyInHive(hive, place.path, &found);
+            if (missing != ERROR_SUCCESS)
+                return missing;
+            const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
+            return value == nullptr ? ERROR_FILE_NOT_FOUND : HandOver(*value, type, data, size);
+        });
+    });
+}
+
+LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD nameSize, LPDWORD reserved, LPDWORD type,
+                          LPBYTE data, LPDWORD size)
+{
+    if (reserved != nullptr || valueName == nullptr || nameSize == nullptr || (data != nullptr && size == nullptr))
+        return ERROR_INVALID_PARAMETER;
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, nullptr, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
+            const RegistryKey* found = nullptr;
+            const LONG missing = KeyInHive(hive, place.path, &found);
+            if (missing != ERROR_SUCCESS)
+                return missing;
+            if (found == nullptr || index >= found->values.size())
+                return ERROR_NO_MORE_ITEMS;
+            const RegistryValue& value = found->values[index];
+            if (*nameSize <= value.name.size())
+                return ERROR_MORE_DATA;
+            const LONG result = HandOver(value, type, data, size);
+            if (result == ERROR_SUCCESS) {
+                *nameSize = static_cast<DWORD>(value.name.size());
+                memcpy(valueName, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
+            }
+            return result;
+        });
+    });
+}
+
+LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
+{
+    return StoreValue(key, subKey, valueName, type, data, size);
+}
+
+LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD, DWORD type, const BYTE* data, DWORD size)
+{
+    return StoreValue(key, nullptr, valueName, type, data, size);
+}
+
+LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
+{
+    return DeleteValue(key, subKey, valueName);
+}
+
+LONG WINAPI RegDeleteValueW(HKEY key, LPCWSTR valueName)
+{
+    return DeleteValue(key, nullptr, valueName);
+}
+
+LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey)
+{
+    if (subKey == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, subKey, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ChangeHive(place.hive, [&place](RegistryHive* hive, bool* changed) -> LONG {
+            if (!hive->HasKey(place.path))
+                return ERROR_FILE_NOT_FOUND;
+            const RegistryKey* found = hive->FindKey(place.path);
+            if (place.path.empty() || found == nullptr || hive->HasKeyBelow(place.path))
+                return ERROR_ACCESS_DENIED;
+            hive->keys.erase(hive->keys.begin() + (found - hive->keys.data()));
+            *changed = true;
+            return ERROR_SUCCESS;
+        });
+    });
+}

@@ -1,0 +1,133 @@
+#include "platform/linux/registry_hive.h"
+
+#include <errno.h>
+#include <string.h>
+#include <time.h>
+
+#include <memory>
+#include <mutex>
+
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/paths.h"
+
+namespace {
+
+constexpr size_t kMaxFileSize = 64u << 20;
+// A file that changed this short a time before it was read may change again without a new time stamp.
+constexpr int64_t kUnsettledNs = 100000000;
+
+constexpr std::u16string_view kRootNames[] = {u"HKEY_LOCAL_MACHINE", u"HKEY_CURRENT_USER"};
+
+struct CachedHive {
+    std::string path;
+    struct stat status = {};
+    bool settled = false;
+    LONG error = ERROR_SUCCESS;
+    RegistryHive hive;
+};
+
+// Bare pointers, without destructors: a host's threads may still read while the process ends.
+std::mutex cacheMutex;
+CachedHive* cache[2] = {nullptr, nullptr};
+
+// After everything else in the module; a later read would simply fill the cache again.
+__attribute__((destructor(101))) void DropCache()
+{
+    const std::lock_guard<std::mutex> hold(cacheMutex);
+    for (CachedHive*& cached : cache) {
+        delete cached;
+        cached = nullptr;
+    }
+}
+
+std::u16string_view RootName(HiveId id)
+{
+    return kRootNames[static_cast<size_t>(id)];
+}
+
+int64_t Nanoseconds(const timespec& point)
+{
+    return static_cast<int64_t>(point.tv_sec) * 1000000000 + point.tv_nsec;
+}
+
+bool IsSameFile(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           Nanoseconds(a.st_mtim) == Nanoseconds(b.st_mtim) && Nanoseconds(a.st_ctim) == Nanoseconds(b.st_ctim);
+}
+
+bool IsCurrent(const CachedHive* cached, const std::string& path)
+{
+    struct stat status;
+    return cached != nullptr && cached->settled && cached->path == path && stat(path.c_str(), &status) == 0 &&
+           IsSameFile(cached->status, status);
+}
+
+// Reads and parses the file; a missing one is an empty hive.
+LONG LoadHive(HiveId id, const std::string& path, RegistryHive* hive, struct stat* status)
+{
+    std::string content;
+    LONG error = ReadWholeFile(path, kMaxFileSize, &content, status);
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+        return ERROR_SUCCESS;
+    if (error == ERROR_FILE_TOO_LARGE || (error == ERROR_SUCCESS && !ParseRegistryFile(content, RootName(id), hive)))
+        error = ERROR_BADDB;
+    SecureZeroMemory(content.data(), content.size());
+    return error;
+}
+
+// The caller holds cacheMutex.
+const CachedHive& CurrentHive(HiveId id)
+{
+    CachedHive*& slot = cache[static_cast<size_t>(id)];
+    const std::string path = HiveFile(id);
+    if (IsCurrent(slot, path))
+        return *slot;
+    timespec before;
+    clock_gettime(CLOCK_REALTIME, &before);
+    auto fresh = std::make_unique<CachedHive>();
+    fresh->path = path;
+    fresh->error = LoadHive(id, path, &fresh->hive, &fresh->status);
+    fresh->settled = Nanoseconds(before) - Nanoseconds(fresh->status.st_ctim) > kUnsettledNs;
+    delete slot;
+    slot = fresh.release();
+    return *slot;
+}
+
+}  // namespace
+
+std::string HiveFile(HiveId id)
+{
+    return id == HiveId::machine ? RootDirectory() + "/registry/HKEY_LOCAL_MACHINE.reg"
+                                 : UserDirectory() + "/registry/HKEY_CURRENT_USER.reg";
+}
+
+LONG ReadHive(HiveId id, const std::function<LONG(const RegistryHive&)>& visit)
+{
+    const std::lock_guard<std::mutex> hold(cacheMutex);
+    const CachedHive& current = CurrentHive(id);
+    return current.error == ERROR_SUCCESS ? visit(current.hive) : current.error;
+}
+
+LONG ChangeHive(HiveId id, const std::function<LONG(RegistryHive*, bool* changed)>& change)
+{
+    const std::string path = HiveFile(id);
+    StoreLock lock;
+    LONG error = lock.Acquire(path);
+    if (error != ERROR_SUCCESS)
+        return error;
+    RegistryHive hive;
+    struct stat status = {};
+    error = LoadHive(id, path, &hive, &status);
+    if (error != ERROR_SUCCESS)
+        return error;
+    bool changed = false;
+    error = change(&hive, &changed);
+    if (error != ERROR_SUCCESS || !changed)
+        return error;
+    std::string content = FormatRegistryFile(hive, RootName(id));
+    error = ReplaceFile(path, content);
+    SecureZeroMemory(content.data(), content.size());
+    return error;
+}

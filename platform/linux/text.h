@@ -1,0 +1,40 @@
+// UTF-8 and UTF-16 for the bodies. What cannot be translated becomes U+FFFD, one for each maximal part of a broken
+// sequence.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/win_types.h"
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+// One code point of a text, and whether it had to be replaced.
+struct CodePoint {
+    char32_t value;
+    bool valid;
+};
+
+// Both take the first code point off `text`, which must not be empty.
+CodePoint TakeUtf8(std::string_view* text);
+CodePoint TakeUtf16(std::u16string_view* text);
+
+// Writes a code point at `out` and returns the number of units; `out` has room for 4, or 2.
+size_t PutUtf8(char32_t value, char* out);
+size_t PutUtf16(char32_t value, char16_t* out);
+
+std::string ToUtf8(std::u16string_view text);
+std::u16string ToUtf16(std::string_view text);
+
+// False when `text` is not well formed.
+bool ToUtf16Strict(std::string_view text, std::u16string* out);
+bool IsWellFormed(std::u16string_view text);
+
+// The upper-case form of one code unit: Latin, Greek and Cyrillic letters, whatever the locale.
+char16_t UpperCase(char16_t unit);
+bool EqualIgnoringCase(std::u16string_view first, std::u16string_view second);
+
+inline std::u16string_view ViewOf(LPCWSTR text)
+{
+    return text == nullptr ? std::u16string_view(u"") : std::u16string_view(text);
+}

@@ -1,0 +1,17 @@
+// Standard handles and the terminal's echo for the Linux build.
+#pragma once
+
+#include "platform/linux/win_types.h"
+
+constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10);
+constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);
+constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
+
+constexpr DWORD ENABLE_ECHO_INPUT = 0x0004;
+
+// For the two calls below alone; not to be closed.
+HANDLE WINAPI GetStdHandle(DWORD which);
+
+// FALSE and ERROR_INVALID_HANDLE when the handle is no terminal. Of the mode only ENABLE_ECHO_INPUT is told and set.
+BOOL WINAPI GetConsoleMode(HANDLE console, LPDWORD mode);
+BOOL WINAPI SetConsoleMode(HANDLE console, DWORD mode);

@@ -1,0 +1,52 @@
+// CRYPT32 for the Linux build: Base64 text and data protection.
+#pragma once
+
+#include "platform/linux/win_types.h"
+
+struct CRYPT_INTEGER_BLOB {
+    DWORD cbData;
+    BYTE* pbData;
+};
+using DATA_BLOB = CRYPT_INTEGER_BLOB;
+using CRYPT_DATA_BLOB = CRYPT_INTEGER_BLOB;
+
+// ---- Base64 ----
+
+constexpr DWORD CRYPT_STRING_BASE64HEADER = 0x00000000;
+constexpr DWORD CRYPT_STRING_BASE64 = 0x00000001;
+constexpr DWORD CRYPT_STRING_BASE64_ANY = 0x00000006;
+constexpr DWORD CRYPT_STRING_NOCRLF = 0x40000000;
+constexpr DWORD CRYPT_STRING_NOCR = 0x80000000;
+
+// CRYPT_STRING_BASE64 or CRYPT_STRING_BASE64HEADER. Lines of 64 characters end in CR LF, with CRYPT_STRING_NOCR in LF,
+// with CRYPT_STRING_NOCRLF not at all. *size: characters. Without a buffer: the size needed, terminator included. After
+// success: the length without terminator. ERROR_MORE_DATA: the size needed.
+BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, LPWSTR text, DWORD* size);
+
+// CRYPT_STRING_BASE64, CRYPT_STRING_BASE64HEADER, or CRYPT_STRING_BASE64_ANY, which tries the second before the first.
+// textLength 0: zero-terminated. White space is skipped. *size: bytes; without a buffer the size needed.
+// ERROR_INVALID_DATA: no such text. ERROR_MORE_DATA: *size is what is needed.
+BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BYTE* data, DWORD* size, DWORD* skipped,
+                                 DWORD* usedFlags);
+
+// ---- data protection ----
+
+constexpr DWORD CRYPTPROTECT_UI_FORBIDDEN = 0x1;
+constexpr DWORD CRYPTPROTECT_LOCAL_MACHINE = 0x4;
+
+struct CRYPTPROTECT_PROMPTSTRUCT {
+    DWORD cbSize;
+    DWORD dwPromptFlags;
+    HWND hwndApp;
+    LPCWSTR szPrompt;
+};
+
+// The scope is the machine with CRYPTPROTECT_LOCAL_MACHINE, else the user. out->pbData goes back through LocalFree.
+// The master key of the scope is made on first use.
+BOOL WINAPI CryptProtectData(DATA_BLOB* data, LPCWSTR description, DATA_BLOB* entropy, PVOID reserved,
+                             CRYPTPROTECT_PROMPTSTRUCT* prompt, DWORD flags, DATA_BLOB* out);
+
+// The scope is the blob's. *description (if asked for) and out->pbData go back through LocalFree.
+// ERROR_INVALID_DATA: changed, cut, or other entropy. NTE_BAD_KEY_STATE: protected under another master key.
+BOOL WINAPI CryptUnprotectData(DATA_BLOB* data, LPWSTR* description, DATA_BLOB* entropy, PVOID reserved,
+                               CRYPTPROTECT_PROMPTSTRUCT* prompt, DWORD flags, DATA_BLOB* out);

@@ -1,0 +1,193 @@
+// Kernel services for the Linux build: heap, last error, semaphores, locks, clock, files, names, environment, code
+// pages, and the few calls of the C runtime that only Windows has. All of them may be called from any thread.
+#pragma once
+
+#include <pthread.h>
+#include <stdio.h>
+#include <time.h>
+
+#include "platform/linux/win_types.h"
+
+// ---- last error, one a thread ----
+
+DWORD WINAPI GetLastError();
+void WINAPI SetLastError(DWORD error);
+
+// ---- heap ----
+
+constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;
+
+HANDLE WINAPI GetProcessHeap();
+// NULL without memory. The block is aligned for every type.
+LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size);
+// HEAP_ZERO_MEMORY is refused: the size of the old block is not kept.
+LPVOID WINAPI HeapReAlloc(HANDLE heap, DWORD flags, LPVOID block, SIZE_T size);
+// A NULL block is accepted.
+BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, LPVOID block);
+
+constexpr UINT LMEM_FIXED = 0x0000;
+constexpr UINT LMEM_ZEROINIT = 0x0040;
+constexpr UINT LPTR = LMEM_FIXED | LMEM_ZEROINIT;
+
+HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size);
+// Always NULL, which means success.
+HLOCAL WINAPI LocalFree(HLOCAL block);
+
+// Not removed by the optimiser.
+PVOID SecureZeroMemory(PVOID block, SIZE_T size);
+
+// ---- handles, semaphores, waiting ----
+
+#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
+
+constexpr DWORD WAIT_OBJECT_0 = 0;
+constexpr DWORD WAIT_TIMEOUT = 258;
+constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+
+// Closes what CreateSemaphoreW and CreateFileW gave. FALSE and ERROR_INVALID_HANDLE for anything else, closed handles
+// included.
+BOOL WINAPI CloseHandle(HANDLE handle);
+
+// Unnamed semaphores only: a name gives ERROR_NOT_SUPPORTED.
+HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES attributes, LONG initialCount, LONG maximumCount, LPCWSTR name);
+BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previousCount);
+// WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED when the handle is no semaphore.
+DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD waitMs);
+
+// ---- slim locks: all zero is an unlocked lock, and nothing is released at its end ----
+
+struct SRWLOCK {
+    pthread_rwlock_t lock;
+};
+using PSRWLOCK = SRWLOCK*;
+// clang-format off
+#define SRWLOCK_INIT {PTHREAD_RWLOCK_INITIALIZER}
+// clang-format on
+
+void WINAPI InitializeSRWLock(PSRWLOCK lock);
+void WINAPI AcquireSRWLockExclusive(PSRWLOCK lock);
+void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
+void WINAPI AcquireSRWLockShared(PSRWLOCK lock);
+void WINAPI ReleaseSRWLockShared(PSRWLOCK lock);
+BOOLEAN WINAPI TryAcquireSRWLockExclusive(PSRWLOCK lock);
+BOOLEAN WINAPI TryAcquireSRWLockShared(PSRWLOCK lock);
+
+// ---- atomics ----
+
+LONG WINAPI InterlockedExchange(volatile LONG* target, LONG value);
+// The value that *target had before.
+LONG WINAPI InterlockedCompareExchange(volatile LONG* target, LONG exchange, LONG comparand);
+LONG WINAPI InterlockedIncrement(volatile LONG* target);
+LONG WINAPI InterlockedDecrement(volatile LONG* target);
+PVOID WINAPI InterlockedCompareExchangePointer(PVOID volatile* target, PVOID exchange, PVOID comparand);
+
+// ---- clock ----
+
+void WINAPI Sleep(DWORD waitMs);
+void WINAPI GetSystemTimeAsFileTime(LPFILETIME time);
+void WINAPI GetSystemTime(LPSYSTEMTIME time);
+// Milliseconds of a clock that never goes back.
+ULONGLONG WINAPI GetTickCount64();
+
+using __time64_t = int64_t;
+
+__time64_t _time64(__time64_t* time);
+errno_t _gmtime64_s(struct tm* result, const __time64_t* time);
+errno_t _localtime64_s(struct tm* result, const __time64_t* time);
+// Local time, 24 characters, a line feed and the terminator, in a buffer of the calling thread; NULL when it cannot be
+// told.
+WCHAR* _wctime64(const __time64_t* time);
+
+// ---- files: names are translated as paths.h tells ----
+
+constexpr DWORD GENERIC_READ = 0x80000000;
+constexpr DWORD GENERIC_WRITE = 0x40000000;
+constexpr DWORD FILE_APPEND_DATA = 0x00000004;
+constexpr DWORD FILE_SHARE_READ = 0x00000001;
+constexpr DWORD FILE_SHARE_WRITE = 0x00000002;
+constexpr DWORD FILE_SHARE_DELETE = 0x00000004;
+constexpr DWORD CREATE_NEW = 1;
+constexpr DWORD CREATE_ALWAYS = 2;
+constexpr DWORD OPEN_EXISTING = 3;
+constexpr DWORD OPEN_ALWAYS = 4;
+constexpr DWORD TRUNCATE_EXISTING = 5;
+constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
+constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
+constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+
+// INVALID_HANDLE_VALUE on failure. Sharing is not enforced. New files have mode 0600; directories are not made, but for
+// the root of C:. With FILE_APPEND_DATA and without GENERIC_WRITE each WriteFile is one write at the end of the file,
+// whoever else appends to it.
+HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes, DWORD disposition,
+                          DWORD flags, HANDLE templateFile);
+BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPVOID overlapped);
+BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPVOID overlapped);
+BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
+BOOL WINAPI DeleteFileW(LPCWSTR name);
+BOOL WINAPI CreateDirectoryW(LPCWSTR name, LPSECURITY_ATTRIBUTES attributes);
+// FILE_ATTRIBUTE_DIRECTORY or FILE_ATTRIBUTE_NORMAL, or INVALID_FILE_ATTRIBUTES when there is nothing of that name.
+DWORD WINAPI GetFileAttributesW(LPCWSTR name);
+
+// The modes "t" and "b" mean nothing here. A stream for appending is not buffered: each fwrite is one write at the end.
+FILE* _wfopen(const WCHAR* name, const WCHAR* mode);
+errno_t _wfopen_s(FILE** stream, const WCHAR* name, const WCHAR* mode);
+
+// ---- names ----
+
+// *size: characters, the terminator counted on the way in and out. ERROR_INSUFFICIENT_BUFFER: *size is what is needed.
+BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size);
+
+enum COMPUTER_NAME_FORMAT {
+    ComputerNameNetBIOS,
+    ComputerNameDnsHostname,
+    ComputerNameDnsDomain,
+    ComputerNameDnsFullyQualified,
+};
+
+// *size: characters with terminator on the way in, without it after success; ERROR_MORE_DATA: what is needed, with it.
+// Answered from the machine's own files, never from the network.
+BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size);
+
+HANDLE WINAPI GetCurrentProcess();
+DWORD WINAPI GetCurrentProcessId();
+DWORD WINAPI GetCurrentThreadId();
+// The path of the process's program: its length without terminator, or 0.
+DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size);
+
+// The length without terminator; the size needed, with it, when the buffer is too small; 0 and ERROR_ENVVAR_NOT_FOUND.
+DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
+// A NULL value takes the variable away. Not while another thread reads the environment.
+BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
+
+// ---- code pages: the default one is UTF-8 ----
+
+constexpr UINT CP_ACP = 0;
+constexpr UINT CP_UTF8 = 65001;
+constexpr DWORD MB_ERR_INVALID_CHARS = 0x00000008;
+constexpr DWORD WC_ERR_INVALID_CHARS = 0x00000080;
+
+// Lengths are in units of the text; a source length of -1 stands for a text with its terminator, which is then counted
+// and written too. An output size of 0 asks for the size. 0 on failure: ERROR_INSUFFICIENT_BUFFER,
+// ERROR_NO_UNICODE_TRANSLATION (only with the flag; else what cannot be translated becomes U+FFFD),
+// ERROR_INVALID_PARAMETER, ERROR_INVALID_FLAGS.
+int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR output,
+                               int outputSize);
+int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR output,
+                               int outputSize, LPCCH defaultChar, LPBOOL usedDefaultChar);
+
+// ---- comparison ----
+
+constexpr int CSTR_LESS_THAN = 1;
+constexpr int CSTR_EQUAL = 2;
+constexpr int CSTR_GREATER_THAN = 3;
+
+// By code unit, or by the upper-case form of each when ignoreCase is set. A length of -1: zero-terminated. 0 on
+// failure.
+int WINAPI CompareStringOrdinal(LPCWCH first, int firstLength, LPCWCH second, int secondLength, BOOL ignoreCase);
+
+// ---- module entry ----
+
+constexpr DWORD DLL_PROCESS_DETACH = 0;
+constexpr DWORD DLL_PROCESS_ATTACH = 1;
+constexpr DWORD DLL_THREAD_ATTACH = 2;
+constexpr DWORD DLL_THREAD_DETACH = 3;

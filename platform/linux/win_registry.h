@@ -1,0 +1,66 @@
+// The registry for the Linux build, on two text files in the registry editor's export form.
+//
+// Every call reads the file afresh when it has changed, and every write replaces it as a whole, under a lock that holds
+// between processes. Key and value names are compared without regard to case. All results are error codes.
+// ERROR_BADDB: the file is damaged. Nothing can be opened in it or written to it until someone has mended it.
+// A handle is used by one thread at a time.
+#pragma once
+
+#include "platform/linux/win_types.h"
+
+struct HKEY__ {
+    int unused;
+};
+using HKEY = HKEY__*;
+using PHKEY = HKEY*;
+using REGSAM = DWORD;
+
+#define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x80000001U)))
+#define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x80000002U)))
+
+constexpr DWORD REG_NONE = 0;
+constexpr DWORD REG_SZ = 1;
+constexpr DWORD REG_EXPAND_SZ = 2;
+constexpr DWORD REG_BINARY = 3;
+constexpr DWORD REG_DWORD = 4;
+constexpr DWORD REG_MULTI_SZ = 7;
+constexpr DWORD REG_QWORD = 11;
+
+constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
+constexpr REGSAM KEY_SET_VALUE = 0x0002;
+constexpr REGSAM KEY_READ = 0x20019;
+constexpr REGSAM KEY_WRITE = 0x20006;
+constexpr REGSAM KEY_ALL_ACCESS = 0xF003F;
+constexpr DWORD REG_OPTION_NON_VOLATILE = 0;
+constexpr DWORD REG_CREATED_NEW_KEY = 1;
+constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
+
+// ERROR_FILE_NOT_FOUND when there is no such key. A NULL or empty subKey opens the key itself again.
+LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result);
+
+// Opens or creates the key, with all keys above it. Class, options, access and attributes are not looked at.
+LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
+                            LPSECURITY_ATTRIBUTES attributes, PHKEY result, LPDWORD disposition);
+
+// The two hives themselves may be closed too, which does nothing.
+LONG WINAPI RegCloseKey(HKEY key);
+
+// *size: bytes of the buffer, and of the value afterwards. Without a buffer only type and size are told.
+// ERROR_MORE_DATA: type and size have been told, the buffer is as it was. A value of any type is handed over as it is.
+// ERROR_FILE_NOT_FOUND: no such value. ERROR_KEY_DELETED: the key itself is gone.
+LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
+
+// By index in the order of the file; ERROR_NO_MORE_ITEMS behind the last. *nameSize: characters, with terminator on the
+// way in and without it on the way out.
+LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD nameSize, LPDWORD reserved, LPDWORD type,
+                          LPBYTE data, LPDWORD size);
+
+// Without subKey the key must exist; with one it is created when it is missing.
+LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size);
+LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
+
+LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName);
+LONG WINAPI RegDeleteValueW(HKEY key, LPCWSTR valueName);
+
+// Deletes a key with its values; one that has keys below it is refused with ERROR_ACCESS_DENIED, as a hive itself is.
+LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey);

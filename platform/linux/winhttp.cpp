@@ -1,0 +1,293 @@
+#include "platform/linux/winhttp.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
+#include "platform/linux/winhttp_handles.h"
+
+namespace winhttp {
+
+Handle::Handle(Kind kindOfHandle, Handle* owner) : kind(kindOfHandle), parent(owner)
+{
+    if (parent != nullptr)
+        parent->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+Handle::~Handle()
+{
+    if (parent != nullptr)
+        parent->Release();
+}
+
+void Handle::Release()
+{
+    if (references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete this;
+}
+
+namespace {
+
+bool IsOpen(const Handle* handle)
+{
+    return handle != nullptr &&
+           (handle->kind == Kind::Session || handle->kind == Kind::Connection || handle->kind == Kind::Request);
+}
+
+template <class Object>
+Object* Resolve(HINTERNET value)
+{
+    auto* const handle = static_cast<Handle*>(value);
+    if (!IsOpen(handle)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if (handle->kind != Object::kKind) {
+        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE);
+        return nullptr;
+    }
+    return static_cast<Object*>(handle);
+}
+
+// A request whose response has been received.
+Request* ResolveAnswered(HINTERNET value)
+{
+    auto* const request = Resolve<Request>(value);
+    if (request != nullptr && !request->received) {
+        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+        return nullptr;
+    }
+    return request;
+}
+
+bool IsVerb(std::string_view verb)
+{
+    return !verb.empty() && std::all_of(verb.begin(), verb.end(), [](char c) {
+        return c > 0x20 && c < 0x7F && std::strchr("()<>@,;:\\\"/[]?={}", c) == nullptr;
+    });
+}
+
+// The two-call contract: sizes in bytes, without the terminator after success.
+LONG CopyText(WideView text, LPVOID buffer, LPDWORD length)
+{
+    const auto size = static_cast<DWORD>(text.size() * sizeof(WCHAR));
+    const DWORD room = *length;
+    if (buffer == nullptr || room < size + sizeof(WCHAR)) {
+        *length = size + static_cast<DWORD>(sizeof(WCHAR));
+        return ERROR_INSUFFICIENT_BUFFER;
+    }
+    std::memcpy(buffer, text.data(), size);
+    std::memset(static_cast<char*>(buffer) + size, 0, sizeof(WCHAR));
+    *length = size;
+    return ERROR_SUCCESS;
+}
+
+LONG CopyNumber(DWORD number, LPVOID buffer, LPDWORD length)
+{
+    const DWORD room = *length;
+    *length = sizeof(number);
+    if (buffer == nullptr || room < sizeof(number))
+        return ERROR_INSUFFICIENT_BUFFER;
+    std::memcpy(buffer, &number, sizeof(number));
+    return ERROR_SUCCESS;
+}
+
+// Makes a child or a session, lets `fill` complete it and hands it out, unless `fill` returns an error code.
+template <class Object, class... Owner, class Fill>
+HINTERNET Create(Fill fill, Owner*... owner)
+{
+    HINTERNET handle = nullptr;
+    Succeeds([&] {
+        auto object = std::make_unique<Object>(owner...);
+        const LONG error = fill(object.get());
+        if (error == ERROR_SUCCESS)
+            handle = static_cast<Handle*>(object.release());
+        return error;
+    });
+    return handle;
+}
+
+LONG TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
+{
+    WideView block = ViewOf(headers);
+    if (headers != nullptr && length != static_cast<DWORD>(-1))
+        block = WideView(headers, length);
+    request->callerLines = ToUtf8(block);
+    return IsHeaderBlock(request->callerLines) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+// Fills the buffer as far as the entity goes. What came before a break is handed out; the next call tells of the break.
+LONG ReadEntity(Exchange* exchange, char* buffer, DWORD size, DWORD* count)
+{
+    while (*count < size) {
+        const LONG error = exchange->WaitForEntity();
+        const std::string_view entity = exchange->Buffered().substr(0, size - *count);
+        if (entity.empty())
+            return *count != 0 ? ERROR_SUCCESS : error;
+        std::memcpy(buffer + *count, entity.data(), entity.size());
+        *count += static_cast<DWORD>(entity.size());
+        exchange->Consume(entity.size());
+    }
+    return ERROR_SUCCESS;
+}
+
+// No more is announced at a time than WinHTTP's read buffer holds.
+constexpr size_t kReadBuffer = 8192;
+
+}  // namespace
+}  // namespace winhttp
+
+using namespace winhttp;
+
+HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags)
+{
+    return Create<Session>([&](Session* session) {
+        if (accessType != WINHTTP_ACCESS_TYPE_DEFAULT_PROXY || proxyName != nullptr || proxyBypass != nullptr ||
+            flags != 0)
+            return ERROR_INVALID_PARAMETER;
+        session->agent = ToUtf8(ViewOf(agent));
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs)
+{
+    if (resolveMs < -1 || connectMs < -1 || sendMs < -1 || receiveMs < -1)
+        return Fail(ERROR_INVALID_PARAMETER);
+    const Timeouts timeouts = {connectMs, sendMs, receiveMs};
+    auto* const object = static_cast<Handle*>(handle);
+    if (IsOpen(object) && object->kind == Kind::Request) {
+        static_cast<Request*>(object)->timeouts = timeouts;
+        return TRUE;
+    }
+    auto* const session = Resolve<Session>(handle);
+    if (session == nullptr)
+        return FALSE;
+    session->timeouts = timeouts;
+    return TRUE;
+}
+
+HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD)
+{
+    auto* const owner = Resolve<Session>(session);
+    if (owner == nullptr)
+        return nullptr;
+    return Create<Connection>(
+        [&](Connection* connection) {
+            if (host == nullptr)
+                return ERROR_INVALID_PARAMETER;
+            connection->port = port;
+            return MakeHost(host, &connection->host) ? ERROR_SUCCESS : ERROR_WINHTTP_INVALID_URL;
+        },
+        owner);
+}
+
+HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR*,
+                                    DWORD flags)
+{
+    auto* const owner = Resolve<Connection>(connection);
+    if (owner == nullptr)
+        return nullptr;
+    return Create<Request>(
+        [&](Request* request) {
+            request->verb = verb != nullptr ? ToUtf8(verb) : "GET";
+            if (!IsVerb(request->verb) || (flags & ~WINHTTP_FLAG_SECURE) != 0)
+                return ERROR_INVALID_PARAMETER;
+            const bool secure = (flags & WINHTTP_FLAG_SECURE) != 0;
+            const INTERNET_PORT usual = secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
+            request->timeouts = request->session().timeouts;
+            request->origin = {secure, owner->port != 0 ? owner->port : usual, owner->host, EscapePath(ViewOf(path))};
+            return ERROR_SUCCESS;
+        },
+        owner);
+}
+
+BOOL WINAPI WinHttpSendRequest(HINTERNET handle, LPCWSTR headers, DWORD headersLength, LPVOID optional,
+                               DWORD optionalLength, DWORD totalLength, DWORD_PTR)
+{
+    auto* const request = Resolve<Request>(handle);
+    if (request == nullptr)
+        return FALSE;
+    if (totalLength != optionalLength || (optional == nullptr && optionalLength != 0))
+        return Fail(ERROR_INVALID_PARAMETER);
+    return Succeeds([&] {
+        const LONG error = TakeHeaders(request, headers, headersLength);
+        if (error != ERROR_SUCCESS)
+            return error;
+        request->body = static_cast<const char*>(optional);
+        request->bodySize = optionalLength;
+        return request->Send();
+    });
+}
+
+BOOL WINAPI WinHttpReceiveResponse(HINTERNET handle, LPVOID)
+{
+    auto* const request = Resolve<Request>(handle);
+    if (request == nullptr)
+        return FALSE;
+    if (!request->sent || request->received)
+        return Fail(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+    return Succeeds([&] { return request->Receive(); });
+}
+
+BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET handle, LPDWORD available)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (request == nullptr)
+        return FALSE;
+    return Succeeds([&] {
+        const LONG error = request->exchange.WaitForEntity();
+        if (available != nullptr)
+            *available = static_cast<DWORD>(std::min(request->exchange.Buffered().size(), kReadBuffer));
+        return error;
+    });
+}
+
+BOOL WINAPI WinHttpReadData(HINTERNET handle, LPVOID buffer, DWORD size, LPDWORD read)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (request == nullptr)
+        return FALSE;
+    if (buffer == nullptr && size != 0)
+        return Fail(ERROR_INVALID_PARAMETER);
+    DWORD count = 0;
+    const BOOL done =
+        Succeeds([&] { return ReadEntity(&request->exchange, static_cast<char*>(buffer), size, &count); });
+    if (read != nullptr)
+        *read = count;
+    return done;
+}
+
+BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVOID buffer, LPDWORD length, LPDWORD)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (request == nullptr)
+        return FALSE;
+    if (length == nullptr)
+        return Fail(ERROR_INVALID_PARAMETER);
+    const Exchange& exchange = request->exchange;
+    return Succeeds([&] {
+        switch (infoLevel) {
+            case WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER:
+                return CopyNumber(exchange.Status(), buffer, length);
+            case WINHTTP_QUERY_STATUS_CODE:
+                return CopyText(ToUtf16(std::to_string(exchange.Status())), buffer, length);
+            case WINHTTP_QUERY_RAW_HEADERS_CRLF:
+                return CopyText(ToUtf16(exchange.Head()), buffer, length);
+            default:
+                return ERROR_INVALID_PARAMETER;
+        }
+    });
+}
+
+BOOL WINAPI WinHttpCloseHandle(HINTERNET handle)
+{
+    auto* const object = static_cast<Handle*>(handle);
+    if (!IsOpen(object))
+        return Fail(ERROR_INVALID_HANDLE);
+    object->kind = Kind::Closed;
+    object->Release();
+    return TRUE;
+}

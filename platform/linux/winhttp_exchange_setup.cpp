@@ -1,0 +1,171 @@
+// What libcurl is told before a transfer.
+#include <openssl/err.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include "platform/linux/win_errors.h"
+#include "platform/linux/winhttp_exchange.h"
+#include "platform/linux/winhttp_tls.h"
+
+namespace winhttp {
+namespace {
+
+// A field without a value keeps libcurl from adding its own; what goes out stands in the last node.
+constexpr const char* kUnwanted[] = {
+    "Host:", "Accept:", "Content-Type:", "Content-Length:", "Expect:", "Transfer-Encoding:"};
+
+bool InitializeOnce()
+{
+    static std::once_flag once;
+    static CURLcode result = CURLE_FAILED_INIT;
+    std::call_once(once, [] { result = curl_global_init(CURL_GLOBAL_DEFAULT); });
+    return result == CURLE_OK;
+}
+
+int ContextIndex()
+{
+    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+// libcurl's connect-to list out of KELVARO_CONNECT_TO; NULL when there is none.
+curl_slist* ConnectToList()
+{
+    const char* entries = std::getenv("KELVARO_CONNECT_TO");
+    if (entries == nullptr)
+        return nullptr;
+    constexpr char kBlanks[] = " \t\r\n";
+    curl_slist* list = nullptr;
+    for (const char* at = entries + std::strspn(entries, kBlanks); *at != '\0'; at += std::strspn(at, kBlanks)) {
+        const size_t length = std::strcspn(at, kBlanks);
+        curl_slist* const longer = curl_slist_append(list, std::string(at, length).c_str());
+        if (longer == nullptr) {
+            curl_slist_free_all(list);
+            throw std::bad_alloc();
+        }
+        list = longer;
+        at += length;
+    }
+    return list;
+}
+
+}  // namespace
+
+template <class Value>
+void Exchange::Set(CURLoption option, Value value)
+{
+    const CURLcode result = curl_easy_setopt(easy_, option, value);
+    if (result == CURLE_OUT_OF_MEMORY)
+        throw std::bad_alloc();
+    if (result != CURLE_OK && error_ == 0)
+        error_ = ErrorFromCurl(result, false);
+}
+
+void Exchange::Create()
+{
+    if (!InitializeOnce())
+        throw std::bad_alloc();
+    if (easy_ == nullptr)
+        easy_ = curl_easy_init();
+    if (multi_ == nullptr)
+        multi_ = curl_multi_init();
+    if (easy_ == nullptr || multi_ == nullptr)
+        throw std::bad_alloc();
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &OnSocket);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &OnTimer);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+}
+
+// What is the same for all requests.
+void Exchange::Configure(const Timeouts& timeouts)
+{
+    constexpr long kNoLimit = 0x7FFFFFFF;
+    Set(CURLOPT_NOSIGNAL, 1L);
+    Set(CURLOPT_PROTOCOLS_STR, "http,https");
+    Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    Set(CURLOPT_FRESH_CONNECT, 1L);
+    Set(CURLOPT_FORBID_REUSE, 1L);
+    Set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+    Set(CURLOPT_PATH_AS_IS, 1L);
+    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    Set(CURLOPT_CONNECTTIMEOUT_MS, timeouts.connect > 0 ? static_cast<long>(timeouts.connect) : kNoLimit);
+
+    // Chain and host name are verified against the shared store; libcurl itself is to load no roots.
+    Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    Set(CURLOPT_SSL_VERIFYPEER, 1L);
+    Set(CURLOPT_SSL_VERIFYHOST, 2L);
+    Set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+    Set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+    Set(CURLOPT_CAINFO, static_cast<char*>(nullptr));
+    Set(CURLOPT_CAPATH, static_cast<char*>(nullptr));
+    Set(CURLOPT_SSL_CTX_FUNCTION, &OnTlsContext);
+    Set(CURLOPT_SSL_CTX_DATA, this);
+
+    Set(CURLOPT_PREREQFUNCTION, &OnConnected);
+    Set(CURLOPT_PREREQDATA, this);
+    Set(CURLOPT_HEADERFUNCTION, &OnHeadLine);
+    Set(CURLOPT_HEADERDATA, this);
+    Set(CURLOPT_WRITEFUNCTION, &OnEntity);
+    Set(CURLOPT_WRITEDATA, this);
+}
+
+void Exchange::Aim(const Target& target)
+{
+    curl_slist_free_all(connectTo_);
+    connectTo_ = nullptr;
+    connectTo_ = ConnectToList();
+    Set(CURLOPT_CONNECT_TO, connectTo_);
+    Set(CURLOPT_URL, UrlOf(target).c_str());
+
+    size_t count = 0;
+    for (const char* field : kUnwanted)
+        fields_[count++].data = const_cast<char*>(field);
+    fields_[count++].data = message_.head.data();
+    for (size_t i = 0; i < count; ++i)
+        fields_[i].next = i + 1 < count ? &fields_[i + 1] : nullptr;
+    Set(CURLOPT_HTTPHEADER, fields_.data());
+
+    const std::string_view verb = message_.verb;
+    if (message_.body != nullptr) {
+        Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message_.bodySize));
+        Set(CURLOPT_POSTFIELDS, message_.body);
+    } else if (verb == "HEAD") {
+        Set(CURLOPT_NOBODY, 1L);
+    } else {
+        Set(CURLOPT_HTTPGET, 1L);
+    }
+    Set(CURLOPT_CUSTOMREQUEST, message_.verb);
+}
+
+CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
+{
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    try {
+        X509_STORE* const roots = AcquireTrustedRoots();
+        if (roots == nullptr)
+            return CURLE_SSL_CACERT_BADFILE;
+        SSL_CTX_set_cert_store(tls, roots);
+        if (SSL_CTX_set_ex_data(tls, ContextIndex(), self) != 1)
+            return CURLE_OUT_OF_MEMORY;
+    } catch (...) {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    SSL_CTX_set_info_callback(tls, &OnTlsState);
+    return CURLE_OK;
+}
+
+// A handshake that ends with an error of the protocol was refused by one side; one without was cut off.
+void Exchange::OnTlsState(const SSL* ssl, int where, int result)
+{
+    if (where != SSL_CB_CONNECT_EXIT || result > 0)
+        return;
+    const unsigned long error = ERR_peek_error();
+    if (ERR_GET_LIB(error) == ERR_LIB_SSL && ERR_GET_REASON(error) != SSL_R_UNEXPECTED_EOF_WHILE_READING)
+        static_cast<Exchange*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), ContextIndex()))->tlsRefused_ = true;
+}
+
+}  // namespace winhttp

@@ -1,0 +1,77 @@
+// The objects behind HINTERNET: a session, its connections, their requests.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "platform/linux/winhttp_exchange.h"
+
+namespace winhttp {
+
+enum class Kind : uint32_t {
+    Closed = 0,
+    Session = 0x57485331,
+    Connection = 0x57485332,
+    Request = 0x57485333,
+};
+
+// A child holds a reference to its parent, so that a parent may be closed first.
+struct Handle {
+    Handle(Kind kindOfHandle, Handle* owner);
+    virtual ~Handle();
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+
+    void Release();
+
+    Kind kind;
+    std::atomic<int> references{1};
+    Handle* const parent;
+};
+
+struct Session : Handle {
+    static constexpr Kind kKind = Kind::Session;
+    Session() : Handle(kKind, nullptr) {}
+
+    std::string agent;
+    Timeouts timeouts;
+};
+
+struct Connection : Handle {
+    static constexpr Kind kKind = Kind::Connection;
+    explicit Connection(Session* owner) : Handle(kKind, owner) {}
+
+    std::string host;
+    INTERNET_PORT port = 0;
+};
+
+struct Request : Handle {
+    static constexpr Kind kKind = Kind::Request;
+    explicit Request(Connection* owner) : Handle(kKind, owner) {}
+
+    const Session& session() const { return *static_cast<const Session*>(parent->parent); }
+
+    // Both return 0 or a platform error code. Receive follows redirects.
+    LONG Send();
+    LONG Receive();
+
+    std::string verb;
+    Target origin;
+    Timeouts timeouts;
+    std::string callerLines;
+    const char* body = nullptr;
+    size_t bodySize = 0;
+    bool sent = false;
+    bool received = false;
+    Exchange exchange;
+
+  private:
+    LONG SendTo(const Target& target);
+    bool NextTarget(Target* next) const;
+
+    Target current_;
+    std::string currentVerb_;
+    bool withBody_ = false;
+};
+
+}  // namespace winhttp

@@ -1,0 +1,217 @@
+#include "platform/linux/winhttp_message.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <new>
+
+#include "platform/linux/text.h"
+
+namespace winhttp {
+namespace {
+
+bool EqualNoCase(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() && curl_strnequal(a.data(), b.data(), a.size()) != 0;
+}
+
+bool IsAlnum(WCHAR c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool IsHex(WCHAR c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+INTERNET_PORT DefaultPort(bool secure)
+{
+    return secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
+}
+
+std::string Authority(const Target& target)
+{
+    std::string authority = target.host;
+    if (target.port != DefaultPort(target.secure))
+        authority.append(":").append(std::to_string(target.port));
+    return authority;
+}
+
+std::string_view NameOf(std::string_view line)
+{
+    return line.substr(0, line.find(':'));
+}
+
+// Calls visit(line) for each line that is not empty, until it returns false.
+template <class Visit>
+bool ForEachLine(std::string_view block, Visit visit)
+{
+    while (!block.empty()) {
+        const size_t end = block.find("\r\n");
+        const std::string_view line = block.substr(0, end);
+        block.remove_prefix(end == std::string_view::npos ? block.size() : end + 2);
+        if (!line.empty() && !visit(line))
+            return false;
+    }
+    return true;
+}
+
+bool HasField(std::string_view block, std::string_view name)
+{
+    return !ForEachLine(block, [&](std::string_view line) { return !EqualNoCase(NameOf(line), name); });
+}
+
+struct UrlDeleter {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+struct CurlTextDeleter {
+    void operator()(char* text) const { curl_free(text); }
+};
+using CurlText = std::unique_ptr<char, CurlTextDeleter>;
+
+// An URL that cannot be parsed is no error, a lack of memory is.
+bool Good(CURLUcode code)
+{
+    if (code == CURLUE_OUT_OF_MEMORY)
+        throw std::bad_alloc();
+    return code == CURLUE_OK;
+}
+
+CurlText UrlPart(CURLU* url, CURLUPart part, unsigned flags)
+{
+    char* text = nullptr;
+    Good(curl_url_get(url, part, &text, flags));
+    return CurlText(text);
+}
+
+}  // namespace
+
+std::string UrlOf(const Target& target)
+{
+    std::string url;
+    url.reserve(target.host.size() + target.path.size() + 16);
+    url.append(target.secure ? "https://" : "http://").append(target.host);
+    return url.append(":").append(std::to_string(target.port)).append(target.path);
+}
+
+bool SameOrigin(const Target& a, const Target& b)
+{
+    return a.secure == b.secure && a.port == b.port && EqualNoCase(a.host, b.host);
+}
+
+bool MakeHost(WideView host, std::string* out)
+{
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    if (bracketed)
+        host = host.substr(1, host.size() - 2);
+    if (host.empty())
+        return false;
+    const bool address = bracketed || host.find(u':') != WideView::npos;
+    for (WCHAR c : host) {
+        const bool good = address ? IsHex(c) || c == ':' || c == '.' : IsAlnum(c) || c == '-' || c == '.' || c == '_';
+        if (!good)
+            return false;
+    }
+    *out = address ? "[" + ToUtf8(host) + "]" : ToUtf8(host);
+    return true;
+}
+
+std::string EscapePath(WideView path)
+{
+    constexpr char kHexDigits[] = "0123456789ABCDEF";
+    const std::string bytes = ToUtf8(path);
+    std::string escaped;
+    escaped.reserve(bytes.size() + 16);
+    if (bytes.empty() || bytes.front() != '/')
+        escaped += '/';
+    for (char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool keep =
+            byte > 0x20 && byte < 0x7F && std::string_view("\"#<>\\^`{|}").find(c) == std::string_view::npos;
+        if (keep)
+            escaped += c;
+        else
+            (escaped += '%').append(1, kHexDigits[byte >> 4]).append(1, kHexDigits[byte & 15]);
+    }
+    return escaped;
+}
+
+bool IsHeaderBlock(std::string_view lines)
+{
+    if (lines.find('\0') != std::string_view::npos)
+        return false;
+    return ForEachLine(lines, [](std::string_view line) {
+        const size_t colon = line.find(':');
+        return colon != std::string_view::npos && colon != 0;
+    });
+}
+
+std::string ComposeHead(const RequestHead& head, const Target& target)
+{
+    const std::string_view caller = head.callerLines;
+    std::string out;
+    out.reserve(caller.size() + head.agent.size() + target.host.size() + 128);
+    const auto add = [&](std::string_view name, std::string_view value) {
+        if (!HasField(caller, name))
+            out.append(name).append(": ").append(value).append("\r\n");
+    };
+    add("Connection", "Keep-Alive");
+    ForEachLine(caller, [&](std::string_view line) {
+        const std::string_view name = NameOf(line);
+        if (head.withAuthorization || (!EqualNoCase(name, "Authorization") && !EqualNoCase(name, "Cookie")))
+            out.append(line).append("\r\n");
+        return true;
+    });
+    if (!head.agent.empty())
+        add("User-Agent", head.agent);
+    if (head.hasContentLength)
+        add("Content-Length", std::to_string(head.contentLength));
+    add("Host", Authority(target));
+    out.resize(out.size() - 2);
+    return out;
+}
+
+std::string_view FieldValue(std::string_view head, std::string_view name)
+{
+    std::string_view value;
+    ForEachLine(head, [&](std::string_view line) {
+        if (!EqualNoCase(NameOf(line), name) || line.size() == name.size())
+            return true;
+        value = line.substr(name.size() + 1);
+        return false;
+    });
+    const size_t first = value.find_first_not_of(" \t");
+    const size_t last = value.find_last_not_of(" \t");
+    return first == std::string_view::npos ? std::string_view() : value.substr(first, last - first + 1);
+}
+
+bool ResolveLocation(const Target& from, std::string_view location, Target* to)
+{
+    const std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
+    if (!url)
+        throw std::bad_alloc();
+    const std::string there(location);
+    constexpr unsigned kFlags = CURLU_URLENCODE | CURLU_DISALLOW_USER | CURLU_NON_SUPPORT_SCHEME;
+    if (!Good(curl_url_set(url.get(), CURLUPART_URL, UrlOf(from).c_str(), CURLU_PATH_AS_IS)) ||
+        !Good(curl_url_set(url.get(), CURLUPART_URL, there.c_str(), kFlags)))
+        return false;
+    const CurlText scheme = UrlPart(url.get(), CURLUPART_SCHEME, 0);
+    const CurlText host = UrlPart(url.get(), CURLUPART_HOST, 0);
+    const CurlText port = UrlPart(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    const CurlText path = UrlPart(url.get(), CURLUPART_PATH, 0);
+    const CurlText query = UrlPart(url.get(), CURLUPART_QUERY, 0);
+    if (!scheme || !host || !port || !path)
+        return false;
+    to->secure = EqualNoCase(scheme.get(), "https");
+    if (!to->secure && !EqualNoCase(scheme.get(), "http"))
+        return false;
+    to->host = host.get();
+    to->port = static_cast<INTERNET_PORT>(std::stoul(port.get()));
+    to->path = path.get();
+    if (query)
+        to->path.append("?").append(query.get());
+    return true;
+}
+
+}  // namespace winhttp

@@ -1,0 +1,86 @@
+// Sending a request and following redirects, by WinHTTP's default policy.
+#include "platform/linux/winhttp_handles.h"
+
+namespace winhttp {
+namespace {
+
+constexpr int kMaxRedirects = 10;
+
+bool IsRedirect(DWORD status)
+{
+    return (status >= 301 && status <= 303) || status == 307 || status == 308;
+}
+
+// 307 and 308 keep verb and entity; the others turn a POST into a GET, and 303 everything but a HEAD.
+bool BecomesGet(DWORD status, std::string_view verb)
+{
+    return status == 303 ? verb != "HEAD" : status < 303 && verb == "POST";
+}
+
+// A verb that usually has an entity tells of an empty one; the others say nothing.
+bool SendsLength(std::string_view verb)
+{
+    return verb == "POST" || verb == "PUT";
+}
+
+}  // namespace
+
+LONG Request::Send()
+{
+    received = false;
+    currentVerb_ = verb;
+    withBody_ = body != nullptr && bodySize != 0;
+    return SendTo(origin);
+}
+
+LONG Request::Receive()
+{
+    for (int redirects = 0;; ++redirects) {
+        if (const LONG error = exchange.ReceiveHead())
+            return error;
+        Target next;
+        if (!NextTarget(&next))
+            break;
+        if (redirects == kMaxRedirects)
+            return ERROR_WINHTTP_REDIRECT_FAILED;
+        if (BecomesGet(exchange.Status(), currentVerb_)) {
+            currentVerb_ = "GET";
+            withBody_ = false;
+        }
+        if (const LONG error = SendTo(next))
+            return error;
+    }
+    received = true;
+    return 0;
+}
+
+LONG Request::SendTo(const Target& target)
+{
+    sent = false;
+    current_ = target;
+    RequestHead head;
+    head.callerLines = callerLines;
+    head.agent = session().agent;
+    head.hasContentLength = withBody_ || SendsLength(currentVerb_);
+    head.contentLength = withBody_ ? bodySize : 0;
+    head.withAuthorization = SameOrigin(current_, origin);
+    const LONG error = exchange.Send(
+        current_,
+        {currentVerb_.c_str(), ComposeHead(head, current_), withBody_ ? body : nullptr, withBody_ ? bodySize : 0},
+        timeouts);
+    sent = error == 0;
+    return error;
+}
+
+// Never from https to http: then the redirect itself is the answer.
+bool Request::NextTarget(Target* next) const
+{
+    if (!IsRedirect(exchange.Status()))
+        return false;
+    const std::string_view location = FieldValue(exchange.Head(), "Location");
+    if (location.empty() || !ResolveLocation(current_, location, next))
+        return false;
+    return next->secure || !current_.secure;
+}
+
+}  // namespace winhttp

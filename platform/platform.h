@@ -1,0 +1,52 @@
+// The only header through which system code reaches the operating system, and the only one that tests _WIN32.
+//
+// Windows: the SDK headers in the order in which they need each other. Linux: the same names, types and constants,
+// as far as the system uses them; their bodies stand in platform/linux/.
+// UNICODE, _UNICODE and _WIN32_WINNT are set by the build.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <time.h>
+
+#ifdef _WIN32
+
+#include <windows.h>
+// windows.h comes first.
+#include <bcrypt.h>
+#include <psapi.h>
+#include <rpc.h>
+#include <wchar.h>
+#include <wincrypt.h>
+#include <winhttp.h>
+// bcrypt.h comes before it.
+#include <ncrypt.h>
+
+#define PLATFORM_LINE_END "\r\n"
+
+// Published constants that mingw-w64's headers lack.
+#ifndef CRYPT_MESSAGE_SILENT_KEYSET_FLAG
+#define CRYPT_MESSAGE_SILENT_KEYSET_FLAG 0x00000040
+#endif
+
+#else
+
+#include "platform/linux/win_types.h"
+// win_types.h comes first.
+#include "platform/linux/win_bcrypt.h"
+#include "platform/linux/win_cng.h"
+#include "platform/linux/win_console.h"
+#include "platform/linux/win_crypt.h"
+#include "platform/linux/win_errors.h"
+#include "platform/linux/win_eventlog.h"
+#include "platform/linux/win_kernel.h"
+#include "platform/linux/win_module.h"
+#include "platform/linux/win_registry.h"
+#include "platform/linux/win_rpc.h"
+#include "platform/linux/win_security.h"
+#include "platform/linux/winhttp.h"
+
+#define PLATFORM_LINE_END "\n"
+
+#endif

@@ -1,0 +1,58 @@
+#include "provider/buffer_list.h"
+
+#include "support/guards.h"
+
+// The head; an empty list is a head whose pointers lead to itself.
+static KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList};
+static SRWLOCK listLock = SRWLOCK_INIT;
+
+void KelvaroBufferListInit()
+{
+    const ExclusiveLock lock(&listLock);
+    KelvaroBufferList.next = &KelvaroBufferList;
+    KelvaroBufferList.previous = &KelvaroBufferList;
+}
+
+// The entry of `buffer`, or NULL. The caller holds listLock.
+static KelvaroBufferEntry* FindEntry(const void* buffer)
+{
+    for (KelvaroBufferEntry* entry = KelvaroBufferList.next; entry != &KelvaroBufferList; entry = entry->next) {
+        if (entry->buffer == buffer)
+            return entry;
+    }
+    return nullptr;
+}
+
+KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer)
+{
+    const ExclusiveLock lock(&listLock);
+    if (FindEntry(buffer))
+        return nullptr;
+    auto* entry = static_cast<KelvaroBufferEntry*>(HeapAlloc(GetProcessHeap(), 0, sizeof(KelvaroBufferEntry)));
+    if (!entry)
+        return nullptr;
+    entry->buffer = buffer;
+    entry->next = &KelvaroBufferList;
+    entry->previous = KelvaroBufferList.previous;
+    entry->previous->next = entry;
+    KelvaroBufferList.previous = entry;
+    return entry;
+}
+
+bool KelvaroForgetBuffer(void* buffer)
+{
+    HeapPtr<KelvaroBufferEntry> entry;
+    const ExclusiveLock lock(&listLock);
+    entry.reset(FindEntry(buffer));
+    if (!entry)
+        return false;
+    entry->previous->next = entry->next;
+    entry->next->previous = entry->previous;
+    return true;
+}
+
+bool KelvaroIsRegistered(const void* buffer)
+{
+    const ExclusiveLock lock(&listLock);
+    return FindEntry(buffer) != nullptr;
+}

@@ -1,0 +1,167 @@
+#include <utility>
+
+#include "keyvault/key_lookup.h"
+#include "provider/buffer_list.h"
+#include "provider/entry_points.h"
+#include "provider/key_object.h"
+#include "provider/provider.h"
+#include "provider/vault_call.h"
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr WCHAR kEntryPoint[] = TEXT("KelvaroEnumKeys");
+constexpr SECURITY_STATUS kVaultReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
+
+constexpr DWORD kAllowedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_SILENT_FLAG;
+constexpr size_t kSlotChars = 128;
+
+// One walk: a snapshot of the names, taken at its first call. One block with `count` pointers and `count` slots of
+// kSlotChars characters behind the fixed part. Registered; the host's, until KelvaroFreeBuffer.
+struct KSP_ENUM_STATE {
+    LONG index;  // of the next name to hand out
+    DWORD count;
+
+    WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
+    WCHAR* slot(DWORD i) { return reinterpret_cast<WCHAR*>(names() + count) + i * kSlotChars; }
+    bool AtEnd() const { return static_cast<DWORD>(index) >= count; }
+};
+
+// Takes back a block that did not reach the host, registered or not.
+struct UnregisterAndFree {
+    void operator()(void* block) const
+    {
+        KelvaroForgetBuffer(block);
+        HeapFree(GetProcessHeap(), 0, block);
+    }
+};
+using EnumStatePtr = std::unique_ptr<KSP_ENUM_STATE, UnregisterAndFree>;
+
+struct NameList {
+    NameList() = default;
+    ~NameList() { KVCFreeNames(names, count); }
+    NameList(const NameList&) = delete;
+    NameList& operator=(const NameList&) = delete;
+
+    WCHAR** names = nullptr;
+    DWORD count = 0;
+};
+
+struct LocalKVKey {
+    LocalKVKey() = default;
+    ~LocalKVKey() { KVCFreeKVKey(&key); }
+    LocalKVKey(const LocalKVKey&) = delete;
+    LocalKVKey& operator=(const LocalKVKey&) = delete;
+
+    KVKey key = {};
+};
+
+struct KeyNameBlock {
+    NCryptKeyName name;
+    WCHAR algId[kAlgIDChars];
+};
+
+// NULL: no memory, or more names than a 32-bit process can address.
+KSP_ENUM_STATE* AllocateState(DWORD count)
+{
+    constexpr uint64_t kBytesPerName = sizeof(WCHAR*) + kSlotChars * sizeof(WCHAR);
+    const uint64_t cbState = sizeof(KSP_ENUM_STATE) + count * kBytesPerName;
+    const SIZE_T cbBlock = static_cast<SIZE_T>(cbState);
+    if (cbBlock != cbState)
+        return nullptr;
+    return static_cast<KSP_ENUM_STATE*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cbBlock));
+}
+
+SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)
+{
+    NameList list;
+    if (!KVCGetKeys(call, &list.names, &list.count))
+        return kVaultReadFailed;
+    EnumStatePtr made(AllocateState(list.count));
+    if (!made || !KelvaroRegisterBuffer(made.get()))
+        return NTE_NO_MEMORY;
+
+    made->count = list.count;
+    for (DWORD i = 0; i < list.count; ++i) {
+        made->names()[i] = made->slot(i);
+        TextCopyCut(made->slot(i), kSlotChars, View(list.names[i]));
+    }
+    *state = std::move(made);
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS ReadNextKey(KVC* call, KSP_ENUM_STATE* state, DWORD dwFlags, NCryptKeyName** ppKeyName)
+{
+    WCHAR* name = state->names()[state->index];
+    LocalKVKey kvk;
+    if (!KVCGetKey(call, name, &kvk.key, 0))
+        return kVaultReadFailed;
+    HeapPtr<KeyNameBlock> block(
+        static_cast<KeyNameBlock*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(KeyNameBlock))));
+    if (!block)
+        return NTE_NO_MEMORY;
+
+    TextCopyCut(block->algId, kAlgIDChars, View(kvk.key.AlgID));
+    block->name.pszName = name;  // the state's: it outlives the block's use
+    block->name.pszAlgid = block->algId;
+    block->name.dwFlags = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
+    ++state->index;
+    if (!KelvaroRegisterBuffer(block.get()))
+        return NTE_NO_MEMORY;
+    *ppKeyName = &block.release()->name;
+    return ERROR_SUCCESS;
+}
+
+KVC* ChooseClient(const KSP_PROVIDER& provider, DWORD dwFlags)
+{
+    const DWORD machineFlag = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
+    LogLine(machineFlag != 0 ? TEXT("KelvaroEnumKeys NCRYPT_MACHINE_KEY_FLAG")
+                             : TEXT("KelvaroEnumKeys NOT NCRYPT_MACHINE_KEY_FLAG"),
+            LOG_DETAIL_LEVEL);
+    return ProviderClient(&provider, machineFlag);
+}
+
+}  // namespace
+
+SECURITY_STATUS WINAPI KelvaroEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR /*pszScope*/, NCryptKeyName** ppKeyName,
+                                       PVOID* ppEnumState, DWORD dwFlags)
+{
+    LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
+    const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    if (!provider)
+        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+    if (!ppKeyName || !ppEnumState)
+        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+    if ((dwFlags & ~kAllowedFlags) != 0)
+        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+
+    KVCCall call;
+    SECURITY_STATUS status =
+        BeginVaultCall(ChooseClient(*provider, dwFlags), TEXT("KelvaroEnumKeys Authenticate Failed"), &call);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kEntryPoint);
+
+    EnumStatePtr fresh;  // released here unless the host learns of it
+    auto* state = static_cast<KSP_ENUM_STATE*>(*ppEnumState);
+    if (!state) {
+        status = TakeSnapshot(call.get(), &fresh);
+        if (status != ERROR_SUCCESS)
+            return Fail(status, kEntryPoint);
+        state = fresh.get();
+    } else if (!KelvaroIsRegistered(state)) {
+        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+    }
+
+    if (state->AtEnd())
+        return NTE_NO_MORE_ITEMS;
+    NCryptKeyName* keyName = nullptr;
+    status = ReadNextKey(call.get(), state, dwFlags, &keyName);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kEntryPoint);
+    *ppKeyName = keyName;
+    *ppEnumState = state;
+    fresh.release();  // the host owns it now
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,13 @@
+#include "provider/buffer_list.h"
+#include "provider/entry_points.h"
+#include "support/log.h"
+
+SECURITY_STATUS WINAPI KelvaroFreeBuffer(PVOID pvInput)
+{
+    LogLine(TEXT("KelvaroFreeBuffer"), LOG_ENTRY_LEVEL);
+    // The list does not decide what may be freed: most blocks that a host holds never stood in it. The entry goes
+    // first, so that no other thread finds a block that is being freed.
+    KelvaroForgetBuffer(pvInput);
+    HeapFree(GetProcessHeap(), 0, pvInput);
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,27 @@
+#include "provider/entry_points.h"
+#include "provider/provider.h"
+#include "support/log.h"
+#include "support/secrets.h"
+
+static void ReleaseClient(KVC** kvc)
+{
+    if (*kvc)
+        KVCDelete(*kvc);
+    *kvc = nullptr;
+}
+
+SECURITY_STATUS WINAPI KelvaroFreeProvider(NCRYPT_PROV_HANDLE hProvider)
+{
+    LogLine(TEXT("KelvaroFreeProvider"), LOG_ENTRY_LEVEL);
+    KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    if (!provider)
+        return Fail(NTE_INVALID_HANDLE, TEXT("KelvaroFreeProvider"));
+    ReleaseClient(&provider->machineKvc);
+    ReleaseClient(&provider->userKvc);
+    HeapFree(GetProcessHeap(), 0, provider->pszUseContext);
+    provider->pszUseContext = nullptr;
+    // The magic word goes too, so that a second free of the handle is refused as long as the memory can be read.
+    Wipe(provider, provider->cbLength);
+    HeapFree(GetProcessHeap(), 0, provider);
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,77 @@
+#include "keyvault/key_lookup.h"
+#include "provider/entry_points.h"
+#include "provider/key_object.h"
+#include "provider/provider.h"
+#include "provider/vault_call.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr WCHAR kFailure[] = TEXT("KelvaroOpenKey Error");
+
+struct CurveName {
+    const WCHAR* crv;
+    const WCHAR* algName;
+};
+// A curve key without an algorithm of its own goes by its curve.
+constexpr CurveName kCurveNames[] = {
+    {TEXT("P-256"), TEXT("ECDH_P256")},
+    {TEXT("P-384"), TEXT("ECDH_P384")},
+    {TEXT("P-521"), TEXT("ECDH_P521")},
+};
+
+const WCHAR* AlgNameOf(const KVKey& kvk)
+{
+    if (!kvk.isEC)
+        return TEXT("RSA");
+    if (kvk.AlgID[0] != 0)
+        return kvk.AlgID;
+    for (const CurveName& row : kCurveNames) {
+        if (TextEqual(kvk.crv, row.crv))
+            return row.algName;
+    }
+    return TEXT("");
+}
+
+// The modulus is the only source of the length, so that a curve key has none.
+void TakeVaultDescription(KSP_KEY* key)
+{
+    TextCopy(key->pszAlgName, kAlgNameChars, View(AlgNameOf(key->kvk)));
+    key->dwBitLength = 8 * key->kvk.n_siz;
+    key->fFinalized = 1;
+}
+
+}  // namespace
+
+SECURITY_STATUS WINAPI KelvaroOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
+                                      DWORD /*dwLegacyKeySpec*/, DWORD dwFlags)
+{
+    LogNumber(TEXT("KelvaroOpenKey"), pszKeyName, static_cast<LONG>(dwFlags), LOG_ENTRY_LEVEL);
+    const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    if (!provider)
+        return Fail(NTE_INVALID_HANDLE, kFailure);
+    if (!phKey || !pszKeyName)
+        return Fail(NTE_INVALID_PARAMETER, kFailure);
+
+    const DWORD machineFlag = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
+    KSP_KEY* record = nullptr;
+    SECURITY_STATUS status = CreateNewKeyObject(pszKeyName, TEXT(""), &record, machineFlag);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kFailure);
+    KeyPtr key(record);
+    key->kvc = ProviderClient(provider, machineFlag);
+    if (!key->kvc)
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenKey pKey->kvc NULL"), kFailure);
+
+    KVCCall call;
+    status = BeginVaultCall(key->kvc, TEXT("KelvaroOpenKey Authenticate Failed "), &call);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kFailure);
+    if (!KVCGetKey(call.get(), pszKeyName, &key->kvk, 1))
+        return Fail(NTE_NOT_FOUND, kFailure);
+
+    TakeVaultDescription(key.get());
+    *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());  // the host owns it now
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,85 @@
+#include "provider/property_list.h"
+
+#include <string.h>
+
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+static constexpr DWORD kWaitMs = 60000;
+
+PropertyLock::PropertyLock(const WCHAR* failureText)
+{
+    const DWORD result = WaitForSingleObject(KelvaroPropertySemaphore, kWaitMs);
+    held_ = result == WAIT_OBJECT_0;
+    if (!held_)
+        LogError(failureText, result, LOG_ENTRY_LEVEL);
+}
+
+PropertyLock::~PropertyLock()
+{
+    if (held_)
+        ReleaseSemaphore(KelvaroPropertySemaphore, 1, nullptr);
+}
+
+SECURITY_STATUS MakeKeyProperty(const WCHAR* pszName, const BYTE* pbData, DWORD cbData, DWORD dwFlags,
+                                KSP_PROPERTY** pProperty)
+{
+    const uint64_t cbBlock = uint64_t{sizeof(KSP_PROPERTY)} + cbData;
+    if (static_cast<SIZE_T>(cbBlock) != cbBlock)
+        return NTE_NO_MEMORY;  // more than a 32-bit process can address
+    HeapPtr<KSP_PROPERTY> property(
+        static_cast<KSP_PROPERTY*>(HeapAlloc(GetProcessHeap(), 0, static_cast<SIZE_T>(cbBlock))));
+    if (!property)
+        return NTE_NO_MEMORY;
+    if (!TextCopy(property->szName, kPropertyNameLimit + 1, View(pszName)))
+        return NTE_INVALID_PARAMETER;
+    property->cbPropertyData = cbData;
+    property->fBuildin = (dwFlags & NCRYPT_PERSIST_ONLY_FLAG) == 0;
+    property->fPersisted = (dwFlags & (NCRYPT_PERSIST_FLAG | NCRYPT_PERSIST_ONLY_FLAG)) != 0;
+    PropertyListInit(&property->ListEntry);
+    if (cbData)
+        memcpy(property->data(), pbData, cbData);
+    *pProperty = property.release();
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS FindKeyProperty(KSP_KEY* pKey, const WCHAR* pszName, KSP_PROPERTY** pProperty)
+{
+    for (PropertyLink* link = pKey->PropertyList.next; link != &pKey->PropertyList; link = link->next) {
+        KSP_PROPERTY* property = PropertyFromLink(link);
+        if (TextEqual(property->szName, pszName)) {
+            *pProperty = property;
+            return ERROR_SUCCESS;
+        }
+    }
+    return NTE_NOT_FOUND;
+}
+
+void PropertyListInit(PropertyLink* head)
+{
+    head->next = head;
+    head->previous = head;
+}
+
+void PropertyListAppend(PropertyLink* head, KSP_PROPERTY* property)
+{
+    PropertyLink* link = &property->ListEntry;
+    link->next = head;
+    link->previous = head->previous;
+    link->previous->next = link;
+    head->previous = link;
+}
+
+void PropertyUnlink(KSP_PROPERTY* property)
+{
+    PropertyLink* link = &property->ListEntry;
+    link->previous->next = link->next;
+    link->next->previous = link->previous;
+    PropertyListInit(link);
+}
+
+KSP_PROPERTY* PropertyFromLink(PropertyLink* link)
+{
+    return reinterpret_cast<KSP_PROPERTY*>(reinterpret_cast<BYTE*>(link) - offsetof(KSP_PROPERTY, ListEntry));
+}

@@ -1,0 +1,67 @@
+#include "provider/property_trace.h"
+
+#include <string.h>
+
+#include "support/text.h"
+
+// The lists serve the trace alone: some of the names are known to nothing else here.
+static constexpr const WCHAR* kNumberNames[] = {
+    TEXT("Block Length"),      TEXT("Export Policy"), TEXT("Impl Type"),       TEXT("Key Type"),
+    TEXT("Key Usage"),         TEXT("Length"),        TEXT("Max Name Length"), TEXT("Security Descr Support"),
+    TEXT("Enabled Use Count"), TEXT("Version"),
+};
+static constexpr const WCHAR* kTextNames[] = {
+    TEXT("Algorithm Group"), TEXT("Algorithm Name"),  TEXT("SmartCardAssociatedECDHKey"), TEXT("Name"),
+    TEXT("SmartCardPin"),    TEXT("SmartCardReader"), TEXT("SmartCardSecurePin"),         TEXT("Unique Name"),
+    TEXT("Use Context"),
+};
+
+// What a line has room for.
+static constexpr size_t kTraceChars = 10000;
+
+template <size_t count>
+static bool Listed(const WCHAR* const (&names)[count], const WCHAR* name)
+{
+    for (const WCHAR* listed : names) {
+        if (TextEqualNoCase(View(name), View(listed)))
+            return true;
+    }
+    return false;
+}
+
+static LONG NumberOf(const BYTE* value, DWORD cbValue)
+{
+    LONG number = -1;
+    if (value && cbValue >= sizeof(number))
+        memcpy(&number, value, sizeof(number));
+    return number;
+}
+
+static void TraceText(const WCHAR* function, const WCHAR* property, const BYTE* value, DWORD cbValue)
+{
+    if (!value) {
+        LogStrings(function, property, nullptr, LOG_DETAIL_LEVEL);
+        return;
+    }
+    // A host's bytes need not be aligned, may lack their terminator, and may end behind it before cbValue does.
+    WCHAR text[kTraceChars];
+    const size_t room = cbValue / sizeof(WCHAR);
+    size_t count = 0;
+    for (; count < room && count < kTraceChars - 1; count++) {
+        memcpy(&text[count], value + count * sizeof(WCHAR), sizeof(WCHAR));
+        if (!text[count])
+            break;
+    }
+    text[count] = 0;
+    LogStrings(function, property, text, LOG_DETAIL_LEVEL);
+}
+
+void WritePropertyTrace(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue)
+{
+    if (Listed(kNumberNames, pszProperty))
+        LogNumber(function, pszProperty, NumberOf(value, cbValue), LOG_DETAIL_LEVEL);
+    else if (Listed(kTextNames, pszProperty))
+        TraceText(function, pszProperty, value, cbValue);
+    else
+        LogData(function, pszProperty);
+}

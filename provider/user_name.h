@@ -1,0 +1,9 @@
+// The caller's name, for the log.
+#pragma once
+
+#include "platform/platform.h"
+
+constexpr DWORD kUserNameChars = 257;
+
+// Empty when the platform tells none.
+void FetchUserName(WCHAR (&name)[kUserNameChars]);

@@ -1,0 +1,15 @@
+#include "provider/vault_call.h"
+
+#include "provider/provider.h"
+
+SECURITY_STATUS BeginVaultCall(KVC* client, const WCHAR* signInFailure, KVCCall* call)
+{
+    if (!client)
+        return NTE_INVALID_PARAMETER;
+    call->reset(KVCBeginCall(client));
+    if (!*call)
+        return NTE_NO_MEMORY;
+    if (!KVCAuthenticate(call->get()))
+        return Fail(SEC_E_LOGON_DENIED, signInFailure);
+    return ERROR_SUCCESS;
+}

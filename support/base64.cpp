@@ -1,0 +1,121 @@
+#include "support/base64.h"
+
+#include <string.h>
+
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size)
+{
+    constexpr DWORD kFlags = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
+    LogLine(TEXT("KVCKelvaro_ToBase64"), LOG_DETAIL_LEVEL);
+    DWORD cch = 0;
+    if (!CryptBinaryToStringW(bytes, size, kFlags, nullptr, &cch)) {
+        LogLine(TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 1 Failed"), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    MallocPtr<WCHAR> text(static_cast<WCHAR*>(calloc(cch, sizeof(WCHAR))));
+    if (!text) {
+        LogLine(TEXT("KVCKelvaro_ToBase64 Failed to allocate memory"), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    if (!CryptBinaryToStringW(bytes, size, kFlags, text.get(), &cch)) {
+        LogLine(TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 2 Failed"), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    return text.release();
+}
+
+static void ToStandardAlphabet(WCHAR* text, size_t length)
+{
+    for (size_t i = 0; i < length; i++) {
+        if (text[i] == '-')
+            text[i] = '+';
+        else if (text[i] == '_')
+            text[i] = '/';
+    }
+}
+
+// A normalised copy of a text of at most kBase64TextLimit characters; three places stay free for the fill.
+class NormalisedText {
+  public:
+    explicit NormalisedText(const WCHAR* text)
+    {
+        const TextView view = View(text);
+        if (!text || view.size() > kBase64TextLimit)
+            return;
+        size_t length = view.copy(room_, view.size());
+        ToStandardAlphabet(room_, length);
+        while (length % 4)
+            room_[length++] = '=';
+        room_[length] = 0;
+        usable_ = true;
+    }
+    // Decoded texts are secrets now and then.
+    ~NormalisedText() { Wipe(room_, sizeof(room_)); }
+    NormalisedText(const NormalisedText&) = delete;
+    NormalisedText& operator=(const NormalisedText&) = delete;
+
+    bool Decode(BYTE* bytes, DWORD* cb) const
+    {
+        return usable_ && CryptStringToBinaryW(room_, 0, CRYPT_STRING_BASE64_ANY, bytes, cb, nullptr, nullptr);
+    }
+
+  private:
+    WCHAR room_[4096];
+    bool usable_ = false;
+};
+
+int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int allocate)
+{
+    LogLine(TEXT("KVCKelvaro_FromBase64"), LOG_DETAIL_LEVEL);
+    const NormalisedText normalised(text);
+    DWORD size = 0;
+    if (!normalised.Decode(nullptr, &size)) {
+        LogLine(TEXT("KVCKelvaro_FromBase64 CryptStringToBinaryW 1 Failed"), LOG_DETAIL_LEVEL);
+        return 0;
+    }
+    // One byte at least: an empty text decodes to nothing and is no failed allocation.
+    MallocPtr<BYTE> decoded(static_cast<BYTE*>(calloc(1, size ? size : 1)));
+    if (!decoded || !normalised.Decode(decoded.get(), &size)) {
+        LogLine(TEXT("KVCKelvaro_FromBase64 CryptStringToBinaryW 2 Failed"), LOG_DETAIL_LEVEL);
+        return 0;
+    }
+    if (*ppOut && size > *pcbOut) {
+        *pcbOut = size;
+        return 0;
+    }
+    *pcbOut = size;
+    if (!*ppOut && allocate)
+        *ppOut = static_cast<BYTE*>(calloc(1, size_t{size} + 2));
+    if (*ppOut)
+        memcpy(*ppOut, decoded.get(), size);
+    Wipe(decoded.get(), size);
+    return 1;
+}
+
+int Kelvaro_FromBase64(const WCHAR* text, BYTE* buffer, DWORD* pcbOut)
+{
+    LogLine(TEXT("Kelvaro_FromBase64"), LOG_DETAIL_LEVEL);
+    const NormalisedText normalised(text);
+    if (!normalised.Decode(buffer, pcbOut)) {
+        LogLine(TEXT("Kelvaro_FromBase64 CryptStringToBinary Failed"), LOG_ERROR_LEVEL);
+        return 0;
+    }
+    return 1;
+}
+
+int BldBinFromBase64(const WCHAR* text, BYTE* buffer, DWORD* pcbOut)
+{
+    LogLine(TEXT("BldBinFromBase64"), LOG_DETAIL_LEVEL);
+    const BldStrPtr str(BldStrNewStr(text));
+    if (!str)
+        return 0;
+    ToStandardAlphabet(str->cStr, str->length);
+    while (str->length % 4) {
+        if (!BldStrCat(str.get(), TEXT("=")))
+            return 0;
+    }
+    return CryptStringToBinaryW(str->cStr, 0, CRYPT_STRING_BASE64_ANY, buffer, pcbOut, nullptr, nullptr);
+}

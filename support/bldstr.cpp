@@ -1,0 +1,149 @@
+#include "support/bldstr.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+// Lengths are kept in 32 bits of bytes; longer texts are refused like a failed allocation.
+static constexpr size_t kMaxChars = 0x7FFFFFF0 / sizeof(WCHAR);
+
+static DWORD BytesFor(size_t chars)
+{
+    return static_cast<DWORD>(chars * sizeof(WCHAR) + sizeof(WCHAR));
+}
+
+BldStr* BldStrNew(DWORD chars)
+{
+    MallocPtr<BldStr> str(static_cast<BldStr*>(calloc(1, sizeof(BldStr))));
+    if (!str || chars > kMaxChars)
+        return nullptr;
+    str->cStr = static_cast<WCHAR*>(calloc(1, BytesFor(chars)));
+    // Without a text the record promises no room, so that every append is refused.
+    if (str->cStr)
+        str->capacity = BytesFor(chars);
+    return str.release();
+}
+
+BldStr* BldStrNewStr(const WCHAR* text)
+{
+    const TextView view = View(text);
+    BldStrPtr str(text && view.size() <= kMaxChars ? BldStrNew(static_cast<DWORD>(view.size())) : nullptr);
+    if (!str || !BldStrCat(str.get(), text)) {
+        LogLine(TEXT("BldStrNewStr NULL str"), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    return str.release();
+}
+
+BldStr* BldStrNewStrFromAscii(const char* text)
+{
+    if (!text) {
+        LogLine(TEXT("BldStrNewStrFromAscii NULL str"), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    BldStrPtr str(static_cast<BldStr*>(calloc(1, sizeof(BldStr))));
+    if (!str) {
+        LogError(TEXT("BldStrNewStrFromAscii memory allocation failed"), GetLastError(), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    const int size = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
+    if (size <= 0) {
+        LogError(TEXT("BldStrNewStrFromAscii MultiByteToWideChar 1 failed"), GetLastError(), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    str->cStr = static_cast<WCHAR*>(calloc(static_cast<size_t>(size), sizeof(WCHAR)));
+    if (!str->cStr) {
+        LogError(TEXT("BldStrNewStrFromAscii string memory allocation failed"), GetLastError(), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    const int written = MultiByteToWideChar(CP_ACP, 0, text, -1, str->cStr, size);
+    str->capacity = static_cast<DWORD>(written > 0 ? written : 0) * static_cast<DWORD>(sizeof(WCHAR));
+    if (str->capacity == 0) {
+        LogError(TEXT("BldStrNewStrFromAscii MultiByteToWideChar 2 failed"), GetLastError(), LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    str->length = static_cast<DWORD>(View(str->cStr).size());
+    return str.release();
+}
+
+// Makes room for a text of `chars` characters, by an exact fit. False with the string unchanged.
+static bool Grow(BldStr* str, size_t chars)
+{
+    const DWORD needed = chars <= kMaxChars ? BytesFor(chars) : 0;
+    WCHAR* grown = needed ? static_cast<WCHAR*>(realloc(str->cStr, needed)) : nullptr;
+    if (!grown) {
+        LogLine(TEXT("BldStrFree BldStrCat realloc returned NULL"), LOG_ERROR_LEVEL);
+        return false;
+    }
+    str->cStr = grown;
+    str->capacity = needed;
+    return true;
+}
+
+int BldStrCat(BldStr* str, const WCHAR* add)
+{
+    if (!str || !str->cStr || !add) {
+        LogLine(TEXT("BldStrFree BldStrCat pstr or stradd NULL"), LOG_WARNING_LEVEL);
+        return 0;
+    }
+    const TextView view(add);
+    const size_t length = str->length + view.size();
+    if ((length > kMaxChars || BytesFor(length) > str->capacity) && !Grow(str, length))
+        return 0;
+    view.copy(str->cStr + str->length, view.size());
+    str->cStr[length] = 0;
+    str->length = static_cast<DWORD>(length);
+    return 1;
+}
+
+int BldStrReplace(BldStr* str, const WCHAR* text)
+{
+    if (!str || !str->cStr || !text) {
+        LogLine(TEXT("BldStrReplace NULL"), LOG_WARNING_LEVEL);
+        return 0;
+    }
+    const TextView view(text);
+    if (view.size() > str->length && !Grow(str, view.size()))
+        return 0;
+    // A replacement may be a part of the old text.
+    memmove(str->cStr, view.data(), view.size() * sizeof(WCHAR));
+    str->cStr[view.size()] = 0;
+    str->length = static_cast<DWORD>(view.size());
+    return 1;
+}
+
+void BldStrRemove(BldStr* str, WCHAR ch)
+{
+    if (!str || !str->cStr) {
+        LogLine(TEXT("BldStrRemove NULL"), LOG_WARNING_LEVEL);
+        return;
+    }
+    DWORD kept = 0;
+    for (DWORD i = 0; i < str->length; i++) {
+        if (str->cStr[i] != ch)
+            str->cStr[kept++] = str->cStr[i];
+    }
+    str->cStr[kept] = 0;
+    str->length = kept;
+}
+
+void BldStrFree(BldStr* str)
+{
+    free(str->cStr);
+    str->cStr = nullptr;
+    str->capacity = 0;
+    str->length = 0;
+    free(str);
+}
+
+void BldStrWipeFree(BldStr* str)
+{
+    if (!str)
+        return;
+    if (str->cStr)
+        Wipe(str->cStr, str->capacity);
+    BldStrFree(str);
+}

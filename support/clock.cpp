@@ -1,0 +1,28 @@
+#include "support/clock.h"
+
+#include <time.h>
+
+#include <atomic>
+
+static std::atomic<const Clock*> replacement{nullptr};
+
+int64_t ClockUnixTime()
+{
+    if (const Clock* clock = replacement.load(std::memory_order_acquire))
+        return clock->unixTime();
+    return _time64(nullptr);
+}
+
+void ClockSleep(DWORD waitMs)
+{
+    if (const Clock* clock = replacement.load(std::memory_order_acquire)) {
+        clock->sleep(waitMs);
+        return;
+    }
+    Sleep(waitMs);
+}
+
+void ClockReplace(const Clock* clock)
+{
+    replacement.store(clock, std::memory_order_release);
+}

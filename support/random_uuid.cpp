@@ -1,0 +1,42 @@
+#include "support/random_uuid.h"
+
+#include "support/text.h"
+
+static const WCHAR kHexDigits[] = TEXT("0123456789abcdef");
+
+// 8-4-4-4-12 hexadecimal digits of sixteen bytes in order.
+static void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
+{
+    size_t at = 0;
+    for (size_t i = 0; i < 16; i++) {
+        if (i == 4 || i == 6 || i == 8 || i == 10)
+            text[at++] = '-';
+        text[at++] = kHexDigits[bytes[i] >> 4];
+        text[at++] = kHexDigits[bytes[i] & 15];
+    }
+    text[at] = 0;
+}
+
+static void RandomUuid(WCHAR (&text)[kUuidTextChars])
+{
+    BYTE bytes[16] = {};
+    // Should even the generator fail, the line still goes out, with a value that shows it.
+    (void)BCryptGenRandom(nullptr, bytes, sizeof(bytes), BCRYPT_USE_SYSTEM_PREFERRED_RNG);
+    bytes[6] = static_cast<BYTE>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<BYTE>((bytes[8] & 0x3F) | 0x80);
+    WriteUuid(bytes, text);
+}
+
+void NewUuidText(WCHAR (&text)[kUuidTextChars])
+{
+    UUID uuid;
+    const RPC_STATUS made = UuidCreate(&uuid);
+    RPC_WSTR platformText = nullptr;
+    if ((made != RPC_S_OK && made != RPC_S_UUID_LOCAL_ONLY) || UuidToStringW(&uuid, &platformText) != RPC_S_OK) {
+        RandomUuid(text);
+        return;
+    }
+    if (!TextCopy(text, kUuidTextChars, reinterpret_cast<const WCHAR*>(platformText)))
+        RandomUuid(text);
+    RpcStringFreeW(&platformText);
+}

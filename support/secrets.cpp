@@ -1,0 +1,67 @@
+#include "support/secrets.h"
+
+#include <string.h>
+
+#include "support/base64.h"
+#include "support/guards.h"
+#include "support/log.h"
+
+// The optional entropy of every protected secret. Values made under other bytes cannot be read under these.
+static void BuildEntropy(BYTE (&entropy)[20])
+{
+    static constexpr uint32_t kWords[5] = {0x5D1C93A7, 0x2EF04B68, 0x91B7D63C, 0x0A84E25F, 0xC36F1E92};
+    for (size_t i = 0; i < 20; i++)
+        entropy[i] = static_cast<BYTE>(kWords[i / 4] >> (8 * (i % 4)));
+}
+
+void Wipe(void* block, size_t size)
+{
+    if (block)
+        SecureZeroMemory(block, size);
+}
+
+bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchText)
+{
+    BYTE entropyBytes[20];
+    BuildEntropy(entropyBytes);
+    DATA_BLOB plain = {kSecretBufferSize, const_cast<BYTE*>(secret)};
+    DATA_BLOB entropy = {sizeof(entropyBytes), entropyBytes};
+    DATA_BLOB sealed = {};
+    const DWORD flags = forMachine ? CRYPTPROTECT_LOCAL_MACHINE : CRYPTPROTECT_UI_FORBIDDEN;
+    if (!CryptProtectData(&plain, nullptr, &entropy, nullptr, nullptr, flags, &sealed) || !sealed.pbData)
+        return false;
+    const LocalPtr<BYTE> owner(sealed.pbData);
+    DWORD cch = cchText;
+    return sealed.cbData > 0 &&
+           CryptBinaryToStringW(sealed.pbData, sealed.cbData, CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF | 0x80000000u,
+                                text, &cch);
+}
+
+int GetSecretFromDPAPI(const WCHAR* protectedText, BYTE* buffer, DWORD bufferSize)
+{
+    if (!protectedText || !protectedText[0])
+        return 0;
+    BYTE sealedBytes[4096];
+    BYTE entropyBytes[20];
+    BuildEntropy(entropyBytes);
+    DATA_BLOB sealed = {sizeof(sealedBytes), sealedBytes};
+    // Text that does not decode leaves nothing that the platform would accept.
+    if (!Kelvaro_FromBase64(protectedText, sealedBytes, &sealed.cbData))
+        sealed.cbData = 0;
+    DATA_BLOB entropy = {sizeof(entropyBytes), entropyBytes};
+    DATA_BLOB plain = {};
+    LPWSTR description = nullptr;
+    if (!CryptUnprotectData(&sealed, &description, &entropy, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &plain)) {
+        LogNumber(TEXT("GetSecretFromDPAPI Failed to decrypt secret - CryptUnprotectData"), TEXT(""),
+                  static_cast<LONG>(GetLastError()), LOG_ERROR_LEVEL);
+        return 0;
+    }
+    const LocalPtr<WCHAR> descriptionOwner(description);
+    const LocalPtr<BYTE> plainOwner(plain.pbData);
+    const bool any = plain.pbData && plain.cbData > 0;
+    if (any) {
+        memcpy(buffer, plain.pbData, plain.cbData < bufferSize ? plain.cbData : bufferSize);
+        Wipe(plain.pbData, plain.cbData);
+    }
+    return any ? 1 : 0;
+}

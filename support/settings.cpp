@@ -1,0 +1,119 @@
+#include "support/settings.h"
+
+#include <string.h>
+
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+const WCHAR kSettingsKey[] = TEXT("Software\\Zandrel\\Kelvaro");
+
+// The settings key of one hive, closed at the end of a scope; NULL when there is none.
+class SettingsKey {
+  public:
+    explicit SettingsKey(HKEY hive)
+    {
+        if (RegOpenKeyW(hive, kSettingsKey, &key_) != ERROR_SUCCESS)
+            key_ = nullptr;
+    }
+    ~SettingsKey()
+    {
+        if (key_)
+            RegCloseKey(key_);
+    }
+    SettingsKey(const SettingsKey&) = delete;
+    SettingsKey& operator=(const SettingsKey&) = delete;
+
+    HKEY get() const { return key_; }
+
+  private:
+    HKEY key_ = nullptr;
+};
+
+static HKEY Hive(int isMachine)
+{
+    return isMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+}
+
+void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
+{
+    memset(buffer, 0, cbBuffer);
+    const SettingsKey key(hive);
+    if (!key.get())
+        return;
+    DWORD type = 0;
+    DWORD size = cbBuffer;
+    const LONG error = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size);
+    // After a value that is too long the buffer's contents are undefined.
+    if (error != ERROR_SUCCESS || type != REG_SZ) {
+        SecureZeroMemory(buffer, cbBuffer);
+        return;
+    }
+    // A stored text may lack its terminator.
+    buffer[cbBuffer / sizeof(WCHAR) - 1] = 0;
+}
+
+DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName)
+{
+    const SettingsKey key(hive);
+    if (!key.get())
+        return 0;
+    DWORD type = 0;
+    DWORD number = 0;
+    DWORD size = sizeof(number);
+    const LONG error = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size);
+    return error == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(number) ? number : 0;
+}
+
+bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
+{
+    const SettingsKey key(hive);
+    if (!key.get())
+        return false;
+    const DWORD size = static_cast<DWORD>((View(text).size() + 1) * sizeof(WCHAR));
+    return RegSetKeyValueW(key.get(), nullptr, valueName, REG_SZ, text, size) == ERROR_SUCCESS;
+}
+
+// The size of a value in bytes; 0 when key or value is missing.
+static DWORD ValueSize(HKEY hive, const WCHAR* valueName)
+{
+    const SettingsKey key(hive);
+    DWORD size = 0;
+    if (!key.get() || RegQueryValueExW(key.get(), valueName, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS)
+        return 0;
+    return size;
+}
+
+BldStr* BldStrGetWStringValue(int isMachine, const WCHAR* valueName)
+{
+    const HKEY hive = Hive(isMachine);
+    const DWORD stored = ValueSize(hive, valueName);
+    // Room for a terminator that the stored value may lack. The size is a registry value's and far from the wrap.
+    const DWORD capacity = stored / 2 * 2 + 4;
+    MallocPtr<BldStr> str(static_cast<BldStr*>(calloc(1, sizeof(BldStr))));
+    MallocPtr<WCHAR> text(static_cast<WCHAR*>(calloc(1, capacity)));
+    if (!str || !text) {
+        LogString(TEXT("BldStrGetWStringValue Allocate String Failed"), nullptr, LOG_ERROR_LEVEL);
+        return nullptr;
+    }
+    const SettingsKey key(hive);
+    DWORD type = REG_SZ;
+    DWORD size = capacity;
+    if (key.get()) {
+        const LONG error =
+            RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(text.get()), &size);
+        // The value may have grown since it was measured.
+        if (error != ERROR_SUCCESS || type != REG_SZ)
+            text.get()[0] = 0;
+    }
+    text.get()[capacity / sizeof(WCHAR) - 1] = 0;
+    str->capacity = capacity;
+    str->length = static_cast<DWORD>(View(text.get()).size());
+    str->cStr = text.release();
+    return str.release();
+}
+
+int BldStrSetWStringValue(int isMachine, const WCHAR* valueName, const WCHAR* text)
+{
+    return SettingsWriteText(Hive(isMachine), valueName, text) ? 1 : 0;
+}

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Installs what is missing, builds every variant and passes the tests.
+# Usage: ./test.sh [release|asan|tsan|win64|win32|format]...   All of them without an argument.
+set -eu
+top=$(cd "$(dirname "$0")" && pwd)
+. "$top/tools/variants.sh"
+
+[ $# -gt 0 ] || set -- format release asan tsan win64 win32
+
+# shellcheck disable=SC2086
+"$top/tools/packages.sh" $linux_packages $windows_packages $check_packages
+
+export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:allocator_may_return_null=1
+export UBSAN_OPTIONS=print_stacktrace=1
+export TSAN_OPTIONS=halt_on_error=0:second_deadlock_stack=1
+
+for variant in "$@"; do
+    echo "== $variant"
+    case $variant in
+    format)
+        "$top/tools/check-format.sh"
+        ;;
+    win64 | win32)
+        build_variant "$variant"
+        "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
+        ;;
+    *)
+        build_variant "$variant"
+        ctest --test-dir "$top/build/$variant" --output-on-failure --no-tests=error -j "$(nproc)"
+        ;;
+    esac
+done
+echo "== all done: $*"

@@ -1,0 +1,19 @@
+// Makes allocations of the system's code fail. The test programs are linked with calloc, realloc, malloc and HeapAlloc
+// wrapped, which catches calls from the system's own objects only.
+#pragma once
+
+#include <cstddef>
+
+// While one of these lives, allocation number `failAt` (from 0) of this thread's system code fails, and all later ones
+// too when `failAllAfter` is set. failAt of SIZE_MAX fails none and only counts.
+class AllocFault {
+  public:
+    explicit AllocFault(size_t failAt, bool failAllAfter = false);
+    ~AllocFault();
+    AllocFault(const AllocFault&) = delete;
+    AllocFault& operator=(const AllocFault&) = delete;
+    size_t Seen() const;  // allocations asked for so far
+};
+
+// For the wrappers: counts one allocation and tells whether it is to fail.
+bool AllocFaultDue();

@@ -1,0 +1,44 @@
+// The simulator, driven over its control port. On Linux each test program starts one of its own; where VAULTSIM_CONTROL
+// is set it uses the one that listens there.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+class Simulator {
+  public:
+    static Simulator& Get();  // started on first use, stopped at the end of the program
+
+    void Reset();  // fresh vaults "contoso-keys" (premium) and "fabrikam" (standard), no faults, empty journal, all
+                   // listeners up
+
+    // Control calls: the answer's JSON; a status other than 2xx fails the test program with a message.
+    nlohmann::json Control(const std::string& method, const std::string& path, const nlohmann::json& body = nullptr);
+
+    nlohmann::json Journal();  // the array "requests"
+    // Requests of the journal as "POST /keys/a/sign?api-version=7.0", those of the vault only (no sign-in).
+    std::vector<std::string> VaultRequests();
+    void ClearJournal();
+    int SignIns();
+    void Fault(const nlohmann::json& fault);
+    void AddKey(const std::string& vault, const nlohmann::json& key);  // {"name":"a","kty":"RSA","size":2048}
+    std::string PublicKeyPem(const std::string& vault, const std::string& name);
+
+    static constexpr const char* kVault = "contoso-keys";
+    static constexpr const char* kStandardVault = "fabrikam";
+    static constexpr const char* kTenant = "11111111-2222-3333-4444-555555555555";
+    static constexpr const char* kClientId = "aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee";
+    static constexpr const char* kClientSecret = "s3cret~Value.For-Tests";
+    static constexpr const char* kObjectId = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
+
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+  private:
+    Simulator();
+    ~Simulator();
+    int controlPort_ = 0;
+    int pid_ = 0;
+    std::string directory_;
+};

@@ -1,0 +1,92 @@
+#include "tests/common/simulator_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <stdexcept>
+
+#include "tests/common/simulator.h"
+
+// Takes `export NAME=value` lines of the simulator's file into this process, but for the root: each test has its own.
+static void ReadEnvironment(const std::string& path)
+{
+    std::ifstream file(path);
+    const std::regex form("^export ([A-Z_]+)=(?:'([^']*)'|\"([^\"]*)\"|(.*))$");
+    for (std::string line; std::getline(file, line);) {
+        std::smatch match;
+        if (std::regex_match(line, match, form) && match[1] != "KELVARO_ROOT") {
+            const std::string value = match[2].matched ? match[2] : match[3].matched ? match[3] : match[4];
+            setenv(match[1].str().c_str(), value.c_str(), 1);
+        }
+    }
+}
+
+static int ControlPort(const std::string& readyLine)
+{
+    std::smatch match;
+    if (!std::regex_search(readyLine, match, std::regex("^ready .*control=([0-9]+)")))
+        throw std::runtime_error("the simulator did not start: " + readyLine);
+    return std::stoi(match[1]);
+}
+
+// The child's end of the start: its standard output is the pipe, and it ends with this program whatever happens.
+[[noreturn]] static void RunSimulator(int output, const std::string& directory)
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(output, STDOUT_FILENO);
+    const std::string vault = std::string(Simulator::kVault) + ":premium";
+    const std::string standard = std::string(Simulator::kStandardVault) + ":standard";
+    execl(KELVARO_VAULTSIM_PATH, "vaultsim", "--dir", directory.c_str(), "--vault", vault.c_str(), "--vault",
+          standard.c_str(), "--tenant", Simulator::kTenant, "--client-id", Simulator::kClientId, "--client-secret",
+          Simulator::kClientSecret, "--oid", Simulator::kObjectId, "--quiet", static_cast<char*>(nullptr));
+    _exit(127);
+}
+
+static std::string ReadLine(int fd)
+{
+    std::string line;
+    for (char ch = 0; read(fd, &ch, 1) == 1 && ch != '\n';)
+        line += ch;
+    return line;
+}
+
+SimulatorProcess StartSimulator()
+{
+    // The simulator is on loopback, whatever proxy this machine has.
+    for (const char* proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+        unsetenv(proxy);
+    char directory[] = "/tmp/kelvaro-sim-XXXXXX";
+    if (!mkdtemp(directory))
+        throw std::runtime_error("no folder for the simulator");
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::runtime_error("no pipe for the simulator");
+    SimulatorProcess process;
+    process.directory = directory;
+    process.pid = fork();
+    if (process.pid == 0)
+        RunSimulator(ends[1], directory);
+    close(ends[1]);
+    process.controlPort = ControlPort(ReadLine(ends[0]));
+    // The read end stays open: the simulator may print further lines.
+    ReadEnvironment(process.directory + "/env");
+    return process;
+}
+
+void StopSimulator(const SimulatorProcess& process)
+{
+    if (process.pid <= 0)
+        return;
+    kill(process.pid, SIGTERM);
+    waitpid(process.pid, nullptr, 0);
+    std::error_code ignored;
+    std::filesystem::remove_all(process.directory, ignored);
+}

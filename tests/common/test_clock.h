@@ -1,0 +1,22 @@
+// A clock that stands still until the system sleeps or a test moves it, and that remembers every wait.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "support/clock.h"
+
+class TestClock {
+  public:
+    TestClock();  // starts at the present second; put behind the system's clock
+    ~TestClock();
+    TestClock(const TestClock&) = delete;
+    TestClock& operator=(const TestClock&) = delete;
+
+    std::vector<DWORD> Waits() const;  // every sleep so far, in ms, in order
+    void ClearWaits();
+    void Advance(int64_t seconds);
+    void Set(int64_t unixTime);
+    // Called inside each sleep with its length and its index from 0, before it returns. Called on the sleeping thread.
+    void OnSleep(std::function<void(DWORD waitMs, size_t index)> handler);
+};

@@ -1,0 +1,35 @@
+// An administrator at a machine of his own, with the simulator as its vault.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/common/simulator.h"
+#include "tests/common/test_root.h"
+#include "tests/kelvaroctl/process.h"
+
+class CtlTest : public testing::Test {
+  protected:
+    // Settings that sign in to the vault, in both hives.
+    void SetUp() override;
+
+    // Runs the tool with the built module.
+    Ran Ctl(const std::vector<std::string>& arguments, const std::string& input = "");
+    // The same with --json: the object on standard output. Fails the test when it ends with another exit code.
+    nlohmann::json CtlJson(std::vector<std::string> arguments, int exit = 0);
+    // Standard output of a run that must succeed.
+    std::string Out(const std::vector<std::string>& arguments);
+
+    std::string File(const std::string& name) const { return root.directory() + "/" + name; }
+    void WriteFile(const std::string& name, const std::string& content) const;
+    std::string ReadFile(const std::string& path) const;
+    std::string HiveFile(const char* name = "HKEY_LOCAL_MACHINE") const;
+
+    static std::vector<std::string> WithModule(std::vector<std::string> arguments);
+
+    TestRoot root;
+    Simulator& sim = Simulator::Get();
+};

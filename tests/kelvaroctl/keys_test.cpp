@@ -1,0 +1,216 @@
+// The provider and the vault's keys, as an administrator and as a program see them.
+#include <filesystem>
+
+#include "keyvault/kvkey.h"
+#include "tests/kelvaroctl/ctl_fixture.h"
+#include "tests/kelvaroctl/openssl_key.h"
+
+namespace {
+
+using nlohmann::json;
+
+class KeysTest : public CtlTest {
+  protected:
+    void SetUp() override
+    {
+        CtlTest::SetUp();
+        sim.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
+        sim.AddKey(Simulator::kVault, {{"name", "p256"}, {"kty", "EC"}, {"crv", "P-256"}});
+        sim.AddKey(Simulator::kVault, {{"name", "p384"}, {"kty", "EC"}, {"crv", "P-384"}});
+        sim.AddKey(Simulator::kVault, {{"name", "p521"}, {"kty", "EC"}, {"crv", "P-521"}});
+    }
+};
+
+TEST_F(KeysTest, TheProviderIntroducesItself)
+{
+    const json shown = CtlJson({"provider", "show"});
+    EXPECT_EQ("Zandrel Key Storage Provider for Key Vault", shown["name"]);
+    EXPECT_EQ("1.0", shown["version"]);
+    EXPECT_EQ("hardware", shown["implementation"]);
+    EXPECT_EQ(42, shown["maxNameLength"]);
+    EXPECT_EQ(Simulator::kVault, shown["settings"]["KeyVault"]["value"]);
+    EXPECT_EQ("protected", shown["settings"]["ClientSecret"]["state"]);
+    const json algorithms = CtlJson({"algorithms"})["algorithms"];
+    ASSERT_EQ(7u, algorithms.size());
+    EXPECT_EQ(json({{"name", "RSA"}, {"operations", {"encryption", "signature"}}}), algorithms[0]);
+    EXPECT_EQ(json({{"name", "ECDH_P521"}, {"operations", {"secret agreement", "signature"}}}), algorithms[6]);
+}
+
+TEST_F(KeysTest, ListsWithAndWithoutDetails)
+{
+    sim.AddKey(Simulator::kVault,
+               {{"name", "tagged"}, {"kty", "EC"}, {"crv", "P-256"}, {"tags", {{"AlgID", "ECDH_P256"}}}});
+    sim.AddKey(Simulator::kVault, {{"name", "unnamed-curve"}, {"kty", "EC"}, {"crv", "P-256K"}});
+    EXPECT_EQ(
+        "p256           -\np384           -\np521           -\nrsa            -\ntagged         ECDH_P256\n"
+        "unnamed-curve  -\n",
+        Out({"keys", "list"}));
+    const json keys = CtlJson({"keys", "list", "--details"})["keys"];
+    ASSERT_EQ(6u, keys.size());
+    const struct {
+        const char* name;
+        const char* key;
+        int bits;
+    } rows[] = {{"p256", "P-256", 256}, {"p384", "P-384", 384}, {"p521", "P-521", 521}, {"rsa", "RSA 2048", 2048}};
+    for (size_t index = 0; index < 4; ++index) {
+        EXPECT_EQ(rows[index].name, keys[index]["name"]);
+        EXPECT_EQ(rows[index].key, keys[index]["key"]);
+        EXPECT_EQ(rows[index].bits, keys[index]["bits"]);
+        EXPECT_EQ(OpensslKey(sim.PublicKeyPem(Simulator::kVault, rows[index].name)).Fingerprint(),
+                  keys[index]["fingerprint"]);
+    }
+    EXPECT_NE(std::string::npos, keys[5]["problem"].get<std::string>().find("on a curve other than"));
+}
+
+TEST_F(KeysTest, AWalkThatBreaksOffKeepsWhatItFound)
+{
+    const auto breakOff = [this] {
+        sim.Fault({{"path", "/keys/p521"}, {"method", "GET"}, {"action", "status"}, {"status", 403}, {"times", -1}});
+    };
+    breakOff();
+    const json answer = CtlJson({"keys", "list"}, 6);
+    EXPECT_EQ("KEY_LISTING_FAILED", answer["error"]["code"]);
+    EXPECT_EQ("0x801B8002", answer["error"]["status"]);
+    EXPECT_EQ(2u, answer["keys"].size());
+    const Ran ran = Ctl({"keys", "list"});
+    EXPECT_EQ(6, ran.exit);
+    EXPECT_EQ("p256  -\np384  -\n", ran.out);
+    EXPECT_NE(std::string::npos, ran.err.find("0x801B8002"));
+}
+
+TEST_F(KeysTest, PublicKeysInEveryForm)
+{
+    for (const char* name : {"rsa", "p256", "p384", "p521"}) {
+        SCOPED_TRACE(name);
+        const std::string expected = sim.PublicKeyPem(Simulator::kVault, name);
+        EXPECT_EQ(expected, Out({"keys", "export", name, "--format", "pem"}));
+        EXPECT_EQ(0, Ctl({"keys", "export", name, "--format", "pem", "--out", File("key.pem")}).exit);
+        EXPECT_EQ(expected, ReadFile(File("key.pem")));
+        const json shown = CtlJson({"keys", "show", name});
+        EXPECT_EQ(expected, shown["publicKey"]["pem"]);
+        EXPECT_EQ(OpensslKey(expected).Fingerprint(), shown["fingerprint"]);
+        EXPECT_EQ(shown["publicKey"]["jwk"], json::parse(Out({"keys", "export", name, "--format", "jwk"})));
+        EXPECT_EQ(name, shown["publicKey"]["jwk"]["kid"]);
+    }
+    EXPECT_EQ(0, Ctl({"keys", "export", "p384", "--format", "cng", "--out", File("key.cng")}).exit);
+    const std::string blob = ReadFile(File("key.cng"));
+    EXPECT_EQ(std::string("ECS3\x30\0\0\0", 8), blob.substr(0, 8));
+    // The point is the end of the DER form, too.
+    const std::string der = OpensslKey(sim.PublicKeyPem(Simulator::kVault, "p384")).Der();
+    EXPECT_EQ(der.substr(der.size() - 96), blob.substr(8));
+    EXPECT_EQ(2, Ctl({"keys", "export", "p384", "--format", "cng"}).exit);
+    EXPECT_EQ(2, Ctl({"keys", "export", "p384", "--format", "der"}).exit);
+}
+
+TEST_F(KeysTest, PropertiesAreReadWithoutSideEffects)
+{
+    const json properties = CtlJson({"properties", "rsa"})["properties"];
+    EXPECT_EQ("rsa", properties["Name"]);
+    EXPECT_EQ(2048, properties["Length"]);
+    EXPECT_EQ(json({{"minimum", 2048}, {"maximum", 4096}, {"increment", 8}, {"default", 2048}}), properties["Lengths"]);
+    EXPECT_EQ(3, properties["Key Usage"]);
+    // Asking for it would have the provider publish the key's certificate.
+    EXPECT_FALSE(properties.contains("SmartCardKeyCertificate"));
+    EXPECT_NE(std::string::npos, Out({"properties", "p256"}).find("Algorithm Name   ECDH_P256\n"));
+}
+
+TEST_F(KeysTest, NamesOfAnyScriptAndNoControlCharacters)
+{
+    for (const char* name : {"Schl\xC3\xBCssel 1 \xF0\x9F\x94\x91", "bell\x07\x1B[2J"}) {
+        WCHAR encoded[kEncodedNameChars] = {};
+        int coded = 0;
+        ASSERT_EQ(1, KVCConvertClearKeyNameToEncoded(Wide(name).c_str(), encoded, &coded));
+        sim.AddKey(Simulator::kVault, {{"name", Narrow(encoded)}, {"kty", "EC"}, {"crv", "P-256"}});
+        EXPECT_EQ(name, CtlJson({"keys", "show", name})["properties"]["Name"]);
+    }
+    const std::string list = Out({"keys", "list"});
+    EXPECT_NE(std::string::npos, list.find("Schl\xC3\xBCssel 1 \xF0\x9F\x94\x91 "));
+    EXPECT_NE(std::string::npos, list.find("bell\\x07\\x1b[2J"));
+    EXPECT_EQ(2, Ctl({"keys", "show", "\xC3("}).exit);
+}
+
+TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
+{
+    WriteFile("data", "data");
+    const std::vector<std::string> sign = {"sign", "--key", "rsa", "--alg", "RS256", "--in", File("data")};
+    const struct {
+        const char* name;
+        std::vector<std::string> arguments;
+        json fault;
+        int exit;
+        const char* code;
+        const char* words;
+    } rows[] = {
+        {"no such key", {"keys", "show", "nobody"}, nullptr, 5, "NTE_NOT_FOUND", "'nobody'"},
+        {"a name too long", {"keys", "show", std::string(43, 'n')}, nullptr, 2, "usage", "1 to 42 characters"},
+        {"sign-in refused",
+         {"keys", "show", "rsa"},
+         {{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}},
+         4,
+         "SEC_E_LOGON_DENIED",
+         "ClientSecret"},
+        {"signing refused",
+         sign,
+         {{"path", "/sign"}, {"action", "status"}, {"status", 403}},
+         6,
+         "NTE_FAIL",
+         "permission"},
+        {"an answer without a signature",
+         sign,
+         {{"path", "/sign"}, {"action", "status"}, {"status", 200}, {"body", "{}"}},
+         6,
+         "NTE_INVALID_PARAMETER",
+         "no signature"},
+        {"no command", {}, nullptr, 2, "usage", "--help"},
+        {"an unknown command", {"keys", "burn"}, nullptr, 2, "usage", "'burn'"},
+        {"an unknown option", {"keys", "list", "--all"}, nullptr, 2, "usage", "'--all'"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (!row.fault.is_null())
+            sim.Fault(row.fault);
+        const json error = CtlJson(row.arguments, row.exit)["error"];
+        EXPECT_EQ(row.code, error["code"]);
+        EXPECT_EQ(row.exit, error["exit"]);
+        EXPECT_NE(std::string::npos, error["message"].get<std::string>().find(row.words)) << error;
+    }
+}
+
+TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
+{
+    const Ran off = Ctl({"keys", "show", "nobody"});
+    EXPECT_NE(std::string::npos, off.err.find("NTE_NOT_FOUND (0x80090011)"));
+    EXPECT_NE(std::string::npos, off.err.find("\nlogging is off: kelvaroctl config set LoggingLevel 4\n")) << off.err;
+    // Once in a folder that is named, once in the default one.
+    EXPECT_EQ(0, Ctl({"config", "set", "LoggingLevel", "4"}).exit);
+    for (int round = 0; round < 2; ++round) {
+        const json log = CtlJson({"keys", "show", "nobody"}, 5)["error"]["log"];
+        EXPECT_NE(std::string::npos, ReadFile(log["file"]).find("KelvaroOpenKey Error Error 0x80090011 1")) << log;
+        EXPECT_EQ(0, Ctl({"config", "unset", "LogfilePath"}).exit);
+    }
+    EXPECT_EQ(0, Ctl({"config", "set", "LogfilePath", File("missing")}).exit);
+    EXPECT_NE(std::string::npos, Ctl({"keys", "show", "nobody"}).err.find("its folder does not exist"));
+}
+
+TEST_F(KeysTest, AModuleThatIsNone)
+{
+    WriteFile("nonsense.so", "nonsense");
+    const std::string wrong[] = {"/nowhere/libkelvaro.so", File("nonsense.so"), "libc.so.6"};
+    for (const std::string& path : wrong) {
+        const Ran ran = RunProgram(KELVAROCTL_PATH, {"--module", path, "keys", "list"}, "");
+        EXPECT_EQ(3, ran.exit) << path;
+        EXPECT_NE(std::string::npos, ran.err.find(path)) << ran.err;
+    }
+}
+
+TEST_F(KeysTest, TheModuleBesideTheProgramIsTaken)
+{
+    std::filesystem::create_directory(File("installed"));
+    std::filesystem::copy_file(KELVAROCTL_PATH, File("installed/kelvaroctl"));
+    std::filesystem::copy_file(KELVARO_MODULE_PATH, File("installed/libkelvaro.so"));
+    const Ran ran = RunProgram(File("installed/kelvaroctl"), {"provider", "show", "--json"}, "");
+    ASSERT_EQ(0, ran.exit) << ran.err;
+    EXPECT_EQ(File("installed/libkelvaro.so"), json::parse(ran.out)["module"]);
+}
+
+}  // namespace

@@ -1,0 +1,80 @@
+// How the client secret comes in, and that it never comes out.
+#include "tests/kelvaroctl/ctl_fixture.h"
+
+namespace {
+
+using SecretTest = CtlTest;
+
+constexpr char kSecret[] = "another~Secret.1";
+
+TEST_F(SecretTest, FromStandardInputIntoProtection)
+{
+    const Ran ran = Ctl({"config", "set", "ClientSecret"}, std::string(kSecret) + "\r\nsecond line\n");
+    EXPECT_EQ(0, ran.exit) << ran.err;
+    EXPECT_EQ("ClientSecret of the machine is protected\n", ran.out);
+    EXPECT_EQ("", ran.err);
+    EXPECT_EQ("", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+    EXPECT_NE("", root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
+}
+
+TEST_F(SecretTest, OnATerminalNothingIsEchoed)
+{
+    bool echoed = true;
+    bool echoAfter = false;
+    const Ran ran = RunOnTerminal(KELVAROCTL_PATH, WithModule({"config", "set", "ClientSecret", "--user"}),
+                                  "Client secret: ", std::string(kSecret) + "\n", &echoed, &echoAfter);
+    EXPECT_EQ(0, ran.exit) << ran.err;
+    EXPECT_FALSE(echoed);
+    EXPECT_TRUE(echoAfter);
+    EXPECT_EQ(std::string::npos, ran.err.find(kSecret));
+    EXPECT_EQ("ClientSecret of the user is protected\n", ran.out);
+    EXPECT_NE("", root.GetText(HKEY_CURRENT_USER, "ClientDPAPISecret"));
+}
+
+TEST_F(SecretTest, TheGivenSecretIsTheOneThatSignsIn)
+{
+    ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, "wrong\n").exit);
+    EXPECT_EQ("SEC_E_LOGON_DENIED", CtlJson({"keys", "list"}, 4)["error"]["code"]);
+    ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, Simulator::kClientSecret).exit);
+    EXPECT_EQ(nlohmann::json::array(), CtlJson({"keys", "list"})["keys"]);
+}
+
+TEST_F(SecretTest, NeverAnArgumentAndNeverEmpty)
+{
+    const std::string before = ReadFile(HiveFile());
+    const Ran argument = Ctl({"config", "set", "ClientSecret", kSecret});
+    EXPECT_EQ(2, argument.exit);
+    EXPECT_NE(std::string::npos, argument.err.find("never an argument"));
+    EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "\n").exit);
+    EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "").exit);
+    EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, std::string(512, 'x') + "\n").exit);
+    EXPECT_EQ(before, ReadFile(HiveFile()));
+}
+
+TEST_F(SecretTest, ShownOnlyAsAState)
+{
+    const auto state = [this] { return CtlJson({"config", "show"})["settings"]["ClientSecret"]["state"]; };
+    EXPECT_EQ("set", state());
+    EXPECT_EQ(std::string::npos, Out({"config", "show"}).find(Simulator::kClientSecret));
+    const std::string provider = Out({"provider", "show"});  // protects it
+    EXPECT_EQ(std::string::npos, provider.find(Simulator::kClientSecret));
+    EXPECT_EQ("protected", state());
+    const std::string shown = Out({"config", "show"});
+    EXPECT_EQ(std::string::npos, shown.find(root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret")));
+    EXPECT_EQ(0, Ctl({"config", "unset", "ClientSecret"}).exit);
+    EXPECT_EQ("not set", state());
+    EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "ClientSecret"));
+    EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
+}
+
+TEST_F(SecretTest, WithoutTheModuleItIsKeptAndTheAdministratorIsTold)
+{
+    const Ran ran =
+        RunProgram(KELVAROCTL_PATH, {"--module", "/nowhere/libkelvaro.so", "config", "set", "ClientSecret"}, kSecret);
+    EXPECT_EQ(0, ran.exit);
+    EXPECT_EQ("ClientSecret of the machine is set\n", ran.out);
+    EXPECT_NE(std::string::npos, ran.err.find("stays in clear until the provider is first opened"));
+    EXPECT_EQ(kSecret, root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+}
+
+}  // namespace

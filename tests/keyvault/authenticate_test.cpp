@@ -1,0 +1,340 @@
+// Sign-in with client credentials, its renewal, and the vault name that follows the identity.
+#include <regex>
+
+#include "support/base64.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/keyvault/client_fixture.h"
+
+namespace {
+
+const std::string kTokenPath = std::string("/") + Simulator::kTenant + "/oauth2/token";
+const std::string kUuid = "[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}";
+
+std::string Base64Url(const std::string& text)
+{
+    WCHAR* coded = KVCKelvaro_ToBase64(reinterpret_cast<const BYTE*>(text.data()), static_cast<DWORD>(text.size()));
+    std::string out = Narrow(coded);
+    free(coded);
+    for (char& ch : out)
+        ch = ch == '+' ? '-' : ch == '/' ? '_' : ch;
+    return out.substr(0, out.find('='));
+}
+
+std::string FakeToken(const std::string& claims)
+{
+    return Base64Url("{\"alg\":\"none\"}") + "." + Base64Url(claims) + ".signature";
+}
+
+using Authenticate = ClientTest;
+
+TEST_F(Authenticate, ClientCredentialsArePostedAndTheTokenIsKept)
+{
+    const ClientPtr kvc = NewClient();
+    root.ClearLog();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ("Bearer", TextOf(kvc->tokenType));
+    EXPECT_EQ("https://login.microsoftonline.com/" + std::string(Simulator::kTenant), TextOf(kvc->loginUrl));
+    EXPECT_EQ("https://vault.azure.net", TextOf(kvc->resource));
+
+    const auto requests = Requests("oauth2/token");
+    ASSERT_EQ(1u, requests.size());
+    EXPECT_EQ("POST", requests[0]["method"]);
+    EXPECT_EQ("login.microsoftonline.com", requests[0]["host"]);
+    EXPECT_EQ(kTokenPath, requests[0]["target"]);
+    EXPECT_EQ("resource=https://vault.azure.net&grant_type=client_credentials&client_id=" +
+                  std::string(Simulator::kClientId) + "&client_secret=" + Simulator::kClientSecret,
+              requests[0]["body"]);
+    const std::vector<std::string> lines = CallerLines(requests[0]);
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_EQ("Content-Type: application/x-www-form-urlencoded", lines[0]);
+    EXPECT_EQ("Accept: application/json", lines[1]);
+    EXPECT_EQ("return-client-request-id: true", lines[2]);
+    EXPECT_TRUE(std::regex_match(lines[3], std::regex("client-request-id: " + kUuid))) << lines[3];
+
+    EXPECT_EQ(
+        (std::vector<std::string>{"KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 2 8",
+                                  "KVCAuthenticate KVCKeyCert contoso-keys 8", "KVCGetLoginUrl called contoso-keys 8",
+                                  "KVCGetLoginUrl Success https://login.microsoftonline.com/" +
+                                      std::string(Simulator::kTenant) + " https://vault.azure.net 10",
+                                  "KVCDoWebCall 8"}),
+        root.LogLines());
+    EXPECT_EQ(1, ListKeys(kvc.get())) << "the vault takes the token";
+}
+
+TEST_F(Authenticate, TheTokenServesForAnHourAndNotASecondLonger)
+{
+    const ClientPtr kvc = NewClient();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    clock.Advance(3599);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1u, Requests("oauth2/token").size());
+    clock.Advance(1);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    const auto requests = Requests("oauth2/token");
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_NE(HeaderOf(requests[0], "client-request-id"), HeaderOf(requests[1], "client-request-id"));
+}
+
+TEST_F(Authenticate, TheHourBeginsBeforeTheSignInAndNotWithItsEnd)
+{
+    const ClientPtr kvc = NewClient();
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "down"}});
+    clock.OnSleep([this](DWORD, size_t index) {
+        if (index == 3)
+            sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "up"}});
+    });
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ((std::vector<DWORD>{20000, 200, 20000, 200}), clock.Waits());
+    clock.Advance(3600 - 40 - 1);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1u, Requests("oauth2/token").size());
+    clock.Advance(1);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(2u, Requests("oauth2/token").size());
+}
+
+TEST_F(Authenticate, TheFormIsNotEncoded)
+{
+    const std::string head = "resource=https://vault.azure.net&grant_type=client_credentials&client_id=";
+    const struct {
+        const char* story;
+        Identity identity;
+        std::string body;
+    } rows[] = {
+        {"no secret", {"v", 2, "t", "app", ""}, head + "app"},
+        {"special characters", {"v", 2, "t", "a+p&p", "s&e+c=r%t"}, head + "a+p&p&client_secret=s&e+c=r%t"},
+        {"beyond ASCII", {"v", 2, "t", "app", "gr\xC3\xBC\xC3\x9F"}, head + "app&client_secret=gr\xC3\xBC\xC3\x9F"},
+        {"longer than any first block",
+         {"v", 2, "t", "app", std::string(511, 's')},
+         head + "app&client_secret=" + std::string(511, 's')},
+    };
+    for (const auto& row : rows) {
+        sim.ClearJournal();
+        const ClientPtr kvc = NewClient(row.identity);
+        KVCAuthenticate(kvc.get());
+        const auto requests = Requests("/t/oauth2/token");
+        ASSERT_EQ(1u, requests.size()) << row.story;
+        EXPECT_EQ(row.body, requests[0]["body"]) << row.story;
+    }
+}
+
+TEST_F(Authenticate, TheMethodFlagsSayWhatIsTried)
+{
+    const struct {
+        DWORD authn;
+        const char* secret;
+        int result;
+        size_t posts;
+        size_t metadataCalls;
+    } rows[] = {
+        {1, Simulator::kClientSecret, 1, 0, 1},
+        {2, Simulator::kClientSecret, 1, 1, 0},
+        {2, "wrong", 0, 1, 0},
+        {3, Simulator::kClientSecret, 1, 1, 0},
+        {3, "wrong", 1, 1, 1},
+        {4, Simulator::kClientSecret, 0, 0, 0},
+        {6, Simulator::kClientSecret, 1, 1, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "authn " << row.authn << " secret " << row.secret);
+        sim.ClearJournal();
+        root.ClearLog();
+        Identity identity;
+        identity.authn = row.authn;
+        identity.secret = row.secret;
+        const ClientPtr kvc = NewClient(identity);
+        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.posts, Requests(kTokenPath).size());
+        EXPECT_EQ(row.metadataCalls, Requests("/metadata/identity/oauth2/token").size());
+        EXPECT_EQ(row.result == 0, root.Logged("KVCAuthenticate Logon failure contoso-keys", 1));
+        const bool refused = row.secret == std::string("wrong");
+        EXPECT_EQ(refused, root.Logged("KVCAuthenticate KVCDoWebCall failure Error 0x1", 1));
+        EXPECT_EQ(std::string::npos, root.WholeLog().find("invalid_client")) << "the answer is not logged";
+    }
+}
+
+TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
+{
+    const struct {
+        const char* story;
+        nlohmann::json fault;
+        int result;
+        const char* tokenType;
+        const char* accessToken;
+    } rows[] = {
+        {"no JSON", {{"action", "nojson"}}, 0, "(NULL)", "(NULL)"},
+        {"an empty entity", {{"action", "status"}, {"status", 200}, {"body", ""}}, 0, "(NULL)", "(NULL)"},
+        {"an array", {{"action", "status"}, {"status", 200}, {"body", "[1]"}}, 0, "(NULL)", "(NULL)"},
+        {"a type without a token",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"token_type":"Pop"})"}},
+         0,
+         "Pop",
+         "(NULL)"},
+        {"a token without a type",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"access_token":"abc"})"}},
+         1,
+         "(NULL)",
+         "abc"},
+        {"a null token",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"access_token":null,"token_type":"Pop"})"}},
+         0,
+         "Pop",
+         "(NULL)"},
+        {"a good body under a wrong status",
+         {{"action", "status"}, {"status", 201}, {"body", R"({"access_token":"abc","token_type":"Pop"})"}},
+         0,
+         "(NULL)",
+         "(NULL)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.Control("DELETE", "/faults");
+        nlohmann::json fault = row.fault;
+        fault["path"] = "oauth2/token";
+        sim.Fault(fault);
+        const ClientPtr kvc = NewClient();
+        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.tokenType, TextOf(kvc->tokenType));
+        EXPECT_EQ(row.accessToken, TextOf(kvc->accessToken));
+        EXPECT_EQ(row.result != 0, kvc->tokenExpiry != 0);
+    }
+}
+
+TEST_F(Authenticate, AFailedRenewalKeepsTheOldTokenAndIsTriedAgain)
+{
+    const ClientPtr kvc = NewClient();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    const std::string token = TextOf(kvc->accessToken);
+    const int64_t expiry = kvc->tokenExpiry;
+    clock.Advance(3600);
+    sim.Fault({{"path", "oauth2/token"}, {"action", "status"}, {"status", 503}});
+    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(token, TextOf(kvc->accessToken));
+    EXPECT_EQ(expiry, kvc->tokenExpiry);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get())) << "the next operation tries again";
+    EXPECT_EQ(expiry + 3600, kvc->tokenExpiry);
+}
+
+TEST_F(Authenticate, TheVaultIsNamedAfterTheIdentity)
+{
+    const struct {
+        const char* story;
+        const char* nameTemplate;
+        const char* oid;
+        const char* name;
+    } rows[] = {
+        {"a GUID", "%G", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "x0f1e2d3c4b5a69788796a5b"},
+        {"its letter case stays", "%G", "0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0", "x0F1E2D3C4B5A69788796A5B"},
+        {"24 characters without dashes", "%G", "01234567-89abcdef-01234567", "x0123456789abcdef0123456"},
+        {"23 characters are too few", "%G", "01234567-89abcdef-0123456", "oidguid"},
+        {"only the exact word is replaced", "my%G", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "myoidguid"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.Control("PUT", "/tokens", {{"oid", row.oid}});
+        root.ClearLog();
+        Identity identity;
+        identity.vault = row.nameTemplate;
+        const ClientPtr kvc = NewClient(identity);
+        ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.name, TextOf(kvc->kvname));
+        EXPECT_EQ(row.nameTemplate == std::string("%G"),
+                  root.Logged("KVCAuthenticate Found OIDGUID - Replace oidguid", 8));
+    }
+}
+
+TEST_F(Authenticate, AnUnreadableIdentityLeavesTheMarker)
+{
+    const std::string guid = "{\"oid\":\"0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0\"}";
+    const struct {
+        const char* story;
+        std::string token;
+        const char* name;
+    } rows[] = {
+        {"readable", FakeToken(guid), "x0f1e2d3c4b5a69788796a5b"},
+        {"no dot", "opaque", "oidguid"},
+        {"one dot", "head." + Base64Url(guid), "oidguid"},
+        {"no claims between the dots", "head..tail", "oidguid"},
+        {"no Base64", "head.!!!!.tail", "oidguid"},
+        {"no JSON", FakeToken("claims"), "oidguid"},
+        {"no oid", FakeToken("{\"sub\":\"0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0\"}"), "oidguid"},
+        {"claims beyond the decoder's limit", FakeToken(guid + std::string(4000, ' ')), "oidguid"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        const nlohmann::json answer = {{"access_token", row.token}, {"token_type", "Bearer"}};
+        sim.Fault({{"path", "oauth2/token"}, {"action", "status"}, {"status", 200}, {"body", answer.dump()}});
+        Identity identity;
+        identity.vault = "%G";
+        const ClientPtr kvc = NewClient(identity);
+        EXPECT_EQ(1, KVCAuthenticate(kvc.get())) << "the sign-in stays a success";
+        EXPECT_EQ(row.name, TextOf(kvc->kvname));
+        sim.ClearJournal();
+        ListKeys(kvc.get());
+        const auto requests = Requests("/keys");
+        ASSERT_EQ(1u, requests.size());
+        EXPECT_EQ(std::string(row.name) + ".vault.azure.net", requests[0]["host"]);
+    }
+}
+
+TEST_F(Authenticate, NoTokenGoesToAServerThatIsNotTrusted)
+{
+    const ClientPtr kvc = NewClient();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    for (const char* mode : {"wrong-host", "unknown-root", "expired"}) {
+        SCOPED_TRACE(mode);
+        sim.Control("PUT", "/certificate", {{"mode", mode}});
+        sim.ClearJournal();
+        clock.Advance(3600);
+        EXPECT_EQ(0, KVCAuthenticate(kvc.get())) << "no secret to a false sign-in endpoint";
+        EXPECT_EQ(0, ListKeys(kvc.get())) << "no token to a false vault";
+        EXPECT_EQ(0u, kvc->lastStatus);
+        EXPECT_EQ(0u, sim.Journal().size());
+    }
+}
+
+TEST_F(Authenticate, NeitherSecretNorTokenReachesTheLog)
+{
+    Identity identity;
+    identity.authn = 3;
+    const ClientPtr kvc = NewClient(identity);
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    ListKeys(kvc.get());
+    const std::string log = root.WholeLog();
+    EXPECT_NE(std::string::npos, log.find("KVCDoKVRESTCall url"));
+    const std::string token = TextOf(kvc->accessToken);
+    EXPECT_EQ(std::string::npos, log.find(Simulator::kClientSecret));
+    EXPECT_EQ(std::string::npos, log.find(token.substr(token.size() - 20)));
+}
+
+// Whichever allocation fails, 1 means a usable token, and the client is none the worse for a 0.
+TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
+{
+    SetLogging(0);
+    Identity identity;
+    identity.vault = "%G";
+    sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "standard"}});
+    for (size_t failAt = 0; failAt < 300; ++failAt) {
+        const ClientPtr kvc = NewClient(identity);
+        int result = 0;
+        size_t seen = 0;
+        {
+            const AllocFault fault(failAt);
+            result = KVCAuthenticate(kvc.get());
+            seen = fault.Seen();
+        }
+        if (result) {
+            EXPECT_TRUE(kvc->tokenType && kvc->accessToken) << failAt;
+        } else {
+            EXPECT_EQ(0, kvc->tokenExpiry) << failAt;
+            EXPECT_EQ(1, KVCAuthenticate(kvc.get())) << failAt;
+            EXPECT_EQ(1, ListKeys(kvc.get())) << failAt;
+        }
+        if (seen <= failAt)
+            return;
+    }
+    FAIL() << "the sign-in never came through";
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+#include "tests/keyvault/client_fixture.h"
+
+#include <algorithm>
+#include <sstream>
+
+std::vector<std::string> CallerLines(const nlohmann::json& request)
+{
+    std::vector<std::string> lines;
+    for (const std::string line : request.at("headers")) {
+        const std::string name = line.substr(0, line.find(':'));
+        if (name != "Connection" && name != "User-Agent" && name != "Content-Length" && name != "Host")
+            lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string HeaderOf(const nlohmann::json& request, const std::string& name)
+{
+    for (const std::string line : request.at("headers")) {
+        if (line.compare(0, name.size() + 2, name + ": ") == 0)
+            return line.substr(name.size() + 2);
+    }
+    return "";
+}
+
+std::string ClientTest::Environment(const std::string& name)
+{
+    WCHAR value[2048] = {};
+    GetEnvironmentVariableW(Wide(name).c_str(), value, 2048);
+    return Narrow(value);
+}
+
+void ClientTest::SetUp()
+{
+    sim.Reset();
+    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
+    SetLogging(10);
+}
+
+void ClientTest::TearDown()
+{
+    SetEnvironmentVariableW(TEXT("KELVARO_CONNECT_TO"), Wide(connectTo).c_str());
+    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
+}
+
+void ClientTest::SetLogging(DWORD level)
+{
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
+    LogAttach();
+}
+
+ClientPtr ClientTest::NewClient(const Identity& identity)
+{
+    return ClientPtr(KVCNew(Wide(identity.vault).c_str(), identity.authn, Wide(identity.tenant).c_str(),
+                            Wide(identity.clientId).c_str(), Wide(identity.secret).c_str(), TEXT("cert-id"), 1, 1, 0));
+}
+
+int ClientTest::ListKeys(KVC* kvc)
+{
+    return KVCDoKVRESTCall(kvc, nullptr, 0, nullptr, TEXT("GET"), nullptr, nullptr, nullptr);
+}
+
+std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)
+{
+    std::vector<nlohmann::json> found;
+    for (const nlohmann::json& request : sim.Journal()) {
+        if (request.at("target").get<std::string>().find(part) != std::string::npos)
+            found.push_back(request);
+    }
+    return found;
+}
+
+size_t ClientTest::LinesWith(const std::string& text) const
+{
+    const std::vector<std::string> lines = root.LogLines();
+    return static_cast<size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
+}
+
+void ClientTest::AlsoConnect(const std::string& entry)
+{
+    SetEnvironmentVariableW(TEXT("KELVARO_CONNECT_TO"), Wide(connectTo + " " + entry).c_str());
+}
+
+std::string ClientTest::ConnectTarget(const std::string& from) const
+{
+    std::istringstream entries(connectTo);
+    for (std::string entry; entries >> entry;) {
+        const size_t at = entry.find(from);
+        if (at != std::string::npos)
+            return entry.substr(at + from.size());
+    }
+    return "";
+}

@@ -1,0 +1,65 @@
+// Fixture of the client's stories: a machine of its own, a clock that stands still, the simulator, logging at level 10.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "keyvault/kvc.h"
+#include "keyvault/rest_call.h"
+#include "keyvault/web_call.h"
+#include "support/log.h"
+#include "tests/common/simulator.h"
+#include "tests/common/test_clock.h"
+#include "tests/common/test_root.h"
+
+struct ClientDeleter {
+    void operator()(KVC* kvc) const { KVCDelete(kvc); }
+};
+using ClientPtr = std::unique_ptr<KVC, ClientDeleter>;
+
+// What KVCNew is given; the defaults reach the simulator's vault.
+struct Identity {
+    std::string vault = Simulator::kVault;
+    DWORD authn = KVC_AUTHN_CLIENT_CREDENTIALS;
+    std::string tenant = Simulator::kTenant;
+    std::string clientId = Simulator::kClientId;
+    std::string secret = Simulator::kClientSecret;
+};
+
+inline std::string TextOf(const BldStr* str)
+{
+    return str ? Narrow(KVCText(str)) : "(NULL)";
+}
+
+// The caller's own header lines of a request in the journal, without those that the transport adds.
+std::vector<std::string> CallerLines(const nlohmann::json& request);
+// The value of one header line; "" when it is missing.
+std::string HeaderOf(const nlohmann::json& request, const std::string& name);
+
+class ClientTest : public testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    void SetLogging(DWORD level);
+    ClientPtr NewClient(const Identity& identity = {});
+    // A GET of the vault's keys; the client has signed in.
+    int ListKeys(KVC* kvc);
+    // Requests of the journal whose target contains `part`.
+    std::vector<nlohmann::json> Requests(const std::string& part);
+    size_t LinesWith(const std::string& text) const;
+    // Further connect-to entries beside the simulator's own, e.g. ":8123:127.0.0.1:8080".
+    void AlsoConnect(const std::string& entry);
+    std::string ConnectTarget(const std::string& from) const;  // what ":80:" is redirected to
+
+    Simulator& sim = Simulator::Get();
+    TestRoot root;
+    TestClock clock;
+    const std::string connectTo = Environment("KELVARO_CONNECT_TO");
+
+  private:
+    static std::string Environment(const std::string& name);
+};

@@ -1,0 +1,150 @@
+// Building and releasing clients, and the vault's name out of its template.
+#include <algorithm>
+#include <cctype>
+
+#include "keyvault/vault_name.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/keyvault/client_fixture.h"
+
+namespace {
+
+std::string MachineName()
+{
+    WCHAR name[256] = {};
+    DWORD size = 256;
+    GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size);
+    return Narrow(name);
+}
+
+// The rule of the names, told once more in another way.
+std::string Filtered(std::string text)
+{
+    text.erase(std::remove(text.begin(), text.end(), '.'), text.end());
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char ch) { return static_cast<char>(ch < 128 ? std::tolower(ch) : ch); });
+    return text.substr(0, 24);
+}
+
+std::string Repeat(const std::string& text, int times)
+{
+    std::string all;
+    for (int i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+using ClientObject = ClientTest;
+
+TEST_F(ClientObject, TemplatesBecomeVaultNames)
+{
+    const std::string machine = MachineName();
+    ASSERT_FALSE(machine.empty());
+    const struct {
+        const char* story;
+        std::string nameTemplate;
+        std::string name;
+    } rows[] = {
+        {"a marker for the identity's own name", "%G", "oidguid"},
+        {"the marker beside something else is plain text", "kv%G", "kvoidguid"},
+        {"the machine's name", "%D", Filtered(machine)},
+        {"an empty template is the machine's name", "", Filtered(machine)},
+        {"text before the machine's name", "KV-%D", Filtered("KV-" + machine)},
+        {"capitals", "CONTOSO-Keys", "contoso-keys"},
+        {"dots between letters", "a.b.c", "abc"},
+        {"thirty letters and dots", "Abcdefghij.Klmnopqrst.Uvwxyz1234", "abcdefghijklmnopqrstuvwx"},
+        {"exactly the limit", "abcdefghijklmnopqrstuvwx", "abcdefghijklmnopqrstuvwx"},
+        {"a lonely percent sign at the end", "vault%", "vault"},
+        {"an unknown escape", "%x9", "9"},
+        {"escapes are told apart by case", "%d%g1", "1"},
+        {"a doubled percent sign", "a%%b", "ab"},
+        {"letters beyond ASCII stay",
+         "\xC3\x84"
+         "B",
+         "\xC3\x84"
+         "b"},
+        {"what stands behind the buffer's end is cut", Repeat(".", 600) + "abc", ""},
+        {"an expansion beyond the buffer", Repeat("%D", 200), Filtered(Repeat(machine, 24))},
+    };
+    for (const auto& row : rows) {
+        WCHAR name[kVaultNameLimit + 1];
+        VaultNameFromTemplate(Wide(row.nameTemplate).c_str(), name);
+        EXPECT_EQ(row.name, Narrow(name)) << row.story;
+    }
+}
+
+TEST_F(ClientObject, NewClientCarriesItsConfigurationAndNoToken)
+{
+    const ClientPtr kvc(
+        KVCNew(TEXT("Contoso.Keys"), 0, TEXT("tenant"), TEXT("app"), TEXT("hush-hush"), TEXT("cert"), 1, 2, 3));
+    ASSERT_TRUE(kvc);
+    EXPECT_EQ("contosokeys", TextOf(kvc->kvname));
+    EXPECT_EQ(KVC_AUTHN_MANAGED_IDENTITY, kvc->authn);
+    EXPECT_EQ("tenant", TextOf(kvc->tenant));
+    EXPECT_EQ("app", TextOf(kvc->clientId));
+    EXPECT_EQ("hush-hush", TextOf(kvc->clientSecret));
+    EXPECT_EQ("cert", TextOf(kvc->clientCertId));
+    EXPECT_EQ(1u, kvc->purgeOnDelete);
+    EXPECT_EQ(2u, kvc->certificateMode);
+    EXPECT_EQ(3u, kvc->exportableOption);
+    EXPECT_EQ(0, kvc->tokenExpiry);
+    for (const BldStr* str : {kvc->tokenType, kvc->accessToken, kvc->loginUrl, kvc->resource})
+        EXPECT_EQ(nullptr, str);
+    EXPECT_EQ(nullptr, kvc->lastBody);
+
+    EXPECT_EQ((std::vector<std::string>{"KVCNew KeyVault and Authentication Type 8",
+                                        "KVCNew KeyVault and Authentication Type contosokeys 0 8",
+                                        "KVCNew ClientID and Client Cert app cert 8"}),
+              root.LogLines());
+    EXPECT_EQ(std::string::npos, root.WholeLog().find("hush-hush"));
+}
+
+TEST_F(ClientObject, AClientWithoutTemplateIsRefused)
+{
+    EXPECT_EQ(nullptr, KVCNew(nullptr, 1, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 0, 0, 0));
+    EXPECT_TRUE(root.Logged("KVCNew NULL kvname", 1));
+    KVCDelete(nullptr);
+    EXPECT_EQ("KVCDelete 8", root.LogLines().back());
+}
+
+TEST_F(ClientObject, WithoutMemoryThereIsNoHalfClient)
+{
+    SetLogging(0);
+    for (size_t failAt = 0;; ++failAt) {
+        KVC* kvc = nullptr;
+        size_t seen = 0;
+        {
+            const AllocFault fault(failAt);
+            kvc = KVCNew(TEXT("vault"), 2, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 0, 0, 0);
+            seen = fault.Seen();
+        }
+        const ClientPtr owner(kvc);
+        if (seen <= failAt) {
+            EXPECT_NE(nullptr, kvc);
+            EXPECT_GE(failAt, 6u) << "the record and five strings";
+            break;
+        }
+        EXPECT_EQ(nullptr, kvc) << "allocation " << failAt;
+    }
+}
+
+TEST_F(ClientObject, ACallRecordGoesByItsClientAndKeepsTheLastError)
+{
+    const ClientPtr client(KVCNew(TEXT("vault"), 3, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 1, 1, 7));
+    KVC* call = KVCBeginCall(client.get());
+    ASSERT_TRUE(call);
+    EXPECT_EQ(client.get(), call->client);
+    EXPECT_EQ(3u, call->authn);
+    EXPECT_EQ(1u, call->purgeOnDelete);
+    EXPECT_EQ(1u, call->certificateMode);
+    EXPECT_EQ(7u, call->exportableOption);
+    EXPECT_EQ(nullptr, call->clientSecret) << "the secret stays with the client";
+    SetLastError(1234);
+    KVCEndCall(call);
+    EXPECT_EQ(1234u, GetLastError());
+    KVCEndCall(nullptr);
+
+    const AllocFault fault(0);
+    EXPECT_EQ(nullptr, KVCBeginCall(client.get()));
+}
+
+}  // namespace

@@ -1,0 +1,253 @@
+// Sign-in with the machine's managed identity: the metadata service and the challenge of a connected machine.
+#include <filesystem>
+#include <fstream>
+
+#include "tests/keyvault/client_fixture.h"
+
+namespace {
+
+const std::string kTokenPath = "/metadata/identity/oauth2/token?resource=https://vault.azure.net";
+const char* const kArcEndpoint = "http://localhost:40342/metadata/identity/oauth2/token";
+
+std::string Challenge(const std::string& realmLine)
+{
+    return "HTTP/1.1 401 Unauthorized\r\nContent-Length: 7\r\n" + realmLine + "\r\n\r\nrefused";
+}
+
+class ManagedIdentity : public ClientTest {
+  protected:
+    ClientPtr Client(const std::string& clientId = "")
+    {
+        Identity identity;
+        identity.authn = KVC_AUTHN_MANAGED_IDENTITY;
+        identity.clientId = clientId;
+        return NewClient(identity);
+    }
+    void SetEndpoint(const std::string& url)
+    {
+        SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), url.empty() ? nullptr : Wide(url).c_str());
+    }
+    std::string WriteSecret(const std::string& name, const std::string& content)
+    {
+        const std::string path = (std::filesystem::path(root.directory()) / name).string();
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
+    // What every Arc request is answered with from now on.
+    void AnswerArc(const std::string& raw, int times = 1)
+    {
+        sim.Fault({{"host", "localhost"}, {"path", "/metadata"}, {"action", "raw"}, {"raw", raw}, {"times", times}});
+    }
+};
+
+TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
+{
+    AlsoConnect(":8123:" + ConnectTarget(":80:"));
+    const std::string machine = kTokenPath + "&api-version=2018-02-01";
+    const std::string arc = kTokenPath + "&api-version=2020-06-01";
+    const struct {
+        const char* story;
+        std::string endpoint;
+        std::string host;
+        std::string listener;
+        std::string target;
+    } rows[] = {
+        {"a virtual machine", "", "169.254.169.254", "http", machine},
+        {"a connected machine", kArcEndpoint, "localhost", "arc", arc},
+        {"another port", "http://identity.example:8123/any/path?q=1", "identity.example", "http", machine},
+        {"the path of the variable is not used", "http://localhost:40342", "localhost", "arc", arc},
+        {"no URL", "not a URL", "169.254.169.254", "http", machine},
+        {"499 characters are taken", "http://identity.example:8123/" + std::string(470, 'p'), "identity.example",
+         "http", machine},
+        {"500 characters are too many", "http://identity.example:8123/" + std::string(471, 'p'), "169.254.169.254",
+         "http", machine},
+        {"a host of more than its room", "http://" + std::string(201, 'h') + ":40342/", "169.254.169.254", "http",
+         machine},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.ClearJournal();
+        SetEndpoint(row.endpoint);
+        const ClientPtr kvc = Client();
+        EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+        const auto requests = Requests("/metadata/identity/oauth2/token");
+        ASSERT_FALSE(requests.empty());
+        EXPECT_EQ("GET", requests[0]["method"]);
+        EXPECT_EQ(row.host, requests[0]["host"]);
+        EXPECT_EQ(row.listener, requests[0]["listener"]);
+        EXPECT_EQ(row.target, requests[0]["target"]);
+        EXPECT_EQ(std::vector<std::string>{"Metadata: True"}, CallerLines(requests[0]));
+    }
+}
+
+TEST_F(ManagedIdentity, AVirtualMachineSignsInWithOneRequest)
+{
+    const ClientPtr kvc = Client();
+    root.ClearLog();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1u, sim.Journal().size());
+    EXPECT_TRUE(clock.Waits().empty());
+    EXPECT_EQ((std::vector<std::string>{"KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 1 8",
+                                        "KVCAuthenticate MSIAuthenticate - Azure or Arc VM contoso-keys 8",
+                                        "KVCDoWebCall 8"}),
+              root.LogLines());
+    EXPECT_EQ(1, ListKeys(kvc.get()));
+}
+
+TEST_F(ManagedIdentity, AClientIdSelectsTheIdentity)
+{
+    const ClientPtr kvc = Client(Simulator::kClientId);
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(kTokenPath + "&api-version=2018-02-01&client_id=" + Simulator::kClientId, sim.Journal()[0]["target"]);
+}
+
+TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
+{
+    SetEndpoint(kArcEndpoint);
+    const ClientPtr kvc = Client();
+    root.ClearLog();
+    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(std::vector<DWORD>{1000}, clock.Waits());
+    const auto journal = sim.Journal();
+    ASSERT_EQ(2u, journal.size());
+    EXPECT_EQ(401, journal[0]["status"]);
+    EXPECT_EQ(journal[0]["target"], journal[1]["target"]);
+    EXPECT_EQ(std::vector<std::string>{"Metadata: True"}, CallerLines(journal[0]));
+    const std::vector<std::string> lines = CallerLines(journal[1]);
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("Metadata: True", lines[0]);
+    EXPECT_EQ(0u, lines[1].find("Authorization: Basic ")) << lines[1];
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 1 8",
+            "KVCAuthenticate MSIAuthenticate - Found IDENTITY_ENDPOINT Environment " + std::string(kArcEndpoint) + " 8",
+            "KVCAuthenticate MSIAuthenticate - Found Host localhost 8",
+            "KVCAuthenticate MSIAuthenticate - Azure or Arc VM contoso-keys 8", "KVCDoWebCall 8",
+            "KVCAuthenticate MSIAuthenticate Arc Retry 8", "KVCDoWebCall 8"}),
+        root.LogLines());
+    EXPECT_EQ(std::string::npos, root.WholeLog().find(lines[1].substr(21))) << "the secret is not logged";
+    EXPECT_EQ(1, ListKeys(kvc.get()));
+}
+
+TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasIt)
+{
+    SetEndpoint(kArcEndpoint);
+    const std::string secret(1999, 's');
+    AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("long.key", secret)));
+    const ClientPtr kvc = Client();
+    KVCAuthenticate(kvc.get());
+    const auto journal = sim.Journal();
+    ASSERT_EQ(2u, journal.size());
+    EXPECT_EQ("Basic " + secret, HeaderOf(journal[1], "Authorization"));
+}
+
+// Challenges that cannot be met end the method with the two lines about the answer.
+TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
+{
+    SetEndpoint(kArcEndpoint);
+    const std::string longPath = "/" + std::string(259, 'p');
+    const std::string tooLong = WriteSecret("toolong.key", std::string(2000, 's'));
+    const struct {
+        const char* story;
+        std::string realm;
+        std::string path;
+    } rows[] = {
+        {"no such file", "/no/such/file.key", "/no/such/file.key"},
+        {"a path beyond the buffer", longPath, longPath.substr(0, 259)},
+        {"a file beyond the buffer", tooLong, tooLong},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.ClearJournal();
+        root.ClearLog();
+        AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + row.realm));
+        const ClientPtr kvc = Client();
+        EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(1u, sim.Journal().size());
+        EXPECT_TRUE(root.Logged("KVCAuthenticate MSIAuthenticate failure - Could not open secret file " + row.path, 1));
+        EXPECT_TRUE(root.Logged("KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x191", 1));
+        EXPECT_TRUE(root.Logged("KVCAuthenticate MSIAuthenticate failure - Return String refused", 1));
+        EXPECT_TRUE(root.Logged("KVCAuthenticate Logon failure contoso-keys", 1));
+    }
+    EXPECT_TRUE(clock.Waits().empty());
+}
+
+TEST_F(ManagedIdentity, ASecondRefusalIsFinal)
+{
+    SetEndpoint(kArcEndpoint);
+    AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("a.key", "guess")), -1);
+    const ClientPtr kvc = Client();
+    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(2u, sim.Journal().size());
+    EXPECT_EQ(1u, LinesWith("Arc Retry"));
+    EXPECT_EQ(1u, LinesWith("Return Code Error 0x191"));
+}
+
+TEST_F(ManagedIdentity, AServiceWithoutRealmIsAskedForFourMinutes)
+{
+    SetEndpoint(kArcEndpoint);
+    SetLogging(1);
+    AnswerArc(Challenge("X-Nothing: here"), -1);
+    const int before = sim.Control("GET", "/counts").value("requests", 0);
+    const ClientPtr kvc = Client();
+    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(241, sim.Control("GET", "/counts").value("requests", 0) - before);
+    EXPECT_EQ(std::vector<DWORD>(241, 1000), clock.Waits());
+    EXPECT_EQ(241u, LinesWith("KVCAuthenticate MSIAuthenticate failure - Could not find Arc Basic realm 2"));
+    EXPECT_EQ(0u, LinesWith("Return Code"));
+}
+
+TEST_F(ManagedIdentity, AServiceThatStartsLateIsServedAfterAll)
+{
+    SetEndpoint(kArcEndpoint);
+    AnswerArc(Challenge("X-Nothing: here"), 3);
+    const ClientPtr kvc = Client();
+    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(std::vector<DWORD>(4, 1000), clock.Waits());
+}
+
+TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
+{
+    const struct {
+        const char* story;
+        nlohmann::json fault;
+        int result;
+        const char* line;
+    } rows[] = {
+        {"a type alone is a success",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"token_type":"Bearer"})"}},
+         1,
+         ""},
+        {"a token alone is a success",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"access_token":"abc"})"}},
+         1,
+         ""},
+        {"no JSON", {{"action", "nojson"}}, 0, ""},
+        {"a challenge on another port than the connected machine's",
+         {{"action", "raw"}, {"raw", Challenge("WWW-Authenticate: Basic realm=/etc/hostname")}},
+         0,
+         "KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x191"},
+        {"identity not found",
+         {{"action", "status"}, {"status", 400}, {"body", R"({"error":"invalid_request"})"}},
+         0,
+         R"(KVCAuthenticate MSIAuthenticate failure - Return String {"error":"invalid_request"})"},
+        {"no answer",
+         {{"action", "reset-before"}, {"times", 10}},
+         0,
+         "KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x0"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.Control("DELETE", "/faults");
+        root.ClearLog();
+        nlohmann::json fault = row.fault;
+        fault["path"] = "/metadata";
+        sim.Fault(fault);
+        const ClientPtr kvc = Client();
+        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(*row.line ? 1u : 0u, LinesWith("failure - Return Code"));
+        EXPECT_TRUE(!*row.line || root.Logged(row.line, 1)) << root.WholeLog();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+// One client under many threads.
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "tests/common/alloc_fault.h"
+#include "tests/keyvault/client_fixture.h"
+
+namespace {
+
+constexpr int kThreads = 32;
+
+template <class Work>
+void OnThreads(int count, Work work)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&work, i] { work(i); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+using SharedClient = ClientTest;
+
+TEST_F(SharedClient, ATokenThatRunsOutIsRenewedOnceForAllThreads)
+{
+    SetLogging(0);
+    const ClientPtr client = NewClient();
+    for (size_t round = 1; round <= 3; ++round) {
+        std::atomic<int> good{0};
+        OnThreads(kThreads, [&](int) {
+            for (int repeat = 0; repeat < 2; ++repeat) {
+                const KVCCall call(KVCBeginCall(client.get()));
+                if (KVCAuthenticate(call.get()) && ListKeys(call.get()) && call->lastStatus == 200)
+                    ++good;
+            }
+        });
+        EXPECT_EQ(2 * kThreads, good.load());
+        EXPECT_EQ(round, Requests("oauth2/token").size());
+        clock.Advance(3600);
+    }
+    EXPECT_EQ(nullptr, client->lastBody) << "answers stay with the calls";
+}
+
+TEST_F(SharedClient, TheNewVaultNameReachesEveryCall)
+{
+    SetLogging(0);
+    sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "standard"}});
+    Identity identity;
+    identity.vault = "%G";
+    const ClientPtr client = NewClient(identity);
+    std::atomic<int> good{0};
+    OnThreads(kThreads, [&](int) {
+        const KVCCall call(KVCBeginCall(client.get()));
+        if (KVCAuthenticate(call.get()) && TextOf(call->kvname) == "x0f1e2d3c4b5a69788796a5b" && ListKeys(call.get()))
+            ++good;
+    });
+    EXPECT_EQ(kThreads, good.load());
+}
+
+// Without that, each of the waiting threads would spend minutes on a sign-in that has just failed for the one before
+// it.
+TEST_F(SharedClient, WaitingThreadsShareAFailedSignIn)
+{
+    const ClientPtr client = NewClient();
+    root.ClearLog();
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "down"}});
+    std::atomic<int> arrived{0};
+    std::atomic<int> failed{0};
+    clock.OnSleep([&](DWORD, size_t) {
+        // The first sign-in goes on only when all have come; then they get time to queue up behind it.
+        while (arrived < kThreads)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    });
+    OnThreads(kThreads, [&](int) {
+        const KVCCall call(KVCBeginCall(client.get()));
+        ++arrived;
+        if (!KVCAuthenticate(call.get()))
+            ++failed;
+    });
+    EXPECT_EQ(kThreads, failed.load());
+    EXPECT_EQ(static_cast<size_t>(kThreads), LinesWith("KVCAuthenticate Logon failure contoso-keys 1"));
+    EXPECT_EQ(static_cast<size_t>(kThreads), LinesWith("KVCAuthenticate contoso-keys 8"));
+    // One, unless the machine is so busy that a thread comes after the end of the first.
+    EXPECT_LE(LinesWith("KVCDoWebCall failure"), 3u);
+
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "up"}});
+    clock.OnSleep(nullptr);
+    const KVCCall call(KVCBeginCall(client.get()));
+    EXPECT_EQ(1, KVCAuthenticate(call.get())) << "a later call tries for itself";
+}
+
+TEST_F(SharedClient, ACallWithoutMemoryForItsTokenHasFailedToSignIn)
+{
+    const ClientPtr client = NewClient();
+    ASSERT_EQ(1, KVCAuthenticate(client.get()));
+    SetLogging(0);
+    for (size_t failAt = 0;; ++failAt) {
+        const KVCCall call(KVCBeginCall(client.get()));
+        int result = 0;
+        size_t seen = 0;
+        {
+            const AllocFault fault(failAt);
+            result = KVCAuthenticate(call.get());
+            seen = fault.Seen();
+        }
+        if (seen <= failAt) {
+            EXPECT_EQ(1, result);
+            EXPECT_GE(failAt, 3u) << "three strings are copied";
+            break;
+        }
+        EXPECT_EQ(0, result) << failAt;
+        EXPECT_EQ(nullptr, call->accessToken) << failAt;
+        EXPECT_EQ(1, KVCAuthenticate(call.get())) << failAt;
+    }
+    EXPECT_EQ(1u, Requests("oauth2/token").size());
+}
+
+TEST_F(SharedClient, ACallKeepsItsTokenWhileAnotherRenewsIt)
+{
+    const ClientPtr client = NewClient();
+    const KVCCall first(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    const std::string token = TextOf(first->accessToken);
+    clock.Advance(3600);
+    sim.Control("PUT", "/tokens", {{"oid", "another"}});
+    const KVCCall second(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(second.get()));
+    EXPECT_NE(token, TextOf(second->accessToken));
+    EXPECT_EQ(token, TextOf(first->accessToken));
+    EXPECT_EQ(1, ListKeys(first.get())) << "the old token is still good at the vault";
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    EXPECT_EQ(TextOf(second->accessToken), TextOf(first->accessToken));
+    EXPECT_EQ(2u, Requests("oauth2/token").size());
+}
+
+}  // namespace

@@ -1,0 +1,40 @@
+#include <gtest/gtest.h>
+
+#include "platform/linux/text.h"
+#include "platform/platform.h"
+
+TEST(Clock, PublishedTimes)
+{
+    struct tm parts;
+    __time64_t time = 951782400;  // 2000-02-29 00:00:00 UTC, a Tuesday
+    ASSERT_EQ(_gmtime64_s(&parts, &time), 0);
+    EXPECT_EQ(parts.tm_year, 100);
+    EXPECT_EQ(parts.tm_mon, 1);
+    EXPECT_EQ(parts.tm_mday, 29);
+    EXPECT_EQ(parts.tm_wday, 2);
+    for (const __time64_t outside : {__time64_t{-1}, __time64_t{32535215999 + 1}}) {
+        EXPECT_NE(_gmtime64_s(&parts, &outside), 0);
+        EXPECT_NE(_localtime64_s(&parts, &outside), 0);
+        EXPECT_EQ(_wctime64(&outside), nullptr);
+    }
+    EXPECT_NE(_gmtime64_s(&parts, nullptr), 0);
+
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    const ULONGLONG ticks = (static_cast<ULONGLONG>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+    const __time64_t seconds = static_cast<__time64_t>((ticks - 116444736000000000ULL) / 10000000ULL);
+    EXPECT_LE(seconds, _time64(&time));
+    EXPECT_GE(seconds + 60, time);
+}
+
+TEST(Clock, TheTextOfATimeHasTwoDigitsForTheDay)
+{
+    const __time64_t time = 1770000000;  // the first days of February 2026, whatever the zone
+    struct tm parts;
+    ASSERT_EQ(_localtime64_s(&parts, &time), 0);
+    char expected[64];
+    const char* days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    snprintf(expected, sizeof expected, "%s Feb %02d %02d:%02d:%02d 2026\n", days[parts.tm_wday], parts.tm_mday,
+             parts.tm_hour, parts.tm_min, parts.tm_sec);
+    EXPECT_EQ(ToUtf8(_wctime64(&time)), expected);
+}

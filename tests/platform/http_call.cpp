@@ -1,0 +1,113 @@
+#include "tests/platform/http_call.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/linux/text.h"
+
+namespace {
+
+class Handle {
+  public:
+    explicit Handle(HINTERNET value) : value_(value) {}
+    ~Handle()
+    {
+        if (value_ != nullptr)
+            WinHttpCloseHandle(value_);
+    }
+    operator HINTERNET() const { return value_; }
+
+  private:
+    HINTERNET value_;
+};
+
+std::string RawHead(HINTERNET request)
+{
+    DWORD size = 0;
+    if (WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr, nullptr, &size, nullptr) ||
+        GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+        return "no size";
+    std::u16string text(size / 2, u'?');
+    const DWORD needed = size;
+    if (!WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr, text.data(), &size, nullptr))
+        return "no text";
+    if (size + 2 != needed || text.back() != 0)
+        return "wrong size";
+    text.pop_back();
+    return ToUtf8(text);
+}
+
+}  // namespace
+
+Reply Perform(const Call& call)
+{
+    Reply reply;
+    const auto fail = [&](const char* step) {
+        reply.error = GetLastError();
+        reply.failed = step;
+        return reply;
+    };
+    const Handle session(
+        WinHttpOpen(u"Agent 1", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+    if (call.waitMs != 0)
+        WinHttpSetTimeouts(session, 0, call.waitMs, call.waitMs, call.waitMs);
+    const Handle connection(WinHttpConnect(session, ToUtf16(call.host).c_str(), call.port, 0));
+    if (connection == nullptr)
+        return fail("connect");
+    const Handle request(WinHttpOpenRequest(connection, ToUtf16(call.verb).c_str(), ToUtf16(call.path).c_str(), nullptr,
+                                            WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                            call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
+    if (request == nullptr)
+        return fail("open");
+    size_t size = call.body == nullptr ? 0 : call.bodySize;
+    if (size == std::string::npos)
+        size = strlen(call.body);
+    const auto length = static_cast<DWORD>(size);
+    if (!WinHttpSendRequest(request, ToUtf16(call.headers).c_str(), static_cast<DWORD>(-1),
+                            const_cast<char*>(call.body), length, length, 0))
+        return fail("send");
+    if (!WinHttpReceiveResponse(request, nullptr))
+        return fail("receive");
+    DWORD statusSize = sizeof(reply.status);
+    WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr, &reply.status,
+                        &statusSize, nullptr);
+    reply.head = RawHead(request);
+    for (;;) {
+        DWORD available = 0;
+        if (!WinHttpQueryDataAvailable(request, &available))
+            return fail("available");
+        if (available == 0)
+            return reply;
+        reply.largest = std::max(reply.largest, available);
+        call.beforeReading();
+        std::string piece(available, '?');
+        DWORD read = 0;
+        if (!WinHttpReadData(request, piece.data(), available, &read))
+            return fail("read");
+        reply.body.append(piece, 0, read);
+    }
+}
+
+std::string Outcome(const Reply& reply)
+{
+    return reply.failed.empty() ? std::to_string(reply.status) : reply.failed + " " + std::to_string(reply.error);
+}
+
+RawServer::Script Answer(std::string bytes)
+{
+    return [bytes = std::move(bytes)](Peer& peer) {
+        peer.ReadRequest();
+        peer.Write(bytes);
+    };
+}
+
+void ConnectTo(const std::string& entries)
+{
+    setenv("KELVARO_CONNECT_TO", entries.c_str(), 1);
+}
+
+std::string Entry(int from, const RawServer& server)
+{
+    return ":" + std::to_string(from) + ":127.0.0.1:" + std::to_string(server.port()) + " ";
+}

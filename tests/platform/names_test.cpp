@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+
+#include "tests/platform/platform_root.h"
+
+TEST(Names, TheUserNameFollowsTheTwoCallContract)
+{
+    DWORD needed = 0;
+    EXPECT_FALSE(GetUserNameW(nullptr, &needed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    std::u16string name(needed, u'?');
+    DWORD size = needed - 1;
+    EXPECT_FALSE(GetUserNameW(name.data(), &size));
+    EXPECT_EQ(size, needed);
+    ASSERT_TRUE(GetUserNameW(name.data(), &size));
+    EXPECT_EQ(size, needed) << "the terminator is counted";
+    EXPECT_EQ(std::u16string(name.c_str()).size() + 1, needed);
+}
+
+TEST(Names, TheComputerNameFollowsItsOwn)
+{
+    DWORD needed = 0;
+    EXPECT_FALSE(GetComputerNameExW(ComputerNameDnsFullyQualified, nullptr, &needed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
+    std::u16string name(needed, u'?');
+    DWORD size = needed;
+    ASSERT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name.data(), &size));
+    EXPECT_EQ(size + 1, needed) << "the terminator is not counted";
+
+    std::u16string host(needed, u'?');
+    size = needed;
+    ASSERT_TRUE(GetComputerNameExW(ComputerNameDnsHostname, host.data(), &size));
+    host.resize(size);
+    EXPECT_EQ(name.compare(0, size, host), 0) << "the qualified name begins with the host's";
+}
+
+TEST(Names, TheImageNameIsTheProgram)
+{
+    WCHAR name[4096];
+    const DWORD length = K32GetProcessImageFileNameW(GetCurrentProcess(), name, 4096);
+    ASSERT_GT(length, 0u);
+    EXPECT_EQ(std::filesystem::path(ToUtf8(name)), std::filesystem::read_symlink("/proc/self/exe"));
+    EXPECT_EQ(K32GetProcessImageFileNameW(GetCurrentProcess(), name, length), 0u);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+}
+
+TEST(Names, EnvironmentVariables)
+{
+    WCHAR buffer[8];
+    setenv("KELVARO_TEST_VALUE", "five\xC3\xA4", 1);
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 5u);
+    EXPECT_EQ(std::u16string(buffer), u"five\u00E4");
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 5), 6u) << "too small: with terminator";
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", nullptr, 0), 6u);
+    setenv("KELVARO_TEST_VALUE", "", 1);
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
+    EXPECT_EQ(GetLastError(), 0u);
+    unsetenv("KELVARO_TEST_VALUE");
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
+}

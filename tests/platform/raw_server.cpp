@@ -1,0 +1,203 @@
+#include "tests/platform/raw_server.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <stdexcept>
+
+namespace {
+
+void Require(bool good, const char* what)
+{
+    if (!good)
+        throw std::runtime_error(what);
+}
+
+void AddExtension(X509* cert, int nid, const std::string& value)
+{
+    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
+    Require(extension != nullptr && X509_add_ext(cert, extension, -1) == 1, "certificate extension");
+    X509_EXTENSION_free(extension);
+}
+
+}  // namespace
+
+Credentials::Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay)
+    : key_(EVP_EC_gen("P-256")), certificate_(X509_new())
+{
+    static std::atomic<long> serial{1000};
+    X509* const cert = certificate_.get();
+    X509_set_version(cert, 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert), ++serial);
+    X509_gmtime_adj(X509_getm_notBefore(cert), firstDay * 86400);
+    X509_gmtime_adj(X509_getm_notAfter(cert), lastDay * 86400);
+    X509_set_pubkey(cert, key_.get());
+    X509_NAME* const subject = X509_get_subject_name(cert);
+    X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>(name.c_str()), -1,
+                               -1, 0);
+    X509_set_issuer_name(cert, X509_get_subject_name(issuer != nullptr ? issuer->certificate() : cert));
+    if (issuer == nullptr)
+        AddExtension(cert, NID_basic_constraints, "critical,CA:TRUE");
+    else
+        AddExtension(cert, NID_subject_alt_name, "DNS:" + name);
+    Require(X509_sign(cert, issuer != nullptr ? issuer->key() : key_.get(), EVP_sha256()) != 0,
+            "certificate signature");
+}
+
+void Credentials::WritePem(const std::string& file) const
+{
+    FILE* const out = fopen(file.c_str(), "w");
+    Require(out != nullptr && PEM_write_X509(out, certificate_.get()) == 1, "certificate file");
+    fclose(out);
+}
+
+std::string Peer::ReadRequest()
+{
+    std::string request;
+    size_t expected = std::string::npos;
+    char chunk[65536];
+    while (request.size() < expected) {
+        const ssize_t got =
+            tls_ != nullptr ? SSL_read(tls_, chunk, sizeof(chunk)) : recv(socket_, chunk, sizeof(chunk), 0);
+        if (got <= 0)
+            break;
+        request.append(chunk, static_cast<size_t>(got));
+        const size_t end = request.find("\r\n\r\n");
+        if (end == std::string::npos)
+            continue;
+        const size_t field = request.find("Content-Length: ");
+        expected = end + 4 + (field < end ? strtoul(request.c_str() + field + 16, nullptr, 10) : 0);
+    }
+    const std::lock_guard<std::mutex> guard(server_->lock_);
+    server_->requests_.push_back(request);
+    return request;
+}
+
+void Peer::Write(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t put = tls_ != nullptr ? SSL_write(tls_, bytes.data(), static_cast<int>(bytes.size()))
+                                            : send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (put <= 0)
+            return;
+        bytes.remove_prefix(static_cast<size_t>(put));
+    }
+}
+
+size_t Peer::WriteUntilStalled(std::string_view bytes)
+{
+    size_t done = 0;
+    while (done < bytes.size()) {
+        pollfd writable = {socket_, POLLOUT, 0};
+        if (poll(&writable, 1, 50) != 1)
+            break;
+        const ssize_t put = send(socket_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (put <= 0)
+            break;
+        done += static_cast<size_t>(put);
+    }
+    return done;
+}
+
+void Peer::Reset()
+{
+    const linger now = {1, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+}
+
+void Peer::WaitForClose()
+{
+    pollfd ends[] = {{socket_, POLLRDHUP, 0}, {server_->stop_[0], 0, 0}};
+    poll(ends, 2, -1);
+}
+
+RawServer::RawServer(Script script, const Credentials* identity, int maxTls) : script_(std::move(script))
+{
+    if (identity != nullptr) {
+        tls_.reset(SSL_CTX_new(TLS_server_method()));
+        SSL_CTX_use_certificate(tls_.get(), identity->certificate());
+        SSL_CTX_use_PrivateKey(tls_.get(), identity->key());
+        SSL_CTX_set_max_proto_version(tls_.get(), maxTls);
+        // Lets even the versions through that OpenSSL's default level refuses.
+        SSL_CTX_set_security_level(tls_.get(), 0);
+    }
+    Require(pipe2(stop_, O_CLOEXEC) == 0, "pipe");
+    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    Require(bind(listener_, reinterpret_cast<sockaddr*>(&address), size) == 0 && listen(listener_, 128) == 0,
+            "listener");
+    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+    port_ = ntohs(address.sin_port);
+    acceptor_ = std::thread([this] { Accept(); });
+}
+
+RawServer::~RawServer()
+{
+    // A hang-up behind unread bytes would never be seen.
+    close(stop_[1]);
+    shutdown(listener_, SHUT_RDWR);
+    acceptor_.join();
+    for (std::thread& connection : connections_)
+        connection.join();
+    close(listener_);
+    close(stop_[0]);
+}
+
+std::vector<std::string> RawServer::requests() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return requests_;
+}
+
+std::string RawServer::lastServerName() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return serverName_;
+}
+
+void RawServer::Accept()
+{
+    for (int socket = 0; (socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+        connections_.emplace_back([this, socket] { Serve(socket); });
+}
+
+void RawServer::Serve(int socket)
+{
+    // OpenSSL's writes may raise it here; the client's threads must never need this.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    SSL* tls = nullptr;
+    bool good = true;
+    if (tls_) {
+        tls = SSL_new(tls_.get());
+        SSL_set_fd(tls, socket);
+        good = SSL_accept(tls) == 1;
+        // With TLS 1.3 a client refuses only after the server is through with its part.
+        char byte = 0;
+        good = good && SSL_peek(tls, &byte, 1) == 1;
+        if (const char* name = SSL_get_servername(tls, TLSEXT_NAMETYPE_host_name)) {
+            const std::lock_guard<std::mutex> guard(lock_);
+            serverName_ = name;
+        }
+    }
+    if (good) {
+        Peer peer(this, socket, tls);
+        script_(peer);
+    } else {
+        ++refusals_;
+    }
+    SSL_free(tls);
+    close(socket);
+}

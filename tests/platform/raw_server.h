@@ -1,0 +1,91 @@
+// A server on loopback whose every byte a test decides, plain or over TLS, and certificates made for it.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+struct PkeyDeleter {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+};
+struct X509Deleter {
+    void operator()(X509* cert) const { X509_free(cert); }
+};
+struct ContextDeleter {
+    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+
+// A certificate with its key; `issuer` NULL makes a root of its own.
+class Credentials {
+  public:
+    Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay);
+
+    void WritePem(const std::string& file) const;  // the certificate alone
+    X509* certificate() const { return certificate_.get(); }
+    EVP_PKEY* key() const { return key_.get(); }
+
+  private:
+    std::unique_ptr<EVP_PKEY, PkeyDeleter> key_;
+    std::unique_ptr<X509, X509Deleter> certificate_;
+};
+
+class RawServer;
+
+// One accepted connection, after the handshake.
+class Peer {
+  public:
+    Peer(RawServer* server, int socket, SSL* tls) : server_(server), socket_(socket), tls_(tls) {}
+
+    // Head and entity as they came, which the server notes down. What has come when the client hangs up.
+    std::string ReadRequest();
+    void Write(std::string_view bytes);
+    // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
+    size_t WriteUntilStalled(std::string_view bytes);
+    void Reset();         // the connection ends with RST
+    void WaitForClose();  // until the client hangs up, or the server ends
+    int socket() const { return socket_; }
+
+  private:
+    RawServer* server_;
+    int socket_;
+    SSL* tls_;
+};
+
+// Runs `script` for each connection, on a thread of its own; the connection is closed behind it.
+class RawServer {
+  public:
+    using Script = std::function<void(Peer&)>;
+    explicit RawServer(Script script, const Credentials* identity = nullptr, int maxTls = 0);
+    ~RawServer();
+    RawServer(const RawServer&) = delete;
+    RawServer& operator=(const RawServer&) = delete;
+
+    unsigned short port() const { return port_; }
+    std::vector<std::string> requests() const;
+    std::string lastServerName() const;  // what the last TLS client asked for
+    int refusals() const { return refusals_; }
+
+  private:
+    friend class Peer;
+    void Accept();
+    void Serve(int socket);
+
+    Script script_;
+    std::unique_ptr<SSL_CTX, ContextDeleter> tls_;
+    int listener_ = -1;
+    int stop_[2] = {-1, -1};
+    unsigned short port_ = 0;
+    std::atomic<int> refusals_{0};
+    mutable std::mutex lock_;
+    std::vector<std::string> requests_;
+    std::string serverName_;
+    std::vector<std::thread> connections_;
+    std::thread acceptor_;
+};

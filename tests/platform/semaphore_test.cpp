@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "platform/platform.h"
+
+TEST(Semaphore, CountsAndTimesOut)
+{
+    HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    ASSERT_NE(semaphore, nullptr);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_TIMEOUT);
+    const ULONGLONG before = GetTickCount64();
+    EXPECT_EQ(WaitForSingleObject(semaphore, 30), WAIT_TIMEOUT);
+    EXPECT_GE(GetTickCount64() - before, 29u) << "not before its time";
+    LONG previous = 9;
+    EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(previous, 0);
+    EXPECT_FALSE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_TOO_MANY_POSTS});
+    EXPECT_FALSE(ReleaseSemaphore(semaphore, 0, nullptr));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(WaitForSingleObject(semaphore, INFINITE), WAIT_OBJECT_0);
+    EXPECT_TRUE(CloseHandle(semaphore));
+}
+
+TEST(Semaphore, WhatIsNoSemaphoreIsRefused)
+{
+    const struct {
+        const char* name;
+        LONG initial, maximum;
+        LPCWSTR label;
+        LONG error;
+    } rows[] = {{"over the maximum", 2, 1, nullptr, ERROR_INVALID_PARAMETER},
+                {"negative", -1, 1, nullptr, ERROR_INVALID_PARAMETER},
+                {"no room", 0, 0, nullptr, ERROR_INVALID_PARAMETER},
+                {"named", 1, 1, u"name", ERROR_NOT_SUPPORTED}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(CreateSemaphoreW(nullptr, row.initial, row.maximum, row.label), nullptr) << row.name;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.error)) << row.name;
+    }
+    HANDLE closed = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    CloseHandle(closed);
+    // More handles than the table has places: the place comes back, the handle does not.
+    for (int i = 0; i < 5000; i++) {
+        HANDLE next = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+        ASSERT_NE(next, closed);
+        CloseHandle(next);
+    }
+    HANDLE open = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    for (HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, closed}) {
+        EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_FALSE(ReleaseSemaphore(handle, 1, nullptr));
+        EXPECT_FALSE(CloseHandle(handle));
+    }
+    EXPECT_TRUE(CloseHandle(open));
+}
+
+TEST(Semaphore, OneAtATimePasses)
+{
+    HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    int inside = 0;
+    int total = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([&] {
+            for (int turn = 0; turn < 200; turn++) {
+                ASSERT_EQ(WaitForSingleObject(semaphore, 60000), WAIT_OBJECT_0);
+                EXPECT_EQ(++inside, 1);
+                total++;
+                inside--;
+                ReleaseSemaphore(semaphore, 1, nullptr);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(total, 1600);
+    CloseHandle(semaphore);
+}
+
+TEST(SlimLock, AZeroedLockExcludesWritersAndLetsReadersShare)
+{
+    struct Record {
+        SRWLOCK lock;
+        int count;
+    };
+    Record* record = static_cast<Record*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(Record)));
+    AcquireSRWLockShared(&record->lock);
+    EXPECT_TRUE(TryAcquireSRWLockShared(&record->lock));
+    EXPECT_FALSE(TryAcquireSRWLockExclusive(&record->lock));
+    ReleaseSRWLockShared(&record->lock);
+    ReleaseSRWLockShared(&record->lock);
+    AcquireSRWLockExclusive(&record->lock);
+    EXPECT_FALSE(TryAcquireSRWLockShared(&record->lock));
+    EXPECT_FALSE(TryAcquireSRWLockExclusive(&record->lock));
+    ReleaseSRWLockExclusive(&record->lock);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([record] {
+            for (int turn = 0; turn < 500; turn++) {
+                AcquireSRWLockExclusive(&record->lock);
+                record->count++;
+                ReleaseSRWLockExclusive(&record->lock);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    AcquireSRWLockShared(&record->lock);
+    EXPECT_EQ(record->count, 4000);
+    ReleaseSRWLockShared(&record->lock);
+    HeapFree(GetProcessHeap(), 0, record);
+}

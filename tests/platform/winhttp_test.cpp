@@ -1,0 +1,301 @@
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <future>
+
+#include "tests/platform/http_call.h"
+
+namespace {
+
+TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
+{
+    const struct {
+        const char* name;
+        const char* verb;
+        const char* path;
+        const char* headers;
+        const char* body;
+        const char* wire;
+    } rows[] = {
+        {"get", "GET", "/a/b?x=1&y=%2F", "Metadata: True\r\n", nullptr,
+         "GET /a/b?x=1&y=%2F HTTP/1.1\r\nConnection: Keep-Alive\r\nMetadata: True\r\nUser-Agent: Agent 1\r\nHost: "
+         "kv.test\r\n\r\n"},
+        {"no headers, no path", "DELETE", "", "", nullptr,
+         "DELETE / HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
+        {"post", "POST", "/t", "Content-Type: application/json\r\nAccept: */*\r\n\r\n", "{\"a\":1}",
+         "POST /t HTTP/1.1\r\nConnection: Keep-Alive\r\nContent-Type: application/json\r\nAccept: */*\r\n"
+         "User-Agent: Agent 1\r\nContent-Length: 7\r\nHost: kv.test\r\n\r\n{\"a\":1}"},
+        {"post of nothing, no line end", "POST", "/t", "X: 1", nullptr,
+         "POST /t HTTP/1.1\r\nConnection: Keep-Alive\r\nX: 1\r\nUser-Agent: Agent 1\r\nContent-Length: 0\r\nHost: "
+         "kv.test\r\n\r\n"},
+        {"fields of the caller's own stand once", "GET", "/", "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n",
+         nullptr, "GET / HTTP/1.1\r\nhost: other\r\nUSER-AGENT: me\r\nConnection: close\r\n\r\n"},
+        {"values stay as they are", "GET", "/", "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n",
+         nullptr,
+         "GET / HTTP/1.1\r\nConnection: Keep-Alive\r\nExpect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e "
+         "\t\n\r\n"
+         "User-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
+        {"escapes", "GET", "a/../b c\r\nX: \"\xC3\xA4#", "", nullptr,
+         "GET /a/../b%20c%0D%0AX:%20%22%C3%A4%23 HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: "
+         "kv.test\r\n\r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        RawServer server(Answer(kOk));
+        ConnectTo(Entry(80, server));
+        Call call;
+        call.host = "kv.test";
+        call.verb = row.verb;
+        call.path = row.path;
+        call.headers = row.headers;
+        call.body = row.body;
+        EXPECT_EQ(Outcome(Perform(call)), "200");
+        ASSERT_EQ(server.requests().size(), 1U);
+        EXPECT_EQ(server.requests()[0], row.wire);
+    }
+    RawServer server(Answer(kOk));
+    EXPECT_EQ(Outcome(Perform({"127.0.0.1", server.port()})), "200");
+    EXPECT_NE(server.requests().at(0).find("\r\nHost: 127.0.0.1:" + std::to_string(server.port()) + "\r\n"),
+              std::string::npos);
+}
+
+TEST_F(WinHttp, RefusesWhatWouldBreakTheRequest)
+{
+    const struct {
+        const char* host;
+        const char* verb;
+        const char* headers;
+        const char* outcome;
+    } rows[] = {
+        {"", "GET", "", "connect 12005"},
+        {"user@kv.test", "GET", "", "connect 12005"},
+        {"kv.test/path", "GET", "", "connect 12005"},
+        {"kv.test:81", "GET", "", "connect 12005"},
+        {"my vault", "GET", "", "connect 12005"},
+        {"kv.test", "GET /", "", "open 87"},
+        {"kv.test", "", "", "open 87"},
+        {"kv.test", "GET", "no colon\r\n", "send 87"},
+        {"kv.test", "GET", ": no name\r\n", "send 87"},
+    };
+    for (const auto& row : rows) {
+        Call call;
+        call.host = row.host;
+        call.verb = row.verb;
+        call.headers = row.headers;
+        EXPECT_EQ(Outcome(Perform(call)), row.outcome) << row.host << row.verb << row.headers;
+    }
+}
+
+TEST_F(WinHttp, HandsOutHeadAndEntity)
+{
+    const std::string large(300000, 'L');
+    const struct {
+        const char* name;
+        std::string answer;
+        std::string head;
+        std::string body;
+    } rows[] = {
+        {"plain", kOk, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n", "ok"},
+        {"no entity", "HTTP/1.1 204 No Content\r\nA: b\r\n\r\n", "HTTP/1.1 204 No Content\r\nA: b\r\n\r\n", ""},
+        {"refusal", "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=/x\r\nContent-Length: 1\r\n\r\n!",
+         "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=/x\r\nContent-Length: 1\r\n\r\n", "!"},
+        {"interim heads", std::string("HTTP/1.1 100 Continue\r\nX: 1\r\n\r\nHTTP/1.1 103 Early Hints\r\n\r\n") + kOk,
+         "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n", "ok"},
+        {"chunks and trailers",
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2\r\nde\r\n0\r\nT: railer\r\n\r\n",
+         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "abcde"},
+        {"to the end of the connection", "HTTP/1.0 200 OK\r\n\r\nall", "HTTP/1.0 200 OK\r\n\r\n", "all"},
+        {"line feeds alone", "HTTP/1.1 200 OK\nContent-Length: 2\nB: c\n\nok",
+         "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nB: c\r\n\r\n", "ok"},
+        {"coded entity", "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 3\r\n\r\n\x1F\x8BZ",
+         "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 3\r\n\r\n", "\x1F\x8BZ"},
+        {"large", "HTTP/1.1 200 OK\r\nContent-Length: 300000\r\n\r\n" + large,
+         "HTTP/1.1 200 OK\r\nContent-Length: 300000\r\n\r\n", large},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        RawServer server(Answer(row.answer));
+        const Reply reply = Perform({"127.0.0.1", server.port()});
+        EXPECT_EQ(reply.failed, "");
+        EXPECT_EQ(reply.head, row.head);
+        EXPECT_EQ(reply.status, strtoul(row.head.c_str() + 9, nullptr, 10));
+        EXPECT_TRUE(reply.body == row.body) << reply.body.size();
+        EXPECT_LE(reply.largest, 8192U);
+    }
+}
+
+TEST_F(WinHttp, ReadsNoFurtherThanItsCallerDoes)
+{
+    const size_t size = 32 << 20;
+    std::promise<size_t> stalled;
+    RawServer server([&](Peer& peer) {
+        peer.ReadRequest();
+        peer.Write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n");
+        const std::string entity(size, 'x');
+        const size_t sent = peer.WriteUntilStalled(entity);
+        stalled.set_value(sent);
+        peer.Write(std::string_view(entity).substr(sent));
+    });
+    Call call;
+    call.port = server.port();
+    bool waited = false;
+    call.beforeReading = [&] {
+        if (!waited) {
+            EXPECT_LT(stalled.get_future().get(), size / 2);
+        }
+        waited = true;
+    };
+    EXPECT_EQ(Perform(call).body.size(), size);
+}
+
+TEST_F(WinHttp, TellsWhereAnExchangeBroke)
+{
+    const std::string huge(32 << 20, 'b');
+    const auto reset = [](std::string before) {
+        return [before](Peer& peer) {
+            peer.ReadRequest();
+            peer.Write(before);
+            peer.Reset();
+        };
+    };
+    const auto silent = [](std::string before) {
+        return [before](Peer& peer) {
+            peer.ReadRequest();
+            peer.Write(before);
+            peer.WaitForClose();
+        };
+    };
+    const struct {
+        const char* name;
+        RawServer::Script script;
+        const char* outcome;
+        const char* body;
+        bool hugeRequest;
+    } rows[] = {
+        {"reset before the head", reset(""), "receive 12030", "", false},
+        {"closed before the head", Answer(""), "receive 12030", "", false},
+        {"closed inside a line", Answer("HTTP/1.1 20"), "receive 12030", "", false},
+        {"closed inside the head", Answer("HTTP/1.1 200 OK\r\nA: b\r\n"), "receive 12030", "", false},
+        {"closed after an interim head", Answer("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12030", "", false},
+        {"no HTTP", Answer("220 mail.test ESMTP\r\n"), "receive 12152", "", false},
+        {"head too long", Answer("HTTP/1.1 200 OK\r\nA: " + std::string(70000, 'a') + "\r\n\r\n"), "receive 12182", "",
+         false},
+        {"silence", silent(""), "receive 12002", "", false},
+        {"silence after an interim head", silent("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12002", "", false},
+        {"entity cut", Answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12030", "abc", false},
+        {"chunk cut", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\nabc"), "available 12030", "abc",
+         false},
+        {"last chunk missing", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n"),
+         "available 12030", "abc", false},
+        {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc", false},
+        {"request not read", [](Peer& peer) { peer.WaitForClose(); }, "send 12002", "", true},
+        {"reset while sending", [](Peer& peer) { peer.Reset(); }, "send 12030", "", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        RawServer server(row.script);
+        Call call;
+        call.port = server.port();
+        // Only the silent servers are waited for in vain.
+        call.waitMs = strstr(row.outcome, "12002") != nullptr ? 60 : 0;
+        if (row.hugeRequest) {
+            call.verb = "POST";
+            call.body = huge.data();
+            call.bodySize = huge.size();
+        }
+        const Reply reply = Perform(call);
+        EXPECT_EQ(Outcome(reply), row.outcome);
+        EXPECT_EQ(reply.body, row.body);
+    }
+}
+
+TEST_F(WinHttp, TellsWhyNoConnectionCameAbout)
+{
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    Call call;
+    call.port = ntohs(address.sin_port);
+    EXPECT_EQ(Outcome(Perform(call)), "send 12029");
+
+    // With a full queue the listener lets every further greeting drop.
+    ASSERT_EQ(listen(listener, 0), 0);
+    const int first = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(first, reinterpret_cast<sockaddr*>(&address), size), 0);
+    call.waitMs = 60;
+    EXPECT_EQ(Outcome(Perform(call)), "send 12002");
+    close(first);
+    close(listener);
+
+    // No resolver asks the network for a label of over 63 characters.
+    call.host = std::string(64, 'n') + ".test";
+    call.waitMs = 0;
+    EXPECT_EQ(Outcome(Perform(call)), "send 12007");
+
+    // KELVARO_CONNECT_TO takes several entries.
+    RawServer server(Answer(kOk));
+    ConnectTo("  :81:127.0.0.1:1   :82:127.0.0.1:" + std::to_string(server.port()) + "\n");
+    EXPECT_EQ(Outcome(Perform({"a.test", 81})), "send 12029");
+    EXPECT_EQ(Outcome(Perform({"a.test", 82})), "200");
+}
+
+TEST_F(WinHttp, GoesThroughTheProxyOfTheEnvironment)
+{
+    RawServer forward(Answer(kOk));
+    setenv("http_proxy", ("http://127.0.0.1:" + std::to_string(forward.port())).c_str(), 1);
+    const Reply reply = Perform({"kv.test", 80, "/a?b", "GET", "Authorization: s\r\n"});
+    EXPECT_EQ(Outcome(reply), "200");
+    EXPECT_EQ(forward.requests().at(0).find("GET http://kv.test/a?b HTTP/1.1\r\n"), 0U);
+
+    // What is meant for the server is not shown to the proxy of a tunnel.
+    RawServer tunnel(Answer("HTTP/1.1 200 Connection established\r\n\r\n"));
+    setenv("https_proxy", ("http://127.0.0.1:" + std::to_string(tunnel.port())).c_str(), 1);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443, "/a", "GET", "Authorization: s\r\n"})), "send 12030");
+    EXPECT_EQ(tunnel.requests().at(0),
+              "CONNECT kv.test:443 HTTP/1.1\r\nHost: kv.test:443\r\nProxy-Connection: Keep-Alive\r\n\r\n");
+}
+
+TEST_F(WinHttp, KnowsItsHandles)
+{
+    RawServer server(Answer(kOk));
+    EXPECT_FALSE(WinHttpCloseHandle(nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    const HINTERNET session = WinHttpOpen(nullptr, 0, nullptr, nullptr, 0);
+    EXPECT_EQ(WinHttpOpenRequest(session, u"GET", u"/", nullptr, nullptr, nullptr, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE));
+    const HINTERNET connection = WinHttpConnect(session, u"127.0.0.1", server.port(), 0);
+    const HINTERNET request = WinHttpOpenRequest(connection, nullptr, nullptr, nullptr, nullptr, nullptr, 0);
+    DWORD size = 0;
+    EXPECT_FALSE(WinHttpReceiveResponse(request, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_STATE));
+    EXPECT_FALSE(WinHttpQueryDataAvailable(request, &size));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_STATE));
+
+    // The parents may go first.
+    EXPECT_TRUE(WinHttpCloseHandle(session));
+    EXPECT_TRUE(WinHttpCloseHandle(connection));
+    EXPECT_TRUE(WinHttpSendRequest(request, nullptr, 0, nullptr, 0, 0, 0));
+    EXPECT_TRUE(WinHttpReceiveResponse(request, nullptr));
+    char bytes[8] = {};
+    EXPECT_TRUE(WinHttpReadData(request, bytes, sizeof(bytes), &size));
+    EXPECT_EQ(std::string(bytes, size), "ok");
+
+    WCHAR text[4] = {};
+    size = 6;
+    EXPECT_FALSE(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &size, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(size, 8U);
+    EXPECT_TRUE(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &size, nullptr));
+    EXPECT_EQ(std::u16string(text), u"200");
+    EXPECT_EQ(size, 6U);
+    // Open until the request is dropped half-way.
+    EXPECT_TRUE(WinHttpCloseHandle(request));
+}
+
+}  // namespace

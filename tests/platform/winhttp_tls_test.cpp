@@ -1,0 +1,153 @@
+#include <unistd.h>
+
+#include <cstdlib>
+#include <future>
+
+#include "tests/platform/http_call.h"
+
+namespace {
+
+class WinHttpTls : public WinHttp {
+  protected:
+    void SetUp() override
+    {
+        WinHttp::SetUp();
+        char name[] = "/tmp/winhttp_roots.XXXXXX";
+        close(mkstemp(name));
+        roots_ = name;
+        Trust(root_);
+    }
+    void TearDown() override
+    {
+        unlink(roots_.c_str());
+        WinHttp::TearDown();
+    }
+
+    void Trust(const Credentials& root)
+    {
+        root.WritePem(roots_);
+        setenv("SSL_CERT_FILE", roots_.c_str(), 1);
+    }
+
+    const Credentials root_{"Test Root", nullptr, -1, 1};
+    const Credentials stranger_{"Other Root", nullptr, -1, 1};
+    std::string roots_;
+};
+
+TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
+{
+    const Credentials good("kv.test", &root_, -1, 1);
+    const Credentials otherName("other.test", &root_, -1, 1);
+    const Credentials unknown("kv.test", &stranger_, -1, 1);
+    const Credentials selfSigned("kv.test", nullptr, -1, 1);
+    const Credentials expired("kv.test", &root_, -9, -1);
+    const Credentials early("kv.test", &root_, 1, 9);
+    const struct {
+        const char* name;
+        const Credentials* identity;
+        const char* roots;  // NULL: the test's own
+        int maxTls;
+        const char* outcome;
+    } rows[] = {
+        {"good", &good, nullptr, 0, "200"},
+        {"good, TLS 1.2", &good, nullptr, TLS1_2_VERSION, "200"},
+        {"TLS 1.1", &good, nullptr, TLS1_1_VERSION, "send 12175"},
+        {"wrong name", &otherName, nullptr, 0, "send 12175"},
+        {"unknown root", &unknown, nullptr, 0, "send 12175"},
+        {"self-signed", &selfSigned, nullptr, 0, "send 12175"},
+        {"expired", &expired, nullptr, 0, "send 12175"},
+        {"not yet valid", &early, nullptr, 0, "send 12175"},
+        {"expired, TLS 1.2", &expired, nullptr, TLS1_2_VERSION, "send 12175"},
+        {"roots missing", &good, "/nonexistent/roots.pem", 0, "send 12175"},
+        {"roots without a certificate", &good, "/dev/null", 0, "send 12175"},
+        {"the system's roots", &good, "", 0, "send 12175"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        setenv("SSL_CERT_FILE", row.roots != nullptr ? row.roots : roots_.c_str(), 1);
+        std::vector<std::string> requests;
+        {
+            RawServer server(Answer(kOk), row.identity, row.maxTls);
+            ConnectTo(Entry(443, server));
+            const Reply reply = Perform({"kv.test", 443, "/keys", "GET", "Authorization: Bearer secret\r\n"});
+            EXPECT_EQ(Outcome(reply), row.outcome);
+            requests = server.requests();
+            if (requests.size() == 1) {
+                EXPECT_EQ(server.lastServerName(), "kv.test");
+            }
+        }
+        ASSERT_EQ(requests.size(), std::string(row.outcome) == "200" ? 1U : 0U);
+    }
+}
+
+TEST_F(WinHttpTls, TellsARefusalFromABrokenConnection)
+{
+    RawServer hangsUp([](Peer&) {});
+    ConnectTo(Entry(443, hangsUp));
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12030");
+    RawServer speaksPlain([](Peer& peer) {
+        peer.Write("HTTP/1.1 400 Bad Request\r\n\r\n");
+        peer.WaitForClose();
+    });
+    ConnectTo(Entry(443, speaksPlain));
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
+    RawServer mute([](Peer& peer) { peer.WaitForClose(); });
+    ConnectTo(Entry(443, mute));
+    Call call{"kv.test", 443};
+    call.waitMs = 60;
+    EXPECT_EQ(Outcome(Perform(call)), "send 12002");
+}
+
+TEST_F(WinHttpTls, ReadsChangedRootsAgain)
+{
+    const Credentials identity("kv.test", &root_, -1, 1);
+    RawServer server(Answer(kOk), &identity);
+    ConnectTo(Entry(443, server));
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+    Trust(stranger_);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
+    Trust(root_);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+}
+
+TEST_F(WinHttpTls, ServesManyThreadsAtOnce)
+{
+    const Credentials identity("kv.test", &root_, -1, 1);
+    RawServer server(
+        [](Peer& peer) {
+            const std::string request = peer.ReadRequest();
+            const std::string echo = request.substr(request.find("\r\n\r\n") + 4);
+            peer.Write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(echo.size()) + "\r\n\r\n" + echo);
+        },
+        &identity);
+    ConnectTo(Entry(443, server));
+    std::vector<std::future<std::string>> results;
+    std::vector<std::string> bodies;
+    for (int i = 0; i < 64; ++i)
+        bodies.push_back(std::string(static_cast<size_t>(i) * 100 + 1, static_cast<char>('0' + i)));
+    for (const std::string& body : bodies) {
+        results.push_back(std::async(std::launch::async, [&body] {
+            Call call{"kv.test", 443, "/", "POST"};
+            call.body = body.c_str();
+            return Perform(call).body;
+        }));
+    }
+    for (size_t i = 0; i < results.size(); ++i)
+        EXPECT_EQ(results[i].get(), bodies[i]);
+}
+
+TEST_F(WinHttpTls, ReturnsARedirectThatLeavesTls)
+{
+    const Credentials identity("kv.test", &root_, -1, 1);
+    RawServer secure(Answer("HTTP/1.1 302 Found\r\nLocation: http://kv.test/plain\r\nContent-Length: 4\r\n\r\ngone"),
+                     &identity);
+    RawServer plain(Answer("HTTP/1.1 302 Found\r\nLocation: https://kv.test/secure\r\nContent-Length: 0\r\n\r\n"));
+    ConnectTo(Entry(443, secure) + Entry(80, plain));
+    const Reply reply = Perform({"kv.test", 80});
+    EXPECT_EQ(Outcome(reply), "302");
+    EXPECT_EQ(reply.body, "gone");
+    EXPECT_EQ(plain.requests().size(), 1U);
+    EXPECT_EQ(secure.requests().size(), 1U);
+}
+
+}  // namespace

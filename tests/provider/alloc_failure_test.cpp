@@ -1,0 +1,163 @@
+// Every allocation fails once: the call answers as it should and leaves nothing behind. Leaks show in the sanitized
+// builds.
+#include <cstring>
+#include <functional>
+
+#include "provider/buffer_list.h"
+#include "provider/property_list.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+// Runs `call` with allocation 0, 1, 2... failing until it has got through untouched; `judge` sees the outcome of each
+// failing run. How many runs failed an allocation.
+size_t FailEach(const std::function<SECURITY_STATUS()>& call, const std::function<void(SECURITY_STATUS, size_t)>& judge)
+{
+    for (size_t failAt = 0;; failAt++) {
+        SECURITY_STATUS status;
+        size_t seen;
+        {
+            const AllocFault fault(failAt);
+            status = call();
+            seen = fault.Seen();
+        }
+        if (seen <= failAt) {
+            EXPECT_EQ(0, status);
+            return failAt;
+        }
+        judge(status, failAt);
+    }
+}
+
+// For a call that fails with every one of its allocations.
+void ExpectNoMemory(const std::function<SECURITY_STATUS()>& call)
+{
+    const size_t failures = FailEach(call, [](SECURITY_STATUS status, size_t failAt) {
+        EXPECT_EQ(Hex(NTE_NO_MEMORY), Hex(status)) << "allocation " << failAt;
+    });
+    EXPECT_GT(failures, 0u);
+}
+
+// Quiet, since the log's own work allocates on some platforms.
+class AllocFailureTest : public ProviderTest {
+  protected:
+    void SetUp() override
+    {
+        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
+        DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    }
+};
+
+TEST_F(AllocFailureTest, OpenFailsOnItsRecordAloneAndElseGoesOn)
+{
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", "machine");
+    root.SetText(HKEY_CURRENT_USER, "ClientSecret", "user");
+    NCRYPT_PROV_HANDLE provider = 0;
+    const auto call = [&] {
+        provider = 0;
+        return table->OpenProvider(&provider, kProviderName, 0);
+    };
+    size_t refused = 0;
+    size_t opened = 0;
+    FailEach(call, [&](SECURITY_STATUS status, size_t failAt) {
+        if (!provider) {
+            EXPECT_EQ(Hex(NTE_NO_MEMORY), Hex(status));
+            EXPECT_EQ(0u, opened) << "the record comes first";
+            refused++;
+            return;
+        }
+        EXPECT_EQ("0x00000000", Hex(status)) << failAt;
+        opened++;
+        EXPECT_EQ(0, table->FreeProvider(provider));
+    });
+    EXPECT_GT(refused, 0u);
+    EXPECT_GT(opened, 0u);
+    EXPECT_EQ("machine", Narrow(KVCText(Record(provider)->machineKvc->clientSecret)));
+    EXPECT_EQ("user", Narrow(KVCText(Record(provider)->userKvc->clientSecret)));
+    EXPECT_EQ(0, table->FreeProvider(provider));
+}
+
+TEST_F(AllocFailureTest, KeyObjectsAndBuffers)
+{
+    KSP_KEY* key = nullptr;
+    ExpectNoMemory([&] { return CreateNewKeyObject(TEXT("name"), TEXT("RSA"), &key, 0); });
+    EXPECT_EQ(0, DeleteKeyObject(key));
+
+    void* block = HeapAlloc(GetProcessHeap(), 0, 8);
+    ExpectNoMemory([&] { return KelvaroRegisterBuffer(block) ? 0 : NTE_NO_MEMORY; });
+    EXPECT_EQ(0, table->FreeBuffer(block));
+}
+
+TEST_F(AllocFailureTest, StoredPropertyGivesWayBeforeItsSuccessor)
+{
+    KSP_KEY* key = NewKey("RSA");
+    ASSERT_EQ(0, SetKey(key, "mine", {1}, NCRYPT_PERSIST_ONLY_FLAG));
+    ASSERT_EQ(0, SetKey(key, "other", {2}, NCRYPT_PERSIST_ONLY_FLAG));
+    BYTE value[1] = {3};
+    ExpectNoMemory([&] {
+        const SECURITY_STATUS status =
+            table->SetKeyProperty(First(), Handle(key), TEXT("mine"), value, 1, NCRYPT_PERSIST_ONLY_FLAG);
+        KSP_PROPERTY* found = nullptr;
+        EXPECT_EQ(status == 0, FindKeyProperty(key, TEXT("mine"), &found) == 0);
+        return status;
+    });
+    EXPECT_EQ(Bytes{3}, GetKey(key, "mine", NCRYPT_PERSIST_ONLY_FLAG).bytes);
+    EXPECT_EQ(Bytes{2}, GetKey(key, "other", NCRYPT_PERSIST_ONLY_FLAG).bytes);
+}
+
+// What becomes of the value that was there: some are replaced at once, others go first.
+TEST_F(AllocFailureTest, BuiltinPropertiesKeepOrLoseTheirOldValue)
+{
+    KSP_KEY* key = NewKey("RSA");
+    Bytes context = TextBytes("first");
+    ASSERT_EQ(0, SetKey(key, "Use Context", context));
+    context = TextBytes("second");
+    ExpectNoMemory([&] {
+        const SECURITY_STATUS status =
+            table->SetKeyProperty(First(), Handle(key), TEXT("Use Context"), context.data(), 14, 0);
+        EXPECT_EQ(status ? "first" : "second", Narrow(key->pszUseContext));
+        return status;
+    });
+
+    SECURITY_DESCRIPTOR empty = {};
+    ASSERT_TRUE(InitializeSecurityDescriptor(&empty, SECURITY_DESCRIPTOR_REVISION));
+    BYTE* descriptor = reinterpret_cast<BYTE*>(&empty);
+    ASSERT_EQ(0, SetKey(key, "Security Descr", Bytes(descriptor, descriptor + sizeof(empty)), 4));
+    ExpectNoMemory([&] {
+        const SECURITY_STATUS status =
+            table->SetKeyProperty(First(), Handle(key), TEXT("Security Descr"), descriptor, sizeof(empty), 4);
+        EXPECT_EQ(status ? 0u : sizeof(empty), key->cbSecurityDescr);
+        EXPECT_EQ(status != 0, key->pbSecurityDescr == nullptr);
+        return status;
+    });
+
+    const BCRYPT_RSAKEY_BLOB header = {0x32415352, 2048, 3, 256, 128, 128};
+    Bytes blob(539, 0);
+    std::memcpy(blob.data(), &header, sizeof(header));
+    ASSERT_EQ(0, SetKey(key, "PRIVATEBLOB", blob));
+    const BYTE* kept = key->pbPrivateKey;
+    FailEach(
+        [&] {
+            return table->SetKeyProperty(First(), Handle(key), TEXT("PRIVATEBLOB"), blob.data(),
+                                         static_cast<DWORD>(blob.size()), 0);
+        },
+        [&](SECURITY_STATUS status, size_t) {
+            EXPECT_TRUE(status == NTE_NO_MEMORY || status == NTE_INTERNAL_ERROR) << Hex(status);
+            EXPECT_EQ(kept, key->pbPrivateKey);
+        });
+}
+
+TEST_F(AllocFailureTest, ProviderContextIsGoneAfterAFailure)
+{
+    Bytes context = TextBytes("context");
+    ASSERT_EQ(0, table->SetProviderProperty(First(), TEXT("Use Context"), context.data(), 16, 0));
+    ExpectNoMemory([&] {
+        const SECURITY_STATUS status = table->SetProviderProperty(First(), TEXT("Use Context"), context.data(), 16, 0);
+        EXPECT_EQ(status != 0, Record(First())->pszUseContext == nullptr);
+        return status;
+    });
+    EXPECT_EQ("context", GetProvider("Use Context").text());
+}
+
+}  // namespace

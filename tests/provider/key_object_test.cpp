@@ -1,0 +1,257 @@
+// Key objects, their property lists and private blobs.
+#include <cstring>
+
+#include "provider/property_list.h"
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+TEST_F(ProviderTest, NewKeyIsPendingWithTheLengthOfItsAlgorithm)
+{
+    struct Row {
+        const char* algorithm;
+        DWORD bits;
+    };
+    const Row rows[] = {
+        {"RSA", 2048},      {"ECDSA_P256", 256}, {"ECDH_P256", 256}, {"ECDSA_P384", 384},
+        {"ECDH_P384", 384}, {"ECDSA_P521", 521}, {"ECDH_P521", 521}, {"", 0},
+        {"rsa", 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.algorithm);
+        KSP_KEY* key = NewKey(row.algorithm, "signing key");
+        EXPECT_EQ(row.bits, key->dwBitLength);
+        EXPECT_EQ(row.algorithm, Narrow(key->pszAlgName));
+        EXPECT_EQ("signing key", Narrow(key->pszKeyName));
+        EXPECT_EQ(0x7866ABCFu, key->dwMagic);
+        EXPECT_EQ(sizeof(KSP_KEY), key->cbLength);
+        EXPECT_EQ(0x20u, key->fMachineKey);
+        EXPECT_EQ(0u, key->fFinalized);
+        EXPECT_EQ(3u, key->dwKeyUsage);
+        EXPECT_EQ(0u, key->dwExportPolicy);
+        EXPECT_EQ(0u, key->publishCert);
+        EXPECT_EQ(0u, key->kvk.valid);
+        EXPECT_EQ(&key->PropertyList, key->PropertyList.next);
+        EXPECT_EQ(&key->PropertyList, key->PropertyList.previous);
+        EXPECT_EQ(nullptr, key->pszPrivateBlobType);
+        EXPECT_EQ(nullptr, key->pszUseContext);
+        EXPECT_EQ(key, KeyFromHandle(reinterpret_cast<NCRYPT_KEY_HANDLE>(key)));
+    }
+}
+
+TEST_F(ProviderTest, KeyNamesEndAt129Characters)
+{
+    EXPECT_EQ(std::string(129, 'n'), Narrow(NewKey("RSA", std::string(129, 'n'))->pszKeyName));
+    EXPECT_EQ(nullptr, NewKey("RSA", "")->pszKeyName);
+    KSP_KEY* refused = nullptr;
+    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER),
+              Hex(CreateNewKeyObject(TextString(130, 'n').c_str(), TEXT("RSA"), &refused, 0)));
+    EXPECT_EQ(nullptr, refused);
+}
+
+TEST_F(ProviderTest, HandlesThatAreNoKeyAreRefused)
+{
+    struct Header {
+        DWORD cbLength, dwMagic;
+    };
+    const DWORD size = sizeof(KSP_KEY);
+    Header headers[] = {{size, 0x7866ABCE}, {size - 1, 0x7866ABCF}, {0, 0}};
+    EXPECT_EQ(nullptr, KeyFromHandle(0));
+    for (Header& header : headers)
+        EXPECT_EQ(nullptr, KeyFromHandle(reinterpret_cast<NCRYPT_KEY_HANDLE>(&header)));
+}
+
+KSP_KEY* LooseKey()
+{
+    KSP_KEY* key = nullptr;
+    EXPECT_EQ(0, CreateNewKeyObject(TEXT("k"), TEXT("RSA"), &key, 0));
+    return key;
+}
+
+void Append(KSP_KEY* key, const std::string& name)
+{
+    KSP_PROPERTY* property = nullptr;
+    const BYTE data[] = {1, 2, 3};
+    ASSERT_EQ(0, MakeKeyProperty(Wide(name).c_str(), data, sizeof(data), NCRYPT_PERSIST_FLAG, &property));
+    PropertyListAppend(&key->PropertyList, property);
+}
+
+TEST_F(ProviderTest, DeleteReleasesEverythingAndTellsSo)
+{
+    KSP_KEY* key = LooseKey();
+    for (const char* name : {"one", "two", "three"})
+        Append(key, name);
+    key->pbPrivateKey = static_cast<BYTE*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, 8));
+    key->cbPrivateKey = 8;
+    root.ClearLog();
+    EXPECT_EQ(0, DeleteKeyObject(key));
+    const std::string entry = "DeleteKeyObject HeapFree pProperty 8";
+    const std::vector<std::string> expected = {
+        "DeleteKeyObject HeapFree pszKeyFilePath 4",
+        "DeleteKeyObject HeapFree pszKeyName 8",
+        "DeleteKeyObject HeapFree pbKeyFile 8",
+        "DeleteKeyObject HeapFree pbSecurityDescr 8",
+        "DeleteKeyObject HeapFree pbPrivateKey 8",
+        "DeleteKeyObject HeapFree PropertyList 8",
+        entry,
+        entry,
+        entry,
+        "DeleteKeyObject Complete 8",
+    };
+    EXPECT_EQ(expected, root.LogLines());
+
+    root.ClearLog();
+    EXPECT_EQ(0, DeleteKeyObject(LooseKey()));
+    EXPECT_TRUE(LinesWith("pProperty").empty());
+}
+
+TEST_F(ProviderTest, SemaphoreThatCannotBeHadStopsNobody)
+{
+    KSP_KEY* key = NewKey("RSA");
+    KSP_KEY* released = LooseKey();
+    Append(released, "one");
+    const HANDLE semaphore = KelvaroPropertySemaphore;
+    KelvaroPropertySemaphore = nullptr;
+    EXPECT_EQ(0, SetKey(key, "mine", {1}, NCRYPT_PERSIST_ONLY_FLAG));
+    EXPECT_EQ(Bytes{1}, GetKey(key, "mine", NCRYPT_PERSIST_ONLY_FLAG).bytes);
+    EXPECT_EQ(0, DeleteKeyObject(released));
+    KelvaroPropertySemaphore = semaphore;
+    for (const char* function : {"KelvaroSetKeyProperty", "KelvaroGetKeyProperty", "DeleteKeyObject"})
+        EXPECT_TRUE(root.Logged(std::string(function) + " Failed to grab Semaphone - Result Error 0xffffffff", 4));
+}
+
+// A waiter that gave the semaphore back without having had it would have raised its count past 1.
+TEST_F(ProviderTest, SemaphoreIsFreeAfterEveryUse)
+{
+    KSP_KEY* key = NewKey("RSA");
+    EXPECT_EQ(0, SetKey(key, "mine", {1}, NCRYPT_PERSIST_ONLY_FLAG));
+    EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(GetKey(key, "other", NCRYPT_PERSIST_ONLY_FLAG).status));
+    EXPECT_EQ(0, DeleteKeyObject(LooseKey()));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(KelvaroPropertySemaphore, 0));
+    EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(KelvaroPropertySemaphore, 0));
+    EXPECT_TRUE(ReleaseSemaphore(KelvaroPropertySemaphore, 1, nullptr));
+}
+
+TEST_F(ProviderTest, PropertiesKeepNameBytesAndFlags)
+{
+    struct Row {
+        DWORD flags, persisted, builtin;
+    };
+    const Row rows[] = {{0, 0, 1},
+                        {NCRYPT_PERSIST_FLAG, 1, 1},
+                        {NCRYPT_PERSIST_ONLY_FLAG, 1, 0},
+                        {NCRYPT_PERSIST_FLAG | NCRYPT_PERSIST_ONLY_FLAG, 1, 0}};
+    const TextString longest(64, 'p');
+    const BYTE data[] = {9, 8, 7};
+    for (const Row& row : rows) {
+        KSP_PROPERTY* property = nullptr;
+        ASSERT_EQ(0, MakeKeyProperty(longest.c_str(), data, sizeof(data), row.flags, &property));
+        EXPECT_EQ(row.persisted, property->fPersisted) << std::hex << row.flags;
+        EXPECT_EQ(row.builtin, property->fBuildin) << std::hex << row.flags;
+        EXPECT_EQ(longest, property->szName);
+        ASSERT_EQ(sizeof(data), property->cbPropertyData);
+        EXPECT_EQ(0, std::memcmp(data, property->data(), sizeof(data)));
+        HeapFree(GetProcessHeap(), 0, property);
+    }
+    KSP_PROPERTY* property = nullptr;
+    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER),
+              Hex(MakeKeyProperty(TextString(65, 'p').c_str(), data, sizeof(data), 0, &property)));
+    ASSERT_EQ(0, MakeKeyProperty(TEXT("empty"), data, 0, 0, &property));
+    EXPECT_EQ(0u, property->cbPropertyData);
+    HeapFree(GetProcessHeap(), 0, property);
+}
+
+TEST_F(ProviderTest, PropertiesAreFoundByTheirExactName)
+{
+    KSP_KEY* key = NewKey("RSA");
+    KSP_PROPERTY* found = nullptr;
+    EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(FindKeyProperty(key, TEXT("Two"), &found)));
+    for (const char* name : {"one", "Two", "three"})
+        Append(key, name);
+    EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(FindKeyProperty(key, TEXT("two"), &found)));
+    ASSERT_EQ(0, FindKeyProperty(key, TEXT("Two"), &found));
+    EXPECT_EQ("Two", Narrow(found->szName));
+    EXPECT_EQ(key->PropertyList.next->next, &found->ListEntry);
+    PropertyUnlink(found);
+    HeapFree(GetProcessHeap(), 0, found);
+    EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(FindKeyProperty(key, TEXT("Two"), &found)));
+    EXPECT_EQ(0, FindKeyProperty(key, TEXT("three"), &found));
+}
+
+// A blob of `header` that has `size` bytes.
+Bytes Blob(const BCRYPT_RSAKEY_BLOB& header, size_t size)
+{
+    Bytes blob(size, 0x5A);
+    std::memcpy(blob.data(), &header, std::min(size, sizeof(header)));
+    return blob;
+}
+
+constexpr DWORD kRsa2 = 0x32415352;
+constexpr DWORD kRsa3 = 0x33415352;
+
+TEST_F(ProviderTest, PrivateBlobsAreChecked)
+{
+    struct Row {
+        const char* name;
+        BCRYPT_RSAKEY_BLOB header;  // magic, bits, exponent, modulus, prime 1, prime 2
+        size_t size;
+        bool good;
+    };
+    // 2048 bits: exponent 3, modulus 256, primes 128: 515 bytes, with exponents, coefficient and modulus 1155.
+    const Row rows[] = {
+        {"exact size", {kRsa2, 2048, 3, 256, 128, 128}, 515, true},
+        {"with header", {kRsa2, 2048, 3, 256, 128, 128}, 515 + 24, true},
+        {"one byte short", {kRsa2, 2048, 3, 256, 128, 128}, 514, false},
+        {"full, exact size", {kRsa3, 2048, 3, 256, 128, 128}, 1155, true},
+        {"full, one byte short", {kRsa3, 2048, 3, 256, 128, 128}, 1154, false},
+        {"4096 bits", {kRsa2, 4096, 3, 512, 256, 256}, 1100, true},
+        {"2056 bits", {kRsa2, 2056, 3, 257, 129, 129}, 1100, true},
+        {"public magic", {0x31415352, 2048, 3, 256, 128, 128}, 1155, false},
+        {"2040 bits", {kRsa2, 2040, 3, 255, 128, 128}, 1155, false},
+        {"4104 bits", {kRsa2, 4104, 3, 513, 257, 257}, 1155, false},
+        {"2052 bits", {kRsa2, 2052, 3, 257, 129, 129}, 1155, false},
+        {"no parts", {kRsa2, 2048, 0, 0, 0, 0}, 24, true},
+        {"shorter than its header", {kRsa2, 2048, 0, 0, 0, 0}, 23, false},
+        {"sum wraps to 0", {kRsa2, 2048, 0, 0x80000000, 0x80000000, 0}, 1155, false},
+        {"double prime wraps", {kRsa3, 2048, 0, 0, 0x80000000, 0}, 1155, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        KSP_KEY* key = NewKey("RSA");
+        key->dwBitLength = 1;
+        const Bytes blob = Blob(row.header, row.size);
+        EXPECT_EQ(Hex(row.good ? 0 : NTE_BAD_KEY),
+                  Hex(CheckRsaBlob(key, blob.data(), static_cast<DWORD>(blob.size()))));
+        EXPECT_EQ(row.good ? row.header.BitLength : 1u, key->dwBitLength);
+    }
+}
+
+TEST_F(ProviderTest, PrivateBlobIsKeptProtected)
+{
+    struct Row {
+        const char* type;
+        const char* kept;
+    };
+    const Row rows[] = {{"PRIVATEBLOB", "RSAPRIVATEBLOB"},
+                        {"RSAFULLPRIVATEBLOB", "RSAFULLPRIVATEBLOB"},
+                        {"RSAPRIVATEBLOB", "RSAPRIVATEBLOB"}};
+    KSP_KEY* key = NewKey("RSA");
+    const Bytes blob = Blob({kRsa2, 2048, 3, 256, 128, 128}, 539);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.type);
+        ASSERT_EQ(0, ProtectPrivateBlob(key, blob.data(), static_cast<DWORD>(blob.size()), Wide(row.type).c_str()));
+        EXPECT_EQ(row.kept, Narrow(key->pszPrivateBlobType));
+        const std::string sealed(reinterpret_cast<char*>(key->pbPrivateKey), key->cbPrivateKey);
+        EXPECT_EQ(std::string::npos, sealed.find(std::string(16, 0x5A)));
+    }
+    DATA_BLOB input = {key->cbPrivateKey, key->pbPrivateKey};
+    DATA_BLOB plain = {};
+    LPWSTR description = nullptr;
+    ASSERT_TRUE(CryptUnprotectData(&input, &description, nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &plain));
+    EXPECT_EQ(blob, Bytes(plain.pbData, plain.pbData + plain.cbData));
+    EXPECT_EQ("Private Key", Narrow(description));
+    LocalFree(description);
+    LocalFree(plain.pbData);
+}
+
+}  // namespace

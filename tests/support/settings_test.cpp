@@ -1,0 +1,118 @@
+#include "support/settings.h"
+
+#include <gtest/gtest.h>
+
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/secrets.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/common/test_root.h"
+
+class SettingsTest : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 1);
+        LogAttach();
+    }
+    void TearDown() override { LogLevel = 0; }
+
+    TestRoot root;
+};
+
+TEST_F(SettingsTest, TextsOfAnyLengthGoThereAndBackInBothHives)
+{
+    const std::string longText(100000, 'F');
+    EXPECT_EQ(1, BldStrSetWStringValue(1, TEXT("CertSync"), Wide(longText).c_str()));
+    EXPECT_EQ(1, BldStrSetWStringValue(0, TEXT("CertSync"), TEXT("user")));
+    const BldStrPtr machine(BldStrGetWStringValue(1, TEXT("CertSync")));
+    const BldStrPtr user(BldStrGetWStringValue(0, TEXT("CertSync")));
+    EXPECT_EQ(longText, Narrow(machine->cStr));
+    EXPECT_EQ(100000u, machine->length);
+    EXPECT_EQ("user", Narrow(user->cStr));
+    EXPECT_EQ(1, BldStrCat(machine.get(), TEXT("more"))) << "the string grows like any other";
+}
+
+TEST_F(SettingsTest, WhatIsMissingOrOfAnotherTypeIsEmpty)
+{
+    root.SetText(HKEY_LOCAL_MACHINE, "Expand", "%PATH%", REG_EXPAND_SZ);
+    root.SetBytes(HKEY_LOCAL_MACHINE, "Odd", REG_SZ, {'a', 0, 'b', 0, 'c'});
+    root.RemoveKey(HKEY_CURRENT_USER);
+    const struct {
+        int isMachine;
+        const WCHAR* name;
+        DWORD capacity;
+        const char* text;
+    } rows[] = {
+        {1, TEXT("Expand"), 18, ""},
+        {1, TEXT("NotThere"), 4, ""},
+        {0, TEXT("NoKey"), 4, ""},
+        {1, TEXT("Odd"), 8, "ab"},  // no terminator, and half a character
+    };
+    for (const auto& row : rows) {
+        const BldStrPtr str(BldStrGetWStringValue(row.isMachine, row.name));
+        ASSERT_TRUE(str) << Narrow(row.name);
+        EXPECT_EQ(row.capacity, str->capacity) << Narrow(row.name);
+        if (std::string(row.text).empty())
+            EXPECT_EQ(0u, str->length) << Narrow(row.name);
+        else
+            EXPECT_EQ(row.text, Narrow(str->cStr).substr(0, 2));
+    }
+    EXPECT_EQ(0, BldStrSetWStringValue(0, TEXT("CertSync"), TEXT("x"))) << "the key is never created";
+    EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
+}
+
+TEST_F(SettingsTest, WithoutMemoryThereIsNoString)
+{
+    for (size_t failAt = 0; failAt < 2; failAt++) {
+        const AllocFault fault(failAt, true);
+        EXPECT_EQ(nullptr, BldStrGetWStringValue(1, TEXT("CertSync")));
+    }
+    EXPECT_TRUE(root.Logged("BldStrGetWStringValue Allocate String Failed (NULL)", 1));
+}
+
+TEST_F(SettingsTest, FixedReadsTakeTheLimitAsTheValuesEnd)
+{
+    WCHAR room[4];
+    root.SetText(HKEY_LOCAL_MACHINE, "Short", "abc");
+    SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("Short"), room, sizeof(room));
+    EXPECT_EQ("abc", Narrow(room));
+    root.SetText(HKEY_LOCAL_MACHINE, "Long", "abcd");
+    SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("Long"), room, sizeof(room));
+    EXPECT_EQ("", Narrow(room));
+    root.SetText(HKEY_LOCAL_MACHINE, "Level", "10");
+    EXPECT_EQ(0u, SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("Level")));
+}
+
+TEST_F(SettingsTest, SecretsComeBackFromTheirProtectedFormOnly)
+{
+    for (const bool forMachine : {true, false}) {
+        WCHAR secret[kSecretBufferSize / sizeof(WCHAR)] = TEXT("p\u00e4ss word~");
+        WCHAR text[4096];
+        ASSERT_TRUE(ProtectSecret(reinterpret_cast<const BYTE*>(secret), forMachine, text, 4096));
+        EXPECT_EQ(std::string::npos, Narrow(text).find_first_of("\r\n"));
+        EXPECT_EQ(std::string::npos, Narrow(text).find("word"));
+
+        WCHAR back[kSecretBufferSize / sizeof(WCHAR)] = {};
+        EXPECT_EQ(1, GetSecretFromDPAPI(text, reinterpret_cast<BYTE*>(back), sizeof(back)));
+        EXPECT_EQ(Narrow(secret), Narrow(back));
+        WCHAR small[3] = {};
+        EXPECT_EQ(1, GetSecretFromDPAPI(text, reinterpret_cast<BYTE*>(small), 4));
+        EXPECT_EQ(Narrow(secret).substr(0, 1), Narrow(small).substr(0, 1));
+        EXPECT_EQ(0, small[2]);
+
+        TextString damaged(text);
+        damaged[damaged.size() / 2] = damaged[damaged.size() / 2] == 'A' ? 'B' : 'A';
+        back[0] = 'x';
+        EXPECT_EQ(0, GetSecretFromDPAPI(damaged.c_str(), reinterpret_cast<BYTE*>(back), sizeof(back)));
+        EXPECT_EQ('x', back[0]) << "a failure leaves the buffer alone";
+    }
+    BYTE none[8];
+    EXPECT_EQ(0, GetSecretFromDPAPI(nullptr, none, sizeof(none)));
+    EXPECT_EQ(0, GetSecretFromDPAPI(TEXT(""), none, sizeof(none)));
+    root.ClearLog();
+    EXPECT_EQ(0, GetSecretFromDPAPI(TEXT("* no Base64 *"), none, sizeof(none)));
+    ASSERT_EQ(2u, root.LogLines().size());
+    EXPECT_EQ("Kelvaro_FromBase64 CryptStringToBinary Failed 1", root.LogLines()[0]);
+    EXPECT_EQ(0u, root.LogLines()[1].find("GetSecretFromDPAPI Failed to decrypt secret - CryptUnprotectData  "));
+}

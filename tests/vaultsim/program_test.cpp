@@ -1,0 +1,143 @@
+// The program: command line, ready line, environment file, end.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+
+#include "tests/vaultsim/sim_test.h"
+#include "vaultsim/files.h"
+#include "vaultsim/options.h"
+
+namespace {
+
+// vaultsim as a child process; its standard output can be read by lines.
+class Program {
+  public:
+    explicit Program(std::vector<std::string> arguments)
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            throw std::runtime_error("no pipe");
+        arguments.insert(arguments.begin(), VAULTSIM_PROGRAM);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(ends[1], 1);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(ends[1]);
+        output_ = fdopen(ends[0], "r");
+    }
+    ~Program()
+    {
+        if (pid_ > 0)
+            kill(pid_, SIGKILL);
+        Wait();
+        fclose(output_);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    std::string ReadLine()
+    {
+        char line[1024] = "";
+        return fgets(line, sizeof line, output_) ? line : "";
+    }
+    void Signal(int signal) const { kill(pid_, signal); }
+    int Wait()  // its exit code, or -1
+    {
+        int status = -1;
+        if (pid_ > 0)
+            waitpid(pid_, &status, 0);
+        pid_ = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+  private:
+    pid_t pid_ = 0;
+    FILE* output_ = nullptr;
+};
+
+int PortIn(const std::string& line, const std::string& name)
+{
+    const size_t at = line.find(" " + name + "=");
+    return at == std::string::npos ? -1 : std::atoi(line.c_str() + at + name.size() + 2);
+}
+
+}  // namespace
+
+class ProgramTest : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "vaultsim-program-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        directory = pattern + "/it's here";
+    }
+    void TearDown() override { std::filesystem::remove_all(std::filesystem::path(directory).parent_path()); }
+    std::string directory;
+};
+
+TEST_F(ProgramTest, ServesFromTheReadyLineUntilItIsStopped)
+{
+    Program program({"--dir", directory, "--vault", "fabrikam:standard", "--tenant", "t", "--arc", "--quiet"});
+    const std::string ready = program.ReadLine();
+    const auto port = [&](const char* name) { return std::to_string(PortIn(ready, name)); };
+    EXPECT_EQ(ready, "ready control=" + port("control") + " tls=" + port("tls") + " http=" + port("http") +
+                         " arc=" + port("arc") + " dir=" + directory + "\n");
+    const std::string environment = *vaultsim::ReadFile(directory + "/env");
+    for (const std::string& line :
+         {std::string("export KELVARO_ROOT='") + std::filesystem::path(directory).parent_path().string() +
+              "/it'\\''s here/root'\n",
+          "export KELVARO_CONNECT_TO=':443:127.0.0.1:" + port("tls") + " :80:127.0.0.1:" + port("http") +
+              " :40342:127.0.0.1:" + port("arc") + "'\n",
+          "export VAULTSIM_CONTROL='" + port("control") + "'\n", std::string("export VAULTSIM_TENANT='t'\n"),
+          std::string("export IDENTITY_ENDPOINT='http://localhost:40342/metadata/identity/oauth2/token'\n")})
+        EXPECT_NE(environment.find(line), std::string::npos) << line << environment;
+
+    httplib::Client control("127.0.0.1", PortIn(ready, "control"));
+    EXPECT_EQ(Json::parse(control.Get("/vaults/fabrikam")->body)["tier"], "standard");
+    EXPECT_EQ(control.Post("/stop", "", "application/json")->status, 200);
+    EXPECT_EQ(program.Wait(), 0);
+}
+
+TEST_F(ProgramTest, AnAuthorityIsKeptAndASignalEndsIt)
+{
+    std::string authority;
+    for (int signal : {SIGTERM, SIGINT}) {
+        Program program({"--dir", directory, "--quiet"});
+        ASSERT_NE(program.ReadLine(), "");
+        const std::string now = *vaultsim::ReadFile(directory + "/ca.pem");
+        EXPECT_TRUE(authority.empty() || authority == now);
+        authority = now;
+        program.Signal(signal);
+        EXPECT_EQ(program.Wait(), 0);
+    }
+}
+
+TEST(OptionsTest, WhatIsWrongIsSaid)
+{
+    const std::pair<std::vector<std::string>, const char*> rows[] = {
+        {{}, "--dir is missing"},
+        {{"--dir"}, "no value for --dir"},
+        {{"--dir", "d", "--nope"}, "unknown option: --nope"},
+        {{"--dir", "d", "--listen-tls", "65536"}, "not a port: 65536"},
+        {{"--dir", "d", "--vault", "a:basic"}, "not a tier: basic"},
+    };
+    for (const auto& [arguments, text] : rows) {
+        bool help = false;
+        try {
+            vaultsim::ParseOptions(arguments, help);
+            ADD_FAILURE() << text;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_STREQ(error.what(), text);
+        }
+    }
+}

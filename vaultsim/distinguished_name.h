@@ -1,0 +1,15 @@
+// Names of certificates in their text form.
+#pragma once
+
+#include <string>
+
+#include "vaultsim/openssl_ptr.h"
+
+namespace vaultsim {
+
+// Reads `CN=web01, O="Acme, Inc."`: the types that Windows writes (CN, OU, O, L, S or ST, C, E, DC, STREET, T, G, SN,
+// I, SERIALNUMBER, OID.x.y), values in double quotes where they need them, "+" between the parts of one element. The
+// elements are encoded last first, as the service does. Null where the text is no name.
+X509NamePtr ParseName(const std::string& text);
+
+}  // namespace vaultsim

@@ -1,0 +1,13 @@
+// Files of the simulator's directory.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vaultsim {
+
+void MakeDirectory(const std::string& path);  // mode 0700, its parents too; throws
+void WriteFile(const std::string& path, const std::string& content, unsigned mode);  // throws
+std::optional<std::string> ReadFile(const std::string& path);
+
+}  // namespace vaultsim

@@ -1,0 +1,182 @@
+#include "vaultsim/front.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "vaultsim/refusal.h"
+#include "vaultsim/text.h"
+
+namespace vaultsim {
+
+namespace {
+
+constexpr size_t kMostHead = 64 * 1024;
+constexpr size_t kMostBody = 16 * 1024 * 1024;
+
+// Thrown for what is no request that a service could be asked with.
+struct BadRequest {
+    Call call;
+    int status;
+    const char* text;
+};
+
+std::optional<size_t> LengthOf(const Call& call)
+{
+    const std::optional<std::string> text = call.Header("Content-Length");
+    if (!text || text->empty() || text->size() > 9 || text->find_first_not_of("0123456789") != std::string::npos)
+        return std::nullopt;
+    return std::stoul(*text);
+}
+
+}  // namespace
+
+Front::Front(std::string name, int port, const Authority* authority, FrontDesk desk, Handler handler)
+    : name_(std::move(name)), authority_(authority), desk_(desk), handler_(std::move(handler))
+{
+    listener_ = std::make_unique<Listener>(port, [this](int socket) { Accepted(socket); });
+}
+
+Front::~Front()
+{
+    listener_->Down();
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (int socket : open_)
+        shutdown(socket, SHUT_RDWR);
+    gone_.wait(lock, [this] { return threads_ == 0; });
+}
+
+void Front::Accepted(int socket)
+{
+    desk_.counts.connections++;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        open_.insert(socket);
+        threads_++;
+    }
+    std::thread(&Front::Serve, this, socket).detach();
+}
+
+void Front::Serve(int socket)
+{
+    {
+        Wire wire(socket, authority_ ? authority_->Current() : nullptr);
+        Talk(wire);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        open_.erase(socket);
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    threads_--;
+    gone_.notify_all();
+}
+
+void Front::Talk(Wire& wire)
+{
+    const bool shaken = wire.Handshake();
+    if (authority_)
+        (shaken ? desk_.counts.tlsHandshakes : desk_.counts.failedHandshakes)++;
+    if (!shaken)
+        return;
+    std::string buffer;
+    try {
+        while (const std::optional<Call> call = ReadCall(wire, buffer)) {
+            if (!Exchange(wire, *call))
+                return;
+        }
+    } catch (const BadRequest& bad) {
+        desk_.counts.requests++;
+        desk_.journal.Add(bad.call, bad.status, "");
+        const Answer answer = TextAnswer(bad.status, bad.text);
+        wire.Write(FormatHead(answer, true) + answer.body);
+    }
+}
+
+// The next request of the connection; what came behind it stays in `buffer`. Nothing at the end of the connection.
+// Throws BadRequest.
+std::optional<Call> Front::ReadCall(Wire& wire, std::string& buffer)
+{
+    size_t end;
+    while ((end = buffer.find("\r\n\r\n")) == std::string::npos) {
+        if (buffer.size() > kMostHead)
+            throw BadRequest{Call(), 400, "Request Too Long"};
+        if (!wire.Read(buffer))
+            return std::nullopt;
+    }
+    Call unread;
+    unread.listener = name_;
+    unread.requestLine = buffer.substr(0, buffer.find("\r\n"));
+    std::optional<Call> call = ParseHead(std::string_view(buffer).substr(0, end));
+    buffer.erase(0, end + 4);
+    if (!call)
+        throw BadRequest{unread, 400, "Bad Request"};
+    call->listener = name_;
+
+    const std::optional<size_t> length = LengthOf(*call);
+    if (!length && (call->Header("Content-Length") || call->Header("Transfer-Encoding")))
+        throw BadRequest{*call, 400, "Bad Request - Invalid Length"};
+    if (!length && call->method == "POST")
+        throw BadRequest{*call, 411, "Length Required"};
+    if (length.value_or(0) > kMostBody)
+        throw BadRequest{*call, 400, "Request Too Long"};
+    if (call->Header("Expect"))
+        wire.Write("HTTP/1.1 100 Continue\r\n\r\n");
+    while (buffer.size() < length.value_or(0)) {
+        if (!wire.Read(buffer))
+            return std::nullopt;
+    }
+    call->body = buffer.substr(0, length.value_or(0));
+    buffer.erase(0, length.value_or(0));
+    return call;
+}
+
+// Whether the connection goes on.
+bool Front::Exchange(Wire& wire, const Call& call)
+{
+    desk_.counts.requests++;
+    const std::optional<Fault> fault = desk_.faults.Take(call);
+    if (fault && fault->action != FaultAction::Drip)
+        desk_.pauser.Sleep(fault->delayMs);
+    Answer answer;
+    if (!fault || fault->Performs())
+        answer = handler_(call);
+    if (fault)
+        answer = fault->Replace(answer);
+
+    const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
+    desk_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");
+    const bool close = EqualsNoCase(call.Header("Connection").value_or(""), "close");
+    return Deliver(wire, answer, fault, close) && !close;
+}
+
+bool Front::Deliver(Wire& wire, const Answer& answer, const std::optional<Fault>& fault, bool close)
+{
+    const FaultAction action = fault ? fault->action : FaultAction::Status;
+    if (action == FaultAction::ResetBefore) {
+        wire.Reset();
+        return false;
+    }
+    if (action == FaultAction::Raw) {
+        wire.Write(fault->raw);
+        return false;
+    }
+    const std::string head = FormatHead(answer, close);
+    const std::string whole = head + answer.body;
+    if (action == FaultAction::ResetInside || action == FaultAction::Truncate) {
+        const size_t sent = std::min(fault->afterBytes + (fault->inHead ? 0 : head.size()), whole.size());
+        wire.Write(std::string_view(whole).substr(0, sent));
+        if (action == FaultAction::ResetInside)
+            wire.Reset();
+        return false;
+    }
+    const size_t piece = action == FaultAction::Drip ? std::max<size_t>(fault->afterBytes, 1) : whole.size();
+    for (size_t at = 0; at < whole.size(); at += piece) {
+        if (at > 0)
+            desk_.pauser.Sleep(fault->delayMs);
+        if (!wire.Write(std::string_view(whole).substr(at, piece)))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace vaultsim

@@ -1,0 +1,63 @@
+// One listener with its connections: reads requests, has them answered, and does to the answers what the faults say.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "vaultsim/authority.h"
+#include "vaultsim/faults.h"
+#include "vaultsim/journal.h"
+#include "vaultsim/listener.h"
+#include "vaultsim/settings.h"
+#include "vaultsim/wire.h"
+
+namespace vaultsim {
+
+// What all listeners share.
+struct FrontDesk {
+    Journal& journal;
+    Counts& counts;
+    Faults& faults;
+    Pauser& pauser;
+};
+
+class Front {
+  public:
+    using Handler = std::function<Answer(const Call&)>;
+
+    // `authority` null: no TLS. `handler` runs on the connection's thread, many at a time.
+    Front(std::string name, int port, const Authority* authority, FrontDesk desk, Handler handler);
+    ~Front();  // breaks the connections that are open
+    Front(const Front&) = delete;
+    Front& operator=(const Front&) = delete;
+
+    const std::string& name() const { return name_; }
+    int port() const { return listener_->port(); }
+    void Up() { listener_->Up(); }
+    void Down() { listener_->Down(); }
+
+  private:
+    void Accepted(int socket);
+    void Serve(int socket);
+    void Talk(Wire& wire);
+    std::optional<Call> ReadCall(Wire& wire, std::string& buffer);
+    bool Exchange(Wire& wire, const Call& call);
+    bool Deliver(Wire& wire, const Answer& answer, const std::optional<Fault>& fault, bool close);
+
+    const std::string name_;
+    const Authority* const authority_;
+    const FrontDesk desk_;
+    const Handler handler_;
+    std::mutex mutex_;
+    std::condition_variable gone_;
+    std::set<int> open_;  // sockets that may be broken from outside
+    size_t threads_ = 0;
+    std::unique_ptr<Listener> listener_;
+};
+
+}  // namespace vaultsim

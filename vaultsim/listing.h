@@ -1,0 +1,42 @@
+// Pages of a listing.
+#pragma once
+
+#include <string>
+
+#include "vaultsim/refusal.h"
+#include "vaultsim/request.h"
+
+namespace vaultsim {
+
+// Where a page begins and how long it is.
+struct PageRequest {
+    std::string after;  // the name that the page before ended with; empty: from the start
+    size_t number = 1;  // of the page
+    size_t size = 0;    // may be 0 for a page that has no items
+    std::string maxResults;
+};
+
+// Reads `maxresults` and `$skiptoken`; throws a Refusal where they are wrong.
+PageRequest ReadPage(const VaultRequest& request);
+// https://HOST:443/COLLECTION?api-version=V&$skiptoken=TOKEN
+std::string NextLink(const VaultRequest& request, const PageRequest& page, const std::string& last);
+
+// A page of `objects`, which the caller has locked, each as the JSON that `item` makes of it.
+template <class Object, class Item>
+Answer ListPage(const VaultRequest& request, const ByName<Object>& objects, Item item)
+{
+    const PageRequest page = ReadPage(request);
+    auto at = page.after.empty() ? objects.begin() : objects.upper_bound(page.after);
+    Json value = Json::array();
+    std::string last = page.after;
+    for (; at != objects.end() && value.size() < page.size; ++at) {
+        value.push_back(item(at->second));
+        last = at->first;
+    }
+    Json body = {{"value", value}, {"nextLink", nullptr}};
+    if (at != objects.end())
+        body["nextLink"] = NextLink(request, page, last);
+    return JsonAnswer(200, body);
+}
+
+}  // namespace vaultsim

@@ -1,0 +1,50 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+
+#include "vaultsim/options.h"
+#include "vaultsim/simulator.h"
+
+namespace {
+
+int Run(const vaultsim::Options& options)
+{
+    // Blocked before any thread exists, so that all of them inherit it and only the wait below gets the signals.
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    const vaultsim::Simulator simulator(options, [] { kill(getpid(), SIGTERM); });
+    std::printf("%s\n", simulator.ReadyLine().c_str());
+    std::fflush(stdout);
+    if (!options.quiet)
+        std::fprintf(stderr, "vaultsim: use it with  . %s/env\n", simulator.options.directory.c_str());
+    int signal = 0;
+    sigwait(&stops, &signal);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        bool help = false;
+        const vaultsim::Options options = vaultsim::ParseOptions({argv + 1, argv + argc}, help);
+        if (help) {
+            std::fputs(vaultsim::kUsage, stdout);
+            return 0;
+        }
+        return Run(options);
+    } catch (const std::invalid_argument& error) {
+        std::fprintf(stderr, "vaultsim: %s\n\n%s", error.what(), vaultsim::kUsage);
+        return 2;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vaultsim: %s\n", error.what());
+        return 1;
+    }
+}

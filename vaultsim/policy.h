@@ -1,0 +1,30 @@
+// The policy of a certificate: what a request asks for, with the service's defaults filled in.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "vaultsim/keys.h"
+#include "vaultsim/request.h"
+
+namespace vaultsim {
+
+struct Policy {
+    Json json;  // as the service shows it, without "id" and "attributes"
+    KeyKind kind;
+    bool kindGiven = false;  // the request named a key type, or a size or curve
+    bool reuseKey = false;
+    std::string subject;
+    std::vector<std::string> dnsNames;
+    std::vector<std::string> usages;          // of the key, by the service's names
+    std::vector<std::string> extendedUsages;  // object identifiers
+    int64_t validityMonths = 12;
+};
+
+// Throws a Refusal where the policy is wrong.
+Policy ReadPolicy(const Vault& vault, const Json& policy);
+
+// What the key of a certificate may do: it follows the key usage.
+std::vector<std::string> OperationsOf(const Policy& policy, bool rsa);
+
+}  // namespace vaultsim

@@ -1,0 +1,72 @@
+#include "vaultsim/refusal.h"
+
+namespace vaultsim {
+
+Answer JsonAnswer(int status, const Json& body)
+{
+    // A body may repeat bytes of the request that are no UTF-8.
+    return {status,
+            body.dump(-1, ' ', false, Json::error_handler_t::replace),
+            {"Content-Type: application/json; charset=utf-8"}};
+}
+
+Answer TextAnswer(int status, const std::string& text)
+{
+    return {status, text, {"Content-Type: text/plain; charset=utf-8"}};
+}
+
+Answer ErrorAnswer(int status, const std::string& code, const std::string& message, const std::string& inner)
+{
+    Json error = {{"code", code}, {"message", message}};
+    if (!inner.empty())
+        error["innererror"] = {{"code", inner}};
+    return JsonAnswer(status, {{"error", error}});
+}
+
+Answer OauthErrorAnswer(int status, const std::string& error, const std::string& description)
+{
+    return JsonAnswer(status, {{"error", error}, {"error_description", description}});
+}
+
+Answer DefaultErrorAnswer(int status)
+{
+    switch (status) {
+        case 401:
+            return ErrorAnswer(status, "Unauthorized", "AKV10000: Request is missing a Bearer or PoP token.");
+        case 403:
+            return ErrorAnswer(status, "Forbidden", "The caller does not have permission for the operation.");
+        case 404:
+            return ErrorAnswer(status, "KeyNotFound", "Key not found.");
+        case 409:
+            return ErrorAnswer(status, "Conflict", "Key is currently being deleted.", "ObjectIsBeingDeleted");
+        case 429:
+            return ErrorAnswer(status, "Throttled",
+                               "Request was not processed because too many requests were received. Reason: "
+                               "VaultRequestTypeLimitReached");
+        default:
+            return status >= 500 ? ErrorAnswer(status, "InternalServerError", "The service met an internal error.")
+                                 : ErrorAnswer(status, "BadParameter", "The request is not valid.");
+    }
+}
+
+Refusal BadParameter(const std::string& message)
+{
+    return Refusal(ErrorAnswer(400, "BadParameter", message));
+}
+
+Refusal Forbidden(const std::string& message, const std::string& inner)
+{
+    return Refusal(ErrorAnswer(403, "Forbidden", message, inner));
+}
+
+Refusal NotFound(const std::string& code, const std::string& message)
+{
+    return Refusal(ErrorAnswer(404, code, message));
+}
+
+Refusal Conflict(const std::string& message, const std::string& inner)
+{
+    return Refusal(ErrorAnswer(409, "Conflict", message, inner));
+}
+
+}  // namespace vaultsim

@@ -1,0 +1,47 @@
+#include "vaultsim/settings.h"
+
+#include <stdexcept>
+
+namespace vaultsim {
+
+void Pauser::Sleep(int ms)
+{
+    if (ms <= 0)
+        return;
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopped_; });
+}
+
+void Pauser::Stop()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    stopped_ = true;
+    changed_.notify_all();
+}
+
+void Apply(LatencySettings& latency, const Json& json)
+{
+    latency.ms = json.at("ms").get<int>();
+    latency.signIn = json.value("signin", false);
+}
+
+void Apply(PagingSettings& paging, const Json& json)
+{
+    PagingSettings changed = paging;
+    changed.maxPage = json.value("maxPage", paging.maxPage);
+    changed.emptyEvery = json.value("emptyEvery", paging.emptyEvery);
+    changed.firstEmpty = json.value("firstEmpty", paging.firstEmpty);
+    if (changed.maxPage == 0 || changed.emptyEvery == 1)
+        throw std::invalid_argument("no listing would ever end");
+    paging = changed;
+}
+
+void Apply(TokenSettings& tokens, const Json& json)
+{
+    tokens.lifetimeSeconds = json.value("lifetimeSeconds", tokens.lifetimeSeconds);
+    tokens.oid = json.value("oid", tokens.oid);
+    tokens.omit = json.value("omit", tokens.omit);
+    tokens.tokenType = json.value("tokenType", tokens.tokenType);
+}
+
+}  // namespace vaultsim

@@ -1,0 +1,60 @@
+// The whole simulator: services, listeners, control.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "vaultsim/authority.h"
+#include "vaultsim/faults.h"
+#include "vaultsim/front.h"
+#include "vaultsim/identity.h"
+#include "vaultsim/journal.h"
+#include "vaultsim/options.h"
+#include "vaultsim/service.h"
+#include "vaultsim/settings.h"
+#include "vaultsim/signin.h"
+#include "vaultsim/tokens.h"
+#include "vaultsim/vault.h"
+
+namespace vaultsim {
+
+class Control;
+
+class Simulator {
+  public:
+    // Makes the directory and all listeners, which are up when it returns. `stop` is called by POST /stop. Throws.
+    Simulator(const Options& options, std::function<void()> stop);
+    ~Simulator();  // breaks all connections, waits of the simulator included
+
+    std::string ReadyLine() const;  // "ready control=.. tls=.. http=.. arc=.. dir=.."
+    int controlPort() const;
+
+    // Everything as after the start: vaults, settings, journal, counts, no faults, listeners up, the good certificate.
+    void Reset();
+
+    // For the control interface.
+    Front* FindFront(const std::string& name);
+    const Options options;
+    Journal journal;
+    Counts counts;
+    Faults faults;
+    Vaults vaults;
+    Pauser pauser;
+    SettingsBox settings;
+    std::unique_ptr<Authority> authority;
+
+  private:
+    void WriteEnvironment() const;
+    Settings InitialSettings() const;
+
+    Tokens tokens_;
+    SignIn signIn_;
+    Service service_;
+    std::unique_ptr<Identity> identity_;
+    std::unique_ptr<Front> tls_;
+    std::unique_ptr<Front> http_;
+    std::unique_ptr<Front> arc_;
+    std::unique_ptr<Control> control_;
+};
+
+}  // namespace vaultsim
