@@ -4,9 +4,9 @@ set(KELVARO_GTEST_SOURCE "/usr/src/googletest" CACHE PATH "GoogleTest's source t
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
 add_subdirectory("${KELVARO_GTEST_SOURCE}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
-include(GoogleTest)
 
-# kelvaro_add_test(NAME SOURCES file... LIBS target...): one GoogleTest program, its cases known to CTest.
+# kelvaro_add_test(NAME SOURCES file... LIBS target...): one GoogleTest program, a single test for CTest, so that all
+# its cases share one simulator.
 function(kelvaro_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -15,6 +15,7 @@ function(kelvaro_add_test name)
     # No runtime DLL beside the test programs.
     target_link_options(${name} PRIVATE -static)
   else()
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 900)
   endif()
 endfunction()

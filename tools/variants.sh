@@ -7,9 +7,16 @@ windows_packages="g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils d
 check_packages="clang-format"
 
 configure() { # configure NAME CMAKE_OPTION...
-    name=$1
+    folder=$top/build/$1
     shift
-    [ -f "$top/build/$name/build.ninja" ] || cmake -S "$top" -B "$top/build/$name" -G Ninja "$@" >/dev/null
+    [ -f "$folder/build.ninja" ] || cmake -S "$top" -B "$folder" -G Ninja "$@" >/dev/null
+}
+
+configure_sanitized() { # configure_sanitized NAME SANITIZERS
+    configure release -DCMAKE_BUILD_TYPE=Release
+    cmake --build "$top/build/release" --target vaultsim
+    configure "$1" -DCMAKE_BUILD_TYPE=Debug -DKELVARO_SANITIZER="$2" \
+        -DKELVARO_VAULTSIM="$top/build/release/vaultsim/vaultsim"
 }
 
 build_variant() { # build_variant NAME [TARGET...]
@@ -17,13 +24,14 @@ build_variant() { # build_variant NAME [TARGET...]
     shift
     case $variant in
     release) configure release -DCMAKE_BUILD_TYPE=Release ;;
-    asan) configure asan -DCMAKE_BUILD_TYPE=Debug -DKELVARO_SANITIZER=address,undefined ;;
-    tsan) configure tsan -DCMAKE_BUILD_TYPE=Debug -DKELVARO_SANITIZER=thread ;;
+    # The sanitizers watch the system's code; the simulator beside it is the release build's.
+    asan) configure_sanitized asan address,undefined ;;
+    tsan) configure_sanitized tsan thread ;;
     win64 | win32)
         arch=x86_64
         [ "$variant" = win64 ] || arch=i686
         "$top/tools/build-json-c.sh" $arch "$top/build/$variant"
-        configure "$variant" -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE="$top/cmake/mingw-$arch.cmake" \
+        configure "$variant" -DCMAKE_BUILD_TYPE=Release -DKELVARO_TESTS=OFF -DCMAKE_TOOLCHAIN_FILE="$top/cmake/mingw-$arch.cmake" \
             -DKELVARO_JSONC_ROOT="$top/build/$variant/jsonc"
         ;;
     *)

@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <stdexcept>
 
 #include "tests/common/simulator.h"
@@ -18,23 +17,28 @@
 // Takes `export NAME=value` lines of the simulator's file into this process, but for the root: each test has its own.
 static void ReadEnvironment(const std::string& path)
 {
+    const std::string exported = "export ";
     std::ifstream file(path);
-    const std::regex form("^export ([A-Z_]+)=(?:'([^']*)'|\"([^\"]*)\"|(.*))$");
     for (std::string line; std::getline(file, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, form) && match[1] != "KELVARO_ROOT") {
-            const std::string value = match[2].matched ? match[2] : match[3].matched ? match[3] : match[4];
-            setenv(match[1].str().c_str(), value.c_str(), 1);
-        }
+        const size_t equals = line.find('=');
+        if (line.rfind(exported, 0) != 0 || equals == std::string::npos)
+            continue;
+        const std::string name = line.substr(exported.size(), equals - exported.size());
+        std::string value = line.substr(equals + 1);
+        if (value.size() >= 2 && (value.front() == '\'' || value.front() == '"') && value.back() == value.front())
+            value = value.substr(1, value.size() - 2);
+        if (name != "KELVARO_ROOT")
+            setenv(name.c_str(), value.c_str(), 1);
     }
 }
 
 static int ControlPort(const std::string& readyLine)
 {
-    std::smatch match;
-    if (!std::regex_search(readyLine, match, std::regex("^ready .*control=([0-9]+)")))
+    const std::string marker = " control=";
+    const size_t at = readyLine.find(marker);
+    if (readyLine.rfind("ready", 0) != 0 || at == std::string::npos)
         throw std::runtime_error("the simulator did not start: " + readyLine);
-    return std::stoi(match[1]);
+    return std::stoi(readyLine.substr(at + marker.size()));
 }
 
 // The child's end of the start: its standard output is the pipe, and it ends with this program whatever happens.

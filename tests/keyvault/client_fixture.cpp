@@ -23,6 +23,14 @@ std::string HeaderOf(const nlohmann::json& request, const std::string& name)
     return "";
 }
 
+bool IsUuid(const std::string& text)
+{
+    const std::string form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+    return text.size() == form.size() && std::equal(text.begin(), text.end(), form.begin(), [](char ch, char place) {
+               return place == '-' ? ch == '-' : std::string("0123456789abcdef").find(ch) != std::string::npos;
+           });
+}
+
 std::string ClientTest::Environment(const std::string& name)
 {
     WCHAR value[2048] = {};

@@ -39,6 +39,9 @@ std::vector<std::string> CallerLines(const nlohmann::json& request);
 // The value of one header line; "" when it is missing.
 std::string HeaderOf(const nlohmann::json& request, const std::string& name);
 
+// Whether a text is a UUID in its lower-case form.
+bool IsUuid(const std::string& text);
+
 class ClientTest : public testing::Test {
   protected:
     void SetUp() override;

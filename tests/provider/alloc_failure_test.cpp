@@ -78,6 +78,29 @@ TEST_F(AllocFailureTest, OpenFailsOnItsRecordAloneAndElseGoesOn)
     EXPECT_EQ(0, table->FreeProvider(provider));
 }
 
+TEST_F(AllocFailureTest, NewSecretIsNeverLostToAnOldOne)
+{
+    const auto set = [&](const char* secret) { root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", secret); };
+    const auto secretOf = [&] { return Narrow(KVCText(Record(Open())->machineKvc->clientSecret)); };
+    bool reached = true;
+    for (size_t failAt = 0; reached; failAt++) {
+        SCOPED_TRACE(failAt);
+        set("old");
+        ASSERT_EQ("old", secretOf());
+        set("new");
+        NCRYPT_PROV_HANDLE provider = 0;
+        {
+            const AllocFault fault(failAt);
+            table->OpenProvider(&provider, kProviderName, 0);
+            reached = fault.Seen() > failAt;
+        }
+        if (provider) {
+            EXPECT_EQ(0, table->FreeProvider(provider));
+        }
+        EXPECT_EQ("new", secretOf());
+    }
+}
+
 TEST_F(AllocFailureTest, KeyObjectsAndBuffers)
 {
     KSP_KEY* key = nullptr;

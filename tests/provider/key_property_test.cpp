@@ -243,7 +243,7 @@ TEST_F(ProviderTest, UseContextIsReadUpToItsTerminator)
     KSP_KEY* key = NewKey("RSA");
     Bytes odd = TextBytes("context");
     odd.insert(odd.begin(), 0xEE);
-    for (const DWORD size : {DWORD{0}, DWORD{3}, DWORD{14}}) {
+    for (const DWORD size : {DWORD{0}, DWORD{3}, DWORD{14}, DWORD{4000}}) {
         EXPECT_EQ(0, SetKey(key, "Use Context", TextBytes("")));
         EXPECT_EQ(0, table->SetKeyProperty(First(), Handle(key), TEXT("Use Context"), odd.data() + 1, size, 0));
         EXPECT_EQ("context", GetKey(key, "Use Context").text()) << size;

@@ -216,6 +216,15 @@ TEST_F(ProviderTest, ProtectedValueThatCannotBeReadLeavesTheOpenAlive)
     }
 }
 
+TEST_F(ProviderTest, ProtectedSecretWithoutTerminatorEndsWithItsBuffer)
+{
+    const TextString filled(kSecretBufferSize / sizeof(WCHAR), 'x');
+    WCHAR sealed[4096] = {};
+    ASSERT_TRUE(ProtectSecret(reinterpret_cast<const BYTE*>(filled.data()), true, sealed, 4096));
+    root.SetText(kMachine, "ClientDPAPISecret", Narrow(sealed));
+    EXPECT_EQ(std::string(511, 'x'), Text(Record(Open())->machineKvc->clientSecret));
+}
+
 TEST_F(ProviderTest, TwoFirstOpensAtOnceBothGetTheSecret)
 {
     root.SetText(kMachine, "ClientSecret", "shared");
