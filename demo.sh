@@ -5,6 +5,7 @@ set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
 
+unset IDENTITY_ENDPOINT
 say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 
 # shellcheck disable=SC2086
@@ -66,7 +67,7 @@ ctl config set LoggingLevel 4
 ctl config set LogfilePath "$KELVARO_ROOT/log"
 
 say "2. What the module sees in the vault"
-ctl keys list
+ctl keys list --details
 if grep -rqF "$secret" "$KELVARO_ROOT"; then
     echo "the clear secret is still on the disk" >&2
     exit 1
@@ -109,7 +110,7 @@ stop_simulator
 say "5. No settings at all: the machine's managed identity signs in, and the vault is the one named after it"
 start_simulator "$work/sim2" --oid 0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0 --vault x0f1e2d3c4b5a69788796a5b:standard
 control POST /vaults/x0f1e2d3c4b5a69788796a5b/keys '{"name":"identity-key","kty":"EC","crv":"P-384"}' >/dev/null
-ctl keys list
+ctl keys list --details
 control GET /journal | jq -r '.requests[] | select(.listener == "http" or .listener == "tls") | "\(.method) http\(if .listener == "tls" then "s" else "" end)://\(.host)\(.target)"' | head -n 3
 stop_simulator
 

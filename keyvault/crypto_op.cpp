@@ -9,6 +9,7 @@
 #include "support/codepage.h"
 #include "support/guards.h"
 #include "support/log.h"
+#include "support/text.h"
 
 namespace {
 
@@ -18,13 +19,16 @@ bool AppendBytes(BldStr* json, const WCHAR* opening, const BYTE* bytes, DWORD si
     const MallocPtr<WCHAR> base64(KVCKelvaro_ToBase64(bytes, size));
     if (!base64)
         return true;
-    return BldStrCat(json, opening) && BldStrCat(json, base64.get()) && BldStrCat(json, TEXT("\""));
+    const bool appended = BldStrCat(json, opening) && BldStrCat(json, base64.get()) && BldStrCat(json, TEXT("\""));
+    // The bytes may be the plain text of an encryption.
+    Wipe(base64.get(), View(base64.get()).size() * sizeof(WCHAR));
+    return appended;
 }
 
 // digest: NULL without the member "digest". NULL: no memory for the text.
 BldStr* BuildRequest(const WCHAR* alg, const DWORD* cbDigest, const BYTE* digest, const BYTE* input, DWORD inputLen)
 {
-    BldStrPtr json(BldStrNew(500));
+    SecretStrPtr json(BldStrNew(500));
     if (!json)
         return nullptr;
     const bool built = BldStrCat(json.get(), TEXT("{\"alg\":\"")) && BldStrCatJson(json.get(), alg) &&
@@ -70,7 +74,10 @@ SECURITY_STATUS TakeResult(json_object* value, BYTE* output, DWORD* outputLen)
     const MallocPtr<WCHAR> text(BytesStrToWStr(json_object_get_string(value)));
     if (!text)
         return NTE_INVALID_PARAMETER;
-    return KVCKelvaro_FromBase64(text.get(), &output, outputLen, 0) ? ERROR_SUCCESS : NTE_FAIL;
+    const int decoded = KVCKelvaro_FromBase64(text.get(), &output, outputLen, 0);
+    // It may be the plain text of a decryption.
+    Wipe(text.get(), View(text.get()).size() * sizeof(WCHAR));
+    return decoded ? ERROR_SUCCESS : NTE_FAIL;
 }
 
 }  // namespace
@@ -88,11 +95,11 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
 
     int good = 0;
     {
-        const BldStrPtr json(BuildRequest(alg, isVerify ? outputLen : nullptr, output, input, inputLen));
+        const SecretStrPtr json(BuildRequest(alg, isVerify ? outputLen : nullptr, output, input, inputLen));
         const SecretStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
         if (!json || !keyPath)
             return Fail(TEXT("KVCCryptoOp Out of memory"), NTE_FAIL);
-        const MallocPtr<char> body(WStrToBytesStr(json->cStr));
+        const SecretBytesPtr body(WStrToBytesStr(json->cStr));
         good = Send(kvc, actionverb, keyPath->cStr, body.get());
     }
     if (!good)
@@ -104,5 +111,9 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     json_object* value = JsonMember(answer.get(), "value");
     if (!value)
         return NTE_INVALID_PARAMETER;
-    return isVerify ? TakeVerdict(value) : TakeResult(value, output, outputLen);
+    if (isVerify)
+        return TakeVerdict(value);
+    const SECURITY_STATUS status = TakeResult(value, output, outputLen);
+    JsonWipeMember(answer.get(), "value");
+    return status;
 }

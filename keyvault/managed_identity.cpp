@@ -71,9 +71,10 @@ bool ReadSecretFile(const WCHAR* path, char (&secret)[kSecretFileLimit + 1])
     // Without a buffer of its own, which the stream would free with the secret in it.
     setvbuf(file, nullptr, _IONBF, 0);
     const size_t size = fread(secret, 1, kSecretFileLimit, file);
+    const bool failed = ferror(file) != 0;
     fclose(file);
     secret[size] = 0;
-    return size < kSecretFileLimit;
+    return !failed && size < kSecretFileLimit;
 }
 
 // Puts the content of the secret file into the header block as it is.

@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "keyvault/join.h"
 #include "support/clock.h"
 #include "support/guards.h"
 #include "support/log.h"
@@ -200,7 +201,7 @@ void KVCFreeResponse(KVCResponse* response)
     if (!response)
         return;
     const LastErrorKeeper keeper;
-    free(response->body);
+    WipeFreeBytes(response->body);
     if (response->headers)
         BldStrFree(response->headers);
     free(response);

@@ -54,13 +54,13 @@ static void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars],
     settings->exportableOption = SettingsReadNumber(hive, TEXT("ExportableOption"));
 }
 
-// Puts a clear secret under protection. Whether the registry now holds it in protected form.
-static bool SaveProtectedSecret(const HivePass& pass, HiveSettings* settings)
+// Puts a clear secret under protection. *stored: the registry now holds it in protected form.
+static void SaveProtectedSecret(const HivePass& pass, HiveSettings* settings, bool* sealed, bool* stored)
 {
     LogLine(pass.savingText, LOG_STEP_LEVEL);
-    const bool sealed = ProtectSecret(reinterpret_cast<const BYTE*>(settings->secret), pass.forMachine,
-                                      settings->protectedSecret, kProtectedSecretChars);
-    return SettingsWriteText(pass.hive, TEXT("ClientDPAPISecret"), settings->protectedSecret) && sealed;
+    *sealed = ProtectSecret(reinterpret_cast<const BYTE*>(settings->secret), pass.forMachine, settings->protectedSecret,
+                            kProtectedSecretChars);
+    *stored = SettingsWriteText(pass.hive, TEXT("ClientDPAPISecret"), settings->protectedSecret) && *sealed;
 }
 
 // Takes the secret from its protected form. mayClear: the clear value may leave the registry after that.
@@ -80,9 +80,13 @@ static void LoadProtectedSecret(const HivePass& pass, HiveSettings* settings, bo
 static void SettleSecret(const HivePass& pass, HiveSettings* settings)
 {
     // A clear secret that could not be stored in protected form stays where it is: the registry has no other copy.
-    const bool mayClear = !settings->secret[0] || SaveProtectedSecret(pass, settings);
-    if (settings->protectedSecret[0])
-        LoadProtectedSecret(pass, settings, mayClear);
+    bool sealed = true;
+    bool stored = true;
+    if (settings->secret[0])
+        SaveProtectedSecret(pass, settings, &sealed, &stored);
+    // An older protected secret doesn't take the place of a clear one that could not be sealed.
+    if (sealed && settings->protectedSecret[0])
+        LoadProtectedSecret(pass, settings, stored);
 }
 
 // Reads one hive and builds its client. NULL: no memory.

@@ -67,6 +67,25 @@ class NormalisedText {
     bool usable_ = false;
 };
 
+// A block that is wiped before it is freed: it may hold the plain text of a decryption.
+class DecodedBlock {
+  public:
+    explicit DecodedBlock(size_t size) : bytes_(static_cast<BYTE*>(calloc(1, size))), size_(size) {}
+    ~DecodedBlock()
+    {
+        Wipe(bytes_, size_);
+        free(bytes_);
+    }
+    DecodedBlock(const DecodedBlock&) = delete;
+    DecodedBlock& operator=(const DecodedBlock&) = delete;
+
+    BYTE* bytes() const { return bytes_; }
+
+  private:
+    BYTE* bytes_;
+    size_t size_;
+};
+
 int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int allocate)
 {
     LogLine(TEXT("KVCKelvaro_FromBase64"), LOG_DETAIL_LEVEL);
@@ -77,8 +96,8 @@ int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int al
         return 0;
     }
     // One byte at least: an empty text decodes to nothing and is no failed allocation.
-    MallocPtr<BYTE> decoded(static_cast<BYTE*>(calloc(1, size ? size : 1)));
-    if (!decoded || !normalised.Decode(decoded.get(), &size)) {
+    const DecodedBlock decoded(size ? size : 1);
+    if (!decoded.bytes() || !normalised.Decode(decoded.bytes(), &size)) {
         LogLine(TEXT("KVCKelvaro_FromBase64 CryptStringToBinaryW 2 Failed"), LOG_DETAIL_LEVEL);
         return 0;
     }
@@ -90,8 +109,7 @@ int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int al
     if (!*ppOut && allocate)
         *ppOut = static_cast<BYTE*>(calloc(1, size_t{size} + 2));
     if (*ppOut)
-        memcpy(*ppOut, decoded.get(), size);
-    Wipe(decoded.get(), size);
+        memcpy(*ppOut, decoded.bytes(), size);
     return 1;
 }
 

@@ -16,8 +16,8 @@ WCHAR EventSourceName[256] = {};
 // Set by the first event record and never released: it ends with the process.
 static std::atomic<HANDLE> EventSourceHandle{nullptr};
 
-// Room for a composed line; what is longer is cut.
-static constexpr size_t kTextChars = 10000;
+// Room for a composed line of 10000 characters and its terminator; what is longer is cut.
+static constexpr size_t kTextChars = 10000 + 1;
 
 void LogAttach()
 {
@@ -49,8 +49,11 @@ static void ReportLine(const WCHAR* text, LONG level)
 {
     HANDLE source = EventSourceHandle.load(std::memory_order_acquire);
     if (!source) {
-        source = RegisterEventSourceW(nullptr, EventSourceName);
-        EventSourceHandle.store(source, std::memory_order_release);
+        // Two threads may both get here, which costs a spare handle. A refusal is tried again with the next line.
+        HANDLE registered = RegisterEventSourceW(nullptr, EventSourceName);
+        if (!registered)
+            return;
+        source = EventSourceHandle.compare_exchange_strong(source, registered) ? registered : source;
     }
     const WCHAR* strings[1] = {text};
     ReportEventW(source, EventType(level), 0, 0, nullptr, 1, 0, strings, nullptr);
@@ -59,6 +62,8 @@ static void ReportLine(const WCHAR* text, LONG level)
 void LogWriteLine(const WCHAR* text, LONG level)
 {
     const LastErrorKeeper keeper;
+    if (!text)
+        text = TEXT("(NULL)");
     if (level <= LogLevel)
         LogFileWriteLine(text, level);
     if (level <= EVLoggingLevel)

@@ -85,8 +85,8 @@ void LogFileWriteLine(const WCHAR* text, LONG level)
     TextWriter writer(line, kLineChars);
     writer.Text(TEXT("Kelvaro: "));
     WriteStamp(&writer, ClockUnixTime());
-    // The level always fits behind the text: composed texts are below 10000 characters, and a longer one is cut here.
-    writer.Text(TEXT(" ")).Text(View(text).substr(0, 9999)).Text(TEXT(" ")).Number(level);
+    // Composed texts have up to 10000 characters; a longer one is cut here, so that the level always fits behind it.
+    writer.Text(TEXT(" ")).Text(View(text).substr(0, 10000)).Text(TEXT(" ")).Number(level);
     AppendLine(file, TextView(line, writer.length()), room);
     CloseHandle(file);
 }

@@ -3,9 +3,25 @@
 #include <algorithm>
 #include <sstream>
 
-std::vector<std::string> CallerLines(const nlohmann::json& request)
+std::string Base64Url(const Bytes& bytes)
 {
-    std::vector<std::string> lines;
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    std::string text;
+    uint32_t bits = 0;
+    int count = 0;
+    for (const BYTE byte : bytes) {
+        bits = bits << 8 | byte;
+        for (count += 8; count >= 6; count -= 6)
+            text += alphabet[bits >> (count - 6) & 63];
+    }
+    if (count)
+        text += alphabet[bits << (6 - count) & 63];
+    return text;
+}
+
+Strings CallerLines(const nlohmann::json& request)
+{
+    Strings lines;
     for (const std::string line : request.at("headers")) {
         const std::string name = line.substr(0, line.find(':'));
         if (name != "Connection" && name != "User-Agent" && name != "Content-Length" && name != "Host")
@@ -23,12 +39,20 @@ std::string HeaderOf(const nlohmann::json& request, const std::string& name)
     return "";
 }
 
-bool IsUuid(const std::string& text)
+static bool IsUuid(const std::string& text)
 {
     const std::string form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
     return text.size() == form.size() && std::equal(text.begin(), text.end(), form.begin(), [](char ch, char place) {
                return place == '-' ? ch == '-' : std::string("0123456789abcdef").find(ch) != std::string::npos;
            });
+}
+
+void ExpectLinesAndId(const nlohmann::json& request, Strings lines)
+{
+    const std::string id = HeaderOf(request, "client-request-id");
+    EXPECT_TRUE(IsUuid(id)) << id;
+    lines.push_back("client-request-id: " + id);
+    EXPECT_EQ(lines, CallerLines(request));
 }
 
 std::string ClientTest::Environment(const std::string& name)
@@ -78,9 +102,15 @@ std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)
     return found;
 }
 
+void ClientTest::Answer(const std::string& path, int status, const nlohmann::json& body, int times, int skip)
+{
+    sim.Fault(
+        {{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}, {"skip", skip}});
+}
+
 size_t ClientTest::LinesWith(const std::string& text) const
 {
-    const std::vector<std::string> lines = root.LogLines();
+    const Strings lines = root.LogLines();
     return static_cast<size_t>(std::count_if(
         lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
 }

@@ -11,6 +11,7 @@
 #include "keyvault/rest_call.h"
 #include "keyvault/web_call.h"
 #include "support/log.h"
+#include "tests/common/alloc_fault.h"
 #include "tests/common/simulator.h"
 #include "tests/common/test_clock.h"
 #include "tests/common/test_root.h"
@@ -19,6 +20,12 @@ struct ClientDeleter {
     void operator()(KVC* kvc) const { KVCDelete(kvc); }
 };
 using ClientPtr = std::unique_ptr<KVC, ClientDeleter>;
+
+using Bytes = std::vector<BYTE>;
+using Strings = std::vector<std::string>;
+using Waits = std::vector<DWORD>;
+
+std::string Base64Url(const Bytes& bytes);  // without fill
 
 // What KVCNew is given; the defaults reach the simulator's vault.
 struct Identity {
@@ -34,13 +41,32 @@ inline std::string TextOf(const BldStr* str)
     return str ? Narrow(KVCText(str)) : "(NULL)";
 }
 
+// Runs `work` with its first allocation failing, then with its second, and so on, and `check` after each, until one run
+// needed fewer; that one is checked too, with `whole` set.
+template <class Work, class Check>
+void SweepAllocations(Work work, Check check)
+{
+    bool whole = false;
+    for (size_t failAt = 0; failAt < 300 && !whole; ++failAt) {
+        SCOPED_TRACE(testing::Message() << "allocation " << failAt);
+        {
+            const AllocFault fault(failAt);
+            work();
+            whole = fault.Seen() <= failAt;
+        }
+        check(whole);
+        EXPECT_TRUE(!whole || failAt >= 3) << "no allocation was seen to fail";
+    }
+    EXPECT_TRUE(whole) << "the work never came through";
+}
+
 // The caller's own header lines of a request in the journal, without those that the transport adds.
-std::vector<std::string> CallerLines(const nlohmann::json& request);
+Strings CallerLines(const nlohmann::json& request);
 // The value of one header line; "" when it is missing.
 std::string HeaderOf(const nlohmann::json& request, const std::string& name);
 
-// Whether a text is a UUID in its lower-case form.
-bool IsUuid(const std::string& text);
+// Compares the caller's lines; a fresh "client-request-id" in the form of a UUID follows them.
+void ExpectLinesAndId(const nlohmann::json& request, Strings lines);
 
 class ClientTest : public testing::Test {
   protected:
@@ -53,6 +79,8 @@ class ClientTest : public testing::Test {
     int ListKeys(KVC* kvc);
     // Requests of the journal whose target contains `part`.
     std::vector<nlohmann::json> Requests(const std::string& part);
+    // Answers that stand ready for the requests whose target has `path`, one after the other.
+    void Answer(const std::string& path, int status, const nlohmann::json& body, int times = 1, int skip = 0);
     size_t LinesWith(const std::string& text) const;
     // Further connect-to entries beside the simulator's own, e.g. ":8123:127.0.0.1:8080".
     void AlsoConnect(const std::string& entry);

@@ -44,61 +44,40 @@ TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
 {
     AlsoConnect(":8123:" + ConnectTarget(":80:"));
     const std::string machine = kTokenPath + "&api-version=2018-02-01";
+    const std::string fixed = "169.254.169.254 http";
+    const std::string other = "http://identity.example:8123/";
     const std::string arc = kTokenPath + "&api-version=2020-06-01";
     const struct {
         const char* story;
         std::string endpoint;
-        std::string host;
-        std::string listener;
+        std::string where;  // host and listener
         std::string target;
+        std::string clientId = "";
     } rows[] = {
-        {"a virtual machine", "", "169.254.169.254", "http", machine},
-        {"a connected machine", kArcEndpoint, "localhost", "arc", arc},
-        {"another port", "http://identity.example:8123/any/path?q=1", "identity.example", "http", machine},
-        {"the path of the variable is not used", "http://localhost:40342", "localhost", "arc", arc},
-        {"no URL", "not a URL", "169.254.169.254", "http", machine},
-        {"499 characters are taken", "http://identity.example:8123/" + std::string(470, 'p'), "identity.example",
-         "http", machine},
-        {"500 characters are too many", "http://identity.example:8123/" + std::string(471, 'p'), "169.254.169.254",
-         "http", machine},
-        {"a host of more than its room", "http://" + std::string(201, 'h') + ":40342/", "169.254.169.254", "http",
-         machine},
+        {"a virtual machine", "", fixed, machine},
+        {"a client id selects the identity", "", fixed, machine + "&client_id=" + Simulator::kClientId,
+         Simulator::kClientId},
+        {"a connected machine", kArcEndpoint, "localhost arc", arc},
+        {"another port", other + "any/path?q=1", "identity.example http", machine},
+        {"the path of the variable is not used", "http://localhost:40342", "localhost arc", arc},
+        {"no URL", "not a URL", fixed, machine},
+        {"499 characters are taken", other + std::string(470, 'p'), "identity.example http", machine},
+        {"500 characters are too many", other + std::string(471, 'p'), fixed, machine},
+        {"a host of more than its room", "http://" + std::string(201, 'h') + ":40342/", fixed, machine},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);
         sim.ClearJournal();
         SetEndpoint(row.endpoint);
-        const ClientPtr kvc = Client();
+        const ClientPtr kvc = Client(row.clientId);
         EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
         const auto requests = Requests("/metadata/identity/oauth2/token");
         ASSERT_FALSE(requests.empty());
         EXPECT_EQ("GET", requests[0]["method"]);
-        EXPECT_EQ(row.host, requests[0]["host"]);
-        EXPECT_EQ(row.listener, requests[0]["listener"]);
+        EXPECT_EQ(row.where, requests[0].value("host", "") + " " + requests[0].value("listener", ""));
         EXPECT_EQ(row.target, requests[0]["target"]);
-        EXPECT_EQ(std::vector<std::string>{"Metadata: True"}, CallerLines(requests[0]));
+        EXPECT_EQ(Strings{"Metadata: True"}, CallerLines(requests[0]));
     }
-}
-
-TEST_F(ManagedIdentity, AVirtualMachineSignsInWithOneRequest)
-{
-    const ClientPtr kvc = Client();
-    root.ClearLog();
-    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
-    EXPECT_EQ(1u, sim.Journal().size());
-    EXPECT_TRUE(clock.Waits().empty());
-    EXPECT_EQ((std::vector<std::string>{"KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 1 8",
-                                        "KVCAuthenticate MSIAuthenticate - Azure or Arc VM contoso-keys 8",
-                                        "KVCDoWebCall 8"}),
-              root.LogLines());
-    EXPECT_EQ(1, ListKeys(kvc.get()));
-}
-
-TEST_F(ManagedIdentity, AClientIdSelectsTheIdentity)
-{
-    const ClientPtr kvc = Client(Simulator::kClientId);
-    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
-    EXPECT_EQ(kTokenPath + "&api-version=2018-02-01&client_id=" + Simulator::kClientId, sim.Journal()[0]["target"]);
 }
 
 TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
@@ -107,38 +86,25 @@ TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
     const ClientPtr kvc = Client();
     root.ClearLog();
     ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
-    EXPECT_EQ(std::vector<DWORD>{1000}, clock.Waits());
+    EXPECT_EQ(Waits{1000}, clock.Waits());
     const auto journal = sim.Journal();
     ASSERT_EQ(2u, journal.size());
     EXPECT_EQ(401, journal[0]["status"]);
     EXPECT_EQ(journal[0]["target"], journal[1]["target"]);
-    EXPECT_EQ(std::vector<std::string>{"Metadata: True"}, CallerLines(journal[0]));
-    const std::vector<std::string> lines = CallerLines(journal[1]);
+    EXPECT_EQ(Strings{"Metadata: True"}, CallerLines(journal[0]));
+    const Strings lines = CallerLines(journal[1]);
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ("Metadata: True", lines[0]);
     EXPECT_EQ(0u, lines[1].find("Authorization: Basic ")) << lines[1];
-    EXPECT_EQ(
-        (std::vector<std::string>{
-            "KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 1 8",
-            "KVCAuthenticate MSIAuthenticate - Found IDENTITY_ENDPOINT Environment " + std::string(kArcEndpoint) + " 8",
-            "KVCAuthenticate MSIAuthenticate - Found Host localhost 8",
-            "KVCAuthenticate MSIAuthenticate - Azure or Arc VM contoso-keys 8", "KVCDoWebCall 8",
-            "KVCAuthenticate MSIAuthenticate Arc Retry 8", "KVCDoWebCall 8"}),
-        root.LogLines());
+    EXPECT_EQ((Strings{"KVCAuthenticate contoso-keys 8", "KVCAuthenticate KVCKeyCert kvc->authn 1 8",
+                       "KVCAuthenticate MSIAuthenticate - Found IDENTITY_ENDPOINT Environment " +
+                           std::string(kArcEndpoint) + " 8",
+                       "KVCAuthenticate MSIAuthenticate - Found Host localhost 8",
+                       "KVCAuthenticate MSIAuthenticate - Azure or Arc VM contoso-keys 8", "KVCDoWebCall 8",
+                       "KVCAuthenticate MSIAuthenticate Arc Retry 8", "KVCDoWebCall 8"}),
+              root.LogLines());
     EXPECT_EQ(std::string::npos, root.WholeLog().find(lines[1].substr(21))) << "the secret is not logged";
     EXPECT_EQ(1, ListKeys(kvc.get()));
-}
-
-TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasIt)
-{
-    SetEndpoint(kArcEndpoint);
-    const std::string secret(1999, 's');
-    AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("long.key", secret)));
-    const ClientPtr kvc = Client();
-    KVCAuthenticate(kvc.get());
-    const auto journal = sim.Journal();
-    ASSERT_EQ(2u, journal.size());
-    EXPECT_EQ("Basic " + secret, HeaderOf(journal[1], "Authorization"));
 }
 
 // Challenges that cannot be met end the method with the two lines about the answer.
@@ -172,13 +138,16 @@ TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
     EXPECT_TRUE(clock.Waits().empty());
 }
 
-TEST_F(ManagedIdentity, ASecondRefusalIsFinal)
+TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasItAndASecondRefusalIsFinal)
 {
     SetEndpoint(kArcEndpoint);
-    AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("a.key", "guess")), -1);
+    const std::string secret(1999, 's');
+    AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("long.key", secret)), -1);
     const ClientPtr kvc = Client();
     EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
-    EXPECT_EQ(2u, sim.Journal().size());
+    const auto journal = sim.Journal();
+    ASSERT_EQ(2u, journal.size());
+    EXPECT_EQ("Basic " + secret, HeaderOf(journal[1], "Authorization"));
     EXPECT_EQ(1u, LinesWith("Arc Retry"));
     EXPECT_EQ(1u, LinesWith("Return Code Error 0x191"));
 }
@@ -192,7 +161,7 @@ TEST_F(ManagedIdentity, AServiceWithoutRealmIsAskedForFourMinutes)
     const ClientPtr kvc = Client();
     EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
     EXPECT_EQ(241, sim.Control("GET", "/counts").value("requests", 0) - before);
-    EXPECT_EQ(std::vector<DWORD>(241, 1000), clock.Waits());
+    EXPECT_EQ(Waits(241, 1000), clock.Waits());
     EXPECT_EQ(241u, LinesWith("KVCAuthenticate MSIAuthenticate failure - Could not find Arc Basic realm 2"));
     EXPECT_EQ(0u, LinesWith("Return Code"));
 }
@@ -203,38 +172,30 @@ TEST_F(ManagedIdentity, AServiceThatStartsLateIsServedAfterAll)
     AnswerArc(Challenge("X-Nothing: here"), 3);
     const ClientPtr kvc = Client();
     EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
-    EXPECT_EQ(std::vector<DWORD>(4, 1000), clock.Waits());
+    EXPECT_EQ(Waits(4, 1000), clock.Waits());
 }
 
 TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
 {
+    const auto status = [](int code, const char* body) {
+        return nlohmann::json{{"action", "status"}, {"status", code}, {"body", body}};
+    };
+    const std::string failure = "KVCAuthenticate MSIAuthenticate failure - Return ";
     const struct {
         const char* story;
         nlohmann::json fault;
         int result;
-        const char* line;
+        std::string line;
     } rows[] = {
-        {"a type alone is a success",
-         {{"action", "status"}, {"status", 200}, {"body", R"({"token_type":"Bearer"})"}},
-         1,
-         ""},
-        {"a token alone is a success",
-         {{"action", "status"}, {"status", 200}, {"body", R"({"access_token":"abc"})"}},
-         1,
-         ""},
-        {"no JSON", {{"action", "nojson"}}, 0, ""},
+        {"a type alone is a success", status(200, R"({"token_type":"Bearer"})"), 1, ""},
+        {"a token alone is a success", status(200, R"({"access_token":"abc"})"), 1, ""},
+        {"no JSON", status(200, "<html>"), 0, ""},
         {"a challenge on another port than the connected machine's",
          {{"action", "raw"}, {"raw", Challenge("WWW-Authenticate: Basic realm=/etc/hostname")}},
          0,
-         "KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x191"},
-        {"identity not found",
-         {{"action", "status"}, {"status", 400}, {"body", R"({"error":"invalid_request"})"}},
-         0,
-         R"(KVCAuthenticate MSIAuthenticate failure - Return String {"error":"invalid_request"})"},
-        {"no answer",
-         {{"action", "reset-before"}, {"times", 10}},
-         0,
-         "KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x0"},
+         failure + "Code Error 0x191"},
+        {"identity not found", status(400, R"({"error":"x"})"), 0, failure + R"(String {"error":"x"})"},
+        {"no answer", {{"action", "reset-before"}, {"times", 10}}, 0, failure + "Code Error 0x0"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);
@@ -245,8 +206,8 @@ TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
         sim.Fault(fault);
         const ClientPtr kvc = Client();
         EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
-        EXPECT_EQ(*row.line ? 1u : 0u, LinesWith("failure - Return Code"));
-        EXPECT_TRUE(!*row.line || root.Logged(row.line, 1)) << root.WholeLog();
+        EXPECT_EQ(row.line.empty() ? 0u : 1u, LinesWith("failure - Return Code"));
+        EXPECT_TRUE(row.line.empty() || root.Logged(row.line, 1)) << root.WholeLog();
     }
 }
 

@@ -3,11 +3,7 @@
 
 #include "tests/keyvault/client_fixture.h"
 
-using Bytes = std::vector<BYTE>;
-using Strings = std::vector<std::string>;
-
 std::string Base64(const Bytes& bytes);                  // standard alphabet with fill
-std::string Base64Url(const Bytes& bytes);               // the service's form
 std::string ReadServiceSample(const std::string& name);  // a file of tests/data/service, without ".json"
 std::string OrNone(const WCHAR* text);                   // "(NULL)" for NULL
 std::string Hex(SECURITY_STATUS status);
@@ -18,13 +14,9 @@ class VaultTest : public ClientTest {
     void SetUp() override;
     void TearDown() override;
 
-    // Answers that stand ready for the requests whose target has `path`, one after the other.
-    void Answer(const std::string& path, int status, const nlohmann::json& body, int times = 1, int skip = 0);
     void Throttle(const std::string& path, int times, int skip = 0);
     Strings LinesUpTo(int level) const;  // of the log, each with its level, but for the transport's own
     Strings Bodies();                    // of all requests to the vault, in order
-
-    static constexpr const char* kUrl = "https://contoso-keys.vault.azure.net";
 
     ClientPtr client;
     KVCCall call;

@@ -1,7 +1,6 @@
 // One exchange: what goes out, what comes back, and what is tried again.
 #include <numeric>
 
-#include "tests/common/alloc_fault.h"
 #include "tests/keyvault/client_fixture.h"
 
 namespace {
@@ -15,10 +14,10 @@ KVCResponsePtr Get(const WCHAR* path = TEXT("/keys?api-version=2016-10-01"))
     return KVCResponsePtr(KVCDoWebCall(443, kHost, path, TEXT("GET"), TEXT("Accept: application/json\r\n"), nullptr));
 }
 
-std::vector<DWORD> Times(size_t count, const std::vector<DWORD>& waits)
+Waits Times(size_t count, const Waits& waits)
 {
-    std::vector<DWORD> all;
-    for (size_t i = 0; i < count; ++i)
+    Waits all;
+    while (count--)
         all.insert(all.end(), waits.begin(), waits.end());
     return all;
 }
@@ -46,39 +45,28 @@ TEST_F(WebCall, RequestGoesOutAsGivenAndTheAnswerComesBackWhole)
     EXPECT_EQ("POST", journal[0]["method"]);
     EXPECT_EQ("contoso-keys.vault.azure.net", journal[0]["host"]);
     EXPECT_EQ("/keys/a/sign?api-version=7.0", journal[0]["target"]);
-    EXPECT_EQ((std::vector<std::string>{"X-First: 1", "Content-Type: text/plain", "X-Last: 3"}),
-              CallerLines(journal[0]));
+    EXPECT_EQ((Strings{"X-First: 1", "Content-Type: text/plain", "X-Last: 3"}), CallerLines(journal[0]));
     EXPECT_EQ("Zandrel Key Storage Provider for Key Vault", HeaderOf(journal[0], "User-Agent"));
     EXPECT_EQ("{\"a\": 1}", journal[0]["body"]);
 
-    EXPECT_EQ(std::vector<std::string>{"KVCDoWebCall 8"}, root.LogLines()) << "neither URL nor headers";
+    EXPECT_EQ(Strings{"KVCDoWebCall 8"}, root.LogLines()) << "neither URL nor headers";
     EXPECT_TRUE(clock.Waits().empty());
 }
 
-TEST_F(WebCall, NoEntityIsSentAndAnEmptyOneIsAnEmptyText)
+TEST_F(WebCall, WhateverTheServiceSaysIsAnAnswerAndNotRepeated)
 {
-    for (const int status : {200, 204}) {
-        sim.Fault({{"path", "/keys"}, {"action", "status"}, {"status", status}, {"body", ""}});
+    for (const int status : {200, 204, 401, 404, 429, 500, 503}) {
+        const char* const body = status < 400 ? "" : "no";
+        sim.ClearJournal();
+        Answer("/keys", status, body);
         const KVCResponsePtr response = Get();
         ASSERT_TRUE(response);
         EXPECT_EQ(static_cast<DWORD>(status), response->status);
-        EXPECT_STREQ("", response->body);
-    }
-    const auto journal = sim.Journal();
-    EXPECT_EQ("", journal[0]["body"]);
-    EXPECT_EQ("", HeaderOf(journal[0], "Content-Length"));
-}
-
-TEST_F(WebCall, RefusalsOfTheServiceAreAnswersAndNotRepeated)
-{
-    for (const DWORD status : {401u, 404u, 429u, 500u, 503u}) {
-        sim.ClearJournal();
-        sim.Fault({{"path", "/keys"}, {"action", "status"}, {"status", status}, {"body", "no"}});
-        const KVCResponsePtr response = Get();
-        ASSERT_TRUE(response);
-        EXPECT_EQ(status, response->status);
-        EXPECT_STREQ("no", response->body);
-        EXPECT_EQ(1u, sim.Journal().size()) << status;
+        EXPECT_STREQ(body, response->body);
+        const auto journal = sim.Journal();
+        ASSERT_EQ(1u, journal.size()) << status;
+        EXPECT_EQ("", journal[0]["body"]);
+        EXPECT_EQ("", HeaderOf(journal[0], "Content-Length"));
     }
     EXPECT_TRUE(clock.Waits().empty());
 }
@@ -86,64 +74,30 @@ TEST_F(WebCall, RefusalsOfTheServiceAreAnswersAndNotRepeated)
 // Transport failures on every attempt: ten of them, each with its waits, and none of them an answer.
 TEST_F(WebCall, TransportFailuresAreRepeatedTenTimes)
 {
+    using Json = nlohmann::json;
+    const Json down = {{"name", "tls"}, {"mode", "down"}};
+    const Json closed = {{"path", "/keys"}, {"action", "reset-before"}, {"times", -1}};
+    const Json cut = {{"path", "/keys"}, {"action", "truncate"}, {"inHead", true}, {"afterBytes", 12}, {"times", -1}};
+    const Waits send = {20000, 200};
+    const std::string noConnection = "KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds Error 0x2efd 1";
+    const std::string noAnswer = "KVCDoWebCall WinHttpReceiveResponse Error 0x2efe 1";
+    const std::string noTrust = "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1";
     const struct {
         const char* story;
         const char* method;
         const char* control;
-        nlohmann::json body;
+        Json body;
         DWORD error;
-        std::vector<DWORD> waits;
+        Waits waits;
         std::string line;
         size_t requests;
     } rows[] = {
-        {"nobody listens",
-         "PUT",
-         "/listener",
-         {{"name", "tls"}, {"mode", "down"}},
-         12029,
-         {20000, 200},
-         "KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds Error 0x2efd 1",
-         0},
-        {"closed before an answer",
-         "POST",
-         "/faults",
-         {{"path", "/keys"}, {"action", "reset-before"}, {"times", -1}},
-         12030,
-         {200},
-         "KVCDoWebCall WinHttpReceiveResponse Error 0x2efe 1",
-         10},
-        {"closed inside the head",
-         "POST",
-         "/faults",
-         {{"path", "/keys"}, {"action", "truncate"}, {"inHead", true}, {"afterBytes", 12}, {"times", -1}},
-         12030,
-         {200},
-         "KVCDoWebCall WinHttpReceiveResponse Error 0x2efe 1",
-         10},
-        {"certificate of another host",
-         "PUT",
-         "/certificate",
-         {{"mode", "wrong-host"}},
-         12175,
-         {200},
-         "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1",
-         0},
-        {"certificate of an unknown root",
-         "PUT",
-         "/certificate",
-         {{"mode", "unknown-root"}},
-         12175,
-         {200},
-         "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1",
-         0},
-        {"certificate past its time",
-         "PUT",
-         "/certificate",
-         {{"mode", "expired"}},
-         12175,
-         {200},
-         "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1",
-         0},
+        {"nobody listens", "PUT", "/listener", down, 12029, send, noConnection, 0},
+        {"closed before an answer", "POST", "/faults", closed, 12030, {200}, noAnswer, 10},
+        {"closed inside the head", "POST", "/faults", cut, 12030, {200}, noAnswer, 10},
+        {"another host", "PUT", "/certificate", {{"mode", "wrong-host"}}, 12175, {200}, noTrust, 0},
+        {"an unknown root", "PUT", "/certificate", {{"mode", "unknown-root"}}, 12175, {200}, noTrust, 0},
+        {"out of date", "PUT", "/certificate", {{"mode", "expired"}}, 12175, {200}, noTrust, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);
@@ -159,7 +113,7 @@ TEST_F(WebCall, TransportFailuresAreRepeatedTenTimes)
         EXPECT_EQ(nullptr, response->headers);
         EXPECT_EQ(Times(10, row.waits), clock.Waits());
         EXPECT_EQ(row.requests, sim.Journal().size()) << "nothing may reach a server that isn't trusted";
-        std::vector<std::string> lines(11, row.line);
+        Strings lines(11, row.line);
         lines.front() = "KVCDoWebCall 8";
         const std::string code = row.line.substr(row.line.find("Error"));
         lines.insert(lines.begin() + 10, row.line);
@@ -171,7 +125,7 @@ TEST_F(WebCall, TransportFailuresAreRepeatedTenTimes)
 TEST_F(WebCall, AnAttemptThatSucceedsForgetsTheFailuresBefore)
 {
     sim.Fault({{"path", "/keys"}, {"action", "reset-before"}, {"times", 3}});
-    sim.Fault({{"path", "/keys"}, {"action", "status"}, {"status", 200}, {"body", "fine"}});
+    Answer("/keys", 200, "fine");
     const KVCResponsePtr response = Get();
     ASSERT_TRUE(response);
     EXPECT_EQ(200u, response->status);
@@ -220,35 +174,22 @@ TEST_F(WebCall, LargeAndSlowBodiesComeWhole)
 {
     std::string large(300000, 'x');
     std::iota(large.begin(), large.begin() + 26, 'a');
-    sim.Fault({{"path", "/keys"}, {"action", "status"}, {"status", 200}, {"body", large}});
-    const KVCResponsePtr whole = Get();
-    ASSERT_TRUE(whole);
-    EXPECT_EQ(large, whole->body);
-
     const std::string text = large.substr(0, 200);
-    sim.Fault({{"path", "/keys"}, {"action", "drip"}, {"afterBytes", 7}, {"delayMs", 1}, {"body", text}});
-    const KVCResponsePtr dripped = Get();
-    ASSERT_TRUE(dripped);
-    EXPECT_EQ(text, dripped->body);
-
-    sim.Fault({{"path", "/keys"},
-               {"action", "raw"},
-               {"raw",
-                "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
-                "3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n"}});
-    const KVCResponsePtr chunked = Get();
-    ASSERT_TRUE(chunked);
-    EXPECT_STREQ("abcdefg", chunked->body);
-}
-
-TEST_F(WebCall, ThePortAloneDecidesOnTls)
-{
-    AlsoConnect(":8080:" + ConnectTarget(":80:"));
-    const KVCResponsePtr response(KVCDoWebCall(8080, TEXT("plain.example"), TEXT("/"), TEXT("GET"), TEXT(""), nullptr));
-    ASSERT_TRUE(response);
-    EXPECT_NE(0u, response->status);
-    ASSERT_EQ(1u, sim.Journal().size());
-    EXPECT_EQ("http", sim.Journal()[0]["listener"]);
+    const std::string chunks =
+        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n";
+    const std::pair<nlohmann::json, std::string> rows[] = {
+        {{{"action", "status"}, {"status", 200}, {"body", large}}, large},
+        {{{"action", "drip"}, {"afterBytes", 7}, {"delayMs", 1}, {"body", text}}, text},
+        {{{"action", "raw"}, {"raw", chunks}}, "abcdefg"},
+    };
+    for (auto [fault, body] : rows) {
+        SCOPED_TRACE(fault["action"]);
+        fault["path"] = "/keys";
+        sim.Fault(fault);
+        const KVCResponsePtr response = Get();
+        ASSERT_TRUE(response);
+        EXPECT_EQ(body, response->body);
+    }
 }
 
 // Whichever allocation fails: no record, or a record that tells the truth.
@@ -258,28 +199,20 @@ TEST_F(WebCall, WithoutMemoryTheRecordSaysWhatIsMissing)
     bool sawNoRecord = false;
     bool sawNoBody = false;
     bool sawNoHead = false;
-    for (size_t failAt = 0; failAt < 100; ++failAt) {
-        sim.Fault({{"path", "/keys"}, {"action", "status"}, {"status", 200}, {"body", std::string(20000, 'b')}});
-        KVCResponsePtr response;
-        size_t seen = 0;
-        {
-            const AllocFault fault(failAt);
-            response = Get();
-            seen = fault.Seen();
-        }
-        if (seen <= failAt)
-            break;
-        if (!response) {
-            sawNoRecord = true;
-            sim.Control("DELETE", "/faults");
-            continue;
-        }
-        EXPECT_EQ(200u, response->status) << failAt;
-        sawNoBody = sawNoBody || !response->body;
-        sawNoHead = sawNoHead || !response->headers;
-        EXPECT_TRUE(response->body || response->error) << failAt;
-        EXPECT_TRUE(!response->body || std::string(20000, 'b') == response->body) << failAt;
-    }
+    const std::string body(20000, 'b');
+    Answer("/keys", 200, body, -1);
+    KVCResponsePtr response;
+    SweepAllocations([&] { response = Get(); },
+                     [&](bool) {
+                         sawNoRecord = sawNoRecord || !response;
+                         if (!response)
+                             return;
+                         EXPECT_EQ(200u, response->status);
+                         sawNoBody = sawNoBody || !response->body;
+                         sawNoHead = sawNoHead || !response->headers;
+                         EXPECT_TRUE(response->body || response->error);
+                         EXPECT_TRUE(!response->body || body == response->body);
+                     });
     EXPECT_TRUE(sawNoRecord && sawNoBody && sawNoHead);
 }
 

@@ -1,34 +1,13 @@
 // Every allocation fails once: the call answers as it should and leaves nothing behind. Leaks show in the sanitized
 // builds.
 #include <cstring>
-#include <functional>
 
 #include "provider/buffer_list.h"
 #include "provider/property_list.h"
-#include "tests/common/alloc_fault.h"
+#include "tests/provider/fail_each.h"
 #include "tests/provider/provider_fixture.h"
 
 namespace {
-
-// Runs `call` with allocation 0, 1, 2... failing until it has got through untouched; `judge` sees the outcome of each
-// failing run. How many runs failed an allocation.
-size_t FailEach(const std::function<SECURITY_STATUS()>& call, const std::function<void(SECURITY_STATUS, size_t)>& judge)
-{
-    for (size_t failAt = 0;; failAt++) {
-        SECURITY_STATUS status;
-        size_t seen;
-        {
-            const AllocFault fault(failAt);
-            status = call();
-            seen = fault.Seen();
-        }
-        if (seen <= failAt) {
-            EXPECT_EQ(0, status);
-            return failAt;
-        }
-        judge(status, failAt);
-    }
-}
 
 // For a call that fails with every one of its allocations.
 void ExpectNoMemory(const std::function<SECURITY_STATUS()>& call)

@@ -112,10 +112,7 @@ TEST_F(ExportedKeyTest, VerifiesTheSignaturesOfTheVault)
         {"p521", "P-521", 0, nullptr, 64},
         {"p521", "P-521", 0, nullptr, 32},
     };
-    AddRsaKey("rsa");
-    AddCurveKey("p256", "P-256");
-    AddCurveKey("p384", "P-384");
-    AddCurveKey("p521", "P-521");
+    AddOneOfEach();
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.key) + " " + (row.hash ? row.hash : "") + " " + std::to_string(row.cbHash));
         const NCRYPT_KEY_HANDLE handle = OpenKey(row.key);

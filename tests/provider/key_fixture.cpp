@@ -106,6 +106,14 @@ void KeyTest::AddCurveKey(const std::string& name, const std::string& crv)
     sim.AddKey(Simulator::kVault, {{"name", name}, {"kty", "EC"}, {"crv", crv}});
 }
 
+void KeyTest::AddOneOfEach()
+{
+    AddRsaKey("rsa");
+    AddCurveKey("p256", "P-256");
+    AddCurveKey("p384", "P-384");
+    AddCurveKey("p521", "P-521");
+}
+
 NCRYPT_KEY_HANDLE KeyTest::OpenAnswered(const json& answer)
 {
     sim.Fault({{"method", "GET"},

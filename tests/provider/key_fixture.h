@@ -8,8 +8,8 @@
 
 #include "provider/key_object.h"
 #include "provider/provider.h"
-#include "tests/common/alloc_fault.h"
 #include "tests/common/host.h"
+#include "tests/provider/fail_each.h"
 
 std::string Base64(const Bytes& bytes);     // standard alphabet with fill
 std::string Base64Url(const Bytes& bytes);  // the service's form
@@ -48,6 +48,7 @@ class KeyTest : public HostTest {
 
     void AddRsaKey(const std::string& name);
     void AddCurveKey(const std::string& name, const std::string& crv);
+    void AddOneOfEach();  // "rsa", "p256", "p384" and "p521"
     // Opens a key of which the vault says `answer`.
     NCRYPT_KEY_HANDLE OpenAnswered(const nlohmann::json& answer);
 

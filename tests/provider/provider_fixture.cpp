@@ -119,6 +119,13 @@ SECURITY_STATUS ProviderTest::SetKeyWord(KSP_KEY* key, const std::string& name, 
     return SetKey(key, name, WordBytes(value), flags);
 }
 
+void ProviderTest::Quiet()
+{
+    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
+    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+}
+
 void ProviderTest::ClearSettings()
 {
     root.RemoveKey(HKEY_LOCAL_MACHINE);

@@ -40,6 +40,7 @@ class ProviderTest : public testing::Test {
     SECURITY_STATUS SetKey(KSP_KEY* key, const std::string& name, const Bytes& value, DWORD flags = 0);
     SECURITY_STATUS SetKeyWord(KSP_KEY* key, const std::string& name, DWORD value, DWORD flags = 0);
 
+    void Quiet();  // attaches again without a log
     // Both hives without a value, but for the log's directory.
     void ClearSettings();
     // Log lines that contain `part`, in order.

@@ -8,19 +8,12 @@ namespace {
 
 TEST_F(ProviderTest, ProviderPropertiesRead)
 {
-    struct Row {
-        const char* property;
-        DWORD value;
-    };
-    const Row rows[] = {{"Impl Type", 1}, {"Max Name Length", 42}, {"Version", 0x10000}, {"Security Descr Support", 0}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.property);
-        const Answer answer = GetProvider(row.property);
-        EXPECT_EQ(0, answer.status);
-        EXPECT_EQ(row.value, answer.number());
-        EXPECT_TRUE(root.Logged("KelvaroGetProviderProperty " + std::string(row.property), 4));
-        EXPECT_TRUE(root.Logged(
-            "KelvaroGetProviderProperty " + std::string(row.property) + " " + std::to_string(row.value), 10));
+    const std::pair<std::string, DWORD> rows[] = {
+        {"Impl Type", 1}, {"Max Name Length", 42}, {"Version", 0x10000}, {"Security Descr Support", 0}};
+    for (const auto& [property, value] : rows) {
+        EXPECT_EQ(value, GetProvider(property).number()) << property;
+        EXPECT_TRUE(root.Logged("KelvaroGetProviderProperty " + property, 4));
+        EXPECT_TRUE(root.Logged("KelvaroGetProviderProperty " + property + " " + std::to_string(value), 10));
     }
     EXPECT_EQ(Narrow(kProviderName), GetProvider("Name").text());
     EXPECT_TRUE(root.Logged("KelvaroGetProviderProperty Name " + Narrow(kProviderName), 10));
@@ -34,28 +27,18 @@ TEST_F(ProviderTest, ProviderUseContextIsMeasuredInsideItsBytes)
 {
     const NCRYPT_PROV_HANDLE provider = First();
     const Bytes whole = TextBytes("context");
-    struct Row {
-        const char* name;
-        size_t size;
-        const char* text;
-    };
-    const Row rows[] = {
-        {"with its terminator", 16, "context"},
-        {"without it", 14, "context"},
-        {"half of it", 15, "context"},
-        {"a part", 4, "co"},
-        {"nothing", 0, ""},
-        {"again", 16, "context"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    // With the terminator, without it, with half of it, a part, nothing, and the whole once more.
+    const std::pair<size_t, const char*> rows[] = {{16, "context"}, {14, "context"}, {15, "context"},
+                                                   {4, "co"},       {0, ""},         {16, "context"}};
+    for (const auto& [size, text] : rows) {
+        SCOPED_TRACE(size);
         // A block of exactly that size, so that a read behind it shows.
-        const std::unique_ptr<BYTE[]> bytes(new BYTE[row.size]);
-        if (row.size)
-            std::memcpy(bytes.get(), whole.data(), row.size);
-        EXPECT_EQ(0, table->SetProviderProperty(provider, TEXT("Use Context"), bytes.get(),
-                                                static_cast<DWORD>(row.size), NCRYPT_SILENT_FLAG));
-        EXPECT_EQ(row.text, GetProvider("Use Context").text());
+        const std::unique_ptr<BYTE[]> bytes(new BYTE[size]);
+        if (size)
+            std::memcpy(bytes.get(), whole.data(), size);
+        EXPECT_EQ(0, table->SetProviderProperty(provider, TEXT("Use Context"), bytes.get(), static_cast<DWORD>(size),
+                                                NCRYPT_SILENT_FLAG));
+        EXPECT_EQ(text, GetProvider("Use Context").text());
     }
     EXPECT_TRUE(root.Logged("KelvaroSetProviderProperty", 4));
     EXPECT_TRUE(root.Logged("KelvaroSetProviderProperty Use Context co", 10));
@@ -98,9 +81,7 @@ TEST_F(ProviderTest, ProviderPropertyCallsTestTheirArgumentsInOrder)
 
 TEST_F(ProviderTest, ProviderUseContextStandsReadersAndWriters)
 {
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    Quiet();
     const NCRYPT_PROV_HANDLE provider = First();
     const std::string texts[2] = {std::string(20, 'a'), std::string(20, 'b')};
     const auto set = [&](const std::string& text) {

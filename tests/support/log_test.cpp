@@ -98,7 +98,7 @@ TEST_F(LogTest, LongTextsAreCutAndOthersKeepTheirLetters)
     LogString(TEXT("name"), TEXT("Schl\u00fcssel \u2713"), 10);
     const std::vector<std::string> lines = root.LogLines();
     ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ("body " + std::string(9994, 'x') + " 10", lines[0]);
+    EXPECT_EQ("body " + std::string(9995, 'x') + " 10", lines[0]);
     EXPECT_EQ("name Schl\u00fcssel \u2713 10", lines[1]);
 }
 

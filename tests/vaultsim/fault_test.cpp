@@ -137,6 +137,8 @@ TEST_F(FaultTest, AListenerThatIsDownRefusesAndComesBackOnItsPort)
 
 TEST_F(FaultTest, CertificatesAreRefusedInEveryBadMode)
 {
+    Token();
+    Control("DELETE", "/counts");
     for (const char* mode : {"wrong-host", "unknown-root", "expired", "not-yet-valid"}) {
         Control("PUT", "/certificate", {{"mode", mode}});
         EXPECT_EQ(List().status, 0) << mode;
@@ -150,6 +152,7 @@ TEST_F(FaultTest, CertificatesAreRefusedInEveryBadMode)
 TEST_F(FaultTest, ManyConnectionsWaitSideBySide)
 {
     Token();
+    Control("DELETE", "/counts");
     Control("PUT", "/latency", {{"ms", 50}});
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
