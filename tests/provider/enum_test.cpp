@@ -130,6 +130,14 @@ TEST_F(EnumTest, SupportedAlgorithms)
     EXPECT_EQ(Hex(NTE_BAD_FLAGS), supported(TEXT("what"), 1));
 }
 
+TEST_F(EnumTest, AnEmptyVaultEndsAtOnce)
+{
+    PVOID state = nullptr;
+    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+    EXPECT_EQ(nullptr, state);
+    EXPECT_EQ(Lines{}, ErrorLines());
+}
+
 TEST_F(EnumTest, KeysComeOneByOneWithTheirAlgorithms)
 {
     // A key without tags has no algorithm here.

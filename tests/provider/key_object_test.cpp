@@ -26,6 +26,18 @@ TEST_F(ProviderTest, NewKeyIsPendingWithTheLengthOfItsAlgorithm)
     EXPECT_EQ(0u, key->kvk.valid);
 }
 
+TEST_F(ProviderTest, HandlesThatAreNoKeyAreRefused)
+{
+    struct Header {
+        DWORD cbLength, dwMagic;
+    };
+    const DWORD size = sizeof(KSP_KEY);
+    Header headers[] = {{size, 0x7866ABCE}, {size - 1, 0x7866ABCF}, {0, 0}};
+    EXPECT_EQ(nullptr, KeyFromHandle(0));
+    for (Header& header : headers)
+        EXPECT_EQ(nullptr, KeyFromHandle(reinterpret_cast<NCRYPT_KEY_HANDLE>(&header)));
+}
+
 KSP_KEY* LooseKey()
 {
     KSP_KEY* key = nullptr;

@@ -1,6 +1,7 @@
 // Opening and freeing a provider: the settings of both hives, the clients made from them, and the way of the client
 // secret.
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "support/secrets.h"
@@ -275,6 +276,21 @@ TEST_F(ProviderTest, SecretThatCannotBeProtectedStaysInTheRegistry)
     EXPECT_EQ("new", root.GetText(kMachine, "ClientSecret"));
     EXPECT_EQ("", root.GetText(kMachine, "ClientDPAPISecret"));
     EXPECT_TRUE(LinesWith("Reading Machine DPAPI Secret").empty());
+}
+
+TEST_F(ProviderTest, DamagedRegistryIsEmptyAndIsNotOverwritten)
+{
+    const std::string name = root.directory() + "/root/registry/HKEY_LOCAL_MACHINE.reg";
+    const std::string damaged = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Soft\n\"KeyVault\"=\"x";
+    std::ofstream(name, std::ios::binary) << damaged;
+    root.SetText(kUser, "KeyVault", "user-vault");
+    const KSP_PROVIDER* provider = Record(Open());
+    EXPECT_EQ("%G", Narrow(provider->machineVaultName));
+    EXPECT_EQ("user-vault", Narrow(provider->userVaultName));
+    std::ostringstream now;
+    now << std::ifstream(name, std::ios::binary).rdbuf();
+    EXPECT_EQ(damaged, now.str());
+    std::ofstream(name, std::ios::binary) << "Windows Registry Editor Version 5.00\n";
 }
 
 #endif
