@@ -3,7 +3,7 @@
 #include "support/guards.h"
 
 // The head; an empty list is a head whose pointers lead to itself.
-static KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList};
+static KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::keyName};
 static SRWLOCK listLock = SRWLOCK_INIT;
 
 void KelvaroBufferListInit()
@@ -23,7 +23,7 @@ static KelvaroBufferEntry* FindEntry(const void* buffer)
     return nullptr;
 }
 
-KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer)
+KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer, BufferKind kind)
 {
     const ExclusiveLock lock(&listLock);
     if (FindEntry(buffer))
@@ -32,6 +32,7 @@ KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer)
     if (!entry)
         return nullptr;
     entry->buffer = buffer;
+    entry->kind = kind;
     entry->next = &KelvaroBufferList;
     entry->previous = KelvaroBufferList.previous;
     entry->previous->next = entry;
@@ -51,8 +52,9 @@ bool KelvaroForgetBuffer(void* buffer)
     return true;
 }
 
-bool KelvaroIsRegistered(const void* buffer)
+bool KelvaroIsRegistered(const void* buffer, BufferKind kind)
 {
     const ExclusiveLock lock(&listLock);
-    return FindEntry(buffer) != nullptr;
+    const KelvaroBufferEntry* entry = FindEntry(buffer);
+    return entry && entry->kind == kind;
 }

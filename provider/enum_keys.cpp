@@ -80,7 +80,7 @@ SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)
     if (!KVCGetKeys(call, &list.names, &list.count))
         return kVaultReadFailed;
     EnumStatePtr made(AllocateState(list.count));
-    if (!made || !KelvaroRegisterBuffer(made.get()))
+    if (!made || !KelvaroRegisterBuffer(made.get(), BufferKind::enumState))
         return NTE_NO_MEMORY;
 
     made->count = list.count;
@@ -108,7 +108,7 @@ SECURITY_STATUS ReadNextKey(KVC* call, KSP_ENUM_STATE* state, DWORD dwFlags, NCr
     block->name.pszAlgid = block->algId;
     block->name.dwFlags = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
     ++state->index;
-    if (!KelvaroRegisterBuffer(block.get()))
+    if (!KelvaroRegisterBuffer(block.get(), BufferKind::keyName))
         return NTE_NO_MEMORY;
     *ppKeyName = &block.release()->name;
     return ERROR_SUCCESS;
@@ -150,7 +150,7 @@ SECURITY_STATUS WINAPI KelvaroEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR /*p
         if (status != ERROR_SUCCESS)
             return Fail(status, kEntryPoint);
         state = fresh.get();
-    } else if (!KelvaroIsRegistered(state)) {
+    } else if (!KelvaroIsRegistered(state, BufferKind::enumState)) {
         return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
     }
 

@@ -164,6 +164,25 @@ LONG DeleteValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
     });
 }
 
+// Runs `visit` on an opened key: NULL when only keys below it stand in the file.
+template <typename Visit>
+LONG VisitKey(HKEY key, const Visit& visit)
+{
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, nullptr, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
+            const RegistryKey* found = nullptr;
+            const LONG missing = KeyInHive(hive, place.path, &found);
+            if (missing != ERROR_SUCCESS)
+                return missing;
+            return visit(found);
+        });
+    });
+}
+
 }  // namespace
 
 LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
@@ -223,19 +242,9 @@ LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDW
 {
     if (reserved != nullptr || (data != nullptr && size == nullptr))
         return ERROR_INVALID_PARAMETER;
-    return CodeOf([&]() -> LONG {
-        Place place;
-        const LONG error = FindPlace(key, nullptr, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
-        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
-            const RegistryKey* found = nullptr;
-            const LONG missing = KeyInHive(hive, place.path, &found);
-            if (missing != ERROR_SUCCESS)
-                return missing;
-            const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
-            return value == nullptr ? ERROR_FILE_NOT_FOUND : HandOver(*value, type, data, size);
-        });
+    return VisitKey(key, [&](const RegistryKey* found) -> LONG {
+        const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
+        return value == nullptr ? ERROR_FILE_NOT_FOUND : HandOver(*value, type, data, size);
     });
 }
 
@@ -244,28 +253,18 @@ LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD nameS
 {
     if (reserved != nullptr || valueName == nullptr || nameSize == nullptr || (data != nullptr && size == nullptr))
         return ERROR_INVALID_PARAMETER;
-    return CodeOf([&]() -> LONG {
-        Place place;
-        const LONG error = FindPlace(key, nullptr, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
-        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
-            const RegistryKey* found = nullptr;
-            const LONG missing = KeyInHive(hive, place.path, &found);
-            if (missing != ERROR_SUCCESS)
-                return missing;
-            if (found == nullptr || index >= found->values.size())
-                return ERROR_NO_MORE_ITEMS;
-            const RegistryValue& value = found->values[index];
-            if (*nameSize <= value.name.size())
-                return ERROR_MORE_DATA;
-            const LONG result = HandOver(value, type, data, size);
-            if (result == ERROR_SUCCESS) {
-                *nameSize = static_cast<DWORD>(value.name.size());
-                memcpy(valueName, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
-            }
-            return result;
-        });
+    return VisitKey(key, [&](const RegistryKey* found) -> LONG {
+        if (found == nullptr || index >= found->values.size())
+            return ERROR_NO_MORE_ITEMS;
+        const RegistryValue& value = found->values[index];
+        if (*nameSize <= value.name.size())
+            return ERROR_MORE_DATA;
+        const LONG result = HandOver(value, type, data, size);
+        if (result == ERROR_SUCCESS) {
+            *nameSize = static_cast<DWORD>(value.name.size());
+            memcpy(valueName, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
+        }
+        return result;
     });
 }
 

@@ -11,9 +11,8 @@ std::string Hex(SECURITY_STATUS status)
     return text;
 }
 
-void HostTest::SetUp()
+void WriteClientSettings(TestRoot& root)
 {
-    sim.Reset();
     for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
         root.SetText(hive, "KeyVault", Simulator::kVault);
         root.SetNumber(hive, "AuthenticationType", 2);
@@ -22,6 +21,12 @@ void HostTest::SetUp()
         root.SetText(hive, "ClientSecret", Simulator::kClientSecret);
         root.SetNumber(hive, "CertificatesOrKeys", 1);
     }
+}
+
+void HostTest::SetUp()
+{
+    sim.Reset();
+    WriteClientSettings(root);
     root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* found = nullptr;

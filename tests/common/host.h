@@ -39,5 +39,8 @@ class HostTest : public testing::Test {
     std::vector<NCRYPT_KEY_HANDLE> keys_;
 };
 
+// Settings of both hives for client credentials against the vault Simulator::kVault, with plain keys.
+void WriteClientSettings(TestRoot& root);
+
 // Status by number for messages: EXPECT_EQ(Hex(status), Hex(NTE_FAIL)).
 std::string Hex(SECURITY_STATUS status);

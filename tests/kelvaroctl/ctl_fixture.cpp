@@ -3,19 +3,14 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/common/host.h"
+
 using nlohmann::json;
 
 void CtlTest::SetUp()
 {
     sim.Reset();
-    for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
-        root.SetText(hive, "KeyVault", Simulator::kVault);
-        root.SetNumber(hive, "AuthenticationType", 2);
-        root.SetText(hive, "TenantId", Simulator::kTenant);
-        root.SetText(hive, "ClientId", Simulator::kClientId);
-        root.SetText(hive, "ClientSecret", Simulator::kClientSecret);
-        root.SetNumber(hive, "CertificatesOrKeys", 1);
-    }
+    WriteClientSettings(root);
 }
 
 std::vector<std::string> CtlTest::WithModule(std::vector<std::string> arguments)

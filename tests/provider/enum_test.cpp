@@ -270,7 +270,10 @@ TEST_F(EnumTest, BadArgumentsOfAWalk)
     EXPECT_EQ(Bytes(64), Bytes(foreign, foreign + 64));
     EXPECT_EQ(static_cast<PVOID>(foreign), state);
     PVOID walk = nullptr;
-    Next(&walk);
+    ASSERT_EQ(0, table->EnumKeys(provider, nullptr, &name, &walk, NCRYPT_MACHINE_KEY_FLAG));
+    state = name;
+    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Next(&state).status));  // issued, but no state
+    table->FreeBuffer(name);
     table->FreeBuffer(walk);
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Next(&walk).status));  // gone
 
