@@ -146,6 +146,43 @@ static_assert(sizeof(ACL) == 8 && sizeof(ACE_HEADER) == 4 && offsetof(SID, SubAu
 static_assert(sizeof(DATA_BLOB) == BySize(16, 8));
 static_assert(offsetof(DATA_BLOB, cbData) == 0 && offsetof(DATA_BLOB, pbData) == BySize(8, 4));
 
+static_assert(sizeof(CRYPT_BIT_BLOB) == BySize(24, 12));
+static_assert(offsetof(CRYPT_BIT_BLOB, pbData) == BySize(8, 4) &&
+              offsetof(CRYPT_BIT_BLOB, cUnusedBits) == BySize(16, 8));
+static_assert(sizeof(CRYPT_ALGORITHM_IDENTIFIER) == BySize(24, 12));
+static_assert(offsetof(CRYPT_ALGORITHM_IDENTIFIER, Parameters) == BySize(8, 4));
+static_assert(sizeof(CERT_PUBLIC_KEY_INFO) == BySize(48, 24));
+static_assert(offsetof(CERT_PUBLIC_KEY_INFO, PublicKey) == BySize(24, 12));
+static_assert(sizeof(CERT_EXTENSION) == BySize(32, 16) && offsetof(CERT_EXTENSION, Value) == BySize(16, 8));
+static_assert(sizeof(CRYPT_ATTRIBUTE) == BySize(24, 12) && offsetof(CRYPT_ATTRIBUTE, rgValue) == BySize(16, 8));
+static_assert(sizeof(CERT_REQUEST_INFO) == BySize(88, 44));
+static_assert(offsetof(CERT_REQUEST_INFO, Subject) == BySize(8, 4));
+static_assert(offsetof(CERT_REQUEST_INFO, SubjectPublicKeyInfo) == BySize(24, 12));
+static_assert(offsetof(CERT_REQUEST_INFO, cAttribute) == BySize(72, 36));
+static_assert(offsetof(CERT_REQUEST_INFO, rgAttribute) == BySize(80, 40));
+static_assert(sizeof(CERT_INFO) == BySize(208, 112));
+static_assert(offsetof(CERT_INFO, SerialNumber) == BySize(8, 4));
+static_assert(offsetof(CERT_INFO, SignatureAlgorithm) == BySize(24, 12));
+static_assert(offsetof(CERT_INFO, Issuer) == BySize(48, 24));
+static_assert(offsetof(CERT_INFO, NotBefore) == BySize(64, 32) && offsetof(CERT_INFO, NotAfter) == BySize(72, 40));
+static_assert(offsetof(CERT_INFO, Subject) == BySize(80, 48));
+static_assert(offsetof(CERT_INFO, SubjectPublicKeyInfo) == BySize(96, 56));
+static_assert(offsetof(CERT_INFO, IssuerUniqueId) == BySize(144, 80));
+static_assert(offsetof(CERT_INFO, SubjectUniqueId) == BySize(168, 92));
+static_assert(offsetof(CERT_INFO, cExtension) == BySize(192, 104));
+static_assert(offsetof(CERT_INFO, rgExtension) == BySize(200, 108));
+static_assert(sizeof(CERT_CONTEXT) == BySize(40, 20));
+static_assert(offsetof(CERT_CONTEXT, pbCertEncoded) == BySize(8, 4));
+static_assert(offsetof(CERT_CONTEXT, cbCertEncoded) == BySize(16, 8));
+static_assert(offsetof(CERT_CONTEXT, pCertInfo) == BySize(24, 12));
+static_assert(offsetof(CERT_CONTEXT, hCertStore) == BySize(32, 16));
+static_assert(sizeof(CRYPT_KEY_PROV_INFO) == BySize(48, 28));
+static_assert(offsetof(CRYPT_KEY_PROV_INFO, pwszProvName) == BySize(8, 4));
+static_assert(offsetof(CRYPT_KEY_PROV_INFO, dwProvType) == BySize(16, 8));
+static_assert(offsetof(CRYPT_KEY_PROV_INFO, dwFlags) == BySize(20, 12));
+static_assert(offsetof(CRYPT_KEY_PROV_INFO, rgProvParam) == BySize(32, 20));
+static_assert(offsetof(CRYPT_KEY_PROV_INFO, dwKeySpec) == BySize(40, 24));
+
 static_assert(sizeof(URL_COMPONENTS) == BySize(104, 60));
 static_assert(offsetof(URL_COMPONENTS, lpszHostName) == BySize(24, 16));
 static_assert(offsetof(URL_COMPONENTS, nPort) == BySize(36, 24));
@@ -194,6 +231,21 @@ static_assert(NCRYPTBUFFER_CERT_BLOB == 47 && NCRYPTBUFFER_VERSION == 0);
 static_assert(CRYPT_STRING_BASE64HEADER == 0 && CRYPT_STRING_BASE64 == 1 && CRYPT_STRING_BASE64_ANY == 6);
 static_assert(CRYPT_STRING_NOCRLF == 0x40000000 && CRYPT_STRING_NOCR == 0x80000000);
 static_assert(CRYPTPROTECT_UI_FORBIDDEN == 1 && CRYPTPROTECT_LOCAL_MACHINE == 4);
+static_assert(X509_ASN_ENCODING == 1 && PKCS_7_ASN_ENCODING == 0x10000 && AT_SIGNATURE == 2);
+static_assert(CERT_V1 == 0 && CERT_V2 == 1 && CERT_V3 == 2);
+static_assert(CERT_SIMPLE_NAME_STR == 1 && CERT_OID_NAME_STR == 2 && CERT_X500_NAME_STR == 3);
+static_assert(CERT_NAME_STR_DISABLE_IE4_UTF8_FLAG == 0x10000 && CERT_NAME_STR_ENABLE_T61_UNICODE_FLAG == 0x20000);
+static_assert(CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG == 0x40000 && CERT_NAME_STR_FORCE_UTF8_DIR_STR_FLAG == 0x80000);
+static_assert(CERT_NAME_STR_REVERSE_FLAG == 0x02000000 && CERT_NAME_STR_COMMA_FLAG == 0x04000000);
+static_assert(CERT_NAME_STR_CRLF_FLAG == 0x08000000 && CERT_NAME_STR_NO_QUOTING_FLAG == 0x10000000);
+static_assert(CERT_NAME_STR_NO_PLUS_FLAG == 0x20000000 && CERT_NAME_STR_SEMICOLON_FLAG == 0x40000000);
+static_assert(CERT_KEY_PROV_INFO_PROP_ID == 2 && CERT_SHA1_HASH_PROP_ID == 3);
+static_assert(CERT_SYSTEM_STORE_CURRENT_USER == 0x10000 && CERT_SYSTEM_STORE_LOCAL_MACHINE == 0x20000);
+static_assert(CERT_STORE_MAXIMUM_ALLOWED_FLAG == 0x1000 && CERT_STORE_OPEN_EXISTING_FLAG == 0x4000);
+static_assert(CERT_STORE_READONLY_FLAG == 0x8000);
+static_assert(CERT_CLOSE_STORE_FORCE_FLAG == 1 && CERT_CLOSE_STORE_CHECK_FLAG == 2);
+static_assert(CERT_STORE_ADD_NEW == 1 && CERT_STORE_ADD_USE_EXISTING == 2);
+static_assert(CERT_STORE_ADD_REPLACE_EXISTING == 3 && CERT_STORE_ADD_ALWAYS == 4);
 static_assert(REG_SZ == 1 && REG_EXPAND_SZ == 2 && REG_BINARY == 3 && REG_DWORD == 4 && REG_MULTI_SZ == 7);
 static_assert(EVENTLOG_SUCCESS == 0 && EVENTLOG_ERROR_TYPE == 1 && EVENTLOG_WARNING_TYPE == 2);
 static_assert(DLL_PROCESS_DETACH == 0 && DLL_PROCESS_ATTACH == 1);
@@ -230,6 +282,26 @@ static_assert(AsCode(NTE_NOT_SUPPORTED) == 0x80090029);
 static_assert(AsCode(NTE_NO_MORE_ITEMS) == 0x8009002A);
 static_assert(AsCode(NTE_INTERNAL_ERROR) == 0x8009002D);
 static_assert(AsCode(SEC_E_LOGON_DENIED) == 0x8009030C);
+static_assert(AsCode(NTE_BAD_ALGID) == 0x80090008 && AsCode(NTE_BAD_KEYSET) == 0x80090016);
+static_assert(AsCode(E_ACCESSDENIED) == 0x80070005 && AsCode(E_INVALIDARG) == 0x80070057);
+static_assert(AsCode(CRYPT_E_NOT_FOUND) == 0x80092004 && AsCode(CRYPT_E_EXISTS) == 0x80092005);
+static_assert(AsCode(CRYPT_E_PENDING_CLOSE) == 0x8009200F);
+static_assert(AsCode(CRYPT_E_INVALID_PRINTABLE_STRING) == 0x80092021);
+static_assert(AsCode(CRYPT_E_INVALID_IA5_STRING) == 0x80092022);
+static_assert(AsCode(CRYPT_E_INVALID_X500_STRING) == 0x80092023);
+static_assert(AsCode(CRYPT_E_ASN1_EOD) == 0x80093102 && AsCode(CRYPT_E_ASN1_CORRUPT) == 0x80093103);
+static_assert(AsCode(CRYPT_E_ASN1_LARGE) == 0x80093104 && AsCode(CRYPT_E_ASN1_BADTAG) == 0x8009310B);
+
+// ---- the router's configuration ----
+
+static_assert(sizeof(CRYPT_INTERFACE_REG) == BySize(24, 16) &&
+              offsetof(CRYPT_INTERFACE_REG, rgpszFunctions) == BySize(16, 12));
+static_assert(sizeof(CRYPT_IMAGE_REG) == BySize(24, 12) && offsetof(CRYPT_IMAGE_REG, rgpInterfaces) == BySize(16, 8));
+static_assert(sizeof(CRYPT_PROVIDER_REG) == BySize(32, 16) && offsetof(CRYPT_PROVIDER_REG, pUM) == BySize(16, 8));
+static_assert(sizeof(CRYPT_CONTEXT_FUNCTION_PROVIDERS) == BySize(16, 8));
+static_assert(CRYPT_UM == 1 && CRYPT_OVERWRITE == 1 && CRYPT_LOCAL == 1 && CRYPT_PRIORITY_BOTTOM == 0xFFFFFFFF);
+static_assert(IsText(CRYPT_DEFAULT_CONTEXT, TEXT("Default")) &&
+              IsText(NCRYPT_KEY_STORAGE_ALGORITHM, TEXT("KEY_STORAGE")));
 
 // ---- names ----
 
@@ -252,6 +324,7 @@ static_assert(IsText(BCRYPT_RSAFULLPRIVATE_BLOB, TEXT("RSAFULLPRIVATEBLOB")));
 static_assert(IsText(BCRYPT_ECCPUBLIC_BLOB, TEXT("ECCPUBLICBLOB")));
 static_assert(IsText(NCRYPT_PKCS7_ENVELOPE_BLOB, TEXT("PKCS7_ENVELOPE")));
 static_assert(IsText(NCRYPT_PKCS8_PRIVATE_KEY_BLOB, TEXT("PKCS8_PRIVATEKEY")));
+static_assert(IsText(MS_KEY_STORAGE_PROVIDER, TEXT("Microsoft Software Key Storage Provider")));
 static_assert(IsText(NCRYPT_NAME_PROPERTY, TEXT("Name")));
 static_assert(IsText(NCRYPT_UNIQUE_NAME_PROPERTY, TEXT("Unique Name")));
 static_assert(IsText(NCRYPT_ALGORITHM_PROPERTY, TEXT("Algorithm Name")));
@@ -276,5 +349,34 @@ static_assert(IsText(NCRYPT_PIN_PROPERTY, TEXT("SmartCardPin")));
 static_assert(IsText(NCRYPT_READER_PROPERTY, TEXT("SmartCardReader")));
 static_assert(IsText(NCRYPT_SECURE_PIN_PROPERTY, TEXT("SmartCardSecurePin")));
 static_assert(IsText(NCRYPT_ASSOCIATED_ECDH_KEY, TEXT("SmartCardAssociatedECDHKey")));
+
+// ---- private keys and enveloped messages ----
+
+static_assert(sizeof(CRYPT_ATTRIBUTES) == BySize(16, 8) && offsetof(CRYPT_ATTRIBUTES, rgAttr) == BySize(8, 4));
+static_assert(sizeof(CRYPT_PRIVATE_KEY_INFO) == BySize(56, 28));
+static_assert(offsetof(CRYPT_PRIVATE_KEY_INFO, Algorithm) == BySize(8, 4));
+static_assert(offsetof(CRYPT_PRIVATE_KEY_INFO, PrivateKey) == BySize(32, 16));
+static_assert(offsetof(CRYPT_PRIVATE_KEY_INFO, pAttributes) == BySize(48, 24));
+static_assert(sizeof(CRYPT_ENCRYPTED_PRIVATE_KEY_INFO) == BySize(40, 20));
+static_assert(offsetof(CRYPT_ENCRYPTED_PRIVATE_KEY_INFO, EncryptedPrivateKey) == BySize(24, 12));
+static_assert(sizeof(BLOBHEADER) == 8 && offsetof(BLOBHEADER, aiKeyAlg) == 4);
+static_assert(sizeof(RSAPUBKEY) == 12 && offsetof(RSAPUBKEY, bitlen) == 4 && offsetof(RSAPUBKEY, pubexp) == 8);
+static_assert(sizeof(CRYPT_DECODE_PARA) == BySize(24, 12) && offsetof(CRYPT_DECODE_PARA, pfnAlloc) == BySize(8, 4));
+static_assert(sizeof(CRYPT_DECRYPT_MESSAGE_PARA) == BySize(32, 20));
+static_assert(offsetof(CRYPT_DECRYPT_MESSAGE_PARA, rghCertStore) == BySize(16, 12));
+static_assert(offsetof(CRYPT_DECRYPT_MESSAGE_PARA, dwFlags) == BySize(24, 16));
+static_assert(PRIVATEKEYBLOB == 7 && CUR_BLOB_VERSION == 2 && CALG_RSA_KEYX == 0xA400);
+static_assert(CRYPT_DECODE_NOCOPY_FLAG == 1 && CRYPT_DECODE_ALLOC_FLAG == 0x8000);
+static_assert(CERT_STORE_CREATE_NEW_FLAG == 0x2000 && CRYPT_MACHINE_KEYSET == 0x20);
+static_assert(CRYPT_MESSAGE_SILENT_KEYSET_FLAG == 0x40);
+static_assert(BCRYPT_ALG_HANDLE_HMAC_FLAG == 8);
+static_assert(std::string_view(szOID_RSA_RSA) == "1.2.840.113549.1.1.1");
+static_assert(std::string_view(szOID_KEY_USAGE) == "2.5.29.15");
+static_assert(AsCode(CRYPT_E_BAD_ENCODE) == 0x80092002 && AsCode(CRYPT_E_NO_DECRYPT_CERT) == 0x8009200C);
+static_assert(IsText(BCRYPT_AES_ALGORITHM, TEXT("AES")) && IsText(BCRYPT_3DES_ALGORITHM, TEXT("3DES")));
+static_assert(IsText(BCRYPT_OBJECT_LENGTH, TEXT("ObjectLength")));
+static_assert(IsText(BCRYPT_CHAINING_MODE, TEXT("ChainingMode")));
+static_assert(IsText(BCRYPT_CHAIN_MODE_CBC, TEXT("ChainingModeCBC")));
+static_assert(IsText(BCRYPT_INITIALIZATION_VECTOR, TEXT("IV")));
 
 }  // namespace

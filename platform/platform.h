@@ -12,6 +12,9 @@
 
 #ifdef _WIN32
 
+// CRYPT_DECRYPT_MESSAGE_PARA with its flags.
+#define CRYPT_DECRYPT_MESSAGE_PARA_HAS_EXTRA_FIELDS
+
 #include <windows.h>
 // windows.h comes first.
 #include <bcrypt.h>
@@ -35,13 +38,17 @@
 #include "platform/linux/win_types.h"
 // win_types.h comes first.
 #include "platform/linux/win_bcrypt.h"
+#include "platform/linux/win_certificates.h"
 #include "platform/linux/win_cng.h"
+#include "platform/linux/win_cng_configuration.h"
 #include "platform/linux/win_console.h"
 #include "platform/linux/win_crypt.h"
 #include "platform/linux/win_errors.h"
 #include "platform/linux/win_eventlog.h"
 #include "platform/linux/win_kernel.h"
 #include "platform/linux/win_module.h"
+#include "platform/linux/win_ncrypt.h"
+#include "platform/linux/win_private_keys.h"
 #include "platform/linux/win_registry.h"
 #include "platform/linux/win_rpc.h"
 #include "platform/linux/win_security.h"

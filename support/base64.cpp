@@ -45,15 +45,15 @@ class NormalisedText {
         const TextView view = View(text);
         if (!text || view.size() > kBase64TextLimit)
             return;
-        size_t length = view.copy(room_, view.size());
-        ToStandardAlphabet(room_, length);
-        while (length % 4)
-            room_[length++] = '=';
-        room_[length] = 0;
+        length_ = view.copy(room_, view.size());
+        ToStandardAlphabet(room_, length_);
+        while (length_ % 4)
+            room_[length_++] = '=';
+        room_[length_] = 0;
         usable_ = true;
     }
     // Decoded texts are secrets now and then.
-    ~NormalisedText() { Wipe(room_, sizeof(room_)); }
+    ~NormalisedText() { Wipe(room_, length_ * sizeof(WCHAR)); }
     NormalisedText(const NormalisedText&) = delete;
     NormalisedText& operator=(const NormalisedText&) = delete;
 
@@ -64,6 +64,7 @@ class NormalisedText {
 
   private:
     WCHAR room_[4096];
+    size_t length_ = 0;
     bool usable_ = false;
 };
 

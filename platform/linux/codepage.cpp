@@ -1,5 +1,8 @@
 #include <string.h>
 
+#include <algorithm>
+#include <type_traits>
+
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
 
@@ -23,6 +26,15 @@ LONG TestArguments(UINT codePage, const void* source, int sourceLength, const vo
     return ERROR_SUCCESS;
 }
 
+template <typename Unit>
+size_t AsciiRun(std::basic_string_view<Unit> text)
+{
+    size_t count = 0;
+    while (count < text.size() && static_cast<std::make_unsigned_t<Unit>>(text[count]) < 0x80)
+        count++;
+    return count;
+}
+
 // Converts code point by code point; without an output buffer it only counts.
 template <typename From, typename To, size_t kMaxUnits>
 int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char32_t, To*),
@@ -31,6 +43,19 @@ int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char
     size_t written = 0;
     const size_t room = static_cast<size_t>(outputSize);
     while (!source.empty()) {
+        // Most texts are ASCII, which is one unit on both sides.
+        const size_t ascii = AsciiRun(source);
+        if (ascii != 0) {
+            if (outputSize > 0) {
+                if (ascii > room - written)
+                    return FailConversion(ERROR_INSUFFICIENT_BUFFER);
+                std::transform(source.begin(), source.begin() + ascii, output + written,
+                               [](From unit) { return static_cast<To>(unit); });
+            }
+            written += ascii;
+            source.remove_prefix(ascii);
+            continue;
+        }
         const CodePoint point = take(&source);
         if (!point.valid && refuseInvalid)
             return FailConversion(ERROR_NO_UNICODE_TRANSLATION);

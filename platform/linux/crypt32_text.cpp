@@ -1,8 +1,4 @@
-#include <string.h>
-
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/linux/outcome.h"
 #include "platform/linux/win_crypt.h"
@@ -24,29 +20,36 @@ std::u16string_view LineEndOf(DWORD flags)
     return (flags & CRYPT_STRING_NOCR) != 0 ? u"\n" : u"\r\n";
 }
 
-void AppendQuantum(const BYTE* data, size_t count, std::u16string* text)
+// Writes the four characters of 1 to 3 bytes.
+void PutQuantum(const BYTE* data, size_t count, char16_t* out)
 {
     const unsigned bits = (static_cast<unsigned>(data[0]) << 16) |
                           (count > 1 ? static_cast<unsigned>(data[1]) << 8 : 0) |
                           (count > 2 ? static_cast<unsigned>(data[2]) : 0);
     for (unsigned i = 0; i < 4; i++)
-        *text += i <= count ? static_cast<char16_t>(kAlphabet[(bits >> (18 - 6 * i)) & 0x3F]) : u'=';
+        out[i] = i <= count ? static_cast<char16_t>(kAlphabet[(bits >> (18 - 6 * i)) & 0x3F]) : u'=';
 }
 
-std::u16string Encode(const BYTE* data, size_t size, std::u16string_view lineEnd)
+size_t EncodedLength(size_t size, std::u16string_view lineEnd)
 {
-    std::u16string text;
-    text.reserve(size / 3 * 4 + size / 48 * lineEnd.size() + 8);
+    const size_t chars = (size + 2) / 3 * 4;
+    return chars + (chars + kLineLength - 1) / kLineLength * lineEnd.size();
+}
+
+// Returns the place behind what it wrote: EncodedLength characters.
+char16_t* Encode(const BYTE* data, size_t size, std::u16string_view lineEnd, char16_t* out)
+{
     size_t inLine = 0;
     for (size_t done = 0; done < size; done += 3) {
-        AppendQuantum(data + done, size - done < 3 ? size - done : 3, &text);
+        PutQuantum(data + done, size - done < 3 ? size - done : 3, out);
+        out += 4;
         inLine += 4;
         if (inLine == kLineLength || done + 3 >= size) {
-            text += lineEnd;
+            out += lineEnd.copy(out, lineEnd.size());
             inLine = 0;
         }
     }
-    return text;
+    return out;
 }
 
 bool IsSpace(char16_t c)
@@ -54,36 +57,88 @@ bool IsSpace(char16_t c)
     return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
 }
 
-// The six bits of a character, or -1.
-int BitsOf(char16_t c)
+// The six bits of each character below 0x80, or -1.
+struct Values {
+    signed char of[0x80];
+};
+constexpr Values MakeValues()
 {
-    const char* found = c != 0 && c < 0x80 ? strchr(kAlphabet, static_cast<char>(c)) : nullptr;
-    return found == nullptr ? -1 : static_cast<int>(found - kAlphabet);
+    Values values = {};
+    for (signed char& value : values.of)
+        value = -1;
+    for (signed char i = 0; i < 64; i++)
+        values.of[static_cast<size_t>(kAlphabet[i])] = i;
+    return values;
+}
+constexpr Values kValues = MakeValues();
+
+// Where decoded bytes go: a buffer of `room` bytes, or nowhere; `size` counts them all.
+struct Sink {
+    BYTE* data;
+    size_t room;
+    size_t size;
+
+    void Put(unsigned byte)
+    {
+        if (data != nullptr && size < room)
+            data[size] = static_cast<BYTE>(byte);
+        size++;
+    }
+};
+
+int ValueOf(char16_t c)
+{
+    return c < 0x80 ? kValues.of[c] : -1;
+}
+
+// Decodes the quanta at the front that hold neither white space nor padding.
+void TakePlainQuanta(std::u16string_view* text, Sink* sink)
+{
+    size_t taken = 0;
+    for (; text->size() - taken >= 4; taken += 4) {
+        const char16_t* const c = text->data() + taken;
+        const int values[] = {ValueOf(c[0]), ValueOf(c[1]), ValueOf(c[2]), ValueOf(c[3])};
+        if ((values[0] | values[1] | values[2] | values[3]) < 0)
+            break;
+        const int bits = (values[0] << 18) | (values[1] << 12) | (values[2] << 6) | values[3];
+        sink->Put(static_cast<unsigned>(bits) >> 16);
+        sink->Put(static_cast<unsigned>(bits) >> 8);
+        sink->Put(static_cast<unsigned>(bits));
+    }
+    text->remove_prefix(taken);
 }
 
 // Whole quanta only: padding is required, and nothing but white space may follow it.
-bool Decode(std::u16string_view text, std::vector<BYTE>* data)
+bool Decode(std::u16string_view text, Sink* sink)
 {
     unsigned bits = 0;
     unsigned count = 0;
     unsigned padding = 0;
-    for (const char16_t c : text) {
-        if (IsSpace(c))
-            continue;
-        const int six = BitsOf(c);
-        if (c == u'=')
+    for (;;) {
+        if (count % 4 == 0 && padding == 0)
+            TakePlainQuanta(&text, sink);
+        if (text.empty())
+            return count % 4 == 0;
+        const char16_t c = text.front();
+        text.remove_prefix(1);
+        const int six = ValueOf(c);
+        if (six < 0) {
+            if (IsSpace(c))
+                continue;
+            if (c != u'=')
+                return false;
             padding++;
-        else if (six < 0 || padding > 0)
+        } else if (padding > 0) {
             return false;
+        }
         bits = (bits << 6) | (six < 0 ? 0u : static_cast<unsigned>(six));
         if (++count % 4 != 0)
             continue;
         if (padding > 2)
             return false;
         for (unsigned i = 0; i < 3 - padding; i++)
-            data->push_back(static_cast<BYTE>(bits >> (16 - 8 * i)));
+            sink->Put(bits >> (16 - 8 * i));
     }
-    return count % 4 == 0;
 }
 
 // The text between "-----BEGIN ...-----" and "-----END ...-----". *skipped: characters in front of the first.
@@ -104,7 +159,7 @@ bool FindArmoured(std::u16string_view text, std::u16string_view* inner, size_t* 
 }
 
 struct Decoded {
-    std::vector<BYTE> data;
+    Sink sink;
     size_t skipped = 0;
     DWORD format = CRYPT_STRING_BASE64;
 };
@@ -116,11 +171,11 @@ LONG DecodeAs(std::u16string_view text, DWORD format, Decoded* decoded)
     std::u16string_view inner;
     if (format != CRYPT_STRING_BASE64 && FindArmoured(text, &inner, &decoded->skipped)) {
         decoded->format = CRYPT_STRING_BASE64HEADER;
-        return Decode(inner, &decoded->data) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+        return Decode(inner, &decoded->sink) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
     }
     if (format == CRYPT_STRING_BASE64HEADER)
         return ERROR_INVALID_DATA;
-    return Decode(text, &decoded->data) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+    return Decode(text, &decoded->sink) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
 }
 
 }  // namespace
@@ -134,17 +189,21 @@ BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, 
         if (format != CRYPT_STRING_BASE64 && format != CRYPT_STRING_BASE64HEADER)
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view lineEnd = LineEndOf(flags);
-        std::u16string result = Encode(data, dataSize, lineEnd);
-        if (format == CRYPT_STRING_BASE64HEADER)
-            result = std::u16string(kHeaderBegin).append(lineEnd) + result.append(kHeaderEnd).append(lineEnd);
-        const DWORD needed = static_cast<DWORD>(result.size() + 1);
+        const bool armoured = format == CRYPT_STRING_BASE64HEADER;
+        const size_t frame = armoured ? kHeaderBegin.size() + kHeaderEnd.size() + 2 * lineEnd.size() : 0;
+        const DWORD needed = static_cast<DWORD>(EncodedLength(dataSize, lineEnd) + frame + 1);
         const DWORD room = *size;
         *size = needed;
         if (text == nullptr)
             return ERROR_SUCCESS;
         if (room < needed)
             return ERROR_MORE_DATA;
-        memcpy(text, result.c_str(), needed * sizeof(WCHAR));
+        const auto put = [](std::u16string_view piece, LPWSTR out) { return out + piece.copy(out, piece.size()); };
+        LPWSTR out = armoured ? put(lineEnd, put(kHeaderBegin, text)) : text;
+        out = Encode(data, dataSize, lineEnd, out);
+        if (armoured)
+            out = put(lineEnd, put(kHeaderEnd, out));
+        *out = 0;
         *size = needed - 1;
         return ERROR_SUCCESS;
     });
@@ -158,22 +217,21 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view view =
             textLength == 0 ? std::u16string_view(text) : std::u16string_view(text, textLength);
-        Decoded decoded;
-        const LONG error = DecodeAs(view, flags, &decoded);
+        // A buffer that may be too small is left alone until its size is known to do.
+        const bool fits = *size >= view.size() / 4 * 3;
+        Decoded decoded = {{fits ? data : nullptr, *size, 0}};
+        LONG error = DecodeAs(view, flags, &decoded);
+        if (error == ERROR_SUCCESS && !fits && data != nullptr && decoded.sink.size <= *size) {
+            decoded = {{data, *size, 0}};
+            error = DecodeAs(view, flags, &decoded);
+        }
         if (error != ERROR_SUCCESS)
             return error;
         if (skipped != nullptr)
             *skipped = static_cast<DWORD>(decoded.skipped);
         if (usedFlags != nullptr)
             *usedFlags = decoded.format;
-        const DWORD room = *size;
-        *size = static_cast<DWORD>(decoded.data.size());
-        if (data == nullptr)
-            return ERROR_SUCCESS;
-        if (room < *size)
-            return ERROR_MORE_DATA;
-        if (!decoded.data.empty())
-            memcpy(data, decoded.data.data(), decoded.data.size());
-        return ERROR_SUCCESS;
+        *size = static_cast<DWORD>(decoded.sink.size);
+        return data != nullptr && decoded.sink.size > decoded.sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
     });
 }

@@ -1,5 +1,6 @@
 #include "platform/linux/handles.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include "platform/linux/outcome.h"
@@ -66,16 +67,20 @@ ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
     return ObjectRef<KernelObject>(slot->object);
 }
 
+ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds)
+{
+    const std::lock_guard<std::mutex> hold(slotsMutex);
+    Slot* slot = SlotOf(handle);
+    if (slot == nullptr || std::find(kinds.begin(), kinds.end(), slot->object->kind()) == kinds.end()) {
+        Fail(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    ObjectRef<KernelObject> retired(slot->object);
+    slot->object = nullptr;
+    return retired;
+}
+
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
-    ObjectRef<KernelObject> closed;
-    {
-        const std::lock_guard<std::mutex> hold(slotsMutex);
-        Slot* slot = SlotOf(handle);
-        if (slot == nullptr)
-            return Fail(ERROR_INVALID_HANDLE);
-        closed.reset(slot->object);
-        slot->object = nullptr;
-    }
-    return TRUE;
+    return RetireHandle(handle, {KernelObject::Kind::semaphore, KernelObject::Kind::file}) != nullptr;
 }

@@ -3,13 +3,14 @@
 #pragma once
 
 #include <atomic>
+#include <initializer_list>
 #include <memory>
 
 #include "platform/linux/win_types.h"
 
 class KernelObject {
   public:
-    enum class Kind { semaphore, file };
+    enum class Kind { semaphore, file, keyStorageProvider, softwareKey };
 
     explicit KernelObject(Kind kind) : kind_(kind) {}
     virtual ~KernelObject() = default;
@@ -40,6 +41,9 @@ HANDLE PublishHandle(ObjectRef<KernelObject> object);
 
 // The object behind a handle, or NULL with ERROR_INVALID_HANDLE when it is closed, foreign or of another kind.
 ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind);
+
+// Takes back a handle of one of these kinds. What it led to, or NULL with ERROR_INVALID_HANDLE.
+ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds);
 
 template <typename T>
 ObjectRef<T> FindObject(HANDLE handle)

@@ -1,0 +1,42 @@
+// A certificate in memory: its DER bytes and the CERT_INFO that leads into them.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/linux/win_certificates.h"
+#include "platform/linux/x509_parts.h"
+
+constexpr size_t kSha1Size = 20;
+
+class Certificate {
+  public:
+    Certificate() = default;
+    Certificate(const Certificate&) = delete;
+    Certificate& operator=(const Certificate&) = delete;
+
+    // Takes a copy of the certificate at the front of `encoded`. CRYPT_E_ASN1_... when there is none; the certificate
+    // is then of no use.
+    LONG Parse(std::string_view encoded);
+
+    std::string_view der() const { return der_; }
+    BYTE* data() { return reinterpret_cast<BYTE*>(der_.data()); }
+    PCERT_INFO info() { return &info_; }
+
+  private:
+    void ReadInfo(DerReader* toBeSigned);
+    void ReadExtensions(DerReader* extensions);
+    LPSTR Keep(std::string text);
+    CRYPT_ALGORITHM_IDENTIFIER AlgorithmOf(const AlgorithmParts& parts);
+
+    std::string der_;
+    CERT_INFO info_ = {};
+    // What the structure points to beside the DER bytes. A deque's members stay where they are.
+    std::deque<std::string> texts_;
+    std::vector<CERT_EXTENSION> extensions_;
+};
+
+// kSha1Size bytes.
+std::string Sha1Of(std::string_view bytes);

@@ -1,0 +1,58 @@
+// What a PCCERT_CONTEXT leads to. Counted; it holds a reference to its store.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/certificate.h"
+#include "platform/linux/certificate_store.h"
+
+// The file names that an enumeration goes through, shared by the contexts that it gives.
+using StoreListing = std::shared_ptr<const std::vector<std::string>>;
+
+class CertificateContext : public CERT_CONTEXT {
+  public:
+    static CertificateContext* From(PCCERT_CONTEXT context)
+    {
+        return static_cast<CertificateContext*>(const_cast<CERT_CONTEXT*>(context));
+    }
+
+    // NULL with *error when `encoded` begins with no certificate. store: NULL, or the store that it stands in.
+    static std::unique_ptr<CertificateContext> Make(DWORD encodingType, std::string_view encoded,
+                                                    CertificateStore* store, LONG* error);
+
+    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
+    void DropReference();
+
+    CertificateStore* store() const { return store_.get(); }
+    const std::string& sha1() const { return sha1_; }
+    std::string FileName() const { return CertificateStore::FileNameOf(sha1_); }
+
+    std::optional<KeyProviderInfo> keyProvider() const;
+    // In memory alone, or in the store as well.
+    void KeepKeyProvider(std::optional<KeyProviderInfo> info);
+    LONG StoreKeyProvider(std::optional<KeyProviderInfo> info);
+
+    // Where an enumeration stands that gave this context.
+    StoreListing listing;
+    size_t position = 0;
+
+  private:
+    CertificateContext() : CERT_CONTEXT{} {}
+
+    std::atomic<int> references_{1};
+    Certificate certificate_;
+    std::string sha1_;
+    StoreRef store_;
+    mutable std::mutex mutex_;
+    std::optional<KeyProviderInfo> keyProvider_;
+};
+
+struct ContextReferenceDropper {
+    void operator()(CertificateContext* context) const { context->DropReference(); }
+};
+using ContextRef = std::unique_ptr<CertificateContext, ContextReferenceDropper>;

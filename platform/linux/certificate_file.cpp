@@ -1,0 +1,197 @@
+#include "platform/linux/certificate_file.h"
+
+#include <limits.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+
+#include <memory>
+#include <new>
+
+#include "platform/linux/openssl_errors.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
+constexpr std::string_view kFieldPrefix = "KeyProvInfo.";
+constexpr std::string_view kFieldEnd = ": ";
+constexpr const char* kPemName = "CERTIFICATE";
+
+struct TextField {
+    std::string_view name;
+    std::u16string KeyProviderInfo::*member;
+};
+constexpr TextField kTextFields[] = {
+    {"ContainerName", &KeyProviderInfo::containerName},
+    {"ProvName", &KeyProviderInfo::providerName},
+};
+
+struct NumberField {
+    std::string_view name;
+    DWORD KeyProviderInfo::*member;
+};
+constexpr NumberField kNumberFields[] = {
+    {"ProvType", &KeyProviderInfo::providerType},
+    {"Flags", &KeyProviderInfo::flags},
+    {"KeySpec", &KeyProviderInfo::keySpec},
+};
+
+struct BioFreer {
+    void operator()(BIO* bio) const { BIO_free(bio); }
+};
+using BioPointer = std::unique_ptr<BIO, BioFreer>;
+
+struct OpensslFreer {
+    void operator()(void* block) const { OPENSSL_free(block); }
+};
+template <typename T>
+using OpensslBlock = std::unique_ptr<T, OpensslFreer>;
+
+std::string Escaped(const std::u16string& text)
+{
+    std::string escaped;
+    for (const char c : ToUtf8(text)) {
+        if (c == '\\')
+            escaped += "\\\\";
+        else if (c == '\n')
+            escaped += "\\n";
+        else if (c == '\r')
+            escaped += "\\r";
+        else
+            escaped += c;
+    }
+    return escaped;
+}
+
+std::u16string Unescaped(std::string_view text)
+{
+    std::string plain;
+    for (size_t i = 0; i < text.size(); i++) {
+        const char next = text[i] == '\\' && i + 1 < text.size() ? text[i + 1] : '\0';
+        const bool isEscape = next == '\\' || next == 'n' || next == 'r';
+        if (isEscape)
+            i++;
+        plain += !isEscape ? text[i] : next == 'n' ? '\n' : next == 'r' ? '\r' : '\\';
+    }
+    return ToUtf16(plain);
+}
+
+bool ReadNumber(std::string_view text, DWORD* number)
+{
+    unsigned long long value = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9')
+            return false;
+        value = value * 10 + static_cast<unsigned>(c - '0');
+        if (value > UINT32_MAX)
+            return false;
+    }
+    *number = static_cast<DWORD>(value);
+    return !text.empty();
+}
+
+// The text behind `KeyProvInfo.NAME: `.
+bool IsField(std::string_view line, std::string_view name, std::string_view* text)
+{
+    const size_t start = kFieldPrefix.size() + name.size() + kFieldEnd.size();
+    if (line.substr(0, kFieldPrefix.size()) != kFieldPrefix || line.substr(kFieldPrefix.size(), name.size()) != name ||
+        line.size() < start || line.substr(start - kFieldEnd.size(), kFieldEnd.size()) != kFieldEnd)
+        return false;
+    *text = line.substr(start);
+    return true;
+}
+
+// False when the line is a damaged field.
+bool ReadLine(std::string_view line, std::optional<KeyProviderInfo>* info)
+{
+    if (line.substr(0, kFieldPrefix.size()) != kFieldPrefix)
+        return true;
+    if (!info->has_value())
+        info->emplace();
+    std::string_view text;
+    for (const TextField& field : kTextFields) {
+        if (IsField(line, field.name, &text))
+            (**info).*field.member = Unescaped(text);
+    }
+    for (const NumberField& field : kNumberFields) {
+        if (IsField(line, field.name, &text) && !ReadNumber(text, &((**info).*field.member)))
+            return false;
+    }
+    return true;
+}
+
+// Takes a line with its end, LF or CR LF, off the text.
+std::string_view TakeLine(std::string_view* text)
+{
+    const size_t end = text->find('\n');
+    std::string_view line = text->substr(0, end);
+    text->remove_prefix(end == text->npos ? text->size() : end + 1);
+    if (!line.empty() && line.back() == '\r')
+        line.remove_suffix(1);
+    return line;
+}
+
+// `pem` begins with the first line of the block.
+bool ReadPem(std::string_view pem, std::string* der)
+{
+    if (pem.size() > INT_MAX)
+        return false;
+    const BioPointer bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    if (bio == nullptr)
+        throw std::bad_alloc();
+    char* name = nullptr;
+    char* header = nullptr;
+    BYTE* data = nullptr;
+    long size = 0;
+    const QuietOpenssl quiet;
+    const bool done = PEM_read_bio(bio.get(), &name, &header, &data, &size) == 1;
+    const OpensslBlock<char> nameBlock(name);
+    const OpensslBlock<char> headerBlock(header);
+    const OpensslBlock<BYTE> dataBlock(data);
+    if (!done || std::string_view(name) != kPemName || *header != '\0')
+        return false;
+    der->assign(reinterpret_cast<char*>(data), static_cast<size_t>(size));
+    return true;
+}
+
+std::string MakePem(std::string_view der)
+{
+    const BioPointer bio(BIO_new(BIO_s_mem()));
+    char* text = nullptr;
+    if (bio == nullptr || PEM_write_bio(bio.get(), kPemName, "", reinterpret_cast<const BYTE*>(der.data()),
+                                        static_cast<long>(der.size())) <= 0)
+        throw std::bad_alloc();
+    const long size = BIO_get_mem_data(bio.get(), &text);
+    return std::string(text, static_cast<size_t>(size));
+}
+
+}  // namespace
+
+bool ParseCertificateFile(std::string_view content, CertificateRecord* certificate)
+{
+    while (!content.empty()) {
+        const std::string_view rest = content;
+        const std::string_view line = TakeLine(&content);
+        if (line == kBegin)
+            return ReadPem(rest, &certificate->der);
+        if (!ReadLine(line, &certificate->keyProvider))
+            return false;
+    }
+    return false;
+}
+
+std::string FormatCertificateFile(const CertificateRecord& certificate)
+{
+    std::string content;
+    const auto addField = [&content](std::string_view name, const std::string& text) {
+        content.append(kFieldPrefix).append(name).append(kFieldEnd).append(text) += '\n';
+    };
+    if (certificate.keyProvider.has_value()) {
+        const KeyProviderInfo& info = *certificate.keyProvider;
+        for (const TextField& field : kTextFields)
+            addField(field.name, Escaped(info.*field.member));
+        for (const NumberField& field : kNumberFields)
+            addField(field.name, std::to_string(info.*field.member));
+    }
+    return content + MakePem(certificate.der);
+}

@@ -1,0 +1,118 @@
+#include "platform/linux/certificate_store.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "platform/linux/certificate.h"
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
+
+namespace {
+
+constexpr size_t kMaxFileSize = 1 << 20;
+constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+constexpr std::string_view kSuffix = ".pem";
+
+bool IsCertificateName(std::string_view name)
+{
+    const size_t stem = 2 * kSha1Size;
+    return name.size() == stem + kSuffix.size() && name.substr(stem) == kSuffix &&
+           name.substr(0, stem).find_first_not_of(kHexDigits) == name.npos;
+}
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
+int CertificateStore::DropReference()
+{
+    const int left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (left == 0)
+        delete this;
+    return left;
+}
+
+LONG CertificateStore::List(std::vector<std::string>* names) const
+{
+    for (const auto& entry : memory_)
+        names->push_back(entry.first);
+    if (directory_.empty())
+        return ERROR_SUCCESS;
+    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    if (directory == nullptr)
+        return errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
+    errno = 0;
+    while (const dirent* entry = readdir(directory.get())) {
+        if (IsCertificateName(entry->d_name))
+            names->push_back(entry->d_name);
+        errno = 0;
+    }
+    std::sort(names->begin(), names->end());
+    return ErrorFromErrno(errno);
+}
+
+LONG CertificateStore::Load(const std::string& name, CertificateRecord* certificate) const
+{
+    if (directory_.empty()) {
+        const auto found = memory_.find(name);
+        if (found == memory_.end())
+            return ERROR_FILE_NOT_FOUND;
+        *certificate = found->second;
+        return ERROR_SUCCESS;
+    }
+    std::string content;
+    const LONG error = ReadWholeFile(PathOf(name), kMaxFileSize, &content);
+    if (error == ERROR_FILE_TOO_LARGE)
+        return ERROR_INVALID_DATA;
+    if (error != ERROR_SUCCESS)
+        return error;
+    const bool good = ParseCertificateFile(content, certificate) && FileNameOf(Sha1Of(certificate->der)) == name;
+    return good ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+}
+
+LONG CertificateStore::Rewrite(const std::string& name, const Change& change)
+{
+    if (readOnly_)
+        return E_ACCESSDENIED;
+    // The lock stands beside the directory, which holds nothing but certificates.
+    StoreLock lock;
+    LONG error = lock.Acquire(directory_);
+    if (error == ERROR_SUCCESS)
+        error = MakeDirectories(directory_);
+    if (error != ERROR_SUCCESS)
+        return error;
+    CertificateRecord certificate;
+    const LONG loaded = Load(name, &certificate);
+    bool changed = false;
+    error = change(loaded, &certificate, &changed);
+    if (error != ERROR_SUCCESS || !changed)
+        return error;
+    return ReplaceFile(PathOf(name), FormatCertificateFile(certificate));
+}
+
+LONG CertificateStore::Remove(const std::string& name)
+{
+    if (readOnly_)
+        return E_ACCESSDENIED;
+    StoreLock lock;
+    const LONG error = lock.Acquire(directory_);
+    if (error != ERROR_SUCCESS)
+        return error;
+    return unlink(PathOf(name).c_str()) == 0 || errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
+}
+
+std::string CertificateStore::FileNameOf(const std::string& sha1)
+{
+    std::string name;
+    for (const char byte : sha1) {
+        name += kHexDigits[static_cast<BYTE>(byte) >> 4];
+        name += kHexDigits[static_cast<BYTE>(byte) & 0xF];
+    }
+    return name.append(kSuffix);
+}

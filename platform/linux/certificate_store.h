@@ -1,0 +1,62 @@
+// A certificate store: a directory with a file a certificate, named after the SHA-1 hash of its DER bytes, or the same
+// in memory. Counted: its handle holds one reference and each context that came from it another.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/certificate_file.h"
+#include "platform/linux/win_types.h"
+
+class CertificateStore {
+  public:
+    CertificateStore(std::string directory, bool readOnly) : directory_(std::move(directory)), readOnly_(readOnly) {}
+    // In memory, for reading; by file name.
+    explicit CertificateStore(std::map<std::string, CertificateRecord> memory)
+        : memory_(std::move(memory)), readOnly_(true)
+    {
+    }
+    CertificateStore(const CertificateStore&) = delete;
+    CertificateStore& operator=(const CertificateStore&) = delete;
+
+    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
+    // How many are left. At 0 the store is gone.
+    int DropReference();
+
+    bool IsReadOnly() const { return readOnly_; }
+
+    // The names of its files in order; damaged ones may be among them.
+    LONG List(std::vector<std::string>* names) const;
+
+    // ERROR_FILE_NOT_FOUND; ERROR_INVALID_DATA: the file is damaged.
+    LONG Load(const std::string& name, CertificateRecord* certificate) const;
+
+    // Changes a file while no other process does. `change` gets what Load says and has, and what it leaves in
+    // *certificate is written if it sets *changed. Any answer but ERROR_SUCCESS is the result, and nothing is written.
+    // E_ACCESSDENIED: the store is for reading.
+    using Change = std::function<LONG(LONG loaded, CertificateRecord* certificate, bool* changed)>;
+    LONG Rewrite(const std::string& name, const Change& change);
+
+    // A file that is gone already is no failure.
+    LONG Remove(const std::string& name);
+
+    static std::string FileNameOf(const std::string& sha1);
+
+  private:
+    ~CertificateStore() = default;
+    std::string PathOf(const std::string& name) const { return directory_ + "/" + name; }
+
+    std::atomic<int> references_{1};
+    const std::string directory_;  // empty for a store in memory
+    const std::map<std::string, CertificateRecord> memory_;
+    const bool readOnly_;
+};
+
+struct StoreReferenceDropper {
+    void operator()(CertificateStore* store) const { store->DropReference(); }
+};
+using StoreRef = std::unique_ptr<CertificateStore, StoreReferenceDropper>;

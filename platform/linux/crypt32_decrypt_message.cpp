@@ -1,0 +1,183 @@
+// CryptDecryptMessage: OpenSSL opens the message with the key of the container that the certificate names.
+#include <limits.h>
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/der.h"
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/text.h"
+#include "platform/linux/two_call.h"
+#include "platform/linux/win_private_keys.h"
+
+namespace {
+
+constexpr size_t kLargestKeyFile = 64 * 1024;
+
+template <typename T, void (*free)(T*)>
+struct Freer {
+    void operator()(T* object) const { free(object); }
+};
+void FreeBio(BIO* bio)
+{
+    BIO_free(bio);
+}
+using MessagePointer = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo, CMS_ContentInfo_free>>;
+using CertificatePointer = std::unique_ptr<X509, Freer<X509, X509_free>>;
+using KeyPointer = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY, EVP_PKEY_free>>;
+using BioPointer = std::unique_ptr<BIO, Freer<BIO, FreeBio>>;
+
+// Walks the certificates of a store; the one at hand goes back with the walk.
+class StoreWalk {
+  public:
+    explicit StoreWalk(HCERTSTORE store) : store_(store) {}
+    ~StoreWalk() { CertFreeCertificateContext(context_); }
+    StoreWalk(const StoreWalk&) = delete;
+    StoreWalk& operator=(const StoreWalk&) = delete;
+
+    PCCERT_CONTEXT Next() { return context_ = CertEnumCertificatesInStore(store_, context_); }
+
+  private:
+    HCERTSTORE store_;
+    PCCERT_CONTEXT context_ = nullptr;
+};
+
+MessagePointer ReadMessage(const BYTE* encrypted, DWORD size)
+{
+    const BYTE* at = encrypted;
+    MessagePointer message(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(size)));
+    return message && OBJ_obj2nid(CMS_get0_type(message.get())) == NID_pkcs7_enveloped ? std::move(message) : nullptr;
+}
+
+bool IsRecipient(CMS_ContentInfo* message, X509* certificate)
+{
+    STACK_OF(CMS_RecipientInfo)* const recipients = CMS_get0_RecipientInfos(message);
+    for (int i = 0; i < sk_CMS_RecipientInfo_num(recipients); i++) {
+        CMS_RecipientInfo* const recipient = sk_CMS_RecipientInfo_value(recipients, i);
+        if (CMS_RecipientInfo_type(recipient) == CMS_RECIPINFO_TRANS &&
+            CMS_RecipientInfo_ktri_cert_cmp(recipient, certificate) == 0)
+            return true;
+    }
+    return false;
+}
+
+// False when the certificate names no container. A name stands for a file of its own folder and for no other.
+bool ContainerFile(PCCERT_CONTEXT context, std::string* path)
+{
+    DWORD size = 0;
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size))
+        return false;
+    // As words, for the alignment.
+    std::vector<uint64_t> room(size / sizeof(uint64_t) + 1);
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, room.data(), &size))
+        return false;
+    const auto* const info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room.data());
+    const std::string name = ToUtf8(ViewOf(info->pwszContainerName));
+    if (name.empty() || name[0] == '.' || name.find_first_of("/\\") != std::string::npos)
+        return false;
+    const bool machine = (info->dwFlags & CRYPT_MACHINE_KEYSET) != 0;
+    *path = (machine ? RootDirectory() : UserDirectory()) + "/keycontainers/" + name + ".pem";
+    return true;
+}
+
+// Asks nobody: an encrypted key cannot be read.
+int NoPassword(char*, int, int, void*)
+{
+    return -1;
+}
+
+KeyPointer ReadContainer(const std::string& path)
+{
+    std::string content;
+    KeyPointer key;
+    if (ReadWholeFile(path, kLargestKeyFile, &content) == ERROR_SUCCESS) {
+        const BioPointer file(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+        key.reset(file ? PEM_read_bio_PrivateKey(file.get(), nullptr, NoPassword, nullptr) : nullptr);
+    }
+    SecureZeroMemory(content.data(), content.size());
+    return key;
+}
+
+// What OpenSSL's last errors are to a caller: a cipher that it does not have, or a message that is not in order.
+LONG CipherError()
+{
+    while (const unsigned long error = ERR_get_error()) {
+        const int reason = ERR_GET_REASON(error);
+        if (reason == ERR_R_UNSUPPORTED ||
+            (ERR_GET_LIB(error) == ERR_LIB_CMS &&
+             (reason == CMS_R_UNKNOWN_CIPHER || reason == CMS_R_UNSUPPORTED_CONTENT_ENCRYPTION_ALGORITHM)))
+            return NTE_BAD_ALGID;
+    }
+    return NTE_BAD_DATA;
+}
+
+// *plain is wiped when it goes.
+LONG OpenMessage(CMS_ContentInfo* message, EVP_PKEY* key, X509* certificate, BIO* plain)
+{
+    ERR_clear_error();
+    const bool opened = CMS_decrypt(message, key, certificate, nullptr, plain, CMS_BINARY) == 1;
+    const LONG error = opened ? static_cast<LONG>(ERROR_SUCCESS) : CipherError();
+    ERR_clear_error();
+    return error;
+}
+
+// The message's content for one certificate; CRYPT_E_NO_DECRYPT_CERT when it is not for this one.
+LONG OpenFor(PCCERT_CONTEXT context, CMS_ContentInfo* message, BIO* plain)
+{
+    const BYTE* at = context->pbCertEncoded;
+    const CertificatePointer certificate(d2i_X509(nullptr, &at, static_cast<long>(context->cbCertEncoded)));
+    std::string path;
+    if (!certificate || !IsRecipient(message, certificate.get()) || !ContainerFile(context, &path))
+        return CRYPT_E_NO_DECRYPT_CERT;
+    const KeyPointer key = ReadContainer(path);
+    if (!key)
+        return NTE_BAD_KEYSET;
+    return OpenMessage(message, key.get(), certificate.get(), plain);
+}
+
+LONG OpenFromStores(const CRYPT_DECRYPT_MESSAGE_PARA& para, CMS_ContentInfo* message, BIO* plain)
+{
+    for (DWORD i = 0; i < para.cCertStore; i++) {
+        StoreWalk walk(para.rghCertStore[i]);
+        while (const PCCERT_CONTEXT context = walk.Next()) {
+            const LONG error = OpenFor(context, message, plain);
+            if (error != CRYPT_E_NO_DECRYPT_CERT)
+                return error;
+        }
+    }
+    return CRYPT_E_NO_DECRYPT_CERT;
+}
+
+}  // namespace
+
+BOOL WINAPI CryptDecryptMessage(PCRYPT_DECRYPT_MESSAGE_PARA para, const BYTE* encrypted, DWORD encryptedSize,
+                                BYTE* decrypted, DWORD* size, PCCERT_CONTEXT* recipient)
+{
+    if (!para || para->cbSize != sizeof *para || (para->cCertStore != 0 && !para->rghCertStore) || !encrypted || !size)
+        return Fail(E_INVALIDARG);
+    if ((para->dwMsgAndCertEncodingType & PKCS_7_ASN_ENCODING) == 0 || encryptedSize > INT_MAX)
+        return Fail(E_INVALIDARG);
+    if (recipient)
+        return Fail(ERROR_NOT_SUPPORTED);
+    return Succeeds([&]() -> LONG {
+        const MessagePointer message = ReadMessage(encrypted, encryptedSize);
+        ERR_clear_error();
+        if (!message)
+            return NTE_BAD_DATA;
+        const BioPointer plain(BIO_new(BIO_s_mem()));
+        if (!plain)
+            return ERROR_NOT_ENOUGH_MEMORY;
+        const LONG error = OpenFromStores(*para, message.get(), plain.get());
+        if (error != ERROR_SUCCESS)
+            return error;
+        char* bytes = nullptr;
+        const long length = BIO_get_mem_data(plain.get(), &bytes);
+        return GiveOut(std::string_view(bytes, static_cast<size_t>(length)), decrypted, size);
+    });
+}

@@ -1,0 +1,197 @@
+// CertNameToStrW: the text of a name.
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/linux/name_attributes.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
+#include "platform/linux/win_certificates.h"
+#include "platform/linux/x509_parts.h"
+
+namespace {
+
+constexpr DWORD kTypeMask = 0xFFFF;
+constexpr std::u16string_view kQuoted = u",+=\"\n<>#;";
+constexpr std::u16string_view kBlanks = u" \t\r\n";
+
+std::u16string FromLatin1(std::string_view bytes)
+{
+    std::u16string text;
+    for (const char byte : bytes)
+        text += static_cast<BYTE>(byte);
+    return text;
+}
+
+// Big-endian units of 2 or 4 bytes. False when they do not come out even or are no code points.
+template <size_t kUnitSize>
+bool FromUnits(std::string_view bytes, std::u16string* text)
+{
+    if (bytes.size() % kUnitSize != 0)
+        return false;
+    for (size_t i = 0; i < bytes.size(); i += kUnitSize) {
+        uint32_t value = 0;
+        for (size_t j = 0; j < kUnitSize; j++)
+            value = (value << 8) | static_cast<BYTE>(bytes[i + j]);
+        if (value > 0x10FFFF)
+            return false;
+        char16_t units[2];
+        // A surrogate in a BMPString stays what it is.
+        text->append(units, PutUtf16(static_cast<char32_t>(value), units));
+    }
+    return true;
+}
+
+std::u16string HexOf(std::string_view bytes)
+{
+    constexpr char16_t kDigits[] = u"0123456789ABCDEF";
+    std::u16string text = u"#";
+    for (const char byte : bytes) {
+        text += kDigits[static_cast<BYTE>(byte) >> 4];
+        text += kDigits[static_cast<BYTE>(byte) & 0xF];
+    }
+    return text;
+}
+
+// False when the value is no text.
+bool ReadValue(const DerElement& value, DWORD strType, std::u16string* text)
+{
+    switch (value.tag) {
+        case kDerUtf8String:
+            *text = ToUtf16(value.content);
+            return true;
+        case kDerT61String:
+            // Long used for UTF-8, and so read as such when it is.
+            if ((strType & CERT_NAME_STR_DISABLE_IE4_UTF8_FLAG) == 0 && ToUtf16Strict(value.content, text))
+                return true;
+            *text = FromLatin1(value.content);
+            return true;
+        case kDerNumericString:
+        case kDerPrintableString:
+        case kDerVideotexString:
+        case kDerIa5String:
+        case kDerGraphicString:
+        case kDerVisibleString:
+        case kDerGeneralString:
+            *text = FromLatin1(value.content);
+            return true;
+        case kDerBmpString:
+            return FromUnits<2>(value.content, text);
+        case kDerUniversalString:
+            return FromUnits<4>(value.content, text);
+        default:
+            return false;
+    }
+}
+
+bool NeedsQuotes(const std::u16string& value)
+{
+    return value.empty() || value.find_first_of(kQuoted) != value.npos || kBlanks.find(value.front()) != kBlanks.npos ||
+           kBlanks.find(value.back()) != kBlanks.npos;
+}
+
+std::u16string Quoted(const std::u16string& value)
+{
+    std::u16string text = u"\"";
+    for (const char16_t unit : value)
+        text.append(unit == u'"' ? 2 : 1, unit);
+    return text += u'"';
+}
+
+std::u16string ValueText(const DerElement& value, DWORD strType)
+{
+    std::u16string text;
+    if (!ReadValue(value, strType, &text))
+        return HexOf(value.tag == kDerOctetString ? value.content : value.whole);
+    const bool quotes = (strType & CERT_NAME_STR_NO_QUOTING_FLAG) == 0 && NeedsQuotes(text);
+    return quotes ? Quoted(text) : text;
+}
+
+// With the equals sign.
+std::u16string KeyText(const std::string& objectId, DWORD strType)
+{
+    switch (strType & kTypeMask) {
+        case CERT_OID_NAME_STR:
+            return ToUtf16(objectId) + u"=";
+        case CERT_X500_NAME_STR: {
+            const NameAttribute* known = FindAttributeById(objectId);
+            return known == nullptr ? u"OID." + ToUtf16(objectId) + u"=" : std::u16string(known->key) + u"=";
+        }
+        default:
+            return u"";
+    }
+}
+
+std::u16string RelativeNameText(DerReader* set, DWORD strType)
+{
+    const std::u16string_view divider = (strType & CERT_NAME_STR_NO_PLUS_FLAG) != 0 ? u" " : u" + ";
+    std::u16string text;
+    while (!set->AtEnd()) {
+        DerReader attribute = set->Inside(set->Take(kDerSequence));
+        const std::string objectId = TakeObjectId(&attribute);
+        const DerElement value = attribute.TakeAny();
+        if (!text.empty())
+            text += divider;
+        text += KeyText(objectId, strType) + ValueText(value, strType);
+    }
+    return text;
+}
+
+std::u16string_view DividerOf(DWORD strType)
+{
+    if ((strType & CERT_NAME_STR_SEMICOLON_FLAG) != 0)
+        return u"; ";
+    return (strType & CERT_NAME_STR_CRLF_FLAG) != 0 ? u"\r\n" : u", ";
+}
+
+LONG WholeNameText(const CERT_NAME_BLOB& name, DWORD strType, std::u16string* text)
+{
+    LONG error = ERROR_SUCCESS;
+    DerReader outer(BytesOf(name.pbData, name.cbData), &error);
+    DerReader sequence = outer.Inside(outer.Take(kDerSequence));
+    std::vector<std::u16string> parts;
+    while (!sequence.AtEnd()) {
+        DerReader set = sequence.Inside(sequence.Take(kDerSet));
+        parts.push_back(RelativeNameText(&set, strType));
+    }
+    if (error != ERROR_SUCCESS)
+        return error;
+    if ((strType & CERT_NAME_STR_REVERSE_FLAG) != 0)
+        std::reverse(parts.begin(), parts.end());
+    for (const std::u16string& part : parts) {
+        if (&part != &parts.front())
+            *text += DividerOf(strType);
+        *text += part;
+    }
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD WINAPI CertNameToStrW(DWORD, PCERT_NAME_BLOB name, DWORD strType, LPWSTR text, DWORD room)
+{
+    DWORD count = 1;
+    if (text != nullptr && room > 0)
+        text[0] = 0;
+    Succeeds([&]() -> LONG {
+        const DWORD type = strType & kTypeMask;
+        if (name == nullptr || type < CERT_SIMPLE_NAME_STR || type > CERT_X500_NAME_STR)
+            return E_INVALIDARG;
+        std::u16string whole;
+        const LONG error = WholeNameText(*name, strType, &whole);
+        if (error != ERROR_SUCCESS)
+            return error;
+        size_t length = whole.size();
+        if (text != nullptr && room > 0) {
+            length = std::min<size_t>(length, room - 1);
+            memcpy(text, whole.data(), length * sizeof(WCHAR));
+            text[length] = 0;
+        }
+        count = static_cast<DWORD>(length + 1);
+        return ERROR_SUCCESS;
+    });
+    return count;
+}

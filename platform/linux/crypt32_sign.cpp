@@ -1,0 +1,201 @@
+// CryptSignAndEncodeCertificate: the DER form of a CERT_INFO, and its signature.
+#include <string.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/object_identifier.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/software_key.h"
+#include "platform/linux/two_call.h"
+#include "platform/linux/win_certificates.h"
+#include "platform/linux/x509_parts.h"
+
+namespace {
+
+struct SignatureAlgorithm {
+    const char* objectId;
+    const char* digestName;
+};
+constexpr SignatureAlgorithm kSignatureAlgorithms[] = {
+    {szOID_RSA_SHA1RSA, "SHA1"},
+    {szOID_RSA_SHA256RSA, "SHA256"},
+    {"1.2.840.113549.1.1.12", "SHA384"},
+    {"1.2.840.113549.1.1.13", "SHA512"},
+};
+
+// Their parameters are left out when empty. All other algorithms get NULL then.
+constexpr const char* kWithoutParameters[] = {
+    "1.2.840.10040.4.1",   "1.2.840.10040.4.3",   "1.2.840.10045.2.1",   "1.2.840.10045.4.1",
+    "1.2.840.10045.4.3.2", "1.2.840.10045.4.3.3", "1.2.840.10045.4.3.4",
+};
+constexpr std::string_view kNull("\x05\x00", 2);
+constexpr std::string_view kEmptyName("\x30\x00", 2);
+
+std::string_view ViewOf(const CRYPT_INTEGER_BLOB& blob)
+{
+    return BytesOf(blob.pbData, blob.cbData);
+}
+
+const char* DigestOf(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
+{
+    if (algorithm.pszObjId == nullptr)
+        return nullptr;
+    const auto found =
+        std::find_if(std::begin(kSignatureAlgorithms), std::end(kSignatureAlgorithms),
+                     [&](const SignatureAlgorithm& row) { return strcmp(row.objectId, algorithm.pszObjId) == 0; });
+    return found == std::end(kSignatureAlgorithms) ? nullptr : found->digestName;
+}
+
+// Adds elements to a sequence; a part that cannot be written makes the whole of it invalid.
+class DerSequence {
+  public:
+    bool valid() const { return valid_; }
+    std::string Made() const { return MakeDer(kDerSequence, content_); }
+
+    void Add(std::string_view element)
+    {
+        valid_ = valid_ && !element.empty();
+        content_.append(element);
+    }
+    void Add(const DerSequence& inner)
+    {
+        valid_ = valid_ && inner.valid_;
+        Add(inner.Made());
+    }
+    void AddObjectId(const char* text)
+    {
+        std::string content;
+        valid_ = valid_ && text != nullptr && ObjectIdFromText(text, &content);
+        Add(MakeDer(kDerObjectId, content));
+    }
+
+  private:
+    std::string content_;
+    bool valid_ = true;
+};
+
+DerSequence MakeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
+{
+    DerSequence made;
+    made.AddObjectId(algorithm.pszObjId);
+    const bool staysEmpty =
+        algorithm.pszObjId != nullptr &&
+        std::any_of(std::begin(kWithoutParameters), std::end(kWithoutParameters),
+                    [&](const char* objectId) { return strcmp(objectId, algorithm.pszObjId) == 0; });
+    if (algorithm.Parameters.cbData != 0)
+        made.Add(ViewOf(algorithm.Parameters));
+    else if (!staysEmpty)
+        made.Add(kNull);
+    return made;
+}
+
+// The shortest two's complement form of a number that begins with its least significant byte.
+std::string MakeInteger(std::string_view littleEndian)
+{
+    std::string content = Reversed(littleEndian);
+    const auto isRedundant = [&content] {
+        const bool nextNegative = (static_cast<BYTE>(content[1]) & 0x80) != 0;
+        return content[0] == (nextNegative ? '\xFF' : '\0');
+    };
+    while (content.size() > 1 && isRedundant())
+        content.erase(0, 1);
+    return MakeDer(kDerInteger, content.empty() ? std::string(1, '\0') : content);
+}
+
+std::string MakeBitString(const CRYPT_BIT_BLOB& bits, BYTE tag = kDerBitString)
+{
+    if (bits.cUnusedBits > 7)
+        return "";
+    std::string content(1, static_cast<char>(bits.cUnusedBits));
+    return MakeDer(tag, content.append(BytesOf(bits.pbData, bits.cbData)));
+}
+
+std::string_view NameOf(const CERT_NAME_BLOB& name)
+{
+    return name.cbData == 0 ? kEmptyName : ViewOf(name);
+}
+
+DerSequence MakeExtensions(const CERT_EXTENSION* extensions, DWORD count)
+{
+    DerSequence all;
+    for (DWORD i = 0; i < count; i++) {
+        DerSequence one;
+        one.AddObjectId(extensions[i].pszObjId);
+        if (extensions[i].fCritical)
+            one.Add(MakeDer(kDerBoolean, "\xFF"));
+        one.Add(MakeDer(kDerOctetString, ViewOf(extensions[i].Value)));
+        all.Add(one);
+    }
+    return all;
+}
+
+DerSequence MakeToBeSigned(const CERT_INFO& info)
+{
+    DerSequence made;
+    if (info.dwVersion != CERT_V1)
+        made.Add(MakeDer(DerContext(0), MakeDer(kDerInteger, std::string(1, static_cast<char>(info.dwVersion)))));
+    made.Add(MakeInteger(ViewOf(info.SerialNumber)));
+    made.Add(MakeAlgorithm(info.SignatureAlgorithm));
+    made.Add(NameOf(info.Issuer));
+    DerSequence validity;
+    validity.Add(MakeTime(info.NotBefore));
+    validity.Add(MakeTime(info.NotAfter));
+    made.Add(validity);
+    made.Add(NameOf(info.Subject));
+    DerSequence publicKey;
+    publicKey.Add(MakeAlgorithm(info.SubjectPublicKeyInfo.Algorithm));
+    publicKey.Add(MakeBitString(info.SubjectPublicKeyInfo.PublicKey));
+    made.Add(publicKey);
+    if (info.IssuerUniqueId.cbData != 0)
+        made.Add(MakeBitString(info.IssuerUniqueId, DerContext(1, false)));
+    if (info.SubjectUniqueId.cbData != 0)
+        made.Add(MakeBitString(info.SubjectUniqueId, DerContext(2, false)));
+    if (info.cExtension != 0) {
+        const DerSequence extensions = MakeExtensions(info.rgExtension, info.cExtension);
+        made.Add(extensions.valid() ? MakeDer(DerContext(3), extensions.Made()) : std::string());
+    }
+    return made;
+}
+
+bool IsUsable(const CERT_INFO* info)
+{
+    return info != nullptr && info->dwVersion <= CERT_V3 && (info->cExtension == 0 || info->rgExtension != nullptr);
+}
+
+}  // namespace
+
+BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD, DWORD encodingType,
+                                          LPCSTR structType, const void* structure,
+                                          PCRYPT_ALGORITHM_IDENTIFIER signatureAlgorithm, const void*, BYTE* encoded,
+                                          DWORD* size)
+{
+    const CERT_INFO* info = static_cast<const CERT_INFO*>(structure);
+    if (size == nullptr || signatureAlgorithm == nullptr || !IsUsable(info))
+        return Fail(E_INVALIDARG);
+    if ((encodingType & X509_ASN_ENCODING) == 0 || structType != X509_CERT_TO_BE_SIGNED)
+        return Fail(ERROR_FILE_NOT_FOUND);
+    const char* digestName = DigestOf(*signatureAlgorithm);
+    if (digestName == nullptr)
+        return Fail(NTE_BAD_ALGID);
+    return Succeeds([&]() -> LONG {
+        const DerSequence toBeSigned = MakeToBeSigned(*info);
+        if (!toBeSigned.valid())
+            return E_INVALIDARG;
+        // Who only asks for the size gets it without the work.
+        size_t signatureSize = 0;
+        LONG error = SoftwareSignatureSize(key, &signatureSize);
+        std::string signature(signatureSize, '\0');
+        if (error == ERROR_SUCCESS && encoded != nullptr)
+            error = SignWithSoftwareKey(key, digestName, toBeSigned.Made(), &signature);
+        if (error != ERROR_SUCCESS)
+            return error;
+        DerSequence certificate;
+        certificate.Add(toBeSigned);
+        certificate.Add(MakeAlgorithm(*signatureAlgorithm));
+        certificate.Add(MakeDer(kDerBitString, std::string(1, '\0') + signature));
+        return GiveOut(certificate.Made(), encoded, size);
+    });
+}

@@ -1,0 +1,192 @@
+// Certificate stores.
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/certificate_context.h"
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/paths.h"
+#include "platform/linux/serialized_store.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+constexpr DWORD kLocationMask = 0x00FF0000;
+constexpr std::u16string_view kMyStore = u"My";
+
+CertificateStore* StoreOf(HCERTSTORE store)
+{
+    return static_cast<CertificateStore*>(store);
+}
+
+// Empty for a location that is not offered.
+std::string DirectoryOf(DWORD flags)
+{
+    switch (flags & kLocationMask) {
+        case CERT_SYSTEM_STORE_LOCAL_MACHINE:
+            return RootDirectory() + "/certstore/My";
+        case CERT_SYSTEM_STORE_CURRENT_USER:
+            return UserDirectory() + "/certstore/My";
+        default:
+            return "";
+    }
+}
+
+LONG PrepareDirectory(const std::string& directory, DWORD flags)
+{
+    const bool readOnly = (flags & CERT_STORE_READONLY_FLAG) != 0;
+    if (!readOnly && (flags & CERT_STORE_OPEN_EXISTING_FLAG) == 0) {
+        const LONG error = MakeDirectories(directory);
+        if (error != ERROR_SUCCESS)
+            return error;
+    }
+    const int wanted = R_OK | X_OK | (readOnly ? 0 : W_OK);
+    if (faccessat(AT_FDCWD, directory.c_str(), wanted, AT_EACCESS) == 0)
+        return ERROR_SUCCESS;
+    const bool mayBeMissing = readOnly && (flags & CERT_STORE_OPEN_EXISTING_FLAG) == 0;
+    return errno == ENOENT && mayBeMissing ? ERROR_SUCCESS : ErrorFromErrno(errno);
+}
+
+// The context of a certificate as it stands in the store.
+ContextRef MakeStoreContext(CertificateStore* store, DWORD encodingType, CertificateRecord stored, LONG* error)
+{
+    ContextRef context(CertificateContext::Make(encodingType, stored.der, store, error).release());
+    if (context != nullptr)
+        context->KeepKeyProvider(std::move(stored.keyProvider));
+    return context;
+}
+
+// Where the enumeration goes on behind `previous`, or begins.
+LONG FindPlace(CertificateStore* store, const CertificateContext* previous, StoreListing* listing, size_t* position)
+{
+    if (previous != nullptr && previous->listing != nullptr) {
+        *listing = previous->listing;
+        *position = previous->position + 1;
+        return ERROR_SUCCESS;
+    }
+    std::vector<std::string> names;
+    const LONG error = store->List(&names);
+    if (error != ERROR_SUCCESS)
+        return error;
+    const auto next =
+        previous == nullptr ? names.begin() : std::upper_bound(names.begin(), names.end(), previous->FileName());
+    *position = static_cast<size_t>(next - names.begin());
+    *listing = std::make_shared<const std::vector<std::string>>(std::move(names));
+    return ERROR_SUCCESS;
+}
+
+LONG FindNext(CertificateStore* store, const CertificateContext* previous, ContextRef* next)
+{
+    if (previous != nullptr && previous->store() != store)
+        return E_INVALIDARG;
+    StoreListing listing;
+    size_t position = 0;
+    const LONG error = FindPlace(store, previous, &listing, &position);
+    if (error != ERROR_SUCCESS)
+        return error;
+    for (; position < listing->size(); position++) {
+        CertificateRecord stored;
+        LONG parsed = ERROR_SUCCESS;
+        if (store->Load((*listing)[position], &stored) != ERROR_SUCCESS)
+            continue;
+        *next = MakeStoreContext(store, X509_ASN_ENCODING, std::move(stored), &parsed);
+        if (*next == nullptr)
+            continue;
+        (*next)->listing = listing;
+        (*next)->position = position;
+        return ERROR_SUCCESS;
+    }
+    return CRYPT_E_NOT_FOUND;
+}
+
+LONG AddToStore(CertificateContext* added, DWORD disposition)
+{
+    std::optional<KeyProviderInfo> kept;
+    const LONG error =
+        added->store()->Rewrite(added->FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) -> LONG {
+            if (loaded == ERROR_SUCCESS && disposition == CERT_STORE_ADD_NEW)
+                return CRYPT_E_EXISTS;
+            if (loaded == ERROR_SUCCESS && disposition == CERT_STORE_ADD_USE_EXISTING) {
+                kept = stored->keyProvider;
+                return ERROR_SUCCESS;
+            }
+            stored->der = std::string(reinterpret_cast<const char*>(added->pbCertEncoded), added->cbCertEncoded);
+            stored->keyProvider.reset();
+            *changed = true;
+            return ERROR_SUCCESS;
+        });
+    if (error == ERROR_SUCCESS)
+        added->KeepKeyProvider(std::move(kept));
+    return error;
+}
+
+}  // namespace
+
+HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD, HCRYPTPROV_LEGACY, DWORD flags, const void* name)
+{
+    CertificateStore* store = nullptr;
+    Succeeds([&]() -> LONG {
+        if (provider == CERT_STORE_PROV_SERIALIZED)
+            return OpenSerializedStore(static_cast<const CRYPT_DATA_BLOB*>(name), &store);
+        const std::string directory = DirectoryOf(flags);
+        if (directory.empty())
+            return E_INVALIDARG;
+        if (provider != CERT_STORE_PROV_SYSTEM_W || !EqualIgnoringCase(ViewOf(static_cast<LPCWSTR>(name)), kMyStore))
+            return ERROR_FILE_NOT_FOUND;
+        const LONG error = PrepareDirectory(directory, flags);
+        if (error == ERROR_SUCCESS)
+            store = new CertificateStore(directory, (flags & CERT_STORE_READONLY_FLAG) != 0);
+        return error;
+    });
+    return store;
+}
+
+BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD flags)
+{
+    if (store == nullptr)
+        return TRUE;
+    const bool hasContexts = StoreOf(store)->DropReference() > 0;
+    return hasContexts && (flags & CERT_CLOSE_STORE_CHECK_FLAG) != 0 ? Fail(CRYPT_E_PENDING_CLOSE) : TRUE;
+}
+
+PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTEXT previous)
+{
+    const ContextRef freed(CertificateContext::From(previous));
+    ContextRef next;
+    Succeeds([&]() -> LONG { return store == nullptr ? E_INVALIDARG : FindNext(StoreOf(store), freed.get(), &next); });
+    return next.release();
+}
+
+BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingType, const BYTE* encoded, DWORD size,
+                                             DWORD disposition, PCCERT_CONTEXT* context)
+{
+    if (context != nullptr)
+        *context = nullptr;
+    if (store == nullptr || (encodingType & X509_ASN_ENCODING) == 0 || (encoded == nullptr && size != 0) ||
+        disposition < CERT_STORE_ADD_NEW || disposition > CERT_STORE_ADD_ALWAYS)
+        return Fail(E_INVALIDARG);
+    return Succeeds([&]() -> LONG {
+        LONG error = ERROR_SUCCESS;
+        CertificateRecord given;
+        given.der = BytesOf(encoded, size);
+        ContextRef added = MakeStoreContext(StoreOf(store), encodingType, std::move(given), &error);
+        if (added == nullptr)
+            return error;
+        error = AddToStore(added.get(), disposition);
+        if (error == ERROR_SUCCESS && context != nullptr)
+            *context = added.release();
+        return error;
+    });
+}
+
+BOOL WINAPI CertDeleteCertificateFromStore(PCCERT_CONTEXT context)
+{
+    const ContextRef freed(CertificateContext::From(context));
+    if (freed == nullptr || freed->store() == nullptr)
+        return Fail(E_INVALIDARG);
+    return Succeeds([&]() -> LONG { return freed->store()->Remove(freed->FileName()); });
+}

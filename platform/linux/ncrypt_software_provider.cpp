@@ -1,0 +1,205 @@
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+#include <string.h>
+
+#include <memory>
+#include <mutex>
+
+#include "platform/linux/handles.h"
+#include "platform/linux/outcome.h"
+#include "platform/linux/software_key.h"
+#include "platform/linux/text.h"
+
+namespace {
+
+constexpr DWORD kMinBits = 512;
+constexpr DWORD kMaxBits = 16384;
+constexpr DWORD kBitsStep = 64;
+
+struct KeyFreer {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+};
+using KeyPointer = std::unique_ptr<EVP_PKEY, KeyFreer>;
+
+struct DigestContextFreer {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextFreer>;
+
+class KeyStorageProvider : public KernelObject {
+  public:
+    static constexpr Kind kKind = Kind::keyStorageProvider;
+    KeyStorageProvider() : KernelObject(kKind) {}
+};
+
+class SoftwareKey : public KernelObject {
+  public:
+    static constexpr Kind kKind = Kind::softwareKey;
+    SoftwareKey() : KernelObject(kKind) {}
+
+    SECURITY_STATUS SetLength(DWORD bits)
+    {
+        const std::lock_guard<std::mutex> hold(mutex_);
+        if (key_ != nullptr)
+            return NTE_BAD_KEY_STATE;
+        bits_ = bits;
+        return ERROR_SUCCESS;
+    }
+
+    SECURITY_STATUS Make()
+    {
+        const std::lock_guard<std::mutex> hold(mutex_);
+        if (key_ != nullptr)
+            return NTE_BAD_KEY_STATE;
+        key_.reset(EVP_RSA_gen(static_cast<unsigned>(bits_)));
+        return key_ == nullptr ? NTE_FAIL : ERROR_SUCCESS;
+    }
+
+    // Never changes once it is there. NULL before.
+    EVP_PKEY* Made()
+    {
+        const std::lock_guard<std::mutex> hold(mutex_);
+        return key_.get();
+    }
+
+  private:
+    std::mutex mutex_;
+    DWORD bits_ = 2048;
+    KeyPointer key_;
+};
+
+HANDLE AsHandle(NCRYPT_HANDLE object)
+{
+    return reinterpret_cast<HANDLE>(object);
+}
+
+// NULL when the handle is not one of an open key.
+ObjectRef<SoftwareKey> FindKey(NCRYPT_KEY_HANDLE key)
+{
+    return FindObject<SoftwareKey>(AsHandle(key));
+}
+
+// Runs `use` on a key that is made, which stays alive meanwhile.
+template <typename Use>
+LONG WithMadeKey(NCRYPT_KEY_HANDLE key, Use use)
+{
+    const ObjectRef<SoftwareKey> found = FindKey(key);
+    if (found == nullptr)
+        return NTE_INVALID_HANDLE;
+    EVP_PKEY* made = found->Made();
+    return made == nullptr ? NTE_BAD_KEY_STATE : use(made);
+}
+
+SECURITY_STATUS Publish(KernelObject* object, NCRYPT_HANDLE* handle)
+{
+    if (object == nullptr)
+        return NTE_NO_MEMORY;
+    *handle = reinterpret_cast<NCRYPT_HANDLE>(PublishHandle(ObjectRef<KernelObject>(object)));
+    return *handle == 0 ? NTE_NO_MEMORY : ERROR_SUCCESS;
+}
+
+}  // namespace
+
+LONG SoftwareSignatureSize(NCRYPT_KEY_HANDLE key, size_t* size)
+{
+    return WithMadeKey(key, [size](EVP_PKEY* made) -> LONG {
+        *size = static_cast<size_t>(EVP_PKEY_get_size(made));
+        return ERROR_SUCCESS;
+    });
+}
+
+LONG SoftwarePublicKey(NCRYPT_KEY_HANDLE key, std::string* publicKeyInfo)
+{
+    return WithMadeKey(key, [publicKeyInfo](EVP_PKEY* made) -> LONG {
+        const int size = i2d_PUBKEY(made, nullptr);
+        if (size <= 0)
+            return NTE_NO_MEMORY;
+        publicKeyInfo->resize(static_cast<size_t>(size));
+        BYTE* at = reinterpret_cast<BYTE*>(publicKeyInfo->data());
+        return i2d_PUBKEY(made, &at) == size ? ERROR_SUCCESS : NTE_NO_MEMORY;
+    });
+}
+
+LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::string_view message,
+                         std::string* signature)
+{
+    return WithMadeKey(key, [&](EVP_PKEY* made) -> LONG {
+        size_t size = static_cast<size_t>(EVP_PKEY_get_size(made));
+        signature->resize(size);
+        const DigestContext context(EVP_MD_CTX_new());
+        if (context == nullptr)
+            return NTE_NO_MEMORY;
+        // An RSA key signs with PKCS#1 unless told otherwise.
+        const bool done =
+            EVP_DigestSignInit_ex(context.get(), nullptr, digestName, nullptr, nullptr, made, nullptr) == 1 &&
+            EVP_DigestSign(context.get(), reinterpret_cast<BYTE*>(signature->data()), &size,
+                           reinterpret_cast<const BYTE*>(message.data()), message.size()) == 1;
+        return done && size == signature->size() ? ERROR_SUCCESS : NTE_FAIL;
+    });
+}
+
+SECURITY_STATUS WINAPI NCryptOpenStorageProvider(NCRYPT_PROV_HANDLE* provider, LPCWSTR name, DWORD flags)
+{
+    if (provider == nullptr)
+        return NTE_INVALID_PARAMETER;
+    *provider = 0;
+    if ((flags & ~NCRYPT_SILENT_FLAG) != 0)
+        return NTE_BAD_FLAGS;
+    if (name != nullptr && ViewOf(name) != MS_KEY_STORAGE_PROVIDER)
+        return NTE_BAD_KEYSET;
+    return Publish(new (std::nothrow) KeyStorageProvider, provider);
+}
+
+SECURITY_STATUS WINAPI NCryptCreatePersistedKey(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE* key, LPCWSTR algorithm,
+                                                LPCWSTR name, DWORD, DWORD flags)
+{
+    if (FindObject<KeyStorageProvider>(AsHandle(provider)) == nullptr)
+        return NTE_INVALID_HANDLE;
+    if (key == nullptr || algorithm == nullptr)
+        return NTE_INVALID_PARAMETER;
+    *key = 0;
+    if ((flags & ~(NCRYPT_MACHINE_KEY_FLAG | NCRYPT_OVERWRITE_KEY_FLAG)) != 0)
+        return NTE_BAD_FLAGS;
+    if (name != nullptr || ViewOf(algorithm) != NCRYPT_RSA_ALGORITHM)
+        return NTE_NOT_SUPPORTED;
+    return Publish(new (std::nothrow) SoftwareKey, key);
+}
+
+SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE object, LPCWSTR property, PBYTE input, DWORD inputSize,
+                                         DWORD flags)
+{
+    const ObjectRef<SoftwareKey> key = FindKey(object);
+    if (key == nullptr)
+        return NTE_INVALID_HANDLE;
+    if (property == nullptr || input == nullptr)
+        return NTE_INVALID_PARAMETER;
+    if ((flags & ~(NCRYPT_PERSIST_FLAG | NCRYPT_SILENT_FLAG)) != 0)
+        return NTE_BAD_FLAGS;
+    if (ViewOf(property) != NCRYPT_LENGTH_PROPERTY)
+        return NTE_NOT_SUPPORTED;
+    DWORD bits = 0;
+    if (inputSize != sizeof bits)
+        return NTE_INVALID_PARAMETER;
+    memcpy(&bits, input, sizeof bits);
+    if (bits < kMinBits || bits > kMaxBits || bits % kBitsStep != 0)
+        return NTE_NOT_SUPPORTED;
+    return key->SetLength(bits);
+}
+
+SECURITY_STATUS WINAPI NCryptFinalizeKey(NCRYPT_KEY_HANDLE key, DWORD flags)
+{
+    const ObjectRef<SoftwareKey> found = FindKey(key);
+    if (found == nullptr)
+        return NTE_INVALID_HANDLE;
+    if ((flags & ~(NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION)) != 0)
+        return NTE_BAD_FLAGS;
+    return found->Make();
+}
+
+SECURITY_STATUS WINAPI NCryptFreeObject(NCRYPT_HANDLE object)
+{
+    const ObjectRef<KernelObject> freed =
+        RetireHandle(AsHandle(object), {KernelObject::Kind::keyStorageProvider, KernelObject::Kind::softwareKey});
+    return freed == nullptr ? NTE_INVALID_HANDLE : ERROR_SUCCESS;
+}

@@ -1,0 +1,9 @@
+// Object identifiers: the content of their DER element, and their dotted text.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// False when it is none.
+bool ObjectIdToText(std::string_view content, std::string* text);
+bool ObjectIdFromText(std::string_view text, std::string* content);

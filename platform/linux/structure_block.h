@@ -1,0 +1,66 @@
+// A structure as callers get it: one block of parts that begin at multiples of 8 bytes, with pointers that are right
+// once the block stands at `target`.
+#pragma once
+
+#include <string.h>
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/der.h"
+#include "platform/linux/win_crypt.h"
+
+class StructureBlock {
+  public:
+    explicit StructureBlock(void* target) : target_(reinterpret_cast<uintptr_t>(target)) {}
+
+    const std::string& bytes() const { return bytes_; }
+
+    // Room of this size, zeroed; its offset.
+    size_t Reserve(size_t size)
+    {
+        const size_t offset = bytes_.size();
+        bytes_.resize(offset + (size + kStep - 1) / kStep * kStep);
+        return offset;
+    }
+
+    template <typename T>
+    void Put(size_t offset, const T& part)
+    {
+        memcpy(bytes_.data() + offset, &part, sizeof part);
+    }
+
+    template <typename T>
+    T* AddressOf(size_t offset) const
+    {
+        return reinterpret_cast<T*>(target_ + offset);
+    }
+
+    BYTE* Append(std::string_view part)
+    {
+        const size_t offset = Reserve(part.size());
+        memcpy(bytes_.data() + offset, part.data(), part.size());
+        return AddressOf<BYTE>(offset);
+    }
+
+    LPSTR AppendText(const std::string& text)
+    {
+        return reinterpret_cast<LPSTR>(Append(std::string_view(text.c_str(), text.size() + 1)));
+    }
+
+    LPWSTR AppendText(const std::u16string& text)
+    {
+        const size_t size = (text.size() + 1) * sizeof(WCHAR);
+        return reinterpret_cast<LPWSTR>(Append(BytesOf(reinterpret_cast<const BYTE*>(text.c_str()), size)));
+    }
+
+    CRYPT_INTEGER_BLOB AppendBlob(std::string_view part)
+    {
+        return {static_cast<DWORD>(part.size()), part.empty() ? nullptr : Append(part)};
+    }
+
+  private:
+    static constexpr size_t kStep = 8;
+    uintptr_t target_;
+    std::string bytes_;
+};

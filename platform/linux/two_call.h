@@ -1,0 +1,24 @@
+// The contract of everything that a caller reads into a buffer of its own: asked without a buffer it tells the size,
+// with too small a one it fails and tells the size.
+#pragma once
+
+#include <string.h>
+
+#include <string_view>
+
+#include "platform/linux/win_errors.h"
+
+inline LONG GiveOut(std::string_view result, void* buffer, DWORD* size)
+{
+    const DWORD room = *size;
+    if (result.size() > UINT32_MAX)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    *size = static_cast<DWORD>(result.size());
+    if (buffer == nullptr)
+        return ERROR_SUCCESS;
+    if (room < *size)
+        return ERROR_MORE_DATA;
+    if (!result.empty())
+        memcpy(buffer, result.data(), result.size());
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,231 @@
+// CRYPT32's certificates, names and certificate stores for the Linux build.
+#pragma once
+
+#include "platform/linux/win_crypt.h"
+#include "platform/linux/win_ncrypt.h"
+
+using CRYPT_OBJID_BLOB = CRYPT_INTEGER_BLOB;
+using CERT_NAME_BLOB = CRYPT_INTEGER_BLOB;
+using CRYPT_ATTR_BLOB = CRYPT_INTEGER_BLOB;
+using CRYPT_HASH_BLOB = CRYPT_INTEGER_BLOB;
+using PCERT_NAME_BLOB = CERT_NAME_BLOB*;
+using HCERTSTORE = void*;
+using HCRYPTPROV_LEGACY = ULONG_PTR;
+
+struct CRYPT_BIT_BLOB {
+    DWORD cbData;
+    BYTE* pbData;
+    DWORD cUnusedBits;
+};
+
+// Parameters: one DER element, or nothing.
+struct CRYPT_ALGORITHM_IDENTIFIER {
+    LPSTR pszObjId;
+    CRYPT_OBJID_BLOB Parameters;
+};
+using PCRYPT_ALGORITHM_IDENTIFIER = CRYPT_ALGORITHM_IDENTIFIER*;
+
+struct CERT_PUBLIC_KEY_INFO {
+    CRYPT_ALGORITHM_IDENTIFIER Algorithm;
+    CRYPT_BIT_BLOB PublicKey;
+};
+using PCERT_PUBLIC_KEY_INFO = CERT_PUBLIC_KEY_INFO*;
+
+struct CERT_EXTENSION {
+    LPSTR pszObjId;
+    BOOL fCritical;
+    CRYPT_OBJID_BLOB Value;
+};
+using PCERT_EXTENSION = CERT_EXTENSION*;
+
+constexpr DWORD CERT_V1 = 0;
+constexpr DWORD CERT_V2 = 1;
+constexpr DWORD CERT_V3 = 2;
+
+// SerialNumber begins with the least significant byte. Names are whole DER elements.
+struct CERT_INFO {
+    DWORD dwVersion;
+    CRYPT_INTEGER_BLOB SerialNumber;
+    CRYPT_ALGORITHM_IDENTIFIER SignatureAlgorithm;
+    CERT_NAME_BLOB Issuer;
+    FILETIME NotBefore;
+    FILETIME NotAfter;
+    CERT_NAME_BLOB Subject;
+    CERT_PUBLIC_KEY_INFO SubjectPublicKeyInfo;
+    CRYPT_BIT_BLOB IssuerUniqueId;
+    CRYPT_BIT_BLOB SubjectUniqueId;
+    DWORD cExtension;
+    PCERT_EXTENSION rgExtension;
+};
+using PCERT_INFO = CERT_INFO*;
+
+struct CRYPT_ATTRIBUTE {
+    LPSTR pszObjId;
+    DWORD cValue;
+    CRYPT_ATTR_BLOB* rgValue;
+};
+using PCRYPT_ATTRIBUTE = CRYPT_ATTRIBUTE*;
+
+struct CERT_REQUEST_INFO {
+    DWORD dwVersion;
+    CERT_NAME_BLOB Subject;
+    CERT_PUBLIC_KEY_INFO SubjectPublicKeyInfo;
+    DWORD cAttribute;
+    PCRYPT_ATTRIBUTE rgAttribute;
+};
+
+#define szOID_RSA_RSA "1.2.840.113549.1.1.1"
+#define szOID_RSA_SHA1RSA "1.2.840.113549.1.1.5"
+#define szOID_RSA_SHA256RSA "1.2.840.113549.1.1.11"
+
+// ---- decoding, encoding, signing ----
+
+constexpr DWORD X509_ASN_ENCODING = 0x00000001;
+constexpr DWORD PKCS_7_ASN_ENCODING = 0x00010000;
+
+#define X509_CERT_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(2))
+#define X509_CERT_REQUEST_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(4))
+
+// Only X509_CERT_REQUEST_TO_BE_SIGNED: a CERT_REQUEST_INFO and behind it, in the same buffer, what it points to;
+// nothing points into `encoded`. The buffer is aligned as the structure is. The request may stand alone or with its
+// signature, which is not verified. No flag changes that. *size: bytes; without a buffer the size needed.
+// ERROR_MORE_DATA: *size is what is needed. CRYPT_E_ASN1_...: no such DER. ERROR_FILE_NOT_FOUND: a structure that is
+// not offered.
+BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
+                              DWORD flags, void* structure, DWORD* size);
+
+// The public key of a key of the platform's own provider, laid out as above. keySpec is not looked at.
+// NTE_INVALID_HANDLE; NTE_BAD_KEY_STATE.
+BOOL WINAPI CryptExportPublicKeyInfo(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD keySpec, DWORD encodingType,
+                                     PCERT_PUBLIC_KEY_INFO publicKey, DWORD* size);
+
+// Only X509_CERT_TO_BE_SIGNED, a CERT_INFO, and keys of the platform's own provider. The signature is RSA PKCS#1 with
+// the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it stands and decides nothing.
+// Empty parameters become NULL. keySpec and auxiliary are not looked at. *size as above.
+// NTE_INVALID_HANDLE, NTE_BAD_KEY_STATE: the key; NTE_BAD_ALGID: the algorithm; E_INVALIDARG: the structure.
+BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD keySpec, DWORD encodingType,
+                                          LPCSTR structType, const void* structure,
+                                          PCRYPT_ALGORITHM_IDENTIFIER signatureAlgorithm, const void* auxiliary,
+                                          BYTE* encoded, DWORD* size);
+
+// ---- names ----
+
+constexpr DWORD CERT_SIMPLE_NAME_STR = 1;
+constexpr DWORD CERT_OID_NAME_STR = 2;
+constexpr DWORD CERT_X500_NAME_STR = 3;
+constexpr DWORD CERT_NAME_STR_DISABLE_IE4_UTF8_FLAG = 0x00010000;
+constexpr DWORD CERT_NAME_STR_ENABLE_T61_UNICODE_FLAG = 0x00020000;
+constexpr DWORD CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG = 0x00040000;
+constexpr DWORD CERT_NAME_STR_FORCE_UTF8_DIR_STR_FLAG = 0x00080000;
+constexpr DWORD CERT_NAME_STR_REVERSE_FLAG = 0x02000000;
+constexpr DWORD CERT_NAME_STR_COMMA_FLAG = 0x04000000;
+constexpr DWORD CERT_NAME_STR_CRLF_FLAG = 0x08000000;
+constexpr DWORD CERT_NAME_STR_NO_QUOTING_FLAG = 0x10000000;
+constexpr DWORD CERT_NAME_STR_NO_PLUS_FLAG = 0x20000000;
+constexpr DWORD CERT_NAME_STR_SEMICOLON_FLAG = 0x40000000;
+
+// Encodes a text such as `CN=web01, O="Acme, Inc."` as a name, the parts in the order of the text. A value that begins
+// with '#' is the hex form of an OCTET STRING. A text beyond the printable characters becomes a BMPString unless a flag
+// says otherwise. *size as above. CRYPT_E_INVALID_X500_STRING and its like: *errorAt, if asked for, points into `text`
+// where it went wrong, and is NULL after success.
+BOOL WINAPI CertStrToNameA(DWORD encodingType, LPCSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
+                           LPCSTR* errorAt);
+BOOL WINAPI CertStrToNameW(DWORD encodingType, LPCWSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
+                           LPCWSTR* errorAt);
+
+// The text of a name. Returns characters with the terminator: those that are needed when there is no room at all, else
+// those that were written, cut to fit. A name that cannot be decoded gives an empty text and sets the last error.
+DWORD WINAPI CertNameToStrW(DWORD encodingType, PCERT_NAME_BLOB name, DWORD strType, LPWSTR text, DWORD room);
+
+// ---- certificate contexts ----
+
+// pCertInfo and all that it points to live as long as the context. hCertStore is the store that it came from, or NULL.
+struct CERT_CONTEXT {
+    DWORD dwCertEncodingType;
+    BYTE* pbCertEncoded;
+    DWORD cbCertEncoded;
+    PCERT_INFO pCertInfo;
+    HCERTSTORE hCertStore;
+};
+using PCCERT_CONTEXT = const CERT_CONTEXT*;
+
+struct CRYPT_KEY_PROV_PARAM {
+    DWORD dwParam;
+    BYTE* pbData;
+    DWORD cbData;
+    DWORD dwFlags;
+};
+using PCRYPT_KEY_PROV_PARAM = CRYPT_KEY_PROV_PARAM*;
+
+struct CRYPT_KEY_PROV_INFO {
+    LPWSTR pwszContainerName;
+    LPWSTR pwszProvName;
+    DWORD dwProvType;
+    DWORD dwFlags;
+    DWORD cProvParam;
+    PCRYPT_KEY_PROV_PARAM rgProvParam;
+    DWORD dwKeySpec;
+};
+using PCRYPT_KEY_PROV_INFO = CRYPT_KEY_PROV_INFO*;
+
+constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
+constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
+
+// A context of one DER certificate, without a store; bytes behind the certificate are left out. NULL and
+// CRYPT_E_ASN1_... when it is none. Freed with CertFreeCertificateContext.
+PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYTE* encoded, DWORD size);
+
+// One more reference to the same context.
+PCCERT_CONTEXT WINAPI CertDuplicateCertificateContext(PCCERT_CONTEXT context);
+
+// Always TRUE; NULL is harmless.
+BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context);
+
+// CERT_KEY_PROV_INFO_PROP_ID: a CRYPT_KEY_PROV_INFO with its texts behind it. CERT_SHA1_HASH_PROP_ID: 20 bytes.
+// *size as above. CRYPT_E_NOT_FOUND: the certificate has no such property.
+BOOL WINAPI CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, void* data, DWORD* size);
+
+// Only CERT_KEY_PROV_INFO_PROP_ID, without parameters; NULL data takes the property away. Of a certificate in a store
+// it is written to the store at once. E_ACCESSDENIED: the store was opened for reading.
+BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, DWORD flags, const void* data);
+
+// ---- certificate stores ----
+
+#define CERT_STORE_PROV_SYSTEM_W (reinterpret_cast<LPCSTR>(10))
+
+constexpr DWORD CERT_SYSTEM_STORE_CURRENT_USER = 0x00010000;
+constexpr DWORD CERT_SYSTEM_STORE_LOCAL_MACHINE = 0x00020000;
+constexpr DWORD CERT_STORE_MAXIMUM_ALLOWED_FLAG = 0x00001000;
+constexpr DWORD CERT_STORE_OPEN_EXISTING_FLAG = 0x00004000;
+constexpr DWORD CERT_STORE_READONLY_FLAG = 0x00008000;
+
+constexpr DWORD CERT_CLOSE_STORE_FORCE_FLAG = 0x00000001;
+constexpr DWORD CERT_CLOSE_STORE_CHECK_FLAG = 0x00000002;
+
+constexpr DWORD CERT_STORE_ADD_NEW = 1;
+constexpr DWORD CERT_STORE_ADD_USE_EXISTING = 2;
+constexpr DWORD CERT_STORE_ADD_REPLACE_EXISTING = 3;
+constexpr DWORD CERT_STORE_ADD_ALWAYS = 4;
+
+// The system store "My" of the machine or the user. A store that is not there yet is made, or with
+// CERT_STORE_READONLY_FLAG is empty, or with CERT_STORE_OPEN_EXISTING_FLAG is ERROR_FILE_NOT_FOUND, as is any other
+// store and any other provider. NULL on failure.
+HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD encodingType, HCRYPTPROV_LEGACY cryptProvider, DWORD flags,
+                                const void* name);
+
+// Contexts of the store stay usable, with CERT_CLOSE_STORE_FORCE_FLAG as well. With CERT_CLOSE_STORE_CHECK_FLAG:
+// closed, but FALSE and CRYPT_E_PENDING_CLOSE while there are contexts. NULL is harmless.
+BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD flags);
+
+// The certificate behind `previous`, which is freed in every case, or the first one; by the order of their SHA-1
+// hashes. Damaged files are passed over. NULL and CRYPT_E_NOT_FOUND at the end.
+PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTEXT previous);
+
+// Certificates are the same when their bytes are. For one that is there: CERT_STORE_ADD_NEW fails with CRYPT_E_EXISTS,
+// CERT_STORE_ADD_USE_EXISTING leaves it with its properties, CERT_STORE_ADD_REPLACE_EXISTING and CERT_STORE_ADD_ALWAYS
+// take its properties away. *context, if asked for, is the store's certificate.
+BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingType, const BYTE* encoded, DWORD size,
+                                             DWORD disposition, PCCERT_CONTEXT* context);
+
+// Takes the certificate out of its store. The context is freed in every case.
+BOOL WINAPI CertDeleteCertificateFromStore(PCCERT_CONTEXT context);

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/der.h"
+#include "platform/linux/text.h"
+#include "tests/platform/openssl_maker.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+
+constexpr DWORD kX500 = CERT_X500_NAME_STR;
+
+// An attribute from the content of its type's identifier and its value, both in hexadecimal-free bytes.
+std::string Attribute(const std::string& objectId, BYTE tag, const std::string& value)
+{
+    return MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + MakeDer(tag, value));
+}
+
+const std::string kCommonName("\x55\x04\x03");
+
+std::string Part(const std::string& attributes)
+{
+    return MakeDer(kDerSet, attributes);
+}
+
+std::string CommonName(BYTE tag, const std::string& value)
+{
+    return Part(Attribute(kCommonName, tag, value));
+}
+
+std::string TextOf(const std::string& name, DWORD strType)
+{
+    CERT_NAME_BLOB blob = {static_cast<DWORD>(name.size()), reinterpret_cast<BYTE*>(const_cast<char*>(name.data()))};
+    const DWORD room = CertNameToStrW(X509_ASN_ENCODING, &blob, strType, nullptr, 0);
+    std::u16string text(room, u'?');
+    EXPECT_EQ(CertNameToStrW(X509_ASN_ENCODING, &blob, strType, text.data(), room), room);
+    EXPECT_EQ(text.back(), u'\0');
+    text.pop_back();
+    return ToUtf8(text);
+}
+
+// The name's bytes, or "error N at M" in hexadecimal.
+std::string NameOf(const std::string& text, DWORD strType)
+{
+    BYTE name[512];
+    DWORD size = sizeof name;
+    LPCSTR errorAt = nullptr;
+    if (CertStrToNameA(X509_ASN_ENCODING, text.c_str(), strType, nullptr, name, &size, &errorAt))
+        return HexText(name, size);
+    char error[64];
+    snprintf(error, sizeof error, "error %X at %td", GetLastError(), errorAt - text.c_str());
+    return error;
+}
+
+}  // namespace
+
+TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
+{
+    const std::string utf8Name = CommonName(kDerUtf8String, "web01");
+    const std::string organisation = Part(Attribute("\x55\x04\x0A", kDerPrintableString, "Acme, Inc."));
+    const struct {
+        const char* what;
+        std::string name;  // the content of the sequence
+        const char* simple;
+        const char* x500;
+    } rows[] = {
+        {"empty", "", "", ""},
+        {"one", utf8Name, "web01", "CN=web01"},
+        {"comma", utf8Name + organisation, "web01, \"Acme, Inc.\"", "CN=web01, O=\"Acme, Inc.\""},
+        {"several values",
+         Part(Attribute(kCommonName, kDerPrintableString, "a") + Attribute("\x55\x04\x05", kDerPrintableString, "1")),
+         "a + 1", "CN=a + SERIALNUMBER=1"},
+        {"quote", CommonName(kDerUtf8String, "a\"b"), "\"a\"\"b\"", "CN=\"a\"\"b\""},
+        {"leading blank", CommonName(kDerUtf8String, " a"), "\" a\"", "CN=\" a\""},
+        {"trailing blank", CommonName(kDerUtf8String, "a "), "\"a \"", "CN=\"a \""},
+        {"inner blank", CommonName(kDerUtf8String, "a b'c/d"), "a b'c/d", "CN=a b'c/d"},
+        {"number sign", CommonName(kDerUtf8String, "a#b"), "\"a#b\"", "CN=\"a#b\""},
+        {"line end", CommonName(kDerUtf8String, "a\nb"), "\"a\nb\"", "CN=\"a\nb\""},
+        {"empty value", CommonName(kDerUtf8String, ""), "\"\"", "CN=\"\""},
+        {"IA5", CommonName(kDerIa5String, "\xE4"), "ä", "CN=ä"},
+        {"T61 as Latin-1", CommonName(kDerT61String, "\xE4"), "ä", "CN=ä"},
+        {"T61 as UTF-8", CommonName(kDerT61String, "ä"), "ä", "CN=ä"},
+        {"BMP", CommonName(kDerBmpString, "\x04\x36\x00\x61"s), "жa", "CN=жa"},
+        {"universal", CommonName(kDerUniversalString, "\x00\x01\xF6\x00"s), "😀", "CN=😀"},
+        {"half a BMP", CommonName(kDerBmpString, "\x00"s), "#1E0100", "CN=#1E0100"},
+        {"octets", CommonName(kDerOctetString, "\x01\xAB"), "#01AB", "CN=#01AB"},
+        {"number", CommonName(kDerInteger, "\x05"), "#020105", "CN=#020105"},
+        {"unknown type", Part(Attribute("\x2A\x03\x04", kDerUtf8String, "x")), "x", "OID.1.2.3.4=x"},
+        {"mail, state, domain",
+         Part(Attribute("\x2A\x86\x48\x86\xF7\x0D\x01\x09\x01", kDerIa5String, "a@b")) +
+             Part(Attribute("\x55\x04\x08", kDerUtf8String, "WA")) +
+             Part(Attribute("\x09\x92\x26\x89\x93\xF2\x2C\x64\x01\x19", kDerIa5String, "corp")),
+         "a@b, WA, corp", "E=a@b, S=WA, DC=corp"},
+    };
+    for (const auto& row : rows) {
+        const std::string name = MakeDer(kDerSequence, row.name);
+        EXPECT_EQ(TextOf(name, CERT_SIMPLE_NAME_STR), row.simple) << row.what;
+        EXPECT_EQ(TextOf(name, kX500), row.x500) << row.what;
+    }
+    const std::string two = MakeDer(kDerSequence, utf8Name + organisation);
+    EXPECT_EQ(TextOf(two, kX500 | CERT_NAME_STR_REVERSE_FLAG), "O=\"Acme, Inc.\", CN=web01");
+    EXPECT_EQ(TextOf(two, kX500 | CERT_NAME_STR_SEMICOLON_FLAG | CERT_NAME_STR_NO_QUOTING_FLAG),
+              "CN=web01; O=Acme, Inc.");
+    EXPECT_EQ(TextOf(two, CERT_OID_NAME_STR), "2.5.4.3=web01, 2.5.4.10=\"Acme, Inc.\"");
+}
+
+TEST(CertificateNames, ATextIsCutToFitAndABadNameIsEmpty)
+{
+    std::string name = MakeDer(kDerSequence, CommonName(kDerUtf8String, "web01"));
+    CERT_NAME_BLOB blob = {static_cast<DWORD>(name.size()), reinterpret_cast<BYTE*>(name.data())};
+    WCHAR text[8] = u"???????";
+    EXPECT_EQ(CertNameToStrW(X509_ASN_ENCODING, &blob, kX500, text, 5), 5u);
+    EXPECT_EQ(std::u16string(text, 6), u"CN=w\0?"s);
+    blob.cbData--;
+    EXPECT_EQ(CertNameToStrW(X509_ASN_ENCODING, &blob, kX500, text, 8), 1u);
+    EXPECT_EQ(text[0], 0);
+    EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_ASN1_EOD));
+}
+
+TEST(CertificateNames, ATextBecomesAName)
+{
+    const struct {
+        const char* text;
+        DWORD flags;
+        const char* written;  // the name as a text again, or the failure
+    } rows[] = {
+        {"", 0, ""},
+        {"CN=web01", 0, "CN=web01"},
+        {" cn = web01 ;o=\"Acme, Inc.\"", 0, "CN=web01, O=\"Acme, Inc.\""},
+        {"CN=a\"b", 0, "error 80092023 at 3"},
+        {"CN=\"a\"\"b\"", 0, "CN=\"a\"\"b\""},
+        {"CN=\"a", 0, "error 80092023 at 3"},
+        {"CN=\"a\" b", 0, "error 80092023 at 3"},
+        {"CN=ä, XX=b", 0, "error 80092023 at 7"},
+        {"CN", 0, "error 80092023 at 0"},
+        {"C=ä", 0, "error 80092021 at 2"},
+        {"E=ä@b", 0, "error 80092022 at 2"},
+        {"CN=a+SERIALNUMBER=2, ST=b", 0, "CN=a + SERIALNUMBER=2, S=b"},
+        {"OID.2.5.4.3=a,1.2.3.4=b", 0, "CN=a, OID.1.2.3.4=b"},
+        {"CN=ж", 0, "CN=ж"},
+        {"CN=ж😀", CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG, "CN=ж😀"},
+        {"CN=#01ab", 0, "CN=#01AB"},
+        {"CN=#01a", 0, "error 80092023 at 3"},
+        {"CN=a,O=b", CERT_NAME_STR_REVERSE_FLAG, "O=b, CN=a"},
+        {"CN=a, b;O=c", CERT_NAME_STR_SEMICOLON_FLAG, "CN=\"a, b\", O=c"},
+    };
+    for (const auto& row : rows) {
+        std::string name = NameOf(row.text, kX500 | row.flags);
+        if (name.compare(0, 5, "error") != 0) {
+            BYTE encoded[512];
+            DWORD size = sizeof encoded;
+            const std::u16string wide = ToUtf16(row.text);
+            ASSERT_TRUE(
+                CertStrToNameW(X509_ASN_ENCODING, wide.c_str(), kX500 | row.flags, nullptr, encoded, &size, nullptr));
+            EXPECT_EQ(HexText(encoded, size), name) << row.text;
+            const BYTE* at = encoded;
+            const OpensslPtr<X509_NAME> parsed(d2i_X509_NAME(nullptr, &at, long(size)));
+            const bool isHex = std::string_view(row.text).find('#') != std::string_view::npos;
+            EXPECT_TRUE(parsed != nullptr || isHex) << row.text;
+            name = TextOf(std::string(reinterpret_cast<char*>(encoded), size), kX500);
+        }
+        EXPECT_EQ(name, row.written) << row.text;
+    }
+    // The string types that Windows chooses.
+    EXPECT_EQ(NameOf("CN=Ab", kX500),
+              "300D310B300906035504031302"
+              "4162");
+    EXPECT_EQ(NameOf("CN=A_", kX500),
+              "300F310D300B06035504031E0400"
+              "41005F");
+    EXPECT_EQ(NameOf("CN=A_", kX500 | CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG),
+              "300D310B300906035504030C02"
+              "415F");
+    EXPECT_EQ(NameOf("DC=ab", kX500),
+              "30143112301006"
+              "0A0992268993F22C64011916026162");
+}

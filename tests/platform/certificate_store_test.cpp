@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/sha.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/openssl_maker.h"
+#include "tests/platform/platform_root.h"
+
+namespace {
+
+constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+constexpr char kMachineStore[] = "certstore/My/";
+
+struct ContextFreer {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
+
+class Store {
+  public:
+    explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE)
+        : handle_(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, flags, u"My"))
+    {
+    }
+    ~Store() { EXPECT_TRUE(CertCloseStore(handle_, 0)); }
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    HCERTSTORE handle() const { return handle_; }
+
+    Context Add(const Der& der, DWORD disposition) const
+    {
+        PCCERT_CONTEXT context = nullptr;
+        CertAddEncodedCertificateToStore(handle_, kEncodings, der.data(), DWORD(der.size()), disposition, &context);
+        return Context(context);
+    }
+
+    // The common names, in the order of the enumeration.
+    std::vector<std::string> Names() const
+    {
+        std::vector<std::string> names;
+        PCCERT_CONTEXT context = nullptr;
+        while ((context = CertEnumCertificatesInStore(handle_, context)) != nullptr) {
+            WCHAR text[64];
+            CertNameToStrW(X509_ASN_ENCODING, &context->pCertInfo->Subject, CERT_SIMPLE_NAME_STR, text, 64);
+            names.push_back(ToUtf8(text));
+        }
+        EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_NOT_FOUND));
+        return names;
+    }
+
+    Context First() const { return Context(CertEnumCertificatesInStore(handle_, nullptr)); }
+
+  private:
+    HCERTSTORE handle_;
+};
+
+bool SetKey(const CERT_CONTEXT* context, std::u16string container, DWORD flags = 32)
+{
+    std::u16string provider = u"Zandrel Key Storage Provider for Key Vault";
+    CRYPT_KEY_PROV_INFO info = {container.data(), provider.data(), 0, flags, 0, nullptr, 0};
+    return CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info) != FALSE;
+}
+
+// Container, flags and provider, or "error N" in hexadecimal.
+std::string KeyOf(const CERT_CONTEXT* context)
+{
+    alignas(8) BYTE room[1000];
+    DWORD size = sizeof room;
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, room, &size)) {
+        char error[32];
+        snprintf(error, sizeof error, "error %X", GetLastError());
+        return error;
+    }
+    const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room);
+    return ToUtf8(info->pwszContainerName) + "|" + std::to_string(info->dwFlags) + "|" + ToUtf8(info->pwszProvName);
+}
+
+std::string FileOf(const Der& der)
+{
+    BYTE digest[SHA_DIGEST_LENGTH];
+    SHA1(der.data(), der.size(), digest);
+    return kMachineStore + HexText(digest, sizeof digest) + ".pem";
+}
+
+const std::string kBound = "|32|Zandrel Key Storage Provider for Key Vault";
+
+}  // namespace
+
+TEST(CertificateContexts, TheStructureLeadsIntoTheCertificate)
+{
+    Der der = MakeCertificate("web01", 0x010203FF);
+    der.push_back(0xEE);
+    const Context context(CertCreateCertificateContext(kEncodings, der.data(), DWORD(der.size())));
+    ASSERT_NE(context, nullptr);
+    der.pop_back();
+    EXPECT_EQ(Der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded), der);
+    const CERT_INFO& info = *context->pCertInfo;
+    EXPECT_EQ(info.dwVersion, CERT_V3);
+    EXPECT_EQ(HexText(info.SerialNumber.pbData, info.SerialNumber.cbData), "FF030201");
+    EXPECT_STREQ(info.SignatureAlgorithm.pszObjId, "1.2.840.10045.4.3.2");
+    EXPECT_EQ(info.NotBefore.dwHighDateTime, 0x01BF53EBu);  // 2000-01-01
+    EXPECT_EQ(info.NotBefore.dwLowDateTime, 0x256D4000u);
+    EXPECT_EQ(info.NotAfter.dwHighDateTime, 0x0203B867u);  // the last second of 2060
+    EXPECT_STREQ(info.SubjectPublicKeyInfo.Algorithm.pszObjId, "1.2.840.10045.2.1");
+    EXPECT_EQ(info.SubjectPublicKeyInfo.PublicKey.cbData, 65u);
+    ASSERT_EQ(info.cExtension, 1u);
+    EXPECT_STREQ(info.rgExtension[0].pszObjId, "2.5.29.15");
+    EXPECT_TRUE(info.rgExtension[0].fCritical);
+    EXPECT_EQ(HexText(info.rgExtension[0].Value.pbData, info.rgExtension[0].Value.cbData), "030205A0");
+
+    for (size_t size = 0; size < der.size(); size++) {
+        const Der cut(der.begin(), der.begin() + static_cast<std::ptrdiff_t>(size));
+        EXPECT_EQ(CertCreateCertificateContext(kEncodings, cut.data(), DWORD(size)), nullptr) << size;
+    }
+}
+
+TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
+{
+    const PlatformRoot root;
+    const Der der = MakeCertificate("web01", 1);
+    {
+        const Store store;
+        const Context added = store.Add(der, CERT_STORE_ADD_USE_EXISTING);
+        ASSERT_NE(added, nullptr);
+        EXPECT_EQ(KeyOf(added.get()), "error 80092004");
+        EXPECT_TRUE(SetKey(added.get(), u"web01"));
+        EXPECT_EQ(KeyOf(added.get()), "web01" + kBound);
+    }
+    const std::string path = root.File(FileOf(der));
+    EXPECT_EQ(ModeOf(path), 0600u);
+    EXPECT_EQ(ReadFileText(path).substr(0, ReadFileText(path).find("MI")),
+              "KeyProvInfo.ContainerName: web01\n"
+              "KeyProvInfo.ProvName: Zandrel Key Storage Provider for Key Vault\n"
+              "KeyProvInfo.ProvType: 0\n"
+              "KeyProvInfo.Flags: 32\n"
+              "KeyProvInfo.KeySpec: 0\n"
+              "-----BEGIN CERTIFICATE-----\n");
+    FILE* file = fopen(path.c_str(), "r");
+    const OpensslPtr<X509> read(PEM_read_X509(file, nullptr, nullptr, nullptr));
+    fclose(file);
+    EXPECT_NE(read, nullptr) << "other programs read the file as it is";
+
+    const Store again(CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG);
+    const Context found = again.First();
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->hCertStore, again.handle());
+    EXPECT_EQ(KeyOf(found.get()), "web01" + kBound);
+    EXPECT_FALSE(SetKey(found.get(), u"other"));
+    EXPECT_EQ(GetLastError(), DWORD(E_ACCESSDENIED));
+    EXPECT_EQ(again.Add(MakeCertificate("web02", 2), CERT_STORE_ADD_NEW), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD(E_ACCESSDENIED));
+    EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is another";
+}
+
+TEST(CertificateStore, TheDispositionDecidesAboutACertificateThatIsThere)
+{
+    const PlatformRoot root;
+    const Der der = MakeCertificate("web01", 1);
+    const Store store;
+    ASSERT_TRUE(SetKey(store.Add(der, CERT_STORE_ADD_NEW).get(), u"web01"));
+    EXPECT_EQ(store.Add(der, CERT_STORE_ADD_NEW), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_EXISTS));
+    EXPECT_EQ(KeyOf(store.Add(der, CERT_STORE_ADD_USE_EXISTING).get()), "web01" + kBound);
+    EXPECT_EQ(KeyOf(store.Add(der, CERT_STORE_ADD_REPLACE_EXISTING).get()), "error 80092004");
+    const Context context = store.First();
+    ASSERT_TRUE(SetKey(context.get(), u"web01"));
+    EXPECT_TRUE(CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, nullptr));
+    EXPECT_EQ(KeyOf(store.First().get()), "error 80092004");
+    EXPECT_EQ(store.Add({1, 2, 3}, CERT_STORE_ADD_ALWAYS), nullptr);
+    EXPECT_EQ(store.Names().size(), 1u);
+
+    EXPECT_TRUE(CertDeleteCertificateFromStore(CertDuplicateCertificateContext(context.get())));
+    EXPECT_TRUE(store.Names().empty());
+    EXPECT_FALSE(SetKey(context.get(), u"web01")) << "what was taken out stays out";
+    EXPECT_TRUE(store.Names().empty());
+}
+
+TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
+{
+    const PlatformRoot root;
+    std::vector<Der> all;
+    const Store store;
+    for (const char* name : {"a", "b", "c", "d"}) {
+        all.push_back(MakeCertificate(name, 1));
+        store.Add(all.back(), CERT_STORE_ADD_ALWAYS);
+    }
+    const std::vector<std::string> names = store.Names();
+    EXPECT_EQ(names.size(), 4u);
+    EXPECT_EQ(Store().Names(), names);
+
+    const std::string good = ReadFileText(root.File(FileOf(all[0])));
+    WriteFileText(root.File(FileOf(all[0])), good.substr(0, good.size() / 2));
+    WriteFileText(root.File(FileOf(all[1])), "KeyProvInfo.Flags: many\n" + ReadFileText(root.File(FileOf(all[1]))));
+    WriteFileText(root.File(FileOf(all[2])), good);  // another's bytes under this name
+    WriteFileText(root.File(kMachineStore + std::string("note.pem")), good);
+    EXPECT_EQ(store.Names(), std::vector<std::string>{"d"});
+
+    // A damaged file is mended by adding the certificate anew, whatever the disposition.
+    EXPECT_NE(store.Add(all[0], CERT_STORE_ADD_NEW), nullptr);
+    EXPECT_NE(store.Add(all[1], CERT_STORE_ADD_USE_EXISTING), nullptr);
+    EXPECT_EQ(store.Names().size(), 3u);
+
+    // An enumeration goes on behind a certificate that is deleted meanwhile, and from one that it did not give.
+    PCCERT_CONTEXT context = CertEnumCertificatesInStore(store.handle(), nullptr);
+    CertDeleteCertificateFromStore(CertDuplicateCertificateContext(context));
+    size_t left = 0;
+    while ((context = CertEnumCertificatesInStore(store.handle(), context)) != nullptr)
+        left++;
+    EXPECT_EQ(left, 2u);
+    Context last = store.Add(MakeCertificate("e", 5), CERT_STORE_ADD_NEW);
+    const std::vector<std::string> now = store.Names();
+    const auto behind = now.end() - std::find(now.begin(), now.end(), "e") - 1;
+    PCCERT_CONTEXT at = last.release();
+    for (long i = 0; i < behind; i++)
+        at = CertEnumCertificatesInStore(store.handle(), at);
+    EXPECT_NE(at, nullptr);
+    EXPECT_EQ(CertEnumCertificatesInStore(store.handle(), at), nullptr);
+}
+
+TEST(CertificateStore, NoContainerNameDamagesTheFile)
+{
+    const PlatformRoot root;
+    const Store store;
+    const Context context = store.Add(MakeCertificate("web01", 1), CERT_STORE_ADD_NEW);
+    for (const char* name : {"", " a ", "a\\b", "a\\nb", "a\\", "a\nKeyProvInfo.Flags: 7\n", "\r\n", "ж😀",
+                             "a\n-----BEGIN CERTIFICATE-----\n"}) {
+        ASSERT_TRUE(SetKey(context.get(), ToUtf16(name)));
+        EXPECT_EQ(KeyOf(store.First().get()), name + kBound);
+    }
+    const std::string path =
+        root.File(FileOf(Der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded)));
+    const std::string pem = ReadFileText(path).substr(ReadFileText(path).rfind("-----BEGIN"));
+    WriteFileText(path, "a note\r\nKeyProvInfo.ContainerName: by\\hand\r\nKeyProvInfo.Flags: 32\r\n" + pem);
+    EXPECT_EQ(KeyOf(store.First().get()), "by\\hand|32|");
+}
+
+TEST(CertificateStore, PropertiesFollowTheTwoCallContract)
+{
+    const PlatformRoot root;
+    const Store store;
+    const Context context = store.Add(MakeCertificate("web01", 1), CERT_STORE_ADD_NEW);
+    ASSERT_TRUE(SetKey(context.get(), u"web01"));
+    for (const DWORD property : {CERT_KEY_PROV_INFO_PROP_ID, CERT_SHA1_HASH_PROP_ID}) {
+        DWORD size = 0;
+        ASSERT_TRUE(CertGetCertificateContextProperty(context.get(), property, nullptr, &size));
+        std::vector<BYTE> data(size);
+        DWORD room = size - 1;
+        EXPECT_FALSE(CertGetCertificateContextProperty(context.get(), property, data.data(), &room));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
+        EXPECT_EQ(room, size);
+        EXPECT_TRUE(CertGetCertificateContextProperty(context.get(), property, data.data(), &room));
+        if (property == CERT_SHA1_HASH_PROP_ID) {
+            const Der der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
+            EXPECT_EQ(kMachineStore + HexText(data.data(), size) + ".pem", FileOf(der));
+        }
+    }
+}
+
+TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
+{
+    const PlatformRoot root;
+    const auto error = [](LPCSTR provider, DWORD flags, LPCWSTR name) {
+        return CertOpenStore(provider, 0, 0, flags, name) == nullptr ? GetLastError() : 0;
+    };
+    const DWORD machine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
+    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine | CERT_STORE_OPEN_EXISTING_FLAG, u"My"),
+              DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine, u"../My"), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(error(reinterpret_cast<LPCSTR>(99), machine, u"My"), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, 0, u"My"), DWORD(E_INVALIDARG));
+    EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
+    EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
+
+    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, machine, u"MY");
+    ASSERT_NE(store, nullptr);
+    const Der der = MakeCertificate("web01", 1);
+    PCCERT_CONTEXT context = nullptr;
+    CertAddEncodedCertificateToStore(store, kEncodings, der.data(), DWORD(der.size()), CERT_STORE_ADD_NEW, &context);
+    EXPECT_FALSE(CertCloseStore(store, CERT_CLOSE_STORE_CHECK_FLAG));
+    EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_PENDING_CLOSE));
+    EXPECT_TRUE(SetKey(context, u"web01")) << "a context outlives its store's handle";
+    CertFreeCertificateContext(context);
+}
+
+TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
+{
+    const PlatformRoot root;
+    const Der der = MakeCertificate("web01", 1);
+    const auto write = [&der] {
+        for (int i = 0; i < 20; i++) {
+            const Store store;
+            if (!SetKey(store.Add(der, CERT_STORE_ADD_USE_EXISTING).get(), std::u16string(size_t(i) + 1, u'x')))
+                return 1;
+        }
+        return 0;
+    };
+    Store().Add(der, CERT_STORE_ADD_NEW);
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(write());
+    std::thread writer([&write] { EXPECT_EQ(write(), 0); });
+    bool whole = true;
+    for (int i = 0; i < 100 && whole; i++)
+        whole = Store().Names() == std::vector<std::string>{"web01"};
+    EXPECT_TRUE(whole);
+    writer.join();
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(KeyOf(Store().First().get()), std::string(20, 'x') + kBound);
+}
