@@ -4,10 +4,15 @@ if(WIN32)
   if(NOT KELVARO_JSONC_ROOT)
     message(FATAL_ERROR "KELVARO_JSONC_ROOT must name the cross-built json-c (see tools/build-json-c.sh)")
   endif()
-  add_library(kelvaro_jsonc STATIC IMPORTED GLOBAL)
-  set_target_properties(kelvaro_jsonc PROPERTIES
-    IMPORTED_LOCATION "${KELVARO_JSONC_ROOT}/lib/libjson-c.a"
-    INTERFACE_INCLUDE_DIRECTORIES "${KELVARO_JSONC_ROOT}/include")
+  # Test programs make the system's own allocations fail, and the library's are not among them: theirs is a copy that calls
+  # the C library past the wrappers (tests/common/alloc_fault.cpp).
+  set(unwrapped "${CMAKE_BINARY_DIR}/libjson-c-unwrapped.a")
+  execute_process(COMMAND "${CMAKE_OBJCOPY}" --redefine-syms=${PROJECT_SOURCE_DIR}/cmake/unwrapped-${CMAKE_SYSTEM_PROCESSOR}.txt
+    "${KELVARO_JSONC_ROOT}/lib/libjson-c.a" "${unwrapped}" COMMAND_ERROR_IS_FATAL ANY)
+  add_library(kelvaro_jsonc INTERFACE IMPORTED GLOBAL)
+  target_include_directories(kelvaro_jsonc SYSTEM INTERFACE "${KELVARO_JSONC_ROOT}/include")
+  target_link_libraries(kelvaro_jsonc INTERFACE
+    "$<IF:$<BOOL:$<TARGET_PROPERTY:KELVARO_COUNTS_ALLOCATIONS>>,${unwrapped},${KELVARO_JSONC_ROOT}/lib/libjson-c.a>")
 else()
   find_package(OpenSSL REQUIRED)
   find_package(CURL REQUIRED)

@@ -11,6 +11,8 @@ target_compile_definitions(kelvaro_options INTERFACE
 if(WIN32)
   target_compile_definitions(kelvaro_options INTERFACE
     UNICODE _UNICODE WINVER=0x0A00 _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX)
+  # The same sources give the same bytes.
+  add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
 add_library(kelvaro_system_options INTERFACE)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "kelvaroctl/cert_commands.h"
 #include "kelvaroctl/config_commands.h"
 #include "kelvaroctl/encrypt_commands.h"
 #include "kelvaroctl/key_commands.h"
@@ -17,11 +18,11 @@ namespace kelvaroctl {
 static const char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  the answer is no: a bad signature\n"
+    "  1  the answer is no: a bad signature, a deletion not confirmed\n"
     "  2  the command line, or a file that it names, is wrong\n"
     "  3  the settings, their store or the module cannot be used\n"
     "  4  sign-in was refused\n"
-    "  5  there is no such key\n"
+    "  5  there is no such key or certificate\n"
     "  6  the vault or the network refused\n"
     "  7  something inside failed\n"
     "With --json the answer, and an error too ({\"error\":{...}}), is one object on standard output.";
@@ -31,6 +32,10 @@ static void AddGlobalOptions(CLI::App& app, Tool& tool)
     app.add_flag("--json", tool.json, "answer with a JSON object, for programs");
     app.add_option("--module", tool.modulePath, "the provider's module; else the one beside this program or installed")
         ->type_name("PATH");
+    app.add_option("--via", tool.via,
+                   "module: load the provider's module (default); ncrypt: go through the key storage router of Windows")
+        ->check(CLI::IsMember({"module", "ncrypt"}))
+        ->type_name("WAY");
     CLI::Option* const machine = app.add_flag("--machine", "machine keys and the machine's settings (default)");
     app.add_flag("--user", tool.user, "the caller's own keys and settings")->excludes(machine);
     app.set_version_flag("--version", std::string("kelvaroctl " KELVARO_VERSION));
@@ -123,6 +128,7 @@ int RunTool(const std::vector<std::string>& arguments)
     AddConfigCommands(app, tool);
     AddProviderCommands(app, tool);
     AddKeyCommands(app, tool);
+    AddCertCommands(app, tool);
     AddSignCommands(app, tool);
     AddEncryptCommands(app, tool);
     try {

@@ -10,7 +10,7 @@ constexpr BYTE kNull = 0x05;
 constexpr BYTE kObjectId = 0x06;
 constexpr BYTE kSequence = 0x30;
 
-static Bytes Element(BYTE tag, const Bytes& content)
+Bytes DerElement(BYTE tag, const Bytes& content)
 {
     Bytes element{tag};
     const size_t size = content.size();
@@ -33,7 +33,7 @@ Bytes DerSequence(std::initializer_list<Bytes> members)
     Bytes content;
     for (const Bytes& member : members)
         content.insert(content.end(), member.begin(), member.end());
-    return Element(kSequence, content);
+    return DerElement(kSequence, content);
 }
 
 static Bytes WithoutLeadingZeros(const Bytes& number)
@@ -47,24 +47,24 @@ Bytes DerInteger(const Bytes& number)
     // A set top bit would make the number negative.
     if (content.empty() || content[0] >= 0x80)
         content.insert(content.begin(), 0);
-    return Element(kInteger, content);
+    return DerElement(kInteger, content);
 }
 
 Bytes DerBitString(const Bytes& content)
 {
     Bytes withUnusedBits{0};
     withUnusedBits.insert(withUnusedBits.end(), content.begin(), content.end());
-    return Element(kBitString, withUnusedBits);
+    return DerElement(kBitString, withUnusedBits);
 }
 
 Bytes DerObjectId(const Bytes& encodedArcs)
 {
-    return Element(kObjectId, encodedArcs);
+    return DerElement(kObjectId, encodedArcs);
 }
 
 Bytes DerNull()
 {
-    return Element(kNull, Bytes());
+    return DerElement(kNull, Bytes());
 }
 
 bool ToWidth(const Bytes& number, size_t width, Bytes* result)

@@ -7,6 +7,8 @@
 
 namespace kelvaroctl {
 
+// Any element: its tag octet, the length, the content.
+Bytes DerElement(BYTE tag, const Bytes& content);
 Bytes DerSequence(std::initializer_list<Bytes> members);
 // A non-negative number, big-endian, leading zeros or none.
 Bytes DerInteger(const Bytes& number);

@@ -12,7 +12,7 @@ namespace kelvaroctl {
 
 enum class ExitCode : int {
     Ok = 0,
-    Negative = 1,       // the question was answered with no: a bad signature
+    Negative = 1,       // the question was answered with no: a bad signature, a deletion not confirmed
     Usage = 2,          // the command line or an input file is wrong
     Configuration = 3,  // settings, their store, or the module cannot be used
     SignIn = 4,

@@ -1,8 +1,11 @@
 #include "kelvaroctl/key_commands.h"
 
 #include "kelvaroctl/files.h"
+#include "kelvaroctl/import_command.h"
+#include "kelvaroctl/key_lifecycle_commands.h"
 #include "kelvaroctl/key_properties.h"
 #include "kelvaroctl/public_key.h"
+#include "kelvaroctl/request_command.h"
 #include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {
@@ -41,9 +44,11 @@ static Answer ListKeys(const Tool& tool, bool details)
     try {
         {
             ProgressLine progress;
+            // The first key comes when the whole vault has been listed.
+            progress.Show("listing the vault");
             provider->ForEachKey([&](const std::string& name, const std::string& algorithm) {
                 visit(name, algorithm);
-                progress.Show(std::to_string(rows.size()) + " keys listed");
+                progress.Show(std::to_string(rows.size()) + (rows.size() == 1 ? " key listed" : " keys listed"));
             });
             for (size_t index = 0; details && index < rows.size(); ++index) {
                 AddDetails(*provider, keys[index]["name"].get<std::string>(), &keys[index], &rows[index]);
@@ -172,6 +177,7 @@ void AddKeyCommands(CLI::App& app, Tool& tool)
 
     const auto details = std::make_shared<bool>(false);
     CLI::App* const list = keys->add_subcommand("list", "list the keys; one request to the vault for each");
+    list->footer("A key is opened in its current version; the provider tells its hosts no version.");
     list->add_flag("--details", *details, "type, size and fingerprint too; one more request for each key");
     list->callback([&tool, details] { tool.action = [&tool, details] { return ListKeys(tool, *details); }; });
 
@@ -180,6 +186,9 @@ void AddKeyCommands(CLI::App& app, Tool& tool)
     show->add_option("NAME", *name, "the key's name")->required();
     show->callback([&tool, name] { tool.action = [&tool, name] { return ShowKey(tool, *name); }; });
     AddExportCommand(*keys, tool);
+    AddRequestCommand(*keys, tool);
+    AddKeyLifecycleCommands(*keys, tool);
+    AddImportCommand(*keys, tool);
 
     CLI::App* const properties = app.add_subcommand("properties", "the properties of a key");
     properties->add_option("NAME", *name, "the key's name")->required();

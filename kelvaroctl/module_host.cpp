@@ -1,59 +1,12 @@
 #include "kelvaroctl/module_host.h"
 
 #include <cstring>
-#include <filesystem>
-
-#include "kelvaroctl/places.h"
 
 namespace kelvaroctl {
 
-namespace fs = std::filesystem;
-
-static const WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
+const WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
 // The longest name that has a form in the vault.
 constexpr size_t kLongestName = 42;
-
-// The module beside this program, or its bare name for the loader to find.
-static std::string DefaultModule()
-{
-    std::vector<WCHAR> path(4096);
-    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length && length < path.size()) {
-        const fs::path beside = fs::u8path(ToNarrow(path.data())).parent_path() / kModuleFile;
-        std::error_code ignored;
-        if (fs::exists(beside, ignored))
-            return beside.u8string();
-    }
-    return kModuleFile;
-}
-
-Module::Module(const std::string& path) : path_(path.empty() ? DefaultModule() : path)
-{
-    // A file beside the working directory is named with a folder, or the loader would look for it elsewhere.
-    if (!path.empty())
-        path_ = fs::absolute(fs::u8path(path)).u8string();
-    handle_ = LoadLibraryW(ToWide(path_).c_str());
-    if (!handle_)
-        throw ConfigurationFailure("cannot load the module " + path_ + ": " + LoaderMessage(GetLastError()));
-    const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(handle_, "GetKeyStorageInterface")));
-    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    if (!getInterface || getInterface(kProviderName, &table, 0) != 0 || !table) {
-        FreeLibrary(handle_);
-        throw ConfigurationFailure(path_ + " is no key storage provider");
-    }
-    if (table->Version.MajorVersion != 1) {
-        FreeLibrary(handle_);
-        throw ConfigurationFailure(path_ + " has version " + std::to_string(table->Version.MajorVersion) +
-                                   " of the provider interface, and this tool knows version 1");
-    }
-    table_ = table;
-}
-
-Module::~Module()
-{
-    FreeLibrary(handle_);
-}
 
 namespace {
 // A block that the module handed out.
@@ -96,7 +49,7 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
 }
 }  // namespace
 
-Provider::Provider(const std::string& modulePath, bool machine) : module_(modulePath), machine_(machine)
+Provider::Provider(std::unique_ptr<Road> road, bool machine) : road_(std::move(road)), machine_(machine)
 {
     const SECURITY_STATUS status = table().OpenProvider(&handle_, kProviderName, 0);
     if (status != ERROR_SUCCESS)
@@ -147,19 +100,82 @@ void Provider::ForEachKey(const KeyVisitor& visit) const
     }
 }
 
-Key::Key(const Provider& provider, const std::string& name) : provider_(provider), name_(name)
+static WideText KeyName(const std::string& name)
 {
     const WideText wide = ToWide(name);
     if (wide.empty() || wide.size() > kLongestName) {
         throw UsageFailure("a key's name has 1 to " + std::to_string(kLongestName) + " characters, and '" + name +
                            "' has " + std::to_string(wide.size()));
     }
+    return wide;
+}
+
+Key::Key(const Provider& provider, const std::string& name) : provider_(provider), name_(name)
+{
+    const WideText wide = KeyName(name);
     Check(Operation::OpenKey, table().OpenKey(provider.handle(), &handle_, wide.c_str(), 0, provider.scopeFlag()));
+}
+
+Key::Key(const Provider& provider, const std::string& name, NCRYPT_KEY_HANDLE handle)
+    : provider_(provider), handle_(handle), name_(name)
+{
+}
+
+Key Key::Create(const Provider& provider, const std::string& name, const std::string& algorithm, bool overwrite)
+{
+    const WideText wide = KeyName(name);
+    const DWORD flags = provider.scopeFlag() | (overwrite ? NCRYPT_OVERWRITE_KEY_FLAG : 0);
+    NCRYPT_KEY_HANDLE handle = 0;
+    const SECURITY_STATUS status = provider.table().CreatePersistedKey(
+        provider.handle(), &handle, ToWide(algorithm).c_str(), wide.c_str(), 0, flags);
+    if (status != ERROR_SUCCESS)
+        throw StatusFailure(Operation::CreateKey, status, name);
+    return Key(provider, name, handle);
+}
+
+Key Key::Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
+                const std::string& name, const std::string& password)
+{
+    WideText wideName = name.empty() ? WideText() : KeyName(name);
+    WideText secret = ToWide(password);
+    const auto buffer = [](DWORD type, WideText& text) {
+        return NCryptBuffer{static_cast<ULONG>((text.size() + 1) * sizeof(WCHAR)), type, text.data()};
+    };
+    std::vector<NCryptBuffer> buffers = {buffer(NCRYPTBUFFER_PKCS_SECRET, secret)};
+    if (!name.empty())
+        buffers.push_back(buffer(NCRYPTBUFFER_PKCS_KEY_NAME, wideName));
+    NCryptBufferDesc parameters = {NCRYPTBUFFER_VERSION, static_cast<ULONG>(buffers.size()), buffers.data()};
+    NCRYPT_KEY_HANDLE handle = 0;
+    const SECURITY_STATUS status =
+        provider.table().ImportKey(provider.handle(), 0, blobType, &parameters, &handle, const_cast<BYTE*>(blob.data()),
+                                   static_cast<DWORD>(blob.size()), NCRYPT_DO_NOT_FINALIZE_FLAG);
+    SecureZeroMemory(secret.data(), secret.size() * sizeof(WCHAR));
+    if (status != ERROR_SUCCESS)
+        throw StatusFailure(Operation::ImportKey, status, subject);
+    return Key(provider, name.empty() ? subject : name, handle);
 }
 
 Key::~Key()
 {
-    table().FreeKey(provider_.handle(), handle_);
+    if (handle_)
+        table().FreeKey(provider_.handle(), handle_);
+}
+
+void Key::SetLength(DWORD bits)
+{
+    Check(Operation::SetLength, table().SetKeyProperty(provider_.handle(), handle_, NCRYPT_LENGTH_PROPERTY,
+                                                       reinterpret_cast<BYTE*>(&bits), sizeof(bits), 0));
+}
+
+void Key::Finalize()
+{
+    Check(Operation::FinalizeKey, table().FinalizeKey(provider_.handle(), handle_, 0));
+}
+
+void Key::Delete()
+{
+    Check(Operation::DeleteKey, table().DeleteKey(provider_.handle(), handle_, 0));
+    handle_ = 0;
 }
 
 void Key::Check(Operation operation, SECURITY_STATUS status) const

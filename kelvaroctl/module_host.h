@@ -1,4 +1,4 @@
-// The host's side of the module: loads it, keeps its table, and closes what it opened.
+// The host's side of the provider: its objects, closed when they go.
 //
 // Every refusal by the module is thrown as a Failure with its status. Calls on keys wait for the network.
 #pragma once
@@ -7,38 +7,23 @@
 #include <optional>
 #include <string>
 
+#include "kelvaroctl/road.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
-#include "platform/cng_provider.h"
 
 namespace kelvaroctl {
 
-class Module {
-  public:
-    // path: empty for the module beside this program, else in the loader's path. Throws a configuration failure.
-    explicit Module(const std::string& path);
-    ~Module();
-    Module(const Module&) = delete;
-    Module& operator=(const Module&) = delete;
-
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return *table_; }
-    const std::string& path() const { return path_; }
-
-  private:
-    HMODULE handle_ = nullptr;
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
-    std::string path_;
-};
+extern const WCHAR kProviderName[];  // the provider's, as it is registered and as certificates name it
 
 class Provider {
   public:
-    Provider(const std::string& modulePath, bool machine);
+    Provider(std::unique_ptr<Road> road, bool machine);
     ~Provider();
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
 
-    const Module& module() const { return module_; }
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return module_.table(); }
+    const Road& road() const { return *road_; }
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return road_->table(); }
     NCRYPT_PROV_HANDLE handle() const { return handle_; }
     DWORD scopeFlag() const { return machine_ ? NCRYPT_MACHINE_KEY_FLAG : 0; }
 
@@ -58,7 +43,7 @@ class Provider {
     void ForEachKey(const KeyVisitor& visit) const;
 
   private:
-    Module module_;
+    std::unique_ptr<Road> road_;
     NCRYPT_PROV_HANDLE handle_ = 0;
     bool machine_;
 };
@@ -68,6 +53,13 @@ class Key {
     // The provider must outlive the key.
     Key(const Provider& provider, const std::string& name);
     ~Key();
+    // A key that is nowhere but here until Finalize() makes it in the vault. overwrite: without a look whether the
+    // vault has a key of that name.
+    static Key Create(const Provider& provider, const std::string& name, const std::string& algorithm, bool overwrite);
+    // A key from a private blob, pending like a created one. name: empty for none; password: for an encrypted blob.
+    // subject: what the key is called in failures.
+    static Key Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
+                      const std::string& name, const std::string& password);
     Key(const Key&) = delete;
     Key& operator=(const Key&) = delete;
 
@@ -78,6 +70,11 @@ class Key {
     // RSAPUBLICBLOB or ECCPUBLICBLOB, whichever is the key's.
     Bytes PublicBlob() const;
 
+    void SetLength(DWORD bits);
+    void Finalize();
+    // From the vault. The key is not used any more afterwards.
+    void Delete();
+
     // padding and flags as the table's calls take them; room: for how many bytes of result.
     Bytes Sign(void* padding, const Bytes& digest, DWORD flags) const;
     bool Verify(void* padding, const Bytes& digest, const Bytes& signature, DWORD flags) const;
@@ -85,6 +82,7 @@ class Key {
     Bytes Decrypt(const Bytes& input, size_t room, DWORD flags) const;
 
   private:
+    Key(const Provider& provider, const std::string& name, NCRYPT_KEY_HANDLE handle);
     void Check(Operation operation, SECURITY_STATUS status) const;
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return provider_.table(); }
 

@@ -32,7 +32,8 @@ static Answer ShowProvider(const Tool& tool)
                      {"implementationType", implementation},
                      {"implementation", ImplementationWords(implementation)},
                      {"maxNameLength", longest},
-                     {"module", provider->module().path()},
+                     {"via", tool.via},
+                     {"module", provider->road().place()},
                      {"scope", hive.scope()},
                      {"settings", report.settings},
                      {"log", {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}}}};
@@ -40,7 +41,7 @@ static Answer ShowProvider(const Tool& tool)
                            {"version", versionText},
                            {"implementation", ImplementationWords(implementation)},
                            {"longest key name", std::to_string(longest) + " characters"},
-                           {"module", provider->module().path()}}) +
+                           {"module", provider->road().place()}}) +
                   LogAdvice(log) + "\nsettings in force for " + hive.scope() + " keys, " +
                   SettingsPlace(hive.handle()) + "\n" + Columns(report.settingRows, 2);
     return answer;

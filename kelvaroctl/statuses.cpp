@@ -68,6 +68,24 @@ constexpr MeaningRow kMeanings[] = {
      "account may lack the permission to decrypt, or the key is disabled or not meant for it"},
     {Operation::Decrypt, 0x80090010, ExitCode::Usage, "the key is not meant for decryption"},
     {Operation::Decrypt, 0x80090027, ExitCode::Refused, "the vault's answer held no result"},
+    {Operation::CreateKey, 0x8009000F, ExitCode::Usage,
+     "the vault holds a key of this name; with --overwrite it gets a new version"},
+    {Operation::CreateKey, 0x80090027, ExitCode::Internal, "the module could not make its client of the vault"},
+    {Operation::CreateKey, 0x80090029, ExitCode::Usage, "the provider does not offer this algorithm"},
+    {Operation::ImportKey, 0x80090005, ExitCode::Usage,
+     "the key in the file is malformed, or the password is not its own"},
+    {Operation::ImportKey, 0x80090027, ExitCode::Usage, "the provider does not accept the name or the password"},
+    {Operation::ImportKey, 0x80090029, ExitCode::Usage, "the provider imports RSA keys of 2048 to 4096 bits alone"},
+    {Operation::ImportKey, 0x8009002D, ExitCode::Usage,
+     "the password is not the key's own, or the key is encrypted in a way that the provider does not know"},
+    {Operation::SetLength, 0x80090029, ExitCode::Usage,
+     "an RSA key has 2048 to 4096 bits in steps of 8, and a curve key its curve's"},
+    {Operation::FinalizeKey, 0x80090020, ExitCode::Refused,
+     "the vault refused to create it, or could not be reached: the account may lack the permission to create keys or "
+     "certificates, or a key of this name is deleted but not purged"},
+    {Operation::DeleteKey, 0x80090020, ExitCode::Refused,
+     "the vault refused to delete it, or could not be reached: the account may lack the permission to delete, or the "
+     "key belongs to a certificate while CertificatesOrKeys says 1, or the other way round"},
 };
 
 struct OperationRow {
@@ -87,6 +105,11 @@ constexpr OperationRow kOperations[] = {
     {Operation::Verify, "verify with"},
     {Operation::Encrypt, "encrypt with"},
     {Operation::Decrypt, "decrypt with"},
+    {Operation::CreateKey, "create the key"},
+    {Operation::ImportKey, "import"},
+    {Operation::SetLength, "set the length of the key"},
+    {Operation::FinalizeKey, "create the key"},
+    {Operation::DeleteKey, "delete the key"},
 };
 
 const StatusRow* FindStatus(SECURITY_STATUS status)

@@ -20,6 +20,11 @@ enum class Operation {
     Verify,
     Encrypt,
     Decrypt,
+    CreateKey,
+    ImportKey,
+    SetLength,
+    FinalizeKey,
+    DeleteKey,
 };
 
 // The provider's own status of a listing that failed.

@@ -1,5 +1,6 @@
 #include "kelvaroctl/terminal.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "kelvaroctl/failure.h"
@@ -7,10 +8,15 @@
 
 namespace kelvaroctl {
 
-bool ErrorOutputIsTerminal()
+static bool IsTerminal(DWORD stream)
 {
     DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+    return GetConsoleMode(GetStdHandle(stream), &mode) != 0;
+}
+
+bool ErrorOutputIsTerminal()
+{
+    return IsTerminal(STD_ERROR_HANDLE);
 }
 
 namespace {
@@ -55,6 +61,19 @@ std::string ReadSecretLine(const std::string& prompt)
     return line;
 }
 
+std::optional<std::string> AskOnTerminal(const std::string& question)
+{
+    if (!IsTerminal(STD_INPUT_HANDLE) || !ErrorOutputIsTerminal())
+        return std::nullopt;
+    std::cerr << question << std::flush;
+    std::string line;
+    if (!std::getline(std::cin, line))
+        return std::nullopt;
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
+    return line;
+}
+
 ProgressLine::ProgressLine() : terminal_(ErrorOutputIsTerminal()) {}
 
 ProgressLine::~ProgressLine()
@@ -67,8 +86,9 @@ void ProgressLine::Show(const std::string& text)
 {
     if (!terminal_)
         return;
-    std::cerr << '\r' << text << std::flush;
-    shown_ = text.size();
+    // Blanks over what is left of a longer text.
+    std::cerr << '\r' << text << std::string(shown_ > text.size() ? shown_ - text.size() : 0, ' ') << std::flush;
+    shown_ = std::max(shown_, text.size());
 }
 
 }  // namespace kelvaroctl

@@ -1,6 +1,7 @@
 // The terminal, if there is one.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace kelvaroctl {
@@ -10,6 +11,9 @@ bool ErrorOutputIsTerminal();
 // One line of standard input, without its end. On a terminal `prompt` is written to standard error and nothing is
 // echoed. Throws a usage failure at the end of the input.
 std::string ReadSecretLine(const std::string& prompt);
+
+// Asks on standard error and reads one line of standard input. nullopt when either is no terminal, or at its end.
+std::optional<std::string> AskOnTerminal(const std::string& question);
 
 // A line on standard error that is written over and over; silent when that is no terminal. Cleared at its end.
 class ProgressLine {

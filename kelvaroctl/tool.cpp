@@ -9,7 +9,11 @@ std::unique_ptr<Provider> Tool::OpenProvider() const
     SettingsHive(HKEY_LOCAL_MACHINE).Exists();
     if (user)
         SettingsHive(HKEY_CURRENT_USER).Exists();
-    return std::make_unique<Provider>(modulePath, !user);
+    if (via == "module")
+        return std::make_unique<Provider>(LoadModule(modulePath), !user);
+    if (!modulePath.empty())
+        throw UsageFailure("--module names a module, and with --via ncrypt it is the registered one that is used");
+    return std::make_unique<Provider>(OpenRouter(), !user);
 }
 
 void Tool::Warn(const std::string& text)

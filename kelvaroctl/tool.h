@@ -26,6 +26,7 @@ class Tool {
   public:
     bool json = false;
     std::string modulePath;
+    std::string via = "module";  // or "ncrypt": through the platform's router
     bool user = false;
     // Set by the command that the command line names.
     std::function<Answer()> action;

@@ -94,6 +94,12 @@ int KVCAuthenticate(KVC* kvc)
     return 0;
 }
 
+int KVCTakeHeldToken(KVC* call)
+{
+    const ExclusiveLock lock(&call->client->lock);
+    return HandOver(call->client, call) ? 1 : 0;
+}
+
 TokenAnswer TakeTokenAnswer(KVC* kvc, const char* body)
 {
     const JsonPtr answer = JsonParse(body);

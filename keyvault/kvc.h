@@ -74,5 +74,9 @@ using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
 // share its outcome.
 int KVCAuthenticate(KVC* kvc);
 
+// Hands the token and the vault name that the client holds to one of its call records, run out or not, and without a
+// sign-in; before the first one there is no token. 1; 0: no memory.
+int KVCTakeHeldToken(KVC* call);
+
 // The text of a string, empty for NULL.
 const WCHAR* KVCText(const BldStr* str);

@@ -7,6 +7,10 @@
 #include "support/bldstr.h"
 
 constexpr DWORD HTTP_OK = 200;
+constexpr DWORD HTTP_ACCEPTED = 202;
+constexpr DWORD HTTP_NO_CONTENT = 204;
+constexpr DWORD HTTP_BAD_REQUEST = 400;
+constexpr DWORD HTTP_FORBIDDEN = 403;
 constexpr DWORD HTTP_CONFLICT = 409;
 constexpr DWORD HTTP_THROTTLED = 429;
 

@@ -1,4 +1,5 @@
-// The algorithms on offer.
+#include "provider/algorithms.h"
+
 #include <string.h>
 
 #include "provider/entry_points.h"
@@ -37,15 +38,6 @@ constexpr Algorithm kAlgorithms[] = {
 bool IsSelected(const Algorithm& algorithm, DWORD dwAlgOperations)
 {
     return dwAlgOperations == 0 || (algorithm.selectedBy & dwAlgOperations) != 0;
-}
-
-bool IsOffered(const WCHAR* algName)
-{
-    for (const Algorithm& algorithm : kAlgorithms) {
-        if (TextEqual(algName, algorithm.name))
-            return true;
-    }
-    return false;
 }
 
 struct Selection {
@@ -94,6 +86,15 @@ HeapPtr<NCryptAlgorithmName> MakeList(const Selection& selection, DWORD dwAlgOpe
 
 }  // namespace
 
+bool IsOfferedAlgorithm(const WCHAR* algName)
+{
+    for (const Algorithm& algorithm : kAlgorithms) {
+        if (TextEqual(algName, algorithm.name))
+            return true;
+    }
+    return false;
+}
+
 SECURITY_STATUS WINAPI KelvaroIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId, DWORD dwFlags)
 {
     LogString(kIsAlgSupported, pszAlgId, LOG_ENTRY_LEVEL);
@@ -103,7 +104,7 @@ SECURITY_STATUS WINAPI KelvaroIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWS
         return Fail(NTE_INVALID_PARAMETER, kIsAlgSupported);
     if ((dwFlags & ~static_cast<DWORD>(NCRYPT_SILENT_FLAG)) != 0)
         return Fail(NTE_BAD_FLAGS, kIsAlgSupported);
-    if (!IsOffered(pszAlgId))
+    if (!IsOfferedAlgorithm(pszAlgId))
         return Fail(NTE_NOT_SUPPORTED, kIsAlgSupported);
     return ERROR_SUCCESS;
 }

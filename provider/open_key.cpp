@@ -1,3 +1,4 @@
+#include "certsync/vault_to_machine.h"
 #include "keyvault/key_lookup.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -42,13 +43,24 @@ void TakeVaultDescription(KSP_KEY* key)
     key->fFinalized = 1;
 }
 
+// The first open of a machine key on a provider brings the vault's new certificates to the machine. The open goes on in
+// every case. The client has signed in.
+void SyncCertificatesOnce(KSP_PROVIDER* provider, const KSP_KEY& key)
+{
+    if (!key.fMachineKey || !key.kvc->certificateMode || provider->fCertsSynced.exchange(1))
+        return;
+    const KVCCall call(KVCBeginCall(key.kvc));
+    if (call && KVCTakeHeldToken(call.get()))
+        KVCSyncCertsFromKVToMachine(call.get());
+}
+
 }  // namespace
 
 SECURITY_STATUS WINAPI KelvaroOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
                                       DWORD /*dwLegacyKeySpec*/, DWORD dwFlags)
 {
     LogNumber(TEXT("KelvaroOpenKey"), pszKeyName, static_cast<LONG>(dwFlags), LOG_ENTRY_LEVEL);
-    const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
         return Fail(NTE_INVALID_HANDLE, kFailure);
     if (!phKey || !pszKeyName)
@@ -68,6 +80,7 @@ SECURITY_STATUS WINAPI KelvaroOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     status = BeginVaultCall(key->kvc, TEXT("KelvaroOpenKey Authenticate Failed "), &call);
     if (status != ERROR_SUCCESS)
         return Fail(status, kFailure);
+    SyncCertificatesOnce(provider, *key);
     if (!KVCGetKey(call.get(), pszKeyName, &key->kvk, 1))
         return Fail(NTE_NOT_FOUND, kFailure);
 

@@ -65,6 +65,13 @@ DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName)
     return error == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(number) ? number : 0;
 }
 
+bool SettingsWriteNumber(HKEY hive, const WCHAR* valueName, DWORD number)
+{
+    const SettingsKey key(hive);
+    return key.get() &&
+           RegSetKeyValueW(key.get(), nullptr, valueName, REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
+}
+
 bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
 {
     const SettingsKey key(hive);

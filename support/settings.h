@@ -13,6 +13,9 @@ void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cb
 // Reads a REG_DWORD; 0 when it is missing or of another type.
 DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName);
 
+// Writes a REG_DWORD. False when the key cannot be opened or the value not be written.
+bool SettingsWriteNumber(HKEY hive, const WCHAR* valueName, DWORD number);
+
 // Writes a REG_SZ with its terminator. False when the key cannot be opened or the value not be written.
 bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text);
 

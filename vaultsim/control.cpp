@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "vaultsim/control_vaults.h"
+#include "vaultsim/issue.h"
 
 namespace vaultsim {
 
@@ -154,6 +155,9 @@ void Control::AddVaults()
                  }));
     server_.Post(vault + "/certificates", Wrap([found](const auto& path, const httplib::Request& request) {
                      return AddCertificates(*found(path[0]), Json::parse(request.body));
+                 }));
+    server_.Post(vault + "/issue", Wrap([found](const auto& path, const httplib::Request& request) {
+                     return IssueCertificate(*found(path[0]), Json::parse(request.body));
                  }));
     server_.Get(vault + "/keys/([^/]+)/pem", [found](const httplib::Request& request, httplib::Response& response) {
         try {

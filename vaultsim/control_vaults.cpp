@@ -209,10 +209,13 @@ Json AddCertificates(Vault& vault, const Json& body)
     const X509Ptr given(pem.empty() ? nullptr : CertificateFromPem(pem).release());
     if (!pem.empty() && (!given || !SamePublicKey(X509_get0_pubkey(given.get()), material.get())))
         throw std::invalid_argument("the PEM text has no certificate of its key");
+    const bool share = body.value("shareCertificate", false);
+    X509Ptr made;
     for (size_t i = 0; i < count; i++) {
         const std::string name =
             body.contains("count") ? SeedName(body, "cert-", i) : CheckName(body.at("name").get<std::string>());
-        const X509Ptr made = given ? nullptr : SelfSigned(body.value("subject", "CN=" + name), material.get());
+        if (!given && (!made || !share))
+            made = SelfSigned(body.value("subject", "CN=" + name), material.get());
         const std::lock_guard<std::mutex> lock(vault.mutex);
         PutCertificate(vault, name, body, given ? given.get() : made.get(), material);
     }

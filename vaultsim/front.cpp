@@ -35,7 +35,7 @@ std::optional<size_t> LengthOf(const Call& call)
 Front::Front(std::string name, int port, const Authority* authority, FrontDesk desk, Handler handler)
     : name_(std::move(name)), authority_(authority), desk_(desk), handler_(std::move(handler))
 {
-    listener_ = std::make_unique<Listener>(port, [this](int socket) { Accepted(socket); });
+    listener_ = std::make_unique<Listener>(desk_.address, port, [this](int socket) { Accepted(socket); });
 }
 
 Front::~Front()
@@ -145,7 +145,7 @@ bool Front::Exchange(Wire& wire, const Call& call)
 
     const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
     desk_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");
-    const bool close = EqualsNoCase(call.Header("Connection").value_or(""), "close");
+    const bool close = desk_.closing || EqualsNoCase(call.Header("Connection").value_or(""), "close");
     return Deliver(wire, answer, fault, close) && !close;
 }
 

@@ -20,6 +20,8 @@ namespace vaultsim {
 
 // What all listeners share.
 struct FrontDesk {
+    std::string address;
+    bool closing;  // each connection is closed after its first answer
     Journal& journal;
     Counts& counts;
     Faults& faults;

@@ -21,14 +21,14 @@ namespace {
 
 }  // namespace
 
-Listener::Listener(int port, std::function<void(int)> accepted)
-    : accepted_(std::move(accepted)), port_(port), wake_(eventfd(0, EFD_CLOEXEC))
+Listener::Listener(const std::string& address, int port, std::function<void(int)> accepted)
+    : accepted_(std::move(accepted)), address_(address), port_(port), wake_(eventfd(0, EFD_CLOEXEC))
 {
     socket_ = Bind();
-    sockaddr_in address = {};
-    socklen_t size = sizeof address;
-    getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
+    sockaddr_in bound = {};
+    socklen_t size = sizeof bound;
+    getsockname(socket_, reinterpret_cast<sockaddr*>(&bound), &size);
+    port_ = ntohs(bound.sin_port);
 }
 
 Listener::~Listener()
@@ -48,7 +48,7 @@ int Listener::Bind() const
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port_));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, address_.c_str(), &address.sin_addr);
     if (bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
         close(bound);

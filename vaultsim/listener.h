@@ -1,16 +1,18 @@
-// A listening socket on 127.0.0.1 with a thread that accepts.
+// A listening socket with a thread that accepts.
 #pragma once
 
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace vaultsim {
 
 class Listener {
   public:
-    // port 0: the kernel's choice. `accepted` gets the socket and owns it; it must not block. Throws std::system_error.
-    Listener(int port, std::function<void(int)> accepted);
+    // address: an IPv4 address in digits. port 0: the kernel's choice. `accepted` gets the socket and owns it; it must
+    // not block. Throws std::system_error.
+    Listener(const std::string& address, int port, std::function<void(int)> accepted);
     ~Listener();
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
@@ -25,6 +27,7 @@ class Listener {
     void StopAccepting();
 
     std::function<void(int)> accepted_;
+    std::string address_;
     int port_ = 0;
     int wake_ = -1;
     std::mutex mutex_;

@@ -1,5 +1,7 @@
 #include "vaultsim/options.h"
 
+#include <arpa/inet.h>
+
 #include <functional>
 #include <map>
 #include <stdexcept>
@@ -17,12 +19,14 @@ const char kUsage[] =
     "  --client-id ID             the application that may sign in\n"
     "  --client-secret S          its secret\n"
     "  --oid GUID                 the object id in its tokens\n"
+    "  --address ADDRESS          an IPv4 address to listen on (127.0.0.1); the control interface stays where it is\n"
     "  --control-port PORT        port of the control interface; this and the others: 0 for any free one\n"
     "  --listen-tls PORT          port of the vaults and of sign-in\n"
     "  --http-port PORT           port of the instance metadata service\n"
     "  --arc-port PORT            port of the Arc identity service\n"
     "  --arc                      name the Arc identity service in the file env\n"
     "  --rsa                      server certificates with RSA keys in place of curve keys\n"
+    "  --close                    close each connection after its first answer\n"
     "  --quiet                    no hint on standard error\n";
 
 namespace {
@@ -33,6 +37,14 @@ int ParsePort(const std::string& text)
         std::stoi(text) > 65535)
         throw std::invalid_argument("not a port: " + text);
     return std::stoi(text);
+}
+
+std::string ParseAddress(const std::string& text)
+{
+    in_addr parsed = {};
+    if (inet_pton(AF_INET, text.c_str(), &parsed) != 1)
+        throw std::invalid_argument("not an address: " + text);
+    return text;
 }
 
 VaultOption ParseVault(const std::string& text)
@@ -56,13 +68,17 @@ Options ParseOptions(const std::vector<std::string>& arguments, bool& help)
         {"--client-id", [&](const std::string& value) { options.clientId = value; }},
         {"--client-secret", [&](const std::string& value) { options.clientSecret = value; }},
         {"--oid", [&](const std::string& value) { options.oid = value; }},
+        {"--address", [&](const std::string& value) { options.address = ParseAddress(value); }},
         {"--control-port", [&](const std::string& value) { options.controlPort = ParsePort(value); }},
         {"--listen-tls", [&](const std::string& value) { options.tlsPort = ParsePort(value); }},
         {"--http-port", [&](const std::string& value) { options.httpPort = ParsePort(value); }},
         {"--arc-port", [&](const std::string& value) { options.arcPort = ParsePort(value); }},
     };
-    const std::map<std::string, bool*> flags = {
-        {"--arc", &options.arc}, {"--rsa", &options.rsa}, {"--quiet", &options.quiet}, {"--help", &help}};
+    const std::map<std::string, bool*> flags = {{"--arc", &options.arc},
+                                                {"--rsa", &options.rsa},
+                                                {"--close", &options.close},
+                                                {"--quiet", &options.quiet},
+                                                {"--help", &help}};
     for (size_t i = 0; i < arguments.size(); i++) {
         const auto flag = flags.find(arguments[i]);
         const auto value = valued.find(arguments[i]);

@@ -18,12 +18,14 @@ struct Options {
     std::string clientId = "c2b60e34-8a0b-4f5e-a6f3-91d1f5a2ce08";
     std::string clientSecret = "vaultsim~client.secret";
     std::string oid = "8e6f1f0a-2c47-4b7d-93ab-51f0c7d2e9b4";
-    int controlPort = 0;  // 0: the kernel's choice
+    std::string address = "127.0.0.1";  // where all but the control interface listen
+    int controlPort = 0;                // 0: the kernel's choice
     int tlsPort = 0;
     int httpPort = 0;
     int arcPort = 0;
-    bool arc = false;  // IDENTITY_ENDPOINT stands in the env file
-    bool rsa = false;  // server certificates with RSA keys
+    bool arc = false;    // IDENTITY_ENDPOINT stands in the env file
+    bool rsa = false;    // server certificates with RSA keys
+    bool close = false;  // each connection is closed after its first answer
     bool quiet = false;
 };
 

@@ -1,20 +1,25 @@
 #include "tests/common/alloc_fault.h"
 
+#include <atomic>
 #include <cstdint>
+
+#include "platform/platform.h"
 
 namespace {
 struct Plan {
-    bool active = false;
     bool failAllAfter = false;
     size_t failAt = SIZE_MAX;
     size_t seen = 0;
 };
-thread_local Plan plan;
+Plan plan;
+// The thread to which the plan belongs; 0: none. No thread_local, whose storage the Windows compiler's runtime
+// allocates.
+std::atomic<DWORD> planThread{0};
 }  // namespace
 
 bool AllocFaultDue()
 {
-    if (!plan.active)
+    if (planThread != GetCurrentThreadId())
         return false;
     const size_t index = plan.seen++;
     return index == plan.failAt || (plan.failAllAfter && index > plan.failAt);
@@ -22,12 +27,13 @@ bool AllocFaultDue()
 
 AllocFault::AllocFault(size_t failAt, bool failAllAfter)
 {
-    plan = Plan{true, failAllAfter, failAt, 0};
+    plan = Plan{failAllAfter, failAt, 0};
+    planThread = GetCurrentThreadId();
 }
 
 AllocFault::~AllocFault()
 {
-    plan = Plan{};
+    planThread = 0;
 }
 
 size_t AllocFault::Seen() const

@@ -5,7 +5,7 @@
 #include <cstddef>
 
 // While one of these lives, allocation number `failAt` (from 0) of this thread's system code fails, and all later ones
-// too when `failAllAfter` is set. failAt of SIZE_MAX fails none and only counts.
+// too when `failAllAfter` is set. failAt of SIZE_MAX fails none and only counts. One lives at a time.
 class AllocFault {
   public:
     explicit AllocFault(size_t failAt, bool failAllAfter = false);

@@ -152,6 +152,35 @@ TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasItAndASecondRefusalIsFinal)
     EXPECT_EQ(1u, LinesWith("Return Code Error 0x191"));
 }
 
+// Nothing is trimmed: the end of a line stands in the header, and what stands behind one is a line of its own.
+TEST_F(ManagedIdentity, LineEndsOfTheSecretFileGoIntoTheHeader)
+{
+    SetEndpoint(kArcEndpoint);
+    const struct {
+        const char* story;
+        const char* secret;
+        Strings lines;
+    } rows[] = {
+#ifndef _WIN32  // WinHTTP reads header lines on its own
+        {"a line feed", "secret\n", {"Authorization: Basic secret\n"}},
+#endif
+        {"the platform's line end", "secret\r\n", {"Authorization: Basic secret"}},
+        {"a second line", "secret\r\nX-Second: line\r\n", {"Authorization: Basic secret", "X-Second: line"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.story);
+        sim.ClearJournal();
+        AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("lines.key", row.secret)));
+        Answer("/metadata", 200, R"({"token_type":"Bearer","access_token":"abc"})");
+        const ClientPtr kvc = Client();
+        EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+        const auto journal = sim.Journal();
+        ASSERT_EQ(2u, journal.size());
+        const Strings lines = CallerLines(journal[1]);
+        EXPECT_EQ(row.lines, Strings(lines.begin() + 1, lines.end()));
+    }
+}
+
 TEST_F(ManagedIdentity, AServiceWithoutRealmIsAskedForFourMinutes)
 {
     SetEndpoint(kArcEndpoint);
@@ -181,26 +210,30 @@ TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
         return nlohmann::json{{"action", "status"}, {"status", code}, {"body", body}};
     };
     const std::string failure = "KVCAuthenticate MSIAuthenticate failure - Return ";
+    AlsoConnect(":8123:" + ConnectTarget(":80:"));
+    const nlohmann::json unmet = {{"action", "raw"}, {"raw", Challenge("WWW-Authenticate: Basic realm=/etc/hostname")}};
+    const nlohmann::json silence = {{"action", "reset-before"}, {"times", 10}};
     const struct {
         const char* story;
         nlohmann::json fault;
         int result;
         std::string line;
+        std::string endpoint = "";
     } rows[] = {
         {"a type alone is a success", status(200, R"({"token_type":"Bearer"})"), 1, ""},
         {"a token alone is a success", status(200, R"({"access_token":"abc"})"), 1, ""},
         {"no JSON", status(200, "<html>"), 0, ""},
-        {"a challenge on another port than the connected machine's",
-         {{"action", "raw"}, {"raw", Challenge("WWW-Authenticate: Basic realm=/etc/hostname")}},
-         0,
-         failure + "Code Error 0x191"},
+        {"a challenge on the default port", unmet, 0, failure + "Code Error 0x191"},
+        {"a challenge on a port that was named", unmet, 0, failure + "Code Error 0x191", "http://localhost:8123/"},
         {"identity not found", status(400, R"({"error":"x"})"), 0, failure + R"(String {"error":"x"})"},
-        {"no answer", {{"action", "reset-before"}, {"times", 10}}, 0, failure + "Code Error 0x0"},
+        {"no answer", silence, 0, failure + "Code Error 0x0"},
+        {"no answer on the connected machine", silence, 0, failure + "Code Error 0x0", kArcEndpoint},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);
         sim.Control("DELETE", "/faults");
         root.ClearLog();
+        SetEndpoint(row.endpoint);
         nlohmann::json fault = row.fault;
         fault["path"] = "/metadata";
         sim.Fault(fault);
@@ -208,6 +241,7 @@ TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
         EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
         EXPECT_EQ(row.line.empty() ? 0u : 1u, LinesWith("failure - Return Code"));
         EXPECT_TRUE(row.line.empty() || root.Logged(row.line, 1)) << root.WholeLog();
+        EXPECT_EQ(0u, LinesWith("Arc Retry"));
     }
 }
 

@@ -85,6 +85,7 @@ TEST_F(EncryptTest, TheSizeComesFromTheVaultAndATooSmallBufferIsAFailure)
     EXPECT_EQ(16u, asked.needed);
     EXPECT_EQ(1u, sim.VaultRequests().size());
     EXPECT_EQ(256u, Encrypt(Pattern(16), NCRYPT_PAD_OAEP_FLAG, 0).needed);
+    EXPECT_EQ(2u, sim.VaultRequests().size());
 
     const Result small = Decrypt(cipher, NCRYPT_PAD_OAEP_FLAG, 15);
     EXPECT_EQ(Hex(NTE_FAIL), Hex(small.status));
@@ -174,6 +175,29 @@ TEST_F(EncryptTest, WithoutASignInOrAClientNothingGoesOut)
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Encrypt(Pattern(3), NCRYPT_PAD_PKCS1_FLAG).status));
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Decrypt(Pattern(3), NCRYPT_PAD_PKCS1_FLAG).status));
     EXPECT_EQ(Lines{}, sim.VaultRequests());
+}
+
+TEST_F(EncryptTest, EveryAllocationOfEitherMayFail)
+{
+    const Bytes cipher = Encrypt(Pattern(16), NCRYPT_PAD_PKCS1_FLAG).bytes;
+    for (const bool encrypt : {true, false}) {
+        SCOPED_TRACE(encrypt ? "encrypt" : "decrypt");
+        const Bytes input = encrypt ? Pattern(16) : cipher;
+        Bytes output(600);
+        DWORD cb = 0;
+        const auto run = [&] {
+            output.assign(600, 0xAA);
+            return (encrypt ? table->Encrypt : table->Decrypt)(provider, key, const_cast<BYTE*>(input.data()),
+                                                               static_cast<DWORD>(input.size()), nullptr, output.data(),
+                                                               600, &cb, NCRYPT_PAD_PKCS1_FLAG);
+        };
+        const size_t failures = FailEach(run, [&](SECURITY_STATUS status, size_t failAt) {
+            EXPECT_TRUE(failAt > 0 || status == NTE_NO_MEMORY) << "the call record comes first";
+            EXPECT_TRUE(status == 0 || output == Bytes(600, 0xAA)) << failAt;
+        });
+        EXPECT_GT(failures, 4u);
+        EXPECT_EQ(encrypt ? 256u : 16u, cb);
+    }
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // What a host learns of the provider's algorithms and of the vault's keys.
-#include <algorithm>
 #include <set>
 
 #include "tests/provider/key_fixture.h"
@@ -11,29 +10,6 @@ constexpr SECURITY_STATUS kVaultReadFailed = static_cast<SECURITY_STATUS>(0x801B
 
 class EnumTest : public KeyTest {
   protected:
-    struct Found {
-        SECURITY_STATUS status;
-        std::string name;
-        std::string algId;
-        DWORD flags;
-    };
-    // One step of a walk; the name block goes back at once.
-    Found Next(PVOID* state, DWORD flags = NCRYPT_MACHINE_KEY_FLAG)
-    {
-        NCryptKeyName* name = nullptr;
-        Found found = {table->EnumKeys(OpenProvider(), nullptr, &name, state, flags), "", "", 0};
-        if (found.status == 0) {
-            found.name = Narrow(name->pszName);
-            found.algId = Narrow(name->pszAlgid);
-            found.flags = name->dwFlags;
-            EXPECT_EQ(0u, name->dwLegacyKeySpec);
-            EXPECT_EQ(0, table->FreeBuffer(name));
-        } else {
-            EXPECT_EQ(nullptr, name);
-        }
-        return found;
-    }
-
     Lines Algorithms(DWORD operations, SECURITY_STATUS expected)
     {
         DWORD count = 77;
@@ -189,40 +165,76 @@ TEST_F(EnumTest, TheClientFollowsTheFlagsOfEachCall)
     table->FreeBuffer(state);
 }
 
-TEST_F(EnumTest, TenThousandKeysInHundredsOfPages)
-{
-    constexpr DWORD kKeys = 10000;
-    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed",
-                {{"keys", kKeys}, {"prefix", "key-"}, {"kty", "RSA"}, {"shareMaterial", true}});
-    sim.Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 7}, {"firstEmpty", true}});
-    sim.Fault({{"path", "/keys?"}, {"skip", 200}, {"times", 2}, {"action", "status"}, {"status", 429}});
-    PVOID state = nullptr;
-    const Found first = Next(&state);
-    ASSERT_EQ("0x00000000", Hex(first.status));
-    EXPECT_EQ((std::vector<DWORD>{1000, 2000}), clock.Waits());
-    const Lines requests = sim.VaultRequests();
-    EXPECT_GT(requests.size(), 402u);
-    EXPECT_EQ(requests[200], requests[201]);  // the throttled page is asked for again
-    EXPECT_EQ(requests[200], requests[202]);
-    EXPECT_NE(requests[202], requests[203]);
+// The block behind a walk is a published layout: its names are looked at without a read of each key.
+struct WalkState {
+    LONG index;
+    DWORD count;
 
-    // The block is a published layout: the names are looked at without a read of each key.
-    const struct Head {
-        LONG index;
-        DWORD count;
-    }* head = static_cast<const Head*>(state);
-    EXPECT_EQ(1, head->index);
-    ASSERT_EQ(kKeys, head->count);
-    WCHAR* const* names = reinterpret_cast<WCHAR* const*>(head + 1);
-    Lines all;
-    for (DWORD i = 0; i < kKeys; ++i)
-        all.push_back(Narrow(names[i]));
-    EXPECT_EQ(first.name, all.front());
-    EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
-    EXPECT_EQ(kKeys, std::set<std::string>(all.begin(), all.end()).size());
-    for (size_t i = 1; i < 30; ++i)
-        EXPECT_EQ(all[i], Next(&state).name);
-    EXPECT_EQ(0, table->FreeBuffer(state));
+    WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
+};
+
+struct WalkCost {
+    size_t requests;     // of the listing and the first key
+    size_t allocations;  // likewise
+    size_t nextKey;      // allocations of one further key at the beginning of the walk
+    size_t lastKey;      // and of the last one
+};
+
+TEST_F(EnumTest, TheCostOfAWalkGrowsWithItsKeysAndNoFaster)
+{
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 2);
+    Reattach();
+    sim.Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 8}, {"firstEmpty", false}});
+    AddCurveKey("warm", "P-256");
+    OpenKey("warm");  // signs in
+    const auto measure = [&](DWORD keys) {
+        const size_t pages = keys / 25;
+        sim.Control("PUT", std::string("/vaults/") + Simulator::kVault, {{"tier", "premium"}});
+        sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed",
+                    {{"keys", keys}, {"prefix", "key-"}, {"kty", "EC"}, {"crv", "P-256"}, {"shareMaterial", true}});
+        sim.Fault({{"path", "/keys?"}, {"skip", pages / 2}, {"times", 2}, {"action", "status"}, {"status", 429}});
+        sim.ClearJournal();
+        clock.ClearWaits();
+        root.ClearLog();
+        PVOID state = nullptr;
+        WalkCost cost = {};
+        const auto next = [&](const std::string& expected) {
+            const AllocFault count(SIZE_MAX);
+            EXPECT_EQ(expected, Next(&state).name);
+            return count.Seen();
+        };
+        cost.allocations = next("key-000000");
+        const Lines requests = sim.VaultRequests();
+        cost.requests = requests.size();
+        EXPECT_EQ((std::vector<DWORD>{1000, 2000}), clock.Waits());
+        EXPECT_EQ(requests[pages / 2], requests[pages / 2 + 1]);  // the throttled page is asked for again
+        EXPECT_EQ(requests[pages / 2], requests[pages / 2 + 2]);
+        EXPECT_NE(requests[pages / 2 + 2], requests[pages / 2 + 3]);
+        EXPECT_EQ(Lines(2, "KVCGetKeys REST Call Error Error 0x1ad"), ErrorLines());
+
+        auto* walk = static_cast<WalkState*>(state);
+        if (!walk || walk->count != keys) {
+            ADD_FAILURE() << "not the whole vault";
+            return cost;
+        }
+        std::set<std::string> all;
+        for (DWORD i = 0; i < keys; ++i)
+            all.insert(Narrow(walk->names()[i]));
+        EXPECT_EQ(keys, all.size());
+        cost.nextKey = next("key-000001");
+        walk->index = static_cast<LONG>(keys - 1);  // on to the end, past reads that cost what this one costs
+        cost.lastKey = next(*all.rbegin());
+        EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+        EXPECT_EQ(0, table->FreeBuffer(state));
+        return cost;
+    };
+    const WalkCost small = measure(1000);
+    const WalkCost large = measure(10000);
+    EXPECT_GE(large.requests, 400u + 40u);  // pages with keys, and empty ones between
+    EXPECT_LE(large.requests, 10 * small.requests);
+    EXPECT_LE(large.allocations, 10 * small.allocations);
+    EXPECT_EQ(small.nextKey, large.nextKey);
+    EXPECT_EQ(large.nextKey, large.lastKey);
 }
 
 TEST_F(EnumTest, AKeyThatCannotBeReadIsTriedAgain)

@@ -15,25 +15,7 @@ Bytes Words(std::initializer_list<uint32_t> words)
     return bytes;
 }
 
-class ExportTest : public KeyTest {
-  protected:
-    // Asks for the size, then for the bytes.
-    Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0)
-    {
-        const TextString type = Wide(blobType);
-        Result result;
-        result.status =
-            table->ExportKey(OpenProvider(), key, 0, type.c_str(), nullptr, nullptr, 0, &result.needed, flags);
-        if (result.status != 0)
-            return result;
-        result.bytes.resize(result.needed);
-        DWORD cb = 0;
-        result.status =
-            table->ExportKey(provider, key, 0, type.c_str(), nullptr, result.bytes.data(), result.needed, &cb, flags);
-        EXPECT_EQ(result.needed, cb);
-        return result;
-    }
-};
+using ExportTest = KeyTest;
 
 constexpr char kRsa[] = "RSAPUBLICBLOB";
 constexpr char kCurve[] = "ECCPUBLICBLOB";

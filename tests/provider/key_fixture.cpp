@@ -1,5 +1,8 @@
 #include "tests/provider/key_fixture.h"
 
+#include <fstream>
+#include <iterator>
+
 using nlohmann::json;
 
 namespace {
@@ -72,6 +75,13 @@ json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y, const s
     return answer;
 }
 
+std::string ReadServiceSample(const std::string& name)
+{
+    std::ifstream file(std::string(KELVARO_TEST_DATA) + "/service/" + name + ".json", std::ios::binary);
+    EXPECT_TRUE(file) << name;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
 Padding::Padding(DWORD flags, const char* hash)
     : pss_((flags & BCRYPT_PAD_PKCS1) == 0 && (flags & BCRYPT_PAD_PSS) != 0), name_(Wide(hash ? hash : ""))
 {
@@ -94,6 +104,37 @@ SECURITY_STATUS KeyTest::Verify(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash
 {
     return table->VerifySignature(OpenProvider(), key, padding, hash.data(), static_cast<DWORD>(hash.size()),
                                   signature.data(), static_cast<DWORD>(signature.size()), flags);
+}
+
+Result KeyTest::Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags)
+{
+    const TextString type = Wide(blobType);
+    Result result;
+    result.status = table->ExportKey(OpenProvider(), key, 0, type.c_str(), nullptr, nullptr, 0, &result.needed, flags);
+    if (result.status != 0)
+        return result;
+    result.bytes.resize(result.needed);
+    DWORD cb = 0;
+    result.status =
+        table->ExportKey(provider, key, 0, type.c_str(), nullptr, result.bytes.data(), result.needed, &cb, flags);
+    EXPECT_EQ(result.needed, cb);
+    return result;
+}
+
+KeyTest::Found KeyTest::Next(PVOID* state, DWORD flags)
+{
+    NCryptKeyName* name = nullptr;
+    Found found = {table->EnumKeys(OpenProvider(), nullptr, &name, state, flags), "", "", 0};
+    if (found.status == 0) {
+        found.name = Narrow(name->pszName);
+        found.algId = Narrow(name->pszAlgid);
+        found.flags = name->dwFlags;
+        EXPECT_EQ(0u, name->dwLegacyKeySpec);
+        EXPECT_EQ(0, table->FreeBuffer(name));
+    } else {
+        EXPECT_EQ(nullptr, name);
+    }
+    return found;
 }
 
 void KeyTest::AddRsaKey(const std::string& name)

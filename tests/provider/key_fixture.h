@@ -21,6 +21,8 @@ nlohmann::json RsaAnswer(const Bytes& n, const Bytes& e = {1, 0, 1});
 nlohmann::json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
                            const std::vector<std::string>& ops = {"sign", "verify"}, const std::string& algIdTag = "");
 
+std::string ReadServiceSample(const std::string& name);  // a file of tests/data/service, without ".json"
+
 // The padding information that belongs to the flags. hash: NULL for a missing name.
 class Padding {
   public:
@@ -45,6 +47,18 @@ class KeyTest : public HostTest {
     // Without a buffer when room is 0.
     Result Sign(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, DWORD flags, DWORD room = 600);
     SECURITY_STATUS Verify(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, Bytes signature, DWORD flags);
+
+    // Asks for the size, then for the bytes.
+    Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0);
+
+    struct Found {
+        SECURITY_STATUS status;
+        std::string name;
+        std::string algId;
+        DWORD flags;
+    };
+    // One step of a walk; the name block goes back at once.
+    Found Next(PVOID* state, DWORD flags = NCRYPT_MACHINE_KEY_FLAG);
 
     void AddRsaKey(const std::string& name);
     void AddCurveKey(const std::string& name, const std::string& crv);

@@ -312,6 +312,9 @@ TEST_F(ProviderTest, SecurityDescriptorsAreCheckedAndOnlyKept)
     Bytes cut(good.begin(), good.end() - 1);
     Bytes wrongRevision = good;
     wrongRevision[0] = 2;
+    // Eight bytes before the end an owner that says it has twelve.
+    Bytes overTheEdge = WithOwnerAt(static_cast<DWORD>(good.size() - 8));
+    overTheEdge[good.size() - 8 + offsetof(SID, SubAuthorityCount)] = 1;
     struct Row {
         const char* name;
         Bytes value;
@@ -330,7 +333,7 @@ TEST_F(ProviderTest, SecurityDescriptorsAreCheckedAndOnlyKept)
         {"a byte short", cut, 4, NTE_BAD_DATA},
         {"wrong revision", wrongRevision, 4, NTE_BAD_DATA},
         {"owner outside", WithOwnerAt(1u << 30), 4, NTE_BAD_DATA},
-        {"owner over the edge", WithOwnerAt(24), 4, NTE_BAD_DATA},
+        {"owner over the edge", overTheEdge, 4, NTE_BAD_DATA},
     };
     const Bytes read = GetKey(NewKey("RSA"), "Security Descr").bytes;
     for (const Row& row : rows) {

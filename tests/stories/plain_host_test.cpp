@@ -148,13 +148,3 @@ TEST_F(PlainHostTest, LeavesNoSecretOnTheDiskAndNoFileOpenToOthers)
     EXPECT_NE(std::string::npos, ReadFile(registry).find("\"ClientDPAPISecret\"=\""));
     EXPECT_NE(std::string::npos, ReadFile(registry).find("\"ClientSecret\"=\"\""));
 }
-
-TEST_F(PlainHostTest, LoadsAndUnloadsAHundredTimes)
-{
-    for (int i = 0; i < 100; i++) {
-        void* again = dlopen(KELVARO_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(nullptr, again);
-        dlclose(again);
-    }
-    EXPECT_FALSE(SignOnce().empty());
-}

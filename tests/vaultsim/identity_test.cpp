@@ -58,7 +58,7 @@ TEST_F(IdentityTest, MetadataAnswersAProperRequestOnly)
 
     const Reply unknown = Identity("http", kPath + "2018-02-01&client_id=nobody", {{"Metadata", "true"}});
     EXPECT_EQ(unknown.status, 400);
-    EXPECT_EQ(unknown.json(), Sample(VAULTSIM_SAMPLES "/error-400-identity-not-found.json"));
+    EXPECT_EQ(unknown.json(), Sample(SERVICE_SAMPLES "/error-400-identity-not-found.json"));
 
     const Json answer = Identity("http", kPath + "2018-02-01", {{"Metadata", "true"}}).json();
     for (const auto& [name, value] : answer.items())

@@ -68,7 +68,7 @@ TEST_F(TokenTest, SignInRefusesWhatIsWrong)
             EXPECT_EQ(reply.json()["error"], row.error) << row.body << row.path;
         }
     }
-    EXPECT_EQ(Shape(SignIn(good + "x").json()), Shape(Sample(VAULTSIM_SAMPLES "/error-401-client-secret.json")));
+    EXPECT_EQ(Shape(SignIn(good + "x").json()), Shape(Sample(SERVICE_SAMPLES "/error-401-client-secret.json")));
     EXPECT_EQ(Control("GET", "/counts")["signins"], 0);
 }
 
@@ -94,9 +94,9 @@ TEST_F(TokenTest, TheVaultRefusesEveryOtherToken)
     Control("PUT", "/tokens", {{"lifetimeSeconds", 0}});
     const std::string expired = FreshToken();
 
-    EXPECT_EQ(ListWith(httplib::Headers()).json(), Sample(VAULTSIM_SAMPLES "/error-401-no-token.json"));
+    EXPECT_EQ(ListWith(httplib::Headers()).json(), Sample(SERVICE_SAMPLES "/error-401-no-token.json"));
     EXPECT_EQ(ListWith({{"Authorization", "Basic " + good}}).json(),
-              Sample(VAULTSIM_SAMPLES "/error-401-no-token.json"));
+              Sample(SERVICE_SAMPLES "/error-401-no-token.json"));
     for (const std::string& token :
          {std::string("x"), forged, header + good.substr(first), good.substr(0, second + 1), expired}) {
         const Reply reply = ListWith(token);

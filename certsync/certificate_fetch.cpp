@@ -1,0 +1,66 @@
+#include "certsync/certificate_fetch.h"
+
+#include "keyvault/json.h"
+#include "keyvault/rest_call.h"
+#include "keyvault/throttle.h"
+#include "support/base64.h"
+#include "support/codepage.h"
+#include "support/log.h"
+
+namespace {
+
+// Leaves the answer in lastBody.
+bool Fetch(KVC* kvc, const WCHAR* certName)
+{
+    Throttle throttle;
+    do {
+        kvc->lastStatus = 0;
+        const int good = KVCDoKVRESTCall(kvc, nullptr, static_cast<int>(kvc->certificateMode), certName, TEXT("GET"),
+                                         nullptr, nullptr, nullptr);
+        if (good && kvc->lastStatus == HTTP_OK)
+            return true;
+        if (kvc->lastStatus != HTTP_THROTTLED) {
+            LogError(TEXT("KVCGetCert REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
+            return false;
+        }
+    } while (throttle.WaitAndRetry(TEXT("KVCGetCert ActionThrottled"), kvc->lastStatus));
+    return false;
+}
+
+// The certificate's text, borrowed; NULL when the answer has none.
+const char* CertificateText(json_object* answer)
+{
+    if (json_object* value = JsonMember(answer, "value")) {
+        LogLine(TEXT("KeyVaultClient::GetCert Found Certificate - value (non-exportable)"), LOG_DETAIL_LEVEL);
+        return json_object_get_string(value);
+    }
+    if (json_object* cer = JsonMember(answer, "cer")) {
+        LogLine(TEXT("KeyVaultClient::GetCert Found Certificate - cer (exportable)"), LOG_DETAIL_LEVEL);
+        return json_object_get_string(cer);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob)
+{
+    LogLine(TEXT("KVCGetCert"), LOG_STEP_LEVEL);
+    if (!certName || !certblob) {
+        LogLine(TEXT("KVCGetCert Bad CertName or certblob pointer"), LOG_ERROR_LEVEL);
+        return 0;
+    }
+    if (!Fetch(kvc, certName))
+        return 0;
+    const JsonPtr answer = JsonParse(kvc->lastBody);
+    const char* text = CertificateText(answer.get());
+    const MallocPtr<WCHAR> wide(text ? BytesStrToWStr(text) : nullptr);
+    BYTE* bytes = nullptr;
+    DWORD size = 0;
+    if (!wide || !KVCKelvaro_FromBase64(wide.get(), &bytes, &size, 1))
+        return 0;
+    certblob->der.reset(bytes);
+    certblob->size = size;
+    // Without memory for the bytes the decoder tells their size all the same.
+    return bytes ? 1 : 0;
+}

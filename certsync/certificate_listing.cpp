@@ -1,0 +1,243 @@
+#include "certsync/certificate_listing.h"
+
+#include <string.h>
+
+#include "keyvault/json.h"
+#include "keyvault/kvkey.h"
+#include "keyvault/rest_call.h"
+#include "keyvault/throttle.h"
+#include "support/codepage.h"
+#include "support/guards.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+struct Entry {
+    WCHAR clearName[kClearNameChars];
+    WCHAR thumbprint[kCertSlotChars];
+};
+
+// What the pages have brought so far.
+class EntryList {
+  public:
+    EntryList() = default;
+    ~EntryList() { free(entries_); }
+    EntryList(const EntryList&) = delete;
+    EntryList& operator=(const EntryList&) = delete;
+
+    // Makes room for `more` entries. The room doubles, so that a long walk copies each entry a few times only. False:
+    // no memory, and the list is what it was.
+    bool Reserve(size_t more)
+    {
+        if (more <= room_ - count_)
+            return true;
+        const size_t needed = count_ + more;
+        const size_t room = needed > 2 * room_ ? needed : 2 * room_;
+        // The count goes out as a LONG.
+        if (room > INT32_MAX / sizeof(Entry))
+            return false;
+        void* grown = realloc(entries_, room * sizeof(Entry));
+        if (!grown)
+            return false;
+        entries_ = static_cast<Entry*>(grown);
+        room_ = room;
+        return true;
+    }
+
+    // There is room for it.
+    void Add(const WCHAR* clearName, const WCHAR* thumbprint)
+    {
+        Entry& entry = entries_[count_++];
+        TextCopyCut(entry.clearName, kClearNameChars, View(clearName));
+        TextCopyCut(entry.thumbprint, kCertSlotChars, View(thumbprint));
+    }
+
+    size_t count() const { return count_; }
+    const Entry& at(size_t index) const { return entries_[index]; }
+
+  private:
+    Entry* entries_ = nullptr;
+    size_t count_ = 0;
+    size_t room_ = 0;
+};
+
+void LogCount(const WCHAR* message, size_t number, LONG level)
+{
+    LogNumber(message, TEXT(""), static_cast<LONG>(number), level);
+}
+
+enum class Page { Read, Throttled, Failed };
+
+// Leaves the page in lastBody.
+Page FetchPage(KVC* kvc, const BldStr* rawURL)
+{
+    constexpr WCHAR kFailure[] = TEXT("KVCGetCerts REST Call Error");
+    Throttle throttle;
+    do {
+        kvc->lastStatus = 0;
+        if (!KVCDoKVRESTCall(kvc, rawURL ? rawURL->cStr : nullptr, 1, nullptr, TEXT("GET"), nullptr, nullptr, nullptr))
+            LogError(kFailure, kvc->lastStatus, LOG_ERROR_LEVEL);
+        if (kvc->lastStatus == HTTP_OK)
+            return Page::Read;
+        if (kvc->lastStatus != HTTP_THROTTLED) {
+            LogError(kFailure, kvc->lastStatus, LOG_ERROR_LEVEL);
+            return Page::Failed;
+        }
+    } while (throttle.WaitAndRetry(TEXT("KVCGetCerts ActionThrottled"), kvc->lastStatus));
+    return Page::Throttled;
+}
+
+// Takes path and query of the next page, if there is one. The host of the link is dropped: the walk stays with its
+// vault. False: no memory.
+bool TakeNextLink(json_object* page, BldStrPtr* rawURL)
+{
+    const char* link = JsonMemberText(page, "nextLink");
+    const char* tail = link ? strstr(link, "/certificates?") : nullptr;
+    if (!tail)
+        return true;
+    rawURL->reset(BldStrNewStrFromAscii(tail));
+    if (!*rawURL)
+        return false;
+    LogString(TEXT("KVCGetCerts rawURL nextlinkstr Found"), (*rawURL)->cStr, LOG_STEP_LEVEL);
+    return true;
+}
+
+void SkipElement(const WCHAR* message)
+{
+    LogLine(message, LOG_ERROR_LEVEL);
+}
+
+// Adds the certificate of one element; there is room for it. A failure skips this element only.
+void TakeElement(json_object* element, size_t index, EntryList* list)
+{
+    if (!element)
+        return LogCount(TEXT("KVCGetCerts kids json_object_array_get_idx valueToken"), index, LOG_ERROR_LEVEL);
+    json_object* idItem = JsonMember(element, "id");
+    json_object* x5tItem = JsonMember(element, "x5t");
+    if (!idItem || !x5tItem)
+        return SkipElement(TEXT("KVCGetCerts kids json_object_object_get id or x5t NULL"));
+    const char* id = json_object_get_string(idItem);
+    const char* x5t = json_object_get_string(x5tItem);
+    if (!id || !x5t)
+        return SkipElement(TEXT("KVCGetCerts kids json_object_get_string iditem or x5t failed"));
+    const char* slash = strrchr(id, '/');
+    if (!slash)
+        return SkipElement(TEXT("KVCGetCerts kids strrchr / failed"));
+    const MallocPtr<WCHAR> encodedName(BytesStrToWStr(slash + 1));
+    const MallocPtr<WCHAR> thumbprint(BytesStrToWStr(x5t));
+    if (!encodedName || !thumbprint)
+        return SkipElement(TEXT("KVCGetCerts kids BytesStrToWStr NULL"));
+    WCHAR clearName[kClearNameChars];
+    int encoded = 0;
+    if (!KVCConvertEncodedKeyNameToClear(encodedName.get(), clearName, &encoded))
+        return LogStrings(TEXT("KVCGetCerts kids KVCConvertEncodedKeyNameToClear FAILED"), encodedName.get(),
+                          TEXT("InvalidName"), LOG_ERROR_LEVEL);
+    LogStrings(TEXT("KVCGetCerts kids"), encodedName.get(), clearName, LOG_STEP_LEVEL);
+    list->Add(clearName, thumbprint.get());
+}
+
+// Reads one page. False: no memory; a page that is no JSON is the last.
+bool TakePage(const char* body, EntryList* list, BldStrPtr* rawURL)
+{
+    const JsonPtr page = JsonParse(body);
+    if (!TakeNextLink(page.get(), rawURL))
+        return false;
+    json_object* value = JsonMember(page.get(), "value");
+    if (!json_object_is_type(value, json_type_array))
+        return true;
+    const size_t length = json_object_array_length(value);
+    LogCount(TEXT("KVCGetCerts value len is"), length, LOG_STEP_LEVEL);
+    LogCount(TEXT("KVCGetCerts value mycount is "), list->count(), LOG_STEP_LEVEL);
+    if (!length)
+        LogLine(TEXT("KVCGetCerts value len is Zero"), LOG_STEP_LEVEL);
+    if (!list->Reserve(length))
+        return false;
+    for (size_t i = 0; i < length; i++)
+        TakeElement(json_object_array_get_idx(value, i), i, list);
+    return true;
+}
+
+// One block: `count` pointers, and the slots that they point to behind them. NULL: no memory.
+HeapPtr<WCHAR*> NewSlots(size_t count)
+{
+    const size_t size = count * (sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR));
+    WCHAR** block = static_cast<WCHAR**>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size));
+    WCHAR* const slots = reinterpret_cast<WCHAR*>(block + count);
+    for (size_t i = 0; block && i < count; i++)
+        block[i] = slots + i * kCertSlotChars;
+    return HeapPtr<WCHAR*>(block);
+}
+
+bool HandOver(const EntryList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)
+{
+    HeapPtr<WCHAR*> nameSlots = NewSlots(list.count());
+    HeapPtr<WCHAR*> thumbprintSlots = NewSlots(list.count());
+    if (!nameSlots || !thumbprintSlots)
+        return false;
+    for (size_t i = 0; i < list.count(); i++) {
+        TextCopyCut(nameSlots.get()[i], kCertSlotChars, View(list.at(i).clearName));
+        TextCopyCut(thumbprintSlots.get()[i], kCertSlotChars, View(list.at(i).thumbprint));
+    }
+    *names = nameSlots.release();
+    *thumbprints = thumbprintSlots.release();
+    *count = static_cast<LONG>(list.count());
+    return true;
+}
+
+bool ArgumentsGood(const KVC* kvc, WCHAR*** names, WCHAR*** thumbprints, const LONG* count)
+{
+    if (!kvc)
+        LogLine(TEXT("KVCGetCerts kvc NULL - skipping"), LOG_STEP_LEVEL);
+    else if (!count)
+        LogLine(TEXT("KVCGetCerts Bad Count"), LOG_ERROR_LEVEL);
+    else if (!names)
+        LogLine(TEXT("KVCGetCerts Bad WCHARCertsArray Array pointer"), LOG_ERROR_LEVEL);
+    else if (!thumbprints)
+        LogLine(TEXT("KVCGetCerts Bad WCHARThumbprintArray pointer"), LOG_ERROR_LEVEL);
+    else
+        return true;
+    return false;
+}
+
+int FailNoMemory(LONG* count)
+{
+    LogLine(TEXT("KVCGetCerts Out of memory"), LOG_ERROR_LEVEL);
+    *count = 0;
+    return 0;
+}
+
+}  // namespace
+
+int KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArray, LONG* count)
+{
+    LogLine(TEXT("KVCGetCerts"), LOG_STEP_LEVEL);
+    if (!ArgumentsGood(kvc, WCHARCertsArray, WCHARThumbprintArray, count))
+        return 0;
+    EntryList list;
+    BldStrPtr rawURL;
+    Page page;
+    do {
+        page = FetchPage(kvc, rawURL.get());
+        if (page == Page::Failed)
+            return 0;
+        rawURL.reset();
+        if (page == Page::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &rawURL))
+            return FailNoMemory(count);
+    } while (rawURL);
+    LogLine(TEXT("KVCGetCerts found sizes OK"), LOG_STEP_LEVEL);
+    // A list that broke off is not handed out: nobody would release it.
+    if (page == Page::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))
+        return FailNoMemory(count);
+    LogLine(TEXT("KVCGetCerts Complete"), LOG_STEP_LEVEL);
+    return page == Page::Read ? 1 : 0;
+}
+
+void KVCGetCertsFree(WCHAR** WCHARCertsArray, WCHAR** WCHARThumbprintArray)
+{
+    LogLine(TEXT("KVCGetCertsFree"), LOG_STEP_LEVEL);
+    if (WCHARCertsArray)
+        HeapFree(GetProcessHeap(), 0, WCHARCertsArray);
+    if (WCHARThumbprintArray)
+        HeapFree(GetProcessHeap(), 0, WCHARThumbprintArray);
+}

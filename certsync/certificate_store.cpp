@@ -1,0 +1,9 @@
+#include "certsync/certificate_store.h"
+
+const WCHAR kCertificateProvider[] = TEXT("Zandrel Key Storage Provider for Key Vault");
+
+HCERTSTORE OpenPersonalStore(bool isMachine)
+{
+    const DWORD location = isMachine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
+    return CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, location, TEXT("My"));
+}

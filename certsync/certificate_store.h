@@ -1,0 +1,19 @@
+// The personal certificate stores of the machine and of the user, and how a certificate in them names its key.
+#pragma once
+
+#include <memory>
+
+#include "platform/platform.h"
+
+// The provider's name in a certificate's provider information.
+extern const WCHAR kCertificateProvider[];
+
+constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+// Opens the store "My". NULL with the thread's last error.
+HCERTSTORE OpenPersonalStore(bool isMachine);
+
+struct CertContextFreer {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+using CertContextPtr = std::unique_ptr<const CERT_CONTEXT, CertContextFreer>;

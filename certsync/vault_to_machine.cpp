@@ -1,0 +1,172 @@
+#include "certsync/vault_to_machine.h"
+
+#include "certsync/cert_sync_list.h"
+#include "certsync/certificate_fetch.h"
+#include "certsync/certificate_listing.h"
+#include "certsync/certificate_store.h"
+#include "keyvault/kvkey.h"
+#include "support/base64.h"
+#include "support/clock.h"
+#include "support/log.h"
+#include "support/settings.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr WCHAR kStampValue[] = TEXT("FromKVLastSyncTime");
+constexpr int64_t kSyncPeriodSeconds = 600;
+constexpr WCHAR kDummyName[] = TEXT("Dummy Certificate Name");
+constexpr DWORD kSimpleNameChars = 2048;
+
+// Whether a run is due. The stamp goes forward before the work and stands whatever becomes of it, so that a vault that
+// fails is not asked again by every open of a key.
+bool ClaimRun()
+{
+    const int64_t now = ClockUnixTime();
+    const int64_t last = SettingsReadNumber(HKEY_LOCAL_MACHINE, kStampValue);
+    if (now - last <= kSyncPeriodSeconds)
+        return false;
+    LogLine(TEXT("KVCSyncCertsFromKVToMachine Time Check"), LOG_DETAIL_LEVEL);
+    LogLine(TEXT("KVCSyncCertsFromKVToMachine Update Time"), LOG_DETAIL_LEVEL);
+    SettingsWriteNumber(HKEY_LOCAL_MACHINE, kStampValue, static_cast<DWORD>(now + kSyncPeriodSeconds));
+    return true;
+}
+
+bool FetchAndStore(KVC* kvc, const WCHAR* name)
+{
+    WCHAR encodedName[kEncodedNameChars] = {};
+    int encoded = 0;
+    CertBlob blob = {};
+    return KVCConvertClearKeyNameToEncoded(name, encodedName, &encoded) && KVCGetCert(kvc, encodedName, &blob) &&
+           KVCPropogateCertificateFromKeyVault(name, blob.size, blob.der.get());
+}
+
+// Handles one entry of the listing. True when the list has grown.
+bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, BldStr* list)
+{
+    LogString(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Loop Name"), name, LOG_DETAIL_LEVEL);
+    LogString(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Loop Thumbprint"), thumbprint, LOG_DETAIL_LEVEL);
+    BYTE hash[kLongestHash];
+    DWORD size = kLongestHash;
+    if (!BldBinFromBase64(thumbprint, hash, &size))
+        return false;
+    const HashText hex(hash, size);
+    if (TextContains(list->cStr, View(hex.text())))
+        return false;
+    LogString(TEXT("KVCSyncCertsFromKVToMachine Found New Cert"), name, LOG_DETAIL_LEVEL);
+    if (!FetchAndStore(kvc, name))
+        return false;
+    return BldStrCat(list, hex.text()) && BldStrCat(list, TEXT(","));
+}
+
+// Handles all entries. True when the list has grown.
+bool SyncAll(KVC* kvc, BldStr* list)
+{
+    WCHAR** names = nullptr;
+    WCHAR** thumbprints = nullptr;
+    LONG count = 0;
+    if (!KVCGetCerts(kvc, &names, &thumbprints, &count)) {
+        LogLine(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Failed"), LOG_DETAIL_LEVEL);
+        return false;
+    }
+    LogLine(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts OK"), LOG_DETAIL_LEVEL);
+    if (count < 1) {
+        LogNumber(TEXT("KVCSyncCertsFromKVToMachine Count"), TEXT(""), count, LOG_DETAIL_LEVEL);
+        const HeapPtr<WCHAR*> emptyNames(names);
+        const HeapPtr<WCHAR*> emptyThumbprints(thumbprints);
+        return false;
+    }
+    bool changed = false;
+    for (LONG i = 0; i < count; i++)
+        changed |= SyncEntry(kvc, names[i], thumbprints[i], list);
+    KVCGetCertsFree(names, thumbprints);
+    return changed;
+}
+
+// The subject's simple name, empty when it cannot be converted. NULL: no memory.
+MallocPtr<WCHAR> SimpleName(const CERT_CONTEXT* context)
+{
+    MallocPtr<WCHAR> name(static_cast<WCHAR*>(calloc(kSimpleNameChars, sizeof(WCHAR))));
+    if (name)
+        CertNameToStrW(X509_ASN_ENCODING, &context->pCertInfo->Subject, CERT_SIMPLE_NAME_STR, name.get(),
+                       kSimpleNameChars);
+    return name;
+}
+
+// Lets the certificate find its private key through the provider.
+bool Bind(const CERT_CONTEXT* context, const WCHAR* container)
+{
+    CRYPT_KEY_PROV_INFO info = {};
+    info.pwszContainerName = const_cast<WCHAR*>(container);
+    info.pwszProvName = const_cast<WCHAR*>(kCertificateProvider);
+    info.dwFlags = NCRYPT_MACHINE_KEY_FLAG;
+    if (!CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info)) {
+        LogError(TEXT("KVCPropogateCertificateFromKeyVault Certificate Provider Set FAILED"), GetLastError(),
+                 LOG_ERROR_LEVEL);
+        return false;
+    }
+    LogLine(TEXT("KVCPropogateCertificateFromKeyVault Certificate Provider Set OK"), LOG_DETAIL_LEVEL);
+    return true;
+}
+
+bool AddBound(HCERTSTORE store, const WCHAR* certName, DWORD certSize, const BYTE* certBytes)
+{
+    const CERT_CONTEXT* added = nullptr;
+    if (!CertAddEncodedCertificateToStore(store, kCertificateEncodings, certBytes, certSize,
+                                          CERT_STORE_ADD_USE_EXISTING, &added)) {
+        LogError(TEXT("KVCPropogateCertificateFromKeyVault CertAddEncodedCertificateToStore FAILED"), GetLastError(),
+                 LOG_ERROR_LEVEL);
+        return false;
+    }
+    LogLine(TEXT("KVCPropogateCertificateFromKeyVault Certificate Added to Store OK"), LOG_DETAIL_LEVEL);
+    const CertContextPtr context(added);
+    return Bind(context.get(), certName);
+}
+
+}  // namespace
+
+void KVCSyncCertsFromKVToMachine(KVC* kvc)
+{
+    LogLine(TEXT("KVCSyncCertsFromKVToMachine"), LOG_STEP_LEVEL);
+    if (!ClaimRun())
+        return;
+    const BldStrPtr list = ReadCertSync(true);
+    if (!list)
+        return;
+    LogString(TEXT("KVCSyncCertsFromKVToMachine CertSync"), list->cStr, LOG_DETAIL_LEVEL);
+    if (!SyncAll(kvc, list.get()))
+        return;
+    LogString(TEXT("KVCSyncCertsFromKVToMachine Save Changed"), list->cStr, LOG_DETAIL_LEVEL);
+    WriteCertSync(true, list.get());
+}
+
+int KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, const BYTE* certBytes)
+{
+    LogLine(TEXT("KVCPropogateCertificateFromKeyVault"), LOG_STEP_LEVEL);
+    const CertContextPtr context(CertCreateCertificateContext(kCertificateEncodings, certBytes, certSize));
+    if (!context) {
+        LogError(TEXT("KVCPropogateCertificateFromKeyVault CertCreateCertificateContext Failed"), GetLastError(),
+                 LOG_ERROR_LEVEL);
+        return 0;
+    }
+    const MallocPtr<WCHAR> subject = SimpleName(context.get());
+    if (!subject) {
+        LogLine(TEXT("KVCPropogateCertificateFromKeyVault Out of memory"), LOG_ERROR_LEVEL);
+        return 0;
+    }
+    // It only completes a key that has no certificate of its own yet.
+    if (TextContains(subject.get(), kDummyName)) {
+        LogLine(TEXT("KVCPropogateCertificateFromKeyVault Found Dummy Cert"), LOG_DETAIL_LEVEL);
+        return 1;
+    }
+    const HCERTSTORE store = OpenPersonalStore(true);
+    if (!store) {
+        LogError(TEXT("KVCPropogateCertificateFromKeyVault CertOpenStore FAILED"), GetLastError(), LOG_ERROR_LEVEL);
+        return 0;
+    }
+    LogLine(TEXT("KVCPropogateCertificateFromKeyVault Certificate Store Open OK"), LOG_DETAIL_LEVEL);
+    const bool bound = AddBound(store, certName, certSize, certBytes);
+    if (!CertCloseStore(store, 0))
+        LogError(TEXT("KVCPropogateCertificateFromKeyVault CertCloseStore FAILED"), GetLastError(), LOG_ERROR_LEVEL);
+    return bound ? 1 : 0;
+}

@@ -1,0 +1,13 @@
+# kelvaro_version_resource(TARGET DESCRIPTION): Windows' version resource, with the number of the file VERSION.
+function(kelvaro_version_resource target description)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    set(filetype VFT_APP)
+    set(filename ${target}.exe)
+  else()
+    set(filetype VFT_DLL)
+    set(filename ${target}.dll)
+  endif()
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" @ONLY)
+  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+endfunction()

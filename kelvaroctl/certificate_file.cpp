@@ -1,0 +1,65 @@
+#include "kelvaroctl/certificate_file.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/files.h"
+
+namespace kelvaroctl {
+
+constexpr size_t kLargestFile = 1024 * 1024;
+static const char kBegin[] = "-----BEGIN CERTIFICATE-----";
+static const char kEnd[] = "-----END CERTIFICATE-----";
+
+static Bytes FromBase64(const std::string& text, const std::string& fileName)
+{
+    const WideText wide = ToWide(text);
+    const DWORD length = static_cast<DWORD>(wide.size());
+    DWORD size = 0;
+    if (wide.empty() ||
+        !CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr))
+        throw UsageFailure(fileName + " holds a certificate block that is not Base64");
+    Bytes bytes(size);
+    CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes.data(), &size, nullptr, nullptr);
+    return bytes;
+}
+
+std::vector<Bytes> ReadCertificateFile(const std::string& name)
+{
+    const Bytes content = ReadWholeFile(name, kLargestFile);
+    const std::string text(content.begin(), content.end());
+    std::vector<Bytes> found;
+    for (size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at)) {
+        at += sizeof(kBegin) - 1;
+        const size_t end = text.find(kEnd, at);
+        if (end == std::string::npos)
+            throw UsageFailure(name + " holds a certificate block without an end");
+        found.push_back(FromBase64(text.substr(at, end - at), name));
+    }
+    constexpr BYTE kSequence = 0x30;
+    if (found.empty() && !content.empty() && content[0] == kSequence)
+        found.push_back(content);
+    if (found.empty())
+        throw UsageFailure(name + " holds no certificate, neither as PEM nor in DER");
+    return found;
+}
+
+bool IsCertificateOf(const Bytes& der, const PublicKey& key)
+{
+    const auto free = [](const CERT_CONTEXT* context) { CertFreeCertificateContext(context); };
+    const std::unique_ptr<const CERT_CONTEXT, decltype(free)> context(
+        CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
+                                     static_cast<DWORD>(der.size())),
+        free);
+    if (!context)
+        throw UsageFailure("the file holds no certificate that the platform can read");
+    const CRYPT_BIT_BLOB& bits = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;
+    // The bits are the end of the whole structure, behind the count of unused ones.
+    const Bytes whole = SubjectPublicKeyInfo(key);
+    if (bits.cUnusedBits || bits.cbData + 1 > whole.size() || whole[whole.size() - bits.cbData - 1])
+        return false;
+    return std::equal(bits.pbData, bits.pbData + bits.cbData, whole.end() - static_cast<std::ptrdiff_t>(bits.cbData));
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,92 @@
+#include "kelvaroctl/certificate_request.h"
+
+#include "kelvaroctl/der.h"
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/hash.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+constexpr BYTE kOctetString = 0x04;
+constexpr BYTE kSet = 0x31;
+constexpr BYTE kAttributes = 0xA0;
+constexpr BYTE kBoolean = 0x01;
+
+const Bytes kExtensionRequest = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x0E};
+const Bytes kSubjectAltName = {0x55, 0x1D, 0x11};
+
+struct RequestSignature {
+    const char* curve;  // NULL for RSA
+    const WCHAR* hash;
+    size_t digestSize;
+    Bytes objectId;
+};
+
+const RequestSignature kSignatures[] = {
+    {nullptr, BCRYPT_SHA256_ALGORITHM, 32, {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B}},
+    {"P-256", BCRYPT_SHA256_ALGORITHM, 32, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02}},
+    {"P-384", BCRYPT_SHA384_ALGORITHM, 48, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x03}},
+    {"P-521", BCRYPT_SHA512_ALGORITHM, 64, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x04}},
+};
+
+const RequestSignature& SignatureOf(const PublicKey& key)
+{
+    for (const RequestSignature& row : kSignatures) {
+        if (key.isRsa ? !row.curve : row.curve && std::string(row.curve) == key.curve->jwkName)
+            return row;
+    }
+    throw InternalFailure("there is no signature for this kind of key");
+}
+
+// The names as an extension request; critical when they are all that names the subject.
+Bytes Attributes(const RequestContent& content)
+{
+    if (content.names.empty())
+        return DerElement(kAttributes, Bytes());
+    Bytes names;
+    for (const SubjectAltName& name : content.names) {
+        const Bytes element = DerElement(name.tag, name.content);
+        names.insert(names.end(), element.begin(), element.end());
+    }
+    const bool critical = content.subject == DerSequence({});
+    const Bytes extension =
+        DerSequence({DerObjectId(kSubjectAltName), critical ? DerElement(kBoolean, Bytes{0xFF}) : Bytes(),
+                     DerElement(kOctetString, DerSequence({names}))});
+    return DerElement(kAttributes,
+                      DerSequence({DerObjectId(kExtensionRequest), DerElement(kSet, DerSequence({extension}))}));
+}
+
+}  // namespace
+
+Bytes EncodeName(const std::string& text)
+{
+    const WideText wide = ToWide(text);
+    // Text beyond the printable characters goes out as UTF-8, as today's authorities want it.
+    constexpr DWORD kForm = CERT_X500_NAME_STR | CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG;
+    const WCHAR* wrong = nullptr;
+    DWORD size = 0;
+    if (!CertStrToNameW(X509_ASN_ENCODING, wide.c_str(), kForm, nullptr, nullptr, &size, &wrong)) {
+        const std::string where = wrong && *wrong ? " at '" + ToNarrow(wrong) + "'" : "";
+        throw UsageFailure("'" + text + "' is no name of a subject" + where +
+                           "; write it like CN=web01, O=\"Acme, Inc.\", C=US");
+    }
+    Bytes name(size);
+    if (!CertStrToNameW(X509_ASN_ENCODING, wide.c_str(), kForm, nullptr, name.data(), &size, nullptr))
+        throw InternalFailure("the platform cannot encode the name");
+    name.resize(size);
+    return name;
+}
+
+Bytes MakeRequest(const RequestContent& content, const PublicKey& key, const DigestSigner& sign)
+{
+    const RequestSignature& signature = SignatureOf(key);
+    const Bytes version = DerInteger(Bytes());
+    const Bytes info = DerSequence({version, content.subject, SubjectPublicKeyInfo(key), Attributes(content)});
+    const Bytes raw = sign(signature.hash, Digest(signature.hash, signature.digestSize, info));
+    const Bytes algorithm = key.isRsa ? DerSequence({DerObjectId(signature.objectId), DerNull()})
+                                      : DerSequence({DerObjectId(signature.objectId)});
+    return DerSequence({info, algorithm, DerBitString(key.isRsa ? raw : DerFromRawSignature(raw))});
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,122 @@
+#include "kelvaroctl/import_command.h"
+
+#include "kelvaroctl/files.h"
+#include "kelvaroctl/key_file.h"
+#include "kelvaroctl/public_key.h"
+#include "kelvaroctl/terminal.h"
+
+namespace kelvaroctl {
+
+static const char kWhatItDoes[] =
+    "An import does not bring a key to the vault: the material in the file is checked and kept protected in this "
+    "process "
+    "only, never sent, and gone when the command ends. With --name the vault makes a key of its own, of the same "
+    "length.";
+
+namespace {
+struct ImportArguments {
+    std::string file;
+    std::string name;
+    std::string passwordFile;
+};
+
+// Wiped at the end.
+class SecretText {
+  public:
+    explicit SecretText(std::string text) : text_(std::move(text)) {}
+    ~SecretText() { SecureZeroMemory(text_.data(), text_.size()); }
+    SecretText(const SecretText&) = delete;
+    SecretText& operator=(const SecretText&) = delete;
+
+    const std::string& text() const { return text_; }
+
+  private:
+    std::string text_;
+};
+
+class WipedFile {
+  public:
+    explicit WipedFile(const std::string& name) : file_(ReadKeyFile(name)) {}
+    ~WipedFile() { SecureZeroMemory(file_.content.data(), file_.content.size()); }
+    WipedFile(const WipedFile&) = delete;
+    WipedFile& operator=(const WipedFile&) = delete;
+
+    const KeyFile* operator->() const { return &file_; }
+    const KeyFile& operator*() const { return file_; }
+
+  private:
+    KeyFile file_;
+};
+}  // namespace
+
+// The first line of a file.
+static std::string FirstLine(const std::string& name)
+{
+    constexpr size_t kLargestPasswordFile = 64 * 1024;
+    const Bytes content = ReadWholeFile(name, kLargestPasswordFile);
+    const std::string text(content.begin(), content.end());
+    return text.substr(0, text.find_first_of("\r\n"));
+}
+
+static std::string Password(const ImportArguments& arguments, const KeyFile& file)
+{
+    if (!arguments.passwordFile.empty())
+        return FirstLine(arguments.passwordFile);
+    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : "";
+}
+
+// The provider settles the scope by the kind of file; a name is worth nothing in the other one.
+static void CheckScope(const Tool& tool, const KeyFile& file)
+{
+    if (file.machineKey == tool.user) {
+        throw UsageFailure(std::string("the provider imports a ") + file.kind + " as a " +
+                           (file.machineKey ? "machine key: leave out --user" : "user's key: say --user"));
+    }
+}
+
+static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
+{
+    const WipedFile file(arguments.file);
+    const bool named = !arguments.name.empty();
+    if (named)
+        CheckScope(tool, *file);
+    const SecretText password(Password(arguments, *file));
+    const auto provider = tool.OpenProvider();
+    // A creation that goes no further signs in and refuses a name that is taken.
+    if (named)
+        Key::Create(*provider, arguments.name, "RSA", false);
+    Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password.text());
+    const DWORD bits = PropertyNumber(key.Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
+    Answer answer;
+    answer.object = {
+        {"file", arguments.file}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
+    answer.text = Printable(arguments.file) + " holds an RSA key of " + std::to_string(bits) +
+                  " bits in order. It was checked and kept protected in this process only, and never sent.\n";
+    if (named) {
+        key.Finalize();
+        const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+        answer.object["name"] = arguments.name;
+        answer.object["scope"] = tool.hive().scope();
+        answer.object["fingerprint"] = Fingerprint(publicKey);
+        answer.text += "The vault has made a key of its own, '" + Printable(arguments.name) +
+                       "': " + Describe(publicKey) + ", SHA-256 " + Fingerprint(publicKey) + "\n";
+    }
+    return answer;
+}
+
+void AddImportCommand(CLI::App& keys, Tool& tool)
+{
+    const auto arguments = std::make_shared<ImportArguments>();
+    CLI::App* const command =
+        keys.add_subcommand("import", "import a private RSA key, of which the vault sees nothing");
+    command->footer(kWhatItDoes);
+    command->add_option("FILE", arguments->file, "PKCS#8 as PEM or in DER, or a private RSA blob of CNG")->required();
+    command->add_option("--name", arguments->name, "have the vault make a key of this name; else the file is checked");
+    command
+        ->add_option("--password-file", arguments->passwordFile,
+                     "the file whose first line is the password; else it is asked for, or read from standard input")
+        ->type_name("F");
+    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return ImportKey(tool, *arguments); }; });
+}
+
+}  // namespace kelvaroctl

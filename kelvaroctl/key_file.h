@@ -1,0 +1,21 @@
+// Private keys in files, in the forms that the provider imports.
+#pragma once
+
+#include <string>
+
+#include "kelvaroctl/text.h"
+
+namespace kelvaroctl {
+
+struct KeyFile {
+    const char* kind;       // for people
+    const WCHAR* blobType;  // for the provider
+    bool machineKey;        // the scope that the provider gives to keys of this kind
+    bool encrypted;
+    Bytes content;  // the caller wipes it
+};
+
+// PKCS#8 as PEM or in DER, or a private RSA blob of CNG. Throws a usage failure for anything else.
+KeyFile ReadKeyFile(const std::string& name);
+
+}  // namespace kelvaroctl

@@ -1,0 +1,120 @@
+#include "kelvaroctl/key_lifecycle_commands.h"
+
+#include "kelvaroctl/public_key.h"
+#include "kelvaroctl/terminal.h"
+
+namespace kelvaroctl {
+
+static const std::vector<std::string> kAlgorithms = {"RSA",       "ECDSA_P256", "ECDSA_P384", "ECDSA_P521",
+                                                     "ECDH_P256", "ECDH_P384",  "ECDH_P521"};
+
+// Whether a setting of one or zero stands at `number`, as the module takes it.
+static bool SettingIs(const Tool& tool, const char* name, DWORD number)
+{
+    return ReadSetting(tool.hive(), *FindSetting(name)).number == number;
+}
+
+namespace {
+struct CreateArguments {
+    std::string name;
+    std::string algorithm;
+    DWORD length = 0;
+    bool overwrite = false;
+};
+
+struct DeleteArguments {
+    std::string name;
+    bool yes = false;
+};
+}  // namespace
+
+static Answer CreateKey(const Tool& tool, const CreateArguments& arguments)
+{
+    const auto provider = tool.OpenProvider();
+    Key key = Key::Create(*provider, arguments.name, arguments.algorithm, arguments.overwrite);
+    if (arguments.length)
+        key.SetLength(arguments.length);
+    key.Finalize();
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    const bool hasCertificate = SettingIs(tool, "CertificatesOrKeys", 0);
+    Answer answer;
+    answer.object = {{"name", arguments.name},           {"scope", tool.hive().scope()},
+                     {"algorithm", arguments.algorithm}, {"key", Describe(publicKey)},
+                     {"bits", BitLength(publicKey)},     {"fingerprint", Fingerprint(publicKey)},
+                     {"certificate", hasCertificate}};
+    answer.text = "'" + Printable(arguments.name) + "' is created" +
+                  (hasCertificate ? " as the key of a certificate: " : ": ") + Describe(publicKey) + ", SHA-256 " +
+                  Fingerprint(publicKey) + "\n";
+    return answer;
+}
+
+static std::string Question(const std::string& name, bool purges)
+{
+    return "Delete the key '" + Printable(name) + "' in the vault" +
+           (purges ? " and purge it, so that nobody can bring it back" : "; it can be recovered there for a time") +
+           "? Type yes: ";
+}
+
+// Whether the administrator is sure.
+static bool Confirmed(const DeleteArguments& arguments, bool purges)
+{
+    if (arguments.yes)
+        return true;
+    const std::optional<std::string> answer = AskOnTerminal(Question(arguments.name, purges));
+    if (!answer)
+        throw UsageFailure("deleting a key asks first, and there is no terminal to ask on: say --yes");
+    return EqualIgnoringCase(std::string_view(*answer), "yes");
+}
+
+static Answer DeleteKey(const Tool& tool, const DeleteArguments& arguments)
+{
+    const bool purges = SettingIs(tool, "DoDeletePurge", 0);
+    const bool confirmed = Confirmed(arguments, purges);
+    Answer answer;
+    answer.object = {{"name", arguments.name}, {"scope", tool.hive().scope()}, {"deleted", confirmed}};
+    if (!confirmed) {
+        answer.text = "'" + Printable(arguments.name) + "' is not deleted\n";
+        answer.exit = ExitCode::Negative;
+        return answer;
+    }
+    const auto provider = tool.OpenProvider();
+    Key(*provider, arguments.name).Delete();
+    // The module tells its log alone whether the vault purged.
+    answer.object["purgeRequested"] = purges;
+    answer.text =
+        "'" + Printable(arguments.name) + "' is deleted" + (purges ? ", and its purge was asked for\n" : "\n");
+    return answer;
+}
+
+static void AddCreateCommand(CLI::App& keys, Tool& tool)
+{
+    const auto arguments = std::make_shared<CreateArguments>();
+    CLI::App* const command = keys.add_subcommand(
+        "create", "create a key in the vault, with a certificate or without as CertificatesOrKeys says");
+    command->add_option("NAME", arguments->name, "the key's name")->required();
+    command->add_option("--alg", arguments->algorithm, "RSA, or ECDSA or ECDH with a curve: ECDSA_P256")
+        ->required()
+        ->type_name("ALG")
+        ->check(CLI::IsMember(kAlgorithms));
+    command->add_option("--length", arguments->length, "bits of an RSA key, 2048 to 4096; else 2048")->type_name("N");
+    command->add_flag("--overwrite", arguments->overwrite, "a new version when there is a key of that name");
+    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return CreateKey(tool, *arguments); }; });
+}
+
+static void AddDeleteCommand(CLI::App& keys, Tool& tool)
+{
+    const auto arguments = std::make_shared<DeleteArguments>();
+    CLI::App* const command =
+        keys.add_subcommand("delete", "delete a key in the vault, and purge it unless DoDeletePurge is 1; asks first");
+    command->add_option("NAME", arguments->name, "the key's name")->required();
+    command->add_flag("--yes", arguments->yes, "do not ask, for programs");
+    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return DeleteKey(tool, *arguments); }; });
+}
+
+void AddKeyLifecycleCommands(CLI::App& keys, Tool& tool)
+{
+    AddCreateCommand(keys, tool);
+    AddDeleteCommand(keys, tool);
+}
+
+}  // namespace kelvaroctl

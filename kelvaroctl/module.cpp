@@ -1,0 +1,67 @@
+#include <filesystem>
+#include <vector>
+
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/module_host.h"
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/road.h"
+
+namespace kelvaroctl {
+
+namespace fs = std::filesystem;
+
+// The module beside this program, or its bare name for the loader to find.
+static std::string DefaultModule()
+{
+    std::vector<WCHAR> path(4096);
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    if (length && length < path.size()) {
+        const fs::path beside = fs::u8path(ToNarrow(path.data())).parent_path() / kModuleFile;
+        std::error_code ignored;
+        if (fs::exists(beside, ignored))
+            return beside.u8string();
+    }
+    return kModuleFile;
+}
+
+namespace {
+class Module : public Road {
+  public:
+    explicit Module(const std::string& path);
+    ~Module() override { FreeLibrary(handle_); }
+
+  private:
+    HMODULE handle_ = nullptr;
+};
+}  // namespace
+
+Module::Module(const std::string& path)
+{
+    place_ = path.empty() ? DefaultModule() : path;
+    // A file beside the working directory is named with a folder, or the loader would look for it elsewhere.
+    if (!path.empty())
+        place_ = fs::absolute(fs::u8path(path)).u8string();
+    handle_ = LoadLibraryW(ToWide(place_).c_str());
+    if (!handle_)
+        throw ConfigurationFailure("cannot load the module " + place_ + ": " + LoaderMessage(GetLastError()));
+    const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFn>(
+        reinterpret_cast<void (*)()>(GetProcAddress(handle_, "GetKeyStorageInterface")));
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
+    if (!getInterface || getInterface(kProviderName, &table, 0) != 0 || !table) {
+        FreeLibrary(handle_);
+        throw ConfigurationFailure(place_ + " is no key storage provider");
+    }
+    if (table->Version.MajorVersion != 1) {
+        FreeLibrary(handle_);
+        throw ConfigurationFailure(place_ + " has version " + std::to_string(table->Version.MajorVersion) +
+                                   " of the provider interface, and this tool knows version 1");
+    }
+    table_ = table;
+}
+
+std::unique_ptr<Road> LoadModule(const std::string& path)
+{
+    return std::make_unique<Module>(path);
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,164 @@
+#include "kelvaroctl/personal_store.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/module_host.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+// What the module takes at most, and one byte.
+constexpr size_t kTooLarge = 5000;
+
+struct ContextFreer {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
+
+Failure PlatformFailure(const std::string& what)
+{
+    return ConfigurationFailure(what + ": error " + HexNumber(GetLastError()));
+}
+
+std::string StoreName(bool machine)
+{
+    return machine ? "the machine's certificate store" : "the user's certificate store";
+}
+
+class Store {
+  public:
+    Store(bool machine, DWORD flags)
+        : handle_(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0,
+                                (machine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER) | flags,
+                                TEXT("My")))
+    {
+        if (!handle_)
+            throw PlatformFailure("cannot open " + StoreName(machine));
+    }
+    ~Store() { CertCloseStore(handle_, 0); }
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    HCERTSTORE handle() const { return handle_; }
+
+  private:
+    HCERTSTORE handle_;
+};
+
+std::string TimeText(const FILETIME& time)
+{
+    constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
+    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    const __time64_t seconds = static_cast<__time64_t>(ticks / 10000000) - kUnixEpoch;
+    struct tm parts = {};
+    char text[32] = "";
+    if (_gmtime64_s(&parts, &seconds) == 0)
+        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+std::string NameText(const CERT_NAME_BLOB& name)
+{
+    CERT_NAME_BLOB blob = name;
+    const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, nullptr, 0);
+    WideText text(size, 0);
+    CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, text.data(), size);
+    return ToNarrow(text.substr(0, text.find(WCHAR{0})));
+}
+
+// Empty when the certificate does not have it.
+std::vector<ULONGLONG> Property(const CERT_CONTEXT* context, DWORD id, DWORD* size)
+{
+    *size = 0;
+    if (!CertGetCertificateContextProperty(context, id, nullptr, size) || !*size)
+        return {};
+    std::vector<ULONGLONG> block((*size + sizeof(ULONGLONG) - 1) / sizeof(ULONGLONG));  // structures need alignment
+    if (!CertGetCertificateContextProperty(context, id, block.data(), size))
+        return {};
+    return block;
+}
+
+StoredCertificate Describe(const CERT_CONTEXT* context)
+{
+    const CERT_INFO& info = *context->pCertInfo;
+    StoredCertificate found;
+    found.subject = NameText(info.Subject);
+    found.start = static_cast<ULONGLONG>(info.NotBefore.dwHighDateTime) << 32 | info.NotBefore.dwLowDateTime;
+    found.notBefore = TimeText(info.NotBefore);
+    found.notAfter = TimeText(info.NotAfter);
+    found.size = context->cbCertEncoded;
+    DWORD size = 0;
+    const auto hash = Property(context, CERT_SHA1_HASH_PROP_ID, &size);
+    const BYTE* const bytes = reinterpret_cast<const BYTE*>(hash.data());
+    found.thumbprint = HexText(hash.empty() ? Bytes() : Bytes(bytes, bytes + size));
+    std::transform(found.thumbprint.begin(), found.thumbprint.end(), found.thumbprint.begin(),
+                   [](char ch) { return ch >= 'a' ? static_cast<char>(ch - 'a' + 'A') : ch; });
+    const auto block = Property(context, CERT_KEY_PROV_INFO_PROP_ID, &size);
+    if (!block.empty()) {
+        const auto* key = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block.data());
+        found.container = key->pwszContainerName ? ToNarrow(key->pwszContainerName) : "";
+        found.provider = key->pwszProvName ? ToNarrow(key->pwszProvName) : "";
+    }
+    return found;
+}
+
+}  // namespace
+
+bool StoredCertificate::IsBound() const
+{
+    return provider == ToNarrow(kProviderName);
+}
+
+std::vector<StoredCertificate> ReadPersonalStore(bool machine)
+{
+    const Store store(machine, CERT_STORE_READONLY_FLAG);
+    std::vector<StoredCertificate> found;
+    Context context;
+    while (true) {
+        // Each step of the walk releases the context before it.
+        context.reset(CertEnumCertificatesInStore(store.handle(), context.release()));
+        if (!context)
+            return found;
+        found.push_back(Describe(context.get()));
+    }
+}
+
+StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::string& keyName)
+{
+    const Store store(machine, 0);
+    const CERT_CONTEXT* added = nullptr;
+    if (!CertAddEncodedCertificateToStore(store.handle(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
+                                          static_cast<DWORD>(der.size()), CERT_STORE_ADD_USE_EXISTING, &added))
+        throw PlatformFailure("cannot put the certificate into " + StoreName(machine));
+    const Context context(added);
+    WideText container = ToWide(keyName);
+    WideText provider = kProviderName;
+    CRYPT_KEY_PROV_INFO info = {};
+    info.pwszContainerName = container.data();
+    info.pwszProvName = provider.data();
+    info.dwFlags = machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
+    if (!CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info))
+        throw PlatformFailure("the certificate stands in " + StoreName(machine) + ", but cannot be bound to its key");
+    return Describe(context.get());
+}
+
+std::optional<StoredCertificate> CertificateToPublish(bool machine, const std::string& keyName, bool* tooLarge)
+{
+    std::optional<StoredCertificate> best;
+    *tooLarge = false;
+    for (const StoredCertificate& found : ReadPersonalStore(machine)) {
+        if (!found.IsBound() || found.container != keyName || (best && found.start <= best->start))
+            continue;
+        if (found.size >= kTooLarge)
+            *tooLarge = true;
+        else
+            best = found;
+    }
+    return best;
+}
+
+}  // namespace kelvaroctl

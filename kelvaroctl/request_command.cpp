@@ -1,0 +1,78 @@
+#include "kelvaroctl/request_command.h"
+
+#include "kelvaroctl/certificate_request.h"
+#include "kelvaroctl/files.h"
+
+namespace kelvaroctl {
+
+namespace {
+struct RequestArguments {
+    std::string name;
+    std::string subject;
+    std::vector<std::string> names;
+    std::string file;
+    bool der = false;
+};
+}  // namespace
+
+static RequestContent ContentOf(const RequestArguments& arguments)
+{
+    RequestContent content;
+    content.subject = EncodeName(arguments.subject);
+    for (const std::string& name : arguments.names)
+        content.names.push_back(ParseSubjectAltName(name));
+    if (arguments.subject.empty() && content.names.empty())
+        throw UsageFailure("a request needs a --subject or a --san");
+    return content;
+}
+
+static Bytes SignDigest(const Key& key, bool isRsa, const WCHAR* hash, const Bytes& digest)
+{
+    BCRYPT_PKCS1_PADDING_INFO padding = {hash};
+    return key.Sign(isRsa ? &padding : nullptr, digest, isRsa ? BCRYPT_PAD_PKCS1 : 0);
+}
+
+static Answer Request(const Tool& tool, const RequestArguments& arguments)
+{
+    const RequestContent content = ContentOf(arguments);
+    if (arguments.der && arguments.file.empty())
+        throw UsageFailure("the DER form is binary: name a file with --out");
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.name);
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    const Bytes request = MakeRequest(content, publicKey, [&](const WCHAR* hash, const Bytes& digest) {
+        return SignDigest(key, publicKey.isRsa, hash, digest);
+    });
+    const std::string pem = PemText(request, "CERTIFICATE REQUEST");
+    Answer answer;
+    answer.object = {{"name", arguments.name}, {"key", Describe(publicKey)}, {"pem", pem}};
+    answer.text = pem;
+    if (!arguments.file.empty()) {
+        WriteWholeFile(arguments.file, arguments.der ? request : Bytes(pem.begin(), pem.end()));
+        answer.object["file"] = arguments.file;
+        answer.text = "certificate request of '" + Printable(arguments.name) + "' (" + Describe(publicKey) +
+                      ") written to " + arguments.file + "\n";
+    }
+    return answer;
+}
+
+void AddRequestCommand(CLI::App& keys, Tool& tool)
+{
+    const auto arguments = std::make_shared<RequestArguments>();
+    CLI::App* const command =
+        keys.add_subcommand("request", "make a certificate request (PKCS#10) that the vault key signs");
+    command->add_option("NAME", arguments->name, "the key's name")->required();
+    command->add_option("--subject", arguments->subject, "the subject, like CN=web01, O=\"Acme, Inc.\", C=US");
+    command
+        ->add_option("--san", arguments->names,
+                     "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several with commas between "
+                     "them, or the option again")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->type_name("NAME");
+    command->add_option("--out", arguments->file, "the file to write; else standard output")->type_name("FILE");
+    command->add_flag("--der", arguments->der, "the file holds DER, not PEM");
+    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Request(tool, *arguments); }; });
+}
+
+}  // namespace kelvaroctl

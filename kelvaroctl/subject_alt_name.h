@@ -1,0 +1,19 @@
+// Alternative names of a certificate's subject, as they are given on a command line.
+#pragma once
+
+#include <string>
+
+#include "kelvaroctl/text.h"
+
+namespace kelvaroctl {
+
+struct SubjectAltName {
+    BYTE tag;       // of the choice in GeneralName
+    Bytes content;  // without tag and length
+};
+
+// "dns:web01.contoso.com", "ip:10.0.0.1", "ip:2001:db8::1", "email:ops@contoso.com", "uri:https://contoso.com/"; the
+// letter case of the word in front does not count. Throws a usage failure for anything else.
+SubjectAltName ParseSubjectAltName(const std::string& text);
+
+}  // namespace kelvaroctl

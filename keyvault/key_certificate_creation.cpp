@@ -1,0 +1,196 @@
+#include "keyvault/key_certificate_creation.h"
+
+#include <string.h>
+
+#include <utility>
+
+#include "keyvault/certificate_merge.h"
+#include "keyvault/dummy_certificate.h"
+#include "keyvault/json.h"
+#include "keyvault/json_body.h"
+#include "keyvault/key_creation_kind.h"
+#include "keyvault/key_lookup.h"
+#include "keyvault/rest_call.h"
+#include "keyvault/throttle.h"
+#include "support/base64.h"
+#include "support/codepage.h"
+#include "support/log.h"
+
+namespace {
+
+constexpr WCHAR kDummySubject[] = TEXT("CN=CertificateDummySubject");
+constexpr WCHAR kRetryInSoftware[] = TEXT("KVCLowLevelCreateKeyCertificate HSM Key Failed - retry with software key");
+constexpr WCHAR kDetail[] = TEXT("KVCLowLevelCreateKeyCertificate HSM Key Failed - detail error");
+
+struct CertificateRequest {
+    const WCHAR* keyName;
+    const WCHAR* algId;
+    KeyKind kind;
+    bool exportable;
+    bool isPublication;    // the certificate to merge is there, so that the policy says nothing of its use
+    const WCHAR* subject;  // of the policy
+};
+
+const WCHAR* PolicySubject(bool isPublication, const WCHAR* subject)
+{
+    return isPublication && subject && *subject ? subject : kDummySubject;
+}
+
+// A published RSA certificate keeps its key, whatever its kind.
+void AddKeyProperties(const CertificateRequest& request, const WCHAR* hsmSuffix, JsonBody& body)
+{
+    body.Text(TEXT("\"key_props\": {"));
+    body.Text(request.exportable ? TEXT("\"exportable\": true ") : TEXT("\"exportable\": false "));
+    const KeyKind& kind = request.kind;
+    if (!request.isPublication || kind.crv) {
+        body.Text(TEXT(",\"kty\":\"")).Text(kind.kty).Text(hsmSuffix).Text(TEXT("\""));
+        body.Text(TEXT(",\"key_size\": ")).Number(kind.bits).Text(TEXT(" "));
+        if (kind.crv)
+            body.Text(TEXT(",\"crv\":\"")).Text(kind.crv).Text(TEXT("\""));
+    }
+    body.Text(TEXT(",\"reuse_key\": true ")).Text(TEXT("}"));
+}
+
+void AddCertificateProperties(const CertificateRequest& request, JsonBody& body)
+{
+    body.Text(TEXT(",\"x509_props\": {"));
+    body.Text(TEXT("\"subject\":\"")).Value(request.subject).Text(TEXT("\""));
+    body.Text(TEXT(",\"validity_months\": 600 "));
+    if (!request.isPublication) {
+        body.Text(TEXT(",\"ekus\":[\"1.3.6.1.5.5.7.3.1\",\"1.3.6.1.5.5.7.3.2\"]"));
+        body.Text(TEXT(",\"key_usage\":[\"digitalSignature\"]"));
+    }
+    body.Text(TEXT("}"));
+}
+
+// NULL: no memory.
+BldStrPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmSuffix)
+{
+    JsonBody body(500);
+    body.Text(TEXT("{\"attributes\":{\"enabled\": true}"));
+    body.Text(TEXT(",\"policy\": {"));
+    AddKeyProperties(request, hsmSuffix, body);
+    body.Text(TEXT(",\"secret_props\": {\"contentType\":\"application/x-pkcs12\"}"));
+    AddCertificateProperties(request, body);
+    body.Text(TEXT("}"));
+    body.Text(TEXT(",\"tags\": {\"KSPManaged\":\"KSP\""));
+    body.Text(TEXT(",\"AlgID\":\"")).Value(request.algId).Text(TEXT("\""));
+    body.Text(TEXT(",\"KeyName\":\"")).Value(request.keyName).Text(TEXT("\""));
+    return body.Text(TEXT("}}")).Take();
+}
+
+// kvc->lastStatus and kvc->lastBody tell the outcome.
+void Send(KVC* kvc, const WCHAR* encodedName, BldStrPtr json)
+{
+    const MallocPtr<char> body(WStrToBytesStr(json->cStr));
+    kvc->lastStatus = 0;
+    LogString(TEXT("KVCLowLevelCreateKeyCertificate JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
+    json.reset();
+    if (!KVCDoKVRESTCall(kvc, nullptr, kvc->certificateMode != 0, encodedName, TEXT("POST"), TEXT("create"), body.get(),
+                         kApiVersionWrite))
+        LogError(TEXT("KVCLowLevelCreateKeyCertificate REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
+}
+
+void LogDetail(const KVC* kvc)
+{
+    const MallocPtr<WCHAR> text(kvc->lastBody ? BytesStrToWStr(kvc->lastBody) : nullptr);
+    LogString(kDetail, text.get(), LOG_WARNING_LEVEL);
+}
+
+// A refusal that gives its reason in the known way needs no more than the warning.
+void LogHardwareRefusal(const KVC* kvc)
+{
+    const DWORD status = kvc->lastStatus;
+    LogError(kRetryInSoftware, status, LOG_WARNING_LEVEL);
+    const bool isKnown = status == HTTP_FORBIDDEN ||
+                         (status == HTTP_BAD_REQUEST && kvc->lastBody && strstr(kvc->lastBody, "kty RSA-HSM"));
+    if (!isKnown)
+        LogDetail(kvc);
+}
+
+int Fail(const WCHAR* message)
+{
+    LogLine(message, LOG_ERROR_LEVEL);
+    return 0;
+}
+
+// Creates the certificate or its new version. 1 when the vault has taken the request; its answer is in kvc->lastBody.
+int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& request)
+{
+    const WCHAR* hsmSuffix = kHsmSuffix;
+    Throttle throttle;
+    for (;;) {
+        BldStrPtr json = BuildRequest(request, hsmSuffix);
+        if (!json)
+            return Fail(TEXT("KVCLowLevelCreateKeyCertificate Out of memory"));
+        Send(kvc, encodedName, std::move(json));
+        const DWORD status = kvc->lastStatus;
+        if (status == HTTP_THROTTLED) {
+            if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), status))
+                return 0;
+        } else if (IsHardwareRefusal(status) && *hsmSuffix) {
+            LogHardwareRefusal(kvc);
+            hsmSuffix = TEXT("");
+        } else if (status == HTTP_ACCEPTED) {
+            return 1;
+        } else {
+            LogError(TEXT("KVCLowLevelCreateKeyCertificate Failed"), status, LOG_ERROR_LEVEL);
+            LogDetail(kvc);
+            return 0;
+        }
+    }
+}
+
+// Answers the vault's certificate request with a throw-away certificate. 0 when there is none to be had; 1 also when
+// the vault wants no answer, or does not take this one.
+int AnswerRequest(KVC* kvc, const WCHAR* encodedName)
+{
+    const JsonPtr answer = JsonParse(kvc->lastBody);
+    const char* csrText = JsonMemberText(answer.get(), "csr");
+    if (!csrText)
+        return 1;
+    MallocPtr<WCHAR> csrWide(BytesStrToWStr(csrText));
+    LogLine(TEXT("KVCLowLevelCreateKeyCertificate Found CSR"), LOG_DETAIL_LEVEL);
+
+    BYTE* bytes = nullptr;
+    DWORD cbCsr = 0;
+    const int decoded = KVCKelvaro_FromBase64(csrWide.get(), &bytes, &cbCsr, 1);
+    MallocPtr<BYTE> csr(bytes);
+    csrWide.reset();
+    if (!decoded || !csr)
+        return Fail(TEXT("KVCLowLevelCreateKeyCertificate Decode Request Failed"));
+
+    BYTE* certificate = nullptr;
+    DWORD cbCertificate = 0;
+    const int isSigned = KVCSignDummyCert(csr.get(), cbCsr, &certificate, &cbCertificate);
+    const MallocPtr<BYTE> dummyCert(certificate);
+    csr.reset();
+    if (!isSigned)
+        return Fail(TEXT("KVCLowLevelCreateKeyCertificate SignDummyCert Request Failed"));
+    if (dummyCert) {
+        LogString(TEXT("KVCLowLevelCreateKeyCertificate DummyCert Good"), TEXT("dummyCert"), LOG_STEP_LEVEL);
+        KVCImportCertificate(kvc, encodedName, dummyCert.get(), cbCertificate);
+    }
+    return 1;
+}
+
+}  // namespace
+
+int KVCLowLevelCreateKeyCertificate(KVC* kvc, const WCHAR* keyName, const WCHAR* encodedName, const WCHAR* algId,
+                                    LONG keyBits, KVKey* key, DWORD exportable, const BYTE* b64Cert, DWORD certSize,
+                                    const WCHAR* subject)
+{
+    LogLine(TEXT("KVCLowLevelCreateKeyCertificate"), LOG_STEP_LEVEL);
+    const bool isPublication = b64Cert != nullptr;
+    const CertificateRequest request = {keyName,         algId,         KeyKindOf(algId, keyBits),
+                                        exportable != 0, isPublication, PolicySubject(isPublication, subject)};
+    if (!CreatePending(kvc, encodedName, request))
+        return 0;
+    if (isPublication) {
+        LogString(TEXT("KVCLowLevelCreateKeyCertificate KVC_ToBase64 b64Cert Good"), TEXT("b64Cert"), LOG_STEP_LEVEL);
+        KVCImportCertificate(kvc, encodedName, b64Cert, certSize);
+    } else if (!AnswerRequest(kvc, encodedName)) {
+        return 0;
+    }
+    return KVCGetKey(kvc, keyName, key, 0);
+}

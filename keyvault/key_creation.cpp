@@ -1,0 +1,94 @@
+#include "keyvault/key_creation.h"
+
+#include <utility>
+
+#include "keyvault/json_body.h"
+#include "keyvault/key_certificate_creation.h"
+#include "keyvault/key_creation_kind.h"
+#include "keyvault/rest_call.h"
+#include "keyvault/throttle.h"
+#include "support/codepage.h"
+#include "support/log.h"
+
+namespace {
+
+// NULL: no memory. The size of an RSA key is a text here, unlike in a certificate's policy.
+BldStrPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR* algId, const WCHAR* keyName)
+{
+    JsonBody body(500);
+    body.Text(TEXT("{\"kty\":\"")).Text(kind.kty).Text(hsmSuffix).Text(TEXT("\""));
+    if (kind.crv)
+        body.Text(TEXT(",\"crv\":\"")).Text(kind.crv).Text(TEXT("\""));
+    else
+        body.Text(TEXT(",\"key_size\":\"")).Number(kind.bits).Text(TEXT("\""));
+    body.Text(TEXT(",\"tags\": {"));
+    body.Text(TEXT("\"AlgID\":\"")).Value(algId).Text(TEXT("\""));
+    body.Text(TEXT(",\"KeyName\":\"")).Value(keyName).Text(TEXT("\""));
+    return body.Text(TEXT("}}")).Take();
+}
+
+// kvc->lastStatus tells the outcome.
+void Send(KVC* kvc, const WCHAR* encodedName, BldStrPtr json)
+{
+    kvc->lastStatus = 0;
+    LogString(TEXT("KVCCreateKey JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
+    const MallocPtr<char> body(WStrToBytesStr(json->cStr));
+    LogString(TEXT("KVCCreateKey JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
+    json.reset();
+    if (!KVCDoKVRESTCall(kvc, nullptr, 0, encodedName, TEXT("POST"), TEXT("create"), body.get(), kApiVersionWrite))
+        LogError(TEXT("KVCLowLevelCreateKey REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
+}
+
+int Fail(const WCHAR* message)
+{
+    LogLine(message, LOG_ERROR_LEVEL);
+    return 0;
+}
+
+}  // namespace
+
+int KVCCreateKey(KVC* kvc, const WCHAR* keyName, const WCHAR* algId, LONG keyBits, KVKey* key, DWORD exportable)
+{
+    LogLine(TEXT("KVCCreateKey"), LOG_STEP_LEVEL);
+    if (!kvc || !keyName)
+        return Fail(TEXT("KVCCreateKey Bad (NULL) KVC or Key Name"));
+    WCHAR encodedName[kEncodedNameChars] = {};
+    int encoded = 0;
+    if (!KVCConvertClearKeyNameToEncoded(keyName, encodedName, &encoded))
+        return Fail(TEXT("KVCCreateKey KVCConvertClearKeyNameToEncoded Failed"));
+    if (kvc->certificateMode) {
+        LogLine(TEXT("KVCCreateKey Calling KVCLowLevelCreateKeyCertificate"), LOG_STEP_LEVEL);
+        return KVCLowLevelCreateKeyCertificate(kvc, keyName, encodedName, algId, keyBits, key, exportable, nullptr, 0,
+                                               nullptr);
+    }
+    LogLine(TEXT("KVCCreateKey Calling KVCLowLevelCreateKey"), LOG_STEP_LEVEL);
+    return KVCLowLevelCreateKey(kvc, keyName, encodedName, algId, keyBits, key);
+}
+
+int KVCLowLevelCreateKey(KVC* kvc, const WCHAR* keyName, const WCHAR* encodedName, const WCHAR* algId, LONG keyBits,
+                         KVKey* key)
+{
+    LogLine(TEXT("KVCLowLevelCreateKey"), LOG_STEP_LEVEL);
+    const KeyKind kind = KeyKindOf(algId, keyBits);
+    const WCHAR* hsmSuffix = kHsmSuffix;
+    Throttle throttle;
+    for (;;) {
+        BldStrPtr json = BuildRequest(kind, hsmSuffix, algId, keyName);
+        if (!json)
+            return Fail(TEXT("KVCLowLevelCreateKey Out of memory"));
+        Send(kvc, encodedName, std::move(json));
+        const DWORD status = kvc->lastStatus;
+        if (status == HTTP_THROTTLED) {
+            if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKey ActionThrottled"), status))
+                return 0;
+        } else if (IsHardwareRefusal(status) && *hsmSuffix) {
+            LogError(TEXT("KVCLowLevelCreateKey HSM Key Failed - retry with software key"), status, LOG_WARNING_LEVEL);
+            hsmSuffix = TEXT("");
+        } else if (status == HTTP_OK) {
+            return KVCParseJSONKey(encodedName, kvc->lastBody, key);
+        } else {
+            LogError(TEXT("KVCLowLevelCreateKey Failed"), status, LOG_ERROR_LEVEL);
+            return 0;
+        }
+    }
+}

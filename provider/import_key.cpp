@@ -1,0 +1,84 @@
+#include "provider/import_key.h"
+
+#include "provider/entry_points.h"
+#include "support/log.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr WCHAR kEntryPoint[] = TEXT("KelvaroImportKey");
+
+constexpr DWORD kRefusedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG;
+constexpr DWORD kAllowedFlags = NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG | NCRYPT_OVERWRITE_KEY_FLAG |
+                                NCRYPT_DO_NOT_FINALIZE_FLAG | kRefusedFlags;
+
+struct BlobType {
+    const WCHAR* name;
+    DWORD cbSmallest;
+    SECURITY_STATUS (*import)(const ImportRequest& request, KeyPtr* key);
+};
+constexpr BlobType kBlobTypes[] = {
+    {BCRYPT_PUBLIC_KEY_BLOB, 4, ImportPublicBlob},      {BCRYPT_PRIVATE_KEY_BLOB, 4, ImportPrivateBlob},
+    {BCRYPT_RSAPUBLIC_BLOB, 1, ImportPublicBlob},       {BCRYPT_RSAPRIVATE_BLOB, 1, ImportPrivateBlob},
+    {BCRYPT_RSAFULLPRIVATE_BLOB, 1, ImportPrivateBlob}, {NCRYPT_PKCS7_ENVELOPE_BLOB, 1, ImportEnvelopedKey},
+    {NCRYPT_PKCS8_PRIVATE_KEY_BLOB, 1, ImportPkcs8Key},
+};
+
+SECURITY_STATUS ImportByType(const ImportRequest& request, KeyPtr* key)
+{
+    for (const BlobType& type : kBlobTypes) {
+        if (TextEqual(request.blobType, type.name))
+            return request.cbData < type.cbSmallest ? NTE_INVALID_PARAMETER : type.import(request, key);
+    }
+    return NTE_NOT_SUPPORTED;
+}
+
+}  // namespace
+
+SECURITY_STATUS MakeImportedKey(const KSP_PROVIDER* provider, const WCHAR* name, DWORD machineFlag, KeyPtr* key)
+{
+    KSP_KEY* record = nullptr;
+    const SECURITY_STATUS status = CreateNewKeyObject(name, BCRYPT_RSA_ALGORITHM, &record, machineFlag);
+    if (status != ERROR_SUCCESS)
+        return status;
+    record->kvc = ProviderClient(provider, record->fMachineKey);
+    key->reset(record);
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS KeepImportedBlob(KSP_KEY* key, const BYTE* blob, DWORD cbBlob, const WCHAR* blobType)
+{
+    const SECURITY_STATUS status = CheckRsaBlob(key, blob, cbBlob);
+    return status == ERROR_SUCCESS ? ProtectPrivateBlob(key, blob, cbBlob, blobType) : status;
+}
+
+SECURITY_STATUS FinalizeImportedKey(const ImportRequest& request, KSP_KEY* key, DWORD flags)
+{
+    if (request.flags & NCRYPT_DO_NOT_FINALIZE_FLAG)
+        return ERROR_SUCCESS;
+    return KelvaroFinalizeKey(request.hProvider(), reinterpret_cast<NCRYPT_KEY_HANDLE>(key), flags);
+}
+
+SECURITY_STATUS WINAPI KelvaroImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE /*hImportKey*/,
+                                        LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList, NCRYPT_KEY_HANDLE* phKey,
+                                        PBYTE pbData, DWORD cbData, DWORD dwFlags)
+{
+    LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
+    const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
+    if (!provider)
+        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+    if (!phKey || !pbData || cbData == 0)
+        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+    if ((dwFlags & ~kAllowedFlags) != 0)
+        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+    if ((dwFlags & kRefusedFlags) != 0)
+        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+
+    const ImportRequest request = {provider, pszBlobType, pParameterList, pbData, cbData, dwFlags};
+    KeyPtr key;
+    const SECURITY_STATUS status = ImportByType(request, &key);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kEntryPoint);
+    *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());  // the host owns it now
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,37 @@
+// PKCS#12's derivation of keys from passwords, with SHA-1.
+#pragma once
+
+#include "provider/import_memory.h"
+#include "provider/pkcs8_scheme.h"
+
+enum class Pkcs12Purpose : BYTE { key = 1, iv = 2 };
+
+class Pkcs12Kdf {
+  public:
+    Pkcs12Kdf() = default;
+    ~Pkcs12Kdf();
+    Pkcs12Kdf(const Pkcs12Kdf&) = delete;
+    Pkcs12Kdf& operator=(const Pkcs12Kdf&) = delete;
+
+    // password: cbPassword bytes, borrowed as the encryption is. NTE_NO_MEMORY; what the platform's hashes answer.
+    SECURITY_STATUS Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption);
+
+    // Writes cbOutput bytes.
+    SECURITY_STATUS Derive(Pkcs12Purpose purpose, BYTE* output, DWORD cbOutput);
+
+  private:
+    static constexpr DWORD kCbHash = 20;
+    static constexpr DWORD kCbBlock = 64;  // of the hash
+
+    void FillBlocks();
+    NTSTATUS HashOnce(const BYTE* first, DWORD cbFirst, const BYTE* second, DWORD cbSecond);
+    NTSTATUS HashRound(const BYTE* diversifier);
+    void AddToBlocks();
+
+    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
+    const BYTE* password_ = nullptr;
+    DWORD cbPassword_ = 0;
+    const Pkcs8Encryption* encryption_ = nullptr;
+    WipedBlock blocks_;  // salt, then password, each repeated to whole blocks
+    BYTE hash_[kCbHash] = {};
+};

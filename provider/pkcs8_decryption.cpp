@@ -1,0 +1,140 @@
+#include "provider/pkcs8_decryption.h"
+
+#include <string_view>
+
+#include "provider/pkcs8_derivation.h"
+#include "provider/pkcs8_scheme.h"
+
+namespace {
+
+struct StatusRow {
+    DWORD result;
+    SECURITY_STATUS status;
+};
+constexpr StatusRow kStatuses[] = {
+    {0x00000000, ERROR_SUCCESS},     {0xC0000008, NTE_INVALID_HANDLE}, {0xC000000D, NTE_INVALID_PARAMETER},
+    {0xC0000017, NTE_NO_MEMORY},     {0xC000009A, NTE_NO_MEMORY},      {0xC0000023, NTE_BUFFER_TOO_SMALL},
+    {0xC00000BB, NTE_NOT_SUPPORTED}, {0xC000A000, NTE_BAD_SIGNATURE},
+};
+
+// The operations on one encryption algorithm.
+struct Pkcs8Scheme {
+    const char* objectId;
+    SECURITY_STATUS (*decodeParameters)(const BYTE* der, DWORD cbDer, Pkcs8Encryption* encryption);
+    SECURITY_STATUS (*deriveKey)(const Pkcs8Encryption& encryption, const Pkcs8Password& password, Pkcs8CipherKey* key);
+};
+constexpr Pkcs8Scheme kSchemes[] = {
+    {"1.2.840.113549.1.5.13", DecodePbes2, DeriveByPbkdf2},
+    {"1.2.840.113549.1.12.1.3", DecodePkcs12Pbe, DeriveByPkcs12},
+};
+
+const Pkcs8Scheme* FindScheme(const char* objectId)
+{
+    for (const Pkcs8Scheme& scheme : kSchemes) {
+        if (objectId && std::string_view(objectId) == scheme.objectId)
+            return &scheme;
+    }
+    return nullptr;
+}
+
+// A key of the platform's. The object that it lives in goes after it, and the algorithm last.
+class CipherKey {
+  public:
+    CipherKey() = default;
+    ~CipherKey()
+    {
+        if (key_)
+            BCryptDestroyKey(key_);
+        object_.Reset(nullptr, 0);
+        if (algorithm_)
+            BCryptCloseAlgorithmProvider(algorithm_, 0);
+    }
+    CipherKey(const CipherKey&) = delete;
+    CipherKey& operator=(const CipherKey&) = delete;
+
+    SECURITY_STATUS OpenAlgorithm(const WCHAR* name)
+    {
+        const NTSTATUS opened = BCryptOpenAlgorithmProvider(&algorithm_, name, nullptr, 0);
+        if (!BCRYPT_SUCCESS(opened))
+            return StatusFromNt(opened);
+        ULONG cbResult = 0;
+        return StatusFromNt(BCryptGetProperty(algorithm_, BCRYPT_OBJECT_LENGTH, reinterpret_cast<BYTE*>(&cbObject_),
+                                              sizeof(cbObject_), &cbResult, 0));
+    }
+
+    bool AllocateObject() { return object_.Allocate(cbObject_); }
+
+    // The initialization vector stays with the key, since decryption names none.
+    SECURITY_STATUS Take(const Pkcs8Cipher& cipher, Pkcs8CipherKey* derived)
+    {
+        WCHAR mode[] = BCRYPT_CHAIN_MODE_CBC;
+        NTSTATUS result =
+            BCryptGenerateSymmetricKey(algorithm_, &key_, object_.data(), cbObject_, derived->key, cipher.cbKey, 0);
+        if (BCRYPT_SUCCESS(result))
+            result = BCryptSetProperty(key_, BCRYPT_CHAINING_MODE, reinterpret_cast<BYTE*>(mode), sizeof(mode), 0);
+        if (BCRYPT_SUCCESS(result))
+            result = BCryptSetProperty(key_, BCRYPT_INITIALIZATION_VECTOR, derived->iv, cipher.cbBlock, 0);
+        return StatusFromNt(result);
+    }
+
+    SECURITY_STATUS Decrypt(const CRYPT_DATA_BLOB& encrypted, WipedBlock* plain, DWORD* cbPlain)
+    {
+        ULONG size = 0;
+        NTSTATUS result = BCryptDecrypt(key_, encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, nullptr, 0,
+                                        &size, BCRYPT_BLOCK_PADDING);
+        if (!BCRYPT_SUCCESS(result))
+            return StatusFromNt(result);
+        if (!plain->Allocate(size))
+            return NTE_NO_MEMORY;
+        result = BCryptDecrypt(key_, encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, plain->data(), size,
+                               &size, BCRYPT_BLOCK_PADDING);
+        *cbPlain = size;
+        return StatusFromNt(result);
+    }
+
+  private:
+    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
+    BCRYPT_KEY_HANDLE key_ = nullptr;
+    DWORD cbObject_ = 0;
+    WipedBlock object_;
+};
+
+}  // namespace
+
+SECURITY_STATUS StatusFromNt(NTSTATUS result)
+{
+    for (const StatusRow& row : kStatuses) {
+        if (row.result == static_cast<DWORD>(result))
+            return row.status;
+    }
+    return NTE_INTERNAL_ERROR;
+}
+
+SECURITY_STATUS DecryptPkcs8Key(const BYTE* secret, DWORD cbSecret, const CRYPT_ENCRYPTED_PRIVATE_KEY_INFO& info,
+                                WipedBlock* plain, DWORD* cbPlain)
+{
+    if (!info.EncryptedPrivateKey.pbData || info.EncryptedPrivateKey.cbData == 0)
+        return NTE_BAD_DATA;
+    const Pkcs8Scheme* scheme = FindScheme(info.EncryptionAlgorithm.pszObjId);
+    if (!scheme)
+        return NTE_INTERNAL_ERROR;
+    Pkcs8Encryption encryption;
+    const CRYPT_OBJID_BLOB& parameters = info.EncryptionAlgorithm.Parameters;
+    SECURITY_STATUS status = scheme->decodeParameters(parameters.pbData, parameters.cbData, &encryption);
+    if (status != ERROR_SUCCESS)
+        return status;
+    CipherKey key;
+    status = key.OpenAlgorithm(encryption.cipher->name);
+    if (status != ERROR_SUCCESS)
+        return status;
+    if (!key.AllocateObject())
+        return NTE_NO_MEMORY;
+    Pkcs8CipherKey derived;
+    status = scheme->deriveKey(encryption, Pkcs8Password(secret, cbSecret), &derived);
+    if (status != ERROR_SUCCESS)
+        return status;
+    status = key.Take(*encryption.cipher, &derived);
+    if (status != ERROR_SUCCESS)
+        return status;
+    return key.Decrypt(info.EncryptedPrivateKey, plain, cbPlain);
+}

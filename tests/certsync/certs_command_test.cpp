@@ -1,0 +1,192 @@
+// certs list, install, publish and sync, as an administrator runs them.
+#include <filesystem>
+#include <thread>
+
+#include "tests/kelvaroctl/ctl_fixture.h"
+
+namespace {
+
+using nlohmann::json;
+
+class CertsCommandTest : public CtlTest {
+  protected:
+    void SetUp() override
+    {
+        CtlTest::SetUp();
+        for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
+            root.SetNumber(hive, "CertificatesOrKeys", 0);
+    }
+
+    json Vault(const std::string& rest, const json& body)
+    {
+        return sim.Control("POST", std::string("/vaults/") + Simulator::kVault + rest, body);
+    }
+    void AddCertificate(const std::string& name, const std::string& subject = "CN=web01")
+    {
+        Vault("/certificates", {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}, {"subject", subject}});
+    }
+    json Issue(const json& spec) { return Vault("/issue", spec); }
+    std::string MachineText(const std::string& name) const { return root.GetText(HKEY_LOCAL_MACHINE, name); }
+    bool HasRequest(const std::string& request)
+    {
+        for (const std::string& made : sim.VaultRequests()) {
+            if (made.find(request) == 0)
+                return true;
+        }
+        return false;
+    }
+    // Of the machine store.
+    json List() { return CtlJson({"certs", "list"})["certificates"]; }
+    // So that no command brings anything by the way.
+    void HoldSync() { root.SetNumber(HKEY_LOCAL_MACHINE, "FromKVLastSyncTime", 0xFFFFFFFF); }
+};
+
+TEST_F(CertsCommandTest, SyncBringsWhatIsNewNow)
+{
+    // The simulator reads names as the service does, from the end.
+    AddCertificate("web", "O=\"Acme, Inc.\", CN=web01");
+    AddCertificate("dummy", "CN=Dummy Certificate Name");
+    HoldSync();  // the rule of twenty minutes is not for an administrator
+    const json answer = CtlJson({"certs", "sync"});
+    ASSERT_EQ(1u, answer["added"].size());
+    EXPECT_EQ("web", answer["added"][0]["container"]);
+    EXPECT_EQ("CN=web01, O=\"Acme, Inc.\"", answer["added"][0]["subject"]);
+    EXPECT_EQ(2, answer["recorded"]);
+    const json listed = List();
+    ASSERT_EQ(1u, listed.size());
+    EXPECT_EQ(answer["added"][0], listed[0]);
+    EXPECT_EQ(true, listed[0]["bound"]);
+    EXPECT_EQ(true, listed[0]["inStep"]);
+    EXPECT_EQ("Zandrel Key Storage Provider for Key Vault", listed[0]["provider"]);
+    EXPECT_EQ(20u, listed[0]["notAfter"].get<std::string>().size());
+    EXPECT_NE(std::string::npos, MachineText("CertSync").find(listed[0]["thumbprint"].get<std::string>()));
+    const std::string file =
+        root.directory() + "/root/certstore/My/" + listed[0]["thumbprint"].get<std::string>() + ".pem";
+    EXPECT_EQ(0, RunProgram("/usr/bin/openssl", {"x509", "-in", file, "-noout"}, "").exit);
+
+    EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("nothing new"));
+    AddCertificate("later", "CN=later");
+    EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("bound to 'later'"));
+    EXPECT_EQ(json::array(), CtlJson({"certs", "list", "--user"})["certificates"]);
+}
+
+TEST_F(CertsCommandTest, WhereASyncCannotBe)
+{
+    EXPECT_EQ(2, Ctl({"certs", "sync", "--user"}).exit);
+    sim.Fault({{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}});
+    EXPECT_EQ(4, Ctl({"certs", "sync"}).exit);
+    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 1);
+    const Ran ran = Ctl({"certs", "sync"});
+    EXPECT_EQ(3, ran.exit);
+    EXPECT_NE(std::string::npos, ran.err.find("CertificatesOrKeys"));
+}
+
+TEST_F(CertsCommandTest, TwoProcessesAtOnceOnOneRoot)
+{
+    constexpr int kCertificates = 12;
+    for (int i = 0; i < kCertificates; i++)
+        AddCertificate("web" + std::to_string(i));
+    sim.Control("PUT", "/latency", {{"ms", 5}});
+    Ran runs[2];
+    std::thread other([&] { runs[1] = Ctl({"certs", "sync"}); });
+    runs[0] = Ctl({"certs", "sync"});
+    other.join();
+    EXPECT_EQ(0, runs[0].exit) << runs[0].err;
+    EXPECT_EQ(0, runs[1].exit) << runs[1].err;
+    const json listed = List();
+    EXPECT_EQ(static_cast<size_t>(kCertificates), listed.size());
+    for (const json& certificate : listed) {
+        EXPECT_EQ(true, certificate["bound"]);
+        EXPECT_EQ(true, certificate["inStep"]);
+    }
+}
+
+TEST_F(CertsCommandTest, InstallBindsAndJudgesThePublicKey)
+{
+    AddCertificate("web");
+    HoldSync();
+    const json own = Issue({{"key", "web"}, {"subject", "CN=issued"}});
+    const json strangers = Issue({{"subject", "CN=stranger"}});
+    // An authority's answer: the chain first, the key's own certificate behind it.
+    WriteFile("chain.pem", strangers["pem"].get<std::string>() + own["pem"].get<std::string>());
+    const json installed = CtlJson({"certs", "install", File("chain.pem"), "--key", "web"});
+    EXPECT_EQ(true, installed["publicKeyMatches"]);
+    EXPECT_EQ("CN=issued", installed["certificate"]["subject"]);
+    EXPECT_EQ(own["hash"], installed["certificate"]["thumbprint"]);
+    EXPECT_EQ("web", installed["certificate"]["container"]);
+    EXPECT_EQ(1u, List().size());
+
+    WriteFile("other.pem", strangers["pem"]);
+    EXPECT_EQ(2, Ctl({"certs", "install", File("other.pem"), "--key", "web"}).exit);
+    EXPECT_EQ(1u, List().size());
+    const Ran forced = Ctl({"certs", "install", File("other.pem"), "--key", "web", "--force"});
+    EXPECT_EQ(0, forced.exit);
+    EXPECT_NE(std::string::npos, forced.err.find("is not that of 'web'"));
+    EXPECT_EQ(2u, List().size());
+
+    // In DER, for a user key, with another file's end.
+    ASSERT_EQ(0, RunProgram("/usr/bin/openssl",
+                            {"x509", "-in", File("chain.pem"), "-outform", "DER", "-out", File("other.der")}, "")
+                     .exit);
+    EXPECT_EQ(0, Ctl({"certs", "install", File("other.der"), "--key", "web", "--force", "--user"}).exit);
+    EXPECT_EQ(1u, CtlJson({"certs", "list", "--user"})["certificates"].size());
+    EXPECT_EQ(2u, List().size());
+}
+
+TEST_F(CertsCommandTest, FilesThatHoldNoCertificate)
+{
+    AddCertificate("web");
+    const std::string begin = "-----BEGIN CERTIFICATE-----\n";
+    const std::string end = "\n-----END CERTIFICATE-----\n";
+    const struct {
+        const char* name;
+        std::string content;
+    } rows[] = {
+        {"empty", ""},
+        {"text", "certificate"},
+        {"no end", begin + "AQID"},
+        {"no Base64", begin + "***" + end},
+        {"an empty block", begin + end},
+        {"no certificate inside", begin + "AQID" + end},
+        {"DER of something else", std::string("\x30\x03\x02\x01\x05", 5)},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WriteFile("file", row.content);
+        EXPECT_EQ(2, Ctl({"certs", "install", File("file"), "--key", "web"}).exit);
+    }
+    EXPECT_EQ(2, Ctl({"certs", "install", File("missing"), "--key", "web"}).exit);
+    EXPECT_EQ(5, Ctl({"certs", "install", File("file"), "--key", "nobody"}).exit);
+}
+
+TEST_F(CertsCommandTest, PublishTellsWhatHappened)
+{
+    AddCertificate("web");
+    HoldSync();
+    EXPECT_EQ("no_certificate", CtlJson({"certs", "publish", "web"}, 5)["error"]["code"]);
+    const json issued = Issue({{"key", "web"}, {"subject", "CN=issued"}});
+    WriteFile("web.pem", issued["pem"]);
+    Out({"certs", "install", File("web.pem"), "--key", "web"});
+
+    sim.Fault({{"path", "/create"}, {"action", "status"}, {"status", 500}});
+    const json refused = CtlJson({"certs", "publish", "web"}, 6);
+    EXPECT_EQ("not_published", refused["error"]["code"]);
+    EXPECT_EQ(false, refused["certificate"]["inStep"]);
+
+    const json published = CtlJson({"certs", "publish", "web"});
+    EXPECT_EQ("published", published["outcome"]);
+    EXPECT_EQ(issued["hash"], published["certificate"]["thumbprint"]);
+    EXPECT_TRUE(HasRequest("POST /certificates/web/pending/merge"));
+    sim.ClearJournal();
+    EXPECT_EQ("known", CtlJson({"certs", "publish", "web"})["outcome"]);
+    EXPECT_FALSE(HasRequest("POST "));
+
+    const json large = Issue({{"key", "web"}, {"size", 5000}});
+    AddCertificate("big");
+    WriteFile("big.pem", large["pem"]);
+    Out({"certs", "install", File("big.pem"), "--key", "big", "--force"});
+    const std::string message = CtlJson({"certs", "publish", "big"}, 5)["error"]["message"];
+    EXPECT_NE(std::string::npos, message.find("5000 bytes")) << message;
+}
+
+}  // namespace

@@ -1,0 +1,74 @@
+// Alternative names from the command line.
+#include "kelvaroctl/subject_alt_name.h"
+
+#include <gtest/gtest.h>
+
+#include "kelvaroctl/failure.h"
+
+namespace {
+
+using kelvaroctl::HexText;
+using kelvaroctl::ParseSubjectAltName;
+
+TEST(SubjectAltNameTest, NamesAreTakenInEveryForm)
+{
+    const struct {
+        const char* text;
+        int tag;
+        const char* content;  // hexadecimal for addresses
+    } rows[] = {
+        {"dns:web01.contoso.com", 0x82, "web01.contoso.com"},
+        {"DNS:*.contoso.com", 0x82, "*.contoso.com"},
+        {"dns:xn--bcher-kva.example", 0x82, "xn--bcher-kva.example"},
+        {"email:ops@contoso.com", 0x81, "ops@contoso.com"},
+        {"uri:https://contoso.com:8443/a?b", 0x86, "https://contoso.com:8443/a?b"},
+        {"ip:10.0.0.255", 0x87, "0a0000ff"},
+        {"IP:2001:db8::1", 0x87, "20010db8000000000000000000000001"},
+        {"ip:::", 0x87, "00000000000000000000000000000000"},
+        {"ip:::1", 0x87, "00000000000000000000000000000001"},
+        {"ip:fe80::", 0x87, "fe800000000000000000000000000000"},
+        {"ip:1:2:3:4:5:6:7:8", 0x87, "00010002000300040005000600070008"},
+        {"ip:::ffff:10.1.2.3", 0x87, "00000000000000000000ffff0a010203"},
+        {"ip:ABCD::1:2:3:4:5:6", 0x87, "abcd0000000100020003000400050006"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const kelvaroctl::SubjectAltName name = ParseSubjectAltName(row.text);
+        EXPECT_EQ(row.tag, name.tag);
+        EXPECT_EQ(row.content,
+                  row.tag == 0x87 ? HexText(name.content) : std::string(name.content.begin(), name.content.end()));
+    }
+}
+
+TEST(SubjectAltNameTest, WhatIsNoneIsRefused)
+{
+    for (const char* text : {"",
+                             "web01",
+                             "host:web01",
+                             "dns:",
+                             "dns:a b",
+                             "dns:b\xC3\xBC"
+                             "cher.example",
+                             "email:",
+                             "email:ops",
+                             "email:@x",
+                             "email:a@b@c",
+                             "email:a@",
+                             "uri:",
+                             "ip:",
+                             "ip:10.0.0",
+                             "ip:10.0.0.256",
+                             "ip:10.0.0.0.1",
+                             "ip:10.0.0.1a",
+                             "ip:1:2:3:4:5:6:7",
+                             "ip:1:2:3:4:5:6:7:8:9",
+                             "ip:1::2::3",
+                             "ip:1:2:3:4:5:6:7::8",
+                             "ip:12345::",
+                             "ip:10.0.0.1::1",
+                             "ip::1:2",
+                             "ip:g::"})
+        EXPECT_THROW(ParseSubjectAltName(text), kelvaroctl::Failure) << text;
+}
+
+}  // namespace

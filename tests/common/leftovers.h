@@ -1,0 +1,11 @@
+// What a process holds at this moment, for tests of what a module leaves behind.
+#pragma once
+
+#include <cstddef>
+
+struct Holdings {
+    size_t threads = 0;
+    size_t handles = 0;  // file descriptors on Linux
+    size_t heap = 0;     // blocks of the process heap; on Linux 16 bytes each, which is the least that a block takes
+};
+Holdings TakeStock();

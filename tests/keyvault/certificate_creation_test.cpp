@@ -1,0 +1,296 @@
+// New keys of certificates, and the publication of a certificate that is there.
+#include "keyvault/key_certificate_creation.h"
+#include "support/base64.h"
+#include "support/guards.h"
+#include "tests/keyvault/creation_fixture.h"
+
+using nlohmann::json;
+
+namespace {
+
+class CertificateModeCreationTest : public CreationTest {
+  protected:
+    DWORD certificateMode() const override { return 1; }
+
+    static std::string Body(const std::string& keyProperties, const std::string& algId)
+    {
+        return R"({"attributes":{"enabled": true},"policy": {"key_props": {"exportable": false )" + keyProperties +
+               R"(,"reuse_key": true },"secret_props": {"contentType":"application/x-pkcs12"},)"
+               R"("x509_props": {"subject":"CN=CertificateDummySubject","validity_months": 600 ,)"
+               R"("ekus":["1.3.6.1.5.5.7.3.1","1.3.6.1.5.5.7.3.2"],"key_usage":["digitalSignature"]}},)"
+               R"("tags": {"KSPManaged":"KSP","AlgID":")" +
+               algId + R"(","KeyName":"mykey"}})";
+    }
+    const RequestBodies kCurve = {Body(R"(,"kty":"EC-HSM","key_size": 256 ,"crv":"P-256")", "ECDSA_P256"),
+                                  Body(R"(,"kty":"EC","key_size": 256 ,"crv":"P-256")", "ECDSA_P256")};
+
+    // The certificate that the last merge brought.
+    std::string MergedCertificate()
+    {
+        const std::vector<json> merges = ClientTest::Requests("/pending/merge?");
+        return merges.empty() ? "" : json::parse(merges.back().value("body", ""))["x5c"][0].get<std::string>();
+    }
+};
+
+TEST_F(CertificateModeCreationTest, EachAlgorithmHasItsPolicy)
+{
+    const struct {
+        const char* algId;
+        LONG bits;
+        const char* keyProperties;
+        const char* kty;
+    } rows[] = {
+        {"RSA", 2048, R"(,"kty":"RSA-HSM","key_size": 2048 )", "RSA-HSM"},
+        {"ECDSA_P256", 0, R"(,"kty":"EC-HSM","key_size": 256 ,"crv":"P-256")", "EC-HSM"},
+        {"ECDSA_P384", 384, R"(,"kty":"EC-HSM","key_size": 384 ,"crv":"P-384")", "EC-HSM"},
+        {"ECDSA_P521", 512, R"(,"kty":"EC-HSM","key_size": 521 ,"crv":"P-521")", "EC-HSM"},
+        {"ECDH_P256", 256, R"(,"kty":"EC-HSM","key_size": 256 ,"crv":"P-256")", "EC-HSM"},
+        {"ECDH_P384", 384, R"(,"kty":"EC-HSM","key_size": 384 ,"crv":"P-384")", "EC-HSM"},
+        {"ECDH_P521", 2048, R"(,"kty":"EC-HSM","key_size": 521 ,"crv":"P-521")", "EC-HSM"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.algId);
+        Fresh();
+        CreatedKey key;
+        EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
+        EXPECT_EQ("HMR", Requests({Body(row.keyProperties, row.algId), ""}));
+        EXPECT_EQ(Strings{}, LinesUpTo(2));
+        EXPECT_EQ(row.algId, Narrow(key.AlgID));
+        EXPECT_EQ(row.kty, Kty(key));
+        const json state = StateOf();
+        const json certificate = state["certificates"][0];
+        EXPECT_EQ("mykey", certificate["name"]);
+        EXPECT_EQ(MergedCertificate(), certificate["versions"][0]["cer"]);
+        EXPECT_EQ("completed", certificate["pending"]);
+        EXPECT_EQ("KSP", certificate["versions"][0]["tags"]["KSPManaged"]);
+        EXPECT_EQ(true, state["keys"][0]["managed"]);
+        EXPECT_EQ(state["keys"][0]["versions"][0]["version"], Narrow(key.version));
+    }
+}
+
+TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
+{
+    const json known = {{"error", {{"code", "BadParameter"}, {"message", "kty RSA-HSM is not valid"}}}};
+    const std::string detail = "KVCLowLevelCreateKeyCertificate HSM Key Failed - detail error ";
+    const std::string refusedDetail = detail + "refused";
+    const std::string knownDetail = detail + known.dump();
+    const std::vector<Message> messages = {
+        {'E', "KVCLowLevelCreateKeyCertificate REST Call Error", 1},
+        {'T', "KVCLowLevelCreateKeyCertificate ActionThrottled", 2},
+        {'B', "KVCLowLevelCreateKeyCertificate HSM Key Failed - retry with software key", 2},
+        {'D', refusedDetail.c_str(), 2},
+        {'K', knownDetail.c_str(), 2},
+        {'N', detail.c_str(), 2},
+        {'X', "KVCLowLevelCreateKeyCertificate Failed", 1},
+        {'m', "KVCImportCertificate Error", 1},
+        {'t', "KVCImportCertificate THROLLED - RETRY ", 2},
+        {'n', "KVCImportCertificate Failed", 1},
+        {'r', "KVCGetKey KVCDoKVRESTCall Error", 1},
+        {'R', "KVCGetKey KVCDoKVRESTCall Failed", 1},
+    };
+    const struct {
+        const char* name;
+        const char* creations;  // then the vault answers for itself
+        const char* merges;
+        const char* requests;
+        size_t waits;
+        int result;
+        const char* lines;
+    } rows[] = {
+        {"no hardware", "403", "", "HSMR", 0, 1, "E403 B403"},
+        {"no hardware in the known words", "400k", "", "HSMR", 0, 1, "E400 B400"},
+        {"no hardware in other words", "400", "", "HSMR", 0, 1, "E400 B400 D"},
+        {"the known words with another status", "404k", "", "HSMR", 0, 1, "E404 B404 K"},
+        {"410", "410", "", "HSMR", 0, 1, "E410 B410 D"},
+        {"411 is final", "411", "", "H", 0, 0, "E411 X411 D"},
+        {"refused twice", "403 400k", "", "HS", 0, 0, "E403 B403 E400 X400 K"},
+        {"throttled to the end", "429 429 429 429 429", "", "HHHHH", 5, 0,
+         "E429 T429 E429 T429 E429 T429 E429 T429 E429 T429"},
+        {"throttled around the fall-back", "429 403 429", "", "HHSSMR", 2, 1, "E429 T429 E403 B403 E429 T429"},
+        {"the longest road", "429 429 429 429 403 429", "", "HHHHHS", 5, 0,
+         "E429 T429 E429 T429 E429 T429 E429 T429 E403 B403 E429 T429"},
+        {"200", "200", "", "H", 0, 0, "X200 D"},
+        {"204", "204", "", "H", 0, 0, "X204 N"},
+        {"a server error", "503", "", "H", 0, 0, "E503 X503 D"},
+        {"taken without JSON", "202", "", "HR", 0, 0, "r R404"},
+        {"merge throttled", "", "429 429", "HMMMR", 2, 1, "t429 t429"},
+        {"merge throttled to the end", "", "429 429 429 429 429", "HMMMMMR", 5, 0, "t429 t429 t429 t429 t429 r R404"},
+        {"merge refused", "", "400", "HMR", 0, 0, "m400 r R404"},
+        {"merge in conflict", "", "409", "HMR", 0, 0, "m409 r R404"},
+        {"merge without content", "", "204", "HMR", 0, 0, "n204 r R404"},
+        {"merge answered 200", "", "200", "HMR", 0, 0, "r R404"},
+        {"merge answered 202", "", "202", "HMR", 0, 0, "r R404"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Fresh();
+        AnswerAll("/certificates/mykey/create?", row.creations, known);
+        AnswerAll("/pending/merge?", row.merges);
+        CreatedKey key;
+        EXPECT_EQ(row.result, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ(row.requests, Requests(kCurve));
+        EXPECT_EQ(FirstWaits(row.waits), clock.Waits());
+        EXPECT_EQ(Lines(row.lines, messages), LinesUpTo(2));
+        EXPECT_EQ(row.result ? 1u : 0u, StateOf()["keys"].size());
+    }
+}
+
+TEST_F(CertificateModeCreationTest, RequestsThatCannotBeAnswered)
+{
+    const struct {
+        const char* name;
+        json csr;
+        const char* line;  // of level 1, its beginning
+    } rows[] = {
+        {"not Base64", "*", "KVCLowLevelCreateKeyCertificate Decode Request Failed 1"},
+        {"a number", 17, "KVCLowLevelCreateKeyCertificate SignDummyCert Request Failed 1"},
+        {"over the decoder's limit", std::string(4096, 'A'), "KVCLowLevelCreateKeyCertificate Decode Request Failed 1"},
+        {"no request", "AQID", "KVCLowLevelCreateKeyCertificate SignDummyCert Request Failed 1"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Fresh();
+        Answer("/create?", 202, {{"csr", row.csr}});
+        CreatedKey key;
+        EXPECT_EQ(0, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ("H", Requests(kCurve));
+        ASSERT_FALSE(LinesUpTo(2).empty());
+        EXPECT_EQ(row.line, LinesUpTo(2).back());
+    }
+}
+
+// What the vault said decides, and the read-back alone: with a key of that name there the same answers end well.
+TEST_F(CertificateModeCreationTest, TheReadBackDecides)
+{
+    sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "EC"}, {"crv", "P-256"}});
+    for (const json& answer : {json::object(), json{{"csr", nullptr}}, json("no JSON")}) {
+        Answer("/create?", 202, answer);
+        CreatedKey key;
+        EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key)) << answer;
+        EXPECT_EQ("EC", Kty(key));
+    }
+    EXPECT_EQ("HRHRHR", Requests(kCurve));
+}
+
+TEST_F(CertificateModeCreationTest, AStandardVaultGivesASoftwareKey)
+{
+    UseStandardVault();
+    CreatedKey key;
+    EXPECT_EQ(1, Create("mykey", "ECDSA_P384", 384, &key));
+    EXPECT_EQ("HSMR", Requests({Body(R"(,"kty":"EC-HSM","key_size": 384 ,"crv":"P-384")", "ECDSA_P384"),
+                                Body(R"(,"kty":"EC","key_size": 384 ,"crv":"P-384")", "ECDSA_P384")}));
+    EXPECT_EQ("EC", Kty(key));
+    EXPECT_EQ(1u, LinesWith("retry with software key Error 0x190 2"));
+    EXPECT_EQ(1u, LinesWith("detail error {\"error\":{\"code\":\"BadParameter\""));
+}
+
+TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertificateAtHand)
+{
+    const auto policy = [](const std::string& keyProperties, const std::string& subject, const std::string& algId) {
+        return R"({"attributes":{"enabled": true},"policy": {"key_props": {"exportable": false )" + keyProperties +
+               R"(,"reuse_key": true },"secret_props": {"contentType":"application/x-pkcs12"},)"
+               R"("x509_props": {"subject":")" +
+               subject + R"(","validity_months": 600 }},"tags": {"KSPManaged":"KSP","AlgID":")" + algId +
+               R"(","KeyName":"mykey"}})";
+    };
+    const std::string curve = R"(,"kty":"EC-HSM","key_size": 256 ,"crv":"P-256")";
+    const struct {
+        const char* name;
+        const char* algId;
+        const WCHAR* subject;
+        std::string body;
+    } rows[] = {
+        {"RSA", "RSA", TEXT("CN=web01"), policy("", "CN=web01", "RSA")},
+        {"a quoted subject", "RSA", TEXT("CN=a, O=\"Acme, Inc.\""), policy("", R"(CN=a, O=\"Acme, Inc.\")", "RSA")},
+        {"an empty subject", "RSA", TEXT(""), policy("", "CN=CertificateDummySubject", "RSA")},
+        {"no subject", "RSA", nullptr, policy("", "CN=CertificateDummySubject", "RSA")},
+        {"a curve", "ECDSA_P256", TEXT("CN=web01"), policy(curve, "CN=web01", "ECDSA_P256")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Fresh();
+        const TextString algId = Wide(row.algId);
+        CreatedKey before;
+        ASSERT_EQ(1, Create("mykey", row.algId, 2048, &before));
+        // Any certificate of the key will do.
+        const std::string text = MergedCertificate();
+        BYTE* bytes = nullptr;
+        DWORD size = 0;
+        ASSERT_EQ(1, KVCKelvaro_FromBase64(Wide(text).c_str(), &bytes, &size, 1));
+        const MallocPtr<BYTE> certificate(bytes);
+        sim.ClearJournal();
+        root.ClearLog();
+        CreatedKey after;
+        EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), algId.c_str(), 2048,
+                                                     &after, 0, certificate.get(), size, row.subject));
+        EXPECT_EQ("HMR", Requests({row.body, ""}));
+        EXPECT_EQ(text, MergedCertificate());
+        EXPECT_EQ(Strings{}, LinesUpTo(2));
+        EXPECT_TRUE(root.Logged("KVCLowLevelCreateKeyCertificate KVC_ToBase64 b64Cert Good b64Cert", 8));
+        EXPECT_NE(Narrow(before.version), Narrow(after.version));
+        EXPECT_EQ(Bytes(before.n, before.n + before.n_siz), Bytes(after.n, after.n + after.n_siz));
+        EXPECT_EQ(2u, StateOf()["certificates"][0]["versions"].size());
+    }
+}
+
+TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameTextAndFollowsTheMode)
+{
+    call->certificateMode = 0;
+    Answer("/keys/mykey/create?", 403, "");
+    Answer("/keys/mykey/create?", 202, "whatever this says");
+    Answer("/keys/mykey/pending/merge?", 201, "");
+    sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "RSA"}});
+    const BYTE certificate[] = {0xFF, 0xEF, 0xBE};
+    CreatedKey key;
+    EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), TEXT("RSA"), 2048, &key, 1,
+                                                 certificate, 3, TEXT("CN=x")));
+    const std::string body =
+        R"({"attributes":{"enabled": true},"policy": {"key_props": {"exportable": true ,"reuse_key": true },)"
+        R"("secret_props": {"contentType":"application/x-pkcs12"},"x509_props": {"subject":"CN=x",)"
+        R"("validity_months": 600 }},"tags": {"KSPManaged":"KSP","AlgID":"RSA","KeyName":"mykey"}})";
+    EXPECT_EQ((Strings{body, body, R"({"x5c": ["/+++"]})", ""}), Bodies());
+    EXPECT_EQ((Strings{"POST /keys/mykey/create?api-version=7.0", "POST /keys/mykey/create?api-version=7.0",
+                       "POST /keys/mykey/pending/merge?api-version=7.0", "GET /keys/mykey?api-version=2016-10-01"}),
+              sim.VaultRequests());
+}
+
+TEST_F(CertificateModeCreationTest, TheTraceOfACreation)
+{
+    CreatedKey key;
+    EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key));
+    Strings mine;
+    for (const std::string& line : root.LogLines()) {
+        if (line.find("Create") != std::string::npos || line.find("KVCImportCertificate") != std::string::npos)
+            mine.push_back(line);
+    }
+    EXPECT_EQ((Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKeyCertificate 8",
+                       "KVCLowLevelCreateKeyCertificate 8",
+                       "KVCLowLevelCreateKeyCertificate JSON Body " + kCurve.hardware + " 10",
+                       "KVCLowLevelCreateKeyCertificate Found CSR 10",
+                       "KVCLowLevelCreateKeyCertificate DummyCert Good dummyCert 8", "KVCImportCertificate mykey 8",
+                       "KVCImportCertificate Body  mykey {\"x5c\": [\"" + MergedCertificate() + "\"]} 10"}),
+              mine);
+}
+
+TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestGoesOut)
+{
+    SetLogging(0);
+    CreatedKey first;
+    ASSERT_EQ(1, Create("mykey", "ECDSA_P256", 256, &first));
+    int result = 0;
+    SweepAllocations(
+        [&] {
+            CreatedKey key;
+            result = Create("mykey", "ECDSA_P256", 256, &key);
+        },
+        [&](bool whole) {
+            EXPECT_TRUE(result == 1 || !whole);
+            // What was left waiting is answered no more, and would stand in the way of the next.
+            KVCDoKVRESTCall(call.get(), nullptr, 1, TEXT("mykey"), TEXT("DELETE"), TEXT("pending"), nullptr,
+                            kApiVersionWrite);
+        });
+    for (const std::string& body : Bodies())
+        EXPECT_TRUE(body.empty() || json::accept(body)) << body;
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+// What the stories about new keys share: answers in a row, requests as letters, log lines as words.
+#pragma once
+
+#include <sstream>
+
+#include "keyvault/key_creation.h"
+#include "tests/keyvault/vault_fixture.h"
+
+struct CreatedKey : KVKey {
+    CreatedKey() : KVKey{} {}
+    ~CreatedKey() { KVCFreeKVKey(this); }
+    CreatedKey(const CreatedKey&) = delete;
+    CreatedKey& operator=(const CreatedKey&) = delete;
+};
+
+inline std::string Kty(const CreatedKey& key)
+{
+    return OrNone(key.kty);
+}
+
+class CreationTest : public VaultTest {
+  protected:
+    // The bodies of a creation's first request and of the one after the fall-back.
+    struct RequestBodies {
+        std::string hardware;
+        std::string software;
+    };
+
+    void SetUp() override
+    {
+        VaultTest::SetUp();
+        call->certificateMode = certificateMode();
+    }
+    virtual DWORD certificateMode() const { return 0; }
+
+    int Create(const std::string& name, const std::string& algId, LONG bits, KVKey* key)
+    {
+        return KVCCreateKey(call.get(), Wide(name).c_str(), Wide(algId).c_str(), bits, key, 0);
+    }
+
+    // Queues one answer after the other for the requests whose target has `path`: statuses, each with the body
+    // "refused", or with another one for a status that ends in "k".
+    void AnswerAll(const std::string& path, const std::string& statuses, const nlohmann::json& known = nullptr)
+    {
+        std::istringstream stream(statuses);
+        for (std::string status; stream >> status;)
+            Answer(path, std::stoi(status), status.back() == 'k' ? known : nlohmann::json("refused"));
+    }
+
+    // All requests to the vault, a letter each: H and S create (the bodies of `sent`), M merges, R reads; anything else
+    // stands there in full.
+    std::string Requests(const RequestBodies& sent)
+    {
+        const std::string collection = certificateMode() ? "/certificates" : "/keys";
+        std::string letters;
+        for (const nlohmann::json& request : ClientTest::Requests("?api-version=")) {
+            const std::string line = request.value("method", "") + " " + request.value("target", "");
+            const std::string body = request.value("body", "");
+            if (line == "POST " + collection + "/mykey/create?api-version=7.0" && body == sent.hardware)
+                letters += "H";
+            else if (line == "POST " + collection + "/mykey/create?api-version=7.0" && body == sent.software)
+                letters += "S";
+            else if (line == "POST " + collection + "/mykey/pending/merge?api-version=7.0" && IsMergeBody(body))
+                letters += "M";
+            else if (line == "GET /keys/mykey?api-version=2016-10-01" && body.empty())
+                letters += "R";
+            else
+                letters += "[" + line + " " + body + "]";
+        }
+        return letters;
+    }
+    static bool IsMergeBody(const std::string& body)
+    {
+        const std::string head = "{\"x5c\": [\"";
+        const std::string tail = "\"]}";
+        if (body.size() < head.size() + tail.size() || body.rfind(head, 0) != 0)
+            return false;
+        return body.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=",
+                                      head.size()) == body.size() - tail.size() &&
+               body.substr(body.size() - tail.size()) == tail;
+    }
+
+    void UseStandardVault()
+    {
+        call.reset();
+        Identity identity;
+        identity.vault = Simulator::kStandardVault;
+        client = NewClient(identity);
+        call.reset(KVCBeginCall(client.get()));
+        call->certificateMode = certificateMode();
+        ASSERT_EQ(1, KVCAuthenticate(call.get()));
+        sim.ClearJournal();
+        root.ClearLog();
+    }
+    void Fresh()
+    {
+        sim.Reset();
+        clock.ClearWaits();
+        root.ClearLog();
+    }
+    nlohmann::json StateOf(const char* vault = Simulator::kVault)
+    {
+        return sim.Control("GET", std::string("/vaults/") + vault);
+    }
+};
+
+// The log lines of a row: words of a letter, which stands for a message and its level, and the status behind it.
+struct Message {
+    char letter;
+    const char* text;
+    int level;
+};
+inline Strings Lines(const std::string& words, const std::vector<Message>& messages)
+{
+    Strings lines;
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) {
+        for (const Message& message : messages) {
+            if (message.letter != word[0])
+                continue;
+            std::ostringstream line;
+            line << message.text;
+            if (word.size() > 1)
+                line << " Error 0x" << std::hex << std::stoi(word.substr(1)) << std::dec;
+            line << " " << message.level;
+            lines.push_back(line.str());
+        }
+    }
+    return lines;
+}
+
+inline Waits FirstWaits(size_t count)
+{
+    const Waits waits = {1000, 2000, 4000, 8000, 16000};
+    return Waits(waits.begin(), waits.begin() + static_cast<std::ptrdiff_t>(count));
+}

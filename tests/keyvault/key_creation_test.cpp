@@ -1,0 +1,195 @@
+// New plain keys: what is asked, in which order, and what comes of it.
+#include "keyvault/key_creation.h"
+
+#include "tests/keyvault/creation_fixture.h"
+
+using nlohmann::json;
+
+namespace {
+
+class KeyCreationTest : public CreationTest {
+  protected:
+    const RequestBodies kRsa = {R"({"kty":"RSA-HSM","key_size":"2048","tags": {"AlgID":"RSA","KeyName":"mykey"}})",
+                                R"({"kty":"RSA","key_size":"2048","tags": {"AlgID":"RSA","KeyName":"mykey"}})"};
+    const RequestBodies kCurve = {R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"mykey"}})",
+                                  R"({"kty":"EC","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"mykey"}})"};
+};
+
+TEST_F(KeyCreationTest, EachAlgorithmHasItsRequest)
+{
+    const struct {
+        const char* algId;
+        LONG bits;
+        RequestBodies bodies;
+    } rows[] = {
+        {"RSA", 2048, kRsa},
+        {"ECDSA_P256",
+         2048,
+         {R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"mykey"}})", ""}},
+        {"ECDSA_P384", 384, {R"({"kty":"EC-HSM","crv":"P-384","tags": {"AlgID":"ECDSA_P384","KeyName":"mykey"}})", ""}},
+        {"ECDSA_P521", 0, {R"({"kty":"EC-HSM","crv":"P-521","tags": {"AlgID":"ECDSA_P521","KeyName":"mykey"}})", ""}},
+        {"ECDH_P256", 256, {R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDH_P256","KeyName":"mykey"}})", ""}},
+        {"ECDH_P384", 384, {R"({"kty":"EC-HSM","crv":"P-384","tags": {"AlgID":"ECDH_P384","KeyName":"mykey"}})", ""}},
+        {"ECDH_P521", -1, {R"({"kty":"EC-HSM","crv":"P-521","tags": {"AlgID":"ECDH_P521","KeyName":"mykey"}})", ""}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.algId);
+        Fresh();
+        CreatedKey key;
+        EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
+        EXPECT_EQ("H", Requests(row.bodies));
+        EXPECT_EQ(Strings{}, LinesUpTo(2));
+        EXPECT_EQ(row.algId, Narrow(key.AlgID));
+        EXPECT_EQ("mykey", Narrow(key.keyName));
+        const json version = StateOf()["keys"][0]["versions"][0];
+        EXPECT_EQ(version["version"], Narrow(key.version));
+        EXPECT_EQ(version["kty"], Kty(key));
+        EXPECT_EQ(json({{"AlgID", row.algId}, {"KeyName", "mykey"}}), version["tags"]);
+    }
+    // What is no curve name, letter for letter, is taken for RSA, and the size goes out as it is.
+    Answer("/create?", 500, "", -1);
+    CreatedKey key;
+    sim.ClearJournal();
+    EXPECT_EQ(0, Create("mykey", "ecdsa_p256", -256, &key));
+    EXPECT_EQ(
+        "H", Requests({R"({"kty":"RSA-HSM","key_size":"-256","tags": {"AlgID":"ecdsa_p256","KeyName":"mykey"}})", ""}));
+}
+
+TEST_F(KeyCreationTest, AnswersOfEveryKind)
+{
+    const std::vector<Message> messages = {
+        {'E', "KVCLowLevelCreateKey REST Call Error", 1},
+        {'T', "KVCLowLevelCreateKey ActionThrottled", 2},
+        {'B', "KVCLowLevelCreateKey HSM Key Failed - retry with software key", 2},
+        {'X', "KVCLowLevelCreateKey Failed", 1},
+    };
+    const struct {
+        const char* name;
+        const char* answers;  // then the vault answers for itself
+        const char* requests;
+        size_t waits;
+        int result;
+        const char* lines;
+    } rows[] = {
+        {"no hardware", "403", "HS", 0, 1, "E403 B403"},
+        {"no hardware by 400", "400", "HS", 0, 1, "E400 B400"},
+        {"no hardware by 410", "410", "HS", 0, 1, "E410 B410"},
+        {"411 is final", "411", "H", 0, 0, "E411 X411"},
+        {"refused twice", "403 403", "HS", 0, 0, "E403 B403 E403 X403"},
+        {"another refusal", "400 404", "HS", 0, 0, "E400 B400 E404 X404"},
+        {"a conflict", "409 409", "HS", 0, 0, "E409 B409 E409 X409"},
+        {"throttled", "429 429 429 429", "HHHHH", 4, 1, "E429 T429 E429 T429 E429 T429 E429 T429"},
+        {"throttled to the end", "429 429 429 429 429", "HHHHH", 5, 0,
+         "E429 T429 E429 T429 E429 T429 E429 T429 E429 T429"},
+        {"throttled after the fall-back", "403 429 429", "HSSS", 2, 1, "E403 B403 E429 T429 E429 T429"},
+        {"the longest road", "429 429 429 429 403 429", "HHHHHS", 5, 0,
+         "E429 T429 E429 T429 E429 T429 E429 T429 E403 B403 E429 T429"},
+        {"a server error", "500", "H", 0, 0, "E500 X500"},
+        {"201", "201", "H", 0, 0, "X201"},
+        {"202", "202", "H", 0, 0, "X202"},
+        {"204", "204", "H", 0, 0, "X204"},
+        {"no JSON", "200", "H", 0, 1, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Fresh();
+        AnswerAll("/keys/mykey/create?", row.answers);
+        CreatedKey key;
+        EXPECT_EQ(row.result, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ(row.requests, Requests(kCurve));
+        EXPECT_EQ(FirstWaits(row.waits), clock.Waits());
+        EXPECT_EQ(Lines(row.lines, messages), LinesUpTo(2));
+        const bool made = row.result && std::string(row.answers) != "200";
+        EXPECT_EQ(made ? 1u : 0u, StateOf()["keys"].size());
+        EXPECT_EQ(row.result ? "mykey" : "", Narrow(key.keyName));
+    }
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "down"}});
+    root.ClearLog();
+    CreatedKey key;
+    EXPECT_EQ(0, Create("mykey", "RSA", 2048, &key));
+    EXPECT_EQ(Lines("E0 X0", messages), LinesUpTo(2));
+}
+
+TEST_F(KeyCreationTest, AStandardVaultGivesASoftwareKey)
+{
+    UseStandardVault();
+    CreatedKey key;
+    EXPECT_EQ(1, Create("mykey", "RSA", 2048, &key));
+    EXPECT_EQ("HS", Requests(kRsa));
+    EXPECT_EQ("RSA", Kty(key));
+    EXPECT_EQ("RSA", StateOf(Simulator::kStandardVault)["keys"][0]["versions"][0]["kty"]);
+}
+
+TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
+{
+    const std::string coded = "-vBAgAAwBA" + std::string(33, 'z');
+    CreatedKey key;
+    EXPECT_EQ(1, Create("a b", "ECDSA_P256", 256, &key));
+    EXPECT_EQ("a b", Narrow(key.clearName));
+    EXPECT_EQ("POST /keys/" + coded + "/create?api-version=7.0", sim.VaultRequests().back());
+    EXPECT_EQ(R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"a b"}})", Bodies().back());
+    EXPECT_EQ(coded, StateOf()["keys"][0]["name"]);
+
+    // Only what would break the JSON is escaped.
+    CreatedKey quoted;
+    EXPECT_EQ(1, Create("\"}/\\\xC3\xA9\t", "ECDSA_P256", 256, &quoted));
+    EXPECT_EQ(
+        "{\"kty\":\"EC-HSM\",\"crv\":\"P-256\",\"tags\": {\"AlgID\":\"ECDSA_P256\",\"KeyName\":"
+        "\"\\\"}/\\\\\xC3\xA9\\u0009\"}}",
+        Bodies().back());
+}
+
+TEST_F(KeyCreationTest, WhatCannotBeAskedSendsNothing)
+{
+    CreatedKey key;
+    EXPECT_EQ(0, Create(std::string(43, 'n'), "RSA", 2048, &key));
+    EXPECT_EQ(0, KVCCreateKey(call.get(), nullptr, TEXT("RSA"), 2048, &key, 0));
+    EXPECT_EQ(0, KVCCreateKey(nullptr, TEXT("k"), TEXT("RSA"), 2048, &key, 0));
+    EXPECT_EQ((Strings{"KVCCreateKey KVCConvertClearKeyNameToEncoded Failed 1",
+                       "KVCCreateKey Bad (NULL) KVC or Key Name 1", "KVCCreateKey Bad (NULL) KVC or Key Name 1"}),
+              LinesUpTo(2));
+    // A record that nobody signed in.
+    call.reset(KVCBeginCall(client.get()));
+    call->certificateMode = certificateMode();
+    call->lastStatus = 200;
+    EXPECT_EQ(0, Create("mykey", "RSA", 2048, &key));
+    EXPECT_TRUE(root.Logged("KVCLowLevelCreateKey Failed Error 0x0", 1));
+    EXPECT_EQ(Strings{}, sim.VaultRequests());
+}
+
+TEST_F(KeyCreationTest, TheTraceOfACreation)
+{
+    CreatedKey key;
+    EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key));
+    Strings mine;
+    for (const std::string& line : root.LogLines()) {
+        if (line.find("Create") != std::string::npos && line.find("url") == std::string::npos)
+            mine.push_back(line);
+    }
+    EXPECT_EQ((Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKey 8", "KVCLowLevelCreateKey 8",
+                       "KVCCreateKey JSON Body " + kCurve.hardware + " 10",
+                       "KVCCreateKey JSON Body " + kCurve.hardware + " 10"}),
+              mine);
+}
+
+TEST_F(KeyCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestGoesOut)
+{
+    SetLogging(0);
+    Answer("/create?", 200, "{}", -1);
+    int result = 0;
+    int failed = 0;
+    SweepAllocations(
+        [&] {
+            CreatedKey key;
+            result = Create(std::string(42, '"'), "ECDSA_P256", 256, &key);
+        },
+        [&](bool whole) {
+            EXPECT_TRUE(result == 1 || !whole);
+            failed += result ? 0 : 1;
+        });
+    EXPECT_GT(failed, 5);
+    for (const std::string& body : Bodies())
+        EXPECT_TRUE(body.empty() || json::accept(body)) << body;
+}
+
+}  // namespace

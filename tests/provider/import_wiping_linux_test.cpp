@@ -1,0 +1,182 @@
+// Key material in freed memory: every block that the system gives back to the process heap during an import is searched
+// for it first.
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/common/alloc_fault.h"
+#include "tests/provider/envelope_maker.h"
+#include "tests/provider/import_fixture.h"
+
+namespace {
+
+// Searches freed blocks while one of these lives.
+class HeapWatch {
+  public:
+    explicit HeapWatch(std::vector<Bytes> needles) : needles_(std::move(needles)) { current_ = this; }
+    ~HeapWatch() { current_ = nullptr; }
+    HeapWatch(const HeapWatch&) = delete;
+    HeapWatch& operator=(const HeapWatch&) = delete;
+
+    static void Look(const void* block)
+    {
+        if (!current_ || !block)
+            return;
+        const BYTE* at = static_cast<const BYTE*>(block);
+        const BYTE* const end = at + malloc_usable_size(const_cast<void*>(block));
+        current_->looks++;
+        for (const Bytes& needle : current_->needles_) {
+            if (std::search(at, end, needle.begin(), needle.end()) != end)
+                current_->found++;
+        }
+    }
+
+    size_t looks = 0;
+    size_t found = 0;
+
+  private:
+    static HeapWatch* current_;
+    std::vector<Bytes> needles_;
+};
+HeapWatch* HeapWatch::current_ = nullptr;
+
+// Pieces out of the numbers of a key, in both orders of their bytes. plain: bytes in which they stand.
+std::vector<Bytes> Pieces(const Bytes& plain, const std::vector<size_t>& offsets)
+{
+    std::vector<Bytes> pieces;
+    for (const size_t offset : offsets) {
+        const auto at = plain.begin() + static_cast<ptrdiff_t>(offset);
+        pieces.emplace_back(at, at + 16);
+        pieces.emplace_back(pieces.back().rbegin(), pieces.back().rend());
+    }
+    return pieces;
+}
+
+// Private exponent, primes and coefficient of a PKCS#8 file of 2048 bits.
+std::vector<Bytes> PrivatePieces(const Bytes& der)
+{
+    return Pieces(der, {400, 700, 850, 1100});
+}
+
+using WipingTest = ImportTest;
+
+TEST_F(WipingTest, TheWatchSeesWhatIsLeft)
+{
+    HeapWatch watch(Pieces(Pattern(200), {100}));
+    void* const block = HeapAlloc(GetProcessHeap(), 0, 300);
+    std::memcpy(static_cast<BYTE*>(block) + 50, Pattern(200).data(), 200);
+    HeapFree(GetProcessHeap(), 0, block);
+    EXPECT_EQ(1u, watch.found);
+}
+
+TEST_F(WipingTest, OfPkcs8KeysOnEveryWayOut)
+{
+    const Bytes der = ReadPkcs8("rsa2048");
+    const Bytes encrypted = ReadPkcs8("pbes2-sha256-aes256");
+    std::vector<Bytes> needles = PrivatePieces(der);
+    needles.push_back(WideBytes("secret"));
+    needles.push_back({'s', 'e', 'c', 'r', 'e', 't'});
+    needles.push_back({0, 's', 0, 'e', 0, 'c', 0, 'r', 0, 'e', 0, 't'});
+    const Bytes usage = KeyUsageAttribute(Der(0x03, {7, 0x80}));
+    const Bytes badUsage = KeyUsageAttribute({5, 0});
+    const struct {
+        const char* name;
+        Bytes data;
+        const char* keyName;
+        SECURITY_STATUS status;
+    } rows[] = {
+        {"plain", der, nullptr, 0},
+        {"encrypted", encrypted, nullptr, 0},
+        {"encrypted by PKCS#12", ReadPkcs8("pkcs12-sha1-3des"), nullptr, 0},
+        {"with a usage", WithAttributes(usage), nullptr, 0},
+        {"bad usage", WithAttributes(badUsage), nullptr, NTE_BAD_DATA},
+        {"a name that is too long", encrypted, "130", NTE_INVALID_PARAMETER},
+        {"a key that the vault does not make", encrypted, "refused", NTE_FAIL},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        sim.Fault({{"path", "/keys/refused/create?"}, {"action", "status"}, {"status", 403}, {"times", 2}});
+        Parameters parameters = {{46, Secret()}};
+        if (row.keyName)
+            parameters.Add(45, WideBytes(row.keyName == std::string("130") ? std::string(130, 'n') : row.keyName));
+        Bytes data = row.data;
+        NCRYPT_KEY_HANDLE key = 0;
+        HeapWatch watch(needles);
+        EXPECT_EQ(Hex(row.status), Hex(table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), parameters.list(), &key,
+                                                        data.data(), static_cast<DWORD>(data.size()), 0)));
+        if (key) {
+            EXPECT_EQ(0, table->FreeKey(provider, key));
+        }
+        EXPECT_GT(watch.looks, 0u);
+        EXPECT_EQ(0u, watch.found);
+    }
+}
+
+// The failures in between: each allocation of an import fails once, and nothing is left behind.
+TEST_F(WipingTest, WithoutMemory)
+{
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
+    Reattach();
+    const Bytes der = WithAttributes(KeyUsageAttribute(Der(0x03, {7, 0x80})));
+    for (const char* file : {"", "pbes2-sha256-aes256", "pkcs12-sha1-3des"}) {
+        Bytes data = *file ? ReadPkcs8(file) : der;
+        NCRYPT_KEY_HANDLE key = 0;
+        Parameters parameters = {{46, Secret()}};
+        HeapWatch watch(PrivatePieces(ReadPkcs8("rsa2048")));
+        const size_t failures = FailEach(
+            [&] {
+                key = 0;
+                return table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), parameters.list(), &key, data.data(),
+                                        static_cast<DWORD>(data.size()), 0);
+            },
+            [&](SECURITY_STATUS status, size_t failAt) {
+                // What the platform cannot decode for want of memory is as good as malformed.
+                EXPECT_TRUE(status == NTE_NO_MEMORY || status == NTE_BAD_DATA || status == NTE_INTERNAL_ERROR)
+                    << file << failAt << Hex(status);
+                EXPECT_EQ(0u, key);
+            });
+        EXPECT_GT(failures, 4u);
+        EXPECT_EQ(0, table->FreeKey(provider, key));
+        EXPECT_EQ(0u, watch.found) << file;
+    }
+}
+
+TEST_F(WipingTest, OfEnvelopes)
+{
+    const Recipient recipient;
+    const std::string folder = root.directory() + "/root/user/keycontainers";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/box.pem") << recipient.ContainerPem();
+    const Bytes certificates = SerializedStore(ProviderInfo("box", 0) + StoreRecord(32, recipient.Certificate()));
+    for (const DWORD bits : {2048u, 1024u}) {
+        Bytes blob = RsaBlob(bits);
+        std::copy_n(Pattern(150).begin(), 150, blob.begin() + 100);
+        Bytes envelope = recipient.Seal(blob);
+        Parameters parameters = {{47, certificates}};
+        NCRYPT_KEY_HANDLE key = 0;
+        HeapWatch watch(Pieces(blob, {120, 200}));
+        EXPECT_EQ(Hex(bits == 2048 ? 0 : NTE_BAD_KEY),
+                  Hex(table->ImportKey(provider, 0, TEXT("PKCS7_ENVELOPE"), parameters.list(), &key, envelope.data(),
+                                       static_cast<DWORD>(envelope.size()), 0)));
+        if (key) {
+            EXPECT_EQ(0, table->FreeKey(provider, key));
+        }
+        EXPECT_GT(watch.looks, 1u);
+        EXPECT_EQ(0u, watch.found) << bits;
+    }
+}
+
+}  // namespace
+
+// HeapFree of the Linux build under its linker name.
+BOOL RealHeapFree(HANDLE heap, DWORD flags, LPVOID block) __asm__("__real__Z8HeapFreePvjS_");
+BOOL WrapHeapFree(HANDLE heap, DWORD flags, LPVOID block) __asm__("__wrap__Z8HeapFreePvjS_");
+
+BOOL WrapHeapFree(HANDLE heap, DWORD flags, LPVOID block)
+{
+    HeapWatch::Look(block);
+    return RealHeapFree(heap, flags, block);
+}
