@@ -1,0 +1,53 @@
+#!/bin/sh
+# Builds the Debian packages from the Linux build, the same bytes each time.
+# Usage: packaging/debian/build-deb.sh VERSION BUILD_DIR DOCS_DIR OUTPUT_DIR   SOURCE_DATE_EPOCH: the time that everything carries.
+set -eu
+version=$1
+build=$(cd "$2" && pwd)
+docs=$(cd "$3" && pwd)
+output=$(cd "$4" && pwd)
+: "${SOURCE_DATE_EPOCH:?}"
+here=$(cd "$(dirname "$0")" && pwd)
+architecture=$(dpkg --print-architecture)
+library=usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export LC_ALL=C TZ=UTC
+umask 022
+
+depends() { # depends ROOT: what the binaries need, by package
+    mkdir -p "$work/shlibs/debian"
+    printf 'Source: kelvaro\n\nPackage: kelvaro\nArchitecture: any\n' >"$work/shlibs/debian/control"
+    binaries=$(find "$1/usr" -type f -path '*/bin/*' -o -type f -name '*.so')
+    # shellcheck disable=SC2086
+    found=$(cd "$work/shlibs" && dpkg-shlibdeps -O $binaries 2>log) || { cat "$work/shlibs/log" >&2; return 1; }
+    echo "${found#shlibs:Depends=}"
+}
+
+package() { # package NAME: from the tree of that name
+    name=$1
+    root=$work/$name
+    needed=$(depends "$root")
+    mkdir -p "$root/DEBIAN"
+    sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$architecture/" -e "s/@DEPENDS@/$needed/" \
+        -e "s/@SIZE@/$(du -sk --apparent-size --exclude=DEBIAN "$root" | cut -f1)/" "$here/$name.control" >"$root/DEBIAN/control"
+    for part in postrm triggers; do
+        [ ! -f "$here/$name.$part" ] || cp "$here/$name.$part" "$root/DEBIAN/$part"
+    done
+    [ ! -f "$root/DEBIAN/postrm" ] || chmod 755 "$root/DEBIAN/postrm"
+    (cd "$root" && find usr -type f | sort | xargs md5sum >DEBIAN/md5sums)
+    find "$root" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+    dpkg-deb --root-owner-group -Zxz --build "$root" "$output/${name}_${version}_$architecture.deb" >/dev/null
+}
+
+root=$work/kelvaro
+install -D -m 755 "$build/kelvaroctl/kelvaroctl" "$root/usr/bin/kelvaroctl"
+install -D -m 644 "$build/provider/libkelvaro.so" "$root/$library/libkelvaro.so"
+install -d "$root/usr/share/doc/kelvaro"
+install -m 644 "$docs"/* "$root/usr/share/doc/kelvaro"
+package kelvaro
+
+root=$work/kelvaro-vaultsim
+install -D -m 755 "$build/vaultsim/vaultsim" "$root/usr/bin/vaultsim"
+install -D -m 644 "$here/../../vaultsim/README.md" "$root/usr/share/doc/kelvaro-vaultsim/README.md"
+package kelvaro-vaultsim

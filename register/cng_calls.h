@@ -1,0 +1,29 @@
+// The calls of CNG's configuration that a registration needs, as a table that tests fill with calls of their own.
+//
+// On Windows they are found at run time: the compiler's header declares only some of them.
+#pragma once
+
+#include "platform/platform.h"
+
+namespace kelvaro_register {
+
+struct CngCalls {
+    NTSTATUS(WINAPI* registerProvider)(LPCWSTR pszProvider, ULONG dwFlags, PCRYPT_PROVIDER_REG pReg);
+    NTSTATUS(WINAPI* unregisterProvider)(LPCWSTR pszProvider);
+    // *ppBuffer: NULL for a block that freeBuffer takes back.
+    NTSTATUS(WINAPI* queryProviderRegistration)
+    (LPCWSTR pszProvider, ULONG dwMode, ULONG dwInterface, ULONG* pcbBuffer, PCRYPT_PROVIDER_REG* ppBuffer);
+    NTSTATUS(WINAPI* addContextFunctionProvider)
+    (ULONG dwTable, LPCWSTR pszContext, ULONG dwInterface, LPCWSTR pszFunction, LPCWSTR pszProvider, ULONG dwPosition);
+    NTSTATUS(WINAPI* removeContextFunctionProvider)
+    (ULONG dwTable, LPCWSTR pszContext, ULONG dwInterface, LPCWSTR pszFunction, LPCWSTR pszProvider);
+    NTSTATUS(WINAPI* enumContextFunctionProviders)
+    (ULONG dwTable, LPCWSTR pszContext, ULONG dwInterface, LPCWSTR pszFunction, ULONG* pcbBuffer,
+     PCRYPT_CONTEXT_FUNCTION_PROVIDERS* ppBuffer);
+    VOID(WINAPI* freeBuffer)(PVOID pvBuffer);
+};
+
+// bcrypt: the loaded bcrypt.dll. The name of the first call that it lacks, or NULL when `calls` is complete.
+const char* FindCngCalls(HMODULE bcrypt, CngCalls* calls);
+
+}  // namespace kelvaro_register

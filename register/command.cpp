@@ -1,0 +1,120 @@
+#include "register/command.h"
+
+#include <filesystem>
+
+namespace kelvaro_register {
+
+static const char kUsageText[] =
+    "kelvaro-register " KELVARO_VERSION
+    "\n"
+    "Registers the Zandrel Key Storage Provider for Key Vault with Windows.\n"
+    "\n"
+    "  kelvaro-register install     registers the provider; kelvaro.dll must be in the system's folder\n"
+    "  kelvaro-register uninstall   takes the registration away; files and settings stay\n"
+    "  kelvaro-register status      tells what is registered and whether the module fits\n"
+    "\n"
+    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits; 2 the command line is wrong;\n"
+    "3 Windows refused\n";
+
+static std::string Utf8(const WideText& text)
+{
+    return std::filesystem::path(text).u8string();
+}
+
+static std::string PathOf(const ModulePlace& place)
+{
+    return Utf8(place.shownFolder) + "\\" + Utf8(kImage);
+}
+
+static std::string FitText(const ModulePlace& place, const ModuleFile& file)
+{
+    switch (file.fit) {
+        case ModuleFit::Missing:
+            return "is not there";
+        case ModuleFit::Unreadable:
+            return "cannot be read";
+        case ModuleFit::NoModule:
+            return "is no module";
+        case ModuleFit::WrongMachine:
+            return "is for " + MachineName(file.machine) + " and must be for " + MachineName(place.machine);
+        case ModuleFit::Fits:
+            break;
+    }
+    return "fits (" + MachineName(file.machine) + ")";
+}
+
+// Whether the first place, that of the system's own kind of programs, has a module that fits.
+static bool ReportModules(const ModulePlaces& places, std::string* output)
+{
+    bool usable = false;
+    for (size_t at = 0; at < places.size(); ++at) {
+        const ModuleFile file = LookAtModule(places[at]);
+        *output +=
+            "module for " + places[at].programs + ": " + PathOf(places[at]) + " " + FitText(places[at], file) + "\n";
+        if (at == 0)
+            usable = file.fit == ModuleFit::Fits;
+    }
+    return usable;
+}
+
+static int Status(const CngCalls& calls, const ModulePlaces& places, std::string* output)
+{
+    const bool usable = ReportModules(places, output);
+    const RegistrationState state = ReadRegistration(calls);
+    *output += "provider: " + Utf8(kProviderName) + "\n";
+    if (!state.recorded)
+        *output += "registered: no\n";
+    else
+        *output += "registered: yes, with " + Utf8(state.image) +
+                   (state.ours ? "\n" : ", which is not what this program registers\n");
+    *output += std::string("among the key storage providers of this machine: ") + (state.listed ? "yes" : "no") + "\n";
+    const bool ready = usable && state.ours && state.listed;
+    *output += ready ? "ready for use\n" : "not ready for use\n";
+    return ready ? kDone : kNotInstalled;
+}
+
+static int Install(const CngCalls& calls, const ModulePlaces& places, std::string* output)
+{
+    if (!ReportModules(places, output)) {
+        *output += "nothing was registered: programs could not load the module\n";
+        return kNotInstalled;
+    }
+    const InstallChanges changes = InstallRegistration(calls);
+    *output += Utf8(kProviderName);
+    *output += changes.record == Change::Made       ? ": registered with " + Utf8(kImage) + "\n"
+               : changes.record == Change::Replaced ? ": registration replaced, now with " + Utf8(kImage) + "\n"
+                                                    : ": was registered already\n";
+    *output += changes.listing == Change::Made ? "added to the key storage providers of this machine\n"
+                                               : "was among the key storage providers of this machine already\n";
+    return kDone;
+}
+
+static int Uninstall(const CngCalls& calls, std::string* output)
+{
+    const UninstallChanges changes = UninstallRegistration(calls);
+    *output += changes.listing ? "removed from the key storage providers of this machine\n"
+                               : "was not among the key storage providers of this machine\n";
+    *output += Utf8(kProviderName) + (changes.record ? ": registration removed\n" : ": was not registered\n");
+    return kDone;
+}
+
+int RunRegister(const std::vector<std::string>& arguments, const CngCalls& calls, const ModulePlaces& places,
+                std::string* output)
+{
+    const std::string command = arguments.size() == 1 ? arguments[0] : "";
+    try {
+        if (command == "install")
+            return Install(calls, places, output);
+        if (command == "uninstall")
+            return Uninstall(calls, output);
+        if (command == "status")
+            return Status(calls, places, output);
+    } catch (const RefusedCall& refusal) {
+        *output += std::string("Windows refused: ") + refusal.what() + "\n";
+        return kRefused;
+    }
+    *output += kUsageText;
+    return command == "--help" || command == "-h" || command == "/?" ? kDone : kUsage;
+}
+
+}  // namespace kelvaro_register
