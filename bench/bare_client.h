@@ -1,0 +1,29 @@
+// The baseline: libcurl and nothing else. One handle, a fresh connection and a full TLS handshake for each request, the
+// trusted roots read once.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <string>
+
+#include "bench/vault.h"
+
+namespace bench {
+
+class BareClient {
+  public:
+    BareClient();
+    ~BareClient();
+    BareClient(const BareClient&) = delete;
+    BareClient& operator=(const BareClient&) = delete;
+
+    // Sends the request and reads the whole answer; throws when its status is not 200.
+    void Send(const Recorded& request);
+
+  private:
+    CURL* curl_;
+    curl_slist* connectTo_ = nullptr;
+    std::string answer_;
+};
+
+}  // namespace bench

@@ -1,0 +1,18 @@
+# Puts the programs' outputs into one record: ratios and counts only.
+def time_of($name): $strings[0].benchmarks[] | select(.name == $name) | .cpu_time;
+def over($name; $baseline): time_of($name) / time_of($baseline);
+{
+  signature_against_the_wire: $signature[0],
+  own_work_of_a_signature: { log_closed: $closed[0], log_at_level_10: $open[0] },
+  threads: $threads[0],
+  lists: $lists[0],
+  cold_start_against_the_wire: $cold[0],
+  strings: {
+    base64_encode_over_copy: over("Base64Encode"; "Copy"),
+    base64_encode_over_openssl: over("Base64Encode"; "Base64EncodeOpenSsl"),
+    base64_decode_over_copy: over("Base64Decode"; "Copy"),
+    base64_decode_over_openssl: over("Base64Decode"; "Base64DecodeOpenSsl"),
+    plain_name_over_copy: over("EncodeName/plain"; "CopyName/plain"),
+    coded_name_over_copy: over("EncodeName/coded"; "CopyName/coded")
+  }
+}

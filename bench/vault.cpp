@@ -1,0 +1,49 @@
+#include "bench/vault.h"
+
+#include <strings.h>
+
+namespace bench {
+
+Vault::Vault()
+{
+    sim_.Reset();
+    sim_.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
+    sim_.AddKey(Simulator::kVault, {{"name", "p256"}, {"kty", "EC"}, {"crv", "P-256"}});
+    const HKEY hive = HKEY_LOCAL_MACHINE;
+    root_.SetText(hive, "KeyVault", Simulator::kVault);
+    root_.SetText(hive, "TenantId", Simulator::kTenant);
+    root_.SetText(hive, "ClientId", Simulator::kClientId);
+    root_.SetText(hive, "ClientSecret", Simulator::kClientSecret);
+    root_.SetNumber(hive, "AuthenticationType", 2);
+    root_.SetNumber(hive, "CertificatesOrKeys", 1);
+    LogAt(0);
+}
+
+// The fields that every HTTP client writes by itself.
+static bool IsOwnField(const std::string& line)
+{
+    for (const char* name : {"Host:", "Content-Length:", "Connection:"}) {
+        if (strncasecmp(line.c_str(), name, strlen(name)) == 0)
+            return true;
+    }
+    return false;
+}
+
+std::vector<Recorded> Vault::Requests()
+{
+    std::vector<Recorded> requests;
+    for (const nlohmann::json& entry : sim_.Journal()) {
+        Recorded request;
+        request.method = entry.at("method");
+        request.url = "https://" + entry.at("host").get<std::string>() + entry.at("target").get<std::string>();
+        for (const std::string line : entry.at("headers")) {
+            if (!IsOwnField(line))
+                request.headers.push_back(line);
+        }
+        request.body = entry.at("body");
+        requests.push_back(request);
+    }
+    return requests;
+}
+
+}  // namespace bench
