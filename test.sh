@@ -1,14 +1,14 @@
 #!/bin/sh
 # Installs what is missing, builds every variant and passes the tests.
-# Usage: ./test.sh [release|asan|tsan|win64|win32|format]...   All of them without an argument.
+# Usage: ./test.sh [release|asan|tsan|win64|win32|format|packages]...   All of them without an argument.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
 
-[ $# -gt 0 ] || set -- format release asan tsan win64 win32
+[ $# -gt 0 ] || set -- format release asan tsan windows packages
 
 # shellcheck disable=SC2086
-"$top/tools/packages.sh" $linux_packages $windows_packages $check_packages
+"$top/tools/packages.sh" $linux_packages $windows_packages $check_packages $package_packages
 
 export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:allocator_may_return_null=1
 export UBSAN_OPTIONS=print_stacktrace=1
@@ -20,9 +20,15 @@ for variant in "$@"; do
     format)
         "$top/tools/check-format.sh"
         ;;
+    windows)
+        "$top/test-windows.sh"
+        ;;
     win64 | win32)
-        build_variant "$variant"
-        "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
+        "$top/test-windows.sh" "$variant"
+        ;;
+    packages)
+        "$top/package.sh"
+        "$top/tests/packaging/check-packages.sh"
         ;;
     *)
         build_variant "$variant"

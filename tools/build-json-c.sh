@@ -6,27 +6,11 @@ arch=$1
 build=$(mkdir -p "$2" && cd "$2" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
 [ -f "$build/jsonc/lib/libjson-c.a" ] && exit 0
+. "$here/debian-archive.sh"
 
 sources=$(dirname "$build")/json-c-source
 if [ ! -d "$sources/tree" ]; then
-    rm -rf "$sources"
-    mkdir -p "$sources/lists/partial" "$sources/cache/archives/partial"
-    # A source entry of our own beside the machine's own configuration, which stays as it is: Debian's entries alone.
-    codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
-    sed -n "s/^deb \\(\\[[^]]*\\] \\)\\{0,1\\}\\([^ ]*\\) \\($codename[^ ]*\\) \\(.*\\)\$/deb-src \\1\\2 \\3 \\4/p" \
-        /etc/apt/sources.list /etc/apt/sources.list.d/*.list 2>/dev/null >"$sources/sources.list" || true
-    for list in /etc/apt/sources.list.d/*.sources; do
-        [ -f "$list" ] || continue
-        awk -v RS= -v ORS='\n\n' -v wanted="Suites: $codename" 'index($0, wanted)' "$list"
-    done | sed 's/^Types:.*/Types: deb-src/' >"$sources/parts.sources"
-    parts=/dev/null
-    if [ -s "$sources/parts.sources" ]; then
-        mkdir "$sources/parts"
-        mv "$sources/parts.sources" "$sources/parts/debian.sources"
-        parts="$sources/parts"
-    fi
-    apt="apt-get -qq -o Dir::Etc::sourcelist=$sources/sources.list -o Dir::Etc::sourceparts=$parts
-         -o Dir::State::lists=$sources/lists -o Dir::Cache=$sources/cache -o APT::Sandbox::User=root"
+    debian_archive "$sources" deb-src
     (
         cd "$sources"
         $apt update

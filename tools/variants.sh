@@ -4,7 +4,8 @@
 linux_packages="g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libjson-c-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev googletest openssl ca-certificates"
 windows_packages="g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
-check_packages="clang-format"
+check_packages="clang-format perl"
+package_packages="wixl msitools gcab dpkg-dev libxml2-utils perl curl git"
 
 configure() { # configure NAME CMAKE_OPTION...
     folder=$top/build/$1
@@ -31,8 +32,8 @@ build_variant() { # build_variant NAME [TARGET...]
         arch=x86_64
         [ "$variant" = win64 ] || arch=i686
         "$top/tools/build-json-c.sh" $arch "$top/build/$variant"
-        configure "$variant" -DCMAKE_BUILD_TYPE=Release -DKELVARO_TESTS=OFF -DCMAKE_TOOLCHAIN_FILE="$top/cmake/mingw-$arch.cmake" \
-            -DKELVARO_JSONC_ROOT="$top/build/$variant/jsonc"
+        configure "$variant" -DCMAKE_BUILD_TYPE=Release -DKELVARO_TESTS=ON \
+            -DCMAKE_TOOLCHAIN_FILE="$top/cmake/mingw-$arch.cmake" -DKELVARO_JSONC_ROOT="$top/build/$variant/jsonc"
         ;;
     *)
         echo "unknown variant: $variant" >&2

@@ -1,0 +1,44 @@
+#!/bin/sh
+# Builds the Windows test programs and passes them on a Windows runtime, against a simulator beside it.
+# Usage: ./test-windows.sh [win64|win32]...   Both without an argument, one beside the other.
+# Installs what is missing. All else that it makes stands in build/ and in a folder under /tmp, which is removed; names, ports
+# and trusted roots are those of private namespaces.
+set -eu
+top=$(cd "$(dirname "$0")" && pwd)
+. "$top/tools/variants.sh"
+
+[ $# -gt 0 ] || set -- win64 win32
+# shellcheck disable=SC2086
+"$top/tools/packages.sh" $linux_packages $windows_packages $runtime_packages
+
+for variant in "$@"; do
+    build_variant "$variant"
+    "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
+done
+build_variant release vaultsim
+"$top/tools/windows-runtime.sh" "$top/build/windows-runtime"
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/kelvaro-windows-XXXXXX")
+pids=
+trap 'for pid in $pids; do kill $pid 2>/dev/null || true; done; wait; rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM
+runs=
+for variant in "$@"; do
+    mkdir "$work/$variant"
+    "$top/tools/windows-namespace.sh" "$top/build/windows-runtime" "$work/$variant" "$top/tests/windows_run.sh" \
+        "$top/build/$variant" "$top/build/windows-runtime/prefix" "$top/build/release/vaultsim/vaultsim" \
+        >"$work/$variant.log" 2>&1 &
+    pids="$pids $!"
+    runs="$runs $variant:$!"
+done
+failed=0
+for run in $runs; do
+    code=0
+    wait "${run#*:}" || code=$?
+    echo "== tests of ${run%%:*}"
+    cat "$work/${run%%:*}.log"
+    [ $code = 0 ] || failed=1
+done
+pids=
+[ $failed = 0 ] && echo "== the Windows tests pass: $*"
+exit $failed
