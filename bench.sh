@@ -7,6 +7,8 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages libbenchmark-dev valgrind jq
+configure release -DCMAKE_BUILD_TYPE=Release
+cmake -DKELVARO_BENCH=ON "$top/build/release" >/dev/null
 build_variant release bench | tail -n 1
 programs=$top/build/release/bench
 work=$(mktemp -d)

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "bench/module.h"
 #include "bench/statistics.h"
 #include "bench/vault.h"
 #include "certsync/certificate_listing.h"
@@ -97,6 +98,25 @@ nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
     return rows;
 }
 
+// The walk of a host over all keys, each of which is read: seconds a key, as a multiple of the smallest vault's.
+nlohmann::json Walk(bench::Vault& vault)
+{
+    nlohmann::json rows;
+    double first = 0;
+    for (const int size : {1000, 10000}) {
+        vault.UseVault("keys" + std::to_string(size));
+        bench::Module module;
+        const bench::Stopwatch watch;
+        if (module.CountKeys() != size)
+            throw std::runtime_error("a walk over " + std::to_string(size) + " keys ended early");
+        const double each = watch.Seconds() / size;
+        if (first == 0)
+            first = each;
+        rows[std::to_string(size)] = {{"time_an_object_over_smallest", each / first}};
+    }
+    return rows;
+}
+
 // Fills a new vault in portions, so that no call takes long.
 void Seed(Simulator& simulator, const std::string& kind, int size)
 {
@@ -124,6 +144,7 @@ int main()
             Seed(vault.simulator(), kind, size);
     }
     std::cout << nlohmann::json{{"keys", Grow("keys", &ListKeys)},
-                                {"certificates", Grow("certificates", &ListCertificates)}}
+                                {"certificates", Grow("certificates", &ListCertificates)},
+                                {"keys read one by one", Walk(vault)}}
               << '\n';
 }

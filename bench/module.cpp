@@ -40,6 +40,21 @@ Module::~Module()
         FreeLibrary(library_);
 }
 
+long Module::CountKeys()
+{
+    PVOID walk = nullptr;
+    for (long count = 0;; ++count) {
+        NCryptKeyName* name = nullptr;
+        const SECURITY_STATUS status = table_->EnumKeys(provider_, nullptr, &name, &walk, NCRYPT_MACHINE_KEY_FLAG);
+        if (status == NTE_NO_MORE_ITEMS) {
+            table_->FreeBuffer(walk);
+            return count;
+        }
+        Check(status, "EnumKeys");
+        table_->FreeBuffer(name);
+    }
+}
+
 Module::Key::Key(Module& module, const WCHAR* name, bool rsa) : module_(module), rsa_(rsa)
 {
     Check(module.table_->OpenKey(module.provider_, &handle_, name, 0, NCRYPT_MACHINE_KEY_FLAG), "OpenKey");

@@ -16,6 +16,9 @@ class Module {
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
+    // Walks over all keys of the machine, each of which the module reads; returns their number.
+    long CountKeys();
+
     // A key of the machine, and one signature of a SHA-256 hash with it (PKCS#1 for RSA keys).
     class Key {
       public:

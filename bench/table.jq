@@ -15,7 +15,7 @@ def n($digits): . * pow(10; $digits) | round / pow(10; $digits);
   ["sign-ins of all threads", .threads.sign_ins, "1"],
   (.lists | to_entries[] | .key as $kind | .value | to_entries | sort_by(.key | tonumber)[] |
     ["\(.key) \($kind): time an object, times the smallest list's", (.value.time_an_object_over_smallest | n(2)), "<= 1.21"],
-    ["\(.key) \($kind): peak bytes a name", (.value.peak_bytes_a_name | n(0)), "< 600"]),
+    (select(.value.peak_bytes_a_name) | ["\(.key) \($kind): peak bytes a name", (.value.peak_bytes_a_name | n(0)), "< 600"])),
   ["requests of a cold start", .cold_start_against_the_wire.requests, ""],
   ["cold start against the wire, median", (.cold_start_against_the_wire.median | n(3)), "<= 1.15"],
   (.strings | to_entries[] | [.key, (.value | n(1)), ""])

@@ -23,6 +23,7 @@ class Vault {
     Vault();  // keys "rsa" (2048 bits) and "p256"; settings for client credentials and plain keys, no log
 
     void LogAt(DWORD level) { root_.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level); }
+    void UseVault(const std::string& name) { root_.SetText(HKEY_LOCAL_MACHINE, "KeyVault", name); }
     void ClearJournal() { sim_.ClearJournal(); }
     std::vector<Recorded> Requests();  // of the journal, sign-in included
     Simulator& simulator() { return sim_; }

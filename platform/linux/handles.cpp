@@ -28,6 +28,11 @@ HANDLE HandleOf(size_t index)
     return reinterpret_cast<HANDLE>(number);
 }
 
+bool IsOneOf(KernelObject::Kind kind, std::initializer_list<KernelObject::Kind> kinds)
+{
+    return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
+}
+
 // NULL for what is no open handle.
 Slot* SlotOf(HANDLE handle)
 {
@@ -71,13 +76,24 @@ ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<Kernel
 {
     const std::lock_guard<std::mutex> hold(slotsMutex);
     Slot* slot = SlotOf(handle);
-    if (slot == nullptr || std::find(kinds.begin(), kinds.end(), slot->object->kind()) == kinds.end()) {
+    if (slot == nullptr || !IsOneOf(slot->object->kind(), kinds)) {
         Fail(ERROR_INVALID_HANDLE);
         return nullptr;
     }
     ObjectRef<KernelObject> retired(slot->object);
     slot->object = nullptr;
     return retired;
+}
+
+void RetireHandles(std::initializer_list<KernelObject::Kind> kinds)
+{
+    const std::lock_guard<std::mutex> hold(slotsMutex);
+    for (Slot& slot : slots) {
+        if (slot.object == nullptr || !IsOneOf(slot.object->kind(), kinds))
+            continue;
+        slot.object->DropReference();
+        slot.object = nullptr;
+    }
 }
 
 BOOL WINAPI CloseHandle(HANDLE handle)

@@ -45,6 +45,9 @@ ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind);
 // Takes back a handle of one of these kinds. What it led to, or NULL with ERROR_INVALID_HANDLE.
 ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds);
 
+// Takes back every handle of these kinds: what is left of them when the module is unloaded.
+void RetireHandles(std::initializer_list<KernelObject::Kind> kinds);
+
 template <typename T>
 ObjectRef<T> FindObject(HANDLE handle)
 {

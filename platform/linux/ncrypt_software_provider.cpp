@@ -1,6 +1,7 @@
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <memory>
@@ -99,6 +100,16 @@ SECURITY_STATUS Publish(KernelObject* object, NCRYPT_HANDLE* handle)
     return *handle == 0 ? NTE_NO_MEMORY : ERROR_SUCCESS;
 }
 
+// Keys that nobody frees end with the module, or with the process. By now OpenSSL has registered its own cleanup, which
+// therefore comes after this one.
+void ReleaseKeysAtTheEnd()
+{
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        atexit([] { RetireHandles({KernelObject::Kind::softwareKey, KernelObject::Kind::keyStorageProvider}); });
+    });
+}
+
 }  // namespace
 
 LONG SoftwareSignatureSize(NCRYPT_KEY_HANDLE key, size_t* size)
@@ -194,7 +205,10 @@ SECURITY_STATUS WINAPI NCryptFinalizeKey(NCRYPT_KEY_HANDLE key, DWORD flags)
         return NTE_INVALID_HANDLE;
     if ((flags & ~(NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION)) != 0)
         return NTE_BAD_FLAGS;
-    return found->Make();
+    const LONG status = found->Make();
+    if (status == ERROR_SUCCESS)
+        ReleaseKeysAtTheEnd();
+    return status;
 }
 
 SECURITY_STATUS WINAPI NCryptFreeObject(NCRYPT_HANDLE object)
