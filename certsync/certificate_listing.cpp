@@ -13,53 +13,59 @@
 
 namespace {
 
-struct Entry {
-    WCHAR clearName[kClearNameChars];
-    WCHAR thumbprint[kCertSlotChars];
-};
-
-// What the pages have brought so far.
+// What the pages have brought so far: the texts of all entries in one block, each terminated, a name and its
+// thumbprint in turns.
 class EntryList {
   public:
     EntryList() = default;
-    ~EntryList() { free(entries_); }
+    ~EntryList() { free(texts_); }
     EntryList(const EntryList&) = delete;
     EntryList& operator=(const EntryList&) = delete;
 
-    // Makes room for `more` entries. The room doubles, so that a long walk copies each entry a few times only. False:
-    // no memory, and the list is what it was.
+    // False: no memory, and the list is what it was.
+    bool Add(TextView clearName, TextView thumbprint)
+    {
+        thumbprint = thumbprint.substr(0, kCertSlotChars - 1);
+        if (!Reserve(clearName.size() + thumbprint.size() + 2))
+            return false;
+        Append(clearName);
+        Append(thumbprint);
+        count_++;
+        return true;
+    }
+
+    size_t count() const { return count_; }
+    const WCHAR* texts() const { return texts_; }
+
+  private:
+    // The room doubles, so that a long walk copies each text a few times only.
     bool Reserve(size_t more)
     {
-        if (more <= room_ - count_)
+        if (more <= room_ - used_)
             return true;
-        const size_t needed = count_ + more;
+        const size_t needed = used_ + more;
         const size_t room = needed > 2 * room_ ? needed : 2 * room_;
-        // The count goes out as a LONG.
-        if (room > INT32_MAX / sizeof(Entry))
+        // The count goes out as a LONG, and each entry has two characters at least.
+        if (room > INT32_MAX / sizeof(WCHAR))
             return false;
-        void* grown = realloc(entries_, room * sizeof(Entry));
+        void* grown = realloc(texts_, room * sizeof(WCHAR));
         if (!grown)
             return false;
-        entries_ = static_cast<Entry*>(grown);
+        texts_ = static_cast<WCHAR*>(grown);
         room_ = room;
         return true;
     }
 
-    // There is room for it.
-    void Add(const WCHAR* clearName, const WCHAR* thumbprint)
+    void Append(TextView text)
     {
-        Entry& entry = entries_[count_++];
-        TextCopyCut(entry.clearName, kClearNameChars, View(clearName));
-        TextCopyCut(entry.thumbprint, kCertSlotChars, View(thumbprint));
+        used_ += text.copy(texts_ + used_, text.size());
+        texts_[used_++] = 0;
     }
 
-    size_t count() const { return count_; }
-    const Entry& at(size_t index) const { return entries_[index]; }
-
-  private:
-    Entry* entries_ = nullptr;
-    size_t count_ = 0;
-    size_t room_ = 0;
+    WCHAR* texts_ = nullptr;
+    size_t used_ = 0;   // characters
+    size_t room_ = 0;   // characters
+    size_t count_ = 0;  // entries
 };
 
 void LogCount(const WCHAR* message, size_t number, LONG level)
@@ -103,16 +109,19 @@ bool TakeNextLink(json_object* page, BldStrPtr* rawURL)
     return true;
 }
 
-void SkipElement(const WCHAR* message)
+bool SkipElement(const WCHAR* message)
 {
     LogLine(message, LOG_ERROR_LEVEL);
+    return true;
 }
 
-// Adds the certificate of one element; there is room for it. A failure skips this element only.
-void TakeElement(json_object* element, size_t index, EntryList* list)
+// Adds the certificate of one element. An element that makes no sense is skipped. False: no memory.
+bool TakeElement(json_object* element, size_t index, EntryList* list)
 {
-    if (!element)
-        return LogCount(TEXT("KVCGetCerts kids json_object_array_get_idx valueToken"), index, LOG_ERROR_LEVEL);
+    if (!element) {
+        LogCount(TEXT("KVCGetCerts kids json_object_array_get_idx valueToken"), index, LOG_ERROR_LEVEL);
+        return true;
+    }
     json_object* idItem = JsonMember(element, "id");
     json_object* x5tItem = JsonMember(element, "x5t");
     if (!idItem || !x5tItem)
@@ -130,11 +139,13 @@ void TakeElement(json_object* element, size_t index, EntryList* list)
         return SkipElement(TEXT("KVCGetCerts kids BytesStrToWStr NULL"));
     WCHAR clearName[kClearNameChars];
     int encoded = 0;
-    if (!KVCConvertEncodedKeyNameToClear(encodedName.get(), clearName, &encoded))
-        return LogStrings(TEXT("KVCGetCerts kids KVCConvertEncodedKeyNameToClear FAILED"), encodedName.get(),
-                          TEXT("InvalidName"), LOG_ERROR_LEVEL);
+    if (!KVCConvertEncodedKeyNameToClear(encodedName.get(), clearName, &encoded)) {
+        LogStrings(TEXT("KVCGetCerts kids KVCConvertEncodedKeyNameToClear FAILED"), encodedName.get(),
+                   TEXT("InvalidName"), LOG_ERROR_LEVEL);
+        return true;
+    }
     LogStrings(TEXT("KVCGetCerts kids"), encodedName.get(), clearName, LOG_STEP_LEVEL);
-    list->Add(clearName, thumbprint.get());
+    return list->Add(View(clearName), View(thumbprint.get()));
 }
 
 // Reads one page. False: no memory; a page that is no JSON is the last.
@@ -151,10 +162,10 @@ bool TakePage(const char* body, EntryList* list, BldStrPtr* rawURL)
     LogCount(TEXT("KVCGetCerts value mycount is "), list->count(), LOG_STEP_LEVEL);
     if (!length)
         LogLine(TEXT("KVCGetCerts value len is Zero"), LOG_STEP_LEVEL);
-    if (!list->Reserve(length))
-        return false;
-    for (size_t i = 0; i < length; i++)
-        TakeElement(json_object_array_get_idx(value, i), i, list);
+    for (size_t i = 0; i < length; i++) {
+        if (!TakeElement(json_object_array_get_idx(value, i), i, list))
+            return false;
+    }
     return true;
 }
 
@@ -175,9 +186,15 @@ bool HandOver(const EntryList& list, WCHAR*** names, WCHAR*** thumbprints, LONG*
     HeapPtr<WCHAR*> thumbprintSlots = NewSlots(list.count());
     if (!nameSlots || !thumbprintSlots)
         return false;
+    const WCHAR* text = list.texts();
+    const auto fill = [&text](WCHAR* slot) {
+        const TextView view = View(text);
+        TextCopyCut(slot, kCertSlotChars, view);
+        text += view.size() + 1;
+    };
     for (size_t i = 0; i < list.count(); i++) {
-        TextCopyCut(nameSlots.get()[i], kCertSlotChars, View(list.at(i).clearName));
-        TextCopyCut(thumbprintSlots.get()[i], kCertSlotChars, View(list.at(i).thumbprint));
+        fill(nameSlots.get()[i]);
+        fill(thumbprintSlots.get()[i]);
     }
     *names = nameSlots.release();
     *thumbprints = thumbprintSlots.release();

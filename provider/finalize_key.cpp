@@ -10,12 +10,15 @@ constexpr WCHAR kEntryPoint[] = TEXT("KelvaroFinalizeKey");
 
 constexpr DWORD kAllowedFlags = NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG | NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG;
 
-// Runs on the token that the client holds, from the key's creation or a later operation: nothing signs in here.
+// Runs on the token that the client holds, from the key's creation or a later operation. An imported key alone may come
+// here before anything has signed in.
 SECURITY_STATUS CreateInVault(KSP_KEY* key)
 {
     const KVCCall call(key->kvc ? KVCBeginCall(key->kvc) : nullptr);
     if (key->kvc && (!call || !KVCTakeHeldToken(call.get())))
         return NTE_NO_MEMORY;
+    if (call && !call->accessToken && !KVCAuthenticate(call.get()))
+        return NTE_FAIL;
     // A length that was refused goes to the vault all the same.
     if (!KVCCreateKey(call.get(), key->pszKeyName, key->pszAlgName, static_cast<LONG>(key->dwBitLength), &key->kvk,
                       key->dwExportPolicy))

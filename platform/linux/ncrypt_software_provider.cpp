@@ -1,7 +1,6 @@
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <memory>
@@ -100,14 +99,15 @@ SECURITY_STATUS Publish(KernelObject* object, NCRYPT_HANDLE* handle)
     return *handle == 0 ? NTE_NO_MEMORY : ERROR_SUCCESS;
 }
 
-// Keys that nobody frees end with the module, or with the process. By now OpenSSL has registered its own cleanup, which
-// therefore comes after this one.
+// Keys that nobody frees end with the module, or with the process.
+struct KeysReleaser {
+    ~KeysReleaser() { RetireHandles({KernelObject::Kind::softwareKey, KernelObject::Kind::keyStorageProvider}); }
+};
+
+// Called once OpenSSL has registered its own cleanup, which therefore comes after this one.
 void ReleaseKeysAtTheEnd()
 {
-    static std::once_flag registered;
-    std::call_once(registered, [] {
-        atexit([] { RetireHandles({KernelObject::Kind::softwareKey, KernelObject::Kind::keyStorageProvider}); });
-    });
+    static KeysReleaser releaser;
 }
 
 }  // namespace
