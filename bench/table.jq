@@ -12,6 +12,8 @@ def n($digits): . * pow(10; $digits) | round / pow(10; $digits);
   ["own allocations, log at level 10", .own_work_of_a_signature.log_at_level_10.allocations, ""],
   (.threads.multiple_of_one_thread | to_entries | sort_by(.key | tonumber)[] |
     ["throughput of \(.key) threads, times one thread's", (.value | n(1)), ({"16": ">= 15", "64": ">= 50"}[.key] // "")]),
+  ["throughput that the cores can carry with both ends on them, times one thread's", (.threads.multiple_that_the_cores_can_carry | n(1)), ""],
+  ["share of that work in the simulator", (.threads.share_of_cpu_in_the_simulator | n(2)), ""],
   ["sign-ins of all threads", .threads.sign_ins, "1"],
   (.lists | to_entries[] | .key as $kind | .value | to_entries | sort_by(.key | tonumber)[] |
     ["\(.key) \($kind): time an object, times the smallest list's", (.value.time_an_object_over_smallest | n(2)), "<= 1.21"],

@@ -13,20 +13,34 @@
 
 namespace {
 
-// What the pages have brought so far: the texts of all entries in one block, each terminated, a name and its
-// thumbprint in turns.
+// Texts of entries, each terminated, a name and its thumbprint in turns.
+struct TextChunk {
+    TextChunk* next;
+    size_t used;  // characters
+    WCHAR texts[128 * 1024 - 16];
+};
+constexpr size_t kChunkChars = sizeof(TextChunk::texts) / sizeof(WCHAR);
+static_assert(kChunkChars >= kClearNameChars + kCertSlotChars, "an entry fits a chunk");
+
+// What the pages have brought so far, in chunks that go back one by one while the list is copied out, so that a long
+// list is never in memory twice.
 class EntryList {
   public:
     EntryList() = default;
-    ~EntryList() { free(texts_); }
+    ~EntryList()
+    {
+        while (first_)
+            DropFirst();
+    }
     EntryList(const EntryList&) = delete;
     EntryList& operator=(const EntryList&) = delete;
 
-    // False: no memory, and the list is what it was.
+    // clearName: under kClearNameChars characters. False: no memory, and the list is what it was.
     bool Add(TextView clearName, TextView thumbprint)
     {
         thumbprint = thumbprint.substr(0, kCertSlotChars - 1);
-        if (!Reserve(clearName.size() + thumbprint.size() + 2))
+        const size_t needed = clearName.size() + thumbprint.size() + 2;
+        if (count_ == INT32_MAX || ((!last_ || needed > kChunkChars - last_->used) && !Extend()))
             return false;
         Append(clearName);
         Append(thumbprint);
@@ -35,36 +49,53 @@ class EntryList {
     }
 
     size_t count() const { return count_; }
-    const WCHAR* texts() const { return texts_; }
+
+    // Calls take(index, name, thumbprint) for each entry, in order, and leaves the list empty.
+    template <typename Take>
+    void TakeOut(Take take)
+    {
+        size_t index = 0;
+        for (; first_; DropFirst()) {
+            for (size_t at = 0; at < first_->used;) {
+                const TextView name = View(first_->texts + at);
+                const TextView thumbprint = View(first_->texts + at + name.size() + 1);
+                take(index++, name, thumbprint);
+                at += name.size() + thumbprint.size() + 2;
+            }
+        }
+        count_ = 0;
+    }
 
   private:
-    // The room doubles, so that a long walk copies each text a few times only.
-    bool Reserve(size_t more)
+    bool Extend()
     {
-        if (more <= room_ - used_)
-            return true;
-        const size_t needed = used_ + more;
-        const size_t room = needed > 2 * room_ ? needed : 2 * room_;
-        // The count goes out as a LONG, and each entry has two characters at least.
-        if (room > INT32_MAX / sizeof(WCHAR))
+        TextChunk* chunk = static_cast<TextChunk*>(malloc(sizeof(TextChunk)));
+        if (!chunk)
             return false;
-        void* grown = realloc(texts_, room * sizeof(WCHAR));
-        if (!grown)
-            return false;
-        texts_ = static_cast<WCHAR*>(grown);
-        room_ = room;
+        chunk->next = nullptr;
+        chunk->used = 0;
+        (last_ ? last_->next : first_) = chunk;
+        last_ = chunk;
         return true;
+    }
+
+    void DropFirst()
+    {
+        TextChunk* const next = first_->next;
+        free(first_);
+        first_ = next;
+        if (!next)
+            last_ = nullptr;
     }
 
     void Append(TextView text)
     {
-        used_ += text.copy(texts_ + used_, text.size());
-        texts_[used_++] = 0;
+        last_->used += text.copy(last_->texts + last_->used, text.size());
+        last_->texts[last_->used++] = 0;
     }
 
-    WCHAR* texts_ = nullptr;
-    size_t used_ = 0;   // characters
-    size_t room_ = 0;   // characters
+    TextChunk* first_ = nullptr;
+    TextChunk* last_ = nullptr;
     size_t count_ = 0;  // entries
 };
 
@@ -180,25 +211,19 @@ HeapPtr<WCHAR*> NewSlots(size_t count)
     return HeapPtr<WCHAR*>(block);
 }
 
-bool HandOver(const EntryList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)
+bool HandOver(EntryList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)
 {
     HeapPtr<WCHAR*> nameSlots = NewSlots(list.count());
     HeapPtr<WCHAR*> thumbprintSlots = NewSlots(list.count());
     if (!nameSlots || !thumbprintSlots)
         return false;
-    const WCHAR* text = list.texts();
-    const auto fill = [&text](WCHAR* slot) {
-        const TextView view = View(text);
-        TextCopyCut(slot, kCertSlotChars, view);
-        text += view.size() + 1;
-    };
-    for (size_t i = 0; i < list.count(); i++) {
-        fill(nameSlots.get()[i]);
-        fill(thumbprintSlots.get()[i]);
-    }
+    *count = static_cast<LONG>(list.count());
+    list.TakeOut([&](size_t index, TextView name, TextView thumbprint) {
+        TextCopyCut(nameSlots.get()[index], kCertSlotChars, name);
+        TextCopyCut(thumbprintSlots.get()[index], kCertSlotChars, thumbprint);
+    });
     *names = nameSlots.release();
     *thumbprints = thumbprintSlots.release();
-    *count = static_cast<LONG>(list.count());
     return true;
 }
 
