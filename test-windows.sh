@@ -11,6 +11,10 @@ top=$(cd "$(dirname "$0")" && pwd)
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages $windows_packages $runtime_packages
 
+# Copies of this script build one after the other and then run beside each other.
+mkdir -p "$top/build"
+exec 8>"$top/build/windows.lock"
+flock 8
 for variant in "$@"; do
     build_variant "$variant"
     "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
@@ -22,9 +26,15 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/kelvaro-windows-XXXXXX")
 pids=
 trap 'for pid in $pids; do kill $pid 2>/dev/null || true; done; wait; rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
+for variant in "$@"; do
+    # What this copy runs, out of the way of others that build.
+    mkdir -p "$work/$variant/built"
+    (cd "$top/build/$variant" && find . -name '*.exe' -o -name '*.dll' -o -name tests.txt) |
+        tar -C "$top/build/$variant" -cf - -T - | tar -C "$work/$variant/built" -xf -
+done
+exec 8>&-
 runs=
 for variant in "$@"; do
-    mkdir "$work/$variant"
     "$top/tools/windows-namespace.sh" "$top/build/windows-runtime" "$work/$variant" "$top/tests/windows_run.sh" \
         "$top/build/$variant" "$top/build/windows-runtime/prefix" "$top/build/release/vaultsim/vaultsim" \
         >"$work/$variant.log" 2>&1 &

@@ -10,7 +10,9 @@ add_subdirectory("${KELVARO_GTEST_SOURCE}" "${CMAKE_BINARY_DIR}/googletest" EXCL
 if(WIN32)
   # test-windows.sh runs what stands in this file.
   file(WRITE "${CMAKE_BINARY_DIR}/tests.txt" "")
-  # Nothing is measured in the test programs, and optimising them is most of the build's time.
+endif()
+# Nothing is measured in the test programs, and optimising them is most of the build's time.
+if(NOT KELVARO_SANITIZER)
   target_compile_options(gtest PRIVATE -O0)
 endif()
 function(kelvaro_add_test name)
@@ -20,9 +22,9 @@ function(kelvaro_add_test name)
   endif()
   add_executable(${name} ${exclude} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE kelvaro_options ${ARG_LIBS} gtest_main Threads::Threads)
+  set_target_properties(${name} PROPERTIES KELVARO_UNOPTIMISED ON)
   if(WIN32)
     set_target_properties(${name} PROPERTIES KELVARO_COUNTS_ALLOCATIONS ON)
-    target_compile_options(${name} PRIVATE -O0)
     # No runtime DLL beside the test programs.
     target_link_options(${name} PRIVATE -static)
     if(NOT exclude)

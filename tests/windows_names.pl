@@ -1,6 +1,6 @@
 #!/usr/bin/perl
-# The name server of a test run on Windows' runtime: every vault and the sign-in endpoint are on loopback, nothing else is
-# known. A vault that the simulator doesn't have is then the simulator's to refuse, as on Linux.
+# The name server of a test run on Windows' runtime: every vault, the sign-in endpoint and the tests' identity service are on
+# loopback, nothing else is known. A vault that the simulator doesn't have is then the simulator's to refuse, as on Linux.
 use strict;
 use warnings;
 use Socket;
@@ -15,7 +15,7 @@ while (defined(my $client = recv($socket, my $query, 512, 0))) {
         $at += $size + 1;
     }
     my $question = substr($query, 12, $at + 5 - 12);
-    my $known = $name =~ /\.vault\.azure\.net\.$/ || $name eq 'login.microsoftonline.com.';
+    my $known = $name =~ /\.vault\.azure\.net\.$|^login\.microsoftonline\.com\.$|^identity\.example\.$/;
     # The one answer that there is: an A record that points back to the question's name.
     my $answer = $known && unpack('n', substr($question, -4)) == 1;
     my $reply = substr($query, 0, 2) . pack('n5', $known ? 0x8180 : 0x8183, 1, $answer ? 1 : 0, 0, 0) . $question;

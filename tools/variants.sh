@@ -4,6 +4,8 @@
 linux_packages="g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libjson-c-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev googletest openssl ca-certificates"
 windows_packages="g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
+# What the run of the Windows tests needs beside the runtime, which tools/windows-runtime.sh unpacks.
+runtime_packages="iproute2 perl-base util-linux libc-bin"
 check_packages="clang-format perl"
 package_packages="wixl msitools gcab dpkg-dev libxml2-utils perl curl git"
 

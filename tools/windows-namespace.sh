@@ -17,8 +17,8 @@ if [ "${KELVARO_INSIDE:-}" != yes ]; then
     exec env -i PATH="$PATH" KELVARO_INSIDE=yes unshare $user --mount --net --pid --fork --kill-child "$0" "$@"
 fi
 top=$(cd "$(dirname "$0")/.." && pwd)
-runtime_root=$1/root
-work=$2
+runtime_root=$(cd "$1" && pwd)/root
+work=$(cd "$2" && pwd)
 script=$3
 shift 3
 
@@ -42,6 +42,7 @@ unset KELVARO_INSIDE
 
 export runtime_root work
 export WINE64=/usr/lib/wine/wine64 WINE32=/usr/lib/wine/wine WINESERVER=/usr/lib/wine/wineserver64
-export WINEPREFIX=/tmp/prefix HOME=/tmp WINEDEBUG="${WINEDEBUG:--all}" WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe,winedbg.exe='
+export WINEPREFIX=/tmp/prefix HOME=/tmp WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe,winedbg.exe='
 cd "$work/tmp"
 "$script" "$@"

@@ -145,7 +145,7 @@ bool Front::Exchange(Wire& wire, const Call& call)
 
     const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
     desk_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");
-    const bool close = desk_.closing || EqualsNoCase(call.Header("Connection").value_or(""), "close");
+    const bool close = (authority_ && desk_.closing) || EqualsNoCase(call.Header("Connection").value_or(""), "close");
     return Deliver(wire, answer, fault, close) && !close;
 }
 

@@ -21,7 +21,7 @@ namespace vaultsim {
 // What all listeners share.
 struct FrontDesk {
     std::string address;
-    bool closing;  // each connection is closed after its first answer
+    bool closing;  // each connection with TLS is closed after its first answer
     Journal& journal;
     Counts& counts;
     Faults& faults;

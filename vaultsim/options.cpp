@@ -26,7 +26,7 @@ const char kUsage[] =
     "  --arc-port PORT            port of the Arc identity service\n"
     "  --arc                      name the Arc identity service in the file env\n"
     "  --rsa                      server certificates with RSA keys in place of curve keys\n"
-    "  --close                    close each connection after its first answer\n"
+    "  --close-tls                close each connection with TLS after its first answer\n"
     "  --quiet                    no hint on standard error\n";
 
 namespace {
@@ -76,7 +76,7 @@ Options ParseOptions(const std::vector<std::string>& arguments, bool& help)
     };
     const std::map<std::string, bool*> flags = {{"--arc", &options.arc},
                                                 {"--rsa", &options.rsa},
-                                                {"--close", &options.close},
+                                                {"--close-tls", &options.closeTls},
                                                 {"--quiet", &options.quiet},
                                                 {"--help", &help}};
     for (size_t i = 0; i < arguments.size(); i++) {

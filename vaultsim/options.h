@@ -23,9 +23,9 @@ struct Options {
     int tlsPort = 0;
     int httpPort = 0;
     int arcPort = 0;
-    bool arc = false;    // IDENTITY_ENDPOINT stands in the env file
-    bool rsa = false;    // server certificates with RSA keys
-    bool close = false;  // each connection is closed after its first answer
+    bool arc = false;       // IDENTITY_ENDPOINT stands in the env file
+    bool rsa = false;       // server certificates with RSA keys
+    bool closeTls = false;  // each connection with TLS is closed after its first answer
     bool quiet = false;
 };
 

@@ -43,7 +43,7 @@ Simulator::Simulator(const Options& given, std::function<void()> stop)
     authority = std::make_unique<Authority>(directory, options.rsa);
     identity_ = std::make_unique<Identity>(options, tokens_, settings, counts, directory + "/arc");
 
-    const FrontDesk desk{options.address, options.close, journal, counts, faults, pauser};
+    const FrontDesk desk{options.address, options.closeTls, journal, counts, faults, pauser};
     tls_ = std::make_unique<Front>("tls", options.tlsPort, authority.get(), desk,
                                    [this](const Call& call) { return service_.Handle(call); });
     http_ = std::make_unique<Front>("http", options.httpPort, nullptr, desk, [this](const Call& call) {

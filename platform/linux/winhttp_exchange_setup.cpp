@@ -25,12 +25,6 @@ bool InitializeOnce()
     return result == CURLE_OK;
 }
 
-int ContextIndex()
-{
-    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
-    return index;
-}
-
 // libcurl's connect-to list out of KELVARO_CONNECT_TO; NULL when there is none.
 curl_slist* ConnectToList()
 {
@@ -149,7 +143,7 @@ CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
         if (roots == nullptr)
             return CURLE_SSL_CACERT_BADFILE;
         SSL_CTX_set_cert_store(tls, roots);
-        if (SSL_CTX_set_ex_data(tls, ContextIndex(), self) != 1)
+        if (SSL_CTX_set_app_data(tls, self) != 1)
             return CURLE_OUT_OF_MEMORY;
     } catch (...) {
         return CURLE_OUT_OF_MEMORY;
@@ -165,7 +159,7 @@ void Exchange::OnTlsState(const SSL* ssl, int where, int result)
         return;
     const unsigned long error = ERR_peek_error();
     if (ERR_GET_LIB(error) == ERR_LIB_SSL && ERR_GET_REASON(error) != SSL_R_UNEXPECTED_EOF_WHILE_READING)
-        static_cast<Exchange*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), ContextIndex()))->tlsRefused_ = true;
+        static_cast<Exchange*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)))->tlsRefused_ = true;
 }
 
 }  // namespace winhttp

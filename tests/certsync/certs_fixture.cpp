@@ -29,6 +29,13 @@ static std::string HexText(const BYTE* bytes, size_t size)
     return text;
 }
 
+static std::string HashOf(PCCERT_CONTEXT context)
+{
+    BYTE hash[20];
+    DWORD size = sizeof(hash);
+    return CertGetCertificateContextProperty(context, CERT_SHA1_HASH_PROP_ID, hash, &size) ? HexText(hash, size) : "";
+}
+
 static Bytes FromBase64(const std::string& text)
 {
     Bytes bytes(text.size());
@@ -55,11 +62,16 @@ static HCERTSTORE OpenStore(bool machine)
 
 static void ClearStore(bool machine)
 {
+    const std::string place = "Software\\Microsoft\\SystemCertificates\\My\\Certificates\\";
     const HCERTSTORE store = OpenStore(machine);
     // The deletion frees the context. A walk does not go on from one that is gone: each begins anew.
     for (PCCERT_CONTEXT first; (first = CertEnumCertificatesInStore(store, nullptr)) != nullptr;) {
+        const std::string hash = HashOf(first);
         if (!CertDeleteCertificateFromStore(first))
             throw std::runtime_error("a certificate cannot be deleted: " + std::to_string(GetLastError()));
+        // Where Windows keeps it. Not every runtime deletes there what was deleted from the store; elsewhere nothing is
+        // there.
+        RegDeleteKeyW(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, Wide(place + hash).c_str());
     }
     CertCloseStore(store, 0);
 }
@@ -123,12 +135,9 @@ Strings CertsTest::VaultHashes(const std::string& name)
 static Stored Describe(PCCERT_CONTEXT context)
 {
     Stored stored;
-    BYTE hash[20];
-    DWORD size = sizeof(hash);
-    if (CertGetCertificateContextProperty(context, CERT_SHA1_HASH_PROP_ID, hash, &size))
-        stored.hash = HexText(hash, size);
+    stored.hash = HashOf(context);
     alignas(CRYPT_KEY_PROV_INFO) BYTE block[2000];
-    size = sizeof(block);
+    DWORD size = sizeof(block);
     if (CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, block, &size)) {
         const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block);
         stored.container = Narrow(info->pwszContainerName);

@@ -36,6 +36,18 @@ AllocFault::~AllocFault()
     planThread = 0;
 }
 
+AllocFaultPause::AllocFaultPause() : paused_(planThread == GetCurrentThreadId())
+{
+    if (paused_)
+        planThread = 0;
+}
+
+AllocFaultPause::~AllocFaultPause()
+{
+    if (paused_)
+        planThread = GetCurrentThreadId();
+}
+
 size_t AllocFault::Seen() const
 {
     return plan.seen;

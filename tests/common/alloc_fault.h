@@ -15,5 +15,18 @@ class AllocFault {
     size_t Seen() const;  // allocations asked for so far
 };
 
+// While one of these lives, nothing fails and nothing is counted: for the tests' own work inside a call that is swept.
+// On Windows the C++ library is part of the program, and its allocations would be taken for the system's.
+class AllocFaultPause {
+  public:
+    AllocFaultPause();
+    ~AllocFaultPause();
+    AllocFaultPause(const AllocFaultPause&) = delete;
+    AllocFaultPause& operator=(const AllocFaultPause&) = delete;
+
+  private:
+    bool paused_;
+};
+
 // For the wrappers: counts one allocation and tells whether it is to fail.
 bool AllocFaultDue();

@@ -9,17 +9,20 @@
 extern "C" {
 void* __real_malloc(size_t size);
 
-#ifdef _WIN64
 using HeapAllocFn = decltype(&HeapAlloc);
+#ifdef _WIN64
 extern HeapAllocFn realHeapAlloc __asm__("__real___imp_HeapAlloc");
 extern HeapAllocFn wrapHeapAlloc __asm__("__wrap___imp_HeapAlloc");
+#else
+extern HeapAllocFn realHeapAlloc __asm__("___real__imp__HeapAlloc@12");
+extern HeapAllocFn wrapHeapAlloc __asm__("___wrap__imp__HeapAlloc@12");
+#endif
 
 static LPVOID WINAPI FaultyHeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
 {
     return AllocFaultDue() ? nullptr : realHeapAlloc(heap, flags, size);
 }
 HeapAllocFn wrapHeapAlloc = FaultyHeapAlloc;
-#endif
 }
 
 void* operator new(size_t size)

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/common/alloc_fault.h"
+
 namespace fs = std::filesystem;
 
 static const WCHAR kKey[] = TEXT("Software\\Zandrel\\Kelvaro");
@@ -137,6 +139,7 @@ std::string TestRoot::logDirectory() const
 
 std::string TestRoot::WholeLog() const
 {
+    const AllocFaultPause pause;
     std::string all;
     for (const auto& entry : fs::directory_iterator(logDirectory())) {
         std::ifstream file(entry.path(), std::ios::binary);
@@ -163,6 +166,7 @@ std::vector<std::string> TestRoot::LogLines() const
 
 void TestRoot::ClearLog()
 {
+    const AllocFaultPause pause;
     for (const auto& entry : fs::directory_iterator(logDirectory()))
         fs::remove(entry.path());
 }

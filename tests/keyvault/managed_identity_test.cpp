@@ -11,7 +11,8 @@ const char* const kArcEndpoint = "http://localhost:40342/metadata/identity/oauth
 
 std::string Challenge(const std::string& realmLine)
 {
-    return "HTTP/1.1 401 Unauthorized\r\nContent-Length: 7\r\n" + realmLine + "\r\n\r\nrefused";
+    // It says that it closes the connection: a client may use it again else, and meets its end.
+    return "HTTP/1.1 401 Unauthorized\r\nConnection: close\r\nContent-Length: 7\r\n" + realmLine + "\r\n\r\nrefused";
 }
 
 class ManagedIdentity : public ClientTest {

@@ -41,7 +41,7 @@ void VaultTest::SetUp()
     ASSERT_TRUE(client);
     call.reset(KVCBeginCall(client.get()));
     ASSERT_TRUE(call);
-    ASSERT_EQ(1, KVCAuthenticate(call.get()));
+    ASSERT_EQ(1, KVCAuthenticate(call.get())) << root.WholeLog();
     sim.ClearJournal();
     root.ClearLog();
     clock.ClearWaits();

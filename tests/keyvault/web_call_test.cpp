@@ -176,7 +176,7 @@ TEST_F(WebCall, LargeAndSlowBodiesComeWhole)
     std::iota(large.begin(), large.begin() + 26, 'a');
     const std::string text = large.substr(0, 200);
     const std::string chunks =
-        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n";
+        "HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n4\r\ndefg\r\n0\r\n\r\n";
     const std::pair<nlohmann::json, std::string> rows[] = {
         {{{"action", "status"}, {"status", 200}, {"body", large}}, large},
         {{{"action", "drip"}, {"afterBytes", 7}, {"delayMs", 1}, {"body", text}}, text},

@@ -50,9 +50,11 @@ TEST_F(SignInTest, AnIdentityServerThatRefusesOrIsFalseIsALogonFailure)
     const std::string returned = std::string(kIdentity) + "Code Error ";
     const std::string text = std::string(kIdentity) + "String ";
     const std::string noFile = "/no/such/file.key";
-    const json challenge = {{"action", "raw"},
-                            {"raw", "HTTP/1.1 401 Unauthorized\r\nContent-Length: 2\r\nWWW-Authenticate: Basic realm=" +
-                                        noFile + "\r\n\r\nno"}};
+    const json challenge = {
+        {"action", "raw"},
+        {"raw",
+         "HTTP/1.1 401 Unauthorized\r\nConnection: close\r\nContent-Length: 2\r\nWWW-Authenticate: Basic realm=" +
+             noFile + "\r\n\r\nno"}};
     const struct {
         const char* name;
         DWORD method;
