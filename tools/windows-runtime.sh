@@ -13,7 +13,7 @@ flock 9
 . "$here/debian-archive.sh"
 
 echo "Unpacking the Windows runtime"
-rm -rf "$folder/root" "$folder/archive" "$folder/work"
+rm -rf "$folder/root" "$folder/archive" "$folder/making"
 debian_archive "$folder/archive" deb release
 # What wine's packages ask for and tests without a screen don't need: sound, cameras, video, printers.
 for package in libasound2 libcapi20-3 libglib2.0-0 libgphoto2-6 libgphoto2-port12 libgstreamer-plugins-base1.0-0 \
@@ -54,7 +54,7 @@ done
 find "$root"/usr/lib/*/wine/*-windows -type f -print0 | xargs -0 -P 2 -n 50 x86_64-w64-mingw32-strip -S
 
 echo "Making a prefix"
-mkdir "$folder/work"
-"$here/windows-namespace.sh" "$folder" "$folder/work" "$here/../tests/windows_prefix.sh"
-mv "$folder/work/tmp/prefix" "$folder/prefix"
-rm -rf "$folder/work"
+mkdir "$folder/making"
+"$here/windows-namespace.sh" "$folder" "$folder/making" "$here/../tests/windows_prefix.sh"
+mv "$folder/making/tmp/prefix" "$folder/prefix"
+rm -rf "$folder/making"
