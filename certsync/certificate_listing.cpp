@@ -2,16 +2,23 @@
 
 #include <string.h>
 
-#include "keyvault/json.h"
 #include "keyvault/kvkey.h"
+#include "keyvault/list_page.h"
 #include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
 #include "support/codepage.h"
 #include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
 namespace {
+
+constexpr ListKind kCertificates = {
+    1,
+    "/certificates?",
+    TEXT("KVCGetCerts REST Call Error"),
+    TEXT("KVCGetCerts ActionThrottled"),
+    TEXT("KVCGetCerts rawURL nextlinkstr Found"),
+};
 
 // Texts of entries, each terminated, a name and its thumbprint in turns.
 struct TextChunk {
@@ -104,42 +111,6 @@ void LogCount(const WCHAR* message, size_t number, LONG level)
     LogNumber(message, TEXT(""), static_cast<LONG>(number), level);
 }
 
-enum class Page { Read, Throttled, Failed };
-
-// Leaves the page in lastBody.
-Page FetchPage(KVC* kvc, const BldStr* rawURL)
-{
-    constexpr WCHAR kFailure[] = TEXT("KVCGetCerts REST Call Error");
-    Throttle throttle;
-    do {
-        kvc->lastStatus = 0;
-        if (!KVCDoKVRESTCall(kvc, rawURL ? rawURL->cStr : nullptr, 1, nullptr, TEXT("GET"), nullptr, nullptr, nullptr))
-            LogError(kFailure, kvc->lastStatus, LOG_ERROR_LEVEL);
-        if (kvc->lastStatus == HTTP_OK)
-            return Page::Read;
-        if (kvc->lastStatus != HTTP_THROTTLED) {
-            LogError(kFailure, kvc->lastStatus, LOG_ERROR_LEVEL);
-            return Page::Failed;
-        }
-    } while (throttle.WaitAndRetry(TEXT("KVCGetCerts ActionThrottled"), kvc->lastStatus));
-    return Page::Throttled;
-}
-
-// Takes path and query of the next page, if there is one. The host of the link is dropped: the walk stays with its
-// vault. False: no memory.
-bool TakeNextLink(json_object* page, BldStrPtr* rawURL)
-{
-    const char* link = JsonMemberText(page, "nextLink");
-    const char* tail = link ? strstr(link, "/certificates?") : nullptr;
-    if (!tail)
-        return true;
-    rawURL->reset(BldStrNewStrFromAscii(tail));
-    if (!*rawURL)
-        return false;
-    LogString(TEXT("KVCGetCerts rawURL nextlinkstr Found"), (*rawURL)->cStr, LOG_STEP_LEVEL);
-    return true;
-}
-
 bool SkipElement(const WCHAR* message)
 {
     LogLine(message, LOG_ERROR_LEVEL);
@@ -183,7 +154,7 @@ bool TakeElement(json_object* element, size_t index, EntryList* list)
 bool TakePage(const char* body, EntryList* list, BldStrPtr* rawURL)
 {
     const JsonPtr page = JsonParse(body);
-    if (!TakeNextLink(page.get(), rawURL))
+    if (!TakeNextLink(page.get(), kCertificates, rawURL))
         return false;
     json_object* value = JsonMember(page.get(), "value");
     if (!json_object_is_type(value, json_type_array))
@@ -258,21 +229,21 @@ int KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArra
         return 0;
     EntryList list;
     BldStrPtr rawURL;
-    Page page;
+    ListPage page;
     do {
-        page = FetchPage(kvc, rawURL.get());
-        if (page == Page::Failed)
+        page = FetchListPage(kvc, kCertificates, rawURL.get());
+        if (page == ListPage::Failed)
             return 0;
         rawURL.reset();
-        if (page == Page::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &rawURL))
+        if (page == ListPage::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &rawURL))
             return FailNoMemory(count);
     } while (rawURL);
     LogLine(TEXT("KVCGetCerts found sizes OK"), LOG_STEP_LEVEL);
     // A list that broke off is not handed out: nobody would release it.
-    if (page == Page::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))
+    if (page == ListPage::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))
         return FailNoMemory(count);
     LogLine(TEXT("KVCGetCerts Complete"), LOG_STEP_LEVEL);
-    return page == Page::Read ? 1 : 0;
+    return page == ListPage::Read ? 1 : 0;
 }
 
 void KVCGetCertsFree(WCHAR** WCHARCertsArray, WCHAR** WCHARThumbprintArray)

@@ -2,16 +2,23 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "keyvault/json.h"
 #include "keyvault/key_lookup.h"
+#include "keyvault/list_page.h"
 #include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
 #include "support/codepage.h"
 #include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
 namespace {
+
+constexpr ListKind kKeys = {
+    0,
+    "/keys?",
+    TEXT("KVCGetKeys REST Call Error"),
+    TEXT("KVCGetKeys ActionThrottled"),
+    TEXT("KVCGetKeys rawURL nextlinkstr Found"),
+};
 
 // The names gathered so far; released unless they are handed over.
 class NameList {
@@ -65,39 +72,6 @@ class NameList {
     size_t room_ = 0;
 };
 
-// Leaves the page in lastBody. True when the walk may go on from it: the status is 200, or 429 with all waits used up.
-bool FetchPage(KVC* kvc, const BldStr* rawURL)
-{
-    Throttle throttle;
-    do {
-        kvc->lastStatus = 0;
-        const WCHAR* url = rawURL ? rawURL->cStr : nullptr;
-        if (!KVCDoKVRESTCall(kvc, url, 0, nullptr, TEXT("GET"), nullptr, nullptr, nullptr))
-            LogError(TEXT("KVCGetKeys REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
-        if (kvc->lastStatus != HTTP_OK && kvc->lastStatus != HTTP_THROTTLED) {
-            LogError(TEXT("KVCGetKeys REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
-            return false;
-        }
-    } while (kvc->lastStatus == HTTP_THROTTLED &&
-             throttle.WaitAndRetry(TEXT("KVCGetKeys ActionThrottled"), kvc->lastStatus));
-    return true;
-}
-
-// Takes path and query of the next page, if there is one. The host of the link is dropped: the walk stays with its
-// vault. False: no memory.
-bool TakeNextLink(json_object* page, BldStrPtr* rawURL)
-{
-    const char* link = JsonMemberText(page, "nextLink");
-    const char* tail = link ? strstr(link, "/keys?") : nullptr;
-    if (!tail)
-        return true;
-    rawURL->reset(BldStrNewStrFromAscii(tail));
-    if (!*rawURL)
-        return false;
-    LogString(TEXT("KVCGetKeys rawURL nextlinkstr Found"), (*rawURL)->cStr, LOG_STEP_LEVEL);
-    return true;
-}
-
 // Adds the key of one item, if it names one. False: no memory.
 bool TakeItem(json_object* item, NameList* list)
 {
@@ -123,7 +97,7 @@ bool TakeItem(json_object* item, NameList* list)
 bool TakePage(const char* body, NameList* list, BldStrPtr* rawURL)
 {
     const JsonPtr page = JsonParse(body);
-    if (!TakeNextLink(page.get(), rawURL))
+    if (!TakeNextLink(page.get(), kKeys, rawURL))
         return false;
     json_object* value = JsonMember(page.get(), "value");
     if (!json_object_is_type(value, json_type_array))
@@ -152,7 +126,7 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
     NameList list;
     BldStrPtr rawURL;
     do {
-        if (!FetchPage(kvc, rawURL.get()))
+        if (FetchListPage(kvc, kKeys, rawURL.get()) == ListPage::Failed)
             return 0;
         rawURL.reset();
         if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
