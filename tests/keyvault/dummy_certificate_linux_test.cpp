@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -27,11 +28,12 @@ struct Freer {
 using X509Ptr = std::unique_ptr<X509, Freer<X509_free>>;
 using RequestPtr = std::unique_ptr<X509_REQ, Freer<X509_REQ_free>>;
 
-// The platform's calls pass through here; `failing` names the one that fails, or makes an empty certificate.
+// The platform's calls pass through here, on several threads at once; `failing` names the one that fails, or makes an
+// empty certificate.
 enum class Call { None, Open, Create, SetLength, Finalize, Name, Sign, SignAgain, SignNothing };
 Call failing = Call::None;
-int opened = 0;  // objects of the platform's provider
-int signings = 0;
+std::atomic<int> opened{0};  // objects of the platform's provider
+std::atomic<int> signings{0};
 
 }  // namespace
 
