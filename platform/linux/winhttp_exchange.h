@@ -7,12 +7,15 @@
 
 #include <array>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "platform/linux/winhttp_message.h"
 
 namespace winhttp {
+
+class TlsShare;
 
 // Milliseconds; 0 and -1 mean no limit.
 struct Timeouts {
@@ -85,6 +88,7 @@ class Exchange {
     // What the current transfer rests on.
     Message message_ = {};
     Timeouts timeouts_;
+    std::shared_ptr<const TlsShare> tls_;
     curl_slist* connectTo_ = nullptr;
     std::array<curl_slist, 8> fields_ = {};
 

@@ -89,10 +89,11 @@ void Exchange::Configure(const Timeouts& timeouts)
     Set(CURLOPT_CONNECTTIMEOUT_MS, timeouts.connect > 0 ? static_cast<long>(timeouts.connect) : kNoLimit);
 
     // Chain and host name are verified against the shared store; libcurl itself is to load no roots.
+    // A new connection takes up the TLS session of an earlier one where the server lets it.
     Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     Set(CURLOPT_SSL_VERIFYPEER, 1L);
     Set(CURLOPT_SSL_VERIFYHOST, 2L);
-    Set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+    Set(CURLOPT_SSL_SESSIONID_CACHE, 1L);
     Set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
     Set(CURLOPT_CAINFO, static_cast<char*>(nullptr));
     Set(CURLOPT_CAPATH, static_cast<char*>(nullptr));
@@ -114,6 +115,11 @@ void Exchange::Aim(const Target& target)
     connectTo_ = ConnectToList();
     Set(CURLOPT_CONNECT_TO, connectTo_);
     Set(CURLOPT_URL, UrlOf(target).c_str());
+    if (target.secure) {
+        std::shared_ptr<const TlsShare> tls = AcquireTlsShare();
+        Set(CURLOPT_SHARE, tls->sessions());
+        tls_ = std::move(tls);
+    }
 
     size_t count = 0;
     for (const char* field : kUnwanted)
@@ -138,16 +144,12 @@ void Exchange::Aim(const Target& target)
 CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
 {
     auto* const tls = static_cast<SSL_CTX*>(context);
-    try {
-        X509_STORE* const roots = AcquireTrustedRoots();
-        if (roots == nullptr)
-            return CURLE_SSL_CACERT_BADFILE;
-        SSL_CTX_set_cert_store(tls, roots);
-        if (SSL_CTX_set_app_data(tls, self) != 1)
-            return CURLE_OUT_OF_MEMORY;
-    } catch (...) {
+    X509_STORE* const roots = static_cast<Exchange*>(self)->tls_->roots();
+    if (roots == nullptr)
+        return CURLE_SSL_CACERT_BADFILE;
+    SSL_CTX_set1_cert_store(tls, roots);
+    if (SSL_CTX_set_app_data(tls, self) != 1)
         return CURLE_OUT_OF_MEMORY;
-    }
     SSL_CTX_set_info_callback(tls, &OnTlsState);
     return CURLE_OK;
 }

@@ -4,8 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <memory>
-#include <mutex>
+#include <new>
 #include <string>
 
 namespace winhttp {
@@ -13,25 +12,10 @@ namespace {
 
 constexpr char kSystemRoots[] = "/etc/ssl/certs/ca-certificates.crt";
 
-struct StoreDeleter {
-    void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-};
-using Store = std::unique_ptr<X509_STORE, StoreDeleter>;
-
 bool SameFile(const struct stat& a, const struct stat& b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
            a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-}
-
-Store Load(const char* path)
-{
-    Store store(X509_STORE_new());
-    if (store && X509_STORE_load_file(store.get(), path) != 1)
-        store.reset();
-    // Nothing of a bad bundle may be taken for an error of the connection later on.
-    ERR_clear_error();
-    return store;
 }
 
 // Reading a whole bundle takes tens of milliseconds, much longer than a handshake.
@@ -39,12 +23,47 @@ struct Cache {
     std::mutex lock;
     std::string path;
     struct stat file = {};
-    Store store;
+    std::shared_ptr<const TlsShare> share;
 };
 
 }  // namespace
 
-X509_STORE* AcquireTrustedRoots()
+TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_share_init())
+{
+    if (roots_ == nullptr || sessions_ == nullptr) {
+        X509_STORE_free(roots_);
+        curl_share_cleanup(sessions_);
+        throw std::bad_alloc();
+    }
+    curl_share_setopt(sessions_, CURLSHOPT_LOCKFUNC, &Lock);
+    curl_share_setopt(sessions_, CURLSHOPT_UNLOCKFUNC, &Unlock);
+    curl_share_setopt(sessions_, CURLSHOPT_USERDATA, this);
+    curl_share_setopt(sessions_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    if (X509_STORE_load_file(roots_, path) != 1) {
+        X509_STORE_free(roots_);
+        roots_ = nullptr;
+    }
+    // Nothing of a bad bundle may be taken for an error of the connection later on.
+    ERR_clear_error();
+}
+
+TlsShare::~TlsShare()
+{
+    curl_share_cleanup(sessions_);
+    X509_STORE_free(roots_);
+}
+
+void TlsShare::Lock(CURL*, curl_lock_data data, curl_lock_access, void* self)
+{
+    static_cast<TlsShare*>(self)->locks_[data].lock();
+}
+
+void TlsShare::Unlock(CURL*, curl_lock_data data, void* self)
+{
+    static_cast<TlsShare*>(self)->locks_[data].unlock();
+}
+
+std::shared_ptr<const TlsShare> AcquireTlsShare()
 {
     static Cache cache;
     const char* named = std::getenv("SSL_CERT_FILE");
@@ -53,16 +72,14 @@ X509_STORE* AcquireTrustedRoots()
     const std::lock_guard<std::mutex> guard(cache.lock);
     struct stat now = {};
     if (stat(path, &now) != 0)
-        return nullptr;
-    if (!cache.store || cache.path != path || !SameFile(cache.file, now)) {
-        cache.store.reset();
+        now = {};
+    if (!cache.share || cache.path != path || !SameFile(cache.file, now)) {
+        cache.share.reset();
         cache.path = path;
+        cache.share = std::make_shared<const TlsShare>(path);
         cache.file = now;
-        cache.store = Load(path);
     }
-    if (cache.store)
-        X509_STORE_up_ref(cache.store.get());
-    return cache.store.get();
+    return cache.share;
 }
 
 }  // namespace winhttp

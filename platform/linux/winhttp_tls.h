@@ -1,12 +1,40 @@
-// The trusted roots of TLS connections, read once and shared by all of them.
+// What all TLS connections share, as they do on Windows: the trusted roots and the sessions.
 #pragma once
 
+#include <curl/curl.h>
 #include <openssl/x509_vfy.h>
+
+#include <array>
+#include <memory>
+#include <mutex>
 
 namespace winhttp {
 
-// A reference to the store of roots in $SSL_CERT_FILE, or in the system's bundle; the caller frees it.
-// The file is read again when it has changed. NULL when it cannot be read or holds no certificate.
-X509_STORE* AcquireTrustedRoots();
+class TlsShare {
+  public:
+    // Roots out of a file of certificates; throws std::bad_alloc.
+    explicit TlsShare(const char* path);
+    ~TlsShare();
+    TlsShare(const TlsShare&) = delete;
+    TlsShare& operator=(const TlsShare&) = delete;
+
+    // NULL when the file could not be read or holds no certificate. Owned by the share.
+    X509_STORE* roots() const { return roots_; }
+    // For CURLOPT_SHARE: a connection takes up the session of an earlier one to the same server. Owned by the share,
+    // which must outlive the handles that use it.
+    CURLSH* sessions() const { return sessions_; }
+
+  private:
+    static void Lock(CURL*, curl_lock_data data, curl_lock_access, void* self);
+    static void Unlock(CURL*, curl_lock_data data, void* self);
+
+    X509_STORE* roots_ = nullptr;
+    CURLSH* sessions_ = nullptr;
+    std::array<std::mutex, CURL_LOCK_DATA_LAST> locks_;
+};
+
+// The share of the roots in $SSL_CERT_FILE, or in the system's bundle. When the file has changed it is read again, and
+// sessions that rest on what it held before are not taken up any more. Throws std::bad_alloc.
+std::shared_ptr<const TlsShare> AcquireTlsShare();
 
 }  // namespace winhttp
