@@ -51,9 +51,17 @@ TEST_F(CertificateModeCreationTest, EachAlgorithmHasItsPolicy)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.algId);
         Fresh();
-        CreatedKey key;
+        OwnKey key;
         EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
-        EXPECT_EQ("HMR", Requests({Body(row.keyProperties, row.algId), ""}));
+        const std::string body = Body(row.keyProperties, row.algId);
+        EXPECT_EQ("HMR", Requests({body, ""}));
+        EXPECT_EQ(
+            (Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKeyCertificate 8",
+                     "KVCLowLevelCreateKeyCertificate 8", "KVCLowLevelCreateKeyCertificate JSON Body " + body + " 10",
+                     "KVCLowLevelCreateKeyCertificate Found CSR 10",
+                     "KVCLowLevelCreateKeyCertificate DummyCert Good dummyCert 8", "KVCImportCertificate mykey 8",
+                     "KVCImportCertificate Body  mykey {\"x5c\": [\"" + MergedCertificate() + "\"]} 10"}),
+            Trace());
         EXPECT_EQ(Strings{}, LinesUpTo(2));
         EXPECT_EQ(row.algId, Narrow(key.AlgID));
         EXPECT_EQ(row.kty, Kty(key));
@@ -126,7 +134,7 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
         Fresh();
         AnswerAll("/certificates/mykey/create?", row.creations, known);
         AnswerAll("/pending/merge?", row.merges);
-        CreatedKey key;
+        OwnKey key;
         EXPECT_EQ(row.result, Create("mykey", "ECDSA_P256", 256, &key));
         EXPECT_EQ(row.requests, Requests(kCurve));
         EXPECT_EQ(FirstWaits(row.waits), clock.Waits());
@@ -151,7 +159,7 @@ TEST_F(CertificateModeCreationTest, RequestsThatCannotBeAnswered)
         SCOPED_TRACE(row.name);
         Fresh();
         Answer("/create?", 202, {{"csr", row.csr}});
-        CreatedKey key;
+        OwnKey key;
         EXPECT_EQ(0, Create("mykey", "ECDSA_P256", 256, &key));
         EXPECT_EQ("H", Requests(kCurve));
         ASSERT_FALSE(LinesUpTo(2).empty());
@@ -165,23 +173,11 @@ TEST_F(CertificateModeCreationTest, TheReadBackDecides)
     sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "EC"}, {"crv", "P-256"}});
     for (const json& answer : {json::object(), json{{"csr", nullptr}}, json("no JSON")}) {
         Answer("/create?", 202, answer);
-        CreatedKey key;
+        OwnKey key;
         EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key)) << answer;
         EXPECT_EQ("EC", Kty(key));
     }
     EXPECT_EQ("HRHRHR", Requests(kCurve));
-}
-
-TEST_F(CertificateModeCreationTest, AStandardVaultGivesASoftwareKey)
-{
-    UseStandardVault();
-    CreatedKey key;
-    EXPECT_EQ(1, Create("mykey", "ECDSA_P384", 384, &key));
-    EXPECT_EQ("HSMR", Requests({Body(R"(,"kty":"EC-HSM","key_size": 384 ,"crv":"P-384")", "ECDSA_P384"),
-                                Body(R"(,"kty":"EC","key_size": 384 ,"crv":"P-384")", "ECDSA_P384")}));
-    EXPECT_EQ("EC", Kty(key));
-    EXPECT_EQ(1u, LinesWith("retry with software key Error 0x190 2"));
-    EXPECT_EQ(1u, LinesWith("detail error {\"error\":{\"code\":\"BadParameter\""));
 }
 
 TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertificateAtHand)
@@ -210,7 +206,7 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertifica
         SCOPED_TRACE(row.name);
         Fresh();
         const TextString algId = Wide(row.algId);
-        CreatedKey before;
+        OwnKey before;
         ASSERT_EQ(1, Create("mykey", row.algId, 2048, &before));
         // Any certificate of the key will do.
         const std::string text = MergedCertificate();
@@ -220,7 +216,7 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertifica
         const MallocPtr<BYTE> certificate(bytes);
         sim.ClearJournal();
         root.ClearLog();
-        CreatedKey after;
+        OwnKey after;
         EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), algId.c_str(), 2048,
                                                      &after, 0, certificate.get(), size, row.subject));
         EXPECT_EQ("HMR", Requests({row.body, ""}));
@@ -241,7 +237,7 @@ TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameTextAndFollo
     Answer("/keys/mykey/pending/merge?", 201, "");
     sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "RSA"}});
     const BYTE certificate[] = {0xFF, 0xEF, 0xBE};
-    CreatedKey key;
+    OwnKey key;
     EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), TEXT("RSA"), 2048, &key, 1,
                                                  certificate, 3, TEXT("CN=x")));
     const std::string body =
@@ -254,33 +250,15 @@ TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameTextAndFollo
               sim.VaultRequests());
 }
 
-TEST_F(CertificateModeCreationTest, TheTraceOfACreation)
-{
-    CreatedKey key;
-    EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key));
-    Strings mine;
-    for (const std::string& line : root.LogLines()) {
-        if (line.find("Create") != std::string::npos || line.find("KVCImportCertificate") != std::string::npos)
-            mine.push_back(line);
-    }
-    EXPECT_EQ((Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKeyCertificate 8",
-                       "KVCLowLevelCreateKeyCertificate 8",
-                       "KVCLowLevelCreateKeyCertificate JSON Body " + kCurve.hardware + " 10",
-                       "KVCLowLevelCreateKeyCertificate Found CSR 10",
-                       "KVCLowLevelCreateKeyCertificate DummyCert Good dummyCert 8", "KVCImportCertificate mykey 8",
-                       "KVCImportCertificate Body  mykey {\"x5c\": [\"" + MergedCertificate() + "\"]} 10"}),
-              mine);
-}
-
 TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestGoesOut)
 {
     SetLogging(0);
-    CreatedKey first;
+    OwnKey first;
     ASSERT_EQ(1, Create("mykey", "ECDSA_P256", 256, &first));
     int result = 0;
     SweepAllocations(
         [&] {
-            CreatedKey key;
+            OwnKey key;
             result = Create("mykey", "ECDSA_P256", 256, &key);
         },
         [&](bool whole) {

@@ -6,14 +6,7 @@
 #include "keyvault/key_creation.h"
 #include "tests/keyvault/vault_fixture.h"
 
-struct CreatedKey : KVKey {
-    CreatedKey() : KVKey{} {}
-    ~CreatedKey() { KVCFreeKVKey(this); }
-    CreatedKey(const CreatedKey&) = delete;
-    CreatedKey& operator=(const CreatedKey&) = delete;
-};
-
-inline std::string Kty(const CreatedKey& key)
+inline std::string Kty(const OwnKey& key)
 {
     return OrNone(key.kty);
 }
@@ -80,17 +73,15 @@ class CreationTest : public VaultTest {
                body.substr(body.size() - tail.size()) == tail;
     }
 
-    void UseStandardVault()
+    // Lines of a creation and of a merge, at all levels.
+    Strings Trace() const
     {
-        call.reset();
-        Identity identity;
-        identity.vault = Simulator::kStandardVault;
-        client = NewClient(identity);
-        call.reset(KVCBeginCall(client.get()));
-        call->certificateMode = certificateMode();
-        ASSERT_EQ(1, KVCAuthenticate(call.get()));
-        sim.ClearJournal();
-        root.ClearLog();
+        Strings trace;
+        for (const std::string& line : root.LogLines()) {
+            if (line.find("Create") != std::string::npos || line.find("KVCImportCertificate") == 0)
+                trace.push_back(line);
+        }
+        return trace;
     }
     void Fresh()
     {

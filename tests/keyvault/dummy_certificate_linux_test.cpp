@@ -1,32 +1,18 @@
 // The throw-away certificate field by field, and the platform's calls that it is made of when they fail.
 #include "keyvault/dummy_certificate.h"
 
-#include <openssl/evp.h>
-#include <openssl/x509.h>
-
 #include <atomic>
-#include <memory>
 #include <thread>
 
 #include "keyvault/key_creation.h"
 #include "support/base64.h"
 #include "support/guards.h"
 #include "tests/keyvault/vault_fixture.h"
+#include "tests/platform/openssl_maker.h"
 
 using nlohmann::json;
 
 namespace {
-
-template <auto Free>
-struct Freer {
-    template <typename T>
-    void operator()(T* object) const
-    {
-        Free(object);
-    }
-};
-using X509Ptr = std::unique_ptr<X509, Freer<X509_free>>;
-using RequestPtr = std::unique_ptr<X509_REQ, Freer<X509_REQ_free>>;
 
 // The platform's calls pass through here, on several threads at once; `failing` names the one that fails, or makes an
 // empty certificate.
@@ -149,31 +135,15 @@ class DummyCertificateTest : public VaultTest {
     int requests_ = 0;
 };
 
-X509Ptr ParseCertificate(const Bytes& der)
-{
-    const BYTE* at = der.data();
-    X509Ptr certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-    EXPECT_EQ(der.data() + der.size(), at) << "nothing stands behind it";
-    return certificate;
-}
-
-std::string ObjectId(const X509_ALGOR* algorithm)
+// The algorithm's identifier and its parameters, if they are NULL.
+std::string AlgorithmText(const X509_ALGOR* algorithm)
 {
     const ASN1_OBJECT* object = nullptr;
-    X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+    int parameterType = 0;
+    X509_ALGOR_get0(&object, &parameterType, nullptr, algorithm);
     char text[64] = {};
     OBJ_obj2txt(text, sizeof(text), object, 1);
-    return text;
-}
-
-template <typename Key>
-Bytes PublicKeyDer(Key* key)
-{
-    unsigned char* der = nullptr;
-    const int size = i2d_X509_PUBKEY(key, &der);
-    const Bytes bytes(der, der + size);
-    OPENSSL_free(der);
-    return bytes;
+    return std::string(text) + (parameterType == V_ASN1_NULL ? " NULL" : "");
 }
 
 std::string TimeText(const ASN1_TIME* time)
@@ -269,17 +239,17 @@ TEST_F(DummyCertificateTest, EveryFieldIsAsItMustBe)
         const Bytes csr = Request(row.keyProperties);
         const Outcome outcome = SignRequest(csr);
         ASSERT_EQ(1, outcome.result);
-        const X509Ptr certificate = ParseCertificate(outcome.certificate);
+        const OpensslPtr<X509> certificate = ParseX509(outcome.certificate);
         ASSERT_TRUE(certificate);
 
         EXPECT_EQ(0, X509_get_version(certificate.get()));
         const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate.get());
         EXPECT_EQ((Bytes{6, 5, 4, 3, 2, 1}), Bytes(serial->data, serial->data + serial->length));
-        EXPECT_EQ("1.2.840.113549.1.1.5", ObjectId(X509_get0_tbs_sigalg(certificate.get())));
+        EXPECT_EQ("1.2.840.113549.1.1.5 NULL", AlgorithmText(X509_get0_tbs_sigalg(certificate.get())));
         const X509_ALGOR* label = nullptr;
         const ASN1_BIT_STRING* signature = nullptr;
         X509_get0_signature(&signature, &label, certificate.get());
-        EXPECT_EQ("1.2.840.113549.1.1.11", ObjectId(label));
+        EXPECT_EQ("1.2.840.113549.1.1.11 NULL", AlgorithmText(label));
         EXPECT_EQ(256, ASN1_STRING_length(signature));
         char name[100];
         EXPECT_STREQ("/CN=Dummy Certificate Name",
@@ -290,9 +260,8 @@ TEST_F(DummyCertificateTest, EveryFieldIsAsItMustBe)
         EXPECT_EQ(0, X509_get_ext_count(certificate.get()));
 
         const BYTE* at = csr.data();
-        const RequestPtr request(d2i_X509_REQ(nullptr, &at, static_cast<long>(csr.size())));
-        EXPECT_EQ(PublicKeyDer(X509_REQ_get_X509_PUBKEY(request.get())),
-                  PublicKeyDer(X509_get_X509_PUBKEY(certificate.get())));
+        const OpensslPtr<X509_REQ> request(d2i_X509_REQ(nullptr, &at, static_cast<long>(csr.size())));
+        EXPECT_EQ(1, X509_PUBKEY_eq(X509_REQ_get_X509_PUBKEY(request.get()), X509_get_X509_PUBKEY(certificate.get())));
     }
 }
 

@@ -13,13 +13,6 @@ constexpr char kFirstPage[] = "GET /keys?api-version=2016-10-01";
 
 class KeyLookupTest : public VaultTest {
   protected:
-    struct Key : KVKey {
-        Key() : KVKey{} {}
-        ~Key() { KVCFreeKVKey(this); }
-        Key(const Key&) = delete;
-        Key& operator=(const Key&) = delete;
-    };
-
     int GetKey(const std::string& name, KVKey* key, int expectMissing = 0)
     {
         return KVCGetKey(call.get(), Wide(name).c_str(), key, expectMissing);
@@ -83,12 +76,12 @@ TEST_F(KeyLookupTest, ReadsTheLatestVersionUnderTheEncodedName)
     sim.AddKey(Simulator::kVault, {{"name", coded}, {"kty", "EC"}, {"crv", "P-384"}});
     sim.ClearJournal();
 
-    Key rsa;
+    OwnKey rsa;
     EXPECT_EQ(1, GetKey("web01", &rsa));
     EXPECT_EQ(256u, rsa.n_siz);
     EXPECT_EQ("RSA", Narrow(rsa.AlgID));
     EXPECT_EQ(32u, Narrow(rsa.version).size());
-    Key curve;
+    OwnKey curve;
     EXPECT_EQ(1, GetKey("a b", &curve));
     EXPECT_EQ("a b", Narrow(curve.clearName));
     EXPECT_EQ(48u, curve.y_siz);
@@ -120,7 +113,7 @@ TEST_F(KeyLookupTest, FailuresAreErrorsOrDetails)
             SCOPED_TRACE(std::to_string(row.status) + (quiet ? " quiet" : " loud"));
             Answer("/keys/web01?", row.status, "");
             root.ClearLog();
-            Key key;
+            OwnKey key;
             key.n_siz = 7;
             EXPECT_EQ(0, GetKey("web01", &key, quiet));
             EXPECT_EQ(0u, key.n_siz) << "the record is zeroed";
@@ -140,7 +133,7 @@ TEST_F(KeyLookupTest, FailuresAreErrorsOrDetails)
 TEST_F(KeyLookupTest, WithoutAnAnswerTheReadFails)
 {
     sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "down"}});
-    Key key;
+    OwnKey key;
     EXPECT_EQ(0, GetKey("web01", &key));
     EXPECT_EQ(0u, call->lastStatus);
     EXPECT_TRUE(root.Logged("KVCGetKey KVCDoKVRESTCall Error", 1));
@@ -157,7 +150,7 @@ TEST_F(KeyLookupTest, WithoutAnAnswerTheReadFails)
 TEST_F(KeyLookupTest, AThrottledReadIsRepeatedFiveTimesAtMost)
 {
     Throttle("/keys/web01?", 5);
-    Key key;
+    OwnKey key;
     EXPECT_EQ(0, GetKey("web01", &key));
     EXPECT_EQ((Waits{1000, 2000, 4000, 8000, 16000}), clock.Waits());
     EXPECT_EQ(5u, sim.VaultRequests().size());
@@ -167,7 +160,7 @@ TEST_F(KeyLookupTest, AThrottledReadIsRepeatedFiveTimesAtMost)
 
 TEST_F(KeyLookupTest, ReadsThatSendNothingAndAnswersThatAreNoJson)
 {
-    Key key;
+    OwnKey key;
     EXPECT_EQ(0, GetKey(std::string(43, 'a'), &key));
     EXPECT_TRUE(root.Logged("KVCGetKey KVCConvertClearKeyNameToEncoded Failed " + std::string(43, 'a'), 8));
     EXPECT_FALSE(root.Logged("KVCGetKey End " + std::string(43, 'a'), 10));

@@ -1,7 +1,6 @@
 #include "tests/keyvault/vault_fixture.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -25,13 +24,6 @@ std::string ReadServiceSample(const std::string& name)
 std::string OrNone(const WCHAR* text)
 {
     return text ? Narrow(text) : "(NULL)";
-}
-
-std::string Hex(SECURITY_STATUS status)
-{
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%08lx", static_cast<unsigned long>(static_cast<DWORD>(status)));
-    return text;
 }
 
 void VaultTest::SetUp()

@@ -1,12 +1,21 @@
 // A signed-in call record of a client of the simulator's vault.
 #pragma once
 
+#include "keyvault/kvkey.h"
+#include "tests/common/host.h"
 #include "tests/keyvault/client_fixture.h"
 
 std::string Base64(const Bytes& bytes);                  // standard alphabet with fill
 std::string ReadServiceSample(const std::string& name);  // a file of tests/data/service, without ".json"
 std::string OrNone(const WCHAR* text);                   // "(NULL)" for NULL
-std::string Hex(SECURITY_STATUS status);
+
+// A record that goes with its blocks.
+struct OwnKey : KVKey {
+    OwnKey() : KVKey{} {}
+    ~OwnKey() { KVCFreeKVKey(this); }
+    OwnKey(const OwnKey&) = delete;
+    OwnKey& operator=(const OwnKey&) = delete;
+};
 
 // Logging stands at level 10 and the log is empty, and so is the journal, when a test begins.
 class VaultTest : public ClientTest {

@@ -4,15 +4,25 @@
 #include <string>
 
 #include "tests/platform/openssl_maker.h"
+#include "tests/platform/platform_root.h"
 
 namespace {
 
 constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr size_t kDecodedRoom = 1000;
 
-struct alignas(8) DecodedRequest {
-    BYTE room[kDecodedRoom];
+struct DecodedRequest {
+    alignas(8) BYTE room[kDecodedRoom];
+    DWORD size = 0;
     const CERT_REQUEST_INFO& info() const { return *reinterpret_cast<const CERT_REQUEST_INFO*>(room); }
+
+    // With `given` bytes of room.
+    BOOL Read(const Der& request, DWORD given = kDecodedRoom, LPCSTR type = X509_CERT_REQUEST_TO_BE_SIGNED)
+    {
+        size = given;
+        return CryptDecodeObject(kEncodings, type, request.data(), DWORD(request.size()), 0,
+                                 given == 0 ? nullptr : room, &size);
+    }
 };
 
 // A key of the platform's own provider, both of which are freed at the end.
@@ -42,11 +52,6 @@ CRYPT_ALGORITHM_IDENTIFIER Algorithm(const char* objectId)
     return {const_cast<char*>(objectId), {0, nullptr}};
 }
 
-FILETIME Time(unsigned long long ticks)
-{
-    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-}
-
 // The certificate, or nothing with the last error.
 Der Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm = "1.2.840.113549.1.1.11")
 {
@@ -60,76 +65,14 @@ Der Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm = "
                                               &outer, nullptr, certificate.data(), &size));
     EXPECT_EQ(size, certificate.size());
     DWORD tooSmall = size - 1;
-    EXPECT_FALSE(CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
-                                               &outer, nullptr, certificate.data(), &tooSmall));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(ErrorOf(CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
+                                                    &outer, nullptr, certificate.data(), &tooSmall)),
+              DWORD{ERROR_MORE_DATA});
     EXPECT_EQ(tooSmall, size);
     return certificate;
 }
 
-std::string AlgorithmName(const X509_ALGOR* algorithm)
-{
-    const ASN1_OBJECT* object = nullptr;
-    int parameterType = 0;
-    X509_ALGOR_get0(&object, &parameterType, nullptr, algorithm);
-    char text[64];
-    OBJ_obj2txt(text, sizeof text, object, 1);
-    return std::string(text) + (parameterType == V_ASN1_NULL ? " NULL" : "");
-}
-
-std::string TimeText(const ASN1_TIME* time)
-{
-    return std::string(reinterpret_cast<const char*>(ASN1_STRING_get0_data(time)),
-                       static_cast<size_t>(ASN1_STRING_length(time)));
-}
-
 }  // namespace
-
-TEST(CertificateSigning, ACertificateSaysWhatItsStructureSaid)
-{
-    const SigningKey signer;
-    ASSERT_EQ(NCryptFinalizeKey(signer.key, NCRYPT_SILENT_FLAG), 0);
-    const OpensslPtr<EVP_PKEY> subjectKey = MakeEcKey();
-    const Der request = MakeRequest(subjectKey.get(), "web01");
-    DecodedRequest decoded;
-    DWORD size = kDecodedRoom;
-    ASSERT_TRUE(CryptDecodeObject(kEncodings, X509_CERT_REQUEST_TO_BE_SIGNED, request.data(),
-                                  static_cast<DWORD>(request.size()), 0, decoded.room, &size));
-
-    BYTE name[100];
-    DWORD nameSize = sizeof name;
-    ASSERT_TRUE(CertStrToNameA(X509_ASN_ENCODING, "CN=Dummy Certificate Name", CERT_X500_NAME_STR, nullptr, name,
-                               &nameSize, nullptr));
-    BYTE serial[] = {1, 2, 3, 4, 5, 0x86};
-    CERT_INFO info = {};
-    info.SerialNumber = {sizeof serial, serial};
-    info.SignatureAlgorithm = Algorithm("1.2.840.113549.1.1.5");
-    info.Issuer = info.Subject = {nameSize, name};
-    info.NotBefore = Time(0x019DB1DED53E8000);
-    info.NotAfter = Time(0x02432C37F7578000);
-    info.SubjectPublicKeyInfo = decoded.info().SubjectPublicKeyInfo;
-
-    const Der der = Sign(signer.key, info);
-    const OpensslPtr<X509> certificate = ParseX509(der);
-    ASSERT_NE(certificate, nullptr);
-    EXPECT_EQ(X509_get_version(certificate.get()), X509_VERSION_1);
-    const ASN1_INTEGER* number = X509_get0_serialNumber(certificate.get());
-    EXPECT_EQ(HexText(ASN1_STRING_get0_data(number), static_cast<size_t>(ASN1_STRING_length(number))), "79FAFBFCFDFF")
-        << "the highest byte is the sign's: a negative number, by its amount";
-    EXPECT_EQ(AlgorithmName(X509_get0_tbs_sigalg(certificate.get())), "1.2.840.113549.1.1.5 NULL");
-    const X509_ALGOR* outer = nullptr;
-    X509_get0_signature(nullptr, &outer, certificate.get());
-    EXPECT_EQ(AlgorithmName(outer), "1.2.840.113549.1.1.11 NULL");
-    EXPECT_EQ(TimeText(X509_get0_notBefore(certificate.get())), "700101000000Z");
-    EXPECT_EQ(TimeText(X509_get0_notAfter(certificate.get())), "21170807142400Z");
-    EXPECT_EQ(EVP_PKEY_eq(X509_get0_pubkey(certificate.get()), subjectKey.get()), 1);
-    EXPECT_EQ(X509_NAME_cmp(X509_get_subject_name(certificate.get()), X509_get_issuer_name(certificate.get())), 0);
-    WCHAR subject[64];
-    CertNameToStrW(X509_ASN_ENCODING, &info.Subject, CERT_SIMPLE_NAME_STR, subject, 64);
-    EXPECT_EQ(std::u16string(subject), u"Dummy Certificate Name");
-
-    EXPECT_EQ(Sign(signer.key, info), der) << "one key, one signature";
-}
 
 TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
 {
@@ -146,6 +89,8 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
     ASSERT_NE(context, nullptr);
     CERT_INFO info = *context->pCertInfo;
     info.SubjectPublicKeyInfo = *publicKey;
+    BYTE serial[] = {1, 2, 3, 4, 5, 0x86};
+    info.SerialNumber = {sizeof serial, serial};
     for (const char* algorithm :
          {"1.2.840.113549.1.1.5", "1.2.840.113549.1.1.11", "1.2.840.113549.1.1.12", "1.2.840.113549.1.1.13"}) {
         info.SignatureAlgorithm = Algorithm(algorithm);
@@ -154,10 +99,12 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
         EXPECT_EQ(X509_verify(copy.get(), X509_get0_pubkey(copy.get())), 1) << algorithm;
         EXPECT_EQ(X509_get_version(copy.get()), X509_VERSION_3);
         EXPECT_EQ(X509_get_key_usage(copy.get()), uint32_t{KU_DIGITAL_SIGNATURE | KU_KEY_ENCIPHERMENT});
-        EXPECT_EQ(ASN1_INTEGER_get(X509_get0_serialNumber(copy.get())), 7);
+        const ASN1_INTEGER* number = X509_get0_serialNumber(copy.get());
+        EXPECT_EQ(HexText(ASN1_STRING_get0_data(number), static_cast<size_t>(ASN1_STRING_length(number))),
+                  "79FAFBFCFDFF")
+            << "the highest byte is the sign's: a negative number, by its amount";
     }
-    EXPECT_EQ(Sign(signer.key, info, "1.2.840.10045.4.3.2").size(), 0u);
-    EXPECT_EQ(GetLastError(), DWORD(NTE_BAD_ALGID));
+    EXPECT_EQ(ErrorOf(Sign(signer.key, info, "1.2.840.10045.4.3.2").size() != 0), DWORD(NTE_BAD_ALGID));
     CertFreeCertificateContext(context);
 }
 
@@ -198,19 +145,12 @@ TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
     const OpensslPtr<EVP_PKEY> key = MakeRsaPublicKey(4096);
     Der request = MakeRequest(key.get(), "a-key-name-of-forty-two-characters-exactly");
     DecodedRequest decoded;
-    DWORD size = 0;
-    const auto decode = [&](void* room) {
-        return CryptDecodeObject(kEncodings, X509_CERT_REQUEST_TO_BE_SIGNED, request.data(), DWORD(request.size()), 0,
-                                 room, &size);
-    };
-    ASSERT_TRUE(decode(nullptr));
-    EXPECT_LE(size, kDecodedRoom);
-    const DWORD needed = size;
-    size = needed - 1;
-    EXPECT_FALSE(decode(decoded.room));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(size, needed);
-    ASSERT_TRUE(decode(decoded.room));
+    ASSERT_TRUE(decoded.Read(request, 0));
+    EXPECT_LE(decoded.size, kDecodedRoom);
+    const DWORD needed = decoded.size;
+    EXPECT_EQ(ErrorOf(decoded.Read(request, needed - 1)), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(decoded.size, needed);
+    ASSERT_TRUE(decoded.Read(request, needed));
 
     request.assign(request.size(), 0xEE);
     const CERT_REQUEST_INFO& info = decoded.info();
@@ -238,30 +178,19 @@ TEST(RequestDecoding, WhatIsNoRequestIsRefused)
     DecodedRequest decoded;
     for (size_t length = 0; length < request.size(); length++) {
         const Der cut(request.begin(), request.begin() + static_cast<std::ptrdiff_t>(length));
-        DWORD size = kDecodedRoom;
-        EXPECT_FALSE(CryptDecodeObject(kEncodings, X509_CERT_REQUEST_TO_BE_SIGNED, cut.data(), DWORD(length), 0,
-                                       decoded.room, &size))
-            << length;
+        EXPECT_FALSE(decoded.Read(cut)) << length;
         EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_ASN1_EOD)) << length;
-        EXPECT_EQ(size, 0u);
+        EXPECT_EQ(decoded.size, 0u);
     }
     for (size_t i = 0; i < request.size(); i++) {
         Der changed = request;
         changed[i] ^= 0x5A;
-        DWORD size = kDecodedRoom;
         // Whether it can be read depends on the byte; what counts is that nothing is read or written beyond the ends.
-        const BOOL decodes = CryptDecodeObject(kEncodings, X509_CERT_REQUEST_TO_BE_SIGNED, changed.data(),
-                                               DWORD(changed.size()), 0, decoded.room, &size);
-        EXPECT_LE(size, kDecodedRoom) << i;
-        EXPECT_EQ(size == 0, decodes == FALSE) << i;
+        const BOOL decodes = decoded.Read(changed);
+        EXPECT_LE(decoded.size, kDecodedRoom) << i;
+        EXPECT_EQ(decoded.size == 0, decodes == FALSE) << i;
     }
-    DWORD size = kDecodedRoom;
     const std::string text = "-----BEGIN CERTIFICATE REQUEST-----";
-    EXPECT_FALSE(CryptDecodeObject(kEncodings, X509_CERT_REQUEST_TO_BE_SIGNED,
-                                   reinterpret_cast<const BYTE*>(text.data()), DWORD(text.size()), 0, decoded.room,
-                                   &size));
-    EXPECT_EQ(GetLastError(), DWORD(CRYPT_E_ASN1_BADTAG));
-    EXPECT_FALSE(CryptDecodeObject(kEncodings, X509_CERT_TO_BE_SIGNED, request.data(), DWORD(request.size()), 0,
-                                   decoded.room, &size));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ErrorOf(decoded.Read(Der(text.begin(), text.end()))), DWORD(CRYPT_E_ASN1_BADTAG));
+    EXPECT_EQ(ErrorOf(decoded.Read(request, kDecodedRoom, X509_CERT_TO_BE_SIGNED)), DWORD{ERROR_FILE_NOT_FOUND});
 }

@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 
-#include "platform/platform.h"
+#include "tests/platform/platform_root.h"
 
 namespace {
 
@@ -68,8 +67,8 @@ TEST(CodePage, BrokenSequencesBecomeOneReplacementForEachPart)
     EXPECT_EQ(Narrowed(lone),
               "a\xEF\xBF\xBD"
               "b\xEF\xBF\xBD");
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, lone, -1, nullptr, 0, nullptr, nullptr), 0);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_UNICODE_TRANSLATION});
+    EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, lone, -1, nullptr, 0, nullptr, nullptr) != 0),
+              DWORD{ERROR_NO_UNICODE_TRANSLATION});
 }
 
 TEST(CodePage, SizesCountTheTerminatorWhenTheSourceHasOne)
@@ -79,14 +78,13 @@ TEST(CodePage, SizesCountTheTerminatorWhenTheSourceHasOne)
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 4), 4);
     EXPECT_EQ(wide[3], 0);
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", 3, nullptr, 0), 3);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3), 0);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0, "abc", -1, wide, 3) != 0), DWORD{ERROR_INSUFFICIENT_BUFFER});
 
     char narrow[3];
     EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u20AC", -1, nullptr, 0, nullptr, nullptr), 4);
     EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u20AC", 1, narrow, 3, nullptr, nullptr), 3);
-    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, u"\u20AC", -1, narrow, 3, nullptr, nullptr), 0);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_ACP, 0, u"\u20AC", -1, narrow, 3, nullptr, nullptr) != 0),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(CodePage, BadArgumentsAreRefused)
@@ -94,27 +92,15 @@ TEST(CodePage, BadArgumentsAreRefused)
     WCHAR wide[4];
     char narrow[4];
     BOOL used = FALSE;
-    const struct {
-        const char* name;
-        std::function<int()> call;
-        LONG error;
-    } rows[] = {
-        {"no source", [&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, wide, 4); }, ERROR_INVALID_PARAMETER},
-        {"length 0", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4); }, ERROR_INVALID_PARAMETER},
-        {"length -2", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4); }, ERROR_INVALID_PARAMETER},
-        {"a size without a buffer", [&] { return MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4); },
-         ERROR_INVALID_PARAMETER},
-        {"another code page", [&] { return MultiByteToWideChar(1252, 0, "a", 1, wide, 4); }, ERROR_INVALID_PARAMETER},
-        {"an unknown flag", [&] { return MultiByteToWideChar(CP_ACP, 0x10, "a", 1, wide, 4); }, ERROR_INVALID_FLAGS},
-        {"a default character", [&] { return WideCharToMultiByte(CP_ACP, 0, u"a", 1, narrow, 4, "?", nullptr); },
-         ERROR_INVALID_PARAMETER},
-        {"use of one asked for", [&] { return WideCharToMultiByte(CP_UTF8, 0, u"a", 1, narrow, 4, nullptr, &used); },
-         ERROR_INVALID_PARAMETER},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.call(), 0) << row.name;
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.error)) << row.name;
-    }
+    const DWORD parameter = ERROR_INVALID_PARAMETER;
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0, nullptr, 1, wide, 4) != 0), parameter) << "no source";
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0, "a", 0, wide, 4) != 0), parameter);
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0, "a", -2, wide, 4) != 0), parameter);
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4) != 0), parameter) << "a size without a buffer";
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(1252, 0, "a", 1, wide, 4) != 0), parameter);
+    EXPECT_EQ(ErrorOf(MultiByteToWideChar(CP_ACP, 0x10, "a", 1, wide, 4) != 0), DWORD{ERROR_INVALID_FLAGS});
+    EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_ACP, 0, u"a", 1, narrow, 4, "?", nullptr) != 0), parameter);
+    EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_UTF8, 0, u"a", 1, narrow, 4, nullptr, &used) != 0), parameter);
 }
 
 TEST(CodePage, OrdinalComparison)

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <thread>
 #include <vector>
 
 #include "tests/platform/platform_root.h"
@@ -129,11 +128,7 @@ TEST(DataProtection, FirstUsesAtOnceAgreeOnOneKey)
 {
     const PlatformRoot root;
     std::vector<Bytes> blobs(8);
-    std::vector<std::thread> threads;
-    for (Bytes& blob : blobs)
-        threads.emplace_back([&blob] { blob = Protected("tiger", 0); });
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(8, [&blobs](int i) { blobs[static_cast<size_t>(i)] = Protected("tiger", 0); });
     for (const Bytes& blob : blobs)
         EXPECT_EQ(Unprotected(blob), "tiger");
 }

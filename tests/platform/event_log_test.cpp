@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 #include <vector>
 
 #include "tests/platform/platform_root.h"
@@ -71,24 +70,18 @@ TEST(EventLog, BadSourcesAndHandlesAreRefused)
     EXPECT_EQ(RegisterEventSourceW(nullptr, nullptr), nullptr);
     EXPECT_EQ(RegisterEventSourceW(nullptr, u""), nullptr);
     EXPECT_EQ(RegisterEventSourceW(u"elsewhere", u"Application"), nullptr);
-    EXPECT_FALSE(Report(nullptr, EVENTLOG_SUCCESS, u"text"));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ErrorOf(Report(nullptr, EVENTLOG_SUCCESS, u"text")), DWORD{ERROR_INVALID_HANDLE});
 }
 
 TEST(EventLog, ThreadsDoNotMixTheirLines)
 {
     const PlatformRoot root;
     const std::u16string text(3000, u'x');
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; i++) {
-        threads.emplace_back([&text] {
-            HANDLE source = RegisterEventSourceW(nullptr, u"Application");
-            for (int line = 0; line < 25; line++)
-                Report(source, EVENTLOG_SUCCESS, text.c_str());
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(4, [&text](int) {
+        HANDLE source = RegisterEventSourceW(nullptr, u"Application");
+        for (int line = 0; line < 25; line++)
+            Report(source, EVENTLOG_SUCCESS, text.c_str());
+    });
     const std::vector<std::string> records = Records(root.File("eventlog/Application.jsonl"));
     EXPECT_EQ(records.size(), 100u);
     for (const std::string& record : records)

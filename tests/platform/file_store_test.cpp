@@ -1,13 +1,10 @@
 #include "platform/linux/file_store.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <thread>
-#include <vector>
 
 #include "tests/platform/platform_root.h"
 
@@ -54,29 +51,15 @@ TEST(FileStore, TheLockHoldsBetweenThreadsAndProcesses)
 {
     const PlatformRoot root;
     const std::string path = root.File("deep/down/counter");
-    const auto addOnes = [&path] {
+    OnThreadsAndInAChild(2, [&path](int) {
         for (int i = 0; i < 20; i++) {
             StoreLock lock;
-            if (lock.Acquire(path) != ERROR_SUCCESS)
-                return;
+            ASSERT_EQ(lock.Acquire(path), ERROR_SUCCESS);
             std::string count;
             ReadWholeFile(path, 100, &count);
             ReplaceFile(path, count + "1");
         }
-    };
-    const pid_t child = fork();
-    if (child == 0) {
-        addOnes();
-        _exit(0);
-    }
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; i++)
-        threads.emplace_back(addOnes);
-    for (std::thread& thread : threads)
-        thread.join();
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    });
     EXPECT_EQ(ReadFileText(path), std::string(60, '1'));
     EXPECT_EQ(ModeOf(path), 0600u);
     EXPECT_EQ(ModeOf(root.File("deep/down")), 0700u);

@@ -8,8 +8,7 @@
 TEST(Names, TheUserNameFollowsTheTwoCallContract)
 {
     DWORD needed = 0;
-    EXPECT_FALSE(GetUserNameW(nullptr, &needed));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ErrorOf(GetUserNameW(nullptr, &needed)), DWORD{ERROR_INSUFFICIENT_BUFFER});
     std::u16string name(needed, u'?');
     DWORD size = needed - 1;
     EXPECT_FALSE(GetUserNameW(name.data(), &size));
@@ -22,8 +21,7 @@ TEST(Names, TheUserNameFollowsTheTwoCallContract)
 TEST(Names, TheComputerNameFollowsItsOwn)
 {
     DWORD needed = 0;
-    EXPECT_FALSE(GetComputerNameExW(ComputerNameDnsFullyQualified, nullptr, &needed));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(ErrorOf(GetComputerNameExW(ComputerNameDnsFullyQualified, nullptr, &needed)), DWORD{ERROR_MORE_DATA});
     std::u16string name(needed, u'?');
     DWORD size = needed;
     ASSERT_TRUE(GetComputerNameExW(ComputerNameDnsFullyQualified, name.data(), &size));
@@ -42,8 +40,8 @@ TEST(Names, TheImageNameIsTheProgram)
     const DWORD length = K32GetProcessImageFileNameW(GetCurrentProcess(), name, 4096);
     ASSERT_GT(length, 0u);
     EXPECT_EQ(std::filesystem::path(ToUtf8(name)), std::filesystem::read_symlink("/proc/self/exe"));
-    EXPECT_EQ(K32GetProcessImageFileNameW(GetCurrentProcess(), name, length), 0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ErrorOf(K32GetProcessImageFileNameW(GetCurrentProcess(), name, length) != 0),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(Names, EnvironmentVariables)
@@ -58,6 +56,5 @@ TEST(Names, EnvironmentVariables)
     EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
     EXPECT_EQ(GetLastError(), 0u);
     unsetenv("KELVARO_TEST_VALUE");
-    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    EXPECT_EQ(ErrorOf(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8) != 0), DWORD{ERROR_ENVVAR_NOT_FOUND});
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <openssl/evp.h>
+#include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <memory>
@@ -16,6 +17,7 @@ struct OpensslObjectFreer {
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(X509_REQ* request) const { X509_REQ_free(request); }
     void operator()(X509_NAME* name) const { X509_NAME_free(name); }
+    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
 };
 template <typename T>
 using OpensslPtr = std::unique_ptr<T, OpensslObjectFreer>;

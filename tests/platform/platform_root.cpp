@@ -1,12 +1,17 @@
 #include "tests/platform/platform_root.h"
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 PlatformRoot::PlatformRoot()
 {
@@ -42,4 +47,26 @@ unsigned ModeOf(const std::string& path)
 {
     struct stat status;
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+void OnThreads(int count, const std::function<void(int)>& work)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; i++)
+        threads.emplace_back(work, i);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+void OnThreadsAndInAChild(int count, const std::function<void(int)>& work)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        work(count);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    OnThreads(count, work);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }

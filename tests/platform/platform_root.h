@@ -1,6 +1,7 @@
 // A root of its own for a test: an empty directory that KELVARO_ROOT names, removed at the end.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/linux/text.h"
@@ -26,3 +27,14 @@ class PlatformRoot {
 void WriteFileText(const std::string& path, const std::string& text);
 std::string ReadFileText(const std::string& path);
 unsigned ModeOf(const std::string& path);  // permission bits, 0 when there is no such file
+
+// The last error of a call that failed; 0 for one that didn't.
+inline DWORD ErrorOf(bool done)
+{
+    return done ? 0 : GetLastError();
+}
+
+// Runs `work` on that many threads at once; each gets its number, from 0.
+void OnThreads(int count, const std::function<void(int)>& work);
+// The same, and at once with them in a child process, which gets the number `count` and must end well.
+void OnThreadsAndInAChild(int count, const std::function<void(int)>& work);

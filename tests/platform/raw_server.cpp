@@ -195,8 +195,6 @@ void RawServer::Serve(int socket)
     if (good) {
         Peer peer(this, socket, tls);
         script_(peer);
-    } else {
-        ++refusals_;
     }
     SSL_free(tls);
     close(socket);

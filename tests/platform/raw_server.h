@@ -1,26 +1,15 @@
 // A server on loopback whose every byte a test decides, plain or over TLS, and certificates made for it.
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-struct PkeyDeleter {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-struct X509Deleter {
-    void operator()(X509* cert) const { X509_free(cert); }
-};
-struct ContextDeleter {
-    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-};
+#include "tests/platform/openssl_maker.h"
 
 // A certificate with its key; `issuer` NULL makes a root of its own.
 class Credentials {
@@ -32,8 +21,8 @@ class Credentials {
     EVP_PKEY* key() const { return key_.get(); }
 
   private:
-    std::unique_ptr<EVP_PKEY, PkeyDeleter> key_;
-    std::unique_ptr<X509, X509Deleter> certificate_;
+    OpensslPtr<EVP_PKEY> key_;
+    OpensslPtr<X509> certificate_;
 };
 
 class RawServer;
@@ -50,7 +39,6 @@ class Peer {
     size_t WriteUntilStalled(std::string_view bytes);
     void Reset();         // the connection ends with RST
     void WaitForClose();  // until the client hangs up, or the server ends
-    int socket() const { return socket_; }
 
   private:
     RawServer* server_;
@@ -70,7 +58,6 @@ class RawServer {
     unsigned short port() const { return port_; }
     std::vector<std::string> requests() const;
     std::string lastServerName() const;  // what the last TLS client asked for
-    int refusals() const { return refusals_; }
 
   private:
     friend class Peer;
@@ -78,11 +65,10 @@ class RawServer {
     void Serve(int socket);
 
     Script script_;
-    std::unique_ptr<SSL_CTX, ContextDeleter> tls_;
+    OpensslPtr<SSL_CTX> tls_;
     int listener_ = -1;
     int stop_[2] = {-1, -1};
     unsigned short port_ = 0;
-    std::atomic<int> refusals_{0};
     mutable std::mutex lock_;
     std::vector<std::string> requests_;
     std::string serverName_;

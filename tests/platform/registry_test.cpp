@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <thread>
-#include <vector>
 
 #include "tests/platform/platform_root.h"
 
@@ -241,29 +237,15 @@ TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
 TEST(Registry, WritersInThreadsAndProcessesLoseNothing)
 {
     const PlatformRoot root;
-    const auto writeMany = [](char writer) {
-        for (int i = 0; i < 15; i++) {
-            const std::u16string name = {static_cast<char16_t>(writer), static_cast<char16_t>(u'a' + i)};
-            if (SetText(HKEY_LOCAL_MACHINE, name.c_str(), name) != ERROR_SUCCESS)
-                return;
-        }
+    const auto name = [](int writer, int i) {
+        return std::u16string{static_cast<char16_t>(u'0' + writer), static_cast<char16_t>(u'a' + i)};
     };
-    const pid_t child = fork();
-    if (child == 0) {
-        writeMany('0');
-        _exit(0);
-    }
-    std::vector<std::thread> threads;
-    for (const char writer : {'1', '2'})
-        threads.emplace_back(writeMany, writer);
-    for (std::thread& thread : threads)
-        thread.join();
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    for (const char writer : {'0', '1', '2'}) {
-        for (int i = 0; i < 15; i++) {
-            const std::u16string name = {static_cast<char16_t>(writer), static_cast<char16_t>(u'a' + i)};
-            EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, name.c_str()), ToUtf8(name));
-        }
+    OnThreadsAndInAChild(2, [&name](int writer) {
+        for (int i = 0; i < 15; i++)
+            ASSERT_EQ(SetText(HKEY_LOCAL_MACHINE, name(writer, i).c_str(), name(writer, i)), ERROR_SUCCESS);
+    });
+    for (const int writer : {0, 1, 2}) {
+        for (int i = 0; i < 15; i++)
+            EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, name(writer, i).c_str()), ToUtf8(name(writer, i)));
     }
 }

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
-#include "platform/platform.h"
+#include "tests/platform/platform_root.h"
 
 TEST(Semaphore, CountsAndTimesOut)
 {
@@ -17,10 +14,8 @@ TEST(Semaphore, CountsAndTimesOut)
     LONG previous = 9;
     EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
     EXPECT_EQ(previous, 0);
-    EXPECT_FALSE(ReleaseSemaphore(semaphore, 1, &previous));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_TOO_MANY_POSTS});
-    EXPECT_FALSE(ReleaseSemaphore(semaphore, 0, nullptr));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 1, &previous)), DWORD{ERROR_TOO_MANY_POSTS});
+    EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 0, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(WaitForSingleObject(semaphore, INFINITE), WAIT_OBJECT_0);
     EXPECT_TRUE(CloseHandle(semaphore));
 }
@@ -63,20 +58,15 @@ TEST(Semaphore, OneAtATimePasses)
     HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
     int inside = 0;
     int total = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; i++) {
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 200; turn++) {
-                ASSERT_EQ(WaitForSingleObject(semaphore, 60000), WAIT_OBJECT_0);
-                EXPECT_EQ(++inside, 1);
-                total++;
-                inside--;
-                ReleaseSemaphore(semaphore, 1, nullptr);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(8, [&](int) {
+        for (int turn = 0; turn < 200; turn++) {
+            ASSERT_EQ(WaitForSingleObject(semaphore, 60000), WAIT_OBJECT_0);
+            EXPECT_EQ(++inside, 1);
+            total++;
+            inside--;
+            ReleaseSemaphore(semaphore, 1, nullptr);
+        }
+    });
     EXPECT_EQ(total, 1600);
     CloseHandle(semaphore);
 }
@@ -97,18 +87,13 @@ TEST(SlimLock, AZeroedLockExcludesWritersAndLetsReadersShare)
     EXPECT_FALSE(TryAcquireSRWLockShared(&record->lock));
     EXPECT_FALSE(TryAcquireSRWLockExclusive(&record->lock));
     ReleaseSRWLockExclusive(&record->lock);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; i++) {
-        threads.emplace_back([record] {
-            for (int turn = 0; turn < 500; turn++) {
-                AcquireSRWLockExclusive(&record->lock);
-                record->count++;
-                ReleaseSRWLockExclusive(&record->lock);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(8, [record](int) {
+        for (int turn = 0; turn < 500; turn++) {
+            AcquireSRWLockExclusive(&record->lock);
+            record->count++;
+            ReleaseSRWLockExclusive(&record->lock);
+        }
+    });
     AcquireSRWLockShared(&record->lock);
     EXPECT_EQ(record->count, 4000);
     ReleaseSRWLockShared(&record->lock);

@@ -6,6 +6,7 @@
 #include <future>
 
 #include "tests/platform/http_call.h"
+#include "tests/platform/platform_root.h"
 
 namespace {
 
@@ -171,25 +172,24 @@ TEST_F(WinHttp, TellsWhereAnExchangeBroke)
         const char* name;
         RawServer::Script script;
         const char* outcome;
-        const char* body;
-        bool hugeRequest;
+        const char* body = "";
+        bool hugeRequest = false;
     } rows[] = {
-        {"reset before the head", reset(""), "receive 12030", "", false},
-        {"closed before the head", Answer(""), "receive 12030", "", false},
-        {"closed inside a line", Answer("HTTP/1.1 20"), "receive 12030", "", false},
-        {"closed inside the head", Answer("HTTP/1.1 200 OK\r\nA: b\r\n"), "receive 12030", "", false},
-        {"closed after an interim head", Answer("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12030", "", false},
-        {"no HTTP", Answer("220 mail.test ESMTP\r\n"), "receive 12152", "", false},
-        {"head too long", Answer("HTTP/1.1 200 OK\r\nA: " + std::string(70000, 'a') + "\r\n\r\n"), "receive 12182", "",
-         false},
-        {"silence", silent(""), "receive 12002", "", false},
-        {"silence after an interim head", silent("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12002", "", false},
-        {"entity cut", Answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12030", "abc", false},
-        {"chunk cut", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\nabc"), "available 12030", "abc",
-         false},
+        {"reset before the head", reset(""), "receive 12030"},
+        {"closed before the head", Answer(""), "receive 12030"},
+        {"closed inside a line", Answer("HTTP/1.1 20"), "receive 12030"},
+        {"closed inside the head", Answer("HTTP/1.1 200 OK\r\nA: b\r\n"), "receive 12030"},
+        {"closed after an interim head", Answer("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12030"},
+        {"no HTTP", Answer("220 mail.test ESMTP\r\n"), "receive 12152"},
+        {"head too long", Answer("HTTP/1.1 200 OK\r\nA: " + std::string(70000, 'a') + "\r\n\r\n"), "receive 12182"},
+        {"silence", silent(""), "receive 12002"},
+        {"silence after an interim head", silent("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12002"},
+        {"entity cut", Answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12030", "abc"},
+        {"chunk cut", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\nabc"), "available 12030",
+         "abc"},
         {"last chunk missing", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n"),
-         "available 12030", "abc", false},
-        {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc", false},
+         "available 12030", "abc"},
+        {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc"},
         {"request not read", [](Peer& peer) { peer.WaitForClose(); }, "send 12002", "", true},
         {"reset while sending", [](Peer& peer) { peer.Reset(); }, "send 12030", "", true},
     };
@@ -264,18 +264,15 @@ TEST_F(WinHttp, GoesThroughTheProxyOfTheEnvironment)
 TEST_F(WinHttp, KnowsItsHandles)
 {
     RawServer server(Answer(kOk));
-    EXPECT_FALSE(WinHttpCloseHandle(nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(ErrorOf(WinHttpCloseHandle(nullptr)), DWORD{ERROR_INVALID_HANDLE});
     const HINTERNET session = WinHttpOpen(nullptr, 0, nullptr, nullptr, 0);
-    EXPECT_EQ(WinHttpOpenRequest(session, u"GET", u"/", nullptr, nullptr, nullptr, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE));
+    EXPECT_EQ(ErrorOf(WinHttpOpenRequest(session, u"GET", u"/", nullptr, nullptr, nullptr, 0) != nullptr),
+              DWORD{ERROR_WINHTTP_INCORRECT_HANDLE_TYPE});
     const HINTERNET connection = WinHttpConnect(session, u"127.0.0.1", server.port(), 0);
     const HINTERNET request = WinHttpOpenRequest(connection, nullptr, nullptr, nullptr, nullptr, nullptr, 0);
     DWORD size = 0;
-    EXPECT_FALSE(WinHttpReceiveResponse(request, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_STATE));
-    EXPECT_FALSE(WinHttpQueryDataAvailable(request, &size));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_WINHTTP_INCORRECT_HANDLE_STATE));
+    EXPECT_EQ(ErrorOf(WinHttpReceiveResponse(request, nullptr)), DWORD{ERROR_WINHTTP_INCORRECT_HANDLE_STATE});
+    EXPECT_EQ(ErrorOf(WinHttpQueryDataAvailable(request, &size)), DWORD{ERROR_WINHTTP_INCORRECT_HANDLE_STATE});
 
     // The parents may go first.
     EXPECT_TRUE(WinHttpCloseHandle(session));
@@ -288,8 +285,8 @@ TEST_F(WinHttp, KnowsItsHandles)
 
     WCHAR text[4] = {};
     size = 6;
-    EXPECT_FALSE(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &size, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(ErrorOf(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &size, nullptr)),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
     EXPECT_EQ(size, 8U);
     EXPECT_TRUE(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &size, nullptr));
     EXPECT_EQ(std::u16string(text), u"200");

@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <future>
 
 #include "tests/platform/http_call.h"
 
@@ -108,32 +107,6 @@ TEST_F(WinHttpTls, ReadsChangedRootsAgain)
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
     Trust(root_);
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
-}
-
-TEST_F(WinHttpTls, ServesManyThreadsAtOnce)
-{
-    const Credentials identity("kv.test", &root_, -1, 1);
-    RawServer server(
-        [](Peer& peer) {
-            const std::string request = peer.ReadRequest();
-            const std::string echo = request.substr(request.find("\r\n\r\n") + 4);
-            peer.Write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(echo.size()) + "\r\n\r\n" + echo);
-        },
-        &identity);
-    ConnectTo(Entry(443, server));
-    std::vector<std::future<std::string>> results;
-    std::vector<std::string> bodies;
-    for (int i = 0; i < 64; ++i)
-        bodies.push_back(std::string(static_cast<size_t>(i) * 100 + 1, static_cast<char>('0' + i)));
-    for (const std::string& body : bodies) {
-        results.push_back(std::async(std::launch::async, [&body] {
-            Call call{"kv.test", 443, "/", "POST"};
-            call.body = body.c_str();
-            return Perform(call).body;
-        }));
-    }
-    for (size_t i = 0; i < results.size(); ++i)
-        EXPECT_EQ(results[i].get(), bodies[i]);
 }
 
 TEST_F(WinHttpTls, ReturnsARedirectThatLeavesTls)

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/text.h"
-#include "platform/platform.h"
+#include "tests/platform/platform_root.h"
 
 namespace {
 
@@ -71,8 +70,7 @@ TEST(WinHttpCrackUrl, PointsIntoTheUrl)
     parts = {};
     parts.dwStructSize = sizeof(parts);
     parts.dwHostNameLength = 1;
-    EXPECT_FALSE(WinHttpCrackUrl(url.c_str(), length, ICU_DECODE, &parts));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), length, ICU_DECODE, &parts)), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
 // The program: command line, ready line, environment file, end.
-#include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "tests/vaultsim/sim_test.h"
 #include "vaultsim/files.h"
@@ -16,31 +15,17 @@ namespace {
 // vaultsim as a child process; its standard output can be read by lines.
 class Program {
   public:
-    explicit Program(std::vector<std::string> arguments)
+    explicit Program(const std::string& arguments)
+        : output_(popen(("echo $$; exec \"" VAULTSIM_PROGRAM "\" --quiet " + arguments).c_str(), "re"))
     {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            throw std::runtime_error("no pipe");
-        arguments.insert(arguments.begin(), VAULTSIM_PROGRAM);
-        std::vector<char*> argv;
-        for (std::string& argument : arguments)
-            argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(ends[1], 1);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        close(ends[1]);
-        output_ = fdopen(ends[0], "r");
+        pid_ = std::stoi(ReadLine());
     }
     ~Program()
     {
-        if (pid_ > 0)
-            kill(pid_, SIGKILL);
+        if (!output_)
+            return;
+        Signal(SIGKILL);
         Wait();
-        fclose(output_);
     }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
@@ -53,16 +38,13 @@ class Program {
     void Signal(int signal) const { kill(pid_, signal); }
     int Wait()  // its exit code, or -1
     {
-        int status = -1;
-        if (pid_ > 0)
-            waitpid(pid_, &status, 0);
-        pid_ = 0;
+        const int status = pclose(std::exchange(output_, nullptr));
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
   private:
+    FILE* output_;
     pid_t pid_ = 0;
-    FILE* output_ = nullptr;
 };
 
 int PortIn(const std::string& line, const std::string& name)
@@ -87,7 +69,7 @@ class ProgramTest : public testing::Test {
 
 TEST_F(ProgramTest, ServesFromTheReadyLineUntilItIsStopped)
 {
-    Program program({"--dir", directory, "--vault", "fabrikam:standard", "--tenant", "t", "--arc", "--quiet"});
+    Program program("--dir \"" + directory + "\" --vault fabrikam:standard --tenant t --arc");
     const std::string ready = program.ReadLine();
     const auto port = [&](const char* name) { return std::to_string(PortIn(ready, name)); };
     EXPECT_EQ(ready, "ready control=" + port("control") + " tls=" + port("tls") + " http=" + port("http") +
@@ -112,7 +94,7 @@ TEST_F(ProgramTest, AnAuthorityIsKeptAndASignalEndsIt)
 {
     std::string authority;
     for (int signal : {SIGTERM, SIGINT}) {
-        Program program({"--dir", directory, "--quiet"});
+        Program program("--dir \"" + directory + "\"");
         ASSERT_NE(program.ReadLine(), "");
         const std::string now = *vaultsim::ReadFile(directory + "/ca.pem");
         EXPECT_TRUE(authority.empty() || authority == now);

@@ -5,11 +5,10 @@ namespace {
 
 struct RefusalRow {
     const char* name;
-    const char* method;
-    const char* target;
-    Json body;
-    int status;
-    const char* code;
+    const char* target;  // without the interface's version
+    Json body;           // null: a GET
+    int status = 400;
+    const char* code = "BadParameter";
     const char* inner = "";
     const char* vault = "contoso-keys";
 };
@@ -35,146 +34,65 @@ TEST_F(RefusalTest, RequestsAreRefusedAsTheServiceRefusesThem)
 
     const Json rs256 = {{"alg", "RS256"}, {"value", kDigest32}};
     const Json dummy = {{"subject", "CN=x"}};
+    const auto certificate = [&dummy](const Json& key) {
+        return Json{{"policy", {{"key_props", key}, {"x509_props", dummy}}}};
+    };
     const RefusalRow rows[] = {
-        {"no version of the interface", "GET", "/keys", nullptr, 400, "BadParameter"},
-        {"unknown version of the interface", "GET", "/keys?api-version=2015-06-01", nullptr, 400, "BadParameter"},
-        {"no such key", "GET", "/keys/none?api-version=7.0", nullptr, 404, "KeyNotFound"},
-        {"no such version", "GET", "/keys/rsa/0123?api-version=7.0", nullptr, 404, "KeyNotFound"},
-        {"no such certificate", "GET", "/certificates/none?api-version=7.0", nullptr, 404, "CertificateNotFound"},
-        {"no name", "GET", "/keys/a_b?api-version=7.0", nullptr, 400, "BadParameter"},
-        {"no such operation", "POST", "/keys/rsa//shred?api-version=7.0", rs256, 400, "BadParameter"},
-        {"a merge among the keys",
-         "POST",
-         "/keys/rsa/pending/merge?api-version=7.0",
-         {{"x5c", {"AA"}}},
-         400,
-         "BadParameter"},
-        {"no JSON", "POST", "/keys/a/create?api-version=7.0", "text", 400, "BadParameter"},
-        {"no kty", "POST", "/keys/a/create?api-version=7.0", Json::object(), 400, "BadParameter"},
-        {"kty in lower case", "POST", "/keys/a/create?api-version=7.0", {{"kty", "rsa"}}, 400, "BadParameter"},
-        {"odd size",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "RSA"}, {"key_size", 1024}},
-         400,
-         "BadParameter"},
-        {"size is no number",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "RSA"}, {"key_size", "2k"}},
-         400,
-         "BadParameter"},
-        {"512 bits of P-521",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "EC"}, {"crv", "P-521"}, {"key_size", 512}},
-         400,
-         "BadParameter"},
-        {"no such curve",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "EC"}, {"crv", "P-192"}},
-         400,
-         "BadParameter"},
-        {"no such key operation",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "EC"}, {"key_ops", {"fly"}}},
-         400,
-         "BadParameter"},
-        {"tags that are no texts",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "EC"}, {"tags", {{"a", 1}}}},
-         400,
-         "BadParameter"},
-        {"hardware in a standard vault",
-         "POST",
-         "/keys/a/create?api-version=7.0",
-         {{"kty", "RSA-HSM"}},
-         400,
-         "BadParameter",
-         "",
-         "fabrikam"},
-        {"the key of a certificate", "POST", "/keys/cert/create?api-version=7.0", {{"kty", "RSA"}}, 409, "Conflict"},
-        {"a key's name for a certificate",
-         "POST",
-         "/certificates/rsa/create?api-version=7.0",
-         {{"policy", {{"x509_props", dummy}}}},
-         409,
-         "Conflict"},
-        {"no policy", "POST", "/certificates/a/create?api-version=7.0", Json::object(), 400, "BadParameter"},
-        {"no subject",
-         "POST",
-         "/certificates/a/create?api-version=7.0",
-         {{"policy", Json::object()}},
-         400,
-         "BadParameter"},
+        {"no such key", "/keys/none", nullptr, 404, "KeyNotFound"},
+        {"no such version", "/keys/rsa/0123", nullptr, 404, "KeyNotFound"},
+        {"no such certificate", "/certificates/none", nullptr, 404, "CertificateNotFound"},
+        {"no name", "/keys/a_b", nullptr},
+        {"no such operation", "/keys/rsa//shred", rs256},
+        {"a merge among the keys", "/keys/rsa/pending/merge", {{"x5c", {"AA"}}}},
+        {"no JSON", "/keys/a/create", "text"},
+        {"no kty", "/keys/a/create", Json::object()},
+        {"kty in lower case", "/keys/a/create", {{"kty", "rsa"}}},
+        {"odd size", "/keys/a/create", {{"kty", "RSA"}, {"key_size", 1024}}},
+        {"size is no number", "/keys/a/create", {{"kty", "RSA"}, {"key_size", "2k"}}},
+        {"512 bits of P-521", "/keys/a/create", {{"kty", "EC"}, {"crv", "P-521"}, {"key_size", 512}}},
+        {"no such curve", "/keys/a/create", {{"kty", "EC"}, {"crv", "P-192"}}},
+        {"no such key operation", "/keys/a/create", {{"kty", "EC"}, {"key_ops", {"fly"}}}},
+        {"tags that are no texts", "/keys/a/create", {{"kty", "EC"}, {"tags", {{"a", 1}}}}},
+        {"hardware in a standard vault", "/keys/a/create", {{"kty", "RSA-HSM"}}, 400, "BadParameter", "", "fabrikam"},
+        {"the key of a certificate", "/keys/cert/create", {{"kty", "RSA"}}, 409, "Conflict"},
+        {"a key's name for a certificate", "/certificates/rsa/create", certificate({}), 409, "Conflict"},
+        {"no policy", "/certificates/a/create", Json::object()},
+        {"no subject", "/certificates/a/create", {{"policy", Json::object()}}},
         {"a subject that is no name",
-         "POST",
-         "/certificates/a/create?api-version=7.0",
-         {{"policy", {{"x509_props", {{"subject", "Acme, Inc."}}}}}},
-         400,
-         "BadParameter"},
-        {"another kind of key to reuse",
-         "POST",
-         "/certificates/cert/create?api-version=7.0",
-         {{"policy", {{"key_props", {{"kty", "RSA"}, {"reuse_key", true}}}, {"x509_props", dummy}}}},
-         400,
-         "BadParameter"},
-        {"a hardware key that leaves",
-         "POST",
-         "/certificates/a/create?api-version=7.0",
-         {{"policy", {{"key_props", {{"kty", "RSA-HSM"}, {"exportable", true}}}, {"x509_props", dummy}}}},
-         400,
-         "BadParameter"},
-        {"no algorithm", "POST", "/keys/rsa//sign?api-version=7.0", {{"value", kDigest32}}, 400, "BadParameter"},
-        {"no such algorithm",
-         "POST",
-         "/keys/rsa//sign?api-version=7.0",
-         {{"alg", "RS1"}, {"value", kDigest32}},
-         400,
-         "BadParameter"},
-        {"a digest that is too long",
-         "POST",
-         "/keys/rsa//sign?api-version=7.0",
-         {{"alg", "RS256"}, {"value", kDigest48}},
-         400,
-         "BadParameter"},
-        {"a digest that is no Base64",
-         "POST",
-         "/keys/rsa//sign?api-version=7.0",
-         {{"alg", "RS256"}, {"value", "*"}},
-         400,
-         "BadParameter"},
-        {"no digest", "POST", "/keys/rsa//sign?api-version=7.0", {{"alg", "RS256"}}, 400, "BadParameter"},
-        {"the algorithm of another curve",
-         "POST",
-         "/keys/wide//sign?api-version=7.0",
-         {{"alg", "ES256"}, {"value", kDigest32}},
-         400,
-         "BadParameter"},
-        {"a curve's algorithm on RSA",
-         "POST",
-         "/keys/rsa//sign?api-version=7.0",
-         {{"alg", "ES256"}, {"value", kDigest32}},
-         400,
-         "BadParameter"},
-        {"an RSA algorithm on a curve", "POST", "/keys/ec//sign?api-version=7.0", rs256, 400, "BadParameter"},
-        {"not among the key's operations", "POST", "/keys/narrow//sign?api-version=7.0", rs256, 403, "Forbidden",
-         "KeyOperationForbidden"},
-        {"a disabled key", "POST", "/keys/off//sign?api-version=7.0", rs256, 403, "Forbidden", "KeyDisabled"},
-        {"an expired key", "POST", "/keys/old//sign?api-version=7.0", rs256, 403, "Forbidden", "KeyExpired"},
-        {"a key of the future", "POST", "/keys/early//sign?api-version=7.0", rs256, 403, "Forbidden", "KeyNotYetValid"},
-        {"too long a page", "GET", "/keys?api-version=7.0&maxresults=26", nullptr, 400, "BadParameter"},
-        {"a page from nowhere", "GET", "/keys?api-version=7.0&$skiptoken=AAAA", nullptr, 400, "BadParameter"},
+         "/certificates/a/create",
+         {{"policy", {{"x509_props", {{"subject", "Acme, Inc."}}}}}}},
+        {"another kind of key to reuse", "/certificates/cert/create",
+         certificate({{"kty", "RSA"}, {"reuse_key", true}})},
+        {"a hardware key that leaves", "/certificates/a/create",
+         certificate({{"kty", "RSA-HSM"}, {"exportable", true}})},
+        {"no algorithm", "/keys/rsa//sign", {{"value", kDigest32}}},
+        {"no such algorithm", "/keys/rsa//sign", {{"alg", "RS1"}, {"value", kDigest32}}},
+        {"a digest that is too long", "/keys/rsa//sign", {{"alg", "RS256"}, {"value", kDigest48}}},
+        {"more than the padding leaves", "/keys/rsa//sign", {{"alg", "RSNULL"}, {"value", std::string(328, 'A')}}},
+        {"a digest that is no Base64", "/keys/rsa//sign", {{"alg", "RS256"}, {"value", "*"}}},
+        {"no digest", "/keys/rsa//sign", {{"alg", "RS256"}}},
+        {"the algorithm of another curve", "/keys/wide//sign", {{"alg", "ES256"}, {"value", kDigest32}}},
+        {"a curve's algorithm on RSA", "/keys/rsa//sign", {{"alg", "ES256"}, {"value", kDigest32}}},
+        {"an RSA algorithm on a curve", "/keys/ec//sign", rs256},
+        {"nothing that was encrypted", "/keys/rsa//decrypt", {{"alg", "RSA1_5"}, {"value", std::string(342, 'A')}}},
+        {"not among the key's operations", "/keys/narrow//sign", rs256, 403, "Forbidden", "KeyOperationForbidden"},
+        {"a disabled key", "/keys/off//sign", rs256, 403, "Forbidden", "KeyDisabled"},
+        {"an expired key", "/keys/old//sign", rs256, 403, "Forbidden", "KeyExpired"},
+        {"a key of the future", "/keys/early//sign", rs256, 403, "Forbidden", "KeyNotYetValid"},
     };
     for (const RefusalRow& row : rows) {
         SCOPED_TRACE(row.name);
-        const Reply reply = Vault(row.method, row.target, row.body, row.vault);
+        const std::string target = std::string(row.target) + "?api-version=7.0";
+        const Reply reply = Vault(row.body.is_null() ? "GET" : "POST", target, row.body, row.vault);
         EXPECT_EQ(reply.status, row.status) << reply.body;
         EXPECT_EQ(reply.Code(), row.code);
         EXPECT_EQ(reply.Inner(), row.inner);
+    }
+    for (const char* query :
+         {"", "?api-version=2015-06-01", "?api-version=7.0&maxresults=26", "?api-version=7.0&$skiptoken=AAAA"}) {
+        const Reply reply = Vault("GET", std::string("/keys") + query);
+        EXPECT_EQ(reply.status, 400) << query;
+        EXPECT_EQ(reply.Code(), "BadParameter") << query;
     }
 }
 

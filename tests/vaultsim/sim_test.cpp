@@ -63,12 +63,6 @@ Json SimTest::Control(const std::string& method, const std::string& path, const 
     return reply.json();
 }
 
-std::string SimTest::PublicKeyPem(const std::string& name)
-{
-    httplib::ClientImpl client("127.0.0.1", Sim().controlPort());
-    return Send(client, "GET", "/vaults/contoso-keys/keys/" + name + "/pem", {}, "").body;
-}
-
 std::string SimTest::LastFault()
 {
     const Json fault = Control("GET", "/journal")["requests"].back()["fault"];
@@ -116,7 +110,7 @@ Reply SimTest::Identity(const char* listener, const std::string& target, const h
     return Send(client, "GET", target, headers, "");
 }
 
-std::string SimTest::Raw(int port, const std::string& bytes, bool* reset)
+std::string SimTest::Raw(int port, const std::string& bytes)
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address = {};
@@ -124,15 +118,12 @@ std::string SimTest::Raw(int port, const std::string& bytes, bool* reset)
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     std::string answer;
-    ssize_t got = -1;
     if (connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
         send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
         char piece[4096];
-        while ((got = recv(socket, piece, sizeof piece, 0)) > 0)
+        for (ssize_t got = 0; (got = recv(socket, piece, sizeof piece, 0)) > 0;)
             answer.append(piece, static_cast<size_t>(got));
     }
-    if (reset)
-        *reset = got < 0;
     close(socket);
     return answer;
 }

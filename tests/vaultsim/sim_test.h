@@ -28,7 +28,6 @@ class SimTest : public testing::Test {
 
     // A call on the control port; fails the test unless the answer is 200.
     static Json Control(const std::string& method, const std::string& path, const Json& body = Json::object());
-    static std::string PublicKeyPem(const std::string& name);
     static std::string LastFault();  // of the journal
 
     // A client that trusts the simulator's authority and finds the host on loopback.
@@ -45,8 +44,8 @@ class SimTest : public testing::Test {
     // GET on one of the identity services.
     static Reply Identity(const char* listener, const std::string& target, const httplib::Headers& headers);
 
-    // Sends bytes to a plain listener and reads to the end. `*reset`: the connection was broken.
-    static std::string Raw(int port, const std::string& bytes, bool* reset = nullptr);
+    // Sends bytes to a plain listener and reads to the end.
+    static std::string Raw(int port, const std::string& bytes);
 };
 
 // A sample of what the live service sent.
