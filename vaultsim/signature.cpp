@@ -143,7 +143,9 @@ std::string SignDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const
 bool VerifyDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const std::string& digest,
                   const std::string& signature)
 {
-    if (algorithm.curve && signature.size() != 2 * static_cast<size_t>(HalfSize(key)))
+    // OpenSSL takes some RSA signatures without their leading zeros.
+    const int size = algorithm.curve ? 2 * HalfSize(key) : EVP_PKEY_get_size(key);
+    if (signature.size() != static_cast<size_t>(size))
         return false;
     const std::string raw = algorithm.curve ? ToDer(key, signature) : signature;
     const PkeyCtxPtr context = NewContext(key);

@@ -1,7 +1,6 @@
-// What a PCCERT_CONTEXT leads to. Counted; it holds a reference to its store.
+// What a PCCERT_CONTEXT leads to. It holds a reference to its store.
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,9 +24,6 @@ class CertificateContext : public CERT_CONTEXT {
     static std::unique_ptr<CertificateContext> Make(DWORD encodingType, std::string_view encoded,
                                                     CertificateStore* store, LONG* error);
 
-    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
-    void DropReference();
-
     CertificateStore* store() const { return store_.get(); }
     const std::string& sha1() const { return sha1_; }
     std::string FileName() const { return CertificateStore::FileNameOf(sha1_); }
@@ -44,15 +40,9 @@ class CertificateContext : public CERT_CONTEXT {
   private:
     CertificateContext() : CERT_CONTEXT{} {}
 
-    std::atomic<int> references_{1};
     Certificate certificate_;
     std::string sha1_;
     StoreRef store_;
     mutable std::mutex mutex_;
     std::optional<KeyProviderInfo> keyProvider_;
 };
-
-struct ContextReferenceDropper {
-    void operator()(CertificateContext* context) const { context->DropReference(); }
-};
-using ContextRef = std::unique_ptr<CertificateContext, ContextReferenceDropper>;

@@ -30,12 +30,10 @@ struct DirectoryCloser {
 
 }  // namespace
 
-int CertificateStore::DropReference()
+void CertificateStore::DropReference()
 {
-    const int left = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0)
+    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete this;
-    return left;
 }
 
 LONG CertificateStore::List(std::vector<std::string>* names) const

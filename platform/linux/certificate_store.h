@@ -24,8 +24,8 @@ class CertificateStore {
     CertificateStore& operator=(const CertificateStore&) = delete;
 
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
-    // How many are left. At 0 the store is gone.
-    int DropReference();
+    // The store goes with its last one.
+    void DropReference();
 
     bool IsReadOnly() const { return readOnly_; }
 

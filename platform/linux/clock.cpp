@@ -10,16 +10,8 @@
 
 namespace {
 
-constexpr ULONGLONG kUnixEpochAsFileTime = 116444736000000000ULL;
 // The end of the year 3000, where the published calls end.
 constexpr __time64_t kLastTime = 32535215999;
-
-timespec Now(clockid_t clock)
-{
-    timespec now;
-    clock_gettime(clock, &now);
-    return now;
-}
 
 bool IsWithinRange(const __time64_t* time)
 {
@@ -54,43 +46,13 @@ void WINAPI Sleep(DWORD waitMs)
     }
 }
 
-void WINAPI GetSystemTimeAsFileTime(LPFILETIME time)
-{
-    const timespec now = Now(CLOCK_REALTIME);
-    const ULONGLONG ticks = kUnixEpochAsFileTime + static_cast<ULONGLONG>(now.tv_sec) * 10000000ULL +
-                            static_cast<ULONGLONG>(now.tv_nsec) / 100ULL;
-    time->dwLowDateTime = static_cast<DWORD>(ticks);
-    time->dwHighDateTime = static_cast<DWORD>(ticks >> 32);
-}
-
-void WINAPI GetSystemTime(LPSYSTEMTIME time)
-{
-    const timespec now = Now(CLOCK_REALTIME);
-    struct tm parts;
-    memset(&parts, 0, sizeof parts);
-    gmtime_r(&now.tv_sec, &parts);
-    time->wYear = static_cast<WORD>(parts.tm_year + 1900);
-    time->wMonth = static_cast<WORD>(parts.tm_mon + 1);
-    time->wDayOfWeek = static_cast<WORD>(parts.tm_wday);
-    time->wDay = static_cast<WORD>(parts.tm_mday);
-    time->wHour = static_cast<WORD>(parts.tm_hour);
-    time->wMinute = static_cast<WORD>(parts.tm_min);
-    time->wSecond = static_cast<WORD>(parts.tm_sec);
-    time->wMilliseconds = static_cast<WORD>(now.tv_nsec / 1000000);
-}
-
-ULONGLONG WINAPI GetTickCount64()
-{
-    const timespec now = Now(CLOCK_MONOTONIC);
-    return static_cast<ULONGLONG>(now.tv_sec) * 1000ULL + static_cast<ULONGLONG>(now.tv_nsec) / 1000000ULL;
-}
-
 __time64_t _time64(__time64_t* time)
 {
-    const __time64_t now = Now(CLOCK_REALTIME).tv_sec;
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
     if (time != nullptr)
-        *time = now;
-    return now;
+        *time = now.tv_sec;
+    return now.tv_sec;
 }
 
 errno_t _gmtime64_s(struct tm* result, const __time64_t* time)

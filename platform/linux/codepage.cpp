@@ -104,10 +104,9 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int so
     // UTF-8 has no default character: the replacement is always U+FFFD.
     if (defaultChar != nullptr || usedDefaultChar != nullptr)
         return FailConversion(ERROR_INVALID_PARAMETER);
-    if ((flags & ~WC_ERR_INVALID_CHARS) != 0)
+    if (flags != 0)
         return FailConversion(ERROR_INVALID_FLAGS);
-    return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), flags != 0, output,
-                                   outputSize);
+    return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), false, output, outputSize);
 }
 
 int WINAPI CompareStringOrdinal(LPCWCH first, int firstLength, LPCWCH second, int secondLength, BOOL ignoreCase)

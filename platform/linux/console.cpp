@@ -21,8 +21,6 @@ HANDLE WINAPI GetStdHandle(DWORD which)
     switch (which) {
         case STD_INPUT_HANDLE:
             return StandardHandle(STDIN_FILENO);
-        case STD_OUTPUT_HANDLE:
-            return StandardHandle(STDOUT_FILENO);
         case STD_ERROR_HANDLE:
             return StandardHandle(STDERR_FILENO);
         default:

@@ -28,9 +28,7 @@ LONG GiveOutKeyProvider(const std::optional<KeyProviderInfo>& info, void* data, 
 LONG ReadKeyProvider(const void* data, std::optional<KeyProviderInfo>* info)
 {
     const CRYPT_KEY_PROV_INFO* published = static_cast<const CRYPT_KEY_PROV_INFO*>(data);
-    if (published == nullptr)
-        return ERROR_SUCCESS;
-    if (published->cProvParam != 0)
+    if (published == nullptr || published->cProvParam != 0)
         return E_INVALIDARG;
     *info = KeyProviderInfo{std::u16string(ViewOf(published->pwszContainerName)),
                             std::u16string(ViewOf(published->pwszProvName)), published->dwProvType, published->dwFlags,
@@ -58,12 +56,6 @@ std::unique_ptr<CertificateContext> CertificateContext::Make(DWORD encodingType,
         context->store_.reset(store);
     }
     return context;
-}
-
-void CertificateContext::DropReference()
-{
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete this;
 }
 
 std::optional<KeyProviderInfo> CertificateContext::keyProvider() const
@@ -110,17 +102,9 @@ PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYT
     return context.release();
 }
 
-PCCERT_CONTEXT WINAPI CertDuplicateCertificateContext(PCCERT_CONTEXT context)
-{
-    if (context != nullptr)
-        CertificateContext::From(context)->AddReference();
-    return context;
-}
-
 BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context)
 {
-    if (context != nullptr)
-        CertificateContext::From(context)->DropReference();
+    delete CertificateContext::From(context);
     return TRUE;
 }
 

@@ -1,10 +1,9 @@
-// Structures laid out for the caller: CryptDecodeObject for certificate requests, and CryptExportPublicKeyInfo.
+// CryptDecodeObject: a certificate request, laid out for the caller.
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/linux/outcome.h"
-#include "platform/linux/software_key.h"
 #include "platform/linux/structure_block.h"
 #include "platform/linux/two_call.h"
 #include "platform/linux/win_certificates.h"
@@ -114,24 +113,5 @@ BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE*
         StructureBlock block(structure);
         AppendRequest(parts, &block);
         return GiveOut(block.bytes(), structure, size);
-    });
-}
-
-BOOL WINAPI CryptExportPublicKeyInfo(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD, DWORD encodingType,
-                                     PCERT_PUBLIC_KEY_INFO publicKey, DWORD* size)
-{
-    if (size == nullptr || (encodingType & X509_ASN_ENCODING) == 0)
-        return Fail(E_INVALIDARG);
-    return Succeeds([&]() -> LONG {
-        std::string encoded;
-        LONG error = SoftwarePublicKey(key, &encoded);
-        DerReader reader(encoded, &error);
-        const PublicKeyParts parts = TakePublicKey(&reader);
-        if (error != ERROR_SUCCESS)
-            return error;
-        StructureBlock block(publicKey);
-        const size_t offset = block.Reserve(sizeof(CERT_PUBLIC_KEY_INFO));
-        block.Put(offset, AppendPublicKey(parts, &block));
-        return GiveOut(block.bytes(), publicKey, size);
     });
 }

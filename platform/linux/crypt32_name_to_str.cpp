@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/linux/name_attributes.h"
 #include "platform/linux/outcome.h"
@@ -14,7 +13,6 @@
 
 namespace {
 
-constexpr DWORD kTypeMask = 0xFFFF;
 constexpr std::u16string_view kQuoted = u",+=\"\n<>#;";
 constexpr std::u16string_view kBlanks = u" \t\r\n";
 
@@ -57,7 +55,7 @@ std::u16string HexOf(std::string_view bytes)
 }
 
 // False when the value is no text.
-bool ReadValue(const DerElement& value, DWORD strType, std::u16string* text)
+bool ReadValue(const DerElement& value, std::u16string* text)
 {
     switch (value.tag) {
         case kDerUtf8String:
@@ -65,9 +63,8 @@ bool ReadValue(const DerElement& value, DWORD strType, std::u16string* text)
             return true;
         case kDerT61String:
             // Long used for UTF-8, and so read as such when it is.
-            if ((strType & CERT_NAME_STR_DISABLE_IE4_UTF8_FLAG) == 0 && ToUtf16Strict(value.content, text))
-                return true;
-            *text = FromLatin1(value.content);
+            if (!ToUtf16Strict(value.content, text))
+                *text = FromLatin1(value.content);
             return true;
         case kDerNumericString:
         case kDerPrintableString:
@@ -101,50 +98,35 @@ std::u16string Quoted(const std::u16string& value)
     return text += u'"';
 }
 
-std::u16string ValueText(const DerElement& value, DWORD strType)
+std::u16string ValueText(const DerElement& value)
 {
     std::u16string text;
-    if (!ReadValue(value, strType, &text))
+    if (!ReadValue(value, &text))
         return HexOf(value.tag == kDerOctetString ? value.content : value.whole);
-    const bool quotes = (strType & CERT_NAME_STR_NO_QUOTING_FLAG) == 0 && NeedsQuotes(text);
-    return quotes ? Quoted(text) : text;
+    return NeedsQuotes(text) ? Quoted(text) : text;
 }
 
 // With the equals sign.
 std::u16string KeyText(const std::string& objectId, DWORD strType)
 {
-    switch (strType & kTypeMask) {
-        case CERT_OID_NAME_STR:
-            return ToUtf16(objectId) + u"=";
-        case CERT_X500_NAME_STR: {
-            const NameAttribute* known = FindAttributeById(objectId);
-            return known == nullptr ? u"OID." + ToUtf16(objectId) + u"=" : std::u16string(known->key) + u"=";
-        }
-        default:
-            return u"";
-    }
+    if (strType == CERT_SIMPLE_NAME_STR)
+        return u"";
+    const NameAttribute* known = FindAttributeById(objectId);
+    return known == nullptr ? u"OID." + ToUtf16(objectId) + u"=" : std::u16string(known->key) + u"=";
 }
 
 std::u16string RelativeNameText(DerReader* set, DWORD strType)
 {
-    const std::u16string_view divider = (strType & CERT_NAME_STR_NO_PLUS_FLAG) != 0 ? u" " : u" + ";
     std::u16string text;
     while (!set->AtEnd()) {
         DerReader attribute = set->Inside(set->Take(kDerSequence));
         const std::string objectId = TakeObjectId(&attribute);
         const DerElement value = attribute.TakeAny();
         if (!text.empty())
-            text += divider;
-        text += KeyText(objectId, strType) + ValueText(value, strType);
+            text += u" + ";
+        text += KeyText(objectId, strType) + ValueText(value);
     }
     return text;
-}
-
-std::u16string_view DividerOf(DWORD strType)
-{
-    if ((strType & CERT_NAME_STR_SEMICOLON_FLAG) != 0)
-        return u"; ";
-    return (strType & CERT_NAME_STR_CRLF_FLAG) != 0 ? u"\r\n" : u", ";
 }
 
 LONG WholeNameText(const CERT_NAME_BLOB& name, DWORD strType, std::u16string* text)
@@ -152,21 +134,13 @@ LONG WholeNameText(const CERT_NAME_BLOB& name, DWORD strType, std::u16string* te
     LONG error = ERROR_SUCCESS;
     DerReader outer(BytesOf(name.pbData, name.cbData), &error);
     DerReader sequence = outer.Inside(outer.Take(kDerSequence));
-    std::vector<std::u16string> parts;
     while (!sequence.AtEnd()) {
         DerReader set = sequence.Inside(sequence.Take(kDerSet));
-        parts.push_back(RelativeNameText(&set, strType));
+        if (!text->empty())
+            *text += u", ";
+        *text += RelativeNameText(&set, strType);
     }
-    if (error != ERROR_SUCCESS)
-        return error;
-    if ((strType & CERT_NAME_STR_REVERSE_FLAG) != 0)
-        std::reverse(parts.begin(), parts.end());
-    for (const std::u16string& part : parts) {
-        if (&part != &parts.front())
-            *text += DividerOf(strType);
-        *text += part;
-    }
-    return ERROR_SUCCESS;
+    return error;
 }
 
 }  // namespace
@@ -177,8 +151,7 @@ DWORD WINAPI CertNameToStrW(DWORD, PCERT_NAME_BLOB name, DWORD strType, LPWSTR t
     if (text != nullptr && room > 0)
         text[0] = 0;
     Succeeds([&]() -> LONG {
-        const DWORD type = strType & kTypeMask;
-        if (name == nullptr || type < CERT_SIMPLE_NAME_STR || type > CERT_X500_NAME_STR)
+        if (name == nullptr || (strType != CERT_SIMPLE_NAME_STR && strType != CERT_X500_NAME_STR))
             return E_INVALIDARG;
         std::u16string whole;
         const LONG error = WholeNameText(*name, strType, &whole);

@@ -15,8 +15,9 @@
 
 namespace {
 
-constexpr DWORD kLocationMask = 0x00FF0000;
 constexpr std::u16string_view kMyStore = u"My";
+
+using ContextPtr = std::unique_ptr<CertificateContext>;
 
 CertificateStore* StoreOf(HCERTSTORE store)
 {
@@ -26,7 +27,7 @@ CertificateStore* StoreOf(HCERTSTORE store)
 // Empty for a location that is not offered.
 std::string DirectoryOf(DWORD flags)
 {
-    switch (flags & kLocationMask) {
+    switch (flags & ~CERT_STORE_READONLY_FLAG) {
         case CERT_SYSTEM_STORE_LOCAL_MACHINE:
             return RootDirectory() + "/certstore/My";
         case CERT_SYSTEM_STORE_CURRENT_USER:
@@ -36,10 +37,9 @@ std::string DirectoryOf(DWORD flags)
     }
 }
 
-LONG PrepareDirectory(const std::string& directory, DWORD flags)
+LONG PrepareDirectory(const std::string& directory, bool readOnly)
 {
-    const bool readOnly = (flags & CERT_STORE_READONLY_FLAG) != 0;
-    if (!readOnly && (flags & CERT_STORE_OPEN_EXISTING_FLAG) == 0) {
+    if (!readOnly) {
         const LONG error = MakeDirectories(directory);
         if (error != ERROR_SUCCESS)
             return error;
@@ -47,14 +47,13 @@ LONG PrepareDirectory(const std::string& directory, DWORD flags)
     const int wanted = R_OK | X_OK | (readOnly ? 0 : W_OK);
     if (faccessat(AT_FDCWD, directory.c_str(), wanted, AT_EACCESS) == 0)
         return ERROR_SUCCESS;
-    const bool mayBeMissing = readOnly && (flags & CERT_STORE_OPEN_EXISTING_FLAG) == 0;
-    return errno == ENOENT && mayBeMissing ? ERROR_SUCCESS : ErrorFromErrno(errno);
+    return errno == ENOENT && readOnly ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
 // The context of a certificate as it stands in the store.
-ContextRef MakeStoreContext(CertificateStore* store, DWORD encodingType, CertificateRecord stored, LONG* error)
+ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, CertificateRecord stored, LONG* error)
 {
-    ContextRef context(CertificateContext::Make(encodingType, stored.der, store, error).release());
+    ContextPtr context = CertificateContext::Make(encodingType, stored.der, store, error);
     if (context != nullptr)
         context->KeepKeyProvider(std::move(stored.keyProvider));
     return context;
@@ -79,7 +78,7 @@ LONG FindPlace(CertificateStore* store, const CertificateContext* previous, Stor
     return ERROR_SUCCESS;
 }
 
-LONG FindNext(CertificateStore* store, const CertificateContext* previous, ContextRef* next)
+LONG FindNext(CertificateStore* store, const CertificateContext* previous, ContextPtr* next)
 {
     if (previous != nullptr && previous->store() != store)
         return E_INVALIDARG;
@@ -103,14 +102,12 @@ LONG FindNext(CertificateStore* store, const CertificateContext* previous, Conte
     return CRYPT_E_NOT_FOUND;
 }
 
-LONG AddToStore(CertificateContext* added, DWORD disposition)
+LONG AddToStore(CertificateContext* added)
 {
     std::optional<KeyProviderInfo> kept;
     const LONG error =
         added->store()->Rewrite(added->FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) -> LONG {
-            if (loaded == ERROR_SUCCESS && disposition == CERT_STORE_ADD_NEW)
-                return CRYPT_E_EXISTS;
-            if (loaded == ERROR_SUCCESS && disposition == CERT_STORE_ADD_USE_EXISTING) {
+            if (loaded == ERROR_SUCCESS) {
                 kept = stored->keyProvider;
                 return ERROR_SUCCESS;
             }
@@ -137,26 +134,26 @@ HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD, HCRYPTPROV_LEGACY, DWORD
             return E_INVALIDARG;
         if (provider != CERT_STORE_PROV_SYSTEM_W || !EqualIgnoringCase(ViewOf(static_cast<LPCWSTR>(name)), kMyStore))
             return ERROR_FILE_NOT_FOUND;
-        const LONG error = PrepareDirectory(directory, flags);
+        const bool readOnly = (flags & CERT_STORE_READONLY_FLAG) != 0;
+        const LONG error = PrepareDirectory(directory, readOnly);
         if (error == ERROR_SUCCESS)
-            store = new CertificateStore(directory, (flags & CERT_STORE_READONLY_FLAG) != 0);
+            store = new CertificateStore(directory, readOnly);
         return error;
     });
     return store;
 }
 
-BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD flags)
+BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD)
 {
-    if (store == nullptr)
-        return TRUE;
-    const bool hasContexts = StoreOf(store)->DropReference() > 0;
-    return hasContexts && (flags & CERT_CLOSE_STORE_CHECK_FLAG) != 0 ? Fail(CRYPT_E_PENDING_CLOSE) : TRUE;
+    if (store != nullptr)
+        StoreOf(store)->DropReference();
+    return TRUE;
 }
 
 PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTEXT previous)
 {
-    const ContextRef freed(CertificateContext::From(previous));
-    ContextRef next;
+    const ContextPtr freed(CertificateContext::From(previous));
+    ContextPtr next;
     Succeeds([&]() -> LONG { return store == nullptr ? E_INVALIDARG : FindNext(StoreOf(store), freed.get(), &next); });
     return next.release();
 }
@@ -167,16 +164,16 @@ BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingTyp
     if (context != nullptr)
         *context = nullptr;
     if (store == nullptr || (encodingType & X509_ASN_ENCODING) == 0 || (encoded == nullptr && size != 0) ||
-        disposition < CERT_STORE_ADD_NEW || disposition > CERT_STORE_ADD_ALWAYS)
+        disposition != CERT_STORE_ADD_USE_EXISTING)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
         LONG error = ERROR_SUCCESS;
         CertificateRecord given;
         given.der = BytesOf(encoded, size);
-        ContextRef added = MakeStoreContext(StoreOf(store), encodingType, std::move(given), &error);
+        ContextPtr added = MakeStoreContext(StoreOf(store), encodingType, std::move(given), &error);
         if (added == nullptr)
             return error;
-        error = AddToStore(added.get(), disposition);
+        error = AddToStore(added.get());
         if (error == ERROR_SUCCESS && context != nullptr)
             *context = added.release();
         return error;
@@ -185,7 +182,7 @@ BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingTyp
 
 BOOL WINAPI CertDeleteCertificateFromStore(PCCERT_CONTEXT context)
 {
-    const ContextRef freed(CertificateContext::From(context));
+    const ContextPtr freed(CertificateContext::From(context));
     if (freed == nullptr || freed->store() == nullptr)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG { return freed->store()->Remove(freed->FileName()); });

@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr DWORD kTypeMask = 0xFFFF;
 constexpr std::u16string_view kBlanks = u" \t\r\n";
+constexpr std::u16string_view kDividers = u",;";
 constexpr std::u16string_view kObjectIdPrefix = u"OID.";
 constexpr std::string_view kPrintableMarks = " '()+,-./:=?";
 
@@ -39,10 +39,9 @@ bool IsPrintable(char16_t unit)
            (unit < 0x80 && kPrintableMarks.find(static_cast<char>(unit)) != kPrintableMarks.npos);
 }
 
-template <char16_t kLimit>
-bool IsBelow(char16_t unit)
+bool IsAscii(char16_t unit)
 {
-    return unit < kLimit;
+    return unit < 0x80;
 }
 
 bool All(std::u16string_view text, bool (*test)(char16_t))
@@ -70,12 +69,8 @@ std::string BigEndian(std::u16string_view text)
 
 std::string EncodeDirectoryText(std::u16string_view text, DWORD strType)
 {
-    if ((strType & CERT_NAME_STR_FORCE_UTF8_DIR_STR_FLAG) != 0)
-        return MakeDer(kDerUtf8String, ToUtf8(text));
     if (All(text, IsPrintable))
         return MakeDer(kDerPrintableString, LowBytes(text));
-    if ((strType & CERT_NAME_STR_ENABLE_T61_UNICODE_FLAG) != 0 && All(text, IsBelow<0x100>))
-        return MakeDer(kDerT61String, LowBytes(text));
     if ((strType & CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != 0)
         return MakeDer(kDerUtf8String, ToUtf8(text));
     return MakeDer(kDerBmpString, BigEndian(text));
@@ -85,7 +80,7 @@ LONG EncodeText(NameText kind, std::u16string_view text, DWORD strType, std::str
 {
     if (kind == NameText::printable && !All(text, IsPrintable))
         return CRYPT_E_INVALID_PRINTABLE_STRING;
-    if (kind == NameText::ia5 && !All(text, IsBelow<0x80>))
+    if (kind == NameText::ia5 && !All(text, IsAscii))
         return CRYPT_E_INVALID_IA5_STRING;
     if (kind == NameText::directory)
         *value = EncodeDirectoryText(text, strType);
@@ -118,48 +113,35 @@ bool DecodeHex(std::u16string_view text, std::string* bytes)
 
 class NameParser {
   public:
-    NameParser(std::u16string_view text, DWORD strType) : text_(text), strType_(strType)
-    {
-        if ((strType & CERT_NAME_STR_CRLF_FLAG) != 0)
-            dividers_ = u"\r\n";
-        else if ((strType & CERT_NAME_STR_SEMICOLON_FLAG) != 0)
-            dividers_ = u";";
-        else if ((strType & CERT_NAME_STR_COMMA_FLAG) != 0)
-            dividers_ = u",";
-    }
+    NameParser(std::u16string_view text, DWORD strType) : text_(text), strType_(strType) {}
 
     // After a failure: how far the text was good.
     size_t position() const { return at_; }
 
     LONG Parse(std::string* name)
     {
-        std::vector<std::string> parts;
+        std::string content;
         while (!SkipBlanks()) {
             std::string part;
             const LONG error = ParseRelativeName(&part);
             if (error != ERROR_SUCCESS)
                 return error;
-            parts.push_back(std::move(part));
-        }
-        if ((strType_ & CERT_NAME_STR_REVERSE_FLAG) != 0)
-            std::reverse(parts.begin(), parts.end());
-        std::string content;
-        for (const std::string& part : parts)
             content += part;
+        }
         *name = MakeDer(kDerSequence, content);
         return ERROR_SUCCESS;
     }
 
   private:
     bool AtEnd() const { return at_ == text_.size(); }
-    bool AtDivider() const { return !AtEnd() && dividers_.find(text_[at_]) != dividers_.npos; }
-    bool AtPlus() const { return !AtEnd() && text_[at_] == u'+' && (strType_ & CERT_NAME_STR_NO_PLUS_FLAG) == 0; }
-    bool AtQuote() const { return !AtEnd() && text_[at_] == u'"' && (strType_ & CERT_NAME_STR_NO_QUOTING_FLAG) == 0; }
+    bool AtDivider() const { return !AtEnd() && kDividers.find(text_[at_]) != kDividers.npos; }
+    bool AtPlus() const { return !AtEnd() && text_[at_] == u'+'; }
+    bool AtQuote() const { return !AtEnd() && text_[at_] == u'"'; }
 
-    // True at the end of the text. A divider is not skipped, though it may be a line end.
+    // True at the end of the text.
     bool SkipBlanks()
     {
-        while (!AtEnd() && IsBlank(text_[at_]) && !AtDivider())
+        while (!AtEnd() && IsBlank(text_[at_]))
             at_++;
         return AtEnd();
     }
@@ -179,9 +161,7 @@ class NameParser {
             if (more)
                 at_++;
         }
-        // A line end may be two units, any other divider is one.
-        const bool isLineEnd = dividers_ == u"\r\n";
-        for (bool first = true; AtDivider() && (first || isLineEnd); first = false)
+        if (AtDivider())
             at_++;
         // DER wants the members of a set in order.
         std::sort(attributes.begin(), attributes.end());
@@ -258,7 +238,7 @@ class NameParser {
 
     LONG EncodePlain(std::u16string_view text, NameText kind, std::string* value) const
     {
-        if ((strType_ & CERT_NAME_STR_NO_QUOTING_FLAG) == 0 && text.find(u'"') != text.npos)
+        if (text.find(u'"') != text.npos)
             return CRYPT_E_INVALID_X500_STRING;
         if (text.empty() || text.front() != u'#')
             return EncodeText(kind, text, strType_, value);
@@ -271,15 +251,13 @@ class NameParser {
 
     std::u16string_view text_;
     DWORD strType_;
-    std::u16string_view dividers_ = u",;";
     size_t at_ = 0;
 };
 
 // *errorAt: units of `text` that were good, after a failure of the text's.
 LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* size, size_t* errorAt)
 {
-    const DWORD type = strType & kTypeMask;
-    if (size == nullptr || (type != 0 && type != CERT_OID_NAME_STR && type != CERT_X500_NAME_STR))
+    if (size == nullptr || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)
         return E_INVALIDARG;
     NameParser parser(text, strType);
     std::string name;

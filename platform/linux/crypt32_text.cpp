@@ -6,19 +6,10 @@
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr size_t kLineLength = 64;
-constexpr std::u16string_view kHeaderBegin = u"-----BEGIN CERTIFICATE-----";
-constexpr std::u16string_view kHeaderEnd = u"-----END CERTIFICATE-----";
 constexpr std::u16string_view kAnyBegin = u"-----BEGIN ";
 constexpr std::u16string_view kAnyEnd = u"-----END ";
+constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
 constexpr std::u16string_view kDashes = u"-----";
-
-std::u16string_view LineEndOf(DWORD flags)
-{
-    if ((flags & CRYPT_STRING_NOCRLF) != 0)
-        return u"";
-    return (flags & CRYPT_STRING_NOCR) != 0 ? u"\n" : u"\r\n";
-}
 
 // Writes the four characters of 1 to 3 bytes.
 void PutQuantum(const BYTE* data, size_t count, char16_t* out)
@@ -30,26 +21,14 @@ void PutQuantum(const BYTE* data, size_t count, char16_t* out)
         out[i] = i <= count ? static_cast<char16_t>(kAlphabet[(bits >> (18 - 6 * i)) & 0x3F]) : u'=';
 }
 
-size_t EncodedLength(size_t size, std::u16string_view lineEnd)
+// With the terminator.
+void Encode(const BYTE* data, size_t size, char16_t* out)
 {
-    const size_t chars = (size + 2) / 3 * 4;
-    return chars + (chars + kLineLength - 1) / kLineLength * lineEnd.size();
-}
-
-// Returns the place behind what it wrote: EncodedLength characters.
-char16_t* Encode(const BYTE* data, size_t size, std::u16string_view lineEnd, char16_t* out)
-{
-    size_t inLine = 0;
     for (size_t done = 0; done < size; done += 3) {
         PutQuantum(data + done, size - done < 3 ? size - done : 3, out);
         out += 4;
-        inLine += 4;
-        if (inLine == kLineLength || done + 3 >= size) {
-            out += lineEnd.copy(out, lineEnd.size());
-            inLine = 0;
-        }
     }
-    return out;
+    *out = 0;
 }
 
 bool IsSpace(char16_t c)
@@ -141,8 +120,8 @@ bool Decode(std::u16string_view text, Sink* sink)
     }
 }
 
-// The text between "-----BEGIN ...-----" and "-----END ...-----". *skipped: characters in front of the first.
-bool FindArmoured(std::u16string_view text, std::u16string_view* inner, size_t* skipped)
+// The text between "-----BEGIN ...-----" and "-----END ...-----".
+bool FindArmoured(std::u16string_view text, std::u16string_view* inner)
 {
     constexpr size_t kNone = std::u16string_view::npos;
     const size_t begin = text.find(kAnyBegin);
@@ -154,28 +133,14 @@ bool FindArmoured(std::u16string_view text, std::u16string_view* inner, size_t* 
     if (end == kNone || text.find(kDashes, end + kAnyEnd.size()) == kNone)
         return false;
     *inner = text.substr(start, end - start);
-    *skipped = begin;
     return true;
 }
 
-struct Decoded {
-    Sink sink;
-    size_t skipped = 0;
-    DWORD format = CRYPT_STRING_BASE64;
-};
-
-LONG DecodeAs(std::u16string_view text, DWORD format, Decoded* decoded)
+bool DecodeAs(std::u16string_view text, DWORD format, Sink* sink)
 {
-    if (format != CRYPT_STRING_BASE64HEADER && format != CRYPT_STRING_BASE64 && format != CRYPT_STRING_BASE64_ANY)
-        return ERROR_INVALID_DATA;
     std::u16string_view inner;
-    if (format != CRYPT_STRING_BASE64 && FindArmoured(text, &inner, &decoded->skipped)) {
-        decoded->format = CRYPT_STRING_BASE64HEADER;
-        return Decode(inner, &decoded->sink) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
-    }
-    if (format == CRYPT_STRING_BASE64HEADER)
-        return ERROR_INVALID_DATA;
-    return Decode(text, &decoded->sink) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+    const bool armoured = format == CRYPT_STRING_BASE64_ANY && FindArmoured(text, &inner);
+    return Decode(armoured ? inner : text, sink);
 }
 
 }  // namespace
@@ -183,27 +148,16 @@ LONG DecodeAs(std::u16string_view text, DWORD format, Decoded* decoded)
 BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, LPWSTR text, DWORD* size)
 {
     return Succeeds([&]() -> LONG {
-        const DWORD format = flags & ~(CRYPT_STRING_NOCRLF | CRYPT_STRING_NOCR);
-        if (data == nullptr || size == nullptr)
+        if (data == nullptr || size == nullptr || (flags & ~CRYPT_STRING_NOCR) != kOneLine)
             return ERROR_INVALID_PARAMETER;
-        if (format != CRYPT_STRING_BASE64 && format != CRYPT_STRING_BASE64HEADER)
-            return ERROR_INVALID_PARAMETER;
-        const std::u16string_view lineEnd = LineEndOf(flags);
-        const bool armoured = format == CRYPT_STRING_BASE64HEADER;
-        const size_t frame = armoured ? kHeaderBegin.size() + kHeaderEnd.size() + 2 * lineEnd.size() : 0;
-        const DWORD needed = static_cast<DWORD>(EncodedLength(dataSize, lineEnd) + frame + 1);
+        const DWORD needed = static_cast<DWORD>((size_t{dataSize} + 2) / 3 * 4 + 1);
         const DWORD room = *size;
         *size = needed;
         if (text == nullptr)
             return ERROR_SUCCESS;
         if (room < needed)
             return ERROR_MORE_DATA;
-        const auto put = [](std::u16string_view piece, LPWSTR out) { return out + piece.copy(out, piece.size()); };
-        LPWSTR out = armoured ? put(lineEnd, put(kHeaderBegin, text)) : text;
-        out = Encode(data, dataSize, lineEnd, out);
-        if (armoured)
-            out = put(lineEnd, put(kHeaderEnd, out));
-        *out = 0;
+        Encode(data, dataSize, text);
         *size = needed - 1;
         return ERROR_SUCCESS;
     });
@@ -213,25 +167,22 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
                                  DWORD* usedFlags)
 {
     return Succeeds([&]() -> LONG {
-        if (text == nullptr || size == nullptr)
+        const bool known = flags == CRYPT_STRING_BASE64 || flags == CRYPT_STRING_BASE64_ANY;
+        if (text == nullptr || size == nullptr || !known || skipped != nullptr || usedFlags != nullptr)
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view view =
             textLength == 0 ? std::u16string_view(text) : std::u16string_view(text, textLength);
         // A buffer that may be too small is left alone until its size is known to do.
         const bool fits = *size >= view.size() / 4 * 3;
-        Decoded decoded = {{fits ? data : nullptr, *size, 0}};
-        LONG error = DecodeAs(view, flags, &decoded);
-        if (error == ERROR_SUCCESS && !fits && data != nullptr && decoded.sink.size <= *size) {
-            decoded = {{data, *size, 0}};
-            error = DecodeAs(view, flags, &decoded);
+        Sink sink = {fits ? data : nullptr, *size, 0};
+        bool good = DecodeAs(view, flags, &sink);
+        if (good && !fits && data != nullptr && sink.size <= *size) {
+            sink = {data, *size, 0};
+            good = DecodeAs(view, flags, &sink);
         }
-        if (error != ERROR_SUCCESS)
-            return error;
-        if (skipped != nullptr)
-            *skipped = static_cast<DWORD>(decoded.skipped);
-        if (usedFlags != nullptr)
-            *usedFlags = decoded.format;
-        *size = static_cast<DWORD>(decoded.sink.size);
-        return data != nullptr && decoded.sink.size > decoded.sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
+        if (!good)
+            return ERROR_INVALID_DATA;
+        *size = static_cast<DWORD>(sink.size);
+        return data != nullptr && sink.size > sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
     });
 }

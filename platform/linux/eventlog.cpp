@@ -108,11 +108,6 @@ HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source)
     return handle;
 }
 
-BOOL WINAPI DeregisterEventSource(HANDLE eventLog)
-{
-    return Succeeds([&]() -> LONG { return SourceName(eventLog).empty() ? ERROR_INVALID_HANDLE : ERROR_SUCCESS; });
-}
-
 BOOL WINAPI ReportEventW(HANDLE eventLog, WORD type, WORD, DWORD, PSID, WORD stringCount, DWORD, LPCWSTR* strings,
                          LPVOID)
 {

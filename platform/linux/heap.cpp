@@ -22,15 +22,6 @@ LPVOID WINAPI HeapAlloc(HANDLE, DWORD flags, SIZE_T size)
     return (flags & HEAP_ZERO_MEMORY) != 0 ? calloc(1, atLeastOne) : malloc(atLeastOne);
 }
 
-LPVOID WINAPI HeapReAlloc(HANDLE, DWORD flags, LPVOID block, SIZE_T size)
-{
-    if (block == nullptr || (flags & HEAP_ZERO_MEMORY) != 0) {
-        Fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    return realloc(block, size == 0 ? 1 : size);
-}
-
 BOOL WINAPI HeapFree(HANDLE, DWORD, LPVOID block)
 {
     free(block);
@@ -39,7 +30,11 @@ BOOL WINAPI HeapFree(HANDLE, DWORD, LPVOID block)
 
 HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size)
 {
-    void* block = HeapAlloc(GetProcessHeap(), (flags & LMEM_ZEROINIT) != 0 ? HEAP_ZERO_MEMORY : 0, size);
+    if (flags != LMEM_FIXED) {
+        Fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    void* block = HeapAlloc(GetProcessHeap(), 0, size);
     if (block == nullptr)
         Fail(ERROR_NOT_ENOUGH_MEMORY);
     return block;

@@ -63,26 +63,6 @@ std::string QualifiedName()
     return full.empty() ? host : full;
 }
 
-std::string ComputerName(COMPUTER_NAME_FORMAT format)
-{
-    std::string name = QualifiedName();
-    const size_t dot = name.find('.');
-    switch (format) {
-        case ComputerNameDnsFullyQualified:
-            return name;
-        case ComputerNameDnsDomain:
-            return dot == std::string::npos ? "" : name.substr(dot + 1);
-        case ComputerNameNetBIOS: {
-            std::string host = name.substr(0, std::min<size_t>(dot, 15));
-            std::transform(host.begin(), host.end(), host.begin(),
-                           [](char c) { return static_cast<char>(UpperCase(static_cast<unsigned char>(c))); });
-            return host;
-        }
-        default:
-            return name.substr(0, dot);
-    }
-}
-
 void CopyText(const std::u16string& text, LPWSTR buffer)
 {
     memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
@@ -120,9 +100,9 @@ BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size)
 BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size)
 {
     return Succeeds([&]() -> LONG {
-        if (format < ComputerNameNetBIOS || format > ComputerNameDnsFullyQualified)
+        if (format != ComputerNameDnsFullyQualified)
             return ERROR_INVALID_PARAMETER;
-        const std::u16string name = ToUtf16(ComputerName(format));
+        const std::u16string name = ToUtf16(QualifiedName());
         const DWORD length = static_cast<DWORD>(name.size());
         const DWORD room = *size;
         if (buffer == nullptr || room <= length) {
@@ -138,11 +118,6 @@ BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWO
 HANDLE WINAPI GetCurrentProcess()
 {
     return INVALID_HANDLE_VALUE;
-}
-
-DWORD WINAPI GetCurrentProcessId()
-{
-    return static_cast<DWORD>(getpid());
 }
 
 DWORD WINAPI GetCurrentThreadId()

@@ -120,18 +120,6 @@ LONG SoftwareSignatureSize(NCRYPT_KEY_HANDLE key, size_t* size)
     });
 }
 
-LONG SoftwarePublicKey(NCRYPT_KEY_HANDLE key, std::string* publicKeyInfo)
-{
-    return WithMadeKey(key, [publicKeyInfo](EVP_PKEY* made) -> LONG {
-        const int size = i2d_PUBKEY(made, nullptr);
-        if (size <= 0)
-            return NTE_NO_MEMORY;
-        publicKeyInfo->resize(static_cast<size_t>(size));
-        BYTE* at = reinterpret_cast<BYTE*>(publicKeyInfo->data());
-        return i2d_PUBKEY(made, &at) == size ? ERROR_SUCCESS : NTE_NO_MEMORY;
-    });
-}
-
 LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::string_view message,
                          std::string* signature)
 {

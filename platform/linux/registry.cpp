@@ -144,26 +144,6 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
     });
 }
 
-LONG DeleteValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
-{
-    return CodeOf([&]() -> LONG {
-        Place place;
-        const LONG error = FindPlace(key, subKey, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
-        return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
-            RegistryKey* found = hive->FindKey(place.path);
-            RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
-            if (value == nullptr)
-                return ERROR_FILE_NOT_FOUND;
-            SecureZeroMemory(value->data.data(), value->data.size());
-            found->values.erase(found->values.begin() + (value - found->values.data()));
-            *changed = true;
-            return ERROR_SUCCESS;
-        });
-    });
-}
-
 // Runs `visit` on an opened key: NULL when only keys below it stand in the file.
 template <typename Visit>
 LONG VisitKey(HKEY key, const Visit& visit)
@@ -207,7 +187,7 @@ LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
 LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY result,
                             LPDWORD disposition)
 {
-    if (result == nullptr)
+    if (result == nullptr || disposition != nullptr)
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
@@ -219,8 +199,6 @@ LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGS
             *changed = !hive->HasKey(place.path);
             if (*changed)
                 hive->FindOrAddKey(place.path);
-            if (disposition != nullptr)
-                *disposition = *changed ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
             return ERROR_SUCCESS;
         });
         if (error == ERROR_SUCCESS)
@@ -248,26 +226,6 @@ LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDW
     });
 }
 
-LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD nameSize, LPDWORD reserved, LPDWORD type,
-                          LPBYTE data, LPDWORD size)
-{
-    if (reserved != nullptr || valueName == nullptr || nameSize == nullptr || (data != nullptr && size == nullptr))
-        return ERROR_INVALID_PARAMETER;
-    return VisitKey(key, [&](const RegistryKey* found) -> LONG {
-        if (found == nullptr || index >= found->values.size())
-            return ERROR_NO_MORE_ITEMS;
-        const RegistryValue& value = found->values[index];
-        if (*nameSize <= value.name.size())
-            return ERROR_MORE_DATA;
-        const LONG result = HandOver(value, type, data, size);
-        if (result == ERROR_SUCCESS) {
-            *nameSize = static_cast<DWORD>(value.name.size());
-            memcpy(valueName, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
-        }
-        return result;
-    });
-}
-
 LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
 {
     return StoreValue(key, subKey, valueName, type, data, size);
@@ -280,12 +238,22 @@ LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD, DWORD type, const
 
 LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
 {
-    return DeleteValue(key, subKey, valueName);
-}
-
-LONG WINAPI RegDeleteValueW(HKEY key, LPCWSTR valueName)
-{
-    return DeleteValue(key, nullptr, valueName);
+    return CodeOf([&]() -> LONG {
+        Place place;
+        const LONG error = FindPlace(key, subKey, &place);
+        if (error != ERROR_SUCCESS)
+            return error;
+        return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
+            RegistryKey* found = hive->FindKey(place.path);
+            RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
+            if (value == nullptr)
+                return ERROR_FILE_NOT_FOUND;
+            SecureZeroMemory(value->data.data(), value->data.size());
+            found->values.erase(found->values.begin() + (value - found->values.data()));
+            *changed = true;
+            return ERROR_SUCCESS;
+        });
+    });
 }
 
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey)

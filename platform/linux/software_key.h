@@ -9,9 +9,6 @@
 // The modulus, and so the signature, in bytes. NTE_INVALID_HANDLE; NTE_BAD_KEY_STATE before the key is finalized.
 LONG SoftwareSignatureSize(NCRYPT_KEY_HANDLE key, size_t* size);
 
-// The public key as a SubjectPublicKeyInfo. Failures as above, and NTE_NO_MEMORY.
-LONG SoftwarePublicKey(NCRYPT_KEY_HANDLE key, std::string* publicKeyInfo);
-
 // RSA PKCS#1 over the digest of `message`. digestName is OpenSSL's. Failures as above, and NTE_FAIL.
 LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::string_view message,
                          std::string* signature);

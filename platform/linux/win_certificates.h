@@ -7,7 +7,6 @@
 using CRYPT_OBJID_BLOB = CRYPT_INTEGER_BLOB;
 using CERT_NAME_BLOB = CRYPT_INTEGER_BLOB;
 using CRYPT_ATTR_BLOB = CRYPT_INTEGER_BLOB;
-using CRYPT_HASH_BLOB = CRYPT_INTEGER_BLOB;
 using PCERT_NAME_BLOB = CERT_NAME_BLOB*;
 using HCERTSTORE = void*;
 using HCRYPTPROV_LEGACY = ULONG_PTR;
@@ -29,7 +28,6 @@ struct CERT_PUBLIC_KEY_INFO {
     CRYPT_ALGORITHM_IDENTIFIER Algorithm;
     CRYPT_BIT_BLOB PublicKey;
 };
-using PCERT_PUBLIC_KEY_INFO = CERT_PUBLIC_KEY_INFO*;
 
 struct CERT_EXTENSION {
     LPSTR pszObjId;
@@ -94,11 +92,6 @@ constexpr DWORD PKCS_7_ASN_ENCODING = 0x00010000;
 BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
                               DWORD flags, void* structure, DWORD* size);
 
-// The public key of a key of the platform's own provider, laid out as above. keySpec is not looked at.
-// NTE_INVALID_HANDLE; NTE_BAD_KEY_STATE.
-BOOL WINAPI CryptExportPublicKeyInfo(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD keySpec, DWORD encodingType,
-                                     PCERT_PUBLIC_KEY_INFO publicKey, DWORD* size);
-
 // Only X509_CERT_TO_BE_SIGNED, a CERT_INFO, and keys of the platform's own provider. The signature is RSA PKCS#1 with
 // the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it stands and decides nothing.
 // Empty parameters become NULL. keySpec and auxiliary are not looked at. *size as above.
@@ -111,30 +104,22 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
 // ---- names ----
 
 constexpr DWORD CERT_SIMPLE_NAME_STR = 1;
-constexpr DWORD CERT_OID_NAME_STR = 2;
 constexpr DWORD CERT_X500_NAME_STR = 3;
-constexpr DWORD CERT_NAME_STR_DISABLE_IE4_UTF8_FLAG = 0x00010000;
-constexpr DWORD CERT_NAME_STR_ENABLE_T61_UNICODE_FLAG = 0x00020000;
 constexpr DWORD CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG = 0x00040000;
-constexpr DWORD CERT_NAME_STR_FORCE_UTF8_DIR_STR_FLAG = 0x00080000;
-constexpr DWORD CERT_NAME_STR_REVERSE_FLAG = 0x02000000;
-constexpr DWORD CERT_NAME_STR_COMMA_FLAG = 0x04000000;
-constexpr DWORD CERT_NAME_STR_CRLF_FLAG = 0x08000000;
-constexpr DWORD CERT_NAME_STR_NO_QUOTING_FLAG = 0x10000000;
-constexpr DWORD CERT_NAME_STR_NO_PLUS_FLAG = 0x20000000;
-constexpr DWORD CERT_NAME_STR_SEMICOLON_FLAG = 0x40000000;
 
 // Encodes a text such as `CN=web01, O="Acme, Inc."` as a name, the parts in the order of the text. A value that begins
-// with '#' is the hex form of an OCTET STRING. A text beyond the printable characters becomes a BMPString unless a flag
-// says otherwise. *size as above. CRYPT_E_INVALID_X500_STRING and its like: *errorAt, if asked for, points into `text`
-// where it went wrong, and is NULL after success.
+// with '#' is the hex form of an OCTET STRING. strType: CERT_X500_NAME_STR; a text beyond the printable characters
+// becomes a BMPString, or with CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG a UTF8String. *size as above.
+// CRYPT_E_INVALID_X500_STRING and its like: *errorAt, if asked for, points into `text` where it went wrong, and is NULL
+// after success. E_INVALIDARG: another form or flag.
 BOOL WINAPI CertStrToNameA(DWORD encodingType, LPCSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
                            LPCSTR* errorAt);
 BOOL WINAPI CertStrToNameW(DWORD encodingType, LPCWSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
                            LPCWSTR* errorAt);
 
-// The text of a name. Returns characters with the terminator: those that are needed when there is no room at all, else
-// those that were written, cut to fit. A name that cannot be decoded gives an empty text and sets the last error.
+// The text of a name, as CERT_SIMPLE_NAME_STR or CERT_X500_NAME_STR without flags. Returns characters with the
+// terminator: those that are needed when there is no room at all, else those that were written, cut to fit. A name that
+// cannot be decoded, and any other form, gives an empty text and sets the last error.
 DWORD WINAPI CertNameToStrW(DWORD encodingType, PCERT_NAME_BLOB name, DWORD strType, LPWSTR text, DWORD room);
 
 // ---- certificate contexts ----
@@ -166,7 +151,6 @@ struct CRYPT_KEY_PROV_INFO {
     PCRYPT_KEY_PROV_PARAM rgProvParam;
     DWORD dwKeySpec;
 };
-using PCRYPT_KEY_PROV_INFO = CRYPT_KEY_PROV_INFO*;
 
 constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
 constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
@@ -175,9 +159,6 @@ constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
 // CRYPT_E_ASN1_... when it is none. Freed with CertFreeCertificateContext.
 PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYTE* encoded, DWORD size);
 
-// One more reference to the same context.
-PCCERT_CONTEXT WINAPI CertDuplicateCertificateContext(PCCERT_CONTEXT context);
-
 // Always TRUE; NULL is harmless.
 BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context);
 
@@ -185,8 +166,8 @@ BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context);
 // *size as above. CRYPT_E_NOT_FOUND: the certificate has no such property.
 BOOL WINAPI CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, void* data, DWORD* size);
 
-// Only CERT_KEY_PROV_INFO_PROP_ID, without parameters; NULL data takes the property away. Of a certificate in a store
-// it is written to the store at once. E_ACCESSDENIED: the store was opened for reading.
+// Only CERT_KEY_PROV_INFO_PROP_ID, without parameters. Of a certificate in a store it is written to the store at once.
+// E_ACCESSDENIED: the store was opened for reading.
 BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, DWORD flags, const void* data);
 
 // ---- certificate stores ----
@@ -195,35 +176,27 @@ BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD prop
 
 constexpr DWORD CERT_SYSTEM_STORE_CURRENT_USER = 0x00010000;
 constexpr DWORD CERT_SYSTEM_STORE_LOCAL_MACHINE = 0x00020000;
-constexpr DWORD CERT_STORE_MAXIMUM_ALLOWED_FLAG = 0x00001000;
-constexpr DWORD CERT_STORE_OPEN_EXISTING_FLAG = 0x00004000;
 constexpr DWORD CERT_STORE_READONLY_FLAG = 0x00008000;
 
 constexpr DWORD CERT_CLOSE_STORE_FORCE_FLAG = 0x00000001;
-constexpr DWORD CERT_CLOSE_STORE_CHECK_FLAG = 0x00000002;
 
-constexpr DWORD CERT_STORE_ADD_NEW = 1;
 constexpr DWORD CERT_STORE_ADD_USE_EXISTING = 2;
-constexpr DWORD CERT_STORE_ADD_REPLACE_EXISTING = 3;
-constexpr DWORD CERT_STORE_ADD_ALWAYS = 4;
 
 // The system store "My" of the machine or the user. A store that is not there yet is made, or with
-// CERT_STORE_READONLY_FLAG is empty, or with CERT_STORE_OPEN_EXISTING_FLAG is ERROR_FILE_NOT_FOUND, as is any other
-// store and any other provider. NULL on failure.
+// CERT_STORE_READONLY_FLAG is empty. NULL on failure: ERROR_FILE_NOT_FOUND for any other store and any other provider,
+// E_INVALIDARG for another place or flag.
 HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD encodingType, HCRYPTPROV_LEGACY cryptProvider, DWORD flags,
                                 const void* name);
 
-// Contexts of the store stay usable, with CERT_CLOSE_STORE_FORCE_FLAG as well. With CERT_CLOSE_STORE_CHECK_FLAG:
-// closed, but FALSE and CRYPT_E_PENDING_CLOSE while there are contexts. NULL is harmless.
+// Contexts of the store stay usable, with CERT_CLOSE_STORE_FORCE_FLAG as well. Always TRUE; NULL is harmless.
 BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD flags);
 
 // The certificate behind `previous`, which is freed in every case, or the first one; by the order of their SHA-1
 // hashes. Damaged files are passed over. NULL and CRYPT_E_NOT_FOUND at the end.
 PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTEXT previous);
 
-// Certificates are the same when their bytes are. For one that is there: CERT_STORE_ADD_NEW fails with CRYPT_E_EXISTS,
-// CERT_STORE_ADD_USE_EXISTING leaves it with its properties, CERT_STORE_ADD_REPLACE_EXISTING and CERT_STORE_ADD_ALWAYS
-// take its properties away. *context, if asked for, is the store's certificate.
+// Only CERT_STORE_ADD_USE_EXISTING: a certificate that is there, by its bytes, stays with its properties. *context, if
+// asked for, is the store's certificate.
 BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingType, const BYTE* encoded, DWORD size,
                                              DWORD disposition, PCCERT_CONTEXT* context);
 

@@ -4,7 +4,6 @@
 #include "platform/linux/win_types.h"
 
 constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10);
-constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);
 constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
 
 constexpr DWORD ENABLE_ECHO_INPUT = 0x0004;

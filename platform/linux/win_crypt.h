@@ -12,20 +12,20 @@ using CRYPT_DATA_BLOB = CRYPT_INTEGER_BLOB;
 
 // ---- Base64 ----
 
-constexpr DWORD CRYPT_STRING_BASE64HEADER = 0x00000000;
 constexpr DWORD CRYPT_STRING_BASE64 = 0x00000001;
 constexpr DWORD CRYPT_STRING_BASE64_ANY = 0x00000006;
 constexpr DWORD CRYPT_STRING_NOCRLF = 0x40000000;
 constexpr DWORD CRYPT_STRING_NOCR = 0x80000000;
 
-// CRYPT_STRING_BASE64 or CRYPT_STRING_BASE64HEADER. Lines of 64 characters end in CR LF, with CRYPT_STRING_NOCR in LF,
-// with CRYPT_STRING_NOCRLF not at all. *size: characters. Without a buffer: the size needed, terminator included. After
-// success: the length without terminator. ERROR_MORE_DATA: the size needed.
+// Only CRYPT_STRING_BASE64 with CRYPT_STRING_NOCRLF, to which CRYPT_STRING_NOCR adds nothing: one line without an end.
+// *size: characters. Without a buffer: the size needed, terminator included. After success: the length without
+// terminator. ERROR_MORE_DATA: the size needed.
 BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, LPWSTR text, DWORD* size);
 
-// CRYPT_STRING_BASE64, CRYPT_STRING_BASE64HEADER, or CRYPT_STRING_BASE64_ANY, which tries the second before the first.
-// textLength 0: zero-terminated. White space is skipped. *size: bytes; without a buffer the size needed.
-// ERROR_INVALID_DATA: no such text. ERROR_MORE_DATA: *size is what is needed.
+// CRYPT_STRING_BASE64, or CRYPT_STRING_BASE64_ANY, which first looks for a "-----BEGIN ...-----" and takes what stands
+// between it and its end. textLength 0: zero-terminated. White space is skipped. *size: bytes; without a buffer the
+// size needed. skipped and usedFlags are not told and must be NULL. ERROR_INVALID_DATA: no such text. ERROR_MORE_DATA:
+// *size is what is needed.
 BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BYTE* data, DWORD* size, DWORD* skipped,
                                  DWORD* usedFlags);
 

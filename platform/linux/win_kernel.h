@@ -20,15 +20,12 @@ constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;
 HANDLE WINAPI GetProcessHeap();
 // NULL without memory. The block is aligned for every type.
 LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size);
-// HEAP_ZERO_MEMORY is refused: the size of the old block is not kept.
-LPVOID WINAPI HeapReAlloc(HANDLE heap, DWORD flags, LPVOID block, SIZE_T size);
 // A NULL block is accepted.
 BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, LPVOID block);
 
 constexpr UINT LMEM_FIXED = 0x0000;
-constexpr UINT LMEM_ZEROINIT = 0x0040;
-constexpr UINT LPTR = LMEM_FIXED | LMEM_ZEROINIT;
 
+// Only LMEM_FIXED.
 HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size);
 // Always NULL, which means success.
 HLOCAL WINAPI LocalFree(HLOCAL block);
@@ -64,30 +61,12 @@ using PSRWLOCK = SRWLOCK*;
 #define SRWLOCK_INIT {PTHREAD_RWLOCK_INITIALIZER}
 // clang-format on
 
-void WINAPI InitializeSRWLock(PSRWLOCK lock);
 void WINAPI AcquireSRWLockExclusive(PSRWLOCK lock);
 void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
-void WINAPI AcquireSRWLockShared(PSRWLOCK lock);
-void WINAPI ReleaseSRWLockShared(PSRWLOCK lock);
-BOOLEAN WINAPI TryAcquireSRWLockExclusive(PSRWLOCK lock);
-BOOLEAN WINAPI TryAcquireSRWLockShared(PSRWLOCK lock);
-
-// ---- atomics ----
-
-LONG WINAPI InterlockedExchange(volatile LONG* target, LONG value);
-// The value that *target had before.
-LONG WINAPI InterlockedCompareExchange(volatile LONG* target, LONG exchange, LONG comparand);
-LONG WINAPI InterlockedIncrement(volatile LONG* target);
-LONG WINAPI InterlockedDecrement(volatile LONG* target);
-PVOID WINAPI InterlockedCompareExchangePointer(PVOID volatile* target, PVOID exchange, PVOID comparand);
 
 // ---- clock ----
 
 void WINAPI Sleep(DWORD waitMs);
-void WINAPI GetSystemTimeAsFileTime(LPFILETIME time);
-void WINAPI GetSystemTime(LPSYSTEMTIME time);
-// Milliseconds of a clock that never goes back.
-ULONGLONG WINAPI GetTickCount64();
 
 using __time64_t = int64_t;
 
@@ -100,37 +79,22 @@ WCHAR* _wctime64(const __time64_t* time);
 
 // ---- files: names are translated as paths.h tells ----
 
-constexpr DWORD GENERIC_READ = 0x80000000;
-constexpr DWORD GENERIC_WRITE = 0x40000000;
 constexpr DWORD FILE_APPEND_DATA = 0x00000004;
 constexpr DWORD FILE_SHARE_READ = 0x00000001;
 constexpr DWORD FILE_SHARE_WRITE = 0x00000002;
 constexpr DWORD FILE_SHARE_DELETE = 0x00000004;
-constexpr DWORD CREATE_NEW = 1;
-constexpr DWORD CREATE_ALWAYS = 2;
-constexpr DWORD OPEN_EXISTING = 3;
 constexpr DWORD OPEN_ALWAYS = 4;
-constexpr DWORD TRUNCATE_EXISTING = 5;
-constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
-constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
-// INVALID_HANDLE_VALUE on failure. Sharing is not enforced. New files have mode 0600; directories are not made, but for
-// the root of C:. With FILE_APPEND_DATA and without GENERIC_WRITE each WriteFile is one write at the end of the file,
-// whoever else appends to it.
+// Only FILE_APPEND_DATA with OPEN_ALWAYS. INVALID_HANDLE_VALUE on failure. Sharing is not enforced. New files have mode
+// 0600; directories are not made, but for the root of C:. Each WriteFile is one write at the end of the file, whoever
+// else appends to it.
 HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes, DWORD disposition,
                           DWORD flags, HANDLE templateFile);
-BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPVOID overlapped);
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPVOID overlapped);
-BOOL WINAPI GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
-BOOL WINAPI DeleteFileW(LPCWSTR name);
-BOOL WINAPI CreateDirectoryW(LPCWSTR name, LPSECURITY_ATTRIBUTES attributes);
-// FILE_ATTRIBUTE_DIRECTORY or FILE_ATTRIBUTE_NORMAL, or INVALID_FILE_ATTRIBUTES when there is nothing of that name.
-DWORD WINAPI GetFileAttributesW(LPCWSTR name);
 
-// The modes "t" and "b" mean nothing here. A stream for appending is not buffered: each fwrite is one write at the end.
+// Only the mode "rt".
 FILE* _wfopen(const WCHAR* name, const WCHAR* mode);
-errno_t _wfopen_s(FILE** stream, const WCHAR* name, const WCHAR* mode);
 
 // ---- names ----
 
@@ -138,10 +102,7 @@ errno_t _wfopen_s(FILE** stream, const WCHAR* name, const WCHAR* mode);
 BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size);
 
 enum COMPUTER_NAME_FORMAT {
-    ComputerNameNetBIOS,
-    ComputerNameDnsHostname,
-    ComputerNameDnsDomain,
-    ComputerNameDnsFullyQualified,
+    ComputerNameDnsFullyQualified = 3,
 };
 
 // *size: characters with terminator on the way in, without it after success; ERROR_MORE_DATA: what is needed, with it.
@@ -149,7 +110,6 @@ enum COMPUTER_NAME_FORMAT {
 BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size);
 
 HANDLE WINAPI GetCurrentProcess();
-DWORD WINAPI GetCurrentProcessId();
 DWORD WINAPI GetCurrentThreadId();
 // The path of the process's program: its length without terminator, or 0.
 DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size);
@@ -164,7 +124,6 @@ BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 constexpr DWORD MB_ERR_INVALID_CHARS = 0x00000008;
-constexpr DWORD WC_ERR_INVALID_CHARS = 0x00000080;
 
 // Lengths are in units of the text; a source length of -1 stands for a text with its terminator, which is then counted
 // and written too. An output size of 0 asks for the size. 0 on failure: ERROR_INSUFFICIENT_BUFFER,

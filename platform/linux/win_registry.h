@@ -26,19 +26,15 @@ constexpr DWORD REG_DWORD = 4;
 constexpr DWORD REG_MULTI_SZ = 7;
 constexpr DWORD REG_QWORD = 11;
 
-constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
-constexpr REGSAM KEY_SET_VALUE = 0x0002;
 constexpr REGSAM KEY_READ = 0x20019;
 constexpr REGSAM KEY_WRITE = 0x20006;
-constexpr REGSAM KEY_ALL_ACCESS = 0xF003F;
 constexpr DWORD REG_OPTION_NON_VOLATILE = 0;
-constexpr DWORD REG_CREATED_NEW_KEY = 1;
-constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 
 // ERROR_FILE_NOT_FOUND when there is no such key. A NULL or empty subKey opens the key itself again.
 LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result);
 
-// Opens or creates the key, with all keys above it. Class, options, access and attributes are not looked at.
+// Opens or creates the key, with all keys above it. Class, options, access and attributes are not looked at; which of
+// the two it was is not told (disposition is NULL).
 LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
                             LPSECURITY_ATTRIBUTES attributes, PHKEY result, LPDWORD disposition);
 
@@ -50,17 +46,11 @@ LONG WINAPI RegCloseKey(HKEY key);
 // ERROR_FILE_NOT_FOUND: no such value. ERROR_KEY_DELETED: the key itself is gone.
 LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
 
-// By index in the order of the file; ERROR_NO_MORE_ITEMS behind the last. *nameSize: characters, with terminator on the
-// way in and without it on the way out.
-LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD nameSize, LPDWORD reserved, LPDWORD type,
-                          LPBYTE data, LPDWORD size);
-
 // Without subKey the key must exist; with one it is created when it is missing.
 LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size);
 LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
 
 LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName);
-LONG WINAPI RegDeleteValueW(HKEY key, LPCWSTR valueName);
 
 // Deletes a key with its values; one that has keys below it is refused with ERROR_ACCESS_DENIED, as a hive itself is.
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey);

@@ -8,22 +8,15 @@ using BYTE = unsigned char;
 using UCHAR = unsigned char;
 using CHAR = char;
 using WCHAR = char16_t;
-using SHORT = short;
 using WORD = unsigned short;
 using USHORT = unsigned short;
-using INT = int;
 using UINT = unsigned int;
 using BOOL = int;
-using BOOLEAN = BYTE;
 using LONG = int32_t;
 using ULONG = uint32_t;
 using DWORD = uint32_t;
-using LONGLONG = long long;
 using ULONGLONG = unsigned long long;
-using ULONG64 = unsigned long long;
-using DWORD64 = unsigned long long;
 using INT_PTR = intptr_t;
-using UINT_PTR = uintptr_t;
 using LONG_PTR = intptr_t;
 using ULONG_PTR = uintptr_t;
 using DWORD_PTR = uintptr_t;
@@ -36,30 +29,19 @@ using LPCVOID = const void*;
 using PBYTE = BYTE*;
 using LPBYTE = BYTE*;
 using PUCHAR = UCHAR*;
-using PCHAR = CHAR*;
-using PWORD = WORD*;
-using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
-using PULONG = ULONG*;
-using PLONG = LONG*;
 using LPLONG = LONG*;
-using PBOOL = BOOL*;
 using LPBOOL = BOOL*;
 
 using LPSTR = CHAR*;
-using PSTR = CHAR*;
 using LPCSTR = const CHAR*;
-using PCSTR = const CHAR*;
 using LPCCH = const CHAR*;
 using LPWSTR = WCHAR*;
 using PWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
-using PCWSTR = const WCHAR*;
 using LPCWCH = const WCHAR*;
 
 using HANDLE = void*;
-using PHANDLE = HANDLE*;
-using LPHANDLE = HANDLE*;
 using HLOCAL = HANDLE;
 using HMODULE = void*;
 using HINSTANCE = void*;
@@ -68,12 +50,9 @@ using HWND = void*;
 using HRESULT = LONG;
 using NTSTATUS = LONG;
 using SECURITY_STATUS = LONG;
-using LSTATUS = LONG;
 using errno_t = int;
 
 #define WINAPI
-#define APIENTRY
-#define CALLBACK
 
 #define TRUE 1
 #define FALSE 0
@@ -83,35 +62,11 @@ using errno_t = int;
 #define PLATFORM_WIDE_LITERAL(text) u##text
 #define TEXT(text) PLATFORM_WIDE_LITERAL(text)
 
-#define UNREFERENCED_PARAMETER(parameter) static_cast<void>(parameter)
-
 // 100 ns since 1601-01-01 UTC.
 struct FILETIME {
     DWORD dwLowDateTime;
     DWORD dwHighDateTime;
 };
-using LPFILETIME = FILETIME*;
-
-struct SYSTEMTIME {
-    WORD wYear;
-    WORD wMonth;
-    WORD wDayOfWeek;
-    WORD wDay;
-    WORD wHour;
-    WORD wMinute;
-    WORD wSecond;
-    WORD wMilliseconds;
-};
-using LPSYSTEMTIME = SYSTEMTIME*;
-
-union LARGE_INTEGER {
-    struct {
-        DWORD LowPart;
-        LONG HighPart;
-    } u;
-    LONGLONG QuadPart;
-};
-using PLARGE_INTEGER = LARGE_INTEGER*;
 
 struct GUID {
     uint32_t Data1;

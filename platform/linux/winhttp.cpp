@@ -272,8 +272,6 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVO
         switch (infoLevel) {
             case WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER:
                 return CopyNumber(exchange.Status(), buffer, length);
-            case WINHTTP_QUERY_STATUS_CODE:
-                return CopyText(ToUtf16(std::to_string(exchange.Status())), buffer, length);
             case WINHTTP_QUERY_RAW_HEADERS_CRLF:
                 return CopyText(ToUtf16(exchange.Head()), buffer, length);
             default:

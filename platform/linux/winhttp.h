@@ -13,12 +13,8 @@ using HINTERNET = LPVOID;
 using INTERNET_PORT = WORD;
 using INTERNET_SCHEME = int;
 
-constexpr INTERNET_PORT INTERNET_DEFAULT_PORT = 0;
 constexpr INTERNET_PORT INTERNET_DEFAULT_HTTP_PORT = 80;
 constexpr INTERNET_PORT INTERNET_DEFAULT_HTTPS_PORT = 443;
-
-constexpr INTERNET_SCHEME INTERNET_SCHEME_HTTP = 1;
-constexpr INTERNET_SCHEME INTERNET_SCHEME_HTTPS = 2;
 
 constexpr DWORD WINHTTP_ACCESS_TYPE_DEFAULT_PROXY = 0;
 constexpr DWORD WINHTTP_FLAG_SECURE = 0x00800000;
@@ -27,10 +23,7 @@ constexpr DWORD WINHTTP_FLAG_SECURE = 0x00800000;
 #define WINHTTP_NO_PROXY_BYPASS nullptr
 #define WINHTTP_NO_REFERER nullptr
 #define WINHTTP_DEFAULT_ACCEPT_TYPES nullptr
-#define WINHTTP_NO_ADDITIONAL_HEADERS nullptr
-#define WINHTTP_NO_REQUEST_DATA nullptr
 #define WINHTTP_HEADER_NAME_BY_INDEX nullptr
-#define WINHTTP_NO_OUTPUT_BUFFER nullptr
 #define WINHTTP_NO_HEADER_INDEX nullptr
 
 constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
@@ -46,17 +39,13 @@ constexpr LONG ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
 constexpr LONG ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
 constexpr LONG ERROR_WINHTTP_CANNOT_CONNECT = 12029;
 constexpr LONG ERROR_WINHTTP_CONNECTION_ERROR = 12030;
-constexpr LONG ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
 constexpr LONG ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
-constexpr LONG ERROR_WINHTTP_INVALID_HEADER = 12153;
 constexpr LONG ERROR_WINHTTP_REDIRECT_FAILED = 12156;
 constexpr LONG ERROR_WINHTTP_SECURE_FAILURE = 12175;
 constexpr LONG ERROR_WINHTTP_HEADER_SIZE_OVERFLOW = 12182;
 
-constexpr DWORD ICU_ESCAPE = 0x80000000;
 constexpr DWORD ICU_DECODE = 0x10000000;
 
-// A component whose text pointer is NULL and whose length is not 0 is answered with a pointer into the URL itself.
 struct URL_COMPONENTS {
     DWORD dwStructSize;
     LPWSTR lpszScheme;
@@ -109,7 +98,7 @@ BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET request, LPDWORD available);
 // Reads up to `size` bytes; blocks until they are there or the entity ends.
 BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWORD read);
 
-// WINHTTP_QUERY_STATUS_CODE (as text or WINHTTP_QUERY_FLAG_NUMBER) and WINHTTP_QUERY_RAW_HEADERS_CRLF.
+// WINHTTP_QUERY_STATUS_CODE with WINHTTP_QUERY_FLAG_NUMBER, and WINHTTP_QUERY_RAW_HEADERS_CRLF.
 // *length is in bytes. ERROR_INSUFFICIENT_BUFFER: *length is what is needed, terminator included;
 // after success it is the length without the terminator.
 BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length,
@@ -118,6 +107,7 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name
 // A parent may be closed before its children.
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle);
 
-// Splits an http or https URL. length: characters of `url`, or 0 when it is zero-terminated.
-// ICU_DECODE turns percent escapes into characters, and works only where the components have buffers of their own.
+// Finds host and port of an http or https URL. length: characters of `url`, or 0 when it is zero-terminated. Only with
+// ICU_DECODE, which turns percent escapes into characters, and only for a host name that has a buffer; whoever asks for
+// another part is refused. ERROR_INSUFFICIENT_BUFFER: dwHostNameLength is what is needed, terminator included.
 BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPONENTS components);

@@ -34,6 +34,11 @@ LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeo
     Stop();
     message_ = std::move(message);
     timeouts_ = timeouts;
+    // A transfer without TLS leaves a session cache in the handle, which libcurl would lose for the shared one.
+    if (target.secure && tls_ == nullptr) {
+        curl_easy_cleanup(easy_);
+        easy_ = nullptr;
+    }
     Create();
     Configure(timeouts);
     Aim(target);

@@ -3,12 +3,12 @@
 
 #include <string>
 
+#include "platform/linux/software_key.h"
 #include "tests/platform/openssl_maker.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
 
-constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr size_t kDecodedRoom = 1000;
 
 struct DecodedRequest {
@@ -72,6 +72,26 @@ Der Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm = "
     return certificate;
 }
 
+std::string SignatureOf(const X509* certificate)
+{
+    const ASN1_BIT_STRING* signature = nullptr;
+    X509_get0_signature(&signature, nullptr, certificate);
+    return std::string(reinterpret_cast<const char*>(ASN1_STRING_get0_data(signature)),
+                       static_cast<size_t>(ASN1_STRING_length(signature)));
+}
+
+// What the key makes of the part that is signed. PKCS#1 signatures are the same each time.
+std::string SignatureOver(X509* certificate, NCRYPT_KEY_HANDLE key, const char* digest)
+{
+    BYTE* signedPart = nullptr;
+    const int size = i2d_re_X509_tbs(certificate, &signedPart);
+    const std::string message(reinterpret_cast<const char*>(signedPart), static_cast<size_t>(size));
+    OPENSSL_free(signedPart);
+    std::string signature;
+    EXPECT_EQ(SignWithSoftwareKey(key, digest, message, &signature), ERROR_SUCCESS);
+    return signature;
+}
+
 }  // namespace
 
 TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
@@ -79,24 +99,26 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
     const SigningKey signer;
     ASSERT_EQ(signer.SetLength(1024), 0);
     ASSERT_EQ(NCryptFinalizeKey(signer.key, 0), 0);
-    alignas(8) BYTE room[512];
-    DWORD size = sizeof room;
-    CERT_PUBLIC_KEY_INFO* publicKey = reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(room);
-    ASSERT_TRUE(CryptExportPublicKeyInfo(signer.key, AT_SIGNATURE, X509_ASN_ENCODING, publicKey, &size));
 
     const Der given = MakeCertificate("web01", 7);
     const PCCERT_CONTEXT context = CertCreateCertificateContext(kEncodings, given.data(), DWORD(given.size()));
     ASSERT_NE(context, nullptr);
     CERT_INFO info = *context->pCertInfo;
-    info.SubjectPublicKeyInfo = *publicKey;
     BYTE serial[] = {1, 2, 3, 4, 5, 0x86};
     info.SerialNumber = {sizeof serial, serial};
-    for (const char* algorithm :
-         {"1.2.840.113549.1.1.5", "1.2.840.113549.1.1.11", "1.2.840.113549.1.1.12", "1.2.840.113549.1.1.13"}) {
-        info.SignatureAlgorithm = Algorithm(algorithm);
-        const OpensslPtr<X509> copy = ParseX509(Sign(signer.key, info, algorithm));
-        ASSERT_NE(copy, nullptr) << algorithm;
-        EXPECT_EQ(X509_verify(copy.get(), X509_get0_pubkey(copy.get())), 1) << algorithm;
+    const struct {
+        const char* algorithm;
+        const char* digest;
+    } rows[] = {{"1.2.840.113549.1.1.5", "SHA1"},
+                {"1.2.840.113549.1.1.11", "SHA256"},
+                {"1.2.840.113549.1.1.12", "SHA384"},
+                {"1.2.840.113549.1.1.13", "SHA512"}};
+    for (const auto& row : rows) {
+        info.SignatureAlgorithm = Algorithm(row.algorithm);
+        const OpensslPtr<X509> copy = ParseX509(Sign(signer.key, info, row.algorithm));
+        ASSERT_NE(copy, nullptr) << row.algorithm;
+        EXPECT_EQ(X509_get_signature_nid(copy.get()), OBJ_txt2nid(row.algorithm));
+        EXPECT_EQ(SignatureOf(copy.get()), SignatureOver(copy.get(), signer.key, row.digest)) << row.algorithm;
         EXPECT_EQ(X509_get_version(copy.get()), X509_VERSION_3);
         EXPECT_EQ(X509_get_key_usage(copy.get()), uint32_t{KU_DIGITAL_SIGNATURE | KU_KEY_ENCIPHERMENT});
         const ASN1_INTEGER* number = X509_get0_serialNumber(copy.get());

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr char kMachineStore[] = "certstore/My/";
 
 struct ContextFreer {
@@ -31,7 +30,7 @@ class Store {
 
     HCERTSTORE handle() const { return handle_; }
 
-    Context Add(const Der& der, DWORD disposition) const
+    Context Add(const Der& der, DWORD disposition = CERT_STORE_ADD_USE_EXISTING) const
     {
         PCCERT_CONTEXT context = nullptr;
         CertAddEncodedCertificateToStore(handle_, kEncodings, der.data(), DWORD(der.size()), disposition, &context);
@@ -124,7 +123,7 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     const Der der = MakeCertificate("web01", 1);
     {
         const Store store;
-        const Context added = store.Add(der, CERT_STORE_ADD_USE_EXISTING);
+        const Context added = store.Add(der);
         ASSERT_NE(added, nullptr);
         EXPECT_EQ(KeyOf(added.get()), "error 80092004");
         EXPECT_TRUE(SetKey(added.get(), u"web01"));
@@ -150,29 +149,28 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     EXPECT_EQ(found->hCertStore, again.handle());
     EXPECT_EQ(KeyOf(found.get()), "web01" + kBound);
     EXPECT_EQ(ErrorOf(SetKey(found.get(), u"other")), DWORD(E_ACCESSDENIED));
-    EXPECT_EQ(ErrorOf(again.Add(MakeCertificate("web02", 2), CERT_STORE_ADD_NEW) != nullptr), DWORD(E_ACCESSDENIED));
+    EXPECT_EQ(ErrorOf(again.Add(MakeCertificate("web02", 2)) != nullptr), DWORD(E_ACCESSDENIED));
     EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is another";
 }
 
-TEST(CertificateStore, TheDispositionDecidesAboutACertificateThatIsThere)
+TEST(CertificateStore, ACertificateThatIsThereStaysAndOneThatIsGoneStaysGone)
 {
     const PlatformRoot root;
     const Der der = MakeCertificate("web01", 1);
     const Store store;
-    ASSERT_TRUE(SetKey(store.Add(der, CERT_STORE_ADD_NEW).get(), u"web01"));
-    EXPECT_EQ(ErrorOf(store.Add(der, CERT_STORE_ADD_NEW) != nullptr), DWORD(CRYPT_E_EXISTS));
-    EXPECT_EQ(KeyOf(store.Add(der, CERT_STORE_ADD_USE_EXISTING).get()), "web01" + kBound);
-    EXPECT_EQ(KeyOf(store.Add(der, CERT_STORE_ADD_REPLACE_EXISTING).get()), "error 80092004");
-    const Context context = store.First();
-    ASSERT_TRUE(SetKey(context.get(), u"web01"));
-    EXPECT_TRUE(CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, nullptr));
-    EXPECT_EQ(KeyOf(store.First().get()), "error 80092004");
-    EXPECT_EQ(store.Add({1, 2, 3}, CERT_STORE_ADD_ALWAYS), nullptr);
+    ASSERT_TRUE(SetKey(store.Add(der).get(), u"web01"));
+    EXPECT_EQ(KeyOf(store.Add(der).get()), "web01" + kBound);
+    for (const DWORD disposition : {1u, 3u, 4u})
+        EXPECT_EQ(ErrorOf(store.Add(der, disposition) != nullptr), DWORD(E_INVALIDARG)) << disposition;
+    EXPECT_EQ(store.Add({1, 2, 3}), nullptr);
     EXPECT_EQ(store.Names().size(), 1u);
 
-    EXPECT_TRUE(CertDeleteCertificateFromStore(CertDuplicateCertificateContext(context.get())));
+    const Context context = store.First();
+    EXPECT_EQ(ErrorOf(CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, nullptr)),
+              DWORD(E_INVALIDARG));
+    EXPECT_TRUE(CertDeleteCertificateFromStore(store.First().release()));
     EXPECT_TRUE(store.Names().empty());
-    EXPECT_FALSE(SetKey(context.get(), u"web01")) << "what was taken out stays out";
+    EXPECT_FALSE(SetKey(context.get(), u"web01"));
     EXPECT_TRUE(store.Names().empty());
 }
 
@@ -183,7 +181,7 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
     const Store store;
     for (const char* name : {"a", "b", "c", "d"}) {
         all.push_back(MakeCertificate(name, 1));
-        store.Add(all.back(), CERT_STORE_ADD_ALWAYS);
+        store.Add(all.back());
     }
     const std::vector<std::string> names = store.Names();
     EXPECT_EQ(names.size(), 4u);
@@ -196,19 +194,19 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
     WriteFileText(root.File(kMachineStore + std::string("note.pem")), good);
     EXPECT_EQ(store.Names(), std::vector<std::string>{"d"});
 
-    // A damaged file is mended by adding the certificate anew, whatever the disposition.
-    EXPECT_NE(store.Add(all[0], CERT_STORE_ADD_NEW), nullptr);
-    EXPECT_NE(store.Add(all[1], CERT_STORE_ADD_USE_EXISTING), nullptr);
+    // A damaged file is mended by adding the certificate anew.
+    EXPECT_NE(store.Add(all[0]), nullptr);
+    EXPECT_NE(store.Add(all[1]), nullptr);
     EXPECT_EQ(store.Names().size(), 3u);
 
     // An enumeration goes on behind a certificate that is deleted meanwhile, and from one that it did not give.
     PCCERT_CONTEXT context = CertEnumCertificatesInStore(store.handle(), nullptr);
-    CertDeleteCertificateFromStore(CertDuplicateCertificateContext(context));
+    CertDeleteCertificateFromStore(store.First().release());
     size_t left = 0;
     while ((context = CertEnumCertificatesInStore(store.handle(), context)) != nullptr)
         left++;
     EXPECT_EQ(left, 2u);
-    Context last = store.Add(MakeCertificate("e", 5), CERT_STORE_ADD_NEW);
+    Context last = store.Add(MakeCertificate("e", 5));
     const std::vector<std::string> now = store.Names();
     const auto behind = now.end() - std::find(now.begin(), now.end(), "e") - 1;
     PCCERT_CONTEXT at = last.release();
@@ -222,7 +220,7 @@ TEST(CertificateStore, NoContainerNameDamagesTheFile)
 {
     const PlatformRoot root;
     const Store store;
-    const Context context = store.Add(MakeCertificate("web01", 1), CERT_STORE_ADD_NEW);
+    const Context context = store.Add(MakeCertificate("web01", 1));
     for (const char* name : {"", " a ", "a\\b", "a\\nb", "a\\", "a\nKeyProvInfo.Flags: 7\n", "\r\n", "ж😀",
                              "a\n-----BEGIN CERTIFICATE-----\n"}) {
         ASSERT_TRUE(SetKey(context.get(), ToUtf16(name)));
@@ -239,7 +237,7 @@ TEST(CertificateStore, PropertiesFollowTheTwoCallContract)
 {
     const PlatformRoot root;
     const Store store;
-    const Context context = store.Add(MakeCertificate("web01", 1), CERT_STORE_ADD_NEW);
+    const Context context = store.Add(MakeCertificate("web01", 1));
     ASSERT_TRUE(SetKey(context.get(), u"web01"));
     for (const DWORD property : {CERT_KEY_PROV_INFO_PROP_ID, CERT_SHA1_HASH_PROP_ID}) {
         DWORD size = 0;
@@ -264,8 +262,7 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
         return CertOpenStore(provider, 0, 0, flags, name) == nullptr ? GetLastError() : 0;
     };
     const DWORD machine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
-    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine | CERT_STORE_OPEN_EXISTING_FLAG, u"My"),
-              DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine | 0x4000, u"My"), DWORD(E_INVALIDARG)) << "an unknown flag";
     EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine, u"../My"), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(error(reinterpret_cast<LPCSTR>(99), machine, u"My"), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, 0, u"My"), DWORD(E_INVALIDARG));
@@ -276,8 +273,9 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
     ASSERT_NE(store, nullptr);
     const Der der = MakeCertificate("web01", 1);
     PCCERT_CONTEXT context = nullptr;
-    CertAddEncodedCertificateToStore(store, kEncodings, der.data(), DWORD(der.size()), CERT_STORE_ADD_NEW, &context);
-    EXPECT_EQ(ErrorOf(CertCloseStore(store, CERT_CLOSE_STORE_CHECK_FLAG)), DWORD(CRYPT_E_PENDING_CLOSE));
+    CertAddEncodedCertificateToStore(store, kEncodings, der.data(), DWORD(der.size()), CERT_STORE_ADD_USE_EXISTING,
+                                     &context);
+    EXPECT_TRUE(CertCloseStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
     EXPECT_TRUE(SetKey(context, u"web01")) << "a context outlives its store's handle";
     CertFreeCertificateContext(context);
 }
@@ -286,7 +284,7 @@ TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
 {
     const PlatformRoot root;
     const Der der = MakeCertificate("web01", 1);
-    Store().Add(der, CERT_STORE_ADD_NEW);
+    Store().Add(der);
     OnThreadsAndInAChild(2, [&der](int number) {
         if (number == 0) {
             for (int i = 0; i < 100; i++)
@@ -295,7 +293,7 @@ TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
         }
         for (int i = 0; i < 20; i++) {
             const Store store;
-            ASSERT_TRUE(SetKey(store.Add(der, CERT_STORE_ADD_USE_EXISTING).get(), std::u16string(size_t(i) + 1, u'x')));
+            ASSERT_TRUE(SetKey(store.Add(der).get(), std::u16string(size_t(i) + 1, u'x')));
         }
     });
     EXPECT_EQ(KeyOf(Store().First().get()), std::string(20, 'x') + kBound);

@@ -12,6 +12,8 @@
 
 #include "platform/platform.h"
 
+constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
 struct OpensslObjectFreer {
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     void operator()(X509* certificate) const { X509_free(certificate); }

@@ -51,9 +51,9 @@ Credentials::Credentials(const std::string& name, const Credentials* issuer, lon
             "certificate signature");
 }
 
-void Credentials::WritePem(const std::string& file) const
+void Credentials::WritePem(const std::string& file, const char* mode) const
 {
-    FILE* const out = fopen(file.c_str(), "w");
+    FILE* const out = fopen(file.c_str(), mode);
     Require(out != nullptr && PEM_write_X509(out, certificate_.get()) == 1, "certificate file");
     fclose(out);
 }
@@ -127,6 +127,8 @@ RawServer::RawServer(Script script, const Credentials* identity, int maxTls) : s
         SSL_CTX_set_max_proto_version(tls_.get(), maxTls);
         // Lets even the versions through that OpenSSL's default level refuses.
         SSL_CTX_set_security_level(tls_.get(), 0);
+        // The server itself remembers all sessions, and so can forget them.
+        SSL_CTX_set_options(tls_.get(), SSL_OP_NO_TICKET);
     }
     Require(pipe2(stop_, O_CLOEXEC) == 0, "pipe");
     listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -165,6 +167,17 @@ std::string RawServer::lastServerName() const
     return serverName_;
 }
 
+int RawServer::resumed() const
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    return resumed_;
+}
+
+void RawServer::ForgetSessions()
+{
+    SSL_CTX_flush_sessions(tls_.get(), 0);
+}
+
 void RawServer::Accept()
 {
     for (int socket = 0; (socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
@@ -187,15 +200,18 @@ void RawServer::Serve(int socket)
         // With TLS 1.3 a client refuses only after the server is through with its part.
         char byte = 0;
         good = good && SSL_peek(tls, &byte, 1) == 1;
-        if (const char* name = SSL_get_servername(tls, TLSEXT_NAMETYPE_host_name)) {
-            const std::lock_guard<std::mutex> guard(lock_);
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (const char* name = SSL_get_servername(tls, TLSEXT_NAMETYPE_host_name))
             serverName_ = name;
-        }
+        resumed_ += SSL_session_reused(tls);
     }
     if (good) {
         Peer peer(this, socket, tls);
         script_(peer);
     }
+    // A connection that ends without its closing alert would take its session with it.
+    if (tls != nullptr)
+        SSL_set_shutdown(tls, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
     SSL_free(tls);
     close(socket);
 }

@@ -16,7 +16,8 @@ class Credentials {
   public:
     Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay);
 
-    void WritePem(const std::string& file) const;  // the certificate alone
+    // The certificate alone; with the mode "a" behind what the file holds.
+    void WritePem(const std::string& file, const char* mode = "w") const;
     X509* certificate() const { return certificate_.get(); }
     EVP_PKEY* key() const { return key_.get(); }
 
@@ -58,6 +59,8 @@ class RawServer {
     unsigned short port() const { return port_; }
     std::vector<std::string> requests() const;
     std::string lastServerName() const;  // what the last TLS client asked for
+    int resumed() const;                 // TLS connections that took up the session of an earlier one
+    void ForgetSessions();
 
   private:
     friend class Peer;
@@ -72,6 +75,7 @@ class RawServer {
     mutable std::mutex lock_;
     std::vector<std::string> requests_;
     std::string serverName_;
+    int resumed_ = 0;
     std::vector<std::thread> connections_;
     std::thread acceptor_;
 };

@@ -109,6 +109,34 @@ TEST_F(WinHttpTls, ReadsChangedRootsAgain)
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
 }
 
+TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
+{
+    const Credentials identity("kv.test", &root_, -1, 1);
+    for (const int maxTls : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        SCOPED_TRACE(maxTls);
+        Trust(root_);
+        RawServer server(Answer(kOk), &identity, maxTls);
+        ConnectTo(Entry(443, server));
+        const struct {
+            const char* name;
+            std::function<void()> before;
+            int resumed;
+        } rows[] = {
+            {"first", [] {}, 0},
+            {"again", [] {}, 1},
+            {"other roots, the same among them", [&] { stranger_.WritePem(roots_, "a"); }, 1},
+            {"again", [] {}, 2},
+            {"forgotten by the server", [&] { server.ForgetSessions(); }, 2},
+            {"again", [] {}, 3},
+        };
+        for (const auto& row : rows) {
+            row.before();
+            EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200") << row.name;
+            EXPECT_EQ(server.resumed(), row.resumed) << row.name;
+        }
+    }
+}
+
 TEST_F(WinHttpTls, ReturnsARedirectThatLeavesTls)
 {
     const Credentials identity("kv.test", &root_, -1, 1);

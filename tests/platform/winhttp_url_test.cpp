@@ -46,31 +46,30 @@ TEST(WinHttpCrackUrl, SplitsUrls)
     }
 }
 
-TEST(WinHttpCrackUrl, PointsIntoTheUrl)
+TEST(WinHttpCrackUrl, FindsTheHostAlone)
 {
-    const std::u16string url = u"https://user:pass@h/p/q?x#fBEHIND";
+    const std::u16string url = u"https://user:pass@h:1/p/q?x#f";
+    WCHAR host[11] = {};
+    WCHAR path[11] = {};
     URL_COMPONENTS parts = {};
     parts.dwStructSize = sizeof(parts);
-    parts.dwSchemeLength = parts.dwUserNameLength = parts.dwPasswordLength = parts.dwUrlPathLength = 1;
-    const auto length = static_cast<DWORD>(url.size() - 6);
-    ASSERT_TRUE(WinHttpCrackUrl(url.c_str(), length, 0, &parts));
-    EXPECT_EQ(std::u16string(parts.lpszScheme, parts.dwSchemeLength), u"https");
-    EXPECT_EQ(std::u16string(parts.lpszUserName, parts.dwUserNameLength), u"user");
-    EXPECT_EQ(std::u16string(parts.lpszPassword, parts.dwPasswordLength), u"pass");
-    EXPECT_EQ(std::u16string(parts.lpszUrlPath, parts.dwUrlPathLength), u"/p/q?x#f");
-    EXPECT_EQ(parts.lpszHostName, nullptr);
+    parts.lpszHostName = host;
+    parts.dwHostNameLength = 11;
+    ASSERT_TRUE(WinHttpCrackUrl(url.c_str(), static_cast<DWORD>(url.find(u":1/")), ICU_DECODE, &parts));
+    EXPECT_EQ(std::u16string(host), u"h");
+    EXPECT_EQ(parts.dwHostNameLength, 1u);
+    EXPECT_EQ(parts.nPort, 443) << "a counted URL ends where its count says";
 
-    parts = {};
-    parts.dwStructSize = sizeof(parts);
-    parts.dwUrlPathLength = parts.dwExtraInfoLength = 1;
-    ASSERT_TRUE(WinHttpCrackUrl(url.c_str(), length, 0, &parts));
-    EXPECT_EQ(std::u16string(parts.lpszUrlPath, parts.dwUrlPathLength), u"/p/q");
-    EXPECT_EQ(std::u16string(parts.lpszExtraInfo, parts.dwExtraInfoLength), u"?x#f");
-
-    parts = {};
-    parts.dwStructSize = sizeof(parts);
-    parts.dwHostNameLength = 1;
-    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), length, ICU_DECODE, &parts)), DWORD{ERROR_INVALID_PARAMETER});
+    parts.dwHostNameLength = 11;
+    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), 0, 0, &parts)), DWORD{ERROR_INVALID_PARAMETER});
+    parts.lpszUrlPath = path;
+    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), 0, ICU_DECODE, &parts)), DWORD{ERROR_INVALID_PARAMETER});
+    parts.lpszUrlPath = nullptr;
+    parts.dwUrlPathLength = 1;
+    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), 0, ICU_DECODE, &parts)), DWORD{ERROR_INVALID_PARAMETER});
+    parts.dwUrlPathLength = 0;
+    parts.lpszHostName = nullptr;
+    EXPECT_EQ(ErrorOf(WinHttpCrackUrl(url.c_str(), 0, ICU_DECODE, &parts)), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 }  // namespace

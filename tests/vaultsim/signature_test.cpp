@@ -1,7 +1,9 @@
 // Keys, signatures and encryption: what the live service signed, and what the tool's own tests, with OpenSSL as the
 // second opinion, don't reach.
+#include "vaultsim/signature.h"
 #include "tests/vaultsim/sim_test.h"
 #include "vaultsim/base64url.h"
+#include "vaultsim/key_material.h"
 
 using vaultsim::FromBase64;
 using vaultsim::ToBase64;
@@ -47,6 +49,25 @@ TEST_F(SignatureTest, EveryKindOfKeySignsAndVerifies)
         EXPECT_EQ(verified(digest, signature), "{\"value\":true}");
         EXPECT_EQ(verified(std::string(row.digestSize, 'e'), signature), "{\"value\":false}");
         EXPECT_EQ(verified(digest, signature.substr(0, row.signatureSize - 1)), "{\"value\":false}");
+    }
+}
+
+TEST_F(SignatureTest, ALeadingZeroBelongsToTheSignature)
+{
+    const vaultsim::Pkey key = vaultsim::GenerateRsa(1024);
+    for (const char* name : {"RSNULL", "RS256", "PS256"}) {
+        const vaultsim::SignatureAlgorithm& algorithm = *vaultsim::FindSignatureAlgorithm(name);
+        std::string digest;
+        std::string signature;
+        int count = 0;
+        do {
+            digest = std::to_string(count++);
+            digest.resize(32, 'd');
+            signature = vaultsim::SignDigest(key.get(), algorithm, digest);
+        } while (signature[0] != 0);
+        EXPECT_TRUE(vaultsim::VerifyDigest(key.get(), algorithm, digest, signature)) << name;
+        EXPECT_FALSE(vaultsim::VerifyDigest(key.get(), algorithm, digest, signature.substr(1))) << name;
+        EXPECT_FALSE(vaultsim::VerifyDigest(key.get(), algorithm, digest, '\0' + signature)) << name;
     }
 }
 
