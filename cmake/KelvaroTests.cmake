@@ -15,14 +15,31 @@ endif()
 if(NOT KELVARO_SANITIZER)
   target_compile_options(gtest PRIVATE -O0)
 endif()
+# What nearly all test sources begin with is read once.
+file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/test_headers.cpp" CONTENT "")
+add_library(kelvaro_test_headers OBJECT EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/test_headers.cpp")
+target_link_libraries(kelvaro_test_headers PRIVATE kelvaro_options kelvaro_nlohmann gtest Threads::Threads)
+set_target_properties(kelvaro_test_headers PROPERTIES KELVARO_UNOPTIMISED ON POSITION_INDEPENDENT_CODE OFF)
+target_compile_options(kelvaro_test_headers PRIVATE -fpch-preprocess)
+target_precompile_headers(kelvaro_test_headers PRIVATE <gtest/gtest.h> <nlohmann/json.hpp>)
+# How the test programs and their libraries are compiled: the same for all, as that takes, and several sources at a time, since
+# each builds GoogleTest's and the JSON library's templates anew.
+function(kelvaro_test_target name)
+  set_target_properties(${name} PROPERTIES KELVARO_UNOPTIMISED ON POSITION_INDEPENDENT_CODE OFF
+    UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 4)
+  target_link_libraries(${name} PRIVATE kelvaro_options kelvaro_nlohmann gtest Threads::Threads)
+  target_compile_options(${name} PRIVATE -fpch-preprocess)
+  target_precompile_headers(${name} REUSE_FROM kelvaro_test_headers)
+endfunction()
+
 function(kelvaro_add_test name)
   cmake_parse_arguments(ARG "X64_ONLY" "" "SOURCES;LIBS" ${ARGN})
   if(WIN32 AND ARG_X64_ONLY AND CMAKE_SIZEOF_VOID_P EQUAL 4)
     set(exclude EXCLUDE_FROM_ALL)
   endif()
   add_executable(${name} ${exclude} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE kelvaro_options ${ARG_LIBS} gtest_main Threads::Threads)
-  set_target_properties(${name} PROPERTIES KELVARO_UNOPTIMISED ON)
+  kelvaro_test_target(${name})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} gtest_main)
   if(WIN32)
     set_target_properties(${name} PROPERTIES KELVARO_COUNTS_ALLOCATIONS ON)
     # No runtime DLL beside the test programs.

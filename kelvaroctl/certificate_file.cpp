@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <memory>
 
+#include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
 
-constexpr size_t kLargestFile = 1024 * 1024;
+constexpr size_t kLargestCertificateFile = 1024 * 1024;
 static const char kBegin[] = "-----BEGIN CERTIFICATE-----";
 static const char kEnd[] = "-----END CERTIFICATE-----";
 
@@ -27,7 +28,7 @@ static Bytes FromBase64(const std::string& text, const std::string& fileName)
 
 std::vector<Bytes> ReadCertificateFile(const std::string& name)
 {
-    const Bytes content = ReadWholeFile(name, kLargestFile);
+    const Bytes content = ReadWholeFile(name, kLargestCertificateFile);
     const std::string text(content.begin(), content.end());
     std::vector<Bytes> found;
     for (size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at)) {
@@ -37,8 +38,7 @@ std::vector<Bytes> ReadCertificateFile(const std::string& name)
             throw UsageFailure(name + " holds a certificate block without an end");
         found.push_back(FromBase64(text.substr(at, end - at), name));
     }
-    constexpr BYTE kSequence = 0x30;
-    if (found.empty() && !content.empty() && content[0] == kSequence)
+    if (found.empty() && !content.empty() && content[0] == kDerSequence)
         found.push_back(content);
     if (found.empty())
         throw UsageFailure(name + " holds no certificate, neither as PEM nor in DER");

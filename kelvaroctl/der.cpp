@@ -8,7 +8,6 @@ constexpr BYTE kInteger = 0x02;
 constexpr BYTE kBitString = 0x03;
 constexpr BYTE kNull = 0x05;
 constexpr BYTE kObjectId = 0x06;
-constexpr BYTE kSequence = 0x30;
 
 Bytes DerElement(BYTE tag, const Bytes& content)
 {
@@ -33,7 +32,7 @@ Bytes DerSequence(std::initializer_list<Bytes> members)
     Bytes content;
     for (const Bytes& member : members)
         content.insert(content.end(), member.begin(), member.end());
-    return DerElement(kSequence, content);
+    return DerElement(kDerSequence, content);
 }
 
 static Bytes WithoutLeadingZeros(const Bytes& number)
@@ -141,8 +140,8 @@ bool RawFromDerSignature(const Bytes& der, size_t width, Bytes* raw)
     Reader sequence(nullptr, 0);
     Bytes r;
     Bytes s;
-    if (!whole.Take(kSequence, &sequence) || !whole.AtEnd() || !sequence.TakeNumber(&r) || !sequence.TakeNumber(&s) ||
-        !sequence.AtEnd())
+    if (!whole.Take(kDerSequence, &sequence) || !whole.AtEnd() || !sequence.TakeNumber(&r) ||
+        !sequence.TakeNumber(&s) || !sequence.AtEnd())
         return false;
     Bytes second;
     if (!ToWidth(r, width, raw) || !ToWidth(s, width, &second))

@@ -7,6 +7,8 @@
 
 namespace kelvaroctl {
 
+constexpr BYTE kDerSequence = 0x30;
+
 // Any element: its tag octet, the length, the content.
 Bytes DerElement(BYTE tag, const Bytes& content);
 Bytes DerSequence(std::initializer_list<Bytes> members);

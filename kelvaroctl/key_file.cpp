@@ -2,14 +2,14 @@
 
 #include <cstring>
 
+#include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
 
 namespace {
-constexpr size_t kLargestFile = 64 * 1024;
-constexpr BYTE kSequence = 0x30;
+constexpr size_t kLargestKeyFile = 64 * 1024;
 
 struct PemKind {
     const char* label;
@@ -77,7 +77,7 @@ bool IsEncrypted(const Bytes& der)
     if (der.size() < 2)
         return false;
     const size_t head = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7Fu);
-    return head < der.size() && der[head] == kSequence;
+    return head < der.size() && der[head] == kDerSequence;
 }
 
 KeyFile Pkcs8(Bytes der)
@@ -89,7 +89,7 @@ KeyFile Pkcs8(Bytes der)
 
 KeyFile ReadKeyFile(const std::string& name)
 {
-    Bytes content = ReadWholeFile(name, kLargestFile);
+    Bytes content = ReadWholeFile(name, kLargestKeyFile);
     DWORD magic = 0;
     if (content.size() >= sizeof(magic))
         std::memcpy(&magic, content.data(), sizeof(magic));
@@ -97,7 +97,7 @@ KeyFile ReadKeyFile(const std::string& name)
         if (kind.magic == magic)
             return {"CNG blob", kind.blobType, false, false, std::move(content)};
     }
-    if (!content.empty() && content[0] == kSequence)
+    if (!content.empty() && content[0] == kDerSequence)
         return Pkcs8(std::move(content));
     std::string text(content.begin(), content.end());
     Bytes der;

@@ -10,7 +10,8 @@ namespace vaultsim {
 
 namespace {
 
-const std::vector<std::string> kOperations = {"encrypt", "decrypt", "sign", "verify", "wrapKey", "unwrapKey", "import"};
+const std::vector<std::string> kKeyOperations = {"encrypt", "decrypt",   "sign",  "verify",
+                                                 "wrapKey", "unwrapKey", "import"};
 
 std::vector<std::string> ReadOperations(const Json& body, bool rsa)
 {
@@ -18,7 +19,7 @@ std::vector<std::string> ReadOperations(const Json& body, bool rsa)
         return DefaultOperations(rsa);
     std::vector<std::string> operations = ReadTexts(body, "key_ops");
     for (const std::string& operation : operations) {
-        if (std::find(kOperations.begin(), kOperations.end(), operation) == kOperations.end())
+        if (std::find(kKeyOperations.begin(), kKeyOperations.end(), operation) == kKeyOperations.end())
             throw BadParameter("Property key_ops has invalid value: " + operation);
     }
     return operations;

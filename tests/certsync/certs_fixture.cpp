@@ -90,7 +90,7 @@ void CertsTest::TearDown()
     ClearStores();
 }
 
-void CertsTest::ClearStores()
+void ClearStores()
 {
     ClearStore(true);
     ClearStore(false);

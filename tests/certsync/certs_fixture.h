@@ -26,6 +26,8 @@ struct Stored {
 bool operator==(const Stored& left, const Stored& right);
 void PrintTo(const Stored& stored, std::ostream* out);
 
+void ClearStores();  // the machine's and the user's are empty from then on
+
 class CertsTest : public HostTest {
   protected:
     static constexpr char kProvider[] = "Zandrel Key Storage Provider for Key Vault";
@@ -53,8 +55,6 @@ class CertsTest : public HostTest {
     static void AddToStore(const Issued& issued, const std::string& container, bool machine = true,
                            const std::string& provider = kProvider);
     std::string CertSync(HKEY hive = HKEY_LOCAL_MACHINE) const { return root.GetText(hive, "CertSync"); }
-
-    static void ClearStores();  // both are empty from then on
 
     // Requests to the vault since the last call, without the versions of their queries.
     Strings TakeRequests();

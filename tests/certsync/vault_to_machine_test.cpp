@@ -58,6 +58,14 @@ class VaultToMachineTest : public CertsTest {
     std::string Hash(const std::string& name) { return VaultHashes(name).back(); }
 };
 
+TEST_F(VaultToMachineTest, TheUsersStoreIsLeftAlone)
+{
+    AddVaultCertificate("web", "RSA");
+    OpenKey("web");
+    EXPECT_EQ(1u, Store().size());
+    EXPECT_TRUE(Store(false).empty());
+}
+
 TEST_F(VaultToMachineTest, NewCertificatesComeBoundAndDummiesAreOnlyRemembered)
 {
     EXPECT_TRUE(TextEqual(kProviderName, kCertificateProvider));
@@ -71,7 +79,6 @@ TEST_F(VaultToMachineTest, NewCertificatesComeBoundAndDummiesAreOnlyRemembered)
                        "GET /certificates/dummy", "GET /certificates/web", "GET /keys/web"}),
               TakeRequests());
     EXPECT_EQ(Sorted({InMachine(coded, "a b"), InMachine(Hash("web"), "web")}), Store());
-    EXPECT_TRUE(Store(false).empty());
     EXPECT_EQ(list, CertSync());
     EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
     EXPECT_TRUE(root.Logged("KVCSyncCertsFromKVToMachine Save Changed " + list, 10));

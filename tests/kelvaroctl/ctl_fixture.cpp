@@ -56,9 +56,3 @@ std::string CtlTest::ReadFile(const std::string& path) const
     content << file.rdbuf();
     return content.str();
 }
-
-std::string CtlTest::HiveFile(const char* name) const
-{
-    const std::string folder = std::string(name) == "HKEY_LOCAL_MACHINE" ? "/root" : "/root/user";
-    return root.directory() + folder + "/registry/" + name + ".reg";
-}

@@ -26,7 +26,8 @@ class CtlTest : public testing::Test {
     std::string File(const std::string& name) const { return root.directory() + "/" + name; }
     void WriteFile(const std::string& name, const std::string& content) const;
     std::string ReadFile(const std::string& path) const;
-    std::string HiveFile(const char* name = "HKEY_LOCAL_MACHINE") const;
+    // What the tool says of the machine's settings, to be compared with a later time.
+    nlohmann::json Settings() { return CtlJson({"config", "show"}); }
 
     static std::vector<std::string> WithModule(std::vector<std::string> arguments);
 

@@ -2,11 +2,12 @@
 #include <filesystem>
 
 #include "keyvault/kvkey.h"
+#include "tests/common/independent_key.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
-#include "tests/kelvaroctl/openssl_key.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using nlohmann::json;
 
 class KeysTest : public CtlTest {
@@ -56,7 +57,7 @@ TEST_F(KeysTest, ListsWithAndWithoutDetails)
         EXPECT_EQ(rows[index].name, keys[index]["name"]);
         EXPECT_EQ(rows[index].key, keys[index]["key"]);
         EXPECT_EQ(rows[index].bits, keys[index]["bits"]);
-        EXPECT_EQ(OpensslKey(sim.PublicKeyPem(Simulator::kVault, rows[index].name)).Fingerprint(),
+        EXPECT_EQ(IndependentKey(sim.PublicKeyPem(Simulator::kVault, rows[index].name)).Fingerprint(),
                   keys[index]["fingerprint"]);
     }
     EXPECT_NE(std::string::npos, keys[5]["problem"].get<std::string>().find("on a curve other than"));
@@ -78,26 +79,6 @@ TEST_F(KeysTest, AWalkThatBreaksOffKeepsWhatItFound)
     EXPECT_NE(std::string::npos, ran.err.find("0x801B8002"));
 }
 
-TEST_F(KeysTest, AWalkShowsItsProgressOnATerminalOnly)
-{
-    bool echoed = false;
-    bool echoAfter = false;
-    const auto listOnTerminal = [&] {
-        return RunOnTerminal(KELVAROCTL_PATH, WithModule({"keys", "list"}), "listing the vault", "", &echoed,
-                             &echoAfter);
-    };
-    sim.Fault({{"path", "/keys?"}, {"action", "status"}, {"status", 403}});
-    EXPECT_EQ(6, listOnTerminal().exit);  // shown before the vault has answered
-    const Ran shown = listOnTerminal();
-    EXPECT_EQ(0, shown.exit);
-    EXPECT_EQ("p256  -\np384  -\np521  -\nrsa   -\n", shown.out);
-    const std::string blanks(17, ' ');
-    EXPECT_EQ("\rlisting the vault\r1 key listed     \r2 keys listed    \r3 keys listed    \r4 keys listed    \r" +
-                  blanks + "\r",
-              shown.err);
-    EXPECT_EQ("", Ctl({"keys", "list"}).err);
-}
-
 TEST_F(KeysTest, PublicKeysInEveryForm)
 {
     sim.AddKey(Simulator::kVault, {{"name", "rsa0"}, {"kty", "RSA"}, {"leadingZero", true}});
@@ -105,17 +86,18 @@ TEST_F(KeysTest, PublicKeysInEveryForm)
     for (const char* name : {"rsa", "p256", "p384", "p521", "rsa0", "p384-0"}) {
         SCOPED_TRACE(name);
         const std::string expected = sim.PublicKeyPem(Simulator::kVault, name);
+        const IndependentKey key(expected);
         EXPECT_EQ(expected, Out({"keys", "export", name, "--format", "pem"}));
         EXPECT_EQ(0, Ctl({"keys", "export", name, "--format", "pem", "--out", File("key.pem")}).exit);
         EXPECT_EQ(expected, ReadFile(File("key.pem")));
         const json shown = CtlJson({"keys", "show", name});
         EXPECT_EQ(expected, shown["publicKey"]["pem"]);
-        EXPECT_EQ(OpensslKey(expected).Fingerprint(), shown["fingerprint"]);
+        EXPECT_EQ(key.Fingerprint(), shown["fingerprint"]);
         EXPECT_EQ(shown["publicKey"]["jwk"], json::parse(Out({"keys", "export", name, "--format", "jwk"})));
         EXPECT_EQ(name, shown["publicKey"]["jwk"]["kid"]);
-        EXPECT_EQ(expected, OpensslKey::FromJwk(shown["publicKey"]["jwk"].dump()).Pem());
+        EXPECT_EQ(key.Der(), IndependentKey::FromJwk(shown["publicKey"]["jwk"].dump()).Der());
         EXPECT_EQ(0, Ctl({"keys", "export", name, "--format", "cng", "--out", File("key.cng")}).exit);
-        EXPECT_EQ(expected, OpensslKey::FromCngBlob(ReadFile(File("key.cng"))).Pem());
+        EXPECT_EQ(key.Der(), IndependentKey::FromCngBlob(ReadFile(File("key.cng"))).Der());
     }
     EXPECT_EQ(2, Ctl({"keys", "export", "p384", "--format", "cng"}).exit);
     EXPECT_EQ(2, Ctl({"keys", "export", "p384", "--format", "der"}).exit);
@@ -145,7 +127,6 @@ TEST_F(KeysTest, NamesOfAnyScriptAndNoControlCharacters)
     const std::string list = Out({"keys", "list"});
     EXPECT_NE(std::string::npos, list.find("Schl\xC3\xBCssel 1 \xF0\x9F\x94\x91 "));
     EXPECT_NE(std::string::npos, list.find("bell\\x07\\x1b[2J"));
-    EXPECT_EQ(2, Ctl({"keys", "show", "\xC3("}).exit);
 }
 
 TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
@@ -162,6 +143,21 @@ TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
     } rows[] = {
         {"no such key", {"keys", "show", "nobody"}, nullptr, 5, "NTE_NOT_FOUND", "'nobody'"},
         {"a name too long", {"keys", "show", std::string(43, 'n')}, nullptr, 2, "usage", "1 to 42 characters"},
+        {"a taken name", {"keys", "create", "rsa", "--alg", "RSA"}, nullptr, 2, "NTE_EXISTS", "--overwrite"},
+        {"an unknown algorithm", {"keys", "create", "k", "--alg", "DSA"}, nullptr, 2, "usage", "DSA"},
+        {"no algorithm", {"keys", "create", "k"}, nullptr, 2, "usage", "--alg"},
+        {"a bad length",
+         {"keys", "create", "k", "--alg", "RSA", "--length", "1024"},
+         nullptr,
+         2,
+         "NTE_NOT_SUPPORTED",
+         "2048 to 4096"},
+        {"creation refused",
+         {"keys", "create", "k", "--alg", "RSA"},
+         {{"path", "/create?"}, {"action", "status"}, {"status", 500}},
+         6,
+         "NTE_FAIL",
+         "cannot create the key 'k'"},
         {"sign-in refused",
          {"keys", "show", "rsa"},
          {{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}},
@@ -193,6 +189,7 @@ TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
         EXPECT_EQ(row.exit, error["exit"]);
         EXPECT_NE(std::string::npos, error["message"].get<std::string>().find(row.words)) << error;
     }
+    EXPECT_EQ(4u, CtlJson({"keys", "list"})["keys"].size());
 }
 
 TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
@@ -218,18 +215,21 @@ TEST_F(KeysTest, AModuleThatIsNone)
     for (const std::string& path : wrong) {
         const Ran ran = RunProgram(KELVAROCTL_PATH, {"--module", path, "keys", "list"}, "");
         EXPECT_EQ(3, ran.exit) << path;
-        EXPECT_NE(std::string::npos, ran.err.find(path)) << ran.err;
+        EXPECT_NE(std::string::npos, ran.err.find(fs::path(path).filename().string())) << ran.err;
     }
 }
 
 TEST_F(KeysTest, TheModuleBesideTheProgramIsTaken)
 {
-    std::filesystem::create_directory(File("installed"));
-    std::filesystem::copy_file(KELVAROCTL_PATH, File("installed/kelvaroctl"));
-    std::filesystem::copy_file(KELVARO_MODULE_PATH, File("installed/libkelvaro.so"));
-    const Ran ran = RunProgram(File("installed/kelvaroctl"), {"provider", "show", "--json"}, "");
+    const fs::path folder = File("installed");
+    const fs::path program = folder / fs::path(KELVAROCTL_PATH).filename();
+    const fs::path module = folder / fs::path(KELVARO_MODULE_PATH).filename();
+    fs::create_directory(folder);
+    fs::copy_file(KELVAROCTL_PATH, program);
+    fs::copy_file(KELVARO_MODULE_PATH, module);
+    const Ran ran = RunProgram(program.string(), {"provider", "show", "--json"}, "");
     ASSERT_EQ(0, ran.exit) << ran.err;
-    EXPECT_EQ(File("installed/libkelvaro.so"), json::parse(ran.out)["module"]);
+    EXPECT_TRUE(fs::equivalent(module, fs::u8path(json::parse(ran.out)["module"].get<std::string>()))) << ran.out;
 }
 
 }  // namespace

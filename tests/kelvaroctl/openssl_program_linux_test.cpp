@@ -1,4 +1,6 @@
 // What the openssl program encrypts to an exported key the module decrypts. Needs that program: Linux only.
+#include <filesystem>
+
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
@@ -31,6 +33,8 @@ TEST_F(OpensslProgramTest, EncryptsToAnExportedKeyAndTheModuleDecrypts)
                                        "--out", File("decrypted")});
             EXPECT_EQ(0, decrypted.exit) << decrypted.err;
             EXPECT_EQ(plain, ReadFile(File("decrypted")));
+            using std::filesystem::perms;
+            EXPECT_EQ(perms::owner_read | perms::owner_write, std::filesystem::status(File("decrypted")).permissions());
         }
     }
 }

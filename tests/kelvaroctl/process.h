@@ -5,16 +5,11 @@
 #include <vector>
 
 struct Ran {
-    int exit = -1;  // -1 when it ended by a signal
+    int exit = -1;  // on Linux -1 when it ended by a signal
     std::string out;
     std::string err;
 };
 
-// The program gets this process's environment, and `input` as its standard input.
+// The program gets this process's environment, and `input` as its standard input. Arguments are UTF-8. Lines of its
+// output end in a line feed alone.
 Ran RunProgram(const std::string& program, const std::vector<std::string>& arguments, const std::string& input);
-
-// The same on a terminal of its own: standard input and standard error are the terminal, standard output a file. Types
-// `answer` once `prompt` has been shown. `err` is all that the terminal showed; *echoed: whether the terminal echoed
-// while the prompt stood; *echoAfter: whether it does so after the end.
-Ran RunOnTerminal(const std::string& program, const std::vector<std::string>& arguments, const std::string& prompt,
-                  const std::string& answer, bool* echoed, bool* echoAfter);

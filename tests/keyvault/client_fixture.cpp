@@ -3,22 +3,6 @@
 #include <algorithm>
 #include <sstream>
 
-std::string Base64Url(const Bytes& bytes)
-{
-    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    std::string text;
-    uint32_t bits = 0;
-    int count = 0;
-    for (const BYTE byte : bytes) {
-        bits = bits << 8 | byte;
-        for (count += 8; count >= 6; count -= 6)
-            text += alphabet[bits >> (count - 6) & 63];
-    }
-    if (count)
-        text += alphabet[bits << (6 - count) & 63];
-    return text;
-}
-
 Strings CallerLines(const nlohmann::json& request)
 {
     Strings lines;

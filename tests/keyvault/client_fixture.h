@@ -12,6 +12,7 @@
 #include "keyvault/web_call.h"
 #include "support/log.h"
 #include "tests/common/alloc_fault.h"
+#include "tests/common/base64.h"
 #include "tests/common/simulator.h"
 #include "tests/common/test_clock.h"
 #include "tests/common/test_root.h"
@@ -24,8 +25,6 @@ using ClientPtr = std::unique_ptr<KVC, ClientDeleter>;
 using Bytes = std::vector<BYTE>;
 using Strings = std::vector<std::string>;
 using Waits = std::vector<DWORD>;
-
-std::string Base64Url(const Bytes& bytes);  // without fill
 
 // What KVCNew is given; the defaults reach the simulator's vault.
 struct Identity {

@@ -130,11 +130,16 @@ TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
 
     // Only what would break the JSON is escaped.
     OwnKey quoted;
-    EXPECT_EQ(1, Create("\"}/\\\xC3\xA9\t", "ECDSA_P256", 256, &quoted));
-    EXPECT_EQ(
-        "{\"kty\":\"EC-HSM\",\"crv\":\"P-256\",\"tags\": {\"AlgID\":\"ECDSA_P256\",\"KeyName\":"
-        "\"\\\"}/\\\\\xC3\xA9\\u0009\"}}",
-        Bodies().back());
+    EXPECT_EQ(1, Create("\"}/\\\t", "ECDSA_P256", 256, &quoted));
+    EXPECT_EQ(R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"\"}/\\\u0009"}})",
+              Bodies().back());
+}
+
+TEST_F(KeyCreationTest, TheTagHasLettersBeyondAsciiAsUtf8)
+{
+    OwnKey key;
+    EXPECT_EQ(1, Create("\xC3\xA9", "ECDSA_P256", 256, &key));
+    EXPECT_NE(std::string::npos, Bodies().back().find("\"KeyName\":\"\xC3\xA9\"")) << Bodies().back();
 }
 
 TEST_F(KeyCreationTest, WhatCannotBeAskedSendsNothing)

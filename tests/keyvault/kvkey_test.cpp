@@ -154,10 +154,14 @@ TEST(KVKeyTest, BodiesWithoutAKeyGiveTheNamesAlone)
     }
 }
 
+TEST(KVKeyTest, OneCharacterIsNoNumber)
+{
+    ExpectEmpty(Parsed(R"({"key":{"e":"A"}})").key);
+}
+
 TEST(KVKeyTest, MembersOfAnotherFormLeaveTheirFieldsEmpty)
 {
-    const Parsed wrong(
-        R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","e":"A","x":"AA=A","y":[]}})");
+    const Parsed wrong(R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","x":"AA=A","y":[]}})");
     ExpectEmpty(wrong.key);
     const Parsed notAnObject(R"({"key":["kid","n"]})");
     ExpectEmpty(notAnObject.key);

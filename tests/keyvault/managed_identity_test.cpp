@@ -6,7 +6,7 @@
 
 namespace {
 
-const std::string kTokenPath = "/metadata/identity/oauth2/token?resource=https://vault.azure.net";
+const std::string kIdentityPath = "/metadata/identity/oauth2/token?resource=https://vault.azure.net";
 const char* const kArcEndpoint = "http://localhost:40342/metadata/identity/oauth2/token";
 
 std::string Challenge(const std::string& realmLine)
@@ -44,10 +44,10 @@ class ManagedIdentity : public ClientTest {
 TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
 {
     AlsoConnect(":8123:" + ConnectTarget(":80:"));
-    const std::string machine = kTokenPath + "&api-version=2018-02-01";
+    const std::string machine = kIdentityPath + "&api-version=2018-02-01";
     const std::string fixed = "169.254.169.254 http";
     const std::string other = "http://identity.example:8123/";
-    const std::string arc = kTokenPath + "&api-version=2020-06-01";
+    const std::string arc = kIdentityPath + "&api-version=2020-06-01";
     const struct {
         const char* story;
         std::string endpoint;

@@ -1,25 +1,6 @@
 #include "tests/keyvault/vault_fixture.h"
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
-
 using nlohmann::json;
-
-std::string Base64(const Bytes& bytes)
-{
-    std::string text = Base64Url(bytes);
-    std::replace(text.begin(), text.end(), '-', '+');
-    std::replace(text.begin(), text.end(), '_', '/');
-    return text.append((4 - text.size() % 4) % 4, '=');
-}
-
-std::string ReadServiceSample(const std::string& name)
-{
-    std::ifstream file(std::string(KELVARO_TEST_DATA) + "/service/" + name + ".json", std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 std::string OrNone(const WCHAR* text)
 {

@@ -3,11 +3,10 @@
 
 #include "keyvault/kvkey.h"
 #include "tests/common/host.h"
+#include "tests/common/service_sample.h"
 #include "tests/keyvault/client_fixture.h"
 
-std::string Base64(const Bytes& bytes);                  // standard alphabet with fill
-std::string ReadServiceSample(const std::string& name);  // a file of tests/data/service, without ".json"
-std::string OrNone(const WCHAR* text);                   // "(NULL)" for NULL
+std::string OrNone(const WCHAR* text);  // "(NULL)" for NULL
 
 // A record that goes with its blocks.
 struct OwnKey : KVKey {

@@ -72,34 +72,21 @@ TEST_F(WebCall, WhateverTheServiceSaysIsAnAnswerAndNotRepeated)
 }
 
 // Transport failures on every attempt: ten of them, each with its waits, and none of them an answer.
-TEST_F(WebCall, TransportFailuresAreRepeatedTenTimes)
-{
-    using Json = nlohmann::json;
-    const Json down = {{"name", "tls"}, {"mode", "down"}};
-    const Json closed = {{"path", "/keys"}, {"action", "reset-before"}, {"times", -1}};
-    const Json cut = {{"path", "/keys"}, {"action", "truncate"}, {"inHead", true}, {"afterBytes", 12}, {"times", -1}};
-    const Waits send = {20000, 200};
-    const std::string noConnection = "KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds Error 0x2efd 1";
-    const std::string noAnswer = "KVCDoWebCall WinHttpReceiveResponse Error 0x2efe 1";
-    const std::string noTrust = "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1";
-    const struct {
-        const char* story;
-        const char* method;
-        const char* control;
-        Json body;
-        DWORD error;
-        Waits waits;
-        std::string line;
-        size_t requests;
-    } rows[] = {
-        {"nobody listens", "PUT", "/listener", down, 12029, send, noConnection, 0},
-        {"closed before an answer", "POST", "/faults", closed, 12030, {200}, noAnswer, 10},
-        {"closed inside the head", "POST", "/faults", cut, 12030, {200}, noAnswer, 10},
-        {"another host", "PUT", "/certificate", {{"mode", "wrong-host"}}, 12175, {200}, noTrust, 0},
-        {"an unknown root", "PUT", "/certificate", {{"mode", "unknown-root"}}, 12175, {200}, noTrust, 0},
-        {"out of date", "PUT", "/certificate", {{"mode", "expired"}}, 12175, {200}, noTrust, 0},
-    };
-    for (const auto& row : rows) {
+struct FailureRow {
+    const char* story;
+    const char* method;
+    const char* control;
+    nlohmann::json body;
+    DWORD error;
+    Waits waits;
+    std::string line;
+    size_t requests;
+};
+
+class WebCallFailure : public WebCall {
+  protected:
+    void ExpectTenAttempts(const FailureRow& row)
+    {
         SCOPED_TRACE(row.story);
         sim.Reset();
         root.ClearLog();
@@ -120,6 +107,30 @@ TEST_F(WebCall, TransportFailuresAreRepeatedTenTimes)
         lines.back() = "KVCDoWebCall failure " + code;
         EXPECT_EQ(lines, root.LogLines());
     }
+};
+
+TEST_F(WebCallFailure, AServerThatIsDownIsTriedTenTimes)
+{
+    const std::string line = "KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds Error 0x2efd 1";
+    ExpectTenAttempts({"", "PUT", "/listener", {{"name", "tls"}, {"mode", "down"}}, 12029, {20000, 200}, line, 0});
+}
+
+TEST_F(WebCallFailure, OtherFailuresOfTheTransportAreRepeatedTenTimes)
+{
+    using Json = nlohmann::json;
+    const Json closed = {{"path", "/keys"}, {"action", "reset-before"}, {"times", -1}};
+    const Json cut = {{"path", "/keys"}, {"action", "truncate"}, {"inHead", true}, {"afterBytes", 12}, {"times", -1}};
+    const std::string noAnswer = "KVCDoWebCall WinHttpReceiveResponse Error 0x2efe 1";
+    const std::string noTrust = "KVCDoWebCall WinHttpSendRequest Failed Error 0x2f8f 1";
+    const FailureRow rows[] = {
+        {"closed before an answer", "POST", "/faults", closed, 12030, {200}, noAnswer, 10},
+        {"closed inside the head", "POST", "/faults", cut, 12030, {200}, noAnswer, 10},
+        {"another host", "PUT", "/certificate", {{"mode", "wrong-host"}}, 12175, {200}, noTrust, 0},
+        {"an unknown root", "PUT", "/certificate", {{"mode", "unknown-root"}}, 12175, {200}, noTrust, 0},
+        {"out of date", "PUT", "/certificate", {{"mode", "expired"}}, 12175, {200}, noTrust, 0},
+    };
+    for (const FailureRow& row : rows)
+        ExpectTenAttempts(row);
 }
 
 TEST_F(WebCall, AnAttemptThatSucceedsForgetsTheFailuresBefore)

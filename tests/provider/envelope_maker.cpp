@@ -28,16 +28,6 @@ std::string Contents(BIO* bio)
     return std::string(text, static_cast<size_t>(size));
 }
 
-Bytes Words(std::initializer_list<DWORD> words)
-{
-    Bytes bytes;
-    for (const DWORD word : words) {
-        for (unsigned shift = 0; shift < 32; shift += 8)
-            bytes.push_back(static_cast<BYTE>(word >> shift));
-    }
-    return bytes;
-}
-
 }  // namespace
 
 Recipient::Recipient() : key_(EVP_RSA_gen(2048), EVP_PKEY_free), certificate_(X509_new(), X509_free)
@@ -93,8 +83,8 @@ Bytes StoreRecord(DWORD id, const Bytes& data)
 
 Bytes ProviderInfo(const std::string& container, DWORD flags, bool wide)
 {
-    const Bytes containerName = WideBytes(container);
-    const Bytes providerName = WideBytes("Microsoft Software Key Storage Provider");
+    const Bytes containerName = TextBytes(container);
+    const Bytes providerName = TextBytes("Microsoft Software Key Storage Provider");
     const DWORD texts = wide ? 48 : 28;
     const DWORD second = texts + static_cast<DWORD>(containerName.size());
     const Bytes head =

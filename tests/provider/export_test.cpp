@@ -5,16 +5,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-Bytes Words(std::initializer_list<uint32_t> words)
-{
-    Bytes bytes;
-    for (const uint32_t word : words) {
-        for (int shift = 0; shift < 32; shift += 8)
-            bytes.push_back(static_cast<BYTE>(word >> shift));
-    }
-    return bytes;
-}
-
 using ExportTest = KeyTest;
 
 constexpr char kRsa[] = "RSAPUBLICBLOB";
@@ -27,7 +17,7 @@ TEST_F(ExportTest, TheModulusAlwaysBeginsWithAZeroByte)
     const struct {
         const char* name;
         Bytes n;
-        uint32_t bits;
+        DWORD bits;
         Bytes written;
     } rows[] = {
         {"256 bytes", Pattern(256), 2048, zero + Pattern(256)},
@@ -40,7 +30,7 @@ TEST_F(ExportTest, TheModulusAlwaysBeginsWithAZeroByte)
         SCOPED_TRACE(row.name);
         const NCRYPT_KEY_HANDLE key = OpenAnswered(RsaAnswer(row.n, e));
         const Bytes expected =
-            Words({0x31415352, row.bits, 3, static_cast<uint32_t>(row.written.size()), 0, 0}) + e + row.written;
+            Words({0x31415352, row.bits, 3, static_cast<DWORD>(row.written.size()), 0, 0}) + e + row.written;
         EXPECT_EQ(expected, Export(key, kRsa).bytes);
         EXPECT_EQ(expected, Export(key, "PUBLICBLOB", NCRYPT_SILENT_FLAG).bytes);
     }
@@ -59,7 +49,7 @@ TEST_F(ExportTest, TheMagicFollowsTheTagThenOperationsAndCurve)
         size_t cbCoordinate;
         std::vector<std::string> ops;
         const char* tag;
-        uint32_t magic;
+        DWORD magic;
     } rows[] = {
         {"ECK1 by tag", "P-256", 32, signs, "ECDH_P256", 0x314B4345},
         {"ECK3 by tag", "P-384", 48, signs, "ECDH_P384", 0x334B4345},
@@ -82,7 +72,7 @@ TEST_F(ExportTest, TheMagicFollowsTheTagThenOperationsAndCurve)
         const Bytes x = Pattern(row.cbCoordinate);
         const Bytes y(x.rbegin(), x.rend());
         const NCRYPT_KEY_HANDLE key = OpenAnswered(CurveAnswer(row.crv, x, y, row.ops, row.tag));
-        EXPECT_EQ(Words({row.magic, static_cast<uint32_t>(row.cbCoordinate)}) + x + y, Export(key, kCurve).bytes);
+        EXPECT_EQ(Words({row.magic, static_cast<DWORD>(row.cbCoordinate)}) + x + y, Export(key, kCurve).bytes);
     }
     EXPECT_TRUE(root.Logged("KelvaroExportKey Export ECC Key", 8));
 }

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;
 constexpr DWORD kMachineContainer = 0x20;
 
 class EnvelopeTest : public ImportTest {
@@ -84,12 +83,8 @@ TEST_F(EnvelopeTest, ParameterLists)
     PutContainer("box", Me().ContainerPem());
     const Bytes envelope = Me().Seal(blob);
     const Bytes store = Box(Me());
-    const Bytes name = WideBytes("name");
-    const struct {
-        const char* name;
-        std::vector<std::pair<DWORD, Bytes>> buffers;
-        SECURITY_STATUS status;
-    } rows[] = {
+    const Bytes name = TextBytes("name");
+    const std::vector<ParameterRow> rows = {
         {"with a name", {{45, name}, {47, store}}, 0},
         {"with an object id", {{47, store}, {41, {1}}}, 0},
         {"with parameters of an algorithm", {{42, {1}}, {47, store}}, 0},
@@ -99,23 +94,14 @@ TEST_F(EnvelopeTest, ParameterLists)
         {"three buffers", {{45, name}, {47, store}, {41, {1}}}, NTE_INVALID_PARAMETER},
         {"no store", {{45, name}}, NTE_INVALID_PARAMETER},
         {"an empty store", {{47, {}}}, NTE_INVALID_PARAMETER},
-        {"name without a zero character", {{45, WideBytes("n", false)}, {47, store}}, NTE_INVALID_PARAMETER},
+        {"name without a zero character", {{45, TextBytes("n", false)}, {47, store}}, NTE_INVALID_PARAMETER},
         {"zeros that are no character", {{45, {1, 0, 0, 1}}, {47, store}}, NTE_INVALID_PARAMETER},
         {"algorithm id", {{43, {}}, {47, store}}, NTE_INVALID_PARAMETER},
         {"attributes", {{44, {1}}, {47, store}}, NTE_INVALID_PARAMETER},
         {"secret", {{47, store}, {46, name}}, NTE_INVALID_PARAMETER},
         {"unknown", {{47, store}, {99, name}}, NTE_INVALID_PARAMETER},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Parameters parameters;
-        for (const auto& buffer : row.buffers)
-            parameters.Add(buffer.first, buffer.second);
-        ASSERT_EQ(Hex(row.status), Hex(Import("PKCS7_ENVELOPE", envelope, &parameters)));
-        if (row.status == 0) {
-            EXPECT_EQ(nullptr, imported()->pszKeyName);
-        }
-    }
+    ImportWith(rows, "PKCS7_ENVELOPE", envelope, 0);
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Import("PKCS7_ENVELOPE", envelope)));
     Parameters newer = {{47, store}};
     newer.version = 1;
@@ -144,8 +130,7 @@ TEST_F(EnvelopeTest, WhatDoesNotOpenOrIsNoKey)
     const auto boxed = [&](const std::string& name) { return Box(Me(), 0, false, name); };
     const struct {
         const char* name;
-        Bytes envelope;
-        Bytes store;
+        Bytes envelope, store;
         SECURITY_STATUS status;
     } rows[] = {
         {"a blob of 1024 bits", Me().Seal(RsaBlob(1024)), store, NTE_BAD_KEY},
@@ -186,12 +171,10 @@ TEST_F(EnvelopeTest, NoCutOfAStoreOpens)
     root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
     Reattach();
     const Bytes store = Box(Me());
-    Bytes envelope = {0x30};
     for (size_t size = 1; size < store.size(); size++) {
         Parameters parameters = {{47, Bytes(store.begin(), store.begin() + static_cast<ptrdiff_t>(size))}};
         NCRYPT_KEY_HANDLE key = 0;
-        ASSERT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(table->ImportKey(provider, 0, TEXT("PKCS7_ENVELOPE"),
-                                                                   parameters.list(), &key, envelope.data(), 1, 0)))
+        ASSERT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(ImportInto(&key, "PKCS7_ENVELOPE", {0x30}, parameters.list())))
             << size;
     }
 }

@@ -5,18 +5,6 @@
 #include <fstream>
 #include <iterator>
 
-Bytes WideBytes(const std::string& text, bool terminated)
-{
-    const TextString wide = Wide(text);
-    const BYTE* bytes = reinterpret_cast<const BYTE*>(wide.c_str());
-    return Bytes(bytes, bytes + (wide.size() + (terminated ? 1 : 0)) * sizeof(WCHAR));
-}
-
-Bytes Secret(const std::string& password)
-{
-    return WideBytes(password);
-}
-
 Bytes ReadPkcs8(const std::string& name)
 {
     std::ifstream file(std::string(KELVARO_TEST_DATA "/pkcs8/") + name + ".der", std::ios::binary);
@@ -49,16 +37,6 @@ Bytes Attribute(const Bytes& objectId, const Bytes& value)
 Bytes KeyUsageAttribute(const Bytes& value)
 {
     return Attribute({0x55, 0x1D, 0x0F}, value);
-}
-
-Bytes RsaBlob(DWORD bits, DWORD magic)
-{
-    const DWORD half = bits / 16;
-    const BCRYPT_RSAKEY_BLOB header = {magic, bits, 3, bits / 8, half, half};
-    const bool full = magic == BCRYPT_RSAFULLPRIVATE_MAGIC;
-    Bytes blob(sizeof(header) + 3 + bits / 8 * (full ? 2 : 1) + half * (full ? 5 : 2));
-    std::memcpy(blob.data(), &header, sizeof(header));
-    return blob;
 }
 
 void Parameters::Add(DWORD type, const Bytes& bytes)
@@ -94,16 +72,22 @@ void ImportTest::FreeImported()
     imported_ = 0;
 }
 
+SECURITY_STATUS ImportTest::ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data,
+                                       NCryptBufferDesc* list, DWORD flags)
+{
+    Bytes copy = data;
+    const SECURITY_STATUS status = table->ImportKey(provider, 0, Wide(type).c_str(), list, key, copy.data(),
+                                                    static_cast<DWORD>(copy.size()), flags);
+    EXPECT_EQ(data, copy);
+    return status;
+}
+
 SECURITY_STATUS ImportTest::Import(const char* type, const Bytes& data, Parameters* parameters, DWORD flags)
 {
     FreeImported();
     root.ClearLog();
     NCRYPT_KEY_HANDLE key = 77;
-    Bytes copy = data;
-    const SECURITY_STATUS status =
-        table->ImportKey(provider, 0, Wide(type).c_str(), parameters ? parameters->list() : nullptr, &key, copy.data(),
-                         static_cast<DWORD>(copy.size()), flags);
-    EXPECT_EQ(data, copy);
+    const SECURITY_STATUS status = ImportInto(&key, type, data, parameters ? parameters->list() : nullptr, flags);
     if (status == 0) {
         EXPECT_EQ(std::vector<std::string>{}, ErrorLines());
         imported_ = key;
@@ -116,6 +100,22 @@ SECURITY_STATUS ImportTest::Import(const char* type, const Bytes& data, Paramete
     return status;
 }
 
+void ImportTest::ImportWith(const std::vector<ParameterRow>& rows, const char* type, const Bytes& data, DWORD flags,
+                            ULONG version)
+{
+    for (const ParameterRow& row : rows) {
+        SCOPED_TRACE(row.name);
+        Parameters parameters;
+        parameters.version = version;
+        for (const auto& [bufferType, bytes] : row.buffers)
+            parameters.Add(bufferType, bytes);
+        ASSERT_EQ(Hex(row.status), Hex(Import(type, data, &parameters, flags)));
+        if (row.status == 0) {
+            EXPECT_EQ(row.keyName, imported()->pszKeyName ? Narrow(imported()->pszKeyName) : "(none)");
+        }
+    }
+}
+
 Bytes ImportTest::KeptBlob() const
 {
     const KSP_KEY* key = imported();
@@ -123,9 +123,15 @@ Bytes ImportTest::KeptBlob() const
         return {};
     DATA_BLOB sealed = {key->cbPrivateKey, key->pbPrivateKey};
     DATA_BLOB plain = {};
-    EXPECT_TRUE(CryptUnprotectData(&sealed, nullptr, nullptr, nullptr, nullptr, 0, &plain));
+    LPWSTR description = nullptr;
+    EXPECT_TRUE(CryptUnprotectData(&sealed, &description, nullptr, nullptr, nullptr, 0, &plain));
+    EXPECT_EQ("Private Key", Narrow(description));
+    LocalFree(description);
     const Bytes blob(plain.pbData, plain.pbData + plain.cbData);
     LocalFree(plain.pbData);
+    // Not even the header stands there as it is.
+    EXPECT_EQ(sealed.pbData + sealed.cbData, std::search(sealed.pbData, sealed.pbData + sealed.cbData, blob.begin(),
+                                                         blob.begin() + sizeof(BCRYPT_RSAKEY_BLOB)));
     return blob;
 }
 

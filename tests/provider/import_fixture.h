@@ -7,9 +7,13 @@
 
 #include "tests/provider/key_fixture.h"
 
+constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the key unfinalized
+
 // The password of the encrypted files, terminated.
-Bytes Secret(const std::string& password = "secret");
-Bytes WideBytes(const std::string& text, bool terminated = true);
+inline Bytes Secret(const std::string& password = "secret")
+{
+    return TextBytes(password);
+}
 // A file of tests/data/pkcs8, without ".der".
 Bytes ReadPkcs8(const std::string& name);
 
@@ -20,9 +24,6 @@ Bytes WithAttributes(const Bytes& attributes);
 // An attribute of one value. objectId: its DER contents.
 Bytes Attribute(const Bytes& objectId, const Bytes& value);
 Bytes KeyUsageAttribute(const Bytes& value);
-
-// A BCRYPT_RSAKEY_BLOB of zeros, with all its parts.
-Bytes RsaBlob(DWORD bits, DWORD magic = BCRYPT_RSAPRIVATE_MAGIC);
 
 // A parameter list, alive as long as this.
 class Parameters {
@@ -47,17 +48,30 @@ class Parameters {
     NCryptBufferDesc list_ = {};
 };
 
+struct ParameterRow {
+    const char* name;
+    std::vector<std::pair<DWORD, Bytes>> buffers;
+    SECURITY_STATUS status;
+    std::string keyName = "(none)";  // of the key
+};
+
 class ImportTest : public KeyTest {
   protected:
     void SetUp() override;
     void TearDown() override;
 
+    // The bare call. *key is the caller's.
+    SECURITY_STATUS ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data, NCryptBufferDesc* list,
+                               DWORD flags = 0);
     // Tries an import; a failure must leave the handle alone, log one line of level 1 and make no request.
     SECURITY_STATUS Import(const char* type, const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0);
     SECURITY_STATUS ImportPkcs8(const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0)
     {
         return Import("PKCS8_PRIVATEKEY", data, parameters, flags);
     }
+    // Imports the data with each of the lists.
+    void ImportWith(const std::vector<ParameterRow>& rows, const char* type, const Bytes& data, DWORD flags,
+                    ULONG version = 0);
     // Of the last import that succeeded; freed with the next one.
     KSP_KEY* imported() const { return Record(imported_); }
     void FreeImported();

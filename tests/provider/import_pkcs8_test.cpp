@@ -8,9 +8,8 @@ namespace {
 // By a name of its own: these need a platform that decodes PKCS#8.
 using Pkcs8ImportTest = ImportTest;
 
-constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;
-
 const Bytes kRsaId = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
+const Bytes kPbes2Id = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x05, 0x0D};
 const Bytes kNull = {5, 0};
 
 // The private key of rsa2048, PKCS#1.
@@ -71,7 +70,7 @@ TEST_F(Pkcs8ImportTest, EveryEncryptionThatIsServed)
         EXPECT_EQ(Hex(NTE_INTERNAL_ERROR), Hex(ImportPkcs8(ReadPkcs8(row.file), &wrong)));
     }
     // The password need not be terminated, and none at all is as good as an empty one where it is UTF-8.
-    Parameters bare = {{46, WideBytes("secret", false)}};
+    Parameters bare = {{46, TextBytes("secret", false)}};
     EXPECT_EQ("0x00000000", Hex(ImportPkcs8(ReadPkcs8("pbes2-sha256-aes256"), &bare)));
     EXPECT_EQ("0x00000000", Hex(ImportPkcs8(ReadPkcs8("pbes2-empty"))));
     EXPECT_EQ(Hex(NTE_INTERNAL_ERROR), Hex(ImportPkcs8(ReadPkcs8("pkcs12-empty"))));
@@ -115,13 +114,11 @@ TEST_F(Pkcs8ImportTest, KeysThatAreRefused)
     }
 }
 
-// Encrypted forms with parameters of the test's own; what is encrypted never decrypts.
-class EncryptedForm {
-  public:
+// An encrypted form with parameters of the test's own; what is encrypted never decrypts.
+struct EncryptedForm {
     Bytes salt = Bytes(8, 1);
     Bytes iterations = {2, 1, 1};
-    Bytes keySize;
-    Bytes prf;
+    Bytes keySize, prf;
     Bytes derivation = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x05, 0x0C};
     Bytes cipher = {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x01, 0x2A};
     Bytes iv = Bytes(16, 2);
@@ -132,7 +129,7 @@ class EncryptedForm {
         const Bytes pbkdf2 = Der(0x30, Der(0x04, salt) + iterations + keySize + prf);
         return Der(0x30, Der(0x30, Der(0x06, derivation) + pbkdf2) + Der(0x30, Der(0x06, cipher) + Der(0x04, iv)));
     }
-    Bytes Pbes2() const { return Whole({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x05, 0x0D}, Pbes2Parameters()); }
+    Bytes Pbes2() const { return Whole(kPbes2Id, Pbes2Parameters()); }
     Bytes Pkcs12() const
     {
         return Whole({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x0C, 0x01, 0x03},
@@ -144,76 +141,55 @@ class EncryptedForm {
     }
 };
 
+// One member changed.
+EncryptedForm Bent(Bytes EncryptedForm::*member, const Bytes& value)
+{
+    EncryptedForm form;
+    form.*member = value;
+    return form;
+}
+
 TEST_F(Pkcs8ImportTest, HostileEncryptionParameters)
 {
-    const auto form = [](const std::function<void(EncryptedForm*)>& bend) {
-        EncryptedForm bent;
-        bend(&bent);
-        return bent;
-    };
-    const Bytes pbes2 = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x05, 0x0D};
-    const Bytes parameters = EncryptedForm().Pbes2Parameters();
+    using F = EncryptedForm;
+    const F form;
+    const Bytes parameters = form.Pbes2Parameters();
+    const Bytes cut(parameters.begin() + 2, parameters.begin() + 20);
+    const Bytes unknown = {0x2A, 3};
+    const Bytes unknownPrf = Der(0x30, Der(0x06, unknown));
     const Bytes huge = {2, 4, 0x7F, 0xFF, 0xFF, 0xFF};
+    const Bytes tenMillionAndOne = {2, 4, 0, 0x98, 0x96, 0x81};
     const struct {
         const char* name;
         Bytes data;
         SECURITY_STATUS status;
     } rows[] = {
-        {"nothing wrong but the bytes", EncryptedForm().Pbes2(), NTE_INTERNAL_ERROR},
-        {"the same with PKCS#12", EncryptedForm().Pkcs12(), NTE_INTERNAL_ERROR},
-        {"no encrypted bytes", form([](auto* f) { f->encrypted = {}; }).Pbes2(), NTE_BAD_DATA},
-        {"no whole blocks", form([](auto* f) { f->encrypted = Bytes(63, 3); }).Pbes2(), NTE_INTERNAL_ERROR},
-        {"no iterations", form([](auto* f) {
-                              f->iterations = {2, 1, 0};
-                          }).Pbes2(),
-         NTE_BAD_DATA},
-        {"negative iterations", form([](auto* f) {
-                                    f->iterations = {2, 1, 0xFF};
-                                }).Pbes2(),
-         NTE_BAD_DATA},
-        {"empty iterations", form([](auto* f) {
-                                 f->iterations = {2, 0};
-                             }).Pbes2(),
-         NTE_BAD_DATA},
-        {"two thousand million", form([&](auto* f) { f->iterations = huge; }).Pbes2(), NTE_BAD_DATA},
-        {"the same with PKCS#12", form([&](auto* f) { f->iterations = huge; }).Pkcs12(), NTE_BAD_DATA},
-        {"ten million and one", form([](auto* f) { f->iterations = {2, 4, 0, 0x98, 0x96, 0x81}; }).Pkcs12(),
-         NTE_BAD_DATA},
-        {"a count of five bytes", form([](auto* f) { f->iterations = {2, 5, 1, 0, 0, 0, 1}; }).Pbes2(), NTE_BAD_DATA},
-        {"salt of 1025 bytes", form([](auto* f) { f->salt = Bytes(1025, 1); }).Pbes2(), NTE_BAD_DATA},
-        {"salt of 1025 bytes with PKCS#12", form([](auto* f) { f->salt = Bytes(1025, 1); }).Pkcs12(), NTE_BAD_DATA},
-        {"salt of 1024 bytes", form([](auto* f) { f->salt = Bytes(1024, 1); }).Pkcs12(), NTE_INTERNAL_ERROR},
-        {"empty salt", form([](auto* f) { f->salt = {}; }).Pkcs12(), NTE_INTERNAL_ERROR},
-        {"key size of the cipher", form([](auto* f) {
-                                       f->keySize = {2, 1, 32};
-                                   }).Pbes2(),
-         NTE_INTERNAL_ERROR},
-        {"another key size", form([](auto* f) {
-                                 f->keySize = {2, 1, 16};
-                             }).Pbes2(),
-         NTE_BAD_DATA},
-        {"unknown derivation", form([](auto* f) {
-                                   f->derivation = {0x2A, 3};
-                               }).Pbes2(),
-         NTE_INTERNAL_ERROR},
-        {"unknown cipher", form([](auto* f) {
-                               f->cipher = {0x2A, 3};
-                           }).Pbes2(),
-         NTE_INTERNAL_ERROR},
-        {"unknown PRF", form([](auto* f) {
-                            f->prf = Der(0x30, Der(0x06, {0x2A, 3}));
-                        }).Pbes2(),
-         NTE_INTERNAL_ERROR},
-        {"something else for the PRF", form([](auto* f) {
-                                           f->prf = {4, 0};
-                                       }).Pbes2(),
-         NTE_BAD_DATA},
-        {"short initialization vector", form([](auto* f) { f->iv = Bytes(15, 2); }).Pbes2(), NTE_BAD_DATA},
-        {"no parameters", EncryptedForm().Whole(pbes2, {}), NTE_BAD_DATA},
-        {"NULL for parameters", EncryptedForm().Whole(pbes2, kNull), NTE_BAD_DATA},
-        {"parameters that end early",
-         EncryptedForm().Whole(pbes2, Der(0x30, Bytes(parameters.begin() + 2, parameters.begin() + 20))), NTE_BAD_DATA},
-        {"unknown scheme", EncryptedForm().Whole({0x2A, 3}, parameters), NTE_INTERNAL_ERROR},
+        {"nothing wrong but the bytes", form.Pbes2(), NTE_INTERNAL_ERROR},
+        {"the same with PKCS#12", form.Pkcs12(), NTE_INTERNAL_ERROR},
+        {"no encrypted bytes", Bent(&F::encrypted, {}).Pbes2(), NTE_BAD_DATA},
+        {"no whole blocks", Bent(&F::encrypted, Bytes(63, 3)).Pbes2(), NTE_INTERNAL_ERROR},
+        {"no iterations", Bent(&F::iterations, {2, 1, 0}).Pbes2(), NTE_BAD_DATA},
+        {"negative iterations", Bent(&F::iterations, {2, 1, 0xFF}).Pbes2(), NTE_BAD_DATA},
+        {"empty iterations", Bent(&F::iterations, {2, 0}).Pbes2(), NTE_BAD_DATA},
+        {"two thousand million", Bent(&F::iterations, huge).Pbes2(), NTE_BAD_DATA},
+        {"the same with PKCS#12", Bent(&F::iterations, huge).Pkcs12(), NTE_BAD_DATA},
+        {"ten million and one", Bent(&F::iterations, tenMillionAndOne).Pkcs12(), NTE_BAD_DATA},
+        {"a count of five bytes", Bent(&F::iterations, {2, 5, 1, 0, 0, 0, 1}).Pbes2(), NTE_BAD_DATA},
+        {"salt of 1025 bytes", Bent(&F::salt, Bytes(1025, 1)).Pbes2(), NTE_BAD_DATA},
+        {"salt of 1025 bytes with PKCS#12", Bent(&F::salt, Bytes(1025, 1)).Pkcs12(), NTE_BAD_DATA},
+        {"salt of 1024 bytes", Bent(&F::salt, Bytes(1024, 1)).Pkcs12(), NTE_INTERNAL_ERROR},
+        {"empty salt", Bent(&F::salt, {}).Pkcs12(), NTE_INTERNAL_ERROR},
+        {"key size of the cipher", Bent(&F::keySize, {2, 1, 32}).Pbes2(), NTE_INTERNAL_ERROR},
+        {"another key size", Bent(&F::keySize, {2, 1, 16}).Pbes2(), NTE_BAD_DATA},
+        {"unknown derivation", Bent(&F::derivation, unknown).Pbes2(), NTE_INTERNAL_ERROR},
+        {"unknown cipher", Bent(&F::cipher, unknown).Pbes2(), NTE_INTERNAL_ERROR},
+        {"unknown PRF", Bent(&F::prf, unknownPrf).Pbes2(), NTE_INTERNAL_ERROR},
+        {"something else for the PRF", Bent(&F::prf, {4, 0}).Pbes2(), NTE_BAD_DATA},
+        {"short initialization vector", Bent(&F::iv, Bytes(15, 2)).Pbes2(), NTE_BAD_DATA},
+        {"no parameters", form.Whole(kPbes2Id, {}), NTE_BAD_DATA},
+        {"NULL for parameters", form.Whole(kPbes2Id, kNull), NTE_BAD_DATA},
+        {"parameters that end early", form.Whole(kPbes2Id, Der(0x30, cut)), NTE_BAD_DATA},
+        {"unknown scheme", form.Whole(unknown, parameters), NTE_INTERNAL_ERROR},
         {"Camellia", ReadPkcs8("pbes2-camellia"), NTE_INTERNAL_ERROR},
         {"HMAC with SHA-224", ReadPkcs8("pbes2-sha224"), NTE_INTERNAL_ERROR},
         {"scrypt", ReadPkcs8("pbes2-scrypt"), NTE_INTERNAL_ERROR},
@@ -232,12 +208,11 @@ TEST_F(Pkcs8ImportTest, NoCutOfAFileGetsIn)
     Reattach();
     for (const char* name : {"rsa2048", "pbes2-sha256-aes256", "pkcs12-sha1-3des"}) {
         const Bytes whole = ReadPkcs8(name);
+        Parameters secret = {{46, Secret()}};
         for (size_t size = 1; size < whole.size(); size += size < 150 ? 1 : 97) {
-            Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
+            const Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
             NCRYPT_KEY_HANDLE key = 0;
-            Parameters secret = {{46, Secret()}};
-            EXPECT_EQ(Hex(NTE_BAD_DATA), Hex(table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), secret.list(),
-                                                              &key, cut.data(), static_cast<DWORD>(size), 0)))
+            EXPECT_EQ(Hex(NTE_BAD_DATA), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", cut, secret.list())))
                 << name << " " << size;
         }
     }
@@ -245,43 +220,26 @@ TEST_F(Pkcs8ImportTest, NoCutOfAFileGetsIn)
 
 TEST_F(Pkcs8ImportTest, ParameterListsOfPkcs8)
 {
-    const Bytes name = WideBytes("name");
-    const struct {
-        const char* name;
-        std::vector<std::pair<DWORD, Bytes>> buffers;
-        SECURITY_STATUS status;
-        const char* keyName;
-    } rows[] = {
+    const Bytes name = TextBytes("name");
+    const std::vector<ParameterRow> rows = {
         {"a name", {{45, name}}, 0, "name"},
-        {"name without its terminator", {{45, WideBytes("abc", false)}}, 0, "abc"},
-        {"an object id", {{41, {'1', 0}}, {42, {1}}, {43, {1}}, {44, {1}}, {47, {1}}, {99, {1}}}, 0, nullptr},
-        {"name without a zero byte", {{45, {1, 1}}}, NTE_INVALID_PARAMETER, nullptr},
+        {"name without its terminator", {{45, TextBytes("abc", false)}}, 0, "abc"},
+        {"an object id", {{41, {'1', 0}}, {42, {1}}, {43, {1}}, {44, {1}}, {47, {1}}, {99, {1}}}, 0},
+        {"name without a zero byte", {{45, {1, 1}}}, NTE_INVALID_PARAMETER},
         {"one byte for a name", {{45, {0}}}, 0, ""},
-        {"object id without a zero byte", {{41, {'1'}}}, NTE_INVALID_PARAMETER, nullptr},
-        {"nothing in the list", {}, NTE_INVALID_PARAMETER, nullptr},
-        {"a name that is too long", {{45, WideBytes(std::string(130, 'n'))}}, NTE_INVALID_PARAMETER, nullptr},
+        {"object id without a zero byte", {{41, {'1'}}}, NTE_INVALID_PARAMETER},
+        {"nothing in the list", {}, NTE_INVALID_PARAMETER},
+        {"a name that is too long", {{45, TextBytes(std::string(130, 'n'))}}, NTE_INVALID_PARAMETER},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Parameters parameters;
-        for (const auto& buffer : row.buffers)
-            parameters.Add(buffer.first, buffer.second);
-        ASSERT_EQ(Hex(row.status), Hex(ImportPkcs8(ReadPkcs8("rsa2048"), &parameters, kLater)));
-        if (row.status == 0) {
-            EXPECT_EQ(row.keyName ? row.keyName : "(none)",
-                      imported()->pszKeyName ? Narrow(imported()->pszKeyName) : "(none)");
-        }
-    }
+    ImportWith(rows, "PKCS8_PRIVATEKEY", ReadPkcs8("rsa2048"), kLater);
     Parameters bent = {{45, {1, 1}}};
     bent.rows[0].cbBuffer = 0;
     EXPECT_EQ("0x00000000", Hex(ImportPkcs8(ReadPkcs8("rsa2048"), &bent)));
     bent.version = 1;
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(ImportPkcs8(ReadPkcs8("rsa2048"), &bent)));
     NCryptBufferDesc noRows = {0, 1, nullptr};
-    Bytes data = ReadPkcs8("rsa2048");
     NCRYPT_KEY_HANDLE key = 0;
-    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), &noRows, &key,
-                                                               data.data(), static_cast<DWORD>(data.size()), 0)));
+    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", ReadPkcs8("rsa2048"), &noRows)));
 }
 
 TEST_F(Pkcs8ImportTest, KeyUsageOfTheKey)
@@ -331,7 +289,7 @@ TEST_F(Pkcs8ImportTest, KeyUsageOfTheKey)
 TEST_F(Pkcs8ImportTest, ANamedKeyIsMadeByTheVault)
 {
     // Nothing has signed in before.
-    Parameters parameters = {{45, WideBytes("pkcs8")}, {46, Secret()}};
+    Parameters parameters = {{45, TextBytes("pkcs8")}, {46, Secret()}};
     const Bytes file = ReadPkcs8("pbes2-sha256-aes256");
     ASSERT_EQ("0x00000000", Hex(ImportPkcs8(file, &parameters, NCRYPT_OVERWRITE_KEY_FLAG | NCRYPT_SILENT_FLAG)));
     EXPECT_EQ(1u, imported()->fFinalized);
@@ -346,11 +304,9 @@ TEST_F(Pkcs8ImportTest, ANamedKeyIsMadeByTheVault)
 
     FreeImported();
     sim.Fault({{"path", "/keys/refused/create?"}, {"action", "status"}, {"status", 403}, {"times", 2}});
-    Parameters refused = {{45, WideBytes("refused")}};
+    Parameters refused = {{45, TextBytes("refused")}};
     NCRYPT_KEY_HANDLE key = 77;
-    Bytes data = plain;
-    EXPECT_EQ(Hex(NTE_FAIL), Hex(table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), refused.list(), &key,
-                                                  data.data(), static_cast<DWORD>(data.size()), 0)));
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", plain, refused.list())));
     EXPECT_EQ(77u, key);
     EXPECT_TRUE(root.Logged("KelvaroImportKey Error 0x80090020", 1));
 }
@@ -358,11 +314,10 @@ TEST_F(Pkcs8ImportTest, ANamedKeyIsMadeByTheVault)
 TEST_F(Pkcs8ImportTest, WithoutAClientANamedKeyIsRefused)
 {
     const WithoutClient without(ProviderRecord());
-    Parameters parameters = {{45, WideBytes("nobody")}};
-    Bytes data = ReadPkcs8("rsa2048");
+    Parameters parameters = {{45, TextBytes("nobody")}};
+    const Bytes data = ReadPkcs8("rsa2048");
     NCRYPT_KEY_HANDLE key = 77;
-    EXPECT_NE(0, table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), parameters.list(), &key, data.data(),
-                                  static_cast<DWORD>(data.size()), 0));
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", data, parameters.list())));
     EXPECT_EQ(77u, key);
     EXPECT_EQ("0x00000000", Hex(ImportPkcs8(data)));
 }

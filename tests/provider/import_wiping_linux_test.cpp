@@ -77,7 +77,7 @@ TEST_F(WipingTest, OfPkcs8KeysOnEveryWayOut)
     const Bytes der = ReadPkcs8("rsa2048");
     const Bytes encrypted = ReadPkcs8("pbes2-sha256-aes256");
     std::vector<Bytes> needles = PrivatePieces(der);
-    needles.push_back(WideBytes("secret"));
+    needles.push_back(TextBytes("secret"));
     needles.push_back({'s', 'e', 'c', 'r', 'e', 't'});
     needles.push_back({0, 's', 0, 'e', 0, 'c', 0, 'r', 0, 'e', 0, 't'});
     const Bytes usage = KeyUsageAttribute(Der(0x03, {7, 0x80}));
@@ -101,12 +101,10 @@ TEST_F(WipingTest, OfPkcs8KeysOnEveryWayOut)
         sim.Fault({{"path", "/keys/refused/create?"}, {"action", "status"}, {"status", 403}, {"times", 2}});
         Parameters parameters = {{46, Secret()}};
         if (row.keyName)
-            parameters.Add(45, WideBytes(row.keyName == std::string("130") ? std::string(130, 'n') : row.keyName));
-        Bytes data = row.data;
+            parameters.Add(45, TextBytes(row.keyName == std::string("130") ? std::string(130, 'n') : row.keyName));
         NCRYPT_KEY_HANDLE key = 0;
         HeapWatch watch(needles);
-        EXPECT_EQ(Hex(row.status), Hex(table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), parameters.list(), &key,
-                                                        data.data(), static_cast<DWORD>(data.size()), 0)));
+        EXPECT_EQ(Hex(row.status), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", row.data, parameters.list())));
         if (key) {
             EXPECT_EQ(0, table->FreeKey(provider, key));
         }
@@ -122,15 +120,14 @@ TEST_F(WipingTest, WithoutMemory)
     Reattach();
     const Bytes der = WithAttributes(KeyUsageAttribute(Der(0x03, {7, 0x80})));
     for (const char* file : {"", "pbes2-sha256-aes256", "pkcs12-sha1-3des"}) {
-        Bytes data = *file ? ReadPkcs8(file) : der;
+        const Bytes data = *file ? ReadPkcs8(file) : der;
         NCRYPT_KEY_HANDLE key = 0;
         Parameters parameters = {{46, Secret()}};
         HeapWatch watch(PrivatePieces(ReadPkcs8("rsa2048")));
         const size_t failures = FailEach(
             [&] {
                 key = 0;
-                return table->ImportKey(provider, 0, TEXT("PKCS8_PRIVATEKEY"), parameters.list(), &key, data.data(),
-                                        static_cast<DWORD>(data.size()), 0);
+                return ImportInto(&key, "PKCS8_PRIVATEKEY", data, parameters.list());
             },
             [&](SECURITY_STATUS status, size_t failAt) {
                 // What the platform cannot decode for want of memory is as good as malformed.
@@ -154,13 +151,12 @@ TEST_F(WipingTest, OfEnvelopes)
     for (const DWORD bits : {2048u, 1024u}) {
         Bytes blob = RsaBlob(bits);
         std::copy_n(Pattern(150).begin(), 150, blob.begin() + 100);
-        Bytes envelope = recipient.Seal(blob);
+        const Bytes envelope = recipient.Seal(blob);
         Parameters parameters = {{47, certificates}};
         NCRYPT_KEY_HANDLE key = 0;
         HeapWatch watch(Pieces(blob, {120, 200}));
         EXPECT_EQ(Hex(bits == 2048 ? 0 : NTE_BAD_KEY),
-                  Hex(table->ImportKey(provider, 0, TEXT("PKCS7_ENVELOPE"), parameters.list(), &key, envelope.data(),
-                                       static_cast<DWORD>(envelope.size()), 0)));
+                  Hex(ImportInto(&key, "PKCS7_ENVELOPE", envelope, parameters.list())));
         if (key) {
             EXPECT_EQ(0, table->FreeKey(provider, key));
         }

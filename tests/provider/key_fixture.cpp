@@ -1,45 +1,6 @@
 #include "tests/provider/key_fixture.h"
 
-#include <fstream>
-#include <iterator>
-
 using nlohmann::json;
-
-namespace {
-std::string Encode(const Bytes& bytes, const char* alphabet, bool fill)
-{
-    std::string text;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const size_t left = bytes.size() - i;
-        uint32_t group = static_cast<uint32_t>(bytes[i]) << 16;
-        if (left > 1)
-            group |= static_cast<uint32_t>(bytes[i + 1]) << 8;
-        if (left > 2)
-            group |= bytes[i + 2];
-        for (size_t digit = 0; digit < 4; ++digit) {
-            if (digit <= left)
-                text += alphabet[(group >> (18 - 6 * digit)) & 63];
-            else if (fill)
-                text += '=';
-        }
-    }
-    return text;
-}
-
-constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr char kUrlSafe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-constexpr char kKid[] = "https://contoso-keys.vault.azure.net/keys/special/0123456789abcdef0123456789abcdef";
-}  // namespace
-
-std::string Base64(const Bytes& bytes)
-{
-    return Encode(bytes, kStandard, true);
-}
-
-std::string Base64Url(const Bytes& bytes)
-{
-    return Encode(bytes, kUrlSafe, false);
-}
 
 Bytes Pattern(size_t size)
 {
@@ -49,37 +10,25 @@ Bytes Pattern(size_t size)
     return bytes;
 }
 
-Bytes operator+(Bytes left, const Bytes& right)
+static json KeyAnswer(json key, const std::vector<std::string>& ops)
 {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
+    key["kid"] = "https://contoso-keys.vault.azure.net/keys/special/0123456789abcdef0123456789abcdef";
+    key["key_ops"] = ops;
+    return {{"key", key}, {"attributes", {{"enabled", true}}}};
 }
 
 json RsaAnswer(const Bytes& n, const Bytes& e)
 {
-    return {
-        {"key",
-         {{"kid", kKid}, {"kty", "RSA"}, {"key_ops", {"sign", "verify"}}, {"n", Base64Url(n)}, {"e", Base64Url(e)}}},
-        {"attributes", {{"enabled", true}}}};
+    return KeyAnswer({{"kty", "RSA"}, {"n", Base64Url(n)}, {"e", Base64Url(e)}}, {"sign", "verify"});
 }
 
 json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y, const std::vector<std::string>& ops,
                  const std::string& algIdTag)
 {
-    json answer = {
-        {"key",
-         {{"kid", kKid}, {"kty", "EC"}, {"key_ops", ops}, {"crv", crv}, {"x", Base64Url(x)}, {"y", Base64Url(y)}}},
-        {"attributes", {{"enabled", true}}}};
+    json answer = KeyAnswer({{"kty", "EC"}, {"crv", crv}, {"x", Base64Url(x)}, {"y", Base64Url(y)}}, ops);
     if (!algIdTag.empty())
         answer["tags"] = {{"AlgID", algIdTag}};
     return answer;
-}
-
-std::string ReadServiceSample(const std::string& name)
-{
-    std::ifstream file(std::string(KELVARO_TEST_DATA) + "/service/" + name + ".json", std::ios::binary);
-    EXPECT_TRUE(file) << name;
-    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 Padding::Padding(DWORD flags, const char* hash)
@@ -90,14 +39,40 @@ Padding::Padding(DWORD flags, const char* hash)
     pssInfo_.cbSalt = 32;
 }
 
-Result KeyTest::Sign(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, DWORD flags, DWORD room)
+// Runs operation(output, &needed).
+template <class Operation>
+static Result IntoBuffer(DWORD room, Operation operation)
 {
-    Result result;
-    result.bytes.resize(room);
-    result.status = table->SignHash(OpenProvider(), key, padding, hash.data(), static_cast<DWORD>(hash.size()),
-                                    room ? result.bytes.data() : nullptr, room, &result.needed, flags);
+    const Bytes before(room, 0xEE);
+    Result result = {0, before, 0};
+    result.status = operation(room ? result.bytes.data() : nullptr, &result.needed);
+    EXPECT_TRUE(result.status == 0 || result.bytes == before);
     result.bytes.resize(result.status == 0 && room ? result.needed : 0);
     return result;
+}
+
+Result KeyTest::Sign(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, DWORD flags, DWORD room)
+{
+    return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {
+        return table->SignHash(OpenProvider(), key, padding, hash.data(), static_cast<DWORD>(hash.size()), output, room,
+                               needed, flags);
+    });
+}
+
+Result KeyTest::Encrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room, void* padding)
+{
+    return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {
+        return table->Encrypt(OpenProvider(), key, input.data(), static_cast<DWORD>(input.size()), padding, output,
+                              room, needed, flags);
+    });
+}
+
+Result KeyTest::Decrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room)
+{
+    return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {
+        return table->Decrypt(OpenProvider(), key, input.data(), static_cast<DWORD>(input.size()), nullptr, output,
+                              room, needed, flags);
+    });
 }
 
 SECURITY_STATUS KeyTest::Verify(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, Bytes signature, DWORD flags)
@@ -108,17 +83,9 @@ SECURITY_STATUS KeyTest::Verify(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash
 
 Result KeyTest::Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags)
 {
-    const TextString type = Wide(blobType);
-    Result result;
-    result.status = table->ExportKey(OpenProvider(), key, 0, type.c_str(), nullptr, nullptr, 0, &result.needed, flags);
-    if (result.status != 0)
-        return result;
-    result.bytes.resize(result.needed);
-    DWORD cb = 0;
-    result.status =
-        table->ExportKey(provider, key, 0, type.c_str(), nullptr, result.bytes.data(), result.needed, &cb, flags);
-    EXPECT_EQ(result.needed, cb);
-    return result;
+    return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
+        return table->ExportKey(OpenProvider(), key, 0, Wide(blobType).c_str(), nullptr, output, size, result, flags);
+    });
 }
 
 KeyTest::Found KeyTest::Next(PVOID* state, DWORD flags)
@@ -135,6 +102,11 @@ KeyTest::Found KeyTest::Next(PVOID* state, DWORD flags)
         EXPECT_EQ(nullptr, name);
     }
     return found;
+}
+
+void KeyTest::Answer(const std::string& path, int status, const std::string& body)
+{
+    sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}});
 }
 
 void KeyTest::AddRsaKey(const std::string& name)
@@ -157,11 +129,7 @@ void KeyTest::AddOneOfEach()
 
 NCRYPT_KEY_HANDLE KeyTest::OpenAnswered(const json& answer)
 {
-    sim.Fault({{"method", "GET"},
-               {"path", "/keys/special?"},
-               {"action", "status"},
-               {"status", 200},
-               {"body", answer.dump()}});
+    Answer("/keys/special?", 200, answer.dump());
     return OpenKey("special");
 }
 
@@ -183,4 +151,10 @@ std::vector<std::string> KeyTest::ErrorLines() const
             lines.push_back(line.substr(0, line.size() - 2));
     }
     return lines;
+}
+
+std::string KeyTest::LastErrorLine() const
+{
+    const std::vector<std::string> lines = ErrorLines();
+    return lines.empty() ? "" : lines.back();
 }

@@ -8,20 +8,17 @@
 
 #include "provider/key_object.h"
 #include "provider/provider.h"
-#include "tests/common/host.h"
+#include "tests/common/base64.h"
+#include "tests/common/service_sample.h"
+#include "tests/provider/bytes.h"
 #include "tests/provider/fail_each.h"
 
-std::string Base64(const Bytes& bytes);     // standard alphabet with fill
-std::string Base64Url(const Bytes& bytes);  // the service's form
-Bytes Pattern(size_t size);                 // 1, 2, 3, ...
-Bytes operator+(Bytes left, const Bytes& right);
+Bytes Pattern(size_t size);  // 1, 2, 3, ...
 
 // A vault's answer to the read of a key, for answers that the simulator's own keys do not give.
 nlohmann::json RsaAnswer(const Bytes& n, const Bytes& e = {1, 0, 1});
 nlohmann::json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
                            const std::vector<std::string>& ops = {"sign", "verify"}, const std::string& algIdTag = "");
-
-std::string ReadServiceSample(const std::string& name);  // a file of tests/data/service, without ".json"
 
 // The padding information that belongs to the flags. hash: NULL for a missing name.
 class Padding {
@@ -36,19 +33,14 @@ class Padding {
     BCRYPT_PSS_PADDING_INFO pssInfo_ = {};
 };
 
-struct Result {
-    SECURITY_STATUS status = 0;
-    Bytes bytes;       // what was written, when the call succeeded
-    DWORD needed = 0;  // *pcbResult
-};
-
 class KeyTest : public HostTest {
   protected:
-    // Without a buffer when room is 0.
+    // These three go without a buffer when room is 0. One that fails must leave the buffer alone.
     Result Sign(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, DWORD flags, DWORD room = 600);
+    Result Encrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600, void* padding = nullptr);
+    Result Decrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600);
     SECURITY_STATUS Verify(NCRYPT_KEY_HANDLE key, void* padding, Bytes hash, Bytes signature, DWORD flags);
 
-    // Asks for the size, then for the bytes.
     Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0);
 
     struct Found {
@@ -60,6 +52,8 @@ class KeyTest : public HostTest {
     // One step of a walk; the name block goes back at once.
     Found Next(PVOID* state, DWORD flags = NCRYPT_MACHINE_KEY_FLAG);
 
+    // What the next request whose target has `path` in it is answered with.
+    void Answer(const std::string& path, int status, const std::string& body = "");
     void AddRsaKey(const std::string& name);
     void AddCurveKey(const std::string& name, const std::string& crv);
     void AddOneOfEach();  // "rsa", "p256", "p384" and "p521"
@@ -69,6 +63,7 @@ class KeyTest : public HostTest {
     // Bodies of the requests of the journal whose target has "/action?".
     std::vector<std::string> Bodies(const std::string& action);
     std::vector<std::string> ErrorLines() const;  // lines of level 1, without the level
+    std::string LastErrorLine() const;            // "" when there is none
 
     static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }

@@ -1,4 +1,5 @@
 // What a host finds when it loads the module: attach and detach, the table, the refusing entry points, freed buffers.
+#include <functional>
 #include <thread>
 
 #include "provider/buffer_list.h"
@@ -52,9 +53,9 @@ TEST_F(ModuleTest, AttachWritesItsDateThenItsLine)
     }
 }
 
-TEST_F(ModuleTest, AttachLineNamesImageAndUser)
+TEST_F(ModuleTest, AttachLineNamesImageAndUserAndThreadsHaveNone)
 {
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 4);
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     WCHAR user[257];
     DWORD size = 257;
@@ -64,12 +65,7 @@ TEST_F(ModuleTest, AttachLineNamesImageAndUser)
     EXPECT_NE(std::string::npos, lines[0].find("provider_tests")) << lines[0];
     const std::string end = " " + Narrow(user) + " 4";
     EXPECT_EQ(end, lines[0].substr(lines[0].size() - end.size()));
-}
 
-TEST_F(ModuleTest, ThreadsComeAndGoWithoutATrace)
-{
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     const HANDLE semaphore = KelvaroPropertySemaphore;
     root.ClearLog();
     EXPECT_EQ(TRUE, DllMain(nullptr, DLL_THREAD_ATTACH, nullptr));
@@ -100,56 +96,60 @@ TEST_F(ProviderTest, EveryNameGivesTheOneTable)
     EXPECT_TRUE(root.Logged("GetKeyStorageInterface (NULL)", 4));
 }
 
-// Every slot is called with nothing or nonsense, and the last line that the call logs tells who answered.
+// Every slot is called with a key but no provider and with flags that it doesn't know, and the last line that the call
+// logs tells who answered.
 TEST_F(ProviderTest, SlotsLeadToTheirEntryPoints)
 {
-    using Table = const NCRYPT_KEY_STORAGE_FUNCTION_TABLE*;
-    struct Row {
+    constexpr DWORD kBad = 0xFFFFFFFF;
+    constexpr SECURITY_STATUS kHandle = NTE_INVALID_HANDLE;
+    constexpr SECURITY_STATUS kNever = NTE_NOT_SUPPORTED;  // whatever it is given
+    const auto* t = table;
+    const NCRYPT_KEY_HANDLE key = Handle(NewKey("RSA"));
+    const struct {
         const char* name;
-        bool refuses;  // whatever it is given
-        SECURITY_STATUS (*call)(Table t);
+        SECURITY_STATUS status;
+        std::function<SECURITY_STATUS()> call;
+    } rows[] = {
+        {"OpenProvider", NTE_INVALID_PARAMETER, [=] { return t->OpenProvider(nullptr, nullptr, kBad); }},
+        {"OpenKey", kHandle, [=] { return t->OpenKey(0, nullptr, nullptr, 0, kBad); }},
+        {"CreatePersistedKey", kHandle, [=] { return t->CreatePersistedKey(0, nullptr, nullptr, nullptr, 0, kBad); }},
+        {"GetProviderProperty", kHandle, [=] { return t->GetProviderProperty(0, nullptr, nullptr, 0, nullptr, kBad); }},
+        {"GetKeyProperty", kHandle, [=] { return t->GetKeyProperty(0, key, nullptr, nullptr, 0, nullptr, kBad); }},
+        {"SetProviderProperty", kHandle, [=] { return t->SetProviderProperty(0, nullptr, nullptr, 0, kBad); }},
+        {"SetKeyProperty", kHandle, [=] { return t->SetKeyProperty(0, key, nullptr, nullptr, 0, kBad); }},
+        {"FinalizeKey", kHandle, [=] { return t->FinalizeKey(0, key, kBad); }},
+        {"DeleteKey", kHandle, [=] { return t->DeleteKey(0, key, kBad); }},
+        {"FreeProvider", kHandle, [=] { return t->FreeProvider(0); }},
+        {"FreeKey", kHandle, [=] { return t->FreeKey(0, key); }},
+        {"FreeBuffer", 0, [=] { return t->FreeBuffer(nullptr); }},
+        {"Encrypt", kHandle, [=] { return t->Encrypt(0, key, nullptr, 0, nullptr, nullptr, 0, nullptr, kBad); }},
+        {"Decrypt", kHandle, [=] { return t->Decrypt(0, key, nullptr, 0, nullptr, nullptr, 0, nullptr, kBad); }},
+        {"IsAlgSupported", kHandle, [=] { return t->IsAlgSupported(0, nullptr, kBad); }},
+        {"EnumAlgorithms", kHandle, [=] { return t->EnumAlgorithms(0, 0, nullptr, nullptr, kBad); }},
+        {"EnumKeys", kHandle, [=] { return t->EnumKeys(0, nullptr, nullptr, nullptr, kBad); }},
+        {"ImportKey", kHandle, [=] { return t->ImportKey(0, 0, nullptr, nullptr, nullptr, nullptr, 0, kBad); }},
+        {"ExportKey", kHandle, [=] { return t->ExportKey(0, key, 0, nullptr, nullptr, nullptr, 0, nullptr, kBad); }},
+        {"SignHash", kHandle, [=] { return t->SignHash(0, key, nullptr, nullptr, 0, nullptr, 0, nullptr, kBad); }},
+        {"VerifySignature", kHandle, [=] { return t->VerifySignature(0, key, nullptr, nullptr, 0, nullptr, 0, kBad); }},
+        {"PromptUser", kNever, [=] { return t->PromptUser(8, 8, nullptr, kBad); }},
+        {"NotifyChangeKey", kNever, [=] { return t->NotifyChangeKey(0, nullptr, 0); }},
+        {"SecretAgreement", kNever, [=] { return t->SecretAgreement(8, 8, 8, nullptr, 0); }},
+        {"DeriveKey", kNever, [=] { return t->DeriveKey(0, 8, nullptr, nullptr, nullptr, 0, nullptr, 0); }},
+        {"FreeSecret", kNever, [=] { return t->FreeSecret(8, 8); }},
     };
-    const Row rows[] = {
-        {"OpenProvider", false, [](Table t) { return t->OpenProvider(nullptr, nullptr, 0); }},
-        {"OpenKey", false, [](Table t) { return t->OpenKey(0, nullptr, nullptr, 0, 0); }},
-        {"CreatePersistedKey", false,
-         [](Table t) { return t->CreatePersistedKey(0, nullptr, nullptr, nullptr, 0, 0); }},
-        {"GetProviderProperty", false,
-         [](Table t) { return t->GetProviderProperty(0, nullptr, nullptr, 0, nullptr, 0); }},
-        {"GetKeyProperty", false, [](Table t) { return t->GetKeyProperty(0, 0, nullptr, nullptr, 0, nullptr, 0); }},
-        {"SetProviderProperty", false, [](Table t) { return t->SetProviderProperty(0, nullptr, nullptr, 0, 0); }},
-        {"SetKeyProperty", false, [](Table t) { return t->SetKeyProperty(0, 0, nullptr, nullptr, 0, 0); }},
-        {"FinalizeKey", false, [](Table t) { return t->FinalizeKey(0, 0, 0); }},
-        {"DeleteKey", false, [](Table t) { return t->DeleteKey(0, 0, 0); }},
-        {"FreeProvider", false, [](Table t) { return t->FreeProvider(0); }},
-        {"FreeKey", false, [](Table t) { return t->FreeKey(0, 0); }},
-        {"FreeBuffer", false, [](Table t) { return t->FreeBuffer(nullptr); }},
-        {"Encrypt", false, [](Table t) { return t->Encrypt(0, 0, nullptr, 0, nullptr, nullptr, 0, nullptr, 0); }},
-        {"Decrypt", false, [](Table t) { return t->Decrypt(0, 0, nullptr, 0, nullptr, nullptr, 0, nullptr, 0); }},
-        {"IsAlgSupported", false, [](Table t) { return t->IsAlgSupported(0, nullptr, 0); }},
-        {"EnumAlgorithms", false, [](Table t) { return t->EnumAlgorithms(0, 0, nullptr, nullptr, 0); }},
-        {"EnumKeys", false, [](Table t) { return t->EnumKeys(0, nullptr, nullptr, nullptr, 0); }},
-        {"ImportKey", false, [](Table t) { return t->ImportKey(0, 0, nullptr, nullptr, nullptr, nullptr, 0, 0); }},
-        {"ExportKey", false, [](Table t) { return t->ExportKey(0, 0, 0, nullptr, nullptr, nullptr, 0, nullptr, 0); }},
-        {"SignHash", false, [](Table t) { return t->SignHash(0, 0, nullptr, nullptr, 0, nullptr, 0, nullptr, 0); }},
-        {"VerifySignature", false,
-         [](Table t) { return t->VerifySignature(0, 0, nullptr, nullptr, 0, nullptr, 0, 0); }},
-        {"PromptUser", true, [](Table t) { return t->PromptUser(8, 8, nullptr, 0xFFFFFFFF); }},
-        {"NotifyChangeKey", true, [](Table t) { return t->NotifyChangeKey(0, nullptr, 0); }},
-        {"SecretAgreement", true, [](Table t) { return t->SecretAgreement(8, 8, 8, nullptr, 0); }},
-        {"DeriveKey", true, [](Table t) { return t->DeriveKey(0, 8, nullptr, nullptr, nullptr, 0, nullptr, 0); }},
-        {"FreeSecret", true, [](Table t) { return t->FreeSecret(8, 8); }},
-    };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         root.ClearLog();
-        const SECURITY_STATUS status = row.call(table);
+        EXPECT_EQ(Hex(row.status), Hex(row.call()));
         const std::vector<std::string> lines = root.LogLines();
         ASSERT_FALSE(lines.empty());
-        EXPECT_TRUE(StartsWith(lines.back(), std::string("Kelvaro") + row.name + " ")) << lines.back();
-        if (row.refuses) {
-            EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(status));
-            EXPECT_EQ(std::vector<std::string>{std::string("Kelvaro") + row.name + " 1"}, lines);
+        const std::string entryPoint = std::string("Kelvaro") + row.name;
+        EXPECT_TRUE(StartsWith(lines.back(), entryPoint + " ")) << lines.back();
+        if (row.status == kHandle) {
+            EXPECT_NE(std::string::npos, lines.back().find(" Error 0x80090026 1")) << lines.back();
+        }
+        if (row.status == kNever) {
+            EXPECT_EQ(std::vector<std::string>{entryPoint + " 1"}, lines);
         }
     }
 }

@@ -1,16 +1,10 @@
 // Opening and freeing a provider: the settings of both hives, the clients made from them, and the way of the client
 // secret.
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "support/secrets.h"
 #include "tests/provider/provider_fixture.h"
-
-#ifndef _WIN32
-#include <signal.h>
-#include <sys/resource.h>
-#endif
+#include "tests/provider/read_only_settings.h"
 
 namespace {
 
@@ -20,26 +14,6 @@ const HKEY kUser = HKEY_CURRENT_USER;
 std::string Text(const BldStr* str)
 {
     return Narrow(KVCText(str));
-}
-
-TEST_F(ProviderTest, OpensWithoutAnyConfiguration)
-{
-    root.RemoveKey(kMachine);
-    root.RemoveKey(kUser);
-    const KSP_PROVIDER* provider = Record(Open());
-    EXPECT_EQ("%G", Narrow(provider->machineVaultName));
-    EXPECT_EQ("%G", Narrow(provider->userVaultName));
-    for (const KVC* kvc : {provider->machineKvc, provider->userKvc}) {
-        ASSERT_NE(nullptr, kvc);
-        EXPECT_EQ("oidguid", Text(kvc->kvname));
-        EXPECT_EQ(1u, kvc->authn);
-        EXPECT_EQ(1u, kvc->purgeOnDelete);
-        EXPECT_EQ(1u, kvc->certificateMode);
-        EXPECT_EQ(0u, kvc->exportableOption);
-        EXPECT_EQ("", Text(kvc->clientSecret));
-    }
-    EXPECT_FALSE(root.Has(kMachine, "ClientSecret"));
-    EXPECT_FALSE(root.Has(kMachine, "ClientDPAPISecret"));
 }
 
 // What a client has of one setting, as text.
@@ -69,26 +43,36 @@ std::string ReadTemplate(const KSP_PROVIDER& provider, bool machine)
     return Narrow(machine ? provider.machineVaultName : provider.userVaultName);
 }
 
-const std::vector<SettingRow>& SettingRows()
+const SettingRow kSettings[] = {
+    {"KeyVault", "Contoso.Keys", false, "%G", "Contoso.Keys", ReadTemplate},
+    {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadString<&KVC::kvname>},
+    {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVC::authn>},
+    {"TenantId", "tenant", false, "", "tenant", ReadString<&KVC::tenant>},
+    {"ClientId", "client", false, "", "client", ReadString<&KVC::clientId>},
+    {"ClientSecret", "secret", false, "", "secret", ReadString<&KVC::clientSecret>},
+    {"ClientCertID", "cert", false, "", "cert", ReadString<&KVC::clientCertId>},
+    {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVC::purgeOnDelete>},
+    {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVC::certificateMode>},
+    {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVC::exportableOption>},
+};
+
+TEST_F(ProviderTest, OpensWithoutAnyConfiguration)
 {
-    static const std::vector<SettingRow> rows = {
-        {"KeyVault", "Contoso.Keys", false, "%G", "Contoso.Keys", ReadTemplate},
-        {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadString<&KVC::kvname>},
-        {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVC::authn>},
-        {"TenantId", "tenant", false, "", "tenant", ReadString<&KVC::tenant>},
-        {"ClientId", "client", false, "", "client", ReadString<&KVC::clientId>},
-        {"ClientSecret", "secret", false, "", "secret", ReadString<&KVC::clientSecret>},
-        {"ClientCertID", "cert", false, "", "cert", ReadString<&KVC::clientCertId>},
-        {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVC::purgeOnDelete>},
-        {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVC::certificateMode>},
-        {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVC::exportableOption>},
-    };
-    return rows;
+    root.RemoveKey(kMachine);
+    root.RemoveKey(kUser);
+    const KSP_PROVIDER* provider = Record(Open());
+    for (const bool machine : {true, false}) {
+        ASSERT_NE(nullptr, ProviderClient(provider, machine));
+        for (const SettingRow& row : kSettings)
+            EXPECT_EQ(row.unset, row.read(*provider, machine)) << row.name;
+    }
+    EXPECT_FALSE(root.Has(kMachine, "ClientSecret"));
+    EXPECT_FALSE(root.Has(kMachine, "ClientDPAPISecret"));
 }
 
 TEST_F(ProviderTest, SettingsReachTheClientOfTheirHiveAlone)
 {
-    for (const SettingRow& row : SettingRows()) {
+    for (const SettingRow& row : kSettings) {
         for (const bool machine : {true, false}) {
             SCOPED_TRACE(std::string(row.name) + (machine ? " machine" : " user"));
             ClearSettings();
@@ -148,6 +132,11 @@ TEST_F(ProviderTest, ClearSecretMovesUnderProtection)
     EXPECT_EQ("machine secret", Text(second->machineKvc->clientSecret));
     EXPECT_EQ("user secret", Text(second->userKvc->clientSecret));
     EXPECT_EQ(sealed[0], root.GetText(kMachine, "ClientDPAPISecret")) << "protected once";
+    root.SetText(kMachine, "ClientSecret", "new");
+    EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret)) << "a clear one beats a protected one";
+    EXPECT_EQ("", root.GetText(kMachine, "ClientSecret"));
+    EXPECT_NE(sealed[0], root.GetText(kMachine, "ClientDPAPISecret"));
+    EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
     EXPECT_EQ(std::string::npos, root.WholeLog().find("machine secret"));
     EXPECT_EQ(std::string::npos, root.WholeLog().find("user secret"));
 }
@@ -170,18 +159,6 @@ TEST_F(ProviderTest, OpenLogsItsStepsInOrder)
         "KelvaroOpenProvider user-vault  8",
     };
     EXPECT_EQ(expected, LinesWith("KelvaroOpenProvider"));
-}
-
-TEST_F(ProviderTest, ClearSecretBeatsTheProtectedOne)
-{
-    root.SetText(kMachine, "ClientSecret", "old");
-    Open();
-    const std::string old = root.GetText(kMachine, "ClientDPAPISecret");
-    root.SetText(kMachine, "ClientSecret", "new");
-    EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
-    EXPECT_EQ("", root.GetText(kMachine, "ClientSecret"));
-    EXPECT_NE(old, root.GetText(kMachine, "ClientDPAPISecret"));
-    EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
 }
 
 TEST_F(ProviderTest, ProtectedValueThatCannotBeReadLeavesTheOpenAlive)
@@ -227,29 +204,6 @@ TEST_F(ProviderTest, TwoFirstOpensAtOnceBothGetTheSecret)
     EXPECT_EQ("shared", Text(Record(Open())->machineKvc->clientSecret));
 }
 
-#ifndef _WIN32
-// While one of these lives nothing can be written to a file, not even by root.
-class UnwritableDisk {
-  public:
-    UnwritableDisk() : handler_(signal(SIGXFSZ, SIG_IGN))
-    {
-        getrlimit(RLIMIT_FSIZE, &limit_);
-        const rlimit none = {0, limit_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &none);
-    }
-    ~UnwritableDisk()
-    {
-        setrlimit(RLIMIT_FSIZE, &limit_);
-        signal(SIGXFSZ, handler_);
-    }
-    UnwritableDisk(const UnwritableDisk&) = delete;
-    UnwritableDisk& operator=(const UnwritableDisk&) = delete;
-
-  private:
-    rlimit limit_;
-    sighandler_t handler_;
-};
-
 TEST_F(ProviderTest, WithoutWriteAccessTheClearSecretStaysAndServes)
 {
     root.SetText(kMachine, "ClientSecret", "old");
@@ -257,7 +211,7 @@ TEST_F(ProviderTest, WithoutWriteAccessTheClearSecretStaysAndServes)
     root.SetText(kMachine, "ClientSecret", "new");
     const std::string sealed = root.GetText(kMachine, "ClientDPAPISecret");
     {
-        const UnwritableDisk disk;
+        const ReadOnlySettings readOnly(root);
         EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
     }
     EXPECT_EQ("new", root.GetText(kMachine, "ClientSecret"));
@@ -265,34 +219,6 @@ TEST_F(ProviderTest, WithoutWriteAccessTheClearSecretStaysAndServes)
     EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
     EXPECT_EQ("", root.GetText(kMachine, "ClientSecret"));
 }
-
-TEST_F(ProviderTest, SecretThatCannotBeProtectedStaysInTheRegistry)
-{
-    root.SetText(kMachine, "ClientSecret", "new");
-    // No master key can be made below a file.
-    std::ofstream(root.directory() + "/root/dpapi") << "in the way";
-    EXPECT_EQ("new", Text(Record(Open())->machineKvc->clientSecret));
-    EXPECT_EQ("new", root.GetText(kMachine, "ClientSecret"));
-    EXPECT_EQ("", root.GetText(kMachine, "ClientDPAPISecret"));
-    EXPECT_TRUE(LinesWith("Reading Machine DPAPI Secret").empty());
-}
-
-TEST_F(ProviderTest, DamagedRegistryIsEmptyAndIsNotOverwritten)
-{
-    const std::string name = root.directory() + "/root/registry/HKEY_LOCAL_MACHINE.reg";
-    const std::string damaged = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Soft\n\"KeyVault\"=\"x";
-    std::ofstream(name, std::ios::binary) << damaged;
-    root.SetText(kUser, "KeyVault", "user-vault");
-    const KSP_PROVIDER* provider = Record(Open());
-    EXPECT_EQ("%G", Narrow(provider->machineVaultName));
-    EXPECT_EQ("user-vault", Narrow(provider->userVaultName));
-    std::ostringstream now;
-    now << std::ifstream(name, std::ios::binary).rdbuf();
-    EXPECT_EQ(damaged, now.str());
-    std::ofstream(name, std::ios::binary) << "Windows Registry Editor Version 5.00\n";
-}
-
-#endif
 
 TEST_F(ProviderTest, RecordHoldsHeaderAndANameOf65534BytesAtTheMost)
 {
@@ -334,18 +260,23 @@ TEST_F(ProviderTest, RefusedOpensLogStepAndEntryPoint)
     }
 }
 
-TEST_F(ProviderTest, FreeRefusesWhatIsNoProvider)
+TEST_F(ProviderTest, HandlesOfAnotherKindAreRefused)
 {
     struct Header {
         DWORD cbLength, dwMagic;
     };
-    const DWORD size = sizeof(KSP_PROVIDER);
-    Header headers[] = {{size, 0x7866ABCF}, {size - 1, 0x7866ABCE}, {0, 0x7866ABCE}};
-    EXPECT_EQ(Hex(NTE_INVALID_HANDLE), Hex(table->FreeProvider(0)));
-    for (Header& header : headers)
+    constexpr DWORD kProvider = sizeof(KSP_PROVIDER);
+    Header noProviders[] = {{kProvider, 0x7866ABCF}, {kProvider - 1, 0x7866ABCE}, {0, 0x7866ABCE}};
+    for (Header& header : noProviders)
         EXPECT_EQ(Hex(NTE_INVALID_HANDLE), Hex(table->FreeProvider(reinterpret_cast<NCRYPT_PROV_HANDLE>(&header))));
-    EXPECT_EQ(4u, LinesWith("KelvaroFreeProvider Error 0x80090026 1").size());
-    EXPECT_EQ(4u, LinesWith("KelvaroFreeProvider 4").size());
+    EXPECT_EQ(3u, LinesWith("KelvaroFreeProvider Error 0x80090026 1").size());
+    EXPECT_EQ(3u, LinesWith("KelvaroFreeProvider 4").size());
+
+    constexpr DWORD kKey = sizeof(KSP_KEY);
+    Header noKeys[] = {{kKey, 0x7866ABCE}, {kKey - 1, 0x7866ABCF}, {0, 0}};
+    for (Header& header : noKeys)
+        EXPECT_EQ(nullptr, KeyFromHandle(reinterpret_cast<NCRYPT_KEY_HANDLE>(&header)));
+    EXPECT_EQ(nullptr, KeyFromHandle(0));
 }
 
 TEST_F(ProviderTest, FreeTakesClientsAndContextAlong)

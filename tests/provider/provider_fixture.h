@@ -9,17 +9,7 @@
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
-#include "tests/common/host.h"
-#include "tests/common/test_root.h"
-
-// A property as a host reads it: its status, and the bytes after a success.
-struct Answer {
-    SECURITY_STATUS status;
-    Bytes bytes;
-
-    DWORD number() const;      // of four bytes; fails the test otherwise
-    std::string text() const;  // terminator included in the bytes, not here
-};
+#include "tests/provider/bytes.h"
 
 class ProviderTest : public testing::Test {
   protected:
@@ -34,11 +24,9 @@ class ProviderTest : public testing::Test {
     static NCRYPT_KEY_HANDLE Handle(KSP_KEY* key) { return reinterpret_cast<NCRYPT_KEY_HANDLE>(key); }
     static KSP_PROVIDER* Record(NCRYPT_PROV_HANDLE provider) { return reinterpret_cast<KSP_PROVIDER*>(provider); }
 
-    // Each asks for the size first and expects the read to agree with it.
-    Answer GetProvider(const std::string& name);
-    Answer GetKey(KSP_KEY* key, const std::string& name, DWORD flags = 0);
+    Result GetProvider(const std::string& name);
+    Result GetKey(KSP_KEY* key, const std::string& name, DWORD flags = 0);
     SECURITY_STATUS SetKey(KSP_KEY* key, const std::string& name, const Bytes& value, DWORD flags = 0);
-    SECURITY_STATUS SetKeyWord(KSP_KEY* key, const std::string& name, DWORD value, DWORD flags = 0);
 
     void Quiet();  // attaches again without a log
     // Both hives without a value, but for the log's directory.
@@ -53,7 +41,3 @@ class ProviderTest : public testing::Test {
     std::vector<NCRYPT_PROV_HANDLE> providers_;
     std::vector<KSP_KEY*> keys_;
 };
-
-Bytes WordBytes(DWORD value);
-// Terminated UTF-16 bytes.
-Bytes TextBytes(const std::string& text);

@@ -236,93 +236,36 @@ TEST_F(SignTest, WhatTheVaultSaysReachesTheHost)
 {
     AddRsaKey("rsa");
     const NCRYPT_KEY_HANDLE key = OpenKey("rsa");
-    Padding padding(BCRYPT_PAD_PKCS1, "SHA256");
-    const auto sign = [&](DWORD room) { return Sign(key, padding.info(), Pattern(32), BCRYPT_PAD_PKCS1, room); };
-    const auto fault = [&](const char* action, int status, const char* body = "", int times = 1) {
-        sim.Fault({{"path", action}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
+    Padding padding(BCRYPT_PAD_PSS, "SHA256");
+    const auto sign = [&](DWORD room) { return Sign(key, padding.info(), Pattern(32), BCRYPT_PAD_PSS, room); };
+    const auto verify = [&](const Bytes& signature) {
+        return Hex(Verify(key, padding.info(), Pattern(32), signature, BCRYPT_PAD_PSS));
     };
-
-    EXPECT_EQ(Hex(NTE_FAIL), Hex(sign(255).status));
-    EXPECT_EQ(256u, sign(255).needed);
-    EXPECT_EQ("0x00000000", Hex(sign(256).status));
-
-    fault("/sign?", 403);
-    Result refused = sign(300);
-    EXPECT_EQ(Hex(NTE_FAIL), Hex(refused.status));
-    EXPECT_EQ(300u, refused.needed);
-    fault("/sign?", 200, "{}");
-    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(sign(300).status));
-
-    // A hash of the wrong size is the vault's to judge.
-    EXPECT_EQ(Hex(NTE_FAIL), Hex(Sign(key, padding.info(), Pattern(20), BCRYPT_PAD_PKCS1).status));
-
-    clock.ClearWaits();
-    fault("/sign?", 429, "", 2);
-    EXPECT_EQ("0x00000000", Hex(sign(256).status));
-    EXPECT_EQ((std::vector<DWORD>{1000, 2000}), clock.Waits());
-
-    const auto verify = [&] { return Hex(Verify(key, padding.info(), Pattern(32), Pattern(256), BCRYPT_PAD_PKCS1)); };
-    fault("/verify?", 200, "{\"value\":true}");
-    EXPECT_EQ("0x00000000", verify());
-    fault("/verify?", 200, "{\"value\":false}");
-    EXPECT_EQ(Hex(NTE_BAD_SIGNATURE), verify());
-    EXPECT_TRUE(root.Logged("KelvaroVerifySignature Error 0x80090006", 1));
-    fault("/verify?", 400);
-    EXPECT_EQ(Hex(NTE_FAIL), verify());
-}
-
-TEST_F(SignTest, WithoutASignInOrAClientNothingIsSigned)
-{
-    AddRsaKey("rsa");
-    const NCRYPT_KEY_HANDLE key = OpenKey("rsa");
-    Padding padding(BCRYPT_PAD_PSS, "SHA256");
-    const auto sign = [&] { return Hex(Sign(key, padding.info(), Pattern(32), BCRYPT_PAD_PSS).status); };
-    const auto verify = [&] { return Hex(Verify(key, padding.info(), Pattern(32), Pattern(256), BCRYPT_PAD_PSS)); };
-    clock.Advance(3601);
-    sim.Fault({{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}, {"times", 2}});
-    EXPECT_EQ(Hex(SEC_E_LOGON_DENIED), sign());
-    EXPECT_EQ(Hex(SEC_E_LOGON_DENIED), verify());
-    for (const char* line :
-         {"KelvaroSignHash Authenticate Failed  Error 0x8009030c", "KelvaroSignHash Error 0x8009030c",
-          "KelvaroVerifySignature Authenticate Failed  Error 0x8009030c", "KelvaroVerifySignature Error 0x8009030c"})
-        EXPECT_TRUE(root.Logged(line, 1)) << line;
-    EXPECT_EQ("0x00000000", sign());
-
-    const WithoutClient without(ProviderRecord());
-    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), sign());
-    EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), verify());
-}
-
-TEST_F(SignTest, TheTraceOfASignature)
-{
-    AddRsaKey("rsa");
-    const NCRYPT_KEY_HANDLE key = OpenKey("rsa");
-    Padding padding(BCRYPT_PAD_PSS, "SHA256");
     root.ClearLog();
-    const Result signature = Sign(key, padding.info(), Pattern(32), BCRYPT_PAD_PSS);
-    Verify(key, padding.info(), Pattern(32), signature.bytes, BCRYPT_PAD_PSS);
-    Lines mine;
+    const Result signature = sign(256);
+    EXPECT_EQ("0x00000000", verify(signature.bytes));
+    Lines trace;
     for (const std::string& line : root.LogLines()) {
         if (line.rfind("KelvaroSignHash", 0) == 0 || line.rfind("KelvaroVerifySignature", 0) == 0)
-            mine.push_back(line);
+            trace.push_back(line);
     }
     EXPECT_EQ((Lines{"KelvaroSignHash 4", "KelvaroSignHash dwFlags 8 8", "KelvaroSignHash RSA cbHashValue 32 8",
                      "KelvaroSignHash SHA256 32 8", "KelvaroSignHash pbSignature is NOT NULL 8",
                      "KelvaroSignHash algId and Data PS256 10", "KelvaroVerifySignature 4",
                      "KelvaroVerifySignature SHA256 32 8"}),
-              mine);
-}
+              trace);
+    EXPECT_EQ(Hex(NTE_BAD_SIGNATURE), verify(Pattern(256)));
+    EXPECT_EQ("KelvaroVerifySignature Error 0x80090006", LastErrorLine());
 
-TEST_F(SignTest, EveryAllocationOfASignatureMayFail)
-{
-    AddRsaKey("rsa");
-    const NCRYPT_KEY_HANDLE key = OpenKey("rsa");
-    Padding padding(BCRYPT_PAD_PKCS1, "SHA256");
-    const auto sign = [&] { return Sign(key, padding.info(), Pattern(32), BCRYPT_PAD_PKCS1).status; };
-    const size_t failures = FailEach(sign, [](SECURITY_STATUS status, size_t failAt) {
-        EXPECT_TRUE(failAt > 0 || status == NTE_NO_MEMORY) << "the call record comes first";
-    });
-    EXPECT_GT(failures, 4u);
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(sign(255).status));
+    EXPECT_EQ(256u, sign(255).needed);
+    Answer("/sign?", 403);
+    const Result refused = sign(300);
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(refused.status));
+    EXPECT_EQ(300u, refused.needed);
+    EXPECT_EQ("KelvaroSignHash Error 0x80090020", LastErrorLine());
+    // A hash of the wrong size is the vault's to judge.
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(Sign(key, padding.info(), Pattern(20), BCRYPT_PAD_PSS).status));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Many threads of a host on one provider.
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "tests/provider/key_fixture.h"
@@ -30,17 +29,15 @@ class ThreadTest : public KeyTest {
         const DWORD flags = rsa ? BCRYPT_PAD_PSS : 0;
         Padding padding(flags, "SHA256");
         void* info = rsa ? padding.info() : nullptr;
-        BYTE hash[32];
-        memset(hash, seed, sizeof(hash));
-        BYTE signature[256];
-        DWORD cb = 0;
         NCRYPT_KEY_HANDLE key = 0;
         if (table->OpenKey(provider, &key, rsa ? TEXT("rsa") : TEXT("p256"), 0, NCRYPT_MACHINE_KEY_FLAG) != 0)
             return "open";
+        const Bytes hash(32, seed);
+        const Result signature = Sign(key, info, hash, flags);
         const char* failed = nullptr;
-        if (table->SignHash(provider, key, info, hash, 32, signature, 256, &cb, flags) != 0)
+        if (signature.status != 0)
             failed = "sign";
-        else if (table->VerifySignature(provider, key, info, hash, 32, signature, cb, flags) != 0)
+        else if (Verify(key, info, hash, signature.bytes, flags) != 0)
             failed = "verify";
         if (table->FreeKey(provider, key) != 0)
             failed = "free";

@@ -2,11 +2,17 @@
 // state.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "platform/cng_provider.h"
 #include "tests/common/host.h"
+#include "tests/common/independent_key.h"
 #include "tests/common/leftovers.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -28,8 +34,8 @@ class ModuleLoadingTest : public testing::Test {
         NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
         return get && get(TEXT("any name"), &table, 0) == 0 ? table : nullptr;
     }
-    // Loads, uses what needs no network, and unloads; signs with a key as well where `sign` is set.
-    static void UseOnce(bool sign)
+    // Loads, uses what needs no network, and unloads; signs with a key as well where there is a `signature`.
+    static void UseOnce(std::string* signature)
     {
         HMODULE module = nullptr;
         const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* const table = Load(&module);
@@ -41,21 +47,26 @@ class ModuleLoadingTest : public testing::Test {
         EXPECT_EQ(0, table->EnumAlgorithms(provider, 0, &algorithms, &names, 0));
         EXPECT_GT(algorithms, 0u);
         EXPECT_EQ(0, table->FreeBuffer(names));
-        if (sign)
-            SignOnce(table, provider);
+        if (signature)
+            *signature = SignOnce(table, provider);
         EXPECT_EQ(0, table->FreeProvider(provider));
         EXPECT_TRUE(FreeLibrary(module));
     }
-    static void SignOnce(const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table, NCRYPT_PROV_HANDLE provider)
+    // Signs a digest of zeros.
+    static std::string SignOnce(const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table, NCRYPT_PROV_HANDLE provider)
     {
         NCRYPT_KEY_HANDLE key = 0;
-        ASSERT_EQ("0x00000000", Hex(table->OpenKey(provider, &key, TEXT("web"), 0, NCRYPT_MACHINE_KEY_FLAG)));
+        EXPECT_EQ("0x00000000", Hex(table->OpenKey(provider, &key, TEXT("web"), 0, NCRYPT_MACHINE_KEY_FLAG)));
         BYTE digest[32] = {};
-        BYTE signature[64] = {};
         DWORD size = 0;
-        EXPECT_EQ(0, table->SignHash(provider, key, nullptr, digest, 32, signature, 64, &size, 0));
+        EXPECT_EQ(0, table->SignHash(provider, key, nullptr, digest, 32, nullptr, 0, &size, 0));
+        std::string signature(size, 0);
+        BYTE* const room = reinterpret_cast<BYTE*>(signature.data());
+        EXPECT_EQ(0, table->SignHash(provider, key, nullptr, digest, 32, room, size, &size, 0));
         EXPECT_EQ(64u, size);
         EXPECT_EQ(0, table->FreeKey(provider, key));
+        signature.resize(size);
+        return signature;
     }
 
     Simulator& sim = Simulator::Get();
@@ -69,8 +80,9 @@ TEST_F(ModuleLoadingTest, AHundredTimesLeaveNothingBehind)
     // On a thread of its own: what the C library keeps at hand for a thread goes with it.
     const auto rounds = [](int count) {
         std::thread([count] {
+            std::string signature;
             for (int i = 0; i < count; i++)
-                UseOnce(i % 5 == 0);
+                UseOnce(i % 5 == 0 ? &signature : nullptr);
         }).join();
     };
     rounds(10);
@@ -80,6 +92,52 @@ TEST_F(ModuleLoadingTest, AHundredTimesLeaveNothingBehind)
     EXPECT_LT(after.threads, before.threads + 10);
     EXPECT_LT(after.handles, before.handles + 10);
     EXPECT_LT(after.heap, before.heap + 20);
+}
+
+TEST_F(ModuleLoadingTest, SignsAndAnIndependentVerifierAccepts)
+{
+    const IndependentKey key(sim.PublicKeyPem(Simulator::kVault, "web"));
+    std::string signature;
+    do
+        UseOnce(&signature);
+    while (!key.CanTellOf(signature, SignatureForm::Plain));
+    EXPECT_TRUE(key.Verifies(std::string(32, 0), signature, "", SignatureForm::Plain));
+    EXPECT_FALSE(key.Verifies(std::string(32, 1), signature, "", SignatureForm::Plain));
+}
+
+TEST_F(ModuleLoadingTest, LeavesNoSecretOnTheDisk)
+{
+    for (const char* level : {"LoggingLevel", "EVLoggingLevel"})
+        root.SetNumber(HKEY_LOCAL_MACHINE, level, 10);
+    std::string signature;
+    UseOnce(&signature);
+    UseOnce(&signature);  // once more from the protected form
+    std::string token;
+    for (const auto& request : sim.Journal()) {
+        for (const std::string header : request["headers"]) {
+            if (header.rfind("Authorization: Bearer ", 0) == 0)
+                token = header.substr(22);
+        }
+    }
+    ASSERT_GT(token.size(), 100u);
+    ASSERT_NE(std::string::npos, root.WholeLog().find("KVCDoKVRESTCall url")) << "the log is at its most talkative";
+
+    // On Linux the hives, the event log and the master keys stand there, too.
+    for (const auto& entry : fs::recursive_directory_iterator(root.directory())) {
+        if (!entry.is_regular_file())
+            continue;
+        std::ostringstream content;
+        content << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+        for (const std::string& secret : {token, std::string(Simulator::kClientSecret)}) {
+            std::string wide;
+            for (const char ch : secret)
+                wide += std::string{ch, '\0'};
+            EXPECT_EQ(std::string::npos, content.str().find(secret)) << entry.path();
+            EXPECT_EQ(std::string::npos, content.str().find(wide)) << entry.path();
+        }
+    }
+    EXPECT_EQ("", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+    EXPECT_NE("", root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
 }
 
 // The end of this program is the test: nothing is freed, and it must end as if there had been nothing.

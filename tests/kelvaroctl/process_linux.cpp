@@ -1,4 +1,4 @@
-#include "tests/kelvaroctl/process.h"
+#include "tests/kelvaroctl/terminal_linux.h"
 
 #include <fcntl.h>
 #include <pty.h>

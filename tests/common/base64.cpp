@@ -1,0 +1,27 @@
+#include "tests/common/base64.h"
+
+#include <algorithm>
+
+std::string Base64Url(const std::vector<BYTE>& bytes)
+{
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    std::string text;
+    uint32_t bits = 0;
+    int count = 0;
+    for (const BYTE byte : bytes) {
+        bits = bits << 8 | byte;
+        for (count += 8; count >= 6; count -= 6)
+            text += alphabet[bits >> (count - 6) & 63];
+    }
+    if (count)
+        text += alphabet[bits << (6 - count) & 63];
+    return text;
+}
+
+std::string Base64(const std::vector<BYTE>& bytes)
+{
+    std::string text = Base64Url(bytes);
+    std::replace(text.begin(), text.end(), '-', '+');
+    std::replace(text.begin(), text.end(), '_', '/');
+    return text.append((4 - text.size() % 4) % 4, '=');
+}

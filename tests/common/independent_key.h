@@ -1,0 +1,43 @@
+// A public key in other hands than the system's, OpenSSL's on Linux and Windows' own on Windows: the second opinion on
+// what the provider and the tool say and write.
+#pragma once
+
+#include <string>
+
+enum class SignatureForm {
+    Plain,  // RSA with PKCS#1, or a curve's r and s side by side, as the service makes them
+    Pss,    // RSA with a salt as long as the hash
+    Der     // a curve's r and s as a sequence of two numbers
+};
+
+class IndependentKey {
+  public:
+    explicit IndependentKey(const std::string& pem);
+    // A CNG public blob, read by its published layout alone. group: of a curve whose magic word does not tell it.
+    static IndependentKey FromCngBlob(const std::string& blob, const std::string& group = "");
+    static IndependentKey FromJwk(const std::string& jwk);
+
+    const std::string& Der() const { return der_; }  // SubjectPublicKeyInfo
+    std::string Fingerprint() const;                 // SHA-256 of it, hexadecimal
+    // Whether Verifies can tell of this signature. Not every Windows runtime reads those of a curve with a zero in
+    // front of r or s, one in a hundred: sign again.
+    bool CanTellOf(const std::string& signature, SignatureForm form) const;
+    // digest: of any size. hash: its name, "SHA256"; of no interest with a curve.
+    bool Verifies(const std::string& digest, const std::string& signature, const std::string& hash,
+                  SignatureForm form) const;
+
+  private:
+    IndependentKey() = default;
+    // Big-endian, without leading zeros.
+    static std::string DerOfNumbers(const std::string& modulus, const std::string& exponent);
+    // point: both coordinates in the width of the curve.
+    static std::string DerOfPoint(const std::string& group, const std::string& point);
+    static IndependentKey FromNumbers(const std::string& modulus, const std::string& exponent);
+    static IndependentKey FromPoint(const std::string& group, const std::string& x, const std::string& y);
+
+    std::string der_;
+};
+
+std::string FromBase64Url(std::string text);
+std::string Digest(const std::string& data, const std::string& hash);
+std::string HexDigest(const std::string& data, const std::string& hash);

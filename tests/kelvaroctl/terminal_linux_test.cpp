@@ -1,0 +1,69 @@
+// What the tool does on a terminal: asks, echoes no secret, shows how far it is.
+#include "tests/kelvaroctl/terminal_linux.h"
+#include "tests/kelvaroctl/ctl_fixture.h"
+
+namespace {
+
+class TerminalTest : public CtlTest {
+  protected:
+    Ran OnTerminal(const std::vector<std::string>& arguments, const std::string& prompt, const std::string& answer)
+    {
+        return RunOnTerminal(KELVAROCTL_PATH, WithModule(arguments), prompt, answer, &echoed, &echoAfter);
+    }
+    Ran Delete(const std::string& answer)
+    {
+        return OnTerminal({"keys", "delete", "p256"}, "Type yes: ", answer + "\n");
+    }
+    void AddKey(const std::string& name)
+    {
+        sim.AddKey(Simulator::kVault, {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}});
+    }
+
+    bool echoed = false;
+    bool echoAfter = false;
+};
+
+TEST_F(TerminalTest, ASecretIsNotEchoed)
+{
+    echoed = true;
+    const Ran ran = OnTerminal({"config", "set", "ClientSecret", "--user"}, "Client secret: ", "another~Secret.1\n");
+    EXPECT_EQ(0, ran.exit) << ran.err;
+    EXPECT_FALSE(echoed);
+    EXPECT_TRUE(echoAfter);
+    EXPECT_EQ(std::string::npos, ran.err.find("another~Secret.1"));
+    EXPECT_EQ("ClientSecret of the user is protected\n", ran.out);
+    EXPECT_NE("", root.GetText(HKEY_CURRENT_USER, "ClientDPAPISecret"));
+}
+
+TEST_F(TerminalTest, ADeletionAsksFirst)
+{
+    AddKey("p256");
+    const Ran no = Delete("no");
+    EXPECT_EQ(1, no.exit);
+    EXPECT_EQ("'p256' is not deleted\n", no.out);
+    EXPECT_NE(std::string::npos, no.err.find("Delete the key 'p256' in the vault and purge it")) << no.err;
+    EXPECT_TRUE(sim.Journal().empty()) << "nothing was asked of the vault";
+
+    root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
+    const Ran yes = Delete("yes");
+    EXPECT_EQ(0, yes.exit) << yes.err;
+    EXPECT_EQ("'p256' is deleted\n", yes.out);
+    EXPECT_NE(std::string::npos, yes.err.find("it can be recovered there for a time")) << yes.err;
+    EXPECT_EQ(5, Ctl({"keys", "show", "p256"}).exit);
+}
+
+TEST_F(TerminalTest, AWalkShowsItsProgress)
+{
+    AddKey("a");
+    AddKey("b");
+    const auto list = [&] { return OnTerminal({"keys", "list"}, "listing the vault", ""); };
+    sim.Fault({{"path", "/keys?"}, {"action", "status"}, {"status", 403}});
+    EXPECT_EQ(6, list().exit);  // shown before the vault has answered
+    const Ran shown = list();
+    EXPECT_EQ(0, shown.exit);
+    EXPECT_EQ("a  -\nb  -\n", shown.out);
+    EXPECT_EQ("\rlisting the vault\r1 key listed     \r2 keys listed    \r" + std::string(17, ' ') + "\r", shown.err);
+    EXPECT_EQ("", Ctl({"keys", "list"}).err);
+}
+
+}  // namespace

@@ -1,0 +1,68 @@
+// Bytes in the forms that hosts pass: numbers, texts, structures, blobs.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "tests/common/host.h"
+
+inline Bytes operator+(Bytes left, const Bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+template <class T>
+Bytes BytesOf(const T& value)
+{
+    const BYTE* bytes = reinterpret_cast<const BYTE*>(&value);
+    return Bytes(bytes, bytes + sizeof(value));
+}
+
+inline Bytes Words(std::initializer_list<DWORD> words)
+{
+    Bytes bytes;
+    for (const DWORD word : words)
+        bytes = bytes + BytesOf(word);
+    return bytes;
+}
+
+inline Bytes TextBytes(const std::string& text, bool terminated = true)
+{
+    const TextString wide = Wide(text);
+    const BYTE* bytes = reinterpret_cast<const BYTE*>(wide.c_str());
+    return Bytes(bytes, bytes + (wide.size() + (terminated ? 1 : 0)) * sizeof(WCHAR));
+}
+
+// A BCRYPT_RSAKEY_BLOB of zeros, with all its parts.
+inline Bytes RsaBlob(DWORD bits, DWORD magic = BCRYPT_RSAPRIVATE_MAGIC)
+{
+    const DWORD half = bits / 16;
+    const bool full = magic == BCRYPT_RSAFULLPRIVATE_MAGIC;
+    const Bytes parts(3 + bits / 8 * (full ? 2 : 1) + half * (full ? 5 : 2));
+    return BytesOf(BCRYPT_RSAKEY_BLOB{magic, bits, 3, bits / 8, half, half}) + parts;
+}
+
+struct Result {
+    SECURITY_STATUS status = 0;
+    Bytes bytes;       // what was written, when the call succeeded
+    DWORD needed = 0;  // *pcbResult
+};
+
+// Reads as hosts do: asks for the size, then for the bytes, and expects both to agree. call(buffer, room, &size).
+template <class Call>
+Result ReadAsked(Call call)
+{
+    Result result;
+    result.status = call(nullptr, 0, &result.needed);
+    if (result.status != 0)
+        return result;
+    // One byte at the least, since a NULL buffer would ask for the size once more.
+    result.bytes.resize(result.needed + 1);
+    DWORD size = 0;
+    result.status = call(result.bytes.data(), result.needed, &size);
+    EXPECT_EQ(result.needed, size);
+    result.bytes.resize(result.needed);
+    return result;
+}
