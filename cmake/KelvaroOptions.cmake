@@ -21,6 +21,19 @@ target_link_libraries(kelvaro_system_options INTERFACE kelvaro_options)
 target_compile_options(kelvaro_system_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 
+# Windows' own headers are large, and all the system's code has them: they are read once.
+function(kelvaro_read_windows_once target)
+  if(NOT WIN32)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE -fpch-preprocess)
+  if(target STREQUAL kelvaro_support)
+    target_precompile_headers(${target} PRIVATE "${PROJECT_SOURCE_DIR}/platform/platform.h")
+  else()
+    target_precompile_headers(${target} REUSE_FROM kelvaro_support)
+  endif()
+endfunction()
+
 if(KELVARO_SANITIZER)
   # Global, so that GoogleTest built from source and every object agree. The undefined behaviour checks of unoptimised code
   # compile three times as fast, and nothing is measured in these builds.

@@ -22,6 +22,9 @@ target_link_libraries(kelvaro_test_headers PRIVATE kelvaro_options kelvaro_nlohm
 set_target_properties(kelvaro_test_headers PROPERTIES KELVARO_UNOPTIMISED ON POSITION_INDEPENDENT_CODE OFF)
 target_compile_options(kelvaro_test_headers PRIVATE -fpch-preprocess)
 target_precompile_headers(kelvaro_test_headers PRIVATE <gtest/gtest.h> <nlohmann/json.hpp>)
+if(WIN32)
+  target_precompile_headers(kelvaro_test_headers PRIVATE "${PROJECT_SOURCE_DIR}/platform/platform.h")
+endif()
 # How the test programs and their libraries are compiled: the same for all, as that takes, and several sources at a time, since
 # each builds GoogleTest's and the JSON library's templates anew.
 function(kelvaro_test_target name)

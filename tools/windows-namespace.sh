@@ -14,7 +14,7 @@ if [ "${KELVARO_INSIDE:-}" != yes ]; then
     [ "$(id -u)" = 0 ] || user=--map-root-user
     # An empty environment: no proxy and no language of the machine's comes in.
     # shellcheck disable=SC2086
-    exec env -i PATH="$PATH" KELVARO_INSIDE=yes unshare $user --mount --net --pid --fork --kill-child "$0" "$@"
+    exec env -i PATH="$PATH" KELVARO_INSIDE=yes unshare $user --mount --propagation unchanged --net --pid --fork --kill-child "$0" "$@"
 fi
 top=$(cd "$(dirname "$0")/.." && pwd)
 runtime_root=$(cd "$1" && pwd)/root
@@ -22,7 +22,10 @@ work=$(cd "$2" && pwd)
 script=$3
 shift 3
 
-mount --make-rprivate /
+# In a chroot "/" is no mount of its own, and those below it are told one by one.
+mount --make-rprivate / 2>/dev/null || awk '{print $5}' /proc/self/mountinfo | while read -r at; do
+    mount --make-private "$at"
+done
 mount -t proc proc /proc
 ip link set lo up
 ip address add 169.254.169.254/32 dev lo
