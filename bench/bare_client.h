@@ -1,5 +1,4 @@
-// The baseline: libcurl and nothing else. One handle, a fresh connection and a full TLS handshake for each request, the
-// trusted roots read once.
+// The baseline: libcurl and nothing else. One handle, a fresh connection for each request, the trusted roots read once.
 #pragma once
 
 #include <curl/curl.h>
@@ -12,7 +11,8 @@ namespace bench {
 
 class BareClient {
   public:
-    BareClient();
+    // takesUpSessions: only the first TLS handshake is a full one.
+    explicit BareClient(bool takesUpSessions = false);
     ~BareClient();
     BareClient(const BareClient&) = delete;
     BareClient& operator=(const BareClient&) = delete;

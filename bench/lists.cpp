@@ -1,11 +1,12 @@
 // Long lists: time and peak memory of reading the names of a vault's keys and certificates, as multiples of the
-// shortest. Each reading runs in a process of its own, so that its peak is its own.
+// shortest. Each reading runs in a process of its own, so that its peak and its work are its own.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <stdexcept>
 
 #include "bench/module.h"
@@ -18,9 +19,14 @@ namespace {
 
 constexpr int kSizes[] = {1000, 10000, 100000};
 constexpr int kPortion = 5000;
+constexpr int kRounds = 3;
 
-struct Reading {
+// What a process tells of its reading.
+struct Effort {
     double seconds = 0;
+    double cpuSeconds = 0;
+};
+struct Reading : Effort {
     long peakKiB = 0;
 };
 
@@ -45,6 +51,17 @@ LONG ListCertificates(KVC* call)
     return count;
 }
 
+// What this process has spent so far, in its own code and in the kernel.
+double CpuSeconds()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 int ReadOnce(const std::string& vault, LONG (*list)(KVC*), LONG expected, int output)
 {
     KVC* client = KVCNew(Wide(vault).c_str(), KVC_AUTHN_CLIENT_CREDENTIALS, Wide(Simulator::kTenant).c_str(),
@@ -53,10 +70,11 @@ int ReadOnce(const std::string& vault, LONG (*list)(KVC*), LONG expected, int ou
     if (!KVCAuthenticate(call.get()))
         return 1;
     const bench::Stopwatch watch;
+    const double cpuBefore = CpuSeconds();
     if (list(call.get()) != expected)
         return 2;
-    const double seconds = watch.Seconds();
-    return write(output, &seconds, sizeof(seconds)) == sizeof(seconds) ? 0 : 3;
+    const Effort effort = {watch.Seconds(), CpuSeconds() - cpuBefore};
+    return write(output, &effort, sizeof(effort)) == sizeof(effort) ? 0 : 3;
 }
 
 Reading Measure(const std::string& vault, LONG (*list)(KVC*), LONG expected)
@@ -68,53 +86,76 @@ Reading Measure(const std::string& vault, LONG (*list)(KVC*), LONG expected)
     if (child == 0)
         _exit(ReadOnce(vault, list, expected, ends[1]));
     close(ends[1]);
-    Reading reading;
-    const bool told = read(ends[0], &reading.seconds, sizeof(reading.seconds)) == sizeof(reading.seconds);
+    Effort effort;
+    const bool told = read(ends[0], &effort, sizeof(effort)) == sizeof(effort);
     close(ends[0]);
     int status = 0;
     rusage usage = {};
     wait4(child, &status, 0, &usage);
     if (!told || status != 0)
         throw std::runtime_error("a list of " + std::to_string(expected) + " was not read: " + std::to_string(status));
-    reading.peakKiB = usage.ru_maxrss;
-    return reading;
+    return {effort, usage.ru_maxrss};
 }
 
+// The sizes in turns: short lists are read as often as makes up for their length, and the median counts.
 nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
 {
     const auto vault = [&](int size) { return kind.substr(0, 4) + std::to_string(size); };
-    const Reading none = Measure(vault(0), list, 0);
+    struct Figures {
+        std::vector<double> seconds, cpuSeconds, peakKiB;
+    };
+    std::map<int, Figures> figures;
+    for (int round = 0; round < kRounds; ++round) {
+        for (const int size : {0, 1000, 10000, 100000}) {
+            const int times = size == 1000 ? 10 : size == 10000 ? 3 : 1;
+            for (int i = 0; i < times; ++i) {
+                const Reading reading = Measure(vault(size), list, size);
+                figures[size].seconds.push_back(reading.seconds / size);
+                figures[size].cpuSeconds.push_back(reading.cpuSeconds / size);
+                figures[size].peakKiB.push_back(static_cast<double>(reading.peakKiB));
+            }
+        }
+    }
+    const Figures& first = figures[kSizes[0]];
     nlohmann::json rows;
-    double first = 0;
     for (const int size : kSizes) {
-        const Reading reading = Measure(vault(size), list, size);
-        const double each = reading.seconds / size;
-        if (first == 0)
-            first = each;
+        const Figures& of = figures[size];
         rows[std::to_string(size)] = {
-            {"time_an_object_over_smallest", each / first},
-            {"peak_bytes_a_name", static_cast<double>(reading.peakKiB - none.peakKiB) * 1024 / size}};
+            {"time_an_object_over_smallest", bench::Median(of.seconds) / bench::Median(first.seconds)},
+            {"cpu_an_object_over_smallest", bench::Median(of.cpuSeconds) / bench::Median(first.cpuSeconds)},
+            {"peak_bytes_a_name", (bench::Median(of.peakKiB) - bench::Median(figures[0].peakKiB)) * 1024 / size}};
     }
     return rows;
 }
 
-// The walk of a host over all keys, each of which is read: seconds a key, as a multiple of the smallest vault's.
+Effort WalkOnce(bench::Vault& vault, int size)
+{
+    vault.UseVault("keys" + std::to_string(size));
+    bench::Module module;
+    const bench::Stopwatch watch;
+    const double cpuBefore = CpuSeconds();
+    if (module.CountKeys() != size)
+        throw std::runtime_error("a walk over " + std::to_string(size) + " keys ended early");
+    return {watch.Seconds(), CpuSeconds() - cpuBefore};
+}
+
+// The walk of a host over all keys, each of which is read. Short walks stand on both sides of the long one.
 nlohmann::json Walk(bench::Vault& vault)
 {
-    nlohmann::json rows;
-    double first = 0;
-    for (const int size : {1000, 10000}) {
-        vault.UseVault("keys" + std::to_string(size));
-        bench::Module module;
-        const bench::Stopwatch watch;
-        if (module.CountKeys() != size)
-            throw std::runtime_error("a walk over " + std::to_string(size) + " keys ended early");
-        const double each = watch.Seconds() / size;
-        if (first == 0)
-            first = each;
-        rows[std::to_string(size)] = {{"time_an_object_over_smallest", each / first}};
+    std::vector<double> seconds;
+    std::vector<double> cpuSeconds;
+    Effort longWalk;
+    for (int walk = 0; walk < 6; ++walk) {
+        if (walk == 3)
+            longWalk = WalkOnce(vault, 10000);
+        const Effort effort = WalkOnce(vault, 1000);
+        seconds.push_back(effort.seconds);
+        cpuSeconds.push_back(effort.cpuSeconds);
     }
-    return rows;
+    return {{"1000", {{"time_an_object_over_smallest", 1.0}, {"cpu_an_object_over_smallest", 1.0}}},
+            {"10000",
+             {{"time_an_object_over_smallest", longWalk.seconds / 10 / bench::Median(seconds)},
+              {"cpu_an_object_over_smallest", longWalk.cpuSeconds / 10 / bench::Median(cpuSeconds)}}}};
 }
 
 // Fills a new vault in portions, so that no call takes long.

@@ -18,13 +18,13 @@ double Time(Work work)
     return watch.Seconds();
 }
 
-nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* name, bool rsa)
+nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* name, bool rsa, bool takesUpSessions)
 {
     bench::Module::Key key(module, name, rsa);
     vault.ClearJournal();
     key.Sign();
     const bench::Recorded request = vault.Requests().at(0);
-    bench::BareClient bare;
+    bench::BareClient bare(takesUpSessions);
     std::vector<double> ratios;
     std::vector<double> throughModule;
     std::vector<double> overWire;
@@ -59,7 +59,9 @@ int main()
 {
     bench::Vault vault;
     bench::Module module;
-    std::cout << nlohmann::json{{"rsa2048", Compare(vault, module, TEXT("rsa"), true)},
-                                {"p256", Compare(vault, module, TEXT("p256"), false)}}
+    std::cout << nlohmann::json{{"rsa2048", Compare(vault, module, TEXT("rsa"), true, false)},
+                                {"p256", Compare(vault, module, TEXT("p256"), false, false)},
+                                {"rsa2048_sessions", Compare(vault, module, TEXT("rsa"), true, true)},
+                                {"p256_sessions", Compare(vault, module, TEXT("p256"), false, true)}}
               << '\n';
 }

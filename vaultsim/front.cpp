@@ -44,31 +44,52 @@ Front::~Front()
     std::unique_lock<std::mutex> lock(mutex_);
     for (int socket : open_)
         shutdown(socket, SHUT_RDWR);
+    ending_ = true;
+    work_.notify_all();
     gone_.wait(lock, [this] { return threads_ == 0; });
 }
 
+// A thread that has served one connection waits for the next: OpenSSL seeds a random generator for each new thread,
+// which takes as long as a short handshake.
 void Front::Accepted(int socket)
 {
     desk_.counts.connections++;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        open_.insert(socket);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    open_.insert(socket);
+    waiting_.push(socket);
+    if (idle_ >= waiting_.size()) {
+        work_.notify_one();
+    } else {
         threads_++;
+        std::thread(&Front::Work, this).detach();
     }
-    std::thread(&Front::Serve, this, socket).detach();
+}
+
+void Front::Work()
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (true) {
+        idle_++;
+        work_.wait(lock, [this] { return !waiting_.empty() || ending_; });
+        idle_--;
+        if (waiting_.empty())
+            break;
+        const int socket = waiting_.front();
+        waiting_.pop();
+        lock.unlock();
+        Serve(socket);
+        lock.lock();
+    }
+    threads_--;
+    gone_.notify_all();
 }
 
 void Front::Serve(int socket)
 {
-    {
-        Wire wire(socket, authority_ ? authority_->Current() : nullptr);
-        Talk(wire);
-        const std::lock_guard<std::mutex> lock(mutex_);
-        open_.erase(socket);
-    }
+    Wire wire(socket, authority_ ? authority_->Current() : nullptr);
+    Talk(wire);
     const std::lock_guard<std::mutex> lock(mutex_);
-    threads_--;
-    gone_.notify_all();
+    open_.erase(socket);
 }
 
 void Front::Talk(Wire& wire)

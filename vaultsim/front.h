@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <queue>
 #include <set>
 #include <string>
 
@@ -45,6 +46,7 @@ class Front {
 
   private:
     void Accepted(int socket);
+    void Work();
     void Serve(int socket);
     void Talk(Wire& wire);
     std::optional<Call> ReadCall(Wire& wire, std::string& buffer);
@@ -56,9 +58,13 @@ class Front {
     const FrontDesk desk_;
     const Handler handler_;
     std::mutex mutex_;
+    std::condition_variable work_;
     std::condition_variable gone_;
-    std::set<int> open_;  // sockets that may be broken from outside
+    std::set<int> open_;       // sockets that may be broken from outside
+    std::queue<int> waiting_;  // those that no thread has taken yet
     size_t threads_ = 0;
+    size_t idle_ = 0;  // of them, those that wait for a connection
+    bool ending_ = false;
     std::unique_ptr<Listener> listener_;
 };
 
