@@ -15,20 +15,20 @@ namespace {
 bool SetEndpoints(KVC* kvc)
 {
     LogString(TEXT("KVCGetLoginUrl called"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
-    SecretStrPtr loginUrl = JoinText(0, {kSignInBaseUrl, KVCText(kvc->tenant)});
-    SecretStrPtr resource = JoinText(0, {kVaultResource});
+    BldStrPtr loginUrl = JoinText(0, {kSignInBaseUrl, KVCText(kvc->tenant)});
+    BldStrPtr resource = JoinText(0, {kVaultResource});
     if (!loginUrl || !resource)
         return false;
-    BldStrWipeFree(kvc->loginUrl);
+    BldStrFree(kvc->loginUrl);
     kvc->loginUrl = loginUrl.release();
-    BldStrWipeFree(kvc->resource);
+    BldStrFree(kvc->resource);
     kvc->resource = resource.release();
     LogStrings(TEXT("KVCGetLoginUrl Success"), kvc->loginUrl->cStr, kvc->resource->cStr, LOG_DETAIL_LEVEL);
     return true;
 }
 
 // Splits the sign-in URL into its host and the token path behind it. False: no such URL, or no memory.
-bool SplitLoginUrl(const WCHAR* url, SecretStrPtr& host, SecretStrPtr& path)
+bool SplitLoginUrl(const WCHAR* url, BldStrPtr& host, BldStrPtr& path)
 {
     constexpr TextView kScheme(TEXT("https://"));
     const TextView text = View(url);
@@ -51,12 +51,12 @@ bool SplitLoginUrl(const WCHAR* url, SecretStrPtr& host, SecretStrPtr& path)
 SecretStrPtr FormBody(const KVC* kvc)
 {
     const WCHAR* secret = KVCText(kvc->clientSecret);
-    return JoinText(
+    return JoinSecretText(
         0, {TEXT("resource="), kvc->resource->cStr, TEXT("&grant_type=client_credentials"), TEXT("&client_id="),
             KVCText(kvc->clientId), *secret ? TEXT("&client_secret=") : nullptr, secret});
 }
 
-SecretStrPtr HeaderBlock()
+BldStrPtr HeaderBlock()
 {
     constexpr DWORD kHeaderBlockChars = 1000;
     WCHAR requestId[kUuidTextChars];
@@ -70,12 +70,12 @@ SecretStrPtr HeaderBlock()
 // The sign-in endpoint's answer; NULL when the request could not be made up or no record came back.
 KVCResponsePtr AskForToken(const KVC* kvc)
 {
-    SecretStrPtr host;
-    SecretStrPtr path;
+    BldStrPtr host;
+    BldStrPtr path;
     if (!SplitLoginUrl(kvc->loginUrl->cStr, host, path))
         return nullptr;
     SecretStrPtr form = FormBody(kvc);
-    const SecretStrPtr headers = HeaderBlock();
+    const BldStrPtr headers = HeaderBlock();
     if (!form || !headers)
         return nullptr;
     const SecretBytesPtr formBytes(WStrToBytesStr(form->cStr));

@@ -96,7 +96,7 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     int good = 0;
     {
         const SecretStrPtr json(BuildRequest(alg, isVerify ? outputLen : nullptr, output, input, inputLen));
-        const SecretStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
+        const BldStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
         if (!json || !keyPath)
             return Fail(TEXT("KVCCryptoOp Out of memory"), NTE_FAIL);
         const SecretBytesPtr body(WStrToBytesStr(json->cStr));

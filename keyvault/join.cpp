@@ -1,33 +1,42 @@
 #include "keyvault/join.h"
 
-#include <string.h>
-
 #include <algorithm>
 
 #include "support/text.h"
 
-SecretStrPtr JoinText(DWORD chars, std::initializer_list<const WCHAR*> parts)
+// Adds all parts to `joined`, which has room for them. False: it is NULL, or has no text.
+static bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
+{
+    for (const WCHAR* part : parts) {
+        if (part && !BldStrCat(joined, part))
+            return false;
+    }
+    return joined && joined->cStr;
+}
+
+// A string with room for all parts, so that none of them makes it grow; NULL: no memory.
+static BldStr* NewFor(DWORD chars, std::initializer_list<const WCHAR*> parts)
 {
     // What a DWORD of bytes can count is what a BldStr can hold.
     constexpr size_t kLongest = UINT32_MAX / sizeof(WCHAR) - 1;
     size_t length = 0;
     for (const WCHAR* part : parts)
         length += View(part).size();
-    if (length > kLongest)
-        return nullptr;
+    return length > kLongest ? nullptr : BldStrNew(std::max(chars, static_cast<DWORD>(length)));
+}
 
-    SecretStrPtr joined(BldStrNew(std::max(chars, static_cast<DWORD>(length))));
-    for (const WCHAR* part : parts) {
-        if (part && !BldStrCat(joined.get(), part))
-            return nullptr;
-    }
+BldStrPtr JoinText(DWORD chars, std::initializer_list<const WCHAR*> parts)
+{
+    BldStrPtr joined(NewFor(chars, parts));
+    if (!Add(joined.get(), parts))
+        joined.reset();
     return joined;
 }
 
-void WipeFreeBytes(char* text)
+SecretStrPtr JoinSecretText(DWORD chars, std::initializer_list<const WCHAR*> parts)
 {
-    if (!text)
-        return;
-    Wipe(text, strlen(text));
-    free(text);
+    SecretStrPtr joined(NewFor(chars, parts));
+    if (!Add(joined.get(), parts))
+        joined.reset();
+    return joined;
 }

@@ -1,6 +1,6 @@
 #include "keyvault/json.h"
 
-#include "support/secrets.h"
+#include "support/wipe.h"
 
 JsonPtr JsonParse(const char* text)
 {

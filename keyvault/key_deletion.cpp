@@ -96,7 +96,7 @@ int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
     });
     if (!kvc->purgeOnDelete)
         return deleted;
-    const SecretStrPtr path = JoinText(0, {kind.deletedArea, encodedName, TEXT("?api-version="), kApiVersionWrite});
+    const BldStrPtr path = JoinText(0, {kind.deletedArea, encodedName, TEXT("?api-version="), kApiVersionWrite});
     if (!path) {
         LogLine(TEXT("KVCKeyDelete Out of memory"), LOG_ERROR_LEVEL);
         return deleted;

@@ -24,7 +24,7 @@ constexpr DWORD kHeaderBlockChars = 1000;
 struct IdentityCall {
     WCHAR identityHost[kHostChars] = {};
     INTERNET_PORT identityPort = INTERNET_DEFAULT_HTTP_PORT;
-    SecretStrPtr identityPath;
+    BldStrPtr identityPath;
     SecretStrPtr identityHeaders;
     bool arcChallengeOpen = true;
     LONG attemptsLeft = 240;
@@ -56,7 +56,7 @@ bool BuildRequest(const KVC* kvc, IdentityCall& call)
     const WCHAR* clientId = KVCText(kvc->clientId);
     const WCHAR* version =
         call.identityPort == kArcPort ? TEXT("&api-version=2020-06-01") : TEXT("&api-version=2018-02-01");
-    call.identityHeaders = JoinText(kHeaderBlockChars, {TEXT("Metadata: True\r\n")});
+    call.identityHeaders = JoinSecretText(kHeaderBlockChars, {TEXT("Metadata: True\r\n")});
     call.identityPath = JoinText(kPathChars, {TEXT("/metadata/identity/oauth2/token?resource="), kVaultResource,
                                               version, *clientId ? TEXT("&client_id=") : nullptr, clientId});
     return call.identityHeaders && call.identityPath;
@@ -85,8 +85,8 @@ bool AddSecret(const WCHAR* path, IdentityCall& call)
     SecretStrPtr headers;
     if (ReadSecretFile(path, bytes)) {
         TextWriter(text, kSecretFileLimit + 1).Bytes(bytes);
-        headers = JoinText(kHeaderBlockChars,
-                           {call.identityHeaders->cStr, TEXT("Authorization: Basic "), text, TEXT("\r\n")});
+        headers = JoinSecretText(kHeaderBlockChars,
+                                 {call.identityHeaders->cStr, TEXT("Authorization: Basic "), text, TEXT("\r\n")});
     } else {
         LogString(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not open secret file"), path, LOG_ERROR_LEVEL);
     }

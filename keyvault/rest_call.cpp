@@ -17,8 +17,8 @@ bool IsGood(DWORD status)
     return status == 200 || status == 201 || status == 202 || status == 204;
 }
 
-SecretStrPtr Url(const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* actionverb,
-                 const WCHAR* apiVersion)
+BldStrPtr Url(const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* actionverb,
+              const WCHAR* apiVersion)
 {
     if (rawURL)
         return JoinText(0, {rawURL});
@@ -31,7 +31,7 @@ SecretStrPtr HeaderBlock(const KVC* kvc)
     constexpr DWORD kHeaderBlockChars = 1000;
     WCHAR requestId[kUuidTextChars];
     NewUuidText(requestId);
-    return JoinText(
+    return JoinSecretText(
         kHeaderBlockChars,
         {TEXT("Content-Type: application/json; charset=utf-8\r\n"), TEXT("Accept: application/json\r\n"),
          TEXT("return-client-request-id: true\r\n"), TEXT("Authorization: "), kvc->tokenType->cStr, TEXT(" "),
@@ -65,8 +65,8 @@ int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WC
     LogPart(TEXT("KVCDoKVRESTCall Keyname"), keyName);
     LogPart(TEXT("KVCDoKVRESTCall actionverb"), actionverb);
 
-    SecretStrPtr host = JoinText(0, {KVCText(kvc->kvname), kVaultHostSuffix});
-    SecretStrPtr url = Url(rawURL, useCertificates, keyName, actionverb, apiVersion);
+    BldStrPtr host = JoinText(0, {KVCText(kvc->kvname), kVaultHostSuffix});
+    BldStrPtr url = Url(rawURL, useCertificates, keyName, actionverb, apiVersion);
     if (!host || !url)
         return 0;
     LogString(TEXT("KVCDoKVRESTCall host"), host->cStr, LOG_DETAIL_LEVEL);

@@ -1,7 +1,7 @@
 #include "provider/entry_points.h"
 #include "provider/provider.h"
 #include "support/log.h"
-#include "support/secrets.h"
+#include "support/wipe.h"
 
 static void ReleaseClient(KVC** kvc)
 {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "support/secrets.h"
+#include "support/wipe.h"
 
 class WipedBlock {
   public:

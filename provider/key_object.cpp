@@ -7,8 +7,8 @@
 #include "provider/property_list.h"
 #include "support/guards.h"
 #include "support/log.h"
-#include "support/secrets.h"
 #include "support/text.h"
+#include "support/wipe.h"
 
 struct AlgorithmLength {
     const WCHAR* name;

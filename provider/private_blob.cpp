@@ -2,8 +2,8 @@
 
 #include "provider/key_object.h"
 #include "support/guards.h"
-#include "support/secrets.h"
 #include "support/text.h"
+#include "support/wipe.h"
 
 // What the parts of a blob need, the header not counted.
 static uint64_t PartsSize(const BCRYPT_RSAKEY_BLOB& header)

@@ -73,12 +73,14 @@ BldStr* BldStrNewStrFromAscii(const char* text)
 static bool Grow(BldStr* str, size_t chars)
 {
     const DWORD needed = chars <= kMaxChars ? BytesFor(chars) : 0;
-    WCHAR* grown = needed ? static_cast<WCHAR*>(realloc(str->cStr, needed)) : nullptr;
+    void* grown = nullptr;
+    if (needed)
+        grown = str->secret ? WipeRealloc(str->cStr, str->capacity, needed) : realloc(str->cStr, needed);
     if (!grown) {
         LogLine(TEXT("BldStrFree BldStrCat realloc returned NULL"), LOG_ERROR_LEVEL);
         return false;
     }
-    str->cStr = grown;
+    str->cStr = static_cast<WCHAR*>(grown);
     str->capacity = needed;
     return true;
 }
@@ -130,20 +132,24 @@ void BldStrRemove(BldStr* str, WCHAR ch)
     str->length = kept;
 }
 
+BldStr* BldStrMarkSecret(BldStr* str)
+{
+    if (str)
+        str->secret = 1;
+    return str;
+}
+
 void BldStrFree(BldStr* str)
 {
+    if (!str)
+        return;
+    if (str->secret)
+        Wipe(str->cStr, str->capacity);
     free(str->cStr);
-    str->cStr = nullptr;
-    str->capacity = 0;
-    str->length = 0;
     free(str);
 }
 
 void BldStrWipeFree(BldStr* str)
 {
-    if (!str)
-        return;
-    if (str->cStr)
-        Wipe(str->cStr, str->capacity);
-    BldStrFree(str);
+    BldStrFree(BldStrMarkSecret(str));
 }

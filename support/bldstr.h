@@ -9,16 +9,21 @@ struct BldStr {
     DWORD capacity;  // bytes allocated for cStr, terminator included
     DWORD length;    // characters, terminator excluded
     WCHAR* cStr;     // zero-terminated text, owned (calloc, realloc, free)
+    DWORD secret;    // non-zero: a text that is outgrown or freed is wiped first
 };
 
-// All of these log their failures. The caller owns what is returned and gives it back with BldStrFree.
+// The caller owns what is returned and frees it with BldStrFree. All but BldStrNew log their failures.
 BldStr* BldStrNew(DWORD chars);                     // empty, with room for `chars` characters; NULL: no memory
 BldStr* BldStrNewStr(const WCHAR* text);            // a copy; NULL: no memory or a NULL text
 BldStr* BldStrNewStrFromAscii(const char* text);    // a copy of a byte text in the default code page; NULL likewise
 int BldStrCat(BldStr* str, const WCHAR* add);       // 1 with the text appended, 0 with the string unchanged
 int BldStrReplace(BldStr* str, const WCHAR* text);  // 1 with the text replaced, 0 with the string unchanged
 void BldStrRemove(BldStr* str, WCHAR ch);           // drops every occurrence, in place
-void BldStrFree(BldStr* str);                       // releases text and record; `str` is not NULL
+void BldStrFree(BldStr* str);                       // releases text and record; NULL does nothing
 
-// BldStrFree for texts that hold a secret or a token: wipes the text first. NULL does nothing.
+// Marks a string as one that holds a secret or a token, and returns it. NULL does nothing. A SecretStrPtr marks what it
+// owns (support/guards.h).
+BldStr* BldStrMarkSecret(BldStr* str);
+
+// BldStrFree of a string that is secret, marked or not. NULL does nothing.
 void BldStrWipeFree(BldStr* str);

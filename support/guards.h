@@ -1,4 +1,4 @@
-// Guards: one owner a resource, release() at the hand-over.
+// Guards: one owner per resource, release() at the hand-over.
 #pragma once
 
 #include <stdlib.h>
@@ -7,7 +7,7 @@
 
 #include "platform/platform.h"
 #include "support/bldstr.h"
-#include "support/secrets.h"
+#include "support/wipe.h"
 
 struct FreeCaller {
     void operator()(void* block) const { free(block); }
@@ -35,11 +35,28 @@ struct BldStrFreeCaller {
 };
 using BldStrPtr = std::unique_ptr<BldStr, BldStrFreeCaller>;
 
-struct BldStrWipeFreeCaller {
-    void operator()(BldStr* str) const { BldStrWipeFree(str); }
+// A string that holds a secret or a token. What it owns is marked as secret, and stays so after release(): the string
+// then wipes each text that it outgrows, and its last one when it is freed.
+class SecretStrPtr : public BldStrPtr {
+  public:
+    SecretStrPtr() = default;
+    SecretStrPtr(std::nullptr_t) {}
+    explicit SecretStrPtr(BldStr* str) : BldStrPtr(BldStrMarkSecret(str)) {}
+
+    void reset(BldStr* str = nullptr) { BldStrPtr::reset(BldStrMarkSecret(str)); }
 };
-// A string that holds a secret or a token.
-using SecretStrPtr = std::unique_ptr<BldStr, BldStrWipeFreeCaller>;
+
+struct WipeFreeBytesCaller {
+    void operator()(char* text) const { WipeFreeBytes(text); }
+};
+// A zero-terminated byte text that holds a secret or a token.
+using SecretBytesPtr = std::unique_ptr<char, WipeFreeBytesCaller>;
+
+struct WipeFreeTextCaller {
+    void operator()(WCHAR* text) const { WipeFreeText(text); }
+};
+// The same as wide text.
+using SecretTextPtr = std::unique_ptr<WCHAR, WipeFreeTextCaller>;
 
 // Keeps the thread's last error over a cleanup.
 class LastErrorKeeper {

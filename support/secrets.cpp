@@ -14,12 +14,6 @@ static void BuildEntropy(BYTE (&entropy)[20])
         entropy[i] = static_cast<BYTE>(kWords[i / 4] >> (8 * (i % 4)));
 }
 
-void Wipe(void* block, size_t size)
-{
-    if (block)
-        SecureZeroMemory(block, size);
-}
-
 bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchText)
 {
     BYTE entropyBytes[20];

@@ -13,6 +13,3 @@ bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchTe
 
 // Brings a protected secret back: at most bufferSize bytes are written to `buffer`. 1, or 0 with the buffer unchanged.
 int GetSecretFromDPAPI(const WCHAR* protectedText, BYTE* buffer, DWORD bufferSize);
-
-// Overwrites `size` bytes with zeros in a way that the compiler keeps.
-void Wipe(void* block, size_t size);
