@@ -76,7 +76,6 @@ bool CopyMember(json_object* answer, const char* name, SecretStrPtr& to)
     if (!text)
         return true;
     to.reset(BldStrNewStrFromAscii(text));
-    JsonWipeMember(answer, name);
     return to != nullptr;
 }
 

@@ -4,6 +4,6 @@
 #include "keyvault/kvc.h"
 
 // Merges a certificate of certSize bytes in DER form into the vault's pending certificate. kvc: signed in.
-// Tells nothing: failures are logged, and reading the key back shows what the vault has. Blocks for one exchange,
+// Returns nothing: failures are logged, and reading the key back shows what the vault has. Blocks for one exchange,
 // longer when throttled.
 void KVCImportCertificate(KVC* kvc, const WCHAR* encodedName, const BYTE* cert, DWORD certSize);

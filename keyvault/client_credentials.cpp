@@ -80,6 +80,8 @@ KVCResponsePtr AskForToken(const KVC* kvc)
         return nullptr;
     const SecretBytesPtr formBytes(WStrToBytesStr(form->cStr));
     form.reset();
+    if (!formBytes)
+        return nullptr;
     return KVCResponsePtr(KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, host->cStr, path->cStr, TEXT("POST"), headers->cStr,
                                        formBytes.get()));
 }

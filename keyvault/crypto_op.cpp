@@ -2,41 +2,39 @@
 
 #include "keyvault/join.h"
 #include "keyvault/json.h"
-#include "keyvault/json_text.h"
+#include "keyvault/json_body.h"
 #include "keyvault/rest_call.h"
 #include "keyvault/throttle.h"
 #include "support/base64.h"
 #include "support/codepage.h"
 #include "support/guards.h"
 #include "support/log.h"
-#include "support/text.h"
 
 namespace {
 
-// A member that cannot be encoded is left out: the service refuses such a request.
-bool AppendBytes(BldStr* json, const WCHAR* opening, const BYTE* bytes, DWORD size)
+struct Data {
+    const BYTE* bytes;
+    DWORD size;
+};
+
+// A member in Base64. Data that has no encoding, such as none at all, gives no member, and the service refuses that.
+void AddMember(JsonBody& body, const WCHAR* opening, const Data& data)
 {
-    const MallocPtr<WCHAR> base64(KVCKelvaro_ToBase64(bytes, size));
-    if (!base64)
-        return true;
-    const bool appended = BldStrCat(json, opening) && BldStrCat(json, base64.get()) && BldStrCat(json, TEXT("\""));
-    // The bytes may be the plain text of an encryption.
-    Wipe(base64.get(), View(base64.get()).size() * sizeof(WCHAR));
-    return appended;
+    const SecretTextPtr base64(KVCKelvaro_ToBase64(data.bytes, data.size));
+    const bool isEncodable = data.bytes && data.size;
+    if (base64 || isEncodable)
+        body.Text(opening).Text(base64.get()).Text(TEXT("\""));
 }
 
-// digest: NULL without the member "digest". NULL: no memory for the text.
-BldStr* BuildRequest(const WCHAR* alg, const DWORD* cbDigest, const BYTE* digest, const BYTE* input, DWORD inputLen)
+// digest: of a verification, else NULL. NULL: no memory.
+SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& value)
 {
-    SecretStrPtr json(BldStrNew(500));
-    if (!json)
-        return nullptr;
-    const bool built = BldStrCat(json.get(), TEXT("{\"alg\":\"")) && BldStrCatJson(json.get(), alg) &&
-                       BldStrCat(json.get(), TEXT("\"")) &&
-                       (!cbDigest || AppendBytes(json.get(), TEXT(",\"digest\":\""), digest, *cbDigest)) &&
-                       AppendBytes(json.get(), TEXT(",\"value\":\""), input, inputLen) &&
-                       BldStrCat(json.get(), TEXT("}"));
-    return built ? json.release() : nullptr;
+    JsonBody body(500);
+    body.Text(TEXT("{\"alg\":\"")).Value(alg).Text(TEXT("\""));
+    if (digest)
+        AddMember(body, TEXT(",\"digest\":\""), *digest);
+    AddMember(body, TEXT(",\"value\":\""), value);
+    return body.Text(TEXT("}")).Bytes();
 }
 
 // The result of the last attempt's KVCDoKVRESTCall.
@@ -71,13 +69,11 @@ SECURITY_STATUS TakeVerdict(json_object* value)
 
 SECURITY_STATUS TakeResult(json_object* value, BYTE* output, DWORD* outputLen)
 {
-    const MallocPtr<WCHAR> text(BytesStrToWStr(json_object_get_string(value)));
+    // It may be the plain text of a decryption.
+    const SecretTextPtr text(BytesStrToWStr(json_object_get_string(value)));
     if (!text)
         return NTE_INVALID_PARAMETER;
-    const int decoded = KVCKelvaro_FromBase64(text.get(), &output, outputLen, 0);
-    // It may be the plain text of a decryption.
-    Wipe(text.get(), View(text.get()).size() * sizeof(WCHAR));
-    return decoded ? ERROR_SUCCESS : NTE_FAIL;
+    return KVCKelvaro_FromBase64(text.get(), &output, outputLen, 0) ? ERROR_SUCCESS : NTE_FAIL;
 }
 
 }  // namespace
@@ -93,15 +89,12 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     if (!actionverb || !version || !alg || !outputLen)
         return NTE_INVALID_PARAMETER;
 
-    int good = 0;
-    {
-        const SecretStrPtr json(BuildRequest(alg, isVerify ? outputLen : nullptr, output, input, inputLen));
-        const BldStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
-        if (!json || !keyPath)
-            return Fail(TEXT("KVCCryptoOp Out of memory"), NTE_FAIL);
-        const SecretBytesPtr body(WStrToBytesStr(json->cStr));
-        good = Send(kvc, actionverb, keyPath->cStr, body.get());
-    }
+    const Data digest = {output, *outputLen};
+    const SecretBytesPtr body = BuildRequest(alg, isVerify ? &digest : nullptr, {input, inputLen});
+    const BldStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
+    if (!body || !keyPath)
+        return Fail(TEXT("KVCCryptoOp Out of memory"), NTE_FAIL);
+    const int good = Send(kvc, actionverb, keyPath->cStr, body.get());
     if (!good)
         return FailWithAnswer(kvc, TEXT("KVCCryptoOp KVCDoKVRESTCall Error"));
     if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
@@ -111,9 +104,5 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     json_object* value = JsonMember(answer.get(), "value");
     if (!value)
         return NTE_INVALID_PARAMETER;
-    if (isVerify)
-        return TakeVerdict(value);
-    const SECURITY_STATUS status = TakeResult(value, output, outputLen);
-    JsonWipeMember(answer.get(), "value");
-    return status;
+    return isVerify ? TakeVerdict(value) : TakeResult(value, output, outputLen);
 }

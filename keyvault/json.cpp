@@ -1,10 +1,97 @@
 #include "keyvault/json.h"
 
+#include <json-c/printbuf.h>
+#include <limits.h>
+#include <string.h>
+
 #include "support/wipe.h"
+
+namespace {
+
+void WipeStrings(json_object* value);
+
+void WipeMembers(json_object* object)
+{
+    json_object_iter member;
+    json_object_object_foreachC(object, member) WipeStrings(member.val);
+}
+
+void WipeElements(json_object* array)
+{
+    const size_t count = json_object_array_length(array);
+    for (size_t i = 0; i < count; i++)
+        WipeStrings(json_object_array_get_idx(array, i));
+}
+
+// No deeper than the parser lets a text be nested.
+void WipeStrings(json_object* value)
+{
+    switch (json_object_get_type(value)) {
+        case json_type_object:
+            return WipeMembers(value);
+        case json_type_array:
+            return WipeElements(value);
+        case json_type_string:
+            return Wipe(const_cast<char*>(json_object_get_string(value)),
+                        static_cast<size_t>(json_object_get_string_len(value)));
+        default:
+            return;
+    }
+}
+
+// json-c's parser, which leaves nothing of a text behind: neither the buffer in which it puts strings together, nor the
+// objects of a text that turns out not to be JSON. Both are in fields that json-c documents as its own.
+class Tokener {
+  public:
+    Tokener() : tokener_(json_tokener_new()) {}
+    ~Tokener()
+    {
+        if (!tokener_)
+            return;
+        Wipe(tokener_->pb->buf, static_cast<size_t>(tokener_->pb->size));
+        for (int level = 0; level <= tokener_->depth; level++)
+            WipeStrings(tokener_->stack[level].current);
+        json_tokener_free(tokener_);
+    }
+    Tokener(const Tokener&) = delete;
+    Tokener& operator=(const Tokener&) = delete;
+
+    // Makes room for the longest string that a text of `length` bytes can have: a buffer that grows leaves its old
+    // block behind. False: no memory.
+    bool Reserve(size_t length)
+    {
+        if (!tokener_ || length >= INT_MAX / 2)
+            return false;
+        if (printbuf_memset(tokener_->pb, 0, 0, static_cast<int>(length)) != 0)
+            return false;
+        printbuf_reset(tokener_->pb);
+        return true;
+    }
+    // NULL: not JSON, or no memory.
+    json_object* Parse(const char* text)
+    {
+        JsonPtr parsed(json_tokener_parse_ex(tokener_, text, -1));
+        if (json_tokener_get_error(tokener_) != json_tokener_success)
+            parsed.reset();
+        return parsed.release();
+    }
+
+  private:
+    json_tokener* tokener_;
+};
+
+}  // namespace
+
+void JsonPutter::operator()(json_object* object) const
+{
+    WipeStrings(object);
+    json_object_put(object);
+}
 
 JsonPtr JsonParse(const char* text)
 {
-    return JsonPtr(text ? json_tokener_parse(text) : nullptr);
+    Tokener tokener;
+    return JsonPtr(text && tokener.Reserve(strlen(text) + 1) ? tokener.Parse(text) : nullptr);
 }
 
 json_object* JsonMember(json_object* object, const char* name)
@@ -16,12 +103,4 @@ const char* JsonMemberText(json_object* object, const char* name)
 {
     json_object* member = JsonMember(object, name);
     return member ? json_object_get_string(member) : nullptr;
-}
-
-void JsonWipeMember(json_object* object, const char* name)
-{
-    json_object* member = JsonMember(object, name);
-    if (json_object_is_type(member, json_type_string))
-        Wipe(const_cast<char*>(json_object_get_string(member)),
-             static_cast<size_t>(json_object_get_string_len(member)));
 }

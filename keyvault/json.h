@@ -6,18 +6,16 @@
 #include <memory>
 
 struct JsonPutter {
-    void operator()(json_object* object) const { json_object_put(object); }
+    void operator()(json_object* object) const;
 };
+// A parsed answer. All its strings are wiped when it is released: any of them may be a token or a plain text.
 using JsonPtr = std::unique_ptr<json_object, JsonPutter>;
 
-// NULL when `text` is NULL or no JSON.
+// NULL when `text` is NULL or not JSON, or without memory. Leaves no copy of the text behind but in the result.
 JsonPtr JsonParse(const char* text);
 
-// A member of `object`, borrowed; NULL when `object` is NULL or no object, or the member is missing or null.
+// A member of `object`, borrowed; NULL when `object` is NULL or not an object, or the member is missing or null.
 json_object* JsonMember(json_object* object, const char* name);
 
 // A member's text, borrowed; NULL when it is missing or null.
 const char* JsonMemberText(json_object* object, const char* name);
-
-// Overwrites the text of a member that holds a secret or a token. Nothing when there is none.
-void JsonWipeMember(json_object* object, const char* name);

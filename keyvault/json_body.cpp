@@ -1,21 +1,20 @@
 #include "keyvault/json_body.h"
 
-#include <utility>
-
 #include "keyvault/json_text.h"
+#include "support/codepage.h"
 #include "support/text.h"
 
-JsonBody::JsonBody(DWORD chars) : text_(BldStrNew(chars)), whole_(text_ && text_->cStr) {}
+JsonBody::JsonBody(DWORD chars) : text_(BldStrNew(chars)), isWhole_(text_ && text_->cStr) {}
 
 JsonBody& JsonBody::Text(const WCHAR* fragment)
 {
-    whole_ = whole_ && BldStrCat(text_.get(), fragment);
+    isWhole_ = isWhole_ && BldStrCat(text_.get(), fragment);
     return *this;
 }
 
 JsonBody& JsonBody::Value(const WCHAR* value)
 {
-    whole_ = whole_ && BldStrCatJson(text_.get(), value);
+    isWhole_ = isWhole_ && BldStrCatJson(text_.get(), value);
     return *this;
 }
 
@@ -26,9 +25,12 @@ JsonBody& JsonBody::Number(LONG value)
     return Text(digits);
 }
 
-BldStrPtr JsonBody::Take()
+const WCHAR* JsonBody::text() const
 {
-    if (!whole_)
-        text_.reset();
-    return std::move(text_);
+    return isWhole_ ? text_->cStr : nullptr;
+}
+
+SecretBytesPtr JsonBody::Bytes() const
+{
+    return SecretBytesPtr(WStrToBytesStr(text()));
 }

@@ -5,38 +5,46 @@
 #include "support/guards.h"
 #include "support/text.h"
 
-static bool NeedsEscape(WCHAR ch)
+namespace {
+
+constexpr size_t kLongestEscape = 6;
+
+// The characters that stand for one of the value.
+struct Escape {
+    WCHAR text[kLongestEscape];
+    size_t length;
+};
+
+Escape EscapeOf(WCHAR ch)
 {
-    return ch < 0x20 || ch == '"' || ch == '\\';
+    if (ch == '"' || ch == '\\')
+        return {{'\\', ch}, 2};
+    if (ch >= 0x20 && ch < 0x80)
+        return {{ch}, 1};
+    Escape escape = {{'\\', 'u'}, kLongestEscape};
+    for (size_t i = 0; i < 4; i++)
+        escape.text[2 + i] = TEXT("0123456789abcdef")[ch >> (12 - 4 * i) & 0xF];
+    return escape;
 }
 
-static TextWriter& WriteEscaped(TextWriter& writer, WCHAR ch)
-{
-    if (ch >= 0x20)
-        return writer.Text(TEXT("\\")).Text(TextView(&ch, 1));
-    return writer.Text(ch < 0x10 ? TEXT("\\u000") : TEXT("\\u00")).Hex(ch);
-}
+}  // namespace
 
 int BldStrCatJson(BldStr* str, const WCHAR* value)
 {
-    constexpr size_t kLongestEscape = 6;
     const TextView text = View(value);
-    size_t escapes = 0;
+    size_t length = 0;
     for (const WCHAR ch : text)
-        escapes += NeedsEscape(ch) ? 1 : 0;
-    if (!escapes)
+        length += EscapeOf(ch).length;
+    if (length == text.size())
         return BldStrCat(str, value);
 
-    const size_t room = text.size() + escapes * (kLongestEscape - 1) + 1;
-    const MallocPtr<WCHAR> escaped(static_cast<WCHAR*>(calloc(room, sizeof(WCHAR))));
+    const MallocPtr<WCHAR> escaped(static_cast<WCHAR*>(calloc(length + 1, sizeof(WCHAR))));
     if (!escaped)
         return 0;
-    TextWriter writer(escaped.get(), room);
-    for (const WCHAR& ch : text) {
-        if (NeedsEscape(ch))
-            WriteEscaped(writer, ch);
-        else
-            writer.Text(TextView(&ch, 1));
+    TextWriter writer(escaped.get(), length + 1);
+    for (const WCHAR ch : text) {
+        const Escape escape = EscapeOf(ch);
+        writer.Text(TextView(escape.text, escape.length));
     }
     return BldStrCat(str, escaped.get());
 }

@@ -2,8 +2,6 @@
 
 #include <string.h>
 
-#include <utility>
-
 #include "keyvault/certificate_merge.h"
 #include "keyvault/dummy_certificate.h"
 #include "keyvault/json.h"
@@ -64,7 +62,7 @@ void AddCertificateProperties(const CertificateRequest& request, JsonBody& body)
 }
 
 // NULL: no memory.
-BldStrPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmSuffix)
+SecretBytesPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmSuffix)
 {
     JsonBody body(500);
     body.Text(TEXT("{\"attributes\":{\"enabled\": true}"));
@@ -76,17 +74,16 @@ BldStrPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmSuffix
     body.Text(TEXT(",\"tags\": {\"KSPManaged\":\"KSP\""));
     body.Text(TEXT(",\"AlgID\":\"")).Value(request.algId).Text(TEXT("\""));
     body.Text(TEXT(",\"KeyName\":\"")).Value(request.keyName).Text(TEXT("\""));
-    return body.Text(TEXT("}}")).Take();
+    body.Text(TEXT("}}"));
+    LogString(TEXT("KVCLowLevelCreateKeyCertificate JSON Body"), body.text(), LOG_DETAIL_LEVEL);
+    return body.Bytes();
 }
 
-// kvc->lastStatus and kvc->lastBody tell the outcome.
-void Send(KVC* kvc, const WCHAR* encodedName, BldStrPtr json)
+// kvc->lastStatus and kvc->lastBody have the outcome.
+void Send(KVC* kvc, const WCHAR* encodedName, const char* body)
 {
-    const MallocPtr<char> body(WStrToBytesStr(json->cStr));
     kvc->lastStatus = 0;
-    LogString(TEXT("KVCLowLevelCreateKeyCertificate JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
-    json.reset();
-    if (!KVCDoKVRESTCall(kvc, nullptr, kvc->certificateMode != 0, encodedName, TEXT("POST"), TEXT("create"), body.get(),
+    if (!KVCDoKVRESTCall(kvc, nullptr, kvc->certificateMode != 0, encodedName, TEXT("POST"), TEXT("create"), body,
                          kApiVersionWrite))
         LogError(TEXT("KVCLowLevelCreateKeyCertificate REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
 }
@@ -120,10 +117,10 @@ int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& 
     const WCHAR* hsmSuffix = kHsmSuffix;
     Throttle throttle;
     for (;;) {
-        BldStrPtr json = BuildRequest(request, hsmSuffix);
-        if (!json)
+        const SecretBytesPtr body = BuildRequest(request, hsmSuffix);
+        if (!body)
             return Fail(TEXT("KVCLowLevelCreateKeyCertificate Out of memory"));
-        Send(kvc, encodedName, std::move(json));
+        Send(kvc, encodedName, body.get());
         const DWORD status = kvc->lastStatus;
         if (status == HTTP_THROTTLED) {
             if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), status))

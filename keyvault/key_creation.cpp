@@ -1,19 +1,16 @@
 #include "keyvault/key_creation.h"
 
-#include <utility>
-
 #include "keyvault/json_body.h"
 #include "keyvault/key_certificate_creation.h"
 #include "keyvault/key_creation_kind.h"
 #include "keyvault/rest_call.h"
 #include "keyvault/throttle.h"
-#include "support/codepage.h"
 #include "support/log.h"
 
 namespace {
 
-// NULL: no memory. The size of an RSA key is a text here, unlike in a certificate's policy.
-BldStrPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR* algId, const WCHAR* keyName)
+// NULL: no memory. The size of an RSA key is text here, unlike in a certificate's policy.
+SecretBytesPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR* algId, const WCHAR* keyName)
 {
     JsonBody body(500);
     body.Text(TEXT("{\"kty\":\"")).Text(kind.kty).Text(hsmSuffix).Text(TEXT("\""));
@@ -24,18 +21,19 @@ BldStrPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR*
     body.Text(TEXT(",\"tags\": {"));
     body.Text(TEXT("\"AlgID\":\"")).Value(algId).Text(TEXT("\""));
     body.Text(TEXT(",\"KeyName\":\"")).Value(keyName).Text(TEXT("\""));
-    return body.Text(TEXT("}}")).Take();
+    body.Text(TEXT("}}"));
+    // The line is in the log twice: before and after the conversion to bytes.
+    LogString(TEXT("KVCCreateKey JSON Body"), body.text(), LOG_DETAIL_LEVEL);
+    SecretBytesPtr bytes = body.Bytes();
+    LogString(TEXT("KVCCreateKey JSON Body"), body.text(), LOG_DETAIL_LEVEL);
+    return bytes;
 }
 
-// kvc->lastStatus tells the outcome.
-void Send(KVC* kvc, const WCHAR* encodedName, BldStrPtr json)
+// kvc->lastStatus has the outcome.
+void Send(KVC* kvc, const WCHAR* encodedName, const char* body)
 {
     kvc->lastStatus = 0;
-    LogString(TEXT("KVCCreateKey JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
-    const MallocPtr<char> body(WStrToBytesStr(json->cStr));
-    LogString(TEXT("KVCCreateKey JSON Body"), json->cStr, LOG_DETAIL_LEVEL);
-    json.reset();
-    if (!KVCDoKVRESTCall(kvc, nullptr, 0, encodedName, TEXT("POST"), TEXT("create"), body.get(), kApiVersionWrite))
+    if (!KVCDoKVRESTCall(kvc, nullptr, 0, encodedName, TEXT("POST"), TEXT("create"), body, kApiVersionWrite))
         LogError(TEXT("KVCLowLevelCreateKey REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
 }
 
@@ -73,10 +71,10 @@ int KVCLowLevelCreateKey(KVC* kvc, const WCHAR* keyName, const WCHAR* encodedNam
     const WCHAR* hsmSuffix = kHsmSuffix;
     Throttle throttle;
     for (;;) {
-        BldStrPtr json = BuildRequest(kind, hsmSuffix, algId, keyName);
-        if (!json)
+        const SecretBytesPtr body = BuildRequest(kind, hsmSuffix, algId, keyName);
+        if (!body)
             return Fail(TEXT("KVCLowLevelCreateKey Out of memory"));
-        Send(kvc, encodedName, std::move(json));
+        Send(kvc, encodedName, body.get());
         const DWORD status = kvc->lastStatus;
         if (status == HTTP_THROTTLED) {
             if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKey ActionThrottled"), status))

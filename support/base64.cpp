@@ -15,7 +15,7 @@ WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size)
         LogLine(TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 1 Failed"), LOG_ERROR_LEVEL);
         return nullptr;
     }
-    MallocPtr<WCHAR> text(static_cast<WCHAR*>(calloc(cch, sizeof(WCHAR))));
+    SecretTextPtr text(static_cast<WCHAR*>(calloc(cch, sizeof(WCHAR))));
     if (!text) {
         LogLine(TEXT("KVCKelvaro_ToBase64 Failed to allocate memory"), LOG_ERROR_LEVEL);
         return nullptr;

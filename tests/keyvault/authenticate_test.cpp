@@ -240,6 +240,7 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
                          }
                          kvc = NewClient(identity);
                      });
+    EXPECT_EQ(1u, Posts().size()) << nlohmann::json(Posts());
 }
 
 }  // namespace

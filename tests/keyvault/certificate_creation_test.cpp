@@ -267,8 +267,8 @@ TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestG
             KVCDoKVRESTCall(call.get(), nullptr, 1, TEXT("mykey"), TEXT("DELETE"), TEXT("pending"), nullptr,
                             kApiVersionWrite);
         });
-    for (const std::string& body : Bodies())
-        EXPECT_TRUE(body.empty() || json::accept(body)) << body;
+    // The creation and the merge, each always the same.
+    EXPECT_EQ(2u, Posts().size()) << json(Posts());
 }
 
 }  // namespace

@@ -86,6 +86,16 @@ std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)
     return found;
 }
 
+std::set<std::string> ClientTest::Posts()
+{
+    std::set<std::string> posts;
+    for (const nlohmann::json& request : sim.Journal()) {
+        if (request.value("method", "") == "POST")
+            posts.insert(request.value("target", "") + " " + request.value("body", ""));
+    }
+    return posts;
+}
+
 void ClientTest::Answer(const std::string& path, int status, const nlohmann::json& body, int times, int skip)
 {
     sim.Fault(

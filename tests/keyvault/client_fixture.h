@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -78,6 +79,8 @@ class ClientTest : public testing::Test {
     int ListKeys(KVC* kvc);
     // Requests of the journal whose target contains `part`.
     std::vector<nlohmann::json> Requests(const std::string& part);
+    // What was posted, without repetitions: target and body.
+    std::set<std::string> Posts();
     // Answers that stand ready for the requests whose target has `path`, one after the other.
     void Answer(const std::string& path, int status, const nlohmann::json& body, int times = 1, int skip = 0);
     size_t LinesWith(const std::string& text) const;

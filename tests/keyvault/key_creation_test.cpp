@@ -128,18 +128,17 @@ TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
     EXPECT_EQ(R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"a b"}})", Bodies().back());
     EXPECT_EQ(coded, StateOf()["keys"][0]["name"]);
 
-    // Only what would break the JSON is escaped.
-    OwnKey quoted;
-    EXPECT_EQ(1, Create("\"}/\\\t", "ECDSA_P256", 256, &quoted));
-    EXPECT_EQ(R"({"kty":"EC-HSM","crv":"P-256","tags": {"AlgID":"ECDSA_P256","KeyName":"\"}/\\\u0009"}})",
-              Bodies().back());
-}
-
-TEST_F(KeyCreationTest, TheTagHasLettersBeyondAsciiAsUtf8)
-{
-    OwnKey key;
-    EXPECT_EQ(1, Create("\xC3\xA9", "ECDSA_P256", 256, &key));
-    EXPECT_NE(std::string::npos, Bodies().back().find("\"KeyName\":\"\xC3\xA9\"")) << Bodies().back();
+    // Escaped is what would break the JSON, there or on its way through a code page, which may take a plain quotation
+    // mark for a full-width one.
+    const std::string quote = "\xEF\xBC\x82";
+    for (const std::string& name : {std::string("\"}/\\\t"), std::string("\xC3\xA9"),
+                                    "a" + quote + "," + quote + "Injected" + quote + ":" + quote + "b"}) {
+        OwnKey named;
+        EXPECT_EQ(1, Create(name, "ECDSA_P256", 256, &named));
+        EXPECT_EQ(std::string::npos, Bodies().back().find_first_of("\xC3\xE9\xEF"));
+        const json tags = json::parse(Bodies().back())["tags"];
+        EXPECT_EQ(json({{"AlgID", "ECDSA_P256"}, {"KeyName", name}}), tags);
+    }
 }
 
 TEST_F(KeyCreationTest, WhatCannotBeAskedSendsNothing)
@@ -176,8 +175,7 @@ TEST_F(KeyCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestGoesOut)
             failed += result ? 0 : 1;
         });
     EXPECT_GT(failed, 5);
-    for (const std::string& body : Bodies())
-        EXPECT_TRUE(body.empty() || json::accept(body)) << body;
+    EXPECT_EQ(1u, Posts().size()) << json(Posts());
 }
 
 }  // namespace
