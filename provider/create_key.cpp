@@ -15,10 +15,8 @@ constexpr DWORD kAllowedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_SILENT_FLAG | N
 // A key that cannot be read counts as one that is not there, whatever the reason.
 bool KeyExists(KVC* call, const WCHAR* keyName)
 {
-    KVKey found = {};
-    const bool exists = KVCGetKey(call, keyName, &found, 1) != 0;
-    KVCFreeKVKey(&found);
-    return exists;
+    KVKeyOwner found;
+    return KVCGetKey(call, keyName, &found.key, 1) != 0;
 }
 
 // Signs in, which the finalization will not do, and looks whether the name is free. An overwriting creation does not

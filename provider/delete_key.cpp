@@ -25,8 +25,8 @@ SECURITY_STATUS WINAPI KelvaroDeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY
 {
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!provider || !key)
+    const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEntryPoint);
     if ((dwFlags & ~static_cast<DWORD>(NCRYPT_SILENT_FLAG)) != 0)
         return Fail(NTE_BAD_FLAGS, kEntryPoint);

@@ -1,9 +1,12 @@
 // Encryption and decryption: both are the vault's work, the public key's operation included.
+#include <string.h>
+
 #include "keyvault/crypto_op.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
 #include "provider/vault_call.h"
+#include "support/guards.h"
 #include "support/log.h"
 
 namespace {
@@ -32,6 +35,19 @@ const WCHAR* AlgorithmName(DWORD dwFlags)
     return TEXT("");
 }
 
+// Where the vault has the key. A copy: decryption takes pending keys too, which another thread may be finalizing.
+struct VaultName {
+    explicit VaultName(const KSP_KEY& key)
+    {
+        const ExclusiveLock lock(&key.lock);
+        memcpy(name, key.kvk.keyName, sizeof(name));
+        memcpy(version, key.kvk.version, sizeof(version));
+    }
+
+    WCHAR name[kEncodedNameChars];
+    WCHAR version[kVersionChars];
+};
+
 // A NULL pbOutput is no shortcut: only the vault's answer tells the size.
 SECURITY_STATUS Transform(const VaultTransform& transform, const KSP_PROVIDER& provider, const KSP_KEY& key,
                           const BYTE* pbInput, DWORD cbInput, BYTE* pbOutput, DWORD cbOutput, DWORD* pcbResult,
@@ -43,7 +59,8 @@ SECURITY_STATUS Transform(const VaultTransform& transform, const KSP_PROVIDER& p
     if (status != ERROR_SUCCESS)
         return status;
     *pcbResult = cbOutput;
-    return KVCCryptoOp(call.get(), transform.verb, key.kvk.keyName, key.kvk.version, 0, AlgorithmName(dwFlags), pbInput,
+    const VaultName vault(key);
+    return KVCCryptoOp(call.get(), transform.verb, vault.name, vault.version, 0, AlgorithmName(dwFlags), pbInput,
                        cbInput, pbOutput, pcbResult);
 }
 
@@ -55,8 +72,8 @@ SECURITY_STATUS WINAPI KelvaroEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
 {
     LogLine(kEncrypt, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!provider || !key)
+    const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEncrypt);
     if (key->fFinalized == 0)
         return Fail(NTE_BAD_KEY_STATE, kEncrypt);
@@ -77,8 +94,8 @@ SECURITY_STATUS WINAPI KelvaroDecrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
 {
     LogLine(kDecrypt, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!provider || !key)
+    const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kDecrypt);
     if (!pbInput || cbInput == 0 || !pcbResult)
         return Fail(NTE_INVALID_PARAMETER, kDecrypt);

@@ -49,15 +49,6 @@ struct NameList {
     DWORD count = 0;
 };
 
-struct LocalKVKey {
-    LocalKVKey() = default;
-    ~LocalKVKey() { KVCFreeKVKey(&key); }
-    LocalKVKey(const LocalKVKey&) = delete;
-    LocalKVKey& operator=(const LocalKVKey&) = delete;
-
-    KVKey key = {};
-};
-
 struct KeyNameBlock {
     NCryptKeyName name;
     WCHAR algId[kAlgIDChars];
@@ -95,7 +86,7 @@ SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)
 SECURITY_STATUS ReadNextKey(KVC* call, KSP_ENUM_STATE* state, DWORD dwFlags, NCryptKeyName** ppKeyName)
 {
     WCHAR* name = state->names()[state->index];
-    LocalKVKey kvk;
+    KVKeyOwner kvk;
     if (!KVCGetKey(call, name, &kvk.key, 0))
         return kVaultReadFailed;
     HeapPtr<KeyNameBlock> block(

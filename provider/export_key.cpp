@@ -4,6 +4,7 @@
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
+#include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -116,9 +117,12 @@ SECURITY_STATUS ComposeRsaBlob(const KVKey& kvk, PublicBlob* blob)
     return fits ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
 
-// Judges the blob's name and the key, and composes the blob.
-SECURITY_STATUS ComposeBlob(const KVKey& kvk, const WCHAR* blobName, PublicBlob* blob)
+// Judges the blob's name and the key, and composes the blob. Under the key's lock: another thread may be finalizing a
+// pending key.
+SECURITY_STATUS ComposeBlob(const KSP_KEY& key, const WCHAR* blobName, PublicBlob* blob)
 {
+    const ExclusiveLock lock(&key.lock);
+    const KVKey& kvk = key.kvk;
     const BlobType* type = FindBlobType(blobName);
     if (!type) {
         LogLine(TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"), LOG_ERROR_LEVEL);
@@ -168,7 +172,7 @@ SECURITY_STATUS WINAPI KelvaroExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY
     }
 
     PublicBlob blob;
-    SECURITY_STATUS status = ComposeBlob(key->kvk, pszBlobType, &blob);
+    SECURITY_STATUS status = ComposeBlob(*key, pszBlobType, &blob);
     if (status != ERROR_SUCCESS)
         return Fail(status, kFailure);
     status = AnswerBytes(blob.bytes(), blob.size(), pbOutput, cbOutput, pcbResult);

@@ -1,7 +1,10 @@
+#include <utility>
+
 #include "keyvault/key_creation.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
+#include "support/guards.h"
 #include "support/log.h"
 
 namespace {
@@ -12,18 +15,43 @@ constexpr DWORD kAllowedFlags = NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG | 
 
 // Runs on the token that the client holds, from the key's creation or a later operation. An imported key alone may come
 // here before anything has signed in.
-SECURITY_STATUS CreateInVault(KSP_KEY* key)
+SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
 {
-    const KVCCall call(key->kvc ? KVCBeginCall(key->kvc) : nullptr);
-    if (key->kvc && (!call || !KVCTakeHeldToken(call.get())))
+    const KVCCall call(key.kvc ? KVCBeginCall(key.kvc) : nullptr);
+    if (key.kvc && (!call || !KVCTakeHeldToken(call.get())))
         return NTE_NO_MEMORY;
     if (call && !call->accessToken && !KVCAuthenticate(call.get()))
         return NTE_FAIL;
     // A length that was refused goes to the vault all the same.
-    if (!KVCCreateKey(call.get(), key->pszKeyName, key->pszAlgName, static_cast<LONG>(key->dwBitLength), &key->kvk,
-                      key->dwExportPolicy))
+    if (!KVCCreateKey(call.get(), key.pszKeyName, key.pszAlgName, static_cast<LONG>(key.dwBitLength), kvk,
+                      key.dwExportPolicy))
         return NTE_FAIL;
     return ERROR_SUCCESS;
+}
+
+// One thread at a time may go to the vault. For the others the key counts as finalized already.
+SECURITY_STATUS Claim(KSP_KEY* key, DWORD dwFlags)
+{
+    const ExclusiveLock lock(&key->lock);
+    if (key->finalizing || key->fFinalized == 1)
+        return NTE_INVALID_HANDLE;
+    if ((dwFlags & ~kAllowedFlags) != 0)
+        return NTE_BAD_FLAGS;
+    if ((dwFlags & NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG) != 0)
+        return NTE_NOT_SUPPORTED;
+    key->finalizing = true;
+    return ERROR_SUCCESS;
+}
+
+// Ends the claim. The key takes the description over if it is finalized now.
+void Settle(KSP_KEY* key, bool finalized, KVKeyOwner* made)
+{
+    const ExclusiveLock lock(&key->lock);
+    key->finalizing = false;
+    if (finalized) {
+        std::swap(key->kvk, made->key);
+        key->fFinalized = 1;
+    }
 }
 
 }  // namespace
@@ -31,18 +59,15 @@ SECURITY_STATUS CreateInVault(KSP_KEY* key)
 SECURITY_STATUS WINAPI KelvaroFinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
 {
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
-    KSP_KEY* key = KeyFromHandle(hKey);
-    if (!ProviderFromHandle(hProvider) || !key || key->fFinalized == 1)
+    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEntryPoint);
-    if ((dwFlags & ~kAllowedFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
-    if ((dwFlags & NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG) != 0)
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
-    if (key->pszKeyName) {
-        const SECURITY_STATUS status = CreateInVault(key);
-        if (status != ERROR_SUCCESS)
-            return Fail(status, kEntryPoint);
-    }
-    key->fFinalized = 1;
-    return ERROR_SUCCESS;
+    SECURITY_STATUS status = Claim(key, dwFlags);
+    if (status != ERROR_SUCCESS)
+        return Fail(status, kEntryPoint);
+    KVKeyOwner made;
+    if (key->pszKeyName)
+        status = CreateInVault(*key, &made.key);
+    Settle(key, status == ERROR_SUCCESS, &made);
+    return status == ERROR_SUCCESS ? status : Fail(status, kEntryPoint);
 }

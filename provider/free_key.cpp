@@ -26,8 +26,8 @@ void PublishCertificateOf(KSP_KEY* key)
 SECURITY_STATUS WINAPI KelvaroFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey)
 {
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
-    KSP_KEY* key = KeyFromHandle(hKey);
-    if (!ProviderFromHandle(hProvider) || !key)
+    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEntryPoint);
 
     LogString(kEntryPoint, key->pszKeyName ? key->pszKeyName : TEXT("NULL Name"), LOG_RELEASE_LEVEL);

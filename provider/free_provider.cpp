@@ -1,4 +1,5 @@
 #include "provider/entry_points.h"
+#include "provider/kept_buffer.h"
 #include "provider/provider.h"
 #include "support/log.h"
 #include "support/wipe.h"
@@ -18,8 +19,7 @@ SECURITY_STATUS WINAPI KelvaroFreeProvider(NCRYPT_PROV_HANDLE hProvider)
         return Fail(NTE_INVALID_HANDLE, TEXT("KelvaroFreeProvider"));
     ReleaseClient(&provider->machineKvc);
     ReleaseClient(&provider->userKvc);
-    HeapFree(GetProcessHeap(), 0, provider->pszUseContext);
-    provider->pszUseContext = nullptr;
+    ReplaceBuffer(&provider->pszUseContext, &provider->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});
     // The magic word goes too, so that a second free of the handle is refused as long as the memory can be read.
     Wipe(provider, provider->cbLength);
     HeapFree(GetProcessHeap(), 0, provider);

@@ -31,6 +31,11 @@ KSP_KEY* KeyFromHandle(NCRYPT_KEY_HANDLE hKey)
     return HasHeader(object, sizeof(KSP_KEY), KSP_KEY_MAGIC) ? static_cast<KSP_KEY*>(object) : nullptr;
 }
 
+KSP_KEY* KeyFromHandles(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey)
+{
+    return ProviderFromHandle(hProvider) ? KeyFromHandle(hKey) : nullptr;
+}
+
 KVC* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag)
 {
     return machineFlag ? provider->machineKvc : provider->userKvc;

@@ -4,11 +4,10 @@
 
 #include <new>
 
+#include "provider/kept_buffer.h"
 #include "provider/property_list.h"
-#include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
-#include "support/wipe.h"
 
 struct AlgorithmLength {
     const WCHAR* name;
@@ -77,8 +76,7 @@ static void ReleaseProperties(PropertyLink* head)
     const PropertyLock lock(TEXT("DeleteKeyObject Failed to grab Semaphone - Result"));
     while (head->next != head) {
         LogLine(TEXT("DeleteKeyObject HeapFree pProperty"), LOG_STEP_LEVEL);
-        const HeapPtr<KSP_PROPERTY> property(PropertyFromLink(head->next));
-        PropertyUnlink(property.get());
+        FreeProperty(PropertyFromLink(head->next));
     }
 }
 
@@ -91,13 +89,12 @@ SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey)
     LogLine(TEXT("DeleteKeyObject HeapFree pbKeyFile"), LOG_STEP_LEVEL);
     ReleaseField(&pKey->pbKeyFile);
     LogLine(TEXT("DeleteKeyObject HeapFree pbSecurityDescr"), LOG_STEP_LEVEL);
-    ReleaseField(&pKey->pbSecurityDescr);
+    ReplaceBuffer(&pKey->pbSecurityDescr, &pKey->cbSecurityDescr, HeapPtr<BYTE>(), DWORD{0});
     LogLine(TEXT("DeleteKeyObject HeapFree pbPrivateKey"), LOG_STEP_LEVEL);
-    Wipe(pKey->pbPrivateKey, pKey->cbPrivateKey);
-    ReleaseField(&pKey->pbPrivateKey);
+    ReplaceBuffer(&pKey->pbPrivateKey, &pKey->cbPrivateKey, HeapPtr<BYTE>(), DWORD{0});
     LogLine(TEXT("DeleteKeyObject HeapFree PropertyList"), LOG_STEP_LEVEL);
     ReleaseProperties(&pKey->PropertyList);
-    ReleaseField(&pKey->pszUseContext);
+    ReplaceBuffer(&pKey->pszUseContext, &pKey->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});
     LogLine(TEXT("DeleteKeyObject Complete"), LOG_STEP_LEVEL);
     // A handle that is used once more is refused as long as the memory can be read.
     pKey->dwMagic = 0;

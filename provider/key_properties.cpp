@@ -38,7 +38,8 @@ static SECURITY_STATUS ReadAlgorithmGroup(const KSP_KEY& /*key*/, PropertyValue*
 static SECURITY_STATUS ReadBlockLength(const KSP_KEY& key, PropertyValue* value)
 {
     // Written so that no length wraps.
-    value->Set(static_cast<DWORD>(key.dwBitLength / 8 + (key.dwBitLength % 8 != 0)));
+    const DWORD bits = key.dwBitLength;
+    value->Set(static_cast<DWORD>(bits / 8 + (bits % 8 != 0)));
     return ERROR_SUCCESS;
 }
 
@@ -83,7 +84,7 @@ static SECURITY_STATUS ReadUseContext(const KSP_KEY& key, PropertyValue* value)
 
 struct NumberProperty {
     const WCHAR* name;
-    DWORD KSP_KEY::*field;
+    std::atomic<DWORD> KSP_KEY::*field;
 };
 static constexpr NumberProperty kNumbers[] = {
     {TEXT("Length"), &KSP_KEY::dwBitLength},
@@ -113,7 +114,7 @@ static SECURITY_STATUS FindValue(const KSP_KEY& key, const WCHAR* name, Property
 {
     for (const NumberProperty& row : kNumbers) {
         if (TextEqual(name, row.name)) {
-            value->Set(key.*row.field);
+            value->Set((key.*row.field).load());
             return ERROR_SUCCESS;
         }
     }
@@ -124,11 +125,12 @@ static SECURITY_STATUS FindValue(const KSP_KEY& key, const WCHAR* name, Property
     return NTE_NOT_SUPPORTED;
 }
 
-static SECURITY_STATUS AnswerBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE* output, DWORD cbOutput,
-                                     DWORD* pcbResult)
+static SECURITY_STATUS CopyBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE* output, DWORD cbOutput,
+                                   DWORD* pcbResult)
 {
     PropertyValue value;
-    SECURITY_STATUS status = FindValue(key, name, &value);
+    const ExclusiveLock lock(&key.lock);
+    const SECURITY_STATUS status = FindValue(key, name, &value);
     if (status != ERROR_SUCCESS)
         return status;
     // The lengths of an algorithm that has no rule: their size can be asked for, they cannot be read.
@@ -136,9 +138,15 @@ static SECURITY_STATUS AnswerBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE
         *pcbResult = value.size();
         return NTE_NOT_SUPPORTED;
     }
-    status = AnswerBytes(value.bytes(), value.size(), output, cbOutput, pcbResult);
+    return AnswerBytes(value.bytes(), value.size(), output, cbOutput, pcbResult);
+}
+
+static SECURITY_STATUS AnswerBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE* output, DWORD cbOutput,
+                                     DWORD* pcbResult)
+{
+    const SECURITY_STATUS status = CopyBuiltin(key, name, output, cbOutput, pcbResult);
     if (status == ERROR_SUCCESS && output)
-        TraceProperty(kGet, name, value.bytes(), value.size());
+        TraceProperty(kGet, name, output, *pcbResult);
     return status;
 }
 
@@ -156,8 +164,8 @@ SECURITY_STATUS WINAPI KelvaroGetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
                                              PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
 {
     LogNumber(kGet, pszProperty, static_cast<LONG>(cbOutput), LOG_ENTRY_LEVEL);
-    KSP_KEY* key = KeyFromHandle(hKey);
-    if (!ProviderFromHandle(hProvider) || !key)
+    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kGet);
     if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pcbResult)
         return Fail(NTE_INVALID_PARAMETER, kGet);
@@ -186,10 +194,8 @@ static SECURITY_STATUS StoreProperty(KSP_KEY* key, const WCHAR* name, const BYTE
 {
     const PropertyLock lock(TEXT("KelvaroSetKeyProperty Failed to grab Semaphone - Result"));
     KSP_PROPERTY* property = nullptr;
-    if (FindKeyProperty(key, name, &property) == ERROR_SUCCESS) {
-        PropertyUnlink(property);
-        HeapFree(GetProcessHeap(), 0, property);
-    }
+    if (FindKeyProperty(key, name, &property) == ERROR_SUCCESS)
+        FreeProperty(property);
     const SECURITY_STATUS status = MakeKeyProperty(name, input, cbInput, flags, &property);
     if (status == ERROR_SUCCESS)
         PropertyListAppend(&key->PropertyList, property);
@@ -211,8 +217,8 @@ SECURITY_STATUS WINAPI KelvaroSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
 {
     LogString(kSet, pszProperty, LOG_ENTRY_LEVEL);
     TraceProperty(kSet, pszProperty, pbInput, cbInput);
-    KSP_KEY* key = KeyFromHandle(hKey);
-    if (!ProviderFromHandle(hProvider) || !key)
+    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kSet);
     if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pbInput)
         return Fail(NTE_INVALID_PARAMETER, kSet);

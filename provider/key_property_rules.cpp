@@ -1,8 +1,10 @@
 #include <string.h>
 
+#include <utility>
+
 #include "provider/descriptor_check.h"
+#include "provider/kept_buffer.h"
 #include "provider/key_object.h"
-#include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -68,31 +70,32 @@ static SECURITY_STATUS ApplyExportPolicy(KSP_KEY* key, const BYTE* input, DWORD 
 
 static SECURITY_STATUS ApplyKeyUsage(KSP_KEY* key, const BYTE* input, DWORD cbInput, DWORD /*flags*/)
 {
-    key->dwKeyUsage = FirstWord(input, cbInput);
-    LogNumber(TEXT("Key Usage"), TEXT("="), static_cast<LONG>(key->dwKeyUsage), LOG_DETAIL_LEVEL);
+    const DWORD usage = FirstWord(input, cbInput);
+    key->dwKeyUsage = usage;
+    LogNumber(TEXT("Key Usage"), TEXT("="), static_cast<LONG>(usage), LOG_DETAIL_LEVEL);
     return ERROR_SUCCESS;
 }
 
 // A refused length stays in the key object.
 static SECURITY_STATUS ApplyLength(KSP_KEY* key, const BYTE* input, DWORD cbInput, DWORD /*flags*/)
 {
-    key->dwBitLength = FirstWord(input, cbInput);
-    return LengthAllowed(key->pszAlgName, key->dwBitLength) ? ERROR_SUCCESS : NTE_NOT_SUPPORTED;
+    const DWORD bits = FirstWord(input, cbInput);
+    key->dwBitLength = bits;
+    return LengthAllowed(key->pszAlgName, bits) ? ERROR_SUCCESS : NTE_NOT_SUPPORTED;
 }
 
 static SECURITY_STATUS ApplySecurityDescr(KSP_KEY* key, const BYTE* input, DWORD cbInput, DWORD flags)
 {
     if (!HoldsSecurityDescriptor(input, cbInput))
         return NTE_BAD_DATA;
+    HeapPtr<BYTE> copy(static_cast<BYTE*>(HeapAlloc(GetProcessHeap(), 0, cbInput)));
+    const DWORD cbCopy = copy ? cbInput : 0;
+    if (copy)
+        memcpy(copy.get(), input, cbCopy);
+    const ExclusiveLock lock(&key->lock);
     key->dwSecurityInfo = flags;
-    HeapFree(GetProcessHeap(), 0, key->pbSecurityDescr);
-    key->cbSecurityDescr = 0;
-    key->pbSecurityDescr = static_cast<BYTE*>(HeapAlloc(GetProcessHeap(), 0, cbInput));
-    if (!key->pbSecurityDescr)
-        return NTE_NO_MEMORY;
-    memcpy(key->pbSecurityDescr, input, cbInput);
-    key->cbSecurityDescr = cbInput;
-    return ERROR_SUCCESS;
+    ReplaceBuffer(&key->pbSecurityDescr, &key->cbSecurityDescr, std::move(copy), cbCopy);
+    return key->pbSecurityDescr ? ERROR_SUCCESS : NTE_NO_MEMORY;  // the old one is gone then
 }
 
 static SECURITY_STATUS ApplyPrivateBlob(KSP_KEY* key, const BYTE* input, DWORD cbInput, DWORD /*flags*/)
@@ -138,8 +141,8 @@ static SECURITY_STATUS ApplyUseContext(KSP_KEY* key, const BYTE* input, DWORD /*
     if (!copy)
         return NTE_NO_MEMORY;
     memcpy(copy.get(), input, size);
-    HeapFree(GetProcessHeap(), 0, key->pszUseContext);
-    key->pszUseContext = copy.release();
+    const ExclusiveLock lock(&key->lock);
+    ReplaceBuffer(&key->pszUseContext, &key->cbUseContext, std::move(copy), SIZE_T{size});
     return ERROR_SUCCESS;
 }
 

@@ -1,9 +1,10 @@
 #include <string.h>
 
+#include <utility>
+
+#include "provider/kept_buffer.h"
 #include "provider/key_object.h"
-#include "support/guards.h"
 #include "support/text.h"
-#include "support/wipe.h"
 
 // What the parts of a blob need, the header not counted.
 static uint64_t PartsSize(const BCRYPT_RSAKEY_BLOB& header)
@@ -45,10 +46,13 @@ SECURITY_STATUS ProtectPrivateBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBl
     if (!kept)
         return NTE_NO_MEMORY;
     memcpy(kept.get(), sealed.pbData, sealed.cbData);
-    Wipe(pKey->pbPrivateKey, pKey->cbPrivateKey);
-    HeapFree(GetProcessHeap(), 0, pKey->pbPrivateKey);
-    pKey->pbPrivateKey = kept.release();
-    pKey->cbPrivateKey = sealed.cbData;
+    BCRYPT_RSAKEY_BLOB header;
+    memcpy(&header, pbBlob, sizeof(header));
+
+    const ExclusiveLock lock(&pKey->lock);
+    ReplaceBuffer(&pKey->pbPrivateKey, &pKey->cbPrivateKey, std::move(kept), sealed.cbData);
+    // Set again with the blob: another thread may have checked a longer one meanwhile.
+    pKey->dwBitLength = header.BitLength;
     pKey->pszPrivateBlobType =
         TextEqual(pszBlobType, BCRYPT_RSAFULLPRIVATE_BLOB) ? BCRYPT_RSAFULLPRIVATE_BLOB : BCRYPT_RSAPRIVATE_BLOB;
     return ERROR_SUCCESS;

@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-#include "support/guards.h"
+#include "provider/kept_buffer.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -71,12 +71,12 @@ void PropertyListAppend(PropertyLink* head, KSP_PROPERTY* property)
     head->previous = link;
 }
 
-void PropertyUnlink(KSP_PROPERTY* property)
+void FreeProperty(KSP_PROPERTY* property)
 {
     PropertyLink* link = &property->ListEntry;
     link->previous->next = link->next;
     link->next->previous = link->previous;
-    PropertyListInit(link);
+    WipeAndFree(property, sizeof(KSP_PROPERTY) + property->cbPropertyData);
 }
 
 KSP_PROPERTY* PropertyFromLink(PropertyLink* link)

@@ -19,8 +19,8 @@ class PropertyLock {
     bool held_;
 };
 
-// A new entry that is in no list yet, with a copy of cbData bytes; the caller links or frees it (process heap).
-// 0; NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a name over 64 characters.
+// A new entry that is in no list yet, with a copy of cbData bytes; the caller links it or
+// gives it to FreeProperty. 0; NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a name over 64 characters.
 SECURITY_STATUS MakeKeyProperty(const WCHAR* pszName, const BYTE* pbData, DWORD cbData, DWORD dwFlags,
                                 KSP_PROPERTY** pProperty);
 
@@ -29,5 +29,5 @@ SECURITY_STATUS FindKeyProperty(KSP_KEY* pKey, const WCHAR* pszName, KSP_PROPERT
 
 void PropertyListInit(PropertyLink* head);
 void PropertyListAppend(PropertyLink* head, KSP_PROPERTY* property);
-void PropertyUnlink(KSP_PROPERTY* property);  // takes it out of its list; the caller frees it
+void FreeProperty(KSP_PROPERTY* property);  // takes it out of its list, wipes and frees it
 KSP_PROPERTY* PropertyFromLink(PropertyLink* link);

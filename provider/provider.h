@@ -12,7 +12,8 @@ constexpr DWORD KSP_PROVIDER_MAGIC = 0x7866ABCE;
 constexpr DWORD kVaultTemplateChars = 512;
 
 // One block on the process heap with the name's copy directly behind the fixed part. Owned by the host from the open to
-// the free. pszUseContext is guarded by useContextLock; every other field is fixed once the open has returned.
+// the free. useContextLock guards the use context and its size, fCertsSynced is atomic; every other field is fixed once
+// the open has returned.
 struct KSP_PROVIDER {
     DWORD cbLength;                               // bytes of the whole block
     DWORD dwMagic;                                // KSP_PROVIDER_MAGIC
@@ -24,6 +25,7 @@ struct KSP_PROVIDER {
     KVC* machineKvc;                     // owned; NULL when memory ran out
     KVC* userKvc;                        // likewise
     std::atomic<uint32_t> fCertsSynced;  // 0 until the certificate sync has been started on this provider
+    SIZE_T cbUseContext;                 // bytes of the block behind pszUseContext
     SRWLOCK useContextLock;
 };
 

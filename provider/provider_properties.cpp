@@ -1,10 +1,12 @@
+#include <utility>
+
 #include "provider/answers.h"
 #include "provider/entry_points.h"
+#include "provider/kept_buffer.h"
 #include "provider/key_object.h"
 #include "provider/property_trace.h"
 #include "provider/property_value.h"
 #include "provider/provider.h"
-#include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -43,16 +45,23 @@ static SECURITY_STATUS FindValue(const KSP_PROVIDER& provider, const WCHAR* name
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS AnswerProperty(KSP_PROVIDER* provider, const WCHAR* name, BYTE* output, DWORD cbOutput,
-                                      DWORD* pcbResult)
+static SECURITY_STATUS CopyProperty(KSP_PROVIDER* provider, const WCHAR* name, BYTE* output, DWORD cbOutput,
+                                    DWORD* pcbResult)
 {
     PropertyValue value;
     const ExclusiveLock lock(&provider->useContextLock);
-    SECURITY_STATUS status = FindValue(*provider, name, &value);
-    if (status == ERROR_SUCCESS)
-        status = AnswerBytes(value.bytes(), value.size(), output, cbOutput, pcbResult);
+    const SECURITY_STATUS status = FindValue(*provider, name, &value);
+    if (status != ERROR_SUCCESS)
+        return status;
+    return AnswerBytes(value.bytes(), value.size(), output, cbOutput, pcbResult);
+}
+
+static SECURITY_STATUS AnswerProperty(KSP_PROVIDER* provider, const WCHAR* name, BYTE* output, DWORD cbOutput,
+                                      DWORD* pcbResult)
+{
+    const SECURITY_STATUS status = CopyProperty(provider, name, output, cbOutput, pcbResult);
     if (status == ERROR_SUCCESS && output)
-        TraceProperty(kGet, name, value.bytes(), value.size());
+        TraceProperty(kGet, name, output, *pcbResult);
     return status;
 }
 
@@ -73,24 +82,29 @@ SECURITY_STATUS WINAPI KelvaroGetProviderProperty(NCRYPT_PROV_HANDLE hProvider, 
 
 // The host's bytes unchanged, with zeros behind them: a context without a terminator ends with its bytes. NULL: no
 // memory.
-static WCHAR* CopyContext(const BYTE* input, DWORD cbInput)
+static HeapPtr<WCHAR> CopyContext(const BYTE* input, DWORD cbInput, SIZE_T* cbCopy)
 {
     // Three: half a character that was left open, and the terminator.
     const uint64_t size = uint64_t{cbInput} + 3;
-    if (static_cast<SIZE_T>(size) != size)
-        return nullptr;
-    void* copy = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, static_cast<SIZE_T>(size));
+    *cbCopy = static_cast<SIZE_T>(size);
+    const bool fits = *cbCopy == size;
+    HeapPtr<WCHAR> copy(fits ? static_cast<WCHAR*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, *cbCopy)) : nullptr);
     if (copy)
-        memcpy(copy, input, cbInput);
-    return static_cast<WCHAR*>(copy);
+        memcpy(copy.get(), input, cbInput);
+    else
+        *cbCopy = 0;
+    return copy;
 }
 
+// Without memory the old context is gone all the same.
 static SECURITY_STATUS SetUseContext(KSP_PROVIDER* provider, const BYTE* input, DWORD cbInput)
 {
+    SIZE_T cbCopy = 0;
+    HeapPtr<WCHAR> copy = CopyContext(input, cbInput, &cbCopy);
+    const SECURITY_STATUS status = copy ? ERROR_SUCCESS : NTE_NO_MEMORY;
     const ExclusiveLock lock(&provider->useContextLock);
-    HeapFree(GetProcessHeap(), 0, provider->pszUseContext);
-    provider->pszUseContext = CopyContext(input, cbInput);
-    return provider->pszUseContext ? ERROR_SUCCESS : NTE_NO_MEMORY;
+    ReplaceBuffer(&provider->pszUseContext, &provider->cbUseContext, std::move(copy), cbCopy);
+    return status;
 }
 
 SECURITY_STATUS WINAPI KelvaroSetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty, PBYTE pbInput,

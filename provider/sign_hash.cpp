@@ -102,8 +102,8 @@ SECURITY_STATUS WINAPI KelvaroSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_
 {
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!provider || !key)
+    const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pcbResult)
         return Fail(NTE_INVALID_PARAMETER, kEntryPoint);

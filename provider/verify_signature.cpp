@@ -40,8 +40,8 @@ SECURITY_STATUS WINAPI KelvaroVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRY
 {
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!provider || !key)
+    const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
+    if (!key)
         return Fail(NTE_INVALID_HANDLE, kEntryPoint);
     if (key->fFinalized == 0)
         return Fail(NTE_BAD_KEY_STATE, kEntryPoint);

@@ -1,5 +1,5 @@
-// Key material in freed memory: every block that the system gives back to the process heap during an import is searched
-// for it first.
+// Secrets in freed memory: every block that the system gives back to the process heap during an import, or when a
+// host's property is replaced or released, is searched first.
 #include <malloc.h>
 
 #include <algorithm>
@@ -163,6 +163,45 @@ TEST_F(WipingTest, OfEnvelopes)
         EXPECT_GT(watch.looks, 1u);
         EXPECT_EQ(0u, watch.found) << bits;
     }
+}
+
+TEST_F(WipingTest, OfPropertiesThatAHostReplacesOrReleases)
+{
+    Bytes secret = TextBytes("a PIN of the host's");
+    Bytes descriptor(20 + 16);
+    SECURITY_DESCRIPTOR_RELATIVE head = {};
+    head.Revision = SECURITY_DESCRIPTOR_REVISION;
+    head.Control = SE_SELF_RELATIVE;
+    std::memcpy(descriptor.data(), &head, sizeof(head));
+    descriptor = descriptor + secret;
+    const struct {
+        const char* name;
+        const Bytes& value;
+        DWORD flags;
+    } rows[] = {
+        {"SmartCardPin", secret, NCRYPT_PERSIST_ONLY_FLAG},
+        {"PRIVATEBLOB", secret, NCRYPT_PERSIST_ONLY_FLAG},
+        {"Use Context", secret, NCRYPT_PERSIST_FLAG},
+        {"Security Descr", descriptor, 4},
+    };
+    NCRYPT_PROV_HANDLE opened = 0;
+    NCRYPT_KEY_HANDLE key = 0;
+    ASSERT_EQ(0, table->OpenProvider(&opened, TEXT("any name"), 0));
+    ASSERT_EQ(0, table->CreatePersistedKey(opened, &key, TEXT("RSA"), nullptr, 0, 0));
+    HeapWatch watch({Bytes(secret.begin(), secret.end() - 2)});
+    for (int times = 0; times < 2; times++) {
+        for (const auto& row : rows) {
+            EXPECT_EQ(0, table->SetKeyProperty(opened, key, Wide(row.name).c_str(), const_cast<BYTE*>(row.value.data()),
+                                               static_cast<DWORD>(row.value.size()), row.flags))
+                << row.name;
+        }
+        EXPECT_EQ(0, table->SetProviderProperty(opened, TEXT("Use Context"), secret.data(),
+                                                static_cast<DWORD>(secret.size()), 0));
+    }
+    EXPECT_EQ(0, table->FreeKey(opened, key));
+    EXPECT_EQ(0, table->FreeProvider(opened));
+    EXPECT_GE(watch.looks, 2 * 6u);
+    EXPECT_EQ(0u, watch.found);
 }
 
 }  // namespace
