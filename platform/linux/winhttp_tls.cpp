@@ -66,20 +66,24 @@ void TlsShare::Unlock(CURL*, curl_lock_data data, void* self)
 std::shared_ptr<const TlsShare> AcquireTlsShare()
 {
     static Cache cache;
-    const char* named = std::getenv("SSL_CERT_FILE");
+    const char* named = secure_getenv("SSL_CERT_FILE");
     const char* path = named != nullptr && *named != '\0' ? named : kSystemRoots;
 
     const std::lock_guard<std::mutex> guard(cache.lock);
     struct stat now = {};
     if (stat(path, &now) != 0)
         now = {};
-    if (!cache.share || cache.path != path || !SameFile(cache.file, now)) {
-        cache.share.reset();
-        cache.path = path;
-        cache.share = std::make_shared<const TlsShare>(path);
-        cache.file = now;
-    }
-    return cache.share;
+    if (cache.share && cache.path == path && SameFile(cache.file, now))
+        return cache.share;
+    cache.share.reset();
+    auto share = std::make_shared<const TlsShare>(path);
+    // What failed may succeed next time without a change of the file.
+    if (share->roots() == nullptr)
+        return share;
+    cache.path = path;
+    cache.file = now;
+    cache.share = share;
+    return share;
 }
 
 }  // namespace winhttp

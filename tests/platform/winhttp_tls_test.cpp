@@ -1,3 +1,4 @@
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -106,6 +107,16 @@ TEST_F(WinHttpTls, ReadsChangedRootsAgain)
     Trust(stranger_);
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
     Trust(root_);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+
+    // Roots that could not be read are tried again.
+    Trust(root_);
+    rlimit descriptors = {};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    const rlimit none = {0, descriptors.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_NE(Outcome(Perform({"kv.test", 443})), "200");
+    setrlimit(RLIMIT_NOFILE, &descriptors);
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
 }
 
