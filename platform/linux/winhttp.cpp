@@ -1,6 +1,7 @@
 #include "platform/linux/winhttp.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <memory>
 
@@ -69,18 +70,20 @@ bool IsVerb(std::string_view verb)
     });
 }
 
-// The two-call contract: sizes in bytes, without the terminator after success.
-LONG CopyText(WideView text, LPVOID buffer, LPDWORD length)
+// Converts a head of at most 64 KiB. The two-call contract: sizes in bytes, without the terminator after success.
+LONG CopyText(std::string_view text, LPVOID buffer, LPDWORD length)
 {
-    const auto size = static_cast<DWORD>(text.size() * sizeof(WCHAR));
-    const DWORD room = *length;
-    if (buffer == nullptr || room < size + sizeof(WCHAR)) {
-        *length = size + static_cast<DWORD>(sizeof(WCHAR));
+    const int size = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
+    const DWORD needed = (static_cast<DWORD>(units) + 1) * static_cast<DWORD>(sizeof(WCHAR));
+    if (buffer == nullptr || *length < needed) {
+        *length = needed;
         return ERROR_INSUFFICIENT_BUFFER;
     }
-    std::memcpy(buffer, text.data(), size);
-    std::memset(static_cast<char*>(buffer) + size, 0, sizeof(WCHAR));
-    *length = size;
+    auto* const out = static_cast<WCHAR*>(buffer);
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, out, units);
+    out[units] = 0;
+    *length = needed - static_cast<DWORD>(sizeof(WCHAR));
     return ERROR_SUCCESS;
 }
 
@@ -114,23 +117,29 @@ LONG TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
     WideView block = ViewOf(headers);
     if (headers != nullptr && length != static_cast<DWORD>(-1))
         block = WideView(headers, length);
-    request->callerLines = ToUtf8(block);
-    return IsHeaderBlock(request->callerLines) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+    if (block.size() > INT_MAX)
+        return ERROR_INVALID_PARAMETER;
+    const int units = static_cast<int>(block.size());
+    const auto convert = [&](char* out, int room) {
+        return units == 0 ? 0 : WideCharToMultiByte(CP_UTF8, 0, block.data(), units, out, room, nullptr, nullptr);
+    };
+    request->callerLines.resize(static_cast<size_t>(convert(nullptr, 0)));
+    convert(request->callerLines.data(), static_cast<int>(request->callerLines.size()));
+    return IsHeaderBlock(ViewOf(request->callerLines)) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
-// Fills the buffer as far as the entity goes. What came before a break is handed out; the next call tells of the break.
+// Waits for entity bytes and hands out what has arrived. What came before a break is handed out; the next call reports
+// the break.
 LONG ReadEntity(Exchange* exchange, char* buffer, DWORD size, DWORD* count)
 {
-    while (*count < size) {
-        const LONG error = exchange->WaitForEntity();
-        const std::string_view entity = exchange->Buffered().substr(0, size - *count);
-        if (entity.empty())
-            return *count != 0 ? ERROR_SUCCESS : error;
-        std::memcpy(buffer + *count, entity.data(), entity.size());
-        *count += static_cast<DWORD>(entity.size());
-        exchange->Consume(entity.size());
-    }
-    return ERROR_SUCCESS;
+    if (size == 0)
+        return ERROR_SUCCESS;
+    const LONG error = exchange->WaitForEntity();
+    const std::string_view entity = exchange->Buffered().substr(0, size);
+    std::copy(entity.begin(), entity.end(), buffer);
+    *count = static_cast<DWORD>(entity.size());
+    exchange->Consume(entity.size());
+    return error;
 }
 
 // No more is announced at a time than WinHTTP's read buffer holds.
@@ -273,7 +282,7 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVO
             case WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER:
                 return CopyNumber(exchange.Status(), buffer, length);
             case WINHTTP_QUERY_RAW_HEADERS_CRLF:
-                return CopyText(ToUtf16(exchange.Head()), buffer, length);
+                return CopyText(exchange.Head(), buffer, length);
             default:
                 return ERROR_INVALID_PARAMETER;
         }

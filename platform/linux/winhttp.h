@@ -2,7 +2,8 @@
 //
 // All functions may be called from any thread; one request handle is used by one thread at a time.
 // A function that fails returns FALSE or NULL and leaves its reason with SetLastError.
-// Time-outs are WinHTTP's: 60 s to connect, 30 s for each wait while sending or receiving.
+// Time-outs are WinHTTP's: 60 s to connect, 30 s for each wait while sending or receiving, 90 s for a response head;
+// and 90 s to send a request. A head of over 64 KiB, sent or received, is ERROR_WINHTTP_HEADER_SIZE_OVERFLOW.
 // KELVARO_CONNECT_TO (libcurl's connect-to entries, divided by blanks) redirects connections, and
 // SSL_CERT_FILE names the trusted roots; both are read when a request is sent.
 #pragma once
@@ -69,7 +70,8 @@ using LPURL_COMPONENTS = URL_COMPONENTS*;
 HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags);
 
 // On a session (for requests opened later) or on a request. Milliseconds; 0 and -1 mean no limit.
-// The limit on connecting covers the name resolution too; the one on resolving is not used.
+// The limit on connecting covers the name resolution too; the one on resolving is not used. Sending a request and
+// receiving a head may take three times their limits in all.
 BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs);
 
 // host: a name or an address alone, ASCII; anything else is ERROR_WINHTTP_INVALID_URL.
@@ -91,11 +93,11 @@ BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headers
 // WinHttpSendRequest has for the hops of a redirect.
 BOOL WINAPI WinHttpReceiveResponse(HINTERNET request, LPVOID reserved);
 
-// Waits until entity bytes are there. *available: 1 to 8192, and 0 at the end of the entity.
+// Waits for entity bytes, no longer than the receive time-out. *available: 1 to 8192, and 0 at the end of the entity.
 // 12030 when the entity breaks off, after all bytes before the break have been handed out.
 BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET request, LPDWORD available);
 
-// Reads up to `size` bytes; blocks until they are there or the entity ends.
+// Reads what has arrived, up to `size` bytes; waits only while there is nothing. *read: 0 at the end of the entity.
 BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWORD read);
 
 // WINHTTP_QUERY_STATUS_CODE with WINHTTP_QUERY_FLAG_NUMBER, and WINHTTP_QUERY_RAW_HEADERS_CRLF.

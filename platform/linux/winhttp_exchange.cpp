@@ -1,7 +1,9 @@
 #include "platform/linux/winhttp_exchange.h"
 
+#include <sys/select.h>
+
 #include <algorithm>
-#include <cerrno>
+#include <climits>
 #include <new>
 
 #include "platform/linux/win_errors.h"
@@ -9,14 +11,31 @@
 namespace winhttp {
 namespace {
 
-constexpr size_t kMaxHead = 65536;  // WinHTTP's own limit on a response head
+constexpr size_t kMaxHead = 65536;  // WinHTTP's limit on a response head, and ours on a request's
+constexpr int kTotalOverSilence = 3;
+// libcurl 7.88 gives a silent address up and neither opens the next one's socket nor asks to be called for it.
+constexpr std::chrono::milliseconds kConnectTurn(100);
 
-// In libcurl's terms. A broken socket counts as ready for whatever was waited for: libcurl finds the reason itself.
-int ReadyEvents(const pollfd& socket)
+int Total(int silenceMs)
 {
-    const bool broken = (socket.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
-    const int ready = broken ? socket.events : socket.events & socket.revents;
-    return ((ready & POLLIN) != 0 ? CURL_CSELECT_IN : 0) | ((ready & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0);
+    return silenceMs > INT_MAX / kTotalOverSilence ? 0 : silenceMs * kTotalOverSilence;
+}
+
+// The request line's share of a message: verb, target and version with two blanks, and two line ends.
+size_t SizeOfRequestLine(std::string_view verb, const Target& target)
+{
+    return verb.size() + target.path.size() + std::string_view("  HTTP/1.1\r\n\r\n").size();
+}
+
+// The number behind the first blank of a status line; 0 when there is none.
+DWORD StatusOf(std::string_view line)
+{
+    const size_t blank = line.find(' ');
+    line.remove_prefix(blank == std::string_view::npos ? line.size() : blank + 1);
+    DWORD status = 0;
+    for (; !line.empty() && line.front() >= '0' && line.front() <= '9'; line.remove_prefix(1))
+        status = status * 10 + static_cast<DWORD>(line.front() - '0');
+    return status;
 }
 
 }  // namespace
@@ -34,6 +53,8 @@ LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeo
     Stop();
     message_ = std::move(message);
     timeouts_ = timeouts;
+    if (SizeOfRequestLine(message_.verb, target) + message_.head.size() > kMaxHead)
+        return ERROR_WINHTTP_HEADER_SIZE_OVERFLOW;
     // A transfer without TLS leaves a session cache in the handle, which libcurl would lose for the shared one.
     if (target.secure && tls_ == nullptr) {
         curl_easy_cleanup(easy_);
@@ -43,20 +64,20 @@ LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeo
     Configure(timeouts);
     Aim(target);
     Begin();
-    DriveUntil([this] { return headComplete_ || WholeRequestSent(); }, timeouts_.send);
+    DriveUntil([this] { return headComplete_ || WholeRequestSent(); }, {timeouts_.send, Total(timeouts_.send)});
     // An answer that came ahead of the request's end counts for more than the break behind it.
     return ended_ && !headComplete_ && !WholeRequestSent() ? error_ : 0;
 }
 
 LONG Exchange::ReceiveHead()
 {
-    DriveUntil([this] { return headComplete_; }, timeouts_.receive);
+    DriveUntil([this] { return headComplete_; }, {timeouts_.receive, Total(timeouts_.receive)});
     return headComplete_ ? 0 : error_;
 }
 
 LONG Exchange::WaitForEntity()
 {
-    DriveUntil([this] { return !Buffered().empty(); }, timeouts_.receive);
+    DriveUntil([this] { return !Buffered().empty(); }, {0, timeouts_.receive});
     return Buffered().empty() ? error_ : 0;
 }
 
@@ -82,10 +103,10 @@ void Exchange::Stop()
 {
     if (running_)
         curl_multi_remove_handle(multi_, easy_);
-    running_ = timerSet_ = connected_ = tlsRefused_ = headComplete_ = ended_ = false;
-    socketCount_ = 0;
+    running_ = connected_ = tlsRefused_ = headComplete_ = ended_ = false;
     error_ = 0;
     status_ = 0;
+    headSize_ = 0;
     head_.clear();
     entity_.clear();
     consumed_ = 0;
@@ -100,116 +121,93 @@ bool Exchange::WholeRequestSent() const
         curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);
         return static_cast<size_t>(sent) >= message_.bodySize;
     }
-    for (size_t i = 0; i < socketCount_; ++i) {
-        if ((sockets_[i].events & POLLOUT) != 0)
+    // libcurl waits for room to write as long as something is left. A descriptor beyond the set's size isn't looked at:
+    // then the rest is sent while the response is waited for.
+    fd_set reading;
+    fd_set writing;
+    fd_set failing;
+    FD_ZERO(&reading);
+    FD_ZERO(&writing);
+    FD_ZERO(&failing);
+    int last = -1;
+    curl_multi_fdset(multi_, &reading, &writing, &failing, &last);
+    for (int socket = 0; socket <= last; ++socket) {
+        if (FD_ISSET(socket, &writing))
             return false;
     }
     return true;
 }
 
-// Drives libcurl until the condition holds or the transfer has ended. waitMs limits each wait for the
-// network once the connection stands; until then libcurl's own limit on connecting is at work.
+// Drives libcurl until the condition holds or the transfer has ended. The limits start when the connection stands;
+// until then libcurl's own limit on connecting applies.
 template <class Condition>
-void Exchange::DriveUntil(Condition condition, int waitMs)
+void Exchange::DriveUntil(Condition condition, Limits limits)
 {
-    const auto nextLimit = [&] {
+    const auto after = [](int waitMs) {
         return waitMs > 0 ? Clock::now() + std::chrono::milliseconds(waitMs) : Clock::time_point::max();
     };
-    Clock::time_point limit = nextLimit();
+    Clock::time_point silence = after(limits.silenceMs);
+    Clock::time_point total = after(limits.totalMs);
     while (!ended_ && !condition()) {
-        curl_off_t connectTime = 0;
-        curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &connectTime);
-        const bool connecting = connectTime == 0 && !connected_;
-        if (WaitForEvent(connecting ? Clock::time_point::max() : limit)) {
-            limit = nextLimit();
-        } else if (!ended_ && !connecting && Clock::now() >= limit) {
-            error_ = ERROR_WINHTTP_TIMEOUT;
-            ended_ = true;
-        }
+        const bool connecting = Connecting();
+        const bool active = Wait(connecting ? Clock::now() + kConnectTurn : std::min(silence, total));
+        Perform();
+        if (active || connecting)
+            silence = after(limits.silenceMs);
+        if (connecting)
+            total = after(limits.totalMs);
+        if (!ended_ && !condition() && Clock::now() >= std::min(silence, total))
+            End(ERROR_WINHTTP_TIMEOUT);
     }
+}
+
+bool Exchange::Connecting() const
+{
+    curl_off_t connectTime = 0;
+    curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &connectTime);
+    return connectTime == 0 && !connected_;
 }
 
 // True when a socket was ready, false when libcurl's timer or the limit came first.
-bool Exchange::WaitForEvent(Clock::time_point limit)
+bool Exchange::Wait(Clock::time_point until)
 {
     using std::chrono::milliseconds;
-    const Clock::time_point until = timerSet_ && timer_ < limit ? timer_ : limit;
-    int waitMs = -1;
-    if (until != Clock::time_point::max()) {
-        const auto left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();
-        waitMs = left <= 0 ? 0 : static_cast<int>(std::min<long long>(left, 3600000));
-    }
-    // libcurl changes sockets_ from inside Act.
-    std::array<pollfd, 8> waiting = sockets_;
-    const size_t count = socketCount_;
-    const bool nothingToWaitFor = count == 0 && waitMs < 0;
-    const int ready = nothingToWaitFor ? -1 : poll(waiting.data(), static_cast<nfds_t>(count), waitMs);
-    if (nothingToWaitFor || (ready < 0 && errno != EINTR)) {
-        error_ = ERROR_WINHTTP_INTERNAL_ERROR;
-        ended_ = true;
-        return false;
-    }
-    for (size_t i = 0; ready > 0 && i < count && !ended_; ++i) {
-        if (const int events = ReadyEvents(waiting[i]))
-            Act(waiting[i].fd, events);
-    }
-    if (!ended_ && timerSet_ && Clock::now() >= timer_) {
-        timerSet_ = false;
-        Act(CURL_SOCKET_TIMEOUT, 0);
-    }
+    long long waitMs = 3600000;
+    if (until != Clock::time_point::max())
+        waitMs = std::clamp<long long>(std::chrono::ceil<milliseconds>(until - Clock::now()).count(), 0, waitMs);
+    int ready = 0;
+    if (curl_multi_poll(multi_, nullptr, 0, static_cast<int>(waitMs), &ready) != CURLM_OK)
+        End(ERROR_WINHTTP_INTERNAL_ERROR);
     return ready > 0;
 }
 
-void Exchange::Act(curl_socket_t socket, int events)
+void Exchange::Perform()
 {
     int stillRunning = 0;
-    const CURLMcode result = curl_multi_socket_action(multi_, socket, events, &stillRunning);
-    if (result != CURLM_OK) {
-        error_ = result == CURLM_OUT_OF_MEMORY ? ERROR_NOT_ENOUGH_MEMORY : ERROR_WINHTTP_INTERNAL_ERROR;
-        ended_ = true;
-        return;
-    }
+    const CURLMcode result = ended_ ? CURLM_OK : curl_multi_perform(multi_, &stillRunning);
+    if (result != CURLM_OK)
+        return End(result == CURLM_OUT_OF_MEMORY ? ERROR_NOT_ENOUGH_MEMORY : ERROR_WINHTTP_INTERNAL_ERROR);
     int left = 0;
     while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
         if (message->msg != CURLMSG_DONE)
             continue;
-        ended_ = true;
-        if (error_ == 0)
-            error_ = ErrorFromCurl(message->data.result, tlsRefused_);
-        // libcurl takes a head that breaks off after a line for a whole one.
-        if (error_ == 0 && !headComplete_)
-            error_ = ERROR_WINHTTP_CONNECTION_ERROR;
+        // libcurl reports a line of over 100 KB, or a trailer of over 4 KB, as lack of memory.
+        long sent = 0;
+        curl_easy_getinfo(easy_, CURLINFO_REQUEST_SIZE, &sent);
+        const bool longLine = message->data.result == CURLE_OUT_OF_MEMORY && sent != 0;
+        End(longLine ? ERROR_WINHTTP_HEADER_SIZE_OVERFLOW : ErrorFromCurl(message->data.result, tlsRefused_));
     }
 }
 
-int Exchange::OnSocket(CURL*, curl_socket_t socket, int what, void* self, void*)
+// The first error counts.
+void Exchange::End(LONG error)
 {
-    auto& exchange = *static_cast<Exchange*>(self);
-    auto& sockets = exchange.sockets_;
-    size_t at = 0;
-    while (at < exchange.socketCount_ && sockets[at].fd != socket)
-        ++at;
-    if (what == CURL_POLL_REMOVE) {
-        if (at < exchange.socketCount_)
-            sockets[at] = sockets[--exchange.socketCount_];
-        return 0;
-    }
-    if (at == sockets.size())
-        return -1;
-    if (at == exchange.socketCount_)
-        ++exchange.socketCount_;
-    const int events = ((what & CURL_POLL_IN) != 0 ? POLLIN : 0) | ((what & CURL_POLL_OUT) != 0 ? POLLOUT : 0);
-    sockets[at] = {socket, static_cast<short>(events), 0};
-    return 0;
-}
-
-int Exchange::OnTimer(CURLM*, long waitMs, void* self)
-{
-    auto& exchange = *static_cast<Exchange*>(self);
-    exchange.timerSet_ = waitMs >= 0;
-    if (exchange.timerSet_)
-        exchange.timer_ = Clock::now() + std::chrono::milliseconds(waitMs);
-    return 0;
+    ended_ = true;
+    if (error_ == 0)
+        error_ = error;
+    // libcurl takes a head that breaks off after a line for a whole one.
+    if (error_ == 0 && !headComplete_)
+        error_ = ERROR_WINHTTP_CONNECTION_ERROR;
 }
 
 int Exchange::OnConnected(void* self, char*, char*, int, int)
@@ -222,31 +220,27 @@ size_t Exchange::OnHeadLine(char* line, size_t, size_t size, void* self)
 {
     auto& exchange = *static_cast<Exchange*>(self);
     try {
-        if (!exchange.headComplete_)
-            exchange.AddHeadLine(std::string_view(line, size));
+        exchange.AddHeadLine(std::string_view(line, size));
     } catch (const std::bad_alloc&) {
         exchange.error_ = ERROR_NOT_ENOUGH_MEMORY;
     }
     return exchange.error_ == 0 ? size : 0;
 }
 
-// An interim head gives way to the next one; what comes behind the final head are trailers.
+// An interim head gives way to the next one; what follows the final head are trailers.
 void Exchange::AddHeadLine(std::string_view line)
 {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.remove_suffix(1);
-    if (head_.empty()) {
-        const size_t blank = line.find(' ');
-        status_ = 0;
-        for (size_t i = blank + 1;
-             blank != std::string_view::npos && i < line.size() && line[i] >= '0' && line[i] <= '9'; ++i)
-            status_ = status_ * 10 + static_cast<DWORD>(line[i] - '0');
-    }
-    if (head_.size() + line.size() + 2 > kMaxHead) {
+    headSize_ += line.size() + 2;
+    if (headSize_ > kMaxHead)
         error_ = ERROR_WINHTTP_HEADER_SIZE_OVERFLOW;
+    if (error_ != 0 || headComplete_)
         return;
-    }
-    head_.append(line).append("\r\n");
+    if (head_.empty())
+        status_ = StatusOf(line);
+    Append(&head_, line);
+    Append(&head_, "\r\n");
     if (!line.empty())
         return;
     headComplete_ = status_ >= 200 || status_ == 101;
@@ -258,7 +252,7 @@ size_t Exchange::OnEntity(char* data, size_t, size_t size, void* self)
 {
     auto& exchange = *static_cast<Exchange*>(self);
     try {
-        exchange.entity_.append(data, size);
+        Append(&exchange.entity_, std::string_view(data, size));
         return size;
     } catch (const std::bad_alloc&) {
         exchange.error_ = ERROR_NOT_ENOUGH_MEMORY;

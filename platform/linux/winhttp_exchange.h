@@ -3,7 +3,6 @@
 
 #include <curl/curl.h>
 #include <openssl/ssl.h>
-#include <poll.h>
 
 #include <array>
 #include <chrono>
@@ -11,13 +10,15 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/secret_bytes.h"
 #include "platform/linux/winhttp_message.h"
 
 namespace winhttp {
 
 class TlsShare;
 
-// Milliseconds; 0 and -1 mean no limit.
+// Milliseconds; 0 and -1 mean no limit. Sending a request and receiving a head may each take three times their limit in
+// all, however little at a time arrives: for a head that is WinHTTP's default of 90 s.
 struct Timeouts {
     int connect = 60000;
     int send = 30000;
@@ -39,28 +40,33 @@ class Exchange {
 
     struct Message {
         const char* verb;
-        std::string head;  // ComposeHead's text
+        SecretBytes head;  // ComposeHead's text
         const char* body;  // NULL for none; not copied, must outlive the exchange
         size_t bodySize;
     };
 
     // Opens a new connection and sends; a request that is under way is dropped with its connection.
+    // ERROR_WINHTTP_HEADER_SIZE_OVERFLOW without a connection if the request line and the head exceed 64 KiB.
     LONG Send(const Target& target, Message message, const Timeouts& timeouts);
     LONG ReceiveHead();
-    // Returns when at least one byte of the entity is there, or the entity has ended: then Buffered() is empty.
+    // Returns when at least one byte of the entity has arrived, or the entity has ended: then Buffered() is empty.
+    // The receive time-out is that of the whole wait, whatever chunk sizes and trailers arrive meanwhile.
     LONG WaitForEntity();
 
     DWORD Status() const { return status_; }
     // Status line and fields of the final response, each line ended by CR LF, and an empty line.
-    const std::string& Head() const { return head_; }
-    std::string_view Buffered() const { return std::string_view(entity_).substr(consumed_); }
+    std::string_view Head() const { return ViewOf(head_); }
+    std::string_view Buffered() const { return ViewOf(entity_).substr(consumed_); }
     void Consume(size_t count);
 
   private:
     using Clock = std::chrono::steady_clock;
+    // Milliseconds: of silence, and in all. 0 and -1 mean no limit.
+    struct Limits {
+        int silenceMs;
+        int totalMs;
+    };
 
-    static int OnSocket(CURL*, curl_socket_t socket, int what, void* self, void*);
-    static int OnTimer(CURLM*, long waitMs, void* self);
     static int OnConnected(void* self, char*, char*, int, int);
     static size_t OnHeadLine(char* line, size_t, size_t size, void* self);
     static size_t OnEntity(char* data, size_t, size_t size, void* self);
@@ -75,9 +81,11 @@ class Exchange {
     void AddHeadLine(std::string_view line);
     bool WholeRequestSent() const;
     template <class Condition>
-    void DriveUntil(Condition condition, int waitMs);
-    bool WaitForEvent(Clock::time_point limit);
-    void Act(curl_socket_t socket, int events);
+    void DriveUntil(Condition condition, Limits limits);
+    bool Connecting() const;
+    bool Wait(Clock::time_point until);
+    void Perform();
+    void End(LONG error);
     template <class Value>
     void Set(CURLoption option, Value value);
 
@@ -92,12 +100,6 @@ class Exchange {
     curl_slist* connectTo_ = nullptr;
     std::array<curl_slist, 8> fields_ = {};
 
-    // What libcurl wants to be told of.
-    std::array<pollfd, 8> sockets_ = {};
-    size_t socketCount_ = 0;
-    bool timerSet_ = false;
-    Clock::time_point timer_;
-
     // How far it has come.
     bool connected_ = false;
     bool tlsRefused_ = false;
@@ -105,8 +107,9 @@ class Exchange {
     bool ended_ = false;
     LONG error_ = 0;
     DWORD status_ = 0;
-    std::string head_;
-    std::string entity_;
+    size_t headSize_ = 0;  // interim heads and trailers count as well
+    SecretBytes head_;
+    SecretBytes entity_;
     size_t consumed_ = 0;
 };
 

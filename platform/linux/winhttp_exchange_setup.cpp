@@ -68,10 +68,6 @@ void Exchange::Create()
         multi_ = curl_multi_init();
     if (easy_ == nullptr || multi_ == nullptr)
         throw std::bad_alloc();
-    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &OnSocket);
-    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
-    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &OnTimer);
-    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
 }
 
 // What is the same for all requests.

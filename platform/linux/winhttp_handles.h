@@ -58,7 +58,7 @@ struct Request : Handle {
     std::string verb;
     Target origin;
     Timeouts timeouts;
-    std::string callerLines;
+    SecretBytes callerLines;
     const char* body = nullptr;
     size_t bodySize = 0;
     bool sent = false;

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <initializer_list>
 #include <memory>
 #include <new>
 
@@ -147,20 +148,26 @@ bool IsHeaderBlock(std::string_view lines)
     });
 }
 
-std::string ComposeHead(const RequestHead& head, const Target& target)
+SecretBytes ComposeHead(const RequestHead& head, const Target& target)
 {
     const std::string_view caller = head.callerLines;
-    std::string out;
+    SecretBytes out;
     out.reserve(caller.size() + head.agent.size() + target.host.size() + 128);
+    const auto addLine = [&](std::initializer_list<std::string_view> parts) {
+        if (!out.empty())
+            Append(&out, "\r\n");
+        for (std::string_view part : parts)
+            Append(&out, part);
+    };
     const auto add = [&](std::string_view name, std::string_view value) {
         if (!HasField(caller, name))
-            out.append(name).append(": ").append(value).append("\r\n");
+            addLine({name, ": ", value});
     };
     add("Connection", "Keep-Alive");
     ForEachLine(caller, [&](std::string_view line) {
         const std::string_view name = NameOf(line);
         if (head.withAuthorization || (!EqualNoCase(name, "Authorization") && !EqualNoCase(name, "Cookie")))
-            out.append(line).append("\r\n");
+            addLine({line});
         return true;
     });
     if (!head.agent.empty())
@@ -168,7 +175,7 @@ std::string ComposeHead(const RequestHead& head, const Target& target)
     if (head.hasContentLength)
         add("Content-Length", std::to_string(head.contentLength));
     add("Host", Authority(target));
-    out.resize(out.size() - 2);
+    out.push_back('\0');
     return out;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/secret_bytes.h"
 #include "platform/linux/winhttp.h"
 
 namespace winhttp {
@@ -41,7 +42,8 @@ bool IsHeaderBlock(std::string_view lines);
 
 // All header lines in WinHTTP's order, divided by CR LF, without a line end behind the last.
 // A field that the caller gives is not added a second time.
-std::string ComposeHead(const RequestHead& head, const Target& target);
+// The text ends with a zero byte, which counts.
+SecretBytes ComposeHead(const RequestHead& head, const Target& target);
 
 // The value of the first field `name` in a response head; empty when there is none.
 std::string_view FieldValue(std::string_view head, std::string_view name);

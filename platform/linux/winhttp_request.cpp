@@ -59,7 +59,7 @@ LONG Request::SendTo(const Target& target)
     sent = false;
     current_ = target;
     RequestHead head;
-    head.callerLines = callerLines;
+    head.callerLines = ViewOf(callerLines);
     head.agent = session().agent;
     head.hasContentLength = withBody_ || SendsLength(currentVerb_);
     head.contentLength = withBody_ ? bodySize : 0;

@@ -1,5 +1,8 @@
 #include "tests/platform/http_call.h"
 
+#include <dlfcn.h>
+#include <netdb.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -38,7 +41,29 @@ std::string RawHead(HINTERNET request)
     return ToUtf8(text);
 }
 
+std::string twoPorts[2];
+
 }  // namespace
+
+// libcurl finds this one before the C library's.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
+                                                                  const addrinfo* hints, addrinfo** list)
+{
+    const auto resolve = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name == nullptr || strcmp(name, "two.test") != 0)
+        return resolve(name, service, hints, list);
+    addrinfo stream = {};
+    stream.ai_family = AF_INET;
+    stream.ai_socktype = SOCK_STREAM;
+    const int error = resolve("127.0.0.1", twoPorts[0].c_str(), &stream, list);
+    return error != 0 ? error : resolve("127.0.0.1", twoPorts[1].c_str(), &stream, &(*list)->ai_next);
+}
+
+void ResolveToPorts(unsigned short first, unsigned short second)
+{
+    twoPorts[0] = std::to_string(first);
+    twoPorts[1] = std::to_string(second);
+}
 
 Reply Perform(const Call& call)
 {
@@ -57,7 +82,7 @@ Reply Perform(const Call& call)
         return fail("connect");
     const Handle request(WinHttpOpenRequest(connection, ToUtf16(call.verb).c_str(), ToUtf16(call.path).c_str(), nullptr,
                                             WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                                            call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
+                                            call.secure || call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
     if (request == nullptr)
         return fail("open");
     size_t size = call.body == nullptr ? 0 : call.bodySize;

@@ -29,6 +29,7 @@ struct Call {
     const char* body = nullptr;
     size_t bodySize = std::string::npos;  // to the terminator
     int waitMs = 0;                       // for each kind of wait; 0 leaves the defaults
+    bool secure = false;                  // as port 443 always is
     std::function<void()> beforeReading = [] {};
 };
 
@@ -47,6 +48,9 @@ RawServer::Script Answer(std::string bytes);
 void ConnectTo(const std::string& entries);
 // The entry that sends every host's port `from` to the server, and a blank.
 std::string Entry(int from, const RawServer& server);
+
+// Makes the host "two.test" resolve to two addresses on loopback, whatever port is asked for.
+void ResolveToPorts(unsigned short first, unsigned short second);
 
 // Each test starts and ends without what the environment says of proxies, roots and redirected connections.
 class WinHttp : public testing::Test {
