@@ -149,7 +149,8 @@ DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
 {
     DWORD answer = 0;
     Succeeds([&]() -> LONG {
-        const char* value = getenv(ToUtf8(ViewOf(name)).c_str());
+        // A program that runs with more rights than its caller doesn't heed the caller's environment.
+        const char* value = secure_getenv(ToUtf8(ViewOf(name)).c_str());
         if (value == nullptr)
             return ERROR_ENVVAR_NOT_FOUND;
         const std::u16string text = ToUtf16(value);

@@ -1,5 +1,6 @@
 // What libcurl is told before a transfer.
 #include <openssl/err.h>
+#include <sys/auxv.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -17,18 +18,29 @@ namespace {
 constexpr const char* kUnwanted[] = {
     "Host:", "Accept:", "Content-Type:", "Content-Length:", "Expect:", "Transfer-Encoding:"};
 
+// Whether the program runs with more rights than its caller, to whose environment it must not listen then.
+bool IsPrivileged()
+{
+    return getauxval(AT_SECURE) != 0;
+}
+
 bool InitializeOnce()
 {
     static std::once_flag once;
     static CURLcode result = CURLE_FAILED_INIT;
-    std::call_once(once, [] { result = curl_global_init(CURL_GLOBAL_DEFAULT); });
+    std::call_once(once, [] {
+        // libcurl would open this file here, and write the keys of all connections to it.
+        if (IsPrivileged())
+            unsetenv("SSLKEYLOGFILE");
+        result = curl_global_init(CURL_GLOBAL_DEFAULT);
+    });
     return result == CURLE_OK;
 }
 
 // libcurl's connect-to list out of KELVARO_CONNECT_TO; NULL when there is none.
 curl_slist* ConnectToList()
 {
-    const char* entries = std::getenv("KELVARO_CONNECT_TO");
+    const char* entries = secure_getenv("KELVARO_CONNECT_TO");
     if (entries == nullptr)
         return nullptr;
     constexpr char kBlanks[] = " \t\r\n";
@@ -82,6 +94,8 @@ void Exchange::Configure(const Timeouts& timeouts)
     Set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);
     Set(CURLOPT_PATH_AS_IS, 1L);
     Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    if (IsPrivileged())
+        Set(CURLOPT_PROXY, "");
     Set(CURLOPT_CONNECTTIMEOUT_MS, timeouts.connect > 0 ? static_cast<long>(timeouts.connect) : kNoLimit);
 
     // Chain and host name are verified against the shared store; libcurl itself is to load no roots.
