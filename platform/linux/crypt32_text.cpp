@@ -150,7 +150,10 @@ BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, 
     return Succeeds([&]() -> LONG {
         if (data == nullptr || size == nullptr || (flags & ~CRYPT_STRING_NOCR) != kOneLine)
             return ERROR_INVALID_PARAMETER;
-        const DWORD needed = static_cast<DWORD>((size_t{dataSize} + 2) / 3 * 4 + 1);
+        const uint64_t length = (uint64_t{dataSize} + 2) / 3 * 4 + 1;
+        if (length > UINT32_MAX)
+            return ERROR_INVALID_PARAMETER;
+        const DWORD needed = static_cast<DWORD>(length);
         const DWORD room = *size;
         *size = needed;
         if (text == nullptr)
@@ -182,6 +185,8 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
         }
         if (!good)
             return ERROR_INVALID_DATA;
+        if (sink.size > UINT32_MAX)
+            return ERROR_INVALID_PARAMETER;
         *size = static_cast<DWORD>(sink.size);
         return data != nullptr && sink.size > sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
     });

@@ -49,6 +49,11 @@ TEST(Base64, TextIsOneLine)
     EXPECT_EQ(Encoded(line + "a", kOneLine | CRYPT_STRING_NOCR), text + "YQ==");
     EXPECT_EQ(Encoded(line + "\xFB\xFF", kOneLine), text + "+/8=");
     DWORD size = 0;
+    const BYTE* const huge = reinterpret_cast<const BYTE*>("asked for its size alone");
+    EXPECT_TRUE(CryptBinaryToStringW(huge, 3221225469, kOneLine, nullptr, &size));
+    EXPECT_EQ(size, 4294967293u);
+    EXPECT_EQ(ErrorOf(CryptBinaryToStringW(huge, 3221225470, kOneLine, nullptr, &size)), DWORD{ERROR_INVALID_PARAMETER})
+        << "more characters than a DWORD can count";
     for (const DWORD flags : {CRYPT_STRING_BASE64, DWORD{CRYPT_STRING_NOCRLF}, kOneLine | 4})
         EXPECT_EQ(ErrorOf(CryptBinaryToStringW(reinterpret_cast<const BYTE*>("a"), 1, flags, nullptr, &size)),
                   DWORD{ERROR_INVALID_PARAMETER});
