@@ -180,7 +180,8 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName)
 {
     std::vector<SettingChange> changes;
     try {
-        changes = JudgeImport(ParseRegistryText(ReadWholeFile(fileName, kLargestImport)));
+        const Bytes content = ReadWholeFile(fileName, kLargestImport);
+        changes = JudgeImport({reinterpret_cast<const char*>(content.data()), content.size()});
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
     }

@@ -1,6 +1,14 @@
 #include "kelvaroctl/config_import.h"
 
+#include "kelvaroctl/failure.h"
+#include "platform/registry_text.h"
+
 namespace kelvaroctl {
+
+static Failure LineFailure(size_t line, const std::string& problem)
+{
+    return UsageFailure("line " + std::to_string(line) + ": " + problem);
+}
 
 namespace {
 struct HiveName {
@@ -9,33 +17,43 @@ struct HiveName {
 };
 
 // The hive whose settings key the path is; NULL when it is another key.
-HKEY HiveOfKey(const std::string& path)
+HKEY HiveOfKey(const WideText& path)
 {
     const HiveName names[] = {
         {"HKEY_LOCAL_MACHINE", HKEY_LOCAL_MACHINE},
         {"HKEY_CURRENT_USER", HKEY_CURRENT_USER},
     };
     for (const HiveName& row : names) {
-        if (EqualIgnoringCase(path, std::string(row.name) + "\\" + ToNarrow(kSettingsKey)))
+        if (EqualIgnoringCase(ToNarrow(path), std::string(row.name) + "\\" + ToNarrow(kSettingsKey)))
             return row.hive;
     }
     return nullptr;
 }
 
-void CheckType(const RegistryEntry& entry, const Setting& setting)
+void CheckKey(const RegistryTextKey& key)
+{
+    if (key.removed)
+        throw LineFailure(key.line, "a whole key cannot be removed; 'kelvaroctl config unset' removes settings");
+    if (!HiveOfKey(key.path)) {
+        throw LineFailure(key.line, "only the settings key is accepted, [HKEY_LOCAL_MACHINE\\" +
+                                        ToNarrow(kSettingsKey) + "] or [HKEY_CURRENT_USER\\" + ToNarrow(kSettingsKey) +
+                                        "]");
+    }
+}
+
+void CheckType(const RegistryValue& entry, const Setting& setting)
 {
     const DWORD expected = IsText(setting) ? REG_SZ : REG_DWORD;
-    if (entry.value.type != expected) {
+    if (entry.type != expected) {
         throw LineFailure(entry.line, std::string(setting.name) + " must be a " + TypeName(expected) + ", not a " +
-                                          TypeName(entry.value.type));
+                                          TypeName(entry.type));
     }
-    const bool whole =
-        IsText(setting) ? entry.value.bytes.size() % sizeof(WCHAR) == 0 : entry.value.bytes.size() == sizeof(DWORD);
+    const bool whole = IsText(setting) ? entry.data.size() % sizeof(WCHAR) == 0 : entry.data.size() == sizeof(DWORD);
     if (!whole)
         throw LineFailure(entry.line, std::string("the bytes of ") + setting.name + " end in the middle");
 }
 
-// An empty text is what an export holds for a setting that was emptied, the clear secret above all.
+// An empty text is what an export has for a setting that was emptied, as the clear secret is.
 std::string ValueProblem(const Setting& setting, const RawValue& value)
 {
     if (!IsText(setting))
@@ -44,22 +62,30 @@ std::string ValueProblem(const Setting& setting, const RawValue& value)
     return text.empty() ? "" : TextProblem(setting, text);
 }
 
-SettingChange JudgeEntry(const RegistryEntry& entry)
+const Setting& SettingOf(const RegistryValue& entry)
 {
-    const Setting* const setting = FindSetting(entry.name);
+    if (entry.name.empty())
+        throw LineFailure(entry.line, "the key's default value is not a setting");
+    const Setting* const setting = FindSetting(ToNarrow(entry.name));
     if (!setting)
-        throw LineFailure(entry.line, "there is no setting \"" + entry.name + "\"");
-    SettingChange change{HiveOfKey(entry.key), setting, entry.remove, entry.value};
-    if (setting->machineOnly && change.hive != HKEY_LOCAL_MACHINE)
-        throw LineFailure(entry.line, std::string(setting->name) + " is read from HKEY_LOCAL_MACHINE alone");
-    if (entry.remove)
+        throw LineFailure(entry.line, "there is no setting \"" + ToNarrow(entry.name) + "\"");
+    return *setting;
+}
+
+SettingChange JudgeEntry(HKEY hive, const RegistryValue& entry)
+{
+    const Setting& setting = SettingOf(entry);
+    SettingChange change{hive, &setting, entry.removed, {entry.type, Bytes(entry.data.begin(), entry.data.end())}};
+    if (setting.machineOnly && hive != HKEY_LOCAL_MACHINE)
+        throw LineFailure(entry.line, std::string(setting.name) + " is read from HKEY_LOCAL_MACHINE alone");
+    if (entry.removed)
         return change;
-    CheckType(entry, *setting);
-    const std::string problem = ValueProblem(*setting, entry.value);
+    CheckType(entry, setting);
+    const std::string problem = ValueProblem(setting, change.value);
     if (!problem.empty())
-        throw LineFailure(entry.line, std::string(setting->name) + ": " + problem);
-    if (IsText(*setting))
-        change.value = TextValue(TextOf(entry.value));
+        throw LineFailure(entry.line, std::string(setting.name) + ": " + problem);
+    if (IsText(setting))
+        change.value = TextValue(TextOf(change.value));
     return change;
 }
 
@@ -72,23 +98,23 @@ void Put(const SettingsHive& hive, const Setting& setting, const std::optional<R
 }
 }  // namespace
 
-std::vector<SettingChange> JudgeImport(const RegistryText& text)
+std::vector<SettingChange> JudgeImport(std::string_view content)
 {
-    for (const RegistryText::Key& key : text.keys) {
-        if (!HiveOfKey(key.path)) {
-            throw LineFailure(key.line, "only the settings key is taken, [HKEY_LOCAL_MACHINE\\" +
-                                            ToNarrow(kSettingsKey) + "] or [HKEY_CURRENT_USER\\" +
-                                            ToNarrow(kSettingsKey) + "]");
-        }
-    }
+    RegistryText text;
+    RegistryTextProblem problem;
+    if (!ParseRegistryText(content, &text, &problem))
+        throw problem.line ? LineFailure(problem.line, problem.what) : UsageFailure(problem.what);
     std::vector<SettingChange> changes;
-    for (const RegistryEntry& entry : text.entries) {
-        const SettingChange change = JudgeEntry(entry);
-        for (const SettingChange& earlier : changes) {
-            if (earlier.hive == change.hive && earlier.setting == change.setting)
-                throw LineFailure(entry.line, std::string(change.setting->name) + " is given twice");
+    for (const RegistryTextKey& key : text.keys) {
+        CheckKey(key);
+        for (const RegistryValue& entry : key.values) {
+            const SettingChange change = JudgeEntry(HiveOfKey(key.path), entry);
+            for (const SettingChange& earlier : changes) {
+                if (earlier.hive == change.hive && earlier.setting == change.setting)
+                    throw LineFailure(entry.line, std::string(change.setting->name) + " is given twice");
+            }
+            changes.push_back(change);
         }
-        changes.push_back(change);
     }
     return changes;
 }
@@ -110,7 +136,7 @@ void ApplyChanges(const std::vector<SettingChange>& changes)
             try {
                 Put(SettingsHive(changes[done].hive), *changes[done].setting, before[done]);
             } catch (const Failure&) {
-                // The first failure is the one to tell.
+                // The first failure is the one to report.
             }
         }
         throw;

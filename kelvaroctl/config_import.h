@@ -1,15 +1,15 @@
 // Settings from an export of the registry editor: all of them, or none.
 #pragma once
 
-#include <string>
+#include <string_view>
 #include <vector>
 
-#include "kelvaroctl/registry_text.h"
 #include "kelvaroctl/setting_table.h"
+#include "kelvaroctl/settings_hive.h"
 
 namespace kelvaroctl {
 
-// One value that an import sets or takes away.
+// One value that an import sets or removes.
 struct SettingChange {
     HKEY hive;
     const Setting* setting;
@@ -17,8 +17,8 @@ struct SettingChange {
     RawValue value;
 };
 
-// Judges a whole text. Throws a usage failure that names the line of the first thing that is wrong.
-std::vector<SettingChange> JudgeImport(const RegistryText& text);
+// content: a whole file. Throws a usage failure that names the first line that is wrong.
+std::vector<SettingChange> JudgeImport(std::string_view content);
 
 // Makes all changes. When one fails those already made are taken back, and the failure is thrown on.
 void ApplyChanges(const std::vector<SettingChange>& changes);

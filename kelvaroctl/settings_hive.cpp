@@ -21,6 +21,9 @@ namespace {
         case ERROR_ACCESS_DENIED:
             throw ConfigurationFailure("cannot " + attempt + " in " + place +
                                        ": access denied; the machine's settings belong to the administrator");
+        case ERROR_LOCK_VIOLATION:
+            throw ConfigurationFailure("cannot " + attempt + " in " + place +
+                                       ": another process has locked the file; end it or try again");
         default:
             throw ConfigurationFailure("cannot " + attempt + " in " + place + ": error " + std::to_string(error));
     }

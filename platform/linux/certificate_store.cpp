@@ -64,7 +64,7 @@ LONG CertificateStore::Load(const std::string& name, CertificateRecord* certific
         *certificate = found->second;
         return ERROR_SUCCESS;
     }
-    std::string content;
+    SecretString content;
     const LONG error = ReadWholeFile(PathOf(name), kMaxFileSize, &content);
     if (error == ERROR_FILE_TOO_LARGE)
         return ERROR_INVALID_DATA;

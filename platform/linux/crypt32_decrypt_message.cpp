@@ -94,13 +94,12 @@ int NoPassword(char*, int, int, void*)
 
 KeyPointer ReadContainer(const std::string& path)
 {
-    std::string content;
+    SecretString content;
     KeyPointer key;
     if (ReadWholeFile(path, kLargestKeyFile, &content) == ERROR_SUCCESS) {
         const BioPointer file(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
         key.reset(file ? PEM_read_bio_PrivateKey(file.get(), nullptr, NoPassword, nullptr) : nullptr);
     }
-    SecureZeroMemory(content.data(), content.size());
     return key;
 }
 

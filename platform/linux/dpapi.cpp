@@ -88,7 +88,7 @@ bool NameKey(MasterKey* key)
 
 LONG ReadMasterKey(const std::string& path, MasterKey* key)
 {
-    std::string content;
+    SecretString content;
     LONG error = ReadWholeFile(path, kKeySize, &content);
     if (error == ERROR_FILE_TOO_LARGE || (error == ERROR_SUCCESS && content.size() != kKeySize))
         error = AsError(NTE_BAD_KEYSET);
@@ -97,7 +97,6 @@ LONG ReadMasterKey(const std::string& path, MasterKey* key)
         if (!NameKey(key))
             error = ERROR_INTERNAL_ERROR;
     }
-    SecureZeroMemory(content.data(), content.size());
     return error;
 }
 

@@ -4,8 +4,12 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "platform/linux/monotonic.h"
 #include "platform/linux/outcome.h"
 
 namespace {
@@ -13,17 +17,11 @@ namespace {
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
 
+constexpr DWORD kLongestPauseMs = 16;
+
 LONG LastErrno()
 {
     return ErrorFromErrno(errno);
-}
-
-std::string DirectoryOf(const std::string& path)
-{
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 LONG WriteAll(int descriptor, std::string_view content)
@@ -78,6 +76,14 @@ void FileDescriptor::Reset(int descriptor)
     descriptor_ = descriptor;
 }
 
+std::string DirectoryOf(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 LONG MakeDirectories(const std::string& directory)
 {
     if (mkdir(directory.c_str(), kDirectoryMode) == 0)
@@ -96,19 +102,32 @@ LONG MakeDirectories(const std::string& directory)
     return isDirectory ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
-LONG ReadWholeFile(const std::string& path, size_t maxSize, std::string* content, struct stat* status)
+int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat* status)
 {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat ownStatus;
     if (status == nullptr)
         status = &ownStatus;
+    FileDescriptor file(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
     if (!file.IsOpen() || fstat(file.Get(), status) != 0)
+        return -1;
+    if (!S_ISREG(status->st_mode)) {
+        errno = S_ISDIR(status->st_mode) ? EISDIR : ENXIO;
+        return -1;
+    }
+    return file.Release();
+}
+
+LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status)
+{
+    struct stat ownStatus;
+    if (status == nullptr)
+        status = &ownStatus;
+    const FileDescriptor file(OpenRegularFile(path, O_RDONLY, 0, status));
+    if (!file.IsOpen())
         return LastErrno();
-    if (!S_ISREG(status->st_mode))
-        return ERROR_ACCESS_DENIED;
     if (static_cast<uintmax_t>(status->st_size) > maxSize)
         return ERROR_FILE_TOO_LARGE;
-    // One byte more than there should be tells a file that grows meanwhile.
+    // The extra byte shows whether the file has grown meanwhile.
     content->resize(static_cast<size_t>(status->st_size) + 1);
     size_t size = 0;
     while (size < content->size()) {
@@ -144,27 +163,36 @@ LONG ReplaceFile(const std::string& path, std::string_view content)
 
 LONG AppendToFile(const std::string& path, std::string_view line)
 {
-    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode));
+    FileDescriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode));
     if (!file.IsOpen() && errno == ENOENT) {
         const LONG error = MakeDirectories(DirectoryOf(path));
         if (error != ERROR_SUCCESS)
             return error;
-        file.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode));
+        file.Reset(OpenRegularFile(path, O_WRONLY | O_CREAT | O_APPEND, kFileMode));
     }
     return file.IsOpen() ? WriteAll(file.Get(), line) : LastErrno();
 }
 
-LONG StoreLock::Acquire(const std::string& path)
+LONG StoreLock::Acquire(const std::string& path, DWORD patienceMs)
 {
     const LONG error = MakeDirectories(DirectoryOf(path));
     if (error != ERROR_SUCCESS)
         return error;
-    file_.Reset(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    file_.Reset(OpenRegularFile(path + ".lock", O_RDWR | O_CREAT, kFileMode));
     if (!file_.IsOpen())
         return LastErrno();
-    while (flock(file_.Get(), LOCK_EX) != 0) {
-        if (errno != EINTR)
+    const timespec deadline = MonotonicAfter(patienceMs);
+    // flock can't be given a time limit, so it is tried again and again.
+    for (DWORD pauseMs = 1; flock(file_.Get(), LOCK_EX | LOCK_NB) != 0;
+         pauseMs = std::min(2 * pauseMs, kLongestPauseMs)) {
+        if (errno == EINTR)
+            continue;
+        if (errno != EWOULDBLOCK)
             return LastErrno();
+        if (HasPassed(deadline))
+            return ERROR_LOCK_VIOLATION;
+        const timespec pause = {0, static_cast<long>(pauseMs) * 1000000};
+        nanosleep(&pause, nullptr);
     }
     return ERROR_SUCCESS;
 }

@@ -1,6 +1,6 @@
 // Files that outlive the process: whole-file reads and rewrites, made so that a reader in another process never sees
-// half a file and a crash loses nothing that was there before. Directories get mode 0700 and files 0600. All results
-// are error codes.
+// half a file and a crash loses nothing that was there before. Directories get mode 0700 and files 0600. Results of
+// type LONG are error codes.
 #pragma once
 
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/win_types.h"
+#include "platform/secret_memory.h"
 
 // A file descriptor with one owner.
 class FileDescriptor {
@@ -27,12 +27,20 @@ class FileDescriptor {
     int descriptor_;
 };
 
+// "." for a name without a folder.
+std::string DirectoryOf(const std::string& path);
+
 // Makes the directory and those above it that are missing.
 LONG MakeDirectories(const std::string& directory);
 
-// ERROR_FILE_NOT_FOUND when there is none; ERROR_FILE_TOO_LARGE over maxSize bytes. *status, if given, is the file's as
-// read.
-LONG ReadWholeFile(const std::string& path, size_t maxSize, std::string* content, struct stat* status = nullptr);
+// Works as open, for regular files only: a FIFO would block its reader or writer, and a symbolic link would let another
+// account choose the file. -1 with errno set: ELOOP for a link, EISDIR for a directory, ENXIO for anything else.
+// *status, if given, is the open file's.
+int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat* status = nullptr);
+
+// ERROR_FILE_NOT_FOUND when there is none; ERROR_BAD_FILE_TYPE when it isn't a regular file; ERROR_FILE_TOO_LARGE over
+// maxSize bytes. *status, if given, is the file's as read.
+LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status = nullptr);
 
 // Writes a temporary file beside `path`, brings it to the disk and renames it. The caller holds a StoreLock on `path`.
 LONG ReplaceFile(const std::string& path, std::string_view content);
@@ -41,9 +49,11 @@ LONG ReplaceFile(const std::string& path, std::string_view content);
 LONG AppendToFile(const std::string& path, std::string_view line);
 
 // Excludes all other writers of `path`, in this process and in others, until its end. The directory is made on demand.
+// ERROR_LOCK_VIOLATION when another writer holds it for all of patienceMs, such as a process that was stopped.
 class StoreLock {
   public:
-    LONG Acquire(const std::string& path);
+    static constexpr DWORD kPatienceMs = 10000;
+    LONG Acquire(const std::string& path, DWORD patienceMs = kPatienceMs);
 
   private:
     FileDescriptor file_;

@@ -28,7 +28,19 @@ class File : public KernelObject {
     const FileDescriptor descriptor_;
 };
 
-// -1 with errno set. A directory is refused, as a file name that leads to one is on Windows.
+// Programs of several accounts write one log: in a folder that its group may write to, so may it to a new file. The
+// umask has no say, as it has none over what Windows' folders hand down. Everybody else is kept out.
+void AdmitGroupOfFolder(int descriptor, const std::string& folder)
+{
+    struct stat status;
+    if (stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IWGRP) == 0)
+        return;
+    // Without the folder's group it would be let in to whichever group the program happens to run with.
+    if (fchown(descriptor, static_cast<uid_t>(-1), status.st_gid) == 0)
+        fchmod(descriptor, kFileMode | S_IRGRP | S_IWGRP);
+}
+
+// -1 with errno set.
 int OpenFile(LPCWSTR name, int flags)
 {
     const std::string path = NativePath(name);
@@ -39,12 +51,9 @@ int OpenFile(LPCWSTR name, int flags)
     // On Windows the root of C: is always there.
     if ((flags & O_CREAT) != 0 && IsOnDrive(name))
         MakeDirectories(DriveDirectory());
-    FileDescriptor file(open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, kFileMode));
-    struct stat status;
-    if (file.IsOpen() && fstat(file.Get(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        file.Reset(-1);
-        errno = EISDIR;
-    }
+    FileDescriptor file(OpenRegularFile(path, flags, kFileMode));
+    if (file.IsOpen() && (flags & O_CREAT) != 0)
+        AdmitGroupOfFolder(file.Get(), DirectoryOf(path));
     return file.Release();
 }
 

@@ -27,8 +27,10 @@ LONG ErrorFromErrno(int error)
             return ERROR_FILE_NOT_FOUND;
         case ENOTDIR:
         case ENAMETOOLONG:
-        case ELOOP:
             return ERROR_PATH_NOT_FOUND;
+        case ELOOP:
+        case ENXIO:
+            return ERROR_BAD_FILE_TYPE;
         case EACCES:
         case EPERM:
         case EROFS:

@@ -17,3 +17,9 @@ inline timespec MonotonicAfter(DWORD waitMs)
     }
     return point;
 }
+
+inline bool HasPassed(const timespec& point)
+{
+    const timespec now = MonotonicAfter(0);
+    return now.tv_sec != point.tv_sec ? now.tv_sec > point.tv_sec : now.tv_nsec >= point.tv_nsec;
+}

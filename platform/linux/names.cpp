@@ -9,26 +9,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/linux/account.h"
-#include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
 
 namespace {
 
-constexpr size_t kMaxHostsFile = 1 << 20;
-
 // The fully qualified name that /etc/hosts has for `host`, or an empty text.
 std::string NameFromHostsFile(const std::string& host)
 {
-    std::string content;
-    if (ReadWholeFile("/etc/hosts", kMaxHostsFile, &content) != ERROR_SUCCESS)
-        return "";
-    std::istringstream lines(content);
+    std::ifstream lines("/etc/hosts");
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line.substr(0, line.find('#')));
         std::string address;

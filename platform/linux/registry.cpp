@@ -11,6 +11,7 @@ namespace {
 
 constexpr size_t kMaxKeyNameLength = 255;
 constexpr size_t kMaxValueNameLength = 16383;
+constexpr DWORD kMaxValueSize = 16u << 20;
 
 struct OpenedKey : HKEY__ {
     HiveId hive;
@@ -100,24 +101,20 @@ LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const Regis
     return ERROR_SUCCESS;
 }
 
-// The data of *value ends up in the hive, and what it replaces in *value, for the caller to wipe.
-LONG SetValue(const Place& place, bool creates, std::u16string_view name, RegistryValue* value)
+LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
 {
     return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
         if (!creates && !hive->HasKey(place.path))
             return ERROR_KEY_DELETED;
         RegistryKey* key = hive->FindOrAddKey(place.path);
-        RegistryValue* old = key->FindValue(name);
-        if (old == nullptr) {
-            value->name = name;
-            key->values.push_back(std::move(*value));
-        } else if (old->type == value->type && old->data == value->data) {
-            return ERROR_SUCCESS;
+        RegistryValue* stored = key->FindValue(value.name);
+        *changed = stored == nullptr || stored->type != value.type || stored->data != value.data;
+        if (stored == nullptr) {
+            key->values.push_back(value);
         } else {
-            old->type = value->type;
-            old->data.swap(value->data);
+            stored->type = value.type;
+            stored->data = value.data;
         }
-        *changed = true;
         return ERROR_SUCCESS;
     });
 }
@@ -132,28 +129,29 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
         const std::u16string_view name = ViewOf(valueName);
         if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (data == nullptr && size > 0))
             return ERROR_INVALID_PARAMETER;
+        if (size > kMaxValueSize)
+            return ERROR_NO_SYSTEM_RESOURCES;
         RegistryValue value;
+        value.name = name;
         value.type = type;
         if (size > 0) {
             const BYTE* bytes = static_cast<const BYTE*>(data);
             value.data.assign(bytes, bytes + size);
         }
-        const LONG result = SetValue(place, !ViewOf(subKey).empty(), name, &value);
-        SecureZeroMemory(value.data.data(), value.data.size());
-        return result;
+        return SetValue(place, !ViewOf(subKey).empty(), value);
     });
 }
 
-// Runs `visit` on an opened key: NULL when only keys below it stand in the file.
+// Runs `visit` on an opened key: NULL when the file has only keys below it.
 template <typename Visit>
-LONG VisitKey(HKEY key, const Visit& visit)
+LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 {
     return CodeOf([&]() -> LONG {
         Place place;
         const LONG error = FindPlace(key, nullptr, &place);
         if (error != ERROR_SUCCESS)
             return error;
-        return ReadHive(place.hive, [&](const RegistryHive& hive) -> LONG {
+        return ReadHive(place.hive, content, [&](const RegistryHive& hive) -> LONG {
             const RegistryKey* found = nullptr;
             const LONG missing = KeyInHive(hive, place.path, &found);
             if (missing != ERROR_SUCCESS)
@@ -174,7 +172,7 @@ LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
         Place place;
         LONG error = FindPlace(key, subKey, &place);
         if (error == ERROR_SUCCESS) {
-            error = ReadHive(place.hive, [&place](const RegistryHive& hive) {
+            error = ReadHive(place.hive, HiveContent::kept, [&place](const RegistryHive& hive) {
                 return hive.HasKey(place.path) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
             });
         }
@@ -220,8 +218,10 @@ LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDW
 {
     if (reserved != nullptr || (data != nullptr && size == nullptr))
         return ERROR_INVALID_PARAMETER;
-    return VisitKey(key, [&](const RegistryKey* found) -> LONG {
-        const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
+    const std::u16string_view name = ViewOf(valueName);
+    const HiveContent content = EqualIgnoringCase(name, kClearSecret) ? HiveContent::complete : HiveContent::kept;
+    return VisitKey(key, content, [&](const RegistryKey* found) -> LONG {
+        const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(name);
         return value == nullptr ? ERROR_FILE_NOT_FOUND : HandOver(*value, type, data, size);
     });
 }
@@ -248,7 +248,6 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
             RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
             if (value == nullptr)
                 return ERROR_FILE_NOT_FOUND;
-            SecureZeroMemory(value->data.data(), value->data.size());
             found->values.erase(found->values.begin() + (value - found->values.data()));
             *changed = true;
             return ERROR_SUCCESS;

@@ -10,6 +10,7 @@
 #include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
+#include "platform/linux/text.h"
 
 namespace {
 
@@ -60,21 +61,36 @@ bool IsSameFile(const struct stat& a, const struct stat& b)
 bool IsCurrent(const CachedHive* cached, const std::string& path)
 {
     struct stat status;
-    return cached != nullptr && cached->settled && cached->path == path && stat(path.c_str(), &status) == 0 &&
+    return cached != nullptr && cached->settled && cached->path == path && lstat(path.c_str(), &status) == 0 &&
            IsSameFile(cached->status, status);
 }
 
 // Reads and parses the file; a missing one is an empty hive.
-LONG LoadHive(HiveId id, const std::string& path, RegistryHive* hive, struct stat* status)
+LONG LoadHive(HiveId id, const std::string& path, RegistryHive* hive, struct stat* status = nullptr)
 {
-    std::string content;
-    LONG error = ReadWholeFile(path, kMaxFileSize, &content, status);
+    SecretString content;
+    const LONG error = ReadWholeFile(path, kMaxFileSize, &content, status);
     if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
         return ERROR_SUCCESS;
-    if (error == ERROR_FILE_TOO_LARGE || (error == ERROR_SUCCESS && !ParseRegistryFile(content, RootName(id), hive)))
-        error = ERROR_BADDB;
-    SecureZeroMemory(content.data(), content.size());
-    return error;
+    if (error == ERROR_FILE_TOO_LARGE || error == ERROR_BAD_FILE_TYPE)
+        return ERROR_BADDB;
+    if (error != ERROR_SUCCESS)
+        return error;
+    return ParseRegistryFile(content, RootName(id), hive) ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+// The cache outlives the provider that used the secret. Comments may hold an older one.
+void ForgetSecrets(RegistryHive* hive)
+{
+    hive->closingComments = SecretText();
+    for (RegistryKey& key : hive->keys) {
+        key.comments = SecretText();
+        for (RegistryValue& value : key.values) {
+            value.comments = SecretText();
+            if (EqualIgnoringCase(value.name, kClearSecret))
+                value.data = SecretBytes();
+        }
+    }
 }
 
 // The caller holds cacheMutex.
@@ -90,9 +106,20 @@ const CachedHive& CurrentHive(HiveId id)
     fresh->path = path;
     fresh->error = LoadHive(id, path, &fresh->hive, &fresh->status);
     fresh->settled = Nanoseconds(before) - Nanoseconds(fresh->status.st_ctim) > kUnsettledNs;
+    ForgetSecrets(&fresh->hive);
     delete slot;
     slot = fresh.release();
     return *slot;
+}
+
+using Change = std::function<LONG(RegistryHive*, bool* changed)>;
+
+// Runs `change` on the hive as it is in the file.
+LONG Try(HiveId id, const std::string& path, const Change& change, RegistryHive* hive, bool* changed)
+{
+    *changed = false;
+    const LONG error = LoadHive(id, path, hive);
+    return error == ERROR_SUCCESS ? change(hive, changed) : error;
 }
 
 }  // namespace
@@ -103,31 +130,36 @@ std::string HiveFile(HiveId id)
                                  : UserDirectory() + "/registry/HKEY_CURRENT_USER.reg";
 }
 
-LONG ReadHive(HiveId id, const std::function<LONG(const RegistryHive&)>& visit)
+LONG ReadHive(HiveId id, HiveContent content, const std::function<LONG(const RegistryHive&)>& visit)
 {
+    if (content == HiveContent::complete) {
+        RegistryHive hive;
+        const LONG error = LoadHive(id, HiveFile(id), &hive);
+        return error == ERROR_SUCCESS ? visit(hive) : error;
+    }
     const std::lock_guard<std::mutex> hold(cacheMutex);
     const CachedHive& current = CurrentHive(id);
     return current.error == ERROR_SUCCESS ? visit(current.hive) : current.error;
 }
 
-LONG ChangeHive(HiveId id, const std::function<LONG(RegistryHive*, bool* changed)>& change)
+LONG ChangeHive(HiveId id, const Change& change)
 {
     const std::string path = HiveFile(id);
+    bool changed = false;
+    {
+        RegistryHive tried;
+        const LONG error = Try(id, path, change, &tried, &changed);
+        if (error != ERROR_SUCCESS || !changed)
+            return error;
+    }
     StoreLock lock;
     LONG error = lock.Acquire(path);
     if (error != ERROR_SUCCESS)
         return error;
     RegistryHive hive;
-    struct stat status = {};
-    error = LoadHive(id, path, &hive, &status);
-    if (error != ERROR_SUCCESS)
-        return error;
-    bool changed = false;
-    error = change(&hive, &changed);
+    error = Try(id, path, change, &hive, &changed);
     if (error != ERROR_SUCCESS || !changed)
         return error;
-    std::string content = FormatRegistryFile(hive, RootName(id));
-    error = ReplaceFile(path, content);
-    SecureZeroMemory(content.data(), content.size());
-    return error;
+    const SecretString content = FormatRegistryFile(hive, RootName(id));
+    return content.size() <= kMaxFileSize ? ReplaceFile(path, content) : ERROR_FILE_TOO_LARGE;
 }

@@ -1,7 +1,9 @@
-// The registry editor's text: what its values are worth, and which line is wrong.
-#include "kelvaroctl/registry_text.h"
+// The registry editor's text: what its values mean, and which line is wrong.
+#include "platform/registry_text.h"
 
 #include <gtest/gtest.h>
+
+#include "kelvaroctl/text.h"
 
 using namespace kelvaroctl;
 
@@ -10,86 +12,138 @@ namespace {
 constexpr char kHead[] =
     "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\r\n";
 
-RegistryText Parse(const std::string& text)
+RegistryText Parse(const std::string& content)
 {
-    return ParseRegistryText(Bytes(text.begin(), text.end()));
+    RegistryText text;
+    RegistryTextProblem problem;
+    EXPECT_TRUE(ParseRegistryText(content, &text, &problem))
+        << content << "\nline " << problem.line << ": " << problem.what;
+    return text;
+}
+
+// "NAME TYPE: bytes in hexadecimal" of each value, divided by "; ".
+std::string Values(const RegistryText& text)
+{
+    std::string values;
+    for (const RegistryTextKey& key : text.keys) {
+        for (const RegistryValue& value : key.values)
+            values += (values.empty() ? "" : "; ") + ToNarrow(value.name) + " " +
+                      (value.removed ? "removed" : std::to_string(value.type)) + ":" +
+                      HexText(Bytes(value.data.begin(), value.data.end()));
+    }
+    return values;
+}
+
+std::string AsUtf16(const std::string& content, const std::string& mark)
+{
+    std::string bytes = mark;
+    for (const WCHAR unit : ToWide(content)) {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    return bytes;
 }
 
 TEST(RegistryTextTest, ValuesOfEveryForm)
 {
     const struct {
-        const char* line;
-        const char* name;
-        DWORD type;
-        Bytes bytes;
+        const char* lines;
+        const char* values;
     } rows[] = {
-        {"\"Number\"=dword:0000000a", "Number", REG_DWORD, {10, 0, 0, 0}},
-        {"\"Number\"=dword:FF", "Number", REG_DWORD, {255, 0, 0, 0}},
-        {"\"Text\"=\"a\\\\b\\\"c\"", "Text", REG_SZ, {'a', 0, '\\', 0, 'b', 0, '"', 0, 'c', 0, 0, 0}},
-        {"\"Text\"=\"\"", "Text", REG_SZ, {0, 0}},
-        {"\"q\\\"=\\\\\"=\"x\"", "q\"=\\", REG_SZ, {'x', 0, 0, 0}},
-        {"\"Bytes\"=hex:", "Bytes", REG_BINARY, {}},
-        {"\"Bytes\"=hex:0a,FF", "Bytes", REG_BINARY, {0x0A, 0xFF}},
-        {"  \"Text\"=hex(2):61,\\\r\n  00,00,\\\r\n  00  ", "Text", REG_EXPAND_SZ, {0x61, 0, 0, 0}},
-        {"\"Text\"=\"\xC3\xA9\xF0\x9F\x94\x91\"", "Text", REG_SZ, {0xE9, 0, 0x3D, 0xD8, 0x11, 0xDD, 0, 0}},
+        {R"("x"=dword:0000000a)", "x 4:0a000000"},
+        {R"("x"=DWORD:FFfffffe)", "x 4:feffffff"},
+        {R"("x"="aB")", "x 1:610042000000"},
+        {R"("x"="")", "x 1:0000"},
+        {R"("x"="\\ \" ;=]")",
+         "x 1:5c00200022002000"
+         "3b003d005d000000"},
+        {R"("KeyVault"="b" ; our vault)", "KeyVault 1:62000000"},
+        {"  \"x\" = \"a\"\t;a note", "x 1:61000000"},
+        {R"("q\"=\\"="x")", "q\"=\\ 1:78000000"},
+        {"\"x\"=\"\xC3\xA9\xF0\x9F\x94\x91\"", "x 1:e9003dd811dd0000"},
+        {R"(@="a")", " 1:61000000"},
+        {R"("x"=-)", "x removed:"},
+        {R"("x"=hex:)", "x 3:"},
+        {R"("x"=hex:01,aF)", "x 3:01af"},
+        {"\"x\"=hex:01,\\\n  02,\\\r\n  03 ; a note", "x 3:010203"},
+        {"  \"x\"=hex(2):25,\\\r\n  00,00,\\\r\n  00  ", "x 2:25000000"},
+        {R"("x"=hex(80000001):00)", "x 2147483649:00"},
+        {"\"x\"=dword:1\n; \"y\"=dword:3\n[other] ; a key\n\"X\"=dword:2", "x 4:01000000; X 4:02000000"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        const RegistryText text = Parse(std::string(kHead) + "; comment\r\n" + row.line);
-        ASSERT_EQ(1u, text.entries.size());
-        EXPECT_EQ(5u, text.entries[0].line);
-        EXPECT_EQ("HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro", text.entries[0].key);
-        EXPECT_EQ(row.name, text.entries[0].name);
-        EXPECT_FALSE(text.entries[0].remove);
-        EXPECT_EQ(row.type, text.entries[0].value.type);
-        EXPECT_EQ(row.bytes, text.entries[0].value.bytes);
+        const RegistryText text = Parse(std::string(kHead) + "; comment\r\n" + row.lines);
+        EXPECT_EQ(Values(text), row.values) << row.lines;
+        EXPECT_EQ(ToNarrow(text.keys[0].path), "HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro");
+        EXPECT_EQ(text.keys[0].values[0].line, 5u) << row.lines;
+        EXPECT_EQ(ToNarrow(text.keys[0].values[0].comments), "; comment\n");
     }
-    EXPECT_TRUE(Parse(std::string(kHead) + "\"Gone\"=-").entries[0].remove);
+    EXPECT_TRUE(Parse(std::string(kHead) + "[-HKEY_CURRENT_USER\\a]").keys[1].removed);
 }
 
-TEST(RegistryTextTest, TheLineThatIsWrongIsNamed)
+TEST(RegistryTextTest, EveryEncodingReadsTheSame)
+{
+    const std::string unix = "Windows Registry Editor Version 5.00\n[a]\n\"x\"=\"\xE2\x82\xAC\"\n";
+    std::string windows;
+    for (const char c : unix)
+        windows += c == '\n' ? "\r\n" : std::string(1, c);
+    for (const std::string& content :
+         {unix, windows, unix.substr(0, unix.size() - 1), "\xEF\xBB\xBF" + windows, AsUtf16(windows, "\xFF\xFE")})
+        EXPECT_EQ(Values(Parse(content)), "x 1:ac200000");
+}
+
+TEST(RegistryTextTest, TheFirstWrongLineIsNamed)
 {
     const struct {
-        const char* name;
-        std::string text;
-        const char* message;
+        const char* content;  // without kHead when it begins with '='
+        size_t line;
+        const char* problem;
     } rows[] = {
-        {"empty", "", "line 1: this is no export"},
-        {"old form", "REGEDIT4\n", "line 1: this is no export"},
-        {"value before a key", "Windows Registry Editor Version 5.00\n\"a\"=\"b\"\n", "line 2: a value stands before"},
-        {"open key", std::string(kHead) + "[HKEY_LOCAL_MACHINE", "line 4: a key must stand between"},
-        {"removed key", std::string(kHead) + "[-HKEY_LOCAL_MACHINE]", "line 4: the line removes a whole key"},
-        {"default value", std::string(kHead) + "@=\"x\"", "line 4: the key's default value"},
-        {"bare name", std::string(kHead) + "a=\"x\"", "line 4: this is neither"},
-        {"open name", std::string(kHead) + "\"a", "line 4: a quoted text is not closed"},
-        {"no equals sign", std::string(kHead) + "\"a\"", "line 4: a value's name must be followed"},
-        {"no data", std::string(kHead) + "\"a\"=", "line 4: the data must be"},
-        {"open text", std::string(kHead) + "\"a\"=\"b\n\"", "line 4: a quoted text is not closed"},
-        {"backslash at the end", std::string(kHead) + "\"a\"=\"b\\", "line 4: in a quoted text"},
-        {"unknown escape", std::string(kHead) + "\"a\"=\"b\\n\"", "line 4: in a quoted text"},
-        {"something behind", std::string(kHead) + "\"a\"=\"b\"c", "line 4: something follows"},
-        {"empty number", std::string(kHead) + "\"a\"=dword:", "line 4: dword:"},
-        {"long number", std::string(kHead) + "\"a\"=dword:000000001", "line 4: dword:"},
-        {"blank in a number", std::string(kHead) + "\"a\"=dword:00 1", "line 4: dword:"},
-        {"no hexadecimal digit", std::string(kHead) + "\"a\"=dword:g", "line 4: dword:"},
-        {"open type", std::string(kHead) + "\"a\"=hex(2:00", "line 4: hex("},
-        {"no colon", std::string(kHead) + "\"a\"=hex00", "line 4: hex must be"},
-        {"half a byte", std::string(kHead) + "\"a\"=hex:00,\\\n0", "line 4: the bytes must be"},
-        {"two commas", std::string(kHead) + "\"a\"=hex:00,,00", "line 4: the bytes must be"},
-        {"cut bytes", std::string(kHead) + "\n\"a\"=hex:00,\\", "line 5: the bytes end"},
-        {"no UTF-8", std::string(kHead) + "\"a\"=\"\xC3(\"", "not well-formed UTF-8"},
-        {"half a character", std::string("\xFF\xFEW\0i", 5), "ends inside a UTF-16 character"},
+        {"=", 1, "not an export"},
+        {"=REGEDIT4\n", 1, "not an export"},
+        {"=Windows Registry Editor Version 5.00\n\"a\"=\"b\"\n", 2, "before the first key"},
+        {"[HKEY_LOCAL_MACHINE", 4, "in brackets"},
+        {"[]", 4, "in brackets"},
+        {"[a\\]", 4, "in brackets"},
+        {"[a\x01]", 4, "control"},
+        {"[a]b", 4, "something follows"},
+        {"a=\"x\"", 4, "neither"},
+        {"\"a", 4, "closing quote"},
+        {"\"a\"", 4, "followed by ="},
+        {"\"a\"=", 4, "the data must be"},
+        {"\"a\"=b", 4, "the data must be"},
+        {"\"a\"=\"b\n\"", 4, "closing quote"},
+        {"\"a\"=\"b\\", 4, "backslash"},
+        {"\"a\"=\"C:\\logs\"", 4, "backslash"},
+        {"\"a\"=\"b\x01\"", 4, "control"},
+        {"\"a\"=\"b\"c", 4, "something follows"},
+        {"\"a\"=-1", 4, "something follows"},
+        {"\"a\"=dword:", 4, "dword:"},
+        {"\"a\"=dword:000000001", 4, "dword:"},
+        {"\"a\"=dword:00 1", 4, "something follows"},
+        {"\"a\"=dword:0g", 4, "something follows"},
+        {"\"a\"=hex(2:00", 4, "hex("},
+        {"\"a\"=hex():00", 4, "hex("},
+        {"\"a\"=hex00", 4, "colon"},
+        {"\"a\"=hex:00,\\\n0", 4, "pairs"},
+        {"\"a\"=hex:00,,00", 4, "pairs"},
+        {"\"a\"=hex:00 00", 4, "pairs"},
+        {"\n\"a\"=hex:00,", 5, "break off"},
+        {"\n\"a\"=hex:00,\\", 5, "break off"},
+        {"\"a\"=\"\xC3(\"", 0, "UTF-8"},
+        {"=\xFF\xFEW", 0, "UTF-16"},
+        {"=\xFF\xFEW\xD8W\xD8", 0, "UTF-16"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        try {
-            Parse(row.text);
-            ADD_FAILURE() << "accepted";
-        } catch (const Failure& failure) {
-            EXPECT_NE(std::string::npos, std::string(failure.what()).find(row.message)) << failure.what();
-            EXPECT_EQ(ExitCode::Usage, failure.exit());
-        }
+        const std::string content = row.content[0] == '=' ? row.content + 1 : std::string(kHead) + row.content;
+        RegistryText text;
+        RegistryTextProblem problem;
+        ASSERT_FALSE(ParseRegistryText(content, &text, &problem)) << row.content;
+        EXPECT_EQ(problem.line, row.line) << row.content;
+        EXPECT_NE(std::string(problem.what).find(row.problem), std::string::npos) << row.content << problem.what;
     }
+    RegistryText text;
+    RegistryTextProblem problem;
+    EXPECT_FALSE(ParseRegistryText(kHead + std::string("\"x\"=\"\0\"", 7), &text, &problem)) << "a zero byte";
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/linux/paths.h"
 #include "tests/platform/platform_root.h"
@@ -86,6 +88,31 @@ TEST(Files, AFileIsMadeOrOpenedForAppending)
                 {u"D:\\file", ERROR_PATH_NOT_FOUND}};
     for (const auto& row : rows)
         EXPECT_EQ(ErrorOf(Open(row.name) != INVALID_HANDLE_VALUE), static_cast<DWORD>(row.error)) << ToUtf8(row.name);
+}
+
+TEST(Files, ANewFileAdmitsTheGroupThatMayWriteToItsFolder)
+{
+    const PlatformRoot root;
+    const mode_t oldMask = umask(077);
+    const struct {
+        const char* folder;
+        mode_t mode;
+        unsigned fileMode;
+    } rows[] = {{"alone", 0755, 0600}, {"group", 0770, 0660}, {"setgid", 02770, 0660}, {"everybody", 0777, 0660}};
+    // Root may choose any group; another account has its own.
+    const gid_t group = geteuid() == 0 ? 12345 : getegid();
+    for (const auto& row : rows) {
+        const std::string folder = root.File(row.folder);
+        ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+        ASSERT_EQ(chown(folder.c_str(), static_cast<uid_t>(-1), group), 0);
+        ASSERT_EQ(chmod(folder.c_str(), row.mode), 0);
+        EXPECT_TRUE(CloseHandle(Open(ToUtf16(folder + "/log"))));
+        struct stat status = {};
+        ASSERT_EQ(stat((folder + "/log").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, row.fileMode) << row.folder;
+        EXPECT_TRUE(row.fileMode == 0600 || status.st_gid == group) << row.folder;
+    }
+    umask(oldMask);
 }
 
 TEST(Files, AppendedLinesOfManyHandlesStayWhole)

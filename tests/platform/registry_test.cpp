@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "platform/linux/file_store.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -189,6 +190,7 @@ TEST(Registry, TextsOfAllKindsComeBackUnchanged)
         EXPECT_EQ(GetText(HKEY_CURRENT_USER, u"some \"NAME\\"), ToUtf8(row));
     }
     EXPECT_EQ(SetText(HKEY_CURRENT_USER, u"line\nfeed", u""), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(SetText(HKEY_CURRENT_USER, u"long", std::u16string(8 << 20, u'A')), ERROR_NO_SYSTEM_RESOURCES);
     EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"Some \"name\\"), "error 2");
 }
 
@@ -209,6 +211,36 @@ TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
     EXPECT_EQ(ReadFileText(MachineFile(root)), damaged);
     WriteMachineHive(root, "\"KeyVault\"=\"mended\"\n");
     EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), "mended");
+}
+
+TEST(Registry, ALockThatAnotherHoldsStopsOnlyWhatWouldChangeSomething)
+{
+    const PlatformRoot root;
+    WriteMachineHive(root, "\"KeyVault\"=\"a\"\n");
+    StoreLock held;
+    ASSERT_EQ(held.Acquire(MachineFile(root)), ERROR_SUCCESS);
+    HKEY key = nullptr;
+    EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, 0, nullptr, &key, nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_SUCCESS);
+    EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"none"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, u"none"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), "a");
+}
+
+TEST(Registry, WhatIsNoRegularFileIsADamagedHive)
+{
+    const PlatformRoot root;
+    WriteFileText(root.File("target"), "Windows Registry Editor Version 5.00\n");
+    std::filesystem::create_directories(root.File("registry"));
+    std::filesystem::create_symlink(root.File("target"), MachineFile(root));
+    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_BADDB);
+    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_BADDB);
+    EXPECT_EQ(ReadFileText(root.File("target")), "Windows Registry Editor Version 5.00\n");
+    std::filesystem::remove(MachineFile(root));
+    ASSERT_EQ(mkfifo(MachineFile(root).c_str(), 0600), 0);
+    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_BADDB);
+    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_BADDB);
 }
 
 TEST(Registry, WritersInThreadsAndProcessesLoseNothing)

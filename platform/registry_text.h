@@ -1,0 +1,42 @@
+// The registry editor's export text, version 5, as a record. The Linux registry keeps its hives in this form, and the
+// administrator's tool imports it, on Windows too.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/secret_memory.h"
+
+struct RegistryValue {
+    size_t line = 0;                // where it begins, from 1; 0 for a value that was never read from a text
+    SecretText comments;            // whole lines above the value, each with its line feed
+    std::basic_string<WCHAR> name;  // empty: the key's default value
+    bool removed = false;           // "name"=-
+    DWORD type = REG_NONE;
+    SecretBytes data;  // texts in UTF-16, with the terminator
+};
+
+struct RegistryTextKey {
+    size_t line = 0;
+    SecretText comments;
+    std::basic_string<WCHAR> path;  // with the hive, as it is written
+    bool removed = false;           // [-path]
+    std::vector<RegistryValue> values;
+};
+
+// Keys and values in the text's order. A key or a value may occur more than once: the last one counts.
+struct RegistryText {
+    std::vector<RegistryTextKey> keys;
+    SecretText closingComments;
+};
+
+struct RegistryTextProblem {
+    size_t line = 0;             // from 1; 0 when it is the whole text's
+    const char* what = nullptr;  // a clause, without a full stop
+};
+
+// Reads UTF-8, with or without its byte order mark, or UTF-16 with its mark. Comments begin with ";" and may also close
+// a line, which they follow then. False when the text is damaged: *problem is the first thing that is wrong, and *text
+// is of no use.
+bool ParseRegistryText(std::string_view content, RegistryText* text, RegistryTextProblem* problem);
