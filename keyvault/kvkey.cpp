@@ -165,6 +165,12 @@ void FreeAndClear(T** block)
     *block = nullptr;
 }
 
+void WipeAndClear(WCHAR** text)
+{
+    WipeFreeText(*text);
+    *text = nullptr;
+}
+
 }  // namespace
 
 int KVCParseJSONKey(const WCHAR* KeyName, const char* KeyJSON, KVKey* theKey)
@@ -195,16 +201,16 @@ void KVCFreeKVKey(KVKey* theKey)
     if (!theKey || !theKey->valid)
         return;
     FreeAndClear(&theKey->crv);
-    FreeAndClear(&theKey->d);
-    FreeAndClear(&theKey->dp);
-    FreeAndClear(&theKey->dq);
+    WipeAndClear(&theKey->d);
+    WipeAndClear(&theKey->dp);
+    WipeAndClear(&theKey->dq);
     FreeAndClear(&theKey->e);
-    FreeAndClear(&theKey->k);
+    WipeAndClear(&theKey->k);
     FreeAndClear(&theKey->kty);
     FreeAndClear(&theKey->n);
-    FreeAndClear(&theKey->p);
-    FreeAndClear(&theKey->q);
-    FreeAndClear(&theKey->qi);
+    WipeAndClear(&theKey->p);
+    WipeAndClear(&theKey->q);
+    WipeAndClear(&theKey->qi);
     FreeAndClear(&theKey->x);
     FreeAndClear(&theKey->y);
     FreeAndClear(&theKey->key_ops);

@@ -11,7 +11,7 @@
 namespace {
 
 // The claims of a JSON web token, the text between its first two dots; NULL when it isn't there, or no memory.
-MallocPtr<WCHAR> ClaimsText(const WCHAR* token)
+SecretTextPtr ClaimsText(const WCHAR* token)
 {
     const TextView text = View(token);
     const size_t first = text.find(TEXT('.'));
@@ -21,7 +21,7 @@ MallocPtr<WCHAR> ClaimsText(const WCHAR* token)
     if (second == TextView::npos)
         return nullptr;
     const TextView claims = text.substr(first + 1, second - first - 1);
-    MallocPtr<WCHAR> copy(static_cast<WCHAR*>(calloc(claims.size() + 1, sizeof(WCHAR))));
+    SecretTextPtr copy(static_cast<WCHAR*>(calloc(claims.size() + 1, sizeof(WCHAR))));
     if (copy)
         claims.copy(copy.get(), claims.size());
     return copy;
@@ -34,8 +34,8 @@ JsonPtr DecodeClaims(const WCHAR* text)
     if (!text || !KVCKelvaro_FromBase64(text, &bytes, &size, 1))
         return nullptr;
     // The decoder puts zero bytes behind what it allocates.
-    const MallocPtr<BYTE> owner(bytes);
-    return JsonParse(reinterpret_cast<const char*>(bytes));
+    const SecretBytesPtr claims(reinterpret_cast<char*>(bytes));
+    return JsonParse(claims.get());
 }
 
 // "x" and the object id without its dashes; NULL on any failure.
@@ -54,7 +54,7 @@ BldStrPtr NameFromObjectId(const char* objectId)
 void NameVaultAfterIdentity(KVC* kvc)
 {
     LogString(TEXT("KVCAuthenticate Found OIDGUID - Replace"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
-    const MallocPtr<WCHAR> text = ClaimsText(KVCText(kvc->accessToken));
+    const SecretTextPtr text = ClaimsText(KVCText(kvc->accessToken));
     const JsonPtr claims = DecodeClaims(text.get());
     const BldStrPtr name = NameFromObjectId(JsonMemberText(claims.get(), "oid"));
     // A shorter name is no cut one, so it came from no GUID.
