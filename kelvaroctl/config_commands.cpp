@@ -4,6 +4,7 @@
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/log_place.h"
 #include "kelvaroctl/places.h"
+#include "kelvaroctl/settings_access.h"
 #include "kelvaroctl/settings_report.h"
 #include "kelvaroctl/terminal.h"
 
@@ -14,6 +15,26 @@ constexpr size_t kLargestImport = 4 * 1024 * 1024;
 static Json HiveObject(const SettingsHive& hive)
 {
     return {{"hive", hive.name()}, {"key", ToNarrow(kSettingsKey)}, {"place", SettingsPlace(hive.handle())}};
+}
+
+static std::string Joined(const std::vector<std::string>& names)
+{
+    std::string text;
+    for (const std::string& name : names)
+        text += (text.empty() ? "" : ", ") + Printable(name);
+    return text.empty() ? "nobody yet" : text;
+}
+
+// Who may read the machine's settings. Left out where even that may not be read.
+static void ReportAccess(Answer* answer)
+{
+    try {
+        const SettingsAccess access = ReadSettingsAccess();
+        answer->object["readers"] = access.readers;
+        answer->object["open"] = access.open;
+        answer->text += "read by " + Joined(access.readers) + "\n";
+    } catch (const Failure&) {
+    }
 }
 
 static Answer ShowConfig(const Tool& tool)
@@ -28,7 +49,37 @@ static Answer ShowConfig(const Tool& tool)
     answer.text = hive.scope() + " settings, " + SettingsPlace(hive.handle()) +
                   (hive.Exists() ? "\n" : " (there are none yet)\n") + Columns(report.settingRows, 2);
     answer.text += "kept by the provider\n" + Columns(report.stateRows, 2);
+    if (hive.isMachine())
+        ReportAccess(&answer);
     return answer;
+}
+
+static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts)
+{
+    if (tool.user)
+        throw UsageFailure("the user's settings are the user's own already; 'config protect' is for the machine's");
+    ProtectSettings(accounts);
+    const SettingsAccess access = ReadSettingsAccess();
+    if (access.open)
+        tool.Warn("ordinary users can still read the settings: one of the accounts given is a group of all users");
+    Answer answer;
+    answer.object = HiveObject(tool.hive());
+    answer.object["readers"] = access.readers;
+    answer.object["open"] = access.open;
+    answer.text = "the machine's settings can be read by " + Joined(access.readers) + "\n";
+    return answer;
+}
+
+// A secret of the machine can be opened by whoever can read it here.
+static void CheckAccess(Tool& tool, bool anyway)
+{
+    if (tool.user || !ReadSettingsAccess().open)
+        return;
+    const std::string problem = "ordinary users can read the settings in " + SettingsPlace(HKEY_LOCAL_MACHINE) +
+                                ", and so recover the secret: 'kelvaroctl config protect' closes them";
+    if (!anyway)
+        throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret all the same");
+    tool.Warn(problem);
 }
 
 // The setting of that name, when it may be set or taken away in that hive.
@@ -87,8 +138,9 @@ static std::string WhenItCounts(const Setting& setting)
     return setting.atLoad ? "it counts from a host's next start on" : "it counts from the next provider open on";
 }
 
-static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting)
+static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting, bool anyway)
 {
+    CheckAccess(tool, anyway);
     std::string secret = ReadSecretLine("Client secret: ");
     WriteText(tool, hive, setting, secret);
     SecureZeroMemory(secret.data(), secret.size());
@@ -100,7 +152,7 @@ static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& set
     return answer;
 }
 
-static Answer SetSetting(Tool& tool, const std::string& name, const std::optional<std::string>& value)
+static Answer SetSetting(Tool& tool, const std::string& name, const std::optional<std::string>& value, bool anyway)
 {
     const SettingsHive hive = tool.hive();
     const Setting& setting = SettingFor(name, hive);
@@ -110,7 +162,7 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
                 "ClientSecret is never an argument, which other users and the shell's history would "
                 "see: leave it out to be asked for it, or write it to standard input");
         }
-        return SetSecret(tool, hive, setting);
+        return SetSecret(tool, hive, setting, anyway);
     }
     if (!value)
         throw UsageFailure(std::string("give a value for ") + setting.name);
@@ -161,8 +213,11 @@ static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
                 "ClientDPAPISecret can only be read on the machine, or by the user, where it was protected; if "
                 "sign-in is refused, 'kelvaroctl config set ClientSecret'");
         }
-        if (change.setting->kind == SettingKind::Secret)
-            tool.Warn("the imported file holds a secret in clear: remove it or keep it safe");
+        if (change.setting->kind != SettingKind::Secret)
+            continue;
+        tool.Warn("the imported file holds a secret in clear: remove it or keep it safe");
+        if (change.hive == HKEY_LOCAL_MACHINE && ReadSettingsAccess().open)
+            tool.Warn("ordinary users can read the settings, and so recover the secret: 'kelvaroctl config protect'");
     }
 }
 
@@ -225,14 +280,28 @@ void AddConfigCommands(CLI::App& app, Tool& tool)
         std::string name;
         std::optional<std::string> value;
         std::string file;
+        bool anyway = false;
+        std::vector<std::string> accounts;
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App* const set = config->add_subcommand("set", "set one setting");
     set->add_option("NAME", arguments->name, "the setting's name")->required();
     set->add_option("VALUE", arguments->value, "its value; not for ClientSecret");
+    set->add_flag("--anyway", arguments->anyway, "set a secret even though ordinary users can read the settings");
     set->callback([&tool, arguments] {
-        tool.action = [&tool, arguments] { return SetSetting(tool, arguments->name, arguments->value); };
+        tool.action = [&tool, arguments] {
+            return SetSetting(tool, arguments->name, arguments->value, arguments->anyway);
+        };
     });
+    CLI::App* const protect =
+        config->add_subcommand("protect", "let only administrators read the machine's settings, and whom you allow");
+    protect
+        ->add_option("--allow", arguments->accounts,
+                     "an account or group that may read them too; repeat it for more (Linux: one group)")
+        ->type_name("ACCOUNT")
+        ->allow_extra_args(false);
+    protect->callback(
+        [&tool, arguments] { tool.action = [&tool, arguments] { return ProtectConfig(tool, arguments->accounts); }; });
     CLI::App* const unset = config->add_subcommand("unset", "take one setting away, so that its default counts");
     unset->add_option("NAME", arguments->name, "the setting's name")->required();
     unset->callback(

@@ -99,15 +99,26 @@ std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
     return value;
 }
 
-void SettingsHive::Write(const std::string& valueName, const RawValue& value) const
+static HKEY CreateSettingsKey(HKEY hive, const std::string& attempt)
 {
     HKEY key = nullptr;
-    LONG error = RegCreateKeyExW(hive_, kSettingsKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
-                                 nullptr, &key, nullptr);
+    const LONG error = RegCreateKeyExW(hive, kSettingsKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
+                                       nullptr, &key, nullptr);
     if (error != ERROR_SUCCESS)
-        ThrowHiveFailure(hive_, "write " + valueName, error);
-    error = RegSetValueExW(key, ToWide(valueName).c_str(), 0, value.type, value.bytes.data(),
-                           static_cast<DWORD>(value.bytes.size()));
+        ThrowHiveFailure(hive, attempt, error);
+    return key;
+}
+
+void SettingsHive::Create() const
+{
+    RegCloseKey(CreateSettingsKey(hive_, "make the settings"));
+}
+
+void SettingsHive::Write(const std::string& valueName, const RawValue& value) const
+{
+    const HKEY key = CreateSettingsKey(hive_, "write " + valueName);
+    const LONG error = RegSetValueExW(key, ToWide(valueName).c_str(), 0, value.type, value.bytes.data(),
+                                      static_cast<DWORD>(value.bytes.size()));
     RegCloseKey(key);
     if (error != ERROR_SUCCESS)
         ThrowHiveFailure(hive_, "write " + valueName, error);

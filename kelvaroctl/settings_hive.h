@@ -29,6 +29,7 @@ class SettingsHive {
     // Whether the key is there; throws when the hive is damaged.
     bool Exists() const;
     std::optional<RawValue> Read(const std::string& valueName) const;
+    void Create() const;                                                    // if it isn't there
     void Write(const std::string& valueName, const RawValue& value) const;  // creates the key
     bool Remove(const std::string& valueName) const;                        // false when there was no such value
 

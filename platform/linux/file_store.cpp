@@ -43,12 +43,23 @@ LONG SyncDirectory(const std::string& directory)
     return file.IsOpen() && fsync(file.Get()) == 0 ? ERROR_SUCCESS : LastErrno();
 }
 
-LONG WriteTemporary(const std::string& path, std::string_view content)
+// A rewrite keeps the group and the mode that an administrator gave the file. Best effort: without the group it stays
+// its owner's alone.
+void TakeOverAccess(int file, const std::string& path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && fchown(file, static_cast<uid_t>(-1), status.st_gid) == 0)
+        fchmod(file, status.st_mode & 0777);
+}
+
+// Writes `path`, which will replace `replaced`.
+LONG WriteTemporary(const std::string& path, const std::string& replaced, std::string_view content)
 {
     // A leftover of a crash is written over: the lock makes the name ours.
     FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode));
     if (!file.IsOpen())
         return LastErrno();
+    TakeOverAccess(file.Get(), replaced);
     const LONG error = WriteAll(file.Get(), content);
     if (error != ERROR_SUCCESS)
         return error;
@@ -151,7 +162,7 @@ LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* conten
 LONG ReplaceFile(const std::string& path, std::string_view content)
 {
     const std::string temporary = path + ".new";
-    LONG error = WriteTemporary(temporary, content);
+    LONG error = WriteTemporary(temporary, path, content);
     if (error == ERROR_SUCCESS && rename(temporary.c_str(), path.c_str()) != 0)
         error = LastErrno();
     if (error != ERROR_SUCCESS) {

@@ -160,7 +160,7 @@ TEST_F(ConfigTest, ImportTakesWhatAnotherMachineExported)
 // An export of what is in force holds the secret in protected form, and an empty clear one.
 TEST_F(ConfigTest, ImportTakesAProtectedSecret)
 {
-    ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, Simulator::kClientSecret).exit);
+    ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret", "--anyway"}, Simulator::kClientSecret).exit);
     WriteFile("export.reg", ExportedText() + "\"ClientDPAPISecret\"=\"" +
                                 root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret") + "\"\n\"ClientSecret\"=\"\"\n");
     root.RemoveKey(HKEY_LOCAL_MACHINE);

@@ -1,9 +1,18 @@
 // How the client secret comes in, and that it never comes out.
 #include "tests/kelvaroctl/ctl_fixture.h"
+#include "tests/kelvaroctl/settings_rights.h"
 
 namespace {
 
-using SecretTest = CtlTest;
+class SecretTest : public CtlTest {
+  protected:
+    // On Windows a new settings key can be read by all users.
+    void SetUp() override
+    {
+        CtlTest::SetUp();
+        ASSERT_EQ(0, Ctl({"config", "protect"}).exit);
+    }
+};
 
 constexpr char kSecret[] = "another~Secret.1";
 
@@ -35,6 +44,32 @@ TEST_F(SecretTest, NeverAnArgumentAndNeverEmpty)
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "").exit);
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, std::string(512, 'x') + "\n").exit);
     EXPECT_EQ(before, Settings());
+}
+
+// Whoever can read the machine's settings can recover the secret.
+TEST_F(SecretTest, RefusedWhileOrdinaryUsersCanReadTheSettings)
+{
+    LetEverybodyReadSettings(root.directory());
+    EXPECT_EQ(true, Settings()["open"]);
+    const Ran refused = Ctl({"config", "set", "ClientSecret"}, "another\n");
+    EXPECT_EQ(3, refused.exit);
+    EXPECT_NE(std::string::npos, refused.err.find("kelvaroctl config protect")) << refused.err;
+    EXPECT_EQ(Simulator::kClientSecret, root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+    const Ran anyway = Ctl({"config", "set", "ClientSecret", "--anyway"}, Simulator::kClientSecret);
+    EXPECT_EQ(0, anyway.exit) << anyway.err;
+    EXPECT_NE(std::string::npos, anyway.err.find("warning: ordinary users can read")) << anyway.err;
+    EXPECT_EQ(0, Ctl({"config", "set", "ClientSecret", "--user"}, Simulator::kClientSecret).exit);
+
+    const std::string account = AccountToAllow();
+    const nlohmann::json allowed = CtlJson({"config", "protect", "--allow", account});
+    EXPECT_EQ(false, allowed["open"]);
+    EXPECT_NE(std::string::npos, allowed["readers"].dump().find(account)) << allowed;
+    // What is written later is closed, too, and open to the same accounts.
+    EXPECT_EQ(0, Ctl({"config", "set", "ClientSecret"}, Simulator::kClientSecret).exit);
+    EXPECT_EQ(allowed["readers"], Settings()["readers"]);
+    EXPECT_EQ(0, Ctl({"keys", "list"}).exit);
+    EXPECT_EQ(2, Ctl({"config", "protect", "--allow", "no such account"}).exit);
+    EXPECT_EQ(2, Ctl({"config", "protect", "--user"}).exit);
 }
 
 TEST_F(SecretTest, ShownOnlyAsAState)

@@ -8,6 +8,10 @@ fail() {
     echo "documents: $*" >&2
     failed=1
 }
+# The headings of a page as links name them.
+anchors() {
+    sed -n 's/^##* //p' "$1" | tr 'A-Z ' 'a-z-' | tr -cd 'a-z0-9\n-'
+}
 settings=$(sed -n 's/^ *{"\([A-Za-z]*\)", SettingKind::.*/\1/p' "$top/kelvaroctl/setting_table.cpp")
 [ -n "$settings" ] || fail "the tool's settings were not found"
 for setting in $settings; do
@@ -20,8 +24,14 @@ for file in "$top"/docs/*.md; do
     name=${file##*/}
     [ "$name" = index.md ] || grep -q '^## What has been tried' "$file" || fail "$name does not say what has been tried"
     [ "$name" = index.md ] || grep -q "($name)" "$top/docs/index.md" || fail "index.md lacks $name"
-    for link in $(grep -o '](\([a-z-]*\.md\))' "$file" | tr -d '()]'); do
-        [ -f "$top/docs/$link" ] || fail "$name leads to $link, which is not there"
+    for link in $(grep -o '](\([a-z-]*\.md\)\?\(#[a-z0-9-]*\)\?)' "$file" | tr -d '()]'); do
+        target=${link%%#*}
+        target=$top/docs/${target:-$name}
+        if [ ! -f "$target" ]; then
+            fail "$name leads to $link, which is not there"
+        elif [ "$link" != "${link#*#}" ]; then
+            anchors "$target" | grep -qx -- "${link#*#}" || fail "$name leads to $link, which has no such heading"
+        fi
     done
 done
 [ "$failed" = 0 ] && echo "documents: every setting and property is told of"

@@ -1,0 +1,182 @@
+#include "kelvaroctl/settings_access.h"
+
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/settings_hive.h"
+
+#include <sddl.h>
+
+namespace kelvaroctl {
+
+namespace {
+
+// Groups that ordinary users are in.
+constexpr const char* kOrdinary[] = {
+    "S-1-1-0",       // Everyone
+    "S-1-2-0",       // local accounts
+    "S-1-5-2",       // network
+    "S-1-5-3",       // batch
+    "S-1-5-4",       // interactive
+    "S-1-5-7",       // anonymous
+    "S-1-5-11",      // authenticated users
+    "S-1-5-32-545",  // Users
+    "S-1-5-32-546",  // Guests
+    "S-1-5-32-547",  // Power Users
+    "S-1-15-2-1",    // all application packages
+};
+constexpr DWORD kReadOrChange = KEY_QUERY_VALUE | KEY_SET_VALUE | WRITE_DAC | WRITE_OWNER | GENERIC_READ |
+                                GENERIC_WRITE | GENERIC_ALL | MAXIMUM_ALLOWED;
+
+struct LocalFreer {
+    void operator()(void* block) const { LocalFree(block); }
+};
+
+[[noreturn]] void ThrowFailure(const std::string& attempt, LONG error)
+{
+    throw ConfigurationFailure("cannot " + attempt + " " + SettingsPlace(HKEY_LOCAL_MACHINE) + ": " +
+                               (error == ERROR_ACCESS_DENIED ? "access denied; run the command as an administrator"
+                                                             : "error " + std::to_string(error)));
+}
+
+class SettingsKey {
+  public:
+    // nullptr from get() when there is no such key.
+    explicit SettingsKey(REGSAM rights)
+    {
+        const LONG error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, rights, &key_);
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
+            key_ = nullptr;
+        else if (error != ERROR_SUCCESS)
+            ThrowFailure("open", error);
+    }
+    ~SettingsKey()
+    {
+        if (key_)
+            RegCloseKey(key_);
+    }
+    SettingsKey(const SettingsKey&) = delete;
+    SettingsKey& operator=(const SettingsKey&) = delete;
+
+    HKEY get() const { return key_; }
+
+  private:
+    HKEY key_ = nullptr;
+};
+
+std::string SidText(PSID sid)
+{
+    WCHAR* text = nullptr;
+    if (!ConvertSidToStringSidW(sid, &text))
+        return "an unknown account";
+    const std::unique_ptr<WCHAR, LocalFreer> owned(text);
+    return ToNarrow(text);
+}
+
+std::string AccountName(PSID sid)
+{
+    WCHAR name[256];
+    WCHAR domain[256];
+    DWORD nameSize = 256;
+    DWORD domainSize = 256;
+    SID_NAME_USE use;
+    if (!LookupAccountSidW(nullptr, sid, name, &nameSize, domain, &domainSize, &use))
+        return SidText(sid);
+    return domain[0] ? ToNarrow(domain) + "\\" + ToNarrow(name) : ToNarrow(name);
+}
+
+bool IsOrdinary(const std::string& sid)
+{
+    for (const char* row : kOrdinary) {
+        if (sid == row)
+            return true;
+    }
+    // Users and guests of a domain.
+    const std::string tail = sid.substr(sid.rfind('-') + 1);
+    return sid.rfind("S-1-5-21-", 0) == 0 && (tail == "513" || tail == "514");
+}
+
+// The SID of an account, from its name or its written form.
+std::string FindSid(const std::string& account)
+{
+    const WideText wide = ToWide(account);
+    PSID given = nullptr;
+    if (ConvertStringSidToSidW(wide.c_str(), &given)) {
+        const std::unique_ptr<void, LocalFreer> owned(given);
+        return SidText(given);
+    }
+    std::vector<ULONGLONG> sid(SECURITY_MAX_SID_SIZE / sizeof(ULONGLONG) + 1);
+    DWORD size = static_cast<DWORD>(sid.size() * sizeof(ULONGLONG));
+    WCHAR domain[256];
+    DWORD domainSize = 256;
+    SID_NAME_USE use;
+    if (!LookupAccountNameW(nullptr, wide.c_str(), sid.data(), &size, domain, &domainSize, &use))
+        throw UsageFailure("there is no account or group '" + account + "'");
+    return SidText(sid.data());
+}
+
+void AddReader(const ACCESS_ALLOWED_ACE& entry, SettingsAccess* access)
+{
+    if (entry.Header.AceType != ACCESS_ALLOWED_ACE_TYPE || (entry.Header.AceFlags & INHERIT_ONLY_ACE) ||
+        !(entry.Mask & kReadOrChange))
+        return;
+    const PSID sid = const_cast<DWORD*>(&entry.SidStart);
+    access->readers.push_back(AccountName(sid));
+    access->open = access->open || IsOrdinary(SidText(sid));
+}
+
+}  // namespace
+
+SettingsAccess ReadSettingsAccess()
+{
+    const SettingsKey key(READ_CONTROL);
+    SettingsAccess access;
+    if (!key.get()) {
+        // A key that is made later inherits the rights of Software, which all users may read.
+        access.open = true;
+        return access;
+    }
+    DWORD size = 0;
+    LONG error = RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, nullptr, &size);
+    std::vector<ULONGLONG> descriptor(size / sizeof(ULONGLONG) + 1);
+    if (error == ERROR_INSUFFICIENT_BUFFER)
+        error = RegGetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.data(), &size);
+    if (error != ERROR_SUCCESS)
+        ThrowFailure("read the rights to", error);
+    BOOL present = FALSE;
+    BOOL defaulted = FALSE;
+    PACL list = nullptr;
+    if (!GetSecurityDescriptorDacl(descriptor.data(), &present, &list, &defaulted))
+        ThrowFailure("read the rights to", static_cast<LONG>(GetLastError()));
+    if (!present || !list) {
+        access.readers.push_back("everybody");
+        access.open = true;
+        return access;
+    }
+    for (DWORD index = 0; index < list->AceCount; ++index) {
+        void* entry = nullptr;
+        if (GetAce(list, index, &entry))
+            AddReader(*static_cast<const ACCESS_ALLOWED_ACE*>(entry), &access);
+    }
+    return access;
+}
+
+void ProtectSettings(const std::vector<std::string>& accounts)
+{
+    // Nothing is inherited from above; system and administrators have all rights, the others may read.
+    std::string rights = "D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)";
+    for (const std::string& account : accounts)
+        rights += "(A;CI;KR;;;" + FindSid(account) + ")";
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(ToWide(rights).c_str(), SDDL_REVISION_1, &descriptor,
+                                                              nullptr))
+        ThrowFailure("make the rights to", static_cast<LONG>(GetLastError()));
+    const std::unique_ptr<void, LocalFreer> owned(descriptor);
+    SettingsHive(HKEY_LOCAL_MACHINE).Create();
+    const SettingsKey key(READ_CONTROL | WRITE_DAC);
+    const LONG error =
+        RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, descriptor);
+    if (error != ERROR_SUCCESS)
+        ThrowFailure("set the rights to", error);
+}
+
+}  // namespace kelvaroctl
