@@ -10,18 +10,18 @@ namespace {
 constexpr size_t kLongestEscape = 6;
 
 // The characters that stand for one of the value.
-struct Escape {
+struct EscapeText {
     WCHAR text[kLongestEscape];
     size_t length;
 };
 
-Escape EscapeOf(WCHAR ch)
+EscapeText EscapeOf(WCHAR ch)
 {
     if (ch == '"' || ch == '\\')
         return {{'\\', ch}, 2};
     if (ch >= 0x20 && ch < 0x80)
         return {{ch}, 1};
-    Escape escape = {{'\\', 'u'}, kLongestEscape};
+    EscapeText escape = {{'\\', 'u'}, kLongestEscape};
     for (size_t i = 0; i < 4; i++)
         escape.text[2 + i] = TEXT("0123456789abcdef")[ch >> (12 - 4 * i) & 0xF];
     return escape;
@@ -43,7 +43,7 @@ int BldStrCatJson(BldStr* str, const WCHAR* value)
         return 0;
     TextWriter writer(escaped.get(), length + 1);
     for (const WCHAR ch : text) {
-        const Escape escape = EscapeOf(ch);
+        const EscapeText escape = EscapeOf(ch);
         writer.Text(TextView(escape.text, escape.length));
     }
     return BldStrCat(str, escaped.get());
