@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <utility>
 
 #include "platform/linux/win_errors.h"
 
@@ -43,8 +44,6 @@ DWORD StatusOf(std::string_view line)
 Exchange::~Exchange()
 {
     Stop();
-    curl_easy_cleanup(easy_);
-    curl_multi_cleanup(multi_);
     curl_slist_free_all(connectTo_);
 }
 
@@ -55,12 +54,7 @@ LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeo
     timeouts_ = timeouts;
     if (SizeOfRequestLine(message_.verb, target) + message_.head.size() > kMaxHead)
         return ERROR_WINHTTP_HEADER_SIZE_OVERFLOW;
-    // A transfer without TLS leaves a session cache in the handle, which libcurl would lose for the shared one.
-    if (target.secure && tls_ == nullptr) {
-        curl_easy_cleanup(easy_);
-        easy_ = nullptr;
-    }
-    Create();
+    transfer_ = TakeTransfer();
     Configure(timeouts);
     Aim(target);
     Begin();
@@ -92,7 +86,7 @@ void Exchange::Consume(size_t count)
 
 void Exchange::Begin()
 {
-    if (error_ == 0 && curl_multi_add_handle(multi_, easy_) != CURLM_OK)
+    if (error_ == 0 && curl_multi_add_handle(multi(), easy()) != CURLM_OK)
         error_ = ERROR_WINHTTP_INTERNAL_ERROR;
     running_ = error_ == 0;
     ended_ = !running_;
@@ -102,7 +96,10 @@ void Exchange::Begin()
 void Exchange::Stop()
 {
     if (running_)
-        curl_multi_remove_handle(multi_, easy_);
+        curl_multi_remove_handle(multi(), easy());
+    if (running_ && ended_ && error_ == 0)
+        ReturnTransfer(std::move(transfer_));
+    transfer_.reset();
     running_ = connected_ = tlsRefused_ = headComplete_ = ended_ = false;
     error_ = 0;
     status_ = 0;
@@ -118,7 +115,7 @@ bool Exchange::WholeRequestSent() const
         return false;
     if (ended_) {
         curl_off_t sent = 0;
-        curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);
+        curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
         return static_cast<size_t>(sent) >= message_.bodySize;
     }
     // libcurl waits for room to write as long as something is left. A descriptor beyond the set's size isn't looked at:
@@ -130,7 +127,7 @@ bool Exchange::WholeRequestSent() const
     FD_ZERO(&writing);
     FD_ZERO(&failing);
     int last = -1;
-    curl_multi_fdset(multi_, &reading, &writing, &failing, &last);
+    curl_multi_fdset(multi(), &reading, &writing, &failing, &last);
     for (int socket = 0; socket <= last; ++socket) {
         if (FD_ISSET(socket, &writing))
             return false;
@@ -164,7 +161,7 @@ void Exchange::DriveUntil(Condition condition, Limits limits)
 bool Exchange::Connecting() const
 {
     curl_off_t connectTime = 0;
-    curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &connectTime);
+    curl_easy_getinfo(easy(), CURLINFO_CONNECT_TIME_T, &connectTime);
     return connectTime == 0 && !connected_;
 }
 
@@ -176,7 +173,7 @@ bool Exchange::Wait(Clock::time_point until)
     if (until != Clock::time_point::max())
         waitMs = std::clamp<long long>(std::chrono::ceil<milliseconds>(until - Clock::now()).count(), 0, waitMs);
     int ready = 0;
-    if (curl_multi_poll(multi_, nullptr, 0, static_cast<int>(waitMs), &ready) != CURLM_OK)
+    if (curl_multi_poll(multi(), nullptr, 0, static_cast<int>(waitMs), &ready) != CURLM_OK)
         End(ERROR_WINHTTP_INTERNAL_ERROR);
     return ready > 0;
 }
@@ -184,16 +181,16 @@ bool Exchange::Wait(Clock::time_point until)
 void Exchange::Perform()
 {
     int stillRunning = 0;
-    const CURLMcode result = ended_ ? CURLM_OK : curl_multi_perform(multi_, &stillRunning);
+    const CURLMcode result = ended_ ? CURLM_OK : curl_multi_perform(multi(), &stillRunning);
     if (result != CURLM_OK)
         return End(result == CURLM_OUT_OF_MEMORY ? ERROR_NOT_ENOUGH_MEMORY : ERROR_WINHTTP_INTERNAL_ERROR);
     int left = 0;
-    while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+    while (const CURLMsg* message = curl_multi_info_read(multi(), &left)) {
         if (message->msg != CURLMSG_DONE)
             continue;
         // libcurl reports a line of over 100 KB, or a trailer of over 4 KB, as lack of memory.
         long sent = 0;
-        curl_easy_getinfo(easy_, CURLINFO_REQUEST_SIZE, &sent);
+        curl_easy_getinfo(easy(), CURLINFO_REQUEST_SIZE, &sent);
         const bool longLine = message->data.result == CURLE_OUT_OF_MEMORY && sent != 0;
         End(longLine ? ERROR_WINHTTP_HEADER_SIZE_OVERFLOW : ErrorFromCurl(message->data.result, tlsRefused_));
     }

@@ -12,10 +12,9 @@
 
 #include "platform/linux/secret_bytes.h"
 #include "platform/linux/winhttp_message.h"
+#include "platform/linux/winhttp_pool.h"
 
 namespace winhttp {
-
-class TlsShare;
 
 // Milliseconds; 0 and -1 mean no limit. Sending a request and receiving a head may each take three times their limit in
 // all, however little at a time arrives: for a head that is WinHTTP's default of 90 s.
@@ -73,7 +72,6 @@ class Exchange {
     static CURLcode OnTlsContext(CURL*, void* context, void* self);
     static void OnTlsState(const SSL* ssl, int where, int result);
 
-    void Create();
     void Configure(const Timeouts& timeouts);
     void Aim(const Target& target);
     void Begin();
@@ -89,18 +87,18 @@ class Exchange {
     template <class Value>
     void Set(CURLoption option, Value value);
 
-    CURL* easy_ = nullptr;
-    CURLM* multi_ = nullptr;
-    bool running_ = false;
+    CURL* easy() const { return transfer_->easy(); }
+    CURLM* multi() const { return transfer_->multi(); }
 
-    // What the current transfer rests on.
+    // What the current transfer rests on. NULL before the first one.
+    std::unique_ptr<Transfer> transfer_;
     Message message_ = {};
     Timeouts timeouts_;
-    std::shared_ptr<const TlsShare> tls_;
     curl_slist* connectTo_ = nullptr;
     std::array<curl_slist, 8> fields_ = {};
 
     // How far it has come.
+    bool running_ = false;
     bool connected_ = false;
     bool tlsRefused_ = false;
     bool headComplete_ = false;

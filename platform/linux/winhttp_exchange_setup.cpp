@@ -1,10 +1,8 @@
 // What libcurl is told before a transfer.
 #include <openssl/err.h>
-#include <sys/auxv.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <new>
 
 #include "platform/linux/win_errors.h"
@@ -17,25 +15,6 @@ namespace {
 // A field without a value keeps libcurl from adding its own; what goes out stands in the last node.
 constexpr const char* kUnwanted[] = {
     "Host:", "Accept:", "Content-Type:", "Content-Length:", "Expect:", "Transfer-Encoding:"};
-
-// Whether the program runs with more rights than its caller, to whose environment it must not listen then.
-bool IsPrivileged()
-{
-    return getauxval(AT_SECURE) != 0;
-}
-
-bool InitializeOnce()
-{
-    static std::once_flag once;
-    static CURLcode result = CURLE_FAILED_INIT;
-    std::call_once(once, [] {
-        // libcurl would open this file here, and write the keys of all connections to it.
-        if (IsPrivileged())
-            unsetenv("SSLKEYLOGFILE");
-        result = curl_global_init(CURL_GLOBAL_DEFAULT);
-    });
-    return result == CURLE_OK;
-}
 
 // libcurl's connect-to list out of KELVARO_CONNECT_TO; NULL when there is none.
 curl_slist* ConnectToList()
@@ -63,23 +42,11 @@ curl_slist* ConnectToList()
 template <class Value>
 void Exchange::Set(CURLoption option, Value value)
 {
-    const CURLcode result = curl_easy_setopt(easy_, option, value);
+    const CURLcode result = curl_easy_setopt(easy(), option, value);
     if (result == CURLE_OUT_OF_MEMORY)
         throw std::bad_alloc();
     if (result != CURLE_OK && error_ == 0)
         error_ = ErrorFromCurl(result, false);
-}
-
-void Exchange::Create()
-{
-    if (!InitializeOnce())
-        throw std::bad_alloc();
-    if (easy_ == nullptr)
-        easy_ = curl_easy_init();
-    if (multi_ == nullptr)
-        multi_ = curl_multi_init();
-    if (easy_ == nullptr || multi_ == nullptr)
-        throw std::bad_alloc();
 }
 
 // What is the same for all requests.
@@ -125,11 +92,8 @@ void Exchange::Aim(const Target& target)
     connectTo_ = ConnectToList();
     Set(CURLOPT_CONNECT_TO, connectTo_);
     Set(CURLOPT_URL, UrlOf(target).c_str());
-    if (target.secure) {
-        std::shared_ptr<const TlsShare> tls = AcquireTlsShare();
-        Set(CURLOPT_SHARE, tls->sessions());
-        tls_ = std::move(tls);
-    }
+    if (target.secure && transfer_->Use(AcquireTlsShare()) != CURLE_OK)
+        throw std::bad_alloc();
 
     size_t count = 0;
     for (const char* field : kUnwanted)
@@ -154,7 +118,7 @@ void Exchange::Aim(const Target& target)
 CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
 {
     auto* const tls = static_cast<SSL_CTX*>(context);
-    X509_STORE* const roots = static_cast<Exchange*>(self)->tls_->roots();
+    X509_STORE* const roots = static_cast<Exchange*>(self)->transfer_->tls()->roots();
     if (roots == nullptr)
         return CURLE_SSL_CACERT_BADFILE;
     SSL_CTX_set1_cert_store(tls, roots);

@@ -1,4 +1,5 @@
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -146,6 +147,43 @@ TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
             EXPECT_EQ(server.resumed(), row.resumed) << row.name;
         }
     }
+}
+
+// libcurl's handles are kept.
+TEST_F(WinHttpTls, KeepsNothingOfARequestForTheNext)
+{
+    const Credentials identity("kv.test", &root_, -1, 1);
+    RawServer server(
+        [](Peer& peer) {
+            const bool head = peer.ReadRequest().substr(0, 5) == "HEAD ";
+            peer.Write(head ? std::string_view(kOk).substr(0, sizeof(kOk) - 3) : kOk);
+        },
+        &identity);
+    ConnectTo(Entry(443, server));
+    const struct {
+        Call call;
+        const char* wire;
+    } rows[] = {
+        {{"kv.test", 443, "/h", "HEAD"},
+         "HEAD /h HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
+        {{"kv.test", 443, "/p", "POST", "A: b", "body"},
+         "POST /p HTTP/1.1\r\nConnection: Keep-Alive\r\nA: b\r\nUser-Agent: Agent 1\r\nContent-Length: 4\r\n"
+         "Host: kv.test\r\n\r\nbody"},
+        {{"kv.test", 443, "/g", "GET"},
+         "GET /g HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Outcome(Perform(row.call)), "200") << row.wire;
+        EXPECT_EQ(server.requests().back(), row.wire);
+    }
+
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(Outcome(Perform({"kv.test", 443})) == "200" ? 0 : 1);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "a forked child makes its own";
 }
 
 TEST_F(WinHttpTls, ReturnsARedirectThatLeavesTls)
