@@ -14,32 +14,44 @@ static void FetchImageName(WCHAR (&name)[kImageNameChars])
         name[0] = 0;
 }
 
-static void Attach(const WCHAR* imageName, const WCHAR* userName)
+// The names are looked up for a line that will be written alone: the look-up of the user's is a call to another
+// process, made under the loader's lock.
+static void LogLifeLine(const WCHAR* message)
+{
+    if (!LogGateOpen(LOG_ENTRY_LEVEL))
+        return;
+    WCHAR imageName[kImageNameChars];
+    WCHAR userName[kUserNameChars];
+    FetchImageName(imageName);
+    FetchUserName(userName);
+    LogStrings(message, imageName, userName, LOG_ENTRY_LEVEL);
+}
+
+static void Attach()
 {
     LogAttach();
-    LogStrings(TEXT("DllMain DLL_PROCESS_ATTACH"), imageName, userName, LOG_ENTRY_LEVEL);
+    LogLifeLine(TEXT("DllMain DLL_PROCESS_ATTACH"));
     KelvaroBufferListInit();
     // A module without its semaphore still works: the waits fail and their users go on.
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
 }
 
-static void Detach(const WCHAR* imageName, const WCHAR* userName)
+static void Detach(bool processEnds)
 {
-    LogStrings(TEXT("DllMain DLL_PROCESS_DETACH"), imageName, userName, LOG_ENTRY_LEVEL);
+    if (processEnds)
+        LogProcessEnds();
+    LogLifeLine(TEXT("DllMain DLL_PROCESS_DETACH"));
     if (KelvaroPropertySemaphore)
         CloseHandle(KelvaroPropertySemaphore);
     KelvaroPropertySemaphore = nullptr;
 }
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID /*reserved*/)
+// reserved: at a detach, set when the process ends and NULL when the module is unloaded.
+extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved)
 {
-    WCHAR imageName[kImageNameChars];
-    WCHAR userName[kUserNameChars];
-    FetchImageName(imageName);
-    FetchUserName(userName);
     if (reason == DLL_PROCESS_ATTACH)
-        Attach(imageName, userName);
+        Attach();
     else if (reason == DLL_PROCESS_DETACH)
-        Detach(imageName, userName);
+        Detach(reserved != nullptr);
     return TRUE;
 }

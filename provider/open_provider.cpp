@@ -120,6 +120,14 @@ static KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
     return provider;
 }
 
+// The user's name is looked up for this line alone.
+static void LogOpening(const WCHAR* providerName)
+{
+    WCHAR userName[kUserNameChars];
+    FetchUserName(userName);
+    LogStrings(kEntryPoint, providerName, userName, LOG_ENTRY_LEVEL);
+}
+
 SECURITY_STATUS WINAPI KelvaroOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName, DWORD /*dwFlags*/)
 {
     static const HivePass machinePass = {HKEY_LOCAL_MACHINE, true,
@@ -128,9 +136,8 @@ SECURITY_STATUS WINAPI KelvaroOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWS
     static const HivePass userPass = {HKEY_CURRENT_USER, false, TEXT("KelvaroOpenProvider Saving User DPAPI Secret"),
                                       TEXT("KelvaroOpenProvider Reading User DPAPI Secret")};
 
-    WCHAR userName[kUserNameChars];
-    FetchUserName(userName);
-    LogStrings(kEntryPoint, pszProviderName, userName, LOG_ENTRY_LEVEL);
+    if (LogGateOpen(LOG_ENTRY_LEVEL))
+        LogOpening(pszProviderName);
     if (!phProvider)
         return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider phProvider NULL"), kEntryPoint);
     if (!pszProviderName)

@@ -16,9 +16,6 @@ static constexpr const WCHAR* kTextNames[] = {
     TEXT("Use Context"),
 };
 
-// What a line has room for.
-static constexpr size_t kTraceChars = 10000;
-
 template <size_t count>
 static bool Listed(const WCHAR* const (&names)[count], const WCHAR* name)
 {
@@ -37,31 +34,12 @@ static LONG NumberOf(const BYTE* value, DWORD cbValue)
     return number;
 }
 
-static void TraceText(const WCHAR* function, const WCHAR* property, const BYTE* value, DWORD cbValue)
-{
-    if (!value) {
-        LogStrings(function, property, nullptr, LOG_DETAIL_LEVEL);
-        return;
-    }
-    // A host's bytes need not be aligned, may lack their terminator, and may end behind it before cbValue does.
-    WCHAR text[kTraceChars];
-    const size_t room = cbValue / sizeof(WCHAR);
-    size_t count = 0;
-    for (; count < room && count < kTraceChars - 1; count++) {
-        memcpy(&text[count], value + count * sizeof(WCHAR), sizeof(WCHAR));
-        if (!text[count])
-            break;
-    }
-    text[count] = 0;
-    LogStrings(function, property, text, LOG_DETAIL_LEVEL);
-}
-
 void WritePropertyTrace(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue)
 {
     if (Listed(kNumberNames, pszProperty))
         LogNumber(function, pszProperty, NumberOf(value, cbValue), LOG_DETAIL_LEVEL);
     else if (Listed(kTextNames, pszProperty))
-        TraceText(function, pszProperty, value, cbValue);
+        LogHostText(function, pszProperty, value, cbValue, LOG_DETAIL_LEVEL);
     else
         LogData(function, pszProperty);
 }

@@ -1,5 +1,9 @@
 #include "support/log.h"
 
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
 #include <atomic>
 
 #include "support/clock.h"
@@ -16,9 +20,6 @@ WCHAR EventSourceName[256] = {};
 // Set by the first event record and never released: it ends with the process.
 static std::atomic<HANDLE> EventSourceHandle{nullptr};
 
-// Room for a composed line of 10000 characters and its terminator; what is longer is cut.
-static constexpr size_t kTextChars = 10000 + 1;
-
 void LogAttach()
 {
     SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("EventLog"), EventSourceName, 256);
@@ -31,6 +32,11 @@ void LogAttach()
         LogLevel = EVLoggingLevel;
     if (LoggingLevel > 0)
         LogFileWriteDate();
+}
+
+void LogProcessEnds()
+{
+    EVLoggingLevel = 0;
 }
 
 static WORD EventType(LONG level)
@@ -59,55 +65,128 @@ static void ReportLine(const WCHAR* text, LONG level)
     ReportEventW(source, EventType(level), 0, 0, nullptr, 1, 0, strings, nullptr);
 }
 
+// text: terminated behind its cchText characters.
+static void WriteText(const WCHAR* text, size_t cchText, LONG level)
+{
+    if (level <= LogLevel)
+        LogFileWriteLine(TextView(text, cchText), level);
+    if (level <= EVLoggingLevel)
+        ReportLine(text, level);
+}
+
+// A piece of a composed text: 16-bit units at any alignment, or bytes that become a character each.
+struct Piece {
+    const void* data;
+    size_t length;
+    bool isWide;
+};
+
+static Piece WidePiece(TextView text)
+{
+    return {text.data(), text.size(), true};
+}
+
+static Piece WidePiece(const WCHAR* text)
+{
+    return WidePiece(text ? TextView(text) : TextView(TEXT("(NULL)")));
+}
+
+static constexpr Piece kBlank = {TEXT(" "), 1, true};
+
+static size_t ComposedLength(const Piece* pieces, size_t count)
+{
+    size_t length = 0;
+    for (size_t i = 0; i < count; i++)
+        length += std::min(pieces[i].length, kLogTextLimit - length);
+    return length;
+}
+
+// Composes the pieces once and writes the text, cut at kLogTextLimit. A host's stack may be small: only a short text is
+// composed on it, a longer one on the heap, and without memory it is cut to a short one.
+static void WritePieces(const Piece* pieces, size_t count, LONG level)
+{
+    const LastErrorKeeper keeper;
+    WCHAR brief[kLogBriefLimit + 1];
+    size_t capacity = ComposedLength(pieces, count) + 1;
+    MallocPtr<WCHAR> block;
+    if (capacity > kLogBriefLimit + 1) {
+        block.reset(static_cast<WCHAR*>(malloc(capacity * sizeof(WCHAR))));
+        if (!block)
+            capacity = kLogBriefLimit + 1;
+    }
+    WCHAR* const text = block ? block.get() : brief;
+    TextWriter writer(text, capacity);
+    for (size_t i = 0; i < count; i++) {
+        if (pieces[i].isWide)
+            writer.Units(pieces[i].data, pieces[i].length);
+        else
+            writer.Bytes(static_cast<const char*>(pieces[i].data), pieces[i].length);
+    }
+    WriteText(text, writer.length(), level);
+}
+
+template <size_t count>
+static void WritePieces(const Piece (&pieces)[count], LONG level)
+{
+    WritePieces(pieces, count, level);
+}
+
 void LogWriteLine(const WCHAR* text, LONG level)
 {
     const LastErrorKeeper keeper;
     if (!text)
         text = TEXT("(NULL)");
-    if (level <= LogLevel)
-        LogFileWriteLine(text, level);
-    if (level <= EVLoggingLevel)
-        ReportLine(text, level);
+    WriteText(text, View(text).size(), level);
 }
 
 void LogWriteError(const WCHAR* message, DWORD code, LONG level)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" Error 0x")).Hex(static_cast<uint32_t>(code));
-    LogWriteLine(text, level);
+    WCHAR digits[16];
+    TextWriter(digits, 16).Hex(static_cast<uint32_t>(code));
+    WritePieces({WidePiece(message), WidePiece(TEXT(" Error 0x")), WidePiece(digits)}, level);
 }
 
 void LogWriteString(const WCHAR* message, const WCHAR* value, LONG level)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" ")).Text(value);
-    LogWriteLine(text, level);
+    WritePieces({WidePiece(message), kBlank, WidePiece(value)}, level);
 }
 
 void LogWriteStrings(const WCHAR* message, const WCHAR* first, const WCHAR* second, LONG level)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" ")).Text(first).Text(TEXT(" ")).Text(second);
-    LogWriteLine(text, level);
+    WritePieces({WidePiece(message), kBlank, WidePiece(first), kBlank, WidePiece(second)}, level);
 }
 
 void LogWriteNumber(const WCHAR* message, const WCHAR* value, LONG number, LONG level)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" ")).Text(value).Text(TEXT(" ")).Number(number);
-    LogWriteLine(text, level);
+    WCHAR digits[16];
+    TextWriter(digits, 16).Number(number);
+    WritePieces({WidePiece(message), kBlank, WidePiece(value), kBlank, WidePiece(digits)}, level);
 }
 
 void LogWriteData(const WCHAR* message, const WCHAR* value)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" ")).Text(value).Text(TEXT(" (NULL)"));
-    LogWriteLine(text, LOG_DETAIL_LEVEL);
+    WritePieces({WidePiece(message), kBlank, WidePiece(value), WidePiece(TEXT(" (NULL)"))}, LOG_DETAIL_LEVEL);
+}
+
+// How many 16-bit units stand in front of the terminator, or in all of the cbText bytes.
+static size_t UnitsAt(const BYTE* text, size_t cbText)
+{
+    size_t count = 0;
+    for (; count < cbText / sizeof(WCHAR) && count < kLogTextLimit; count++) {
+        if (!text[count * sizeof(WCHAR)] && !text[count * sizeof(WCHAR) + 1])
+            break;
+    }
+    return count;
+}
+
+void LogWriteHostText(const WCHAR* message, const WCHAR* name, const BYTE* text, DWORD cbText, LONG level)
+{
+    const Piece value = text ? Piece{text, UnitsAt(text, cbText), true} : WidePiece(nullptr);
+    WritePieces({WidePiece(message), kBlank, WidePiece(name), kBlank, value}, level);
 }
 
 void LogWriteAscii(const WCHAR* message, const char* value)
 {
-    WCHAR text[kTextChars];
-    TextWriter(text, kTextChars).Text(message).Text(TEXT(" ")).Bytes(value);
-    LogWriteLine(text, LOG_ERROR_LEVEL);
+    const Piece bytes = value ? Piece{value, strlen(value), false} : WidePiece(nullptr);
+    WritePieces({WidePiece(message), kBlank, bytes}, LOG_ERROR_LEVEL);
 }

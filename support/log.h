@@ -1,7 +1,8 @@
 // The diagnostic log: a daily text file and the event log, one level number a line.
 //
 // Every call tests its level before anything is formatted: a line that no outlet takes costs one comparison.
-// No call has a result and none changes the thread's last error. All of them may run on any thread.
+// No call has a result and none changes the thread's last error. All of them may run on any thread, and each takes at
+// most 16 KB of its stack.
 #pragma once
 
 #include "platform/platform.h"
@@ -27,6 +28,9 @@ void LogAttach();
 // The day's log file, opened for appending: an operating system handle that the caller closes, or INVALID_HANDLE_VALUE.
 HANDLE LogOpenFile();
 
+// From here on nothing goes to the event log, which can't be called while the process ends.
+void LogProcessEnds();
+
 // The bodies behind the gates; call the inline functions below.
 void LogWriteLine(const WCHAR* text, LONG level);
 void LogWriteError(const WCHAR* message, DWORD code, LONG level);
@@ -34,6 +38,7 @@ void LogWriteString(const WCHAR* message, const WCHAR* text, LONG level);
 void LogWriteStrings(const WCHAR* message, const WCHAR* first, const WCHAR* second, LONG level);
 void LogWriteNumber(const WCHAR* message, const WCHAR* text, LONG number, LONG level);
 void LogWriteData(const WCHAR* message, const WCHAR* text);
+void LogWriteHostText(const WCHAR* message, const WCHAR* name, const BYTE* text, DWORD cbText, LONG level);
 void LogWriteAscii(const WCHAR* message, const char* text);
 
 inline bool LogGateOpen(LONG level)
@@ -85,6 +90,14 @@ inline void LogData(const WCHAR* message, const WCHAR* text)
 {
     if (LogGateOpen(LOG_DETAIL_LEVEL))
         LogWriteData(message, text);
+}
+
+// "message name text", where the text comes from a host: cbText bytes at any alignment, which end at their terminator
+// if there is one. NULL prints as "(NULL)".
+inline void LogHostText(const WCHAR* message, const WCHAR* name, const BYTE* text, DWORD cbText, LONG level)
+{
+    if (LogGateOpen(level))
+        LogWriteHostText(message, name, text, cbText, level);
 }
 
 // "message " and a byte string of a response, at level 1.

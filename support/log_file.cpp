@@ -1,6 +1,6 @@
 #include "support/log_file.h"
 
-#include <string.h>
+#include <stdlib.h>
 #include <time.h>
 
 #include "support/clock.h"
@@ -9,10 +9,10 @@
 #include "support/settings.h"
 #include "support/text.h"
 
-// A composed line: the text's 10000 characters with prefix, stamp and level around it, of up to three bytes a
-// character.
-static constexpr size_t kLineChars = 10000 + 64;
-static constexpr size_t kLineBytes = kLineChars * 3;
+// UTF-8 has up to three bytes for a 16-bit unit.
+static constexpr size_t kUnitBytes = 3;
+// What stands around the text in bytes: prefix, stamp, level and line end.
+static constexpr size_t kFrameBytes = 64;
 
 // "directory\year-month-day_Kelvaro.log" of the current UTC date.
 static bool ComposePath(WCHAR (&path)[1024])
@@ -44,50 +44,99 @@ HANDLE LogOpenFile()
                        OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// Local time as "2026-01-31 09:05:07".
-static void WriteStamp(TextWriter* line, int64_t unixTime)
+// "Kelvaro: 2026-01-31 09:05:07 ", in local time.
+static void WriteHead(TextWriter* head)
 {
-    const __time64_t now = unixTime;
+    head->Text(TEXT("Kelvaro: "));
+    const __time64_t now = ClockUnixTime();
     struct tm date = {};
-    if (_localtime64_s(&date, &now) != 0)
-        return;
-    line->Padded(static_cast<uint32_t>(date.tm_year + 1900), 4)
-        .Text(TEXT("-"))
-        .Padded(static_cast<uint32_t>(date.tm_mon + 1), 2)
-        .Text(TEXT("-"))
-        .Padded(static_cast<uint32_t>(date.tm_mday), 2)
-        .Text(TEXT(" "))
-        .Padded(static_cast<uint32_t>(date.tm_hour), 2)
-        .Text(TEXT(":"))
-        .Padded(static_cast<uint32_t>(date.tm_min), 2)
-        .Text(TEXT(":"))
-        .Padded(static_cast<uint32_t>(date.tm_sec), 2);
+    if (_localtime64_s(&date, &now) == 0) {
+        head->Padded(static_cast<uint32_t>(date.tm_year + 1900), 4)
+            .Text(TEXT("-"))
+            .Padded(static_cast<uint32_t>(date.tm_mon + 1), 2)
+            .Text(TEXT("-"))
+            .Padded(static_cast<uint32_t>(date.tm_mday), 2)
+            .Text(TEXT(" "))
+            .Padded(static_cast<uint32_t>(date.tm_hour), 2)
+            .Text(TEXT(":"))
+            .Padded(static_cast<uint32_t>(date.tm_min), 2)
+            .Text(TEXT(":"))
+            .Padded(static_cast<uint32_t>(date.tm_sec), 2);
+    }
+    head->Text(TEXT(" "));
 }
 
-// Appends `line` and the platform's line end in UTF-8. `room` is the work buffer of the conversion.
-static void AppendLine(HANDLE file, TextView line, char (&room)[kLineBytes + 2])
+// A line in UTF-8, in a block that has room for all of it.
+class LineBytes {
+  public:
+    LineBytes(char* bytes, size_t capacity) : bytes_(bytes), capacity_(capacity) {}
+
+    void Append(TextView text)
+    {
+        if (text.empty())
+            return;
+        const int converted =
+            WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes_ + length_,
+                                static_cast<int>(capacity_ - length_), nullptr, nullptr);
+        length_ += converted > 0 ? static_cast<size_t>(converted) : 0;
+    }
+
+    // One write, so that nobody else's bytes come between.
+    void WriteTo(HANDLE file)
+    {
+        Append(TEXT(PLATFORM_LINE_END));
+        DWORD written = 0;
+        WriteFile(file, bytes_, static_cast<DWORD>(length_), &written, nullptr);
+    }
+
+  private:
+    char* bytes_;
+    size_t capacity_;
+    size_t length_ = 0;
+};
+
+static bool IsLineBreak(WCHAR unit)
 {
-    const int converted = WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), room,
-                                              static_cast<int>(kLineBytes), nullptr, nullptr);
-    const size_t length = converted > 0 ? static_cast<size_t>(converted) : 0;
-    memcpy(room + length, PLATFORM_LINE_END, strlen(PLATFORM_LINE_END));
-    DWORD written = 0;
-    WriteFile(file, room, static_cast<DWORD>(length + strlen(PLATFORM_LINE_END)), &written, nullptr);
+    return (unit >= '\n' && unit <= '\r') || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
-void LogFileWriteLine(const WCHAR* text, LONG level)
+// Appends the text with a blank in place of each line break.
+static void AppendFlat(LineBytes* line, TextView text)
+{
+    size_t start = 0;
+    for (size_t i = 0; i < text.size(); i++) {
+        if (!IsLineBreak(text[i]))
+            continue;
+        line->Append(text.substr(start, i - start));
+        line->Append(TEXT(" "));
+        start = i + 1;
+    }
+    line->Append(text.substr(start));
+}
+
+void LogFileWriteLine(TextView text, LONG level)
 {
     const HANDLE file = LogOpenFile();
     if (file == INVALID_HANDLE_VALUE)
         return;
-    WCHAR line[kLineChars];
-    char room[kLineBytes + 2];
-    TextWriter writer(line, kLineChars);
-    writer.Text(TEXT("Kelvaro: "));
-    WriteStamp(&writer, ClockUnixTime());
-    // Composed texts have up to 10000 characters; a longer one is cut here, so that the level always fits behind it.
-    writer.Text(TEXT(" ")).Text(View(text).substr(0, 10000)).Text(TEXT(" ")).Number(level);
-    AppendLine(file, TextView(line, writer.length()), room);
+    char brief[kLogBriefLimit * kUnitBytes + kFrameBytes];
+    text = text.substr(0, kLogTextLimit);
+    MallocPtr<char> block;
+    if (text.size() > kLogBriefLimit) {
+        block.reset(static_cast<char*>(malloc(text.size() * kUnitBytes + kFrameBytes)));
+        if (!block)
+            text = text.substr(0, kLogBriefLimit);
+    }
+    LineBytes line(block ? block.get() : brief, text.size() * kUnitBytes + kFrameBytes);
+    WCHAR room[kFrameBytes];
+    TextWriter head(room, kFrameBytes);
+    WriteHead(&head);
+    line.Append(TextView(room, head.length()));
+    AppendFlat(&line, text);
+    TextWriter tail(room, kFrameBytes);
+    tail.Text(TEXT(" ")).Number(level);
+    line.Append(TextView(room, tail.length()));
+    line.WriteTo(file);
     CloseHandle(file);
 }
 
@@ -98,10 +147,12 @@ void LogFileWriteDate()
         return;
     const __time64_t now = ClockUnixTime();
     const WCHAR* date = _wctime64(&now);
-    TextView line = View(date);
-    if (!line.empty() && line.back() == '\n')
-        line.remove_suffix(1);
-    char room[kLineBytes + 2];
-    AppendLine(file, line, room);
+    TextView text = View(date);
+    if (!text.empty() && text.back() == '\n')
+        text.remove_suffix(1);
+    char room[kFrameBytes];
+    LineBytes line(room, kFrameBytes);
+    line.Append(text);
+    line.WriteTo(file);
     CloseHandle(file);
 }

@@ -2,10 +2,17 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "support/text.h"
+
+// The longest text of a line, in characters; what is longer is cut.
+constexpr size_t kLogTextLimit = 10000;
+// The longest text that is handled on the stack.
+constexpr size_t kLogBriefLimit = 500;
 
 // "Kelvaro: stamp text level" in the day's file, with one write, so that lines of several threads and processes stay
-// whole. A file that cannot be opened loses the line without a word.
-void LogFileWriteLine(const WCHAR* text, LONG level);
+// whole. Line breaks inside the text become blanks: one event is one line. The line is lost when the file can't be
+// opened, and cut to kLogBriefLimit characters when there is no memory for more.
+void LogFileWriteLine(TextView text, LONG level);
 
 // The date line of an attach: the local date and time on its own.
 void LogFileWriteDate();

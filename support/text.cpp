@@ -1,5 +1,9 @@
 #include "support/text.h"
 
+#include <string.h>
+
+#include <algorithm>
+
 TextView View(const WCHAR* text)
 {
     return text ? TextView(text) : TextView();
@@ -54,10 +58,7 @@ TextWriter::TextWriter(WCHAR* buffer, size_t cchBuffer) : buffer_(buffer), capac
 
 TextWriter& TextWriter::Text(TextView text)
 {
-    const size_t count = text.copy(buffer_ + length_, capacity_ - 1 - length_);
-    length_ += count;
-    buffer_[length_] = 0;
-    return *this;
+    return Units(text.data(), text.size());
 }
 
 TextWriter& TextWriter::Text(const WCHAR* text)
@@ -65,12 +66,25 @@ TextWriter& TextWriter::Text(const WCHAR* text)
     return Text(text ? TextView(text) : TextView(TEXT("(NULL)")));
 }
 
+TextWriter& TextWriter::Units(const void* text, size_t count)
+{
+    const size_t fitting = std::min(count, capacity_ - 1 - length_);
+    if (fitting)
+        memcpy(buffer_ + length_, text, fitting * sizeof(WCHAR));
+    length_ += fitting;
+    buffer_[length_] = 0;
+    return *this;
+}
+
 TextWriter& TextWriter::Bytes(const char* text)
 {
-    if (!text)
-        return Text(static_cast<const WCHAR*>(nullptr));
-    while (*text && length_ + 1 < capacity_)
-        buffer_[length_++] = static_cast<unsigned char>(*text++);
+    return text ? Bytes(text, strlen(text)) : Text(static_cast<const WCHAR*>(nullptr));
+}
+
+TextWriter& TextWriter::Bytes(const char* text, size_t count)
+{
+    for (size_t i = 0; i < count && length_ + 1 < capacity_; i++)
+        buffer_[length_++] = static_cast<unsigned char>(text[i]);
     buffer_[length_] = 0;
     return *this;
 }

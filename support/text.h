@@ -34,7 +34,9 @@ class TextWriter {
 
     TextWriter& Text(const WCHAR* text);  // NULL prints as "(NULL)"
     TextWriter& Text(TextView text);
-    TextWriter& Bytes(const char* text);            // each byte widened to one character
+    TextWriter& Units(const void* text, size_t count);  // 16-bit units at any alignment
+    TextWriter& Bytes(const char* text);                // each byte widened to one character
+    TextWriter& Bytes(const char* text, size_t count);
     TextWriter& Number(int64_t value);              // decimal
     TextWriter& Padded(uint32_t value, int width);  // decimal, zeros in front up to `width` digits
     TextWriter& Hex(uint32_t value);                // lower-case hexadecimal, no padding

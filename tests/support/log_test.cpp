@@ -100,6 +100,17 @@ TEST_F(LogTest, LongTextsAreCutAndOthersKeepTheirLetters)
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ("body " + std::string(9995, 'x') + " 10", lines[0]);
     EXPECT_EQ("name Schl\u00fcssel \u2713 10", lines[1]);
+
+    // Without memory what fits on the stack is still written.
+    root.ClearLog();
+    const TextString body = Wide(std::string(20000, 'x'));
+    {
+        const AllocFault fault(0, true);
+        LogString(TEXT("body"), body.c_str(), 10);
+        LogLine(body.c_str(), 10);
+    }
+    EXPECT_EQ((std::vector<std::string>{"body " + std::string(495, 'x') + " 10", std::string(500, 'x') + " 10"}),
+              root.LogLines());
 }
 
 TEST_F(LogTest, LinesOfManyThreadsStayWhole)
