@@ -18,6 +18,7 @@
 #include <windows.h>
 // windows.h comes first.
 #include <bcrypt.h>
+#include <ktmw32.h>
 #include <psapi.h>
 #include <rpc.h>
 #include <wchar.h>

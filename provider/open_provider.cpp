@@ -12,8 +12,10 @@
 #include "support/text.h"
 
 static constexpr WCHAR kEntryPoint[] = TEXT("KelvaroOpenProvider");
+static constexpr WCHAR kClearValue[] = TEXT("ClientSecret");
+static constexpr WCHAR kProtectedValue[] = TEXT("ClientDPAPISecret");
 static constexpr size_t kSettingChars = 512;
-static constexpr size_t kProtectedSecretChars = 4096;
+static constexpr size_t kProtectedSecretChars = kSettingTextLimit;
 static constexpr size_t kNameBytesLimit = 0xFFFF;  // of the provider's name, terminator included
 
 static_assert(kSettingChars * sizeof(WCHAR) == kSecretBufferSize, "the whole buffer of a secret is protected");
@@ -46,47 +48,77 @@ static void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars],
     SettingsReadText(hive, TEXT("ClientId"), settings->clientId, sizeof(settings->clientId));
     // The clear secret before the protected one: an open that is about to move it writes them in the other order, so
     // that nobody ever finds both empty.
-    SettingsReadText(hive, TEXT("ClientSecret"), settings->secret, sizeof(settings->secret));
-    SettingsReadText(hive, TEXT("ClientDPAPISecret"), settings->protectedSecret, sizeof(settings->protectedSecret));
+    SettingsReadText(hive, kClearValue, settings->secret, sizeof(settings->secret));
+    SettingsReadText(hive, kProtectedValue, settings->protectedSecret, sizeof(settings->protectedSecret));
     SettingsReadText(hive, TEXT("ClientCertID"), settings->clientCertId, sizeof(settings->clientCertId));
     settings->doDeletePurge = SettingsReadNumber(hive, TEXT("DoDeletePurge"));
     settings->certificatesOrKeys = SettingsReadNumber(hive, TEXT("CertificatesOrKeys"));
     settings->exportableOption = SettingsReadNumber(hive, TEXT("ExportableOption"));
 }
 
-// Puts a clear secret under protection. *stored: the registry now holds it in protected form.
-static void SaveProtectedSecret(const HivePass& pass, HiveSettings* settings, bool* sealed, bool* stored)
+// What became of a clear secret that an open found in the registry.
+enum class Sealing {
+    refused,    // the platform didn't protect it
+    notStored,  // protected in memory; the registry has its clear form alone
+    stored,     // the registry has both forms
+};
+
+// Puts the clear secret under protection, in settings->protectedSecret and in the registry. A secret that an
+// administrator has set meanwhile, and that another open may have stored already, keeps its place.
+static Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.savingText, LOG_STEP_LEVEL);
-    *sealed = ProtectSecret(reinterpret_cast<const BYTE*>(settings->secret), pass.forMachine, settings->protectedSecret,
-                            kProtectedSecretChars);
-    *stored = SettingsWriteText(pass.hive, TEXT("ClientDPAPISecret"), settings->protectedSecret) && *sealed;
+    const bool sealed = ProtectSecret(reinterpret_cast<const BYTE*>(settings->secret), pass.forMachine,
+                                      settings->protectedSecret, kProtectedSecretChars);
+    const SettingText seen[] = {{kClearValue, settings->secret}};
+    const bool written = SettingsWriteTextIf(pass.hive, {kProtectedValue, settings->protectedSecret}, seen, 1);
+    if (!sealed)
+        return Sealing::refused;
+    return written ? Sealing::stored : Sealing::notStored;
 }
 
-// Takes the secret from its protected form. mayClear: the clear value may leave the registry after that.
-static void LoadProtectedSecret(const HivePass& pass, HiveSettings* settings, bool mayClear)
+// Takes the secret from its protected form. False, with the secret as it was, when that can't be read.
+static bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.readingText, LOG_STEP_LEVEL);
     if (!GetSecretFromDPAPI(settings->protectedSecret, reinterpret_cast<BYTE*>(settings->secret), kSecretBufferSize)) {
         LogLine(TEXT("KelvaroOpenProvider Failed to Decrypt DPAPI Secret"), LOG_STEP_LEVEL);
-        return;
+        return false;
     }
     // A value that another program protected may lack its terminator.
     settings->secret[kSettingChars - 1] = 0;
-    if (mayClear)
-        SettingsWriteText(pass.hive, TEXT("ClientSecret"), TEXT(""));
+    return true;
 }
 
+// Empties the clear value, provided that both forms in the registry are still this open's own: a new clear secret is
+// for one of the next opens to take up.
+static void ClearSecret(const HivePass& pass, const HiveSettings& settings)
+{
+    const SettingText seen[] = {{kClearValue, settings.secret}, {kProtectedValue, settings.protectedSecret}};
+    SettingsWriteTextIf(pass.hive, {kClearValue, TEXT("")}, seen, 2);
+}
+
+// Moves a clear secret under protection, or takes the one that was moved earlier.
 static void SettleSecret(const HivePass& pass, HiveSettings* settings)
 {
-    // A clear secret that could not be stored in protected form stays where it is: the registry has no other copy.
-    bool sealed = true;
-    bool stored = true;
-    if (settings->secret[0])
-        SaveProtectedSecret(pass, settings, &sealed, &stored);
-    // An older protected secret doesn't take the place of a clear one that could not be sealed.
-    if (sealed && settings->protectedSecret[0])
-        LoadProtectedSecret(pass, settings, stored);
+    if (!settings->secret[0]) {
+        if (settings->protectedSecret[0])
+            LoadProtectedSecret(pass, settings);
+        return;
+    }
+    switch (SealSecret(pass, settings)) {
+        case Sealing::refused:
+            // The clear secret serves; an older protected one doesn't take its place.
+            return;
+        case Sealing::notStored:
+            // The registry has no other copy: the clear value stays.
+            LoadProtectedSecret(pass, settings);
+            return;
+        case Sealing::stored:
+            if (LoadProtectedSecret(pass, settings))
+                ClearSecret(pass, *settings);
+            return;
+    }
 }
 
 // Reads one hive and builds its client. NULL: no memory.

@@ -35,15 +35,12 @@ static HKEY Hive(int isMachine)
     return isMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
 }
 
-void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
+static void ReadText(HKEY key, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
 {
     memset(buffer, 0, cbBuffer);
-    const SettingsKey key(hive);
-    if (!key.get())
-        return;
     DWORD type = 0;
     DWORD size = cbBuffer;
-    const LONG error = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size);
+    const LONG error = RegQueryValueExW(key, valueName, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size);
     // After a value that is too long the buffer's contents are undefined.
     if (error != ERROR_SUCCESS || type != REG_SZ) {
         SecureZeroMemory(buffer, cbBuffer);
@@ -51,6 +48,15 @@ void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cb
     }
     // A stored text may lack its terminator.
     buffer[cbBuffer / sizeof(WCHAR) - 1] = 0;
+}
+
+void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
+{
+    const SettingsKey key(hive);
+    if (key.get())
+        ReadText(key.get(), valueName, buffer, cbBuffer);
+    else
+        memset(buffer, 0, cbBuffer);
 }
 
 DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName)
@@ -79,6 +85,64 @@ bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
         return false;
     const DWORD size = static_cast<DWORD>((View(text).size() + 1) * sizeof(WCHAR));
     return RegSetKeyValueW(key.get(), nullptr, valueName, REG_SZ, text, size) == ERROR_SUCCESS;
+}
+
+static bool HasText(HKEY key, const SettingText& seen)
+{
+    WCHAR text[kSettingTextLimit];
+    ReadText(key, seen.name, text, sizeof(text));
+    const bool same = TextEqual(text, seen.text);
+    SecureZeroMemory(text, sizeof(text));
+    return same;
+}
+
+// The settings key inside a transaction: what is written takes effect at Commit, and the system gives the transaction
+// up as soon as anybody else touches the key.
+class SettingsTransaction {
+  public:
+    explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
+    {
+        if (transaction_ == INVALID_HANDLE_VALUE ||
+            RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key_, transaction_,
+                                  nullptr) != ERROR_SUCCESS)
+            key_ = nullptr;
+    }
+    ~SettingsTransaction()
+    {
+        if (key_)
+            RegCloseKey(key_);
+        if (transaction_ != INVALID_HANDLE_VALUE)
+            CloseHandle(transaction_);  // what isn't committed is dropped
+    }
+    SettingsTransaction(const SettingsTransaction&) = delete;
+    SettingsTransaction& operator=(const SettingsTransaction&) = delete;
+
+    HKEY key() const { return key_; }
+    bool Commit() { return CommitTransaction(transaction_); }
+
+  private:
+    HANDLE transaction_;
+    HKEY key_ = nullptr;
+};
+
+static bool WriteTextIf(HKEY key, const SettingText& value, const SettingText* seen, size_t seenCount)
+{
+    for (size_t i = 0; i < seenCount; i++) {
+        if (!HasText(key, seen[i]))
+            return false;
+    }
+    const DWORD size = static_cast<DWORD>((View(value.text).size() + 1) * sizeof(WCHAR));
+    return RegSetValueExW(key, value.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.text), size) == ERROR_SUCCESS;
+}
+
+bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount)
+{
+    SettingsTransaction transaction(hive);
+    if (transaction.key())
+        return WriteTextIf(transaction.key(), value, seen, seenCount) && transaction.Commit();
+    // The machine has no transactions: nothing but a few instructions stand between the comparison and the write.
+    const SettingsKey key(hive);
+    return key.get() && WriteTextIf(key.get(), value, seen, seenCount);
 }
 
 // The size of a value in bytes; 0 when key or value is missing.

@@ -19,6 +19,21 @@ bool SettingsWriteNumber(HKEY hive, const WCHAR* valueName, DWORD number);
 // Writes a REG_SZ with its terminator. False when the key cannot be opened or the value not be written.
 bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text);
 
+// The longest text setting in characters, terminator included.
+constexpr size_t kSettingTextLimit = 4096;
+
+// A text setting and what it says, or said when the caller read it.
+struct SettingText {
+    const WCHAR* name;
+    const WCHAR* text;
+};
+
+// Writes `value` as a REG_SZ, unless one of the values in `seen` no longer has the text that the caller read; a missing
+// one counts as empty. False when nothing was written. Comparison and write are one step, whoever else writes to the
+// key, where the machine has registry transactions; elsewhere they follow each other at once, and a value that somebody
+// writes in the moment between is lost.
+bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount);
+
 // A string value of any length: a new BldStr, empty when key or value is missing or of another type; the caller frees
 // it. NULL: no memory. isMachine: non-zero for the machine hive.
 BldStr* BldStrGetWStringValue(int isMachine, const WCHAR* valueName);

@@ -4,7 +4,7 @@
 # Usage: tools/check-windows-binaries.sh BUILD_DIR
 set -eu
 build=$1
-windows_dlls='^(kernel32|advapi32|crypt32|ncrypt|bcrypt|winhttp|rpcrt4|msvcrt|user32|ws2_32|shell32|ole32|psapi|api-ms-win-[a-z0-9-]+)\.dll$'
+windows_dlls='^(kernel32|advapi32|crypt32|ncrypt|bcrypt|winhttp|rpcrt4|msvcrt|user32|ws2_32|shell32|ole32|psapi|ktmw32|api-ms-win-[a-z0-9-]+)\.dll$'
 version=$(head -n 1 "$(dirname "$0")/../VERSION")
 failed=0
 

@@ -98,5 +98,6 @@ void RetireHandles(std::initializer_list<KernelObject::Kind> kinds)
 
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
-    return RetireHandle(handle, {KernelObject::Kind::semaphore, KernelObject::Kind::file}) != nullptr;
+    using Kind = KernelObject::Kind;
+    return RetireHandle(handle, {Kind::semaphore, Kind::file, Kind::transaction}) != nullptr;
 }

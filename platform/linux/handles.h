@@ -10,7 +10,7 @@
 
 class KernelObject {
   public:
-    enum class Kind { semaphore, file, keyStorageProvider, softwareKey };
+    enum class Kind { semaphore, file, transaction, keyStorageProvider, softwareKey };
 
     explicit KernelObject(Kind kind) : kind_(kind) {}
     virtual ~KernelObject() = default;

@@ -4,6 +4,7 @@
 
 #include "platform/linux/outcome.h"
 #include "platform/linux/registry_hive.h"
+#include "platform/linux/registry_transaction.h"
 #include "platform/linux/text.h"
 #include "platform/linux/win_registry.h"
 
@@ -16,6 +17,7 @@ constexpr DWORD kMaxValueSize = 16u << 20;
 struct OpenedKey : HKEY__ {
     HiveId hive;
     std::u16string path;
+    ObjectRef<Transaction> transaction;  // NULL: none
 };
 
 // Where a call works: a key and, below it, what its subKey argument names.
@@ -27,6 +29,11 @@ struct Place {
 bool IsHiveItself(HKEY key)
 {
     return key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
+}
+
+Transaction* TransactionOf(HKEY key)
+{
+    return key == nullptr || IsHiveItself(key) ? nullptr : static_cast<OpenedKey*>(key)->transaction.get();
 }
 
 LONG TestPath(std::u16string_view path)
@@ -49,6 +56,8 @@ LONG FindPlace(HKEY key, LPCWSTR subKey, Place* place)
 {
     if (key == nullptr)
         return ERROR_INVALID_HANDLE;
+    if (TransactionOf(key) != nullptr)
+        return ERROR_NOT_SUPPORTED;
     if (IsHiveItself(key)) {
         place->hive = key == HKEY_LOCAL_MACHINE ? HiveId::machine : HiveId::user;
     } else {
@@ -101,20 +110,35 @@ LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const Regis
     return ERROR_SUCCESS;
 }
 
+// Whether the key had another value, or none.
+bool PutValue(RegistryKey* key, const RegistryValue& value)
+{
+    RegistryValue* stored = key->FindValue(value.name);
+    if (stored == nullptr) {
+        key->values.push_back(value);
+        return true;
+    }
+    const bool changes = stored->type != value.type || stored->data != value.data;
+    stored->type = value.type;
+    stored->data = value.data;
+    return changes;
+}
+
+LONG SetValue(Transaction* transaction, const RegistryValue& value)
+{
+    RegistryKey* const key = transaction->key();
+    if (key == nullptr)
+        return ERROR_TRANSACTION_NOT_ACTIVE;
+    PutValue(key, value);
+    return ERROR_SUCCESS;
+}
+
 LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
 {
     return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
         if (!creates && !hive->HasKey(place.path))
             return ERROR_KEY_DELETED;
-        RegistryKey* key = hive->FindOrAddKey(place.path);
-        RegistryValue* stored = key->FindValue(value.name);
-        *changed = stored == nullptr || stored->type != value.type || stored->data != value.data;
-        if (stored == nullptr) {
-            key->values.push_back(value);
-        } else {
-            stored->type = value.type;
-            stored->data = value.data;
-        }
+        *changed = PutValue(hive->FindOrAddKey(place.path), value);
         return ERROR_SUCCESS;
     });
 }
@@ -122,8 +146,9 @@ LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
 LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
 {
     return CodeOf([&]() -> LONG {
+        Transaction* const transaction = subKey == nullptr ? TransactionOf(key) : nullptr;
         Place place;
-        const LONG error = FindPlace(key, subKey, &place);
+        const LONG error = transaction != nullptr ? ERROR_SUCCESS : FindPlace(key, subKey, &place);
         if (error != ERROR_SUCCESS)
             return error;
         const std::u16string_view name = ViewOf(valueName);
@@ -138,7 +163,7 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
             const BYTE* bytes = static_cast<const BYTE*>(data);
             value.data.assign(bytes, bytes + size);
         }
-        return SetValue(place, !ViewOf(subKey).empty(), value);
+        return transaction != nullptr ? SetValue(transaction, value) : SetValue(place, !ViewOf(subKey).empty(), value);
     });
 }
 
@@ -147,6 +172,8 @@ template <typename Visit>
 LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 {
     return CodeOf([&]() -> LONG {
+        if (Transaction* const transaction = TransactionOf(key))
+            return transaction->key() != nullptr ? visit(transaction->key()) : ERROR_TRANSACTION_NOT_ACTIVE;
         Place place;
         const LONG error = FindPlace(key, nullptr, &place);
         if (error != ERROR_SUCCESS)
@@ -179,6 +206,27 @@ LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
         if (error == ERROR_SUCCESS)
             *result = place.path.empty() ? key : NewKey(std::move(place));
         return error;
+    });
+}
+
+LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, PHKEY result, HANDLE transaction, PVOID)
+{
+    if (result == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    *result = nullptr;
+    return CodeOf([&]() -> LONG {
+        ObjectRef<Transaction> object = FindObject<Transaction>(transaction);
+        if (object == nullptr)
+            return ERROR_INVALID_HANDLE;
+        Place place;
+        LONG error = FindPlace(key, subKey, &place);
+        if (error == ERROR_SUCCESS)
+            error = object->Enter(place.hive, place.path);
+        if (error != ERROR_SUCCESS)
+            return error;
+        *result = NewKey(std::move(place));
+        static_cast<OpenedKey*>(*result)->transaction = std::move(object);
+        return ERROR_SUCCESS;
     });
 }
 

@@ -41,8 +41,8 @@ constexpr DWORD WAIT_OBJECT_0 = 0;
 constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
-// Closes what CreateSemaphoreW and CreateFileW gave. FALSE and ERROR_INVALID_HANDLE for anything else, closed handles
-// included.
+// Closes what CreateSemaphoreW, CreateFileW and CreateTransaction gave. FALSE and ERROR_INVALID_HANDLE for anything
+// else, closed handles included.
 BOOL WINAPI CloseHandle(HANDLE handle);
 
 // Unnamed semaphores only: a name gives ERROR_NOT_SUPPORTED.

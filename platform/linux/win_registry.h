@@ -26,6 +26,8 @@ constexpr DWORD REG_DWORD = 4;
 constexpr DWORD REG_MULTI_SZ = 7;
 constexpr DWORD REG_QWORD = 11;
 
+constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
+constexpr REGSAM KEY_SET_VALUE = 0x0002;
 constexpr REGSAM KEY_READ = 0x20019;
 constexpr REGSAM KEY_WRITE = 0x20006;
 constexpr DWORD REG_OPTION_NON_VOLATILE = 0;
@@ -54,3 +56,16 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName);
 
 // Deletes a key with its values; one that has keys below it is refused with ERROR_ACCESS_DENIED, as a hive itself is.
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey);
+
+// A transaction over one key: what RegSetValueExW writes through the key takes effect at the commit, unless anybody
+// else has changed the key's values since it was opened; then the commit fails with ERROR_TRANSACTION_ALREADY_ABORTED,
+// and nothing is written. No argument is looked at; a failure is INVALID_HANDLE_VALUE. Closing the handle without a
+// commit drops what was written.
+HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES attributes, GUID* unitOfWork, DWORD options, DWORD isolationLevel,
+                                DWORD isolationFlags, DWORD timeout, LPWSTR description);
+BOOL WINAPI CommitTransaction(HANDLE transaction);
+
+// The key takes RegQueryValueExW, which sees what was written through it, and RegSetValueExW; any other call gives
+// ERROR_NOT_SUPPORTED, as does a second key of the same transaction. Options and access are not looked at.
+LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result,
+                                  HANDLE transaction, PVOID reserved);

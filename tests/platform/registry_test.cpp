@@ -243,6 +243,46 @@ TEST(Registry, WhatIsNoRegularFileIsADamagedHive)
     EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_BADDB);
 }
 
+TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
+{
+    const struct {
+        const char* name;
+        bool otherWrites, commits;
+        std::string a, b;
+    } rows[] = {
+        {"alone", false, true, "mine", "mine"},
+        {"somebody else writes", true, true, "old", "theirs"},
+        {"no commit", false, false, "old", "old"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const PlatformRoot root;
+        WriteMachineHive(root, "\"A\"=\"old\"\n\"B\"=\"old\"\n");
+        const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
+        HKEY key = nullptr;
+        ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyTransactedW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE,
+                                                       &key, transaction, nullptr));
+        for (const LPCWSTR name : {u"A", u"B"})
+            EXPECT_EQ(ERROR_SUCCESS, RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(u"mine"), 10));
+        EXPECT_EQ("old", GetText(HKEY_LOCAL_MACHINE, u"A"));
+        char16_t seen[5];
+        DWORD size = sizeof seen;
+        EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExW(key, u"A", nullptr, nullptr, reinterpret_cast<BYTE*>(seen), &size));
+        EXPECT_EQ(std::u16string(u"mine"), seen);
+        if (row.otherWrites) {
+            EXPECT_EQ(ERROR_SUCCESS, SetText(HKEY_LOCAL_MACHINE, u"B", u"theirs"));
+        }
+        if (row.commits) {
+            EXPECT_EQ(!row.otherWrites, CommitTransaction(transaction) != FALSE);
+            EXPECT_EQ(ERROR_TRANSACTION_NOT_ACTIVE, RegSetValueExW(key, u"A", 0, REG_SZ, nullptr, 0));
+        }
+        EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
+        EXPECT_TRUE(CloseHandle(transaction));
+        EXPECT_EQ(row.a, GetText(HKEY_LOCAL_MACHINE, u"A"));
+        EXPECT_EQ(row.b, GetText(HKEY_LOCAL_MACHINE, u"B"));
+    }
+}
+
 TEST(Registry, WritersInThreadsAndProcessesLoseNothing)
 {
     const PlatformRoot root;

@@ -1,0 +1,67 @@
+#include "platform/linux/registry_transaction.h"
+
+#include <algorithm>
+
+#include "platform/linux/outcome.h"
+#include "platform/linux/win_registry.h"
+
+namespace {
+
+bool SameValues(const RegistryKey& a, const RegistryKey& b)
+{
+    return std::equal(a.values.begin(), a.values.end(), b.values.begin(), b.values.end(),
+                      [](const RegistryValue& left, const RegistryValue& right) {
+                          return left.name == right.name && left.type == right.type && left.data == right.data;
+                      });
+}
+
+}  // namespace
+
+LONG Transaction::Enter(HiveId hive, const std::u16string& path)
+{
+    if (entered_ || ended_)
+        return ERROR_NOT_SUPPORTED;
+    return ReadHive(hive, HiveContent::complete, [&](const RegistryHive& current) -> LONG {
+        const RegistryKey* found = current.FindKey(path);
+        if (found == nullptr)
+            return ERROR_FILE_NOT_FOUND;
+        hive_ = hive;
+        before_ = *found;
+        after_ = *found;
+        entered_ = true;
+        return ERROR_SUCCESS;
+    });
+}
+
+LONG Transaction::Commit()
+{
+    if (ended_)
+        return ERROR_TRANSACTION_NOT_ACTIVE;
+    ended_ = true;
+    if (!entered_)
+        return ERROR_SUCCESS;
+    return ChangeHive(hive_, [this](RegistryHive* current, bool* changed) -> LONG {
+        RegistryKey* const found = current->FindKey(before_.path);
+        if (found == nullptr || !SameValues(*found, before_))
+            return ERROR_TRANSACTION_ALREADY_ABORTED;
+        *changed = !SameValues(*found, after_);
+        found->values = after_.values;
+        return ERROR_SUCCESS;
+    });
+}
+
+HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES, GUID*, DWORD, DWORD, DWORD, DWORD, LPWSTR)
+{
+    HANDLE handle = nullptr;
+    Succeeds([&]() -> LONG {
+        handle = PublishHandle(ObjectRef<KernelObject>(new Transaction));
+        return handle == nullptr ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+    });
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+}
+
+BOOL WINAPI CommitTransaction(HANDLE handle)
+{
+    const auto transaction = FindObject<Transaction>(handle);
+    return transaction != nullptr && Succeeds([&] { return transaction->Commit(); });
+}
