@@ -54,7 +54,7 @@ TEST_F(CertificateModeCreationTest, EachAlgorithmHasItsPolicy)
         OwnKey key;
         EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
         const std::string body = Body(row.keyProperties, row.algId);
-        EXPECT_EQ("HMR", Requests({body, ""}));
+        EXPECT_EQ("hardware merge read", Requests({body, ""}));
         EXPECT_EQ(
             (Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKeyCertificate 8",
                      "KVCLowLevelCreateKeyCertificate 8", "KVCLowLevelCreateKeyCertificate JSON Body " + body + " 10",
@@ -83,18 +83,18 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
     const std::string refusedDetail = detail + "refused";
     const std::string knownDetail = detail + known.dump();
     const std::vector<Message> messages = {
-        {'E', "KVCLowLevelCreateKeyCertificate REST Call Error", 1},
-        {'T', "KVCLowLevelCreateKeyCertificate ActionThrottled", 2},
-        {'B', "KVCLowLevelCreateKeyCertificate HSM Key Failed - retry with software key", 2},
-        {'D', refusedDetail.c_str(), 2},
-        {'K', knownDetail.c_str(), 2},
-        {'N', detail.c_str(), 2},
-        {'X', "KVCLowLevelCreateKeyCertificate Failed", 1},
-        {'m', "KVCImportCertificate Error", 1},
-        {'t', "KVCImportCertificate THROLLED - RETRY ", 2},
-        {'n', "KVCImportCertificate Failed", 1},
-        {'r', "KVCGetKey KVCDoKVRESTCall Error", 1},
-        {'R', "KVCGetKey KVCDoKVRESTCall Failed", 1},
+        {"call", "KVCLowLevelCreateKeyCertificate REST Call Error", 1},
+        {"throttled", "KVCLowLevelCreateKeyCertificate ActionThrottled", 2},
+        {"fallback", "KVCLowLevelCreateKeyCertificate HSM Key Failed - retry with software key", 2},
+        {"detail", refusedDetail.c_str(), 2},
+        {"known-detail", knownDetail.c_str(), 2},
+        {"no-detail", detail.c_str(), 2},
+        {"failed", "KVCLowLevelCreateKeyCertificate Failed", 1},
+        {"merge-error", "KVCImportCertificate Error", 1},
+        {"merge-throttled", "KVCImportCertificate THROLLED - RETRY ", 2},
+        {"merge-failed", "KVCImportCertificate Failed", 1},
+        {"read-error", "KVCGetKey KVCDoKVRESTCall Error", 1},
+        {"read-failed", "KVCGetKey KVCDoKVRESTCall Failed", 1},
     };
     const struct {
         const char* name;
@@ -105,29 +105,39 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
         int result;
         const char* lines;
     } rows[] = {
-        {"no hardware", "403", "", "HSMR", 0, 1, "E403 B403"},
-        {"no hardware in the known words", "400k", "", "HSMR", 0, 1, "E400 B400"},
-        {"no hardware in other words", "400", "", "HSMR", 0, 1, "E400 B400 D"},
-        {"the known words with another status", "404k", "", "HSMR", 0, 1, "E404 B404 K"},
-        {"410", "410", "", "HSMR", 0, 1, "E410 B410 D"},
-        {"411 is final", "411", "", "H", 0, 0, "E411 X411 D"},
-        {"refused twice", "403 400k", "", "HS", 0, 0, "E403 B403 E400 X400 K"},
-        {"throttled to the end", "429 429 429 429 429", "", "HHHHH", 5, 0,
-         "E429 T429 E429 T429 E429 T429 E429 T429 E429 T429"},
-        {"throttled around the fall-back", "429 403 429", "", "HHSSMR", 2, 1, "E429 T429 E403 B403 E429 T429"},
-        {"the longest road", "429 429 429 429 403 429", "", "HHHHHS", 5, 0,
-         "E429 T429 E429 T429 E429 T429 E429 T429 E403 B403 E429 T429"},
-        {"200", "200", "", "H", 0, 0, "X200 D"},
-        {"204", "204", "", "H", 0, 0, "X204 N"},
-        {"a server error", "503", "", "H", 0, 0, "E503 X503 D"},
-        {"taken without JSON", "202", "", "HR", 0, 0, "r R404"},
-        {"merge throttled", "", "429 429", "HMMMR", 2, 1, "t429 t429"},
-        {"merge throttled to the end", "", "429 429 429 429 429", "HMMMMMR", 5, 0, "t429 t429 t429 t429 t429 r R404"},
-        {"merge refused", "", "400", "HMR", 0, 0, "m400 r R404"},
-        {"merge in conflict", "", "409", "HMR", 0, 0, "m409 r R404"},
-        {"merge without content", "", "204", "HMR", 0, 0, "n204 r R404"},
-        {"merge answered 200", "", "200", "HMR", 0, 0, "r R404"},
-        {"merge answered 202", "", "202", "HMR", 0, 0, "r R404"},
+        {"no hardware", "403", "", "hardware software merge read", 0, 1, "call:403 fallback:403"},
+        {"no hardware in the known words", "400k", "", "hardware software merge read", 0, 1, "call:400 fallback:400"},
+        {"no hardware in other words", "400", "", "hardware software merge read", 0, 1, "call:400 fallback:400 detail"},
+        {"the known words with another status", "404k", "", "hardware software merge read", 0, 1,
+         "call:404 fallback:404 known-detail"},
+        {"410", "410", "", "hardware software merge read", 0, 1, "call:410 fallback:410 detail"},
+        {"411 is final", "411", "", "hardware", 0, 0, "call:411 failed:411 detail"},
+        {"refused twice", "403 400k", "", "hardware software", 0, 0,
+         "call:403 fallback:403 call:400 failed:400 known-detail"},
+        {"throttled to the end", "429 429 429 429 429", "", "hardware hardware hardware hardware hardware", 5, 0,
+         "call:429 throttled:429 call:429 throttled:429 call:429 throttled:429 call:429 "
+         "throttled:429 call:429 throttled:429"},
+        {"throttled around the fall-back", "429 403 429", "", "hardware hardware software software merge read", 2, 1,
+         "call:429 throttled:429 call:403 fallback:403 call:429 throttled:429"},
+        {"the longest road", "429 429 429 429 403 429", "", "hardware hardware hardware hardware hardware software", 5,
+         0,
+         "call:429 throttled:429 call:429 throttled:429 call:429 throttled:429 call:429 "
+         "throttled:429 call:403 fallback:403 call:429 throttled:429"},
+        {"200", "200", "", "hardware", 0, 0, "failed:200 detail"},
+        {"204", "204", "", "hardware", 0, 0, "failed:204 no-detail"},
+        {"a server error", "503", "", "hardware", 0, 0, "call:503 failed:503 detail"},
+        {"taken without JSON", "202", "", "hardware read", 0, 0, "read-error read-failed:404"},
+        {"merge throttled", "", "429 429", "hardware merge merge merge read", 2, 1,
+         "merge-throttled:429 merge-throttled:429"},
+        {"merge throttled to the end", "", "429 429 429 429 429", "hardware merge merge merge merge merge read", 5, 0,
+         "merge-throttled:429 merge-throttled:429 merge-throttled:429 merge-throttled:429 "
+         "merge-throttled:429 read-error read-failed:404"},
+        {"merge refused", "", "400", "hardware merge read", 0, 0, "merge-error:400 read-error read-failed:404"},
+        {"merge in conflict", "", "409", "hardware merge read", 0, 0, "merge-error:409 read-error read-failed:404"},
+        {"merge without content", "", "204", "hardware merge read", 0, 0,
+         "merge-failed:204 read-error read-failed:404"},
+        {"merge answered 200", "", "200", "hardware merge read", 0, 0, "read-error read-failed:404"},
+        {"merge answered 202", "", "202", "hardware merge read", 0, 0, "read-error read-failed:404"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -161,7 +171,7 @@ TEST_F(CertificateModeCreationTest, RequestsThatCannotBeAnswered)
         Answer("/create?", 202, {{"csr", row.csr}});
         OwnKey key;
         EXPECT_EQ(0, Create("mykey", "ECDSA_P256", 256, &key));
-        EXPECT_EQ("H", Requests(kCurve));
+        EXPECT_EQ("hardware", Requests(kCurve));
         ASSERT_FALSE(LinesUpTo(2).empty());
         EXPECT_EQ(row.line, LinesUpTo(2).back());
     }
@@ -177,7 +187,7 @@ TEST_F(CertificateModeCreationTest, TheReadBackDecides)
         EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key)) << answer;
         EXPECT_EQ("EC", Kty(key));
     }
-    EXPECT_EQ("HRHRHR", Requests(kCurve));
+    EXPECT_EQ("hardware read hardware read hardware read", Requests(kCurve));
 }
 
 TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertificateAtHand)
@@ -219,7 +229,7 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertifica
         OwnKey after;
         EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), algId.c_str(), 2048,
                                                      &after, 0, certificate.get(), size, row.subject));
-        EXPECT_EQ("HMR", Requests({row.body, ""}));
+        EXPECT_EQ("hardware merge read", Requests({row.body, ""}));
         EXPECT_EQ(text, MergedCertificate());
         EXPECT_EQ(Strings{}, LinesUpTo(2));
         EXPECT_TRUE(root.Logged("KVCLowLevelCreateKeyCertificate KVC_ToBase64 b64Cert Good b64Cert", 8));

@@ -1,4 +1,4 @@
-// What the stories about new keys share: answers in a row, requests as letters, log lines as words.
+// What the stories about new keys share: answers in a row, requests and log lines as words.
 #pragma once
 
 #include <sstream>
@@ -40,27 +40,27 @@ class CreationTest : public VaultTest {
             Answer(path, std::stoi(status), status.back() == 'k' ? known : nlohmann::json("refused"));
     }
 
-    // All requests to the vault, a letter each: H and S create (the bodies of `sent`), M merges, R reads; anything else
-    // stands there in full.
+    // All requests to the vault, a word each: creations in "hardware" and in "software" (the bodies of `sent`), "merge"
+    // and "read"; anything else in full.
     std::string Requests(const RequestBodies& sent)
     {
         const std::string collection = certificateMode() ? "/certificates" : "/keys";
-        std::string letters;
+        std::string words;
         for (const nlohmann::json& request : ClientTest::Requests("?api-version=")) {
             const std::string line = request.value("method", "") + " " + request.value("target", "");
             const std::string body = request.value("body", "");
             if (line == "POST " + collection + "/mykey/create?api-version=7.0" && body == sent.hardware)
-                letters += "H";
+                words += " hardware";
             else if (line == "POST " + collection + "/mykey/create?api-version=7.0" && body == sent.software)
-                letters += "S";
+                words += " software";
             else if (line == "POST " + collection + "/mykey/pending/merge?api-version=7.0" && IsMergeBody(body))
-                letters += "M";
+                words += " merge";
             else if (line == "GET /keys/mykey?api-version=2016-10-01" && body.empty())
-                letters += "R";
+                words += " read";
             else
-                letters += "[" + line + " " + body + "]";
+                words += " [" + line + " " + body + "]";
         }
-        return letters;
+        return words.substr(words.empty() ? 0 : 1);
     }
     static bool IsMergeBody(const std::string& body)
     {
@@ -95,9 +95,10 @@ class CreationTest : public VaultTest {
     }
 };
 
-// The log lines of a row: words of a letter, which stands for a message and its level, and the status behind it.
+// The log lines of a row: words that stand for a message and its level, each with the status behind a colon if the line
+// has one.
 struct Message {
-    char letter;
+    const char* word;
     const char* text;
     int level;
 };
@@ -107,12 +108,13 @@ inline Strings Lines(const std::string& words, const std::vector<Message>& messa
     std::istringstream stream(words);
     for (std::string word; stream >> word;) {
         for (const Message& message : messages) {
-            if (message.letter != word[0])
+            const size_t colon = word.find(':');
+            if (message.word != word.substr(0, colon))
                 continue;
             std::ostringstream line;
             line << message.text;
-            if (word.size() > 1)
-                line << " Error 0x" << std::hex << std::stoi(word.substr(1)) << std::dec;
+            if (colon != std::string::npos)
+                line << " Error 0x" << std::hex << std::stoi(word.substr(colon + 1)) << std::dec;
             line << " " << message.level;
             lines.push_back(line.str());
         }

@@ -35,7 +35,7 @@ TEST_F(KeyCreationTest, EachAlgorithmHasItsRequest)
         Fresh();
         OwnKey key;
         EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
-        EXPECT_EQ("H", Requests(row.bodies));
+        EXPECT_EQ("hardware", Requests(row.bodies));
         const std::string body = "KVCCreateKey JSON Body " + row.bodies.hardware + " 10";
         EXPECT_EQ((Strings{"KVCCreateKey 8", "KVCCreateKey Calling KVCLowLevelCreateKey 8", "KVCLowLevelCreateKey 8",
                            body, body}),
@@ -54,22 +54,23 @@ TEST_F(KeyCreationTest, EachAlgorithmHasItsRequest)
     sim.ClearJournal();
     EXPECT_EQ(0, Create("mykey", "ecdsa_p256", -256, &key));
     EXPECT_EQ(
-        "H", Requests({R"({"kty":"RSA-HSM","key_size":"-256","tags": {"AlgID":"ecdsa_p256","KeyName":"mykey"}})", ""}));
+        "hardware",
+        Requests({R"({"kty":"RSA-HSM","key_size":"-256","tags": {"AlgID":"ecdsa_p256","KeyName":"mykey"}})", ""}));
     // The fall-back of an RSA key; that of a curve stands below.
     Answer("/create?", 403, "");
     sim.ClearJournal();
     EXPECT_EQ(1, Create("mykey", "RSA", 2048, &key));
-    EXPECT_EQ("HS", Requests(kRsa));
+    EXPECT_EQ("hardware software", Requests(kRsa));
     EXPECT_EQ("RSA", Kty(key));
 }
 
 TEST_F(KeyCreationTest, AnswersOfEveryKind)
 {
     const std::vector<Message> messages = {
-        {'E', "KVCLowLevelCreateKey REST Call Error", 1},
-        {'T', "KVCLowLevelCreateKey ActionThrottled", 2},
-        {'B', "KVCLowLevelCreateKey HSM Key Failed - retry with software key", 2},
-        {'X', "KVCLowLevelCreateKey Failed", 1},
+        {"call", "KVCLowLevelCreateKey REST Call Error", 1},
+        {"throttled", "KVCLowLevelCreateKey ActionThrottled", 2},
+        {"fallback", "KVCLowLevelCreateKey HSM Key Failed - retry with software key", 2},
+        {"failed", "KVCLowLevelCreateKey Failed", 1},
     };
     const struct {
         const char* name;
@@ -79,24 +80,29 @@ TEST_F(KeyCreationTest, AnswersOfEveryKind)
         int result;
         const char* lines;
     } rows[] = {
-        {"no hardware", "403", "HS", 0, 1, "E403 B403"},
-        {"no hardware by 400", "400", "HS", 0, 1, "E400 B400"},
-        {"no hardware by 410", "410", "HS", 0, 1, "E410 B410"},
-        {"411 is final", "411", "H", 0, 0, "E411 X411"},
-        {"refused twice", "403 403", "HS", 0, 0, "E403 B403 E403 X403"},
-        {"another refusal", "400 404", "HS", 0, 0, "E400 B400 E404 X404"},
-        {"a conflict", "409 409", "HS", 0, 0, "E409 B409 E409 X409"},
-        {"throttled", "429 429 429 429", "HHHHH", 4, 1, "E429 T429 E429 T429 E429 T429 E429 T429"},
-        {"throttled to the end", "429 429 429 429 429", "HHHHH", 5, 0,
-         "E429 T429 E429 T429 E429 T429 E429 T429 E429 T429"},
-        {"throttled after the fall-back", "403 429 429", "HSSS", 2, 1, "E403 B403 E429 T429 E429 T429"},
-        {"the longest road", "429 429 429 429 403 429", "HHHHHS", 5, 0,
-         "E429 T429 E429 T429 E429 T429 E429 T429 E403 B403 E429 T429"},
-        {"a server error", "500", "H", 0, 0, "E500 X500"},
-        {"201", "201", "H", 0, 0, "X201"},
-        {"202", "202", "H", 0, 0, "X202"},
-        {"204", "204", "H", 0, 0, "X204"},
-        {"no JSON", "200", "H", 0, 1, ""},
+        {"no hardware", "403", "hardware software", 0, 1, "call:403 fallback:403"},
+        {"no hardware by 400", "400", "hardware software", 0, 1, "call:400 fallback:400"},
+        {"no hardware by 410", "410", "hardware software", 0, 1, "call:410 fallback:410"},
+        {"411 is final", "411", "hardware", 0, 0, "call:411 failed:411"},
+        {"refused twice", "403 403", "hardware software", 0, 0, "call:403 fallback:403 call:403 failed:403"},
+        {"another refusal", "400 404", "hardware software", 0, 0, "call:400 fallback:400 call:404 failed:404"},
+        {"a conflict", "409 409", "hardware software", 0, 0, "call:409 fallback:409 call:409 failed:409"},
+        {"throttled", "429 429 429 429", "hardware hardware hardware hardware hardware", 4, 1,
+         "call:429 throttled:429 call:429 throttled:429 call:429 throttled:429 call:429 "
+         "throttled:429"},
+        {"throttled to the end", "429 429 429 429 429", "hardware hardware hardware hardware hardware", 5, 0,
+         "call:429 throttled:429 call:429 throttled:429 call:429 throttled:429 call:429 "
+         "throttled:429 call:429 throttled:429"},
+        {"throttled after the fall-back", "403 429 429", "hardware software software software", 2, 1,
+         "call:403 fallback:403 call:429 throttled:429 call:429 throttled:429"},
+        {"the longest road", "429 429 429 429 403 429", "hardware hardware hardware hardware hardware software", 5, 0,
+         "call:429 throttled:429 call:429 throttled:429 call:429 throttled:429 call:429 "
+         "throttled:429 call:403 fallback:403 call:429 throttled:429"},
+        {"a server error", "500", "hardware", 0, 0, "call:500 failed:500"},
+        {"201", "201", "hardware", 0, 0, "failed:201"},
+        {"202", "202", "hardware", 0, 0, "failed:202"},
+        {"204", "204", "hardware", 0, 0, "failed:204"},
+        {"no JSON", "200", "hardware", 0, 1, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -115,7 +121,7 @@ TEST_F(KeyCreationTest, AnswersOfEveryKind)
     root.ClearLog();
     OwnKey key;
     EXPECT_EQ(0, Create("mykey", "RSA", 2048, &key));
-    EXPECT_EQ(Lines("E0 X0", messages), LinesUpTo(2));
+    EXPECT_EQ(Lines("call:0 failed:0", messages), LinesUpTo(2));
 }
 
 TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
