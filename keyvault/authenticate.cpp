@@ -1,4 +1,7 @@
-#include "keyvault/join.h"
+#include <string.h>
+
+#include <algorithm>
+
 #include "keyvault/json.h"
 #include "keyvault/signin.h"
 #include "keyvault/vault_name.h"
@@ -10,33 +13,61 @@ namespace {
 
 constexpr int64_t kTokenLifeSeconds = 3600;
 
-bool SignIn(KVC* client)
+KVCLogOnResult SignIn(KVC* client, Token* token)
 {
-    if ((client->authn & KVC_AUTHN_CLIENT_CREDENTIALS) != 0 && SignInWithClientCredentials(client))
-        return true;
-    return (client->authn & KVC_AUTHN_MANAGED_IDENTITY) != 0 && SignInWithManagedIdentity(client);
+    KVCLogOnResult result = KVCLogOnResult::Refused;
+    if ((client->authn & KVC_AUTHN_CLIENT_CREDENTIALS) != 0)
+        result = SignInWithClientCredentials(client, token);
+    if (result != KVCLogOnResult::Ready && (client->authn & KVC_AUTHN_MANAGED_IDENTITY) != 0)
+        result = SignInWithManagedIdentity(client, token);
+    return result;
 }
 
-// Makes the client's token valid; the caller holds its lock. failuresSeen: the count of failed sign-ins before the lock
-// was asked for.
-bool Renew(KVC* client, uint32_t failuresSeen)
+void Replace(BldStr*& field, BldStr* value)
+{
+    BldStrFree(field);
+    field = value;
+}
+
+// Puts the outcome of a sign-in into the client, all at once for those who read it meanwhile. now: when the sign-in
+// began.
+void Publish(KVC* client, KVCLogOnResult result, Token token, int64_t now)
+{
+    BldStrPtr name;
+    if (result == KVCLogOnResult::Ready && TextEqual(KVCText(client->kvname), kIdentityNameMarker))
+        name = VaultNameFromIdentity(KVCText(token.text ? token.text.get() : client->accessToken),
+                                     KVCText(client->kvname));
+    const ExclusiveLock lock(&client->lock);
+    if (token.text)
+        Replace(client->accessToken, token.text.release());
+    if (token.type)
+        Replace(client->tokenType, token.type.release());
+    if (name)
+        Replace(client->kvname, name.release());
+    if (result == KVCLogOnResult::Ready) {
+        client->tokenExpiry = now + kTokenLifeSeconds;
+    } else {
+        client->failedSignIns++;
+        client->lastFailure = result;
+    }
+}
+
+// Makes the client's token valid; the caller holds its signInLock. failuresSeen: the count of failed sign-ins before
+// that lock was asked for.
+KVCLogOnResult Renew(KVC* client, uint32_t failuresSeen)
 {
     const int64_t now = ClockUnixTime();
     if (client->tokenExpiry > now)
-        return true;
+        return KVCLogOnResult::Ready;
     LogNumber(TEXT("KVCAuthenticate KVCKeyCert"), TEXT("kvc->authn"), static_cast<LONG>(client->authn), LOG_STEP_LEVEL);
     // Somebody tried while this thread waited, and failed. To try again would make the waiting threads fail one after
     // the other, each after minutes of repeats.
-    if (client->signInRound.load() != failuresSeen)
-        return false;
-    if (!SignIn(client)) {
-        client->signInRound.fetch_add(1);
-        return false;
-    }
-    client->tokenExpiry = now + kTokenLifeSeconds;
-    if (TextEqual(KVCText(client->kvname), kIdentityNameMarker))
-        NameVaultAfterIdentity(client);
-    return true;
+    if (client->failedSignIns != failuresSeen)
+        return client->lastFailure;
+    Token token;
+    const KVCLogOnResult result = SignIn(client, &token);
+    Publish(client, result, std::move(token), now);
+    return result;
 }
 
 // True with a copy, or with NULL for NULL.
@@ -48,70 +79,106 @@ bool Copy(const BldStr* from, SecretStrPtr& to)
     return to != nullptr;
 }
 
-void Replace(BldStr*& field, SecretStrPtr& value)
-{
-    BldStrWipeFree(field);
-    field = value.release();
-}
-
-// Hands token and vault name over to a call record, all or nothing.
-bool HandOver(const KVC* client, KVC* call)
+// Copies token and vault name to a call record, all or nothing.
+bool HandOver(KVC* client, KVC* call)
 {
     SecretStrPtr tokenType;
     SecretStrPtr accessToken;
     SecretStrPtr kvname;
+    const ExclusiveLock lock(&client->lock);
     if (!Copy(client->tokenType, tokenType) || !Copy(client->accessToken, accessToken) || !Copy(client->kvname, kvname))
         return false;
-    Replace(call->tokenType, tokenType);
-    Replace(call->accessToken, accessToken);
-    Replace(call->kvname, kvname);
+    Replace(call->tokenType, tokenType.release());
+    Replace(call->accessToken, accessToken.release());
+    Replace(call->kvname, kvname.release());
     call->tokenExpiry = client->tokenExpiry;
     return true;
 }
 
-// True with a copy, or with NULL for a missing member.
-bool CopyMember(json_object* answer, const char* name, SecretStrPtr& to)
+uint32_t FailedSignIns(KVC* client)
 {
-    const char* text = JsonMemberText(answer, name);
+    const ExclusiveLock lock(&client->lock);
+    return client->failedSignIns;
+}
+
+bool IsVisible(char ch)
+{
+    return ch > 0x20 && ch < 0x7F;
+}
+
+// One member of a sign-in answer.
+struct AnswerText {
+    const char* text;  // NULL when missing or null
+    bool sound;        // visible ASCII throughout, or missing
+};
+
+AnswerText FindText(json_object* answer, const char* name)
+{
+    json_object* member = JsonMember(answer, name);
+    const char* text = member ? json_object_get_string(member) : nullptr;
     if (!text)
+        return {nullptr, true};
+    // A text with a zero byte inside is longer than it looks.
+    const size_t length = strlen(text);
+    const bool whole = !json_object_is_type(member, json_type_string) ||
+                       length == static_cast<size_t>(json_object_get_string_len(member));
+    return {text, whole && std::all_of(text, text + length, IsVisible)};
+}
+
+// True with a copy, or with NULL for NULL.
+bool Copy(const char* from, SecretStrPtr& to)
+{
+    if (!from)
         return true;
-    to.reset(BldStrNewStrFromAscii(text));
+    to.reset(BldStrNewStrFromAscii(from));
     return to != nullptr;
 }
 
 }  // namespace
 
-int KVCAuthenticate(KVC* kvc)
+KVCLogOnResult KVCLogOn(KVC* kvc)
 {
     KVC* client = kvc->client ? kvc->client : kvc;
-    const uint32_t failuresSeen = client->signInRound.load();
-    const ExclusiveLock lock(&client->lock);
+    const uint32_t failuresSeen = FailedSignIns(client);
+    const ExclusiveLock signIn(&client->signInLock);
     LogString(TEXT("KVCAuthenticate"), KVCText(client->kvname), LOG_STEP_LEVEL);
-    if (Renew(client, failuresSeen) && (client == kvc || HandOver(client, kvc)))
-        return 1;
-    LogString(TEXT("KVCAuthenticate Logon failure"), KVCText(client->kvname), LOG_ERROR_LEVEL);
-    return 0;
+    KVCLogOnResult result = Renew(client, failuresSeen);
+    if (result == KVCLogOnResult::Ready && client != kvc && !HandOver(client, kvc))
+        result = KVCLogOnResult::NoMemory;
+    if (result == KVCLogOnResult::NoMemory)
+        LogString(TEXT("KVCAuthenticate Out of memory"), KVCText(client->kvname), LOG_ERROR_LEVEL);
+    else if (result == KVCLogOnResult::Refused)
+        LogString(TEXT("KVCAuthenticate Logon failure"), KVCText(client->kvname), LOG_ERROR_LEVEL);
+    return result;
+}
+
+int KVCAuthenticate(KVC* kvc)
+{
+    return KVCLogOn(kvc) == KVCLogOnResult::Ready ? 1 : 0;
 }
 
 int KVCTakeHeldToken(KVC* call)
 {
-    const ExclusiveLock lock(&call->client->lock);
     return HandOver(call->client, call) ? 1 : 0;
 }
 
-TokenAnswer TakeTokenAnswer(KVC* kvc, const char* body)
+TokenAnswer TakeTokenAnswer(const char* body, Token* token)
 {
     const JsonPtr answer = JsonParse(body);
-    SecretStrPtr accessToken;
-    SecretStrPtr tokenType;
-    // Without memory for one of them neither is taken: half a token would count as one for an hour.
-    const bool copied = CopyMember(answer.get(), "access_token", accessToken);
-    if (!CopyMember(answer.get(), "token_type", tokenType) || !copied)
-        return {false, false};
-    const TokenAnswer taken = {accessToken != nullptr, tokenType != nullptr};
-    if (accessToken)
-        Replace(kvc->accessToken, accessToken);
-    if (tokenType)
-        Replace(kvc->tokenType, tokenType);
+    const AnswerText text = FindText(answer.get(), "access_token");
+    const AnswerText type = FindText(answer.get(), "token_type");
+    TokenAnswer taken = {};
+    if (text.sound && type.sound) {
+        Token copy;
+        taken.noMemory = !Copy(text.text, copy.text) || !Copy(type.text, copy.type);
+        if (!taken.noMemory) {
+            taken.text = copy.text != nullptr;
+            taken.type = copy.type != nullptr;
+            if (taken.text)
+                token->text = std::move(copy.text);
+            if (taken.type)
+                token->type = std::move(copy.type);
+        }
+    }
     return taken;
 }

@@ -1,5 +1,3 @@
-#include <string.h>
-
 #include "keyvault/endpoints.h"
 #include "keyvault/join.h"
 #include "keyvault/signin.h"
@@ -67,7 +65,7 @@ BldStrPtr HeaderBlock()
          TEXT("return-client-request-id: true\r\n"), TEXT("client-request-id: "), requestId, TEXT("\r\n\r\n")});
 }
 
-// The sign-in endpoint's answer; NULL when the request could not be made up or no record came back.
+// The sign-in endpoint's answer; NULL when there was no memory for the request or for the answer's record.
 KVCResponsePtr AskForToken(const KVC* kvc)
 {
     BldStrPtr host;
@@ -88,22 +86,23 @@ KVCResponsePtr AskForToken(const KVC* kvc)
 
 }  // namespace
 
-bool SignInWithClientCredentials(KVC* kvc)
+KVCLogOnResult SignInWithClientCredentials(KVC* kvc, Token* token)
 {
     LogString(TEXT("KVCAuthenticate KVCKeyCert"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
     if (!SetEndpoints(kvc))
-        return false;
+        return KVCLogOnResult::Refused;
     const KVCResponsePtr response = AskForToken(kvc);
     const DWORD error = GetLastError();
     if (!response || response->status != HTTP_OK) {
         LogError(TEXT("KVCAuthenticate KVCDoWebCall failure"), DWORD{1}, LOG_ERROR_LEVEL);
-        return false;
+        return KVCLogOnResult::Refused;
     }
     if (!response->body) {
         LogError(TEXT("KVCAuthenticate WStrToBytesStr failure"), error, LOG_ERROR_LEVEL);
-        return false;
+        return KVCLogOnResult::Refused;
     }
-    const bool signedIn = TakeTokenAnswer(kvc, response->body).accessToken;
-    Wipe(response->body, strlen(response->body));
-    return signedIn;
+    const TokenAnswer taken = TakeTokenAnswer(response->body, token);
+    if (taken.noMemory)
+        return KVCLogOnResult::NoMemory;
+    return taken.text ? KVCLogOnResult::Ready : KVCLogOnResult::Refused;
 }

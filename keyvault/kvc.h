@@ -1,15 +1,15 @@
 // KVC: one client of one vault.
 //
 // A provider owns two clients. A client is shared by all threads of the host and carries identity, vault name and
-// token; its `lock` guards tokenType, accessToken, tokenExpiry, kvname, loginUrl and resource. Everything else is fixed
-// by KVCNew.
+// token. Two locks guard what changes after KVCNew. signInLock is held throughout a sign-in, network included, and is
+// all that loginUrl and resource need. `lock` is taken for moments only, around tokenType, accessToken, tokenExpiry,
+// kvname and the outcome of failed sign-ins; whoever changes these holds both, so either is enough to read them.
 //
 // An operation never works on the client itself but on a call record: a KVC of its own, handed out by KVCBeginCall with
 // a copy of the behaviour flags, and by KVCAuthenticate with the vault name and the token. It carries the answer of its
 // own calls (lastStatus, lastBody), belongs to one thread, and is given back with KVCEndCall.
 #pragma once
 
-#include <atomic>
 #include <memory>
 
 #include "platform/platform.h"
@@ -21,6 +21,12 @@ constexpr DWORD KVC_AUTHN_CLIENT_CREDENTIALS = 2;
 
 // Longest vault name, in characters.
 constexpr size_t kVaultNameLimit = 24;
+
+enum class KVCLogOnResult {
+    Ready,
+    Refused,   // or the service couldn't be reached
+    NoMemory,  // for a token that the service granted
+};
 
 // All strings are owned and may be NULL. All-zero is a valid empty record.
 struct KVC {
@@ -41,9 +47,11 @@ struct KVC {
     DWORD lastStatus;        // HTTP status of the last call, 0 if no response came
     char* lastBody;          // entity of the last call, zero-terminated, owned (free); NULL without one
 
-    KVC* client;                        // in a call record: the client that it was handed out by, not owned; else NULL
-    SRWLOCK lock;                       // in a client: guards the fields named above
-    std::atomic<uint32_t> signInRound;  // in a client: sign-ins that failed so far
+    KVC* client;         // in a call record: the client that it was handed out by, not owned; else NULL
+    SRWLOCK signInLock;  // in a client, as are all below: taken before `lock`
+    SRWLOCK lock;
+    uint32_t failedSignIns;      // how many so far
+    KVCLogOnResult lastFailure;  // how the last of them ended
 };
 
 // Builds a client. kvname: the template of the vault's name (NULL gives NULL); the four strings are copied and may be
@@ -68,14 +76,17 @@ struct KVCCallEnder {
 // Holds one call record.
 using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
 
-// Makes a token valid for a call. kvc: a call record, or a client that no other thread uses. Not NULL.
-// 1: tokenType, accessToken and kvname of `kvc` may be used; 0: sign-in failed, logged. Returns at once while the token
-// is under an hour old, else blocks for a sign-in; of several threads that find it run out, one signs in and the others
+// Gets a valid token for a call. kvc: a call record, or a client that no other thread uses. Not NULL.
+// Ready: tokenType, accessToken and kvname of `kvc` may be used; failures are logged. Returns at once while the token
+// is under an hour old, else blocks for a sign-in; of several threads that find it expired, one signs in and the others
 // share its outcome.
+KVCLogOnResult KVCLogOn(KVC* kvc);
+
+// KVCLogOn for callers that need no reason: 1 when ready, else 0.
 int KVCAuthenticate(KVC* kvc);
 
-// Hands the token and the vault name that the client holds to one of its call records, run out or not, and without a
-// sign-in; before the first one there is no token. 1; 0: no memory.
+// Copies the client's current token, possibly expired, and the vault name to one of its call records, without signing
+// in and without waiting for a sign-in that is under way; before the first one there is no token. 1; 0: no memory.
 int KVCTakeHeldToken(KVC* call);
 
 // The text of a string, empty for NULL.

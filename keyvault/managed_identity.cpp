@@ -1,6 +1,4 @@
-#include <stdio.h>
-#include <string.h>
-
+#include "keyvault/arc_secret.h"
 #include "keyvault/endpoints.h"
 #include "keyvault/join.h"
 #include "keyvault/signin.h"
@@ -14,8 +12,6 @@ namespace {
 constexpr INTERNET_PORT kArcPort = 40342;
 constexpr DWORD kEndpointChars = 500;
 constexpr DWORD kHostChars = 200;
-constexpr size_t kRealmChars = 260;
-constexpr size_t kSecretFileLimit = 2000;
 constexpr DWORD kRepeatWaitMs = 1000;
 constexpr DWORD kPathChars = 200;
 constexpr DWORD kHeaderBlockChars = 1000;
@@ -62,29 +58,14 @@ bool BuildRequest(const KVC* kvc, IdentityCall& call)
     return call.identityHeaders && call.identityPath;
 }
 
-// Reads the file that proves to the service that this process may read it. False when it cannot be read or is too long.
-bool ReadSecretFile(const WCHAR* path, char (&secret)[kSecretFileLimit + 1])
-{
-    FILE* file = _wfopen(path, TEXT("rt"));
-    if (!file)
-        return false;
-    // Without a buffer of its own, which the stream would free with the secret in it.
-    setvbuf(file, nullptr, _IONBF, 0);
-    const size_t size = fread(secret, 1, kSecretFileLimit, file);
-    const bool failed = ferror(file) != 0;
-    fclose(file);
-    secret[size] = 0;
-    return !failed && size < kSecretFileLimit;
-}
-
 // Puts the content of the secret file into the header block as it is.
 bool AddSecret(const WCHAR* path, IdentityCall& call)
 {
-    char bytes[kSecretFileLimit + 1] = {};
-    WCHAR text[kSecretFileLimit + 1] = {};
+    char bytes[kArcSecretChars] = {};
+    WCHAR text[kArcSecretChars] = {};
     SecretStrPtr headers;
-    if (ReadSecretFile(path, bytes)) {
-        TextWriter(text, kSecretFileLimit + 1).Bytes(bytes);
+    if (ReadArcSecret(path, bytes)) {
+        TextWriter(text, kArcSecretChars).Bytes(bytes);
         headers = JoinSecretText(kHeaderBlockChars,
                                  {call.identityHeaders->cStr, TEXT("Authorization: Basic "), text, TEXT("\r\n")});
     } else {
@@ -119,9 +100,9 @@ bool AnswerChallenge(const WCHAR* head, IdentityCall& call)
         call.arcChallengeOpen = true;
         return true;
     }
-    WCHAR path[kRealmChars] = {};
-    if (!TextCopy(path, kRealmChars, text.substr(begin, end - begin))) {
-        TextCopyCut(path, kRealmChars, text.substr(begin));
+    WCHAR path[kArcPathChars] = {};
+    if (!TextCopy(path, kArcPathChars, text.substr(begin, end - begin))) {
+        TextCopyCut(path, kArcPathChars, text.substr(begin));
         LogString(TEXT("KVCAuthenticate MSIAuthenticate failure - Could not open secret file"), path, LOG_ERROR_LEVEL);
         return false;
     }
@@ -135,15 +116,15 @@ void LogRefusal(const KVCResponse* response)
         LogAscii(TEXT("KVCAuthenticate MSIAuthenticate failure - Return String"), response->body);
 }
 
-enum class Step { kSignedIn, kFailed, kRepeat };
+enum class Step { kSignedIn, kFailed, kNoMemory, kRepeat };
 
-Step Evaluate(KVC* kvc, IdentityCall& call, KVCResponse* response)
+Step Evaluate(IdentityCall& call, const KVCResponse* response, Token* token)
 {
     if (response->status == HTTP_OK) {
-        const TokenAnswer taken = TakeTokenAnswer(kvc, response->body);
-        if (response->body)
-            Wipe(response->body, strlen(response->body));
-        return taken.accessToken || taken.tokenType ? Step::kSignedIn : Step::kFailed;
+        const TokenAnswer taken = TakeTokenAnswer(response->body, token);
+        if (taken.noMemory)
+            return Step::kNoMemory;
+        return taken.text || taken.type ? Step::kSignedIn : Step::kFailed;
     }
     const bool challenged = response->headers && call.identityPort == kArcPort && call.arcChallengeOpen;
     if (challenged && AnswerChallenge(response->headers->cStr, call))
@@ -152,12 +133,12 @@ Step Evaluate(KVC* kvc, IdentityCall& call, KVCResponse* response)
     return Step::kFailed;
 }
 
-Step Ask(KVC* kvc, IdentityCall& call)
+Step Ask(IdentityCall& call, Token* token)
 {
     const KVCResponsePtr response(KVCDoWebCall(call.identityPort, call.identityHost, call.identityPath->cStr,
                                                TEXT("GET"), call.identityHeaders->cStr, nullptr));
     if (response)
-        return Evaluate(kvc, call, response.get());
+        return Evaluate(call, response.get(), token);
     LogLine(TEXT("KVCAuthenticate MSIAuthenticate Response NULL"), LOG_STEP_LEVEL);
     LogLine(TEXT("KVCAuthenticate MSIAuthenticate failure - Response NULL"), LOG_ERROR_LEVEL);
     return Step::kFailed;
@@ -165,19 +146,21 @@ Step Ask(KVC* kvc, IdentityCall& call)
 
 }  // namespace
 
-bool SignInWithManagedIdentity(KVC* kvc)
+KVCLogOnResult SignInWithManagedIdentity(const KVC* kvc, Token* token)
 {
     IdentityCall call;
     FindEndpoint(call);
     LogString(TEXT("KVCAuthenticate MSIAuthenticate - Azure or Arc VM"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
     if (!BuildRequest(kvc, call))
-        return false;
-    for (;;) {
-        const Step step = Ask(kvc, call);
-        if (step != Step::kRepeat)
-            return step == Step::kSignedIn;
+        return KVCLogOnResult::Refused;
+    Step step = Ask(call, token);
+    while (step == Step::kRepeat) {
         ClockSleep(kRepeatWaitMs);
         if (call.attemptsLeft-- == 0)
-            return false;
+            break;
+        step = Ask(call, token);
     }
+    if (step == Step::kNoMemory)
+        return KVCLogOnResult::NoMemory;
+    return step == Step::kSignedIn ? KVCLogOnResult::Ready : KVCLogOnResult::Refused;
 }

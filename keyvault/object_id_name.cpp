@@ -51,16 +51,16 @@ BldStrPtr NameFromObjectId(const char* objectId)
 
 }  // namespace
 
-void NameVaultAfterIdentity(KVC* kvc)
+BldStrPtr VaultNameFromIdentity(const WCHAR* accessToken, const WCHAR* presentName)
 {
-    LogString(TEXT("KVCAuthenticate Found OIDGUID - Replace"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
-    const SecretTextPtr text = ClaimsText(KVCText(kvc->accessToken));
+    LogString(TEXT("KVCAuthenticate Found OIDGUID - Replace"), presentName, LOG_STEP_LEVEL);
+    const SecretTextPtr text = ClaimsText(accessToken);
     const JsonPtr claims = DecodeClaims(text.get());
-    const BldStrPtr name = NameFromObjectId(JsonMemberText(claims.get(), "oid"));
-    // A shorter name is no cut one, so it came from no GUID.
+    BldStrPtr name = NameFromObjectId(JsonMemberText(claims.get(), "oid"));
+    // A shorter name wasn't cut, so it didn't come from a GUID.
     if (!name || name->length <= kVaultNameLimit)
-        return;
+        return nullptr;
     name->length = kVaultNameLimit;
     name->cStr[kVaultNameLimit] = 0;
-    BldStrReplace(kvc->kvname, name->cStr);
+    return name;
 }

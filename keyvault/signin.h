@@ -1,21 +1,32 @@
 // The two sign-in methods and the vault name that follows the identity. Internal to sign-in: the caller holds the
-// client's lock.
+// client's signInLock, and puts what a method brings into the client.
 #pragma once
 
 #include "keyvault/kvc.h"
+#include "support/guards.h"
 
-// Each signs `kvc` in and replaces its token strings. true on success; failures are logged. Block for the network.
-bool SignInWithClientCredentials(KVC* kvc);
-bool SignInWithManagedIdentity(KVC* kvc);
-
-// Takes the members "access_token" and "token_type" of a sign-in answer into the client. `body` is zero-terminated
-// text.
-struct TokenAnswer {
-    bool accessToken;  // it was there and has been taken
-    bool tokenType;
+// What a sign-in brought, members that were missing are NULL. A method that fails may still bring a type.
+struct Token {
+    SecretStrPtr type;
+    SecretStrPtr text;
 };
-TokenAnswer TakeTokenAnswer(KVC* kvc, const char* body);
 
-// Replaces the vault name by one derived from the token's object id; silent on any failure, which leaves the name as it
-// is.
-void NameVaultAfterIdentity(KVC* kvc);
+// NoMemory: a token came, but couldn't be kept.
+// Each replaces the members of `token` that the service's answer has, and logs its failures. Both block for the
+// network.
+KVCLogOnResult SignInWithClientCredentials(KVC* kvc, Token* token);
+KVCLogOnResult SignInWithManagedIdentity(const KVC* kvc, Token* token);
+
+// Takes "access_token" and "token_type" out of a sign-in answer. Neither is taken when one of them has a character that
+// isn't visible ASCII: the text would go out inside a header line.
+// body: zero-terminated, or NULL.
+struct TokenAnswer {
+    bool text;  // taken
+    bool type;
+    bool noMemory;  // for either, so that neither is taken: half a token would count as one for an hour
+};
+TokenAnswer TakeTokenAnswer(const char* body, Token* token);
+
+// The vault name that follows from an access token's object id; NULL without one, or without memory. Logs the present
+// name.
+BldStrPtr VaultNameFromIdentity(const WCHAR* accessToken, const WCHAR* presentName);

@@ -9,7 +9,8 @@ SECURITY_STATUS BeginVaultCall(KVC* client, const WCHAR* signInFailure, KVCCall*
     call->reset(KVCBeginCall(client));
     if (!*call)
         return NTE_NO_MEMORY;
-    if (!KVCAuthenticate(call->get()))
-        return Fail(SEC_E_LOGON_DENIED, signInFailure);
-    return ERROR_SUCCESS;
+    const KVCLogOnResult result = KVCLogOn(call->get());
+    if (result == KVCLogOnResult::NoMemory)
+        return NTE_NO_MEMORY;
+    return result == KVCLogOnResult::Ready ? ERROR_SUCCESS : Fail(SEC_E_LOGON_DENIED, signInFailure);
 }

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "platform/linux/file_store.h"
@@ -95,6 +97,20 @@ FILE* OpenForReading(LPCWSTR name)
     return stream;
 }
 
+// Absolute and without "." and "..". A drive has no current folder here but its root.
+std::u16string FullPath(LPCWSTR name)
+{
+    std::string path = ToUtf8(ViewOf(name));
+    std::replace(path.begin(), path.end(), '\\', '/');
+    const bool hasDrive = path.size() >= 2 && path[1] == ':';
+    const std::string drive = path.substr(0, hasDrive ? 2 : 0);
+    const std::filesystem::path start = hasDrive ? "/" : std::filesystem::current_path();
+    path = drive + (start / path.substr(drive.size())).lexically_normal().string();
+    if (hasDrive)
+        std::replace(path.begin(), path.end(), '/', '\\');
+    return ToUtf16(path);
+}
+
 }  // namespace
 
 HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD, HANDLE)
@@ -128,6 +144,24 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD written
     *written = 0;
     const LONG error = Append(*file, buffer, size, written);
     return error == ERROR_SUCCESS ? TRUE : Fail(error);
+}
+
+DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart)
+{
+    if (ViewOf(name).empty() || filePart != nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    DWORD result = 0;
+    Succeeds([&]() -> LONG {
+        const std::u16string full = FullPath(name);
+        const bool fits = full.size() < room;
+        result = static_cast<DWORD>(full.size() + (fits ? 0 : 1));
+        if (fits)
+            *std::copy(full.begin(), full.end(), buffer) = 0;
+        return ERROR_SUCCESS;
+    });
+    return result;
 }
 
 FILE* _wfopen(const WCHAR* name, const WCHAR* mode)

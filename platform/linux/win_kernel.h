@@ -93,7 +93,10 @@ HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_AT
                           DWORD flags, HANDLE templateFile);
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPVOID overlapped);
 
-// Only the mode "rt".
+// The path as it would be opened from the current folder, "." and ".." resolved by the text alone. filePart: only NULL.
+DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart);
+
+// Only the mode "rt", and only regular files.
 FILE* _wfopen(const WCHAR* name, const WCHAR* mode);
 
 // ---- names ----

@@ -20,6 +20,7 @@ Simulator::Simulator()
     controlPort_ = process.controlPort;
     pid_ = process.pid;
     directory_ = process.directory;
+    Control("PUT", "/arc", {{"realmPrefix", process.drive}});
 }
 
 Simulator::~Simulator()

@@ -10,6 +10,7 @@ SimulatorProcess StartSimulator()
         throw std::runtime_error("VAULTSIM_CONTROL must name the control port of a running simulator");
     SimulatorProcess process;
     process.controlPort = std::atoi(port);
+    process.drive = "Z:";
     return process;
 }
 

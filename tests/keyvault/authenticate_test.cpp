@@ -145,6 +145,11 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
         {"no token", 200, R"({"token_type":"Pop"})", 0, "Pop", "(NULL)"},
         {"no type", 200, R"({"access_token":"abc"})", 1, "(NULL)", "abc"},
         {"a null token", 200, R"({"access_token":null,"token_type":"Pop"})", 0, "Pop", "(NULL)"},
+        {"a line break in the token", 200, R"({"access_token":"abc\r\nX: y","token_type":"Pop"})", 0, "(NULL)",
+         "(NULL)"},
+        {"a blank in the type", 200, R"({"access_token":"abc","token_type":"P p"})", 0, "(NULL)", "(NULL)"},
+        {"a letter beyond ASCII", 200, R"({"access_token":"ab\u00e7","token_type":"Pop"})", 0, "(NULL)", "(NULL)"},
+        {"a zero inside the token", 200, R"({"access_token":"ab\u0000c","token_type":"Pop"})", 0, "(NULL)", "(NULL)"},
         {"a wrong status", 201, R"({"access_token":"abc","token_type":"Pop"})", 0, "(NULL)", "(NULL)"},
     };
     for (const auto& row : rows) {
@@ -228,10 +233,12 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
     identity.vault = "%G";
     sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "standard"}});
     ClientPtr kvc = NewClient(identity);
-    int result = 0;
-    SweepAllocations([&] { result = KVCAuthenticate(kvc.get()); },
+    KVCLogOnResult result = KVCLogOnResult::Refused;
+    size_t lost = 0;
+    SweepAllocations([&] { result = KVCLogOn(kvc.get()); },
                      [&](bool) {
-                         if (result) {
+                         lost += result == KVCLogOnResult::NoMemory ? 1 : 0;
+                         if (result == KVCLogOnResult::Ready) {
                              EXPECT_TRUE(kvc->tokenType && kvc->accessToken);
                          } else {
                              EXPECT_EQ(0, kvc->tokenExpiry);
@@ -240,6 +247,7 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
                          }
                          kvc = NewClient(identity);
                      });
+    EXPECT_GE(lost, 2u) << "a token that was granted is not refused";
     EXPECT_EQ(1u, Posts().size()) << nlohmann::json(Posts());
 }
 

@@ -1,4 +1,8 @@
 // Sign-in with the machine's managed identity: the metadata service and the challenge of a connected machine.
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include <filesystem>
 #include <fstream>
 
@@ -114,6 +118,12 @@ TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
     SetEndpoint(kArcEndpoint);
     const std::string longPath = "/" + std::string(259, 'p');
     const std::string tooLong = WriteSecret("toolong.key", std::string(2000, 's'));
+    const std::string secret = WriteSecret("good.key", "secret");
+    const std::string folder = root.directory() + secret[secret.size() - sizeof("good.key")];
+    std::filesystem::create_directory(folder + "inside");
+#ifndef _WIN32
+    ASSERT_EQ(0, mkfifo((folder + "waiting.key").c_str(), 0600));
+#endif
     const struct {
         const char* story;
         std::string realm;
@@ -122,6 +132,18 @@ TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
         {"no such file", "/no/such/file.key", "/no/such/file.key"},
         {"a path beyond the buffer", longPath, longPath.substr(0, 259)},
         {"a file beyond the buffer", tooLong, tooLong},
+        {"a share", R"(\\server\share\file.key)", R"(\\server\share\file.key)"},
+        {"a share in the other notation", "/" + secret, "/" + secret},
+        {"a pipe", R"(\\.\pipe\name)", R"(\\.\pipe\name)"},
+        {"a device path to the file", R"(\\?\)" + secret, R"(\\?\)" + secret},
+        {"a way up", folder + "inside/../good.key", folder + "inside/../good.key"},
+        {"a relative path", "good.key", "good.key"},
+        {"relative to a drive", "C:good.key", "C:good.key"},
+        {"no path", "", ""},
+        {"a folder", folder + "inside", folder + "inside"},
+#ifndef _WIN32
+        {"a FIFO", folder + "waiting.key", folder + "waiting.key"},
+#endif
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);

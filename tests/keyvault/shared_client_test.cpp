@@ -72,21 +72,51 @@ TEST_F(SharedClient, WaitingThreadsShareAFailedSignIn)
     EXPECT_EQ(1, KVCAuthenticate(call.get())) << "a later call tries for itself";
 }
 
-TEST_F(SharedClient, ACallWithoutMemoryForItsTokenHasFailedToSignIn)
+TEST_F(SharedClient, ACallWithoutMemoryForItsTokenWasNotRefused)
 {
     const ClientPtr client = NewClient();
     ASSERT_EQ(1, KVCAuthenticate(client.get()));
     SetLogging(0);
     KVCCall call(KVCBeginCall(client.get()));
-    int result = 0;
-    SweepAllocations([&] { result = KVCAuthenticate(call.get()); },
+    KVCLogOnResult result = KVCLogOnResult::Refused;
+    SweepAllocations([&] { result = KVCLogOn(call.get()); },
                      [&](bool whole) {
-                         EXPECT_EQ(whole, result == 1);
+                         EXPECT_EQ(whole ? KVCLogOnResult::Ready : KVCLogOnResult::NoMemory, result);
                          EXPECT_EQ(whole, call->accessToken != nullptr);
                          EXPECT_EQ(1, KVCAuthenticate(call.get()));
                          call.reset(KVCBeginCall(client.get()));
                      });
     EXPECT_EQ(1u, Requests("oauth2/token").size());
+
+    SetLogging(1);
+    const AllocFault fault(0);
+    KVCLogOn(call.get());
+    EXPECT_TRUE(root.Logged("KVCAuthenticate Out of memory contoso-keys", 1));
+}
+
+TEST_F(SharedClient, TheHeldTokenDoesNotWaitForASignIn)
+{
+    const ClientPtr client = NewClient();
+    const KVCCall first(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    clock.Advance(3600);
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "down"}});
+    const KVCCall other(KVCBeginCall(client.get()));
+    std::atomic<bool> taken{false};
+    std::thread taker;
+    bool takenMeanwhile = false;
+    clock.OnSleep([&](DWORD, size_t index) {
+        // Inside the sign-in, which goes on when the token is there, and after some waits at the latest.
+        if (index == 0)
+            taker = std::thread([&] { taken = KVCTakeHeldToken(other.get()) == 1; });
+        for (int i = 0; i < 10 && !taken; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        takenMeanwhile = taken;
+    });
+    EXPECT_EQ(0, KVCAuthenticate(client.get()));
+    taker.join();
+    EXPECT_TRUE(takenMeanwhile);
+    EXPECT_EQ(TextOf(first->accessToken), TextOf(other->accessToken));
 }
 
 TEST_F(SharedClient, ACallKeepsItsTokenWhileAnotherRenewsIt)

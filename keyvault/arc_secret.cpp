@@ -1,0 +1,50 @@
+#include "keyvault/arc_secret.h"
+
+#include <stdio.h>
+
+#include <algorithm>
+
+#include "support/text.h"
+
+namespace {
+
+bool IsSeparator(WCHAR ch)
+{
+    return ch == TEXT('/') || ch == TEXT('\\');
+}
+
+bool SameInPath(WCHAR a, WCHAR b)
+{
+    const auto lower = [](WCHAR ch) {
+        return ch >= TEXT('A') && ch <= TEXT('Z') ? ch + (TEXT('a') - TEXT('A')) : int{ch};
+    };
+    return lower(a) == lower(b) || (IsSeparator(a) && IsSeparator(b));
+}
+
+// Two separators open the name of a share, a pipe or a device. What the platform makes a different path of is relative,
+// climbs with "..", or is the name of a device in a folder.
+bool IsLocalPath(const WCHAR* path)
+{
+    const TextView text = View(path);
+    if (text.size() < 2 || (IsSeparator(text[0]) && IsSeparator(text[1])))
+        return false;
+    WCHAR full[kArcPathChars] = {};
+    const DWORD length = GetFullPathNameW(path, kArcPathChars, full, nullptr);
+    return length == text.size() && std::equal(text.begin(), text.end(), full, SameInPath);
+}
+
+}  // namespace
+
+bool ReadArcSecret(const WCHAR* path, char (&secret)[kArcSecretChars])
+{
+    FILE* file = IsLocalPath(path) ? _wfopen(path, TEXT("rt")) : nullptr;
+    if (!file)
+        return false;
+    // Without a buffer of its own, which the stream would free with the secret in it.
+    setvbuf(file, nullptr, _IONBF, 0);
+    const size_t size = fread(secret, 1, kArcSecretChars, file);
+    const bool whole = !ferror(file) && size < kArcSecretChars;
+    fclose(file);
+    secret[whole ? size : 0] = 0;
+    return whole;
+}

@@ -1,0 +1,13 @@
+// The secret file that an Azure Arc identity service names in its challenge: who can read it may ask for a token.
+#pragma once
+
+#include "platform/platform.h"
+
+// Room for the longest path and the longest secret, terminator included.
+constexpr size_t kArcPathChars = 260;
+constexpr size_t kArcSecretChars = 2000;
+
+// Reads the whole file into `secret`, terminated. Whoever listens on the service's port chooses the path, so only the
+// absolute path of a regular file on this machine is opened: a share would make the host authenticate to a foreign
+// machine, a pipe or a device could hold it up. False when the path is another, or the file can't be read or is longer.
+bool ReadArcSecret(const WCHAR* path, char (&secret)[kArcSecretChars]);
