@@ -18,6 +18,7 @@ constexpr ListKind kCertificates = {
     TEXT("KVCGetCerts REST Call Error"),
     TEXT("KVCGetCerts ActionThrottled"),
     TEXT("KVCGetCerts rawURL nextlinkstr Found"),
+    TEXT("KVCGetCerts Endless List"),
 };
 
 // Texts of entries, each terminated, a name and its thumbprint in turns.
@@ -151,10 +152,10 @@ bool TakeElement(json_object* element, size_t index, EntryList* list)
 }
 
 // Reads one page. False: no memory; a page that is no JSON is the last.
-bool TakePage(const char* body, EntryList* list, BldStrPtr* rawURL)
+bool TakePage(const char* body, EntryList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParse(body);
-    if (!TakeNextLink(page.get(), kCertificates, rawURL))
+    if (!walk->TakeNextLink(page.get()))
         return false;
     json_object* value = JsonMember(page.get(), "value");
     if (!json_object_is_type(value, json_type_array))
@@ -228,16 +229,15 @@ int KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArra
     if (!ArgumentsGood(kvc, WCHARCertsArray, WCHARThumbprintArray, count))
         return 0;
     EntryList list;
-    BldStrPtr rawURL;
+    ListWalk walk(kvc, kCertificates);
     ListPage page;
     do {
-        page = FetchListPage(kvc, kCertificates, rawURL.get());
+        page = walk.Fetch();
         if (page == ListPage::Failed)
             return 0;
-        rawURL.reset();
-        if (page == ListPage::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &rawURL))
+        if (page == ListPage::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &walk))
             return FailNoMemory(count);
-    } while (rawURL);
+    } while (walk.HasNext());
     LogLine(TEXT("KVCGetCerts found sizes OK"), LOG_STEP_LEVEL);
     // A list that broke off is not handed out: nobody would release it.
     if (page == ListPage::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))

@@ -18,6 +18,7 @@ constexpr ListKind kKeys = {
     TEXT("KVCGetKeys REST Call Error"),
     TEXT("KVCGetKeys ActionThrottled"),
     TEXT("KVCGetKeys rawURL nextlinkstr Found"),
+    TEXT("KVCGetKeys Endless List"),
 };
 
 // The names gathered so far; released unless they are handed over.
@@ -94,10 +95,10 @@ bool TakeItem(json_object* item, NameList* list)
 }
 
 // Reads one page. False: no memory; a page that is no JSON is the last.
-bool TakePage(const char* body, NameList* list, BldStrPtr* rawURL)
+bool TakePage(const char* body, NameList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParse(body);
-    if (!TakeNextLink(page.get(), kKeys, rawURL))
+    if (!walk->TakeNextLink(page.get()))
         return false;
     json_object* value = JsonMember(page.get(), "value");
     if (!json_object_is_type(value, json_type_array))
@@ -124,19 +125,18 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
         return 0;
     }
     NameList list;
-    BldStrPtr rawURL;
+    ListWalk walk(kvc, kKeys);
     do {
-        if (FetchListPage(kvc, kKeys, rawURL.get()) == ListPage::Failed)
+        if (walk.Fetch() == ListPage::Failed)
             return 0;
-        rawURL.reset();
         if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
             break;
-        if (!TakePage(kvc->lastBody, &list, &rawURL)) {
+        if (!TakePage(kvc->lastBody, &list, &walk)) {
             // A listing with holes would pass for the whole vault.
             LogLine(TEXT("KVCGetKeys Out of memory"), LOG_ERROR_LEVEL);
             return 0;
         }
-    } while (rawURL);
+    } while (walk.HasNext());
     list.HandOver(names, count);
     return kvc->lastStatus == HTTP_OK ? 1 : 0;
 }

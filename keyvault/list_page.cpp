@@ -2,37 +2,53 @@
 
 #include <string.h>
 
+#include <utility>
+
 #include "keyvault/rest_call.h"
 #include "keyvault/throttle.h"
 #include "support/log.h"
+#include "support/text.h"
 
-ListPage FetchListPage(KVC* kvc, const ListKind& kind, const BldStr* rawURL)
+const WCHAR* ListWalk::WhyEndless() const
 {
+    if (pages_ == kMostPages)
+        return TEXT("more than 10000 pages");
+    return next_ && current_ && TextEqual(next_->cStr, current_->cStr) ? TEXT("a link to its own page") : nullptr;
+}
+
+ListPage ListWalk::Fetch()
+{
+    if (const WCHAR* reason = WhyEndless()) {
+        LogString(kind_.endless, reason, LOG_ERROR_LEVEL);
+        return ListPage::Failed;
+    }
+    current_ = std::move(next_);
+    pages_++;
     Throttle throttle;
     do {
-        kvc->lastStatus = 0;
-        if (!KVCDoKVRESTCall(kvc, rawURL ? rawURL->cStr : nullptr, kind.useCertificates, nullptr, TEXT("GET"), nullptr,
-                             nullptr, nullptr))
-            LogError(kind.failure, kvc->lastStatus, LOG_ERROR_LEVEL);
-        if (kvc->lastStatus == HTTP_OK)
+        kvc_->lastStatus = 0;
+        if (!KVCDoKVRESTCall(kvc_, current_ ? current_->cStr : nullptr, kind_.useCertificates, nullptr, TEXT("GET"),
+                             nullptr, nullptr, nullptr))
+            LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
+        if (kvc_->lastStatus == HTTP_OK)
             return ListPage::Read;
-        if (kvc->lastStatus != HTTP_THROTTLED) {
-            LogError(kind.failure, kvc->lastStatus, LOG_ERROR_LEVEL);
+        if (kvc_->lastStatus != HTTP_THROTTLED) {
+            LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
             return ListPage::Failed;
         }
-    } while (throttle.WaitAndRetry(kind.throttled, kvc->lastStatus));
+    } while (throttle.WaitAndRetry(kind_.throttled, kvc_->lastStatus));
     return ListPage::Throttled;
 }
 
-bool TakeNextLink(json_object* page, const ListKind& kind, BldStrPtr* rawURL)
+bool ListWalk::TakeNextLink(json_object* page)
 {
     const char* link = JsonMemberText(page, "nextLink");
-    const char* tail = link ? strstr(link, kind.collection) : nullptr;
+    const char* tail = link ? strstr(link, kind_.collection) : nullptr;
     if (!tail)
         return true;
-    rawURL->reset(BldStrNewStrFromAscii(tail));
-    if (!*rawURL)
+    next_.reset(BldStrNewStrFromAscii(tail));
+    if (!next_)
         return false;
-    LogString(kind.nextLink, (*rawURL)->cStr, LOG_STEP_LEVEL);
+    LogString(kind_.nextLink, next_->cStr, LOG_STEP_LEVEL);
     return true;
 }

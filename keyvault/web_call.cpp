@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "keyvault/join.h"
+#include "keyvault/web_call_body.h"
 #include "support/clock.h"
 #include "support/guards.h"
 #include "support/log.h"
@@ -35,13 +36,6 @@ void Fail(KVCResponse* response, const WCHAR* message, DWORD error)
     LogError(message, error, LOG_ERROR_LEVEL);
 }
 
-// The heap doesn't always say why it refuses.
-DWORD HeapError()
-{
-    const DWORD error = GetLastError();
-    return error ? error : DWORD{ERROR_NOT_ENOUGH_MEMORY};
-}
-
 bool Send(HINTERNET handle, const Request& request)
 {
     const DWORD length = request.body ? static_cast<DWORD>(strlen(request.body)) : 0;
@@ -49,46 +43,12 @@ bool Send(HINTERNET handle, const Request& request)
                               length, 0);
 }
 
-// Makes room for `more` bytes and a zero byte behind the `size` bytes that the body holds.
-bool Grow(char** body, size_t size, size_t more)
+void ReadBody(HINTERNET handle, uint64_t sentAtMs, KVCResponse* response)
 {
-    if (more > SIZE_MAX - size - 1)
-        return false;
-    char* grown = static_cast<char*>(realloc(*body, size + more + 1));
-    if (!grown)
-        return false;
-    grown[size] = 0;
-    grown[size + more] = 0;
-    *body = grown;
-    return true;
-}
-
-void FailForMemory(KVCResponse* response)
-{
-    Fail(response, TEXT("KVCDoWebCall calloc failure"), HeapError());
-    free(response->body);
-    response->body = nullptr;
-}
-
-void ReadBody(HINTERNET handle, KVCResponse* response)
-{
-    size_t size = 0;
-    if (!Grow(&response->body, 0, 0))
-        return FailForMemory(response);
-    for (;;) {
-        DWORD available = 0;
-        if (!WinHttpQueryDataAvailable(handle, &available))
-            return Fail(response, TEXT("KVCDoWebCall WinHttpQueryDataAvailable"), GetLastError());
-        if (available == 0)
-            return;
-        if (!Grow(&response->body, size, available))
-            return FailForMemory(response);
-        DWORD read = 0;
-        if (!WinHttpReadData(handle, response->body + size, available, &read))
-            return Fail(response, TEXT("KVCDoWebCall WinHttpReadData"), GetLastError());
-        size += read;
-        response->body[size] = 0;
-    }
+    WebCallBody body = ReadWebCallBody(handle, sentAtMs);
+    if (body.failure)
+        Fail(response, body.failure, body.error);
+    response->body = body.bytes.release();
 }
 
 void ReadStatus(HINTERNET handle, KVCResponse* response)
@@ -161,11 +121,12 @@ Outcome Attempt(const Request& request, KVCResponse* response)
     }
     if (!Send(handle.get(), request))
         return SendFailed(response, GetLastError());
+    const uint64_t sentAtMs = ClockTickMs();
     if (!WinHttpReceiveResponse(handle.get(), nullptr)) {
         Fail(response, TEXT("KVCDoWebCall WinHttpReceiveResponse"), GetLastError());
         return Outcome::kTryAgain;
     }
-    ReadBody(handle.get(), response);
+    ReadBody(handle.get(), sentAtMs, response);
     ReadStatus(handle.get(), response);
     return ReadHead(handle.get(), response) ? Outcome::kReceived : Outcome::kGivenUp;
 }

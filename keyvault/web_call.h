@@ -21,7 +21,9 @@ struct KVCResponse {
     BldStr* headers;  // status line and header lines, each ended by CR LF, owned; NULL when not obtained
 };
 
-// Blocks for the exchange, its repeats (up to 10 attempts) and their waits. TLS exactly when port is 443.
+// Blocks for the exchange, its repeats (up to 10 attempts) and their waits. TLS exactly when port is 443. An answer is
+// broken off 120 s after its request was sent, or at 16 MiB of body: `error` is ERROR_WINHTTP_TIMEOUT or
+// ERROR_FILE_TOO_LARGE then, and `body` what had come.
 // headers: lines ended by CR LF.  body: NULL or zero-terminated bytes.
 // The caller owns the record; NULL only when it could not be allocated. Every other failure is a record with `status` 0
 // or with `error` set. Neither URL nor headers are logged: they hold tokens.

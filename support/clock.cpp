@@ -13,6 +13,13 @@ int64_t ClockUnixTime()
     return _time64(nullptr);
 }
 
+uint64_t ClockTickMs()
+{
+    if (const Clock* clock = replacement.load(std::memory_order_acquire))
+        return clock->tickMs();
+    return GetTickCount64();
+}
+
 void ClockSleep(DWORD waitMs)
 {
     if (const Clock* clock = replacement.load(std::memory_order_acquire)) {

@@ -46,6 +46,13 @@ void WINAPI Sleep(DWORD waitMs)
     }
 }
 
+ULONGLONG WINAPI GetTickCount64()
+{
+    timespec now;
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<ULONGLONG>(now.tv_sec) * 1000 + static_cast<ULONGLONG>(now.tv_nsec) / 1000000;
+}
+
 __time64_t _time64(__time64_t* time)
 {
     timespec now;

@@ -68,6 +68,9 @@ void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
 
 void WINAPI Sleep(DWORD waitMs);
 
+// Milliseconds since the machine was started, sleep included.
+ULONGLONG WINAPI GetTickCount64();
+
 using __time64_t = int64_t;
 
 __time64_t _time64(__time64_t* time);

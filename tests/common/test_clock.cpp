@@ -7,6 +7,8 @@ namespace {
 // The clock's state stands here, since the system calls plain functions. One TestClock lives at a time.
 std::mutex lock;
 int64_t now;
+uint64_t tick;
+DWORD tickStep;
 std::vector<DWORD> waits;
 std::function<void(DWORD, size_t)> handler;
 
@@ -14,6 +16,13 @@ int64_t Now()
 {
     const std::lock_guard<std::mutex> guard(lock);
     return now;
+}
+
+uint64_t Tick()
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    tick += tickStep;
+    return tick;
 }
 
 void SleepOnTestClock(DWORD waitMs)
@@ -25,13 +34,14 @@ void SleepOnTestClock(DWORD waitMs)
         index = waits.size();
         waits.push_back(waitMs);
         now += waitMs / 1000;
+        tick += waitMs;
         called = handler;
     }
     if (called)
         called(waitMs, index);
 }
 
-const Clock testClock = {Now, SleepOnTestClock};
+const Clock testClock = {Now, Tick, SleepOnTestClock};
 }  // namespace
 
 TestClock::TestClock()
@@ -46,6 +56,7 @@ TestClock::~TestClock()
     const std::lock_guard<std::mutex> guard(lock);
     waits.clear();
     handler = nullptr;
+    tickStep = 0;
 }
 
 std::vector<DWORD> TestClock::Waits() const
@@ -70,6 +81,12 @@ void TestClock::Set(int64_t unixTime)
 {
     const std::lock_guard<std::mutex> guard(lock);
     now = unixTime;
+}
+
+void TestClock::StepTicks(DWORD ms)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    tickStep = ms;
 }
 
 void TestClock::OnSleep(std::function<void(DWORD waitMs, size_t index)> called)

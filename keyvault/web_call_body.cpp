@@ -1,0 +1,92 @@
+#include "keyvault/web_call_body.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "support/clock.h"
+
+namespace {
+
+// Most answers fit in the first block.
+constexpr size_t kFirstBlock = 8192;
+
+// A zero-terminated text of bytes that grows. Outgrown blocks are wiped: an answer may hold a token or plain text.
+class GrowingBytes {
+  public:
+    GrowingBytes() = default;
+    ~GrowingBytes() { WipeFree(bytes_, room_); }
+    GrowingBytes(const GrowingBytes&) = delete;
+    GrowingBytes& operator=(const GrowingBytes&) = delete;
+
+    size_t size() const { return size_; }
+    char* end() const { return bytes_ + size_; }
+
+    // Makes room for `more` bytes behind the end. False: no memory, and nothing has changed.
+    bool Reserve(size_t more)
+    {
+        if (bytes_ && more < room_ - size_)
+            return true;
+        const size_t room = std::max({kFirstBlock, 2 * room_, size_ + more + 1});
+        char* grown = static_cast<char*>(WipeRealloc(bytes_, room_, room));
+        if (!grown)
+            return false;
+        bytes_ = grown;
+        room_ = room;
+        return true;
+    }
+
+    // The next `count` of the reserved bytes have been written.
+    void Extend(size_t count)
+    {
+        size_ += count;
+        bytes_[size_] = 0;
+    }
+
+    // Hands the text over. What nobody would find in it, and so nobody would wipe, is cleared.
+    SecretBytesPtr Take()
+    {
+        bytes_[size_] = 0;  // a read that failed may have written something
+        const size_t length = strlen(bytes_);
+        Wipe(bytes_ + length, room_ - length);
+        SecretBytesPtr taken(bytes_);
+        bytes_ = nullptr;
+        return taken;
+    }
+
+  private:
+    char* bytes_ = nullptr;
+    size_t size_ = 0;
+    size_t room_ = 0;
+};
+
+// 0, or the error with which an answer ends that has come this far.
+DWORD BoundError(uint64_t sentAtMs, size_t size)
+{
+    if (ClockTickMs() - sentAtMs >= kAnswerLimitMs)
+        return ERROR_WINHTTP_TIMEOUT;
+    return size > kAnswerLimitBytes ? DWORD{ERROR_FILE_TOO_LARGE} : DWORD{ERROR_SUCCESS};
+}
+
+}  // namespace
+
+WebCallBody ReadWebCallBody(HINTERNET request, uint64_t sentAtMs)
+{
+    GrowingBytes body;
+    DWORD available = 0;
+    const auto broken = [&](const WCHAR* failure, DWORD error) { return WebCallBody{body.Take(), failure, error}; };
+    do {
+        if (!body.Reserve(available))
+            return {nullptr, TEXT("KVCDoWebCall calloc failure"), HeapError()};
+        DWORD read = 0;
+        if (available != 0 && !WinHttpReadData(request, body.end(), available, &read))
+            return broken(TEXT("KVCDoWebCall WinHttpReadData"), GetLastError());
+        body.Extend(read);
+        if (!WinHttpQueryDataAvailable(request, &available))
+            return broken(TEXT("KVCDoWebCall WinHttpQueryDataAvailable"), GetLastError());
+        const DWORD error = available != 0 ? BoundError(sentAtMs, body.size() + available) : DWORD{ERROR_SUCCESS};
+        if (error != ERROR_SUCCESS)
+            return broken(TEXT("KVCDoWebCall WinHttpReadData"), error);
+    } while (available != 0);
+    return broken(nullptr, ERROR_SUCCESS);
+}
