@@ -102,8 +102,11 @@ class SettingsTransaction {
   public:
     explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
     {
-        if (transaction_ == INVALID_HANDLE_VALUE ||
-            RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key_, transaction_,
+        // Runtimes that only resemble Windows give a handle that leads nowhere, and end the process in the open.
+        DWORD flags = 0;
+        if (transaction_ == INVALID_HANDLE_VALUE || !GetHandleInformation(transaction_, &flags))
+            return;
+        if (RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key_, transaction_,
                                   nullptr) != ERROR_SUCCESS)
             key_ = nullptr;
     }

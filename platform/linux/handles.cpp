@@ -96,8 +96,21 @@ void RetireHandles(std::initializer_list<KernelObject::Kind> kinds)
     }
 }
 
+// What CloseHandle takes.
+static constexpr std::initializer_list<KernelObject::Kind> kClosable = {
+    KernelObject::Kind::semaphore, KernelObject::Kind::file, KernelObject::Kind::transaction};
+
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
-    using Kind = KernelObject::Kind;
-    return RetireHandle(handle, {Kind::semaphore, Kind::file, Kind::transaction}) != nullptr;
+    return RetireHandle(handle, kClosable) != nullptr;
+}
+
+BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags)
+{
+    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const Slot* slot = SlotOf(handle);
+    if (slot == nullptr || !IsOneOf(slot->object->kind(), kClosable))
+        return Fail(ERROR_INVALID_HANDLE);
+    *flags = 0;
+    return TRUE;
 }

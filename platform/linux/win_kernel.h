@@ -45,6 +45,9 @@ constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 // else, closed handles included.
 BOOL WINAPI CloseHandle(HANDLE handle);
 
+// TRUE, with *flags 0, for a handle that CloseHandle would take.
+BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags);
+
 // Unnamed semaphores only: a name gives ERROR_NOT_SUPPORTED.
 HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES attributes, LONG initialCount, LONG maximumCount, LPCWSTR name);
 BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previousCount);

@@ -259,6 +259,9 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
         const PlatformRoot root;
         WriteMachineHive(root, "\"A\"=\"old\"\n\"B\"=\"old\"\n");
         const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
+        DWORD flags = 1;
+        EXPECT_TRUE(GetHandleInformation(transaction, &flags));
+        EXPECT_EQ(0u, flags);
         HKEY key = nullptr;
         ASSERT_EQ(ERROR_SUCCESS, RegOpenKeyTransactedW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE,
                                                        &key, transaction, nullptr));
@@ -278,6 +281,7 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
         }
         EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
         EXPECT_TRUE(CloseHandle(transaction));
+        EXPECT_FALSE(GetHandleInformation(transaction, &flags));
         EXPECT_EQ(row.a, GetText(HKEY_LOCAL_MACHINE, u"A"));
         EXPECT_EQ(row.b, GetText(HKEY_LOCAL_MACHINE, u"B"));
     }
