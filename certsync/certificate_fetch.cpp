@@ -1,8 +1,7 @@
 #include "certsync/certificate_fetch.h"
 
 #include "keyvault/json.h"
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
+#include "keyvault/retry.h"
 #include "support/base64.h"
 #include "support/codepage.h"
 #include "support/log.h"
@@ -12,18 +11,14 @@ namespace {
 // Leaves the answer in lastBody.
 bool Fetch(KVC* kvc, const WCHAR* certName)
 {
-    Throttle throttle;
-    do {
-        kvc->lastStatus = 0;
-        const int good = KVCDoKVRESTCall(kvc, nullptr, static_cast<int>(kvc->certificateMode), certName, TEXT("GET"),
-                                         nullptr, nullptr, nullptr);
-        if (good && kvc->lastStatus == HTTP_OK)
-            return true;
-        if (kvc->lastStatus != HTTP_THROTTLED) {
-            LogError(TEXT("KVCGetCert REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
-            return false;
-        }
-    } while (throttle.WaitAndRetry(TEXT("KVCGetCert ActionThrottled"), kvc->lastStatus));
+    VaultRequest request;
+    request.useCertificates = kvc->certificateMode != 0;
+    request.keyName = certName;
+    Retry retry(ThrottleRule(TEXT("KVCGetCert ActionThrottled")));
+    if (SendWithRetry(kvc, retry, [&] { return SendToVault(kvc, request); }) && kvc->lastStatus == HTTP_OK)
+        return true;
+    if (kvc->lastStatus != HTTP_THROTTLED)
+        LogError(TEXT("KVCGetCert REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
     return false;
 }
 

@@ -3,8 +3,7 @@
 #include "keyvault/join.h"
 #include "keyvault/json.h"
 #include "keyvault/json_body.h"
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
+#include "keyvault/retry.h"
 #include "support/base64.h"
 #include "support/codepage.h"
 #include "support/guards.h"
@@ -37,17 +36,17 @@ SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& va
     return body.Text(TEXT("}")).Bytes();
 }
 
-// The result of the last attempt's KVCDoKVRESTCall.
+// The result of the last attempt's SendToVault.
 int Send(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyPath, const char* body)
 {
-    Throttle throttle;
-    int good = 0;
-    do {
-        kvc->lastStatus = 0;
-        good = KVCDoKVRESTCall(kvc, nullptr, 0, keyPath, TEXT("POST"), actionverb, body, kApiVersionWrite);
-    } while (kvc->lastStatus == HTTP_THROTTLED &&
-             throttle.WaitAndRetry(TEXT("KVCCryptoOp ActionThrottled"), kvc->lastStatus));
-    return good;
+    VaultRequest request;
+    request.verb = TEXT("POST");
+    request.keyName = keyPath;
+    request.actionverb = actionverb;
+    request.apiVersion = kApiVersionWrite;
+    request.body = body;
+    Retry retry(ThrottleRule(TEXT("KVCCryptoOp ActionThrottled")));
+    return SendWithRetry(kvc, retry, [&] { return SendToVault(kvc, request); });
 }
 
 SECURITY_STATUS Fail(const WCHAR* message, SECURITY_STATUS status)

@@ -4,12 +4,10 @@
 
 #include "keyvault/certificate_merge.h"
 #include "keyvault/dummy_certificate.h"
+#include "keyvault/hardware_first.h"
 #include "keyvault/json.h"
 #include "keyvault/json_body.h"
-#include "keyvault/key_creation_kind.h"
 #include "keyvault/key_lookup.h"
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
 #include "support/base64.h"
 #include "support/codepage.h"
 #include "support/log.h"
@@ -79,13 +77,19 @@ SecretBytesPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmS
     return body.Bytes();
 }
 
-// kvc->lastStatus and kvc->lastBody have the outcome.
-void Send(KVC* kvc, const WCHAR* encodedName, const char* body)
+int Send(KVC* kvc, const WCHAR* encodedName, const char* body)
 {
-    kvc->lastStatus = 0;
-    if (!KVCDoKVRESTCall(kvc, nullptr, kvc->certificateMode != 0, encodedName, TEXT("POST"), TEXT("create"), body,
-                         kApiVersionWrite))
+    VaultRequest request;
+    request.verb = TEXT("POST");
+    request.useCertificates = kvc->certificateMode != 0;
+    request.keyName = encodedName;
+    request.actionverb = TEXT("create");
+    request.apiVersion = kApiVersionWrite;
+    request.body = body;
+    const int good = SendToVault(kvc, request);
+    if (!good)
         LogError(TEXT("KVCLowLevelCreateKeyCertificate REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
+    return good;
 }
 
 void LogDetail(const KVC* kvc)
@@ -114,28 +118,22 @@ int Fail(const WCHAR* message)
 // Creates the certificate or its new version. 1 when the vault has taken the request; its answer is in kvc->lastBody.
 int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& request)
 {
-    const WCHAR* hsmSuffix = kHsmSuffix;
-    Throttle throttle;
-    for (;;) {
-        const SecretBytesPtr body = BuildRequest(request, hsmSuffix);
-        if (!body)
-            return Fail(TEXT("KVCLowLevelCreateKeyCertificate Out of memory"));
-        Send(kvc, encodedName, body.get());
-        const DWORD status = kvc->lastStatus;
-        if (status == HTTP_THROTTLED) {
-            if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), status))
-                return 0;
-        } else if (IsHardwareRefusal(status) && *hsmSuffix) {
-            LogHardwareRefusal(kvc);
-            hsmSuffix = TEXT("");
-        } else if (status == HTTP_ACCEPTED) {
-            return 1;
-        } else {
-            LogError(TEXT("KVCLowLevelCreateKeyCertificate Failed"), status, LOG_ERROR_LEVEL);
-            LogDetail(kvc);
-            return 0;
-        }
+    SecretBytesPtr body;
+    const auto send = [&](const WCHAR* hsmSuffix) {
+        body = BuildRequest(request, hsmSuffix);
+        return body ? Send(kvc, encodedName, body.get()) : 0;
+    };
+    CreateHardwareFirst(kvc, TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), send,
+                        [&] { LogHardwareRefusal(kvc); });
+    if (!body)
+        return Fail(TEXT("KVCLowLevelCreateKeyCertificate Out of memory"));
+    if (kvc->lastStatus == HTTP_ACCEPTED)
+        return 1;
+    if (kvc->lastStatus != HTTP_THROTTLED) {
+        LogError(TEXT("KVCLowLevelCreateKeyCertificate Failed"), kvc->lastStatus, LOG_ERROR_LEVEL);
+        LogDetail(kvc);
     }
+    return 0;
 }
 
 // Answers the vault's certificate request with a throw-away certificate. 0 when there is none to be had; 1 also when

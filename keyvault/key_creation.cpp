@@ -1,10 +1,8 @@
 #include "keyvault/key_creation.h"
 
+#include "keyvault/hardware_first.h"
 #include "keyvault/json_body.h"
 #include "keyvault/key_certificate_creation.h"
-#include "keyvault/key_creation_kind.h"
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
 #include "support/log.h"
 
 namespace {
@@ -29,12 +27,18 @@ SecretBytesPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const W
     return bytes;
 }
 
-// kvc->lastStatus has the outcome.
-void Send(KVC* kvc, const WCHAR* encodedName, const char* body)
+int Send(KVC* kvc, const WCHAR* encodedName, const char* body)
 {
-    kvc->lastStatus = 0;
-    if (!KVCDoKVRESTCall(kvc, nullptr, 0, encodedName, TEXT("POST"), TEXT("create"), body, kApiVersionWrite))
+    VaultRequest request;
+    request.verb = TEXT("POST");
+    request.keyName = encodedName;
+    request.actionverb = TEXT("create");
+    request.apiVersion = kApiVersionWrite;
+    request.body = body;
+    const int good = SendToVault(kvc, request);
+    if (!good)
         LogError(TEXT("KVCLowLevelCreateKey REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
+    return good;
 }
 
 int Fail(const WCHAR* message)
@@ -68,25 +72,20 @@ int KVCLowLevelCreateKey(KVC* kvc, const WCHAR* keyName, const WCHAR* encodedNam
 {
     LogLine(TEXT("KVCLowLevelCreateKey"), LOG_STEP_LEVEL);
     const KeyKind kind = KeyKindOf(algId, keyBits);
-    const WCHAR* hsmSuffix = kHsmSuffix;
-    Throttle throttle;
-    for (;;) {
-        const SecretBytesPtr body = BuildRequest(kind, hsmSuffix, algId, keyName);
-        if (!body)
-            return Fail(TEXT("KVCLowLevelCreateKey Out of memory"));
-        Send(kvc, encodedName, body.get());
-        const DWORD status = kvc->lastStatus;
-        if (status == HTTP_THROTTLED) {
-            if (!throttle.WaitAndRetry(TEXT("KVCLowLevelCreateKey ActionThrottled"), status))
-                return 0;
-        } else if (IsHardwareRefusal(status) && *hsmSuffix) {
-            LogError(TEXT("KVCLowLevelCreateKey HSM Key Failed - retry with software key"), status, LOG_WARNING_LEVEL);
-            hsmSuffix = TEXT("");
-        } else if (status == HTTP_OK) {
-            return KVCParseJSONKey(encodedName, kvc->lastBody, key);
-        } else {
-            LogError(TEXT("KVCLowLevelCreateKey Failed"), status, LOG_ERROR_LEVEL);
-            return 0;
-        }
-    }
+    SecretBytesPtr body;
+    const auto send = [&](const WCHAR* hsmSuffix) {
+        body = BuildRequest(kind, hsmSuffix, algId, keyName);
+        return body ? Send(kvc, encodedName, body.get()) : 0;
+    };
+    CreateHardwareFirst(kvc, TEXT("KVCLowLevelCreateKey ActionThrottled"), send, [&] {
+        LogError(TEXT("KVCLowLevelCreateKey HSM Key Failed - retry with software key"), kvc->lastStatus,
+                 LOG_WARNING_LEVEL);
+    });
+    if (!body)
+        return Fail(TEXT("KVCLowLevelCreateKey Out of memory"));
+    if (kvc->lastStatus == HTTP_OK)
+        return KVCParseJSONKey(encodedName, kvc->lastBody, key);
+    if (kvc->lastStatus != HTTP_THROTTLED)
+        LogError(TEXT("KVCLowLevelCreateKey Failed"), kvc->lastStatus, LOG_ERROR_LEVEL);
+    return 0;
 }

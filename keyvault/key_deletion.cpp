@@ -1,11 +1,8 @@
 #include "keyvault/key_deletion.h"
 
-#include <algorithm>
-
 #include "keyvault/join.h"
 #include "keyvault/kvkey.h"
-#include "keyvault/rest_call.h"
-#include "support/clock.h"
+#include "keyvault/retry.h"
 #include "support/log.h"
 
 namespace {
@@ -14,6 +11,13 @@ struct PhaseTexts {
     const WCHAR* busy;  // throttled or in conflict
     const WCHAR* failed;
 };
+
+// A conflict is final once 1, 2, 4, 8 and 16 seconds have been waited, in both phases together; a throttled call goes
+// on with longer waits.
+constexpr RetryRule PhaseRule(const PhaseTexts& texts)
+{
+    return {texts.busy, LOG_ERROR_LEVEL, {{HTTP_CONFLICT, 16000, 0}, {HTTP_THROTTLED, 64000, 20}}};
+}
 
 // Where objects of a kind are deleted and purged, and what the log calls that.
 struct DeletionKind {
@@ -39,61 +43,29 @@ constexpr DeletionKind kCertificate = {
      TEXT("KVCLowLevelDeleteKeyCertificate PURGE Failed")},
 };
 
-// The waits of one deletion, shared by both phases: a conflict is final once 1, 2, 4, 8 and 16 seconds have been
-// waited, while a throttled call goes on with longer ones.
-class DeletionWaits {
-  public:
-    // True when a conflict is worth a wait.
-    bool ConflictMayPass() const { return waitMs_ <= kLongestConflictWaitMs; }
-
-    void Wait()
-    {
-        ClockSleep(waitMs_);
-        waitMs_ = std::min(2 * waitMs_, kLongestWaitMs);
-    }
-
-  private:
-    static constexpr DWORD kLongestConflictWaitMs = 16000;
-    static constexpr DWORD kLongestWaitMs = 64000;
-
-    DWORD waitMs_ = 1000;
-};
-
 bool IsGone(DWORD status)
 {
     return status == HTTP_OK || status == HTTP_NO_CONTENT;
 }
 
-// Repeats `call` until it has succeeded or failed for good. call: gives the result of KVCDoKVRESTCall.
-template <typename Call>
-int RunPhase(const KVC* kvc, const PhaseTexts& texts, DeletionWaits& waits, Call call)
+int RunPhase(KVC* kvc, const PhaseTexts& texts, Retry& retry, const VaultRequest& request)
 {
-    constexpr int kMostThrottled = 20;
-    int throttled = 0;
-    for (;;) {
-        if (call())
-            return IsGone(kvc->lastStatus);
-        const DWORD status = kvc->lastStatus;
-        if (status != HTTP_CONFLICT && status != HTTP_THROTTLED) {
-            LogError(texts.failed, status, LOG_ERROR_LEVEL);
-            return 0;
-        }
-        LogError(texts.busy, status, LOG_ERROR_LEVEL);
-        if (status == HTTP_CONFLICT && !waits.ConflictMayPass())
-            return 0;
-        waits.Wait();
-        if (status == HTTP_CONFLICT ? !waits.ConflictMayPass() : ++throttled == kMostThrottled)
-            return 0;
-    }
+    if (SendWithRetry(kvc, retry, [&] { return SendToVault(kvc, request); }))
+        return IsGone(kvc->lastStatus);
+    if (kvc->lastStatus != HTTP_CONFLICT && kvc->lastStatus != HTTP_THROTTLED)
+        LogError(texts.failed, kvc->lastStatus, LOG_ERROR_LEVEL);
+    return 0;
 }
 
 int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
 {
-    DeletionWaits waits;
-    const int deleted = RunPhase(kvc, kind.deletion, waits, [&] {
-        return KVCDoKVRESTCall(kvc, nullptr, kind.useCertificates, encodedName, TEXT("DELETE"), nullptr, nullptr,
-                               kApiVersionWrite);
-    });
+    VaultRequest deletion;
+    deletion.verb = TEXT("DELETE");
+    deletion.useCertificates = kind.useCertificates;
+    deletion.keyName = encodedName;
+    deletion.apiVersion = kApiVersionWrite;
+    Retry deletionRetry(PhaseRule(kind.deletion));
+    const int deleted = RunPhase(kvc, kind.deletion, deletionRetry, deletion);
     if (!kvc->purgeOnDelete)
         return deleted;
     const BldStrPtr path = JoinText(0, {kind.deletedArea, encodedName, TEXT("?api-version="), kApiVersionWrite});
@@ -101,12 +73,12 @@ int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
         LogLine(TEXT("KVCKeyDelete Out of memory"), LOG_ERROR_LEVEL);
         return deleted;
     }
-    // What cannot be deleted may have been deleted before.
-    const int purged = RunPhase(kvc, kind.purge, waits, [&] {
-        return KVCDoKVRESTCall(kvc, path->cStr, kind.useCertificates, encodedName, TEXT("DELETE"), nullptr, nullptr,
-                               nullptr);
-    });
-    return purged || deleted;
+    // What can't be deleted may have been deleted before.
+    VaultRequest purge = deletion;
+    purge.rawURL = path->cStr;
+    purge.apiVersion = nullptr;
+    Retry purgeRetry(PhaseRule(kind.purge), deletionRetry.nextWaitMs());
+    return RunPhase(kvc, kind.purge, purgeRetry, purge) || deleted;
 }
 
 }  // namespace

@@ -2,8 +2,7 @@
 
 #include <string.h>
 
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
+#include "keyvault/retry.h"
 #include "support/log.h"
 
 namespace {
@@ -37,18 +36,19 @@ int TakeKey(const WCHAR* encodedName, const KVC* kvc, KVKey* kvk)
 
 int ReadKey(KVC* kvc, const WCHAR* encodedName, KVKey* kvk, const ReadFailureLog& failures)
 {
-    Throttle throttle;
-    do {
-        kvc->lastStatus = 0;
-        const int good = KVCDoKVRESTCall(kvc, nullptr, 0, encodedName, TEXT("GET"), nullptr, nullptr, nullptr);
-        if (good && kvc->lastStatus == HTTP_OK)
-            return TakeKey(encodedName, kvc, kvk);
-        if (!good)
+    VaultRequest request;
+    request.keyName = encodedName;
+    Retry retry(ThrottleRule(TEXT("KVCGetKey KVCDoKVRESTCall ActionThrottled")));
+    const int good = SendWithRetry(kvc, retry, [&] {
+        const int sent = SendToVault(kvc, request);
+        if (!sent)
             failures.Refused();
-        if (kvc->lastStatus != HTTP_THROTTLED)
-            failures.Status(kvc->lastStatus);
-    } while (kvc->lastStatus == HTTP_THROTTLED &&
-             throttle.WaitAndRetry(TEXT("KVCGetKey KVCDoKVRESTCall ActionThrottled"), kvc->lastStatus));
+        return sent;
+    });
+    if (good && kvc->lastStatus == HTTP_OK)
+        return TakeKey(encodedName, kvc, kvk);
+    if (kvc->lastStatus != HTTP_THROTTLED)
+        failures.Status(kvc->lastStatus);
     return 0;
 }
 

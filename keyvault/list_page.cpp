@@ -4,8 +4,7 @@
 
 #include <utility>
 
-#include "keyvault/rest_call.h"
-#include "keyvault/throttle.h"
+#include "keyvault/retry.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -24,20 +23,22 @@ ListPage ListWalk::Fetch()
     }
     current_ = std::move(next_);
     pages_++;
-    Throttle throttle;
-    do {
-        kvc_->lastStatus = 0;
-        if (!KVCDoKVRESTCall(kvc_, current_ ? current_->cStr : nullptr, kind_.useCertificates, nullptr, TEXT("GET"),
-                             nullptr, nullptr, nullptr))
+    VaultRequest request;
+    request.rawURL = current_ ? current_->cStr : nullptr;
+    request.useCertificates = kind_.useCertificates;
+    Retry retry(ThrottleRule(kind_.throttled));
+    SendWithRetry(kvc_, retry, [&] {
+        const int good = SendToVault(kvc_, request);
+        if (!good)
             LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
-        if (kvc_->lastStatus == HTTP_OK)
-            return ListPage::Read;
-        if (kvc_->lastStatus != HTTP_THROTTLED) {
-            LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
-            return ListPage::Failed;
-        }
-    } while (throttle.WaitAndRetry(kind_.throttled, kvc_->lastStatus));
-    return ListPage::Throttled;
+        return good;
+    });
+    if (kvc_->lastStatus == HTTP_OK)
+        return ListPage::Read;
+    if (kvc_->lastStatus == HTTP_THROTTLED)
+        return ListPage::Throttled;
+    LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
+    return ListPage::Failed;
 }
 
 bool ListWalk::TakeNextLink(json_object* page)

@@ -17,13 +17,14 @@ bool IsGood(DWORD status)
     return status == 200 || status == 201 || status == 202 || status == 204;
 }
 
-BldStrPtr Url(const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* actionverb,
-              const WCHAR* apiVersion)
+BldStrPtr Url(const VaultRequest& request, const WCHAR* apiVersion)
 {
-    if (rawURL)
-        return JoinText(0, {rawURL});
-    return JoinText(0, {TEXT("/"), useCertificates ? TEXT("certificates") : TEXT("keys"), keyName ? TEXT("/") : nullptr,
-                        keyName, actionverb ? TEXT("/") : nullptr, actionverb, TEXT("?api-version="), apiVersion});
+    if (request.rawURL)
+        return JoinText(0, {request.rawURL});
+    return JoinText(0,
+                    {TEXT("/"), request.useCertificates ? TEXT("certificates") : TEXT("keys"),
+                     request.keyName ? TEXT("/") : nullptr, request.keyName, request.actionverb ? TEXT("/") : nullptr,
+                     request.actionverb, TEXT("?api-version="), apiVersion});
 }
 
 SecretStrPtr HeaderBlock(const KVC* kvc)
@@ -46,8 +47,7 @@ void LogPart(const WCHAR* message, const WCHAR* text)
 
 }  // namespace
 
-int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* verb,
-                    const WCHAR* actionverb, const char* body, const WCHAR* apiVersion)
+int SendToVault(KVC* kvc, const VaultRequest& request)
 {
     LogLine(TEXT("KVCDoKVRESTCall"), LOG_DETAIL_LEVEL);
     if (!kvc || !HasText(kvc->tokenType) || !HasText(kvc->accessToken)) {
@@ -58,15 +58,16 @@ int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WC
     }
     WipeFreeBytes(kvc->lastBody);
     kvc->lastBody = nullptr;
+    const WCHAR* apiVersion = request.apiVersion;
     if (!apiVersion) {
         LogLine(TEXT("KVCDoKVRESTCall API Version 2016-10-01"), LOG_DETAIL_LEVEL);
         apiVersion = kApiVersionRead;
     }
-    LogPart(TEXT("KVCDoKVRESTCall Keyname"), keyName);
-    LogPart(TEXT("KVCDoKVRESTCall actionverb"), actionverb);
+    LogPart(TEXT("KVCDoKVRESTCall Keyname"), request.keyName);
+    LogPart(TEXT("KVCDoKVRESTCall actionverb"), request.actionverb);
 
     BldStrPtr host = JoinText(0, {KVCText(kvc->kvname), kVaultHostSuffix});
-    BldStrPtr url = Url(rawURL, useCertificates, keyName, actionverb, apiVersion);
+    BldStrPtr url = Url(request, apiVersion);
     if (!host || !url)
         return 0;
     LogString(TEXT("KVCDoKVRESTCall host"), host->cStr, LOG_DETAIL_LEVEL);
@@ -75,7 +76,7 @@ int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WC
     if (!headers)
         return 0;
     const KVCResponsePtr response(
-        KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, host->cStr, url->cStr, verb, headers->cStr, body));
+        KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, host->cStr, url->cStr, request.verb, headers->cStr, request.body));
     host.reset();
     url.reset();
     headers.reset();
@@ -91,4 +92,18 @@ int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WC
     }
     LogLine(TEXT("KVCDoKVRESTCall Good - JSON"), LOG_DETAIL_LEVEL);
     return 1;
+}
+
+int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* verb,
+                    const WCHAR* actionverb, const char* body, const WCHAR* apiVersion)
+{
+    VaultRequest request;
+    request.verb = verb;
+    request.rawURL = rawURL;
+    request.useCertificates = useCertificates;
+    request.keyName = keyName;
+    request.actionverb = actionverb;
+    request.apiVersion = apiVersion;
+    request.body = body;
+    return SendToVault(kvc, request);
 }
