@@ -7,6 +7,7 @@ if(WIN32)
   # Test programs make the system's own allocations fail, and the library's are not among them: theirs is a copy that calls
   # the C library past the wrappers (tests/common/alloc_fault.cpp).
   set(unwrapped "${CMAKE_BINARY_DIR}/libjson-c-unwrapped.a")
+  set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${KELVARO_JSONC_ROOT}/lib/libjson-c.a")
   execute_process(COMMAND "${CMAKE_OBJCOPY}" --redefine-syms=${PROJECT_SOURCE_DIR}/cmake/unwrapped-${CMAKE_SYSTEM_PROCESSOR}.txt
     "${KELVARO_JSONC_ROOT}/lib/libjson-c.a" "${unwrapped}" COMMAND_ERROR_IS_FATAL ANY)
   add_library(kelvaro_jsonc INTERFACE IMPORTED GLOBAL)

@@ -30,7 +30,8 @@ static const char kExitCodes[] =
 static void AddGlobalOptions(CLI::App& app, Tool& tool)
 {
     app.add_flag("--json", tool.json, "answer with a JSON object, for programs");
-    app.add_option("--module", tool.modulePath, "the provider's module; else the one beside this program or installed")
+    app.add_option("--module", tool.modulePath,
+                   "the provider's module, named before the command; else the one beside this program or installed")
         ->type_name("PATH");
     app.add_option("--via", tool.via,
                    "module: load the provider's module (default); ncrypt: go through the key storage router of Windows")
@@ -116,13 +117,27 @@ static int Run(Tool& tool)
     }
 }
 
+// Parses the command line. A script or installer may pass a name from elsewhere behind the command: such a name must
+// not choose the code that is loaded, so --module is taken in front of the command only.
+static void Parse(CLI::App& app, const std::vector<std::string>& arguments)
+{
+    const CLI::Option* const module = app.get_option("--module");
+    size_t before = 0;
+    for (CLI::App* const command : app.get_subcommands({}))
+        command->preparse_callback([&before, module](size_t) { before = module->count(); });
+    // The parser takes its arguments from the back.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    if (module->count() != before)
+        throw CLI::ArgumentMismatch("--module goes before the command");
+}
+
 int RunTool(const std::vector<std::string>& arguments)
 {
     Tool tool;
     CLI::App app("Administers the Zandrel Key Storage Provider for Key Vault", "kelvaroctl");
     app.footer(kExitCodes);
     app.require_subcommand(1);
-    // Global options may stand behind a command too.
+    // Global options may stand behind a command too, all but --module.
     app.fallthrough();
     AddGlobalOptions(app, tool);
     AddConfigCommands(app, tool);
@@ -132,8 +147,7 @@ int RunTool(const std::vector<std::string>& arguments)
     AddSignCommands(app, tool);
     AddEncryptCommands(app, tool);
     try {
-        // The parser takes its arguments from the back.
-        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        Parse(app, arguments);
     } catch (const CLI::Success& wanted) {
         return app.exit(wanted);
     } catch (const CLI::ParseError& error) {

@@ -10,7 +10,7 @@ namespace kelvaroctl {
 
 namespace fs = std::filesystem;
 
-// The module beside this program, or its bare name for the loader to find.
+// The module beside this program, else the installed one.
 static std::string DefaultModule()
 {
     std::vector<WCHAR> path(4096);
@@ -21,7 +21,7 @@ static std::string DefaultModule()
         if (fs::exists(beside, ignored))
             return beside.u8string();
     }
-    return kModuleFile;
+    return InstalledModule();
 }
 
 namespace {

@@ -10,6 +10,10 @@ namespace kelvaroctl {
 // The module's file, without a folder.
 extern const char kModuleFile[];
 
+// What the loader is given for the installed module. Windows: its path in the system's folder, so that no other folder
+// is searched.
+std::string InstalledModule();
+
 // What an administrator looks at to mend the settings of a hive: the hive's file or the key's path.
 std::string SettingsPlace(HKEY hive);
 

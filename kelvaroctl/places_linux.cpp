@@ -7,6 +7,11 @@ namespace kelvaroctl {
 
 const char kModuleFile[] = "libkelvaro.so";
 
+std::string InstalledModule()
+{
+    return kModuleFile;
+}
+
 std::string SettingsPlace(HKEY hive)
 {
     return hive == HKEY_LOCAL_MACHINE ? RootDirectory() + "/registry/HKEY_LOCAL_MACHINE.reg"

@@ -1,8 +1,19 @@
 #include "kelvaroctl/places.h"
 
+#include "kelvaroctl/failure.h"
+
 namespace kelvaroctl {
 
 const char kModuleFile[] = "kelvaro.dll";
+
+std::string InstalledModule()
+{
+    WCHAR folder[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+    if (!length || length >= MAX_PATH)
+        throw ConfigurationFailure("Windows does not name its system folder: " + LoaderMessage(GetLastError()));
+    return ToNarrow(WideText(folder, length)) + "\\" + kModuleFile;
+}
 
 std::string SettingsPlace(HKEY hive)
 {

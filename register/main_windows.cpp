@@ -60,6 +60,8 @@ static int Run(const std::vector<std::string>& arguments)
 
 int wmain(int argc, wchar_t** argv)
 {
+    // Such DLLs as the system loads by their bare names are looked for in System32 alone.
+    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> arguments;
     for (int index = 1; index < argc; ++index)

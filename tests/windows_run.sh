@@ -55,6 +55,7 @@ repeats() { # repeats TEST
 }
 met=$work/met
 : >"$met"
+run "$build/tests/windows_host.exe" "Z:$build/provider/kelvaro.dll" || wrong "the module is no good guest"
 [ -s "$runtime_root$build/tests.txt" ] || wrong "no test programs"
 while read -r program; do
     name=$(basename "$program" .exe)

@@ -1,23 +1,22 @@
 #!/bin/sh
 # The Windows module exports exactly GetKeyStorageInterface, undecorated, and needs nothing but Windows' own DLLs; the programs
-# beside it need nothing else either. Each says the version of the file VERSION.
+# beside it need nothing else either. Each says the version of the file VERSION, and lets Windows move it in memory and keep its
+# data from being run. The module adds no handler to its host's exceptions. Each program's manifest says with which rights it runs.
 # Usage: tools/check-windows-binaries.sh BUILD_DIR
 set -eu
 build=$1
 windows_dlls='^(kernel32|advapi32|crypt32|ncrypt|bcrypt|winhttp|rpcrt4|msvcrt|user32|ws2_32|shell32|ole32|psapi|ktmw32|api-ms-win-[a-z0-9-]+)\.dll$'
 version=$(head -n 1 "$(dirname "$0")/../VERSION")
 failed=0
+wrong() {
+    echo "$*" >&2
+    failed=1
+}
 
 foreign() {
     objdump -p "$1" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr 'A-Z' 'a-z' | grep -Ev "$windows_dlls" || true
 }
 
-module=$build/provider/kelvaro.dll
-exports=$(objdump -p "$module" | awk '/\[Ordinal\/Name Pointer\] Table/ {on = 1; next} on && /^[[:space:]]*\[/ {print $NF} on && NF == 0 {on = 0}')
-if [ "$exports" != GetKeyStorageInterface ]; then
-    echo "$module exports: $exports" >&2
-    failed=1
-fi
 # The version resource: its fixed part has the number as 16-bit words, minor before major and a zero before the patch number.
 unversioned() {
     # shellcheck disable=SC2046
@@ -27,20 +26,47 @@ unversioned() {
     return 1
 }
 
+# What the header lacks of what Windows needs for random addresses and for memory that isn't run.
+unguarded() {
+    objdump -p "$1" >"$header"
+    flags='DYNAMIC_BASE NX_COMPAT'
+    ! grep -q '^Magic.*020b' "$header" || flags="$flags HIGH_ENTROPY_VA"
+    for flag in $flags; do
+        grep -qw "$flag" "$header" || echo "$flag"
+    done
+    # Without relocations it can't be moved, whatever the flags say.
+    ! grep -q 'relocations stripped' "$header" && objdump -h "$1" | grep -qw '\.reloc' || echo relocations
+}
+
+# The compiler's thread library brings such a handler in.
+hooks() {
+    LC_ALL=C grep -aoE 'AddVectored[A-Za-z]*|SetUnhandledExceptionFilter|libwinpthread' "$1" | sort -u
+}
+
+header=$(mktemp)
+trap 'rm -f "$header"' EXIT
+module=$build/provider/kelvaro.dll
+exports=$(objdump -p "$module" | awk '/\[Ordinal\/Name Pointer\] Table/ {on = 1; next} on && /^[[:space:]]*\[/ {print $NF} on && NF == 0 {on = 0}')
+[ "$exports" = GetKeyStorageInterface ] || wrong "$module exports: $exports"
+hooked=$(hooks "$module")
+[ -z "$hooked" ] || wrong "$module hooks into its host's exceptions:" $hooked
+
 for file in "$module" "$build"/kelvaroctl/*.exe "$build"/register/*.exe; do
     [ -f "$file" ] || continue
-    wrong=$(foreign "$file")
-    if [ -n "$wrong" ]; then
-        echo "$file needs: $wrong" >&2
-        failed=1
-    fi
-    if unversioned "$file"; then
-        echo "$file has no version resource with $version" >&2
-        failed=1
-    fi
+    needed=$(foreign "$file")
+    [ -z "$needed" ] || wrong "$file needs:" $needed
+    ! unversioned "$file" || wrong "$file has no version resource with $version"
+    lacking=$(unguarded "$file")
+    [ -z "$lacking" ] || wrong "$file lacks:" $lacking
+    case $file in
+    */kelvaro-register.exe) level=requireAdministrator ;;
+    *.exe) level=asInvoker ;;
+    *) continue ;;
+    esac
+    LC_ALL=C grep -qa "<requestedExecutionLevel level=\"$level\"" "$file" || wrong "$file has no manifest with $level"
 done
 for file in "$module" "$build/kelvaroctl/kelvaroctl.exe"; do
-    [ -f "$file" ] || { echo "$file is missing" >&2 && failed=1; }
+    [ -f "$file" ] || wrong "$file is missing"
 done
-[ "$failed" = 0 ] && echo "exports, imports and versions of $build are as they must be"
+[ "$failed" = 0 ] && echo "exports, imports, versions, manifests and guards of $build are as they must be"
 exit "$failed"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Runs a script in namespaces of its own, where the Windows runtime is at hand: mounts, network and processes all end with
-# it, whatever it leaves running.
+# Runs a script in namespaces of its own, where it finds the Windows runtime: mounts, network and processes all end with it,
+# whatever it leaves running.
 # Usage: tools/windows-namespace.sh RUNTIME WORK SCRIPT [ARGUMENT]...
 # RUNTIME: a folder of tools/windows-runtime.sh.   WORK: an empty folder of the caller's, which removes it afterwards.
 # The script finds in its environment
@@ -29,12 +29,14 @@ done
 mount -t proc proc /proc
 ip link set lo up
 ip address add 169.254.169.254/32 dev lo
-mkdir -p "$work/tmp" "$work/certs" "$runtime_root$top" "$runtime_root/etc/ssl/certs"
+mkdir -p "$work/tmp" "$work/certs" "$runtime_root/etc/ssl/certs"
 mount --bind "$work/tmp" "$runtime_root/tmp"
 mount --bind "$work/certs" "$runtime_root/etc/ssl/certs"
 mount --rbind /dev "$runtime_root/dev"
 mount --rbind /sys "$runtime_root/sys"
 mount -t proc proc "$runtime_root/proc"
+# Behind the other mounts: the checkout may stand below one of them.
+mkdir -p "$runtime_root$top"
 mount --bind "$top" "$runtime_root$top"
 printf 'nameserver 127.0.0.1\noptions timeout:1 attempts:1\n' >"$work/resolv.conf"
 : >"$runtime_root/etc/resolv.conf"

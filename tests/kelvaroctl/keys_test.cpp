@@ -217,6 +217,16 @@ TEST_F(KeysTest, AModuleThatIsNone)
         EXPECT_EQ(3, ran.exit) << path;
         EXPECT_NE(std::string::npos, ran.err.find(fs::path(path).filename().string())) << ran.err;
     }
+    // What a script passes on behind the command names no module.
+    WriteFile("settings.reg", "Windows Registry Editor Version 5.00\n");
+    const std::vector<std::string> commands[] = {
+        {"keys", "list", "--module", KELVARO_MODULE_PATH},
+        {"keys", "list", std::string("--module=") + KELVARO_MODULE_PATH},
+        {"keys", "--module", KELVARO_MODULE_PATH, "list"},
+        {"config", "import", File("settings.reg"), "--module", KELVARO_MODULE_PATH},
+        {"config", "import", "--", File("settings.reg"), "--module", "other"}};
+    for (const auto& command : commands)
+        EXPECT_EQ(2, RunProgram(KELVAROCTL_PATH, command, "").exit) << command.back();
 }
 
 TEST_F(KeysTest, TheModuleBesideTheProgramIsTaken)
