@@ -12,9 +12,13 @@ static const char kUsageText[] =
     "  kelvaro-register install     registers the provider; kelvaro.dll must be in the system's folder\n"
     "  kelvaro-register uninstall   takes the registration away; files and settings stay\n"
     "  kelvaro-register status      tells what is registered and whether the module fits\n"
+    "  kelvaro-register prepare     makes the settings' keys and the log's folder, closed to ordinary users\n"
     "\n"
-    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits; 2 the command line is wrong;\n"
-    "3 Windows refused\n";
+    "The installer also calls save-settings, restore-settings, forget-settings, and check-secret, which fails when\n"
+    "a client secret is stored in clear.\n"
+    "\n"
+    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-secret: a clear secret;\n"
+    "2 the command line is wrong; 3 Windows refused\n";
 
 static std::string Utf8(const WideText& text)
 {

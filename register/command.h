@@ -10,7 +10,8 @@ namespace kelvaro_register {
 
 enum ExitCode : int {
     kDone = 0,
-    kNotInstalled = 1,  // status: something is missing; install: there is no module to register
+    kNotInstalled =
+        1,  // status: something is missing; install: there is no module to register; check-secret: one in clear
     kUsage = 2,
     kRefused = 3,  // by the router
 };

@@ -2,6 +2,8 @@
 #include <filesystem>
 
 #include "register/command.h"
+#include "register/security_windows.h"
+#include "register/settings_windows.h"
 
 namespace kelvaro_register {
 
@@ -41,17 +43,90 @@ static ModulePlaces Places()
     return {{"64-bit programs", seen, system, native}, {"32-bit programs", system32, system32, kMachineX86}};
 }
 
-static int Run(const std::vector<std::string>& arguments)
+static int CheckSecret(std::string* output)
 {
-    std::string output;
-    int exitCode = kRefused;
+    const std::string programs = ClearSecrets();
+    if (programs.empty())
+        return kDone;
+    *output += "a client secret is stored in clear for " + programs + "\n";
+    return kNotInstalled;
+}
+
+static std::string StatusOfSettings()
+{
+    try {
+        return DescribeSettings();
+    } catch (const RefusedStep& refusal) {
+        return std::string(refusal.what()) + "\n";
+    }
+}
+
+// The commands about settings and the log's folder; kUsage for any other.
+static int RunSettings(const std::string& command, std::string* output)
+{
+    static constexpr struct {
+        const char* name;
+        void (*step)();
+    } kSteps[] = {{"prepare", PrepareSettings},
+                  {"save-settings", SaveSettings},
+                  {"restore-settings", RestoreSettings},
+                  {"forget-settings", ForgetSettings}};
+    try {
+        if (command == "check-secret")
+            return CheckSecret(output);
+        for (const auto& row : kSteps) {
+            if (command != row.name)
+                continue;
+            row.step();
+            if (command == "prepare")
+                *output += DescribeSettings();
+            return kDone;
+        }
+    } catch (const RefusedStep& refusal) {
+        *output += std::string(refusal.what()) + "\n";
+        return kRefused;
+    }
+    return kUsage;
+}
+
+static int RunRouter(const std::vector<std::string>& arguments, std::string* output)
+{
     CngCalls calls = {};
     const HMODULE bcrypt = LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     const char* const missing = bcrypt ? FindCngCalls(bcrypt, &calls) : "bcrypt.dll";
-    if (missing)
-        output = std::string("this Windows lacks ") + missing + "\n";
-    else
-        exitCode = RunRegister(arguments, calls, Places(), &output);
+    if (missing) {
+        *output = std::string("this Windows lacks ") + missing + "\n";
+        return kRefused;
+    }
+    return RunRegister(arguments, calls, Places(), output);
+}
+
+// The installer doesn't show what a program prints, and takes the program away again when it fails: the reason goes to
+// the event log, too.
+static void ReportFailure(const std::string& command, const std::string& output)
+{
+    const HANDLE source = RegisterEventSourceW(nullptr, L"Kelvaro");
+    if (!source)
+        return;
+    const std::wstring text = std::filesystem::u8path("kelvaro-register " + command + ": " + output).wstring();
+    const WCHAR* strings[1] = {text.c_str()};
+    ReportEventW(source, EVENTLOG_ERROR_TYPE, 0, 0, nullptr, 1, 0, strings, nullptr);
+    DeregisterEventSource(source);
+}
+
+static int Run(const std::vector<std::string>& arguments)
+{
+    std::string output;
+    const std::string command = arguments.size() == 1 ? arguments[0] : "";
+    if (command == "status") {
+        std::fputs(StatusOfSettings().c_str(), stdout);
+        std::fflush(stdout);
+    }
+    int exitCode = RunSettings(command, &output);
+    if (exitCode == kUsage)
+        exitCode = RunRouter(arguments, &output);
+    if (command != "status" && (exitCode == kNotInstalled || exitCode == kRefused))
+        ReportFailure(command, output);
     std::fputs(output.c_str(), exitCode == kDone || exitCode == kNotInstalled ? stdout : stderr);
     return exitCode;
 }

@@ -58,13 +58,15 @@ finishing_queries() {
         # Without an id a component is written once and then left alone: by uninstall, so by upgrade, and by repair, which
         # would write the property that it is not given.
         for bits in 64 32; do
-            echo "UPDATE \`Component\` SET \`ComponentId\`='', \`Condition\`='$property' WHERE \`Component\`='$value$bits'"
+            echo "UPDATE \`Component\` SET \`ComponentId\`='', \`Condition\`='$property AND NOT Installed'" \
+                "WHERE \`Component\`='$value$bits'"
         done
     done
-    # The key itself is always there: the module writes its own notes into it, and never makes it.
-    for bits in 64 32; do
-        echo "INSERT INTO \`Registry\` (\`Registry\`, \`Root\`, \`Key\`, \`Name\`, \`Component_\`)" \
-            "VALUES ('SettingsKey$bits', 2, 'Software\\Zandrel\\Kelvaro', '+', 'Module$bits')"
+    # The source of the log's events, and where the viewer finds their text.
+    source='SYSTEM\CurrentControlSet\Services\EventLog\Application\Kelvaro'
+    for row in 'EventMessageFile #%[System64Folder]kelvaro.dll' 'TypesSupported #7'; do
+        echo "INSERT INTO \`Registry\` (\`Registry\`, \`Root\`, \`Key\`, \`Name\`, \`Value\`, \`Component_\`)" \
+            "VALUES ('Event${row%% *}', 2, '$source', '${row%% *}', '${row#* }', 'Module64')"
     done
     secure=$(settings | while read -r value type property; do printf '%s;' "$property"; done)
     echo "UPDATE \`Property\` SET \`Value\`='${secure}NOREGISTER;SETTINGSFILE;WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED'" \
@@ -72,10 +74,14 @@ finishing_queries() {
     echo "INSERT INTO \`Property\` (\`Property\`, \`Value\`) VALUES ('MsiHiddenProperties', 'CLIENTSECRET')"
     echo "INSERT INTO \`LaunchCondition\` (\`Condition\`, \`Description\`)" \
         "VALUES ('VersionNT64', 'This package is for 64-bit Windows.')"
-    # 18: a program that is installed; 64: whatever its result; 256 and 1024: in the rollback; 2048: as the system.
-    for action in UndoUnregister UndoRegister; do
-        echo "UPDATE \`CustomAction\` SET \`Type\`=3410 WHERE \`Action\`='$action'"
+    echo "INSERT INTO \`LaunchCondition\` (\`Condition\`, \`Description\`)" \
+        "VALUES ('Installed OR MACHINEARCHITECTURE <> \"ARM64\"', 'This package is for x64 processors. It has no module for ARM64.')"
+    # 18: a program that is installed; 2: one that the package carries for it; 64: whatever its result; 256 and 1024: in the
+    # rollback; 512 and 1024: when all is done; 2048: as the system.
+    for action in 'UndoUnregister 3410' 'UndoRegister 3410' 'RestoreSettings 3394' 'ForgetSettings 3666'; do
+        echo "UPDATE \`CustomAction\` SET \`Type\`=${action#* } WHERE \`Action\`='${action% *}'"
     done
+    echo "UPDATE \`CustomAction\` SET \`Source\`='Registrar' WHERE \`Action\`='RestoreSettings'"
     # The old version goes first, whole, so that it doesn't take away what the new one registers.
     echo "UPDATE \`InstallExecuteSequence\` SET \`Sequence\`=1501 WHERE \`Action\`='RemoveExistingProducts'"
     # A versioned file is replaced by a newer version of it only.

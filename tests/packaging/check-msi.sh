@@ -39,6 +39,7 @@ expect "the platform" 'x64;1033' "$(msiinfo export "$msi" _SummaryInformation | 
 table Upgrade | grep -q "^{55AADE55-D09C-5FF2-813B-F5EF9D09740B}	*$version	*1	.*WIX_UPGRADE_DETECTED" ||
     fail "older versions are not replaced"
 table LaunchCondition | grep -q '^VersionNT64' || fail "32-bit Windows is not refused"
+table LaunchCondition | grep -q '^Installed OR MACHINEARCHITECTURE <> "ARM64"	.*x64' || fail "ARM64 is not refused"
 table LaunchCondition | grep -q '^NOT WIX_DOWNGRADE_DETECTED' || fail "a downgrade is not refused"
 
 # Where each file goes: component, its folder, 256 for the 64-bit ones.
@@ -102,34 +103,42 @@ for setting in $known; do
         set -- $view
         row=$(table Registry | awk -F '\t' -v name="$setting" -v component="$setting$1" '$4 == name && $6 == component')
         expect "$setting in the $1-bit view" "$setting$1	2	Software\\Zandrel\\Kelvaro	$setting	$value	$setting$1" "$row"
-        expect "$setting$1's component" "$setting$1		$3	$2	$property	$setting$1" \
+        expect "$setting$1's component" "$setting$1		$3	$2	$property AND NOT Installed	$setting$1" \
             "$(table Component | grep "^$setting$1	")"
     done
     column Property SecureCustomProperties 2 | tr ';' '\n' | grep -qx "$property" || fail "$property does not reach the installation"
 done
-for bits in 64 32; do
-    table Registry | grep -q "^SettingsKey$bits	2	Software.Zandrel.Kelvaro	+		Module$bits\$" || fail "no settings key in the $bits-bit view"
-done
+expect "the events' source" 'SYSTEM\CurrentControlSet\Services\EventLog\Application\Kelvaro EventMessageFile #%[System64Folder]kelvaro.dll' \
+    "$(table Registry | awk -F '\t' '$4 == "EventMessageFile" {print $3, $4, $5}')"
 column Property MsiHiddenProperties 2 | tr ';' '\n' | grep -qx CLIENTSECRET || fail "the secret is written to the log"
 
-# What it runs. 18: a program that it installed; 1024 in the script, 2048 as the system, 256 in the rollback, 64 whatever the result.
-while IFS='|' read -r action type source arguments; do
+# What it runs. 18: a program that it installed, 2: one in the package; 1024 in the script, 2048 as the system, 256 in the rollback,
+# 512 when all is done, 64 whatever the result. Nothing that takes a property runs in a repair.
+while IFS='|' read -r action type source arguments condition; do
     expect "$action" "$type $source $arguments" "$(column CustomAction "$action" 2) $(column CustomAction "$action" 3) $(column CustomAction "$action" 4)"
-done <<'END'
-RegisterProvider|3090|KelvaroRegister.exe|install
-UnregisterProvider|3154|KelvaroRegister.exe|uninstall
-UndoRegister|3410|KelvaroRegister.exe|uninstall
-UndoUnregister|3410|KelvaroRegister.exe|install
-ImportSettings64|3090|Kelvaroctl64.exe|config import "[SETTINGSFILE]"
-ImportSettings32|3090|Kelvaroctl32.exe|config import "[SETTINGSFILE]"
-ProtectSecret64|3154|Kelvaroctl64.exe|provider show
-ProtectSecret32|3154|Kelvaroctl32.exe|provider show
+    expect "when $action runs" "$condition" "$(column InstallExecuteSequence "$action" 2)"
+    echo "$action"
+done >"$work/actions" <<'END'
+UndoUnregister|3410|KelvaroRegister.exe|install|REMOVE="ALL"
+UnregisterProvider|3154|KelvaroRegister.exe|uninstall|REMOVE="ALL"
+RestoreSettings|3394|Registrar|restore-settings|NOT REMOVE
+SaveSettings|3090|KelvaroRegister.exe|save-settings|NOT REMOVE
+PrepareSettings|3090|KelvaroRegister.exe|prepare|NOT REMOVE
+UndoRegister|3410|KelvaroRegister.exe|uninstall|NOT Installed AND NOT NOREGISTER
+RegisterProvider|3090|KelvaroRegister.exe|install|NOT REMOVE AND NOT NOREGISTER
+ImportSettings64|3090|Kelvaroctl64.exe|config import -- "[SETTINGSFILE]"|SETTINGSFILE AND NOT Installed
+ImportSettings32|3090|Kelvaroctl32.exe|config import -- "[SETTINGSFILE]"|SETTINGSFILE AND NOT Installed
+ProtectSecret64|3154|Kelvaroctl64.exe|provider show|CLIENTSECRET AND NOT Installed
+ProtectSecret32|3154|Kelvaroctl32.exe|provider show|CLIENTSECRET AND NOT Installed
+CheckSecret|3090|KelvaroRegister.exe|check-secret|(CLIENTSECRET OR SETTINGSFILE) AND NOT Installed
+ForgetSettings|3666|KelvaroRegister.exe|forget-settings|NOT REMOVE
 END
+expect "what it runs" "$(sort "$work/actions" | tr '\n' ' ')" "$(table CustomAction | cut -f1 | grep -vx PreventDowngrading | sort | tr '\n' ' ')"
 in_order InstallInitialize RemoveExistingProducts UndoUnregister UnregisterProvider RemoveFiles InstallFiles \
-    WriteRegistryValues UndoRegister RegisterProvider ImportSettings64 ImportSettings32 ProtectSecret64 ProtectSecret32 \
-    InstallFinalize
-expect "when it unregisters" 'REMOVE="ALL"' "$(column InstallExecuteSequence UnregisterProvider 2)"
-expect "when it registers" 'NOT REMOVE AND NOT NOREGISTER' "$(column InstallExecuteSequence RegisterProvider 2)"
+    RestoreSettings SaveSettings PrepareSettings WriteRegistryValues UndoRegister RegisterProvider ImportSettings64 \
+    ImportSettings32 ProtectSecret64 ProtectSecret32 CheckSecret ForgetSettings InstallFinalize
+[ "$(sequence AppSearch)" -lt "$(sequence LaunchConditions)" ] || fail "the processor is looked up too late"
+msiinfo extract "$msi" Binary.Registrar | cmp -s - "$payload/x64/kelvaro-register.exe" || fail "the registrar in the package is not the built one"
 
 [ "$failed" = 0 ] && echo "installer: files, registry, actions and their order are as they must be"
 exit "$failed"

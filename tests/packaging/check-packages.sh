@@ -30,7 +30,8 @@ SOURCE_DATE_EPOCH=1000000000 "$top/packaging/windows/build-msi.sh" $later "$pack
 "$top/tools/windows-runtime.sh" "$top/build/windows-runtime"
 x86_64-w64-mingw32-g++-posix -std=c++17 -O1 -shared -static -DUNICODE -D_UNICODE -D_WIN32_WINNT=0x0A00 -I"$top" \
     "$here/router_windows.cpp" -o "$work/router.dll"
+x86_64-w64-mingw32-gcc-posix -shared "$here/hostile_windows.c" -o "$work/hostile.dll"
 mkdir "$work/run"
 "$top/tools/windows-namespace.sh" "$top/build/windows-runtime" "$work/run" "$here/installer_run.sh" \
     "$top/build/windows-runtime/prefix" "$packages/payload" "$top/build/release/vaultsim/vaultsim" "$work/router.dll" \
-    "$packages/kelvaro-$version-x64.msi" "$version" "$work/later.msi" $later
+    "$work/hostile.dll" "$packages/kelvaro-$version-x64.msi" "$version" "$work/later.msi" $later

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs, upgrades, repairs and removes the Windows package on the Windows runtime, with a simulated vault beside it; started by
 # check-packages.sh in namespaces of its own.
-# Usage: installer_run.sh PREFIX PAYLOAD VAULTSIM ROUTER.dll OLD.msi OLD_VERSION NEW.msi NEW_VERSION
+# Usage: installer_run.sh PREFIX PAYLOAD VAULTSIM ROUTER.dll HOSTILE.dll OLD.msi OLD_VERSION NEW.msi NEW_VERSION
 # The runtime has no configuration of key storage providers: the registration is left out where it must succeed, and its removal
 # fails, which must not keep the product.
 set -eu
@@ -9,13 +9,15 @@ prefix=$1
 payload=$2
 vaultsim=$3
 router=$4
-old=$5
-old_version=$6
-new=$7
-new_version=$8
+hostile=$5
+old=$6
+old_version=$7
+new=$8
+new_version=$9
 here=$(cd "$(dirname "$0")" && pwd)
 drive=$work/tmp/prefix/drive_c
 program_folder='C:\Program Files\Zandrel\Kelvaro'
+log_folder='C:\ProgramData\Zandrel\Kelvaro\Logs'
 secret=s3cret.of-the-installer
 failed=0
 
@@ -34,6 +36,22 @@ ctl() { # ctl FOLDER ARGUMENT...: the installed tool, '' or '\x86'
 }
 setting() { # setting 64|32 NAME
     wine reg query 'HKLM\Software\Zandrel\Kelvaro' /v "$2" "/reg:$1" | tr -d '\r' | sed -n "s/^  *$2  *REG_[A-Z]*  *//p"
+}
+settings() { # settings: all that stands below the product's key, in both views
+    for bits in 64 32; do
+        wine reg query 'HKLM\Software\Zandrel' /s "/reg:$bits" | tr -d '\r' | sed '/^$/d; /^reg: /d'
+    done
+}
+expect_settings() { # expect_settings FILE WHEN: they are what the file holds
+    settings >"$work/found"
+    diff "$1" "$work/found" >"$work/difference" && return
+    wrong "other settings $2:"
+    cut -c 1-100 "$work/difference" | head -n 12 >&2
+}
+registrar() { wine "$program_folder\\kelvaro-register.exe" "$@" | tr -d '\r'; }
+expect_unharmed() { # expect_unharmed WHEN: nobody loaded the hostile DLL
+    [ ! -e "$drive/hostile.txt" ] || wrong "a foreign DLL was loaded $1"
+    rm -f "$drive/hostile.txt"
 }
 expect() { # expect WHAT WANTED FOUND
     [ "$2" = "$3" ] || wrong "$1 is '$3', not '$2'"
@@ -78,11 +96,30 @@ done
 . "$work/tmp/sim/env"
 cp "$work/tmp/sim/ca.pem" "$work/certs/ca-certificates.crt"
 curl -sS --fail --noproxy '*' -X POST http://127.0.0.1:8000/vaults/contoso-keys/keys -d '{"name":"signer","kty":"RSA","size":2048}' >/dev/null
-mkdir "$drive/Logs"
+mkdir "$work/tmp/hostile"
+cp "$hostile" "$work/tmp/hostile/kelvaro.dll"
+
+settings >"$work/none"
+printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"KeyVault"="from-a-file"\n' \
+    >"$work/tmp/good.reg"
+# Refused, and nothing is left: another processor, a log folder that somebody else has put there, and a secret that stays in clear,
+# since it is too long to be protected.
+architecture() { wine reg add "HKLM\\System\\CurrentControlSet\\Control\\Session Manager\\Environment" /v PROCESSOR_ARCHITECTURE /d "$1" /f >/dev/null; }
+architecture ARM64
+! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 || wrong "an ARM64 machine was installed to"
+architecture AMD64
+echo planted >"$drive/ProgramData/Zandrel"
+! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 KEYVAULT=contoso-keys || wrong "a planted log folder was taken"
+rm "$drive/ProgramData/Zandrel"
+! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 "CLIENTSECRET=$(printf '%0600d' 0 | tr 0 x)" 'SETTINGSFILE=Z:\tmp\good.reg' ||
+    wrong "a secret was left in clear"
+[ ! -e "$drive/ProgramData/Zandrel" ] || wrong "the log folder of an installation that failed is there"
+expect_files no "after a refusal"
+expect_settings "$work/none" "after a refusal"
 
 # An installation with settings works for programs of both kinds, and keeps no secret in clear.
 msi /i 'Z:\tmp\old.msi' NOREGISTER=1 KEYVAULT=contoso-keys AUTHENTICATIONTYPE=2 "TENANTID=$VAULTSIM_TENANT" \
-    "CLIENTID=$VAULTSIM_CLIENT_ID" "CLIENTSECRET=$secret" CERTIFICATESORKEYS=1 LOGGINGLEVEL=4 'LOGFILEPATH=C:\Logs' ||
+    "CLIENTID=$VAULTSIM_CLIENT_ID" "CLIENTSECRET=$secret" CERTIFICATESORKEYS=1 LOGGINGLEVEL=4 ||
     wrong "the installation failed"
 expect_files yes "after the installation"
 expect_product "$old_version"
@@ -92,7 +129,8 @@ for view in '64 ' '32 \x86'; do
     folder=${view#* }
     expect "KeyVault, $bits bits" contoso-keys "$(setting "$bits" KeyVault)"
     expect "LoggingLevel, $bits bits" 0x4 "$(setting "$bits" LoggingLevel)"
-    expect "LogfilePath, $bits bits" 'C:\Logs' "$(setting "$bits" LogfilePath)"
+    expect "LogfilePath, $bits bits" "$log_folder" "$(setting "$bits" LogfilePath)"
+    expect "EventLog, $bits bits" Kelvaro "$(setting "$bits" EventLog)"
     expect "the clear secret, $bits bits" '' "$(setting "$bits" ClientSecret)"
     [ -n "$(setting "$bits" ClientDPAPISecret)" ] || wrong "the secret is not protected, $bits bits"
     ctl "$folder" sign --key signer --alg RS256 --in 'Z:\tmp\file' --out "Z:\\tmp\\file$bits.sig" >/dev/null
@@ -100,7 +138,12 @@ for view in '64 ' '32 \x86'; do
     openssl dgst -sha256 -verify "$work/tmp/signer$bits.pem" -signature "$work/tmp/file$bits.sig" "$work/tmp/file" >/dev/null ||
         wrong "a bad signature, $bits bits"
 done
-ls "$drive"/Logs/*_Kelvaro.log >/dev/null || wrong "nothing was logged"
+ls "$drive"/ProgramData/Zandrel/Kelvaro/Logs/*_Kelvaro.log >/dev/null || wrong "nothing was logged"
+status=$(registrar status)
+expect "what is closed to ordinary users" 3 "$(echo "$status" | grep -c 'closed to ordinary users')"
+! settings | grep -q saved || wrong "a copy of the settings was left"
+wine reg query 'HKLM\System\CurrentControlSet\Services\EventLog\Application\Kelvaro' /v EventMessageFile | grep -qi 'system32.kelvaro\.dll' ||
+    wrong "the events have no source"
 protected=$(setting 64 ClientDPAPISecret)
 
 # Through a router, as other programs come to the provider. This one stands beside a copy of the tool.
@@ -124,6 +167,7 @@ routed keys delete routed --yes >/dev/null
 expect "the deleted key" '' "$(ctl '' keys show routed)"
 
 ctl '' config set LoggingLevel 8 >/dev/null
+ctl '' config set EventLog Application >/dev/null
 
 # An upgrade and a repair keep the settings; an older version does not come back.
 msi /i 'Z:\tmp\new.msi' NOREGISTER=1 EVLOGGINGLEVEL=2 || wrong "the upgrade failed"
@@ -135,9 +179,24 @@ for bits in 64 32; do
     expect "EVLoggingLevel of the upgrade, $bits bits" 0x2 "$(setting $bits EVLoggingLevel)"
 done
 expect "the changed level" 0x8 "$(setting 64 LoggingLevel)"
+expect "the changed source" Application "$(setting 64 EventLog)"
 expect "the protected secret" "$protected" "$(setting 64 ClientDPAPISecret)"
 ! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 || wrong "an older version was installed over a newer one"
 expect_product "$new_version"
+
+# Anybody may start a repair: it takes no setting, no file and no DLL from whoever starts it.
+{ cat "$work/tmp/good.reg" && echo '"ClientSecret"="another"'; } >"$work/tmp/secret.reg"
+settings >"$work/before"
+msi /i 'Z:\tmp\new.msi' REINSTALL=ALL REINSTALLMODE=amus NOREGISTER=1 KEYVAULT=hostile CLIENTSECRET=hostile \
+    'SETTINGSFILE=Z:\tmp\secret.reg' || wrong "a repair with properties failed"
+expect_settings "$work/before" "after a repair with properties"
+# The runtime's msiexec takes quotation marks away, so what Windows makes of them is run here.
+file='Z:\tmp\secret.reg" --module "Z:\tmp\hostile\kelvaro.dll'
+import=$(msiinfo export "$new" CustomAction | tr -d '\r' | awk -F '\t' '$1 == "ImportSettings64" {print $4}')
+printf '@"%s\\kelvaroctl.exe" %s\r\n' "$program_folder" "${import%%\[*}$file\"" >"$work/tmp/import.bat"
+wine cmd /c 'Z:\tmp\import.bat' >/dev/null && wrong "a settings file was taken whose name holds quotation marks"
+expect_unharmed "by the name of a settings file"
+expect_settings "$work/before" "after an import with quotation marks"
 
 # Removal takes the files and leaves the settings.
 msi /x 'Z:\tmp\new.msi' || wrong "the removal failed"
@@ -146,14 +205,21 @@ expect_product
 expect "KeyVault after the removal" contoso-keys "$(setting 64 KeyVault)"
 
 # What cannot be finished is undone: a settings file with a wrong line, and a registration that Windows does not take.
-printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"KeyVault"="from-a-file"\n' \
-    >"$work/tmp/good.reg"
 { cat "$work/tmp/good.reg" && echo '"NoSuchSetting"="1"'; } >"$work/tmp/bad.reg"
-! msi /i 'Z:\tmp\new.msi' NOREGISTER=1 'SETTINGSFILE=Z:\tmp\bad.reg' || wrong "a wrong settings file was taken"
-expect_files no "after a wrong settings file"
-expect "KeyVault after the wrong file" contoso-keys "$(setting 64 KeyVault)"
-! msi /i 'Z:\tmp\new.msi' || wrong "an installation without registration passes for one with"
-expect_files no "after a refused registration"
+settings >"$work/before"
+while read -r what arguments; do
+    eval "set -- $arguments"
+    ! msi /i 'Z:\tmp\new.msi' "$@" || wrong "taken: $what"
+    expect_files no "after $what"
+    expect_settings "$work/before" "after $what"
+done <<END
+a-wrong-line NOREGISTER=1 'SETTINGSFILE=Z:\\tmp\\bad.reg'
+no-registration KEYVAULT=other 'SETTINGSFILE=Z:\\tmp\\good.reg'
+END
+mkdir "$work/tmp/tool"
+cp "$payload/x64/kelvaroctl.exe" "$work/tmp/tool"
+wine cmd /c 'cd /d Z:\tmp\hostile && Z:\tmp\tool\kelvaroctl.exe provider show' >/dev/null && wrong "a module was found where none is installed"
+expect_unharmed "from the working directory"
 msi /i 'Z:\tmp\new.msi' NOREGISTER=1 'SETTINGSFILE=Z:\tmp\good.reg' || wrong "the installation with a settings file failed"
 for bits in 64 32; do
     expect "KeyVault of the file, $bits bits" from-a-file "$(setting $bits KeyVault)"

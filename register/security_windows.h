@@ -1,0 +1,46 @@
+// Who may use a registry key or a folder.
+#pragma once
+
+#include <aclapi.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace kelvaro_register {
+
+// A step that Windows refused, or that would not be safe. The text says which and why, in UTF-8.
+class RefusedStep : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// Throws RefusedStep when `error` is none of ERROR_SUCCESS.
+void Check(const std::string& step, DWORD error);
+
+// An owner and an access list that inherits nothing, from their text form.
+class Access {
+  public:
+    explicit Access(const WCHAR* text);
+    ~Access() { LocalFree(descriptor_); }
+    Access(const Access&) = delete;
+    Access& operator=(const Access&) = delete;
+
+    // For an object that is made with it.
+    SECURITY_ATTRIBUTES* attributes() { return &attributes_; }
+    // For one that is there. A list that an administrator has cut off from inheritance stays as it is.
+    void Impose(HANDLE object, SE_OBJECT_TYPE type, const std::string& name) const;
+
+  private:
+    PSECURITY_DESCRIPTOR descriptor_ = nullptr;
+    SECURITY_ATTRIBUTES attributes_ = {};
+};
+
+// Whether the owner is the system, its installer, the administrators or whoever runs this.
+bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type, const std::string& name);
+
+// Whether accounts without any special right have one of `rights`.
+bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const std::string& name);
+
+}  // namespace kelvaro_register
