@@ -103,15 +103,17 @@ static bool IsLineBreak(WCHAR unit)
 // Appends the text with a blank in place of each line break.
 static void AppendFlat(LineBytes* line, TextView text)
 {
-    size_t start = 0;
-    for (size_t i = 0; i < text.size(); i++) {
-        if (!IsLineBreak(text[i]))
-            continue;
-        line->Append(text.substr(start, i - start));
-        line->Append(TEXT(" "));
-        start = i + 1;
+    while (!text.empty()) {
+        size_t flat = 0;
+        while (flat < text.size() && !IsLineBreak(text[flat]))
+            flat++;
+        line->Append(TextView(text.data(), flat));
+        if (flat < text.size()) {
+            line->Append(TEXT(" "));
+            flat++;
+        }
+        text.remove_prefix(flat);
     }
-    line->Append(text.substr(start));
 }
 
 void LogFileWriteLine(TextView text, LONG level)

@@ -38,7 +38,8 @@ unguarded() {
     ! grep -q 'relocations stripped' "$header" && objdump -h "$1" | grep -qw '\.reloc' || echo relocations
 }
 
-# The compiler's thread library brings such a handler in.
+# The compiler's thread library brings such a handler in: for a thread-local variable, a static variable that is made at its first use,
+# and all that may throw, such as substr() of a string view.
 hooks() {
     LC_ALL=C grep -aoE 'AddVectored[A-Za-z]*|SetUnhandledExceptionFilter|libwinpthread' "$1" | sort -u
 }
