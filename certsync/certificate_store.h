@@ -10,8 +10,11 @@ extern const WCHAR kCertificateProvider[];
 
 constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
-// Opens the store "My". NULL with the thread's last error.
-HCERTSTORE OpenPersonalStore(bool isMachine);
+enum class StoreAccess { Read, Write };
+
+// Opens the store "My". To search it, `Read` is enough, which needs no rights to change it and makes none that is
+// missing. NULL with the thread's last error.
+HCERTSTORE OpenPersonalStore(bool isMachine, StoreAccess access);
 
 struct CertContextFreer {
     void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }

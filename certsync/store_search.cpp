@@ -78,7 +78,7 @@ int KVCEvaluateCertsInStore(int userStore, const WCHAR* keyName, BYTE* cert, DWO
 {
     LogString(TEXT("KVCEvaluateCertsInStore store"), userStore ? TEXT("User") : TEXT("Machine"), LOG_STEP_LEVEL);
     LogString(TEXT("KVCEvaluateCertsInStore Look for Certificate"), keyName, LOG_DETAIL_LEVEL);
-    const HCERTSTORE store = OpenPersonalStore(userStore == 0);
+    const HCERTSTORE store = OpenPersonalStore(userStore == 0, StoreAccess::Read);
     if (!store) {
         LogError(TEXT("KVCEvaluateCertsInStore CertOpenStore Failed"), GetLastError(), LOG_DETAIL_LEVEL);
         return 0;

@@ -159,7 +159,7 @@ int KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, c
         LogLine(TEXT("KVCPropogateCertificateFromKeyVault Found Dummy Cert"), LOG_DETAIL_LEVEL);
         return 1;
     }
-    const HCERTSTORE store = OpenPersonalStore(true);
+    const HCERTSTORE store = OpenPersonalStore(true, StoreAccess::Write);
     if (!store) {
         LogError(TEXT("KVCPropogateCertificateFromKeyVault CertOpenStore FAILED"), GetLastError(), LOG_ERROR_LEVEL);
         return 0;
