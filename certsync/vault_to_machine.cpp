@@ -1,9 +1,12 @@
 #include "certsync/vault_to_machine.h"
 
+#include <utility>
+
 #include "certsync/cert_sync_list.h"
 #include "certsync/certificate_fetch.h"
 #include "certsync/certificate_listing.h"
 #include "certsync/certificate_store.h"
+#include "certsync/known_hashes.h"
 #include "keyvault/kvkey.h"
 #include "support/base64.h"
 #include "support/clock.h"
@@ -42,7 +45,7 @@ bool FetchAndStore(KVC* kvc, const WCHAR* name)
 }
 
 // Handles one entry of the listing. True when the list has grown.
-bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, BldStr* list)
+bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, KnownHashes* known)
 {
     LogString(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Loop Name"), name, LOG_DETAIL_LEVEL);
     LogString(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Loop Thumbprint"), thumbprint, LOG_DETAIL_LEVEL);
@@ -51,16 +54,16 @@ bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, BldStr* lis
     if (!BldBinFromBase64(thumbprint, hash, &size))
         return false;
     const HashText hex(hash, size);
-    if (TextContains(list->cStr, View(hex.text())))
+    if (known->Contains(View(hex.text())))
         return false;
     LogString(TEXT("KVCSyncCertsFromKVToMachine Found New Cert"), name, LOG_DETAIL_LEVEL);
     if (!FetchAndStore(kvc, name))
         return false;
-    return BldStrCat(list, hex.text()) && BldStrCat(list, TEXT(","));
+    return known->Add(hex.text());
 }
 
 // Handles all entries. True when the list has grown.
-bool SyncAll(KVC* kvc, BldStr* list)
+bool SyncAll(KVC* kvc, KnownHashes* known)
 {
     WCHAR** names = nullptr;
     WCHAR** thumbprints = nullptr;
@@ -78,7 +81,7 @@ bool SyncAll(KVC* kvc, BldStr* list)
     }
     bool changed = false;
     for (LONG i = 0; i < count; i++)
-        changed |= SyncEntry(kvc, names[i], thumbprints[i], list);
+        changed |= SyncEntry(kvc, names[i], thumbprints[i], known);
     KVCGetCertsFree(names, thumbprints);
     return changed;
 }
@@ -130,14 +133,15 @@ void KVCSyncCertsFromKVToMachine(KVC* kvc)
     LogLine(TEXT("KVCSyncCertsFromKVToMachine"), LOG_STEP_LEVEL);
     if (!ClaimRun())
         return;
-    const BldStrPtr list = ReadCertSync(true);
+    BldStrPtr list = ReadCertSync(true);
     if (!list)
         return;
     LogString(TEXT("KVCSyncCertsFromKVToMachine CertSync"), list->cStr, LOG_DETAIL_LEVEL);
-    if (!SyncAll(kvc, list.get()))
+    KnownHashes known(std::move(list));
+    if (!SyncAll(kvc, &known))
         return;
-    LogString(TEXT("KVCSyncCertsFromKVToMachine Save Changed"), list->cStr, LOG_DETAIL_LEVEL);
-    WriteCertSync(true, list.get());
+    LogString(TEXT("KVCSyncCertsFromKVToMachine Save Changed"), known.list()->cStr, LOG_DETAIL_LEVEL);
+    WriteCertSync(true, known.list());
 }
 
 int KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, const BYTE* certBytes)
