@@ -7,6 +7,7 @@
 #include "provider/provider.h"
 #include "provider/vault_call.h"
 #include "support/guards.h"
+#include "support/heap.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -58,11 +59,8 @@ struct KeyNameBlock {
 KSP_ENUM_STATE* AllocateState(DWORD count)
 {
     constexpr uint64_t kBytesPerName = sizeof(WCHAR*) + kSlotChars * sizeof(WCHAR);
-    const uint64_t cbState = sizeof(KSP_ENUM_STATE) + count * kBytesPerName;
-    const SIZE_T cbBlock = static_cast<SIZE_T>(cbState);
-    if (cbBlock != cbState)
-        return nullptr;
-    return static_cast<KSP_ENUM_STATE*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cbBlock));
+    return static_cast<KSP_ENUM_STATE*>(
+        HeapAllocSized(HEAP_ZERO_MEMORY, sizeof(KSP_ENUM_STATE) + count * kBytesPerName));
 }
 
 SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "provider/kept_buffer.h"
+#include "support/heap.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -25,11 +26,8 @@ PropertyLock::~PropertyLock()
 SECURITY_STATUS MakeKeyProperty(const WCHAR* pszName, const BYTE* pbData, DWORD cbData, DWORD dwFlags,
                                 KSP_PROPERTY** pProperty)
 {
-    const uint64_t cbBlock = uint64_t{sizeof(KSP_PROPERTY)} + cbData;
-    if (static_cast<SIZE_T>(cbBlock) != cbBlock)
-        return NTE_NO_MEMORY;  // more than a 32-bit process can address
     HeapPtr<KSP_PROPERTY> property(
-        static_cast<KSP_PROPERTY*>(HeapAlloc(GetProcessHeap(), 0, static_cast<SIZE_T>(cbBlock))));
+        static_cast<KSP_PROPERTY*>(HeapAllocSized(0, uint64_t{sizeof(KSP_PROPERTY)} + cbData)));
     if (!property)
         return NTE_NO_MEMORY;
     if (!TextCopy(property->szName, kPropertyNameLimit + 1, View(pszName)))

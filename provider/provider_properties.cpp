@@ -7,6 +7,7 @@
 #include "provider/property_trace.h"
 #include "provider/property_value.h"
 #include "provider/provider.h"
+#include "support/heap.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -86,13 +87,10 @@ static HeapPtr<WCHAR> CopyContext(const BYTE* input, DWORD cbInput, SIZE_T* cbCo
 {
     // Three: half a character that was left open, and the terminator.
     const uint64_t size = uint64_t{cbInput} + 3;
-    *cbCopy = static_cast<SIZE_T>(size);
-    const bool fits = *cbCopy == size;
-    HeapPtr<WCHAR> copy(fits ? static_cast<WCHAR*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, *cbCopy)) : nullptr);
+    HeapPtr<WCHAR> copy(static_cast<WCHAR*>(HeapAllocSized(HEAP_ZERO_MEMORY, size)));
+    *cbCopy = copy ? static_cast<SIZE_T>(size) : 0;
     if (copy)
         memcpy(copy.get(), input, cbInput);
-    else
-        *cbCopy = 0;
     return copy;
 }
 

@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "support/heap.h"
 #include "support/random_uuid.h"
 #include "tests/common/test_root.h"
 
@@ -54,4 +55,10 @@ TEST(UuidTest, IsLowerCaseInItsFormAndFreshEachTime)
         }
         EXPECT_TRUE(seen.insert(uuid).second);
     }
+}
+
+// In a 32-bit process the size would wrap to 16 bytes.
+TEST(HeapTest, ABlockThatNoProcessCanAddressIsRefused)
+{
+    EXPECT_EQ(nullptr, HeapAllocSized(0, uint64_t{1} << 62 | 16));
 }
