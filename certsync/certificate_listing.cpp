@@ -5,8 +5,10 @@
 #include "keyvault/kvkey.h"
 #include "keyvault/list_page.h"
 #include "keyvault/rest_call.h"
+#include "keyvault/text_list.h"
 #include "support/codepage.h"
 #include "support/guards.h"
+#include "support/heap.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -21,91 +23,8 @@ constexpr ListKind kCertificates = {
     TEXT("KVCGetCerts Endless List"),
 };
 
-// Texts of entries, each terminated, a name and its thumbprint in turns.
-struct TextChunk {
-    TextChunk* next;
-    size_t used;  // characters
-    WCHAR texts[128 * 1024 - 16];
-};
-constexpr size_t kChunkChars = sizeof(TextChunk::texts) / sizeof(WCHAR);
-static_assert(kChunkChars >= kClearNameChars + kCertSlotChars, "an entry fits a chunk");
-
-// What the pages have brought so far, in chunks that go back one by one while the list is copied out, so that a long
-// list is never in memory twice.
-class EntryList {
-  public:
-    EntryList() = default;
-    ~EntryList()
-    {
-        while (first_)
-            DropFirst();
-    }
-    EntryList(const EntryList&) = delete;
-    EntryList& operator=(const EntryList&) = delete;
-
-    // clearName: under kClearNameChars characters. False: no memory, and the list is what it was.
-    bool Add(TextView clearName, TextView thumbprint)
-    {
-        thumbprint = thumbprint.substr(0, kCertSlotChars - 1);
-        const size_t needed = clearName.size() + thumbprint.size() + 2;
-        if (count_ == INT32_MAX || ((!last_ || needed > kChunkChars - last_->used) && !Extend()))
-            return false;
-        Append(clearName);
-        Append(thumbprint);
-        count_++;
-        return true;
-    }
-
-    size_t count() const { return count_; }
-
-    // Calls take(index, name, thumbprint) for each entry, in order, and leaves the list empty.
-    template <typename Take>
-    void TakeOut(Take take)
-    {
-        size_t index = 0;
-        for (; first_; DropFirst()) {
-            for (size_t at = 0; at < first_->used;) {
-                const TextView name = View(first_->texts + at);
-                const TextView thumbprint = View(first_->texts + at + name.size() + 1);
-                take(index++, name, thumbprint);
-                at += name.size() + thumbprint.size() + 2;
-            }
-        }
-        count_ = 0;
-    }
-
-  private:
-    bool Extend()
-    {
-        TextChunk* chunk = static_cast<TextChunk*>(malloc(sizeof(TextChunk)));
-        if (!chunk)
-            return false;
-        chunk->next = nullptr;
-        chunk->used = 0;
-        (last_ ? last_->next : first_) = chunk;
-        last_ = chunk;
-        return true;
-    }
-
-    void DropFirst()
-    {
-        TextChunk* const next = first_->next;
-        free(first_);
-        first_ = next;
-        if (!next)
-            last_ = nullptr;
-    }
-
-    void Append(TextView text)
-    {
-        last_->used += text.copy(last_->texts + last_->used, text.size());
-        last_->texts[last_->used++] = 0;
-    }
-
-    TextChunk* first_ = nullptr;
-    TextChunk* last_ = nullptr;
-    size_t count_ = 0;  // entries
-};
+constexpr size_t kTextsPerEntry = 2;
+static_assert(kCertSlotChars - 1 <= TextList::kLongestText && kClearNameLimit <= TextList::kLongestText);
 
 void LogCount(const WCHAR* message, size_t number, LONG level)
 {
@@ -118,8 +37,9 @@ bool SkipElement(const WCHAR* message)
     return true;
 }
 
-// Adds the certificate of one element. An element that makes no sense is skipped. False: no memory.
-bool TakeElement(json_object* element, size_t index, EntryList* list)
+// Adds the certificate of one element, its name and its thumbprint in turn. An element that makes no sense is skipped.
+// False: no memory.
+bool TakeElement(json_object* element, size_t index, TextList* list)
 {
     if (!element) {
         LogCount(TEXT("KVCGetCerts kids json_object_array_get_idx valueToken"), index, LOG_ERROR_LEVEL);
@@ -148,11 +68,11 @@ bool TakeElement(json_object* element, size_t index, EntryList* list)
         return true;
     }
     LogStrings(TEXT("KVCGetCerts kids"), encodedName.get(), clearName, LOG_STEP_LEVEL);
-    return list->Add(View(clearName), View(thumbprint.get()));
+    return list->Add(View(clearName)) && list->Add(View(thumbprint.get()).substr(0, kCertSlotChars - 1));
 }
 
 // Reads one page. False: no memory; a page that is no JSON is the last.
-bool TakePage(const char* body, EntryList* list, ListWalk* walk)
+bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParse(body);
     if (!walk->TakeNextLink(page.get()))
@@ -162,7 +82,7 @@ bool TakePage(const char* body, EntryList* list, ListWalk* walk)
         return true;
     const size_t length = json_object_array_length(value);
     LogCount(TEXT("KVCGetCerts value len is"), length, LOG_STEP_LEVEL);
-    LogCount(TEXT("KVCGetCerts value mycount is "), list->count(), LOG_STEP_LEVEL);
+    LogCount(TEXT("KVCGetCerts value mycount is "), list->count() / kTextsPerEntry, LOG_STEP_LEVEL);
     if (!length)
         LogLine(TEXT("KVCGetCerts value len is Zero"), LOG_STEP_LEVEL);
     for (size_t i = 0; i < length; i++) {
@@ -175,25 +95,28 @@ bool TakePage(const char* body, EntryList* list, ListWalk* walk)
 // One block: `count` pointers, and the slots that they point to behind them. NULL: no memory.
 HeapPtr<WCHAR*> NewSlots(size_t count)
 {
-    const size_t size = count * (sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR));
-    WCHAR** block = static_cast<WCHAR**>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size));
+    constexpr uint64_t kBytesPerSlot = sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR);
+    WCHAR** block = static_cast<WCHAR**>(HeapAllocSized(HEAP_ZERO_MEMORY, count * kBytesPerSlot));
     WCHAR* const slots = reinterpret_cast<WCHAR*>(block + count);
     for (size_t i = 0; block && i < count; i++)
         block[i] = slots + i * kCertSlotChars;
     return HeapPtr<WCHAR*>(block);
 }
 
-bool HandOver(EntryList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)
+bool HandOver(TextList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)
 {
-    HeapPtr<WCHAR*> nameSlots = NewSlots(list.count());
-    HeapPtr<WCHAR*> thumbprintSlots = NewSlots(list.count());
+    const size_t entries = list.count() / kTextsPerEntry;
+    if (entries > INT32_MAX)
+        return false;
+    HeapPtr<WCHAR*> nameSlots = NewSlots(entries);
+    HeapPtr<WCHAR*> thumbprintSlots = NewSlots(entries);
     if (!nameSlots || !thumbprintSlots)
         return false;
-    *count = static_cast<LONG>(list.count());
-    list.TakeOut([&](size_t index, TextView name, TextView thumbprint) {
-        TextCopyCut(nameSlots.get()[index], kCertSlotChars, name);
-        TextCopyCut(thumbprintSlots.get()[index], kCertSlotChars, thumbprint);
-    });
+    for (size_t i = 0; i < entries; i++) {
+        list.TakeFirst(nameSlots.get()[i], kCertSlotChars);
+        list.TakeFirst(thumbprintSlots.get()[i], kCertSlotChars);
+    }
+    *count = static_cast<LONG>(entries);
     *names = nameSlots.release();
     *thumbprints = thumbprintSlots.release();
     return true;
@@ -228,7 +151,7 @@ int KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArra
     LogLine(TEXT("KVCGetCerts"), LOG_STEP_LEVEL);
     if (!ArgumentsGood(kvc, WCHARCertsArray, WCHARThumbprintArray, count))
         return 0;
-    EntryList list;
+    TextList list;
     ListWalk walk(kvc, kCertificates);
     ListPage page;
     do {

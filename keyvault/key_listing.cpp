@@ -5,6 +5,7 @@
 #include "keyvault/key_lookup.h"
 #include "keyvault/list_page.h"
 #include "keyvault/rest_call.h"
+#include "keyvault/text_list.h"
 #include "support/codepage.h"
 #include "support/guards.h"
 #include "support/log.h"
@@ -21,60 +22,8 @@ constexpr ListKind kKeys = {
     TEXT("KVCGetKeys Endless List"),
 };
 
-// The names gathered so far; released unless they are handed over.
-class NameList {
-  public:
-    NameList() = default;
-    ~NameList() { KVCFreeNames(names_, count_); }
-    NameList(const NameList&) = delete;
-    NameList& operator=(const NameList&) = delete;
-
-    // Makes room for `more` names. The room doubles, so that a walk over thousands of pages copies each pointer a few
-    // times only. False: no memory, and the list is what it was.
-    bool Reserve(size_t more)
-    {
-        if (more <= room_ - count_)
-            return true;
-        const size_t needed = count_ + more;
-        const size_t room = needed > 2 * room_ ? needed : 2 * room_;
-        if (room > SIZE_MAX / sizeof(WCHAR*))
-            return false;
-        void* grown = names_ ? realloc(names_, room * sizeof(WCHAR*)) : calloc(room, sizeof(WCHAR*));
-        if (!grown)
-            return false;
-        names_ = static_cast<WCHAR**>(grown);
-        room_ = room;
-        return true;
-    }
-
-    // Adds a copy; there is room for it. False: no memory.
-    bool Add(TextView name)
-    {
-        WCHAR* copy = static_cast<WCHAR*>(calloc(name.size() + 1, sizeof(WCHAR)));
-        if (!copy)
-            return false;
-        name.copy(copy, name.size());
-        names_[count_++] = copy;
-        return true;
-    }
-
-    void HandOver(WCHAR*** names, DWORD* count)
-    {
-        *names = names_;
-        *count = count_;
-        names_ = nullptr;
-        count_ = 0;
-        room_ = 0;
-    }
-
-  private:
-    WCHAR** names_ = nullptr;
-    DWORD count_ = 0;
-    size_t room_ = 0;
-};
-
 // Adds the key of one item, if it names one. False: no memory.
-bool TakeItem(json_object* item, NameList* list)
+bool TakeItem(json_object* item, TextList* list)
 {
     const char* kid = JsonMemberText(item, "kid");
     const char* slash = kid ? strrchr(kid, '/') : nullptr;
@@ -95,7 +44,7 @@ bool TakeItem(json_object* item, NameList* list)
 }
 
 // Reads one page. False: no memory; a page that is no JSON is the last.
-bool TakePage(const char* body, NameList* list, ListWalk* walk)
+bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParse(body);
     if (!walk->TakeNextLink(page.get()))
@@ -104,13 +53,47 @@ bool TakePage(const char* body, NameList* list, ListWalk* walk)
     if (!json_object_is_type(value, json_type_array))
         return true;
     const size_t count = json_object_array_length(value);
-    if (!list->Reserve(count))
-        return false;
     for (size_t i = 0; i < count; i++) {
         if (!TakeItem(json_object_array_get_idx(value, i), list))
             return false;
     }
     return true;
+}
+
+WCHAR* TakeFirst(TextList& list)
+{
+    const size_t room = list.FirstLength() + 1;
+    WCHAR* name = static_cast<WCHAR*>(calloc(room, sizeof(WCHAR)));
+    if (name)
+        list.TakeFirst(name, room);
+    return name;
+}
+
+// An empty list has no array. False, with nothing handed over: no memory.
+bool HandOver(TextList& list, WCHAR*** names, DWORD* count)
+{
+    const size_t entries = list.count();
+    if (entries > UINT32_MAX)
+        return false;
+    WCHAR** array = entries ? static_cast<WCHAR**>(calloc(entries, sizeof(WCHAR*))) : nullptr;
+    for (size_t i = 0; i < entries; i++) {
+        WCHAR* const name = array ? TakeFirst(list) : nullptr;
+        if (!name) {
+            KVCFreeNames(array, static_cast<DWORD>(i));
+            return false;
+        }
+        array[i] = name;
+    }
+    *names = array;
+    *count = static_cast<DWORD>(entries);
+    return true;
+}
+
+// A listing with holes would pass for the whole vault.
+int FailNoMemory()
+{
+    LogLine(TEXT("KVCGetKeys Out of memory"), LOG_ERROR_LEVEL);
+    return 0;
 }
 
 }  // namespace
@@ -124,20 +107,18 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
         LogLine(TEXT("KeyVaultClient::GetKeys Bad Count or Array pointer"), LOG_ERROR_LEVEL);
         return 0;
     }
-    NameList list;
+    TextList list;
     ListWalk walk(kvc, kKeys);
     do {
         if (walk.Fetch() == ListPage::Failed)
             return 0;
         if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
             break;
-        if (!TakePage(kvc->lastBody, &list, &walk)) {
-            // A listing with holes would pass for the whole vault.
-            LogLine(TEXT("KVCGetKeys Out of memory"), LOG_ERROR_LEVEL);
-            return 0;
-        }
+        if (!TakePage(kvc->lastBody, &list, &walk))
+            return FailNoMemory();
     } while (walk.HasNext());
-    list.HandOver(names, count);
+    if (!HandOver(list, names, count))
+        return FailNoMemory();
     return kvc->lastStatus == HTTP_OK ? 1 : 0;
 }
 

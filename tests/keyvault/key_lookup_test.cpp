@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "keyvault/text_list.h"
 #include "tests/common/alloc_fault.h"
 #include "tests/keyvault/vault_fixture.h"
 
@@ -298,6 +299,43 @@ TEST_F(KeyListingTest, WithoutMemoryAListingFailsOrEndsWithAWholePage)
         failed += listing.result ? 0 : 1;
     }
     EXPECT_GT(failed, 10u);
+}
+
+// Both widths, both limits of a length, and enough texts for several chunks.
+TEST(TextListTest, GivesBackWhatItTookInAndStandsFailedAllocations)
+{
+    std::vector<TextString> texts;
+    for (int i = 0; i < 1500; i++)
+        texts.push_back(
+            TextString(static_cast<size_t>(i) % 128, static_cast<WCHAR>(i % 2 ? 0xFF - i % 9 : 0xD7FF + i)));
+    TextList list;
+    EXPECT_FALSE(list.Add(TextString(128, 'x')));
+    {
+        AllocFault fault(0);
+        EXPECT_FALSE(list.Add(texts[0]));
+    }
+    size_t failures = 0;
+    for (const TextString& text : texts) {
+        bool added = false;
+        {
+            AllocFault fault(0);
+            added = list.Add(text);
+        }
+        if (!added) {
+            failures++;
+            EXPECT_TRUE(list.Add(text));
+        }
+    }
+    EXPECT_GT(failures, 3u);
+    EXPECT_EQ(texts.size(), list.count());
+    for (const TextString& text : texts) {
+        ASSERT_EQ(text.size(), list.FirstLength());
+        WCHAR whole[128], cut[11];
+        const bool takeWhole = text.size() % 3 != 0;
+        takeWhole ? list.TakeFirst(whole, 128) : list.TakeFirst(cut, 11);
+        EXPECT_EQ(takeWhole ? text : text.substr(0, 10), TextString(takeWhole ? whole : cut));
+    }
+    EXPECT_EQ(0u, list.count());
 }
 
 }  // namespace
