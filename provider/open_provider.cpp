@@ -140,8 +140,10 @@ static KVC* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTempl
 
 static KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
 {
-    const size_t cbLength = sizeof(KSP_PROVIDER) + cbName;
-    void* block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, cbLength);
+    const uint64_t cbLength = sizeof(KSP_PROVIDER) + uint64_t{cbName};
+    if (static_cast<DWORD>(cbLength) != cbLength)
+        return nullptr;  // more than the record can say of itself
+    void* block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, static_cast<SIZE_T>(cbLength));
     if (!block)
         return nullptr;
     auto* provider = new (block) KSP_PROVIDER{};
