@@ -16,6 +16,14 @@ if(WIN32)
   add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
+# As Debian hardens its own packages. Fortification needs an optimised build and would hide bytes from the sanitizers.
+if(NOT WIN32 AND NOT KELVARO_SANITIZER AND NOT KELVARO_FUZZ)
+  target_compile_options(kelvaro_options INTERFACE -fstack-protector-strong -fstack-clash-protection)
+  target_compile_definitions(kelvaro_options INTERFACE
+    $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:KELVARO_UNOPTIMISED>>>>:_FORTIFY_SOURCE=3>)
+  target_link_options(kelvaro_options INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
 add_library(kelvaro_system_options INTERFACE)
 target_link_libraries(kelvaro_system_options INTERFACE kelvaro_options)
 target_compile_options(kelvaro_system_options INTERFACE

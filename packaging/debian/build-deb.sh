@@ -24,9 +24,18 @@ depends() { # depends ROOT: what the binaries need, by package
     echo "${found#shlibs:Depends=}"
 }
 
+notices() { # notices NAME: copyright and changelog, where every package of Debian has them
+    folder=$work/$1/usr/share/doc/$1
+    install -D -m 644 "$here/copyright" "$folder/copyright"
+    printf '%s (%s) stable; urgency=medium\n\n  * Version %s.\n\n -- %s  %s\n' "$1" "$version" "$version" \
+        "$(sed -n 's/^Maintainer: //p' "$here/$1.control")" "$(date -R -d "@$SOURCE_DATE_EPOCH")" |
+        gzip -9n >"$folder/changelog.gz"
+}
+
 package() { # package NAME: from the tree of that name
     name=$1
     root=$work/$name
+    notices "$name"
     needed=$(depends "$root")
     mkdir -p "$root/DEBIAN"
     sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$architecture/" -e "s/@DEPENDS@/$needed/" \
@@ -41,13 +50,13 @@ package() { # package NAME: from the tree of that name
 }
 
 root=$work/kelvaro
-install -D -m 755 "$build/kelvaroctl/kelvaroctl" "$root/usr/bin/kelvaroctl"
-install -D -m 644 "$build/provider/libkelvaro.so" "$root/$library/libkelvaro.so"
+install -s -D -m 755 "$build/kelvaroctl/kelvaroctl" "$root/usr/bin/kelvaroctl"
+install -s -D -m 644 "$build/provider/libkelvaro.so" "$root/$library/libkelvaro.so"
 install -d "$root/usr/share/doc/kelvaro"
 install -m 644 "$docs"/* "$root/usr/share/doc/kelvaro"
 package kelvaro
 
 root=$work/kelvaro-vaultsim
-install -D -m 755 "$build/vaultsim/vaultsim" "$root/usr/bin/vaultsim"
+install -s -D -m 755 "$build/vaultsim/vaultsim" "$root/usr/bin/vaultsim"
 install -D -m 644 "$here/../../vaultsim/README.md" "$root/usr/share/doc/kelvaro-vaultsim/README.md"
 package kelvaro-vaultsim

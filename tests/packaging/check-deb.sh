@@ -36,6 +36,10 @@ dpkg_there() { # dpkg_there ACTION ARGUMENT...
     }
 }
 
+lintian --allow-root --fail-on error "$tool" "$simulation" >"$work/lintian.log" 2>&1 || {
+    cat "$work/lintian.log" >&2
+    fail "lintian finds errors"
+}
 for package in "$tool" "$simulation"; do
     for needed in $(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/,/ /g'); do
         dpkg-query -W -f '${Status}' "$needed" 2>/dev/null | grep -q 'ok installed' || fail "$package needs $needed, which is not here"
@@ -47,9 +51,14 @@ export LD_LIBRARY_PATH
 for package in "$tool" "$simulation"; do
     dpkg-deb --fsys-tarfile "$package" | tar -tv | awk '$2 != "root/root" {exit 1}' || fail "$package has files of other owners"
 done
-cmp "$build/kelvaroctl/kelvaroctl" "$root/usr/bin/kelvaroctl"
-cmp "$build/vaultsim/vaultsim" "$root/usr/bin/vaultsim"
-cmp "$build/provider/libkelvaro.so" "$(find "$root/usr/lib" -name libkelvaro.so)"
+carries() { # carries INSTALLED BUILT: what was built, without its symbols
+    strip -o "$work/stripped" "$2"
+    cmp "$work/stripped" "$1"
+}
+carries "$root/usr/bin/kelvaroctl" "$build/kelvaroctl/kelvaroctl"
+carries "$root/usr/bin/vaultsim" "$build/vaultsim/vaultsim"
+carries "$(find "$root/usr/lib" -name libkelvaro.so)" "$build/provider/libkelvaro.so"
+"$(dirname "$0")/check-hardening.sh" "$root/usr/bin/kelvaroctl" "$root/usr/bin/vaultsim" "$(find "$root/usr/lib" -name libkelvaro.so)"
 [ -s "$root/usr/share/doc/kelvaro/installing.md" ] || fail "the documents are missing"
 
 mkfifo "$work/sim.ready"
