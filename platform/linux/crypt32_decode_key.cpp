@@ -1,267 +1,221 @@
-// CryptDecodeObjectEx for private keys: one block a structure, whose blobs lead into the encoded bytes.
+// CryptDecodeObjectEx for private keys: OpenSSL decodes them, and the structure is laid out in one block.
+
+// OpenSSL's newer decoders leave a copy of the key in freed memory; d2i_RSAPrivateKey doesn't.
+#define OPENSSL_SUPPRESS_DEPRECATED
+
+#include <openssl/rsa.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "platform/linux/openssl_errors.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
+#include "platform/linux/structure_block.h"
 #include "platform/linux/win_private_keys.h"
-#include "platform/linux/x509_parts.h"
 
 namespace {
 
-// Lays a structure out: once without room, to learn the size, then for good.
-class Layout {
-  public:
-    explicit Layout(BYTE* room) : room_(room) {}
+using BitStringPointer = OpensslOwner<ASN1_BIT_STRING, ASN1_BIT_STRING_free>;
+using EncryptedKeyPointer = OpensslOwner<X509_SIG, X509_SIG_free>;
+using PrivateKeyPointer = OpensslOwner<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
+using RsaPointer = OpensslOwner<RSA, RSA_free>;
 
-    // NULL without room.
-    BYTE* Reserve(size_t size)
-    {
-        const size_t at = used_;
-        used_ += (size + kStep - 1) / kStep * kStep;
-        return room_ ? room_ + at : nullptr;
-    }
-    template <typename T>
-    T* ReserveArray(size_t count)
-    {
-        return reinterpret_cast<T*>(Reserve(count * sizeof(T)));
-    }
-    LPSTR Text(const std::string& text)
-    {
-        BYTE* const copy = Reserve(text.size() + 1);
-        if (copy)
-            memcpy(copy, text.c_str(), text.size() + 1);
-        return reinterpret_cast<LPSTR>(copy);
-    }
-    size_t used() const { return used_; }
-
-  private:
-    static constexpr size_t kStep = 8;
-    BYTE* room_;
-    size_t used_ = 0;
-};
-
-CRYPT_INTEGER_BLOB BlobOf(std::string_view bytes)
+std::string_view BytesIn(const ASN1_STRING* string)
 {
-    BYTE* const data = reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()));
-    return {static_cast<DWORD>(bytes.size()), bytes.empty() ? nullptr : data};
+    return BytesOf(ASN1_STRING_get0_data(string), static_cast<size_t>(ASN1_STRING_length(string)));
 }
 
-CRYPT_ALGORITHM_IDENTIFIER AlgorithmOf(const AlgorithmParts& parts, Layout* layout)
+LPSTR AppendObjectId(const ASN1_OBJECT* object, StructureBlock* block)
 {
-    return {layout->Text(parts.objectId), BlobOf(parts.parameters)};
+    const int length = OBJ_obj2txt(nullptr, 0, object, 1);
+    std::string text(static_cast<size_t>(length > 0 ? length + 1 : 1), '\0');
+    OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
+    return block->AppendText(std::string(text.c_str()));
 }
 
-// ---- PKCS_ENCRYPTED_PRIVATE_KEY_INFO ----
-
-struct EncryptedKeyParts {
-    AlgorithmParts algorithm;
-    std::string_view encrypted;
-};
-
-void Parse(DerReader* outer, EncryptedKeyParts* parts)
+// The whole element; nothing for none.
+CRYPT_INTEGER_BLOB AppendElement(const ASN1_TYPE* element, StructureBlock* block)
 {
-    DerReader info = outer->Inside(outer->Take(kDerSequence));
-    parts->algorithm = TakeAlgorithm(&info);
-    parts->encrypted = info.Take(kDerOctetString);
+    const int size = element ? i2d_ASN1_TYPE(element, nullptr) : 0;
+    std::string der(static_cast<size_t>(size > 0 ? size : 0), '\0');
+    BYTE* at = reinterpret_cast<BYTE*>(der.data());
+    if (!der.empty())
+        i2d_ASN1_TYPE(element, &at);
+    return block->AppendBlob(der);
 }
 
-void Put(const EncryptedKeyParts& parts, Layout* layout)
+CRYPT_ALGORITHM_IDENTIFIER AppendAlgorithm(const X509_ALGOR* algorithm, StructureBlock* block)
 {
-    auto* const info = layout->ReserveArray<CRYPT_ENCRYPTED_PRIVATE_KEY_INFO>(1);
-    const CRYPT_ALGORITHM_IDENTIFIER algorithm = AlgorithmOf(parts.algorithm, layout);
-    if (info)
-        *info = {algorithm, BlobOf(parts.encrypted)};
+    return {AppendObjectId(algorithm->algorithm, block), AppendElement(algorithm->parameter, block)};
 }
 
-// ---- PKCS_PRIVATE_KEY_INFO ----
-
-struct AttributeParts {
-    std::string objectId;
-    std::vector<std::string_view> values;
-};
-
-struct PrivateKeyParts {
-    DWORD version = 0;
-    AlgorithmParts algorithm;
-    std::string_view key;
-    std::vector<AttributeParts> attributes;
-};
-
-void Parse(DerReader* outer, PrivateKeyParts* parts)
+CRYPT_ATTRIBUTE AppendAttribute(X509_ATTRIBUTE* attribute, StructureBlock* block)
 {
-    DerReader info = outer->Inside(outer->Take(kDerSequence));
-    parts->version = SmallNumber(info.Take(kDerInteger), &info);
-    parts->algorithm = TakeAlgorithm(&info);
-    parts->key = info.Take(kDerOctetString);
-    DerReader set = info.Inside(info.TakeOptional(DerContext(0)));
-    while (!set.AtEnd()) {
-        DerReader attribute = set.Inside(set.Take(kDerSequence));
-        AttributeParts taken;
-        taken.objectId = TakeObjectId(&attribute);
-        DerReader values = attribute.Inside(attribute.Take(kDerSet));
-        while (!values.AtEnd())
-            taken.values.push_back(values.TakeAny().whole);
-        parts->attributes.push_back(std::move(taken));
-    }
+    const int count = X509_ATTRIBUTE_count(attribute);
+    const size_t values = block->Reserve(static_cast<size_t>(count) * sizeof(CRYPT_ATTR_BLOB));
+    for (int i = 0; i < count; i++)
+        block->Put(values + static_cast<size_t>(i) * sizeof(CRYPT_ATTR_BLOB),
+                   AppendElement(X509_ATTRIBUTE_get0_type(attribute, i), block));
+    return {AppendObjectId(X509_ATTRIBUTE_get0_object(attribute), block), static_cast<DWORD>(count),
+            block->AddressOf<CRYPT_ATTR_BLOB>(values)};
 }
 
-CRYPT_ATTRIBUTE AttributeOf(const AttributeParts& parts, Layout* layout)
+PCRYPT_ATTRIBUTES AppendAttributes(const STACK_OF(X509_ATTRIBUTE) * attributes, StructureBlock* block)
 {
-    auto* const values = layout->ReserveArray<CRYPT_ATTR_BLOB>(parts.values.size());
-    for (size_t i = 0; values && i < parts.values.size(); i++)
-        values[i] = BlobOf(parts.values[i]);
-    return {layout->Text(parts.objectId), static_cast<DWORD>(parts.values.size()), values};
-}
-
-PCRYPT_ATTRIBUTES PutAttributes(const std::vector<AttributeParts>& parts, Layout* layout)
-{
-    if (parts.empty())
+    const int count = attributes ? sk_X509_ATTRIBUTE_num(attributes) : 0;
+    if (count == 0)
         return nullptr;
-    auto* const attributes = layout->ReserveArray<CRYPT_ATTRIBUTES>(1);
-    auto* const rows = layout->ReserveArray<CRYPT_ATTRIBUTE>(parts.size());
-    for (size_t i = 0; i < parts.size(); i++) {
-        const CRYPT_ATTRIBUTE attribute = AttributeOf(parts[i], layout);
-        if (rows)
-            rows[i] = attribute;
-    }
-    if (attributes)
-        *attributes = {static_cast<DWORD>(parts.size()), rows};
-    return attributes;
+    const size_t list = block->Reserve(sizeof(CRYPT_ATTRIBUTES));
+    const size_t rows = block->Reserve(static_cast<size_t>(count) * sizeof(CRYPT_ATTRIBUTE));
+    for (int i = 0; i < count; i++)
+        block->Put(rows + static_cast<size_t>(i) * sizeof(CRYPT_ATTRIBUTE),
+                   AppendAttribute(sk_X509_ATTRIBUTE_value(attributes, i), block));
+    block->Put(list, CRYPT_ATTRIBUTES{static_cast<DWORD>(count), block->AddressOf<CRYPT_ATTRIBUTE>(rows)});
+    return block->AddressOf<CRYPT_ATTRIBUTES>(list);
 }
 
-void Put(const PrivateKeyParts& parts, Layout* layout)
+// ---- the block ----
+
+struct Answer {
+    const CRYPT_DECODE_PARA* para;
+    void** structure;
+    DWORD* size;
+};
+
+// layOut: fills a StructureBlock, once to learn its size and once for the block's address.
+template <typename LayOut>
+LONG Give(const Answer& answer, const LayOut& layOut)
 {
-    auto* const info = layout->ReserveArray<CRYPT_PRIVATE_KEY_INFO>(1);
-    const CRYPT_ALGORITHM_IDENTIFIER algorithm = AlgorithmOf(parts.algorithm, layout);
-    const PCRYPT_ATTRIBUTES attributes = PutAttributes(parts.attributes, layout);
-    if (info)
-        *info = {parts.version, algorithm, BlobOf(parts.key), attributes};
+    StructureBlock measured(nullptr);
+    layOut(&measured);
+    const size_t size = measured.bytes().size();
+    if (size > UINT32_MAX)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    const CRYPT_DECODE_PARA* const para = answer.para;
+    void* const block = para && para->pfnAlloc ? para->pfnAlloc(size) : LocalAlloc(LMEM_FIXED, size);
+    if (!block)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    StructureBlock placed(block);
+    layOut(&placed);
+    memcpy(block, placed.bytes().data(), size);
+    *answer.structure = block;
+    *answer.size = static_cast<DWORD>(size);
+    return ERROR_SUCCESS;
+}
+
+LONG DecodeEncryptedKey(const BYTE* at, long size, const Answer& answer)
+{
+    const EncryptedKeyPointer key(d2i_X509_SIG(nullptr, &at, size));
+    if (!key)
+        return CRYPT_E_ASN1_CORRUPT;
+    const X509_ALGOR* algorithm = nullptr;
+    const ASN1_OCTET_STRING* encrypted = nullptr;
+    X509_SIG_get0(key.get(), &algorithm, &encrypted);
+    return Give(answer, [&](StructureBlock* block) {
+        const size_t offset = block->Reserve(sizeof(CRYPT_ENCRYPTED_PRIVATE_KEY_INFO));
+        block->Put(offset, CRYPT_ENCRYPTED_PRIVATE_KEY_INFO{AppendAlgorithm(algorithm, block),
+                                                            block->AppendBlob(BytesIn(encrypted))});
+    });
+}
+
+LONG DecodePrivateKey(const BYTE* at, long size, const Answer& answer)
+{
+    const PrivateKeyPointer key(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, size));
+    const BYTE* bytes = nullptr;
+    int count = 0;
+    const X509_ALGOR* algorithm = nullptr;
+    if (!key || PKCS8_pkey_get0(nullptr, &bytes, &count, &algorithm, key.get()) != 1)
+        return CRYPT_E_ASN1_CORRUPT;
+    return Give(answer, [&](StructureBlock* block) {
+        const size_t offset = block->Reserve(sizeof(CRYPT_PRIVATE_KEY_INFO));
+        block->Put(offset, CRYPT_PRIVATE_KEY_INFO{0, AppendAlgorithm(algorithm, block),
+                                                  block->AppendBlob(BytesOf(bytes, static_cast<size_t>(count))),
+                                                  AppendAttributes(PKCS8_pkey_get0_attrs(key.get()), block)});
+    });
 }
 
 // ---- PKCS_RSA_PRIVATE_KEY ----
 
-// Numbers without the zeros in front.
-struct RsaKeyParts {
-    std::string_view modulus;
-    std::string_view publicExponent;
-    std::string_view privateExponent;
-    std::string_view prime1;
-    std::string_view prime2;
-    std::string_view exponent1;
-    std::string_view exponent2;
-    std::string_view coefficient;
+// The legacy form: header, RSAPUBKEY, then the numbers, the least significant byte first.
+class LegacyKey {
+  public:
+    explicit LegacyKey(const RSA* rsa) : rsa_(rsa), whole_(static_cast<size_t>(RSA_size(rsa))) {}
 
-    size_t HalfSize() const { return (modulus.size() + 1) / 2; }
+    // False when a number has no room in the form.
+    bool Write()
+    {
+        const size_t half = (whole_ + 1) / 2;
+        RSAPUBKEY head = {BCRYPT_RSAPRIVATE_MAGIC, static_cast<DWORD>(8 * whole_), 0};
+        if (whole_ > UINT16_MAX || !Place(RSA_get0_e(rsa_), reinterpret_cast<BYTE*>(&head.pubexp), sizeof head.pubexp))
+            return false;
+        Append(BLOBHEADER{PRIVATEKEYBLOB, CUR_BLOB_VERSION, 0, CALG_RSA_KEYX});
+        Append(head);
+        return Append(RSA_get0_n(rsa_), whole_) && Append(RSA_get0_p(rsa_), half) && Append(RSA_get0_q(rsa_), half) &&
+               Append(RSA_get0_dmp1(rsa_), half) && Append(RSA_get0_dmq1(rsa_), half) &&
+               Append(RSA_get0_iqmp(rsa_), half) && Append(RSA_get0_d(rsa_), whole_);
+    }
+    const SecretString& bytes() const { return bytes_; }
+
+  private:
+    static bool Place(const BIGNUM* number, BYTE* at, size_t size)
+    {
+        return number && BN_bn2lebinpad(number, at, static_cast<int>(size)) >= 0;
+    }
+    template <typename T>
+    void Append(const T& part)
+    {
+        bytes_.append(reinterpret_cast<const char*>(&part), sizeof part);
+    }
+    bool Append(const BIGNUM* number, size_t size)
+    {
+        const size_t offset = bytes_.size();
+        bytes_.resize(offset + size);
+        return Place(number, reinterpret_cast<BYTE*>(bytes_.data()) + offset, size);
+    }
+
+    const RSA* rsa_;
+    size_t whole_;
+    SecretString bytes_;
 };
 
-std::string_view TakeNumber(DerReader* reader)
+// OpenSSL reads a negative number as a positive one. DER has one form for a key, so the two differ when it is written.
+bool IsWrittenTheSame(const RSA* rsa, std::string_view encoded)
 {
-    std::string_view number = reader->Take(kDerInteger);
-    if (!number.empty() && static_cast<BYTE>(number[0]) >= 0x80)
-        reader->Fail(CRYPT_E_BAD_ENCODE);
-    while (!number.empty() && number[0] == 0)
-        number.remove_prefix(1);
-    return number;
+    SecretString written(encoded.size(), '\0');
+    BYTE* at = reinterpret_cast<BYTE*>(written.data());
+    return i2d_RSAPrivateKey(rsa, nullptr) == static_cast<int>(encoded.size()) && i2d_RSAPrivateKey(rsa, &at) > 0 &&
+           std::string_view(written) == encoded;
 }
 
-void Parse(DerReader* outer, RsaKeyParts* parts)
+LONG DecodeRsaKey(const BYTE* encoded, long size, const Answer& answer)
 {
-    DerReader key = outer->Inside(outer->Take(kDerSequence));
-    // Version 1 has more than two primes.
-    if (SmallNumber(key.Take(kDerInteger), &key) != 0)
-        key.Fail(CRYPT_E_BAD_ENCODE);
-    for (std::string_view* number : {&parts->modulus, &parts->publicExponent, &parts->privateExponent, &parts->prime1,
-                                     &parts->prime2, &parts->exponent1, &parts->exponent2, &parts->coefficient})
-        *number = TakeNumber(&key);
-    bool fits = !parts->modulus.empty() && parts->modulus.size() <= UINT16_MAX;
-    fits = fits && parts->publicExponent.size() <= sizeof(DWORD);
-    fits = fits && parts->privateExponent.size() <= parts->modulus.size();
-    for (const std::string_view number :
-         {parts->prime1, parts->prime2, parts->exponent1, parts->exponent2, parts->coefficient})
-        fits = fits && number.size() <= parts->HalfSize();
-    if (!fits)
-        key.Fail(CRYPT_E_BAD_ENCODE);
+    const BYTE* at = encoded;
+    const RsaPointer rsa(d2i_RSAPrivateKey(nullptr, &at, size));
+    if (!rsa)
+        return CRYPT_E_ASN1_CORRUPT;
+    LegacyKey legacy(rsa.get());
+    if (RSA_get_multi_prime_extra_count(rsa.get()) != 0 ||
+        !IsWrittenTheSame(rsa.get(), BytesOf(encoded, static_cast<size_t>(at - encoded))) || !legacy.Write())
+        return CRYPT_E_BAD_ENCODE;
+    return Give(answer, [&legacy](StructureBlock* block) { block->Append(legacy.bytes()); });
 }
 
-// The number in so many bytes, the least significant one first. Where the next one goes.
-BYTE* PutNumber(BYTE* at, std::string_view number, size_t size)
+LONG DecodeBits(const BYTE* at, long size, const Answer& answer)
 {
-    std::reverse_copy(number.begin(), number.end(), at);
-    memset(at + number.size(), 0, size - number.size());
-    return at + size;
+    const BitStringPointer bits(d2i_ASN1_BIT_STRING(nullptr, &at, size));
+    if (!bits)
+        return CRYPT_E_ASN1_CORRUPT;
+    return Give(answer, [&bits](StructureBlock* block) {
+        const size_t offset = block->Reserve(sizeof(CRYPT_BIT_BLOB));
+        const CRYPT_INTEGER_BLOB bytes = block->AppendBlob(BytesIn(bits.get()));
+        // OpenSSL keeps the number of unused bits in the lowest three flags.
+        block->Put(offset, CRYPT_BIT_BLOB{bytes.cbData, bytes.pbData, static_cast<DWORD>(bits->flags & 7)});
+    });
 }
 
-void Put(const RsaKeyParts& parts, Layout* layout)
-{
-    const size_t half = parts.HalfSize();
-    const size_t whole = parts.modulus.size();
-    BYTE* at = layout->Reserve(sizeof(BLOBHEADER) + sizeof(RSAPUBKEY) + 2 * whole + 5 * half);
-    if (!at)
-        return;
-    const BLOBHEADER header = {PRIVATEKEYBLOB, CUR_BLOB_VERSION, 0, CALG_RSA_KEYX};
-    memcpy(at, &header, sizeof header);
-    at += sizeof header;
-    RSAPUBKEY rsa = {BCRYPT_RSAPRIVATE_MAGIC, static_cast<DWORD>(8 * whole), 0};
-    for (const char digit : parts.publicExponent)
-        rsa.pubexp = rsa.pubexp << 8 | static_cast<BYTE>(digit);
-    memcpy(at, &rsa, sizeof rsa);
-    at = PutNumber(at + sizeof rsa, parts.modulus, whole);
-    for (const std::string_view number :
-         {parts.prime1, parts.prime2, parts.exponent1, parts.exponent2, parts.coefficient})
-        at = PutNumber(at, number, half);
-    PutNumber(at, parts.privateExponent, whole);
-}
-
-// ---- X509_BITS ----
-
-void Parse(DerReader* outer, BitStringParts* parts)
-{
-    *parts = SplitBitString(outer->Take(kDerBitString), outer);
-}
-
-void Put(const BitStringParts& parts, Layout* layout)
-{
-    const CRYPT_INTEGER_BLOB bytes = BlobOf(parts.bytes);
-    if (auto* const bits = layout->ReserveArray<CRYPT_BIT_BLOB>(1))
-        *bits = {bytes.cbData, bytes.pbData, parts.unusedBits};
-}
-
-// ---- all of them ----
-
-LPVOID Allocate(const CRYPT_DECODE_PARA* para, size_t size)
-{
-    return para && para->pfnAlloc ? para->pfnAlloc(size) : LocalAlloc(LMEM_FIXED, size);
-}
-
-template <typename Parts>
-LONG Decode(std::string_view encoded, const CRYPT_DECODE_PARA* para, void** structure, DWORD* size)
-{
-    LONG error = ERROR_SUCCESS;
-    DerReader outer(encoded, &error);
-    Parts parts;
-    Parse(&outer, &parts);
-    if (error != ERROR_SUCCESS)
-        return error;
-    Layout measured(nullptr);
-    Put(parts, &measured);
-    if (measured.used() > UINT32_MAX)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    void* const block = Allocate(para, measured.used());
-    if (!block)
-        return ERROR_NOT_ENOUGH_MEMORY;
-    memset(block, 0, measured.used());
-    Layout layout(static_cast<BYTE*>(block));
-    Put(parts, &layout);
-    *structure = block;
-    *size = static_cast<DWORD>(measured.used());
-    return ERROR_SUCCESS;
-}
-
-using Decoder = LONG (*)(std::string_view encoded, const CRYPT_DECODE_PARA* para, void** structure, DWORD* size);
+using Decoder = LONG (*)(const BYTE* encoded, long size, const Answer& answer);
 
 Decoder FindDecoder(LPCSTR structType)
 {
@@ -269,10 +223,10 @@ Decoder FindDecoder(LPCSTR structType)
         LPCSTR type;
         Decoder decoder;
     } rows[] = {
-        {PKCS_ENCRYPTED_PRIVATE_KEY_INFO, Decode<EncryptedKeyParts>},
-        {PKCS_PRIVATE_KEY_INFO, Decode<PrivateKeyParts>},
-        {PKCS_RSA_PRIVATE_KEY, Decode<RsaKeyParts>},
-        {X509_BITS, Decode<BitStringParts>},
+        {PKCS_ENCRYPTED_PRIVATE_KEY_INFO, DecodeEncryptedKey},
+        {PKCS_PRIVATE_KEY_INFO, DecodePrivateKey},
+        {PKCS_RSA_PRIVATE_KEY, DecodeRsaKey},
+        {X509_BITS, DecodeBits},
     };
     for (const auto& row : rows) {
         if (row.type == structType)
@@ -296,5 +250,6 @@ BOOL WINAPI CryptDecodeObjectEx(DWORD encodingType, LPCSTR structType, const BYT
         return Fail(ERROR_FILE_NOT_FOUND);
     if (flags != (CRYPT_DECODE_ALLOC_FLAG | CRYPT_DECODE_NOCOPY_FLAG))
         return Fail(E_INVALIDARG);
-    return Succeeds([&] { return decoder(BytesOf(encoded, encodedSize), para, out, size); });
+    const QuietOpenssl quiet;
+    return Succeeds([&] { return decoder(encoded, static_cast<long>(encodedSize), {para, out, size}); });
 }

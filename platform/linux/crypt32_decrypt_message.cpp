@@ -4,12 +4,12 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/linux/der.h"
 #include "platform/linux/file_store.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/text.h"
@@ -20,18 +20,7 @@ namespace {
 
 constexpr size_t kLargestKeyFile = 64 * 1024;
 
-template <typename T, void (*free)(T*)>
-struct Freer {
-    void operator()(T* object) const { free(object); }
-};
-void FreeBio(BIO* bio)
-{
-    BIO_free(bio);
-}
-using MessagePointer = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo, CMS_ContentInfo_free>>;
-using CertificatePointer = std::unique_ptr<X509, Freer<X509, X509_free>>;
-using KeyPointer = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY, EVP_PKEY_free>>;
-using BioPointer = std::unique_ptr<BIO, Freer<BIO, FreeBio>>;
+using MessagePointer = OpensslOwner<CMS_ContentInfo, CMS_ContentInfo_free>;
 
 // Walks the certificates of a store; the one at hand goes back with the walk.
 class StoreWalk {
@@ -116,18 +105,34 @@ LONG CipherError()
     return NTE_BAD_DATA;
 }
 
-// *plain is wiped when it goes.
-LONG OpenMessage(CMS_ContentInfo* message, EVP_PKEY* key, X509* certificate, BIO* plain)
+// Reads what OpenSSL decrypts into a block of our own: CMS_decrypt would take it through a buffer on the stack, which
+// nobody wipes. *plain must be as large as the message, which is more than its content.
+bool ReadContent(CMS_ContentInfo* message, SecretString* plain)
+{
+    const BioPointer content(CMS_dataInit(message, nullptr));
+    if (!content)
+        return false;
+    size_t size = 0;
+    int got;
+    do {
+        got = BIO_read(content.get(), plain->data() + size, static_cast<int>(plain->size() - size));
+        size += got > 0 ? static_cast<size_t>(got) : 0;
+    } while (got > 0 && size < plain->size());
+    plain->resize(size);
+    return BIO_get_cipher_status(content.get()) > 0;
+}
+
+LONG OpenMessage(CMS_ContentInfo* message, EVP_PKEY* key, X509* certificate, SecretString* plain)
 {
     ERR_clear_error();
-    const bool opened = CMS_decrypt(message, key, certificate, nullptr, plain, CMS_BINARY) == 1;
+    const bool opened = CMS_decrypt_set1_pkey(message, key, certificate) == 1 && ReadContent(message, plain);
     const LONG error = opened ? static_cast<LONG>(ERROR_SUCCESS) : CipherError();
     ERR_clear_error();
     return error;
 }
 
 // The message's content for one certificate; CRYPT_E_NO_DECRYPT_CERT when it is not for this one.
-LONG OpenFor(PCCERT_CONTEXT context, CMS_ContentInfo* message, BIO* plain)
+LONG OpenFor(PCCERT_CONTEXT context, CMS_ContentInfo* message, SecretString* plain)
 {
     const BYTE* at = context->pbCertEncoded;
     const CertificatePointer certificate(d2i_X509(nullptr, &at, static_cast<long>(context->cbCertEncoded)));
@@ -140,7 +145,7 @@ LONG OpenFor(PCCERT_CONTEXT context, CMS_ContentInfo* message, BIO* plain)
     return OpenMessage(message, key.get(), certificate.get(), plain);
 }
 
-LONG OpenFromStores(const CRYPT_DECRYPT_MESSAGE_PARA& para, CMS_ContentInfo* message, BIO* plain)
+LONG OpenFromStores(const CRYPT_DECRYPT_MESSAGE_PARA& para, CMS_ContentInfo* message, SecretString* plain)
 {
     for (DWORD i = 0; i < para.cCertStore; i++) {
         StoreWalk walk(para.rghCertStore[i]);
@@ -169,14 +174,8 @@ BOOL WINAPI CryptDecryptMessage(PCRYPT_DECRYPT_MESSAGE_PARA para, const BYTE* en
         ERR_clear_error();
         if (!message)
             return NTE_BAD_DATA;
-        const BioPointer plain(BIO_new(BIO_s_mem()));
-        if (!plain)
-            return ERROR_NOT_ENOUGH_MEMORY;
-        const LONG error = OpenFromStores(*para, message.get(), plain.get());
-        if (error != ERROR_SUCCESS)
-            return error;
-        char* bytes = nullptr;
-        const long length = BIO_get_mem_data(plain.get(), &bytes);
-        return GiveOut(std::string_view(bytes, static_cast<size_t>(length)), decrypted, size);
+        SecretString plain(encryptedSize, '\0');
+        const LONG error = OpenFromStores(*para, message.get(), &plain);
+        return error == ERROR_SUCCESS ? GiveOut(plain, decrypted, size) : error;
     });
 }

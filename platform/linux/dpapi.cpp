@@ -22,6 +22,7 @@
 #include <string_view>
 
 #include "platform/linux/file_store.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/text.h"
@@ -53,10 +54,7 @@ struct MasterKey {
     ~MasterKey() { SecureZeroMemory(bytes, sizeof bytes); }
 };
 
-struct ContextFreer {
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
-};
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, ContextFreer>;
+using CipherContext = OpensslOwner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 struct LocalFreer {
     void operator()(void* block) const { LocalFree(block); }
@@ -79,10 +77,10 @@ LONG AsError(HRESULT status)
 bool NameKey(MasterKey* key)
 {
     BYTE digest[SHA256_DIGEST_LENGTH];
-    const std::string labelled = "kelvaro master key" + std::string(reinterpret_cast<char*>(key->bytes), kKeySize);
+    SecretString labelled("kelvaro master key");
+    labelled.append(reinterpret_cast<const char*>(key->bytes), kKeySize);
     const bool done = EVP_Digest(labelled.data(), labelled.size(), digest, nullptr, EVP_sha256(), nullptr) == 1;
     memcpy(key->id, digest, kKeyIdSize);
-    SecureZeroMemory(const_cast<char*>(labelled.data()), labelled.size());
     return done;
 }
 
@@ -230,11 +228,11 @@ LONG Unprotect(const DATA_BLOB& data, LPWSTR* description, const DATA_BLOB* entr
     BYTE tag[kTagSize];
     memcpy(tag, data.pbData + headSize + size, kTagSize);
     int length = 0;
-    if (context == nullptr ||
-        EVP_DecryptUpdate(context.get(), plain.get(), &length, data.pbData + headSize, static_cast<int>(size)) != 1 ||
-        EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_TAG, kTagSize, tag) != 1)
+    if (context == nullptr)
         return ERROR_INTERNAL_ERROR;
-    if (EVP_DecryptFinal_ex(context.get(), plain.get() + length, &length) != 1) {
+    if (EVP_DecryptUpdate(context.get(), plain.get(), &length, data.pbData + headSize, static_cast<int>(size)) != 1 ||
+        EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_TAG, kTagSize, tag) != 1 ||
+        EVP_DecryptFinal_ex(context.get(), plain.get() + length, &length) != 1) {
         SecureZeroMemory(plain.get(), size);
         return ERROR_INVALID_DATA;
     }

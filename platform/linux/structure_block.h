@@ -1,5 +1,5 @@
 // A structure as callers get it: one block of parts that begin at multiples of 8 bytes, with pointers that are right
-// once the block stands at `target`.
+// once the block is at `target`. Wiped at its end, since a private key may be in it.
 #pragma once
 
 #include <string.h>
@@ -9,12 +9,13 @@
 
 #include "platform/linux/der.h"
 #include "platform/linux/win_crypt.h"
+#include "platform/secret_memory.h"
 
 class StructureBlock {
   public:
     explicit StructureBlock(void* target) : target_(reinterpret_cast<uintptr_t>(target)) {}
 
-    const std::string& bytes() const { return bytes_; }
+    const SecretString& bytes() const { return bytes_; }
 
     // Room of this size, zeroed; its offset.
     size_t Reserve(size_t size)
@@ -62,5 +63,5 @@ class StructureBlock {
   private:
     static constexpr size_t kStep = 8;
     uintptr_t target_;
-    std::string bytes_;
+    SecretString bytes_;
 };

@@ -66,9 +66,10 @@ struct CRYPT_DECODE_PARA {
 using PCRYPT_DECODE_PARA = CRYPT_DECODE_PARA*;
 
 // The four structures above, and only with both flags: *structure is one block from para->pfnAlloc, or from LocalAlloc,
-// whose blobs lead into `encoded`; *size is the block's. PKCS_RSA_PRIVATE_KEY gives the legacy form, every number in
-// it. Bytes behind the structure are not looked at. CRYPT_E_ASN1_...: no such DER. CRYPT_E_BAD_ENCODE: a number that
-// the legacy form has no room for. ERROR_FILE_NOT_FOUND: another structure.
+// with all that the structure points to; *size is the block's. It holds copies, so that whoever frees a private key's
+// block wipes it first. CRYPT_PRIVATE_KEY_INFO's Version is always 0. PKCS_RSA_PRIVATE_KEY gives the legacy form, every
+// number in it. Bytes after the structure are ignored. CRYPT_E_ASN1_CORRUPT: not such a structure. CRYPT_E_BAD_ENCODE:
+// a key that isn't DER or has no legacy form. ERROR_FILE_NOT_FOUND: another structure.
 BOOL WINAPI CryptDecodeObjectEx(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
                                 DWORD flags, PCRYPT_DECODE_PARA para, void* structure, DWORD* size);
 

@@ -1,0 +1,23 @@
+// Owners of what OpenSSL allocates.
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+template <auto kFree>
+struct OpensslFree {
+    template <typename T>
+    void operator()(T* object) const
+    {
+        kFree(object);
+    }
+};
+template <typename T, auto kFree>
+using OpensslOwner = std::unique_ptr<T, OpensslFree<kFree>>;
+
+using BioPointer = OpensslOwner<BIO, BIO_free_all>;  // the whole chain
+using CertificatePointer = OpensslOwner<X509, X509_free>;
+using KeyPointer = OpensslOwner<EVP_PKEY, EVP_PKEY_free>;
