@@ -43,13 +43,13 @@ LONG SyncDirectory(const std::string& directory)
     return file.IsOpen() && fsync(file.Get()) == 0 ? ERROR_SUCCESS : LastErrno();
 }
 
-// A rewrite keeps the group and the mode that an administrator gave the file. Best effort: without the group it stays
-// its owner's alone.
+// A rewrite keeps the group that an administrator gave the file, and what that group may do. Nobody else gets in,
+// whatever the file's mode was, and without the group it stays its owner's alone.
 void TakeOverAccess(int file, const std::string& path)
 {
     struct stat status;
     if (stat(path.c_str(), &status) == 0 && fchown(file, static_cast<uid_t>(-1), status.st_gid) == 0)
-        fchmod(file, status.st_mode & 0777);
+        fchmod(file, kFileMode | (status.st_mode & (S_IRGRP | S_IWGRP)));
 }
 
 // Writes `path`, which will replace `replaced`.

@@ -42,8 +42,8 @@ int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat
 // maxSize bytes. *status, if given, is the file's as read.
 LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status = nullptr);
 
-// Writes a temporary file beside `path`, with the group and mode of that, brings it to the disk and renames it. The
-// caller holds a StoreLock on `path`.
+// Writes a temporary file beside `path`, brings it to the disk and renames it. The new file keeps the old one's group
+// and what that group may do. The caller holds a StoreLock on `path`.
 LONG ReplaceFile(const std::string& path, std::string_view content);
 
 // Appends with one write, so that lines of several processes do not mix.

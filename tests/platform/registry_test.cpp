@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -147,6 +148,7 @@ TEST(Registry, WritingKeepsWhatItDoesNotChange)
 {
     const PlatformRoot root;
     WriteMachineHive(root, "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"tiger\"\n");
+    ASSERT_EQ(chmod(MachineFile(root).c_str(), 0644), 0);
     const OpenKey key(HKEY_LOCAL_MACHINE);
     ASSERT_EQ(RegSetKeyValueW(key.get(), nullptr, u"clientsecret", REG_SZ, u"", 2), ERROR_SUCCESS);
     const DWORD level = 10;
@@ -158,7 +160,8 @@ TEST(Registry, WritingKeepsWhatItDoesNotChange)
         "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"\"\n\"LoggingLevel\"=dword:0000000a\n\n"
         "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Sub]\n\"x\"=hex:01,02\n";
     EXPECT_EQ(ReadFileText(MachineFile(root)), expected);
-    EXPECT_EQ(ModeOf(MachineFile(root)), 0600u);
+    // The group keeps what it had, and all others are shut out.
+    EXPECT_EQ(ModeOf(MachineFile(root)), 0640u);
 
     EXPECT_EQ(RegDeleteKeyValueW(key.get(), nullptr, u"loggingLEVEL"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"LoggingLevel"), ERROR_FILE_NOT_FOUND);
