@@ -76,7 +76,7 @@ LONG ListCertificates(KVC* call)
 
 constexpr size_t kHashDigits = 40;
 
-KVC* NewClient(const std::string& vault)
+KVCClient* NewClient(const std::string& vault)
 {
     return KVCNew(Wide(vault).c_str(), KVC_AUTHN_CLIENT_CREDENTIALS, Wide(Simulator::kTenant).c_str(),
                   Wide(Simulator::kClientId).c_str(), Wide(Simulator::kClientSecret).c_str(), nullptr, 0, 0, 0);
@@ -85,7 +85,7 @@ KVC* NewClient(const std::string& vault)
 // As many hashes as the vault has certificates. Those that it really has come last, where a search finds them late.
 TextString KnownHashesOf(const std::string& vault, int size)
 {
-    KVC* client = NewClient(vault);
+    KVCClient* client = NewClient(vault);
     WCHAR** names = nullptr;
     WCHAR** thumbprints = nullptr;
     LONG count = 0;

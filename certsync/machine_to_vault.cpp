@@ -82,7 +82,7 @@ void Record(const PublishedKey& key, BldStr* list, const HashText& hash)
 
 }  // namespace
 
-void PublishKeyCertificate(KVC* client, const PublishedKey& key)
+void PublishKeyCertificate(KVCClient* client, const PublishedKey& key)
 {
     const BldStrPtr list = ReadCertSync(key.isMachine);
     LogString(TEXT("KelvaroFreeKey publishCert"), key.name, LOG_RELEASE_LEVEL);

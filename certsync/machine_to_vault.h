@@ -18,4 +18,4 @@ struct PublishedKey {
 // the vault, unless it is in step already. client: the key's client, or NULL. Does not sign in: the calls go out with
 // the token that the client holds. No result: failures are logged and nothing is recorded, so that a later release
 // tries again. Blocks for up to four exchanges, longer when throttled.
-void PublishKeyCertificate(KVC* client, const PublishedKey& key);
+void PublishKeyCertificate(KVCClient* client, const PublishedKey& key);

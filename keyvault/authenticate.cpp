@@ -13,7 +13,7 @@ namespace {
 
 constexpr int64_t kTokenLifeSeconds = 3600;
 
-KVCLogOnResult SignIn(KVC* client, Token* token)
+KVCLogOnResult SignIn(KVCClient* client, Token* token)
 {
     KVCLogOnResult result = KVCLogOnResult::Refused;
     if ((client->authn & KVC_AUTHN_CLIENT_CREDENTIALS) != 0)
@@ -31,7 +31,7 @@ void Replace(BldStr*& field, BldStr* value)
 
 // Puts the outcome of a sign-in into the client, all at once for those who read it meanwhile. now: when the sign-in
 // began.
-void Publish(KVC* client, KVCLogOnResult result, Token token, int64_t now)
+void Publish(KVCClient* client, KVCLogOnResult result, Token token, int64_t now)
 {
     BldStrPtr name;
     if (result == KVCLogOnResult::Ready && TextEqual(KVCText(client->kvname), kIdentityNameMarker))
@@ -54,7 +54,7 @@ void Publish(KVC* client, KVCLogOnResult result, Token token, int64_t now)
 
 // Makes the client's token valid; the caller holds its signInLock. failuresSeen: the count of failed sign-ins before
 // that lock was asked for.
-KVCLogOnResult Renew(KVC* client, uint32_t failuresSeen)
+KVCLogOnResult Renew(KVCClient* client, uint32_t failuresSeen)
 {
     const int64_t now = ClockUnixTime();
     if (client->tokenExpiry > now)
@@ -80,7 +80,7 @@ bool Copy(const BldStr* from, SecretStrPtr& to)
 }
 
 // Copies token and vault name to a call record, all or nothing.
-bool HandOver(KVC* client, KVC* call)
+bool HandOver(KVCClient* client, KVC* call)
 {
     SecretStrPtr tokenType;
     SecretStrPtr accessToken;
@@ -91,11 +91,10 @@ bool HandOver(KVC* client, KVC* call)
     Replace(call->tokenType, tokenType.release());
     Replace(call->accessToken, accessToken.release());
     Replace(call->kvname, kvname.release());
-    call->tokenExpiry = client->tokenExpiry;
     return true;
 }
 
-uint32_t FailedSignIns(KVC* client)
+uint32_t FailedSignIns(KVCClient* client)
 {
     const ExclusiveLock lock(&client->lock);
     return client->failedSignIns;
@@ -136,14 +135,14 @@ bool Copy(const char* from, SecretStrPtr& to)
 
 }  // namespace
 
-KVCLogOnResult KVCLogOn(KVC* kvc)
+KVCLogOnResult KVCLogOn(KVC* call)
 {
-    KVC* client = kvc->client ? kvc->client : kvc;
+    KVCClient* client = call->client;
     const uint32_t failuresSeen = FailedSignIns(client);
     const ExclusiveLock signIn(&client->signInLock);
     LogString(TEXT("KVCAuthenticate"), KVCText(client->kvname), LOG_STEP_LEVEL);
     KVCLogOnResult result = Renew(client, failuresSeen);
-    if (result == KVCLogOnResult::Ready && client != kvc && !HandOver(client, kvc))
+    if (result == KVCLogOnResult::Ready && !HandOver(client, call))
         result = KVCLogOnResult::NoMemory;
     if (result == KVCLogOnResult::NoMemory)
         LogString(TEXT("KVCAuthenticate Out of memory"), KVCText(client->kvname), LOG_ERROR_LEVEL);

@@ -10,7 +10,7 @@
 namespace {
 
 // Replaces loginUrl and resource. False: no memory.
-bool SetEndpoints(KVC* kvc)
+bool SetEndpoints(KVCClient* kvc)
 {
     LogString(TEXT("KVCGetLoginUrl called"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
     BldStrPtr loginUrl = JoinText(0, {kSignInBaseUrl, KVCText(kvc->tenant)});
@@ -46,7 +46,7 @@ bool SplitLoginUrl(const WCHAR* url, BldStrPtr& host, BldStrPtr& path)
     return true;
 }
 
-SecretStrPtr FormBody(const KVC* kvc)
+SecretStrPtr FormBody(const KVCClient* kvc)
 {
     const WCHAR* secret = KVCText(kvc->clientSecret);
     return JoinSecretText(
@@ -66,7 +66,7 @@ BldStrPtr HeaderBlock()
 }
 
 // The sign-in endpoint's answer; NULL when there was no memory for the request or for the answer's record.
-KVCResponsePtr AskForToken(const KVC* kvc)
+KVCResponsePtr AskForToken(const KVCClient* kvc)
 {
     BldStrPtr host;
     BldStrPtr path;
@@ -86,7 +86,7 @@ KVCResponsePtr AskForToken(const KVC* kvc)
 
 }  // namespace
 
-KVCLogOnResult SignInWithClientCredentials(KVC* kvc, Token* token)
+KVCLogOnResult SignInWithClientCredentials(KVCClient* kvc, Token* token)
 {
     LogString(TEXT("KVCAuthenticate KVCKeyCert"), KVCText(kvc->kvname), LOG_STEP_LEVEL);
     if (!SetEndpoints(kvc))

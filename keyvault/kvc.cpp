@@ -20,31 +20,23 @@ void FreeSecret(BldStr*& str)
     str = nullptr;
 }
 
-void FreeRecord(KVC* kvc)
+void FreeClient(KVCClient* client)
 {
-    FreeSecret(kvc->tokenType);
-    FreeSecret(kvc->accessToken);
-    FreeText(kvc->loginUrl);
-    FreeText(kvc->resource);
-    FreeText(kvc->kvname);
-    FreeText(kvc->tenant);
-    FreeText(kvc->clientId);
-    FreeSecret(kvc->clientSecret);
-    FreeText(kvc->clientCertId);
-    // The last answer may have been that of a decryption.
-    WipeFreeBytes(kvc->lastBody);
-    free(kvc);
+    FreeSecret(client->tokenType);
+    FreeSecret(client->accessToken);
+    FreeText(client->loginUrl);
+    FreeText(client->resource);
+    FreeText(client->kvname);
+    FreeText(client->tenant);
+    FreeText(client->clientId);
+    FreeSecret(client->clientSecret);
+    FreeText(client->clientCertId);
+    free(client);
 }
 
-struct RecordFreer {
-    void operator()(KVC* kvc) const { FreeRecord(kvc); }
+struct ClientFreer {
+    void operator()(KVCClient* client) const { FreeClient(client); }
 };
-using RecordPtr = std::unique_ptr<KVC, RecordFreer>;
-
-RecordPtr NewRecord()
-{
-    return RecordPtr(static_cast<KVC*>(calloc(1, sizeof(KVC))));
-}
 
 // NULL for a NULL text too; `complete` turns false only when there was no memory.
 BldStr* CopyText(const WCHAR* text, bool& complete)
@@ -55,7 +47,7 @@ BldStr* CopyText(const WCHAR* text, bool& complete)
     return copy;
 }
 
-KVC* FailNoMemory()
+KVCClient* FailNoMemory()
 {
     LogLine(TEXT("KVCNew failed to allocate KVC"), LOG_ERROR_LEVEL);
     return nullptr;
@@ -63,15 +55,16 @@ KVC* FailNoMemory()
 
 }  // namespace
 
-KVC* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* clientId, const WCHAR* clientSecret,
-            const WCHAR* clientCertId, DWORD purgeOnDelete, DWORD certificateMode, DWORD exportableOption)
+KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* clientId,
+                  const WCHAR* clientSecret, const WCHAR* clientCertId, DWORD purgeOnDelete, DWORD certificateMode,
+                  DWORD exportableOption)
 {
     LogLine(TEXT("KVCNew KeyVault and Authentication Type"), LOG_STEP_LEVEL);
     if (!kvname) {
         LogLine(TEXT("KVCNew NULL kvname"), LOG_ERROR_LEVEL);
         return nullptr;
     }
-    RecordPtr kvc = NewRecord();
+    std::unique_ptr<KVCClient, ClientFreer> kvc(static_cast<KVCClient*>(calloc(1, sizeof(KVCClient))));
     if (!kvc)
         return FailNoMemory();
     kvc->purgeOnDelete = purgeOnDelete;
@@ -95,26 +88,24 @@ KVC* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* 
     return kvc.release();
 }
 
-void KVCDelete(KVC* kvc)
+void KVCDelete(KVCClient* client)
 {
     LogLine(TEXT("KVCDelete"), LOG_STEP_LEVEL);
-    if (!kvc)
+    if (!client)
         return;
     const LastErrorKeeper keeper;
-    FreeRecord(kvc);
+    FreeClient(client);
 }
 
-KVC* KVCBeginCall(KVC* client)
+KVC* KVCBeginCall(KVCClient* client)
 {
-    RecordPtr call = NewRecord();
+    KVC* call = static_cast<KVC*>(calloc(1, sizeof(KVC)));
     if (!call)
         return nullptr;
-    call->authn = client->authn;
+    call->client = client;
     call->purgeOnDelete = client->purgeOnDelete;
     call->certificateMode = client->certificateMode;
-    call->exportableOption = client->exportableOption;
-    call->client = client;
-    return call.release();
+    return call;
 }
 
 void KVCEndCall(KVC* call)
@@ -122,7 +113,12 @@ void KVCEndCall(KVC* call)
     if (!call)
         return;
     const LastErrorKeeper keeper;
-    FreeRecord(call);
+    FreeSecret(call->tokenType);
+    FreeSecret(call->accessToken);
+    FreeText(call->kvname);
+    // The last answer may have been that of a decryption.
+    WipeFreeBytes(call->lastBody);
+    free(call);
 }
 
 const WCHAR* KVCText(const BldStr* str)

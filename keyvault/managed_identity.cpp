@@ -47,7 +47,7 @@ void FindEndpoint(IdentityCall& call)
 }
 
 // False: no memory.
-bool BuildRequest(const KVC* kvc, IdentityCall& call)
+bool BuildRequest(const KVCClient* kvc, IdentityCall& call)
 {
     const WCHAR* clientId = KVCText(kvc->clientId);
     const WCHAR* version =
@@ -146,7 +146,7 @@ Step Ask(IdentityCall& call, Token* token)
 
 }  // namespace
 
-KVCLogOnResult SignInWithManagedIdentity(const KVC* kvc, Token* token)
+KVCLogOnResult SignInWithManagedIdentity(const KVCClient* kvc, Token* token)
 {
     IdentityCall call;
     FindEndpoint(call);

@@ -14,8 +14,8 @@ struct Token {
 // NoMemory: a token came, but couldn't be kept.
 // Each replaces the members of `token` that the service's answer has, and logs its failures. Both block for the
 // network.
-KVCLogOnResult SignInWithClientCredentials(KVC* kvc, Token* token);
-KVCLogOnResult SignInWithManagedIdentity(const KVC* kvc, Token* token);
+KVCLogOnResult SignInWithClientCredentials(KVCClient* kvc, Token* token);
+KVCLogOnResult SignInWithManagedIdentity(const KVCClient* kvc, Token* token);
 
 // Takes "access_token" and "token_type" out of a sign-in answer. Neither is taken when one of them has a character that
 // isn't visible ASCII: the text would go out inside a header line.

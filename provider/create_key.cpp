@@ -21,7 +21,7 @@ bool KeyExists(KVC* call, const WCHAR* keyName)
 
 // Signs in, which the finalization will not do, and looks whether the name is free. An overwriting creation does not
 // look: whether there will be a new version is the vault's to decide.
-SECURITY_STATUS PrepareVault(KVC* client, const WCHAR* keyName, DWORD dwFlags)
+SECURITY_STATUS PrepareVault(KVCClient* client, const WCHAR* keyName, DWORD dwFlags)
 {
     KVCCall call;
     const SECURITY_STATUS status =

@@ -103,7 +103,7 @@ SECURITY_STATUS ReadNextKey(KVC* call, KSP_ENUM_STATE* state, DWORD dwFlags, NCr
     return ERROR_SUCCESS;
 }
 
-KVC* ChooseClient(const KSP_PROVIDER& provider, DWORD dwFlags)
+KVCClient* ChooseClient(const KSP_PROVIDER& provider, DWORD dwFlags)
 {
     const DWORD machineFlag = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
     LogLine(machineFlag != 0 ? TEXT("KelvaroEnumKeys NCRYPT_MACHINE_KEY_FLAG")

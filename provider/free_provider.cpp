@@ -4,7 +4,7 @@
 #include "support/log.h"
 #include "support/wipe.h"
 
-static void ReleaseClient(KVC** kvc)
+static void ReleaseClient(KVCClient** kvc)
 {
     if (*kvc)
         KVCDelete(*kvc);

@@ -36,7 +36,7 @@ KSP_KEY* KeyFromHandles(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey)
     return ProviderFromHandle(hProvider) ? KeyFromHandle(hKey) : nullptr;
 }
 
-KVC* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag)
+KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag)
 {
     return machineFlag ? provider->machineKvc : provider->userKvc;
 }

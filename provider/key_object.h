@@ -49,7 +49,7 @@ struct KSP_KEY {
     DWORD cbKeyFile;
     BYTE* pbPrivateKey;  // protected private key material, owned, guarded by `lock`
     DWORD cbPrivateKey;
-    KVC* kvc;           // the provider's client of this key's scope, not owned
+    KVCClient* kvc;     // the provider's client of this key's scope, not owned
     DWORD fMachineKey;  // not 0 for a machine key
     // The vault's description, released by KelvaroFreeKey. Filled under `lock` when the key is finalized, fixed then.
     KVKey kvk;

@@ -122,7 +122,7 @@ static void SettleSecret(const HivePass& pass, HiveSettings* settings)
 }
 
 // Reads one hive and builds its client. NULL: no memory.
-static KVC* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTemplateChars])
+static KVCClient* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTemplateChars])
 {
     HiveSettings settings;
     ReadSettings(pass.hive, vaultTemplate, &settings);
@@ -131,9 +131,9 @@ static KVC* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTempl
     SettleSecret(pass, &settings);
     LogStrings(kEntryPoint, vaultTemplate, settings.clientId, LOG_STEP_LEVEL);
     // Both switches travel negated: 0 in the registry means that a deletion purges and that keys live as certificates.
-    KVC* kvc = KVCNew(vaultTemplate, settings.authenticationType, settings.tenant, settings.clientId, settings.secret,
-                      settings.clientCertId, settings.doDeletePurge == 0, settings.certificatesOrKeys == 0,
-                      settings.exportableOption);
+    KVCClient* kvc = KVCNew(vaultTemplate, settings.authenticationType, settings.tenant, settings.clientId,
+                            settings.secret, settings.clientCertId, settings.doDeletePurge == 0,
+                            settings.certificatesOrKeys == 0, settings.exportableOption);
     Wipe(&settings, sizeof(settings));
     return kvc;
 }

@@ -22,8 +22,8 @@ struct KSP_PROVIDER {
     WCHAR* pszUseContext;                         // owned, process heap; NULL until it is set
     WCHAR machineVaultName[kVaultTemplateChars];  // template of the vault's name
     WCHAR userVaultName[kVaultTemplateChars];
-    KVC* machineKvc;                     // owned; NULL when memory ran out
-    KVC* userKvc;                        // likewise
+    KVCClient* machineKvc;               // owned; NULL when memory ran out
+    KVCClient* userKvc;                  // likewise
     std::atomic<uint32_t> fCertsSynced;  // 0 until the certificate sync has been started on this provider
     SIZE_T cbUseContext;                 // bytes of the block behind pszUseContext
     SRWLOCK useContextLock;
@@ -34,7 +34,7 @@ KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider);
 
 // The client of machine keys when machineFlag is not 0 (a key's fMachineKey, or the host's flags masked with
 // NCRYPT_MACHINE_KEY_FLAG), else of user keys. May be NULL.
-KVC* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
+KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
 
 // Logs "entryPoint Error 0xstatus" at level 1 and returns the status.
 SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* entryPoint);

@@ -2,7 +2,7 @@
 
 #include "provider/provider.h"
 
-SECURITY_STATUS BeginVaultCall(KVC* client, const WCHAR* signInFailure, KVCCall* call)
+SECURITY_STATUS BeginVaultCall(KVCClient* client, const WCHAR* signInFailure, KVCCall* call)
 {
     if (!client)
         return NTE_INVALID_PARAMETER;

@@ -24,7 +24,7 @@ class Authenticate : public ClientTest {
     {
         sim.ClearJournal();
         const ClientPtr kvc = NewClient(identity);
-        KVCAuthenticate(kvc.get());
+        SignIn(kvc);
         const auto requests = Requests("/t/oauth2/token");
         ASSERT_EQ(1u, requests.size());
         EXPECT_EQ("resource=https://vault.azure.net&grant_type=client_credentials&client_id=" + tail,
@@ -36,7 +36,7 @@ TEST_F(Authenticate, ClientCredentialsArePostedAndTheTokenIsKept)
 {
     const ClientPtr kvc = NewClient();
     root.ClearLog();
-    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    ASSERT_EQ(1, SignIn(kvc));
     EXPECT_EQ("Bearer", TextOf(kvc->tokenType));
     EXPECT_EQ("https://login.microsoftonline.com/" + std::string(Simulator::kTenant), TextOf(kvc->loginUrl));
     EXPECT_EQ("https://vault.azure.net", TextOf(kvc->resource));
@@ -58,7 +58,7 @@ TEST_F(Authenticate, ClientCredentialsArePostedAndTheTokenIsKept)
                            " https://vault.azure.net 10",
                        "KVCDoWebCall 8"}),
               root.LogLines());
-    EXPECT_EQ(1, ListKeys(kvc.get())) << "the vault takes the token";
+    EXPECT_EQ(1, ListKeys(kvc)) << "the vault takes the token";
 }
 
 TEST_F(Authenticate, TheHourBeginsBeforeTheSignInAndNotWithItsEnd)
@@ -69,13 +69,13 @@ TEST_F(Authenticate, TheHourBeginsBeforeTheSignInAndNotWithItsEnd)
         if (index == 3)
             sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", "up"}});
     });
-    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    ASSERT_EQ(1, SignIn(kvc));
     EXPECT_EQ((Waits{20000, 200, 20000, 200}), clock.Waits());
     clock.Advance(3600 - 40 - 1);
-    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1, SignIn(kvc));
     EXPECT_EQ(1u, Requests("oauth2/token").size());
     clock.Advance(1);
-    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1, SignIn(kvc));
     const auto requests = Requests("oauth2/token");
     ASSERT_EQ(2u, requests.size());
     EXPECT_NE(HeaderOf(requests[0], "client-request-id"), HeaderOf(requests[1], "client-request-id"));
@@ -119,7 +119,7 @@ TEST_F(Authenticate, TheMethodFlagsSayWhatIsTried)
         identity.authn = row.authn;
         identity.secret = row.secret;
         const ClientPtr kvc = NewClient(identity);
-        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.result, SignIn(kvc));
         EXPECT_EQ(row.posts, Requests(kTokenPath).size());
         EXPECT_EQ(row.metadataCalls, Requests("/metadata/identity/oauth2/token").size());
         EXPECT_EQ(row.result == 0, root.Logged("KVCAuthenticate Logon failure contoso-keys", 1));
@@ -156,7 +156,7 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
         SCOPED_TRACE(row.story);
         Answer("oauth2/token", row.status, row.body);
         const ClientPtr kvc = NewClient();
-        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.result, SignIn(kvc));
         EXPECT_EQ(row.tokenType, TextOf(kvc->tokenType));
         EXPECT_EQ(row.accessToken, TextOf(kvc->accessToken));
         EXPECT_EQ(row.result != 0, kvc->tokenExpiry != 0);
@@ -166,15 +166,15 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
 TEST_F(Authenticate, AFailedRenewalKeepsTheOldTokenAndIsTriedAgain)
 {
     const ClientPtr kvc = NewClient();
-    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    ASSERT_EQ(1, SignIn(kvc));
     const std::string token = TextOf(kvc->accessToken);
     const int64_t expiry = kvc->tokenExpiry;
     clock.Advance(3600);
     sim.Fault({{"path", "oauth2/token"}, {"action", "status"}, {"status", 503}});
-    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(0, SignIn(kvc));
     EXPECT_EQ(token, TextOf(kvc->accessToken));
     EXPECT_EQ(expiry, kvc->tokenExpiry);
-    EXPECT_EQ(1, KVCAuthenticate(kvc.get())) << "the next operation tries again";
+    EXPECT_EQ(1, SignIn(kvc)) << "the next operation tries again";
     EXPECT_EQ(expiry + 3600, kvc->tokenExpiry);
 }
 
@@ -211,11 +211,11 @@ TEST_F(Authenticate, TheVaultIsNamedAfterTheIdentity)
         Identity identity;
         identity.vault = row.nameTemplate;
         const ClientPtr kvc = NewClient(identity);
-        ASSERT_EQ(1, KVCAuthenticate(kvc.get())) << "the sign-in stays a success";
+        ASSERT_EQ(1, SignIn(kvc)) << "the sign-in stays a success";
         EXPECT_EQ(row.name, TextOf(kvc->kvname));
         EXPECT_EQ(row.nameTemplate == std::string("%G"),
                   root.Logged("KVCAuthenticate Found OIDGUID - Replace oidguid", 8));
-        ListKeys(kvc.get());
+        ListKeys(kvc);
         const auto requests = Requests("/keys");
         ASSERT_EQ(1u, requests.size());
         std::string host = row.name;  // in lower case by the transport
@@ -235,18 +235,23 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
     ClientPtr kvc = NewClient(identity);
     KVCLogOnResult result = KVCLogOnResult::Refused;
     size_t lost = 0;
-    SweepAllocations([&] { result = KVCLogOn(kvc.get()); },
-                     [&](bool) {
-                         lost += result == KVCLogOnResult::NoMemory ? 1 : 0;
-                         if (result == KVCLogOnResult::Ready) {
-                             EXPECT_TRUE(kvc->tokenType && kvc->accessToken);
-                         } else {
-                             EXPECT_EQ(0, kvc->tokenExpiry);
-                             EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
-                             EXPECT_EQ(1, ListKeys(kvc.get()));
-                         }
-                         kvc = NewClient(identity);
-                     });
+    SweepAllocations(
+        [&] {
+            const KVCCall call(KVCBeginCall(kvc.get()));
+            result = call ? KVCLogOn(call.get()) : KVCLogOnResult::Refused;
+        },
+        [&](bool) {
+            const bool taken = kvc->tokenExpiry != 0;
+            lost += result == KVCLogOnResult::NoMemory && !taken ? 1 : 0;
+            EXPECT_FALSE(result == KVCLogOnResult::Refused && taken);
+            if (result == KVCLogOnResult::Ready) {
+                EXPECT_TRUE(kvc->tokenType && kvc->accessToken);
+            } else {
+                EXPECT_EQ(1, SignIn(kvc));
+                EXPECT_EQ(1, ListKeys(kvc));
+            }
+            kvc = NewClient(identity);
+        });
     EXPECT_GE(lost, 2u) << "a token that was granted is not refused";
     EXPECT_EQ(1u, Posts().size()) << nlohmann::json(Posts());
 }

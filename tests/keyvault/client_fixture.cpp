@@ -71,9 +71,21 @@ ClientPtr ClientTest::NewClient(const Identity& identity)
                             Wide(identity.clientId).c_str(), Wide(identity.secret).c_str(), TEXT("cert-id"), 1, 1, 0));
 }
 
-int ClientTest::ListKeys(KVC* kvc)
+int ClientTest::SignIn(const ClientPtr& client)
 {
-    return KVCDoKVRESTCall(kvc, nullptr, 0, nullptr, TEXT("GET"), nullptr, nullptr, nullptr);
+    const KVCCall call(KVCBeginCall(client.get()));
+    return KVCAuthenticate(call.get());
+}
+
+int ClientTest::ListKeys(KVC* call)
+{
+    return SendToVault(call, VaultRequest());
+}
+
+int ClientTest::ListKeys(const ClientPtr& client)
+{
+    const KVCCall call(KVCBeginCall(client.get()));
+    return KVCTakeHeldToken(call.get()) && ListKeys(call.get());
 }
 
 std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)

@@ -19,9 +19,9 @@
 #include "tests/common/test_root.h"
 
 struct ClientDeleter {
-    void operator()(KVC* kvc) const { KVCDelete(kvc); }
+    void operator()(KVCClient* kvc) const { KVCDelete(kvc); }
 };
-using ClientPtr = std::unique_ptr<KVC, ClientDeleter>;
+using ClientPtr = std::unique_ptr<KVCClient, ClientDeleter>;
 
 using Bytes = std::vector<BYTE>;
 using Strings = std::vector<std::string>;
@@ -75,8 +75,11 @@ class ClientTest : public testing::Test {
 
     void SetLogging(DWORD level);
     ClientPtr NewClient(const Identity& identity = {});
-    // A GET of the vault's keys; the client has signed in.
-    int ListKeys(KVC* kvc);
+    // By a call of its own.
+    int SignIn(const ClientPtr& client);
+    // A GET of the vault's keys, by a call that has a token, or by one of its own on the token that the client holds.
+    int ListKeys(KVC* call);
+    int ListKeys(const ClientPtr& client);
     // Requests of the journal whose target contains `part`.
     std::vector<nlohmann::json> Requests(const std::string& part);
     // What was posted, without repetitions: target and body.

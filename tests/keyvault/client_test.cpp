@@ -100,15 +100,14 @@ TEST_F(ClientObject, WithoutMemoryThereIsNoHalfClient)
                      [&](bool whole) { EXPECT_EQ(whole, kvc != nullptr); });
 }
 
-TEST_F(ClientObject, ACallRecordGoesByItsClientAndKeepsTheLastError)
+TEST_F(ClientObject, ACallGoesByItsClientAndKeepsTheLastError)
 {
-    const ClientPtr client(KVCNew(TEXT("vault"), 3, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 1, 1, 7));
+    const ClientPtr client(KVCNew(TEXT("vault"), 3, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 1, 2, 7));
     KVC* call = KVCBeginCall(client.get());
     ASSERT_TRUE(call);
     EXPECT_EQ(client.get(), call->client);
-    EXPECT_EQ(3u, call->authn);
-    EXPECT_EQ(7u, call->exportableOption);
-    EXPECT_EQ(nullptr, call->clientSecret) << "the secret stays with the client";
+    EXPECT_EQ(1u, call->purgeOnDelete);
+    EXPECT_EQ(2u, call->certificateMode);
     SetLastError(1234);
     KVCEndCall(call);
     EXPECT_EQ(1234u, GetLastError());

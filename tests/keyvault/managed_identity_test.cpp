@@ -75,7 +75,7 @@ TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
         sim.ClearJournal();
         SetEndpoint(row.endpoint);
         const ClientPtr kvc = Client(row.clientId);
-        EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(1, SignIn(kvc));
         const auto requests = Requests("/metadata/identity/oauth2/token");
         ASSERT_FALSE(requests.empty());
         EXPECT_EQ("GET", requests[0]["method"]);
@@ -90,7 +90,7 @@ TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
     SetEndpoint(kArcEndpoint);
     const ClientPtr kvc = Client();
     root.ClearLog();
-    ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
+    ASSERT_EQ(1, SignIn(kvc));
     EXPECT_EQ(Waits{1000}, clock.Waits());
     const auto journal = sim.Journal();
     ASSERT_EQ(2u, journal.size());
@@ -109,7 +109,7 @@ TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
                        "KVCAuthenticate MSIAuthenticate Arc Retry 8", "KVCDoWebCall 8"}),
               root.LogLines());
     EXPECT_EQ(std::string::npos, root.WholeLog().find(lines[1].substr(21))) << "the secret is not logged";
-    EXPECT_EQ(1, ListKeys(kvc.get()));
+    EXPECT_EQ(1, ListKeys(kvc));
 }
 
 // Challenges that cannot be met end the method with the two lines about the answer.
@@ -151,7 +151,7 @@ TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
         root.ClearLog();
         AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + row.realm));
         const ClientPtr kvc = Client();
-        EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(0, SignIn(kvc));
         EXPECT_EQ(1u, sim.Journal().size());
         EXPECT_TRUE(root.Logged("KVCAuthenticate MSIAuthenticate failure - Could not open secret file " + row.path, 1));
         EXPECT_TRUE(root.Logged("KVCAuthenticate MSIAuthenticate failure - Return Code Error 0x191", 1));
@@ -167,7 +167,7 @@ TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasItAndASecondRefusalIsFinal)
     const std::string secret(1999, 's');
     AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("long.key", secret)), -1);
     const ClientPtr kvc = Client();
-    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(0, SignIn(kvc));
     const auto journal = sim.Journal();
     ASSERT_EQ(2u, journal.size());
     EXPECT_EQ("Basic " + secret, HeaderOf(journal[1], "Authorization"));
@@ -196,7 +196,7 @@ TEST_F(ManagedIdentity, LineEndsOfTheSecretFileGoIntoTheHeader)
         AnswerArc(Challenge("WWW-Authenticate: Basic realm=" + WriteSecret("lines.key", row.secret)));
         Answer("/metadata", 200, R"({"token_type":"Bearer","access_token":"abc"})");
         const ClientPtr kvc = Client();
-        EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(1, SignIn(kvc));
         const auto journal = sim.Journal();
         ASSERT_EQ(2u, journal.size());
         const Strings lines = CallerLines(journal[1]);
@@ -211,7 +211,7 @@ TEST_F(ManagedIdentity, AServiceWithoutRealmIsAskedForFourMinutes)
     AnswerArc(Challenge("X-Nothing: here"), -1);
     const int before = sim.Control("GET", "/counts").value("requests", 0);
     const ClientPtr kvc = Client();
-    EXPECT_EQ(0, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(0, SignIn(kvc));
     EXPECT_EQ(241, sim.Control("GET", "/counts").value("requests", 0) - before);
     EXPECT_EQ(Waits(241, 1000), clock.Waits());
     EXPECT_EQ(241u, LinesWith("KVCAuthenticate MSIAuthenticate failure - Could not find Arc Basic realm 2"));
@@ -223,7 +223,7 @@ TEST_F(ManagedIdentity, AServiceThatStartsLateIsServedAfterAll)
     SetEndpoint(kArcEndpoint);
     AnswerArc(Challenge("X-Nothing: here"), 3);
     const ClientPtr kvc = Client();
-    EXPECT_EQ(1, KVCAuthenticate(kvc.get()));
+    EXPECT_EQ(1, SignIn(kvc));
     EXPECT_EQ(Waits(4, 1000), clock.Waits());
 }
 
@@ -261,7 +261,7 @@ TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
         fault["path"] = "/metadata";
         sim.Fault(fault);
         const ClientPtr kvc = Client();
-        EXPECT_EQ(row.result, KVCAuthenticate(kvc.get()));
+        EXPECT_EQ(row.result, SignIn(kvc));
         EXPECT_EQ(row.line.empty() ? 0u : 1u, LinesWith("failure - Return Code"));
         EXPECT_TRUE(row.line.empty() || root.Logged(row.line, 1)) << root.WholeLog();
         EXPECT_EQ(0u, LinesWith("Arc Retry"));

@@ -10,12 +10,14 @@ class RestCall : public ClientTest {
     void SetUp() override
     {
         ClientTest::SetUp();
-        kvc = NewClient();
+        client = NewClient();
+        kvc.reset(KVCBeginCall(client.get()));
         ASSERT_EQ(1, KVCAuthenticate(kvc.get()));
         sim.ClearJournal();
         root.ClearLog();
     }
-    ClientPtr kvc;
+    ClientPtr client;
+    KVCCall kvc;
 };
 
 TEST_F(RestCall, UrlsAreMadeOfTheirParts)
@@ -80,7 +82,7 @@ TEST_F(RestCall, EachStepIsTold)
     EXPECT_EQ("KVCDoKVRESTCall Good - JSON 10", root.LogLines().back());
 }
 
-TEST_F(RestCall, StatusAndEntityStayWithTheClient)
+TEST_F(RestCall, StatusAndEntityStayWithTheCall)
 {
     const struct {
         DWORD status;
@@ -114,7 +116,7 @@ TEST_F(RestCall, WithoutATokenNothingGoesOut)
     ASSERT_EQ(1, ListKeys(kvc.get()));
     sim.ClearJournal();
 
-    EXPECT_EQ(0, ListKeys(nullptr));
+    EXPECT_EQ(0, ListKeys(static_cast<KVC*>(nullptr)));
     BldStr empty = {};
     for (BldStr** str : {&kvc->tokenType, &kvc->accessToken}) {
         for (BldStr* without : {static_cast<BldStr*>(nullptr), &empty}) {

@@ -45,7 +45,7 @@ TEST_F(AllocFailureTest, OpenFailsOnItsRecordAloneAndLosesNoSecret)
             EXPECT_EQ(Hex(provider ? 0 : NTE_NO_MEMORY), Hex(status));
         }
         if (provider) {
-            const KVC* kvc = Record(provider)->machineKvc;
+            const KVCClient* kvc = Record(provider)->machineKvc;
             EXPECT_TRUE(!kvc || !kvc->clientSecret || Narrow(KVCText(kvc->clientSecret)) == "new");
             EXPECT_EQ(0, table->FreeProvider(provider));
         } else {

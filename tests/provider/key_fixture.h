@@ -81,6 +81,6 @@ class KeyTest : public HostTest {
 
       private:
         KSP_PROVIDER* record_;
-        KVC* client_;
+        KVCClient* client_;
     };
 };

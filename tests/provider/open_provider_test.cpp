@@ -26,13 +26,13 @@ struct SettingRow {
     std::string (*read)(const KSP_PROVIDER& provider, bool machine);
 };
 
-template <BldStr* KVC::*field>
+template <BldStr* KVCClient::*field>
 std::string ReadString(const KSP_PROVIDER& provider, bool machine)
 {
     return Text(ProviderClient(&provider, machine)->*field);
 }
 
-template <DWORD KVC::*field>
+template <DWORD KVCClient::*field>
 std::string ReadNumber(const KSP_PROVIDER& provider, bool machine)
 {
     return std::to_string(ProviderClient(&provider, machine)->*field);
@@ -45,15 +45,15 @@ std::string ReadTemplate(const KSP_PROVIDER& provider, bool machine)
 
 const SettingRow kSettings[] = {
     {"KeyVault", "Contoso.Keys", false, "%G", "Contoso.Keys", ReadTemplate},
-    {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadString<&KVC::kvname>},
-    {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVC::authn>},
-    {"TenantId", "tenant", false, "", "tenant", ReadString<&KVC::tenant>},
-    {"ClientId", "client", false, "", "client", ReadString<&KVC::clientId>},
-    {"ClientSecret", "secret", false, "", "secret", ReadString<&KVC::clientSecret>},
-    {"ClientCertID", "cert", false, "", "cert", ReadString<&KVC::clientCertId>},
-    {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVC::purgeOnDelete>},
-    {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVC::certificateMode>},
-    {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVC::exportableOption>},
+    {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadString<&KVCClient::kvname>},
+    {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVCClient::authn>},
+    {"TenantId", "tenant", false, "", "tenant", ReadString<&KVCClient::tenant>},
+    {"ClientId", "client", false, "", "client", ReadString<&KVCClient::clientId>},
+    {"ClientSecret", "secret", false, "", "secret", ReadString<&KVCClient::clientSecret>},
+    {"ClientCertID", "cert", false, "", "cert", ReadString<&KVCClient::clientCertId>},
+    {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVCClient::purgeOnDelete>},
+    {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVCClient::certificateMode>},
+    {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVCClient::exportableOption>},
 };
 
 TEST_F(ProviderTest, OpensWithoutAnyConfiguration)
