@@ -10,8 +10,10 @@ def over($name; $baseline): time_of($name) / time_of($baseline);
   strings: {
     base64_encode_over_copy: over("Base64Encode"; "Copy"),
     base64_encode_over_openssl: over("Base64Encode"; "Base64EncodeOpenSsl"),
+    base64_encode_in_the_layer_over_openssl: over("PlatformEncode"; "Base64EncodeOpenSsl"),
     base64_decode_over_copy: over("Base64Decode"; "Copy"),
     base64_decode_over_openssl: over("Base64Decode"; "Base64DecodeOpenSsl"),
+    base64_decode_in_the_layer_over_openssl: over("PlatformDecode"; "Base64DecodeOpenSsl"),
     plain_name_over_copy: over("EncodeName/plain"; "CopyName/plain"),
     coded_name_over_copy: over("EncodeName/coded"; "CopyName/coded")
   }

@@ -40,6 +40,19 @@ void Base64Encode(benchmark::State& state)
 }
 BENCHMARK(Base64Encode);
 
+void PlatformEncode(benchmark::State& state)
+{
+    const std::vector<BYTE> bytes = Pattern();
+    std::vector<WCHAR> text(kBytes * 2);
+    for (auto _ : state) {
+        DWORD size = static_cast<DWORD>(text.size());
+        if (!CryptBinaryToStringW(bytes.data(), kBytes, CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF, text.data(), &size))
+            state.SkipWithError("not encoded");
+        benchmark::DoNotOptimize(text.data());
+    }
+}
+BENCHMARK(PlatformEncode);
+
 void Base64EncodeOpenSsl(benchmark::State& state)
 {
     const std::vector<BYTE> bytes = Pattern();
@@ -64,6 +77,22 @@ void Base64Decode(benchmark::State& state)
     free(text);
 }
 BENCHMARK(Base64Decode);
+
+void PlatformDecode(benchmark::State& state)
+{
+    const std::vector<BYTE> bytes = Pattern();
+    WCHAR* text = KVCKelvaro_ToBase64(bytes.data(), kBytes);
+    const DWORD length = static_cast<DWORD>(std::basic_string_view<WCHAR>(text).size());
+    std::vector<BYTE> room(kBytes + 4);
+    for (auto _ : state) {
+        DWORD size = static_cast<DWORD>(room.size());
+        if (!CryptStringToBinaryW(text, length, CRYPT_STRING_BASE64_ANY, room.data(), &size, nullptr, nullptr))
+            state.SkipWithError("not decoded");
+        benchmark::DoNotOptimize(room.data());
+    }
+    free(text);
+}
+BENCHMARK(PlatformDecode);
 
 void Base64DecodeOpenSsl(benchmark::State& state)
 {

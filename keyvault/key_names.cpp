@@ -3,6 +3,8 @@
 // A vault takes letters, digits and "-" only. A clear name that has nothing else and no "-" in front goes there as it
 // is; any other is coded: "-", then three digits to the base of 50 for each code unit, lowest first, filled up with "z"
 // to 43 characters, so that no coded name is as short as a plain one.
+#include <algorithm>
+
 #include "keyvault/kvkey.h"
 #include "support/text.h"
 
@@ -32,10 +34,30 @@ bool NeedsCode(TextView clearName)
     return false;
 }
 
-WCHAR SymbolOf(int digit)
+constexpr WCHAR kSymbols[] = TEXT("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx");
+
+struct Triple {
+    WCHAR symbols[kPlaces];
+};
+
+// The digits of a code unit, lowest first.
+constexpr Triple TripleOf(unsigned unit)
 {
-    return static_cast<WCHAR>(digit < 26 ? 'A' + digit : 'a' + (digit - 26));
+    return {{kSymbols[unit % 50], kSymbols[unit / 50 % 50], kSymbols[unit / 2500]}};
 }
+
+// Those of ASCII, of which most names are.
+struct AsciiTriples {
+    Triple of[0x80];
+};
+constexpr AsciiTriples MakeAsciiTriples()
+{
+    AsciiTriples triples = {};
+    for (unsigned unit = 0; unit < 0x80; unit++)
+        triples.of[unit] = TripleOf(unit);
+    return triples;
+}
+constexpr AsciiTriples kAsciiTriples = MakeAsciiTriples();
 
 int DigitOf(WCHAR symbol)
 {
@@ -70,12 +92,14 @@ int KVCConvertClearKeyNameToEncoded(const WCHAR* clearName, WCHAR* encodedName, 
         return 1;
     }
     encodedName[0] = kCodedMark;
-    for (size_t i = 1; i < kEncodedNameChars; i++)
-        encodedName[i] = i < kShortestCoded ? kFiller : WCHAR{0};
-    for (size_t i = 0; i < clear.size(); i++) {
-        for (size_t place = 0; place < kPlaces; place++)
-            encodedName[1 + kPlaces * i + place] = SymbolOf(clear[i] / kWeights[place] % 50);
+    WCHAR* end = encodedName + 1;
+    for (const WCHAR unit : clear) {
+        const Triple triple = unit < 0x80 ? kAsciiTriples.of[unit] : TripleOf(unit);
+        end = std::copy_n(triple.symbols, kPlaces, end);
     }
+    if (end < encodedName + kShortestCoded)
+        end = std::fill_n(end, encodedName + kShortestCoded - end, kFiller);
+    std::fill(end, encodedName + kEncodedNameChars, WCHAR{0});
     *pEncoded = 1;
     return 1;
 }

@@ -29,11 +29,10 @@ WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size)
 
 static void ToStandardAlphabet(WCHAR* text, size_t length)
 {
+    // Without branches, for a compiler that takes several characters at a time.
     for (size_t i = 0; i < length; i++) {
-        if (text[i] == '-')
-            text[i] = '+';
-        else if (text[i] == '_')
-            text[i] = '/';
+        const WCHAR ch = text[i] == '-' ? WCHAR{'+'} : text[i];
+        text[i] = ch == '_' ? WCHAR{'/'} : ch;
     }
 }
 
@@ -59,7 +58,8 @@ class NormalisedText {
 
     bool Decode(BYTE* bytes, DWORD* cb) const
     {
-        return usable_ && CryptStringToBinaryW(room_, 0, CRYPT_STRING_BASE64_ANY, bytes, cb, nullptr, nullptr);
+        const DWORD length = static_cast<DWORD>(length_);
+        return usable_ && CryptStringToBinaryW(room_, length, CRYPT_STRING_BASE64_ANY, bytes, cb, nullptr, nullptr);
     }
 
   private:
@@ -136,5 +136,5 @@ int BldBinFromBase64(const WCHAR* text, BYTE* buffer, DWORD* pcbOut)
         if (!BldStrCat(str.get(), TEXT("=")))
             return 0;
     }
-    return CryptStringToBinaryW(str->cStr, 0, CRYPT_STRING_BASE64_ANY, buffer, pcbOut, nullptr, nullptr);
+    return CryptStringToBinaryW(str->cStr, str->length, CRYPT_STRING_BASE64_ANY, buffer, pcbOut, nullptr, nullptr);
 }

@@ -5,27 +5,32 @@
 
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char16_t kAlphabet[] = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::u16string_view kAnyBegin = u"-----BEGIN ";
 constexpr std::u16string_view kAnyEnd = u"-----END ";
 constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
 constexpr std::u16string_view kDashes = u"-----";
 
-// Writes the four characters of 1 to 3 bytes.
-void PutQuantum(const BYTE* data, size_t count, char16_t* out)
+// Writes the four characters of a quantum.
+void PutQuantum(unsigned bits, char16_t* out)
 {
-    const unsigned bits = (static_cast<unsigned>(data[0]) << 16) |
-                          (count > 1 ? static_cast<unsigned>(data[1]) << 8 : 0) |
-                          (count > 2 ? static_cast<unsigned>(data[2]) : 0);
-    for (unsigned i = 0; i < 4; i++)
-        out[i] = i <= count ? static_cast<char16_t>(kAlphabet[(bits >> (18 - 6 * i)) & 0x3F]) : u'=';
+    out[0] = kAlphabet[bits >> 18];
+    out[1] = kAlphabet[(bits >> 12) & 0x3F];
+    out[2] = kAlphabet[(bits >> 6) & 0x3F];
+    out[3] = kAlphabet[bits & 0x3F];
 }
 
 // With the terminator.
 void Encode(const BYTE* data, size_t size, char16_t* out)
 {
-    for (size_t done = 0; done < size; done += 3) {
-        PutQuantum(data + done, size - done < 3 ? size - done : 3, out);
+    const BYTE* const end = data + size - size % 3;
+    for (; data != end; data += 3, out += 4)
+        PutQuantum(unsigned{data[0]} << 16 | unsigned{data[1]} << 8 | data[2], out);
+    const size_t left = size % 3;
+    if (left != 0) {
+        PutQuantum(unsigned{data[0]} << 16 | (left == 2 ? unsigned{data[1]} << 8 : 0), out);
+        for (size_t i = left + 1; i < 4; i++)
+            out[i] = u'=';
         out += 4;
     }
     *out = 0;
@@ -36,17 +41,21 @@ bool IsSpace(char16_t c)
     return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
 }
 
-// The six bits of each character below 0x80, or -1.
+constexpr unsigned kNone = 0x80000000;
+
+// The six bits of each character below 0x80, shifted to its place in a quantum, or kNone.
 struct Values {
-    signed char of[0x80];
+    unsigned of[4][0x80];
 };
 constexpr Values MakeValues()
 {
     Values values = {};
-    for (signed char& value : values.of)
-        value = -1;
-    for (signed char i = 0; i < 64; i++)
-        values.of[static_cast<size_t>(kAlphabet[i])] = i;
+    for (unsigned place = 0; place < 4; place++) {
+        for (unsigned& value : values.of[place])
+            value = kNone;
+        for (unsigned six = 0; six < 64; six++)
+            values.of[place][kAlphabet[six]] = six << (18 - 6 * place);
+    }
     return values;
 }
 constexpr Values kValues = MakeValues();
@@ -65,26 +74,41 @@ struct Sink {
     }
 };
 
-int ValueOf(char16_t c)
+// Six bits, or kNone.
+unsigned ValueOf(char16_t c)
 {
-    return c < 0x80 ? kValues.of[c] : -1;
+    return c < 0x80 ? kValues.of[3][c] : kNone;
+}
+
+// The 24 bits of four characters, or more when one of them has none.
+unsigned QuantumOf(const char16_t* c)
+{
+    if ((c[0] | c[1] | c[2] | c[3]) >= 0x80)
+        return kNone;
+    return kValues.of[0][c[0]] | kValues.of[1][c[1]] | kValues.of[2][c[2]] | kValues.of[3][c[3]];
 }
 
 // Decodes the quanta at the front that hold neither white space nor padding.
 void TakePlainQuanta(std::u16string_view* text, Sink* sink)
 {
-    size_t taken = 0;
-    for (; text->size() - taken >= 4; taken += 4) {
-        const char16_t* const c = text->data() + taken;
-        const int values[] = {ValueOf(c[0]), ValueOf(c[1]), ValueOf(c[2]), ValueOf(c[3])};
-        if ((values[0] | values[1] | values[2] | values[3]) < 0)
-            break;
-        const int bits = (values[0] << 18) | (values[1] << 12) | (values[2] << 6) | values[3];
-        sink->Put(static_cast<unsigned>(bits) >> 16);
-        sink->Put(static_cast<unsigned>(bits) >> 8);
-        sink->Put(static_cast<unsigned>(bits));
+    const char16_t* c = text->data();
+    const char16_t* const end = c + text->size() / 4 * 4;
+    if (sink->data == nullptr || sink->room < sink->size + text->size() / 4 * 3) {
+        for (unsigned bits = 0; c != end && (bits = QuantumOf(c)) < kNone; c += 4) {
+            sink->Put(bits >> 16);
+            sink->Put(bits >> 8);
+            sink->Put(bits);
+        }
+    } else {
+        BYTE* out = sink->data + sink->size;
+        for (unsigned bits = 0; c != end && (bits = QuantumOf(c)) < kNone; c += 4, out += 3) {
+            out[0] = static_cast<BYTE>(bits >> 16);
+            out[1] = static_cast<BYTE>(bits >> 8);
+            out[2] = static_cast<BYTE>(bits);
+        }
+        sink->size = static_cast<size_t>(out - sink->data);
     }
-    text->remove_prefix(taken);
+    text->remove_prefix(static_cast<size_t>(c - text->data()));
 }
 
 // Whole quanta only: padding is required, and nothing but white space may follow it.
@@ -100,8 +124,8 @@ bool Decode(std::u16string_view text, Sink* sink)
             return count % 4 == 0;
         const char16_t c = text.front();
         text.remove_prefix(1);
-        const int six = ValueOf(c);
-        if (six < 0) {
+        const unsigned six = ValueOf(c);
+        if (six == kNone) {
             if (IsSpace(c))
                 continue;
             if (c != u'=')
@@ -110,7 +134,7 @@ bool Decode(std::u16string_view text, Sink* sink)
         } else if (padding > 0) {
             return false;
         }
-        bits = (bits << 6) | (six < 0 ? 0u : static_cast<unsigned>(six));
+        bits = (bits << 6) | (six == kNone ? 0 : six);
         if (++count % 4 != 0)
             continue;
         if (padding > 2)
@@ -123,24 +147,27 @@ bool Decode(std::u16string_view text, Sink* sink)
 // The text between "-----BEGIN ...-----" and "-----END ...-----".
 bool FindArmoured(std::u16string_view text, std::u16string_view* inner)
 {
-    constexpr size_t kNone = std::u16string_view::npos;
+    constexpr size_t kNowhere = std::u16string_view::npos;
     const size_t begin = text.find(kAnyBegin);
-    const size_t beginEnd = begin == kNone ? kNone : text.find(kDashes, begin + kAnyBegin.size());
-    if (beginEnd == kNone)
+    const size_t beginEnd = begin == kNowhere ? kNowhere : text.find(kDashes, begin + kAnyBegin.size());
+    if (beginEnd == kNowhere)
         return false;
     const size_t start = beginEnd + kDashes.size();
     const size_t end = text.find(kAnyEnd, start);
-    if (end == kNone || text.find(kDashes, end + kAnyEnd.size()) == kNone)
+    if (end == kNowhere || text.find(kDashes, end + kAnyEnd.size()) == kNowhere)
         return false;
     *inner = text.substr(start, end - start);
     return true;
 }
 
+// What decodes as it is has no dashes, so armour is looked for only after that.
 bool DecodeAs(std::u16string_view text, DWORD format, Sink* sink)
 {
+    if (Decode(text, sink))
+        return true;
+    sink->size = 0;
     std::u16string_view inner;
-    const bool armoured = format == CRYPT_STRING_BASE64_ANY && FindArmoured(text, &inner);
-    return Decode(armoured ? inner : text, sink);
+    return format == CRYPT_STRING_BASE64_ANY && FindArmoured(text, &inner) && Decode(inner, sink);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Bytes that may hold a secret: every block is wiped before it is freed, also the ones that the text outgrows.
 #pragma once
 
-#include <openssl/crypto.h>
+#include <string.h>
 
 #include <memory>
 #include <string_view>
@@ -22,7 +22,7 @@ struct WipingAllocator : std::allocator<Value> {
 
     void deallocate(Value* block, size_t count)
     {
-        OPENSSL_cleanse(block, count * sizeof(Value));
+        explicit_bzero(block, count * sizeof(Value));
         std::allocator<Value>::deallocate(block, count);
     }
 };
