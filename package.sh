@@ -24,6 +24,8 @@ lay_out_payload() { # lay_out_payload FOLDER: what the Windows installer carries
     cp "$top/build/win32/provider/kelvaro.dll" "$top/build/win32/kelvaroctl/kelvaroctl.exe" "$1/x86"
     cp -R "$top/packaging/windows/policy" "$1/policy"
     cp "$top"/docs/*.md "$1/docs"
+    cp "$top/packaging/windows/prove.ps1" "$1"
+    "$top/packaging/notices.sh" --json-c "$top/build/win64/jsonc" libcli11-dev nlohmann-json3-dev mingw-w64-common >"$1/NOTICES.txt"
 }
 
 for kind in "$@"; do

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds the Windows installer from a payload, the same bytes each time.
 # Usage: packaging/windows/build-msi.sh VERSION PAYLOAD OUTPUT.msi
-#   PAYLOAD: x64/ and x86/ with the binaries, policy/, docs/. SOURCE_DATE_EPOCH: the time that everything carries.
+#   PAYLOAD: x64/ and x86/ with the binaries, policy/, docs/, prove.ps1, NOTICES.txt. SOURCE_DATE_EPOCH: the time that everything carries.
 set -eu
 version=$1
 payload=$(cd "$2" && pwd)
@@ -112,7 +112,7 @@ component_refs >"$work/components"
 # Each line @part@ stands for the part of that name. wixl takes no comments inside an element.
 perl -0pe 's/<!--.*?-->//gs; s/^ *\@(\w+)\@$/`cat "$ENV{WORK}\/$1"`/gme' "$here/kelvaro.wxs" >"$work/kelvaro.wxs"
 set -- -D Version="$version" -D ProductCode="$(guid "product/$version")" -D UpgradeCode="$(guid upgrade)"
-for component in Module64 Module32 Kelvaroctl64 Kelvaroctl32 KelvaroRegister Policy PolicyText; do
+for component in Module64 Module32 Kelvaroctl64 Kelvaroctl32 KelvaroRegister Policy PolicyText Prove Notices; do
     set -- "$@" -D "$component=$(guid "component/$component")"
 done
 (cd "$work" && wixl -a x64 "$@" -o kelvaro.msi kelvaro.wxs)

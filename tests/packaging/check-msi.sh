@@ -53,6 +53,8 @@ Module32.dll SystemFolder 0
 Kelvaroctl64.exe INSTALLDIR 256
 KelvaroRegister.exe INSTALLDIR 256
 Kelvaroctl32.exe X86Folder 256
+prove.ps1 INSTALLDIR 256
+NOTICES.txt INSTALLDIR 256
 Kelvaro.admx PolicyFolder 256
 Kelvaro.adml PolicyTextFolder 256
 END
@@ -80,11 +82,17 @@ compare x86/kelvaro.dll Module32.dll
 compare x64/kelvaroctl.exe Kelvaroctl64.exe
 compare x86/kelvaroctl.exe Kelvaroctl32.exe
 compare x64/kelvaro-register.exe KelvaroRegister.exe
+compare prove.ps1 prove.ps1
+compare NOTICES.txt NOTICES.txt
 compare policy/Kelvaro.admx Kelvaro.admx
 compare policy/en-US/Kelvaro.adml Kelvaro.adml
 for document in "$payload"/docs/*; do
     compare "docs/${document##*/}" "doc.${document##*/}"
 done
+for library in json-c CLI11 nlohmann-json mingw-w64; do
+    grep -q "^Upstream-Name: $library\$" "$payload/NOTICES.txt" || fail "the notices lack $library"
+done
+grep -q "^json-c, version $(sed -n 's/^version=//p' "$top/tools/build-json-c.sh")," "$payload/NOTICES.txt" || fail "the notices name another json-c"
 expect "the number of files" "$(find "$payload" -type f | wc -l)" "$(table File | wc -l)"
 for file in "$payload"/x*/*; do
     objdump -p "$file" | grep -i '^Time/Date' | grep -q '1970' || fail "$file carries the time of its build"

@@ -69,6 +69,8 @@ x86/kelvaro.dll windows/syswow64/kelvaro.dll
 x64/kelvaroctl.exe Program Files/Zandrel/Kelvaro/kelvaroctl.exe
 x86/kelvaroctl.exe Program Files/Zandrel/Kelvaro/x86/kelvaroctl.exe
 x64/kelvaro-register.exe Program Files/Zandrel/Kelvaro/kelvaro-register.exe
+prove.ps1 Program Files/Zandrel/Kelvaro/prove.ps1
+NOTICES.txt Program Files/Zandrel/Kelvaro/NOTICES.txt
 docs/installing.md Program Files/Zandrel/Kelvaro/docs/installing.md
 policy/Kelvaro.admx windows/PolicyDefinitions/Kelvaro.admx
 policy/en-US/Kelvaro.adml windows/PolicyDefinitions/en-US/Kelvaro.adml

@@ -1,0 +1,20 @@
+#!/bin/sh
+# Prints what the licences of the libraries ask to be passed on whose code is inside the binaries.
+# Usage: packaging/notices.sh [--json-c FOLDER] PACKAGE...
+#   PACKAGE: a Debian package that is installed here.   FOLDER: a json-c of tools/build-json-c.sh.
+set -eu
+part() { # part NAME VERSION FILE
+    printf '\n%s\n%s, version %s, as Debian distributes it\n%s\n\n' "$rule" "$1" "$2" "$rule"
+    cat "$3"
+}
+
+rule=$(printf '%078d' 0 | tr 0 =)
+echo "The programs and modules of this package have code of other authors inside, under the following terms. The run-time library of C++"
+echo "is that of GCC, under the GNU General Public License, version 3, with the GCC Runtime Library Exception, version 3.1."
+if [ "${1:-}" = --json-c ]; then
+    part json-c "$(cat "$2/version")" "$2/copyright"
+    shift 2
+fi
+for package in "$@"; do
+    part "$package" "$(dpkg-query -W -f '${Version}' "$package")" "/usr/share/doc/$package/copyright"
+done
