@@ -3,10 +3,9 @@
 #include <curl/curl.h>
 
 #include <initializer_list>
-#include <memory>
-#include <new>
 
 #include "platform/linux/text.h"
+#include "platform/linux/winhttp_curl_url.h"
 
 namespace winhttp {
 namespace {
@@ -61,29 +60,6 @@ bool ForEachLine(std::string_view block, Visit visit)
 bool HasField(std::string_view block, std::string_view name)
 {
     return !ForEachLine(block, [&](std::string_view line) { return !EqualNoCase(NameOf(line), name); });
-}
-
-struct UrlDeleter {
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-struct CurlTextDeleter {
-    void operator()(char* text) const { curl_free(text); }
-};
-using CurlText = std::unique_ptr<char, CurlTextDeleter>;
-
-// An URL that cannot be parsed is no error, a lack of memory is.
-bool Good(CURLUcode code)
-{
-    if (code == CURLUE_OUT_OF_MEMORY)
-        throw std::bad_alloc();
-    return code == CURLUE_OK;
-}
-
-CurlText UrlPart(CURLU* url, CURLUPart part, unsigned flags)
-{
-    char* text = nullptr;
-    Good(curl_url_get(url, part, &text, flags));
-    return CurlText(text);
 }
 
 }  // namespace
@@ -195,19 +171,16 @@ std::string_view FieldValue(std::string_view head, std::string_view name)
 
 bool ResolveLocation(const Target& from, std::string_view location, Target* to)
 {
-    const std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
-    if (!url)
-        throw std::bad_alloc();
+    const Url url = NewUrl();
     const std::string there(location);
     constexpr unsigned kFlags = CURLU_URLENCODE | CURLU_DISALLOW_USER | CURLU_NON_SUPPORT_SCHEME;
-    if (!Good(curl_url_set(url.get(), CURLUPART_URL, UrlOf(from).c_str(), CURLU_PATH_AS_IS)) ||
-        !Good(curl_url_set(url.get(), CURLUPART_URL, there.c_str(), kFlags)))
+    if (!SetUrl(url, UrlOf(from).c_str(), CURLU_PATH_AS_IS) || !SetUrl(url, there.c_str(), kFlags))
         return false;
-    const CurlText scheme = UrlPart(url.get(), CURLUPART_SCHEME, 0);
-    const CurlText host = UrlPart(url.get(), CURLUPART_HOST, 0);
-    const CurlText port = UrlPart(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    const CurlText path = UrlPart(url.get(), CURLUPART_PATH, 0);
-    const CurlText query = UrlPart(url.get(), CURLUPART_QUERY, 0);
+    const CurlText scheme = PartOf(url, CURLUPART_SCHEME, 0);
+    const CurlText host = PartOf(url, CURLUPART_HOST, 0);
+    const CurlText port = PartOf(url, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    const CurlText path = PartOf(url, CURLUPART_PATH, 0);
+    const CurlText query = PartOf(url, CURLUPART_QUERY, 0);
     if (!scheme || !host || !port || !path)
         return false;
     to->secure = EqualNoCase(scheme.get(), "https");

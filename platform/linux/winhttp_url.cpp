@@ -1,102 +1,43 @@
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
+#include "platform/linux/winhttp_curl_url.h"
 #include "platform/linux/winhttp_message.h"
 
 namespace {
 
+using winhttp::CurlText;
 using winhttp::WideView;
 
 struct Place {
-    WideView host;  // a part of the URL that is split
+    std::u16string host;
     INTERNET_PORT port = 0;
 };
 
-bool StartsWith(WideView text, WideView prefix)
+bool IsOffered(WideView scheme)
 {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
-int HexValue(WCHAR c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    const int letter = c | 0x20;
-    return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
-}
-
-// The port of a scheme; 0 for one that is not offered.
-INTERNET_PORT UsualPort(WideView scheme)
-{
-    if (EqualIgnoringCase(scheme, u"http"))
-        return INTERNET_DEFAULT_HTTP_PORT;
-    return EqualIgnoringCase(scheme, u"https") ? INTERNET_DEFAULT_HTTPS_PORT : 0;
-}
-
-// An empty port leaves *port.
-bool ParsePort(WideView digits, INTERNET_PORT* port)
-{
-    if (digits.empty())
-        return true;
-    unsigned value = 0;
-    for (WCHAR c : digits) {
-        if (c < '0' || c > '9')
-            return false;
-        value = value * 10 + (c - unsigned{'0'});
-        if (value > 0xFFFF)
-            return false;
-    }
-    *port = static_cast<INTERNET_PORT>(value);
-    return true;
-}
-
-bool SplitAuthority(WideView authority, Place* place)
-{
-    const size_t at = authority.rfind(u'@');
-    authority.remove_prefix(at == WideView::npos ? 0 : at + 1);
-    size_t end = authority.find(u':');
-    if (StartsWith(authority, u"[")) {
-        end = authority.find(u']');
-        if (end == WideView::npos)
-            return false;
-        ++end;
-    }
-    place->host = authority.substr(0, end);
-    WideView port = authority.substr(place->host.size());
-    if (!port.empty() && port.front() != ':')
-        return false;
-    port.remove_prefix(port.empty() ? 0 : 1);
-    return !place->host.empty() && ParsePort(port, &place->port);
+    return EqualIgnoringCase(scheme, u"http") || EqualIgnoringCase(scheme, u"https");
 }
 
 // 0 or a platform error code.
-LONG Split(WideView url, Place* place)
+LONG Split(WideView text, Place* place)
 {
-    const size_t colon = url.find(u':');
-    if (colon == WideView::npos)
+    const size_t colon = text.find(u':');
+    if (colon == WideView::npos || !IsOffered(text.substr(0, colon)))
         return ERROR_WINHTTP_UNRECOGNIZED_SCHEME;
-    place->port = UsualPort(url.substr(0, colon));
-    if (place->port == 0)
-        return ERROR_WINHTTP_UNRECOGNIZED_SCHEME;
-    url.remove_prefix(colon + 1);
-    if (!StartsWith(url, u"//"))
+    // libcurl is content with one slash, or three.
+    if (text.substr(colon, 3) != u"://" || text.substr(colon + 3, 1) == u"/")
         return ERROR_WINHTTP_INVALID_URL;
-    url.remove_prefix(2);
 
-    return SplitAuthority(url.substr(0, url.find_first_of(u"/?#")), place) ? 0 : ERROR_WINHTTP_INVALID_URL;
-}
-
-// A malformed escape stays as it is.
-std::basic_string<WCHAR> Decode(WideView text)
-{
-    std::basic_string<WCHAR> out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool escape =
-            text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0;
-        out += escape ? static_cast<WCHAR>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2])) : text[i];
-        i += escape ? 2 : 0;
-    }
-    return out;
+    // Nothing behind the authority matters here, nor makes the URL a bad one.
+    const winhttp::Url url = winhttp::NewUrl();
+    if (!winhttp::SetUrl(url, ToUtf8(text.substr(0, text.find_first_of(u"/?#", colon + 3))).c_str(), 0))
+        return ERROR_WINHTTP_INVALID_URL;
+    const CurlText host = winhttp::PartOf(url, CURLUPART_HOST, CURLU_URLDECODE);
+    const CurlText port = winhttp::PartOf(url, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    if (!host || !port)
+        return ERROR_WINHTTP_INVALID_URL;
+    *place = {ToUtf16(host.get()), static_cast<INTERNET_PORT>(std::stoul(port.get()))};
+    return 0;
 }
 
 // Whether nothing but the host is asked for, with a buffer of its own.
@@ -111,14 +52,13 @@ bool AsksForHostAlone(const URL_COMPONENTS& parts)
 LONG Store(const Place& place, LPURL_COMPONENTS to)
 {
     to->nPort = place.port;
-    const std::basic_string<WCHAR> host = Decode(place.host);
     const DWORD room = to->dwHostNameLength;
-    const bool fits = room > host.size();
-    to->dwHostNameLength = static_cast<DWORD>(host.size()) + (fits ? 0 : 1);
+    const bool fits = room > place.host.size();
+    to->dwHostNameLength = static_cast<DWORD>(place.host.size()) + (fits ? 0 : 1);
     if (!fits)
         return ERROR_INSUFFICIENT_BUFFER;
-    host.copy(to->lpszHostName, host.size());
-    to->lpszHostName[host.size()] = 0;
+    place.host.copy(to->lpszHostName, place.host.size());
+    to->lpszHostName[place.host.size()] = 0;
     return 0;
 }
 

@@ -1,0 +1,51 @@
+// libcurl's URL parser. Functions here throw std::bad_alloc.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <new>
+
+namespace winhttp {
+
+struct UrlDeleter {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+using Url = std::unique_ptr<CURLU, UrlDeleter>;
+
+struct CurlTextDeleter {
+    void operator()(char* text) const { curl_free(text); }
+};
+using CurlText = std::unique_ptr<char, CurlTextDeleter>;
+
+// A URL that cannot be parsed is not an error, a lack of memory is.
+inline bool Good(CURLUcode code)
+{
+    if (code == CURLUE_OUT_OF_MEMORY)
+        throw std::bad_alloc();
+    return code == CURLUE_OK;
+}
+
+inline Url NewUrl()
+{
+    Url url(curl_url());
+    if (!url)
+        throw std::bad_alloc();
+    return url;
+}
+
+// Replaces the URL, or resolves a relative one against it. False leaves it as it was.
+inline bool SetUrl(const Url& url, const char* text, unsigned flags)
+{
+    return Good(curl_url_set(url.get(), CURLUPART_URL, text, flags));
+}
+
+// NULL when the URL has no such part.
+inline CurlText PartOf(const Url& url, CURLUPart part, unsigned flags)
+{
+    char* text = nullptr;
+    Good(curl_url_get(url.get(), part, &text, flags));
+    return CurlText(text);
+}
+
+}  // namespace winhttp
