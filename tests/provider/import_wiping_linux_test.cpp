@@ -4,11 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include "tests/common/alloc_fault.h"
-#include "tests/provider/envelope_maker.h"
 #include "tests/provider/import_fixture.h"
 
 namespace {
@@ -138,30 +135,6 @@ TEST_F(WipingTest, WithoutMemory)
         EXPECT_GT(failures, 4u);
         EXPECT_EQ(0, table->FreeKey(provider, key));
         EXPECT_EQ(0u, watch.found) << file;
-    }
-}
-
-TEST_F(WipingTest, OfEnvelopes)
-{
-    const Recipient recipient;
-    const std::string folder = root.directory() + "/root/user/keycontainers";
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder + "/box.pem") << recipient.ContainerPem();
-    const Bytes certificates = SerializedStore(ProviderInfo("box", 0) + StoreRecord(32, recipient.Certificate()));
-    for (const DWORD bits : {2048u, 1024u}) {
-        Bytes blob = RsaBlob(bits);
-        std::copy_n(Pattern(150).begin(), 150, blob.begin() + 100);
-        const Bytes envelope = recipient.Seal(blob);
-        Parameters parameters = {{47, certificates}};
-        NCRYPT_KEY_HANDLE key = 0;
-        HeapWatch watch(Pieces(blob, {120, 200}));
-        EXPECT_EQ(Hex(bits == 2048 ? 0 : NTE_BAD_KEY),
-                  Hex(ImportInto(&key, "PKCS7_ENVELOPE", envelope, parameters.list())));
-        if (key) {
-            EXPECT_EQ(0, table->FreeKey(provider, key));
-        }
-        EXPECT_GT(watch.looks, 1u);
-        EXPECT_EQ(0u, watch.found) << bits;
     }
 }
 

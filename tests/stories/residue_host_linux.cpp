@@ -5,7 +5,7 @@
 // Standard input has the steps, a line each, then "search", then the needles: a name, a blank and the bytes in
 // hexadecimal digits, each byte XORed with kMask so that a needle doesn't find itself. Files that steps name are
 // in FOLDER. Answers on standard output: "STEP STATUS" for each step, "done" before the needles are read, then "NAME
-// in REGION behind TEXT" for each place where a needle was found.
+// in REGION behind TEXT" for each place where a needle was found, and "end".
 //
 // What libcurl and OpenSSL free as it is doesn't count: their blocks are wiped here, told apart by who frees them.
 #include <dlfcn.h>
@@ -197,16 +197,20 @@ void RunSteps()
     }
 }
 
-void ReadNeedles()
+// False: there are more than there is room for.
+bool ReadNeedles()
 {
     char line[256];
-    while (needleCount < kMostNeedles && fgets(line, sizeof(line), stdin)) {
+    while (fgets(line, sizeof(line), stdin)) {
+        if (needleCount == kMostNeedles)
+            return false;
         Needle& needle = needles[needleCount++];
         char digits[2 * kLongestNeedle + 1] = {};
         sscanf(line, "%39s %128s", needle.name, digits);
         for (unsigned byte = 0; sscanf(digits + 2 * needle.size, "%2x", &byte) == 1; needle.size++)
             needle.masked[needle.size] = static_cast<unsigned char>(byte);
     }
+    return true;
 }
 
 // The needles by their first two bytes, each the number of one + 1 and of the next such; 0 ends the chain.
@@ -323,8 +327,10 @@ int main(int, char** arguments)
     table = found;
     RunSteps();
     puts("done");
-    ReadNeedles();
+    if (!ReadNeedles())
+        return 3;
     SortNeedles();
     SearchAll();
+    puts("end");
     return 0;
 }
