@@ -47,7 +47,7 @@ int KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob)
     }
     if (!Fetch(kvc, certName))
         return 0;
-    const JsonPtr answer = JsonParse(kvc->lastBody);
+    const JsonPtr answer = JsonParseAnswer(TEXT("KVCGetCert answer is not JSON"), kvc->lastBody);
     const char* text = CertificateText(answer.get());
     const MallocPtr<WCHAR> wide(text ? BytesStrToWStr(text) : nullptr);
     BYTE* bytes = nullptr;

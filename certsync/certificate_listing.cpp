@@ -74,7 +74,7 @@ bool TakeElement(json_object* element, size_t index, TextList* list)
 // Reads one page. False: no memory; a page that is no JSON is the last.
 bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
-    const JsonPtr page = JsonParse(body);
+    const JsonPtr page = JsonParseAnswer(TEXT("KVCGetCerts answer is not JSON"), body);
     if (!walk->TakeNextLink(page.get()))
         return false;
     json_object* value = JsonMember(page.get(), "value");

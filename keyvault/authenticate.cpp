@@ -163,7 +163,7 @@ int KVCTakeHeldToken(KVC* call)
 
 TokenAnswer TakeTokenAnswer(const char* body, Token* token)
 {
-    const JsonPtr answer = JsonParse(body);
+    const JsonPtr answer = JsonParseAnswer(TEXT("KVCAuthenticate answer is not JSON"), body);
     const AnswerText text = FindText(answer.get(), "access_token");
     const AnswerText type = FindText(answer.get(), "token_type");
     TokenAnswer taken = {};

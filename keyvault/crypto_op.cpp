@@ -99,7 +99,7 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
         return FailWithAnswer(kvc, TEXT("KVCCryptoOp Failed"));
 
-    const JsonPtr answer = JsonParse(kvc->lastBody);
+    const JsonPtr answer = JsonParseAnswer(TEXT("KVCCryptoOp answer is not JSON"), kvc->lastBody);
     json_object* value = JsonMember(answer.get(), "value");
     if (!value)
         return NTE_INVALID_PARAMETER;

@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <string.h>
 
+#include "support/log.h"
 #include "support/wipe.h"
 
 namespace {
@@ -67,6 +68,12 @@ class Tokener {
         printbuf_reset(tokener_->pb);
         return true;
     }
+    // Why the text that was parsed isn't JSON; NULL when it is.
+    const char* Fault() const
+    {
+        const json_tokener_error error = json_tokener_get_error(tokener_);
+        return error == json_tokener_success ? nullptr : json_tokener_error_desc(error);
+    }
     // NULL: not JSON, or no memory.
     json_object* Parse(const char* text)
     {
@@ -92,6 +99,17 @@ JsonPtr JsonParse(const char* text)
 {
     Tokener tokener;
     return JsonPtr(text && tokener.Reserve(strlen(text) + 1) ? tokener.Parse(text) : nullptr);
+}
+
+JsonPtr JsonParseAnswer(const WCHAR* message, const char* body)
+{
+    Tokener tokener;
+    if (!body || !tokener.Reserve(strlen(body) + 1))
+        return nullptr;
+    JsonPtr answer(tokener.Parse(body));
+    if (const char* fault = tokener.Fault())
+        LogAscii(message, fault);
+    return answer;
 }
 
 json_object* JsonMember(json_object* object, const char* name)

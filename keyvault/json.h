@@ -5,6 +5,8 @@
 
 #include <memory>
 
+#include "platform/platform.h"
+
 struct JsonPutter {
     void operator()(json_object* object) const;
 };
@@ -13,6 +15,10 @@ using JsonPtr = std::unique_ptr<json_object, JsonPutter>;
 
 // NULL when `text` is NULL or not JSON, or without memory. Leaves no copy of the text behind but in the result.
 JsonPtr JsonParse(const char* text);
+
+// The same for the answer of a service: one that isn't JSON, or ends inside it, is logged as an error, with `message`
+// and json-c's reason.
+JsonPtr JsonParseAnswer(const WCHAR* message, const char* body);
 
 // A member of `object`, borrowed; NULL when `object` is NULL or not an object, or the member is missing or null.
 json_object* JsonMember(json_object* object, const char* name);

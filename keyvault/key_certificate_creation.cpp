@@ -140,7 +140,7 @@ int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& 
 // the vault wants no answer, or does not take this one.
 int AnswerRequest(KVC* kvc, const WCHAR* encodedName)
 {
-    const JsonPtr answer = JsonParse(kvc->lastBody);
+    const JsonPtr answer = JsonParseAnswer(TEXT("KVCLowLevelCreateKeyCertificate answer is not JSON"), kvc->lastBody);
     const char* csrText = JsonMemberText(answer.get(), "csr");
     if (!csrText)
         return 1;

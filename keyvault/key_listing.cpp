@@ -46,7 +46,7 @@ bool TakeItem(json_object* item, TextList* list)
 // Reads one page. False: no memory; a page that is no JSON is the last.
 bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
-    const JsonPtr page = JsonParse(body);
+    const JsonPtr page = JsonParseAnswer(TEXT("KVCGetKeys answer is not JSON"), body);
     if (!walk->TakeNextLink(page.get()))
         return false;
     json_object* value = JsonMember(page.get(), "value");

@@ -187,7 +187,7 @@ int KVCParseJSONKey(const WCHAR* KeyName, const char* KeyJSON, KVKey* theKey)
     if (!KVCConvertEncodedKeyNameToClear(KeyName, theKey->clearName, &encoded))
         TextCopy(theKey->clearName, kClearNameChars, TEXT("InvalidName"));
 
-    const JsonPtr root = JsonParse(KeyJSON);
+    const JsonPtr root = JsonParseAnswer(TEXT("KVCParseJSONKey answer is not JSON"), KeyJSON);
     if (json_object* key = JsonMember(root.get(), "key")) {
         ReadKeyMembers(key, theKey);
         SettleAlgID(JsonMember(root.get(), "tags"), theKey);

@@ -8,29 +8,27 @@ HANDLE KelvaroPropertySemaphore = nullptr;
 
 static constexpr DWORD kImageNameChars = 1024;
 
-static void FetchImageName(WCHAR (&name)[kImageNameChars])
-{
-    if (!K32GetProcessImageFileNameW(GetCurrentProcess(), name, kImageNameChars))
-        name[0] = 0;
-}
-
-// The names are looked up for a line that will be written alone: the look-up of the user's is a call to another
+// The process's image and user for a line that is about to be written. The look-up of the user is a call to another
 // process, made under the loader's lock.
-static void LogLifeLine(const WCHAR* message)
-{
-    if (!LogGateOpen(LOG_ENTRY_LEVEL))
-        return;
-    WCHAR imageName[kImageNameChars];
-    WCHAR userName[kUserNameChars];
-    FetchImageName(imageName);
-    FetchUserName(userName);
-    LogStrings(message, imageName, userName, LOG_ENTRY_LEVEL);
-}
+struct HostNames {
+    HostNames()
+    {
+        if (!K32GetProcessImageFileNameW(GetCurrentProcess(), image, kImageNameChars))
+            image[0] = 0;
+        FetchUserName(user);
+    }
+
+    WCHAR image[kImageNameChars];
+    WCHAR user[kUserNameChars];
+};
 
 static void Attach()
 {
     LogAttach();
-    LogLifeLine(TEXT("DllMain DLL_PROCESS_ATTACH"));
+    if (LogGateOpen(LOG_ENTRY_LEVEL)) {
+        const HostNames names;
+        LogStrings(TEXT("DllMain DLL_PROCESS_ATTACH"), names.image, names.user, LOG_ENTRY_LEVEL);
+    }
     KelvaroBufferListInit();
     // A module without its semaphore still works: the waits fail and their users go on.
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
@@ -40,7 +38,10 @@ static void Detach(bool processEnds)
 {
     if (processEnds)
         LogProcessEnds();
-    LogLifeLine(TEXT("DllMain DLL_PROCESS_DETACH"));
+    if (LogGateOpen(LOG_ENTRY_LEVEL)) {
+        const HostNames names;
+        LogStrings(TEXT("DllMain DLL_PROCESS_DETACH"), names.image, names.user, LOG_ENTRY_LEVEL);
+    }
     if (KelvaroPropertySemaphore)
         CloseHandle(KelvaroPropertySemaphore);
     KelvaroPropertySemaphore = nullptr;

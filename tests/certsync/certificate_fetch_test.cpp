@@ -29,6 +29,7 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
         int result;
         Bytes bytes;
         Strings lines;  // of level 10 that tell where it was found
+        std::string error = {};
     } rows[] = {
         {"cer", {{"cer", Base64(bytes)}}, 1, bytes, {"KeyVaultClient::GetCert Found Certificate - cer (exportable)"}},
         {"cer in the other alphabet", {{"cer", Base64Url(bytes)}}, 1, bytes, {}},
@@ -41,7 +42,8 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
         {"a value that is no Base64 hides cer", {{"cer", Base64(other)}, {"value", "*"}}, 0, {}, {}},
         {"neither", {{"id", "x"}}, 0, {}, {}},
         {"no object", json::array(), 0, {}, {}},
-        {"no JSON", "<html>", 0, {}, {}},
+        {"no JSON", "<html>", 0, {}, {}, "KVCGetCert answer is not JSON unexpected character 1"},
+        {"cut short", R"({"cer":"AQ)", 0, {}, {}, "KVCGetCert answer is not JSON unexpected end of data 1"},
         {"the longest that the decoder takes", {{"cer", longest}}, 1, Bytes(3069), {}},
         {"a longer one", {{"cer", longest + "AAAA"}}, 0, {}, {}},
     };
@@ -57,7 +59,7 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
         EXPECT_EQ(row.result, result);
         for (const std::string& line : row.lines)
             EXPECT_TRUE(root.Logged(line, 10));
-        EXPECT_EQ(Strings{}, LinesUpTo(2));
+        EXPECT_EQ(row.error.empty() ? Strings{} : Strings{row.error}, LinesUpTo(2));
     }
 }
 

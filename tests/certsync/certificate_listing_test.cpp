@@ -224,7 +224,11 @@ TEST_F(CertificateListingTest, HowAWalkEnds)
         {"refused", {{"action", "status"}, {"status", 403}}, 0, {failure + "0x193 1", failure + "0x193 1"}},
         {"accepted but not read", {{"action", "status"}, {"status", 202}}, 0, {failure + "0xca 1"}},
         {"no answer", {{"action", "reset-before"}, {"times", 10}}, 0, {failure + "0x0 1", failure + "0x0 1"}},
-        {"no JSON", {{"action", "nojson"}}, 1, {}},
+        {"no JSON", {{"action", "nojson"}}, 1, {"KVCGetCerts answer is not JSON unexpected character 1"}},
+        {"cut short",
+         {{"action", "status"}, {"status", 200}, {"body", R"({"value":[)"}},
+         1,
+         {"KVCGetCerts answer is not JSON unexpected end of data 1"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

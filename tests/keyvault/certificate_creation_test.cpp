@@ -93,6 +93,7 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
         {"merge-error", "KVCImportCertificate Error", 1},
         {"merge-throttled", "KVCImportCertificate THROLLED - RETRY ", 2},
         {"merge-failed", "KVCImportCertificate Failed", 1},
+        {"no-json", "KVCLowLevelCreateKeyCertificate answer is not JSON unexpected character", 1},
         {"read-error", "KVCGetKey KVCDoKVRESTCall Error", 1},
         {"read-failed", "KVCGetKey KVCDoKVRESTCall Failed", 1},
     };
@@ -126,7 +127,7 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
         {"200", "200", "", "hardware", 0, 0, "failed:200 detail"},
         {"204", "204", "", "hardware", 0, 0, "failed:204 no-detail"},
         {"a server error", "503", "", "hardware", 0, 0, "call:503 failed:503 detail"},
-        {"taken without JSON", "202", "", "hardware read", 0, 0, "read-error read-failed:404"},
+        {"taken without JSON", "202", "", "hardware read", 0, 0, "no-json read-error read-failed:404"},
         {"merge throttled", "", "429 429", "hardware merge merge merge read", 2, 1,
          "merge-throttled:429 merge-throttled:429"},
         {"merge throttled to the end", "", "429 429 429 429 429", "hardware merge merge merge merge merge read", 5, 0,

@@ -71,6 +71,7 @@ TEST_F(KeyCreationTest, AnswersOfEveryKind)
         {"throttled", "KVCLowLevelCreateKey ActionThrottled", 2},
         {"fallback", "KVCLowLevelCreateKey HSM Key Failed - retry with software key", 2},
         {"failed", "KVCLowLevelCreateKey Failed", 1},
+        {"no-json", "KVCParseJSONKey answer is not JSON unexpected character", 1},
     };
     const struct {
         const char* name;
@@ -102,7 +103,7 @@ TEST_F(KeyCreationTest, AnswersOfEveryKind)
         {"201", "201", "hardware", 0, 0, "failed:201"},
         {"202", "202", "hardware", 0, 0, "failed:202"},
         {"204", "204", "hardware", 0, 0, "failed:204"},
-        {"no JSON", "200", "hardware", 0, 1, ""},
+        {"no JSON", "200", "hardware", 0, 1, "no-json"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -173,6 +173,7 @@ TEST_F(KeyLookupTest, ReadsThatSendNothingAndAnswersThatAreNoJson)
     EXPECT_EQ(1, GetKey("web01", &key));
     EXPECT_EQ("web01", Narrow(key.clearName));
     EXPECT_EQ(nullptr, key.kty);
+    EXPECT_EQ(Strings{"KVCParseJSONKey answer is not JSON unexpected character 1"}, LinesUpTo(2));
 }
 
 TEST_F(KeyListingTest, TheLinkNamesThePageAndNotTheHost)
@@ -210,24 +211,31 @@ TEST_F(KeyListingTest, NamesAreDecodedAndMalformedOnesSkipped)
 TEST_F(KeyListingTest, PagesOfAnotherFormEndTheWalk)
 {
     const json link = "https://contoso-keys.vault.azure.net:443/keys?api-version=2016-10-01&$skiptoken=2";
-    const std::pair<const char*, json> rows[] = {
-        {"no JSON", "<html>"},
-        {"no body", ""},
-        {"JSON of another type", json::array()},
-        {"no members", json::object()},
-        {"value of another type", {{"value", "text"}}},
-        {"value of null", {{"value", nullptr}}},
-        {"link without the collection", {{"value", json::array()}, {"nextLink", "https://v/certificates?x"}}},
-        {"link of another type", {{"value", json::array()}, {"nextLink", 7}}},
+    const struct {
+        const char* name;
+        json body;
+        Strings lines;
+    } rows[] = {
+        {"no JSON", "<html>", {"KVCGetKeys answer is not JSON unexpected character 1"}},
+        {"cut short", R"({"value":[{"kid":"https://v/ke)", {"KVCGetKeys answer is not JSON unexpected end of data 1"}},
+        {"no body", "", {"KVCGetKeys answer is not JSON unexpected end of data 1"}},
+        {"JSON of another type", json::array(), {}},
+        {"no members", json::object(), {}},
+        {"value of another type", {{"value", "text"}}, {}},
+        {"value of null", {{"value", nullptr}}, {}},
+        {"link without the collection", {{"value", json::array()}, {"nextLink", "https://v/certificates?x"}}, {}},
+        {"link of another type", {{"value", json::array()}, {"nextLink", 7}}, {}},
     };
-    for (const auto& [name, body] : rows) {
+    for (const auto& [name, body, lines] : rows) {
         SCOPED_TRACE(name);
         sim.ClearJournal();
+        root.ClearLog();
         Serve({Page({"https://v/keys/first"}, "1"), body});
         const Listing listing = List();
         EXPECT_EQ(1, listing.result);
         EXPECT_EQ(Strings{"first"}, listing.names);
         EXPECT_EQ(2u, sim.VaultRequests().size());
+        EXPECT_EQ(lines, LinesUpTo(2));
     }
     Serve({json{{"nextLink", link}}, Page({"https://v/keys/second"})});
     EXPECT_EQ(Strings{"second"}, List().names) << "a page without value has a next one";
