@@ -63,7 +63,7 @@ for my $file (glob "$top/{provider,keyvault,certsync,support}/*.{cpp,h}") {
         }
         '';
     }gse;
-    push @travelling, grep { /^[A-Z]\w*[a-z]\w*[A-Z]\w*(?: |$)/ && /^(?:Kelvaro|KVC|Bld|Bytes|WStr|Get|Set|Add|Delete|Create)/ } texts($code);
+    push @travelling, grep { /^[A-Z]\w*[a-z]\w*(?: |$)/ && /^(?:Kelvaro|KVC|Bld|Bytes|WStr|Get|Set|Add|Delete|Create)/ } texts($code);
 }
 for (@travelling) {
     $level_of{$_} //= 0 unless $quiet{$_};
