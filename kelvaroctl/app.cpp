@@ -50,13 +50,7 @@ static Json LogObject(const LogPlace& log)
 // Where to read on; nothing when not even the settings can be read.
 static std::optional<LogPlace> LogOf(const Failure& failure)
 {
-    if (!failure.status)
-        return std::nullopt;
-    try {
-        return FindLog();
-    } catch (const Failure&) {
-        return std::nullopt;
-    }
+    return failure.status ? FindLogIfReadable() : std::nullopt;
 }
 
 static Json ErrorObject(const Failure& failure)
@@ -99,8 +93,10 @@ static int Print(const Answer& answer, const Tool& tool)
         PrintObject(answer.object, tool);
     else
         std::cout << answer.text << std::flush;
-    if (!std::cout)
+    if (!std::cout) {
+        std::cerr << "kelvaroctl: cannot write the answer to standard output" << std::endl;
         return static_cast<int>(ExitCode::Internal);
+    }
     return static_cast<int>(answer.exit);
 }
 
@@ -131,6 +127,13 @@ static void Parse(CLI::App& app, const std::vector<std::string>& arguments)
         throw CLI::ArgumentMismatch("--module goes before the command");
 }
 
+// "kelvaroctl keys list": as much of a command as was understood.
+static std::string CommandOf(const CLI::App& app)
+{
+    const std::vector<CLI::App*> parsed = app.get_subcommands();
+    return app.get_name() + (parsed.empty() ? "" : " " + CommandOf(*parsed.front()));
+}
+
 int RunTool(const std::vector<std::string>& arguments)
 {
     Tool tool;
@@ -155,7 +158,7 @@ int RunTool(const std::vector<std::string>& arguments)
         const std::vector<std::string> unknown = app.remaining(true);
         const std::string problem =
             unknown.empty() ? error.what() : "there is no command or option '" + unknown[0] + "'";
-        return Report(UsageFailure(problem + "; see kelvaroctl --help"), tool);
+        return Report(UsageFailure(problem + "; see " + CommandOf(app) + " --help"), tool);
     }
     return Run(tool);
 }

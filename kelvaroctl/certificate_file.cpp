@@ -15,14 +15,9 @@ static const char kEnd[] = "-----END CERTIFICATE-----";
 
 static Bytes FromBase64(const std::string& text, const std::string& fileName)
 {
-    const WideText wide = ToWide(text);
-    const DWORD length = static_cast<DWORD>(wide.size());
-    DWORD size = 0;
-    if (wide.empty() ||
-        !CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr))
+    Bytes bytes;
+    if (!ParseBase64(text, &bytes))
         throw UsageFailure(fileName + " holds a certificate block that is not Base64");
-    Bytes bytes(size);
-    CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes.data(), &size, nullptr, nullptr);
     return bytes;
 }
 

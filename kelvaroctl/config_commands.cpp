@@ -135,7 +135,14 @@ static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setti
 
 static std::string WhenItCounts(const Setting& setting)
 {
-    return setting.atLoad ? "it counts from a host's next start on" : "it counts from the next provider open on";
+    switch (setting.readWhen) {
+        case ReadWhen::ModuleLoad:
+            return "it takes effect when a program next starts";
+        case ReadWhen::LogLine:
+            return "it takes effect with the next line of the log";
+        default:
+            return "it takes effect when a program next opens the provider";
+    }
 }
 
 static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting, bool anyway)

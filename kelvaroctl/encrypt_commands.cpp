@@ -47,9 +47,9 @@ static size_t ModulusSize(const Key& key)
     return publicKey.modulus.size();
 }
 
-static Answer Written(const EncryptArguments& arguments, const Bytes& output, Readers readers)
+static Answer Written(const EncryptArguments& arguments, OutputFile* file, const Bytes& output)
 {
-    WriteWholeFile(arguments.output, output, readers);
+    file->Write(output);
     Answer answer;
     answer.object = {
         {"key", arguments.key}, {"padding", arguments.padding}, {"file", arguments.output}, {"bytes", output.size()}};
@@ -61,6 +61,7 @@ static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
 {
     const PaddingRow& padding = PaddingOf(arguments.padding);
     const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    OutputFile output(arguments.output, arguments.input);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);
     const size_t modulus = ModulusSize(key);
@@ -69,13 +70,14 @@ static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
                            " bytes, and this key encrypts 1 to " + std::to_string(modulus - padding.overhead) +
                            " with " + padding.name);
     }
-    return Written(arguments, key.Encrypt(input, modulus, padding.flag), Readers::Everyone);
+    return Written(arguments, &output, key.Encrypt(input, modulus, padding.flag));
 }
 
 static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
 {
     const PaddingRow& padding = PaddingOf(arguments.padding);
     const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    OutputFile output(arguments.output, arguments.input, Readers::OwnerOnly);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);
     const size_t modulus = ModulusSize(key);
@@ -83,7 +85,7 @@ static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
         throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
                            " bytes, and what is encrypted for this key has " + std::to_string(modulus));
     }
-    return Written(arguments, key.Decrypt(input, modulus, padding.flag), Readers::OwnerOnly);
+    return Written(arguments, &output, key.Decrypt(input, modulus, padding.flag));
 }
 
 static void AddOptions(CLI::App& command, EncryptArguments& arguments)

@@ -1,19 +1,27 @@
 #include "kelvaroctl/files.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
-
-#include "kelvaroctl/failure.h"
+#include <system_error>
 
 namespace kelvaroctl {
 
 namespace fs = std::filesystem;
 
+Failure FileFailure(const std::string& attempt, const std::string& name)
+{
+    const int reason = errno;
+    return UsageFailure("cannot " + attempt + " " + name +
+                        (reason ? ": " + std::generic_category().message(reason) : std::string()));
+}
+
 Bytes ReadWholeFile(const std::string& name, size_t maxSize)
 {
+    errno = 0;
     std::ifstream file(fs::u8path(name), std::ios::binary);
     if (!file)
-        throw UsageFailure("cannot open " + name);
+        throw FileFailure("open", name);
     Bytes content;
     char piece[4096];
     while (file.read(piece, sizeof(piece)) || file.gcount()) {
@@ -22,23 +30,42 @@ Bytes ReadWholeFile(const std::string& name, size_t maxSize)
             throw UsageFailure(name + " is larger than " + std::to_string(maxSize) + " bytes");
     }
     if (file.bad())
-        throw UsageFailure("cannot read " + name);
+        throw FileFailure("read", name);
     return content;
 }
 
-void WriteWholeFile(const std::string& name, const Bytes& content, Readers readers)
+OutputFile::OutputFile(const std::string& name, const std::string& input, Readers readers) : name_(name)
 {
+    if (name.empty())
+        return;
     const fs::path path = fs::u8path(name);
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file)
-        throw UsageFailure("cannot write " + name);
     std::error_code ignored;
+    if (!input.empty() && fs::equivalent(path, fs::u8path(input), ignored))
+        throw UsageFailure("--in and --out are one file, which would be lost: name another for --out");
+    isNew_ = !fs::exists(path, ignored);
+    errno = 0;
+    if (!std::ofstream(path, std::ios::binary | std::ios::app))
+        throw FileFailure("write", name);
     if (readers == Readers::OwnerOnly && fs::is_regular_file(path, ignored))
         fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write, ignored);
+}
+
+OutputFile::~OutputFile()
+{
+    std::error_code ignored;
+    if (isNew_)
+        fs::remove(fs::u8path(name_), ignored);
+}
+
+void OutputFile::Write(const Bytes& content)
+{
+    errno = 0;
+    std::ofstream file(fs::u8path(name_), std::ios::binary | std::ios::trunc);
     file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
     file.close();
     if (!file)
-        throw UsageFailure("cannot write " + name);
+        throw FileFailure("write", name_);
+    isNew_ = false;
 }
 
 }  // namespace kelvaroctl

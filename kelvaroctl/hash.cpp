@@ -59,15 +59,16 @@ Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data)
 
 Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName)
 {
+    errno = 0;
     std::ifstream file(std::filesystem::u8path(fileName), std::ios::binary);
     if (!file)
-        throw UsageFailure("cannot open " + fileName);
+        throw FileFailure("open", fileName);
     Hasher hasher(algorithm);
     std::vector<char> piece(64 * 1024);
     while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount())
         hasher.Add(reinterpret_cast<const BYTE*>(piece.data()), static_cast<size_t>(file.gcount()));
     if (file.bad())
-        throw UsageFailure("cannot read " + fileName);
+        throw FileFailure("read", fileName);
     return hasher.Finish(digestSize);
 }
 

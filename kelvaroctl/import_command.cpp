@@ -74,6 +74,18 @@ static void CheckScope(const Tool& tool, const KeyFile& file)
     }
 }
 
+// A creation that goes no further signs in and refuses a name that is taken.
+static void CheckNameIsFree(const Provider& provider, const std::string& name)
+{
+    try {
+        Key::Create(provider, name, "RSA", false);
+    } catch (const Failure& failure) {
+        if (failure.status == NTE_EXISTS)
+            throw StatusFailure(Operation::ImportKey, NTE_EXISTS, name);
+        throw;
+    }
+}
+
 static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
 {
     const WipedFile file(arguments.file);
@@ -82,9 +94,8 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
         CheckScope(tool, *file);
     const SecretText password(Password(arguments, *file));
     const auto provider = tool.OpenProvider();
-    // A creation that goes no further signs in and refuses a name that is taken.
     if (named)
-        Key::Create(*provider, arguments.name, "RSA", false);
+        CheckNameIsFree(*provider, arguments.name);
     Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password.text());
     const DWORD bits = PropertyNumber(key.Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
     Answer answer;

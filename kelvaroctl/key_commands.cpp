@@ -61,7 +61,7 @@ static Answer ListKeys(const Tool& tool, bool details)
         throw;
     }
     answer.object["keys"] = std::move(keys);
-    answer.text = Columns(rows);
+    answer.text = rows.empty() ? "no keys\n" : Columns(rows);
     return answer;
 }
 
@@ -130,6 +130,7 @@ static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
     const bool binary = arguments.format == "cng";
     if (binary && arguments.file.empty() && !tool.json)
         throw UsageFailure("the cng form is binary: name a file with --out");
+    OutputFile output(arguments.file, "");
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.name);
     const Bytes blob = key.PublicBlob();
@@ -149,7 +150,7 @@ static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
         content = BytesOf(answer.text);
     }
     if (!arguments.file.empty()) {
-        WriteWholeFile(arguments.file, content);
+        output.Write(content);
         answer.object["file"] = arguments.file;
         answer.text = "public key written to " + arguments.file + "\n";
     }

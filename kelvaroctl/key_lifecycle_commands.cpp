@@ -95,7 +95,7 @@ static void AddCreateCommand(CLI::App& keys, Tool& tool)
     command->add_option("--alg", arguments->algorithm, "RSA, or ECDSA or ECDH with a curve: ECDSA_P256")
         ->required()
         ->type_name("ALG")
-        ->check(CLI::IsMember(kAlgorithms));
+        ->transform(CLI::IsMember(kAlgorithms, CLI::ignore_case));
     command->add_option("--length", arguments->length, "bits of an RSA key, 2048 to 4096; else 2048")->type_name("N");
     command->add_flag("--overwrite", arguments->overwrite, "a new version when there is a key of that name");
     command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return CreateKey(tool, *arguments); }; });

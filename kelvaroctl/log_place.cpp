@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "kelvaroctl/failure.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_hive.h"
 
@@ -31,10 +32,19 @@ LogPlace FindLog()
     return log;
 }
 
+std::optional<LogPlace> FindLogIfReadable()
+{
+    try {
+        return FindLog();
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
 std::string LogAdvice(const LogPlace& log)
 {
     if (!log.level)
-        return "logging is off: kelvaroctl config set LoggingLevel 4";
+        return "logging is off: kelvaroctl config set LoggingLevel 10";
     if (!log.folderExists)
         return "log: " + log.file + " (its folder does not exist, so nothing is written)";
     return "log: " + log.file;

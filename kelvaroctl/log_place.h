@@ -1,6 +1,7 @@
 // Where the module's log is.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "kelvaroctl/text.h"
@@ -15,6 +16,8 @@ struct LogPlace {
 
 // From the machine's settings. Throws a configuration failure when they cannot be read.
 LogPlace FindLog();
+// nullopt when they cannot be read.
+std::optional<LogPlace> FindLogIfReadable();
 
 // "log: FILE", or how to switch logging on.
 std::string LogAdvice(const LogPlace& log);

@@ -49,16 +49,21 @@ class Store {
     HCERTSTORE handle_;
 };
 
-std::string TimeText(const FILETIME& time)
+// Texts of this form stand in the order of their times.
+std::string TimeText(__time64_t seconds)
 {
-    constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
-    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-    const __time64_t seconds = static_cast<__time64_t>(ticks / 10000000) - kUnixEpoch;
     struct tm parts = {};
     char text[32] = "";
     if (_gmtime64_s(&parts, &seconds) == 0)
         std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
     return text;
+}
+
+std::string TimeText(const FILETIME& time)
+{
+    constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
+    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return TimeText(static_cast<__time64_t>(ticks / 10000000) - kUnixEpoch);
 }
 
 std::string NameText(const CERT_NAME_BLOB& name)
@@ -90,7 +95,7 @@ StoredCertificate Describe(const CERT_CONTEXT* context)
     found.start = static_cast<ULONGLONG>(info.NotBefore.dwHighDateTime) << 32 | info.NotBefore.dwLowDateTime;
     found.notBefore = TimeText(info.NotBefore);
     found.notAfter = TimeText(info.NotAfter);
-    found.size = context->cbCertEncoded;
+    found.der.assign(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
     DWORD size = 0;
     const auto hash = Property(context, CERT_SHA1_HASH_PROP_ID, &size);
     const BYTE* const bytes = reinterpret_cast<const BYTE*>(hash.data());
@@ -111,6 +116,11 @@ StoredCertificate Describe(const CERT_CONTEXT* context)
 bool StoredCertificate::IsBound() const
 {
     return provider == ToNarrow(kProviderName);
+}
+
+bool StoredCertificate::IsExpired() const
+{
+    return notAfter < TimeText(static_cast<__time64_t>(time(nullptr)));
 }
 
 std::vector<StoredCertificate> ReadPersonalStore(bool machine)
@@ -153,7 +163,7 @@ std::optional<StoredCertificate> CertificateToPublish(bool machine, const std::s
     for (const StoredCertificate& found : ReadPersonalStore(machine)) {
         if (!found.IsBound() || found.container != keyName || (best && found.start <= best->start))
             continue;
-        if (found.size >= kTooLarge)
+        if (found.der.size() >= kTooLarge)
             *tooLarge = true;
         else
             best = found;

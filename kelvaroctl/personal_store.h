@@ -15,12 +15,13 @@ struct StoredCertificate {
     ULONGLONG start = 0;     // 100 ns since 1601; the module takes the newest by it
     std::string notBefore;   // 2026-01-31T09:05:07Z
     std::string notAfter;
-    size_t size = 0;  // bytes of the DER form
+    Bytes der;
     // How it names its private key; both empty without one.
     std::string container;
     std::string provider;
 
     bool IsBound() const;  // to this system's provider
+    bool IsExpired() const;
 };
 
 // All certificates. Throws a configuration failure when the store cannot be opened.

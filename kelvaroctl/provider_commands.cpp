@@ -24,26 +24,28 @@ static Answer ShowProvider(const Tool& tool)
     const DWORD longest = number(NCRYPT_MAX_NAME_LENGTH_PROPERTY);
     const SettingsHive hive = tool.hive();
     const SettingsReport report = ReportSettings(hive);
-    const LogPlace log = FindLog();
+    const std::optional<LogPlace> log = FindLogIfReadable();
+    const std::string advice = log ? LogAdvice(*log) : "log: the machine's settings say where, and cannot be read";
 
     Answer answer;
-    answer.object = {{"name", name},
-                     {"version", versionText},
-                     {"implementationType", implementation},
-                     {"implementation", ImplementationWords(implementation)},
-                     {"maxNameLength", longest},
-                     {"via", tool.via},
-                     {"module", provider->road().place()},
-                     {"scope", hive.scope()},
-                     {"settings", report.settings},
-                     {"log", {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}}}};
+    answer.object = {
+        {"name", name},
+        {"version", versionText},
+        {"implementationType", implementation},
+        {"implementation", ImplementationWords(implementation)},
+        {"maxNameLength", longest},
+        {"via", tool.via},
+        {"module", provider->road().place()},
+        {"scope", hive.scope()},
+        {"settings", report.settings},
+        {"log", log ? Json{{"level", log->level}, {"file", log->file}, {"advice", advice}} : Json{{"advice", advice}}}};
     answer.text = Columns({{"name", Printable(name)},
                            {"version", versionText},
                            {"implementation", ImplementationWords(implementation)},
                            {"longest key name", std::to_string(longest) + " characters"},
                            {"module", provider->road().place()}}) +
-                  LogAdvice(log) + "\nsettings in force for " + hive.scope() + " keys, " +
-                  SettingsPlace(hive.handle()) + "\n" + Columns(report.settingRows, 2);
+                  advice + "\nsettings in force for " + hive.scope() + " keys, " + SettingsPlace(hive.handle()) + "\n" +
+                  Columns(report.settingRows, 2);
     return answer;
 }
 

@@ -37,6 +37,7 @@ static Answer Request(const Tool& tool, const RequestArguments& arguments)
     const RequestContent content = ContentOf(arguments);
     if (arguments.der && arguments.file.empty())
         throw UsageFailure("the DER form is binary: name a file with --out");
+    OutputFile output(arguments.file, "");
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.name);
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
@@ -48,7 +49,7 @@ static Answer Request(const Tool& tool, const RequestArguments& arguments)
     answer.object = {{"name", arguments.name}, {"key", Describe(publicKey)}, {"pem", pem}};
     answer.text = pem;
     if (!arguments.file.empty()) {
-        WriteWholeFile(arguments.file, arguments.der ? request : Bytes(pem.begin(), pem.end()));
+        output.Write(arguments.der ? request : Bytes(pem.begin(), pem.end()));
         answer.object["file"] = arguments.file;
         answer.text = "certificate request of '" + Printable(arguments.name) + "' (" + Describe(publicKey) +
                       ") written to " + arguments.file + "\n";

@@ -17,13 +17,16 @@ enum class SettingKind {
     StateText,
 };
 
+// When a host reads it.
+enum class ReadWhen { ProviderOpen, ModuleLoad, LogLine };
+
 struct Setting {
     const char* name;
     SettingKind kind;
-    DWORD limit;           // text: bytes with terminator, 0 for none
-    DWORD maximum;         // number
-    bool machineOnly;      // read from the machine hive alone
-    bool atLoad;           // read when a host loads the module, not when it opens the provider
+    DWORD limit;       // text: bytes with terminator, 0 for none
+    DWORD maximum;     // number
+    bool machineOnly;  // read from the machine hive alone
+    ReadWhen readWhen;
     const char* fallback;  // what counts while it is not set
     const char* summary;
 };

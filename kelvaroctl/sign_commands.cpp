@@ -74,6 +74,7 @@ static Answer Sign(const Tool& tool, const SignArguments& arguments)
 {
     const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
     const Bytes digest = InputDigest(arguments, algorithm);
+    OutputFile output(arguments.output, arguments.input);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);
     CheckKeyFits(algorithm, ParsePublicBlob(key.PublicBlob()), arguments.key);
@@ -89,7 +90,7 @@ static Answer Sign(const Tool& tool, const SignArguments& arguments)
                      {"signature", Base64(signature)}};
     answer.text = Base64(signature) + "\n";
     if (!arguments.output.empty()) {
-        WriteWholeFile(arguments.output, signature);
+        output.Write(signature);
         answer.object["file"] = arguments.output;
         answer.text = "signature of " + std::to_string(signature.size()) + " bytes (" + algorithm.name +
                       ") written to " + arguments.output + "\n";
@@ -97,17 +98,31 @@ static Answer Sign(const Tool& tool, const SignArguments& arguments)
     return answer;
 }
 
-// Puts a signature into the form that the vault takes. A reason when no signature of this key can look like that.
+// The signature as the vault takes it, from its plain form or from DER; empty when it is neither.
+static Bytes PlainForm(const SignArguments& arguments, const PublicKey& key, const Bytes& signature)
+{
+    if (!arguments.der && signature.size() == SignatureSize(key))
+        return signature;
+    Bytes plain;
+    return !key.isRsa && RawFromDerSignature(signature, key.curve->width, &plain) ? plain : Bytes();
+}
+
+// Puts a signature into the form that the vault takes; `sign` without --out writes Base64. A reason when no signature
+// of this key can look like that.
 static std::string BringIntoForm(const SignArguments& arguments, const PublicKey& key, Bytes* signature)
 {
-    if (arguments.der) {
-        const Bytes der = *signature;
-        return RawFromDerSignature(der, key.curve->width, signature) ? "" : "it is no signature in DER";
+    Bytes plain = PlainForm(arguments, key, *signature);
+    Bytes decoded;
+    if (plain.empty() && ParseBase64(std::string(signature->begin(), signature->end()), &decoded))
+        plain = PlainForm(arguments, key, decoded);
+    if (plain.empty() && arguments.der)
+        return "it is no signature in DER";
+    if (plain.empty()) {
+        return "it has " + std::to_string(signature->size()) + " bytes, and this key's have " +
+               std::to_string(SignatureSize(key)) + "; it is neither DER nor Base64 of one";
     }
-    if (signature->size() == SignatureSize(key))
-        return "";
-    return "it has " + std::to_string(signature->size()) + " bytes, and this key's have " +
-           std::to_string(SignatureSize(key));
+    *signature = std::move(plain);
+    return "";
 }
 
 static Answer Verify(const Tool& tool, const SignArguments& arguments)
@@ -156,7 +171,9 @@ void AddSignCommands(CLI::App& app, Tool& tool)
 
     CLI::App* const verify = app.add_subcommand("verify", "verify a file's signature; exit code 1 for a bad one");
     AddCommonOptions(*verify, *arguments);
-    verify->add_option("--signature", arguments->signature, "the signature")->required()->type_name("FILE");
+    verify->add_option("--signature", arguments->signature, "the signature, as it is, in DER or in Base64")
+        ->required()
+        ->type_name("FILE");
     verify->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Verify(tool, *arguments); }; });
 }
 

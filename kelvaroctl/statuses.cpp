@@ -74,6 +74,8 @@ constexpr MeaningRow kMeanings[] = {
     {Operation::CreateKey, 0x80090029, ExitCode::Usage, "the provider does not offer this algorithm"},
     {Operation::ImportKey, 0x80090005, ExitCode::Usage,
      "the key in the file is malformed, or the password is not its own"},
+    {Operation::ImportKey, 0x8009000F, ExitCode::Usage,
+     "the vault holds a key of this name, which an import never replaces: give another name"},
     {Operation::ImportKey, 0x80090027, ExitCode::Usage, "the provider does not accept the name or the password"},
     {Operation::ImportKey, 0x80090029, ExitCode::Usage, "the provider imports RSA keys of 2048 to 4096 bits alone"},
     {Operation::ImportKey, 0x8009002D, ExitCode::Usage,

@@ -1,6 +1,7 @@
 #include "kelvaroctl/terminal.h"
 
 #include <algorithm>
+#include <csignal>
 #include <iostream>
 
 #include "kelvaroctl/failure.h"
@@ -20,18 +21,37 @@ bool ErrorOutputIsTerminal()
 }
 
 namespace {
-// No echo while one of these lives; does nothing when standard input is no terminal.
+// What an interruption restores before it ends the program.
+HANDLE interruptedInput = nullptr;
+DWORD interruptedMode = 0;
+
+extern "C" void RestoreAndEnd(int signal)
+{
+    SetConsoleMode(interruptedInput, interruptedMode);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+// No echo while one of these lives; does nothing when standard input is no terminal. One at a time.
 class EchoOff {
   public:
     EchoOff() : input_(GetStdHandle(STD_INPUT_HANDLE)), terminal_(GetConsoleMode(input_, &mode_) != 0)
     {
-        if (terminal_)
-            SetConsoleMode(input_, mode_ & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+        if (!terminal_)
+            return;
+        interruptedInput = input_;
+        interruptedMode = mode_;
+        for (const int signal : kInterruptions)
+            std::signal(signal, RestoreAndEnd);
+        SetConsoleMode(input_, mode_ & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
     }
     ~EchoOff()
     {
-        if (terminal_)
-            SetConsoleMode(input_, mode_);
+        if (!terminal_)
+            return;
+        SetConsoleMode(input_, mode_);
+        for (const int signal : kInterruptions)
+            std::signal(signal, SIG_DFL);
     }
     EchoOff(const EchoOff&) = delete;
     EchoOff& operator=(const EchoOff&) = delete;
@@ -39,6 +59,8 @@ class EchoOff {
     bool terminal() const { return terminal_; }
 
   private:
+    static constexpr int kInterruptions[] = {SIGINT, SIGTERM};
+
     DWORD mode_ = 0;
     HANDLE input_;
     bool terminal_;

@@ -149,6 +149,24 @@ std::string Base64(const Bytes& bytes)
     return EncodeBase64(bytes, "+/", true);
 }
 
+bool ParseBase64(std::string_view text, Bytes* bytes)
+{
+    WideText wide;
+    for (const char ch : text) {
+        if (static_cast<unsigned char>(ch) >= 0x7F)
+            return false;
+        if (static_cast<unsigned char>(ch) > ' ')
+            wide += static_cast<WCHAR>(ch);
+    }
+    const DWORD length = static_cast<DWORD>(wide.size());
+    DWORD size = 0;
+    if (wide.empty() ||
+        !CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr))
+        return false;
+    bytes->resize(size);
+    return CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes->data(), &size, nullptr, nullptr);
+}
+
 std::string Base64Url(const Bytes& bytes)
 {
     return EncodeBase64(bytes, "-_", false);

@@ -29,7 +29,8 @@ std::string HexText(const Bytes& bytes);             // lower case
 std::string HexNumber(DWORD number);                 // 0x80090011
 bool ParseHex(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64(const Bytes& bytes);
-std::string Base64Url(const Bytes& bytes);  // without fill
+bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
+std::string Base64Url(const Bytes& bytes);              // without fill
 
 // Rows with their columns under each other, two blanks between; the last column as it is. Each row ends in a line feed.
 std::string Columns(const std::vector<std::vector<std::string>>& rows, size_t indent = 0);

@@ -6,9 +6,8 @@ namespace kelvaroctl {
 
 std::unique_ptr<Provider> Tool::OpenProvider() const
 {
-    SettingsHive(HKEY_LOCAL_MACHINE).Exists();
-    if (user)
-        SettingsHive(HKEY_CURRENT_USER).Exists();
+    // An ordinary user's keys need nothing of the machine's settings, which that user may not be able to read.
+    hive().Exists();
     if (via == "module")
         return std::make_unique<Provider>(LoadModule(modulePath), !user);
     if (!modulePath.empty())

@@ -33,7 +33,8 @@ class Tool {
 
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }
 
-    // Throws a configuration failure when settings are damaged: the module would quietly run without them.
+    // Throws a configuration failure when the settings of this scope are damaged: the module would quietly run without
+    // them.
     std::unique_ptr<Provider> OpenProvider() const;
 
     // Goes to standard error at once, or into the JSON answer.

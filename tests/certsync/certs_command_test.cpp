@@ -1,4 +1,5 @@
 // certs list, install, publish and sync, as an administrator runs them.
+#include <map>
 #include <thread>
 
 #include "tests/certsync/certs_fixture.h"
@@ -64,7 +65,14 @@ TEST_F(CertsCommandTest, SyncBringsWhatIsNewNow)
     EXPECT_EQ(20u, listed[0]["notAfter"].get<std::string>().size());
     EXPECT_NE(std::string::npos, MachineText("CertSync").find(listed[0]["thumbprint"].get<std::string>()));
 
+    const std::string record = MachineText("CertSync");
     EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("nothing new"));
+    EXPECT_EQ(record.size(), MachineText("CertSync").size());
+    // A list that was refused isn't one without news.
+    sim.Fault({{"path", "/certificates?"}, {"action", "status"}, {"status", 403}, {"times", -1}});
+    EXPECT_EQ("not_listed", CtlJson({"certs", "sync"}, 6)["error"]["code"]);
+    EXPECT_EQ(record.size(), MachineText("CertSync").size());
+    sim.Control("DELETE", "/faults");
     AddCertificate("later", "CN=later");
     EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("bound to 'later'"));
 }
@@ -122,6 +130,20 @@ TEST_F(CertsCommandTest, InstallBindsAndJudgesThePublicKey)
     EXPECT_EQ(0, forced.exit);
     EXPECT_NE(std::string::npos, forced.err.find("is not that of 'web'"));
     EXPECT_EQ(2u, List().size());
+
+    WriteFile("old.pem", Issue({{"key", "web"}, {"notBefore", 1577836800}, {"notAfter", 1580515200}})["pem"]);
+    const Ran expired = Ctl({"certs", "install", File("old.pem"), "--key", "web"});
+    EXPECT_NE(std::string::npos, expired.err.find("warning: the certificate expired on 2020-02-01")) << expired.err;
+    EXPECT_NE(std::string::npos, Out({"certs", "list"}).find("2020-02-01, expired"));
+    AddCertificate("gone");
+    WriteFile("gone.pem", Issue({{"key", "gone"}})["pem"]);
+    Out({"certs", "install", File("gone.pem"), "--key", "gone"});
+    Out({"keys", "delete", "gone", "--yes"});
+    const json checked = CtlJson({"certs", "list", "--check"}, 1)["certificates"];
+    std::map<std::string, int> found;
+    for (const json& certificate : checked)
+        found[certificate["vaultKey"]]++;
+    EXPECT_EQ((std::map<std::string, int>{{"matches", 2}, {"missing", 1}, {"other", 1}}), found) << checked;
 }
 
 TEST_F(CertsCommandTest, TheUsersStoreIsApart)
@@ -182,6 +204,8 @@ TEST_F(CertsCommandTest, PublishTellsWhatHappened)
     sim.ClearJournal();
     EXPECT_EQ("known", CtlJson({"certs", "publish", "web"})["outcome"]);
     EXPECT_FALSE(HasRequest("POST "));
+    EXPECT_EQ("published", CtlJson({"certs", "publish", "web", "--again"})["outcome"]);
+    EXPECT_FALSE(HasRequest("POST ")) << "the vault has it";
 
     const json large = Issue({{"key", "web"}, {"size", 5000}});
     AddCertificate("big");
@@ -189,6 +213,16 @@ TEST_F(CertsCommandTest, PublishTellsWhatHappened)
     Out({"certs", "install", File("big.pem"), "--key", "big", "--force"});
     const std::string message = CtlJson({"certs", "publish", "big"}, 5)["error"]["message"];
     EXPECT_NE(std::string::npos, message.find("5000 bytes")) << message;
+
+    // The module takes a certificate for published even when the merge is refused, and leaves the request pending.
+    AddCertificate("late");
+    const json late = Issue({{"key", "late"}});
+    WriteFile("late.pem", late["pem"]);
+    Out({"certs", "install", File("late.pem"), "--key", "late"});
+    sim.Fault({{"path", "/merge"}, {"action", "status"}, {"status", 403}});
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_EQ("not_published", CtlJson({"certs", "publish", "late"}, 6)["error"]["code"]);
+    EXPECT_EQ(std::string::npos, MachineText("CertSync").find(late["hash"].get<std::string>()));
 }
 
 }  // namespace

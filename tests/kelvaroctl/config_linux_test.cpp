@@ -24,7 +24,6 @@ TEST_F(ConfigHiveTest, ADamagedOneIsAnErrorAndIsLeftAlone)
         {"config", "import", File("import.reg")},
         {"provider", "show"},
         {"keys", "list"},
-        {"keys", "list", "--user"},
     };
     for (const auto& command : commands) {
         SCOPED_TRACE(command[0] + " " + command[1]);
@@ -33,6 +32,20 @@ TEST_F(ConfigHiveTest, ADamagedOneIsAnErrorAndIsLeftAlone)
         EXPECT_NE(std::string::npos, error["message"].get<std::string>().find(File(hive))) << error;
     }
     EXPECT_EQ(kDamaged, ReadFile(File(hive)));
+}
+
+TEST_F(ConfigHiveTest, AUserNeedsNothingOfTheMachines)
+{
+    sim.AddKey(Simulator::kVault, {{"name", "key"}, {"kty", "EC"}, {"crv", "P-256"}});
+    // A folder in its place can't be read by root either.
+    const std::string hive = File("root/registry/HKEY_LOCAL_MACHINE.reg");
+    std::filesystem::remove(hive);
+    std::filesystem::create_directory(hive);
+    EXPECT_EQ("ClientSecret of the user is protected\n",
+              Ctl({"config", "set", "ClientSecret", "--user"}, Simulator::kClientSecret).out);
+    EXPECT_EQ("key  -\n", Out({"keys", "list", "--user"}));
+    EXPECT_EQ("user", CtlJson({"provider", "show", "--user"})["scope"]);
+    EXPECT_EQ(3, Ctl({"keys", "list"}).exit);
 }
 
 TEST_F(ConfigHiveTest, WhereTheSecondCannotBeWrittenTheFirstIsNotEither)

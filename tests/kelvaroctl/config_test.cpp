@@ -86,6 +86,8 @@ TEST_F(ConfigTest, ValuesAtTheirLimits)
     EXPECT_EQ(0, Ctl({"config", "set", "KeyVault", "%G"}).exit);
     const json logFolder = CtlJson({"config", "set", "LogfilePath", "C:\\Kelvaro\xC3\xA9"});
     EXPECT_NE(std::string::npos, logFolder["warnings"][0].get<std::string>().find("folder does not exist"));
+    EXPECT_NE(std::string::npos, Out({"config", "set", "LogfilePath", "C:\\Kelvaro\xC3\xA9"}).find("the next line"));
+    EXPECT_NE(std::string::npos, Out({"config", "set", "EventLog", "Kelvaro"}).find("next starts"));
     const json settings = CtlJson({"config", "show"})["settings"];
     EXPECT_EQ(std::string(511, 'c'), settings["ClientCertID"]["value"]);
     EXPECT_FALSE(settings["ClientCertID"].contains("ignored"));

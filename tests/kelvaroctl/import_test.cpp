@@ -79,7 +79,7 @@ TEST_F(ImportCtlTest, KeysThatTheProviderRefuses)
     ExpectRefusal({Data("pkcs12-sha1-3des"), "--password-file", File("wrong")}, "NTE_INTERNAL_ERROR", "password");
     ExpectRefusal({Data("p256")}, "NTE_NOT_SUPPORTED", "2048 to 4096");
     ExpectRefusal({Data("rsa1024")}, "NTE_NOT_SUPPORTED", "2048 to 4096");
-    ExpectRefusal({Data("rsa2048"), "--name", "there"}, "NTE_EXISTS", "holds a key of this name");
+    ExpectRefusal({Data("rsa2048"), "--name", "there"}, "NTE_EXISTS", "give another name");
     EXPECT_EQ(1u, CtlJson({"keys", "list"})["keys"].size());
 }
 

@@ -23,8 +23,9 @@ class KeyLifecycleCtlTest : public CtlTest {
 
 TEST_F(KeyLifecycleCtlTest, CreatesPlainKeys)
 {
+    EXPECT_EQ("no keys\n", Out({"keys", "list"}));
     Create("plain", false);
-    const std::string out = Out({"keys", "create", "p521", "--alg", "ECDSA_P521"});
+    const std::string out = Out({"keys", "create", "p521", "--alg", "ecdsa_p521"});
     EXPECT_EQ(0u, out.rfind("'p521' is created: P-521, SHA-256 ", 0)) << out;
     EXPECT_EQ("RSA 2048", CtlJson({"keys", "create", "plain", "--alg", "RSA", "--overwrite"})["key"]);
     EXPECT_EQ(2u, Held("keys")[1]["versions"].size());

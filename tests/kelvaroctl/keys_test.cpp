@@ -178,7 +178,13 @@ TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
          "no signature"},
         {"no command", {}, nullptr, 2, "usage", "--help"},
         {"an unknown command", {"keys", "burn"}, nullptr, 2, "usage", "'burn'"},
-        {"an unknown option", {"keys", "list", "--all"}, nullptr, 2, "usage", "'--all'"},
+        {"an unknown option",
+         {"keys", "list", "--all"},
+         nullptr,
+         2,
+         "usage",
+         "'--all'; see kelvaroctl keys list --help"},
+        {"no such file", {"keys", "import", File("none")}, nullptr, 2, "usage", "none: No such file"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -196,7 +202,7 @@ TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
 {
     const Ran off = Ctl({"keys", "show", "nobody"});
     EXPECT_NE(std::string::npos, off.err.find("NTE_NOT_FOUND (0x80090011)"));
-    EXPECT_NE(std::string::npos, off.err.find("\nlogging is off: kelvaroctl config set LoggingLevel 4\n")) << off.err;
+    EXPECT_NE(std::string::npos, off.err.find("\nlogging is off: kelvaroctl config set LoggingLevel 10\n")) << off.err;
     // Once in a folder that is named, once in the default one.
     EXPECT_EQ(0, Ctl({"config", "set", "LoggingLevel", "4"}).exit);
     for (int round = 0; round < 2; ++round) {

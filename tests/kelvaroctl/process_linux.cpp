@@ -4,6 +4,7 @@
 #include <pty.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -56,6 +57,11 @@ pid_t Start(const std::string& program, const std::vector<std::string>& argument
     const std::vector<char*> argv = Pointers(texts);
     const pid_t pid = fork();
     if (pid == 0) {
+        // On a terminal of its own, whose interrupt key reaches it.
+        if (isatty(in)) {
+            setsid();
+            ioctl(in, TIOCSCTTY, 0);
+        }
         dup2(in, STDIN_FILENO);
         dup2(out, STDOUT_FILENO);
         dup2(err, STDERR_FILENO);

@@ -124,6 +124,10 @@ TEST_F(SignTest, WithoutAFileTheSignatureIsPrinted)
     const std::string printed = Out({"sign", "--key", "rsa", "--alg", "RS256", "--in", File("data")});
     EXPECT_EQ(answer["signature"].get<std::string>() + "\n", printed);
     EXPECT_EQ(345u, printed.size());
+    WriteFile("signature", printed);
+    EXPECT_EQ("good signature\n", Verify("rsa", "RS256").out);
+    ASSERT_EQ(0, Sign("P-521", "ES512", {"--der"}).exit);
+    EXPECT_EQ("good signature\n", Verify("P-521", "ES512").out);
 }
 
 TEST_F(SignTest, WhatCannotBeASignatureIsABadOne)
@@ -161,8 +165,31 @@ TEST_F(SignTest, WhatTheVaultWouldRefuseIsNotSentThere)
         EXPECT_EQ(2, ran.exit) << row.message;
         EXPECT_NE(std::string::npos, ran.err.find(row.message)) << ran.err;
     }
-    EXPECT_EQ(2, Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", File("missing")}).exit);
-    EXPECT_EQ(2, Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", File("data"), "--out", "/nowhere/s"}).exit);
+}
+
+TEST_F(SignTest, FilesAreTriedBeforeTheVaultIsAsked)
+{
+    const struct {
+        const char* in;
+        std::string out;
+        const char* message;
+    } rows[] = {
+        {"missing", File("signature"), "missing: No such file"},
+        {"data", "/nowhere/s", "cannot write /nowhere/s: No such file"},
+        {"data", File("data"), "one file"},
+    };
+    for (const auto& row : rows) {
+        const Ran ran = Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", File(row.in), "--out", row.out});
+        EXPECT_EQ(2, ran.exit);
+        EXPECT_NE(std::string::npos, ran.err.find(row.message)) << ran.err;
+    }
+    EXPECT_EQ(data, ReadFile(File("data")));
+    EXPECT_TRUE(sim.VaultRequests().empty());
+    // What a command that fails would have replaced is still there.
+    WriteFile("signature", "before");
+    sim.Fault({{"path", "/sign"}, {"action", "status"}, {"status", 403}});
+    EXPECT_EQ(6, Sign("rsa", "RS256").exit);
+    EXPECT_EQ("before", ReadFile(File("signature")));
 }
 
 }  // namespace

@@ -35,6 +35,15 @@ TEST_F(TerminalTest, ASecretIsNotEchoed)
     EXPECT_NE("", root.GetText(HKEY_CURRENT_USER, "ClientDPAPISecret"));
 }
 
+TEST_F(TerminalTest, AnInterruptedQuestionLeavesTheEchoOn)
+{
+    echoed = true;
+    const Ran ran = OnTerminal({"config", "set", "ClientSecret", "--user"}, "Client secret: ", "half a sec\x03");
+    EXPECT_EQ(-1, ran.exit) << "by the signal";
+    EXPECT_FALSE(echoed);
+    EXPECT_TRUE(echoAfter);
+}
+
 TEST_F(TerminalTest, ADeletionAsksFirst)
 {
     AddKey("p256");

@@ -11,6 +11,15 @@ TEST_F(ViaTest, TheModuleIsTheWayUnlessAnotherIsNamed)
 {
     EXPECT_EQ("module", CtlJson({"provider", "show"})["via"]);
     EXPECT_EQ("module", CtlJson({"provider", "show", "--via", "module"})["via"]);
+    // The tool of a build finds the module of that build.
+    EXPECT_EQ(0, RunProgram(KELVAROCTL_PATH, {"provider", "show"}, "").exit);
+}
+
+TEST_F(ViaTest, AnAnswerThatCannotBeWrittenIsAFailureWithAMessage)
+{
+    const Ran ran = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + " config show > /dev/full"}, "");
+    EXPECT_EQ(7, ran.exit);
+    EXPECT_NE(std::string::npos, ran.err.find("cannot write the answer")) << ran.err;
 }
 
 TEST_F(ViaTest, OtherWaysAreRefusedWithTheReason)

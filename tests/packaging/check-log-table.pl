@@ -13,6 +13,8 @@ KVCGetCerts rawURL nextlinkstr Found
 KVCGetKeys rawURL nextlinkstr Found
 AddKeyUsageProperty Failed to grab Semaphone - Result
 DeleteKeyObject Failed to grab Semaphone - Result
+DllMain DLL_PROCESS_ATTACH
+DllMain DLL_PROCESS_DETACH
 KVCDoKVRESTCall Keyname
 KVCDoKVRESTCall actionverb
 KVCGetKey KVCDoKVRESTCall SupressFailedReadError

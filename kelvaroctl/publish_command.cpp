@@ -1,0 +1,95 @@
+#include "kelvaroctl/publish_command.h"
+
+#include "kelvaroctl/certificate_record.h"
+#include "kelvaroctl/certificate_report.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+// The property that a host names to have the key's certificate published when the handle is released.
+constexpr WCHAR kCertificateProperty[] = TEXT("SmartCardKeyCertificate");
+
+struct PublishArguments {
+    std::string name;
+    bool again = false;
+};
+
+// The one that a release of the key would publish.
+StoredCertificate FindToPublish(const SettingsHive& hive, const std::string& key)
+{
+    bool tooLarge = false;
+    const auto found = CertificateToPublish(hive.isMachine(), key, &tooLarge);
+    if (found)
+        return *found;
+    throw Failure(ExitCode::NotFound, "no_certificate",
+                  tooLarge ? "the certificate of '" + key + "' has 5000 bytes or more, which the provider passes over"
+                           : "no certificate of the " + hive.scope() + " store is bound to '" + key +
+                                 "'; install one with kelvaroctl certs install");
+}
+
+// Has the module bring the certificate into the vault, unless it is there. Whether the module then took it to be there.
+bool Release(std::unique_ptr<Key> key, const SettingsHive& hive, const std::string& hash)
+{
+    key->Property(kCertificateProperty);
+    key.reset();
+    return Knows(ReadRecord(hive), hash);
+}
+
+// The module notes a certificate although the vault refused to merge it. Asked once more, it reads the vault's
+// certificate and compares: only the same one is noted then, for a request that was left pending keeps it from sending.
+bool PublishAndReadBack(const Provider& provider, const SettingsHive& hive, std::unique_ptr<Key> key,
+                        const std::string& hash)
+{
+    const std::string name = key->name();
+    ForgetHashes(hive, {hash});
+    if (!Release(std::move(key), hive, hash))
+        return false;
+    ForgetHashes(hive, {hash});
+    return Release(std::make_unique<Key>(provider, name), hive, hash);
+}
+
+Failure NotPublished(const std::string& name, const StoredCertificate& certificate, const std::string& record)
+{
+    Failure failure(ExitCode::Refused, "not_published",
+                    "the vault does not hold the certificate of '" + name +
+                        "' that is in the store: it refused it, or could not be reached; the log tells which. If a "
+                        "request is left pending there, delete it before the next attempt: az keyvault certificate "
+                        "pending delete");
+    failure.partial = {{"key", name}, {"certificate", CertificateObject(certificate, record)}};
+    return failure;
+}
+
+Answer Publish(const Tool& tool, const PublishArguments& arguments)
+{
+    const SettingsHive hive = tool.hive();
+    const auto provider = tool.OpenProvider();
+    auto key = std::make_unique<Key>(*provider, arguments.name);
+    const StoredCertificate certificate = FindToPublish(hive, arguments.name);
+    const bool known = !arguments.again && Knows(ReadRecord(hive), certificate.thumbprint);
+    if (!known && !PublishAndReadBack(*provider, hive, std::move(key), certificate.thumbprint))
+        throw NotPublished(arguments.name, certificate, ReadRecord(hive));
+    const std::string record = ReadRecord(hive);
+    Answer answer;
+    answer.object = {{"key", arguments.name},
+                     {"outcome", known ? "known" : "published"},
+                     {"certificate", CertificateObject(certificate, record)}};
+    answer.text = known ? "recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
+                        : "the vault holds it\n";
+    answer.text += Columns({CertificateRow(certificate, record)}, 2);
+    return answer;
+}
+
+}  // namespace
+
+void AddPublishCommand(CLI::App& certs, Tool& tool)
+{
+    const auto arguments = std::make_shared<PublishArguments>();
+    CLI::App* const publish =
+        certs.add_subcommand("publish", "bring a key's certificate from the store into the vault");
+    publish->add_option("NAME", arguments->name, "the key's name")->required();
+    publish->add_flag("--again", arguments->again, "compare with the vault, and send it if the vault holds another");
+    publish->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Publish(tool, *arguments); }; });
+}
+
+}  // namespace kelvaroctl

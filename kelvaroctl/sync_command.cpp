@@ -1,0 +1,139 @@
+#include "kelvaroctl/sync_command.h"
+
+#include <algorithm>
+
+#include "kelvaroctl/certificate_record.h"
+#include "kelvaroctl/certificate_report.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+// The vault is not expected to hold it.
+constexpr char kSyncKeyName[] = "kelvaroctl-certs-sync";
+constexpr char kStampValue[] = "FromKVLastSyncTime";
+
+// The module syncs on the first open of a machine key, whether or not there is such a key.
+void RunSync(const Tool& tool, const SettingsHive& hive)
+{
+    // Its own rule of once in twenty minutes is for hosts; an administrator means now.
+    hive.Remove(kStampValue);
+    const auto provider = tool.OpenProvider();
+    try {
+        const Key key(*provider, kSyncKeyName);
+    } catch (const Failure& failure) {
+        if (failure.status != NTE_NOT_FOUND)
+            throw;
+    }
+    if (!hive.Read(kStampValue))
+        throw ConfigurationFailure("the module did not start the sync, or could not note its time in the settings");
+}
+
+void CheckSyncIsOn(const Tool& tool, const SettingsHive& hive)
+{
+    if (tool.user)
+        throw UsageFailure("certificates of the vault come to the machine's store alone");
+    if (ReadSetting(hive, *FindSetting("CertificatesOrKeys")).number != 0)
+        throw ConfigurationFailure(
+            "CertificatesOrKeys is set to plain keys, and then the module brings no certificates: kelvaroctl config "
+            "set CertificatesOrKeys 0");
+}
+
+// Makes the module look at some certificates again; those that it doesn't bring back are noted again at the end.
+class Forgotten {
+  public:
+    Forgotten(const SettingsHive& hive, const std::vector<std::string>& hashes) : hive_(hive), hashes_(hashes)
+    {
+        if (!hashes_.empty())
+            ForgetHashes(hive_, hashes_);
+    }
+    ~Forgotten()
+    {
+        try {
+            if (!hashes_.empty())
+                RememberHashes(hive_, hashes_);
+        } catch (const Failure&) {
+            // They are looked at once more by a later run.
+        }
+    }
+    Forgotten(const Forgotten&) = delete;
+    Forgotten& operator=(const Forgotten&) = delete;
+
+  private:
+    const SettingsHive& hive_;
+    const std::vector<std::string>& hashes_;
+};
+
+// A run that brings nothing looks like one that was refused the vault's list, or one that a host's run forestalled. So
+// a certificate that is known is forgotten for another run, which must bring it back: the newest, then a few, since
+// some may have left the vault.
+bool VaultListsAny(const Tool& tool, const SettingsHive& hive)
+{
+    const std::vector<std::string> known = HashesOf(ReadRecord(hive));
+    for (const size_t count : {size_t{1}, size_t{20}}) {
+        const size_t taken = std::min(count, known.size());
+        const std::vector<std::string> asked(known.end() - static_cast<std::ptrdiff_t>(taken), known.end());
+        const Forgotten forgotten(hive, asked);
+        RunSync(tool, hive);
+        const std::string record = ReadRecord(hive);
+        const bool listed =
+            HashesOf(record).size() > known.size() ||
+            std::any_of(asked.begin(), asked.end(), [&](const std::string& hash) { return Knows(record, hash); });
+        if (listed)
+            return true;
+    }
+    return false;
+}
+
+bool IsAmong(const std::vector<StoredCertificate>& certificates, const StoredCertificate& wanted)
+{
+    return std::any_of(certificates.begin(), certificates.end(), [&](const StoredCertificate& certificate) {
+        return certificate.thumbprint == wanted.thumbprint && certificate.container == wanted.container &&
+               certificate.provider == wanted.provider;
+    });
+}
+
+Answer Sync(const Tool& tool)
+{
+    const SettingsHive hive = tool.hive();
+    CheckSyncIsOn(tool, hive);
+    const auto before = ReadPersonalStore(true);
+    const size_t knownBefore = HashesOf(ReadRecord(hive)).size();
+    RunSync(tool, hive);
+    const std::string record = ReadRecord(hive);
+    const size_t known = HashesOf(record).size();
+    const size_t recorded = known > knownBefore ? known - knownBefore : 0;
+    if (!recorded && !VaultListsAny(tool, hive)) {
+        throw Failure(ExitCode::Refused, "not_listed",
+                      "the vault refused to list its certificates, or could not be reached, or holds none: the account "
+                      "needs the certificate permissions list and get; at LoggingLevel 1 the log tells which");
+    }
+    Answer answer;
+    answer.object["added"] = Json::array();
+    std::vector<std::vector<std::string>> rows;
+    for (const StoredCertificate& certificate : ReadPersonalStore(true)) {
+        if (!certificate.IsBound() || IsAmong(before, certificate))
+            continue;
+        answer.object["added"].push_back(CertificateObject(certificate, record));
+        rows.push_back(CertificateRow(certificate, record));
+    }
+    answer.object["recorded"] = recorded;
+    answer.text = rows.empty() ? "nothing new for this machine\n"
+                               : std::to_string(rows.size()) + " added to the machine's store\n" + Columns(rows, 2);
+    if (recorded > rows.size())
+        answer.text += std::to_string(recorded - rows.size()) +
+                       " seen for the first time but not added: here already, or of keys that have no certificate of "
+                       "their own yet\n";
+    return answer;
+}
+
+}  // namespace
+
+void AddSyncCommand(CLI::App& certs, Tool& tool)
+{
+    CLI::App* const sync =
+        certs.add_subcommand("sync", "bring the vault's new certificates into the machine's store, now");
+    sync->callback([&tool] { tool.action = [&tool] { return Sync(tool); }; });
+}
+
+}  // namespace kelvaroctl
