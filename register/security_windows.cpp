@@ -51,6 +51,21 @@ class Sid {
 };
 }  // namespace
 
+// Groups that ordinary users are in.
+static constexpr std::initializer_list<const WCHAR*> kOrdinary = {
+    TEXT("S-1-1-0"),       // Everyone
+    TEXT("S-1-2-0"),       // local accounts
+    TEXT("S-1-5-2"),       // network
+    TEXT("S-1-5-3"),       // batch
+    TEXT("S-1-5-4"),       // interactive
+    TEXT("S-1-5-7"),       // anonymous
+    TEXT("S-1-5-11"),      // authenticated users
+    TEXT("S-1-5-32-545"),  // Users
+    TEXT("S-1-5-32-546"),  // Guests
+    TEXT("S-1-5-32-547"),  // Power Users
+    TEXT("S-1-15-2-1"),    // all application packages
+};
+
 static bool IsOneOf(PSID sid, std::initializer_list<const WCHAR*> texts)
 {
     for (const WCHAR* const text : texts) {
@@ -112,9 +127,7 @@ bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const
         if (allowed->Header.AceType != ACCESS_ALLOWED_ACE_TYPE ||
             !(allowed->Mask & (rights | GENERIC_ALL | GENERIC_READ)))
             continue;
-        // Everyone, the signed-in, those at the machine, Users, applications from the store.
-        if (IsOneOf(&allowed->SidStart,
-                    {TEXT("S-1-1-0"), TEXT("S-1-5-11"), TEXT("S-1-5-4"), TEXT("S-1-5-32-545"), TEXT("S-1-15-2-1")}))
+        if (IsOneOf(&allowed->SidStart, kOrdinary))
             return true;
     }
     return false;
