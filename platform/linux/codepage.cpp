@@ -30,6 +30,15 @@ template <typename Unit>
 size_t AsciiRun(std::basic_string_view<Unit> text)
 {
     size_t count = 0;
+    // Eight bytes at a time first.
+    constexpr size_t kStep = sizeof(uint64_t) / sizeof(Unit);
+    constexpr uint64_t kNotAscii = sizeof(Unit) == 1 ? 0x8080808080808080 : 0xFF80FF80FF80FF80;
+    uint64_t units = 0;
+    for (; text.size() - count >= kStep; count += kStep) {
+        memcpy(&units, text.data() + count, sizeof units);
+        if ((units & kNotAscii) != 0)
+            break;
+    }
     while (count < text.size() && static_cast<std::make_unsigned_t<Unit>>(text[count]) < 0x80)
         count++;
     return count;

@@ -81,34 +81,51 @@ unsigned ValueOf(char16_t c)
 }
 
 // The 24 bits of four characters, or more when one of them has none.
-unsigned QuantumOf(const char16_t* c)
+inline unsigned QuantumOf(const char16_t* c)
 {
     if ((c[0] | c[1] | c[2] | c[3]) >= 0x80)
         return kNone;
     return kValues.of[0][c[0]] | kValues.of[1][c[1]] | kValues.of[2][c[2]] | kValues.of[3][c[3]];
 }
 
+// Calls put(bits) for each quantum at the front that holds neither white space nor padding; the number of them.
+template <class Put>
+size_t ForEachPlainQuantum(std::u16string_view text, Put put)
+{
+    const size_t count = text.size() / 4;
+    for (size_t i = 0; i < count; i++) {
+        const unsigned bits = QuantumOf(text.data() + 4 * i);
+        if (bits >= kNone)
+            return i;
+        put(bits);
+    }
+    return count;
+}
+
 // Decodes the quanta at the front that hold neither white space nor padding.
 void TakePlainQuanta(std::u16string_view* text, Sink* sink)
 {
-    const char16_t* c = text->data();
-    const char16_t* const end = c + text->size() / 4 * 4;
-    if (sink->data == nullptr || sink->room < sink->size + text->size() / 4 * 3) {
-        for (unsigned bits = 0; c != end && (bits = QuantumOf(c)) < kNone; c += 4) {
-            sink->Put(bits >> 16);
-            sink->Put(bits >> 8);
-            sink->Put(bits);
-        }
-    } else {
+    size_t count = 0;
+    if (sink->data == nullptr) {
+        count = ForEachPlainQuantum(*text, [](unsigned) {});
+        sink->size += 3 * count;
+    } else if (sink->size + text->size() / 4 * 3 <= sink->room) {
         BYTE* out = sink->data + sink->size;
-        for (unsigned bits = 0; c != end && (bits = QuantumOf(c)) < kNone; c += 4, out += 3) {
+        count = ForEachPlainQuantum(*text, [&out](unsigned bits) {
             out[0] = static_cast<BYTE>(bits >> 16);
             out[1] = static_cast<BYTE>(bits >> 8);
             out[2] = static_cast<BYTE>(bits);
-        }
-        sink->size = static_cast<size_t>(out - sink->data);
+            out += 3;
+        });
+        sink->size += 3 * count;
+    } else {
+        count = ForEachPlainQuantum(*text, [sink](unsigned bits) {
+            sink->Put(bits >> 16);
+            sink->Put(bits >> 8);
+            sink->Put(bits);
+        });
     }
-    text->remove_prefix(static_cast<size_t>(c - text->data()));
+    text->remove_prefix(4 * count);
 }
 
 // Whole quanta only: padding is required, and nothing but white space may follow it.
