@@ -8,8 +8,8 @@ def n($digits): . * pow(10; $digits) | round / pow(10; $digits);
     ["signature against the wire, \($key), 95th percentile", ($signature[$name].p95 | n(3)), ""],
     ["signature against the wire with sessions, \($key), median", ($signature[$name + "_sessions"].median | n(3)), "<= 1.03"],
     ["signature against the wire with sessions, \($key), 95th percentile", ($signature[$name + "_sessions"].p95 | n(3)), ""]),
-  ["own instructions, log closed", (.own_work_of_a_signature.log_closed.instructions | n(0)), "< 150000"],
-  ["own allocations, log closed", .own_work_of_a_signature.log_closed.allocations, "<= 60"],
+  ["own instructions, log closed", (.own_work_of_a_signature.log_closed.instructions | n(0)), "<= 80000"],
+  ["own allocations, log closed", .own_work_of_a_signature.log_closed.allocations, "<= 30"],
   ["own instructions, log at level 10", (.own_work_of_a_signature.log_at_level_10.instructions | n(0)), ""],
   ["own allocations, log at level 10", .own_work_of_a_signature.log_at_level_10.allocations, ""],
   (.threads.multiple_of_one_thread | to_entries | sort_by(.key | tonumber)[] |

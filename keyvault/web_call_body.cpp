@@ -8,8 +8,8 @@
 
 namespace {
 
-// Most answers fit in the first block.
-constexpr size_t kFirstBlock = 8192;
+// The answers of signatures and sign-ins fit in the first block.
+constexpr size_t kFirstBlock = 2048;
 
 // A zero-terminated text of bytes that grows. Outgrown blocks are wiped: an answer may hold a token or plain text.
 class GrowingBytes {

@@ -31,7 +31,7 @@ BldStr* BldStrNewStr(const WCHAR* text)
 {
     const TextView view = View(text);
     BldStrPtr str(text && view.size() <= kMaxChars ? BldStrNew(static_cast<DWORD>(view.size())) : nullptr);
-    if (!str || !BldStrCat(str.get(), text)) {
+    if (!str || !BldStrCatView(str.get(), view)) {
         LogLine(TEXT("BldStrNewStr NULL str"), LOG_ERROR_LEVEL);
         return nullptr;
     }
@@ -85,20 +85,24 @@ static bool Grow(BldStr* str, size_t chars)
     return true;
 }
 
-int BldStrCat(BldStr* str, const WCHAR* add)
+int BldStrCatView(BldStr* str, TextView add)
 {
-    if (!str || !str->cStr || !add) {
+    if (!str || !str->cStr) {
         LogLine(TEXT("BldStrFree BldStrCat pstr or stradd NULL"), LOG_WARNING_LEVEL);
         return 0;
     }
-    const TextView view(add);
-    const size_t length = str->length + view.size();
+    const size_t length = str->length + add.size();
     if ((length > kMaxChars || BytesFor(length) > str->capacity) && !Grow(str, length))
         return 0;
-    view.copy(str->cStr + str->length, view.size());
+    add.copy(str->cStr + str->length, add.size());
     str->cStr[length] = 0;
     str->length = static_cast<DWORD>(length);
     return 1;
+}
+
+int BldStrCat(BldStr* str, const WCHAR* add)
+{
+    return BldStrCatView(add ? str : nullptr, View(add));
 }
 
 int BldStrReplace(BldStr* str, const WCHAR* text)

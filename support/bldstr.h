@@ -1,6 +1,8 @@
 // The counted, growing wide string in which all text is built.
 #pragma once
 
+#include <string_view>
+
 #include "platform/platform.h"
 
 // After every operation cStr[length] is 0 and 2 * (length + 1) does not exceed capacity. A record whose cStr could not
@@ -13,10 +15,11 @@ struct BldStr {
 };
 
 // The caller owns what is returned and frees it with BldStrFree. All but BldStrNew log their failures.
-BldStr* BldStrNew(DWORD chars);                     // empty, with room for `chars` characters; NULL: no memory
-BldStr* BldStrNewStr(const WCHAR* text);            // a copy; NULL: no memory or a NULL text
-BldStr* BldStrNewStrFromAscii(const char* text);    // a copy of a byte text in the default code page; NULL likewise
-int BldStrCat(BldStr* str, const WCHAR* add);       // 1 with the text appended, 0 with the string unchanged
+BldStr* BldStrNew(DWORD chars);                   // empty, with room for `chars` characters; NULL: no memory
+BldStr* BldStrNewStr(const WCHAR* text);          // a copy; NULL: no memory or a NULL text
+BldStr* BldStrNewStrFromAscii(const char* text);  // a copy of a byte text in the default code page; NULL likewise
+int BldStrCat(BldStr* str, const WCHAR* add);     // 1 with the text appended, 0 with the string unchanged
+int BldStrCatView(BldStr* str, std::basic_string_view<WCHAR> add);  // the same; `add` is no part of the string
 int BldStrReplace(BldStr* str, const WCHAR* text);  // 1 with the text replaced, 0 with the string unchanged
 void BldStrRemove(BldStr* str, WCHAR ch);           // drops every occurrence, in place
 void BldStrFree(BldStr* str);                       // releases text and record; NULL does nothing

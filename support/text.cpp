@@ -4,9 +4,24 @@
 
 #include <algorithm>
 
+// Four characters a turn: tokens and answers have thousands.
+static size_t LengthOf(const WCHAR* text)
+{
+    for (size_t length = 0;; length += 4) {
+        if (!text[length])
+            return length;
+        if (!text[length + 1])
+            return length + 1;
+        if (!text[length + 2])
+            return length + 2;
+        if (!text[length + 3])
+            return length + 3;
+    }
+}
+
 TextView View(const WCHAR* text)
 {
-    return text ? TextView(text) : TextView();
+    return text ? TextView(text, LengthOf(text)) : TextView();
 }
 
 bool TextEqual(const WCHAR* left, const WCHAR* right)
