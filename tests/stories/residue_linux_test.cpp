@@ -218,7 +218,8 @@ class ResidueTest : public testing::Test {
         char escape[7];
         std::snprintf(escape, sizeof(escape), "\\u%04x", value[500]);
         value.replace(500, 1, escape);
-        Answer("/decrypt?", "{\"value\":\"" + value + "\"}");
+        // Long enough that the buffer of the body has to grow while it holds the value.
+        Answer("/decrypt?", "{\"value\":\"" + value + "\",\"padding\":\"" + std::string(20000, 'x') + "\"}");
     }
     // The service never answers like this.
     void WriteWholeKey(Needles* needles)
