@@ -242,6 +242,10 @@ class ResidueTest : public testing::Test {
     // Tokens and Arc secrets, as the services saw them.
     void AddWhatWentOut(Needles* needles)
     {
+        std::ifstream key(root.directory() + "/root/dpapi/master.key", std::ios::binary);
+        const std::string bytes(std::istreambuf_iterator<char>(key), {});
+        if (!bytes.empty())
+            needles->AddBytes("master-key", bytes);
         for (const auto& request : sim.Journal()) {
             for (const std::string header : request["headers"]) {
                 tokens += AddHeader("Authorization: Bearer ", header, "token", needles);
