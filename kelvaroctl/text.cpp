@@ -31,12 +31,6 @@ std::string ToNarrow(WideView text)
     return narrow;
 }
 
-bool EqualIgnoringCase(WideView first, WideView second)
-{
-    return CompareStringOrdinal(first.data(), static_cast<int>(first.size()), second.data(),
-                                static_cast<int>(second.size()), TRUE) == CSTR_EQUAL;
-}
-
 static char LowerAscii(char ch)
 {
     return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;

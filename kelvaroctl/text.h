@@ -19,8 +19,7 @@ WideText ToWide(std::string_view text);
 // Lone surrogates become U+FFFD.
 std::string ToNarrow(WideView text);
 
-bool EqualIgnoringCase(WideView first, WideView second);
-bool EqualIgnoringCase(std::string_view first, std::string_view second);  // ASCII letters only
+bool EqualIgnoringCase(std::string_view first, std::string_view second);  // of ASCII letters
 
 // For a terminal: control characters are written as \xNN, so that a name from the vault cannot move the cursor.
 std::string Printable(std::string_view text);

@@ -117,23 +117,3 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int so
         return FailConversion(ERROR_INVALID_FLAGS);
     return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), false, output, outputSize);
 }
-
-int WINAPI CompareStringOrdinal(LPCWCH first, int firstLength, LPCWCH second, int secondLength, BOOL ignoreCase)
-{
-    if (first == nullptr || second == nullptr || firstLength < -1 || secondLength < -1)
-        return FailConversion(ERROR_INVALID_PARAMETER);
-    const auto view = [](LPCWCH text, int length) {
-        return length < 0 ? std::u16string_view(text) : std::u16string_view(text, static_cast<size_t>(length));
-    };
-    const std::u16string_view a = view(first, firstLength);
-    const std::u16string_view b = view(second, secondLength);
-    for (size_t i = 0; i < a.size() && i < b.size(); i++) {
-        const char16_t left = ignoreCase != FALSE ? UpperCase(a[i]) : a[i];
-        const char16_t right = ignoreCase != FALSE ? UpperCase(b[i]) : b[i];
-        if (left != right)
-            return left < right ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
-    }
-    if (a.size() == b.size())
-        return CSTR_EQUAL;
-    return a.size() < b.size() ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
-}

@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -113,11 +112,6 @@ BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWO
 HANDLE WINAPI GetCurrentProcess()
 {
     return INVALID_HANDLE_VALUE;
-}
-
-DWORD WINAPI GetCurrentThreadId()
-{
-    return static_cast<DWORD>(syscall(SYS_gettid));
 }
 
 DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size)

@@ -119,7 +119,6 @@ enum COMPUTER_NAME_FORMAT {
 BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size);
 
 HANDLE WINAPI GetCurrentProcess();
-DWORD WINAPI GetCurrentThreadId();
 // The path of the process's program: its length without terminator, or 0.
 DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size);
 
@@ -142,16 +141,6 @@ int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sou
                                int outputSize);
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR output,
                                int outputSize, LPCCH defaultChar, LPBOOL usedDefaultChar);
-
-// ---- comparison ----
-
-constexpr int CSTR_LESS_THAN = 1;
-constexpr int CSTR_EQUAL = 2;
-constexpr int CSTR_GREATER_THAN = 3;
-
-// By code unit, or by the upper-case form of each when ignoreCase is set. A length of -1: zero-terminated. 0 on
-// failure.
-int WINAPI CompareStringOrdinal(LPCWCH first, int firstLength, LPCWCH second, int secondLength, BOOL ignoreCase);
 
 // ---- module entry ----
 

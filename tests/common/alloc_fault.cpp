@@ -3,8 +3,6 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/platform.h"
-
 namespace {
 struct Plan {
     bool failAllAfter = false;
@@ -14,12 +12,12 @@ struct Plan {
 Plan plan;
 // The thread to which the plan belongs; 0: none. No thread_local, whose storage the Windows compiler's runtime
 // allocates.
-std::atomic<DWORD> planThread{0};
+std::atomic<unsigned long> planThread{0};
 }  // namespace
 
 bool AllocFaultDue()
 {
-    if (planThread != GetCurrentThreadId())
+    if (planThread != CurrentThread())
         return false;
     const size_t index = plan.seen++;
     return index == plan.failAt || (plan.failAllAfter && index > plan.failAt);
@@ -28,7 +26,7 @@ bool AllocFaultDue()
 AllocFault::AllocFault(size_t failAt, bool failAllAfter)
 {
     plan = Plan{failAllAfter, failAt, 0};
-    planThread = GetCurrentThreadId();
+    planThread = CurrentThread();
 }
 
 AllocFault::~AllocFault()
@@ -36,7 +34,7 @@ AllocFault::~AllocFault()
     planThread = 0;
 }
 
-AllocFaultPause::AllocFaultPause() : paused_(planThread == GetCurrentThreadId())
+AllocFaultPause::AllocFaultPause() : paused_(planThread == CurrentThread())
 {
     if (paused_)
         planThread = 0;
@@ -45,7 +43,7 @@ AllocFaultPause::AllocFaultPause() : paused_(planThread == GetCurrentThreadId())
 AllocFaultPause::~AllocFaultPause()
 {
     if (paused_)
-        planThread = GetCurrentThreadId();
+        planThread = CurrentThread();
 }
 
 size_t AllocFault::Seen() const

@@ -30,3 +30,6 @@ class AllocFaultPause {
 
 // For the wrappers: counts one allocation and tells whether it is to fail.
 bool AllocFaultDue();
+
+// The calling thread's number, never 0. Allocates nothing. One body for each system.
+unsigned long CurrentThread();

@@ -25,6 +25,11 @@ static LPVOID WINAPI FaultyHeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
 HeapAllocFn wrapHeapAlloc = FaultyHeapAlloc;
 }
 
+unsigned long CurrentThread()
+{
+    return GetCurrentThreadId();
+}
+
 void* operator new(size_t size)
 {
     void* block = __real_malloc(size ? size : 1);

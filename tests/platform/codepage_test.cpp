@@ -102,14 +102,3 @@ TEST(CodePage, BadArgumentsAreRefused)
     EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_ACP, 0, u"a", 1, narrow, 4, "?", nullptr) != 0), parameter);
     EXPECT_EQ(ErrorOf(WideCharToMultiByte(CP_UTF8, 0, u"a", 1, narrow, 4, nullptr, &used) != 0), parameter);
 }
-
-TEST(CodePage, OrdinalComparison)
-{
-    EXPECT_EQ(CompareStringOrdinal(u"sha256", -1, u"SHA256", -1, TRUE), CSTR_EQUAL);
-    EXPECT_EQ(CompareStringOrdinal(u"sha256", -1, u"SHA256", -1, FALSE), CSTR_GREATER_THAN);
-    EXPECT_EQ(CompareStringOrdinal(u"\u00E4\u03C9\u044F", -1, u"\u00C4\u03A9\u042F", -1, TRUE), CSTR_EQUAL);
-    EXPECT_EQ(CompareStringOrdinal(u"\u00DF", -1, u"ss", -1, TRUE), CSTR_GREATER_THAN);
-    EXPECT_EQ(CompareStringOrdinal(u"abc", 2, u"abd", 2, FALSE), CSTR_EQUAL);
-    EXPECT_EQ(CompareStringOrdinal(u"ab", -1, u"abc", -1, FALSE), CSTR_LESS_THAN);
-    EXPECT_EQ(CompareStringOrdinal(nullptr, -1, u"a", -1, FALSE), 0);
-}

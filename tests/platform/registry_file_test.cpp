@@ -39,6 +39,10 @@ TEST(RegistryFile, ATextThatAHiveCannotHoldIsDamaged)
 
 TEST(RegistryFile, KeysAndValuesAreMergedWithoutRegardToCase)
 {
+    EXPECT_EQ(
+        Rewritten(kHead +
+                  "\"\u00E4\u03C9\u044F\"=dword:1\n\"\u00C4\u03A9\u042F\"=dword:2\n\"\u00DF\"=\"\"\n\"ss\"=\"\"\n"),
+        kHead + "\"\u00C4\u03A9\u042F\"=dword:00000002\n\"\u00DF\"=\"\"\n\"ss\"=\"\"\n");
     EXPECT_EQ(Rewritten(kHead + "\"x\"=dword:1\n\"X\"=dword:2\n[hkey_local_machine\\SOFTWARE\\k]\n; y\n\"y\"=\"\""),
               kHead + "\"X\"=dword:00000002\n; y\n\"y\"=\"\"\n");
 }
