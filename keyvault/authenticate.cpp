@@ -18,8 +18,12 @@ KVCLogOnResult SignIn(KVCClient* client, Token* token)
     KVCLogOnResult result = KVCLogOnResult::Refused;
     if ((client->authn & KVC_AUTHN_CLIENT_CREDENTIALS) != 0)
         result = SignInWithClientCredentials(client, token);
-    if (result != KVCLogOnResult::Ready && (client->authn & KVC_AUTHN_MANAGED_IDENTITY) != 0)
-        result = SignInWithManagedIdentity(client, token);
+    if (result != KVCLogOnResult::Ready && (client->authn & KVC_AUTHN_MANAGED_IDENTITY) != 0) {
+        const KVCLogOnResult second = SignInWithManagedIdentity(client, token);
+        // A token that the first method was granted and couldn't keep isn't a refusal.
+        if (second == KVCLogOnResult::Ready || result == KVCLogOnResult::Refused)
+            result = second;
+    }
     return result;
 }
 

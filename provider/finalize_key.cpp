@@ -20,8 +20,11 @@ SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
     const KVCCall call(key.kvc ? KVCBeginCall(key.kvc) : nullptr);
     if (key.kvc && (!call || !KVCTakeHeldToken(call.get())))
         return NTE_NO_MEMORY;
-    if (call && !call->accessToken && !KVCAuthenticate(call.get()))
-        return NTE_FAIL;
+    if (call && !call->accessToken) {
+        const KVCLogOnResult result = KVCLogOn(call.get());
+        if (result != KVCLogOnResult::Ready)
+            return result == KVCLogOnResult::NoMemory ? NTE_NO_MEMORY : NTE_FAIL;
+    }
     // A length that was refused goes to the vault all the same.
     if (!KVCCreateKey(call.get(), key.pszKeyName, key.pszAlgName, static_cast<LONG>(key.dwBitLength), kvk,
                       key.dwExportPolicy))

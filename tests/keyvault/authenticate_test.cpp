@@ -231,6 +231,9 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
     SetLogging(0);
     Identity identity;
     identity.vault = "%G";
+    // The second method is refused, whatever became of the first.
+    identity.authn = KVC_AUTHN_CLIENT_CREDENTIALS | KVC_AUTHN_MANAGED_IDENTITY;
+    Answer("/metadata", 400, "refused", -1);
     sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "standard"}});
     ClientPtr kvc = NewClient(identity);
     KVCLogOnResult result = KVCLogOnResult::Refused;

@@ -268,6 +268,24 @@ TEST_F(KeyLifecycleTest, EveryAllocationOfAFinalizationMayFail)
         EXPECT_TRUE(failAt > 0 || status == NTE_NO_MEMORY) << "the call record comes first";
     });
     EXPECT_GT(failures, 10u);
+
+    // By a client that has to sign in first, a token that was granted and lost is no failure of the vault.
+    KVCClient* const client = Record(key)->kvc;
+    const auto signInAndFinalize = [&] {
+        BldStrWipeFree(client->accessToken);
+        client->accessToken = nullptr;
+        client->tokenExpiry = 0;
+        return finalize();
+    };
+    size_t lost = 0;
+    FailEach(signInAndFinalize, [&](SECURITY_STATUS status, size_t failAt) {
+        if (root.WholeLog().find("KVCAuthenticate Out of memory") != std::string::npos) {
+            lost++;
+            EXPECT_EQ(Hex(NTE_NO_MEMORY), Hex(status)) << "allocation " << failAt;
+        }
+        root.ClearLog();
+    });
+    EXPECT_GT(lost, 0u);
     EXPECT_EQ(kDone, Free(key));
 }
 
