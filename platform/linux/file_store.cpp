@@ -56,7 +56,7 @@ void TakeOverAccess(int file, const std::string& path)
 LONG WriteTemporary(const std::string& path, const std::string& replaced, std::string_view content)
 {
     // A leftover of a crash is written over: the lock makes the name ours.
-    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+    FileDescriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode));
     if (!file.IsOpen())
         return LastErrno();
     TakeOverAccess(file.Get(), replaced);

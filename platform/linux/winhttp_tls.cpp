@@ -39,7 +39,7 @@ TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_
     curl_share_setopt(sessions_, CURLSHOPT_UNLOCKFUNC, &Unlock);
     curl_share_setopt(sessions_, CURLSHOPT_USERDATA, this);
     curl_share_setopt(sessions_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    if (X509_STORE_load_file(roots_, path) != 1) {
+    if (path == nullptr || X509_STORE_load_file(roots_, path) != 1) {
         X509_STORE_free(roots_);
         roots_ = nullptr;
     }
@@ -71,12 +71,12 @@ std::shared_ptr<const TlsShare> AcquireTlsShare()
 
     const std::lock_guard<std::mutex> guard(cache.lock);
     struct stat now = {};
-    if (stat(path, &now) != 0)
-        now = {};
+    // A FIFO would block its reader, and everybody who waits for the lock.
+    const bool regular = stat(path, &now) == 0 && S_ISREG(now.st_mode);
     if (cache.share && cache.path == path && SameFile(cache.file, now))
         return cache.share;
     cache.share.reset();
-    auto share = std::make_shared<const TlsShare>(path);
+    auto share = std::make_shared<const TlsShare>(regular ? path : nullptr);
     // What failed may succeed next time without a change of the file.
     if (share->roots() == nullptr)
         return share;

@@ -22,6 +22,10 @@ TEST(FileStore, AFailedRewriteLeavesTheOldFile)
     EXPECT_NE(ReplaceFile(path, "new"), ERROR_SUCCESS);
     EXPECT_EQ(ReadFileText(path), "old");
     std::filesystem::remove_all(path + ".new");
+    // A FIFO there would block its writer.
+    ASSERT_EQ(mkfifo((path + ".new").c_str(), 0600), 0);
+    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_BAD_FILE_TYPE);
+    EXPECT_EQ(ReadFileText(path), "old");
 
     // What a crash left behind is no hindrance and no source.
     WriteFileText(path + ".new", "half a fi");

@@ -119,6 +119,11 @@ TEST_F(WinHttpTls, ReadsChangedRootsAgain)
     EXPECT_NE(Outcome(Perform({"kv.test", 443})), "200");
     setrlimit(RLIMIT_NOFILE, &descriptors);
     EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+
+    // A FIFO without a writer isn't waited for.
+    unlink(roots_.c_str());
+    ASSERT_EQ(mkfifo(roots_.c_str(), 0600), 0);
+    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
 }
 
 TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
