@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "provider/import_name.h"
+#include "provider/private_blob.h"
 #include "support/text.h"
 
 namespace {

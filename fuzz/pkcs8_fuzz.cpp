@@ -7,6 +7,7 @@
 #include "provider/pkcs8_decryption.h"
 #include "provider/pkcs8_scheme.h"
 #include "provider/pkcs8_usage.h"
+#include "provider/private_blob.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "keyvault/json.h"
+#include "keyvault/key_algorithms.h"
 #include "support/base64.h"
 #include "support/bldstr.h"
 #include "support/codepage.h"
@@ -12,37 +13,6 @@
 #include "support/text.h"
 
 namespace {
-
-struct CurveRow {
-    const WCHAR* number;
-    const WCHAR* crv;
-    const WCHAR* ecdsa;
-    const WCHAR* ecdh;
-};
-constexpr CurveRow kCurves[] = {
-    {TEXT("256"), TEXT("P-256"), BCRYPT_ECDSA_P256_ALGORITHM, BCRYPT_ECDH_P256_ALGORITHM},
-    {TEXT("384"), TEXT("P-384"), BCRYPT_ECDSA_P384_ALGORITHM, BCRYPT_ECDH_P384_ALGORITHM},
-    {TEXT("521"), TEXT("P-521"), BCRYPT_ECDSA_P521_ALGORITHM, BCRYPT_ECDH_P521_ALGORITHM},
-};
-
-// NULL when no row's number stands in `crv`.
-const CurveRow* CurveHoldingNumber(const WCHAR* crv)
-{
-    for (const CurveRow& row : kCurves) {
-        if (TextContains(crv, row.number))
-            return &row;
-    }
-    return nullptr;
-}
-
-const CurveRow* CurveNamed(const WCHAR* crv)
-{
-    for (const CurveRow& row : kCurves) {
-        if (TextEqual(crv, row.crv))
-            return &row;
-    }
-    return nullptr;
-}
 
 WCHAR* MemberText(json_object* object, const char* name)
 {
@@ -127,14 +97,14 @@ void AlgIDFromTag(KVKey* theKey, const char* tag)
     const MallocPtr<WCHAR> text(BytesStrToWStr(tag));
     TextCopy(theKey->AlgID, kAlgIDChars, View(text.get()));
     const bool isECDH = TextContains(theKey->AlgID, TEXT("ECDH"));
-    if (const CurveRow* curve = CurveHoldingNumber(theKey->crv))
+    if (const Curve* curve = CurveInText(theKey->crv))
         TextCopy(theKey->AlgID, kAlgIDChars, isECDH ? curve->ecdh : curve->ecdsa);
 }
 
 void AlgIDFromOperations(KVKey* theKey)
 {
     const bool signs = TextContains(theKey->key_ops, TEXT("sign"));
-    if (const CurveRow* curve = signs ? CurveHoldingNumber(theKey->crv) : CurveNamed(theKey->crv))
+    if (const Curve* curve = signs ? CurveInText(theKey->crv) : CurveNamed(theKey->crv))
         TextCopy(theKey->AlgID, kAlgIDChars, signs ? curve->ecdsa : curve->ecdh);
 }
 

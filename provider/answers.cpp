@@ -2,14 +2,16 @@
 
 #include <string.h>
 
-SECURITY_STATUS AnswerBytes(const void* value, DWORD cbValue, BYTE* pbOutput, DWORD cbOutput, DWORD* pcbResult)
+SECURITY_STATUS AnswerBytes(const void* value, DWORD cbValue, const HostOutput& output)
 {
-    *pcbResult = cbValue;
-    if (!pbOutput)
+    *output.cbResult = cbValue;
+    if (!output.bytes)
         return ERROR_SUCCESS;
-    if (cbOutput < cbValue)
+    if (output.size < cbValue)
         return NTE_BUFFER_TOO_SMALL;
+    if (!value)
+        return NTE_NOT_SUPPORTED;
     if (cbValue)
-        memcpy(pbOutput, value, cbValue);
+        memcpy(output.bytes, value, cbValue);
     return ERROR_SUCCESS;
 }

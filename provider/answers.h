@@ -1,8 +1,16 @@
-// The two-call contract of everything that a host reads: NULL asks for the size, too small a buffer is refused with the
-// size, else the bytes are copied.
+// How a host reads a value: NULL asks for the size, a buffer that is too small is refused with the size, else the bytes
+// are copied.
 #pragma once
 
 #include "platform/platform.h"
 
-// Writes cbValue to *pcbResult in every case. 0, or NTE_BUFFER_TOO_SMALL with pbOutput untouched.
-SECURITY_STATUS AnswerBytes(const void* value, DWORD cbValue, BYTE* pbOutput, DWORD cbOutput, DWORD* pcbResult);
+// Where a host wants an answer.
+struct HostOutput {
+    BYTE* bytes;  // NULL to ask for the size
+    DWORD size;   // of the room
+    DWORD* cbResult;
+};
+
+// Writes cbValue to *output.cbResult in every case. value: NULL if only the size is known. 0; NTE_BUFFER_TOO_SMALL, or
+// NTE_NOT_SUPPORTED for a NULL value, with the buffer untouched.
+SECURITY_STATUS AnswerBytes(const void* value, DWORD cbValue, const HostOutput& output);

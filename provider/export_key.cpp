@@ -1,5 +1,6 @@
 #include <string.h>
 
+#include "keyvault/key_algorithms.h"
 #include "provider/answers.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -11,7 +12,6 @@
 namespace {
 
 constexpr WCHAR kEntryPoint[] = TEXT("KelvaroExportKey");
-constexpr WCHAR kFailure[] = TEXT("KelvaroExportKey Failed");
 
 constexpr DWORD kAllowedFlags = NCRYPT_SILENT_FLAG | NCRYPT_EXPORT_LEGACY_FLAG;
 
@@ -28,23 +28,7 @@ constexpr BlobType kBlobTypes[] = {
     {NCRYPT_PKCS7_ENVELOPE_BLOB, BlobKind::Private}, {NCRYPT_PKCS8_PRIVATE_KEY_BLOB, BlobKind::Private},
 };
 
-struct CurveMagics {
-    const WCHAR* crv;
-    const WCHAR* ecdhName;
-    ULONG ecdhMagic;
-    const WCHAR* ecdsaName;
-    ULONG ecdsaMagic;
-};
-constexpr CurveMagics kCurveMagics[] = {
-    {TEXT("P-256"), TEXT("ECDH_P256"), BCRYPT_ECDH_PUBLIC_P256_MAGIC, TEXT("ECDSA_P256"),
-     BCRYPT_ECDSA_PUBLIC_P256_MAGIC},
-    {TEXT("P-384"), TEXT("ECDH_P384"), BCRYPT_ECDH_PUBLIC_P384_MAGIC, TEXT("ECDSA_P384"),
-     BCRYPT_ECDSA_PUBLIC_P384_MAGIC},
-    {TEXT("P-521"), TEXT("ECDH_P521"), BCRYPT_ECDH_PUBLIC_P521_MAGIC, TEXT("ECDSA_P521"),
-     BCRYPT_ECDSA_PUBLIC_P521_MAGIC},
-};
-
-// The blob while it is composed. Key material that does not fit is refused, never cut.
+// The blob being composed. Key material that does not fit is refused, never cut.
 class PublicBlob {
   public:
     bool Add(const void* bytes, DWORD cb)
@@ -73,34 +57,36 @@ const BlobType* FindBlobType(const WCHAR* name)
     return nullptr;
 }
 
-// 0 for a name or a curve that has no magic; the blob goes out with it.
+// 0 for an unknown name or curve, which is exported all the same. A key without a name counts as ECDH if it decrypts.
 ULONG CurveMagic(const KVKey& kvk)
 {
     const bool named = kvk.AlgID[0] != 0;
-    const bool decrypts = TextContains(kvk.key_ops, View(TEXT("decrypt")));
-    for (const CurveMagics& row : kCurveMagics) {
-        if (named ? TextEqual(kvk.AlgID, row.ecdhName) : decrypts && TextEqual(kvk.crv, row.crv))
-            return row.ecdhMagic;
-        if (named ? TextEqual(kvk.AlgID, row.ecdsaName) : TextEqual(kvk.crv, row.crv))
-            return row.ecdsaMagic;
-    }
-    return 0;
+    const Curve* curve = named ? CurveOfAlgorithm(kvk.AlgID) : CurveNamed(kvk.crv);
+    if (!curve)
+        return 0;
+    const bool isEcdh = named ? TextEqual(kvk.AlgID, curve->ecdh) : TextContains(kvk.key_ops, TEXT("decrypt"));
+    return isEcdh ? curve->ecdhMagic : curve->ecdsaMagic;
+}
+
+// Logs the reason.
+SECURITY_STATUS Refuse(SECURITY_STATUS status, const WCHAR* reason)
+{
+    LogLine(reason, LOG_ERROR_LEVEL);
+    return status;
 }
 
 SECURITY_STATUS ComposeCurveBlob(const KVKey& kvk, PublicBlob* blob)
 {
     LogLine(TEXT("KelvaroExportKey Export ECC Key"), LOG_STEP_LEVEL);
     const BCRYPT_ECCKEY_BLOB header = {CurveMagic(kvk), kvk.x_siz};
-    if (kvk.x_siz != kvk.y_siz) {
-        LogLine(TEXT("KelvaroExportKey ECC x_siz != y_siz"), LOG_ERROR_LEVEL);
-        return NTE_INVALID_PARAMETER;
-    }
+    if (kvk.x_siz != kvk.y_siz)
+        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey ECC x_siz != y_siz"));
     const bool fits = blob->Add(&header, sizeof(header)) && blob->Add(kvk.x, kvk.x_siz) && blob->Add(kvk.y, kvk.y_siz);
     return fits ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
 
-// The modulus gets a zero byte in front, so that a reader who takes it as a signed number sees a positive one. A
-// modulus that came with such a byte, which makes its size odd, stays as it is.
+// The modulus gets a leading zero byte, so that whoever reads it as a signed number sees a positive one. A modulus that
+// already has one, which makes its size odd, is left as it is.
 SECURITY_STATUS ComposeRsaBlob(const KVKey& kvk, PublicBlob* blob)
 {
     LogLine(TEXT("KelvaroExportKey Export RSA Key"), LOG_STEP_LEVEL);
@@ -117,28 +103,51 @@ SECURITY_STATUS ComposeRsaBlob(const KVKey& kvk, PublicBlob* blob)
     return fits ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
 
-// Judges the blob's name and the key, and composes the blob. Under the key's lock: another thread may be finalizing a
-// pending key.
+// Composes the blob under the key's lock: another thread may be finalizing a pending key.
 SECURITY_STATUS ComposeBlob(const KSP_KEY& key, const WCHAR* blobName, PublicBlob* blob)
 {
     const ExclusiveLock lock(&key.lock);
     const KVKey& kvk = key.kvk;
     const BlobType* type = FindBlobType(blobName);
-    if (!type) {
-        LogLine(TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"), LOG_ERROR_LEVEL);
-        return NTE_INVALID_PARAMETER;
-    }
+    if (!type)
+        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"));
     if (type->kind == BlobKind::Private)
         return NTE_NOT_SUPPORTED;
-    if (kvk.valid == 0) {
-        LogLine(TEXT("KelvaroExportKey KV Key not initialised"), LOG_ERROR_LEVEL);
-        return NTE_INVALID_PARAMETER;
-    }
-    if ((type->kind == BlobKind::Curve) != (kvk.isEC != 0)) {
-        LogLine(TEXT("KelvaroExportKey KV Key ECC is NOT RSA"), LOG_ERROR_LEVEL);
-        return NTE_INVALID_PARAMETER;
-    }
+    if (kvk.valid == 0)
+        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key not initialised"));
+    if ((type->kind == BlobKind::Curve) != (kvk.isEC != 0))
+        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key ECC is NOT RSA"));
     return kvk.isEC ? ComposeCurveBlob(kvk, blob) : ComposeRsaBlob(kvk, blob);
+}
+
+SECURITY_STATUS RefuseFlags(SECURITY_STATUS status, const WCHAR* reason, DWORD dwFlags)
+{
+    LogNumber(kEntryPoint, reason, static_cast<LONG>(dwFlags), LOG_ERROR_LEVEL);
+    return status;
+}
+
+SECURITY_STATUS Export(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, const WCHAR* blobName,
+                       const HostOutput& output, DWORD dwFlags)
+{
+    if (!ProviderFromHandle(hProvider))
+        return Refuse(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pProvider == NULL"));
+    const KSP_KEY* key = KeyFromHandle(hKey);
+    if (!key)
+        return Refuse(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pKey == NULL"));
+    if (!output.cbResult)
+        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey pcbResult == NULL"));
+    if ((dwFlags & ~kAllowedFlags) != 0)
+        return RefuseFlags(NTE_BAD_FLAGS, TEXT("Bad Flags"), dwFlags);
+    if ((dwFlags & NCRYPT_EXPORT_LEGACY_FLAG) != 0)
+        return RefuseFlags(NTE_NOT_SUPPORTED, TEXT("Legacy Flag"), dwFlags);
+
+    PublicBlob blob;
+    SECURITY_STATUS status = ComposeBlob(*key, blobName, &blob);
+    if (status == ERROR_SUCCESS)
+        status = AnswerBytes(blob.bytes(), blob.size(), output);
+    if (status == ERROR_SUCCESS)
+        LogNumber(TEXT("KelvaroExportKey Export OK"), TEXT("Size"), static_cast<LONG>(blob.size()), LOG_STEP_LEVEL);
+    return status;
 }
 
 }  // namespace
@@ -149,35 +158,6 @@ SECURITY_STATUS WINAPI KelvaroExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY
                                         DWORD* pcbResult, DWORD dwFlags)
 {
     LogString(kEntryPoint, pszBlobType, LOG_ENTRY_LEVEL);
-    if (!ProviderFromHandle(hProvider)) {
-        LogLine(TEXT("KelvaroExportKey pProvider == NULL"), LOG_ERROR_LEVEL);
-        return Fail(NTE_INVALID_HANDLE, kFailure);
-    }
-    const KSP_KEY* key = KeyFromHandle(hKey);
-    if (!key) {
-        LogLine(TEXT("KelvaroExportKey pKey == NULL"), LOG_ERROR_LEVEL);
-        return Fail(NTE_INVALID_HANDLE, kFailure);
-    }
-    if (!pcbResult) {
-        LogLine(TEXT("KelvaroExportKey pcbResult == NULL"), LOG_ERROR_LEVEL);
-        return Fail(NTE_INVALID_PARAMETER, kFailure);
-    }
-    if ((dwFlags & ~kAllowedFlags) != 0) {
-        LogNumber(kEntryPoint, TEXT("Bad Flags"), static_cast<LONG>(dwFlags), LOG_ERROR_LEVEL);
-        return Fail(NTE_BAD_FLAGS, kFailure);
-    }
-    if ((dwFlags & NCRYPT_EXPORT_LEGACY_FLAG) != 0) {
-        LogNumber(kEntryPoint, TEXT("Legacy Flag"), static_cast<LONG>(dwFlags), LOG_ERROR_LEVEL);
-        return Fail(NTE_NOT_SUPPORTED, kFailure);
-    }
-
-    PublicBlob blob;
-    SECURITY_STATUS status = ComposeBlob(*key, pszBlobType, &blob);
-    if (status != ERROR_SUCCESS)
-        return Fail(status, kFailure);
-    status = AnswerBytes(blob.bytes(), blob.size(), pbOutput, cbOutput, pcbResult);
-    if (status != ERROR_SUCCESS)
-        return Fail(status, kFailure);
-    LogNumber(TEXT("KelvaroExportKey Export OK"), TEXT("Size"), static_cast<LONG>(blob.size()), LOG_STEP_LEVEL);
-    return ERROR_SUCCESS;
+    return Finish(Export(hProvider, hKey, pszBlobType, {pbOutput, cbOutput, pcbResult}, dwFlags),
+                  TEXT("KelvaroExportKey Failed"));
 }

@@ -72,5 +72,5 @@ SECURITY_STATUS WINAPI KelvaroFinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_K
     if (key->pszKeyName)
         status = CreateInVault(*key, &made.key);
     Settle(key, status == ERROR_SUCCESS, &made);
-    return status == ERROR_SUCCESS ? status : Fail(status, kEntryPoint);
+    return Finish(status, kEntryPoint);
 }

@@ -36,5 +36,5 @@ SECURITY_STATUS WINAPI KelvaroFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
 
     KVCFreeKVKey(&key->kvk);
     const SECURITY_STATUS status = DeleteKeyObject(key);
-    return status == ERROR_SUCCESS ? status : Fail(status, kEntryPoint);
+    return Finish(status, kEntryPoint);
 }

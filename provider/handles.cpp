@@ -41,14 +41,13 @@ KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag)
     return machineFlag ? provider->machineKvc : provider->userKvc;
 }
 
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* entryPoint)
+SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* where)
 {
-    LogError(entryPoint, status, LOG_ERROR_LEVEL);
+    LogError(where, status, LOG_ERROR_LEVEL);
     return status;
 }
 
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* step, const WCHAR* entryPoint)
+SECURITY_STATUS Finish(SECURITY_STATUS status, const WCHAR* where)
 {
-    LogError(step, status, LOG_ERROR_LEVEL);
-    return Fail(status, entryPoint);
+    return status == ERROR_SUCCESS ? status : Fail(status, where);
 }

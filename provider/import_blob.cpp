@@ -1,8 +1,9 @@
-// Public and private blobs of CNG's own forms.
+// Public and private blobs in CNG's own forms.
 #include "provider/import_key.h"
 #include "provider/import_name.h"
+#include "provider/private_blob.h"
 
-// A public key alone is nothing that the vault could hold, so that the call fails whatever the blob says.
+// Always fails: the vault can't hold a public key alone.
 SECURITY_STATUS ImportPublicBlob(const ImportRequest& request, KeyPtr* /*key*/)
 {
     KeyPtr unused;
@@ -13,8 +14,10 @@ SECURITY_STATUS ImportPublicBlob(const ImportRequest& request, KeyPtr* /*key*/)
     return badFlags ? NTE_BAD_FLAGS : NTE_INTERNAL_ERROR;
 }
 
-// The last buffer that names the key counts. A list of any version will do.
-static SECURITY_STATUS FindName(const NCryptBufferDesc* parameters, ImportName* name)
+namespace {
+
+// The last buffer that names the key counts. The list may have any version.
+SECURITY_STATUS FindName(const NCryptBufferDesc* parameters, ImportName* name)
 {
     if (!parameters || !parameters->pBuffers)
         return ERROR_SUCCESS;
@@ -29,6 +32,8 @@ static SECURITY_STATUS FindName(const NCryptBufferDesc* parameters, ImportName* 
     return ERROR_SUCCESS;
 }
 
+}  // namespace
+
 SECURITY_STATUS ImportPrivateBlob(const ImportRequest& request, KeyPtr* key)
 {
     ImportName name;
@@ -39,9 +44,9 @@ SECURITY_STATUS ImportPrivateBlob(const ImportRequest& request, KeyPtr* key)
     status = MakeImportedKey(request.provider, name.text(), 0, &made);
     if (status != ERROR_SUCCESS)
         return status;
-    if (KeepImportedBlob(made.get(), request.data, request.cbData, request.blobType) != ERROR_SUCCESS)
+    if (KeepPrivateBlob(made.get(), request.data, request.cbData, request.blobType) != ERROR_SUCCESS)
         return NTE_NOT_SUPPORTED;
-    // Nothing here finalizes: a host that does not say that it will gets no key.
+    // Only a host that finalizes the key itself gets it.
     if ((request.flags & NCRYPT_DO_NOT_FINALIZE_FLAG) == 0)
         return NTE_INTERNAL_ERROR;
     *key = std::move(made);

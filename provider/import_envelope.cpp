@@ -1,7 +1,8 @@
-// A key blob in an enveloped message, which a certificate of the host's can open.
+// A key blob in an enveloped message, which one of the host's certificates opens.
 #include "provider/import_key.h"
 #include "provider/import_memory.h"
 #include "provider/import_name.h"
+#include "provider/private_blob.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ struct StoreCloser {
 };
 using StorePtr = std::unique_ptr<void, StoreCloser>;
 
-// Judges one buffer; *certificates takes the last one that holds them.
+// Checks one buffer; the last one with certificates sets *certificates.
 SECURITY_STATUS ReadParameter(const NCryptBuffer& buffer, CRYPT_DATA_BLOB* certificates)
 {
     const bool empty = !buffer.pvBuffer || buffer.cbBuffer == 0;
@@ -45,7 +46,7 @@ SECURITY_STATUS FindCertificates(const NCryptBufferDesc* parameters, CRYPT_DATA_
     return certificates->pbData ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
 
-// *cbPlain: what of the block is plain text; the platform may have asked for more.
+// *cbPlain: bytes of plain text; the block may be larger.
 SECURITY_STATUS OpenEnvelope(HCERTSTORE store, const BYTE* envelope, DWORD cbEnvelope, WipedBlock* plain,
                              DWORD* cbPlain)
 {
@@ -81,18 +82,15 @@ SECURITY_STATUS ImportEnvelopedKey(const ImportRequest& request, KeyPtr* key)
     if (status != ERROR_SUCCESS)
         return status;
 
-    // Without the name that the list may hold.
+    // A name in the list is ignored.
     KeyPtr made;
     status = MakeImportedKey(request.provider, nullptr, 1, &made);
-    if (status != ERROR_SUCCESS)
-        return status;
-    status = KeepImportedBlob(made.get(), plain.data(), cbPlain, BCRYPT_RSAPRIVATE_BLOB);
-    if (status != ERROR_SUCCESS)
-        return status;
+    if (status == ERROR_SUCCESS)
+        status = KeepPrivateBlob(made.get(), plain.data(), cbPlain, BCRYPT_RSAPRIVATE_BLOB);
     const DWORD flags = request.flags & ~(NCRYPT_DO_NOT_FINALIZE_FLAG | NCRYPT_OVERWRITE_KEY_FLAG);
-    status = FinalizeImportedKey(request, made.get(), flags);
-    if (status != ERROR_SUCCESS)
-        return status;
-    *key = std::move(made);
-    return ERROR_SUCCESS;
+    if (status == ERROR_SUCCESS)
+        status = FinalizeImportedKey(request, made.get(), flags);
+    if (status == ERROR_SUCCESS)
+        *key = std::move(made);
+    return status;
 }

@@ -35,30 +35,6 @@ SECURITY_STATUS ImportByType(const ImportRequest& request, KeyPtr* key)
 
 }  // namespace
 
-SECURITY_STATUS MakeImportedKey(const KSP_PROVIDER* provider, const WCHAR* name, DWORD machineFlag, KeyPtr* key)
-{
-    KSP_KEY* record = nullptr;
-    const SECURITY_STATUS status = CreateNewKeyObject(name, BCRYPT_RSA_ALGORITHM, &record, machineFlag);
-    if (status != ERROR_SUCCESS)
-        return status;
-    record->kvc = ProviderClient(provider, record->fMachineKey);
-    key->reset(record);
-    return ERROR_SUCCESS;
-}
-
-SECURITY_STATUS KeepImportedBlob(KSP_KEY* key, const BYTE* blob, DWORD cbBlob, const WCHAR* blobType)
-{
-    const SECURITY_STATUS status = CheckRsaBlob(key, blob, cbBlob);
-    return status == ERROR_SUCCESS ? ProtectPrivateBlob(key, blob, cbBlob, blobType) : status;
-}
-
-SECURITY_STATUS FinalizeImportedKey(const ImportRequest& request, KSP_KEY* key, DWORD flags)
-{
-    if (request.flags & NCRYPT_DO_NOT_FINALIZE_FLAG)
-        return ERROR_SUCCESS;
-    return KelvaroFinalizeKey(request.hProvider(), reinterpret_cast<NCRYPT_KEY_HANDLE>(key), flags);
-}
-
 SECURITY_STATUS WINAPI KelvaroImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE /*hImportKey*/,
                                         LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList, NCRYPT_KEY_HANDLE* phKey,
                                         PBYTE pbData, DWORD cbData, DWORD dwFlags)

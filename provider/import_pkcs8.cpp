@@ -7,6 +7,7 @@
 #include "provider/pkcs1_blob.h"
 #include "provider/pkcs8_decryption.h"
 #include "provider/pkcs8_usage.h"
+#include "provider/private_blob.h"
 
 namespace {
 
@@ -52,34 +53,25 @@ bool IsRsa(const char* objectId)
     return std::string_view(objectId) == szOID_RSA_RSA;
 }
 
+// *key: empty; it may be set in a failure too.
 SECURITY_STATUS KeyObjectFromPkcs8(const KSP_PROVIDER* provider, const WCHAR* name, const CRYPT_PRIVATE_KEY_INFO& info,
                                    KeyPtr* key)
 {
     DWORD usage = 0;
-    SECURITY_STATUS status = ReadPkcs8Usage(info, &usage);
-    if (status != ERROR_SUCCESS)
-        return status;
     WipedBlock blob;
-    status = RsaBlobFromPkcs1(info.PrivateKey.pbData, info.PrivateKey.cbData, &blob);
-    if (status != ERROR_SUCCESS)
-        return status;
-    KeyPtr made;
-    status = MakeImportedKey(provider, name, 1, &made);
-    if (status != ERROR_SUCCESS)
-        return status;
-    status = KeepImportedBlob(made.get(), blob.data(), static_cast<DWORD>(blob.size()), BCRYPT_RSAPRIVATE_BLOB);
-    if (status != ERROR_SUCCESS)
-        return status;
-    if (usage != NCRYPT_ALLOW_ALL_USAGES) {
-        status = AddKeyUsageProperty(made.get(), usage);
-        if (status != ERROR_SUCCESS)
-            return status;
-    }
-    *key = std::move(made);
-    return ERROR_SUCCESS;
+    SECURITY_STATUS status = ReadPkcs8Usage(info, &usage);
+    if (status == ERROR_SUCCESS)
+        status = RsaBlobFromPkcs1(info.PrivateKey.pbData, info.PrivateKey.cbData, &blob);
+    if (status == ERROR_SUCCESS)
+        status = MakeImportedKey(provider, name, 1, key);
+    if (status == ERROR_SUCCESS)
+        status = KeepPrivateBlob(key->get(), blob.data(), static_cast<DWORD>(blob.size()), BCRYPT_RSAPRIVATE_BLOB);
+    if (status == ERROR_SUCCESS && usage != NCRYPT_ALLOW_ALL_USAGES)
+        status = AddKeyUsageProperty(key->get(), usage);
+    return status;
 }
 
-// From the plain form.
+// plain: the unencrypted PKCS#8 form.
 SECURITY_STATUS KeyFromPlain(const ImportRequest& request, const WCHAR* name, const BYTE* plain, DWORD cbPlain,
                              KeyPtr* key)
 {
@@ -92,13 +84,11 @@ SECURITY_STATUS KeyFromPlain(const ImportRequest& request, const WCHAR* name, co
         return NTE_NOT_SUPPORTED;
     KeyPtr made;
     SECURITY_STATUS status = KeyObjectFromPkcs8(request.provider, name, *info.get(), &made);
-    if (status != ERROR_SUCCESS)
-        return status;
-    status = FinalizeImportedKey(request, made.get(), request.flags & NCRYPT_NO_KEY_VALIDATION);
-    if (status != ERROR_SUCCESS)
-        return status;
-    *key = std::move(made);
-    return ERROR_SUCCESS;
+    if (status == ERROR_SUCCESS)
+        status = FinalizeImportedKey(request, made.get(), request.flags & NCRYPT_NO_KEY_VALIDATION);
+    if (status == ERROR_SUCCESS)
+        *key = std::move(made);
+    return status;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // is wiped before it is freed.
 #pragma once
 
+#include <string.h>
+
 #include "support/guards.h"
 #include "support/wipe.h"
 
@@ -12,12 +14,21 @@ inline void WipeAndFree(void* block, SIZE_T size)
     HeapFree(GetProcessHeap(), 0, block);
 }
 
-// Puts `block` of newSize bytes, or NULL and 0, in place of *field, whose size is *size. The caller holds the lock that
-// guards the two.
+// A copy of `size` bytes. NULL: no memory.
+template <typename T>
+HeapPtr<T> HeapCopy(const void* bytes, SIZE_T size)
+{
+    HeapPtr<T> copy(static_cast<T*>(HeapAlloc(GetProcessHeap(), 0, size)));
+    if (copy)
+        memcpy(copy.get(), bytes, size);
+    return copy;
+}
+
+// Puts `block` of newSize bytes in the place of *field, which has *size bytes. The caller holds the lock of the two.
 template <typename T, typename Size>
 void ReplaceBuffer(T** field, Size* size, HeapPtr<T> block, Size newSize)
 {
     WipeAndFree(*field, *size);
     *field = block.release();
-    *size = newSize;
+    *size = *field ? newSize : 0;
 }

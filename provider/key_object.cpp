@@ -4,42 +4,48 @@
 
 #include <new>
 
+#include "keyvault/key_algorithms.h"
 #include "provider/kept_buffer.h"
-#include "provider/property_list.h"
 #include "support/log.h"
 #include "support/text.h"
 
-struct AlgorithmLength {
-    const WCHAR* name;
-    DWORD bits;
-};
-// Of any other name the length is the caller's to set.
-static constexpr AlgorithmLength kDefaultLengths[] = {
-    {TEXT("RSA"), 2048},      {TEXT("ECDSA_P256"), 256}, {TEXT("ECDH_P256"), 256}, {TEXT("ECDSA_P384"), 384},
-    {TEXT("ECDH_P384"), 384}, {TEXT("ECDSA_P521"), 521}, {TEXT("ECDH_P521"), 521},
-};
+namespace {
 
-static DWORD DefaultLength(const WCHAR* algName)
+// 0 for any other name: the length is the caller's to set.
+DWORD DefaultLength(const WCHAR* algName)
 {
-    for (const AlgorithmLength& row : kDefaultLengths) {
-        if (TextEqual(algName, row.name))
-            return row.bits;
-    }
-    return 0;
+    if (TextEqual(algName, BCRYPT_RSA_ALGORITHM))
+        return kRsaLengths.dwDefaultLength;
+    const Curve* curve = CurveOfAlgorithm(algName);
+    return curve ? curve->bits : 0;
 }
 
-static SECURITY_STATUS CopyKeyName(const WCHAR* name, WCHAR** copy)
+SECURITY_STATUS CopyKeyName(const WCHAR* name, WCHAR** copy)
 {
     const TextView text = View(name);
     if (text.size() > kKeyNameLimit)
         return NTE_INVALID_PARAMETER;
-    const size_t size = (text.size() + 1) * sizeof(WCHAR);
-    *copy = static_cast<WCHAR*>(HeapAlloc(GetProcessHeap(), 0, size));
-    if (!*copy)
-        return NTE_NO_MEMORY;
-    memcpy(*copy, name, size);
-    return ERROR_SUCCESS;
+    *copy = HeapCopy<WCHAR>(name, (text.size() + 1) * sizeof(WCHAR)).release();
+    return *copy ? ERROR_SUCCESS : NTE_NO_MEMORY;
 }
+
+template <typename T>
+void ReleaseField(T** field)
+{
+    HeapFree(GetProcessHeap(), 0, *field);
+    *field = nullptr;
+}
+
+void ReleaseProperties(PropertyLink* head)
+{
+    const PropertyLock lock(TEXT("DeleteKeyObject Failed to grab Semaphone - Result"));
+    while (head->next != head) {
+        LogLine(TEXT("DeleteKeyObject HeapFree pProperty"), LOG_STEP_LEVEL);
+        FreeProperty(PropertyFromLink(head->next));
+    }
+}
+
+}  // namespace
 
 SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgName, KSP_KEY** pKey,
                                    DWORD dwMachineFlag)
@@ -50,7 +56,7 @@ SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgN
     HeapPtr<KSP_KEY> key(new (block) KSP_KEY{});
     key->cbLength = sizeof(KSP_KEY);
     key->dwMagic = KSP_KEY_MAGIC;
-    TextCopyCut(key->pszAlgName, kAlgNameChars, View(pszAlgName));
+    TextCopyCut(key->pszAlgName, kAlgIDChars, View(pszAlgName));
     key->dwBitLength = DefaultLength(key->pszAlgName);
     key->fMachineKey = dwMachineFlag;
     key->dwKeyUsage = kDefaultKeyUsage;
@@ -62,22 +68,6 @@ SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgN
     }
     *pKey = key.release();
     return ERROR_SUCCESS;
-}
-
-template <typename T>
-static void ReleaseField(T** field)
-{
-    HeapFree(GetProcessHeap(), 0, *field);
-    *field = nullptr;
-}
-
-static void ReleaseProperties(PropertyLink* head)
-{
-    const PropertyLock lock(TEXT("DeleteKeyObject Failed to grab Semaphone - Result"));
-    while (head->next != head) {
-        LogLine(TEXT("DeleteKeyObject HeapFree pProperty"), LOG_STEP_LEVEL);
-        FreeProperty(PropertyFromLink(head->next));
-    }
 }
 
 SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey)
@@ -96,8 +86,20 @@ SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey)
     ReleaseProperties(&pKey->PropertyList);
     ReplaceBuffer(&pKey->pszUseContext, &pKey->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});
     LogLine(TEXT("DeleteKeyObject Complete"), LOG_STEP_LEVEL);
-    // A handle that is used once more is refused as long as the memory can be read.
+    // A handle that is used again is refused for as long as the memory can be read.
     pKey->dwMagic = 0;
     HeapFree(GetProcessHeap(), 0, pKey);
     return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS FindKeyProperty(KSP_KEY* pKey, const WCHAR* pszName, KSP_PROPERTY** pProperty)
+{
+    for (PropertyLink* link = pKey->PropertyList.next; link != &pKey->PropertyList; link = link->next) {
+        KSP_PROPERTY* property = PropertyFromLink(link);
+        if (TextEqual(property->szName, pszName)) {
+            *pProperty = property;
+            return ERROR_SUCCESS;
+        }
+    }
+    return NTE_NOT_FOUND;
 }

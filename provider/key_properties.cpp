@@ -1,20 +1,28 @@
-#include "provider/answers.h"
-#include "provider/entry_points.h"
-#include "provider/key_object.h"
-#include "provider/property_list.h"
-#include "provider/property_trace.h"
-#include "provider/property_value.h"
-#include "provider/provider.h"
-#include "support/guards.h"
+#include "provider/key_properties.h"
+
+#include <string.h>
+
+#include <utility>
+
+#include "keyvault/key_algorithms.h"
+#include "provider/descriptor_check.h"
+#include "provider/kept_buffer.h"
+#include "provider/private_blob.h"
 #include "support/log.h"
 #include "support/text.h"
 
-static constexpr WCHAR kGet[] = TEXT("KelvaroGetKeyProperty");
-static constexpr WCHAR kSet[] = TEXT("KelvaroSetKeyProperty");
-static constexpr WCHAR kCertificateProperty[] = TEXT("SmartCardKeyCertificate");
-static constexpr WCHAR kSecurityProperty[] = TEXT("Security Descr");
+namespace {
 
-static SECURITY_STATUS ReadName(const KSP_KEY& key, PropertyValue* value)
+constexpr DWORD kExportPolicyBits = 0xF;
+
+template <std::atomic<DWORD> KSP_KEY::*field>
+SECURITY_STATUS ReadNumber(const KSP_KEY& key, PropertyValue* value)
+{
+    value->Set((key.*field).load());
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS ReadName(const KSP_KEY& key, PropertyValue* value)
 {
     if (!key.pszKeyName)
         return NTE_NOT_SUPPORTED;
@@ -22,20 +30,20 @@ static SECURITY_STATUS ReadName(const KSP_KEY& key, PropertyValue* value)
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS ReadAlgorithmName(const KSP_KEY& key, PropertyValue* value)
+SECURITY_STATUS ReadAlgorithmName(const KSP_KEY& key, PropertyValue* value)
 {
     value->SetText(key.pszAlgName);
     return ERROR_SUCCESS;
 }
 
-// Curve keys included: hosts have always been told so.
-static SECURITY_STATUS ReadAlgorithmGroup(const KSP_KEY& /*key*/, PropertyValue* value)
+// "RSA" for curve keys too: hosts have always been told so.
+SECURITY_STATUS ReadAlgorithmGroup(const KSP_KEY& /*key*/, PropertyValue* value)
 {
-    value->SetText(TEXT("RSA"));
+    value->SetText(BCRYPT_RSA_ALGORITHM);
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS ReadBlockLength(const KSP_KEY& key, PropertyValue* value)
+SECURITY_STATUS ReadBlockLength(const KSP_KEY& key, PropertyValue* value)
 {
     // Written so that no length wraps.
     const DWORD bits = key.dwBitLength;
@@ -43,24 +51,26 @@ static SECURITY_STATUS ReadBlockLength(const KSP_KEY& key, PropertyValue* value)
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS ReadLengths(const KSP_KEY& key, PropertyValue* value)
+// If any length goes, a host can ask for the size alone.
+SECURITY_STATUS ReadLengths(const KSP_KEY& key, PropertyValue* value)
 {
-    if (const NCRYPT_SUPPORTED_LENGTHS* lengths = SupportedLengths(key.pszAlgName))
-        value->Set(*lengths);
+    NCRYPT_SUPPORTED_LENGTHS lengths;
+    if (SupportedLengths(key.pszAlgName, &lengths))
+        value->Set(lengths);
     else
-        value->SetSizeOnly(sizeof(NCRYPT_SUPPORTED_LENGTHS));
+        value->SetSizeOnly(sizeof(lengths));
     return ERROR_SUCCESS;
 }
 
 // 0 for machine keys too.
-static SECURITY_STATUS ReadKeyType(const KSP_KEY& /*key*/, PropertyValue* value)
+SECURITY_STATUS ReadKeyType(const KSP_KEY& /*key*/, PropertyValue* value)
 {
     value->Set(DWORD{0});
     return ERROR_SUCCESS;
 }
 
-// An empty one: what the host set is only kept.
-static SECURITY_STATUS ReadSecurityDescr(const KSP_KEY& /*key*/, PropertyValue* value)
+// An empty one: what the host sets is only kept.
+SECURITY_STATUS ReadSecurityDescr(const KSP_KEY& /*key*/, PropertyValue* value)
 {
     SECURITY_DESCRIPTOR descriptor = {};
     InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
@@ -68,7 +78,7 @@ static SECURITY_STATUS ReadSecurityDescr(const KSP_KEY& /*key*/, PropertyValue* 
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS ReadUiPolicy(const KSP_KEY& /*key*/, PropertyValue* value)
+SECURITY_STATUS ReadUiPolicy(const KSP_KEY& /*key*/, PropertyValue* value)
 {
     NCRYPT_UI_POLICY policy = {};
     policy.dwVersion = 1;
@@ -76,160 +86,191 @@ static SECURITY_STATUS ReadUiPolicy(const KSP_KEY& /*key*/, PropertyValue* value
     return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS ReadUseContext(const KSP_KEY& key, PropertyValue* value)
+SECURITY_STATUS ReadUseContext(const KSP_KEY& key, PropertyValue* value)
 {
     value->SetText(key.pszUseContext ? key.pszUseContext : TEXT(""));
     return ERROR_SUCCESS;
 }
 
-struct NumberProperty {
-    const WCHAR* name;
-    std::atomic<DWORD> KSP_KEY::*field;
-};
-static constexpr NumberProperty kNumbers[] = {
-    {TEXT("Length"), &KSP_KEY::dwBitLength},
-    {TEXT("Export Policy"), &KSP_KEY::dwExportPolicy},
-    {TEXT("Key Usage"), &KSP_KEY::dwKeyUsage},
-    {TEXT("HWND Handle"), &KSP_KEY::hParentWnd},
+// What a host sets.
+struct Input {
+    const BYTE* bytes;  // of any alignment
+    DWORD size;
+    DWORD dwFlags;
 };
 
-struct ComposedProperty {
-    const WCHAR* name;
-    SECURITY_STATUS (*read)(const KSP_KEY& key, PropertyValue* value);
-};
-static constexpr ComposedProperty kComposed[] = {
-    {TEXT("Name"), ReadName},
-    {TEXT("Unique Name"), ReadName},
-    {TEXT("Algorithm Name"), ReadAlgorithmName},
-    {TEXT("Algorithm Group"), ReadAlgorithmGroup},
-    {TEXT("Block Length"), ReadBlockLength},
-    {TEXT("Lengths"), ReadLengths},
-    {TEXT("Key Type"), ReadKeyType},
-    {kSecurityProperty, ReadSecurityDescr},
-    {TEXT("UI Policy"), ReadUiPolicy},
-    {TEXT("Use Context"), ReadUseContext},
-};
-
-static SECURITY_STATUS FindValue(const KSP_KEY& key, const WCHAR* name, PropertyValue* value)
+// The first 32-bit word; missing bytes count as 0.
+DWORD FirstWord(const Input& input)
 {
-    for (const NumberProperty& row : kNumbers) {
-        if (TextEqual(name, row.name)) {
-            value->Set((key.*row.field).load());
-            return ERROR_SUCCESS;
-        }
-    }
-    for (const ComposedProperty& row : kComposed) {
-        if (TextEqual(name, row.name))
-            return row.read(key, value);
-    }
+    DWORD word = 0;
+    memcpy(&word, input.bytes, input.size < sizeof(word) ? input.size : sizeof(word));
+    return word;
+}
+
+// Only tests the policy, which survives as the entry that the caller stores: dwExportPolicy is always 0.
+SECURITY_STATUS ApplyExportPolicy(KSP_KEY* key, const Input& input)
+{
+    const DWORD policy = FirstWord(input);
+    if (policy & ~kExportPolicyBits)
+        return NTE_NOT_SUPPORTED;
+    key->dwExportPolicy = 0;
+    // Without a client the strictest setting holds.
+    const DWORD option = key->kvc ? key->kvc->exportableOption : 0;
+    if (option == 1 || (option == 0 && policy == 0))
+        return ERROR_SUCCESS;
+    if (option == 0)
+        LogError(TEXT("SetBuildinKeyProperty EXPORTABLE_KEYS_UNSUPPORTED"), NTE_NOT_SUPPORTED, LOG_STEP_LEVEL);
+    else
+        LogNumber(TEXT("SetBuildinKeyProperty bad Exportable Value"), TEXT(""), static_cast<LONG>(option),
+                  LOG_STEP_LEVEL);
     return NTE_NOT_SUPPORTED;
 }
 
-static SECURITY_STATUS CopyBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE* output, DWORD cbOutput,
-                                   DWORD* pcbResult)
+SECURITY_STATUS ApplyKeyUsage(KSP_KEY* key, const Input& input)
 {
-    PropertyValue value;
-    const ExclusiveLock lock(&key.lock);
-    const SECURITY_STATUS status = FindValue(key, name, &value);
-    if (status != ERROR_SUCCESS)
-        return status;
-    // The lengths of an algorithm that has no rule: their size can be asked for, they cannot be read.
-    if (!value.bytes() && output && cbOutput >= value.size()) {
-        *pcbResult = value.size();
+    const DWORD usage = FirstWord(input);
+    key->dwKeyUsage = usage;
+    LogNumber(TEXT("Key Usage"), TEXT("="), static_cast<LONG>(usage), LOG_DETAIL_LEVEL);
+    return ERROR_SUCCESS;
+}
+
+// A refused length stays in the key object.
+SECURITY_STATUS ApplyLength(KSP_KEY* key, const Input& input)
+{
+    const DWORD bits = FirstWord(input);
+    key->dwBitLength = bits;
+    NCRYPT_SUPPORTED_LENGTHS lengths;
+    if (SupportedLengths(key->pszAlgName, &lengths) && !LengthAllowed(lengths, bits))
         return NTE_NOT_SUPPORTED;
+    return ERROR_SUCCESS;
+}
+
+// Without memory the old descriptor is gone all the same.
+SECURITY_STATUS ApplySecurityDescr(KSP_KEY* key, const Input& input)
+{
+    if (!HoldsSecurityDescriptor(input.bytes, input.size))
+        return NTE_BAD_DATA;
+    HeapPtr<BYTE> copy = HeapCopy<BYTE>(input.bytes, input.size);
+    const ExclusiveLock lock(&key->lock);
+    key->dwSecurityInfo = input.dwFlags;
+    ReplaceBuffer(&key->pbSecurityDescr, &key->cbSecurityDescr, std::move(copy), input.size);
+    return key->pbSecurityDescr ? ERROR_SUCCESS : NTE_NO_MEMORY;
+}
+
+SECURITY_STATUS ApplyPrivateBlob(KSP_KEY* key, const Input& input)
+{
+    const WCHAR* type = nullptr;
+    switch (FirstWord(input)) {
+        case BCRYPT_RSAPRIVATE_MAGIC:
+            type = BCRYPT_RSAPRIVATE_BLOB;
+            break;
+        case BCRYPT_RSAFULLPRIVATE_MAGIC:
+            type = BCRYPT_RSAFULLPRIVATE_BLOB;
+            break;
+        default:
+            return NTE_BAD_DATA;
     }
-    return AnswerBytes(value.bytes(), value.size(), output, cbOutput, pcbResult);
+    return KeepPrivateBlob(key, input.bytes, input.size, type);
 }
 
-static SECURITY_STATUS AnswerBuiltin(const KSP_KEY& key, const WCHAR* name, BYTE* output, DWORD cbOutput,
-                                     DWORD* pcbResult)
+SECURITY_STATUS ApplyWindow(KSP_KEY* key, const Input& input)
 {
-    const SECURITY_STATUS status = CopyBuiltin(key, name, output, cbOutput, pcbResult);
-    if (status == ERROR_SUCCESS && output)
-        TraceProperty(kGet, name, output, *pcbResult);
-    return status;
+    key->hParentWnd = FirstWord(input);
+    return ERROR_SUCCESS;
 }
 
-static SECURITY_STATUS AnswerStored(KSP_KEY* key, const WCHAR* name, BYTE* output, DWORD cbOutput, DWORD* pcbResult)
+// Bytes of a terminated wide text at any address, terminator included.
+size_t TerminatedSize(const BYTE* text)
 {
-    const PropertyLock lock(TEXT("KelvaroGetKeyProperty Failed to grab Semaphone - Result"));
-    KSP_PROPERTY* property = nullptr;
-    const SECURITY_STATUS status = FindKeyProperty(key, name, &property);
+    size_t size = 0;
+    WCHAR ch;
+    do {
+        memcpy(&ch, text + size, sizeof(ch));
+        size += sizeof(ch);
+    } while (ch);
+    return size;
+}
+
+// The size goes by the terminator alone, since hosts pass the context with and without it counted.
+SECURITY_STATUS ApplyUseContext(KSP_KEY* key, const Input& input)
+{
+    const SIZE_T size = TerminatedSize(input.bytes);
+    HeapPtr<WCHAR> copy = HeapCopy<WCHAR>(input.bytes, size);
+    if (!copy)
+        return NTE_NO_MEMORY;
+    const ExclusiveLock lock(&key->lock);
+    ReplaceBuffer(&key->pszUseContext, &key->cbUseContext, std::move(copy), size);
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS Accept(KSP_KEY* /*key*/, const Input& /*input*/)
+{
+    return ERROR_SUCCESS;
+}
+
+enum class Store { AsAsked, Always, Never };
+
+struct KeyProperty {
+    const WCHAR* name;
+    SECURITY_STATUS (*read)(const KSP_KEY& key, PropertyValue* value);     // NULL: can't be read
+    SECURITY_STATUS (*apply)(KSP_KEY* key, const Input& input) = nullptr;  // NULL: can't be set
+    bool oneWord = false;                                                  // the value has 4 bytes, else NTE_BAD_DATA
+    bool pendingOnly = false;                                              // not on a finalized key: NTE_BAD_KEY_STATE
+    Store store = Store::Never;  // whether the caller stores the value in the list too
+};
+constexpr KeyProperty kProperties[] = {
+    {NCRYPT_NAME_PROPERTY, ReadName},
+    {NCRYPT_UNIQUE_NAME_PROPERTY, ReadName},
+    {NCRYPT_ALGORITHM_PROPERTY, ReadAlgorithmName},
+    {NCRYPT_ALGORITHM_GROUP_PROPERTY, ReadAlgorithmGroup},
+    {NCRYPT_BLOCK_LENGTH_PROPERTY, ReadBlockLength},
+    {NCRYPT_LENGTHS_PROPERTY, ReadLengths},
+    {NCRYPT_KEY_TYPE_PROPERTY, ReadKeyType},
+    {NCRYPT_LENGTH_PROPERTY, ReadNumber<&KSP_KEY::dwBitLength>, ApplyLength, true, true, Store::Never},
+    {NCRYPT_EXPORT_POLICY_PROPERTY, ReadNumber<&KSP_KEY::dwExportPolicy>, ApplyExportPolicy, true, true, Store::Always},
+    {NCRYPT_KEY_USAGE_PROPERTY, ReadNumber<&KSP_KEY::dwKeyUsage>, ApplyKeyUsage, true, true, Store::Always},
+    {NCRYPT_SECURITY_DESCR_PROPERTY, ReadSecurityDescr, ApplySecurityDescr, false, false, Store::Never},
+    {BCRYPT_PRIVATE_KEY_BLOB, nullptr, ApplyPrivateBlob, false, true, Store::Never},
+    {NCRYPT_WINDOW_HANDLE_PROPERTY, ReadNumber<&KSP_KEY::hParentWnd>, ApplyWindow, false, false, Store::AsAsked},
+    {NCRYPT_UI_POLICY_PROPERTY, ReadUiPolicy, Accept, false, false, Store::AsAsked},
+    {NCRYPT_USE_CONTEXT_PROPERTY, ReadUseContext, ApplyUseContext, false, false, Store::AsAsked},
+    {NCRYPT_CERTIFICATE_PROPERTY, nullptr, Accept, false, false, Store::AsAsked},
+};
+
+const KeyProperty* FindProperty(const WCHAR* name)
+{
+    for (const KeyProperty& property : kProperties) {
+        if (TextEqual(name, property.name))
+            return &property;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+SECURITY_STATUS ReadBuildinKeyProperty(const KSP_KEY& key, const WCHAR* name, PropertyValue* value)
+{
+    const KeyProperty* property = FindProperty(name);
+    return property && property->read ? property->read(key, value) : NTE_NOT_SUPPORTED;
+}
+
+SECURITY_STATUS SetBuildinKeyProperty(KSP_KEY* pKey, const WCHAR* pszProperty, const BYTE* pbInput, DWORD cbInput,
+                                      DWORD* dwFlags)
+{
+    LogString(TEXT("SetBuildinKeyProperty"), pszProperty, LOG_DETAIL_LEVEL);
+    const KeyProperty* property = FindProperty(pszProperty);
+    if (!property || !property->apply)
+        return NTE_NOT_SUPPORTED;
+    if (property->oneWord && cbInput != sizeof(DWORD))
+        return NTE_BAD_DATA;
+    if (property->pendingOnly && pKey->fFinalized)
+        return NTE_BAD_KEY_STATE;
+    const SECURITY_STATUS status = property->apply(pKey, {pbInput, cbInput, *dwFlags});
     if (status != ERROR_SUCCESS)
         return status;
-    return AnswerBytes(property->data(), property->cbPropertyData, output, cbOutput, pcbResult);
-}
-
-SECURITY_STATUS WINAPI KelvaroGetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty,
-                                             PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
-{
-    LogNumber(kGet, pszProperty, static_cast<LONG>(cbOutput), LOG_ENTRY_LEVEL);
-    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
-    if (!key)
-        return Fail(NTE_INVALID_HANDLE, kGet);
-    if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pcbResult)
-        return Fail(NTE_INVALID_PARAMETER, kGet);
-    if (dwFlags & NCRYPT_PERSIST_ONLY_FLAG) {
-        const SECURITY_STATUS status = AnswerStored(key, pszProperty, pbOutput, cbOutput, pcbResult);
-        return status == ERROR_SUCCESS ? status : Fail(status, kGet);
-    }
-    if (TextEqual(pszProperty, kCertificateProperty)) {
-        key->publishCert = 1;
-        return NTE_NOT_SUPPORTED;  // without a line: a host that probes for the certificate has done nothing wrong
-    }
-    const SECURITY_STATUS status = AnswerBuiltin(*key, pszProperty, pbOutput, cbOutput, pcbResult);
-    return status == ERROR_SUCCESS ? status : Fail(status, kGet);
-}
-
-// Security information comes as the low five bits; every other property takes the two persistence flags alone.
-static bool FlagsAllowed(const WCHAR* name, DWORD flags)
-{
-    if (TextEqual(name, kSecurityProperty))
-        return flags != 0 && (flags & 0x7FFFFFE0) == 0;
-    return (flags & 0x3FFFFFFF) == 0;
-}
-
-// An entry of the same name gives way before the new one is made, so that it is lost when there is no memory.
-static SECURITY_STATUS StoreProperty(KSP_KEY* key, const WCHAR* name, const BYTE* input, DWORD cbInput, DWORD flags)
-{
-    const PropertyLock lock(TEXT("KelvaroSetKeyProperty Failed to grab Semaphone - Result"));
-    KSP_PROPERTY* property = nullptr;
-    if (FindKeyProperty(key, name, &property) == ERROR_SUCCESS)
-        FreeProperty(property);
-    const SECURITY_STATUS status = MakeKeyProperty(name, input, cbInput, flags, &property);
-    if (status == ERROR_SUCCESS)
-        PropertyListAppend(&key->PropertyList, property);
-    return status;
-}
-
-static SECURITY_STATUS ApplyAndStore(KSP_KEY* key, const WCHAR* name, const BYTE* input, DWORD cbInput, DWORD flags)
-{
-    if ((flags & NCRYPT_PERSIST_ONLY_FLAG) == 0) {
-        const SECURITY_STATUS status = SetBuildinKeyProperty(key, name, input, cbInput, &flags);
-        if (status != ERROR_SUCCESS || (flags & NCRYPT_PERSIST_FLAG) == 0)
-            return status;
-    }
-    return StoreProperty(key, name, input, cbInput, flags);
-}
-
-SECURITY_STATUS WINAPI KelvaroSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty,
-                                             PBYTE pbInput, DWORD cbInput, DWORD dwFlags)
-{
-    LogString(kSet, pszProperty, LOG_ENTRY_LEVEL);
-    TraceProperty(kSet, pszProperty, pbInput, cbInput);
-    KSP_KEY* key = KeyFromHandles(hProvider, hKey);
-    if (!key)
-        return Fail(NTE_INVALID_HANDLE, kSet);
-    if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pbInput)
-        return Fail(NTE_INVALID_PARAMETER, kSet);
-    // In any letter case, and whatever becomes of the call: only the exact name passes the rules further down.
-    if (TextEqualNoCase(View(pszProperty), View(kCertificateProperty))) {
-        LogLine(TEXT("KelvaroSetKeyProperty SmartCardKeyCertificate Set publishCert"), LOG_STEP_LEVEL);
-        key->publishCert = 1;
-    }
-    const DWORD flags = dwFlags & ~NCRYPT_SILENT_FLAG;
-    if (!FlagsAllowed(pszProperty, flags))
-        return Fail(NTE_BAD_FLAGS, kSet);
-    const SECURITY_STATUS status = ApplyAndStore(key, pszProperty, pbInput, cbInput, flags);
-    return status == ERROR_SUCCESS ? status : Fail(status, kSet);
+    if (property->store == Store::Always)
+        *dwFlags |= NCRYPT_PERSIST_FLAG;
+    if (property->store == Store::Never)
+        *dwFlags &= ~NCRYPT_PERSIST_FLAG;
+    return ERROR_SUCCESS;
 }

@@ -1,4 +1,5 @@
 #include "certsync/vault_to_machine.h"
+#include "keyvault/key_algorithms.h"
 #include "keyvault/key_lookup.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -11,34 +12,21 @@ namespace {
 
 constexpr WCHAR kFailure[] = TEXT("KelvaroOpenKey Error");
 
-struct CurveName {
-    const WCHAR* crv;
-    const WCHAR* algName;
-};
-// A curve key without an algorithm of its own goes by its curve.
-constexpr CurveName kCurveNames[] = {
-    {TEXT("P-256"), TEXT("ECDH_P256")},
-    {TEXT("P-384"), TEXT("ECDH_P384")},
-    {TEXT("P-521"), TEXT("ECDH_P521")},
-};
-
+// A curve key whose record names no algorithm goes by its curve.
 const WCHAR* AlgNameOf(const KVKey& kvk)
 {
     if (!kvk.isEC)
-        return TEXT("RSA");
+        return BCRYPT_RSA_ALGORITHM;
     if (kvk.AlgID[0] != 0)
         return kvk.AlgID;
-    for (const CurveName& row : kCurveNames) {
-        if (TextEqual(kvk.crv, row.crv))
-            return row.algName;
-    }
-    return TEXT("");
+    const Curve* curve = CurveNamed(kvk.crv);
+    return curve ? curve->ecdh : TEXT("");
 }
 
 // The modulus is the only source of the length, so that a curve key has none.
 void TakeVaultDescription(KSP_KEY* key)
 {
-    TextCopy(key->pszAlgName, kAlgNameChars, View(AlgNameOf(key->kvk)));
+    TextCopy(key->pszAlgName, kAlgIDChars, View(AlgNameOf(key->kvk)));
     key->dwBitLength = 8 * key->kvk.n_siz;
     key->fFinalized = 1;
 }
@@ -74,7 +62,7 @@ SECURITY_STATUS WINAPI KelvaroOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     KeyPtr key(record);
     key->kvc = ProviderClient(provider, machineFlag);
     if (!key->kvc)
-        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenKey pKey->kvc NULL"), kFailure);
+        return Fail(Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenKey pKey->kvc NULL")), kFailure);
 
     KVCCall call;
     status = BeginVaultCall(key->kvc, TEXT("KelvaroOpenKey Authenticate Failed "), &call);

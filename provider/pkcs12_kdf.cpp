@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-#include "provider/pkcs8_decryption.h"
+#include "provider/nt_status.h"
 
 Pkcs12Kdf::~Pkcs12Kdf()
 {

@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include "keyvault/key_algorithms.h"
+
 namespace {
 
 // The head of the legacy form; modulus, primes, exponents, coefficient and private exponent follow without a gap.
@@ -10,11 +12,6 @@ struct LegacyHead {
     RSAPUBKEY rsa;
 };
 static_assert(sizeof(LegacyHead) == 20, "the legacy form has no padding");
-
-bool LengthSupported(DWORD bits)
-{
-    return bits >= 2048 && bits <= 4096 && bits % 8 == 0;
-}
 
 DWORD ExponentSize(DWORD exponent)
 {
@@ -32,7 +29,7 @@ SECURITY_STATUS RsaBlobFromPkcs1(const BYTE* der, DWORD cbDer, WipedBlock* blob)
     if (!legacy.Decode(PKCS_RSA_PRIVATE_KEY, der, cbDer) || legacy.size() < sizeof(LegacyHead))
         return NTE_BAD_DATA;
     const RSAPUBKEY rsa = legacy->rsa;
-    if (!LengthSupported(rsa.bitlen))
+    if (!LengthAllowed(kRsaLengths, rsa.bitlen))
         return NTE_NOT_SUPPORTED;
     BCRYPT_RSAKEY_BLOB header = {};
     header.Magic = BCRYPT_RSAFULLPRIVATE_MAGIC;

@@ -13,6 +13,3 @@
 // Takes as long as the iterations that the parameters ask for; too many are refused as malformed.
 SECURITY_STATUS DecryptPkcs8Key(const BYTE* secret, DWORD cbSecret, const CRYPT_ENCRYPTED_PRIVATE_KEY_INFO& info,
                                 WipedBlock* plain, DWORD* cbPlain);
-
-// The status that stands for a result of the platform's cryptography.
-SECURITY_STATUS StatusFromNt(NTSTATUS result);

@@ -2,8 +2,8 @@
 
 #include <string.h>
 
+#include "provider/nt_status.h"
 #include "provider/pkcs12_kdf.h"
-#include "provider/pkcs8_decryption.h"
 
 namespace {
 

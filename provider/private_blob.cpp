@@ -1,13 +1,17 @@
+#include "provider/private_blob.h"
+
 #include <string.h>
 
 #include <utility>
 
+#include "keyvault/key_algorithms.h"
 #include "provider/kept_buffer.h"
-#include "provider/key_object.h"
 #include "support/text.h"
 
-// What the parts of a blob need, the header not counted.
-static uint64_t PartsSize(const BCRYPT_RSAKEY_BLOB& header)
+namespace {
+
+// Bytes of the blob's parts, without the header.
+uint64_t PartsSize(const BCRYPT_RSAKEY_BLOB& header)
 {
     const uint64_t modulus = header.cbModulus;
     const uint64_t prime1 = header.cbPrime1;
@@ -18,6 +22,8 @@ static uint64_t PartsSize(const BCRYPT_RSAKEY_BLOB& header)
     return size;
 }
 
+}  // namespace
+
 SECURITY_STATUS CheckRsaBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBlob)
 {
     BCRYPT_RSAKEY_BLOB header;
@@ -26,9 +32,9 @@ SECURITY_STATUS CheckRsaBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBlob)
     memcpy(&header, pbBlob, sizeof(header));
     if (header.Magic != BCRYPT_RSAPRIVATE_MAGIC && header.Magic != BCRYPT_RSAFULLPRIVATE_MAGIC)
         return NTE_BAD_KEY;
-    if (header.BitLength < 2048 || header.BitLength > 4096 || header.BitLength % 8 != 0)
+    if (!LengthAllowed(kRsaLengths, header.BitLength))
         return NTE_BAD_KEY;
-    // The sum in 64 bits is over cbBlob in every case in which one of 32 bits would have wrapped.
+    // Whenever a sum in 32 bits would wrap, the one in 64 bits is over cbBlob.
     if (PartsSize(header) > cbBlob)
         return NTE_BAD_KEY;
     pKey->dwBitLength = header.BitLength;
@@ -42,10 +48,9 @@ SECURITY_STATUS ProtectPrivateBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBl
     if (!CryptProtectData(&plain, TEXT("Private Key"), nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &sealed))
         return NTE_INTERNAL_ERROR;
     const LocalPtr<BYTE> sealedOwner(sealed.pbData);
-    HeapPtr<BYTE> kept(static_cast<BYTE*>(HeapAlloc(GetProcessHeap(), 0, sealed.cbData)));
+    HeapPtr<BYTE> kept = HeapCopy<BYTE>(sealed.pbData, sealed.cbData);
     if (!kept)
         return NTE_NO_MEMORY;
-    memcpy(kept.get(), sealed.pbData, sealed.cbData);
     BCRYPT_RSAKEY_BLOB header;
     memcpy(&header, pbBlob, sizeof(header));
 
@@ -56,4 +61,10 @@ SECURITY_STATUS ProtectPrivateBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBl
     pKey->pszPrivateBlobType =
         TextEqual(pszBlobType, BCRYPT_RSAFULLPRIVATE_BLOB) ? BCRYPT_RSAFULLPRIVATE_BLOB : BCRYPT_RSAPRIVATE_BLOB;
     return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS KeepPrivateBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBlob, const WCHAR* pszBlobType)
+{
+    const SECURITY_STATUS status = CheckRsaBlob(pKey, pbBlob, cbBlob);
+    return status == ERROR_SUCCESS ? ProtectPrivateBlob(pKey, pbBlob, cbBlob, pszBlobType) : status;
 }

@@ -7,7 +7,11 @@
 #include "support/log.h"
 #include "support/text.h"
 
-static constexpr DWORD kWaitMs = 60000;
+namespace {
+
+constexpr DWORD kWaitMs = 60000;
+
+}  // namespace
 
 PropertyLock::PropertyLock(const WCHAR* failureText)
 {
@@ -40,18 +44,6 @@ SECURITY_STATUS MakeKeyProperty(const WCHAR* pszName, const BYTE* pbData, DWORD 
         memcpy(property->data(), pbData, cbData);
     *pProperty = property.release();
     return ERROR_SUCCESS;
-}
-
-SECURITY_STATUS FindKeyProperty(KSP_KEY* pKey, const WCHAR* pszName, KSP_PROPERTY** pProperty)
-{
-    for (PropertyLink* link = pKey->PropertyList.next; link != &pKey->PropertyList; link = link->next) {
-        KSP_PROPERTY* property = PropertyFromLink(link);
-        if (TextEqual(property->szName, pszName)) {
-            *pProperty = property;
-            return ERROR_SUCCESS;
-        }
-    }
-    return NTE_NOT_FOUND;
 }
 
 void PropertyListInit(PropertyLink* head)

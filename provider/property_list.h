@@ -1,13 +1,32 @@
-// The named byte strings that a host keeps with a key, and the one lock over the lists of all keys.
+// The named byte strings that a host stores with a key, and the one lock over the lists of all keys.
 #pragma once
 
-#include "provider/key_object.h"
+#include "platform/platform.h"
 
-// Unnamed, count 1; created at attach, closed at detach. May be NULL when the platform had none: waits then fail.
+constexpr size_t kPropertyNameLimit = 64;  // characters of a property name, without the terminator
+
+// A link of a circular list; a head that points at itself is an empty list.
+struct PropertyLink {
+    PropertyLink* next;
+    PropertyLink* previous;
+};
+
+// One block on the process heap with the data behind the fixed part.
+struct KSP_PROPERTY {
+    DWORD fPersisted;
+    WCHAR szName[kPropertyNameLimit + 1];
+    DWORD cbPropertyData;  // bytes; may be 0
+    PropertyLink ListEntry;
+    DWORD fBuildin;
+
+    BYTE* data() { return reinterpret_cast<BYTE*>(this + 1); }
+};
+
+// Unnamed, count 1; created at attach, closed at detach. NULL if the platform had none: waits then fail.
 extern HANDLE KelvaroPropertySemaphore;
 
-// Waits up to 60 s for KelvaroPropertySemaphore and gives it back at the end, if it was had. A wait that ends without
-// it logs "failureText" with the wait's result at level 4, and the user goes on without the lock.
+// Waits up to 60 s for KelvaroPropertySemaphore and releases it at the end if acquired. If the wait fails, it logs
+// "failureText" with the wait's result at level 4, and the caller goes on without the lock.
 class PropertyLock {
   public:
     explicit PropertyLock(const WCHAR* failureText);
@@ -19,13 +38,10 @@ class PropertyLock {
     bool held_;
 };
 
-// A new entry that is in no list yet, with a copy of cbData bytes; the caller links it or
-// gives it to FreeProperty. 0; NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a name over 64 characters.
+// A new entry with a copy of cbData bytes, in no list yet: the caller appends it or frees it with FreeProperty. 0;
+// NTE_NO_MEMORY; NTE_INVALID_PARAMETER for a name over 64 characters.
 SECURITY_STATUS MakeKeyProperty(const WCHAR* pszName, const BYTE* pbData, DWORD cbData, DWORD dwFlags,
                                 KSP_PROPERTY** pProperty);
-
-// The first entry of that exact name, borrowed. The caller holds the lock. 0 or NTE_NOT_FOUND.
-SECURITY_STATUS FindKeyProperty(KSP_KEY* pKey, const WCHAR* pszName, KSP_PROPERTY** pProperty);
 
 void PropertyListInit(PropertyLink* head);
 void PropertyListAppend(PropertyLink* head, KSP_PROPERTY* property);

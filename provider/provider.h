@@ -36,7 +36,8 @@ KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider);
 // NCRYPT_MACHINE_KEY_FLAG), else of user keys. May be NULL.
 KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
 
-// Logs "entryPoint Error 0xstatus" at level 1 and returns the status.
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* entryPoint);
-// Logs two lines: the step's, then the entry point's.
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* step, const WCHAR* entryPoint);
+// Logs "where Error 0xstatus" at level 1 and returns the status. where: the entry point, or a step on the way to it.
+SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* where);
+
+// Fail for anything but 0, which passes without a line.
+SECURITY_STATUS Finish(SECURITY_STATUS status, const WCHAR* where);

@@ -1,4 +1,6 @@
 #include "keyvault/crypto_op.h"
+#include "keyvault/key_algorithms.h"
+#include "provider/answers.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
@@ -20,65 +22,59 @@ constexpr SignatureTexts kTexts = {
     TEXT("KelvaroSignHash Resized the Hash"),
 };
 
-constexpr DWORD kLargestCurveSignature = 132;  // P-521; the answer for every curve is an upper bound
 constexpr DWORD kUnknownSignature = 512;
 
-constexpr const WCHAR* kCurveAlgNames[] = {
-    TEXT("ECDH_P256"), TEXT("ECDH_P384"), TEXT("ECDH_P521"), TEXT("ECDSA_P256"), TEXT("ECDSA_P384"), TEXT("ECDSA_P521"),
-};
-
+// The size that a host is told: for every curve it is that of the largest one, an upper bound.
 DWORD SignatureSizeBound(const KVKey& kvk)
 {
     if (!kvk.isEC)
         return kvk.n_siz != 0 ? kvk.n_siz : kUnknownSignature;
-    const bool knownCurve = kvk.x_siz == 32 || kvk.x_siz == 48 || kvk.x_siz == 66;
-    return knownCurve ? kLargestCurveSignature : kUnknownSignature;
+    DWORD largest = 0;
+    bool isKnown = false;
+    for (const Curve& curve : kCurves) {
+        largest = 2 * curve.cbCoordinate;
+        isKnown |= kvk.x_siz == curve.cbCoordinate;
+    }
+    return isKnown ? largest : kUnknownSignature;
 }
 
 bool IsCurveAlgName(const WCHAR* algName)
 {
-    for (const WCHAR* name : kCurveAlgNames) {
-        if (TextEqualNoCase(View(algName), View(name)))
+    for (const Curve& curve : kCurves) {
+        if (TextEqualNoCase(View(algName), View(curve.ecdh)) || TextEqualNoCase(View(algName), View(curve.ecdsa)))
             return true;
     }
     return false;
 }
 
-// Only a hash that went unchanged needs a name that the provider knows.
-SECURITY_STATUS ChooseCurve(const KSP_KEY& key, BYTE* hash, DWORD cbHash, SignatureRequest* request)
+// Only a hash that is sent unchanged needs an algorithm name that the provider knows.
+SECURITY_STATUS ChooseCurve(const KSP_KEY& key, const HostHash& hash, SignatureRequest* request)
 {
-    const SECURITY_STATUS status = ChooseCurveSignature(kTexts, key.pszAlgName, hash, cbHash, request);
-    if (status != ERROR_SUCCESS || request->digest != hash || IsCurveAlgName(key.pszAlgName))
+    const SECURITY_STATUS status = ChooseCurveSignature(kTexts, key.pszAlgName, hash, request);
+    if (status != ERROR_SUCCESS || request->reshaped || IsCurveAlgName(key.pszAlgName))
         return status;
     LogString(TEXT("KelvaroSignHash Bad Alg"), key.pszAlgName, LOG_ERROR_LEVEL);
     return NTE_INVALID_PARAMETER;
 }
 
-SECURITY_STATUS Choose(const KSP_KEY& key, const void* paddingInfo, DWORD dwFlags, BYTE* hash, DWORD cbHash,
-                       SignatureRequest* request)
+SECURITY_STATUS Choose(const KSP_KEY& key, const HostHash& hash, SignatureRequest* request)
 {
-    if (!key.kvk.isEC && (dwFlags & kSignaturePaddingFlags) != 0)
-        return ChooseRsaSignature(kTexts, paddingInfo, dwFlags, hash, cbHash, request);
-    if (key.kvk.isEC && dwFlags == 0)
-        return ChooseCurve(key, hash, cbHash, request);
-    LogNumber(kEntryPoint, TEXT("Bad Flag"), static_cast<LONG>(dwFlags), LOG_ERROR_LEVEL);
+    if (!key.kvk.isEC && (hash.dwFlags & kSignaturePaddingFlags) != 0)
+        return ChooseRsaSignature(kTexts, hash, request);
+    if (key.kvk.isEC && hash.dwFlags == 0)
+        return ChooseCurve(key, hash, request);
+    LogNumber(kEntryPoint, TEXT("Bad Flag"), static_cast<LONG>(hash.dwFlags), LOG_ERROR_LEVEL);
     return NTE_INVALID_PARAMETER;
 }
 
-void LogArguments(const KSP_KEY& key, DWORD dwFlags, DWORD cbHash)
+SECURITY_STATUS Sign(const KSP_PROVIDER& provider, const KSP_KEY& key, const HostHash& hash,
+                     const HostOutput& signature)
 {
-    LogNumber(kEntryPoint, TEXT("dwFlags"), static_cast<LONG>(dwFlags), LOG_STEP_LEVEL);
-    LogNumber(kEntryPoint, key.kvk.isEC ? TEXT("ECC cbHashValue") : TEXT("RSA cbHashValue"), static_cast<LONG>(cbHash),
-              LOG_STEP_LEVEL);
-}
-
-// A hash that is there, from the choice of the algorithm to the signature.
-SECURITY_STATUS SignPresentHash(const KSP_PROVIDER& provider, const KSP_KEY& key, const void* paddingInfo, BYTE* hash,
-                                DWORD cbHash, BYTE* signature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags)
-{
-    LogArguments(key, dwFlags, cbHash);
+    LogNumber(kEntryPoint, TEXT("dwFlags"), static_cast<LONG>(hash.dwFlags), LOG_STEP_LEVEL);
+    LogNumber(kEntryPoint, key.kvk.isEC ? TEXT("ECC cbHashValue") : TEXT("RSA cbHashValue"),
+              static_cast<LONG>(hash.size), LOG_STEP_LEVEL);
     SignatureRequest request;
-    SECURITY_STATUS status = Choose(key, paddingInfo, dwFlags, hash, cbHash, &request);
+    SECURITY_STATUS status = Choose(key, hash, &request);
     if (status != ERROR_SUCCESS)
         return status;
     LogLine(TEXT("KelvaroSignHash pbSignature is NOT NULL"), LOG_STEP_LEVEL);
@@ -89,9 +85,9 @@ SECURITY_STATUS SignPresentHash(const KSP_PROVIDER& provider, const KSP_KEY& key
     if (status != ERROR_SUCCESS)
         return status;
     LogString(TEXT("KelvaroSignHash algId and Data"), request.alg, LOG_DETAIL_LEVEL);
-    *pcbResult = cbSignature;
+    *signature.cbResult = signature.size;
     return KVCCryptoOp(call.get(), TEXT("sign"), key.kvk.keyName, key.kvk.version, 0, request.alg, request.digest,
-                       request.cbDigest, signature, pcbResult);
+                       request.cbDigest, signature.bytes, signature.cbResult);
 }
 
 }  // namespace
@@ -127,7 +123,6 @@ SECURITY_STATUS WINAPI KelvaroSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_
         LogLine(TEXT("KelvaroSignHash cbHashValue is 0"), LOG_ERROR_LEVEL);
         return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
     }
-    const SECURITY_STATUS status = SignPresentHash(*provider, *key, pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                                                   cbSignature, pcbResult, dwFlags);
-    return status == ERROR_SUCCESS ? status : Fail(status, kEntryPoint);
+    const HostHash hash = {pPaddingInfo, dwFlags, pbHashValue, cbHashValue};
+    return Finish(Sign(*provider, *key, hash, {pbSignature, cbSignature, pcbResult}), kEntryPoint);
 }

@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "keyvault/key_algorithms.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -10,7 +11,7 @@ namespace {
 constexpr DWORD kSha1Size = 20;
 constexpr DWORD kAnySize = 0;
 
-// DER of the DigestInfo of PKCS#1 up to the hash itself.
+// PKCS#1's DigestInfo in DER, up to the hash itself.
 constexpr BYTE kSha1DigestInfo[] = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
                                     0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
 static_assert(sizeof(kSha1DigestInfo) + kSha1Size == 35 && 35 <= kHashWorkSize,
@@ -33,19 +34,6 @@ constexpr RsaRule kRsaRules[] = {
     {BCRYPT_PAD_PSS, TEXT("SHA512"), kAnySize, TEXT("PS512"), false},
 };
 
-struct CurveRule {
-    const WCHAR* digits;
-    const WCHAR* alg;
-    DWORD cbHash;
-};
-// The first row whose digits stand in the algorithm's name counts; the last one takes every name. P-521 is signed over
-// 64 bytes.
-constexpr CurveRule kCurveRules[] = {
-    {TEXT("384"), TEXT("ES384"), 48},
-    {TEXT("521"), TEXT("ES512"), 64},
-    {TEXT(""), TEXT("ES256"), 32},
-};
-
 const RsaRule* FindRsaRule(DWORD padding, const WCHAR* hashName, DWORD cbHash)
 {
     for (const RsaRule& rule : kRsaRules) {
@@ -56,15 +44,17 @@ const RsaRule* FindRsaRule(DWORD padding, const WCHAR* hashName, DWORD cbHash)
     return nullptr;
 }
 
-const CurveRule& FindCurveRule(const WCHAR* algName)
+// The first curve takes every name that has no other curve's number.
+const Curve& CurveFor(const WCHAR* algName)
 {
-    const CurveRule* rule = kCurveRules;
-    while (!TextContains(algName, View(rule->digits)))
-        ++rule;
-    return *rule;
+    for (const Curve& curve : kCurves) {
+        if (&curve != kCurves && TextContains(algName, curve.number))
+            return curve;
+    }
+    return kCurves[0];
 }
 
-// The hash name of the padding information, or NULL, logged, when it is missing.
+// The hash name in the padding information. NULL, logged, without one.
 const WCHAR* HashName(const SignatureTexts& texts, const void* paddingInfo, DWORD padding)
 {
     if (padding == BCRYPT_PAD_PKCS1) {
@@ -86,59 +76,59 @@ const WCHAR* HashName(const SignatureTexts& texts, const void* paddingInfo, DWOR
     return info->pszAlgId;
 }
 
-void UseHostBytes(BYTE* hash, DWORD cbHash, SignatureRequest* request)
+void UseHostBytes(const HostHash& hash, SignatureRequest* request)
 {
-    request->digest = hash;
-    request->cbDigest = cbHash;
+    request->digest = hash.bytes;
+    request->cbDigest = hash.size;
 }
 
 void UseWorkBuffer(DWORD cbDigest, SignatureRequest* request)
 {
     request->digest = request->work;
     request->cbDigest = cbDigest;
+    request->reshaped = true;
 }
 
 }  // namespace
 
-SECURITY_STATUS ChooseRsaSignature(const SignatureTexts& texts, const void* paddingInfo, DWORD dwFlags, BYTE* hash,
-                                   DWORD cbHash, SignatureRequest* request)
+SECURITY_STATUS ChooseRsaSignature(const SignatureTexts& texts, const HostHash& hash, SignatureRequest* request)
 {
-    const DWORD padding = (dwFlags & BCRYPT_PAD_PKCS1) != 0 ? BCRYPT_PAD_PKCS1 : BCRYPT_PAD_PSS;
-    const WCHAR* hashName = HashName(texts, paddingInfo, padding);
+    const DWORD padding = (hash.dwFlags & BCRYPT_PAD_PKCS1) != 0 ? BCRYPT_PAD_PKCS1 : BCRYPT_PAD_PSS;
+    const WCHAR* hashName = HashName(texts, hash.paddingInfo, padding);
     if (!hashName)
         return NTE_NOT_SUPPORTED;
-    const RsaRule* rule = FindRsaRule(padding, hashName, cbHash);
+    const RsaRule* rule = FindRsaRule(padding, hashName, hash.size);
     if (!rule) {
         LogString(texts.badHash, hashName, LOG_ERROR_LEVEL);
         return NTE_NOT_SUPPORTED;
     }
 
     request->alg = rule->alg;
-    UseHostBytes(hash, cbHash, request);
+    UseHostBytes(hash, request);
     if (rule->digestInfo) {
         memcpy(request->work, kSha1DigestInfo, sizeof(kSha1DigestInfo));
-        memcpy(request->work + sizeof(kSha1DigestInfo), hash, kSha1Size);
+        memcpy(request->work + sizeof(kSha1DigestInfo), hash.bytes, kSha1Size);
         UseWorkBuffer(sizeof(kSha1DigestInfo) + kSha1Size, request);
     }
     return ERROR_SUCCESS;
 }
 
-SECURITY_STATUS ChooseCurveSignature(const SignatureTexts& texts, const WCHAR* algName, BYTE* hash, DWORD cbHash,
+SECURITY_STATUS ChooseCurveSignature(const SignatureTexts& texts, const WCHAR* algName, const HostHash& hash,
                                      SignatureRequest* request)
 {
-    const CurveRule& rule = FindCurveRule(algName);
-    request->alg = rule.alg;
-    UseHostBytes(hash, cbHash, request);
-    if (cbHash == rule.cbHash)
+    const Curve& curve = CurveFor(algName);
+    request->alg = curve.signatureAlg;
+    UseHostBytes(hash, request);
+    if (hash.size == curve.cbHash)
         return ERROR_SUCCESS;
 
-    LogNumber(texts.resize, algName, static_cast<LONG>(cbHash), LOG_STEP_LEVEL);
-    if (cbHash > kHashWorkSize)
+    LogNumber(texts.resize, algName, static_cast<LONG>(hash.size), LOG_STEP_LEVEL);
+    if (hash.size > kHashWorkSize)
         return NTE_INVALID_PARAMETER;
-    const DWORD cbKept = cbHash < rule.cbHash ? cbHash : rule.cbHash;
+    const DWORD cbKept = hash.size < curve.cbHash ? hash.size : curve.cbHash;
     memset(request->work, 0, sizeof(request->work));
-    memcpy(request->work + (rule.cbHash - cbKept), hash, cbKept);
-    UseWorkBuffer(rule.cbHash, request);
+    memcpy(request->work + (curve.cbHash - cbKept), hash.bytes, cbKept);
+    UseWorkBuffer(curve.cbHash, request);
     LogLine(texts.resized, LOG_DETAIL_LEVEL);
     return ERROR_SUCCESS;
 }

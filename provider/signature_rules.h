@@ -8,14 +8,23 @@ constexpr DWORD kSignatureFlags = kSignaturePaddingFlags | NCRYPT_SILENT_FLAG;
 
 constexpr DWORD kHashWorkSize = 64;  // bytes; the longest hash that the vault takes
 
+// A hash as the host passed it.
+struct HostHash {
+    const void* paddingInfo;  // may be NULL
+    DWORD dwFlags;
+    BYTE* bytes;
+    DWORD size;
+};
+
 struct SignatureRequest {
     SignatureRequest() = default;
     SignatureRequest(const SignatureRequest&) = delete;
     SignatureRequest& operator=(const SignatureRequest&) = delete;
 
     const WCHAR* alg = nullptr;  // the vault's name, a literal
-    BYTE* digest = nullptr;      // the host's bytes, or `work` when they have been reshaped
+    BYTE* digest = nullptr;      // the host's bytes, or `work` if they were reshaped
     DWORD cbDigest = 0;
+    bool reshaped = false;
     BYTE work[kHashWorkSize] = {};
 };
 
@@ -29,14 +38,12 @@ struct SignatureTexts {
     const WCHAR* resized;
 };
 
-// The RSA rows: padding bit, hash name and, for SHA-1, hash size. dwFlags holds one of the padding bits, or both:
-// PKCS#1 wins. 0; NTE_NOT_SUPPORTED, logged, when the padding information or its hash name is missing or the row is not
-// in the table.
-SECURITY_STATUS ChooseRsaSignature(const SignatureTexts& texts, const void* paddingInfo, DWORD dwFlags, BYTE* hash,
-                                   DWORD cbHash, SignatureRequest* request);
+// Chooses by padding, hash name and, for SHA-1, hash size. dwFlags has one of the padding bits, or both: then PKCS#1
+// wins. 0; NTE_NOT_SUPPORTED, logged, if the padding information or its hash name is missing, or for any other
+// combination.
+SECURITY_STATUS ChooseRsaSignature(const SignatureTexts& texts, const HostHash& hash, SignatureRequest* request);
 
-// The curve rows: the digits in algName decide algorithm and size. A shorter hash gets zeros in front; of a longer one
-// the leftmost bytes are taken, as ECDSA truncates. 0; NTE_INVALID_PARAMETER for a hash over 64 bytes that is not of
-// the target size.
-SECURITY_STATUS ChooseCurveSignature(const SignatureTexts& texts, const WCHAR* algName, BYTE* hash, DWORD cbHash,
+// Chooses by the curve's number in algName. A shorter hash gets zeros in front; of a longer one the leftmost bytes are
+// taken, as ECDSA truncates. 0; NTE_INVALID_PARAMETER for a hash over 64 bytes that isn't of the target size.
+SECURITY_STATUS ChooseCurveSignature(const SignatureTexts& texts, const WCHAR* algName, const HostHash& hash,
                                      SignatureRequest* request);

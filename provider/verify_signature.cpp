@@ -19,15 +19,14 @@ constexpr SignatureTexts kTexts = {
     TEXT("KelvaroVerifySignature Resized the Hash"),
 };
 
-// Unlike signing, a curve key may be used with the silent flag, and its name is not held against the known ones.
-SECURITY_STATUS Choose(const KSP_KEY& key, const void* paddingInfo, DWORD dwFlags, BYTE* hash, DWORD cbHash,
-                       SignatureRequest* request)
+// Unlike signing, a curve key takes the silent flag, and its algorithm name needn't be a known one.
+SECURITY_STATUS Choose(const KSP_KEY& key, const HostHash& hash, SignatureRequest* request)
 {
-    const bool padded = (dwFlags & kSignaturePaddingFlags) != 0;
+    const bool padded = (hash.dwFlags & kSignaturePaddingFlags) != 0;
     if (key.kvk.isEC && !padded)
-        return ChooseCurveSignature(kTexts, key.pszAlgName, hash, cbHash, request);
+        return ChooseCurveSignature(kTexts, key.pszAlgName, hash, request);
     if (!key.kvk.isEC && padded)
-        return ChooseRsaSignature(kTexts, paddingInfo, dwFlags, hash, cbHash, request);
+        return ChooseRsaSignature(kTexts, hash, request);
     LogLine(TEXT("KelvaroVerifySignature Non ECC but not BCRYPT_PAD_PKCS1 or BCRYPT_PAD_PSS"), LOG_ERROR_LEVEL);
     return NTE_NOT_SUPPORTED;
 }
@@ -51,7 +50,7 @@ SECURITY_STATUS WINAPI KelvaroVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRY
         return Fail(NTE_BAD_FLAGS, kEntryPoint);
 
     SignatureRequest request;
-    SECURITY_STATUS status = Choose(*key, pPaddingInfo, dwFlags, pbHashValue, cbHashValue, &request);
+    SECURITY_STATUS status = Choose(*key, {pPaddingInfo, dwFlags, pbHashValue, cbHashValue}, &request);
     if (status != ERROR_SUCCESS)
         return Fail(status, kEntryPoint);
 

@@ -1,5 +1,5 @@
 // Import of PKCS#8 keys.
-#include "provider/pkcs8_decryption.h"
+#include "provider/nt_status.h"
 #include "provider/property_list.h"
 #include "tests/provider/import_fixture.h"
 

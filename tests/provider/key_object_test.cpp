@@ -1,4 +1,5 @@
 // Key objects, their property lists and private blobs.
+#include "provider/private_blob.h"
 #include "provider/property_list.h"
 #include "tests/provider/provider_fixture.h"
 

@@ -1,4 +1,5 @@
 // Key properties as a host reads and sets them, and the rules behind them.
+#include "provider/key_properties.h"
 #include "provider/property_list.h"
 #include "tests/provider/provider_fixture.h"
 

@@ -1,5 +1,5 @@
+#include "keyvault/key_algorithms.h"
 #include "keyvault/key_lookup.h"
-#include "provider/algorithms.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
@@ -48,7 +48,7 @@ SECURITY_STATUS WINAPI KelvaroCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, N
         return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kAllowedFlags) != 0)
         return Fail(NTE_BAD_FLAGS, kEntryPoint);
-    if (!IsOfferedAlgorithm(pszAlgId)) {
+    if (!IsKeyAlgorithm(pszAlgId)) {
         LogString(TEXT("KelvaroCreatePersistedKey Invalid Algorithm"), pszAlgId, LOG_ERROR_LEVEL);
         return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
     }

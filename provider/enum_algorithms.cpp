@@ -1,7 +1,6 @@
-#include "provider/algorithms.h"
-
 #include <string.h>
 
+#include "keyvault/key_algorithms.h"
 #include "provider/entry_points.h"
 #include "provider/provider.h"
 #include "support/guards.h"
@@ -10,13 +9,7 @@
 
 namespace {
 
-constexpr WCHAR kIsAlgSupported[] = TEXT("KelvaroIsAlgSupported");
-constexpr WCHAR kEnumAlgorithms[] = TEXT("KelvaroEnumAlgorithms");
-
-constexpr DWORD kSignature = NCRYPT_SIGNATURE_OPERATION;
-constexpr DWORD kEncryptAndSign = NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION | NCRYPT_SIGNATURE_OPERATION;
-constexpr DWORD kAgreeAndSign = NCRYPT_SECRET_AGREEMENT_OPERATION | NCRYPT_SIGNATURE_OPERATION;
-constexpr DWORD kAgreement = NCRYPT_SECRET_AGREEMENT_OPERATION;
+constexpr WCHAR kEntryPoint[] = TEXT("KelvaroEnumAlgorithms");
 
 struct Algorithm {
     const WCHAR* name;
@@ -24,16 +17,36 @@ struct Algorithm {
     DWORD operations;
     DWORD selectedBy;  // a host that asks for one of these operations gets the row
 };
-// The ECDH keys sign too, yet a host that asks for signatures is not shown them.
+
+constexpr Algorithm Rsa()
+{
+    constexpr DWORD kOperations = NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION | NCRYPT_SIGNATURE_OPERATION;
+    return {BCRYPT_RSA_ALGORITHM, NCRYPT_ASYMMETRIC_ENCRYPTION_INTERFACE, kOperations, kOperations};
+}
+
+constexpr Algorithm Ecdsa(const Curve& curve)
+{
+    return {curve.ecdsa, NCRYPT_SIGNATURE_INTERFACE, NCRYPT_SIGNATURE_OPERATION, NCRYPT_SIGNATURE_OPERATION};
+}
+
+// ECDH keys sign too, yet a host that asks for signatures doesn't see them.
+constexpr Algorithm Ecdh(const Curve& curve)
+{
+    return {curve.ecdh, NCRYPT_SECRET_AGREEMENT_INTERFACE,
+            NCRYPT_SECRET_AGREEMENT_OPERATION | NCRYPT_SIGNATURE_OPERATION, NCRYPT_SECRET_AGREEMENT_OPERATION};
+}
+
 constexpr Algorithm kAlgorithms[] = {
-    {TEXT("RSA"), NCRYPT_ASYMMETRIC_ENCRYPTION_INTERFACE, kEncryptAndSign, kEncryptAndSign},
-    {TEXT("ECDSA_P256"), NCRYPT_SIGNATURE_INTERFACE, kSignature, kSignature},
-    {TEXT("ECDSA_P384"), NCRYPT_SIGNATURE_INTERFACE, kSignature, kSignature},
-    {TEXT("ECDSA_P521"), NCRYPT_SIGNATURE_INTERFACE, kSignature, kSignature},
-    {TEXT("ECDH_P256"), NCRYPT_SECRET_AGREEMENT_INTERFACE, kAgreeAndSign, kAgreement},
-    {TEXT("ECDH_P384"), NCRYPT_SECRET_AGREEMENT_INTERFACE, kAgreeAndSign, kAgreement},
-    {TEXT("ECDH_P521"), NCRYPT_SECRET_AGREEMENT_INTERFACE, kAgreeAndSign, kAgreement},
+    Rsa(),
+    Ecdsa(kCurves[0]),
+    Ecdsa(kCurves[1]),
+    Ecdsa(kCurves[2]),
+    Ecdh(kCurves[0]),
+    Ecdh(kCurves[1]),
+    Ecdh(kCurves[2]),
 };
+static_assert(sizeof(kAlgorithms) / sizeof(kAlgorithms[0]) == 1 + 2 * sizeof(kCurves) / sizeof(kCurves[0]),
+              "every curve is listed");
 
 bool IsSelected(const Algorithm& algorithm, DWORD dwAlgOperations)
 {
@@ -86,45 +99,22 @@ HeapPtr<NCryptAlgorithmName> MakeList(const Selection& selection, DWORD dwAlgOpe
 
 }  // namespace
 
-bool IsOfferedAlgorithm(const WCHAR* algName)
-{
-    for (const Algorithm& algorithm : kAlgorithms) {
-        if (TextEqual(algName, algorithm.name))
-            return true;
-    }
-    return false;
-}
-
-SECURITY_STATUS WINAPI KelvaroIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId, DWORD dwFlags)
-{
-    LogString(kIsAlgSupported, pszAlgId, LOG_ENTRY_LEVEL);
-    if (!ProviderFromHandle(hProvider))
-        return Fail(NTE_INVALID_HANDLE, kIsAlgSupported);
-    if (!pszAlgId)
-        return Fail(NTE_INVALID_PARAMETER, kIsAlgSupported);
-    if ((dwFlags & ~static_cast<DWORD>(NCRYPT_SILENT_FLAG)) != 0)
-        return Fail(NTE_BAD_FLAGS, kIsAlgSupported);
-    if (!IsOfferedAlgorithm(pszAlgId))
-        return Fail(NTE_NOT_SUPPORTED, kIsAlgSupported);
-    return ERROR_SUCCESS;
-}
-
 SECURITY_STATUS WINAPI KelvaroEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwAlgOperations, DWORD* pdwAlgCount,
                                              NCryptAlgorithmName** ppAlgList, DWORD dwFlags)
 {
-    LogNumber(kEnumAlgorithms, TEXT("Called"), static_cast<LONG>(dwAlgOperations), LOG_ENTRY_LEVEL);
+    LogNumber(kEntryPoint, TEXT("Called"), static_cast<LONG>(dwAlgOperations), LOG_ENTRY_LEVEL);
     if (!ProviderFromHandle(hProvider))
-        return Fail(NTE_INVALID_HANDLE, kEnumAlgorithms);
+        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pdwAlgCount || !ppAlgList)
-        return Fail(NTE_INVALID_PARAMETER, kEnumAlgorithms);
-    if ((dwFlags & ~static_cast<DWORD>(NCRYPT_SILENT_FLAG)) != 0)
-        return Fail(NTE_BAD_FLAGS, kEnumAlgorithms);
+        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+    if ((dwFlags & ~NCRYPT_SILENT_FLAG) != 0)
+        return Fail(NTE_BAD_FLAGS, kEntryPoint);
     const Selection selection = Select(dwAlgOperations);
     if (selection.rows == 0)
-        return Fail(NTE_NOT_SUPPORTED, kEnumAlgorithms);
+        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
     HeapPtr<NCryptAlgorithmName> list = MakeList(selection, dwAlgOperations);
     if (!list)
-        return Fail(NTE_NO_MEMORY, kEnumAlgorithms);
+        return Fail(NTE_NO_MEMORY, kEntryPoint);
 
     *pdwAlgCount = selection.rows;
     *ppAlgList = list.release();  // the host's, until KelvaroFreeBuffer
