@@ -12,7 +12,7 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:allocator_may_return_null=1
 export UBSAN_OPTIONS=print_stacktrace=1
-export TSAN_OPTIONS="halt_on_error=0:second_deadlock_stack=1:suppressions=$top/tests/tsan_suppressions.txt"
+export TSAN_OPTIONS="halt_on_error=0:second_deadlock_stack=1:allocator_may_return_null=1:suppressions=$top/tests/tsan_suppressions.txt"
 
 for variant in "$@"; do
     echo "== $variant"
