@@ -155,8 +155,11 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.story);
         Answer("oauth2/token", row.status, row.body);
+        root.ClearLog();
         const ClientPtr kvc = NewClient();
         EXPECT_EQ(row.result, SignIn(kvc));
+        const bool isJson = *row.body == '{' || *row.body == '[';
+        EXPECT_EQ(isJson ? 0u : 1u, LinesWith("KVCAuthenticate answer is not JSON unexpected "));
         EXPECT_EQ(row.tokenType, TextOf(kvc->tokenType));
         EXPECT_EQ(row.accessToken, TextOf(kvc->accessToken));
         EXPECT_EQ(row.result != 0, kvc->tokenExpiry != 0);
