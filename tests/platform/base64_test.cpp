@@ -1,38 +1,55 @@
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "tests/platform/platform_root.h"
 
 namespace {
 
 constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
 
-std::string Encoded(const std::string& bytes, DWORD flags)
+std::string LastErrorText()
 {
-    const BYTE* data = reinterpret_cast<const BYTE*>(bytes.data());
-    const DWORD count = static_cast<DWORD>(bytes.size());
-    DWORD needed = 0;
-    EXPECT_TRUE(CryptBinaryToStringW(data, count, flags, nullptr, &needed));
-    std::u16string text(needed, u'?');
-    DWORD length = needed;
-    EXPECT_TRUE(CryptBinaryToStringW(data, count, flags, text.data(), &length));
-    EXPECT_EQ(length + 1, needed);
-    EXPECT_EQ(text[length], 0);
-    return ToUtf8(text.substr(0, length));
+    return "error " + std::to_string(GetLastError());
 }
 
-// The decoded bytes, or "error N".
-std::string Decoded(const std::string& text, DWORD flags)
+// The text or "error N"; a buffer that is one too small is refused on the way.
+std::string Encoded(const std::string& bytes, DWORD flags)
 {
-    const std::u16string wide = ToUtf16(text);
-    DWORD size = 0;
-    if (!CryptStringToBinaryW(wide.c_str(), 0, flags, nullptr, &size, nullptr, nullptr))
-        return "error " + std::to_string(GetLastError());
-    std::string bytes(size, '?');
-    EXPECT_TRUE(
-        CryptStringToBinaryW(wide.c_str(), 0, flags, reinterpret_cast<BYTE*>(bytes.data()), &size, nullptr, nullptr));
-    EXPECT_EQ(size, bytes.size());
+    const auto encode = [&](WCHAR* text, DWORD* size) {
+        return CryptBinaryToStringW(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()),
+                                    flags, text, size);
+    };
+    DWORD needed = 0;
+    if (!encode(nullptr, &needed))
+        return LastErrorText();
+    std::u16string text(needed, u'?');
+    DWORD size = needed - 1;
+    EXPECT_EQ(ErrorOf(encode(text.data(), &size)), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(size, needed);
+    EXPECT_EQ(text, std::u16string(needed, u'?'));
+    EXPECT_TRUE(encode(text.data(), &size));
+    EXPECT_EQ(size + 1, needed);
+    EXPECT_EQ(text.back(), 0);
+    return ToUtf8(text.substr(0, size));
+}
+
+// The same the other way round; `count` 0 for a text up to its terminator.
+std::string Decoded(const std::string& text, DWORD flags, DWORD count = 0)
+{
+    const auto decode = [&, wide = ToUtf16(text)](std::string* bytes, DWORD* size) {
+        return CryptStringToBinaryW(wide.c_str(), count, flags,
+                                    bytes == nullptr ? nullptr : reinterpret_cast<BYTE*>(bytes->data()), size, nullptr,
+                                    nullptr);
+    };
+    DWORD needed = 0;
+    if (!decode(nullptr, &needed))
+        return LastErrorText();
+    std::string bytes(needed, '?');
+    DWORD size = needed == 0 ? 0 : needed - 1;
+    EXPECT_EQ(decode(&bytes, &size), needed == 0);
+    EXPECT_EQ(bytes, std::string(needed, '?'));
+    EXPECT_EQ(size, needed);
+    EXPECT_TRUE(decode(&bytes, &size));
+    EXPECT_EQ(size, needed);
     return bytes;
 }
 
@@ -55,25 +72,7 @@ TEST(Base64, TextIsOneLine)
     EXPECT_EQ(ErrorOf(CryptBinaryToStringW(huge, 3221225470, kOneLine, nullptr, &size)), DWORD{ERROR_INVALID_PARAMETER})
         << "more characters than a DWORD can count";
     for (const DWORD flags : {CRYPT_STRING_BASE64, DWORD{CRYPT_STRING_NOCRLF}, kOneLine | 4})
-        EXPECT_EQ(ErrorOf(CryptBinaryToStringW(reinterpret_cast<const BYTE*>("a"), 1, flags, nullptr, &size)),
-                  DWORD{ERROR_INVALID_PARAMETER});
-}
-
-TEST(Base64, TooSmallBuffersTellTheSizeNeeded)
-{
-    WCHAR text[4] = {u'?', u'?', u'?', u'?'};
-    DWORD length = 4;
-    EXPECT_EQ(ErrorOf(CryptBinaryToStringW(reinterpret_cast<const BYTE*>("abc"), 3, kOneLine, text, &length)),
-              DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(length, 5u);
-    EXPECT_EQ(text[0], u'?');
-
-    BYTE bytes[2] = {0x11, 0x11};
-    DWORD size = 2;
-    EXPECT_EQ(ErrorOf(CryptStringToBinaryW(u"YWJj", 0, CRYPT_STRING_BASE64, bytes, &size, nullptr, nullptr)),
-              DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(size, 3u);
-    EXPECT_EQ(bytes[0], 0x11);
+        EXPECT_EQ(Encoded("a", flags), "error 87");
 }
 
 TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
@@ -100,17 +99,10 @@ TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
         EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64), row.expected) << row.name;
         EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64_ANY), row.expected) << row.name;
     }
-}
-
-TEST(Base64, ArmouredTextIsFoundWhereItMayStand)
-{
-    const std::string text = "note\n-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n";
-    EXPECT_EQ(Decoded(text, CRYPT_STRING_BASE64_ANY), "abc");
-    EXPECT_EQ(Decoded(text, CRYPT_STRING_BASE64), "error 13");
-    EXPECT_EQ(Decoded(text, 0), "error 87");
-    EXPECT_EQ(Decoded("-----BEGIN X-----\nYWJj\n", CRYPT_STRING_BASE64_ANY), "error 13");
-    // A counted text ends where its count says.
-    DWORD size = 0;
-    EXPECT_TRUE(CryptStringToBinaryW(u"YWJj!!", 4, CRYPT_STRING_BASE64_ANY, nullptr, &size, nullptr, nullptr));
-    EXPECT_EQ(size, 3u);
+    const std::string armoured = "note\n-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n";
+    EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64_ANY), "abc");
+    EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64), refused);
+    EXPECT_EQ(Decoded("-----BEGIN X-----\nYWJj\n", CRYPT_STRING_BASE64_ANY), refused);
+    EXPECT_EQ(Decoded("YWJj", 0), "error 87");
+    EXPECT_EQ(Decoded("YWJj!!", CRYPT_STRING_BASE64_ANY, 4), "abc") << "a counted text";
 }

@@ -106,11 +106,11 @@ size_t Peer::WriteUntilStalled(std::string_view bytes)
     return done;
 }
 
-void Peer::Drip(char byte)
+void Peer::Drip()
 {
     pollfd ends[] = {{socket_, POLLRDHUP, 0}, {server_->stop_[0], 0, 0}};
     while (poll(ends, 2, 10) == 0)
-        Write({&byte, 1});
+        Write("1");
 }
 
 void Peer::Reset()

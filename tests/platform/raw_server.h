@@ -36,7 +36,7 @@ class Peer {
     // Head and entity as they came, which the server notes down. What has come when the client hangs up.
     std::string ReadRequest();
     void Write(std::string_view bytes);
-    void Drip(char byte);  // one at a time, until the client hangs up or the server ends
+    void Drip();  // one byte after the other, until the client hangs up or the server ends
     // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
     size_t WriteUntilStalled(std::string_view bytes);
     void Reset();         // the connection ends with RST
