@@ -2,7 +2,11 @@
 
 #include "support/settings.h"
 
-static constexpr WCHAR kValueName[] = TEXT("CertSync");
+namespace {
+
+constexpr WCHAR kValueName[] = TEXT("CertSync");
+
+}  // namespace
 
 HashText::HashText(const BYTE* hash, DWORD size)
 {

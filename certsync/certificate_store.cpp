@@ -1,7 +1,5 @@
 #include "certsync/certificate_store.h"
 
-const WCHAR kCertificateProvider[] = TEXT("Zandrel Key Storage Provider for Key Vault");
-
 HCERTSTORE OpenPersonalStore(bool isMachine, StoreAccess access)
 {
     const DWORD location = isMachine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;

@@ -5,9 +5,6 @@
 
 #include "platform/platform.h"
 
-// The provider's name in a certificate's provider information.
-extern const WCHAR kCertificateProvider[];
-
 constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 enum class StoreAccess { Read, Write };

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "certsync/certificate_store.h"
+#include "platform/product.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -23,7 +24,7 @@ bool IsBoundTo(const CERT_CONTEXT* context, const WCHAR* keyName)
     const CRYPT_KEY_PROV_INFO* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block);
     LogString(TEXT("KVCEvaluateCertsInStore kspInfoP->pwszContainerName"), info->pwszContainerName, LOG_DETAIL_LEVEL);
     LogString(TEXT("KVCEvaluateCertsInStore kspInfoP->pwszProvName"), info->pwszProvName, LOG_DETAIL_LEVEL);
-    return TextEqual(info->pwszContainerName, keyName) && TextEqual(info->pwszProvName, kCertificateProvider);
+    return TextEqual(info->pwszContainerName, keyName) && TextEqual(info->pwszProvName, kProviderName);
 }
 
 uint64_t StartOf(const CERT_CONTEXT* context)

@@ -8,6 +8,7 @@
 #include "certsync/certificate_store.h"
 #include "certsync/known_hashes.h"
 #include "keyvault/kvkey.h"
+#include "platform/product.h"
 #include "support/base64.h"
 #include "support/clock.h"
 #include "support/log.h"
@@ -101,7 +102,7 @@ bool Bind(const CERT_CONTEXT* context, const WCHAR* container)
 {
     CRYPT_KEY_PROV_INFO info = {};
     info.pwszContainerName = const_cast<WCHAR*>(container);
-    info.pwszProvName = const_cast<WCHAR*>(kCertificateProvider);
+    info.pwszProvName = const_cast<WCHAR*>(kProviderName);
     info.dwFlags = NCRYPT_MACHINE_KEY_FLAG;
     if (!CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info)) {
         LogError(TEXT("KVCPropogateCertificateFromKeyVault Certificate Provider Set FAILED"), GetLastError(),

@@ -4,7 +4,6 @@
 
 namespace kelvaroctl {
 
-const WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
 // The longest name that has a form in the vault.
 constexpr size_t kLongestName = 42;
 

@@ -10,10 +10,9 @@
 #include "kelvaroctl/road.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
+#include "platform/product.h"
 
 namespace kelvaroctl {
-
-extern const WCHAR kProviderName[];  // the provider's, as it is registered and as certificates name it
 
 class Provider {
   public:

@@ -1,6 +1,7 @@
 #include "kelvaroctl/places.h"
 
 #include "kelvaroctl/failure.h"
+#include "platform/product.h"
 
 namespace kelvaroctl {
 
@@ -17,8 +18,8 @@ std::string InstalledModule()
 
 std::string SettingsPlace(HKEY hive)
 {
-    return std::string(hive == HKEY_LOCAL_MACHINE ? "HKEY_LOCAL_MACHINE" : "HKEY_CURRENT_USER") +
-           "\\Software\\Zandrel\\Kelvaro";
+    return std::string(hive == HKEY_LOCAL_MACHINE ? "HKEY_LOCAL_MACHINE" : "HKEY_CURRENT_USER") + "\\" +
+           ToNarrow(kSettingsKey);
 }
 
 std::string FilePlace(const WideText& name)

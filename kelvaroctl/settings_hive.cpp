@@ -7,8 +7,6 @@
 
 namespace kelvaroctl {
 
-const WCHAR kSettingsKey[] = TEXT("Software\\Zandrel\\Kelvaro");
-
 namespace {
 [[noreturn]] void ThrowHiveFailure(HKEY hive, const std::string& attempt, LONG error)
 {

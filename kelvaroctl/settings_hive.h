@@ -7,10 +7,9 @@
 
 #include "kelvaroctl/setting_table.h"
 #include "kelvaroctl/text.h"
+#include "platform/product.h"
 
 namespace kelvaroctl {
-
-extern const WCHAR kSettingsKey[];  // Software\Zandrel\Kelvaro
 
 struct RawValue {
     DWORD type = REG_NONE;

@@ -4,6 +4,7 @@
 
 #include "keyvault/join.h"
 #include "keyvault/web_call_body.h"
+#include "platform/product.h"
 #include "support/clock.h"
 #include "support/guards.h"
 #include "support/log.h"
@@ -100,8 +101,7 @@ Outcome SendFailed(KVCResponse* response, DWORD error)
 
 Outcome Attempt(const Request& request, KVCResponse* response)
 {
-    const InternetHandle session(WinHttpOpen(TEXT("Zandrel Key Storage Provider for Key Vault"),
-                                             WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+    const InternetHandle session(WinHttpOpen(kProviderName, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                                              WINHTTP_NO_PROXY_BYPASS, 0));
     if (!session) {
         Fail(response, TEXT("KVCDoWebCall WinHttpOpen Failed"), GetLastError());

@@ -2,25 +2,29 @@
 
 #include "support/guards.h"
 
-// The head; an empty list is a head whose pointers lead to itself.
-static KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::keyName};
-static SRWLOCK listLock = SRWLOCK_INIT;
+namespace {
 
-void KelvaroBufferListInit()
-{
-    const ExclusiveLock lock(&listLock);
-    KelvaroBufferList.next = &KelvaroBufferList;
-    KelvaroBufferList.previous = &KelvaroBufferList;
-}
+// The head; an empty list is a head whose pointers lead to itself.
+KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::keyName};
+SRWLOCK listLock = SRWLOCK_INIT;
 
 // The entry of `buffer`, or NULL. The caller holds listLock.
-static KelvaroBufferEntry* FindEntry(const void* buffer)
+KelvaroBufferEntry* FindEntry(const void* buffer)
 {
     for (KelvaroBufferEntry* entry = KelvaroBufferList.next; entry != &KelvaroBufferList; entry = entry->next) {
         if (entry->buffer == buffer)
             return entry;
     }
     return nullptr;
+}
+
+}  // namespace
+
+void KelvaroBufferListInit()
+{
+    const ExclusiveLock lock(&listLock);
+    KelvaroBufferList.next = &KelvaroBufferList;
+    KelvaroBufferList.previous = &KelvaroBufferList;
 }
 
 KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer, BufferKind kind)

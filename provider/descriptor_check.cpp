@@ -2,9 +2,11 @@
 
 #include <string.h>
 
+namespace {
+
 // Whether a part of a self-relative descriptor lies inside cbInput bytes. Both kinds of part begin with eight fixed
 // bytes.
-static bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAcl)
+bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAcl)
 {
     if (offset == 0)
         return true;
@@ -17,7 +19,7 @@ static bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAc
 }
 
 // Whether the platform's calls, which know no size, can be shown the descriptor.
-static bool ReadsInside(const BYTE* input, DWORD cbInput)
+bool ReadsInside(const BYTE* input, DWORD cbInput)
 {
     SECURITY_DESCRIPTOR_RELATIVE head;
     if (cbInput < sizeof(head))
@@ -29,6 +31,8 @@ static bool ReadsInside(const BYTE* input, DWORD cbInput)
            ((head.Control & SE_SACL_PRESENT) == 0 || PartInside(input, cbInput, head.Sacl, true)) &&
            ((head.Control & SE_DACL_PRESENT) == 0 || PartInside(input, cbInput, head.Dacl, true));
 }
+
+}  // namespace
 
 bool HoldsSecurityDescriptor(const BYTE* input, DWORD cbInput)
 {

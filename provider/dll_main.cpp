@@ -6,7 +6,9 @@
 
 HANDLE KelvaroPropertySemaphore = nullptr;
 
-static constexpr DWORD kImageNameChars = 1024;
+namespace {
+
+constexpr DWORD kImageNameChars = 1024;
 
 // The process's image and user for a line that is about to be written. The look-up of the user is a call to another
 // process, made under the loader's lock.
@@ -22,7 +24,7 @@ struct HostNames {
     WCHAR user[kUserNameChars];
 };
 
-static void Attach()
+void Attach()
 {
     LogAttach();
     if (LogGateOpen(LOG_ENTRY_LEVEL)) {
@@ -34,7 +36,7 @@ static void Attach()
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
 }
 
-static void Detach(bool processEnds)
+void Detach(bool processEnds)
 {
     if (processEnds)
         LogProcessEnds();
@@ -46,6 +48,8 @@ static void Detach(bool processEnds)
         CloseHandle(KelvaroPropertySemaphore);
     KelvaroPropertySemaphore = nullptr;
 }
+
+}  // namespace
 
 // reserved: at a detach, set when the process ends and NULL when the module is unloaded.
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved)

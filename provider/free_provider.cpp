@@ -4,12 +4,16 @@
 #include "support/log.h"
 #include "support/wipe.h"
 
-static void ReleaseClient(KVCClient** kvc)
+namespace {
+
+void ReleaseClient(KVCClient** kvc)
 {
     if (*kvc)
         KVCDelete(*kvc);
     *kvc = nullptr;
 }
+
+}  // namespace
 
 SECURITY_STATUS WINAPI KelvaroFreeProvider(NCRYPT_PROV_HANDLE hProvider)
 {

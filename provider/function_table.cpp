@@ -1,8 +1,5 @@
 #include "provider/entry_points.h"
-#include "provider/provider.h"
 #include "support/log.h"
-
-const WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
 
 const NCRYPT_KEY_STORAGE_FUNCTION_TABLE KelvaroFunctionTable = {
     NCRYPT_KEY_STORAGE_INTERFACE_VERSION,

@@ -4,9 +4,11 @@
 #include "provider/provider.h"
 #include "support/log.h"
 
+namespace {
+
 // Whether `object` begins with the size and the magic word of a record whose fixed part has cbFixed bytes. What a host
 // passes in may be shorter than the record and stand at any address.
-static bool HasHeader(const void* object, size_t cbFixed, DWORD magic)
+bool HasHeader(const void* object, size_t cbFixed, DWORD magic)
 {
     if (!object)
         return false;
@@ -18,6 +20,8 @@ static bool HasHeader(const void* object, size_t cbFixed, DWORD magic)
     memcpy(&dwMagic, static_cast<const BYTE*>(object) + sizeof(cbLength), sizeof(dwMagic));
     return dwMagic == magic;
 }
+
+}  // namespace
 
 KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider)
 {

@@ -2,16 +2,20 @@
 
 #include <string.h>
 
-bool HasZeroByte(const NCryptBuffer& buffer)
-{
-    return memchr(buffer.pvBuffer, 0, buffer.cbBuffer) != nullptr;
-}
+namespace {
 
-static WCHAR CharacterAt(const NCryptBuffer& buffer, size_t index)
+WCHAR CharacterAt(const NCryptBuffer& buffer, size_t index)
 {
     WCHAR ch;
     memcpy(&ch, static_cast<const BYTE*>(buffer.pvBuffer) + index * sizeof(ch), sizeof(ch));
     return ch;
+}
+
+}  // namespace
+
+bool HasZeroByte(const NCryptBuffer& buffer)
+{
+    return memchr(buffer.pvBuffer, 0, buffer.cbBuffer) != nullptr;
 }
 
 bool HasZeroCharacter(const NCryptBuffer& buffer)

@@ -1,11 +1,15 @@
 #include "provider/entry_points.h"
 #include "support/log.h"
 
-static SECURITY_STATUS Refuse(const WCHAR* entryPoint)
+namespace {
+
+SECURITY_STATUS Refuse(const WCHAR* entryPoint)
 {
     LogLine(entryPoint, LOG_ERROR_LEVEL);
     return NTE_NOT_SUPPORTED;
 }
+
+}  // namespace
 
 SECURITY_STATUS WINAPI KelvaroPromptUser(NCRYPT_PROV_HANDLE /*hProvider*/, NCRYPT_KEY_HANDLE /*hKey*/,
                                          LPCWSTR /*pszOperation*/, DWORD /*dwFlags*/)

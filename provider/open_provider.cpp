@@ -11,12 +11,14 @@
 #include "support/settings.h"
 #include "support/text.h"
 
-static constexpr WCHAR kEntryPoint[] = TEXT("KelvaroOpenProvider");
-static constexpr WCHAR kClearValue[] = TEXT("ClientSecret");
-static constexpr WCHAR kProtectedValue[] = TEXT("ClientDPAPISecret");
-static constexpr size_t kSettingChars = 512;
-static constexpr size_t kProtectedSecretChars = kSettingTextLimit;
-static constexpr size_t kNameBytesLimit = 0xFFFF;  // of the provider's name, terminator included
+namespace {
+
+constexpr WCHAR kEntryPoint[] = TEXT("KelvaroOpenProvider");
+constexpr WCHAR kClearValue[] = TEXT("ClientSecret");
+constexpr WCHAR kProtectedValue[] = TEXT("ClientDPAPISecret");
+constexpr size_t kSettingChars = 512;
+constexpr size_t kProtectedSecretChars = kSettingTextLimit;
+constexpr size_t kNameBytesLimit = 0xFFFF;  // of the provider's name, terminator included
 
 static_assert(kSettingChars * sizeof(WCHAR) == kSecretBufferSize, "the whole buffer of a secret is protected");
 
@@ -40,7 +42,7 @@ struct HivePass {
     const WCHAR* readingText;
 };
 
-static void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars], HiveSettings* settings)
+void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars], HiveSettings* settings)
 {
     SettingsReadText(hive, TEXT("KeyVault"), vaultTemplate, sizeof(vaultTemplate));
     settings->authenticationType = SettingsReadNumber(hive, TEXT("AuthenticationType"));
@@ -65,7 +67,7 @@ enum class Sealing {
 
 // Puts the clear secret under protection, in settings->protectedSecret and in the registry. A secret that an
 // administrator has set meanwhile, and that another open may have stored already, keeps its place.
-static Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
+Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.savingText, LOG_STEP_LEVEL);
     const bool sealed = ProtectSecret(reinterpret_cast<const BYTE*>(settings->secret), pass.forMachine,
@@ -78,7 +80,7 @@ static Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
 }
 
 // Takes the secret from its protected form. False, with the secret as it was, when that can't be read.
-static bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
+bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.readingText, LOG_STEP_LEVEL);
     if (!GetSecretFromDPAPI(settings->protectedSecret, reinterpret_cast<BYTE*>(settings->secret), kSecretBufferSize)) {
@@ -92,14 +94,14 @@ static bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
 
 // Empties the clear value, provided that both forms in the registry are still this open's own: a new clear secret is
 // for one of the next opens to take up.
-static void ClearSecret(const HivePass& pass, const HiveSettings& settings)
+void ClearSecret(const HivePass& pass, const HiveSettings& settings)
 {
     const SettingText seen[] = {{kClearValue, settings.secret}, {kProtectedValue, settings.protectedSecret}};
     SettingsWriteTextIf(pass.hive, {kClearValue, TEXT("")}, seen, 2);
 }
 
 // Moves a clear secret under protection, or takes the one that was moved earlier.
-static void SettleSecret(const HivePass& pass, HiveSettings* settings)
+void SettleSecret(const HivePass& pass, HiveSettings* settings)
 {
     if (!settings->secret[0]) {
         if (settings->protectedSecret[0])
@@ -122,7 +124,7 @@ static void SettleSecret(const HivePass& pass, HiveSettings* settings)
 }
 
 // Reads one hive and builds its client. NULL: no memory.
-static KVCClient* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTemplateChars])
+KVCClient* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTemplateChars])
 {
     HiveSettings settings;
     ReadSettings(pass.hive, vaultTemplate, &settings);
@@ -138,7 +140,7 @@ static KVCClient* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaul
     return kvc;
 }
 
-static KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
+KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
 {
     const uint64_t cbLength = sizeof(KSP_PROVIDER) + uint64_t{cbName};
     if (static_cast<DWORD>(cbLength) != cbLength)
@@ -155,12 +157,14 @@ static KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
 }
 
 // The user's name is looked up for this line alone.
-static void LogOpening(const WCHAR* providerName)
+void LogOpening(const WCHAR* providerName)
 {
     WCHAR userName[kUserNameChars];
     FetchUserName(userName);
     LogStrings(kEntryPoint, providerName, userName, LOG_ENTRY_LEVEL);
 }
+
+}  // namespace
 
 SECURITY_STATUS WINAPI KelvaroOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName, DWORD /*dwFlags*/)
 {

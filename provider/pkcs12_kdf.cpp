@@ -4,22 +4,26 @@
 
 #include "provider/nt_status.h"
 
+namespace {
+
+DWORD RoundUp(DWORD size, DWORD step)
+{
+    return (size + step - 1) / step * step;
+}
+
+void Repeat(const BYTE* bytes, DWORD size, BYTE* output, DWORD cbOutput)
+{
+    for (DWORD i = 0; i < cbOutput; i++)
+        output[i] = bytes[i % size];
+}
+
+}  // namespace
+
 Pkcs12Kdf::~Pkcs12Kdf()
 {
     Wipe(hash_, sizeof(hash_));
     if (algorithm_)
         BCryptCloseAlgorithmProvider(algorithm_, 0);
-}
-
-static DWORD RoundUp(DWORD size, DWORD step)
-{
-    return (size + step - 1) / step * step;
-}
-
-static void Repeat(const BYTE* bytes, DWORD size, BYTE* output, DWORD cbOutput)
-{
-    for (DWORD i = 0; i < cbOutput; i++)
-        output[i] = bytes[i % size];
 }
 
 // Salt and password are bounded by their readers, so that no sum wraps.

@@ -1,7 +1,9 @@
 #include "provider/pkcs8_der.h"
 
+namespace {
+
 // The length at `at`, which is moved behind it. False: indefinite, of over four bytes, or cut.
-static bool ReadLength(const BYTE** at, const BYTE* end, size_t* length)
+bool ReadLength(const BYTE** at, const BYTE* end, size_t* length)
 {
     if (*at == end)
         return false;
@@ -17,6 +19,8 @@ static bool ReadLength(const BYTE** at, const BYTE* end, size_t* length)
         *length = *length << 8 | *(*at)++;
     return true;
 }
+
+}  // namespace
 
 bool Pkcs8Der::Take(BYTE tag, Pkcs8Der* contents)
 {

@@ -4,20 +4,22 @@
 
 #include "support/text.h"
 
+namespace {
+
 // The lists serve the trace alone: some of the names are known to nothing else here.
-static constexpr const WCHAR* kNumberNames[] = {
+constexpr const WCHAR* kNumberNames[] = {
     TEXT("Block Length"),      TEXT("Export Policy"), TEXT("Impl Type"),       TEXT("Key Type"),
     TEXT("Key Usage"),         TEXT("Length"),        TEXT("Max Name Length"), TEXT("Security Descr Support"),
     TEXT("Enabled Use Count"), TEXT("Version"),
 };
-static constexpr const WCHAR* kTextNames[] = {
+constexpr const WCHAR* kTextNames[] = {
     TEXT("Algorithm Group"), TEXT("Algorithm Name"),  TEXT("SmartCardAssociatedECDHKey"), TEXT("Name"),
     TEXT("SmartCardPin"),    TEXT("SmartCardReader"), TEXT("SmartCardSecurePin"),         TEXT("Unique Name"),
     TEXT("Use Context"),
 };
 
 template <size_t count>
-static bool Listed(const WCHAR* const (&names)[count], const WCHAR* name)
+bool Listed(const WCHAR* const (&names)[count], const WCHAR* name)
 {
     for (const WCHAR* listed : names) {
         if (TextEqualNoCase(View(name), View(listed)))
@@ -26,13 +28,15 @@ static bool Listed(const WCHAR* const (&names)[count], const WCHAR* name)
     return false;
 }
 
-static LONG NumberOf(const BYTE* value, DWORD cbValue)
+LONG NumberOf(const BYTE* value, DWORD cbValue)
 {
     LONG number = -1;
     if (value && cbValue >= sizeof(number))
         memcpy(&number, value, sizeof(number));
     return number;
 }
+
+}  // namespace
 
 void WritePropertyTrace(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue)
 {

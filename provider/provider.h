@@ -4,9 +4,7 @@
 #include <atomic>
 
 #include "keyvault/kvc.h"
-#include "platform/platform.h"
-
-extern const WCHAR kProviderName[];  // Zandrel Key Storage Provider for Key Vault
+#include "platform/product.h"
 
 constexpr DWORD KSP_PROVIDER_MAGIC = 0x7866ABCE;
 constexpr DWORD kVaultTemplateChars = 512;

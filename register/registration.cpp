@@ -6,7 +6,6 @@
 
 namespace kelvaro_register {
 
-const WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
 const WCHAR kImage[] = TEXT("kelvaro.dll");
 
 static std::string RefusalText(const char* call, NTSTATUS status)

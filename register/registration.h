@@ -5,13 +5,13 @@
 #include <exception>
 #include <string>
 
+#include "platform/product.h"
 #include "register/cng_calls.h"
 
 namespace kelvaro_register {
 
 using WideText = std::basic_string<WCHAR>;
 
-extern const WCHAR kProviderName[];
 extern const WCHAR kImage[];  // without a folder: the router looks in the system's
 
 constexpr NTSTATUS kStatusAccessDenied = static_cast<NTSTATUS>(0xC0000022);

@@ -2,11 +2,10 @@
 
 #include <string.h>
 
+#include "platform/product.h"
 #include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
-
-const WCHAR kSettingsKey[] = TEXT("Software\\Zandrel\\Kelvaro");
 
 // The settings key of one hive, closed at the end of a scope; NULL when there is none.
 class SettingsKey {

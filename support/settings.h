@@ -4,8 +4,6 @@
 #include "platform/platform.h"
 #include "support/bldstr.h"
 
-extern const WCHAR kSettingsKey[];  // Software\Zandrel\Kelvaro
-
 // Reads a REG_SZ of at most cbBuffer bytes, terminator included, into `buffer`. A missing key or value, a value of
 // another type and one that is too long all leave the buffer all zero, and the text is always terminated.
 void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer);

@@ -68,7 +68,6 @@ TEST_F(VaultToMachineTest, TheUsersStoreIsLeftAlone)
 
 TEST_F(VaultToMachineTest, NewCertificatesComeBoundAndDummiesAreOnlyRemembered)
 {
-    EXPECT_TRUE(TextEqual(kProviderName, kCertificateProvider));
     AddVaultCertificate("-vBAgAAwBA" + std::string(33, 'z'));
     AddVaultCertificate("dummy", "EC", "CN=Dummy Certificate Name");
     AddVaultCertificate("web", "RSA");

@@ -1,0 +1,11 @@
+// The names by which other programs know the product. The version resource (provider/CMakeLists.txt) and the Windows
+// package state the provider's name once more.
+#pragma once
+
+#include "platform/platform.h"
+
+// As it is registered with the router, as hosts open it, and as certificates name it.
+inline constexpr WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
+
+// Under HKEY_LOCAL_MACHINE for machine keys, under HKEY_CURRENT_USER for user keys.
+inline constexpr WCHAR kSettingsKey[] = TEXT("Software\\Zandrel\\Kelvaro");
