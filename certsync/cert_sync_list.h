@@ -1,5 +1,5 @@
-// CertSync: the registry text with the hashes of the certificates that are in step with the vault. Both directions
-// share it; each hash stands in it as upper-case hexadecimal digits, and it is searched, never parsed.
+// CertSync: the registry text that lists the hashes of the certificates that are in step with the vault, for both
+// directions. Each hash is written in upper-case hexadecimal digits; the text is searched, never parsed.
 #pragma once
 
 #include "support/guards.h"
@@ -17,9 +17,9 @@ class HashText {
     WCHAR text_[2 * kLongestHash + 1];
 };
 
-// The list of a hive, empty when there is none. NULL: no memory; there is nothing to go on from then, since a list
-// that is written later takes the place of the whole value.
+// The list of a hive, empty if there is none. NULL: no memory; the caller gives up then, since writing a list replaces
+// the whole value.
 BldStrPtr ReadCertSync(bool isMachine);
 
-// Writes the whole value; a failure is not told.
+// Replaces the whole value, best effort.
 void WriteCertSync(bool isMachine, const BldStr* list);

@@ -22,7 +22,7 @@ bool Fetch(KVC* kvc, const WCHAR* certName)
     return false;
 }
 
-// The certificate's text, borrowed; NULL when the answer has none.
+// The certificate's text, borrowed; NULL if the answer has none.
 const char* CertificateText(json_object* answer)
 {
     if (json_object* value = JsonMember(answer, "value")) {
@@ -38,24 +38,24 @@ const char* CertificateText(json_object* answer)
 
 }  // namespace
 
-int KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob)
+bool KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob)
 {
     LogLine(TEXT("KVCGetCert"), LOG_STEP_LEVEL);
     if (!certName || !certblob) {
         LogLine(TEXT("KVCGetCert Bad CertName or certblob pointer"), LOG_ERROR_LEVEL);
-        return 0;
+        return false;
     }
     if (!Fetch(kvc, certName))
-        return 0;
+        return false;
     const JsonPtr answer = JsonParseAnswer(TEXT("KVCGetCert answer is not JSON"), kvc->lastBody);
     const char* text = CertificateText(answer.get());
     const MallocPtr<WCHAR> wide(text ? BytesStrToWStr(text) : nullptr);
     BYTE* bytes = nullptr;
     DWORD size = 0;
     if (!wide || !KVCKelvaro_FromBase64(wide.get(), &bytes, &size, 1))
-        return 0;
+        return false;
     certblob->der.reset(bytes);
     certblob->size = size;
-    // Without memory for the bytes the decoder tells their size all the same.
-    return bytes ? 1 : 0;
+    // Without memory the decoder returns the size alone.
+    return bytes;
 }

@@ -37,8 +37,7 @@ bool SkipElement(const WCHAR* message)
     return true;
 }
 
-// Adds the certificate of one element, its name and its thumbprint in turn. An element that makes no sense is skipped.
-// False: no memory.
+// Adds an element's name, then its thumbprint. A malformed element is skipped. False: no memory.
 bool TakeElement(json_object* element, size_t index, TextList* list)
 {
     if (!element) {
@@ -71,7 +70,7 @@ bool TakeElement(json_object* element, size_t index, TextList* list)
     return list->Add(View(clearName)) && list->Add(View(thumbprint.get()).substr(0, kCertSlotChars - 1));
 }
 
-// Reads one page. False: no memory; a page that is no JSON is the last.
+// Reads one page; if it isn't JSON, it is the last. False: no memory.
 bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParseAnswer(TEXT("KVCGetCerts answer is not JSON"), body);
@@ -92,7 +91,7 @@ bool TakePage(const char* body, TextList* list, ListWalk* walk)
     return true;
 }
 
-// One block: `count` pointers, and the slots that they point to behind them. NULL: no memory.
+// One block: `count` pointers, and behind them the slots that they point to. NULL: no memory.
 HeapPtr<WCHAR*> NewSlots(size_t count)
 {
     constexpr uint64_t kBytesPerSlot = sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR);
@@ -137,36 +136,36 @@ bool ArgumentsGood(const KVC* kvc, WCHAR*** names, WCHAR*** thumbprints, const L
     return false;
 }
 
-int FailNoMemory(LONG* count)
+bool FailNoMemory(LONG* count)
 {
     LogLine(TEXT("KVCGetCerts Out of memory"), LOG_ERROR_LEVEL);
     *count = 0;
-    return 0;
+    return false;
 }
 
 }  // namespace
 
-int KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArray, LONG* count)
+bool KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArray, LONG* count)
 {
     LogLine(TEXT("KVCGetCerts"), LOG_STEP_LEVEL);
     if (!ArgumentsGood(kvc, WCHARCertsArray, WCHARThumbprintArray, count))
-        return 0;
+        return false;
     TextList list;
     ListWalk walk(kvc, kCertificates);
     ListPage page;
     do {
         page = walk.Fetch();
         if (page == ListPage::Failed)
-            return 0;
+            return false;
         if (page == ListPage::Read && kvc->lastBody && !TakePage(kvc->lastBody, &list, &walk))
             return FailNoMemory(count);
     } while (walk.HasNext());
     LogLine(TEXT("KVCGetCerts found sizes OK"), LOG_STEP_LEVEL);
-    // A list that broke off is not handed out: nobody would release it.
+    // An incomplete list isn't returned: nobody would release it.
     if (page == ListPage::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))
         return FailNoMemory(count);
     LogLine(TEXT("KVCGetCerts Complete"), LOG_STEP_LEVEL);
-    return page == ListPage::Read ? 1 : 0;
+    return page == ListPage::Read;
 }
 
 void KVCGetCertsFree(WCHAR** WCHARCertsArray, WCHAR** WCHARThumbprintArray)

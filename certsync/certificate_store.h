@@ -1,4 +1,4 @@
-// The personal certificate stores of the machine and of the user, and how a certificate in them names its key.
+// The personal certificate stores of the machine and of the user.
 #pragma once
 
 #include <memory>
@@ -9,8 +9,8 @@ constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 enum class StoreAccess { Read, Write };
 
-// Opens the store "My". To search it, `Read` is enough, which needs no rights to change it and makes none that is
-// missing. NULL with the thread's last error.
+// Opens the store "My". `Read` is enough for a search: it needs no right to write, and creates no store. NULL with the
+// thread's last error.
 HCERTSTORE OpenPersonalStore(bool isMachine, StoreAccess access);
 
 struct CertContextFreer {

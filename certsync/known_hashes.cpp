@@ -14,7 +14,7 @@ bool IsDigit(WCHAR ch)
     return (ch >= '0' && ch <= '9') || (ch >= 'A' && ch <= 'F');
 }
 
-// FNV-1a. The digits are a hash's already; this only folds them.
+// FNV-1a. The digits are a hash already; this only folds them.
 size_t Fold(const WCHAR* digits)
 {
     uint32_t folded = 2166136261U;
@@ -49,12 +49,12 @@ bool KnownHashes::Add(const WCHAR* hash)
     if (!MakeRoom(before + View(hash).size() + 1) || !BldStrCat(list_.get(), hash) ||
         !BldStrCat(list_.get(), TEXT(",")))
         return false;
-    // The last digits that were there may join the new ones.
+    // The last digits before may join the new ones.
     IndexFrom(before < kDigits ? 0 : before - (kDigits - 1));
     return true;
 }
 
-// Notes each place in the text from `start` on where 40 digits stand.
+// Notes each run of 40 digits in the text from `start` on.
 void KnownHashes::IndexFrom(size_t start)
 {
     size_t run = 0;
@@ -76,7 +76,7 @@ void KnownHashes::Insert(DWORD offset)
         MakeSlots(2 * slotCount_);
 }
 
-// The slot of these digits, or the free one that they would take.
+// The slot of these digits, or the free one for them.
 DWORD* KnownHashes::Find(const WCHAR* digits) const
 {
     size_t at = Fold(digits) & (slotCount_ - 1);
@@ -85,7 +85,7 @@ DWORD* KnownHashes::Find(const WCHAR* digits) const
     return &slots_[at];
 }
 
-// Moves the index to `count` slots. False, with no index any more: no memory.
+// Moves the index to `count` slots. False, and the index is gone: no memory.
 bool KnownHashes::MakeSlots(size_t count)
 {
     const MallocPtr<DWORD> old(slots_);
@@ -96,10 +96,10 @@ bool KnownHashes::MakeSlots(size_t count)
         if (old.get()[i])
             *Find(list_->cStr + old.get()[i] - 1) = old.get()[i];
     }
-    return slots_ != nullptr;
+    return slots_;
 }
 
-// The string grows to exactly what is appended. Doubling here keeps many additions from copying the list each time.
+// A BldStr grows by just what is appended. Doubling here saves copying the list for each hash.
 bool KnownHashes::MakeRoom(size_t chars)
 {
     if (chars < list_->capacity / sizeof(WCHAR))

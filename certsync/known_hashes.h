@@ -1,21 +1,21 @@
-// The hashes that CertSync lists, indexed for a run over a whole vault.
+// The hashes in CertSync, indexed for a run over a whole vault.
 #pragma once
 
 #include "support/guards.h"
 #include "support/text.h"
 
-// A hash counts as known wherever its digits stand in the text, across a missing comma too. The index answers for SHA-1
-// hashes, which are 40 digits, in constant time; any other text is searched for from the start, as everything is when
-// there was no memory for an index.
+// A hash counts as known wherever its digits are in the text, even across a missing comma. The index finds SHA-1
+// hashes, which have 40 digits, in constant time; any other text takes a search, and so does everything if there was no
+// memory for an index.
 class KnownHashes {
   public:
-    explicit KnownHashes(BldStrPtr list);  // not NULL, the text of CertSync
+    explicit KnownHashes(BldStrPtr list);  // the text of CertSync, not NULL
     ~KnownHashes();
     KnownHashes(const KnownHashes&) = delete;
     KnownHashes& operator=(const KnownHashes&) = delete;
 
     bool Contains(TextView hash) const;
-    bool Add(const WCHAR* hash);  // with a comma behind it; false: no memory
+    bool Add(const WCHAR* hash);  // and a comma; false: no memory
     const BldStr* list() const { return list_.get(); }
 
   private:
@@ -26,7 +26,8 @@ class KnownHashes {
     bool MakeSlots(size_t count);
 
     BldStrPtr list_;
-    // Offsets into the text, plus 1, of each run of 40 digits; 0 is a free slot. A power of 2, at most half full.
+    // The offset in the text, plus 1, of each run of 40 digits; 0 is a free slot. slotCount_ is a power of 2, and at
+    // most half of the slots are used.
     DWORD* slots_ = nullptr;
     size_t slotCount_ = 0;
     size_t used_ = 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The certificate of the store that is to be published. On the heap: a host's thread may have a small stack.
+// The certificate to publish. On the heap: a host's thread may have a small stack.
 struct Candidate {
     BYTE cert[kCertificateBytes];
     DWORD certSize;
@@ -19,11 +19,6 @@ struct Candidate {
     DWORD hashSize;
     WCHAR subject[kSubjectChars];
 };
-
-void FailNoMemory()
-{
-    LogLine(TEXT("KelvaroFreeKey publishCert Out of memory"), LOG_ERROR_LEVEL);
-}
 
 bool FindCandidate(const PublishedKey& key, Candidate* candidate)
 {
@@ -57,10 +52,10 @@ bool IsInVault(KVC* kvc, const WCHAR* encodedName, const Candidate& candidate)
     return !difference;
 }
 
-// True when the vault holds the certificate, or its key could be read after the attempt to put it there.
+// True if the vault has the certificate, or if its key could be read after the attempt to merge it.
 bool BringIntoStep(KVC* kvc, const PublishedKey& key, const WCHAR* encodedName, const Candidate& candidate)
 {
-    KVCFreeKVKey(key.kvk);  // the creation fills it afresh
+    KVCFreeKVKey(key.kvk);  // the creation fills it again
     if (IsInVault(kvc, encodedName, candidate))
         LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Certificate Already in KV - Skip Sync"),
                   candidate.subject, LOG_DETAIL_LEVEL);
@@ -80,6 +75,25 @@ void Record(const PublishedKey& key, BldStr* list, const HashText& hash)
         WriteCertSync(key.isMachine, list);
 }
 
+// False: no memory.
+bool Publish(KVCClient* client, const PublishedKey& key, const WCHAR* encodedName, BldStr* list, Candidate* candidate)
+{
+    if (!FindCandidate(key, candidate))
+        return true;
+    const HashText hash(candidate->hash, candidate->hashSize);
+    LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Found Certificate Hash"), hash.text(), LOG_DETAIL_LEVEL);
+    if (TextContains(list->cStr, View(hash.text())))
+        return true;
+    LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Found Certificate"), candidate->subject,
+              LOG_DETAIL_LEVEL);
+    const KVCCall call(client ? KVCBeginCall(client) : nullptr);
+    if (!call || !KVCTakeHeldToken(call.get()))
+        return false;
+    if (BringIntoStep(call.get(), key, encodedName, *candidate))
+        Record(key, list, hash);
+    return true;
+}
+
 }  // namespace
 
 void PublishKeyCertificate(KVCClient* client, const PublishedKey& key)
@@ -88,24 +102,10 @@ void PublishKeyCertificate(KVCClient* client, const PublishedKey& key)
     LogString(TEXT("KelvaroFreeKey publishCert"), key.name, LOG_RELEASE_LEVEL);
     WCHAR encodedName[kEncodedNameChars] = {};
     int encoded = 0;
-    // A name that has no form in the vault has no certificate there either.
+    // The vault can't have a certificate by a name that it can't spell.
     if (!KVCConvertClearKeyNameToEncoded(key.name, encodedName, &encoded))
         return;
     const MallocPtr<Candidate> candidate(static_cast<Candidate*>(calloc(1, sizeof(Candidate))));
-    if (!list || !candidate)
-        return FailNoMemory();
-    if (!FindCandidate(key, candidate.get()))
-        return;
-
-    const HashText hash(candidate->hash, candidate->hashSize);
-    LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Found Certificate Hash"), hash.text(), LOG_DETAIL_LEVEL);
-    if (TextContains(list->cStr, View(hash.text())))
-        return;
-    LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Found Certificate"), candidate->subject,
-              LOG_DETAIL_LEVEL);
-    const KVCCall call(client ? KVCBeginCall(client) : nullptr);
-    if (!call || !KVCTakeHeldToken(call.get()))
-        return FailNoMemory();
-    if (BringIntoStep(call.get(), key, encodedName, *candidate))
-        Record(key, list.get(), hash);
+    if (!list || !candidate || !Publish(client, key, encodedName, list.get(), candidate.get()))
+        LogLine(TEXT("KelvaroFreeKey publishCert Out of memory"), LOG_ERROR_LEVEL);
 }

@@ -33,7 +33,7 @@ uint64_t StartOf(const CERT_CONTEXT* context)
     return static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
 
-// The outputs, and the best certificate so far in them.
+// The outputs, which hold the best certificate so far.
 struct Search {
     BYTE* cert;
     DWORD certRoom;
@@ -41,7 +41,7 @@ struct Search {
     DWORD hashRoom;
     WCHAR* subject;
     uint64_t bestStart = 0;
-    DWORD bestSize = 0;  // 0 without a best
+    DWORD bestSize = 0;  // 0: none yet
     DWORD bestHashSize = 0;
 };
 
@@ -56,12 +56,12 @@ void Take(const CERT_CONTEXT* context, uint64_t start, Search* search)
     CertNameToStrW(X509_ASN_ENCODING, &context->pCertInfo->Subject, CERT_X500_NAME_STR, search->subject, kSubjectChars);
 }
 
-void Judge(const CERT_CONTEXT* context, const WCHAR* keyName, Search* search)
+void Consider(const CERT_CONTEXT* context, const WCHAR* keyName, Search* search)
 {
     if (!IsBoundTo(context, keyName))
         return;
     LogString(TEXT("KVCEvaluateCertsInStore Found Matching Certificate"), keyName, LOG_DETAIL_LEVEL);
-    // Of two that start at the same moment the one found first stays.
+    // Of two that start at the same time the first one wins.
     const uint64_t start = StartOf(context);
     if (start <= search->bestStart)
         return;
@@ -74,29 +74,29 @@ void Judge(const CERT_CONTEXT* context, const WCHAR* keyName, Search* search)
 
 }  // namespace
 
-int KVCEvaluateCertsInStore(int userStore, const WCHAR* keyName, BYTE* cert, DWORD* certSize, BYTE* hash,
-                            DWORD* hashSize, WCHAR* subject)
+bool KVCEvaluateCertsInStore(int userStore, const WCHAR* keyName, BYTE* cert, DWORD* certSize, BYTE* hash,
+                             DWORD* hashSize, WCHAR* subject)
 {
     LogString(TEXT("KVCEvaluateCertsInStore store"), userStore ? TEXT("User") : TEXT("Machine"), LOG_STEP_LEVEL);
     LogString(TEXT("KVCEvaluateCertsInStore Look for Certificate"), keyName, LOG_DETAIL_LEVEL);
     const HCERTSTORE store = OpenPersonalStore(userStore == 0, StoreAccess::Read);
     if (!store) {
         LogError(TEXT("KVCEvaluateCertsInStore CertOpenStore Failed"), GetLastError(), LOG_DETAIL_LEVEL);
-        return 0;
+        return false;
     }
     Search search = {cert, *certSize, hash, *hashSize, subject};
     // Each step of the walk releases the context before it.
     const CERT_CONTEXT* context = nullptr;
-    while ((context = CertEnumCertificatesInStore(store, context)) != nullptr)
-        Judge(context, keyName, &search);
+    while ((context = CertEnumCertificatesInStore(store, context)))
+        Consider(context, keyName, &search);
     if (!CertCloseStore(store, 0))
         LogError(TEXT("KVCEvaluateCertsInStore CertCloseStore Failed"), GetLastError(), LOG_DETAIL_LEVEL);
     if (!search.bestSize) {
         LogString(TEXT("KVCEvaluateCertsInStore Failed to find certificate"), TEXT("Blob"), LOG_DETAIL_LEVEL);
-        return 0;
+        return false;
     }
     LogString(TEXT("KVCEvaluateCertsInStore Found certificate OK"), TEXT("Blob"), LOG_DETAIL_LEVEL);
     *certSize = search.bestSize;
     *hashSize = search.bestHashSize;
-    return 1;
+    return true;
 }

@@ -22,8 +22,8 @@ constexpr int64_t kSyncPeriodSeconds = 600;
 constexpr WCHAR kDummyName[] = TEXT("Dummy Certificate Name");
 constexpr DWORD kSimpleNameChars = 2048;
 
-// Whether a run is due. The stamp goes forward before the work and stands whatever becomes of it, so that a vault that
-// fails is not asked again by every open of a key.
+// Whether a run is due. The time is written before the work, so that a vault that fails isn't asked again by every open
+// of a key.
 bool ClaimRun()
 {
     const int64_t now = ClockUnixTime();
@@ -45,7 +45,7 @@ bool FetchAndStore(KVC* kvc, const WCHAR* name)
            KVCPropogateCertificateFromKeyVault(name, blob.size, blob.der.get());
 }
 
-// Handles one entry of the listing. True when the list has grown.
+// Handles one entry of the listing. True if the list has grown.
 bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, KnownHashes* known)
 {
     LogString(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts Loop Name"), name, LOG_DETAIL_LEVEL);
@@ -63,7 +63,7 @@ bool SyncEntry(KVC* kvc, const WCHAR* name, const WCHAR* thumbprint, KnownHashes
     return known->Add(hex.text());
 }
 
-// Handles all entries. True when the list has grown.
+// Handles all entries. True if the list has grown.
 bool SyncAll(KVC* kvc, KnownHashes* known)
 {
     WCHAR** names = nullptr;
@@ -76,6 +76,7 @@ bool SyncAll(KVC* kvc, KnownHashes* known)
     LogLine(TEXT("KVCSyncCertsFromKVToMachine KVCGetCerts OK"), LOG_DETAIL_LEVEL);
     if (count < 1) {
         LogNumber(TEXT("KVCSyncCertsFromKVToMachine Count"), TEXT(""), count, LOG_DETAIL_LEVEL);
+        // Not KVCGetCertsFree, which would log.
         const HeapPtr<WCHAR*> emptyNames(names);
         const HeapPtr<WCHAR*> emptyThumbprints(thumbprints);
         return false;
@@ -87,7 +88,7 @@ bool SyncAll(KVC* kvc, KnownHashes* known)
     return changed;
 }
 
-// The subject's simple name, empty when it cannot be converted. NULL: no memory.
+// The subject's simple name, empty if it can't be converted. NULL: no memory.
 MallocPtr<WCHAR> SimpleName(const CERT_CONTEXT* context)
 {
     MallocPtr<WCHAR> name(static_cast<WCHAR*>(calloc(kSimpleNameChars, sizeof(WCHAR))));
@@ -145,33 +146,33 @@ void KVCSyncCertsFromKVToMachine(KVC* kvc)
     WriteCertSync(true, known.list());
 }
 
-int KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, const BYTE* certBytes)
+bool KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, const BYTE* certBytes)
 {
     LogLine(TEXT("KVCPropogateCertificateFromKeyVault"), LOG_STEP_LEVEL);
     const CertContextPtr context(CertCreateCertificateContext(kCertificateEncodings, certBytes, certSize));
     if (!context) {
         LogError(TEXT("KVCPropogateCertificateFromKeyVault CertCreateCertificateContext Failed"), GetLastError(),
                  LOG_ERROR_LEVEL);
-        return 0;
+        return false;
     }
     const MallocPtr<WCHAR> subject = SimpleName(context.get());
     if (!subject) {
         LogLine(TEXT("KVCPropogateCertificateFromKeyVault Out of memory"), LOG_ERROR_LEVEL);
-        return 0;
+        return false;
     }
-    // It only completes a key that has no certificate of its own yet.
+    // It stands for a certificate that the key doesn't have yet.
     if (TextContains(subject.get(), kDummyName)) {
         LogLine(TEXT("KVCPropogateCertificateFromKeyVault Found Dummy Cert"), LOG_DETAIL_LEVEL);
-        return 1;
+        return true;
     }
     const HCERTSTORE store = OpenPersonalStore(true, StoreAccess::Write);
     if (!store) {
         LogError(TEXT("KVCPropogateCertificateFromKeyVault CertOpenStore FAILED"), GetLastError(), LOG_ERROR_LEVEL);
-        return 0;
+        return false;
     }
     LogLine(TEXT("KVCPropogateCertificateFromKeyVault Certificate Store Open OK"), LOG_DETAIL_LEVEL);
     const bool bound = AddBound(store, certName, certSize, certBytes);
     if (!CertCloseStore(store, 0))
         LogError(TEXT("KVCPropogateCertificateFromKeyVault CertCloseStore FAILED"), GetLastError(), LOG_ERROR_LEVEL);
-    return bound ? 1 : 0;
+    return bound;
 }

@@ -4,8 +4,8 @@
 
 namespace {
 
-// The head; an empty list is a head whose pointers lead to itself.
-KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::keyName};
+// The head; an empty list is a head that points at itself.
+KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::KeyName};
 SRWLOCK listLock = SRWLOCK_INIT;
 
 // The entry of `buffer`, or NULL. The caller holds listLock.

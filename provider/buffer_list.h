@@ -3,8 +3,8 @@
 
 #include "platform/platform.h"
 
-// What a block is; a host may hand back an enumeration's state, and nothing else counts as one.
-enum class BufferKind { keyName, enumState };
+// What a block is: only an EnumState is accepted where a host passes an enumeration's state.
+enum class BufferKind { KeyName, EnumState };
 
 struct KelvaroBufferEntry {
     void* buffer;  // the block handed to the host
@@ -13,14 +13,14 @@ struct KelvaroBufferEntry {
     BufferKind kind;
 };
 
-// Makes the list empty; at attach.
+// Empties the list; at attach.
 void KelvaroBufferListInit();
 
-// Appends an entry for `buffer`. NULL when it stands in the list already or no entry can be allocated.
+// Appends an entry for `buffer`. NULL: it is in the list already, or no memory.
 KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer, BufferKind kind);
 
-// Takes the entry of `buffer` out of the list and frees the entry, not the block. Whether there was one.
+// Removes and frees the entry of `buffer`, but not the block. False: there was none.
 bool KelvaroForgetBuffer(void* buffer);
 
-// Whether `buffer` stands in the list as a block of that kind.
+// Whether `buffer` is in the list as a block of that kind.
 bool KelvaroIsRegistered(const void* buffer, BufferKind kind);

@@ -12,15 +12,15 @@ constexpr WCHAR kEntryPoint[] = TEXT("KelvaroCreatePersistedKey");
 
 constexpr DWORD kAllowedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_SILENT_FLAG | NCRYPT_OVERWRITE_KEY_FLAG;
 
-// A key that cannot be read counts as one that is not there, whatever the reason.
+// A key that can't be read counts as missing, whatever the reason.
 bool KeyExists(KVC* call, const WCHAR* keyName)
 {
     KVKeyOwner found;
     return KVCGetKey(call, keyName, &found.key, 1) != 0;
 }
 
-// Signs in, which the finalization will not do, and looks whether the name is free. An overwriting creation does not
-// look: whether there will be a new version is the vault's to decide.
+// Signs in, which the finalization won't do, and checks that the name is free, unless the host overwrites: then the
+// vault decides about a new version.
 SECURITY_STATUS PrepareVault(KVCClient* client, const WCHAR* keyName, DWORD dwFlags)
 {
     KVCCall call;

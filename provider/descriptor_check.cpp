@@ -4,7 +4,7 @@
 
 namespace {
 
-// Whether a part of a self-relative descriptor lies inside cbInput bytes. Both kinds of part begin with eight fixed
+// Whether a part of a self-relative descriptor is inside cbInput bytes. Both kinds of part begin with eight fixed
 // bytes.
 bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAcl)
 {
@@ -18,7 +18,7 @@ bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAcl)
     return (isAcl ? aclSize : sidSize) <= cbInput - offset;
 }
 
-// Whether the platform's calls, which know no size, can be shown the descriptor.
+// Whether the platform's calls, which take no size, would read within cbInput bytes.
 bool ReadsInside(const BYTE* input, DWORD cbInput)
 {
     SECURITY_DESCRIPTOR_RELATIVE head;

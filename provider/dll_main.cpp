@@ -32,7 +32,7 @@ void Attach()
         LogStrings(TEXT("DllMain DLL_PROCESS_ATTACH"), names.image, names.user, LOG_ENTRY_LEVEL);
     }
     KelvaroBufferListInit();
-    // A module without its semaphore still works: the waits fail and their users go on.
+    // The module works without its semaphore too: the waits fail, and their callers go on.
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
 }
 

@@ -19,10 +19,10 @@ constexpr SECURITY_STATUS kVaultReadFailed = static_cast<SECURITY_STATUS>(0x801B
 constexpr DWORD kAllowedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_SILENT_FLAG;
 constexpr size_t kSlotChars = 128;
 
-// One walk: a snapshot of the names, taken at its first call. One block with `count` pointers and `count` slots of
-// kSlotChars characters behind the fixed part. Registered; the host's, until KelvaroFreeBuffer.
+// One enumeration: a snapshot of the names, taken at its first call. One block, with `count` pointers and `count` slots
+// of kSlotChars characters behind the fixed part. Registered; owned by the host until KelvaroFreeBuffer.
 struct KSP_ENUM_STATE {
-    LONG index;  // of the next name to hand out
+    LONG index;  // of the next name
     DWORD count;
 
     WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
@@ -30,7 +30,7 @@ struct KSP_ENUM_STATE {
     bool AtEnd() const { return static_cast<DWORD>(index) >= count; }
 };
 
-// Takes back a block that did not reach the host, registered or not.
+// Releases a block that the host didn't get, registered or not.
 struct UnregisterAndFree {
     void operator()(void* block) const
     {
@@ -69,7 +69,7 @@ SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)
     if (!KVCGetKeys(call, &list.names, &list.count))
         return kVaultReadFailed;
     EnumStatePtr made(AllocateState(list.count));
-    if (!made || !KelvaroRegisterBuffer(made.get(), BufferKind::enumState))
+    if (!made || !KelvaroRegisterBuffer(made.get(), BufferKind::EnumState))
         return NTE_NO_MEMORY;
 
     made->count = list.count;
@@ -93,11 +93,11 @@ SECURITY_STATUS ReadNextKey(KVC* call, KSP_ENUM_STATE* state, DWORD dwFlags, NCr
         return NTE_NO_MEMORY;
 
     TextCopyCut(block->algId, kAlgIDChars, View(kvk.key.AlgID));
-    block->name.pszName = name;  // the state's: it outlives the block's use
+    block->name.pszName = name;  // the state's, which outlives the block
     block->name.pszAlgid = block->algId;
     block->name.dwFlags = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
     ++state->index;
-    if (!KelvaroRegisterBuffer(block.get(), BufferKind::keyName))
+    if (!KelvaroRegisterBuffer(block.get(), BufferKind::KeyName))
         return NTE_NO_MEMORY;
     *ppKeyName = &block.release()->name;
     return ERROR_SUCCESS;
@@ -132,14 +132,14 @@ SECURITY_STATUS WINAPI KelvaroEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR /*p
     if (status != ERROR_SUCCESS)
         return Fail(status, kEntryPoint);
 
-    EnumStatePtr fresh;  // released here unless the host learns of it
+    EnumStatePtr fresh;  // released here unless the host gets it
     auto* state = static_cast<KSP_ENUM_STATE*>(*ppEnumState);
     if (!state) {
         status = TakeSnapshot(call.get(), &fresh);
         if (status != ERROR_SUCCESS)
             return Fail(status, kEntryPoint);
         state = fresh.get();
-    } else if (!KelvaroIsRegistered(state, BufferKind::enumState)) {
+    } else if (!KelvaroIsRegistered(state, BufferKind::EnumState)) {
         return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
     }
 

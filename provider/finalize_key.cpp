@@ -13,8 +13,8 @@ constexpr WCHAR kEntryPoint[] = TEXT("KelvaroFinalizeKey");
 
 constexpr DWORD kAllowedFlags = NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG | NCRYPT_WRITE_KEY_TO_LEGACY_STORE_FLAG;
 
-// Runs on the token that the client holds, from the key's creation or a later operation. An imported key alone may come
-// here before anything has signed in.
+// Uses the client's current token, from the key's creation or a later operation. Only an imported key may get here
+// before anything has signed in.
 SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
 {
     const KVCCall call(key.kvc ? KVCBeginCall(key.kvc) : nullptr);
@@ -25,14 +25,14 @@ SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
         if (result != KVCLogOnResult::Ready)
             return result == KVCLogOnResult::NoMemory ? NTE_NO_MEMORY : NTE_FAIL;
     }
-    // A length that was refused goes to the vault all the same.
+    // A refused length is sent to the vault all the same.
     if (!KVCCreateKey(call.get(), key.pszKeyName, key.pszAlgName, static_cast<LONG>(key.dwBitLength), kvk,
                       key.dwExportPolicy))
         return NTE_FAIL;
     return ERROR_SUCCESS;
 }
 
-// One thread at a time may go to the vault. For the others the key counts as finalized already.
+// Lets one thread at a time create the key. For the others it counts as finalized already.
 SECURITY_STATUS Claim(KSP_KEY* key, DWORD dwFlags)
 {
     const ExclusiveLock lock(&key->lock);
@@ -46,7 +46,7 @@ SECURITY_STATUS Claim(KSP_KEY* key, DWORD dwFlags)
     return ERROR_SUCCESS;
 }
 
-// Ends the claim. The key takes the description over if it is finalized now.
+// Ends the claim. A key that is finalized now takes over the description.
 void Settle(KSP_KEY* key, bool finalized, KVKeyOwner* made)
 {
     const ExclusiveLock lock(&key->lock);

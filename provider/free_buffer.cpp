@@ -5,7 +5,7 @@
 SECURITY_STATUS WINAPI KelvaroFreeBuffer(PVOID pvInput)
 {
     LogLine(TEXT("KelvaroFreeBuffer"), LOG_ENTRY_LEVEL);
-    // The list does not decide what may be freed: most blocks that a host holds never stood in it. The entry goes
+    // Most blocks that a host holds were never in the list, so it doesn't decide what may be freed. The entry goes
     // first, so that no other thread finds a block that is being freed.
     KelvaroForgetBuffer(pvInput);
     HeapFree(GetProcessHeap(), 0, pvInput);

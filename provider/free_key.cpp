@@ -8,7 +8,7 @@ namespace {
 
 constexpr WCHAR kEntryPoint[] = TEXT("KelvaroFreeKey");
 
-// What comes of it does not reach the host.
+// Best effort: the host doesn't see the outcome.
 void PublishCertificateOf(KSP_KEY* key)
 {
     PublishedKey published = {};
@@ -35,6 +35,5 @@ SECURITY_STATUS WINAPI KelvaroFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
         PublishCertificateOf(key);
 
     KVCFreeKVKey(&key->kvk);
-    const SECURITY_STATUS status = DeleteKeyObject(key);
-    return Finish(status, kEntryPoint);
+    return Finish(DeleteKeyObject(key), kEntryPoint);
 }

@@ -7,7 +7,7 @@
 namespace {
 
 // Whether `object` begins with the size and the magic word of a record whose fixed part has cbFixed bytes. What a host
-// passes in may be shorter than the record and stand at any address.
+// passes in may be shorter than the record and unaligned.
 bool HasHeader(const void* object, size_t cbFixed, DWORD magic)
 {
     if (!object)

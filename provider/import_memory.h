@@ -1,4 +1,4 @@
-// Blocks of the process heap that hold key material: wiped over their whole size before they are freed.
+// Blocks of the process heap that hold key material, wiped whole before they are freed.
 #pragma once
 
 #include "platform/platform.h"
@@ -11,11 +11,11 @@ class WipedBlock {
     WipedBlock(const WipedBlock&) = delete;
     WipedBlock& operator=(const WipedBlock&) = delete;
 
-    // Zeroed; in place of the old block. False without memory.
+    // Replaces the block by a zeroed one. False: no memory.
     bool Allocate(SIZE_T size)
     {
         Reset(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size), size);
-        return data_ != nullptr;
+        return data_;
     }
     // Takes over a block of the process heap.
     void Reset(void* block, SIZE_T size)
@@ -33,11 +33,11 @@ class WipedBlock {
     SIZE_T size_ = 0;
 };
 
-// A structure that the platform decoded. It may lead into the encoded bytes, which must outlive it.
+// A structure that the platform decoded. It may point into the encoded bytes, which must outlive it.
 template <typename T>
 class DecodedStructure {
   public:
-    // False when the bytes are no such structure, or without memory.
+    // False: not such a structure, or no memory.
     bool Decode(LPCSTR structType, const BYTE* encoded, DWORD cbEncoded)
     {
         CRYPT_DECODE_PARA allocator = {sizeof(allocator), Allocate, Free};
@@ -51,7 +51,7 @@ class DecodedStructure {
     }
     const T* get() const { return reinterpret_cast<const T*>(block_.data()); }
     const T* operator->() const { return get(); }
-    SIZE_T size() const { return block_.size(); }  // of all of it, the parts behind the structure included
+    SIZE_T size() const { return block_.size(); }  // with the parts behind the structure
 
   private:
     static LPVOID WINAPI Allocate(size_t size) { return HeapAlloc(GetProcessHeap(), 0, size); }

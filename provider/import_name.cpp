@@ -15,7 +15,7 @@ WCHAR CharacterAt(const NCryptBuffer& buffer, size_t index)
 
 bool HasZeroByte(const NCryptBuffer& buffer)
 {
-    return memchr(buffer.pvBuffer, 0, buffer.cbBuffer) != nullptr;
+    return memchr(buffer.pvBuffer, 0, buffer.cbBuffer);
 }
 
 bool HasZeroCharacter(const NCryptBuffer& buffer)

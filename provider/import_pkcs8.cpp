@@ -47,7 +47,6 @@ SECURITY_STATUS ParsePkcs8Parameters(const NCryptBufferDesc* list, Pkcs8Paramete
     return ERROR_SUCCESS;
 }
 
-// The object id is the platform's ASCII text.
 bool IsRsa(const char* objectId)
 {
     return std::string_view(objectId) == szOID_RSA_RSA;

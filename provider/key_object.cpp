@@ -11,7 +11,7 @@
 
 namespace {
 
-// 0 for any other name: the length is the caller's to set.
+// 0 for any other name: the caller sets the length.
 DWORD DefaultLength(const WCHAR* algName)
 {
     if (TextEqual(algName, BCRYPT_RSA_ALGORITHM))

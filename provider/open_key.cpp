@@ -23,7 +23,7 @@ const WCHAR* AlgNameOf(const KVKey& kvk)
     return curve ? curve->ecdh : TEXT("");
 }
 
-// The modulus is the only source of the length, so that a curve key has none.
+// The length comes from the modulus alone, so a curve key has none.
 void TakeVaultDescription(KSP_KEY* key)
 {
     TextCopy(key->pszAlgName, kAlgIDChars, View(AlgNameOf(key->kvk)));
@@ -31,8 +31,8 @@ void TakeVaultDescription(KSP_KEY* key)
     key->fFinalized = 1;
 }
 
-// The first open of a machine key on a provider brings the vault's new certificates to the machine. The open goes on in
-// every case. The client has signed in.
+// The first open of a machine key on a provider fetches the vault's new certificates, best effort. The client has
+// signed in.
 void SyncCertificatesOnce(KSP_PROVIDER* provider, const KSP_KEY& key)
 {
     if (!key.fMachineKey || !key.kvc->certificateMode || provider->fCertsSynced.exchange(1))

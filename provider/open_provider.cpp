@@ -22,7 +22,7 @@ constexpr size_t kNameBytesLimit = 0xFFFF;  // of the provider's name, terminato
 
 static_assert(kSettingChars * sizeof(WCHAR) == kSecretBufferSize, "the whole buffer of a secret is protected");
 
-// What one hive says, but for the vault's template.
+// The settings of one hive, without the vault's template.
 struct HiveSettings {
     DWORD authenticationType;
     WCHAR tenant[kSettingChars];
@@ -48,8 +48,8 @@ void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars], HiveSe
     settings->authenticationType = SettingsReadNumber(hive, TEXT("AuthenticationType"));
     SettingsReadText(hive, TEXT("TenantId"), settings->tenant, sizeof(settings->tenant));
     SettingsReadText(hive, TEXT("ClientId"), settings->clientId, sizeof(settings->clientId));
-    // The clear secret before the protected one: an open that is about to move it writes them in the other order, so
-    // that nobody ever finds both empty.
+    // The clear secret before the encrypted one: an open that moves it writes them in the other order, so nobody ever
+    // finds both empty.
     SettingsReadText(hive, kClearValue, settings->secret, sizeof(settings->secret));
     SettingsReadText(hive, kProtectedValue, settings->protectedSecret, sizeof(settings->protectedSecret));
     SettingsReadText(hive, TEXT("ClientCertID"), settings->clientCertId, sizeof(settings->clientCertId));
@@ -60,13 +60,13 @@ void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars], HiveSe
 
 // What became of a clear secret that an open found in the registry.
 enum class Sealing {
-    refused,    // the platform didn't protect it
-    notStored,  // protected in memory; the registry has its clear form alone
-    stored,     // the registry has both forms
+    Refused,    // the platform didn't encrypt it
+    NotStored,  // encrypted in memory; the registry has only the clear form
+    Stored,     // the registry has both forms
 };
 
-// Puts the clear secret under protection, in settings->protectedSecret and in the registry. A secret that an
-// administrator has set meanwhile, and that another open may have stored already, keeps its place.
+// Encrypts the clear secret, in settings->protectedSecret and in the registry, but not over a secret that an
+// administrator has set meanwhile: another open may have stored that already.
 Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.savingText, LOG_STEP_LEVEL);
@@ -75,11 +75,11 @@ Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
     const SettingText seen[] = {{kClearValue, settings->secret}};
     const bool written = SettingsWriteTextIf(pass.hive, {kProtectedValue, settings->protectedSecret}, seen, 1);
     if (!sealed)
-        return Sealing::refused;
-    return written ? Sealing::stored : Sealing::notStored;
+        return Sealing::Refused;
+    return written ? Sealing::Stored : Sealing::NotStored;
 }
 
-// Takes the secret from its protected form. False, with the secret as it was, when that can't be read.
+// Decrypts the secret. False, with the secret unchanged, if that fails.
 bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.readingText, LOG_STEP_LEVEL);
@@ -92,15 +92,15 @@ bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
     return true;
 }
 
-// Empties the clear value, provided that both forms in the registry are still this open's own: a new clear secret is
-// for one of the next opens to take up.
+// Empties the clear value if both forms in the registry are still those of this open: a new clear secret is left to a
+// later open.
 void ClearSecret(const HivePass& pass, const HiveSettings& settings)
 {
     const SettingText seen[] = {{kClearValue, settings.secret}, {kProtectedValue, settings.protectedSecret}};
     SettingsWriteTextIf(pass.hive, {kClearValue, TEXT("")}, seen, 2);
 }
 
-// Moves a clear secret under protection, or takes the one that was moved earlier.
+// Encrypts a clear secret, or takes the one that was encrypted earlier.
 void SettleSecret(const HivePass& pass, HiveSettings* settings)
 {
     if (!settings->secret[0]) {
@@ -109,14 +109,14 @@ void SettleSecret(const HivePass& pass, HiveSettings* settings)
         return;
     }
     switch (SealSecret(pass, settings)) {
-        case Sealing::refused:
-            // The clear secret serves; an older protected one doesn't take its place.
+        case Sealing::Refused:
+            // The clear secret is used; an older encrypted one doesn't take its place.
             return;
-        case Sealing::notStored:
+        case Sealing::NotStored:
             // The registry has no other copy: the clear value stays.
             LoadProtectedSecret(pass, settings);
             return;
-        case Sealing::stored:
+        case Sealing::Stored:
             if (LoadProtectedSecret(pass, settings))
                 ClearSecret(pass, *settings);
             return;
@@ -132,7 +132,7 @@ KVCClient* BuildClient(const HivePass& pass, WCHAR (&vaultTemplate)[kVaultTempla
         TextCopyCut(vaultTemplate, kVaultTemplateChars, TEXT("%G"));
     SettleSecret(pass, &settings);
     LogStrings(kEntryPoint, vaultTemplate, settings.clientId, LOG_STEP_LEVEL);
-    // Both switches travel negated: 0 in the registry means that a deletion purges and that keys live as certificates.
+    // Both switches are negated: 0 in the registry means that a deletion purges and that keys are certificates.
     KVCClient* kvc = KVCNew(vaultTemplate, settings.authenticationType, settings.tenant, settings.clientId,
                             settings.secret, settings.clientCertId, settings.doDeletePurge == 0,
                             settings.certificatesOrKeys == 0, settings.exportableOption);
@@ -144,7 +144,7 @@ KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
 {
     const uint64_t cbLength = sizeof(KSP_PROVIDER) + uint64_t{cbName};
     if (static_cast<DWORD>(cbLength) != cbLength)
-        return nullptr;  // more than the record can say of itself
+        return nullptr;  // cbLength can't hold it
     void* block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, static_cast<SIZE_T>(cbLength));
     if (!block)
         return nullptr;
@@ -156,7 +156,7 @@ KSP_PROVIDER* CreateRecord(const WCHAR* name, size_t cbName)
     return provider;
 }
 
-// The user's name is looked up for this line alone.
+// Called only if the line is written: it looks up the user's name.
 void LogOpening(const WCHAR* providerName)
 {
     WCHAR userName[kUserNameChars];

@@ -26,7 +26,7 @@ Pkcs12Kdf::~Pkcs12Kdf()
         BCryptCloseAlgorithmProvider(algorithm_, 0);
 }
 
-// Salt and password are bounded by their readers, so that no sum wraps.
+// Salt and password have been bounded by their readers, so no sum wraps.
 SECURITY_STATUS Pkcs12Kdf::Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption)
 {
     password_ = password;
@@ -44,7 +44,7 @@ void Pkcs12Kdf::FillBlocks()
     Repeat(password_, cbPassword_, blocks_.data() + cbSaltBlocks, RoundUp(cbPassword_, kCbBlock));
 }
 
-// Into hash_, which may be what is hashed.
+// The result goes into hash_, which may be the input too.
 NTSTATUS Pkcs12Kdf::HashOnce(const BYTE* first, DWORD cbFirst, const BYTE* second, DWORD cbSecond)
 {
     BCRYPT_HASH_HANDLE hash = nullptr;
@@ -68,7 +68,7 @@ NTSTATUS Pkcs12Kdf::HashRound(const BYTE* diversifier)
     return result;
 }
 
-// Each block, as one large number, grows by the repeated hash and one.
+// Adds the repeated hash and one to each block, taken as one large number.
 void Pkcs12Kdf::AddToBlocks()
 {
     for (SIZE_T block = 0; block < blocks_.size(); block += kCbBlock) {

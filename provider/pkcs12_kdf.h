@@ -1,10 +1,10 @@
-// PKCS#12's derivation of keys from passwords, with SHA-1.
+// PKCS#12's key derivation from passwords, with SHA-1.
 #pragma once
 
 #include "provider/import_memory.h"
 #include "provider/pkcs8_scheme.h"
 
-enum class Pkcs12Purpose : BYTE { key = 1, iv = 2 };
+enum class Pkcs12Purpose : BYTE { Key = 1, Iv = 2 };
 
 class Pkcs12Kdf {
   public:
@@ -13,7 +13,7 @@ class Pkcs12Kdf {
     Pkcs12Kdf(const Pkcs12Kdf&) = delete;
     Pkcs12Kdf& operator=(const Pkcs12Kdf&) = delete;
 
-    // password: cbPassword bytes, borrowed as the encryption is. NTE_NO_MEMORY; what the platform's hashes answer.
+    // password: cbPassword bytes, borrowed like the encryption. 0; NTE_NO_MEMORY; the status of the platform's hash.
     SECURITY_STATUS Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption);
 
     // Writes cbOutput bytes.
@@ -21,7 +21,7 @@ class Pkcs12Kdf {
 
   private:
     static constexpr DWORD kCbHash = 20;
-    static constexpr DWORD kCbBlock = 64;  // of the hash
+    static constexpr DWORD kCbBlock = 64;  // the hash's block
 
     void FillBlocks();
     NTSTATUS HashOnce(const BYTE* first, DWORD cbFirst, const BYTE* second, DWORD cbSecond);
@@ -32,6 +32,6 @@ class Pkcs12Kdf {
     const BYTE* password_ = nullptr;
     DWORD cbPassword_ = 0;
     const Pkcs8Encryption* encryption_ = nullptr;
-    WipedBlock blocks_;  // salt, then password, each repeated to whole blocks
+    WipedBlock blocks_;  // salt, then password, each repeated to fill whole blocks
     BYTE hash_[kCbHash] = {};
 };

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The head of the legacy form; modulus, primes, exponents, coefficient and private exponent follow without a gap.
+// The header of the legacy form; modulus, primes, exponents, coefficient and private exponent follow without gaps.
 struct LegacyHead {
     BLOBHEADER header;
     RSAPUBKEY rsa;
@@ -36,7 +36,7 @@ SECURITY_STATUS RsaBlobFromPkcs1(const BYTE* der, DWORD cbDer, WipedBlock* blob)
     header.BitLength = rsa.bitlen;
     header.cbPublicExp = ExponentSize(rsa.pubexp);
     header.cbModulus = rsa.bitlen / 8;
-    // Half of a modulus of an odd number of bytes is rounded up, as the platform does.
+    // Half of an odd number of bytes is rounded up, as the platform does.
     header.cbPrime1 = (rsa.bitlen + 15) / 16;
     header.cbPrime2 = header.cbPrime1;
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The operations on one encryption algorithm.
+// One encryption algorithm.
 struct Pkcs8Scheme {
     const char* objectId;
     SECURITY_STATUS (*decodeParameters)(const BYTE* der, DWORD cbDer, Pkcs8Encryption* encryption);
@@ -28,7 +28,7 @@ const Pkcs8Scheme* FindScheme(const char* objectId)
     return nullptr;
 }
 
-// A key of the platform's. The object that it lives in goes after it, and the algorithm last.
+// A key in the platform. Its memory is freed after it, and the algorithm is closed last.
 class CipherKey {
   public:
     CipherKey() = default;
@@ -55,7 +55,7 @@ class CipherKey {
 
     bool AllocateObject() { return object_.Allocate(cbObject_); }
 
-    // The initialization vector stays with the key, since decryption names none.
+    // The key keeps the initialization vector, since the decryption call passes none.
     SECURITY_STATUS Take(const Pkcs8Cipher& cipher, Pkcs8CipherKey* derived)
     {
         WCHAR mode[] = BCRYPT_CHAIN_MODE_CBC;

@@ -2,7 +2,7 @@
 
 namespace {
 
-// The length at `at`, which is moved behind it. False: indefinite, of over four bytes, or cut.
+// Reads the length at *at and steps over it. False: indefinite, of over four bytes, or cut off.
 bool ReadLength(const BYTE** at, const BYTE* end, size_t* length)
 {
     if (*at == end)

@@ -1,4 +1,5 @@
-// A cursor over DER from anywhere: tags of one byte, definite lengths, nothing read beyond the bytes.
+// A cursor over untrusted DER: tags of one byte, definite lengths, nothing read beyond the bytes. By hand, because the
+// parameters have to be read on Windows too, whose decoder knows no PBES2.
 #pragma once
 
 #include <string_view>
@@ -13,19 +14,19 @@ constexpr BYTE kDerTagSequence = 0x30;
 class Pkcs8Der {
   public:
     Pkcs8Der() = default;
-    // bytes: may be NULL, which is empty.
+    // bytes: NULL counts as empty.
     Pkcs8Der(const BYTE* bytes, size_t size) : at_(bytes), left_(bytes ? size : 0) {}
 
     bool AtEnd() const { return left_ == 0; }
     // 0 at the end.
     BYTE NextTag() const { return left_ ? at_[0] : BYTE{0}; }
 
-    // Steps over the next element, which must have this tag, and gives its contents. False: it is another, or none.
+    // Steps over the next element and returns its contents. False: it has another tag, or there is none.
     bool Take(BYTE tag, Pkcs8Der* contents);
-    // The next element as a number. False: no such element, negative, or of over 32 bits.
+    // The next element as a number. False: not a number, negative, or over 32 bits.
     bool TakeNumber(DWORD* number);
 
-    // What has not been taken.
+    // The rest.
     const BYTE* bytes() const { return at_; }
     size_t size() const { return left_; }
     std::string_view view() const { return {reinterpret_cast<const char*>(at_), left_}; }

@@ -46,7 +46,7 @@ SECURITY_STATUS Pkcs8Password::AsUtf8(WipedBlock* bytes) const
 {
     if (length_ > kLongestPassword)
         return NTE_INVALID_PARAMETER;
-    // Three bytes a character at the most. The text is copied for its alignment.
+    // At most three bytes a character. The text is copied to align it.
     WipedBlock text;
     WipedBlock room;
     if (!text.Allocate((length_ + 1) * sizeof(WCHAR)) || !room.Allocate(3 * length_ + 1))
@@ -70,7 +70,7 @@ SECURITY_STATUS Pkcs8Password::AsBigEndian(WipedBlock* bytes) const
     const size_t count = secret_ ? length_ + 1 : 0;
     if (!bytes->Allocate(count * sizeof(WCHAR)))
         return NTE_NO_MEMORY;
-    // The block is zeroed, and so the terminator stands there already.
+    // The block is zeroed, so it has the terminator already.
     for (size_t i = 0; i < length_; i++) {
         bytes->data()[2 * i] = secret_[2 * i + 1];
         bytes->data()[2 * i + 1] = secret_[2 * i];
@@ -102,8 +102,8 @@ SECURITY_STATUS DeriveByPkcs12(const Pkcs8Encryption& encryption, const Pkcs8Pas
     Pkcs12Kdf kdf;
     status = kdf.Prepare(bytes.data(), static_cast<DWORD>(bytes.size()), encryption);
     if (status == ERROR_SUCCESS)
-        status = kdf.Derive(Pkcs12Purpose::key, key->key, encryption.cipher->cbKey);
+        status = kdf.Derive(Pkcs12Purpose::Key, key->key, encryption.cipher->cbKey);
     if (status == ERROR_SUCCESS)
-        status = kdf.Derive(Pkcs12Purpose::iv, key->iv, encryption.cipher->cbBlock);
+        status = kdf.Derive(Pkcs12Purpose::Iv, key->iv, encryption.cipher->cbBlock);
     return status;
 }

@@ -4,15 +4,15 @@
 #include "provider/import_memory.h"
 #include "provider/pkcs8_scheme.h"
 
-// The host's password: UTF-16 text up to a zero character or to the end of its bytes. Borrowed.
+// The host's password: UTF-16 up to a zero character or the end of its bytes. Borrowed.
 class Pkcs8Password {
   public:
-    // secret: may be NULL, for none.
+    // secret: NULL for none.
     Pkcs8Password(const BYTE* secret, DWORD cbSecret);
 
-    // PBKDF2 takes the bytes of the UTF-8 form, without a terminator.
+    // For PBKDF2: UTF-8 without a terminator.
     SECURITY_STATUS AsUtf8(WipedBlock* bytes) const;
-    // PKCS#12 takes UTF-16 with the high byte first, its terminator too; nothing at all when there is no password.
+    // For PKCS#12: UTF-16 with the high byte first and a terminator; nothing without a password.
     SECURITY_STATUS AsBigEndian(WipedBlock* bytes) const;
 
   private:
@@ -30,6 +30,6 @@ struct Pkcs8CipherKey {
     BYTE iv[kLargestCipherBlock] = {};
 };
 
-// NTE_INVALID_PARAMETER: a password of over 32767 characters; NTE_NO_MEMORY; what the platform's hashes answer.
+// 0; NTE_INVALID_PARAMETER: a password over 32767 characters; NTE_NO_MEMORY; the status of the platform's hash.
 SECURITY_STATUS DeriveByPbkdf2(const Pkcs8Encryption& encryption, const Pkcs8Password& password, Pkcs8CipherKey* key);
 SECURITY_STATUS DeriveByPkcs12(const Pkcs8Encryption& encryption, const Pkcs8Password& password, Pkcs8CipherKey* key);

@@ -7,7 +7,7 @@ namespace {
 constexpr DWORD kCbAesBlock = 16;
 constexpr Pkcs8Cipher kTripleDes = {BCRYPT_3DES_ALGORITHM, 24, 8};
 
-// Object ids as their DER contents.
+// Object ids as in DER.
 constexpr std::string_view kPbkdf2("\x2A\x86\x48\x86\xF7\x0D\x01\x05\x0C", 9);
 
 struct CipherRow {
@@ -32,7 +32,7 @@ constexpr HashRow kHashes[] = {
     {{"\x2A\x86\x48\x86\xF7\x0D\x02\x0B", 8}, BCRYPT_SHA512_ALGORITHM},
 };
 
-// The salt and the count that follows it, in both schemes.
+// The salt and the iterations behind it, in both schemes.
 bool TakeSaltAndIterations(Pkcs8Der* parameters, Pkcs8Encryption* encryption)
 {
     Pkcs8Der salt;
@@ -44,7 +44,7 @@ bool TakeSaltAndIterations(Pkcs8Der* parameters, Pkcs8Encryption* encryption)
            encryption->iterations <= kMostIterations;
 }
 
-// A hash that is not named is SHA-1.
+// SHA-1 if none is named.
 SECURITY_STATUS TakeHash(Pkcs8Der* parameters, Pkcs8Encryption* encryption)
 {
     encryption->hash = BCRYPT_SHA1_ALGORITHM;
@@ -63,7 +63,7 @@ SECURITY_STATUS TakeHash(Pkcs8Der* parameters, Pkcs8Encryption* encryption)
     return NTE_INTERNAL_ERROR;
 }
 
-// *cbKey: the key's size when the parameters tell it, else 0.
+// *cbKey: the key's size if the parameters have it, else 0.
 SECURITY_STATUS TakePbkdf2(Pkcs8Der algorithm, Pkcs8Encryption* encryption, DWORD* cbKey)
 {
     Pkcs8Der objectId;

@@ -1,4 +1,4 @@
-// How a PKCS#8 key is encrypted, as its parameters tell. They come from anywhere: lengths and counts are bounded here.
+// How a PKCS#8 key is encrypted, by its parameters. They are untrusted: lengths and counts are bounded here.
 #pragma once
 
 #include "platform/platform.h"
@@ -10,22 +10,22 @@ constexpr DWORD kLargestCipherBlock = 16;
 
 // A block cipher in CBC.
 struct Pkcs8Cipher {
-    const WCHAR* name;  // the platform's
+    const WCHAR* name;  // the platform's name
     DWORD cbKey;
     DWORD cbBlock;
 };
 
-// Pointers lead into the encoded parameters.
+// salt and iv point into the encoded parameters.
 struct Pkcs8Encryption {
     const Pkcs8Cipher* cipher = nullptr;  // a constant
     const WCHAR* hash = nullptr;          // the platform's name of the hash that derives the key, a constant
     const BYTE* salt = nullptr;
     DWORD cbSalt = 0;          // up to kLongestSalt
     DWORD iterations = 0;      // 1 to kMostIterations
-    const BYTE* iv = nullptr;  // cipher->cbBlock bytes; NULL where it is derived too
+    const BYTE* iv = nullptr;  // cipher->cbBlock bytes; NULL if it is derived too
 };
 
-// PBES2's parameters, and those of PKCS#12's PBE with SHA-1 and 3DES. der: may be NULL. NTE_BAD_DATA: malformed, or out
-// of bounds; NTE_INTERNAL_ERROR: a key derivation, hash or cipher that is not served.
+// The parameters of PBES2, and of PKCS#12's PBE with SHA-1 and 3DES. der: may be NULL. 0; NTE_BAD_DATA: malformed or
+// out of bounds; NTE_INTERNAL_ERROR: an unsupported key derivation, hash or cipher.
 SECURITY_STATUS DecodePbes2(const BYTE* der, DWORD cbDer, Pkcs8Encryption* encryption);
 SECURITY_STATUS DecodePkcs12Pbe(const BYTE* der, DWORD cbDer, Pkcs8Encryption* encryption);

@@ -18,7 +18,7 @@ constexpr UsageRule kUsageRules[] = {
     {0x08, 0x00, NCRYPT_ALLOW_KEY_AGREEMENT_FLAG},
 };
 
-// The value of the first such attribute that has one, or NULL.
+// The value of the first key usage attribute that has one, or NULL.
 const CRYPT_ATTR_BLOB* FindUsage(const CRYPT_ATTRIBUTES* attributes)
 {
     for (DWORD i = 0; attributes && i < attributes->cAttr; i++) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The lists serve the trace alone: some of the names are known to nothing else here.
+// For the trace alone: nothing else here knows all of these names.
 constexpr const WCHAR* kNumberNames[] = {
     TEXT("Block Length"),      TEXT("Export Policy"), TEXT("Impl Type"),       TEXT("Key Type"),
     TEXT("Key Usage"),         TEXT("Length"),        TEXT("Max Name Length"), TEXT("Security Descr Support"),

@@ -6,8 +6,8 @@
 // The body behind the gate; call the inline function below.
 void WritePropertyTrace(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue);
 
-// "function property value": a number, a text, or "(NULL)" for every property that is neither. value: cbValue bytes of
-// any alignment, read no further; NULL for a missing one. pszProperty may be NULL.
+// "function property value": a number, a text, or "(NULL)" for a property that is neither. value: cbValue bytes of any
+// alignment, NULL if missing. pszProperty may be NULL.
 inline void TraceProperty(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue)
 {
     if (LogGateOpen(LOG_DETAIL_LEVEL))

@@ -1,4 +1,4 @@
-// One property's value on its way to the host.
+// The value of one property.
 #pragma once
 
 #include <string.h>
@@ -8,24 +8,24 @@
 
 class PropertyValue {
   public:
-    // A copy of a number or of a published structure.
+    // Copies a number or a published structure.
     template <typename T>
     void Set(const T& value)
     {
-        static_assert(sizeof(T) <= sizeof(room_), "the room takes every published structure");
+        static_assert(sizeof(T) <= sizeof(room_), "room for every published structure");
         memcpy(room_, &value, sizeof(T));
         bytes_ = room_;
         size_ = sizeof(T);
     }
 
-    // A borrowed text, terminator included.
+    // Borrows a text; its terminator counts.
     void SetText(const WCHAR* text)
     {
         bytes_ = reinterpret_cast<const BYTE*>(text);
         size_ = static_cast<DWORD>((View(text).size() + 1) * sizeof(WCHAR));
     }
 
-    // A value of which only the size is known.
+    // Only the size is known.
     void SetSizeOnly(DWORD size)
     {
         bytes_ = nullptr;

@@ -5,5 +5,5 @@
 
 constexpr DWORD kUserNameChars = 257;
 
-// Empty when the platform tells none.
+// Empty if the platform has none.
 void FetchUserName(WCHAR (&name)[kUserNameChars]);

@@ -63,7 +63,7 @@ TEST_F(AllocFailureTest, KeyObjectsAndBuffers)
     EXPECT_EQ(0, DeleteKeyObject(key));
 
     void* block = HeapAlloc(GetProcessHeap(), 0, 8);
-    ExpectNoMemory([&] { return KelvaroRegisterBuffer(block, BufferKind::keyName) ? 0 : NTE_NO_MEMORY; });
+    ExpectNoMemory([&] { return KelvaroRegisterBuffer(block, BufferKind::KeyName) ? 0 : NTE_NO_MEMORY; });
     EXPECT_EQ(0, table->FreeBuffer(block));
 }
 

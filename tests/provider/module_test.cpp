@@ -163,15 +163,15 @@ TEST_F(ProviderTest, FreeBufferFreesListedAndUnlistedBlocks)
 {
     void* listed[3] = {NewBlock(), NewBlock(), NewBlock()};
     for (void* block : listed)
-        EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::keyName));
-    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::keyName)) << "no block stands in the list twice";
+        EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
+    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "no block stands in the list twice";
 
     EXPECT_EQ(0, table->FreeBuffer(NewBlock()));
     EXPECT_EQ(0, table->FreeBuffer(nullptr));
     EXPECT_EQ(0, table->FreeBuffer(listed[1]));
-    EXPECT_FALSE(KelvaroIsRegistered(listed[1], BufferKind::keyName));
-    EXPECT_TRUE(KelvaroIsRegistered(listed[0], BufferKind::keyName));
-    EXPECT_TRUE(KelvaroIsRegistered(listed[2], BufferKind::keyName));
+    EXPECT_FALSE(KelvaroIsRegistered(listed[1], BufferKind::KeyName));
+    EXPECT_TRUE(KelvaroIsRegistered(listed[0], BufferKind::KeyName));
+    EXPECT_TRUE(KelvaroIsRegistered(listed[2], BufferKind::KeyName));
     EXPECT_EQ(0, table->FreeBuffer(listed[2]));
     EXPECT_EQ(0, table->FreeBuffer(listed[0]));
     EXPECT_EQ(5u, LinesWith("KelvaroFreeBuffer 4").size());
@@ -186,7 +186,7 @@ TEST_F(ProviderTest, BufferListStandsManyThreads)
             for (int round = 0; round < 200; round++) {
                 void* blocks[2] = {NewBlock(), NewBlock()};
                 for (void* block : blocks)
-                    EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::keyName));
+                    EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
                 for (void* block : blocks)
                     EXPECT_EQ(0, table->FreeBuffer(block));
             }
