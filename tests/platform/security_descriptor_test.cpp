@@ -19,18 +19,6 @@ const Bytes kRelative = {
 
 }  // namespace
 
-TEST(SecurityDescriptor, AFreshOneIsEmptyAndValid)
-{
-    SECURITY_DESCRIPTOR descriptor;
-    memset(&descriptor, 0xCC, sizeof descriptor);
-    EXPECT_FALSE(InitializeSecurityDescriptor(&descriptor, 2));
-    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
-    EXPECT_TRUE(IsValidSecurityDescriptor(&descriptor));
-    EXPECT_EQ(GetSecurityDescriptorLength(&descriptor), sizeof descriptor);
-    EXPECT_EQ(descriptor.Owner, nullptr);
-    EXPECT_FALSE(IsValidSecurityDescriptor(nullptr));
-}
-
 TEST(SecurityDescriptor, TheSelfRelativeForm)
 {
     Bytes bytes = kRelative;
@@ -62,9 +50,15 @@ TEST(SecurityDescriptor, TheSelfRelativeForm)
 
 TEST(SecurityDescriptor, TheAbsoluteForm)
 {
-    Bytes parts = kRelative;
     SECURITY_DESCRIPTOR descriptor;
-    InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+    memset(&descriptor, 0xCC, sizeof descriptor);
+    EXPECT_FALSE(InitializeSecurityDescriptor(&descriptor, 2));
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    EXPECT_TRUE(IsValidSecurityDescriptor(&descriptor));
+    EXPECT_EQ(GetSecurityDescriptorLength(&descriptor), sizeof descriptor);
+    EXPECT_FALSE(IsValidSecurityDescriptor(nullptr));
+
+    Bytes parts = kRelative;
     descriptor.Owner = parts.data() + 20;
     descriptor.Dacl = reinterpret_cast<PACL>(parts.data() + 32);
     descriptor.Control = SE_DACL_PRESENT;
