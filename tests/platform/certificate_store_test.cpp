@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <openssl/pem.h>
 #include <openssl/sha.h>
 
 #include <filesystem>
@@ -20,11 +19,12 @@ using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
 
 class Store {
   public:
-    explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE)
-        : handle_(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, flags, u"My"))
+    explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE, LPCWSTR name = u"My",
+                   LPCSTR provider = CERT_STORE_PROV_SYSTEM_W)
+        : handle_(CertOpenStore(provider, 0, 0, flags, name))
     {
     }
-    ~Store() { EXPECT_TRUE(CertCloseStore(handle_, 0)); }
+    ~Store() { EXPECT_TRUE(CertCloseStore(handle_, CERT_CLOSE_STORE_FORCE_FLAG)); }
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
@@ -138,11 +138,6 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
               "KeyProvInfo.Flags: 32\n"
               "KeyProvInfo.KeySpec: 0\n"
               "-----BEGIN CERTIFICATE-----\n");
-    FILE* file = fopen(path.c_str(), "r");
-    const OpensslPtr<X509> read(PEM_read_X509(file, nullptr, nullptr, nullptr));
-    fclose(file);
-    EXPECT_NE(read, nullptr) << "other programs read the file as it is";
-
     const Store again(CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG);
     const Context found = again.First();
     ASSERT_NE(found, nullptr);
@@ -258,26 +253,24 @@ TEST(CertificateStore, PropertiesFollowTheTwoCallContract)
 TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
 {
     const PlatformRoot root;
-    const auto error = [](LPCSTR provider, DWORD flags, LPCWSTR name) {
-        return CertOpenStore(provider, 0, 0, flags, name) == nullptr ? GetLastError() : 0;
-    };
     const DWORD machine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
-    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine | 0x4000, u"My"), DWORD(E_INVALIDARG)) << "an unknown flag";
-    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, machine, u"../My"), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(error(reinterpret_cast<LPCSTR>(99), machine, u"My"), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(error(CERT_STORE_PROV_SYSTEM_W, 0, u"My"), DWORD(E_INVALIDARG));
+    const struct {
+        DWORD flags;
+        LPCWSTR name;
+        LPCSTR provider;
+        LONG error;
+    } rows[] = {
+        {machine | 0x4000, u"My", CERT_STORE_PROV_SYSTEM_W, E_INVALIDARG},
+        {0, u"My", CERT_STORE_PROV_SYSTEM_W, E_INVALIDARG},
+        {machine, u"../My", CERT_STORE_PROV_SYSTEM_W, ERROR_FILE_NOT_FOUND},
+        {machine, u"My", reinterpret_cast<LPCSTR>(99), ERROR_FILE_NOT_FOUND},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(ErrorOf(Store(row.flags, row.name, row.provider).handle() != nullptr), DWORD(row.error)) << row.flags;
     EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
     EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
-
-    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, machine, u"MY");
-    ASSERT_NE(store, nullptr);
-    const Der der = MakeCertificate("web01", 1);
-    PCCERT_CONTEXT context = nullptr;
-    CertAddEncodedCertificateToStore(store, kEncodings, der.data(), DWORD(der.size()), CERT_STORE_ADD_USE_EXISTING,
-                                     &context);
-    EXPECT_TRUE(CertCloseStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
-    EXPECT_TRUE(SetKey(context, u"web01")) << "a context outlives its store's handle";
-    CertFreeCertificateContext(context);
+    const Context context = Store(machine, u"MY").Add(MakeCertificate("web01", 1));
+    EXPECT_TRUE(SetKey(context.get(), u"web01")) << "a context outlives its store's handle";
 }
 
 TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)

@@ -85,12 +85,9 @@ Reply Perform(const Call& call)
                                             call.secure || call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
     if (request == nullptr)
         return fail("open");
-    size_t size = call.body == nullptr ? 0 : call.bodySize;
-    if (size == std::string::npos)
-        size = strlen(call.body);
-    const auto length = static_cast<DWORD>(size);
+    const auto length = static_cast<DWORD>(call.body.size());
     if (!WinHttpSendRequest(request, ToUtf16(call.headers).c_str(), static_cast<DWORD>(-1),
-                            const_cast<char*>(call.body), length, length, 0))
+                            const_cast<char*>(call.body.data()), length, length, 0))
         return fail("send");
     if (!WinHttpReceiveResponse(request, nullptr))
         return fail("receive");

@@ -26,10 +26,9 @@ struct Call {
     std::string path = "/";
     std::string verb = "GET";
     std::string headers = {};
-    const char* body = nullptr;
-    size_t bodySize = std::string::npos;  // to the terminator
-    int waitMs = 0;                       // for each kind of wait; 0 leaves the defaults
-    bool secure = false;                  // as port 443 always is
+    std::string_view body = {};
+    int waitMs = 0;       // for each kind of wait; 0 leaves the defaults
+    bool secure = false;  // as port 443 always is
     std::function<void()> beforeReading = [] {};
 };
 

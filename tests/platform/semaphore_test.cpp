@@ -75,18 +75,14 @@ TEST(Semaphore, OneAtATimePasses)
 
 TEST(SlimLock, AZeroedLockLetsOneInAtATime)
 {
-    struct Record {
-        SRWLOCK lock;
-        int count;
-    };
-    Record* record = static_cast<Record*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(Record)));
-    OnThreads(8, [record](int) {
+    SRWLOCK lock = {};
+    int count = 0;
+    OnThreads(8, [&](int) {
         for (int turn = 0; turn < 500; turn++) {
-            AcquireSRWLockExclusive(&record->lock);
-            record->count++;
-            ReleaseSRWLockExclusive(&record->lock);
+            AcquireSRWLockExclusive(&lock);
+            count++;
+            ReleaseSRWLockExclusive(&lock);
         }
     });
-    EXPECT_EQ(record->count, 4000);
-    HeapFree(GetProcessHeap(), 0, record);
+    EXPECT_EQ(count, 4000);
 }

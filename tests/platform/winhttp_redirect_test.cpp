@@ -58,7 +58,7 @@ TEST_F(WinHttp, FollowsRedirects)
         });
         ConnectTo(Entry(80, server) + Entry(81, server));
         Call call{"kv.test", 80, "/a/b", row.verb, "Authorization: s\r\n"};
-        call.body = row.verb[0] == 'P' ? "hi" : nullptr;
+        call.body = row.verb[0] == 'P' ? "hi" : "";
         const Reply reply = Perform(call);
         EXPECT_EQ(Outcome(reply), row.outcome);
         EXPECT_EQ(Hops(server.requests()), row.hops);
