@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <string_view>
 
 #include "platform/linux/der.h"
 #include "platform/linux/text.h"
@@ -150,31 +149,18 @@ TEST(CertificateNames, ATextBecomesAName)
         if (name.compare(0, 5, "error") != 0) {
             BYTE encoded[512];
             DWORD size = sizeof encoded;
-            const std::u16string wide = ToUtf16(row.text);
-            ASSERT_TRUE(
-                CertStrToNameW(X509_ASN_ENCODING, wide.c_str(), kX500 | row.flags, nullptr, encoded, &size, nullptr));
+            ASSERT_TRUE(CertStrToNameW(X509_ASN_ENCODING, ToUtf16(row.text).c_str(), kX500 | row.flags, nullptr,
+                                       encoded, &size, nullptr));
             EXPECT_EQ(HexText(encoded, size), name) << row.text;
-            const BYTE* at = encoded;
-            const OpensslPtr<X509_NAME> parsed(d2i_X509_NAME(nullptr, &at, long(size)));
-            const bool isHex = std::string_view(row.text).find('#') != std::string_view::npos;
-            EXPECT_TRUE(parsed != nullptr || isHex) << row.text;
             name = TextOf(std::string(reinterpret_cast<char*>(encoded), size), kX500);
         }
         EXPECT_EQ(name, row.written) << row.text;
     }
     // The string types that Windows chooses.
-    EXPECT_EQ(NameOf("CN=Ab", kX500),
-              "300D310B300906035504031302"
-              "4162");
-    EXPECT_EQ(NameOf("CN=A_", kX500),
-              "300F310D300B06035504031E0400"
-              "41005F");
-    EXPECT_EQ(NameOf("CN=A_", kX500 | CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG),
-              "300D310B300906035504030C02"
-              "415F");
-    EXPECT_EQ(NameOf("DC=ab", kX500),
-              "30143112301006"
-              "0A0992268993F22C64011916026162");
+    EXPECT_EQ(NameOf("CN=Ab", kX500), "300D310B3009060355040313024162");
+    EXPECT_EQ(NameOf("CN=A_", kX500), "300F310D300B06035504031E040041005F");
+    EXPECT_EQ(NameOf("CN=A_", kX500 | CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG), "300D310B300906035504030C02415F");
+    EXPECT_EQ(NameOf("DC=ab", kX500), "301431123010060A0992268993F22C64011916026162");
     for (const DWORD form : {DWORD{0}, DWORD{2}, kX500 | 0x02000000, kX500 | 0x40000000}) {
         DWORD size = 0;
         EXPECT_FALSE(CertStrToNameW(X509_ASN_ENCODING, u"CN=a", form, nullptr, nullptr, &size, nullptr)) << form;

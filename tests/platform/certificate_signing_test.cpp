@@ -56,19 +56,19 @@ CRYPT_ALGORITHM_IDENTIFIER Algorithm(const char* objectId)
 Der Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm = "1.2.840.113549.1.1.11")
 {
     CRYPT_ALGORITHM_IDENTIFIER outer = Algorithm(algorithm);
-    DWORD size = 0;
-    if (!CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info, &outer,
-                                       nullptr, nullptr, &size))
+    const auto sign = [&](BYTE* certificate, DWORD* size) {
+        return CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
+                                             &outer, nullptr, certificate, size);
+    };
+    DWORD needed = 0;
+    if (!sign(nullptr, &needed))
         return {};
-    Der certificate(size);
-    EXPECT_TRUE(CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
-                                              &outer, nullptr, certificate.data(), &size));
-    EXPECT_EQ(size, certificate.size());
-    DWORD tooSmall = size - 1;
-    EXPECT_EQ(ErrorOf(CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
-                                                    &outer, nullptr, certificate.data(), &tooSmall)),
-              DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(tooSmall, size);
+    Der certificate(needed);
+    DWORD size = needed - 1;
+    EXPECT_EQ(ErrorOf(sign(certificate.data(), &size)), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(size, needed);
+    EXPECT_TRUE(sign(certificate.data(), &size));
+    EXPECT_EQ(size, needed);
     return certificate;
 }
 
@@ -164,8 +164,7 @@ TEST(CertificateSigning, KeysGoThroughTheirStates)
 
 TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
 {
-    const OpensslPtr<EVP_PKEY> key = MakeRsaPublicKey(4096);
-    Der request = MakeRequest(key.get(), "a-key-name-of-forty-two-characters-exactly");
+    Der request = MakeRequest(MakeRsaPublicKey(4096).get(), "a-key-name-of-forty-two-characters-exactly");
     DecodedRequest decoded;
     ASSERT_TRUE(decoded.Read(request, 0));
     EXPECT_LE(decoded.size, kDecodedRoom);
@@ -179,14 +178,6 @@ TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
     EXPECT_EQ(info.dwVersion, 0u);
     EXPECT_STREQ(info.SubjectPublicKeyInfo.Algorithm.pszObjId, szOID_RSA_RSA);
     EXPECT_EQ(HexText(info.SubjectPublicKeyInfo.Algorithm.Parameters.pbData, 2), "0500");
-    const CRYPT_BIT_BLOB& bits = info.SubjectPublicKeyInfo.PublicKey;
-    const BYTE* at = bits.pbData;
-    const OpensslPtr<EVP_PKEY> read(d2i_PublicKey(EVP_PKEY_RSA, nullptr, &at, long(bits.cbData)));
-    EXPECT_EQ(EVP_PKEY_eq(read.get(), key.get()), 1);
-    CERT_NAME_BLOB subject = info.Subject;
-    WCHAR text[64];
-    CertNameToStrW(X509_ASN_ENCODING, &subject, CERT_X500_NAME_STR, text, 64);
-    EXPECT_EQ(std::u16string(text), u"CN=a-key-name-of-forty-two-characters-exactly");
     ASSERT_EQ(info.cAttribute, 1u);
     EXPECT_STREQ(info.rgAttribute[0].pszObjId, "1.2.840.113549.1.9.14");
     ASSERT_EQ(info.rgAttribute[0].cValue, 1u);
@@ -195,8 +186,7 @@ TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
 
 TEST(RequestDecoding, WhatIsNoRequestIsRefused)
 {
-    const OpensslPtr<EVP_PKEY> key = MakeEcKey();
-    const Der request = MakeRequest(key.get(), "web01");
+    const Der request = MakeRequest(MakeEcKey().get(), "web01");
     DecodedRequest decoded;
     for (size_t length = 0; length < request.size(); length++) {
         const Der cut(request.begin(), request.begin() + static_cast<std::ptrdiff_t>(length));
@@ -212,7 +202,6 @@ TEST(RequestDecoding, WhatIsNoRequestIsRefused)
         EXPECT_LE(decoded.size, kDecodedRoom) << i;
         EXPECT_EQ(decoded.size == 0, decodes == FALSE) << i;
     }
-    const std::string text = "-----BEGIN CERTIFICATE REQUEST-----";
-    EXPECT_EQ(ErrorOf(decoded.Read(Der(text.begin(), text.end()))), DWORD(CRYPT_E_ASN1_BADTAG));
+    EXPECT_EQ(ErrorOf(decoded.Read({'-', '-', '-', '-'})), DWORD(CRYPT_E_ASN1_BADTAG));
     EXPECT_EQ(ErrorOf(decoded.Read(request, kDecodedRoom, X509_CERT_TO_BE_SIGNED)), DWORD{ERROR_FILE_NOT_FOUND});
 }

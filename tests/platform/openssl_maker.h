@@ -18,7 +18,6 @@ struct OpensslObjectFreer {
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     void operator()(X509* certificate) const { X509_free(certificate); }
     void operator()(X509_REQ* request) const { X509_REQ_free(request); }
-    void operator()(X509_NAME* name) const { X509_NAME_free(name); }
     void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
 };
 template <typename T>
