@@ -1,6 +1,6 @@
 #include "certsync/cert_sync_list.h"
 
-#include "support/settings.h"
+#include "support/settings_string.h"
 
 namespace {
 

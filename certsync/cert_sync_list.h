@@ -2,7 +2,7 @@
 // directions. Each hash is written in upper-case hexadecimal digits; the text is searched, never parsed.
 #pragma once
 
-#include "support/guards.h"
+#include "support/bldstr.h"
 
 // Room for a decoded thumbprint, in bytes.
 constexpr DWORD kLongestHash = 65;

@@ -1,6 +1,7 @@
 // The hashes in CertSync, indexed for a run over a whole vault.
 #pragma once
 
+#include "support/bldstr.h"
 #include "support/guards.h"
 #include "support/text.h"
 

@@ -1,11 +1,9 @@
-#include <string.h>
+#include <utility>
 
-#include <algorithm>
-
-#include "keyvault/json.h"
 #include "keyvault/signin.h"
 #include "keyvault/vault_name.h"
 #include "support/clock.h"
+#include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -104,39 +102,6 @@ uint32_t FailedSignIns(KVCClient* client)
     return client->failedSignIns;
 }
 
-bool IsVisible(char ch)
-{
-    return ch > 0x20 && ch < 0x7F;
-}
-
-// One member of a sign-in answer.
-struct AnswerText {
-    const char* text;  // NULL when missing or null
-    bool sound;        // visible ASCII throughout, or missing
-};
-
-AnswerText FindText(json_object* answer, const char* name)
-{
-    json_object* member = JsonMember(answer, name);
-    const char* text = member ? json_object_get_string(member) : nullptr;
-    if (!text)
-        return {nullptr, true};
-    // A text with a zero byte inside is longer than it looks.
-    const size_t length = strlen(text);
-    const bool whole = !json_object_is_type(member, json_type_string) ||
-                       length == static_cast<size_t>(json_object_get_string_len(member));
-    return {text, whole && std::all_of(text, text + length, IsVisible)};
-}
-
-// True with a copy, or with NULL for NULL.
-bool Copy(const char* from, SecretStrPtr& to)
-{
-    if (!from)
-        return true;
-    to.reset(BldStrNewStrFromAscii(from));
-    return to != nullptr;
-}
-
 }  // namespace
 
 KVCLogOnResult KVCLogOn(KVC* call)
@@ -163,25 +128,4 @@ int KVCAuthenticate(KVC* kvc)
 int KVCTakeHeldToken(KVC* call)
 {
     return HandOver(call->client, call) ? 1 : 0;
-}
-
-TokenAnswer TakeTokenAnswer(const char* body, Token* token)
-{
-    const JsonPtr answer = JsonParseAnswer(TEXT("KVCAuthenticate answer is not JSON"), body);
-    const AnswerText text = FindText(answer.get(), "access_token");
-    const AnswerText type = FindText(answer.get(), "token_type");
-    TokenAnswer taken = {};
-    if (text.sound && type.sound) {
-        Token copy;
-        taken.noMemory = !Copy(text.text, copy.text) || !Copy(type.text, copy.type);
-        if (!taken.noMemory) {
-            taken.text = copy.text != nullptr;
-            taken.type = copy.type != nullptr;
-            if (taken.text)
-                token->text = std::move(copy.text);
-            if (taken.type)
-                token->type = std::move(copy.type);
-        }
-    }
-    return taken;
 }

@@ -22,12 +22,8 @@ SecretBytesPtr BuildRequest(const WCHAR* encodedName, const BYTE* cert, DWORD ce
 void KVCImportCertificate(KVC* kvc, const WCHAR* encodedName, const BYTE* cert, DWORD certSize)
 {
     LogString(TEXT("KVCImportCertificate"), encodedName, LOG_STEP_LEVEL);
-    VaultRequest request;
-    request.verb = TEXT("POST");
+    VaultRequest request = PostRequest(encodedName, TEXT("pending/merge"));
     request.useCertificates = kvc->certificateMode != 0;
-    request.keyName = encodedName;
-    request.actionverb = TEXT("pending/merge");
-    request.apiVersion = kApiVersionWrite;
     Retry retry(ThrottleRule(TEXT("KVCImportCertificate THROLLED - RETRY ")));
     SecretBytesPtr body;
     const int good = SendWithRetry(kvc, retry, [&] {

@@ -3,7 +3,8 @@
 #include "keyvault/signin.h"
 #include "keyvault/web_call.h"
 #include "support/codepage.h"
-#include "support/log.h"
+#include "support/fail.h"
+#include "support/guards.h"
 #include "support/random_uuid.h"
 #include "support/text.h"
 
@@ -93,14 +94,10 @@ KVCLogOnResult SignInWithClientCredentials(KVCClient* kvc, Token* token)
         return KVCLogOnResult::Refused;
     const KVCResponsePtr response = AskForToken(kvc);
     const DWORD error = GetLastError();
-    if (!response || response->status != HTTP_OK) {
-        LogError(TEXT("KVCAuthenticate KVCDoWebCall failure"), DWORD{1}, LOG_ERROR_LEVEL);
-        return KVCLogOnResult::Refused;
-    }
-    if (!response->body) {
-        LogError(TEXT("KVCAuthenticate WStrToBytesStr failure"), error, LOG_ERROR_LEVEL);
-        return KVCLogOnResult::Refused;
-    }
+    if (!response || response->status != HTTP_OK)
+        return Fail(KVCLogOnResult::Refused, TEXT("KVCAuthenticate KVCDoWebCall failure"), DWORD{1});
+    if (!response->body)
+        return Fail(KVCLogOnResult::Refused, TEXT("KVCAuthenticate WStrToBytesStr failure"), error);
     const TokenAnswer taken = TakeTokenAnswer(response->body, token);
     if (taken.noMemory)
         return KVCLogOnResult::NoMemory;

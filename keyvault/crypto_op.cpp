@@ -6,8 +6,8 @@
 #include "keyvault/retry.h"
 #include "support/base64.h"
 #include "support/codepage.h"
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ void AddMember(JsonBody& body, const WCHAR* opening, const Data& data)
 SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& value)
 {
     JsonBody body(500);
-    body.Text(TEXT("{\"alg\":\"")).Value(alg).Text(TEXT("\""));
+    body.Text(TEXT("{\"alg\":")).Quoted(alg);
     if (digest)
         AddMember(body, TEXT(",\"digest\":\""), *digest);
     AddMember(body, TEXT(",\"value\":\""), value);
@@ -39,26 +39,10 @@ SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& va
 // The result of the last attempt's SendToVault.
 int Send(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyPath, const char* body)
 {
-    VaultRequest request;
-    request.verb = TEXT("POST");
-    request.keyName = keyPath;
-    request.actionverb = actionverb;
-    request.apiVersion = kApiVersionWrite;
+    VaultRequest request = PostRequest(keyPath, actionverb);
     request.body = body;
     Retry retry(ThrottleRule(TEXT("KVCCryptoOp ActionThrottled")));
     return SendWithRetry(kvc, retry, [&] { return SendToVault(kvc, request); });
-}
-
-SECURITY_STATUS Fail(const WCHAR* message, SECURITY_STATUS status)
-{
-    LogLine(message, LOG_ERROR_LEVEL);
-    return status;
-}
-
-SECURITY_STATUS FailWithAnswer(const KVC* kvc, const WCHAR* message)
-{
-    LogError(message, kvc->lastStatus, LOG_ERROR_LEVEL);
-    return NTE_FAIL;
 }
 
 SECURITY_STATUS TakeVerdict(json_object* value)
@@ -82,9 +66,9 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
 {
     LogString(TEXT("KVCCryptoOp called"), actionverb, LOG_STEP_LEVEL);
     if (!keyName)
-        return Fail(TEXT("KVCCryptoOp NULL Key Name"), NTE_INVALID_PARAMETER);
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KVCCryptoOp NULL Key Name"));
     if (!kvc)
-        return Fail(TEXT("KVCCryptoOp NULL KVC"), NTE_INVALID_PARAMETER);
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KVCCryptoOp NULL KVC"));
     if (!actionverb || !version || !alg || !outputLen)
         return NTE_INVALID_PARAMETER;
 
@@ -92,12 +76,11 @@ SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyN
     const SecretBytesPtr body = BuildRequest(alg, isVerify ? &digest : nullptr, {input, inputLen});
     const BldStrPtr keyPath = JoinText(0, {keyName, TEXT("/"), version});
     if (!body || !keyPath)
-        return Fail(TEXT("KVCCryptoOp Out of memory"), NTE_FAIL);
-    const int good = Send(kvc, actionverb, keyPath->cStr, body.get());
-    if (!good)
-        return FailWithAnswer(kvc, TEXT("KVCCryptoOp KVCDoKVRESTCall Error"));
+        return Fail(NTE_FAIL, TEXT("KVCCryptoOp Out of memory"));
+    if (!Send(kvc, actionverb, keyPath->cStr, body.get()))
+        return Fail(NTE_FAIL, TEXT("KVCCryptoOp KVCDoKVRESTCall Error"), kvc->lastStatus);
     if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
-        return FailWithAnswer(kvc, TEXT("KVCCryptoOp Failed"));
+        return Fail(NTE_FAIL, TEXT("KVCCryptoOp Failed"), kvc->lastStatus);
 
     const JsonPtr answer = JsonParseAnswer(TEXT("KVCCryptoOp answer is not JSON"), kvc->lastBody);
     json_object* value = JsonMember(answer.get(), "value");

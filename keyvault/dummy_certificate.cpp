@@ -1,7 +1,7 @@
 #include "keyvault/dummy_certificate.h"
 
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 
 namespace {
 
@@ -90,12 +90,6 @@ FILETIME FileTime(uint64_t ticks)
     return time;
 }
 
-int FailWithLastError(const WCHAR* message)
-{
-    LogError(message, GetLastError(), LOG_ERROR_LEVEL);
-    return 0;
-}
-
 // Signs twice, as the platform wants it: for the size, then for the bytes.
 int SignAndEncode(NCRYPT_KEY_HANDLE signingKey, const CERT_INFO& info, BYTE** dummyCert, DWORD* dummyCertSize)
 {
@@ -106,17 +100,15 @@ int SignAndEncode(NCRYPT_KEY_HANDLE signingKey, const CERT_INFO& info, BYTE** du
     DWORD size = 0;
     if (!CryptSignAndEncodeCertificate(signingKey, AT_SIGNATURE, kCertificateEncoding, X509_CERT_TO_BE_SIGNED, &info,
                                        &algorithm, nullptr, nullptr, &size))
-        return FailWithLastError(TEXT("KVCSignDummyCert CryptSignAndEncodeCertificate 1 Failed"));
+        return Fail(0, TEXT("KVCSignDummyCert CryptSignAndEncodeCertificate 1 Failed"), GetLastError());
     if (size == 0)
         return 1;
     MallocPtr<BYTE> certificate(static_cast<BYTE*>(calloc(1, size)));
-    if (!certificate) {
-        LogLine(TEXT("KVCSignDummyCert Out of memory"), LOG_ERROR_LEVEL);
-        return 0;
-    }
+    if (!certificate)
+        return Fail(0, TEXT("KVCSignDummyCert Out of memory"));
     if (!CryptSignAndEncodeCertificate(signingKey, AT_SIGNATURE, kCertificateEncoding, X509_CERT_TO_BE_SIGNED, &info,
                                        &algorithm, nullptr, certificate.get(), &size))
-        return FailWithLastError(TEXT("KVCSignDummyCert CryptSignAndEncodeCertificate 2 Failed"));
+        return Fail(0, TEXT("KVCSignDummyCert CryptSignAndEncodeCertificate 2 Failed"), GetLastError());
     *dummyCert = certificate.release();
     *dummyCertSize = size;
     return 1;
@@ -135,11 +127,11 @@ int KVCSignDummyCert(const BYTE* csr, DWORD csrSize, BYTE** dummyCert, DWORD* du
     alignas(CERT_REQUEST_INFO) BYTE request[kLargestRequest];
     DWORD cbRequest = sizeof(request);
     if (!CryptDecodeObject(kRequestEncoding, X509_CERT_REQUEST_TO_BE_SIGNED, csr, csrSize, 0, request, &cbRequest))
-        return FailWithLastError(TEXT("KVCSignDummyCert CryptDecodeObject Failed"));
+        return Fail(0, TEXT("KVCSignDummyCert CryptDecodeObject Failed"), GetLastError());
     BYTE name[kLargestName];
     DWORD cbName = sizeof(name);
     if (!CertStrToNameA(kCertificateEncoding, kSubject, CERT_X500_NAME_STR, nullptr, name, &cbName, nullptr))
-        return FailWithLastError(TEXT("KVCSignDummyCert CertStrToNameA Failed"));
+        return Fail(0, TEXT("KVCSignDummyCert CertStrToNameA Failed"), GetLastError());
 
     char declaredObjectId[] = szOID_RSA_SHA1RSA;
     BYTE serial[] = {1, 2, 3, 4, 5, 6};

@@ -1,19 +1,45 @@
-// A key is asked for in hardware first, and in software where the vault has none.
+// Creating a key: in hardware first, then in software if the vault has no such hardware.
 #pragma once
 
+#include "keyvault/json_body.h"
 #include "keyvault/key_creation_kind.h"
 #include "keyvault/retry.h"
+#include "support/fail.h"
 
-// Sends a creation until kvc->lastStatus is final. send(hsmSuffix): sends the request for a key type with this suffix,
-// as SendWithRetry takes it. refused(): logs that the hardware was refused. throttled: the line of a throttled answer;
-// both types share the waits.
-template <typename Send, typename Refused>
-void CreateHardwareFirst(KVC* kvc, const WCHAR* throttled, Send send, Refused refused)
+struct Creation {
+    int useCertificates;
+    const WCHAR* encodedName;
+    // Texts of the log.
+    const WCHAR* refused;
+    const WCHAR* throttled;
+    const WCHAR* noMemory;
+};
+
+// Sends one creation; the result of SendToVault.
+int SendCreation(KVC* kvc, const Creation& creation, const char* body);
+
+// The tags by which a key is recognized later, and the end of the request: "AlgID":"algId","KeyName":"keyName"}}
+void AddKeyTags(JsonBody& body, const WCHAR* algId, const WCHAR* keyName);
+
+// Sends a creation until kvc->lastStatus is final; both key types share the waits of throttled answers.
+// build(hsmSuffix): the body for a key type with this suffix, NULL without memory. onSoftware(): called before the
+// software key is tried.
+// 1: the answer is in `kvc`. 0, logged: no memory for the request.
+template <typename Build, typename OnSoftware>
+int CreateHardwareFirst(KVC* kvc, const Creation& creation, Build build, OnSoftware onSoftware)
 {
-    Retry retry(ThrottleRule(throttled));
-    SendWithRetry(kvc, retry, [&] { return send(kHsmSuffix); });
-    if (!IsHardwareRefusal(kvc->lastStatus))
-        return;
-    refused();
-    SendWithRetry(kvc, retry, [&] { return send(TEXT("")); });
+    Retry retry(ThrottleRule(creation.throttled));
+    SecretBytesPtr body;
+    const auto create = [&](const WCHAR* hsmSuffix) {
+        SendWithRetry(kvc, retry, [&] {
+            body = build(hsmSuffix);
+            return body ? SendCreation(kvc, creation, body.get()) : 0;
+        });
+    };
+    create(kHsmSuffix);
+    if (IsHardwareRefusal(kvc->lastStatus)) {
+        onSoftware();
+        create(TEXT(""));
+    }
+    return body ? 1 : Fail(0, creation.noMemory);
 }

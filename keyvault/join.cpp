@@ -4,8 +4,10 @@
 
 #include "support/text.h"
 
+namespace {
+
 // Adds all parts to `joined`, which has room for them. False: it is NULL, or has no text.
-static bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
+bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
 {
     for (const WCHAR* part : parts) {
         if (part && !BldStrCat(joined, part))
@@ -15,7 +17,7 @@ static bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
 }
 
 // A string with room for all parts, so that none of them makes it grow; NULL: no memory.
-static BldStr* NewFor(DWORD chars, std::initializer_list<const WCHAR*> parts)
+BldStr* NewFor(DWORD chars, std::initializer_list<const WCHAR*> parts)
 {
     // What a DWORD of bytes can count is what a BldStr can hold.
     constexpr size_t kLongest = UINT32_MAX / sizeof(WCHAR) - 1;
@@ -24,6 +26,8 @@ static BldStr* NewFor(DWORD chars, std::initializer_list<const WCHAR*> parts)
         length += View(part).size();
     return length > kLongest ? nullptr : BldStrNew(std::max(chars, static_cast<DWORD>(length)));
 }
+
+}  // namespace
 
 BldStrPtr JoinText(DWORD chars, std::initializer_list<const WCHAR*> parts)
 {

@@ -3,7 +3,7 @@
 
 #include <initializer_list>
 
-#include "support/guards.h"
+#include "support/bldstr.h"
 
 // A new string of all parts in their order, with room for at least `chars` characters; a NULL part counts as empty.
 // NULL: no memory, and never a text that lacks a part.

@@ -12,10 +12,11 @@ JsonBody& JsonBody::Text(const WCHAR* fragment)
     return *this;
 }
 
-JsonBody& JsonBody::Value(const WCHAR* value)
+JsonBody& JsonBody::Quoted(const WCHAR* value)
 {
+    Text(TEXT("\""));
     isWhole_ = isWhole_ && BldStrCatJson(text_.get(), value);
-    return *this;
+    return Text(TEXT("\""));
 }
 
 JsonBody& JsonBody::Number(LONG value)

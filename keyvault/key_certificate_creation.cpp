@@ -6,11 +6,9 @@
 #include "keyvault/dummy_certificate.h"
 #include "keyvault/hardware_first.h"
 #include "keyvault/json.h"
-#include "keyvault/json_body.h"
 #include "keyvault/key_lookup.h"
 #include "support/base64.h"
 #include "support/codepage.h"
-#include "support/log.h"
 
 namespace {
 
@@ -42,7 +40,7 @@ void AddKeyProperties(const CertificateRequest& request, const WCHAR* hsmSuffix,
         body.Text(TEXT(",\"kty\":\"")).Text(kind.kty).Text(hsmSuffix).Text(TEXT("\""));
         body.Text(TEXT(",\"key_size\": ")).Number(kind.bits).Text(TEXT(" "));
         if (kind.crv)
-            body.Text(TEXT(",\"crv\":\"")).Text(kind.crv).Text(TEXT("\""));
+            body.Text(TEXT(",\"crv\":")).Quoted(kind.crv);
     }
     body.Text(TEXT(",\"reuse_key\": true ")).Text(TEXT("}"));
 }
@@ -50,7 +48,7 @@ void AddKeyProperties(const CertificateRequest& request, const WCHAR* hsmSuffix,
 void AddCertificateProperties(const CertificateRequest& request, JsonBody& body)
 {
     body.Text(TEXT(",\"x509_props\": {"));
-    body.Text(TEXT("\"subject\":\"")).Value(request.subject).Text(TEXT("\""));
+    body.Text(TEXT("\"subject\":")).Quoted(request.subject);
     body.Text(TEXT(",\"validity_months\": 600 "));
     if (!request.isPublication) {
         body.Text(TEXT(",\"ekus\":[\"1.3.6.1.5.5.7.3.1\",\"1.3.6.1.5.5.7.3.2\"]"));
@@ -69,27 +67,10 @@ SecretBytesPtr BuildRequest(const CertificateRequest& request, const WCHAR* hsmS
     body.Text(TEXT(",\"secret_props\": {\"contentType\":\"application/x-pkcs12\"}"));
     AddCertificateProperties(request, body);
     body.Text(TEXT("}"));
-    body.Text(TEXT(",\"tags\": {\"KSPManaged\":\"KSP\""));
-    body.Text(TEXT(",\"AlgID\":\"")).Value(request.algId).Text(TEXT("\""));
-    body.Text(TEXT(",\"KeyName\":\"")).Value(request.keyName).Text(TEXT("\""));
-    body.Text(TEXT("}}"));
+    body.Text(TEXT(",\"tags\": {\"KSPManaged\":\"KSP\","));
+    AddKeyTags(body, request.algId, request.keyName);
     LogString(TEXT("KVCLowLevelCreateKeyCertificate JSON Body"), body.text(), LOG_DETAIL_LEVEL);
     return body.Bytes();
-}
-
-int Send(KVC* kvc, const WCHAR* encodedName, const char* body)
-{
-    VaultRequest request;
-    request.verb = TEXT("POST");
-    request.useCertificates = kvc->certificateMode != 0;
-    request.keyName = encodedName;
-    request.actionverb = TEXT("create");
-    request.apiVersion = kApiVersionWrite;
-    request.body = body;
-    const int good = SendToVault(kvc, request);
-    if (!good)
-        LogError(TEXT("KVCLowLevelCreateKeyCertificate REST Call Error"), kvc->lastStatus, LOG_ERROR_LEVEL);
-    return good;
 }
 
 void LogDetail(const KVC* kvc)
@@ -109,24 +90,15 @@ void LogHardwareRefusal(const KVC* kvc)
         LogDetail(kvc);
 }
 
-int Fail(const WCHAR* message)
-{
-    LogLine(message, LOG_ERROR_LEVEL);
-    return 0;
-}
-
 // Creates the certificate or its new version. 1 when the vault has taken the request; its answer is in kvc->lastBody.
 int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& request)
 {
-    SecretBytesPtr body;
-    const auto send = [&](const WCHAR* hsmSuffix) {
-        body = BuildRequest(request, hsmSuffix);
-        return body ? Send(kvc, encodedName, body.get()) : 0;
-    };
-    CreateHardwareFirst(kvc, TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), send,
-                        [&] { LogHardwareRefusal(kvc); });
-    if (!body)
-        return Fail(TEXT("KVCLowLevelCreateKeyCertificate Out of memory"));
+    const Creation creation = {
+        kvc->certificateMode != 0, encodedName, TEXT("KVCLowLevelCreateKeyCertificate REST Call Error"),
+        TEXT("KVCLowLevelCreateKeyCertificate ActionThrottled"), TEXT("KVCLowLevelCreateKeyCertificate Out of memory")};
+    const auto build = [&](const WCHAR* hsmSuffix) { return BuildRequest(request, hsmSuffix); };
+    if (!CreateHardwareFirst(kvc, creation, build, [&] { LogHardwareRefusal(kvc); }))
+        return 0;
     if (kvc->lastStatus == HTTP_ACCEPTED)
         return 1;
     if (kvc->lastStatus != HTTP_THROTTLED) {
@@ -153,7 +125,7 @@ int AnswerRequest(KVC* kvc, const WCHAR* encodedName)
     MallocPtr<BYTE> csr(bytes);
     csrWide.reset();
     if (!decoded || !csr)
-        return Fail(TEXT("KVCLowLevelCreateKeyCertificate Decode Request Failed"));
+        return Fail(0, TEXT("KVCLowLevelCreateKeyCertificate Decode Request Failed"));
 
     BYTE* certificate = nullptr;
     DWORD cbCertificate = 0;
@@ -161,7 +133,7 @@ int AnswerRequest(KVC* kvc, const WCHAR* encodedName)
     const MallocPtr<BYTE> dummyCert(certificate);
     csr.reset();
     if (!isSigned)
-        return Fail(TEXT("KVCLowLevelCreateKeyCertificate SignDummyCert Request Failed"));
+        return Fail(0, TEXT("KVCLowLevelCreateKeyCertificate SignDummyCert Request Failed"));
     if (dummyCert) {
         LogString(TEXT("KVCLowLevelCreateKeyCertificate DummyCert Good"), TEXT("dummyCert"), LOG_STEP_LEVEL);
         KVCImportCertificate(kvc, encodedName, dummyCert.get(), cbCertificate);

@@ -3,7 +3,7 @@
 #include "keyvault/join.h"
 #include "keyvault/kvkey.h"
 #include "keyvault/retry.h"
-#include "support/log.h"
+#include "support/fail.h"
 
 namespace {
 
@@ -69,10 +69,8 @@ int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
     if (!kvc->purgeOnDelete)
         return deleted;
     const BldStrPtr path = JoinText(0, {kind.deletedArea, encodedName, TEXT("?api-version="), kApiVersionWrite});
-    if (!path) {
-        LogLine(TEXT("KVCKeyDelete Out of memory"), LOG_ERROR_LEVEL);
-        return deleted;
-    }
+    if (!path)
+        return Fail(deleted, TEXT("KVCKeyDelete Out of memory"));
     // What can't be deleted may have been deleted before.
     VaultRequest purge = deletion;
     purge.rawURL = path->cStr;
@@ -86,10 +84,8 @@ int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
 int KVCKeyDelete(KVC* kvc, const WCHAR* keyName)
 {
     LogLine(TEXT("KVCKeyDelete"), LOG_STEP_LEVEL);
-    if (!keyName || !kvc) {
-        LogLine(TEXT("KVCKeyDelete NULL Parameter"), LOG_ERROR_LEVEL);
-        return 0;
-    }
+    if (!keyName || !kvc)
+        return Fail(0, TEXT("KVCKeyDelete NULL Parameter"));
     WCHAR encodedName[kEncodedNameChars] = {};
     int encoded = 0;
     // A longer name has no form in the vault, and no key there either.

@@ -7,8 +7,8 @@
 #include "keyvault/rest_call.h"
 #include "keyvault/text_list.h"
 #include "support/codepage.h"
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 #include "support/text.h"
 
 namespace {
@@ -21,6 +21,8 @@ constexpr ListKind kKeys = {
     TEXT("KVCGetKeys rawURL nextlinkstr Found"),
     TEXT("KVCGetKeys Endless List"),
 };
+
+constexpr WCHAR kNoMemory[] = TEXT("KVCGetKeys Out of memory");
 
 // Adds the key of one item, if it names one. False: no memory.
 bool TakeItem(json_object* item, TextList* list)
@@ -89,13 +91,6 @@ bool HandOver(TextList& list, WCHAR*** names, DWORD* count)
     return true;
 }
 
-// A listing with holes would pass for the whole vault.
-int FailNoMemory()
-{
-    LogLine(TEXT("KVCGetKeys Out of memory"), LOG_ERROR_LEVEL);
-    return 0;
-}
-
 }  // namespace
 
 int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
@@ -103,10 +98,8 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
     LogLine(TEXT("KVCGetKeys"), LOG_STEP_LEVEL);
     if (!kvc)
         return 0;
-    if (!names || !count) {
-        LogLine(TEXT("KeyVaultClient::GetKeys Bad Count or Array pointer"), LOG_ERROR_LEVEL);
-        return 0;
-    }
+    if (!names || !count)
+        return Fail(0, TEXT("KeyVaultClient::GetKeys Bad Count or Array pointer"));
     TextList list;
     ListWalk walk(kvc, kKeys);
     do {
@@ -115,10 +108,10 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
         if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
             break;
         if (!TakePage(kvc->lastBody, &list, &walk))
-            return FailNoMemory();
+            return Fail(0, kNoMemory);  // a listing with holes would pass for the whole vault
     } while (walk.HasNext());
     if (!HandOver(list, names, count))
-        return FailNoMemory();
+        return Fail(0, kNoMemory);
     return kvc->lastStatus == HTTP_OK ? 1 : 0;
 }
 

@@ -2,10 +2,12 @@
 
 #include "keyvault/join.h"
 #include "keyvault/vault_name.h"
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 
 namespace {
+
+constexpr WCHAR kNoMemory[] = TEXT("KVCNew failed to allocate KVC");
 
 void FreeText(BldStr*& str)
 {
@@ -47,12 +49,6 @@ BldStr* CopyText(const WCHAR* text, bool& complete)
     return copy;
 }
 
-KVCClient* FailNoMemory()
-{
-    LogLine(TEXT("KVCNew failed to allocate KVC"), LOG_ERROR_LEVEL);
-    return nullptr;
-}
-
 }  // namespace
 
 KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* clientId,
@@ -60,13 +56,11 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
                   DWORD exportableOption)
 {
     LogLine(TEXT("KVCNew KeyVault and Authentication Type"), LOG_STEP_LEVEL);
-    if (!kvname) {
-        LogLine(TEXT("KVCNew NULL kvname"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!kvname)
+        return Fail(nullptr, TEXT("KVCNew NULL kvname"));
     std::unique_ptr<KVCClient, ClientFreer> kvc(static_cast<KVCClient*>(calloc(1, sizeof(KVCClient))));
     if (!kvc)
-        return FailNoMemory();
+        return Fail(nullptr, kNoMemory);
     kvc->purgeOnDelete = purgeOnDelete;
     kvc->certificateMode = certificateMode;
     kvc->exportableOption = exportableOption;
@@ -84,7 +78,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     kvc->tenant = CopyText(tenant, complete);
     // Half an identity would sign in as somebody else, or nobody.
     if (!complete)
-        return FailNoMemory();
+        return Fail(nullptr, kNoMemory);
     return kvc.release();
 }
 

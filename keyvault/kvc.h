@@ -15,9 +15,6 @@
 constexpr DWORD KVC_AUTHN_MANAGED_IDENTITY = 1;
 constexpr DWORD KVC_AUTHN_CLIENT_CREDENTIALS = 2;
 
-// Longest vault name, in characters.
-constexpr size_t kVaultNameLimit = 24;
-
 enum class KVCLogOnResult {
     Ready,
     Refused,   // or the service couldn't be reached

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "keyvault/retry.h"
-#include "support/log.h"
+#include "support/fail.h"
 #include "support/text.h"
 
 const WCHAR* ListWalk::WhyEndless() const
@@ -27,18 +27,13 @@ ListPage ListWalk::Fetch()
     request.rawURL = current_ ? current_->cStr : nullptr;
     request.useCertificates = kind_.useCertificates;
     Retry retry(ThrottleRule(kind_.throttled));
-    SendWithRetry(kvc_, retry, [&] {
-        const int good = SendToVault(kvc_, request);
-        if (!good)
-            LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
-        return good;
-    });
+    SendWithRetry(kvc_, retry,
+                  [&] { return SendToVault(kvc_, request) ? 1 : Fail(0, kind_.failure, kvc_->lastStatus); });
     if (kvc_->lastStatus == HTTP_OK)
         return ListPage::Read;
     if (kvc_->lastStatus == HTTP_THROTTLED)
         return ListPage::Throttled;
-    LogError(kind_.failure, kvc_->lastStatus, LOG_ERROR_LEVEL);
-    return ListPage::Failed;
+    return Fail(ListPage::Failed, kind_.failure, kvc_->lastStatus);
 }
 
 bool ListWalk::TakeNextLink(json_object* page)

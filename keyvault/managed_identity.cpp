@@ -4,7 +4,8 @@
 #include "keyvault/signin.h"
 #include "keyvault/web_call.h"
 #include "support/clock.h"
-#include "support/log.h"
+#include "support/fail.h"
+#include "support/guards.h"
 #include "support/text.h"
 
 namespace {
@@ -116,21 +117,21 @@ void LogRefusal(const KVCResponse* response)
         LogAscii(TEXT("KVCAuthenticate MSIAuthenticate failure - Return String"), response->body);
 }
 
-enum class Step { kSignedIn, kFailed, kNoMemory, kRepeat };
+enum class Step { SignedIn, Failed, NoMemory, Repeat };
 
 Step Evaluate(IdentityCall& call, const KVCResponse* response, Token* token)
 {
     if (response->status == HTTP_OK) {
         const TokenAnswer taken = TakeTokenAnswer(response->body, token);
         if (taken.noMemory)
-            return Step::kNoMemory;
-        return taken.text || taken.type ? Step::kSignedIn : Step::kFailed;
+            return Step::NoMemory;
+        return taken.text || taken.type ? Step::SignedIn : Step::Failed;
     }
     const bool challenged = response->headers && call.identityPort == kArcPort && call.arcChallengeOpen;
     if (challenged && AnswerChallenge(response->headers->cStr, call))
-        return Step::kRepeat;
+        return Step::Repeat;
     LogRefusal(response);
-    return Step::kFailed;
+    return Step::Failed;
 }
 
 Step Ask(IdentityCall& call, Token* token)
@@ -140,8 +141,7 @@ Step Ask(IdentityCall& call, Token* token)
     if (response)
         return Evaluate(call, response.get(), token);
     LogLine(TEXT("KVCAuthenticate MSIAuthenticate Response NULL"), LOG_STEP_LEVEL);
-    LogLine(TEXT("KVCAuthenticate MSIAuthenticate failure - Response NULL"), LOG_ERROR_LEVEL);
-    return Step::kFailed;
+    return Fail(Step::Failed, TEXT("KVCAuthenticate MSIAuthenticate failure - Response NULL"));
 }
 
 }  // namespace
@@ -154,13 +154,13 @@ KVCLogOnResult SignInWithManagedIdentity(const KVCClient* kvc, Token* token)
     if (!BuildRequest(kvc, call))
         return KVCLogOnResult::Refused;
     Step step = Ask(call, token);
-    while (step == Step::kRepeat) {
+    while (step == Step::Repeat) {
         ClockSleep(kRepeatWaitMs);
         if (call.attemptsLeft-- == 0)
             break;
         step = Ask(call, token);
     }
-    if (step == Step::kNoMemory)
+    if (step == Step::NoMemory)
         return KVCLogOnResult::NoMemory;
-    return step == Step::kSignedIn ? KVCLogOnResult::Ready : KVCLogOnResult::Refused;
+    return step == Step::SignedIn ? KVCLogOnResult::Ready : KVCLogOnResult::Refused;
 }

@@ -2,6 +2,7 @@
 
 #include "keyvault/json.h"
 #include "keyvault/signin.h"
+#include "keyvault/vault_name.h"
 #include "support/base64.h"
 #include "support/codepage.h"
 #include "support/guards.h"

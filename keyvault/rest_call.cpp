@@ -2,6 +2,7 @@
 
 #include "keyvault/endpoints.h"
 #include "keyvault/join.h"
+#include "support/guards.h"
 #include "support/log.h"
 #include "support/random_uuid.h"
 
@@ -14,7 +15,7 @@ bool HasText(const BldStr* str)
 
 bool IsGood(DWORD status)
 {
-    return status == 200 || status == 201 || status == 202 || status == 204;
+    return status == HTTP_OK || status == HTTP_CREATED || status == HTTP_ACCEPTED || status == HTTP_NO_CONTENT;
 }
 
 BldStrPtr Url(const VaultRequest& request, const WCHAR* apiVersion)
@@ -46,6 +47,16 @@ void LogPart(const WCHAR* message, const WCHAR* text)
 }
 
 }  // namespace
+
+VaultRequest PostRequest(const WCHAR* keyName, const WCHAR* actionverb)
+{
+    VaultRequest request;
+    request.verb = TEXT("POST");
+    request.keyName = keyName;
+    request.actionverb = actionverb;
+    request.apiVersion = kApiVersionWrite;
+    return request;
+}
 
 int SendToVault(KVC* kvc, const VaultRequest& request)
 {

@@ -17,6 +17,9 @@ struct VaultRequest {
     const char* body = nullptr;         // zero-terminated JSON bytes
 };
 
+// A POST to a key or certificate, with the write version of the API.
+VaultRequest PostRequest(const WCHAR* keyName, const WCHAR* actionverb);
+
 // 1 when the status was 200, 201, 202 or 204, else 0. kvc->lastStatus and kvc->lastBody hold the answer in both cases;
 // when the token is missing both stay as they were, and without a response record lastBody is NULL and lastStatus
 // stays.

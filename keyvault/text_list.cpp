@@ -5,6 +5,14 @@
 
 #include <algorithm>
 
+namespace {
+
+constexpr size_t kHeadBytes = 1;
+constexpr size_t kSmallestChunk = 8000;
+constexpr size_t kLargestChunk = 250000;
+
+}  // namespace
+
 // Texts follow the head, behind one another: a byte with twice the number of characters, plus 1 for wide ones, and the
 // characters.
 struct TextList::Chunk {
@@ -20,10 +28,6 @@ struct TextList::Entry {
     size_t width;   // bytes of each
     const BYTE* characters;
 };
-
-static constexpr size_t kHeadBytes = 1;
-static constexpr size_t kSmallestChunk = 8000;
-static constexpr size_t kLargestChunk = 250000;
 
 TextList::~TextList()
 {

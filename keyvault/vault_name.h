@@ -1,7 +1,10 @@
 // The vault's short name, worked out from the template in the settings.
 #pragma once
 
-#include "keyvault/kvc.h"
+#include "platform/platform.h"
+
+// Longest vault name, in characters.
+constexpr size_t kVaultNameLimit = 24;
 
 // Stands for a name that the first sign-in derives from the identity; counts only as the whole name.
 constexpr const WCHAR* kIdentityNameMarker = TEXT("oidguid");

@@ -6,8 +6,8 @@
 #include "keyvault/web_call_body.h"
 #include "platform/product.h"
 #include "support/clock.h"
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 
 namespace {
 
@@ -29,9 +29,9 @@ struct Request {
     const char* body;
 };
 
-enum class Outcome { kReceived, kTryAgain, kGivenUp };
+enum class Outcome { Received, TryAgain, GivenUp };
 
-void Fail(KVCResponse* response, const WCHAR* message, DWORD error)
+void RecordError(KVCResponse* response, const WCHAR* message, DWORD error)
 {
     response->error = error;
     LogError(message, error, LOG_ERROR_LEVEL);
@@ -48,7 +48,7 @@ void ReadBody(HINTERNET handle, uint64_t sentAtMs, KVCResponse* response)
 {
     WebCallBody body = ReadWebCallBody(handle, sentAtMs);
     if (body.failure)
-        Fail(response, body.failure, body.error);
+        RecordError(response, body.failure, body.error);
     response->body = body.bytes.release();
 }
 
@@ -77,7 +77,7 @@ bool ReadHead(HINTERNET handle, KVCResponse* response)
         return true;
     MallocPtr<WCHAR> head(static_cast<WCHAR*>(calloc(1, size)));
     if (!head) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpQueryHeaders memory allocation failed"), HeapError());
+        RecordError(response, TEXT("KVCDoWebCall WinHttpQueryHeaders memory allocation failed"), HeapError());
         return true;
     }
     if (!QueryHead(handle, head.get(), &size)) {
@@ -91,12 +91,12 @@ bool ReadHead(HINTERNET handle, KVCResponse* response)
 Outcome SendFailed(KVCResponse* response, DWORD error)
 {
     if (error == ERROR_WINHTTP_CANNOT_CONNECT) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds"), error);
+        RecordError(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed - Sleeping 20 Seconds"), error);
         ClockSleep(kConnectWaitMs);
     } else {
-        Fail(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed"), error);
+        RecordError(response, TEXT("KVCDoWebCall WinHttpSendRequest Failed"), error);
     }
-    return Outcome::kTryAgain;
+    return Outcome::TryAgain;
 }
 
 Outcome Attempt(const Request& request, KVCResponse* response)
@@ -104,31 +104,31 @@ Outcome Attempt(const Request& request, KVCResponse* response)
     const InternetHandle session(WinHttpOpen(kProviderName, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                                              WINHTTP_NO_PROXY_BYPASS, 0));
     if (!session) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpOpen Failed"), GetLastError());
-        return Outcome::kGivenUp;
+        RecordError(response, TEXT("KVCDoWebCall WinHttpOpen Failed"), GetLastError());
+        return Outcome::GivenUp;
     }
     const InternetHandle connection(WinHttpConnect(session.get(), request.host, request.port, 0));
     if (!connection) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpConnect Failed"), GetLastError());
-        return Outcome::kGivenUp;
+        RecordError(response, TEXT("KVCDoWebCall WinHttpConnect Failed"), GetLastError());
+        return Outcome::GivenUp;
     }
     const DWORD flags = request.port == INTERNET_DEFAULT_HTTPS_PORT ? WINHTTP_FLAG_SECURE : 0;
     const InternetHandle handle(WinHttpOpenRequest(connection.get(), request.verb, request.path, nullptr,
                                                    WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, flags));
     if (!handle) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpOpenRequest Failed"), GetLastError());
-        return Outcome::kTryAgain;
+        RecordError(response, TEXT("KVCDoWebCall WinHttpOpenRequest Failed"), GetLastError());
+        return Outcome::TryAgain;
     }
     if (!Send(handle.get(), request))
         return SendFailed(response, GetLastError());
     const uint64_t sentAtMs = ClockTickMs();
     if (!WinHttpReceiveResponse(handle.get(), nullptr)) {
-        Fail(response, TEXT("KVCDoWebCall WinHttpReceiveResponse"), GetLastError());
-        return Outcome::kTryAgain;
+        RecordError(response, TEXT("KVCDoWebCall WinHttpReceiveResponse"), GetLastError());
+        return Outcome::TryAgain;
     }
     ReadBody(handle.get(), sentAtMs, response);
     ReadStatus(handle.get(), response);
-    return ReadHead(handle.get(), response) ? Outcome::kReceived : Outcome::kGivenUp;
+    return ReadHead(handle.get(), response) ? Outcome::Received : Outcome::GivenUp;
 }
 
 }  // namespace
@@ -138,21 +138,19 @@ KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* pa
 {
     LogLine(TEXT("KVCDoWebCall"), LOG_STEP_LEVEL);
     KVCResponsePtr response(static_cast<KVCResponse*>(calloc(1, sizeof(KVCResponse))));
-    if (!response) {
-        LogError(TEXT("KVCDoWebCall allocated response"), GetLastError(), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!response)
+        return Fail(nullptr, TEXT("KVCDoWebCall allocated response"), GetLastError());
     const Request request = {port, host, path, verb, headers, body};
-    Outcome outcome = Outcome::kTryAgain;
-    for (int attempt = 0; attempt < kAttempts && outcome == Outcome::kTryAgain; ++attempt) {
+    Outcome outcome = Outcome::TryAgain;
+    for (int attempt = 0; attempt < kAttempts && outcome == Outcome::TryAgain; ++attempt) {
         response->status = 0;
         response->error = 0;
         outcome = Attempt(request, response.get());
         // The tenth failure is waited for too.
-        if (outcome == Outcome::kTryAgain)
+        if (outcome == Outcome::TryAgain)
             ClockSleep(kRetryWaitMs);
     }
-    if (outcome != Outcome::kReceived)
+    if (outcome != Outcome::Received)
         LogError(TEXT("KVCDoWebCall failure"), response->error, LOG_ERROR_LEVEL);
     return response.release();
 }

@@ -7,6 +7,7 @@
 #include "support/bldstr.h"
 
 constexpr DWORD HTTP_OK = 200;
+constexpr DWORD HTTP_CREATED = 201;
 constexpr DWORD HTTP_ACCEPTED = 202;
 constexpr DWORD HTTP_NO_CONTENT = 204;
 constexpr DWORD HTTP_BAD_REQUEST = 400;

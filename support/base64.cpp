@@ -2,32 +2,14 @@
 
 #include <string.h>
 
+#include "support/bldstr.h"
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 #include "support/text.h"
 
-WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size)
-{
-    constexpr DWORD kFlags = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
-    LogLine(TEXT("KVCKelvaro_ToBase64"), LOG_DETAIL_LEVEL);
-    DWORD cch = 0;
-    if (!CryptBinaryToStringW(bytes, size, kFlags, nullptr, &cch)) {
-        LogLine(TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 1 Failed"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
-    SecretTextPtr text(static_cast<WCHAR*>(calloc(cch, sizeof(WCHAR))));
-    if (!text) {
-        LogLine(TEXT("KVCKelvaro_ToBase64 Failed to allocate memory"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
-    if (!CryptBinaryToStringW(bytes, size, kFlags, text.get(), &cch)) {
-        LogLine(TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 2 Failed"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
-    return text.release();
-}
+namespace {
 
-static void ToStandardAlphabet(WCHAR* text, size_t length)
+void ToStandardAlphabet(WCHAR* text, size_t length)
 {
     // Without branches, for a compiler that takes several characters at a time.
     for (size_t i = 0; i < length; i++) {
@@ -87,6 +69,23 @@ class DecodedBlock {
     size_t size_;
 };
 
+}  // namespace
+
+WCHAR* KVCKelvaro_ToBase64(const BYTE* bytes, DWORD size)
+{
+    constexpr DWORD kFlags = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
+    LogLine(TEXT("KVCKelvaro_ToBase64"), LOG_DETAIL_LEVEL);
+    DWORD cch = 0;
+    if (!CryptBinaryToStringW(bytes, size, kFlags, nullptr, &cch))
+        return Fail(nullptr, TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 1 Failed"));
+    SecretTextPtr text(static_cast<WCHAR*>(calloc(cch, sizeof(WCHAR))));
+    if (!text)
+        return Fail(nullptr, TEXT("KVCKelvaro_ToBase64 Failed to allocate memory"));
+    if (!CryptBinaryToStringW(bytes, size, kFlags, text.get(), &cch))
+        return Fail(nullptr, TEXT("KVCKelvaro_ToBase64 CryptBinaryToStringW 2 Failed"));
+    return text.release();
+}
+
 int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int allocate)
 {
     LogLine(TEXT("KVCKelvaro_FromBase64"), LOG_DETAIL_LEVEL);
@@ -118,10 +117,8 @@ int Kelvaro_FromBase64(const WCHAR* text, BYTE* buffer, DWORD* pcbOut)
 {
     LogLine(TEXT("Kelvaro_FromBase64"), LOG_DETAIL_LEVEL);
     const NormalisedText normalised(text);
-    if (!normalised.Decode(buffer, pcbOut)) {
-        LogLine(TEXT("Kelvaro_FromBase64 CryptStringToBinary Failed"), LOG_ERROR_LEVEL);
-        return 0;
-    }
+    if (!normalised.Decode(buffer, pcbOut))
+        return Fail(0, TEXT("Kelvaro_FromBase64 CryptStringToBinary Failed"));
     return 1;
 }
 

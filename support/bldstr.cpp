@@ -3,17 +3,35 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "support/fail.h"
 #include "support/guards.h"
-#include "support/log.h"
 #include "support/text.h"
 
-// Lengths are kept in 32 bits of bytes; longer texts are refused like a failed allocation.
-static constexpr size_t kMaxChars = 0x7FFFFFF0 / sizeof(WCHAR);
+namespace {
 
-static DWORD BytesFor(size_t chars)
+// Lengths are kept in 32 bits of bytes; longer texts are refused like a failed allocation.
+constexpr size_t kMaxChars = 0x7FFFFFF0 / sizeof(WCHAR);
+
+DWORD BytesFor(size_t chars)
 {
     return static_cast<DWORD>(chars * sizeof(WCHAR) + sizeof(WCHAR));
 }
+
+// Makes room for a text of `chars` characters, by an exact fit. False with the string unchanged.
+bool Grow(BldStr* str, size_t chars)
+{
+    const DWORD needed = chars <= kMaxChars ? BytesFor(chars) : 0;
+    void* grown = nullptr;
+    if (needed)
+        grown = str->secret ? WipeRealloc(str->cStr, str->capacity, needed) : realloc(str->cStr, needed);
+    if (!grown)
+        return Fail(false, TEXT("BldStrFree BldStrCat realloc returned NULL"));
+    str->cStr = static_cast<WCHAR*>(grown);
+    str->capacity = needed;
+    return true;
+}
+
+}  // namespace
 
 BldStr* BldStrNew(DWORD chars)
 {
@@ -31,58 +49,30 @@ BldStr* BldStrNewStr(const WCHAR* text)
 {
     const TextView view = View(text);
     BldStrPtr str(text && view.size() <= kMaxChars ? BldStrNew(static_cast<DWORD>(view.size())) : nullptr);
-    if (!str || !BldStrCatView(str.get(), view)) {
-        LogLine(TEXT("BldStrNewStr NULL str"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!str || !BldStrCatView(str.get(), view))
+        return Fail(nullptr, TEXT("BldStrNewStr NULL str"));
     return str.release();
 }
 
 BldStr* BldStrNewStrFromAscii(const char* text)
 {
-    if (!text) {
-        LogLine(TEXT("BldStrNewStrFromAscii NULL str"), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!text)
+        return Fail(nullptr, TEXT("BldStrNewStrFromAscii NULL str"));
     BldStrPtr str(static_cast<BldStr*>(calloc(1, sizeof(BldStr))));
-    if (!str) {
-        LogError(TEXT("BldStrNewStrFromAscii memory allocation failed"), GetLastError(), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!str)
+        return Fail(nullptr, TEXT("BldStrNewStrFromAscii memory allocation failed"), GetLastError());
     const int size = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    if (size <= 0) {
-        LogError(TEXT("BldStrNewStrFromAscii MultiByteToWideChar 1 failed"), GetLastError(), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (size <= 0)
+        return Fail(nullptr, TEXT("BldStrNewStrFromAscii MultiByteToWideChar 1 failed"), GetLastError());
     str->cStr = static_cast<WCHAR*>(calloc(static_cast<size_t>(size), sizeof(WCHAR)));
-    if (!str->cStr) {
-        LogError(TEXT("BldStrNewStrFromAscii string memory allocation failed"), GetLastError(), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (!str->cStr)
+        return Fail(nullptr, TEXT("BldStrNewStrFromAscii string memory allocation failed"), GetLastError());
     const int written = MultiByteToWideChar(CP_ACP, 0, text, -1, str->cStr, size);
     str->capacity = static_cast<DWORD>(written > 0 ? written : 0) * static_cast<DWORD>(sizeof(WCHAR));
-    if (str->capacity == 0) {
-        LogError(TEXT("BldStrNewStrFromAscii MultiByteToWideChar 2 failed"), GetLastError(), LOG_ERROR_LEVEL);
-        return nullptr;
-    }
+    if (str->capacity == 0)
+        return Fail(nullptr, TEXT("BldStrNewStrFromAscii MultiByteToWideChar 2 failed"), GetLastError());
     str->length = static_cast<DWORD>(View(str->cStr).size());
     return str.release();
-}
-
-// Makes room for a text of `chars` characters, by an exact fit. False with the string unchanged.
-static bool Grow(BldStr* str, size_t chars)
-{
-    const DWORD needed = chars <= kMaxChars ? BytesFor(chars) : 0;
-    void* grown = nullptr;
-    if (needed)
-        grown = str->secret ? WipeRealloc(str->cStr, str->capacity, needed) : realloc(str->cStr, needed);
-    if (!grown) {
-        LogLine(TEXT("BldStrFree BldStrCat realloc returned NULL"), LOG_ERROR_LEVEL);
-        return false;
-    }
-    str->cStr = static_cast<WCHAR*>(grown);
-    str->capacity = needed;
-    return true;
 }
 
 int BldStrCatView(BldStr* str, TextView add)

@@ -1,6 +1,7 @@
 // The counted, growing wide string in which all text is built.
 #pragma once
 
+#include <memory>
 #include <string_view>
 
 #include "platform/platform.h"
@@ -30,3 +31,19 @@ BldStr* BldStrMarkSecret(BldStr* str);
 
 // BldStrFree of a string that is secret, marked or not. NULL does nothing.
 void BldStrWipeFree(BldStr* str);
+
+struct BldStrFreeCaller {
+    void operator()(BldStr* str) const { BldStrFree(str); }
+};
+using BldStrPtr = std::unique_ptr<BldStr, BldStrFreeCaller>;
+
+// A string that holds a secret or a token. What it owns is marked as secret, and stays so after release(): the string
+// then wipes each text that it outgrows, and its last one when it is freed.
+class SecretStrPtr : public BldStrPtr {
+  public:
+    SecretStrPtr() = default;
+    SecretStrPtr(std::nullptr_t) {}
+    explicit SecretStrPtr(BldStr* str) : BldStrPtr(BldStrMarkSecret(str)) {}
+
+    void reset(BldStr* str = nullptr) { BldStrPtr::reset(BldStrMarkSecret(str)); }
+};

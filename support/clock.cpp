@@ -4,7 +4,11 @@
 
 #include <atomic>
 
-static std::atomic<const Clock*> replacement{nullptr};
+namespace {
+
+std::atomic<const Clock*> replacement{nullptr};
+
+}  // namespace
 
 int64_t ClockUnixTime()
 {

@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "platform/platform.h"
-#include "support/bldstr.h"
 #include "support/wipe.h"
 
 struct FreeCaller {
@@ -29,22 +28,6 @@ struct LocalFreeCaller {
 // A block that the platform allocated with LocalAlloc.
 template <typename T>
 using LocalPtr = std::unique_ptr<T, LocalFreeCaller>;
-
-struct BldStrFreeCaller {
-    void operator()(BldStr* str) const { BldStrFree(str); }
-};
-using BldStrPtr = std::unique_ptr<BldStr, BldStrFreeCaller>;
-
-// A string that holds a secret or a token. What it owns is marked as secret, and stays so after release(): the string
-// then wipes each text that it outgrows, and its last one when it is freed.
-class SecretStrPtr : public BldStrPtr {
-  public:
-    SecretStrPtr() = default;
-    SecretStrPtr(std::nullptr_t) {}
-    explicit SecretStrPtr(BldStr* str) : BldStrPtr(BldStrMarkSecret(str)) {}
-
-    void reset(BldStr* str = nullptr) { BldStrPtr::reset(BldStrMarkSecret(str)); }
-};
 
 struct WipeFreeBytesCaller {
     void operator()(char* text) const { WipeFreeBytes(text); }

@@ -12,34 +12,12 @@
 #include "support/settings.h"
 #include "support/text.h"
 
-LONG LoggingLevel = 0;
-LONG EVLoggingLevel = 0;
-LONG LogLevel = 0;
-WCHAR EventSourceName[256] = {};
+namespace {
 
 // Set by the first event record and never released: it ends with the process.
-static std::atomic<HANDLE> EventSourceHandle{nullptr};
+std::atomic<HANDLE> EventSourceHandle{nullptr};
 
-void LogAttach()
-{
-    SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("EventLog"), EventSourceName, 256);
-    if (!EventSourceName[0])
-        TextCopyCut(EventSourceName, 256, TEXT("Application"));
-    LoggingLevel = static_cast<LONG>(SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("LoggingLevel")));
-    LogLevel = LoggingLevel;
-    EVLoggingLevel = static_cast<LONG>(SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("EVLoggingLevel")));
-    if (EVLoggingLevel > LogLevel)
-        LogLevel = EVLoggingLevel;
-    if (LoggingLevel > 0)
-        LogFileWriteDate();
-}
-
-void LogProcessEnds()
-{
-    EVLoggingLevel = 0;
-}
-
-static WORD EventType(LONG level)
+WORD EventType(LONG level)
 {
     switch (level) {
         case LOG_ERROR_LEVEL:
@@ -51,7 +29,7 @@ static WORD EventType(LONG level)
     }
 }
 
-static void ReportLine(const WCHAR* text, LONG level)
+void ReportLine(const WCHAR* text, LONG level)
 {
     HANDLE source = EventSourceHandle.load(std::memory_order_acquire);
     if (!source) {
@@ -66,7 +44,7 @@ static void ReportLine(const WCHAR* text, LONG level)
 }
 
 // text: terminated behind its cchText characters.
-static void WriteText(const WCHAR* text, size_t cchText, LONG level)
+void WriteText(const WCHAR* text, size_t cchText, LONG level)
 {
     if (level <= LogLevel)
         LogFileWriteLine(TextView(text, cchText), level);
@@ -81,19 +59,19 @@ struct Piece {
     bool isWide;
 };
 
-static Piece WidePiece(TextView text)
+Piece WidePiece(TextView text)
 {
     return {text.data(), text.size(), true};
 }
 
-static Piece WidePiece(const WCHAR* text)
+Piece WidePiece(const WCHAR* text)
 {
     return WidePiece(text ? TextView(text) : TextView(TEXT("(NULL)")));
 }
 
-static constexpr Piece kBlank = {TEXT(" "), 1, true};
+constexpr Piece kBlank = {TEXT(" "), 1, true};
 
-static size_t ComposedLength(const Piece* pieces, size_t count)
+size_t ComposedLength(const Piece* pieces, size_t count)
 {
     size_t length = 0;
     for (size_t i = 0; i < count; i++)
@@ -103,7 +81,7 @@ static size_t ComposedLength(const Piece* pieces, size_t count)
 
 // Composes the pieces once and writes the text, cut at kLogTextLimit. A host's stack may be small: only a short text is
 // composed on it, a longer one on the heap, and without memory it is cut to a short one.
-static void WritePieces(const Piece* pieces, size_t count, LONG level)
+void WritePieces(const Piece* pieces, size_t count, LONG level)
 {
     const LastErrorKeeper keeper;
     WCHAR brief[kLogBriefLimit + 1];
@@ -126,9 +104,46 @@ static void WritePieces(const Piece* pieces, size_t count, LONG level)
 }
 
 template <size_t count>
-static void WritePieces(const Piece (&pieces)[count], LONG level)
+void WritePieces(const Piece (&pieces)[count], LONG level)
 {
     WritePieces(pieces, count, level);
+}
+
+// How many 16-bit units stand in front of the terminator, or in all of the cbText bytes.
+size_t UnitsAt(const BYTE* text, size_t cbText)
+{
+    size_t count = 0;
+    for (; count < cbText / sizeof(WCHAR) && count < kLogTextLimit; count++) {
+        if (!text[count * sizeof(WCHAR)] && !text[count * sizeof(WCHAR) + 1])
+            break;
+    }
+    return count;
+}
+
+}  // namespace
+
+LONG LoggingLevel = 0;
+LONG EVLoggingLevel = 0;
+LONG LogLevel = 0;
+WCHAR EventSourceName[256] = {};
+
+void LogAttach()
+{
+    SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("EventLog"), EventSourceName, 256);
+    if (!EventSourceName[0])
+        TextCopyCut(EventSourceName, 256, TEXT("Application"));
+    LoggingLevel = static_cast<LONG>(SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("LoggingLevel")));
+    LogLevel = LoggingLevel;
+    EVLoggingLevel = static_cast<LONG>(SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("EVLoggingLevel")));
+    if (EVLoggingLevel > LogLevel)
+        LogLevel = EVLoggingLevel;
+    if (LoggingLevel > 0)
+        LogFileWriteDate();
+}
+
+void LogProcessEnds()
+{
+    EVLoggingLevel = 0;
 }
 
 void LogWriteLine(const WCHAR* text, LONG level)
@@ -166,17 +181,6 @@ void LogWriteNumber(const WCHAR* message, const WCHAR* value, LONG number, LONG 
 void LogWriteData(const WCHAR* message, const WCHAR* value)
 {
     WritePieces({WidePiece(message), kBlank, WidePiece(value), WidePiece(TEXT(" (NULL)"))}, LOG_DETAIL_LEVEL);
-}
-
-// How many 16-bit units stand in front of the terminator, or in all of the cbText bytes.
-static size_t UnitsAt(const BYTE* text, size_t cbText)
-{
-    size_t count = 0;
-    for (; count < cbText / sizeof(WCHAR) && count < kLogTextLimit; count++) {
-        if (!text[count * sizeof(WCHAR)] && !text[count * sizeof(WCHAR) + 1])
-            break;
-    }
-    return count;
 }
 
 void LogWriteHostText(const WCHAR* message, const WCHAR* name, const BYTE* text, DWORD cbText, LONG level)

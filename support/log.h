@@ -25,9 +25,6 @@ extern WCHAR EventSourceName[256];  // the event source, never empty after attac
 // Reads the log's settings from the machine hive, writes the date line, and sets the gates. Called once, at attach.
 void LogAttach();
 
-// The day's log file, opened for appending: an operating system handle that the caller closes, or INVALID_HANDLE_VALUE.
-HANDLE LogOpenFile();
-
 // From here on nothing goes to the event log, which can't be called while the process ends.
 void LogProcessEnds();
 

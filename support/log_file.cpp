@@ -5,17 +5,18 @@
 
 #include "support/clock.h"
 #include "support/guards.h"
-#include "support/log.h"
 #include "support/settings.h"
 #include "support/text.h"
 
+namespace {
+
 // UTF-8 has up to three bytes for a 16-bit unit.
-static constexpr size_t kUnitBytes = 3;
+constexpr size_t kUnitBytes = 3;
 // What stands around the text in bytes: prefix, stamp, level and line end.
-static constexpr size_t kFrameBytes = 64;
+constexpr size_t kFrameBytes = 64;
 
 // "directory\year-month-day_Kelvaro.log" of the current UTC date.
-static bool ComposePath(WCHAR (&path)[1024])
+bool ComposePath(WCHAR (&path)[1024])
 {
     WCHAR directory[256];
     SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("LogfilePath"), directory, sizeof(directory));
@@ -35,17 +36,8 @@ static bool ComposePath(WCHAR (&path)[1024])
     return true;
 }
 
-HANDLE LogOpenFile()
-{
-    WCHAR path[1024];
-    if (!ComposePath(path))
-        return INVALID_HANDLE_VALUE;
-    return CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
 // "Kelvaro: 2026-01-31 09:05:07 ", in local time.
-static void WriteHead(TextWriter* head)
+void WriteHead(TextWriter* head)
 {
     head->Text(TEXT("Kelvaro: "));
     const __time64_t now = ClockUnixTime();
@@ -95,13 +87,13 @@ class LineBytes {
     size_t length_ = 0;
 };
 
-static bool IsLineBreak(WCHAR unit)
+bool IsLineBreak(WCHAR unit)
 {
     return (unit >= '\n' && unit <= '\r') || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
 // Appends the text with a blank in place of each line break.
-static void AppendFlat(LineBytes* line, TextView text)
+void AppendFlat(LineBytes* line, TextView text)
 {
     while (!text.empty()) {
         size_t flat = 0;
@@ -114,6 +106,17 @@ static void AppendFlat(LineBytes* line, TextView text)
         }
         text.remove_prefix(flat);
     }
+}
+
+}  // namespace
+
+HANDLE LogOpenFile()
+{
+    WCHAR path[1024];
+    if (!ComposePath(path))
+        return INVALID_HANDLE_VALUE;
+    return CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 void LogFileWriteLine(TextView text, LONG level)

@@ -9,6 +9,9 @@ constexpr size_t kLogTextLimit = 10000;
 // The longest text that is handled on the stack.
 constexpr size_t kLogBriefLimit = 500;
 
+// The day's log file, opened for appending: an operating system handle that the caller closes, or INVALID_HANDLE_VALUE.
+HANDLE LogOpenFile();
+
 // "Kelvaro: stamp text level" in the day's file, with one write, so that lines of several threads and processes stay
 // whole. Line breaks inside the text become blanks: one event is one line. The line is lost when the file can't be
 // opened, and cut to kLogBriefLimit characters when there is no memory for more.

@@ -2,10 +2,12 @@
 
 #include "support/text.h"
 
-static const WCHAR kHexDigits[] = TEXT("0123456789abcdef");
+namespace {
+
+constexpr WCHAR kHexDigits[] = TEXT("0123456789abcdef");
 
 // 8-4-4-4-12 hexadecimal digits of sixteen bytes in order.
-static void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
+void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
 {
     size_t at = 0;
     for (size_t i = 0; i < 16; i++) {
@@ -17,7 +19,7 @@ static void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
     text[at] = 0;
 }
 
-static void RandomUuid(WCHAR (&text)[kUuidTextChars])
+void RandomUuid(WCHAR (&text)[kUuidTextChars])
 {
     BYTE bytes[16] = {};
     // Should even the generator fail, the line still goes out, with a value that shows it.
@@ -26,6 +28,8 @@ static void RandomUuid(WCHAR (&text)[kUuidTextChars])
     bytes[8] = static_cast<BYTE>((bytes[8] & 0x3F) | 0x80);
     WriteUuid(bytes, text);
 }
+
+}  // namespace
 
 void NewUuidText(WCHAR (&text)[kUuidTextChars])
 {

@@ -6,13 +6,17 @@
 #include "support/guards.h"
 #include "support/log.h"
 
+namespace {
+
 // The optional entropy of every protected secret. Values made under other bytes cannot be read under these.
-static void BuildEntropy(BYTE (&entropy)[20])
+void BuildEntropy(BYTE (&entropy)[20])
 {
     static constexpr uint32_t kWords[5] = {0x5D1C93A7, 0x2EF04B68, 0x91B7D63C, 0x0A84E25F, 0xC36F1E92};
     for (size_t i = 0; i < 20; i++)
         entropy[i] = static_cast<BYTE>(kWords[i / 4] >> (8 * (i % 4)));
 }
+
+}  // namespace
 
 bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchText)
 {

@@ -3,9 +3,9 @@
 #include <string.h>
 
 #include "platform/product.h"
-#include "support/guards.h"
-#include "support/log.h"
 #include "support/text.h"
+
+namespace {
 
 // The settings key of one hive, closed at the end of a scope; NULL when there is none.
 class SettingsKey {
@@ -29,12 +29,7 @@ class SettingsKey {
     HKEY key_ = nullptr;
 };
 
-static HKEY Hive(int isMachine)
-{
-    return isMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
-}
-
-static void ReadText(HKEY key, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
+void ReadText(HKEY key, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
 {
     memset(buffer, 0, cbBuffer);
     DWORD type = 0;
@@ -49,44 +44,7 @@ static void ReadText(HKEY key, const WCHAR* valueName, WCHAR* buffer, DWORD cbBu
     buffer[cbBuffer / sizeof(WCHAR) - 1] = 0;
 }
 
-void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
-{
-    const SettingsKey key(hive);
-    if (key.get())
-        ReadText(key.get(), valueName, buffer, cbBuffer);
-    else
-        memset(buffer, 0, cbBuffer);
-}
-
-DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName)
-{
-    const SettingsKey key(hive);
-    if (!key.get())
-        return 0;
-    DWORD type = 0;
-    DWORD number = 0;
-    DWORD size = sizeof(number);
-    const LONG error = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size);
-    return error == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(number) ? number : 0;
-}
-
-bool SettingsWriteNumber(HKEY hive, const WCHAR* valueName, DWORD number)
-{
-    const SettingsKey key(hive);
-    return key.get() &&
-           RegSetKeyValueW(key.get(), nullptr, valueName, REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
-}
-
-bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
-{
-    const SettingsKey key(hive);
-    if (!key.get())
-        return false;
-    const DWORD size = static_cast<DWORD>((View(text).size() + 1) * sizeof(WCHAR));
-    return RegSetKeyValueW(key.get(), nullptr, valueName, REG_SZ, text, size) == ERROR_SUCCESS;
-}
-
-static bool HasText(HKEY key, const SettingText& seen)
+bool HasText(HKEY key, const SettingText& seen)
 {
     WCHAR text[kSettingTextLimit];
     ReadText(key, seen.name, text, sizeof(text));
@@ -127,7 +85,7 @@ class SettingsTransaction {
     HKEY key_ = nullptr;
 };
 
-static bool WriteTextIf(HKEY key, const SettingText& value, const SettingText* seen, size_t seenCount)
+bool WriteTextIf(HKEY key, const SettingText& value, const SettingText* seen, size_t seenCount)
 {
     for (size_t i = 0; i < seenCount; i++) {
         if (!HasText(key, seen[i]))
@@ -135,6 +93,45 @@ static bool WriteTextIf(HKEY key, const SettingText& value, const SettingText* s
     }
     const DWORD size = static_cast<DWORD>((View(value.text).size() + 1) * sizeof(WCHAR));
     return RegSetValueExW(key, value.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.text), size) == ERROR_SUCCESS;
+}
+
+}  // namespace
+
+void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
+{
+    const SettingsKey key(hive);
+    if (key.get())
+        ReadText(key.get(), valueName, buffer, cbBuffer);
+    else
+        memset(buffer, 0, cbBuffer);
+}
+
+DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName)
+{
+    const SettingsKey key(hive);
+    if (!key.get())
+        return 0;
+    DWORD type = 0;
+    DWORD number = 0;
+    DWORD size = sizeof(number);
+    const LONG error = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size);
+    return error == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(number) ? number : 0;
+}
+
+bool SettingsWriteNumber(HKEY hive, const WCHAR* valueName, DWORD number)
+{
+    const SettingsKey key(hive);
+    return key.get() &&
+           RegSetKeyValueW(key.get(), nullptr, valueName, REG_DWORD, &number, sizeof(number)) == ERROR_SUCCESS;
+}
+
+bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
+{
+    const SettingsKey key(hive);
+    if (!key.get())
+        return false;
+    const DWORD size = static_cast<DWORD>((View(text).size() + 1) * sizeof(WCHAR));
+    return RegSetKeyValueW(key.get(), nullptr, valueName, REG_SZ, text, size) == ERROR_SUCCESS;
 }
 
 bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount)
@@ -147,46 +144,11 @@ bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText*
     return key.get() && WriteTextIf(key.get(), value, seen, seenCount);
 }
 
-// The size of a value in bytes; 0 when key or value is missing.
-static DWORD ValueSize(HKEY hive, const WCHAR* valueName)
+DWORD SettingsValueSize(HKEY hive, const WCHAR* valueName)
 {
     const SettingsKey key(hive);
     DWORD size = 0;
     if (!key.get() || RegQueryValueExW(key.get(), valueName, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS)
         return 0;
     return size;
-}
-
-BldStr* BldStrGetWStringValue(int isMachine, const WCHAR* valueName)
-{
-    const HKEY hive = Hive(isMachine);
-    const DWORD stored = ValueSize(hive, valueName);
-    // Room for a terminator that the stored value may lack. The size is a registry value's and far from the wrap.
-    const DWORD capacity = stored / 2 * 2 + 4;
-    MallocPtr<BldStr> str(static_cast<BldStr*>(calloc(1, sizeof(BldStr))));
-    MallocPtr<WCHAR> text(static_cast<WCHAR*>(calloc(1, capacity)));
-    if (!str || !text) {
-        LogString(TEXT("BldStrGetWStringValue Allocate String Failed"), nullptr, LOG_ERROR_LEVEL);
-        return nullptr;
-    }
-    const SettingsKey key(hive);
-    DWORD type = REG_SZ;
-    DWORD size = capacity;
-    if (key.get()) {
-        const LONG error =
-            RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(text.get()), &size);
-        // The value may have grown since it was measured.
-        if (error != ERROR_SUCCESS || type != REG_SZ)
-            text.get()[0] = 0;
-    }
-    text.get()[capacity / sizeof(WCHAR) - 1] = 0;
-    str->capacity = capacity;
-    str->length = static_cast<DWORD>(View(text.get()).size());
-    str->cStr = text.release();
-    return str.release();
-}
-
-int BldStrSetWStringValue(int isMachine, const WCHAR* valueName, const WCHAR* text)
-{
-    return SettingsWriteText(Hive(isMachine), valueName, text) ? 1 : 0;
 }

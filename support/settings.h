@@ -2,11 +2,13 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "support/bldstr.h"
 
 // Reads a REG_SZ of at most cbBuffer bytes, terminator included, into `buffer`. A missing key or value, a value of
 // another type and one that is too long all leave the buffer all zero, and the text is always terminated.
 void SettingsReadText(HKEY hive, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer);
+
+// The size of a value of any type in bytes; 0 if the key or the value is missing.
+DWORD SettingsValueSize(HKEY hive, const WCHAR* valueName);
 
 // Reads a REG_DWORD; 0 when it is missing or of another type.
 DWORD SettingsReadNumber(HKEY hive, const WCHAR* valueName);
@@ -31,10 +33,3 @@ struct SettingText {
 // key, where the machine has registry transactions; elsewhere they follow each other at once, and a value that somebody
 // writes in the moment between is lost.
 bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount);
-
-// A string value of any length: a new BldStr, empty when key or value is missing or of another type; the caller frees
-// it. NULL: no memory. isMachine: non-zero for the machine hive.
-BldStr* BldStrGetWStringValue(int isMachine, const WCHAR* valueName);
-
-// Writes `text` as a REG_SZ. 1, or 0 when the key cannot be opened or the value not be written.
-int BldStrSetWStringValue(int isMachine, const WCHAR* valueName, const WCHAR* text);

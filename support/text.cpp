@@ -4,8 +4,10 @@
 
 #include <algorithm>
 
+namespace {
+
 // Four characters a turn: tokens and answers have thousands.
-static size_t LengthOf(const WCHAR* text)
+size_t LengthOf(const WCHAR* text)
 {
     for (size_t length = 0;; length += 4) {
         if (!text[length])
@@ -19,6 +21,26 @@ static size_t LengthOf(const WCHAR* text)
     }
 }
 
+WCHAR Lower(WCHAR ch)
+{
+    return ch >= 'A' && ch <= 'Z' ? static_cast<WCHAR>(ch + ('a' - 'A')) : ch;
+}
+
+// Writes the digits of `value` in `base`, at least `width` of them.
+TextView Digits(WCHAR (&room)[24], uint64_t value, unsigned base, int width)
+{
+    size_t at = 24;
+    do {
+        const unsigned digit = static_cast<unsigned>(value % base);
+        room[--at] = static_cast<WCHAR>(digit < 10 ? '0' + digit : 'a' + (digit - 10));
+        value /= base;
+        width--;
+    } while ((value || width > 0) && at > 0);
+    return TextView(room + at, 24 - at);
+}
+
+}  // namespace
+
 TextView View(const WCHAR* text)
 {
     return text ? TextView(text, LengthOf(text)) : TextView();
@@ -27,11 +49,6 @@ TextView View(const WCHAR* text)
 bool TextEqual(const WCHAR* left, const WCHAR* right)
 {
     return View(left) == View(right);
-}
-
-static WCHAR Lower(WCHAR ch)
-{
-    return ch >= 'A' && ch <= 'Z' ? static_cast<WCHAR>(ch + ('a' - 'A')) : ch;
 }
 
 bool TextEqualNoCase(TextView left, TextView right)
@@ -102,19 +119,6 @@ TextWriter& TextWriter::Bytes(const char* text, size_t count)
         buffer_[length_++] = static_cast<unsigned char>(text[i]);
     buffer_[length_] = 0;
     return *this;
-}
-
-// Writes the digits of `value` in `base`, at least `width` of them.
-static TextView Digits(WCHAR (&room)[24], uint64_t value, unsigned base, int width)
-{
-    size_t at = 24;
-    do {
-        const unsigned digit = static_cast<unsigned>(value % base);
-        room[--at] = static_cast<WCHAR>(digit < 10 ? '0' + digit : 'a' + (digit - 10));
-        value /= base;
-        width--;
-    } while ((value || width > 0) && at > 0);
-    return TextView(room + at, 24 - at);
 }
 
 TextWriter& TextWriter::Number(int64_t value)

@@ -65,7 +65,7 @@ for my $file (glob "$top/{provider,keyvault,certsync,support}/*.{cpp,h}") {
         }
         '';
     }gse;
-    push @travelling, grep { /^[A-Z]\w*[a-z]\w*(?: |$)/ && /^(?:Kelvaro|KVC|Bld|Bytes|WStr|Get|Set|Add|Delete|Create)/ } texts($code);
+    push @travelling, grep { /^[A-Z]\w*[a-z]\w*(?: |::|$)/ && /^(?:Kelvaro|KeyVaultClient|KVC|Bld|Bytes|WStr|Get|Set|Add|Delete|Create)/ } texts($code);
 }
 for (@travelling) {
     $level_of{$_} //= 0 unless $quiet{$_};

@@ -5,6 +5,7 @@
 #include "support/guards.h"
 #include "support/log.h"
 #include "support/secrets.h"
+#include "support/settings_string.h"
 #include "tests/common/alloc_fault.h"
 #include "tests/common/test_root.h"
 
