@@ -85,6 +85,9 @@ TEST(DataProtection, EveryByteOfTheBlobCounts)
     for (size_t size = 0; size < blob.size(); size++)
         EXPECT_EQ(Unprotected(blob.substr(0, size)).compare(0, 6, "error "), 0) << size << " bytes";
     EXPECT_EQ(Unprotected(blob + "0"), "error d");
+    DATA_BLOB none = {};
+    EXPECT_EQ(ErrorOf(CryptUnprotectData(&none, nullptr, nullptr, nullptr, nullptr, 0, &none)),
+              DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Unprotected(blob), "tiger");
 }
 
