@@ -3,8 +3,8 @@
 
 #include "platform/platform.h"
 
-constexpr size_t kClearNameLimit = 42;     // characters of a clear name
-constexpr size_t kClearNameChars = 43;     // buffer for one
+constexpr size_t kClearNameLimit = 42;  // characters of a clear name
+constexpr size_t kClearNameChars = kClearNameLimit + 1;
 constexpr size_t kEncodedNameChars = 129;  // buffer for an encoded name
 constexpr size_t kVersionChars = 130;      // buffer for a key version
 constexpr size_t kAlgIDChars = 20;         // buffer for a CNG algorithm name
