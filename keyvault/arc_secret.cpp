@@ -21,8 +21,8 @@ bool SameInPath(WCHAR a, WCHAR b)
     return lower(a) == lower(b) || (IsSeparator(a) && IsSeparator(b));
 }
 
-// Two separators open the name of a share, a pipe or a device. What the platform makes a different path of is relative,
-// climbs with "..", or is the name of a device in a folder.
+// Two separators start the name of a share, a pipe or a device. A path that the platform resolves to a different one is
+// relative, contains "..", or names a device in a folder.
 bool IsLocalPath(const WCHAR* path)
 {
     const TextView text = View(path);
@@ -40,7 +40,7 @@ bool ReadArcSecret(const WCHAR* path, char (&secret)[kArcSecretChars])
     FILE* file = IsLocalPath(path) ? _wfopen(path, TEXT("rt")) : nullptr;
     if (!file)
         return false;
-    // Without a buffer of its own, which the stream would free with the secret in it.
+    // Unbuffered: the stream would free its buffer with the secret still in it.
     setvbuf(file, nullptr, _IONBF, 0);
     const size_t size = fread(secret, 1, kArcSecretChars, file);
     const bool whole = !ferror(file) && size < kArcSecretChars;

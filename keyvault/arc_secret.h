@@ -1,4 +1,4 @@
-// The secret file that an Azure Arc identity service names in its challenge: who can read it may ask for a token.
+// The secret file that an Azure Arc identity service names in its challenge. A caller who can read it gets a token.
 #pragma once
 
 #include "platform/platform.h"
@@ -7,7 +7,8 @@
 constexpr size_t kArcPathChars = 260;
 constexpr size_t kArcSecretChars = 2000;
 
-// Reads the whole file into `secret`, terminated. Whoever listens on the service's port chooses the path, so only the
-// absolute path of a regular file on this machine is opened: a share would make the host authenticate to a foreign
-// machine, a pipe or a device could hold it up. False when the path is another, or the file can't be read or is longer.
+// Reads the file into `secret`, terminated. Whoever listens on the service's port chooses the path, so only the
+// absolute path of a regular file on this machine is opened: a share would make the host authenticate to another
+// machine, and a pipe or a device could block it. False for any other path, or if the file can't be read or is too
+// long.
 bool ReadArcSecret(const WCHAR* path, char (&secret)[kArcSecretChars]);

@@ -31,8 +31,7 @@ void Replace(BldStr*& field, BldStr* value)
     field = value;
 }
 
-// Puts the outcome of a sign-in into the client, all at once for those who read it meanwhile. now: when the sign-in
-// began.
+// Stores the outcome of a sign-in in the client, atomically for other threads. now: when the sign-in began.
 void Publish(KVCClient* client, KVCLogOnResult result, Token token, int64_t now)
 {
     BldStrPtr name;
@@ -54,16 +53,16 @@ void Publish(KVCClient* client, KVCLogOnResult result, Token token, int64_t now)
     }
 }
 
-// Makes the client's token valid; the caller holds its signInLock. failuresSeen: the count of failed sign-ins before
-// that lock was asked for.
+// Signs in if the client's token has expired; the caller holds its signInLock. failuresSeen: the number of failed
+// sign-ins before the caller waited for that lock.
 KVCLogOnResult Renew(KVCClient* client, uint32_t failuresSeen)
 {
     const int64_t now = ClockUnixTime();
     if (client->tokenExpiry > now)
         return KVCLogOnResult::Ready;
     LogNumber(TEXT("KVCAuthenticate KVCKeyCert"), TEXT("kvc->authn"), static_cast<LONG>(client->authn), LOG_STEP_LEVEL);
-    // Somebody tried while this thread waited, and failed. To try again would make the waiting threads fail one after
-    // the other, each after minutes of repeats.
+    // Another thread tried and failed while this one waited. If each waiting thread tried again, they would fail one
+    // after the other, each after minutes of retries.
     if (client->failedSignIns != failuresSeen)
         return client->lastFailure;
     Token token;
@@ -72,7 +71,7 @@ KVCLogOnResult Renew(KVCClient* client, uint32_t failuresSeen)
     return result;
 }
 
-// True with a copy, or with NULL for NULL.
+// Copies a string; NULL stays NULL. False: no memory.
 bool Copy(const BldStr* from, SecretStrPtr& to)
 {
     if (!from)
@@ -81,7 +80,7 @@ bool Copy(const BldStr* from, SecretStrPtr& to)
     return to != nullptr;
 }
 
-// Copies token and vault name to a call record, all or nothing.
+// Copies the token and the vault name to a call, all or nothing. False: no memory.
 bool HandOver(KVCClient* client, KVC* call)
 {
     SecretStrPtr tokenType;

@@ -26,7 +26,7 @@ bool SetEndpoints(KVCClient* kvc)
     return true;
 }
 
-// Splits the sign-in URL into its host and the token path behind it. False: no such URL, or no memory.
+// Splits the sign-in URL into the host and the path of the token service. False: malformed URL, or no memory.
 bool SplitLoginUrl(const WCHAR* url, BldStrPtr& host, BldStrPtr& path)
 {
     constexpr TextView kScheme(TEXT("https://"));
@@ -66,7 +66,7 @@ BldStrPtr HeaderBlock()
          TEXT("return-client-request-id: true\r\n"), TEXT("client-request-id: "), requestId, TEXT("\r\n\r\n")});
 }
 
-// The sign-in endpoint's answer; NULL when there was no memory for the request or for the answer's record.
+// The sign-in service's answer; NULL: no memory for the request or the answer.
 KVCResponsePtr AskForToken(const KVCClient* kvc)
 {
     BldStrPtr host;

@@ -16,7 +16,7 @@ struct Data {
     DWORD size;
 };
 
-// A member in Base64. Data that has no encoding, such as none at all, gives no member, and the service refuses that.
+// Appends a member in Base64. Empty data can't be encoded and is left out; the vault refuses the request then.
 void AddMember(JsonBody& body, const WCHAR* opening, const Data& data)
 {
     const SecretTextPtr base64(KVCKelvaro_ToBase64(data.bytes, data.size));
@@ -25,7 +25,7 @@ void AddMember(JsonBody& body, const WCHAR* opening, const Data& data)
         body.Text(opening).Text(base64.get()).Text(TEXT("\""));
 }
 
-// digest: of a verification, else NULL. NULL: no memory.
+// digest: for a verification, else NULL. NULL: no memory.
 SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& value)
 {
     JsonBody body(500);
@@ -36,7 +36,7 @@ SecretBytesPtr BuildRequest(const WCHAR* alg, const Data* digest, const Data& va
     return body.Text(TEXT("}")).Bytes();
 }
 
-// The result of the last attempt's SendToVault.
+// The result of SendToVault in the last attempt.
 int Send(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyPath, const char* body)
 {
     VaultRequest request = PostRequest(keyPath, actionverb);
@@ -52,7 +52,7 @@ SECURITY_STATUS TakeVerdict(json_object* value)
 
 SECURITY_STATUS TakeResult(json_object* value, BYTE* output, DWORD* outputLen)
 {
-    // It may be the plain text of a decryption.
+    // May be the plaintext of a decryption.
     const SecretTextPtr text(BytesStrToWStr(json_object_get_string(value)));
     if (!text)
         return NTE_INVALID_PARAMETER;

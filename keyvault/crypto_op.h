@@ -5,16 +5,16 @@
 
 // actionverb: "sign", "verify", "encrypt" or "decrypt".
 // keyName, version: as in the key's KVKey.
-// alg: the service's name of the algorithm.
+// alg: the vault's name of the algorithm.
 //
-// input: inputLen bytes to transform; with isVerify the signature.
-// output: room for *outputLen bytes, or NULL to learn the size (the operation is carried out all the same).
-// With isVerify it is the digest of *outputLen bytes, which goes out and is not changed.
+// input: the inputLen bytes to transform; with isVerify the signature.
+// output: room for *outputLen bytes, or NULL to query the size (the vault carries out the operation nevertheless).
+// With isVerify the digest of *outputLen bytes, which is sent and not changed.
 //
 // 0: *outputLen is the length of the result.
-// NTE_FAIL: the vault refused, the result did not decode, or it needs more room (then *outputLen says how much).
+// NTE_FAIL: the vault refused, the result isn't Base64, or it needs more room (*outputLen then has the size).
 // NTE_INVALID_PARAMETER: a NULL argument, or an answer without "value".
-// NTE_BAD_SIGNATURE: the verification says no.
-// Blocks for one exchange, longer when throttled.
+// NTE_BAD_SIGNATURE: the signature doesn't match.
+// Blocks for one exchange, longer if throttled.
 SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyName, const WCHAR* version, int isVerify,
                             const WCHAR* alg, const BYTE* input, DWORD inputLen, BYTE* output, DWORD* outputLen);

@@ -8,7 +8,7 @@ namespace {
 constexpr DWORD kSigningKeyBits = 2048;
 constexpr DWORD kRequestEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 constexpr DWORD kCertificateEncoding = X509_ASN_ENCODING;
-// The mark by which the certificate is recognised later.
+// Certificates with this subject are recognized as dummies.
 constexpr char kSubject[] = "CN=Dummy Certificate Name";
 constexpr DWORD kLargestRequest = 1000;  // decoded, in bytes
 constexpr DWORD kLargestName = 100;      // encoded, in bytes
@@ -16,9 +16,9 @@ constexpr DWORD kLargestName = 100;      // encoded, in bytes
 constexpr uint64_t kNotBefore = 0x019DB1DED53E8000;  // 1970-01-01 00:00:00 UTC
 constexpr uint64_t kNotAfter = 0x02432C37F7578000;   // 2117-08-07 14:24:00 UTC
 
-SRWLOCK signingKeyLock = SRWLOCK_INIT;    // guards the two handles below
+SRWLOCK signingKeyLock = SRWLOCK_INIT;    // guards the next two
 NCRYPT_KEY_HANDLE dummySigningKey;        // 0 until the first use, then never released
-NCRYPT_PROV_HANDLE dummySigningProvider;  // made the key and stays open with it
+NCRYPT_PROV_HANDLE dummySigningProvider;  // of that key, and open as long as it
 
 // Releases a handle of the platform's provider.
 class NcryptObject {
@@ -50,7 +50,7 @@ bool Failed(SECURITY_STATUS status, const WCHAR* message)
     return true;
 }
 
-// The caller holds the lock. The key has no name: it is written nowhere and ends with the process.
+// The caller holds the lock. The key has no name, so it isn't stored and ends with the process.
 int KVCCreateDummySigningKey()
 {
     NcryptObject provider;
@@ -73,7 +73,7 @@ int KVCCreateDummySigningKey()
     return 1;
 }
 
-// 0 when it cannot be made; the next call tries again.
+// 0 if it can't be created; the next call tries again.
 NCRYPT_KEY_HANDLE SigningKey()
 {
     const ExclusiveLock lock(&signingKeyLock);
@@ -90,10 +90,10 @@ FILETIME FileTime(uint64_t ticks)
     return time;
 }
 
-// Signs twice, as the platform wants it: for the size, then for the bytes.
+// Calls the platform twice: for the size, then for the bytes.
 int SignAndEncode(NCRYPT_KEY_HANDLE signingKey, const CERT_INFO& info, BYTE** dummyCert, DWORD* dummyCertSize)
 {
-    // Not the one that stands inside: SHA-256 signs, SHA-1 is what the signed part names.
+    // On purpose not the algorithm that the signed part names, which is SHA-1.
     char objectId[] = szOID_RSA_SHA256RSA;
     CRYPT_ALGORITHM_IDENTIFIER algorithm = {};
     algorithm.pszObjId = objectId;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Adds all parts to `joined`, which has room for them. False: it is NULL, or has no text.
+// Appends all parts to `joined`, which has room for them. False: `joined` is NULL or has no text.
 bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
 {
     for (const WCHAR* part : parts) {
@@ -16,10 +16,10 @@ bool Add(BldStr* joined, std::initializer_list<const WCHAR*> parts)
     return joined && joined->cStr;
 }
 
-// A string with room for all parts, so that none of them makes it grow; NULL: no memory.
+// An empty string with room for all parts, so that it never grows. NULL: no memory.
 BldStr* NewFor(DWORD chars, std::initializer_list<const WCHAR*> parts)
 {
-    // What a DWORD of bytes can count is what a BldStr can hold.
+    // A BldStr counts its bytes in a DWORD.
     constexpr size_t kLongest = UINT32_MAX / sizeof(WCHAR) - 1;
     size_t length = 0;
     for (const WCHAR* part : parts)

@@ -1,13 +1,13 @@
-// Text put together from parts.
+// Joining texts.
 #pragma once
 
 #include <initializer_list>
 
 #include "support/bldstr.h"
 
-// A new string of all parts in their order, with room for at least `chars` characters; a NULL part counts as empty.
-// NULL: no memory, and never a text that lacks a part.
+// A new string of all parts in order, with room for at least `chars` characters; a NULL part counts as empty.
+// NULL: no memory; there is never a partial text.
 BldStrPtr JoinText(DWORD chars, std::initializer_list<const WCHAR*> parts);
 
-// The same for a text with a secret or a token in it.
+// The same for a text that contains a secret or a token.
 SecretStrPtr JoinSecretText(DWORD chars, std::initializer_list<const WCHAR*> parts);

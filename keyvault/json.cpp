@@ -24,7 +24,7 @@ void WipeElements(json_object* array)
         WipeStrings(json_object_array_get_idx(array, i));
 }
 
-// No deeper than the parser lets a text be nested.
+// The recursion is bounded: the parser limits the nesting.
 void WipeStrings(json_object* value)
 {
     switch (json_object_get_type(value)) {
@@ -40,8 +40,8 @@ void WipeStrings(json_object* value)
     }
 }
 
-// json-c's parser, which leaves nothing of a text behind: neither the buffer in which it puts strings together, nor the
-// objects of a text that turns out not to be JSON. Both are in fields that json-c documents as its own.
+// json-c's parser, made to wipe what it frees: the buffer in which it assembles strings, and the objects of a text that
+// turns out not to be JSON. Both are in fields that json-c documents as private.
 class Tokener {
   public:
     Tokener() : tokener_(json_tokener_new()) {}
@@ -57,8 +57,8 @@ class Tokener {
     Tokener(const Tokener&) = delete;
     Tokener& operator=(const Tokener&) = delete;
 
-    // Makes room for the longest string that a text of `length` bytes can have: a buffer that grows leaves its old
-    // block behind. False: no memory.
+    // Makes room for the longest string that a text of `length` bytes can contain: if the buffer grew, its old block
+    // would not be wiped. False: no memory.
     bool Reserve(size_t length)
     {
         if (!tokener_ || length >= INT_MAX / 2)
@@ -68,7 +68,7 @@ class Tokener {
         printbuf_reset(tokener_->pb);
         return true;
     }
-    // Why the text that was parsed isn't JSON; NULL when it is.
+    // Why the parsed text isn't JSON; NULL if it is.
     const char* Fault() const
     {
         const json_tokener_error error = json_tokener_get_error(tokener_);

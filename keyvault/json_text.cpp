@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t kLongestEscape = 6;
 
-// The characters that stand for one of the value.
+// One character of a value, escaped if necessary.
 struct EscapeText {
     WCHAR text[kLongestEscape];
     size_t length;

@@ -1,10 +1,9 @@
-// Values inside the JSON text of a request.
+// Escaping values in the JSON of a request.
 #pragma once
 
 #include "support/bldstr.h"
 
-// Appends `value` to a JSON text, between the quotes that the caller writes. Double quotes, backslashes, control
-// characters and everything beyond ASCII become JSON escapes: the text is converted to the default code page
-// afterwards, which may have no such letter, or may take a look-alike for it, such as a quotation mark for a full-width
-// one. 1 with the value appended, 0 with the string unchanged.
+// Appends `value` to JSON text; the caller writes the quotes. Double quotes, backslashes, control characters and all
+// non-ASCII characters become escapes: the text is later converted to the default code page, which may lack a letter or
+// replace it by a look-alike, such as a full-width quotation mark by a plain one. 1; 0: `str` is unchanged.
 int BldStrCatJson(BldStr* str, const WCHAR* value);

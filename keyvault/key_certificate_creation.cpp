@@ -21,7 +21,7 @@ struct CertificateRequest {
     const WCHAR* algId;
     KeyKind kind;
     bool exportable;
-    bool isPublication;    // the certificate to merge is there, so that the policy says nothing of its use
+    bool isPublication;    // the caller has the certificate, so the policy says nothing about its use
     const WCHAR* subject;  // of the policy
 };
 
@@ -30,7 +30,7 @@ const WCHAR* PolicySubject(bool isPublication, const WCHAR* subject)
     return isPublication && subject && *subject ? subject : kDummySubject;
 }
 
-// A published RSA certificate keeps its key, whatever its kind.
+// The certificate of a published RSA key keeps that key, whatever its type.
 void AddKeyProperties(const CertificateRequest& request, const WCHAR* hsmSuffix, JsonBody& body)
 {
     body.Text(TEXT("\"key_props\": {"));
@@ -79,7 +79,7 @@ void LogDetail(const KVC* kvc)
     LogString(kDetail, text.get(), LOG_WARNING_LEVEL);
 }
 
-// A refusal that gives its reason in the known way needs no more than the warning.
+// For a refusal with a known reason the first line is enough.
 void LogHardwareRefusal(const KVC* kvc)
 {
     const DWORD status = kvc->lastStatus;
@@ -90,7 +90,7 @@ void LogHardwareRefusal(const KVC* kvc)
         LogDetail(kvc);
 }
 
-// Creates the certificate or its new version. 1 when the vault has taken the request; its answer is in kvc->lastBody.
+// Creates the certificate or a new version. 1: the vault accepted the request; its answer is in kvc->lastBody.
 int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& request)
 {
     const Creation creation = {
@@ -108,8 +108,8 @@ int CreatePending(KVC* kvc, const WCHAR* encodedName, const CertificateRequest& 
     return 0;
 }
 
-// Answers the vault's certificate request with a throw-away certificate. 0 when there is none to be had; 1 also when
-// the vault wants no answer, or does not take this one.
+// Answers the vault's certificate request with a dummy certificate. 0: none could be made. 1 also if the vault made no
+// request, or if the merge failed.
 int AnswerRequest(KVC* kvc, const WCHAR* encodedName)
 {
     const JsonPtr answer = JsonParseAnswer(TEXT("KVCLowLevelCreateKeyCertificate answer is not JSON"), kvc->lastBody);

@@ -5,7 +5,7 @@
 
 namespace {
 
-// NULL: no memory. The size of an RSA key is text here, unlike in a certificate's policy.
+// NULL: no memory. Unlike in a certificate's policy, the size of an RSA key is text here.
 SecretBytesPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR* algId, const WCHAR* keyName)
 {
     JsonBody body(500);

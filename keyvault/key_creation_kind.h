@@ -1,19 +1,19 @@
-// What an algorithm name asks of the vault.
+// What to ask of the vault for an algorithm name.
 #pragma once
 
 #include "platform/platform.h"
 
 struct KeyKind {
-    const WCHAR* kty;  // without the suffix for hardware
+    const WCHAR* kty;  // without the hardware suffix
     const WCHAR* crv;  // NULL for RSA
-    LONG bits;         // of a curve the curve's own
+    LONG bits;         // for a curve fixed
 };
 
-// A key is asked for in hardware first.
+// The suffix of key types in hardware.
 constexpr const WCHAR* kHsmSuffix = TEXT("-HSM");
 
 // The six curve names, exact; every other name is an RSA key of keyBits.
 KeyKind KeyKindOf(const WCHAR* algId, LONG keyBits);
 
-// Whether a vault that has no such hardware may have answered with `status`.
+// Whether `status` may mean that the vault has no such hardware.
 bool IsHardwareRefusal(DWORD status);

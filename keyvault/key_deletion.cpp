@@ -12,14 +12,14 @@ struct PhaseTexts {
     const WCHAR* failed;
 };
 
-// A conflict is final once 1, 2, 4, 8 and 16 seconds have been waited, in both phases together; a throttled call goes
-// on with longer waits.
+// After waits of 1, 2, 4, 8 and 16 seconds, counted over both phases, a conflict is final; throttled calls go on with
+// longer waits.
 constexpr RetryRule PhaseRule(const PhaseTexts& texts)
 {
     return {texts.busy, LOG_ERROR_LEVEL, {{HTTP_CONFLICT, 16000, 0}, {HTTP_THROTTLED, 64000, 20}}};
 }
 
-// Where objects of a kind are deleted and purged, and what the log calls that.
+// Where keys or certificates are deleted, and the texts of the log.
 struct DeletionKind {
     int useCertificates;
     const WCHAR* deletedArea;
@@ -71,7 +71,7 @@ int DeleteAndPurge(KVC* kvc, const WCHAR* encodedName, const DeletionKind& kind)
     const BldStrPtr path = JoinText(0, {kind.deletedArea, encodedName, TEXT("?api-version="), kApiVersionWrite});
     if (!path)
         return Fail(deleted, TEXT("KVCKeyDelete Out of memory"));
-    // What can't be deleted may have been deleted before.
+    // Purge even after a failed deletion: the key may have been deleted earlier.
     VaultRequest purge = deletion;
     purge.rawURL = path->cStr;
     purge.apiVersion = nullptr;
@@ -88,7 +88,7 @@ int KVCKeyDelete(KVC* kvc, const WCHAR* keyName)
         return Fail(0, TEXT("KVCKeyDelete NULL Parameter"));
     WCHAR encodedName[kEncodedNameChars] = {};
     int encoded = 0;
-    // A longer name has no form in the vault, and no key there either.
+    // A longer name has no encoded form, so there is no such key.
     if (!KVCConvertClearKeyNameToEncoded(keyName, encodedName, &encoded))
         return 0;
     return kvc->certificateMode ? KVCLowLevelDeleteKeyCertificate(kvc, encodedName)

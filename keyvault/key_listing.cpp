@@ -1,4 +1,4 @@
-// The walk over all keys of a vault, page by page.
+// Listing all keys of a vault, page by page.
 #include <stdlib.h>
 #include <string.h>
 
@@ -24,7 +24,7 @@ constexpr ListKind kKeys = {
 
 constexpr WCHAR kNoMemory[] = TEXT("KVCGetKeys Out of memory");
 
-// Adds the key of one item, if it names one. False: no memory.
+// Adds the key that an item names, if any. False: no memory.
 bool TakeItem(json_object* item, TextList* list)
 {
     const char* kid = JsonMemberText(item, "kid");
@@ -45,7 +45,7 @@ bool TakeItem(json_object* item, TextList* list)
     return list->Add(clearName);
 }
 
-// Reads one page. False: no memory; a page that is no JSON is the last.
+// Reads one page; a page that isn't JSON is the last one. False: no memory.
 bool TakePage(const char* body, TextList* list, ListWalk* walk)
 {
     const JsonPtr page = JsonParseAnswer(TEXT("KVCGetKeys answer is not JSON"), body);
@@ -71,7 +71,7 @@ WCHAR* TakeFirst(TextList& list)
     return name;
 }
 
-// An empty list has no array. False, with nothing handed over: no memory.
+// For an empty list *names is NULL. False: no memory, and the outputs are unchanged.
 bool HandOver(TextList& list, WCHAR*** names, DWORD* count)
 {
     const size_t entries = list.count();
@@ -108,7 +108,7 @@ int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count)
         if (kvc->lastStatus != HTTP_OK || !kvc->lastBody)
             break;
         if (!TakePage(kvc->lastBody, &list, &walk))
-            return Fail(0, kNoMemory);  // a listing with holes would pass for the whole vault
+            return Fail(0, kNoMemory);  // a partial list would look complete
     } while (walk.HasNext());
     if (!HandOver(list, names, count))
         return Fail(0, kNoMemory);

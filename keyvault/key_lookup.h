@@ -1,17 +1,16 @@
-// Reading one key and listing all.
+// Reading one key, and listing all keys.
 #pragma once
 
 #include "keyvault/kvc.h"
 #include "keyvault/kvkey.h"
 
-// Reads the latest version of the key with the clear name `keyName` into `kvk`, which is zeroed here and released by
-// the caller with KVCFreeKVKey. SupressFailedReadError: non-zero when a missing key is expected, so that failures go
-// out at level 10. 1 or 0. Blocks for one exchange, longer when throttled.
+// Reads the latest version of the key with the clear name `keyName` into `kvk`, which is zeroed first; the caller
+// releases it with KVCFreeKVKey. SupressFailedReadError: non-zero if the key may be missing; failures are then logged
+// at level 10. 1 or 0. Blocks for one exchange, longer if throttled.
 int KVCGetKey(KVC* kvc, const WCHAR* keyName, KVKey* kvk, int SupressFailedReadError);
 
-// Lists the clear names of all keys. *names: a heap array (free) of `count` texts (free each), owned by the caller, who
-// passes NULL and 0 in. 1 when the last page was read; 0 on failure, when names of earlier pages may have been handed
-// over all the same.
+// Lists the clear names of all keys. Pass in NULL and 0; the caller releases *names with KVCFreeNames. 1: all pages
+// were read. 0 on failure; the names of earlier pages may have been returned even then.
 int KVCGetKeys(KVC* kvc, WCHAR*** names, DWORD* count);
 
 // Releases what KVCGetKeys returned.

@@ -1,8 +1,8 @@
 // The two forms of key names.
 //
-// A vault takes letters, digits and "-" only. A clear name that has nothing else and no "-" in front goes there as it
-// is; any other is coded: "-", then three digits to the base of 50 for each code unit, lowest first, filled up with "z"
-// to 43 characters, so that no coded name is as short as a plain one.
+// A vault allows letters, digits and "-" only. A clear name that consists of these and doesn't start with "-" is used
+// unchanged. Any other is encoded: "-", then three base-50 digits for each code unit, lowest first, padded with "z" to
+// 43 characters, so that an encoded name is always longer than a plain one.
 #include <algorithm>
 
 #include "keyvault/kvkey.h"
@@ -12,8 +12,8 @@ namespace {
 
 constexpr WCHAR kCodedMark = '-';
 constexpr WCHAR kFiller = 'z';
-constexpr WCHAR kHighestSymbol = 'x';  // of digit 49
-constexpr WCHAR kForeignSymbol = 'y';  // never in a coded name
+constexpr WCHAR kHighestSymbol = 'x';  // the digit 49
+constexpr WCHAR kForeignSymbol = 'y';  // never in an encoded name
 constexpr size_t kShortestCoded = 43;
 constexpr size_t kPlaces = 3;
 constexpr int kWeights[kPlaces] = {1, 50, 2500};
@@ -46,7 +46,7 @@ constexpr Triple TripleOf(unsigned unit)
     return {{kSymbols[unit % 50], kSymbols[unit / 50 % 50], kSymbols[unit / 2500]}};
 }
 
-// Those of ASCII, of which most names are.
+// Precomputed for ASCII, of which most names consist.
 struct AsciiTriples {
     Triple of[0x80];
 };
@@ -64,7 +64,7 @@ int DigitOf(WCHAR symbol)
     return symbol < '[' ? symbol - 'A' : symbol - 'a' + 26;
 }
 
-// Reads the triple at `at`, as far as the text goes; *value is 0 behind the last one. False when it is malformed.
+// Reads the triple at `at`, or as much of it as there is; *value is 0 after the last one. False: malformed.
 bool ReadTriple(TextView coded, size_t at, int* value)
 {
     *value = 0;
@@ -109,7 +109,7 @@ int KVCConvertEncodedKeyNameToClear(const WCHAR* encodedName, WCHAR* clearName, 
     const TextView encoded = View(encodedName);
     for (size_t i = 0; i < kClearNameChars; i++)
         clearName[i] = 0;
-    // A long name that we cannot have made is somebody else's and keeps its head.
+    // A long name that isn't one of ours is copied and cut.
     if (encoded.size() <= kClearNameLimit || encoded[0] != kCodedMark ||
         encoded.find(kForeignSymbol) != TextView::npos) {
         TextCopyCut(clearName, kClearNameChars, encoded);

@@ -40,7 +40,7 @@ struct ClientFreer {
     void operator()(KVCClient* client) const { FreeClient(client); }
 };
 
-// NULL for a NULL text too; `complete` turns false only when there was no memory.
+// A copy of `text`, NULL for NULL. Without memory `complete` becomes false.
 BldStr* CopyText(const WCHAR* text, bool& complete)
 {
     BldStr* copy = BldStrNewStr(text);
@@ -76,7 +76,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     kvc->clientSecret = CopyText(clientSecret, complete);
     kvc->clientCertId = CopyText(clientCertId, complete);
     kvc->tenant = CopyText(tenant, complete);
-    // Half an identity would sign in as somebody else, or nobody.
+    // With half of its identity the client could sign in as somebody else.
     if (!complete)
         return Fail(nullptr, kNoMemory);
     return kvc.release();
@@ -110,7 +110,7 @@ void KVCEndCall(KVC* call)
     FreeSecret(call->tokenType);
     FreeSecret(call->accessToken);
     FreeText(call->kvname);
-    // The last answer may have been that of a decryption.
+    // May be the answer to a decryption.
     WipeFreeBytes(call->lastBody);
     free(call);
 }

@@ -1,9 +1,8 @@
 // One client of one vault, and the calls on it.
 //
-// A provider owns two clients. A client is shared by all threads of the host: it has the identity that it signs in
-// with, the vault's name and the latest token. An operation never works on the client but on a call, which KVCBeginCall
-// makes for it: it belongs to one thread, has its own copy of the token and of the vault's name, and carries the answer
-// of its requests.
+// A provider owns two clients. A client is shared by all threads of the host and has the identity to sign in with, the
+// vault's name and the latest token. Operations don't use the client directly: KVCBeginCall makes a call, which belongs
+// to one thread, has its own copy of the token and the vault's name, and receives the answers.
 #pragma once
 
 #include <memory>
@@ -21,10 +20,9 @@ enum class KVCLogOnResult {
     NoMemory,  // for a token that the service granted
 };
 
-// All strings are owned and may be NULL. The part above the locks is fixed by KVCNew. signInLock is held throughout a
-// sign-in, network included, and is all that loginUrl and resource need. `lock` is taken for moments only, by a thread
-// that may hold signInLock already. Whoever changes the other fields below holds both, so either is enough to read
-// them.
+// All strings are owned and may be NULL. The fields above the locks don't change after KVCNew. signInLock is held
+// during a sign-in, network included, and alone protects loginUrl and resource. `lock` is held only briefly; a thread
+// may acquire it while it holds signInLock. To change one of the other fields hold both, to read it either.
 struct KVCClient {
     DWORD authn;             // sign-in methods
     BldStr* tenant;          // directory tenant
@@ -37,11 +35,11 @@ struct KVCClient {
 
     SRWLOCK signInLock;
     SRWLOCK lock;
-    BldStr* loginUrl;            // sign-in base URL with the tenant behind it
+    BldStr* loginUrl;            // sign-in base URL followed by the tenant
     BldStr* resource;            // resource URL of the vault service
     BldStr* tokenType;           // first word of the Authorization header
-    BldStr* accessToken;         // second word of it
-    int64_t tokenExpiry;         // Unix time in seconds from which the token counts as used up
+    BldStr* accessToken;         // second word
+    int64_t tokenExpiry;         // Unix time in seconds; from then on the token counts as expired
     BldStr* kvname;              // the vault's short name
     uint32_t failedSignIns;      // how many so far
     KVCLogOnResult lastFailure;  // how the last of them ended
@@ -56,42 +54,42 @@ struct KVC {
     DWORD purgeOnDelete;
     DWORD certificateMode;
     DWORD lastStatus;  // HTTP status of the last request, 0 if no response came
-    char* lastBody;    // entity of the last response, zero-terminated, owned (free); NULL without one
+    char* lastBody;    // body of the last response, zero-terminated, owned (free); NULL if there is none
 };
 
-// Builds a client. kvname: the template of the vault's name (NULL gives NULL); the four strings are copied and may be
-// NULL. purgeOnDelete and certificateMode are the negations of the settings DoDeletePurge and CertificatesOrKeys. NULL:
-// a NULL template, or no memory. No network traffic.
+// Creates a client. kvname: the template of the vault's name. The other four strings are copied and may be NULL.
+// purgeOnDelete and certificateMode are the negations of the settings DoDeletePurge and CertificatesOrKeys. NULL: the
+// template is NULL, or no memory. No network traffic.
 KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const WCHAR* clientId,
                   const WCHAR* clientSecret, const WCHAR* clientCertId, DWORD purgeOnDelete, DWORD certificateMode,
                   DWORD exportableOption);
 
-// Releases a client and all that it owns, secrets wiped. NULL does nothing but log.
+// Releases a client and wipes its secrets. NULL is only logged.
 void KVCDelete(KVCClient* client);
 
-// A call on `client` (not NULL), still without token and vault name: KVCLogOn or KVCTakeHeldToken bring them. NULL: no
-// memory. The caller ends it with KVCEndCall before the client goes.
+// A new call on `client` (not NULL), without token and vault name: get them with KVCLogOn or KVCTakeHeldToken. NULL: no
+// memory. The caller ends it with KVCEndCall before the client is deleted.
 KVC* KVCBeginCall(KVCClient* client);
 
-// Releases a call, tokens and answer wiped. NULL does nothing. Keeps the thread's last error.
+// Releases a call and wipes its token and answer. NULL does nothing. Preserves the thread's last error.
 void KVCEndCall(KVC* call);
 
 struct KVCCallEnder {
     void operator()(KVC* call) const { KVCEndCall(call); }
 };
-// Holds one call.
+// Owns a call.
 using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
 
-// Gets a valid token for a call (not NULL). Ready: its tokenType, accessToken and kvname may be used; failures are
-// logged. Returns at once while the client's token is under an hour old, else blocks for a sign-in; of several threads
-// that find it expired, one signs in and the others share its outcome.
+// Gets a valid token for a call (not NULL). Ready: its tokenType, accessToken and kvname are current. Failures are
+// logged. Returns at once while the client's token is less than an hour old, else blocks for a sign-in. If several
+// threads find it expired, one signs in and the others share the outcome.
 KVCLogOnResult KVCLogOn(KVC* call);
 
-// KVCLogOn for callers that need no reason: 1 when ready, else 0.
+// KVCLogOn for callers that don't need the reason: 1 if ready, else 0.
 int KVCAuthenticate(KVC* kvc);
 
-// Copies the client's current token, possibly expired, and the vault name to one of its calls, without signing in and
-// without waiting for a sign-in that is under way; before the first one there is no token. 1; 0: no memory.
+// Copies the client's current token, possibly expired, and the vault name to a call, without signing in or waiting for
+// a sign-in in progress. Before the first sign-in there is no token. 1; 0: no memory.
 int KVCTakeHeldToken(KVC* call);
 
 // The text of a string, empty for NULL.

@@ -26,7 +26,7 @@ void ReadBytes(json_object* key, const char* name, BYTE** bytes, DWORD* size)
         return;
     BYTE* decoded = nullptr;
     DWORD cbDecoded = 0;
-    // The size comes back even when there was no room for the bytes.
+    // Without memory the decoder succeeds, too, and returns only the size.
     if (KVCKelvaro_FromBase64(text.get(), &decoded, &cbDecoded, 1) && decoded) {
         *bytes = decoded;
         *size = cbDecoded;
@@ -46,7 +46,7 @@ bool AppendOperation(BldStr* joined, const char* operation, bool isFirst)
     return text && (isFirst || BldStrCat(joined, TEXT(","))) && BldStrCat(joined, text.get());
 }
 
-// The operations joined by ","; NULL when `operations` is no array.
+// The operations joined by ","; NULL if `operations` isn't an array, or without memory.
 WCHAR* JoinOperations(json_object* operations)
 {
     if (!json_object_is_type(operations, json_type_array))
@@ -91,7 +91,7 @@ void ReadKeyMembers(json_object* key, KVKey* theKey)
     theKey->key_ops = JoinOperations(JsonMember(key, "key_ops"));
 }
 
-// The tag says what the key is for, the curve how big it is; the tag's own text stands for a curve that is not known.
+// The purpose comes from the tag, the size from the curve. For an unknown curve AlgID is the text of the tag.
 void AlgIDFromTag(KVKey* theKey, const char* tag)
 {
     const MallocPtr<WCHAR> text(BytesStrToWStr(tag));

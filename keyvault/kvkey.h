@@ -1,4 +1,4 @@
-// KVKey: the flat record of one vault key, and the two forms of key names.
+// KVKey: one key of the vault. Also the two forms of key names.
 #pragma once
 
 #include "platform/platform.h"
@@ -9,21 +9,21 @@ constexpr size_t kEncodedNameChars = 129;  // buffer for an encoded name
 constexpr size_t kVersionChars = 130;      // buffer for a key version
 constexpr size_t kAlgIDChars = 20;         // buffer for a CNG algorithm name
 
-// Plain record, zeroed by whoever fills it. Pointers are owned (free) and NULL when the member was missing.
+// Pointers are owned (free), and NULL if the member was missing.
 struct KVKey {
     DWORD valid;                       // 1 once KVCParseJSONKey has run
     WCHAR keyName[kEncodedNameChars];  // encoded name
-    WCHAR clearName[kClearNameChars];  // "InvalidName" when the encoded name did not decode
-    WCHAR version[kVersionChars];      // the text of "kid" behind its last "/"
+    WCHAR clearName[kClearNameChars];  // "InvalidName" if the encoded name is malformed
+    WCHAR version[kVersionChars];      // the text of "kid" after its last "/"
     WCHAR* crv;                        // curve name
-    WCHAR* d;                          // d, dp, dq, k, p, q, qi: held as they came, read by nobody
+    WCHAR* d;                          // d, dp, dq, k, p, q, qi: stored, but not used
     WCHAR* dp;
     WCHAR* dq;
-    BYTE* e;  // public exponent, two zero bytes behind it
+    BYTE* e;  // public exponent, followed by two zero bytes
     DWORD e_siz;
     WCHAR* k;
     WCHAR* kty;
-    LONG isEC;  // 1 when kty is exactly "EC" or "EC-HSM"
+    LONG isEC;  // 1 if kty is exactly "EC" or "EC-HSM"
     BYTE* n;    // modulus
     DWORD n_siz;
     WCHAR* p;
@@ -37,17 +37,17 @@ struct KVKey {
     WCHAR AlgID[kAlgIDChars];  // CNG algorithm name, or empty
 };
 
-// Clear to encoded. encodedName: a zeroed buffer of kEncodedNameChars. *pEncoded: 1 for the coded form, 0 for the plain
-// one. 1, or 0 when clearName is longer than 42 characters.
+// Clear to encoded. encodedName: a zeroed buffer of kEncodedNameChars. *pEncoded: 1 if the name had to be encoded, 0 if
+// it was copied. 1; 0: clearName is longer than 42 characters.
 int KVCConvertClearKeyNameToEncoded(const WCHAR* clearName, WCHAR* encodedName, int* pEncoded);
 
-// Encoded to clear. clearName: a buffer of kClearNameChars, zeroed here. *pEncoded: 1 when the input was decoded, 0
-// when it was copied. 1, or 0 when a coded name is malformed.
+// Encoded to clear. clearName: a buffer of kClearNameChars, zeroed here. *pEncoded: 1 if the name was decoded, 0 if it
+// was copied. 1; 0: the encoded name is malformed.
 int KVCConvertEncodedKeyNameToClear(const WCHAR* encodedName, WCHAR* clearName, int* pEncoded);
 
-// Fills `theKey` (zeroed here; what it held is not released) from the service's answer. 1 whatever the text holds; 0
+// Fills `theKey` from the vault's answer. It is zeroed first; its previous contents aren't released. 1 for any text; 0
 // for a NULL argument. The caller releases the record's buffers with KVCFreeKVKey.
 int KVCParseJSONKey(const WCHAR* KeyName, const char* KeyJSON, KVKey* theKey);
 
-// Releases the buffers; does nothing for NULL or a record whose `valid` is 0, and repeating it is harmless.
+// Releases the buffers. Does nothing for NULL or a record whose `valid` is 0; calling it twice is harmless.
 void KVCFreeKVKey(KVKey* theKey);

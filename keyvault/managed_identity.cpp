@@ -17,7 +17,7 @@ constexpr DWORD kRepeatWaitMs = 1000;
 constexpr DWORD kPathChars = 200;
 constexpr DWORD kHeaderBlockChars = 1000;
 
-// State of one sign-in.
+// The state of one sign-in.
 struct IdentityCall {
     WCHAR identityHost[kHostChars] = {};
     INTERNET_PORT identityPort = INTERNET_DEFAULT_HTTP_PORT;
@@ -59,7 +59,7 @@ bool BuildRequest(const KVCClient* kvc, IdentityCall& call)
     return call.identityHeaders && call.identityPath;
 }
 
-// Puts the content of the secret file into the header block as it is.
+// Appends the contents of the secret file, unchanged, to the headers.
 bool AddSecret(const WCHAR* path, IdentityCall& call)
 {
     char bytes[kArcSecretChars] = {};
@@ -80,8 +80,8 @@ bool AddSecret(const WCHAR* path, IdentityCall& call)
     return true;
 }
 
-// Answers the challenge in a response head. False ends the method; true asks for a repeat, also when the head names no
-// file.
+// Answers the challenge in the headers of a response. True: send the request again, even if the headers name no file.
+// False: the sign-in has failed.
 bool AnswerChallenge(const WCHAR* head, IdentityCall& call)
 {
     constexpr TextView kRealm(TEXT("Basic realm="));

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The claims of a JSON web token, the text between its first two dots; NULL when it isn't there, or no memory.
+// The claims of a JSON web token: the text between its first two dots. NULL: there is none, or no memory.
 SecretTextPtr ClaimsText(const WCHAR* token)
 {
     const TextView text = View(token);
@@ -34,7 +34,7 @@ JsonPtr DecodeClaims(const WCHAR* text)
     DWORD size = 0;
     if (!text || !KVCKelvaro_FromBase64(text, &bytes, &size, 1))
         return nullptr;
-    // The decoder puts zero bytes behind what it allocates.
+    // The decoder terminates what it allocates.
     const SecretBytesPtr claims(reinterpret_cast<char*>(bytes));
     return JsonParse(claims.get());
 }

@@ -1,4 +1,4 @@
-// One operation of the vault service as one HTTP exchange.
+// One operation of the vault: one HTTP exchange.
 #pragma once
 
 #include "keyvault/kvc.h"
@@ -9,10 +9,10 @@ constexpr const WCHAR* kApiVersionWrite = TEXT("7.0");
 
 struct VaultRequest {
     const WCHAR* verb = TEXT("GET");
-    const WCHAR* rawURL = nullptr;      // complete path and query; when set, the four members behind it play no part
-    int useCertificates = 0;            // non-zero for the collection "certificates", zero for "keys"
+    const WCHAR* rawURL = nullptr;      // complete path and query; if set, the next four are ignored
+    int useCertificates = 0;            // non-zero: the collection "certificates", zero: "keys"
     const WCHAR* keyName = nullptr;     // encoded name, or name "/" version
-    const WCHAR* actionverb = nullptr;  // path element behind it
+    const WCHAR* actionverb = nullptr;  // next element of the path
     const WCHAR* apiVersion = nullptr;  // NULL means kApiVersionRead
     const char* body = nullptr;         // zero-terminated JSON bytes
 };
@@ -20,11 +20,10 @@ struct VaultRequest {
 // A POST to a key or certificate, with the write version of the API.
 VaultRequest PostRequest(const WCHAR* keyName, const WCHAR* actionverb);
 
-// 1 when the status was 200, 201, 202 or 204, else 0. kvc->lastStatus and kvc->lastBody hold the answer in both cases;
-// when the token is missing both stay as they were, and without a response record lastBody is NULL and lastStatus
-// stays.
+// 1 if the status is 200, 201, 202 or 204, else 0. In both cases the answer is in kvc->lastStatus and kvc->lastBody. If
+// the token is missing, both are unchanged; if there was no memory, lastBody is NULL and lastStatus unchanged.
 int SendToVault(KVC* kvc, const VaultRequest& request);
 
-// The same with each member as an argument.
+// The same with the members as arguments.
 int KVCDoKVRESTCall(KVC* kvc, const WCHAR* rawURL, int useCertificates, const WCHAR* keyName, const WCHAR* verb,
                     const WCHAR* actionverb, const char* body, const WCHAR* apiVersion);

@@ -13,11 +13,11 @@ constexpr size_t kLargestChunk = 250000;
 
 }  // namespace
 
-// Texts follow the head, behind one another: a byte with twice the number of characters, plus 1 for wide ones, and the
-// characters.
+// The head is followed by the texts. Each is a byte with twice its length in characters, plus 1 if they are wide, and
+// the characters.
 struct TextList::Chunk {
     Chunk* next;
-    size_t size;  // bytes behind the head
+    size_t size;  // bytes after the head
     size_t used;
 
     BYTE* bytes() { return reinterpret_cast<BYTE*>(this + 1); }
@@ -84,7 +84,7 @@ void TextList::TakeFirst(WCHAR* buffer, size_t cchBuffer)
         DropFirstChunk();
 }
 
-// Chunks grow with the list: a short one wastes little, a long one doesn't ask the heap often.
+// Chunks grow with the list: a short list wastes little, and a long one needs few allocations.
 bool TextList::AddChunk(size_t needed)
 {
     const size_t size = std::max(needed, std::min(std::max(held_ / 4, kSmallestChunk), kLargestChunk));

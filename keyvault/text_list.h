@@ -1,10 +1,10 @@
-// A list of texts that grows, as listings gather it: page by page, and read once at the end.
+// A growing list of texts. Listings fill it page by page, and read it once at the end.
 #pragma once
 
 #include "support/text.h"
 
-// Takes one byte a character where that is enough, and gives its memory back while it is read, so that a long list is
-// never in memory twice.
+// Uses one byte per character where that is enough, and frees its memory while it is read, so that a long list is never
+// in memory twice.
 class TextList {
   public:
     static constexpr size_t kLongestText = 127;  // characters
@@ -14,14 +14,14 @@ class TextList {
     TextList(const TextList&) = delete;
     TextList& operator=(const TextList&) = delete;
 
-    // Adds a copy of a text of at most kLongestText characters. False: no memory, or a longer text; the list is what it
-    // was.
+    // Adds a copy of a text of at most kLongestText characters. False: no memory, or the text is longer; the list is
+    // unchanged.
     bool Add(TextView text);
 
-    size_t count() const { return count_; }  // texts that haven't been taken
-    size_t FirstLength() const;              // characters of the first one; there must be one
+    size_t count() const { return count_; }  // texts not yet taken
+    size_t FirstLength() const;              // in characters; the list must not be empty
 
-    // Takes the first text out into a buffer of cchBuffer characters, terminated, and cut if it doesn't fit.
+    // Removes the first text and copies it to a buffer of cchBuffer characters, terminated, and cut if it doesn't fit.
     void TakeFirst(WCHAR* buffer, size_t cchBuffer);
 
   private:
@@ -34,7 +34,7 @@ class TextList {
 
     Chunk* first_ = nullptr;
     Chunk* last_ = nullptr;
-    size_t taken_ = 0;  // bytes of the first chunk
-    size_t held_ = 0;   // bytes of all chunks
+    size_t taken_ = 0;  // bytes taken from the first chunk
+    size_t held_ = 0;   // bytes in all chunks
     size_t count_ = 0;
 };

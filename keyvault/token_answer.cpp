@@ -33,7 +33,7 @@ AnswerText FindText(json_object* answer, const char* name)
     return {text, isWhole && std::all_of(text, text + length, IsVisible)};
 }
 
-// True with a copy, or with NULL for NULL.
+// Copies a text; NULL stays NULL. False: no memory.
 bool Copy(const char* from, SecretStrPtr& to)
 {
     if (!from)

@@ -33,7 +33,7 @@ void Expand(TextView nameTemplate, TextWriter& out)
     }
 }
 
-// Not tolower: that would follow the host's locale.
+// Not tolower, which depends on the host's locale.
 WCHAR LowerAscii(WCHAR ch)
 {
     return ch >= TEXT('A') && ch <= TEXT('Z') ? static_cast<WCHAR>(ch - TEXT('A') + TEXT('a')) : ch;

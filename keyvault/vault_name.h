@@ -1,4 +1,4 @@
-// The vault's short name, worked out from the template in the settings.
+// The vault's short name, made from the template in the settings.
 #pragma once
 
 #include "platform/platform.h"
@@ -6,10 +6,9 @@
 // Longest vault name, in characters.
 constexpr size_t kVaultNameLimit = 24;
 
-// Stands for a name that the first sign-in derives from the identity; counts only as the whole name.
+// A placeholder for a name that the first sign-in derives from the identity; effective only as the entire name.
 constexpr const WCHAR* kIdentityNameMarker = TEXT("oidguid");
 
-// Expands a template ("%D": the machine's DNS name, "%G": the marker, any other escape: nothing; an empty template
-// means "%D"), drops dots, lower-cases the ASCII letters and cuts the name to kVaultNameLimit characters. `name` is
-// always terminated.
+// Expands a template ("%D": the machine's DNS name, "%G": the marker, any other escape: nothing; an empty template is
+// "%D"), removes dots, converts ASCII letters to lower case, and cuts the name to kVaultNameLimit characters.
 void VaultNameFromTemplate(const WCHAR* nameTemplate, WCHAR (&name)[kVaultNameLimit + 1]);

@@ -69,7 +69,7 @@ BOOL QueryHead(HINTERNET handle, WCHAR* head, DWORD* size)
                                WINHTTP_NO_HEADER_INDEX);
 }
 
-// False when the head was there but did not come out of the second query.
+// False: there are headers, but the second query for them failed.
 bool ReadHead(HINTERNET handle, KVCResponse* response)
 {
     DWORD size = 0;
@@ -146,7 +146,7 @@ KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* pa
         response->status = 0;
         response->error = 0;
         outcome = Attempt(request, response.get());
-        // The tenth failure is waited for too.
+        // Also waits after the last attempt.
         if (outcome == Outcome::TryAgain)
             ClockSleep(kRetryWaitMs);
     }

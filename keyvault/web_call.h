@@ -1,4 +1,4 @@
-// One HTTP or HTTPS exchange: the only function through which bytes leave the system.
+// One HTTP or HTTPS exchange: all network traffic of the system goes through it.
 #pragma once
 
 #include <memory>
@@ -16,18 +16,18 @@ constexpr DWORD HTTP_CONFLICT = 409;
 constexpr DWORD HTTP_THROTTLED = 429;
 
 struct KVCResponse {
-    DWORD status;     // HTTP status; 0 when none was obtained
-    DWORD error;      // platform error of the last failed step of the last attempt; 0 when no step failed
-    char* body;       // entity with one zero byte behind it, owned (free); NULL when no response was received
-    BldStr* headers;  // status line and header lines, each ended by CR LF, owned; NULL when not obtained
+    DWORD status;     // HTTP status; 0 if there was no answer
+    DWORD error;      // platform error of the last step that failed in the last attempt; 0 if none failed
+    char* body;       // zero-terminated, owned (free); NULL if no response was received
+    BldStr* headers;  // status line and headers, each ended by CR LF, owned; NULL if not received
 };
 
-// Blocks for the exchange, its repeats (up to 10 attempts) and their waits. TLS exactly when port is 443. An answer is
-// broken off 120 s after its request was sent, or at 16 MiB of body: `error` is ERROR_WINHTTP_TIMEOUT or
-// ERROR_FILE_TOO_LARGE then, and `body` what had come.
-// headers: lines ended by CR LF.  body: NULL or zero-terminated bytes.
-// The caller owns the record; NULL only when it could not be allocated. Every other failure is a record with `status` 0
-// or with `error` set. Neither URL nor headers are logged: they hold tokens.
+// Blocks for the exchange, up to 10 attempts and the waits between them. Uses TLS if port is 443, and only then. An
+// answer is cut off 120 s after its request was sent, or at 16 MiB of body: `error` is then ERROR_WINHTTP_TIMEOUT or
+// ERROR_FILE_TOO_LARGE, and `body` is what was received.
+// headers: lines ended by CR LF.  body: NULL or zero-terminated.
+// The caller owns the record; NULL only if it couldn't be allocated. After any other failure `status` is 0 or `error`
+// is set. Neither the URL nor the headers are logged: they may contain tokens.
 KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* path, const WCHAR* verb,
                           const WCHAR* headers, const char* body);
 

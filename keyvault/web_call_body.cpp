@@ -11,7 +11,7 @@ namespace {
 // The answers of signatures and sign-ins fit in the first block.
 constexpr size_t kFirstBlock = 2048;
 
-// A zero-terminated text of bytes that grows. Outgrown blocks are wiped: an answer may hold a token or plain text.
+// A growing byte text. Outgrown blocks are wiped: an answer may contain a token or plaintext.
 class GrowingBytes {
   public:
     GrowingBytes() = default;
@@ -22,7 +22,7 @@ class GrowingBytes {
     size_t size() const { return size_; }
     char* end() const { return bytes_ + size_; }
 
-    // Makes room for `more` bytes behind the end. False: no memory, and nothing has changed.
+    // Makes room for `more` bytes after the end. False: no memory, and nothing has changed.
     bool Reserve(size_t more)
     {
         if (bytes_ && more < room_ - size_)
@@ -36,17 +36,17 @@ class GrowingBytes {
         return true;
     }
 
-    // The next `count` of the reserved bytes have been written.
+    // Call after `count` bytes have been written at the end.
     void Extend(size_t count)
     {
         size_ += count;
         bytes_[size_] = 0;
     }
 
-    // Hands the text over. What nobody would find in it, and so nobody would wipe, is cleared.
+    // Hands the text over. Wipes the rest of the block, since its owner wipes only up to the terminator.
     SecretBytesPtr Take()
     {
-        bytes_[size_] = 0;  // a read that failed may have written something
+        bytes_[size_] = 0;  // a failed read may have written something
         const size_t length = strlen(bytes_);
         Wipe(bytes_ + length, room_ - length);
         SecretBytesPtr taken(bytes_);
@@ -60,7 +60,7 @@ class GrowingBytes {
     size_t room_ = 0;
 };
 
-// 0, or the error with which an answer ends that has come this far.
+// The error if the answer exceeds a limit, else 0.
 DWORD BoundError(uint64_t sentAtMs, size_t size)
 {
     if (ClockTickMs() - sentAtMs >= kAnswerLimitMs)

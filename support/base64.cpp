@@ -11,14 +11,14 @@ namespace {
 
 void ToStandardAlphabet(WCHAR* text, size_t length)
 {
-    // Without branches, for a compiler that takes several characters at a time.
+    // No branches, so that the compiler can vectorize it.
     for (size_t i = 0; i < length; i++) {
         const WCHAR ch = text[i] == '-' ? WCHAR{'+'} : text[i];
         text[i] = ch == '_' ? WCHAR{'/'} : ch;
     }
 }
 
-// A normalised copy of a text of at most kBase64TextLimit characters; three places stay free for the fill.
+// A copy of a text in the standard alphabet, padded. Texts over kBase64TextLimit characters are refused.
 class NormalisedText {
   public:
     explicit NormalisedText(const WCHAR* text)
@@ -33,7 +33,7 @@ class NormalisedText {
         room_[length_] = 0;
         usable_ = true;
     }
-    // Decoded texts are secrets now and then.
+    // The text may be a secret.
     ~NormalisedText() { Wipe(room_, length_ * sizeof(WCHAR)); }
     NormalisedText(const NormalisedText&) = delete;
     NormalisedText& operator=(const NormalisedText&) = delete;
@@ -50,7 +50,7 @@ class NormalisedText {
     bool usable_ = false;
 };
 
-// A block that is wiped before it is freed: it may hold the plain text of a decryption.
+// Wiped before it is freed: it may hold the plaintext of a decryption.
 class DecodedBlock {
   public:
     explicit DecodedBlock(size_t size) : bytes_(static_cast<BYTE*>(calloc(1, size))), size_(size) {}
@@ -95,7 +95,7 @@ int KVCKelvaro_FromBase64(const WCHAR* text, BYTE** ppOut, DWORD* pcbOut, int al
         LogLine(TEXT("KVCKelvaro_FromBase64 CryptStringToBinaryW 1 Failed"), LOG_DETAIL_LEVEL);
         return 0;
     }
-    // One byte at least: an empty text decodes to nothing and is no failed allocation.
+    // At least one byte: empty text is valid, and calloc(0) may return NULL.
     const DecodedBlock decoded(size ? size : 1);
     if (!decoded.bytes() || !normalised.Decode(decoded.bytes(), &size)) {
         LogLine(TEXT("KVCKelvaro_FromBase64 CryptStringToBinaryW 2 Failed"), LOG_DETAIL_LEVEL);

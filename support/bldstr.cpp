@@ -9,7 +9,7 @@
 
 namespace {
 
-// Lengths are kept in 32 bits of bytes; longer texts are refused like a failed allocation.
+// Sizes in bytes have 32 bits; longer text fails like an allocation.
 constexpr size_t kMaxChars = 0x7FFFFFF0 / sizeof(WCHAR);
 
 DWORD BytesFor(size_t chars)
@@ -17,7 +17,7 @@ DWORD BytesFor(size_t chars)
     return static_cast<DWORD>(chars * sizeof(WCHAR) + sizeof(WCHAR));
 }
 
-// Makes room for a text of `chars` characters, by an exact fit. False with the string unchanged.
+// Makes room for exactly `chars` characters. False: the string is unchanged.
 bool Grow(BldStr* str, size_t chars)
 {
     const DWORD needed = chars <= kMaxChars ? BytesFor(chars) : 0;
@@ -39,7 +39,7 @@ BldStr* BldStrNew(DWORD chars)
     if (!str || chars > kMaxChars)
         return nullptr;
     str->cStr = static_cast<WCHAR*>(calloc(1, BytesFor(chars)));
-    // Without a text the record promises no room, so that every append is refused.
+    // Without a text the capacity stays 0, so that every append fails.
     if (str->cStr)
         str->capacity = BytesFor(chars);
     return str.release();
@@ -104,7 +104,7 @@ int BldStrReplace(BldStr* str, const WCHAR* text)
     const TextView view(text);
     if (view.size() > str->length && !Grow(str, view.size()))
         return 0;
-    // A replacement may be a part of the old text.
+    // The replacement may be part of the old text.
     memmove(str->cStr, view.data(), view.size() * sizeof(WCHAR));
     str->cStr[view.size()] = 0;
     str->length = static_cast<DWORD>(view.size());

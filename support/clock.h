@@ -1,24 +1,24 @@
-// The one place from which the system reads the time or sleeps.
+// The only place where the system reads the time or sleeps.
 #pragma once
 
 #include "platform/platform.h"
 
-// Unix time in seconds. Jumps when somebody sets the machine's clock.
+// Unix time in seconds. Jumps when the machine's clock is set.
 int64_t ClockUnixTime();
 
-// Milliseconds since an arbitrary moment. Never jumps, so this is what durations are measured with.
+// Milliseconds since an arbitrary moment. Monotonic: use it to measure durations.
 uint64_t ClockTickMs();
 
 // Blocks the calling thread for waitMs milliseconds.
 void ClockSleep(DWORD waitMs);
 
-// A clock to put behind the functions above. All members are set, and may be called on any thread.
+// A replacement for the functions above. All members must be set, and may be called on any thread.
 struct Clock {
     int64_t (*unixTime)();
     uint64_t (*tickMs)();
     void (*sleep)(DWORD waitMs);
 };
 
-// Tests put their own clock here and remove it with NULL. The record must outlive its use; nothing but tests calls
-// this, and only while no other thread runs in the system.
+// For tests only: installs their clock; NULL restores the real one. `clock` must outlive its use. Call it only while no
+// other thread is in the system.
 void ClockReplace(const Clock* clock);

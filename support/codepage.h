@@ -3,6 +3,6 @@
 
 #include "platform/platform.h"
 
-// Both return a new zero-terminated text that the caller releases with free, or NULL (no memory, or nothing converted).
+// Both return a new zero-terminated text that the caller frees (free). NULL: no memory, or the conversion failed.
 char* WStrToBytesStr(const WCHAR* text);
 WCHAR* BytesStrToWStr(const char* text);

@@ -1,4 +1,4 @@
-// Guards: one owner per resource, release() at the hand-over.
+// Guards: one owner per resource; release() hands it over.
 #pragma once
 
 #include <stdlib.h>
@@ -11,7 +11,7 @@
 struct FreeCaller {
     void operator()(void* block) const { free(block); }
 };
-// A block of calloc, realloc or malloc.
+// A block from calloc, realloc or malloc.
 template <typename T>
 using MallocPtr = std::unique_ptr<T, FreeCaller>;
 
@@ -25,7 +25,7 @@ using HeapPtr = std::unique_ptr<T, HeapFreeCaller>;
 struct LocalFreeCaller {
     void operator()(void* block) const { LocalFree(block); }
 };
-// A block that the platform allocated with LocalAlloc.
+// A block that the platform allocated (LocalAlloc).
 template <typename T>
 using LocalPtr = std::unique_ptr<T, LocalFreeCaller>;
 
@@ -38,10 +38,10 @@ using SecretBytesPtr = std::unique_ptr<char, WipeFreeBytesCaller>;
 struct WipeFreeTextCaller {
     void operator()(WCHAR* text) const { WipeFreeText(text); }
 };
-// The same as wide text.
+// The same for wide text.
 using SecretTextPtr = std::unique_ptr<WCHAR, WipeFreeTextCaller>;
 
-// Keeps the thread's last error over a cleanup.
+// Preserves the thread's last error across a cleanup.
 class LastErrorKeeper {
   public:
     LastErrorKeeper() : error_(GetLastError()) {}

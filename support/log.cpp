@@ -14,7 +14,7 @@
 
 namespace {
 
-// Set by the first event record and never released: it ends with the process.
+// Set by the first event; closed by the end of the process.
 std::atomic<HANDLE> EventSourceHandle{nullptr};
 
 WORD EventType(LONG level)
@@ -33,7 +33,7 @@ void ReportLine(const WCHAR* text, LONG level)
 {
     HANDLE source = EventSourceHandle.load(std::memory_order_acquire);
     if (!source) {
-        // Two threads may both get here, which costs a spare handle. A refusal is tried again with the next line.
+        // Two threads may both get here, which leaks one handle. After a failure the next line tries again.
         HANDLE registered = RegisterEventSourceW(nullptr, EventSourceName);
         if (!registered)
             return;
@@ -43,7 +43,7 @@ void ReportLine(const WCHAR* text, LONG level)
     ReportEventW(source, EventType(level), 0, 0, nullptr, 1, 0, strings, nullptr);
 }
 
-// text: terminated behind its cchText characters.
+// text: cchText characters and a terminator.
 void WriteText(const WCHAR* text, size_t cchText, LONG level)
 {
     if (level <= LogLevel)
@@ -52,7 +52,7 @@ void WriteText(const WCHAR* text, size_t cchText, LONG level)
         ReportLine(text, level);
 }
 
-// A piece of a composed text: 16-bit units at any alignment, or bytes that become a character each.
+// A piece of a line: 16-bit units at any alignment, or bytes that become one character each.
 struct Piece {
     const void* data;
     size_t length;
@@ -79,8 +79,8 @@ size_t ComposedLength(const Piece* pieces, size_t count)
     return length;
 }
 
-// Composes the pieces once and writes the text, cut at kLogTextLimit. A host's stack may be small: only a short text is
-// composed on it, a longer one on the heap, and without memory it is cut to a short one.
+// Writes the pieces as one text, cut at kLogTextLimit. A host's stack may be small, so only a short text is composed on
+// it. A longer one is composed on the heap, and cut to a short one if there is no memory.
 void WritePieces(const Piece* pieces, size_t count, LONG level)
 {
     const LastErrorKeeper keeper;
@@ -109,7 +109,7 @@ void WritePieces(const Piece (&pieces)[count], LONG level)
     WritePieces(pieces, count, level);
 }
 
-// How many 16-bit units stand in front of the terminator, or in all of the cbText bytes.
+// The number of 16-bit units before the terminator, or in cbText bytes if there is none.
 size_t UnitsAt(const BYTE* text, size_t cbText)
 {
     size_t count = 0;

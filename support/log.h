@@ -1,13 +1,12 @@
-// The diagnostic log: a daily text file and the event log, one level number a line.
+// The diagnostic log: a daily text file and the event log. Each line has a level.
 //
-// Every call tests its level before anything is formatted: a line that no outlet takes costs one comparison.
-// No call has a result and none changes the thread's last error. All of them may run on any thread, and each takes at
-// most 16 KB of its stack.
+// The level is tested before anything is formatted: a line that isn't logged costs one comparison. The calls return
+// nothing and preserve the thread's last error. They may run on any thread, and use at most 16 KB of its stack.
 #pragma once
 
 #include "platform/platform.h"
 
-// Levels in use. A line goes out when its level is not above the gate.
+// A line is logged if its level is not above the gate.
 enum LogLevels : LONG {
     LOG_ERROR_LEVEL = 1,
     LOG_WARNING_LEVEL = 2,
@@ -17,18 +16,18 @@ enum LogLevels : LONG {
     LOG_DETAIL_LEVEL = 10,
 };
 
-extern LONG LoggingLevel;           // the setting of the file; serves no test after attach
+extern LONG LoggingLevel;           // the setting for the file; not read after attach
 extern LONG EVLoggingLevel;         // gate of the event log
 extern LONG LogLevel;               // gate of the file: the greater of the two settings
 extern WCHAR EventSourceName[256];  // the event source, never empty after attach
 
-// Reads the log's settings from the machine hive, writes the date line, and sets the gates. Called once, at attach.
+// Reads the log's settings from the machine hive, sets the gates, and writes the date line. Called once, at attach.
 void LogAttach();
 
-// From here on nothing goes to the event log, which can't be called while the process ends.
+// Stops logging to the event log, which can't be called while the process ends.
 void LogProcessEnds();
 
-// The bodies behind the gates; call the inline functions below.
+// Internal: these don't test the gates. Call the inline functions below.
 void LogWriteLine(const WCHAR* text, LONG level);
 void LogWriteError(const WCHAR* message, DWORD code, LONG level);
 void LogWriteString(const WCHAR* message, const WCHAR* text, LONG level);
@@ -89,15 +88,15 @@ inline void LogData(const WCHAR* message, const WCHAR* text)
         LogWriteData(message, text);
 }
 
-// "message name text", where the text comes from a host: cbText bytes at any alignment, which end at their terminator
-// if there is one. NULL prints as "(NULL)".
+// "message name text", where `text` comes from a host: cbText bytes at any alignment, cut at their terminator if they
+// have one. NULL prints as "(NULL)".
 inline void LogHostText(const WCHAR* message, const WCHAR* name, const BYTE* text, DWORD cbText, LONG level)
 {
     if (LogGateOpen(level))
         LogWriteHostText(message, name, text, cbText, level);
 }
 
-// "message " and a byte string of a response, at level 1.
+// "message text" for the bytes of a response, at level 1.
 inline void LogAscii(const WCHAR* message, const char* text)
 {
     if (LogGateOpen(LOG_ERROR_LEVEL))

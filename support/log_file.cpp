@@ -10,9 +10,9 @@
 
 namespace {
 
-// UTF-8 has up to three bytes for a 16-bit unit.
+// UTF-8 takes up to three bytes for a 16-bit unit.
 constexpr size_t kUnitBytes = 3;
-// What stands around the text in bytes: prefix, stamp, level and line end.
+// Room for the rest of the line, in bytes: prefix, stamp, level and line end.
 constexpr size_t kFrameBytes = 64;
 
 // "directory\year-month-day_Kelvaro.log" of the current UTC date.
@@ -58,7 +58,7 @@ void WriteHead(TextWriter* head)
     head->Text(TEXT(" "));
 }
 
-// A line in UTF-8, in a block that has room for all of it.
+// A line in UTF-8, in a buffer that is large enough for it.
 class LineBytes {
   public:
     LineBytes(char* bytes, size_t capacity) : bytes_(bytes), capacity_(capacity) {}
@@ -73,7 +73,7 @@ class LineBytes {
         length_ += converted > 0 ? static_cast<size_t>(converted) : 0;
     }
 
-    // One write, so that nobody else's bytes come between.
+    // A single write, so that lines of other threads don't get mixed in.
     void WriteTo(HANDLE file)
     {
         Append(TEXT(PLATFORM_LINE_END));
@@ -92,7 +92,7 @@ bool IsLineBreak(WCHAR unit)
     return (unit >= '\n' && unit <= '\r') || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
-// Appends the text with a blank in place of each line break.
+// Appends the text with each line break replaced by a blank.
 void AppendFlat(LineBytes* line, TextView text)
 {
     while (!text.empty()) {

@@ -1,21 +1,21 @@
-// The log's daily text file, one a UTC day. Nothing stays open between lines.
+// The log's text file, a new one each UTC day. It isn't kept open between lines.
 #pragma once
 
 #include "platform/platform.h"
 #include "support/text.h"
 
-// The longest text of a line, in characters; what is longer is cut.
+// The longest text of a line in characters; the rest is cut.
 constexpr size_t kLogTextLimit = 10000;
-// The longest text that is handled on the stack.
+// The longest text that is composed on the stack.
 constexpr size_t kLogBriefLimit = 500;
 
-// The day's log file, opened for appending: an operating system handle that the caller closes, or INVALID_HANDLE_VALUE.
+// Opens the day's log file for appending. The caller closes the handle. INVALID_HANDLE_VALUE on failure.
 HANDLE LogOpenFile();
 
-// "Kelvaro: stamp text level" in the day's file, with one write, so that lines of several threads and processes stay
-// whole. Line breaks inside the text become blanks: one event is one line. The line is lost when the file can't be
-// opened, and cut to kLogBriefLimit characters when there is no memory for more.
+// Appends "Kelvaro: stamp text level" to the day's file in a single write, so that threads and processes don't mix
+// their lines. Line breaks in the text become blanks: one event is one line. Silently drops the line if the file can't
+// be opened, and cuts it to kLogBriefLimit characters if there is no memory.
 void LogFileWriteLine(TextView text, LONG level);
 
-// The date line of an attach: the local date and time on its own.
+// Appends the line of an attach: the local date and time.
 void LogFileWriteDate();

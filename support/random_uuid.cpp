@@ -6,7 +6,7 @@ namespace {
 
 constexpr WCHAR kHexDigits[] = TEXT("0123456789abcdef");
 
-// 8-4-4-4-12 hexadecimal digits of sixteen bytes in order.
+// Sixteen bytes, in order, as 8-4-4-4-12 hexadecimal digits.
 void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
 {
     size_t at = 0;
@@ -22,7 +22,7 @@ void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
 void RandomUuid(WCHAR (&text)[kUuidTextChars])
 {
     BYTE bytes[16] = {};
-    // Should even the generator fail, the line still goes out, with a value that shows it.
+    // If even the generator fails, the header is still sent, with a value that shows it.
     (void)BCryptGenRandom(nullptr, bytes, sizeof(bytes), BCRYPT_USE_SYSTEM_PREFERRED_RNG);
     bytes[6] = static_cast<BYTE>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<BYTE>((bytes[8] & 0x3F) | 0x80);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// The optional entropy of every protected secret. Values made under other bytes cannot be read under these.
+// The optional entropy of all protected secrets. A change would make stored secrets unreadable.
 void BuildEntropy(BYTE (&entropy)[20])
 {
     static constexpr uint32_t kWords[5] = {0x5D1C93A7, 0x2EF04B68, 0x91B7D63C, 0x0A84E25F, 0xC36F1E92};
@@ -43,7 +43,7 @@ int GetSecretFromDPAPI(const WCHAR* protectedText, BYTE* buffer, DWORD bufferSiz
     BYTE entropyBytes[20];
     BuildEntropy(entropyBytes);
     DATA_BLOB sealed = {sizeof(sealedBytes), sealedBytes};
-    // Text that does not decode leaves nothing that the platform would accept.
+    // Text that isn't Base64 gives an empty blob, which the platform refuses.
     if (!Kelvaro_FromBase64(protectedText, sealedBytes, &sealed.cbData))
         sealed.cbData = 0;
     DATA_BLOB entropy = {sizeof(entropyBytes), entropyBytes};

@@ -1,15 +1,15 @@
-// Client secrets under the platform's data protection.
+// Client secrets protected by the platform (DPAPI).
 #pragma once
 
 #include "platform/platform.h"
 
-// The plain form of a protected secret: the whole buffer of an open, wide text with its terminator and zero fill.
-// Bytes.
+// Size in bytes of a secret before it is protected: wide text with its terminator, filled with zeros.
 constexpr DWORD kSecretBufferSize = 1024;
 
-// Protects kSecretBufferSize bytes at `secret` for the machine or the user and writes Base64 text without line ends to
-// `text`, of cchText characters. False, with `text` untouched, when the platform refuses.
+// Protects kSecretBufferSize bytes at `secret` for the machine or the user, and writes the result to `text`, a buffer
+// of cchText characters, in Base64 without line breaks. False if the platform can't protect it; `text` is unchanged
+// then.
 bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchText);
 
-// Brings a protected secret back: at most bufferSize bytes are written to `buffer`. 1, or 0 with the buffer unchanged.
+// Decrypts a protected secret. Writes at most bufferSize bytes to `buffer`. 1; 0: `buffer` is unchanged.
 int GetSecretFromDPAPI(const WCHAR* protectedText, BYTE* buffer, DWORD bufferSize);

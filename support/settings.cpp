@@ -7,7 +7,7 @@
 
 namespace {
 
-// The settings key of one hive, closed at the end of a scope; NULL when there is none.
+// The settings key of one hive, closed at the end of the scope; NULL if there is none.
 class SettingsKey {
   public:
     explicit SettingsKey(HKEY hive)
@@ -35,7 +35,7 @@ void ReadText(HKEY key, const WCHAR* valueName, WCHAR* buffer, DWORD cbBuffer)
     DWORD type = 0;
     DWORD size = cbBuffer;
     const LONG error = RegQueryValueExW(key, valueName, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &size);
-    // After a value that is too long the buffer's contents are undefined.
+    // If the value is too long, the buffer's contents are undefined.
     if (error != ERROR_SUCCESS || type != REG_SZ) {
         SecureZeroMemory(buffer, cbBuffer);
         return;
@@ -53,13 +53,13 @@ bool HasText(HKEY key, const SettingText& seen)
     return same;
 }
 
-// The settings key inside a transaction: what is written takes effect at Commit, and the system gives the transaction
-// up as soon as anybody else touches the key.
+// The settings key in a transaction: writes take effect at Commit, and the system aborts the transaction as soon as
+// anybody else touches the key.
 class SettingsTransaction {
   public:
     explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
     {
-        // Runtimes that only resemble Windows give a handle that leads nowhere, and end the process in the open.
+        // Some compatible runtimes return an invalid handle, and end the process when it is used.
         DWORD flags = 0;
         if (transaction_ == INVALID_HANDLE_VALUE || !GetHandleInformation(transaction_, &flags))
             return;
@@ -72,7 +72,7 @@ class SettingsTransaction {
         if (key_)
             RegCloseKey(key_);
         if (transaction_ != INVALID_HANDLE_VALUE)
-            CloseHandle(transaction_);  // what isn't committed is dropped
+            CloseHandle(transaction_);  // rolls back what isn't committed
     }
     SettingsTransaction(const SettingsTransaction&) = delete;
     SettingsTransaction& operator=(const SettingsTransaction&) = delete;
@@ -139,7 +139,7 @@ bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText*
     SettingsTransaction transaction(hive);
     if (transaction.key())
         return WriteTextIf(transaction.key(), value, seen, seenCount) && transaction.Commit();
-    // The machine has no transactions: nothing but a few instructions stand between the comparison and the write.
+    // The machine has no transactions. The gap between the comparison and the write is a few instructions.
     const SettingsKey key(hive);
     return key.get() && WriteTextIf(key.get(), value, seen, seenCount);
 }

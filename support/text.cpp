@@ -26,7 +26,7 @@ WCHAR Lower(WCHAR ch)
     return ch >= 'A' && ch <= 'Z' ? static_cast<WCHAR>(ch + ('a' - 'A')) : ch;
 }
 
-// Writes the digits of `value` in `base`, at least `width` of them.
+// The digits of `value` in `base`, at least `width` of them, written to `room`.
 TextView Digits(WCHAR (&room)[24], uint64_t value, unsigned base, int width)
 {
     size_t at = 24;
@@ -126,7 +126,7 @@ TextWriter& TextWriter::Number(int64_t value)
     WCHAR room[24];
     if (value < 0)
         Text(TextView(TEXT("-")));
-    // Negated as unsigned: the smallest number has no positive twin.
+    // Negated as unsigned: the smallest number has no positive counterpart.
     const uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
     return Text(Digits(room, magnitude, 10, 1));
 }

@@ -1,19 +1,19 @@
-// Blocks and texts that hold a secret, a token or private key material.
+// Clearing memory that held a secret, a token or private key material.
 #pragma once
 
 #include "platform/platform.h"
 
-// Overwrites `size` bytes with zeros in a way that the compiler keeps. A NULL block does nothing.
+// Overwrites `size` bytes with zeros; the compiler can't optimize it away. A NULL block does nothing.
 void Wipe(void* block, size_t size);
 
-// Wipes a block of calloc and frees it. NULL does nothing.
+// Wipes a block and frees it (free). NULL does nothing.
 void WipeFree(void* block, size_t size);
 
-// realloc for secrets: moves the first `oldSize` bytes of `block` to a new block of `newSize` bytes (at least oldSize,
-// zero-filled behind them) and wipes the outgrown one, which realloc would leave on the heap as it is. block: NULL with
-// oldSize 0 for a first block. NULL: no memory, and `block` is unchanged and still the caller's.
+// realloc for secrets: moves the first `oldSize` bytes of `block` to a new block of `newSize` bytes (at least oldSize;
+// the rest is zero) and wipes the old one, which realloc would leave on the heap unchanged. block: NULL with oldSize 0
+// for a new block. NULL: no memory; `block` is unchanged and still the caller's.
 void* WipeRealloc(void* block, size_t oldSize, size_t newSize);
 
-// Wipe and free a zero-terminated text, up to its terminator. NULL does nothing.
+// Wipe a zero-terminated text up to its terminator, and free it. NULL does nothing.
 void WipeFreeBytes(char* text);
 void WipeFreeText(WCHAR* text);
