@@ -1,83 +1,46 @@
 #include "vaultsim/base64url.h"
 
-#include <cstdint>
+#include <openssl/evp.h>
+
+#include <algorithm>
 
 namespace vaultsim {
 
-namespace {
-
-constexpr char kStandard[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr char kUrl[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-
-std::string Encode(std::string_view bytes, const char* alphabet, bool fill)
-{
-    std::string text;
-    text.reserve(bytes.size() * 4 / 3 + 4);
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        uint32_t group = 0;
-        for (size_t j = 0; j < 3; j++)
-            group = group << 8 | (i + j < bytes.size() ? static_cast<unsigned char>(bytes[i + j]) : 0u);
-        const size_t symbols = bytes.size() - i >= 3 ? 4 : bytes.size() - i + 1;
-        for (size_t j = 0; j < 4; j++) {
-            if (j < symbols)
-                text += alphabet[group >> (18 - 6 * j) & 63];
-            else if (fill)
-                text += '=';
-        }
-    }
-    return text;
-}
-
-int Value(char c)
-{
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 26;
-    if (c >= '0' && c <= '9')
-        return c - '0' + 52;
-    if (c == '+' || c == '-')
-        return 62;
-    if (c == '/' || c == '_')
-        return 63;
-    return -1;
-}
-
-}  // namespace
-
 std::string ToBase64(std::string_view bytes)
 {
-    return Encode(bytes, kStandard, true);
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');  // EVP_EncodeBlock appends a zero byte
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), reinterpret_cast<const unsigned char*>(bytes.data()),
+                    static_cast<int>(bytes.size()));
+    text.pop_back();
+    return text;
 }
 
 std::string ToBase64Url(std::string_view bytes)
 {
-    return Encode(bytes, kUrl, false);
+    std::string text = ToBase64(bytes);
+    text.erase(text.find_last_not_of('=') + 1);
+    std::replace(text.begin(), text.end(), '+', '-');
+    std::replace(text.begin(), text.end(), '/', '_');
+    return text;
 }
 
+// EVP_DecodeBlock alone is too lenient: it skips blanks and takes "=" anywhere for zero bits.
 std::optional<std::string> FromBase64(std::string_view text)
 {
-    const size_t length = text.size();
-    while (!text.empty() && text.back() == '=' && length - text.size() < 2)
-        text.remove_suffix(1);
-    const bool filled = text.size() != length;
-    if (text.size() % 4 == 1 || (filled && length % 4 != 0))
+    static const char kSymbols[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/-_";
+    std::string symbols(text.substr(0, text.find_last_not_of('=') + 1));
+    const size_t count = symbols.size();
+    const size_t padding = text.size() - count;
+    if (count % 4 == 1 || padding > 2 || (padding > 0 && text.size() % 4 != 0) ||
+        symbols.find_first_not_of(kSymbols) != std::string::npos)
         return std::nullopt;
-
-    std::string bytes;
-    uint32_t group = 0;
-    int bits = 0;
-    for (char c : text) {
-        const int value = Value(c);
-        if (value < 0)
-            return std::nullopt;
-        group = group << 6 | static_cast<uint32_t>(value);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            bytes += static_cast<char>(group >> bits & 255);
-        }
-    }
+    std::replace(symbols.begin(), symbols.end(), '-', '+');
+    std::replace(symbols.begin(), symbols.end(), '_', '/');
+    symbols.resize((count + 3) / 4 * 4, '=');
+    std::string bytes(symbols.size() / 4 * 3, '\0');
+    EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                    reinterpret_cast<const unsigned char*>(symbols.data()), static_cast<int>(symbols.size()));
+    bytes.resize(count * 3 / 4);
     return bytes;
 }
 

@@ -7,10 +7,10 @@
 
 namespace vaultsim {
 
-std::string ToBase64(std::string_view bytes);     // "+/", filled up with "="
-std::string ToBase64Url(std::string_view bytes);  // "-_", without fill
+std::string ToBase64(std::string_view bytes);     // "+/", padded
+std::string ToBase64Url(std::string_view bytes);  // "-_", not padded
 
-// Either form, with or without fill. Nothing where the text is no Base64.
+// Accepts either form, padded or not; nullopt if the text isn't Base64.
 std::optional<std::string> FromBase64(std::string_view text);
 
 }  // namespace vaultsim

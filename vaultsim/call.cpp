@@ -38,51 +38,31 @@ void SplitTarget(Call& call)
     const std::string path = call.target.substr(1, mark == std::string::npos ? mark : mark - 1);
     for (const std::string& segment : Split(path, '/'))
         call.segments.push_back(PercentDecode(segment, false));
-    if (mark == std::string::npos)
-        return;
-    for (const std::string& pair : Split(std::string_view(call.target).substr(mark + 1), '&')) {
-        const size_t equals = pair.find('=');
-        const std::string value = equals == std::string::npos ? "" : pair.substr(equals + 1);
-        call.query[PercentDecode(pair.substr(0, equals), true)] = PercentDecode(value, true);
-    }
+    if (mark != std::string::npos)
+        call.query = ParseForm(std::string_view(call.target).substr(mark + 1));
 }
 
 const char* Reason(int status)
 {
-    switch (status) {
-        case 200:
-            return "OK";
-        case 201:
-            return "Created";
-        case 202:
-            return "Accepted";
-        case 204:
-            return "No Content";
-        case 400:
-            return "Bad Request";
-        case 401:
-            return "Unauthorized";
-        case 403:
-            return "Forbidden";
-        case 404:
-            return "Not Found";
-        case 405:
-            return "Method Not Allowed";
-        case 409:
-            return "Conflict";
-        case 410:
-            return "Gone";
-        case 411:
-            return "Length Required";
-        case 429:
-            return "Too Many Requests";
-        case 500:
-            return "Internal Server Error";
-        case 503:
-            return "Service Unavailable";
-        default:
-            return "Status";
-    }
+    static const std::map<int, const char*> kReasons = {
+        {200, "OK"},
+        {201, "Created"},
+        {202, "Accepted"},
+        {204, "No Content"},
+        {400, "Bad Request"},
+        {401, "Unauthorized"},
+        {403, "Forbidden"},
+        {404, "Not Found"},
+        {405, "Method Not Allowed"},
+        {409, "Conflict"},
+        {410, "Gone"},
+        {411, "Length Required"},
+        {429, "Too Many Requests"},
+        {500, "Internal Server Error"},
+        {503, "Service Unavailable"},
+    };
+    const auto found = kReasons.find(status);
+    return found == kReasons.end() ? "Status" : found->second;
 }
 
 }  // namespace

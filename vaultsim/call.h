@@ -41,7 +41,7 @@ std::optional<Call> ParseHead(std::string_view head);
 // Sets `line` in place of a header line of the same name.
 void SetHeader(Answer& answer, const std::string& line);
 
-// The answer's head on the wire, the blank line included.
+// The answer's head as sent, the blank line included.
 std::string FormatHead(const Answer& answer, bool close);
 
 }  // namespace vaultsim

@@ -16,19 +16,11 @@ struct ExtensionStack {
     ~ExtensionStack() { sk_X509_EXTENSION_pop_free(stack, X509_EXTENSION_free); }
     void Add(int nid, const std::string& value)
     {
-        sk_X509_EXTENSION_push(stack, NewExtension(nullptr, nullptr, nid, value));
+        sk_X509_EXTENSION_push(stack, NewExtension(nullptr, nullptr, nid, value).release());
     }
 };
 
-std::string Join(const std::string& first, const std::string& prefix, const std::vector<std::string>& items)
-{
-    std::string text = first;
-    for (const std::string& item : items)
-        text += (text.empty() ? "" : ",") + prefix + item;
-    return text;
-}
-
-// In the order in which the service writes them.
+// In the service's order.
 void AddExtensions(const Policy& policy, X509_REQ* request)
 {
     ExtensionStack extensions;
@@ -40,7 +32,7 @@ void AddExtensions(const Policy& policy, X509_REQ* request)
         extensions.Add(NID_subject_alt_name, Join("", "DNS:", policy.dnsNames));
     extensions.Add(NID_basic_constraints, "CA:FALSE");
     if (X509_REQ_add_extensions(request, extensions.stack) != 1)
-        throw std::runtime_error("extensions not added");
+        throw std::runtime_error("cannot add extensions");
 }
 
 }  // namespace
@@ -54,12 +46,8 @@ std::string MakeCertificateRequest(const Policy& policy, EVP_PKEY* key)
     X509_REQ_set_pubkey(request.get(), key);
     AddExtensions(policy, request.get());
     if (X509_REQ_sign(request.get(), key, EVP_sha256()) <= 0)
-        throw std::runtime_error("certificate request not signed");
-    unsigned char* der = nullptr;
-    const int size = i2d_X509_REQ(request.get(), &der);
-    std::string bytes(reinterpret_cast<char*>(der), static_cast<size_t>(size));
-    OPENSSL_free(der);
-    return bytes;
+        throw std::runtime_error("cannot sign the certificate request");
+    return EncodeDer(request.get(), i2d_X509_REQ);
 }
 
 }  // namespace vaultsim

@@ -28,7 +28,7 @@ Json CertificateItem(const Vault& vault, const CertificateObject& certificate)
     const CertificateVersion& version = certificate.Current();
     Json item = {{"id", Url(vault, "certificates", certificate, "")}};
     if (!version.der.empty())
-        item["x5t"] = ToBase64Url(Sha1(version.der));
+        item["x5t"] = ToBase64Url(Hash("SHA1", version.der));
     item["attributes"] = version.attributes.ToJson();
     if (!version.tags.empty())
         item["tags"] = version.tags;
@@ -63,7 +63,7 @@ Json CertificateBundle(const Vault& vault, const CertificateObject& certificate,
     if (!version.der.empty()) {
         bundle["kid"] = Url(vault, "keys", certificate, rest);
         bundle["sid"] = Url(vault, "secrets", certificate, rest);
-        bundle["x5t"] = ToBase64Url(Sha1(version.der));
+        bundle["x5t"] = ToBase64Url(Hash("SHA1", version.der));
         bundle["cer"] = ToBase64(version.der);
     }
     bundle["attributes"] = version.attributes.ToJson();

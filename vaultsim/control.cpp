@@ -1,15 +1,22 @@
 #include "vaultsim/control.h"
 
+#include <httplib.h>
+
 #include <stdexcept>
 
 #include "vaultsim/control_vaults.h"
 #include "vaultsim/issue.h"
+#include "vaultsim/key_material.h"
+#include "vaultsim/refusal.h"
+#include "vaultsim/simulator.h"
 
 namespace vaultsim {
 
 namespace {
 
-// Like the default, but for SO_REUSEPORT, with which two simulators would share a port without a word.
+using Path = std::vector<std::string>;  // what the groups of a route's pattern matched
+
+// The default but for SO_REUSEPORT, which would let two simulators share a port unnoticed.
 void SetSocketOptions(socket_t socket)
 {
     const int on = 1;
@@ -19,174 +26,155 @@ void SetSocketOptions(socket_t socket)
 void SetBody(httplib::Response& response, int status, const Json& json)
 {
     response.status = status;
-    response.set_content(json.dump(-1, ' ', false, Json::error_handler_t::replace), "application/json; charset=utf-8");
+    response.set_content(JsonAnswer(status, json).body, "application/json; charset=utf-8");
 }
 
-}  // namespace
-
-Control::Control(Simulator& simulator, int port, std::function<void()> stop) : simulator_(simulator)
+Path PathOf(const httplib::Request& request)
 {
-    server_.set_socket_options(SetSocketOptions);
-    // An idle connection would hold up the end of the simulator.
-    server_.set_keep_alive_max_count(1);
-    AddJournal();
-    AddFaults();
-    AddSettings();
-    AddListeners();
-    AddVaults();
-    AddLife(std::move(stop));
-    port_ = port == 0 ? server_.bind_to_any_port("127.0.0.1") : server_.bind_to_port("127.0.0.1", port) ? port : -1;
-    if (port_ <= 0)
-        throw std::runtime_error("the control port " + std::to_string(port) + " is not to be had");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running())
-        std::this_thread::yield();
+    return {std::next(request.matches.begin()), request.matches.end()};
 }
 
-Control::~Control()
+// Responds with what `handler` returns, {} if that's nothing, or with 400 and the text of what it throws.
+template <class Handler>
+void Respond(httplib::Response& response, Handler handler)
 {
-    server_.stop();
-    thread_.join();
-}
-
-httplib::Server::Handler Control::Wrap(Handler handler) const
-{
-    return [handler = std::move(handler)](const httplib::Request& request, httplib::Response& response) {
-        std::vector<std::string> path;
-        for (size_t i = 1; i < request.matches.size(); i++)
-            path.push_back(request.matches[i]);
-        try {
-            SetBody(response, 200, handler(path, request));
-        } catch (const std::exception& error) {
-            SetBody(response, 400, {{"error", error.what()}});
+    try {
+        if constexpr (std::is_void_v<decltype(handler())>) {
+            handler();
+            SetBody(response, 200, Json::object());
+        } else {
+            SetBody(response, 200, handler());
         }
+    } catch (const std::exception& error) {
+        SetBody(response, 400, {{"error", error.what()}});
+    }
+}
+
+// For GET and DELETE.
+template <class Handler>
+httplib::Server::Handler OfPath(Handler handler)
+{
+    return [handler](const httplib::Request& request, httplib::Response& response) {
+        Respond(response, [&] { return handler(PathOf(request)); });
     };
 }
 
-void Control::Put(const char* pattern, Change change)
+// For PUT and POST.
+template <class Handler>
+httplib::Server::Handler OfBody(Handler handler)
 {
-    server_.Put(pattern, Wrap([change = std::move(change)](const auto&, const httplib::Request& request) {
-                    change(Json::parse(request.body));
-                    return Json::object();
-                }));
+    return [handler](const httplib::Request& request, httplib::Response& response) {
+        Respond(response, [&] { return handler(PathOf(request), Json::parse(request.body)); });
+    };
 }
 
-void Control::AddJournal()
+void AddRecords(httplib::Server& server, Simulator& simulator)
 {
-    server_.Get("/journal", Wrap([this](const auto&, const httplib::Request& request) {
-                    const std::string since = request.get_param_value("since");
-                    return simulator_.journal.Read(since.empty() ? 0 : std::stoull(since));
-                }));
-    server_.Delete("/journal", Wrap([this](const auto&, const httplib::Request&) {
-                       simulator_.journal.Clear();
-                       return Json::object();
-                   }));
-    server_.Get("/counts", Wrap([this](const auto&, const httplib::Request&) { return simulator_.counts.Read(); }));
-    server_.Delete("/counts", Wrap([this](const auto&, const httplib::Request&) {
-                       simulator_.counts.Clear();
-                       return Json::object();
-                   }));
-}
-
-void Control::AddFaults()
-{
-    server_.Post("/faults", Wrap([this](const auto&, const httplib::Request& request) {
-                     simulator_.faults.Add(ParseFault(Json::parse(request.body)));
-                     return Json::object();
-                 }));
-    server_.Delete("/faults", Wrap([this](const auto&, const httplib::Request&) {
-                       simulator_.faults.Clear();
-                       return Json::object();
-                   }));
-}
-
-void Control::AddSettings()
-{
-    SettingsBox& box = simulator_.settings;
-    Put("/latency", [&box](const Json& body) { box.Update([&](Settings& all) { Apply(all.latency, body); }); });
-    Put("/tokens", [&box](const Json& body) { box.Update([&](Settings& all) { Apply(all.tokens, body); }); });
-    Put("/paging", [&box](const Json& body) { box.Update([&](Settings& all) { Apply(all.paging, body); }); });
-    Put("/deletion", [&box](const Json& body) {
-        box.Update([&](Settings& all) { all.beingDeletedAnswers = body.at("beingDeletedAnswers").get<int>(); });
+    server.Get("/journal", [&](const httplib::Request& request, httplib::Response& response) {
+        const std::string since = request.get_param_value("since");
+        Respond(response, [&] { return simulator.journal.Read(since.empty() ? 0 : std::stoull(since)); });
     });
-    Put("/arc", [&box](const Json& body) {
-        box.Update([&](Settings& all) { all.arcRealmPrefix = body.at("realmPrefix").get<std::string>(); });
-    });
+    server.Delete("/journal", OfPath([&](const Path&) { simulator.journal.Clear(); }));
+    server.Get("/counts", OfPath([&](const Path&) { return simulator.counts.Read(); }));
+    server.Delete("/counts", OfPath([&](const Path&) { simulator.counts.Clear(); }));
 }
 
-void Control::AddListeners()
+void AddBehaviour(httplib::Server& server, Simulator& simulator)
 {
-    Put("/certificate", [this](const Json& body) { simulator_.authority->Select(body.at("mode").get<std::string>()); });
-    Put("/listener", [this](const Json& body) {
-        Front* front = simulator_.FindFront(body.at("name").get<std::string>());
-        const std::string mode = body.at("mode").get<std::string>();
-        if (!front || (mode != "up" && mode != "down"))
-            throw std::invalid_argument("no such listener or mode");
-        mode == "up" ? front->Up() : front->Down();
-    });
+    server.Post("/faults", OfBody([&](const Path&, const Json& body) { simulator.faults.Add(ParseFault(body)); }));
+    server.Delete("/faults", OfPath([&](const Path&) { simulator.faults.Clear(); }));
+    for (const char* name : {"latency", "tokens", "paging", "deletion", "arc"})
+        server.Put(std::string("/") + name, OfBody([&simulator, name](const Path&, const Json& body) {
+                       simulator.settings.Update([&](Settings& settings) { Apply(settings, name, body); });
+                   }));
+    server.Put("/certificate", OfBody([&](const Path&, const Json& body) {
+                   simulator.authority->Select(body.at("mode").get<std::string>());
+               }));
+    server.Put("/listener", OfBody([&](const Path&, const Json& body) {
+                   Endpoint* endpoint = simulator.FindEndpoint(body.at("name").get<std::string>());
+                   const std::string mode = body.at("mode").get<std::string>();
+                   if (!endpoint || (mode != "up" && mode != "down"))
+                       throw std::invalid_argument("unknown listener or mode");
+                   mode == "up" ? endpoint->Up() : endpoint->Down();
+               }));
 }
 
-void Control::AddVaults()
+void AddVaults(httplib::Server& server, Vaults& vaults)
 {
-    const std::string vault = "/vaults/([^/]+)";
-    const auto found = [this](const std::string& name) {
-        const std::shared_ptr<Vault> known = simulator_.vaults.Find(name);
-        if (!known)
+    const std::string path = "/vaults/([^/]+)";
+    const auto find = [&vaults](const std::string& name) {
+        const std::shared_ptr<Vault> vault = vaults.Find(name);
+        if (!vault)
             throw std::invalid_argument("no such vault: " + name);
-        return known;
+        return vault;
     };
-    server_.Put(vault, Wrap([this](const auto& path, const httplib::Request& request) {
-                    const std::string tier = Json::parse(request.body).value("tier", "premium");
-                    if (tier != "standard" && tier != "premium")
-                        throw std::invalid_argument("no such tier: " + tier);
-                    simulator_.vaults.Add(path[0], tier == "premium");
-                    return Json::object();
-                }));
-    server_.Delete(vault, Wrap([this](const auto& path, const httplib::Request&) {
-                       return Json{{"removed", simulator_.vaults.Remove(path[0])}};
-                   }));
-    server_.Get(vault,
-                Wrap([found](const auto& path, const httplib::Request&) { return DescribeVault(*found(path[0])); }));
-    server_.Post(vault + "/seed", Wrap([found](const auto& path, const httplib::Request& request) {
-                     return SeedKeys(*found(path[0]), Json::parse(request.body));
-                 }));
-    server_.Post(vault + "/keys", Wrap([found](const auto& path, const httplib::Request& request) {
-                     return AddKey(*found(path[0]), Json::parse(request.body));
-                 }));
-    server_.Post(vault + "/certificates", Wrap([found](const auto& path, const httplib::Request& request) {
-                     return AddCertificates(*found(path[0]), Json::parse(request.body));
-                 }));
-    server_.Post(vault + "/issue", Wrap([found](const auto& path, const httplib::Request& request) {
-                     return IssueCertificate(*found(path[0]), Json::parse(request.body));
-                 }));
-    server_.Get(vault + "/keys/([^/]+)/pem", [found](const httplib::Request& request, httplib::Response& response) {
+    server.Put(path, OfBody([&vaults](const Path& matched, const Json& body) {
+                   const std::string tier = body.value("tier", "premium");
+                   if (tier != "standard" && tier != "premium")
+                       throw std::invalid_argument("unknown tier: " + tier);
+                   vaults.Add(matched[0], tier == "premium");
+               }));
+    server.Delete(path, OfPath([&vaults](const Path& matched) {
+                      return Json{{"removed", vaults.Remove(matched[0])}};
+                  }));
+    server.Get(path, OfPath([find](const Path& matched) { return DescribeVault(*find(matched[0])); }));
+    const std::pair<const char*, Json (*)(Vault&, const Json&)> additions[] = {
+        {"/seed", SeedKeys}, {"/keys", AddKey}, {"/certificates", AddCertificates}, {"/issue", IssueCertificate}};
+    for (const auto& [suffix, add] : additions)
+        server.Post(path + suffix, OfBody([find, add = add](const Path& matched, const Json& body) {
+                        return add(*find(matched[0]), body);
+                    }));
+    server.Get(path + "/keys/([^/]+)/pem", [find](const httplib::Request& request, httplib::Response& response) {
         try {
-            response.set_content(KeyPem(*found(request.matches[1]), request.matches[2]), "application/x-pem-file");
+            const Pkey key = CurrentKey(*find(request.matches[1]), request.matches[2]);
+            response.set_content(PublicPem(key.get()), "application/x-pem-file");
         } catch (const std::exception& error) {
             SetBody(response, 404, {{"error", error.what()}});
         }
     });
 }
 
-void Control::AddLife(std::function<void()> stop)
+void AddResetAndStop(httplib::Server& server, Simulator& simulator, std::function<void()> stop)
 {
-    const auto life = [this, stop = std::move(stop)](const std::string& path) {
-        if (path == "/reset")
-            simulator_.Reset();
-        else
-            stop();
-        return Json::object();
+    const auto handle = [&simulator, stop = std::move(stop)](const httplib::Request& request,
+                                                             httplib::Response& response) {
+        Respond(response, [&] { request.path == "/reset" ? simulator.Reset() : stop(); });
     };
-    // Ahead of the routing, where a POST without a length is no error yet: these two need no entity.
-    server_.set_pre_routing_handler([life](const httplib::Request& request, httplib::Response& response) {
+    server.Post("/(?:reset|stop)", handle);
+    // cpp-httplib refuses a POST without a length, but these two need no body: handle them before its routing.
+    server.set_pre_routing_handler([handle](const httplib::Request& request, httplib::Response& response) {
         if (request.method != "POST" || (request.path != "/reset" && request.path != "/stop") ||
             request.has_header("Content-Length"))
             return httplib::Server::HandlerResponse::Unhandled;
-        SetBody(response, 200, life(request.path));
+        handle(request, response);
         return httplib::Server::HandlerResponse::Handled;
     });
-    server_.Post("/(?:reset|stop)",
-                 Wrap([life](const auto&, const httplib::Request& request) { return life(request.path); }));
+}
+
+}  // namespace
+
+Control::Control(Simulator& simulator, int port, std::function<void()> stop)
+    : server_(std::make_unique<httplib::Server>())
+{
+    server_->set_socket_options(SetSocketOptions);
+    // An idle connection would delay the simulator's exit.
+    server_->set_keep_alive_max_count(1);
+    AddRecords(*server_, simulator);
+    AddBehaviour(*server_, simulator);
+    AddVaults(*server_, simulator.vaults);
+    AddResetAndStop(*server_, simulator, std::move(stop));
+    port_ = port == 0 ? server_->bind_to_any_port("127.0.0.1") : server_->bind_to_port("127.0.0.1", port) ? port : -1;
+    if (port_ <= 0)
+        throw std::runtime_error("cannot listen on control port " + std::to_string(port));
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    while (!server_->is_running())
+        std::this_thread::yield();
+}
+
+Control::~Control()
+{
+    server_->stop();
+    thread_.join();
 }
 
 }  // namespace vaultsim

@@ -31,7 +31,7 @@ Json DescribeCertificate(const CertificateObject& certificate)
     for (const CertificateVersion& version : certificate.versions)
         versions.push_back({{"version", version.version},
                             {"merged", !version.der.empty()},
-                            {"x5t", version.der.empty() ? "" : ToBase64Url(Sha1(version.der))},
+                            {"x5t", version.der.empty() ? "" : ToBase64Url(Hash("SHA1", version.der))},
                             {"cer", ToBase64(version.der)},
                             {"attributes", version.attributes.ToJson()},
                             {"tags", version.tags}});
@@ -167,13 +167,13 @@ Json DescribeVault(Vault& vault)
             {"deletedCertificates", Names(vault.deletedCertificates)}};
 }
 
-std::string KeyPem(Vault& vault, const std::string& name)
+Pkey CurrentKey(Vault& vault, const std::string& name)
 {
     const std::lock_guard<std::mutex> lock(vault.mutex);
     const auto key = vault.keys.find(name);
     if (key == vault.keys.end())
         throw std::invalid_argument("no such key: " + name);
-    return PublicPem(key->second.versions.back().material.get());
+    return key->second.versions.back().material;
 }
 
 Json AddKey(Vault& vault, const Json& body)

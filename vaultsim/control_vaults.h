@@ -9,7 +9,7 @@ namespace vaultsim {
 
 // All of them lock the vault themselves and throw std::exception for what cannot be.
 Json DescribeVault(Vault& vault);
-std::string KeyPem(Vault& vault, const std::string& name);
+Pkey CurrentKey(Vault& vault, const std::string& name);
 
 // {"name","kty","size","crv","key_ops","tags","enabled","nbf","exp","pem","leadingZero"}: a new version of the key.
 Json AddKey(Vault& vault, const Json& body);

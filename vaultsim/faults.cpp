@@ -8,20 +8,21 @@ namespace vaultsim {
 
 namespace {
 
-struct ActionName {
+struct ActionRow {
     const char* name;
     FaultAction action;
+    bool performs;  // carries the operation out in any case
 };
 
-constexpr ActionName kActions[] = {
-    {"status", FaultAction::Status},
-    {"delay", FaultAction::Delay},
-    {"reset-before", FaultAction::ResetBefore},
-    {"reset-inside", FaultAction::ResetInside},
-    {"truncate", FaultAction::Truncate},
-    {"drip", FaultAction::Drip},
-    {"raw", FaultAction::Raw},
-    {"nojson", FaultAction::NoJson},
+constexpr ActionRow kActions[] = {
+    {"status", FaultAction::Status, false},
+    {"delay", FaultAction::Delay, true},
+    {"reset-before", FaultAction::ResetBefore, false},
+    {"reset-inside", FaultAction::ResetInside, true},
+    {"truncate", FaultAction::Truncate, true},
+    {"drip", FaultAction::Drip, true},
+    {"raw", FaultAction::Raw, false},
+    {"nojson", FaultAction::NoJson, false},
 };
 
 bool Matches(const Fault& fault, const Call& call)
@@ -30,29 +31,16 @@ bool Matches(const Fault& fault, const Call& call)
            call.host.find(fault.host) != std::string::npos;
 }
 
-FaultAction FindAction(const std::string& name)
+const ActionRow& FindAction(const std::string& name)
 {
-    for (const ActionName& row : kActions) {
+    for (const ActionRow& row : kActions) {
         if (name == row.name)
-            return row.action;
+            return row;
     }
-    throw std::invalid_argument("no such fault action: " + name);
+    throw std::invalid_argument("unknown fault action: " + name);
 }
 
 }  // namespace
-
-bool Fault::Performs() const
-{
-    switch (action) {
-        case FaultAction::Delay:
-        case FaultAction::ResetInside:
-        case FaultAction::Truncate:
-        case FaultAction::Drip:
-            return true;
-        default:
-            return perform;
-    }
-}
 
 Answer Fault::Replace(const Answer& answer) const
 {
@@ -82,8 +70,9 @@ Fault ParseFault(const Json& json)
     fault.skip = json.value("skip", fault.skip);
     fault.times = json.value("times", fault.times);
     fault.actionName = json.at("action").get<std::string>();
-    fault.action = FindAction(fault.actionName);
-    fault.perform = json.value("perform", fault.perform);
+    const ActionRow& row = FindAction(fault.actionName);
+    fault.action = row.action;
+    fault.perform = row.performs || json.value("perform", false);
     fault.status = json.value("status", fault.status);
     fault.headerLines = json.value("headers", fault.headerLines);
     if (json.contains("body"))

@@ -1,4 +1,4 @@
-// Faults that stand ready for coming requests.
+// Queued faults for coming requests.
 #pragma once
 
 #include <deque>
@@ -17,15 +17,15 @@ enum class FaultAction { Status, Delay, ResetBefore, ResetInside, Truncate, Drip
 struct Fault {
     // Which requests.
     std::string method = "*";
-    std::string path;  // a piece of the target
-    std::string host;  // a piece of the host
-    int skip = 0;      // matching requests that pass before
-    int times = 1;     // -1: for ever
+    std::string path;  // part of the target
+    std::string host;  // part of the host
+    int skip = 0;      // matching requests to let through first
+    int times = 1;     // -1: forever
 
     // What happens.
     FaultAction action = FaultAction::Status;
     std::string actionName;
-    bool perform = false;  // carry the operation out though its answer is replaced
+    bool perform = false;  // carry the operation out, whatever becomes of its answer
     int status = 0;
     std::vector<std::string> headerLines;
     std::optional<std::string> body;
@@ -34,9 +34,7 @@ struct Fault {
     bool inHead = false;    // afterBytes counts from the first byte of the answer
     std::string raw;
 
-    // Whether the request reaches the service.
-    bool Performs() const;
-    // The answer that takes the place of the service's.
+    // What to send instead of the service's answer.
     Answer Replace(const Answer& answer) const;
 };
 
@@ -47,7 +45,7 @@ class Faults {
   public:
     void Add(Fault fault);
     void Clear();
-    std::optional<Fault> Take(const Call& call);  // the first that matches, and counts it down
+    std::optional<Fault> Take(const Call& call);  // the first match, counted down
 
   private:
     std::mutex mutex_;

@@ -21,18 +21,6 @@ constexpr Curve kCurves[] = {
     {"P-521", "secp521r1", "ES512", 521},
 };
 
-BioPtr ReadBio(const std::string& text)
-{
-    return BioPtr(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-}
-
-std::string BioText(BIO* bio)
-{
-    char* data = nullptr;
-    const long size = BIO_get_mem_data(bio, &data);
-    return std::string(data, static_cast<size_t>(size));
-}
-
 std::string Number(const EVP_PKEY* key, const char* parameter, int width)
 {
     BIGNUM* raw = nullptr;
@@ -48,9 +36,9 @@ std::string Number(const EVP_PKEY* key, const char* parameter, int width)
 
 Pkey PublicFromPem(const std::string& pem)
 {
-    if (EVP_PKEY* key = PEM_read_bio_PUBKEY(ReadBio(pem).get(), nullptr, nullptr, nullptr))
+    if (EVP_PKEY* key = ReadPem(pem, PEM_read_bio_PUBKEY))
         return OwnPkey(key);
-    const X509Ptr certificate(PEM_read_bio_X509(ReadBio(pem).get(), nullptr, nullptr, nullptr));
+    const X509Ptr certificate(ReadPem(pem, PEM_read_bio_X509));
     return OwnPkey(certificate ? X509_get_pubkey(certificate.get()) : nullptr);
 }
 
@@ -105,28 +93,23 @@ Pkey GenerateEc(const Curve& curve)
 
 Pkey KeyFromPem(const std::string& pem)
 {
-    Pkey key = OwnPkey(PEM_read_bio_PrivateKey(ReadBio(pem).get(), nullptr, nullptr, nullptr));
+    Pkey key = OwnPkey(ReadPem(pem, PEM_read_bio_PrivateKey));
     if (!key)
         key = PublicFromPem(pem);
     if (!key || (!IsRsa(key.get()) && !CurveOf(key.get())))
-        throw std::runtime_error("no usable key in the PEM text");
+        throw std::runtime_error("the PEM text has no usable key");
     return key;
 }
 
 std::string PublicPem(EVP_PKEY* key)
 {
-    const BioPtr bio(BIO_new(BIO_s_mem()));
-    if (PEM_write_bio_PUBKEY(bio.get(), key) != 1)
-        throw std::runtime_error("public key not writable");
-    return BioText(bio.get());
+    return WritePem([&](BIO* bio) { return PEM_write_bio_PUBKEY(bio, key); });
 }
 
 std::string PrivatePem(EVP_PKEY* key)
 {
-    const BioPtr bio(BIO_new(BIO_s_mem()));
-    if (PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr) != 1)
-        throw std::runtime_error("private key not writable");
-    return BioText(bio.get());
+    return WritePem(
+        [&](BIO* bio) { return PEM_write_bio_PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr); });
 }
 
 bool SamePublicKey(const EVP_PKEY* a, const EVP_PKEY* b)
@@ -136,17 +119,17 @@ bool SamePublicKey(const EVP_PKEY* a, const EVP_PKEY* b)
 
 void AddPublicMembers(Json& jwk, const EVP_PKEY* key, bool leadingZero)
 {
-    const std::string front(leadingZero ? 1 : 0, '\0');
+    const std::string padding(leadingZero ? 1 : 0, '\0');
     if (IsRsa(key)) {
-        jwk["n"] = ToBase64Url(front + Number(key, OSSL_PKEY_PARAM_RSA_N, 0));
+        jwk["n"] = ToBase64Url(padding + Number(key, OSSL_PKEY_PARAM_RSA_N, 0));
         jwk["e"] = ToBase64Url(Number(key, OSSL_PKEY_PARAM_RSA_E, 0));
         return;
     }
     const Curve& curve = *CurveOf(key);
     const int width = (curve.bits + 7) / 8;
     jwk["crv"] = curve.name;
-    jwk["x"] = ToBase64Url(front + Number(key, OSSL_PKEY_PARAM_EC_PUB_X, width));
-    jwk["y"] = ToBase64Url(front + Number(key, OSSL_PKEY_PARAM_EC_PUB_Y, width));
+    jwk["x"] = ToBase64Url(padding + Number(key, OSSL_PKEY_PARAM_EC_PUB_X, width));
+    jwk["y"] = ToBase64Url(padding + Number(key, OSSL_PKEY_PARAM_EC_PUB_Y, width));
 }
 
 }  // namespace vaultsim

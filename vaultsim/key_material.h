@@ -32,7 +32,7 @@ std::string PrivatePem(EVP_PKEY* key);
 
 bool SamePublicKey(const EVP_PKEY* a, const EVP_PKEY* b);
 
-// Adds n and e, or crv, x and y. `leadingZero` puts a zero byte in front of n, x and y, as the service does for
+// Adds n and e, or crv, x and y. `leadingZero` puts a zero byte before n, x and y, as the service does for
 // imported keys.
 void AddPublicMembers(Json& jwk, const EVP_PKEY* key, bool leadingZero);
 

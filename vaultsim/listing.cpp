@@ -28,8 +28,7 @@ PageRequest ReadPage(const VaultRequest& request)
         ReadToken(*token, page);
     page.size = kMostResults;
     if (const auto most = request.call.Query("maxresults")) {
-        if (most->empty() || most->size() > 2 || most->find_first_not_of("0123456789") != std::string::npos ||
-            std::stoul(*most) < 1 || std::stoul(*most) > kMostResults)
+        if (!IsNumber(*most, 2) || std::stoul(*most) < 1 || std::stoul(*most) > kMostResults)
             throw BadParameter("The request URI contains an invalid value for maxresults: " + *most);
         page.maxResults = *most;
         page.size = std::stoul(*most);

@@ -10,7 +10,7 @@ namespace {
 
 int Run(const vaultsim::Options& options)
 {
-    // Blocked before any thread exists, so that all of them inherit it and only the wait below gets the signals.
+    // Blocked before the first thread starts: all threads inherit the mask, so only sigwait gets the signals.
     sigset_t stops;
     sigemptyset(&stops);
     sigaddset(&stops, SIGTERM);
@@ -22,7 +22,7 @@ int Run(const vaultsim::Options& options)
     std::printf("%s\n", simulator.ReadyLine().c_str());
     std::fflush(stdout);
     if (!options.quiet)
-        std::fprintf(stderr, "vaultsim: use it with  . %s/env\n", simulator.options.directory.c_str());
+        std::fprintf(stderr, "vaultsim: to use it, run  . %s/env\n", simulator.options.directory.c_str());
     int signal = 0;
     sigwait(&stops, &signal);
     return 0;
@@ -33,15 +33,15 @@ int Run(const vaultsim::Options& options)
 int main(int argc, char** argv)
 {
     try {
-        bool help = false;
+        std::string help;
         const vaultsim::Options options = vaultsim::ParseOptions({argv + 1, argv + argc}, help);
-        if (help) {
-            std::fputs(vaultsim::kUsage, stdout);
+        if (!help.empty()) {
+            std::fputs(help.c_str(), stdout);
             return 0;
         }
         return Run(options);
     } catch (const std::invalid_argument& error) {
-        std::fprintf(stderr, "vaultsim: %s\n\n%s", error.what(), vaultsim::kUsage);
+        std::fprintf(stderr, "vaultsim: %s\nvaultsim --help lists the options.\n", error.what());
         return 2;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vaultsim: %s\n", error.what());

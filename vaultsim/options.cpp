@@ -1,100 +1,87 @@
 #include "vaultsim/options.h"
 
-#include <arpa/inet.h>
-
-#include <functional>
-#include <map>
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <stdexcept>
 
 namespace vaultsim {
 
-const char kUsage[] =
-    "vaultsim --dir DIR [option]...\n"
-    "\n"
-    "A stand-in for the vault, its sign-in endpoint and the identity services, on 127.0.0.1.\n"
-    "\n"
-    "  --dir DIR                  where the certificate authority and the file env are kept\n"
-    "  --vault NAME[:TIER]        a vault, premium or standard; may be repeated (contoso-keys:premium)\n"
-    "  --tenant T                 the directory's tenant\n"
-    "  --client-id ID             the application that may sign in\n"
-    "  --client-secret S          its secret\n"
-    "  --oid GUID                 the object id in its tokens\n"
-    "  --address ADDRESS          an IPv4 address to listen on (127.0.0.1); the control interface stays where it is\n"
-    "  --control-port PORT        port of the control interface; this and the others: 0 for any free one\n"
-    "  --listen-tls PORT          port of the vaults and of sign-in\n"
-    "  --http-port PORT           port of the instance metadata service\n"
-    "  --arc-port PORT            port of the Arc identity service\n"
-    "  --arc                      name the Arc identity service in the file env\n"
-    "  --rsa                      server certificates with RSA keys in place of curve keys\n"
-    "  --close-tls                close each connection with TLS after its first answer\n"
-    "  --quiet                    no hint on standard error\n";
-
 namespace {
-
-int ParsePort(const std::string& text)
-{
-    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos ||
-        std::stoi(text) > 65535)
-        throw std::invalid_argument("not a port: " + text);
-    return std::stoi(text);
-}
-
-std::string ParseAddress(const std::string& text)
-{
-    in_addr parsed = {};
-    if (inet_pton(AF_INET, text.c_str(), &parsed) != 1)
-        throw std::invalid_argument("not an address: " + text);
-    return text;
-}
 
 VaultOption ParseVault(const std::string& text)
 {
     const size_t colon = text.find(':');
     const std::string tier = colon == std::string::npos ? "premium" : text.substr(colon + 1);
     if (tier != "premium" && tier != "standard")
-        throw std::invalid_argument("not a tier: " + tier);
+        throw CLI::ValidationError("--vault", "unknown tier: " + tier);
     return {text.substr(0, colon), tier == "premium"};
+}
+
+void AddIdentities(CLI::App& app, Options& options)
+{
+    app.add_option("--tenant", options.tenant, "the directory's tenant");
+    app.add_option("--client-id", options.clientId, "the application that may sign in");
+    app.add_option("--client-secret", options.clientSecret, "the application's secret");
+    app.add_option("--oid", options.oid, "the object id in the tokens");
+}
+
+void AddListeners(CLI::App& app, Options& options)
+{
+    app.add_option("--address", options.address,
+                   "the IPv4 address to listen on; the control interface stays on 127.0.0.1")
+        ->check(CLI::ValidIPV4);
+    const struct {
+        const char* name;
+        int& port;
+        const char* text;
+    } rows[] = {{"--control-port", options.controlPort, "port of the control interface"},
+                {"--listen-tls", options.tlsPort, "port of the vaults and of sign-in"},
+                {"--http-port", options.httpPort, "port of the instance metadata service"},
+                {"--arc-port", options.arcPort, "port of the Arc identity service"}};
+    for (const auto& row : rows)
+        app.add_option(row.name, row.port, row.text)->check(CLI::Range(0, 65535))->type_name("PORT");
+}
+
+void AddAll(CLI::App& app, Options& options)
+{
+    app.option_defaults()->take_last()->always_capture_default();
+    app.add_option("--dir", options.directory, "folder for the certificate authority and the env file")
+        ->required()
+        ->type_name("DIR");
+    app.add_option_function<std::vector<std::string>>(
+           "--vault",
+           [&options](const std::vector<std::string>& vaults) {
+               options.vaults.clear();
+               std::transform(vaults.begin(), vaults.end(), std::back_inserter(options.vaults), ParseVault);
+           },
+           "a vault, premium (default) or standard; repeat for more. Without it: contoso-keys")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false)
+        ->type_name("NAME[:TIER]");
+    AddIdentities(app, options);
+    AddListeners(app, options);
+    app.add_flag("--arc", options.arc, "put the Arc identity service in the env file");
+    app.add_flag("--rsa", options.rsa, "use RSA keys instead of EC keys for the server certificates");
+    app.add_flag("--close-tls", options.closeTls, "close each TLS connection after its first response");
+    app.add_flag("--quiet", options.quiet, "no hint on standard error");
+    app.footer("Port 0 picks any free port.");
 }
 
 }  // namespace
 
-Options ParseOptions(const std::vector<std::string>& arguments, bool& help)
+Options ParseOptions(std::vector<std::string> arguments, std::string& help)
 {
     Options options;
-    const std::map<std::string, std::function<void(const std::string&)>> valued = {
-        {"--dir", [&](const std::string& value) { options.directory = value; }},
-        {"--vault", [&](const std::string& value) { options.vaults.push_back(ParseVault(value)); }},
-        {"--tenant", [&](const std::string& value) { options.tenant = value; }},
-        {"--client-id", [&](const std::string& value) { options.clientId = value; }},
-        {"--client-secret", [&](const std::string& value) { options.clientSecret = value; }},
-        {"--oid", [&](const std::string& value) { options.oid = value; }},
-        {"--address", [&](const std::string& value) { options.address = ParseAddress(value); }},
-        {"--control-port", [&](const std::string& value) { options.controlPort = ParsePort(value); }},
-        {"--listen-tls", [&](const std::string& value) { options.tlsPort = ParsePort(value); }},
-        {"--http-port", [&](const std::string& value) { options.httpPort = ParsePort(value); }},
-        {"--arc-port", [&](const std::string& value) { options.arcPort = ParsePort(value); }},
-    };
-    const std::map<std::string, bool*> flags = {{"--arc", &options.arc},
-                                                {"--rsa", &options.rsa},
-                                                {"--close-tls", &options.closeTls},
-                                                {"--quiet", &options.quiet},
-                                                {"--help", &help}};
-    for (size_t i = 0; i < arguments.size(); i++) {
-        const auto flag = flags.find(arguments[i]);
-        const auto value = valued.find(arguments[i]);
-        if (flag != flags.end())
-            *flag->second = true;
-        else if (value == valued.end())
-            throw std::invalid_argument("unknown option: " + arguments[i]);
-        else if (i + 1 == arguments.size())
-            throw std::invalid_argument("no value for " + arguments[i]);
-        else
-            value->second(arguments[++i]);
+    CLI::App app("Simulates an Azure Key Vault, its sign-in endpoint and the managed identity services.", "vaultsim");
+    AddAll(app, options);
+    std::reverse(arguments.begin(), arguments.end());  // the order that CLI11 expects in a vector
+    try {
+        app.parse(std::move(arguments));
+    } catch (const CLI::CallForHelp&) {
+        help = app.help();
+    } catch (const CLI::ParseError& error) {
+        throw std::invalid_argument(error.what());
     }
-    if (options.directory.empty() && !help)
-        throw std::invalid_argument("--dir is missing");
-    if (options.vaults.empty())
-        options.vaults.push_back({"contoso-keys", true});
     return options;
 }
 

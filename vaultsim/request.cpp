@@ -64,7 +64,7 @@ std::optional<int64_t> ReadNumber(const Json& object, const char* member)
     if (value->is_number_integer())
         return value->get<int64_t>();
     const std::string text = value->is_string() ? value->get<std::string>() : "";
-    if (text.empty() || text.size() > 18 || text.find_first_not_of("0123456789") != std::string::npos)
+    if (!IsNumber(text, 18))
         throw WrongMember(member);
     return std::stoll(text);
 }

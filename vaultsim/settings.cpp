@@ -19,13 +19,7 @@ void Pauser::Stop()
     changed_.notify_all();
 }
 
-void Apply(LatencySettings& latency, const Json& json)
-{
-    latency.ms = json.at("ms").get<int>();
-    latency.signIn = json.value("signin", false);
-}
-
-void Apply(PagingSettings& paging, const Json& json)
+static void ApplyPaging(PagingSettings& paging, const Json& json)
 {
     PagingSettings changed = paging;
     changed.maxPage = json.value("maxPage", paging.maxPage);
@@ -36,12 +30,26 @@ void Apply(PagingSettings& paging, const Json& json)
     paging = changed;
 }
 
-void Apply(TokenSettings& tokens, const Json& json)
+static void ApplyTokens(TokenSettings& tokens, const Json& json)
 {
     tokens.lifetimeSeconds = json.value("lifetimeSeconds", tokens.lifetimeSeconds);
     tokens.oid = json.value("oid", tokens.oid);
     tokens.omit = json.value("omit", tokens.omit);
     tokens.tokenType = json.value("tokenType", tokens.tokenType);
+}
+
+void Apply(Settings& settings, const std::string& group, const Json& json)
+{
+    if (group == "latency")
+        settings.latency = {json.at("ms").get<int>(), json.value("signin", false)};
+    else if (group == "paging")
+        ApplyPaging(settings.paging, json);
+    else if (group == "tokens")
+        ApplyTokens(settings.tokens, json);
+    else if (group == "deletion")
+        settings.beingDeletedAnswers = json.at("beingDeletedAnswers").get<int>();
+    else
+        settings.arcRealmPrefix = json.at("realmPrefix").get<std::string>();
 }
 
 }  // namespace vaultsim

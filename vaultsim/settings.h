@@ -1,4 +1,4 @@
-// What the control port can change about the services.
+// The services' behaviour, as the control interface sets it.
 #pragma once
 
 #include <condition_variable>
@@ -17,14 +17,14 @@ struct LatencySettings {
 
 struct PagingSettings {
     size_t maxPage = 25;
-    size_t emptyEvery = 0;    // every n-th page has no items; 0: none
+    size_t emptyEvery = 0;    // every n-th page has no items; 0: off
     bool firstEmpty = false;  // the first page has no items
 };
 
 struct TokenSettings {
     int64_t lifetimeSeconds = 3600;
     std::string oid;
-    std::vector<std::string> omit;  // members left out of the answer
+    std::vector<std::string> omit;  // members to leave out of answer and claims
     std::string tokenType = "Bearer";
 };
 
@@ -32,8 +32,8 @@ struct Settings {
     LatencySettings latency;
     PagingSettings paging;
     TokenSettings tokens;
-    int beingDeletedAnswers = 0;  // refusals before a deletion is complete
-    std::string arcRealmPrefix;   // stands before the path in the Arc challenge
+    int beingDeletedAnswers = 0;  // responses before a deletion is complete
+    std::string arcRealmPrefix;   // put before the path in the Arc challenge
 };
 
 class SettingsBox {
@@ -56,7 +56,7 @@ class SettingsBox {
     Settings settings_;
 };
 
-// Waits of connection threads, all cut short when the simulator stops.
+// Sleeps for the connection threads; Stop wakes them all.
 class Pauser {
   public:
     void Sleep(int ms);
@@ -68,9 +68,8 @@ class Pauser {
     bool stopped_ = false;
 };
 
-// Each takes over the members that the JSON has. Throw nlohmann's exceptions or std::invalid_argument.
-void Apply(LatencySettings& latency, const Json& json);
-void Apply(PagingSettings& paging, const Json& json);
-void Apply(TokenSettings& tokens, const Json& json);
+// Applies the members that `json` has to the group of this name: "latency", "tokens", "paging", "deletion" or "arc".
+// Throws nlohmann's exceptions or std::invalid_argument.
+void Apply(Settings& settings, const std::string& group, const Json& json);
 
 }  // namespace vaultsim

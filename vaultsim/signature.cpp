@@ -103,12 +103,7 @@ std::string ToDer(const EVP_PKEY* key, const std::string& sideBySide)
     const EcdsaSigPtr signature(ECDSA_SIG_new());
     ECDSA_SIG_set0(signature.get(), BN_bin2bn(Data(sideBySide), half, nullptr),
                    BN_bin2bn(Data(sideBySide) + half, half, nullptr));
-    unsigned char* der = nullptr;
-    const int size = i2d_ECDSA_SIG(signature.get(), &der);
-    Require(size, "signature");
-    std::string bytes(reinterpret_cast<char*>(der), static_cast<size_t>(size));
-    OPENSSL_free(der);
-    return bytes;
+    return EncodeDer(signature.get(), i2d_ECDSA_SIG);
 }
 
 }  // namespace

@@ -36,17 +36,6 @@ Refusal Refused(int status, const std::string& error, int code, const std::strin
                             {"error_uri", "https://login.microsoftonline.com/error?code=" + number}}));
 }
 
-std::map<std::string, std::string> ParseForm(const std::string& body)
-{
-    std::map<std::string, std::string> form;
-    for (const std::string& pair : Split(body, '&')) {
-        const size_t equals = pair.find('=');
-        if (equals != std::string::npos)
-            form[PercentDecode(pair.substr(0, equals), true)] = PercentDecode(pair.substr(equals + 1), true);
-    }
-    return form;
-}
-
 }  // namespace
 
 void SignIn::CheckForm(const Call& call) const

@@ -43,13 +43,13 @@ Simulator::Simulator(const Options& given, std::function<void()> stop)
     authority = std::make_unique<Authority>(directory, options.rsa);
     identity_ = std::make_unique<Identity>(options, tokens_, settings, counts, directory + "/arc");
 
-    const FrontDesk desk{options.address, options.closeTls, journal, counts, faults, pauser};
-    tls_ = std::make_unique<Front>("tls", options.tlsPort, authority.get(), desk,
-                                   [this](const Call& call) { return service_.Handle(call); });
-    http_ = std::make_unique<Front>("http", options.httpPort, nullptr, desk, [this](const Call& call) {
+    const EndpointContext context{options.address, options.closeTls, journal, counts, faults, pauser};
+    tls_ = std::make_unique<Endpoint>("tls", options.tlsPort, authority.get(), context,
+                                      [this](const Call& call) { return service_.Handle(call); });
+    http_ = std::make_unique<Endpoint>("http", options.httpPort, nullptr, context, [this](const Call& call) {
         return AnswerOf([&] { return identity_->HandleMetadata(call); });
     });
-    arc_ = std::make_unique<Front>("arc", options.arcPort, nullptr, desk, [this](const Call& call) {
+    arc_ = std::make_unique<Endpoint>("arc", options.arcPort, nullptr, context, [this](const Call& call) {
         return AnswerOf([&] { return identity_->HandleArc(call); });
     });
     Reset();
@@ -78,17 +78,17 @@ void Simulator::Reset()
     for (const VaultOption& vault : options.vaults)
         vaults.Add(vault.name, vault.premium);
     authority->Select("good");
-    for (Front* front : {tls_.get(), http_.get(), arc_.get()})
-        front->Up();
+    for (Endpoint* endpoint : {tls_.get(), http_.get(), arc_.get()})
+        endpoint->Up();
     journal.Clear();
     counts.Clear();
 }
 
-Front* Simulator::FindFront(const std::string& name)
+Endpoint* Simulator::FindEndpoint(const std::string& name)
 {
-    for (Front* front : {tls_.get(), http_.get(), arc_.get()}) {
-        if (front->name() == name)
-            return front;
+    for (Endpoint* endpoint : {tls_.get(), http_.get(), arc_.get()}) {
+        if (endpoint->name() == name)
+            return endpoint;
     }
     return nullptr;
 }
@@ -107,8 +107,8 @@ std::string Simulator::ReadyLine() const
 
 void Simulator::WriteEnvironment() const
 {
-    const auto local = [](const char* from, const Front& front) {
-        return std::string(from) + ":127.0.0.1:" + std::to_string(front.port());
+    const auto local = [](const char* from, const Endpoint& endpoint) {
+        return std::string(from) + ":127.0.0.1:" + std::to_string(endpoint.port());
     };
     std::vector<std::pair<std::string, std::string>> variables = {
         {"KELVARO_ROOT", options.directory + "/root"},

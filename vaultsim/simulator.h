@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "vaultsim/authority.h"
+#include "vaultsim/endpoint.h"
 #include "vaultsim/faults.h"
-#include "vaultsim/front.h"
 #include "vaultsim/identity.h"
 #include "vaultsim/journal.h"
 #include "vaultsim/options.h"
@@ -33,7 +33,7 @@ class Simulator {
     void Reset();
 
     // For the control interface.
-    Front* FindFront(const std::string& name);
+    Endpoint* FindEndpoint(const std::string& name);
     const Options options;
     Journal journal;
     Counts counts;
@@ -51,9 +51,9 @@ class Simulator {
     SignIn signIn_;
     Service service_;
     std::unique_ptr<Identity> identity_;
-    std::unique_ptr<Front> tls_;
-    std::unique_ptr<Front> http_;
-    std::unique_ptr<Front> arc_;
+    std::unique_ptr<Endpoint> tls_;
+    std::unique_ptr<Endpoint> http_;
+    std::unique_ptr<Endpoint> arc_;
     std::unique_ptr<Control> control_;
 };
 

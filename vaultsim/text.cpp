@@ -1,8 +1,11 @@
 #include "vaultsim/text.h"
 
+#include <openssl/crypto.h>
 #include <openssl/rand.h>
+#include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <stdexcept>
 
@@ -10,19 +13,9 @@ namespace vaultsim {
 
 namespace {
 
-char LowerChar(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 int HexDigit(char c)
 {
-    const char lower = LowerChar(c);
-    if (lower >= '0' && lower <= '9')
-        return lower - '0';
-    if (lower >= 'a' && lower <= 'f')
-        return lower - 'a' + 10;
-    return -1;
+    return OPENSSL_hexchar2int(static_cast<unsigned char>(c));
 }
 
 }  // namespace
@@ -30,14 +23,14 @@ int HexDigit(char c)
 std::string Lower(std::string_view text)
 {
     std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), LowerChar);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lower;
 }
 
 bool EqualsNoCase(std::string_view a, std::string_view b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return LowerChar(x) == LowerChar(y); });
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 std::vector<std::string> Split(std::string_view text, char separator)
@@ -50,7 +43,12 @@ std::vector<std::string> Split(std::string_view text, char separator)
     return pieces;
 }
 
-std::string PercentDecode(std::string_view text, bool plusIsBlank)
+bool IsNumber(std::string_view text, size_t maxDigits)
+{
+    return !text.empty() && text.size() <= maxDigits && text.find_first_not_of("0123456789") == text.npos;
+}
+
+std::string PercentDecode(std::string_view text, bool plusIsSpace)
 {
     std::string decoded;
     for (size_t i = 0; i < text.size(); i++) {
@@ -60,22 +58,38 @@ std::string PercentDecode(std::string_view text, bool plusIsBlank)
             decoded += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
             i += 2;
         } else {
-            decoded += plusIsBlank && text[i] == '+' ? ' ' : text[i];
+            decoded += plusIsSpace && text[i] == '+' ? ' ' : text[i];
         }
     }
     return decoded;
 }
 
+std::map<std::string, std::string> ParseForm(std::string_view text)
+{
+    std::map<std::string, std::string> form;
+    for (const std::string& pair : Split(text, '&')) {
+        const size_t equals = std::min(pair.find('='), pair.size());
+        const std::string value = pair.substr(std::min(equals + 1, pair.size()));
+        form[PercentDecode(pair.substr(0, equals), true)] = PercentDecode(value, true);
+    }
+    return form;
+}
+
+std::string ToHex(std::string_view bytes)
+{
+    std::string hex(2 * bytes.size() + 1, '\0');  // OpenSSL appends a zero byte
+    OPENSSL_buf2hexstr_ex(hex.data(), hex.size(), nullptr, reinterpret_cast<const unsigned char*>(bytes.data()),
+                          bytes.size(), '\0');
+    hex.pop_back();
+    return hex;
+}
+
 std::string RandomHex(size_t digits)
 {
-    std::vector<unsigned char> bytes((digits + 1) / 2);
-    if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1)
+    std::string bytes((digits + 1) / 2, '\0');
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(bytes.size())) != 1)
         throw std::runtime_error("no random bytes");
-    static const char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    for (size_t i = 0; i < digits; i++)
-        hex += kDigits[(i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2]) & 15];
-    return hex;
+    return Lower(ToHex(bytes)).substr(0, digits);
 }
 
 std::string RandomUuid()
@@ -90,14 +104,12 @@ std::string RandomUuid()
 
 int64_t Now()
 {
-    using namespace std::chrono;
-    return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 }
 
 bool NameLess::operator()(const std::string& a, const std::string& b) const
 {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                        [](char x, char y) { return LowerChar(x) < LowerChar(y); });
+    return strcasecmp(a.c_str(), b.c_str()) < 0;
 }
 
 }  // namespace vaultsim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,14 +12,18 @@ namespace vaultsim {
 std::string Lower(std::string_view text);
 bool EqualsNoCase(std::string_view a, std::string_view b);
 std::vector<std::string> Split(std::string_view text, char separator);  // keeps empty pieces
-std::string PercentDecode(std::string_view text, bool plusIsBlank);
+bool IsNumber(std::string_view text, size_t maxDigits);                 // decimal digits and nothing else
 
-std::string RandomHex(size_t digits);
+std::string PercentDecode(std::string_view text, bool plusIsSpace);
+std::map<std::string, std::string> ParseForm(std::string_view text);  // a query or a form: NAME=VALUE&NAME=VALUE
+
+std::string ToHex(std::string_view bytes);  // upper case
+std::string RandomHex(size_t digits);       // lower case
 std::string RandomUuid();
 
 int64_t Now();  // Unix time in seconds
 
-// Order of names in a vault: without regard to case.
+// The order of names in a vault: case doesn't count.
 struct NameLess {
     bool operator()(const std::string& a, const std::string& b) const;
 };

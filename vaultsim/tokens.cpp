@@ -7,18 +7,11 @@
 #include "vaultsim/refusal.h"
 #include "vaultsim/signature.h"
 #include "vaultsim/text.h"
+#include "vaultsim/x509.h"
 
 namespace vaultsim {
 
 namespace {
-
-std::string Sha256(const std::string& text)
-{
-    std::string digest(32, '\0');
-    unsigned size = 0;
-    EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char*>(digest.data()), &size, EVP_sha256(), nullptr);
-    return digest;
-}
 
 Json ParseSegment(const std::string& segment)
 {
@@ -34,7 +27,7 @@ std::string Tokens::Sign(const Json& claims) const
 {
     const Json header = {{"typ", "JWT"}, {"alg", "RS256"}, {"x5t", keyId_}, {"kid", keyId_}};
     const std::string text = ToBase64Url(header.dump()) + "." + ToBase64Url(claims.dump());
-    return text + "." + ToBase64Url(SignDigest(key_.get(), *FindSignatureAlgorithm("RS256"), Sha256(text)));
+    return text + "." + ToBase64Url(SignDigest(key_.get(), *FindSignatureAlgorithm("RS256"), Hash("SHA256", text)));
 }
 
 Json Tokens::Issue(const std::string& clientId, const TokenSettings& settings) const
@@ -77,7 +70,8 @@ std::string Tokens::ProblemOf(const std::string& token) const
     if (parts.size() != 3 || ParseSegment(parts[0]).value("alg", "") != "RS256")
         return "AKV10001: The token is not a signed JWT.";
     const std::string signature = FromBase64(parts[2]).value_or("");
-    if (!VerifyDigest(key_.get(), *FindSignatureAlgorithm("RS256"), Sha256(parts[0] + "." + parts[1]), signature))
+    if (!VerifyDigest(key_.get(), *FindSignatureAlgorithm("RS256"), Hash("SHA256", parts[0] + "." + parts[1]),
+                      signature))
         return "AKV10002: The signature of the token is not valid.";
     const Json claims = ParseSegment(parts[1]);
     const std::string audience = claims.value("aud", "");

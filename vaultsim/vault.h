@@ -29,7 +29,7 @@ using Tags = std::map<std::string, std::string>;
 struct KeyVersion {
     std::string version;  // 32 hexadecimal digits
     bool hardware = false;
-    bool leadingZero = false;  // its public numbers are shown with a zero byte in front
+    bool leadingZero = false;  // show the public numbers with a leading zero byte
     Pkey material;
     std::shared_ptr<const std::vector<std::string>> operations;
     Attributes attributes;

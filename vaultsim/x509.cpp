@@ -2,7 +2,6 @@
 
 #include <openssl/pem.h>
 #include <openssl/rand.h>
-#include <openssl/sha.h>
 #include <openssl/x509v3.h>
 
 #include <ctime>
@@ -13,13 +12,6 @@
 namespace vaultsim {
 
 namespace {
-
-void AddExtension(X509* issuer, X509* certificate, int nid, const std::string& value)
-{
-    X509_EXTENSION* extension = NewExtension(issuer, certificate, nid, value);
-    X509_add_ext(certificate, extension, -1);
-    X509_EXTENSION_free(extension);
-}
 
 void SetSerial(X509* certificate)
 {
@@ -41,11 +33,8 @@ void AddExtensions(const CertificateSpec& spec, X509* issuer, X509* certificate)
         AddExtension(issuer, certificate, NID_authority_key_identifier, "keyid:always");
     if (!spec.authority)
         AddExtension(issuer, certificate, NID_ext_key_usage, "serverAuth,clientAuth");
-    std::string names;
-    for (const std::string& name : spec.dnsNames)
-        names += (names.empty() ? "DNS:" : ",DNS:") + name;
-    if (!names.empty())
-        AddExtension(issuer, certificate, NID_subject_alt_name, names);
+    if (!spec.dnsNames.empty())
+        AddExtension(issuer, certificate, NID_subject_alt_name, Join("", "DNS:", spec.dnsNames));
 }
 
 }  // namespace
@@ -54,7 +43,7 @@ X509Ptr MakeCertificate(const CertificateSpec& spec)
 {
     const X509NamePtr subject = ParseName(spec.subject);
     if (!subject)
-        throw std::runtime_error("no name: " + spec.subject);
+        throw std::runtime_error("not a valid name: " + spec.subject);
     X509Ptr certificate(X509_new());
     X509_set_version(certificate.get(), X509_VERSION_3);
     SetSerial(certificate.get());
@@ -80,35 +69,27 @@ X509Ptr CertificateFromDer(const std::string& der)
 
 X509Ptr CertificateFromPem(const std::string& pem)
 {
-    const BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return X509Ptr(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    return X509Ptr(ReadPem(pem, PEM_read_bio_X509));
 }
 
 std::string ToDer(X509* certificate)
 {
-    unsigned char* der = nullptr;
-    const int size = i2d_X509(certificate, &der);
-    if (size <= 0)
-        throw std::runtime_error("certificate not encoded");
-    std::string bytes(reinterpret_cast<char*>(der), static_cast<size_t>(size));
-    OPENSSL_free(der);
-    return bytes;
+    return EncodeDer(certificate, i2d_X509);
 }
 
 std::string ToPem(X509* certificate)
 {
-    const BioPtr bio(BIO_new(BIO_s_mem()));
-    PEM_write_bio_X509(bio.get(), certificate);
-    char* data = nullptr;
-    const long size = BIO_get_mem_data(bio.get(), &data);
-    return std::string(data, static_cast<size_t>(size));
+    return WritePem([&](BIO* bio) { return PEM_write_bio_X509(bio, certificate); });
 }
 
-std::string Sha1(const std::string& bytes)
+std::string Hash(const char* algorithm, const std::string& bytes)
 {
-    std::string hash(SHA_DIGEST_LENGTH, '\0');
-    SHA1(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
-         reinterpret_cast<unsigned char*>(hash.data()));
+    std::string hash(EVP_MAX_MD_SIZE, '\0');
+    size_t size = 0;
+    if (EVP_Q_digest(nullptr, algorithm, nullptr, bytes.data(), bytes.size(),
+                     reinterpret_cast<unsigned char*>(hash.data()), &size) != 1)
+        throw std::runtime_error(std::string("no hash algorithm ") + algorithm);
+    hash.resize(size);
     return hash;
 }
 
@@ -120,15 +101,28 @@ int64_t UnixTime(const ASN1_TIME* time)
     return timegm(&parts);
 }
 
-X509_EXTENSION* NewExtension(X509* issuer, X509* subject, int nid, const std::string& value)
+X509ExtensionPtr NewExtension(X509* issuer, X509* subject, int nid, const std::string& value)
 {
     X509V3_CTX context;
     X509V3_set_ctx_nodb(&context);
     X509V3_set_ctx(&context, issuer, subject, nullptr, nullptr, 0);
-    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
+    X509ExtensionPtr extension(X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str()));
     if (!extension)
-        throw std::runtime_error("extension not encoded: " + value);
+        throw std::runtime_error("cannot encode extension: " + value);
     return extension;
+}
+
+void AddExtension(X509* issuer, X509* certificate, int nid, const std::string& value)
+{
+    X509_add_ext(certificate, NewExtension(issuer, certificate, nid, value).get(), -1);
+}
+
+std::string Join(const std::string& first, const std::string& prefix, const std::vector<std::string>& items)
+{
+    std::string text = first;
+    for (const std::string& item : items)
+        text += (text.empty() ? "" : ",") + prefix + item;
+    return text;
 }
 
 }  // namespace vaultsim

@@ -24,7 +24,7 @@ class SimTest : public testing::Test {
     void SetUp() override { Sim().Reset(); }
 
     static vaultsim::Simulator& Sim();
-    static int Port(const char* listener) { return Sim().FindFront(listener)->port(); }
+    static int Port(const char* listener) { return Sim().FindEndpoint(listener)->port(); }
 
     // A call on the control port; fails the test unless the answer is 200.
     static Json Control(const std::string& method, const std::string& path, const Json& body = Json::object());

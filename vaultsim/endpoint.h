@@ -11,16 +11,16 @@
 #include <string>
 
 #include "vaultsim/authority.h"
+#include "vaultsim/connection.h"
 #include "vaultsim/faults.h"
 #include "vaultsim/journal.h"
 #include "vaultsim/listener.h"
 #include "vaultsim/settings.h"
-#include "vaultsim/wire.h"
 
 namespace vaultsim {
 
 // What all listeners share.
-struct FrontDesk {
+struct EndpointContext {
     std::string address;
     bool closing;  // each connection with TLS is closed after its first answer
     Journal& journal;
@@ -29,15 +29,15 @@ struct FrontDesk {
     Pauser& pauser;
 };
 
-class Front {
+class Endpoint {
   public:
     using Handler = std::function<Answer(const Call&)>;
 
     // `authority` null: no TLS. `handler` runs on the connection's thread, many at a time.
-    Front(std::string name, int port, const Authority* authority, FrontDesk desk, Handler handler);
-    ~Front();  // breaks the connections that are open
-    Front(const Front&) = delete;
-    Front& operator=(const Front&) = delete;
+    Endpoint(std::string name, int port, const Authority* authority, EndpointContext context, Handler handler);
+    ~Endpoint();  // breaks the connections that are open
+    Endpoint(const Endpoint&) = delete;
+    Endpoint& operator=(const Endpoint&) = delete;
 
     const std::string& name() const { return name_; }
     int port() const { return listener_->port(); }
@@ -48,14 +48,14 @@ class Front {
     void Accepted(int socket);
     void Work();
     void Serve(int socket);
-    void Talk(Wire& wire);
-    std::optional<Call> ReadCall(Wire& wire, std::string& buffer);
-    bool Exchange(Wire& wire, const Call& call);
-    bool Deliver(Wire& wire, const Answer& answer, const std::optional<Fault>& fault, bool close);
+    void Talk(Connection& connection);
+    std::optional<Call> ReadCall(Connection& connection, std::string& buffer);
+    bool Exchange(Connection& connection, const Call& call);
+    bool Deliver(Connection& connection, const Answer& answer, const std::optional<Fault>& fault, bool close);
 
     const std::string name_;
     const Authority* const authority_;
-    const FrontDesk desk_;
+    const EndpointContext context_;
     const Handler handler_;
     std::mutex mutex_;
     std::condition_variable work_;

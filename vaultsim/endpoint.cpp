@@ -1,4 +1,4 @@
-#include "vaultsim/front.h"
+#include "vaultsim/endpoint.h"
 
 #include <sys/socket.h>
 
@@ -25,20 +25,18 @@ struct BadRequest {
 std::optional<size_t> LengthOf(const Call& call)
 {
     const std::optional<std::string> text = call.Header("Content-Length");
-    if (!text || text->empty() || text->size() > 9 || text->find_first_not_of("0123456789") != std::string::npos)
-        return std::nullopt;
-    return std::stoul(*text);
+    return text && IsNumber(*text, 9) ? std::optional<size_t>(std::stoul(*text)) : std::nullopt;
 }
 
 }  // namespace
 
-Front::Front(std::string name, int port, const Authority* authority, FrontDesk desk, Handler handler)
-    : name_(std::move(name)), authority_(authority), desk_(desk), handler_(std::move(handler))
+Endpoint::Endpoint(std::string name, int port, const Authority* authority, EndpointContext context, Handler handler)
+    : name_(std::move(name)), authority_(authority), context_(context), handler_(std::move(handler))
 {
-    listener_ = std::make_unique<Listener>(desk_.address, port, [this](int socket) { Accepted(socket); });
+    listener_ = std::make_unique<Listener>(context_.address, port, [this](int socket) { Accepted(socket); });
 }
 
-Front::~Front()
+Endpoint::~Endpoint()
 {
     listener_->Down();
     std::unique_lock<std::mutex> lock(mutex_);
@@ -51,9 +49,9 @@ Front::~Front()
 
 // A thread that has served one connection waits for the next: OpenSSL seeds a random generator for each new thread,
 // which takes as long as a short handshake.
-void Front::Accepted(int socket)
+void Endpoint::Accepted(int socket)
 {
-    desk_.counts.connections++;
+    context_.counts.connections++;
     const std::lock_guard<std::mutex> lock(mutex_);
     open_.insert(socket);
     waiting_.push(socket);
@@ -61,11 +59,11 @@ void Front::Accepted(int socket)
         work_.notify_one();
     } else {
         threads_++;
-        std::thread(&Front::Work, this).detach();
+        std::thread(&Endpoint::Work, this).detach();
     }
 }
 
-void Front::Work()
+void Endpoint::Work()
 {
     std::unique_lock<std::mutex> lock(mutex_);
     while (true) {
@@ -84,44 +82,44 @@ void Front::Work()
     gone_.notify_all();
 }
 
-void Front::Serve(int socket)
+void Endpoint::Serve(int socket)
 {
-    Wire wire(socket, authority_ ? authority_->Current() : nullptr);
-    Talk(wire);
+    Connection connection(socket, authority_ ? authority_->Current() : nullptr);
+    Talk(connection);
     const std::lock_guard<std::mutex> lock(mutex_);
     open_.erase(socket);
 }
 
-void Front::Talk(Wire& wire)
+void Endpoint::Talk(Connection& connection)
 {
-    const bool shaken = wire.Handshake();
+    const bool connected = connection.Handshake();
     if (authority_)
-        (shaken ? desk_.counts.tlsHandshakes : desk_.counts.failedHandshakes)++;
-    if (!shaken)
+        (connected ? context_.counts.tlsHandshakes : context_.counts.failedHandshakes)++;
+    if (!connected)
         return;
     std::string buffer;
     try {
-        while (const std::optional<Call> call = ReadCall(wire, buffer)) {
-            if (!Exchange(wire, *call))
+        while (const std::optional<Call> call = ReadCall(connection, buffer)) {
+            if (!Exchange(connection, *call))
                 return;
         }
     } catch (const BadRequest& bad) {
-        desk_.counts.requests++;
-        desk_.journal.Add(bad.call, bad.status, "");
+        context_.counts.requests++;
+        context_.journal.Add(bad.call, bad.status, "");
         const Answer answer = TextAnswer(bad.status, bad.text);
-        wire.Write(FormatHead(answer, true) + answer.body);
+        connection.Write(FormatHead(answer, true) + answer.body);
     }
 }
 
 // The next request of the connection; what came behind it stays in `buffer`. Nothing at the end of the connection.
 // Throws BadRequest.
-std::optional<Call> Front::ReadCall(Wire& wire, std::string& buffer)
+std::optional<Call> Endpoint::ReadCall(Connection& connection, std::string& buffer)
 {
     size_t end;
     while ((end = buffer.find("\r\n\r\n")) == std::string::npos) {
         if (buffer.size() > kMostHead)
             throw BadRequest{Call(), 400, "Request Too Long"};
-        if (!wire.Read(buffer))
+        if (!connection.Read(buffer))
             return std::nullopt;
     }
     Call unread;
@@ -141,9 +139,9 @@ std::optional<Call> Front::ReadCall(Wire& wire, std::string& buffer)
     if (length.value_or(0) > kMostBody)
         throw BadRequest{*call, 400, "Request Too Long"};
     if (call->Header("Expect"))
-        wire.Write("HTTP/1.1 100 Continue\r\n\r\n");
+        connection.Write("HTTP/1.1 100 Continue\r\n\r\n");
     while (buffer.size() < length.value_or(0)) {
-        if (!wire.Read(buffer))
+        if (!connection.Read(buffer))
             return std::nullopt;
     }
     call->body = buffer.substr(0, length.value_or(0));
@@ -152,49 +150,50 @@ std::optional<Call> Front::ReadCall(Wire& wire, std::string& buffer)
 }
 
 // Whether the connection goes on.
-bool Front::Exchange(Wire& wire, const Call& call)
+bool Endpoint::Exchange(Connection& connection, const Call& call)
 {
-    desk_.counts.requests++;
-    const std::optional<Fault> fault = desk_.faults.Take(call);
+    context_.counts.requests++;
+    const std::optional<Fault> fault = context_.faults.Take(call);
     if (fault && fault->action != FaultAction::Drip)
-        desk_.pauser.Sleep(fault->delayMs);
+        context_.pauser.Sleep(fault->delayMs);
     Answer answer;
-    if (!fault || fault->Performs())
+    if (!fault || fault->perform)
         answer = handler_(call);
     if (fault)
         answer = fault->Replace(answer);
 
     const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
-    desk_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");
-    const bool close = (authority_ && desk_.closing) || EqualsNoCase(call.Header("Connection").value_or(""), "close");
-    return Deliver(wire, answer, fault, close) && !close;
+    context_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");
+    const bool close =
+        (authority_ && context_.closing) || EqualsNoCase(call.Header("Connection").value_or(""), "close");
+    return Deliver(connection, answer, fault, close) && !close;
 }
 
-bool Front::Deliver(Wire& wire, const Answer& answer, const std::optional<Fault>& fault, bool close)
+bool Endpoint::Deliver(Connection& connection, const Answer& answer, const std::optional<Fault>& fault, bool close)
 {
     const FaultAction action = fault ? fault->action : FaultAction::Status;
     if (action == FaultAction::ResetBefore) {
-        wire.Reset();
+        connection.Reset();
         return false;
     }
     if (action == FaultAction::Raw) {
-        wire.Write(fault->raw);
+        connection.Write(fault->raw);
         return false;
     }
     const std::string head = FormatHead(answer, close);
     const std::string whole = head + answer.body;
     if (action == FaultAction::ResetInside || action == FaultAction::Truncate) {
         const size_t sent = std::min(fault->afterBytes + (fault->inHead ? 0 : head.size()), whole.size());
-        wire.Write(std::string_view(whole).substr(0, sent));
+        connection.Write(std::string_view(whole).substr(0, sent));
         if (action == FaultAction::ResetInside)
-            wire.Reset();
+            connection.Reset();
         return false;
     }
     const size_t piece = action == FaultAction::Drip ? std::max<size_t>(fault->afterBytes, 1) : whole.size();
     for (size_t at = 0; at < whole.size(); at += piece) {
         if (at > 0)
-            desk_.pauser.Sleep(fault->delayMs);
-        if (!wire.Write(std::string_view(whole).substr(at, piece)))
+            context_.pauser.Sleep(fault->delayMs);
+        if (!connection.Write(std::string_view(whole).substr(at, piece)))
             return false;
     }
     return true;

@@ -1,4 +1,4 @@
-#include "vaultsim/wire.h"
+#include "vaultsim/connection.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -8,13 +8,13 @@
 
 namespace vaultsim {
 
-Wire::Wire(int socket, SslContext context) : socket_(socket), context_(std::move(context))
+Connection::Connection(int socket, SslContext context) : socket_(socket), context_(std::move(context))
 {
     const int on = 1;
     setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-Wire::~Wire()
+Connection::~Connection()
 {
     if (reset_) {
         const linger now = {1, 0};
@@ -33,7 +33,7 @@ Wire::~Wire()
     close(socket_);
 }
 
-bool Wire::Handshake()
+bool Connection::Handshake()
 {
     if (!context_)
         return true;
@@ -46,7 +46,7 @@ bool Wire::Handshake()
     return true;
 }
 
-bool Wire::Read(std::string& buffer)
+bool Connection::Read(std::string& buffer)
 {
     char piece[16 * 1024];
     const ssize_t got = ssl_ ? SSL_read(ssl_.get(), piece, sizeof piece) : recv(socket_, piece, sizeof piece, 0);
@@ -58,7 +58,7 @@ bool Wire::Read(std::string& buffer)
     return true;
 }
 
-bool Wire::Write(std::string_view bytes)
+bool Connection::Write(std::string_view bytes)
 {
     while (!bytes.empty()) {
         const int piece = static_cast<int>(bytes.size() < 16 * 1024 ? bytes.size() : 16 * 1024);

@@ -8,13 +8,13 @@
 
 namespace vaultsim {
 
-class Wire {
+class Connection {
   public:
     // Takes the socket over. `context` null: no TLS.
-    Wire(int socket, SslContext context);
-    ~Wire();  // closes in order, so that what has been written arrives
-    Wire(const Wire&) = delete;
-    Wire& operator=(const Wire&) = delete;
+    Connection(int socket, SslContext context);
+    ~Connection();  // closes in order, so that what has been written arrives
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
 
     bool Handshake();                // blocks; true at once without TLS
     bool Read(std::string& buffer);  // adds what has come; blocks until something has. False at the end
