@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-// The C library's own names for its heap.
+// The C library's own entry points.
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" void* __libc_realloc(void* block, size_t size);

@@ -1,4 +1,4 @@
-// Counts what this program takes from the heap.
+// Counts this program's heap allocations.
 #pragma once
 
 // Calls of malloc, calloc and realloc so far.

@@ -11,7 +11,7 @@ static size_t OnEntity(char* bytes, size_t size, size_t count, void* context)
     return size * count;
 }
 
-BareClient::BareClient(bool takesUpSessions) : curl_(curl_easy_init())
+BareClient::BareClient(bool resumesSessions) : curl_(curl_easy_init())
 {
     std::istringstream entries(getenv("KELVARO_CONNECT_TO"));
     for (std::string entry; entries >> entry;)
@@ -22,7 +22,7 @@ BareClient::BareClient(bool takesUpSessions) : curl_(curl_easy_init())
     curl_easy_setopt(curl_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(curl_, CURLOPT_FRESH_CONNECT, 1L);
     curl_easy_setopt(curl_, CURLOPT_FORBID_REUSE, 1L);
-    curl_easy_setopt(curl_, CURLOPT_SSL_SESSIONID_CACHE, takesUpSessions ? 1L : 0L);
+    curl_easy_setopt(curl_, CURLOPT_SSL_SESSIONID_CACHE, resumesSessions ? 1L : 0L);
     curl_easy_setopt(curl_, CURLOPT_WRITEFUNCTION, &OnEntity);
     curl_easy_setopt(curl_, CURLOPT_WRITEDATA, &answer_);
 }

@@ -11,8 +11,8 @@ namespace bench {
 
 class BareClient {
   public:
-    // takesUpSessions: only the first TLS handshake is a full one.
-    explicit BareClient(bool takesUpSessions = false);
+    // resumesSessions: only the first TLS handshake is a full one.
+    explicit BareClient(bool resumesSessions = false);
     ~BareClient();
     BareClient(const BareClient&) = delete;
     BareClient& operator=(const BareClient&) = delete;

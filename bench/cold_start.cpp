@@ -1,5 +1,5 @@
 // From nothing to the first signature: load, open a provider, sign in, open a key, sign; against a program that sends
-// the same requests by libcurl alone. Each runs in a process of its own, in turns, and is timed from outside.
+// the same requests by libcurl alone. They alternate, each in its own process, timed from outside.
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -73,7 +73,7 @@ nlohmann::json Compare(const char* self)
 {
     bench::Vault vault;
     const std::string path = vault.directory() + "/requests";
-    // The first open puts the secret under data protection; what is measured comes after it.
+    // The first open protects the stored secret; measure after it.
     TimeProcess(self, "module", path);
     vault.ClearJournal();
     TimeProcess(self, "module", path);

@@ -1,6 +1,6 @@
 // Long lists: time and peak memory of reading the names of a vault's keys and certificates, and time of a certificate
-// sync that finds nothing new, as multiples of the shortest. Each reading runs in a process of its own, so that its
-// peak and its work are its own.
+// sync that finds nothing new, as multiples of the shortest. Each reading has its own process, so that
+// its peak and CPU time are separate.
 #include <limits.h>
 #include <malloc.h>
 #include <sys/resource.h>
@@ -159,11 +159,11 @@ Effort Measure(const std::string& vault, LONG (*list)(KVC*), LONG expected)
         _exit(ReadOnce(vault, list, expected, ends[1]));
     close(ends[1]);
     Effort effort;
-    const bool told = read(ends[0], &effort, sizeof(effort)) == sizeof(effort);
+    const bool reported = read(ends[0], &effort, sizeof(effort)) == sizeof(effort);
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
-    if (!told || status != 0)
+    if (!reported || status != 0)
         throw std::runtime_error("a list of " + std::to_string(expected) + " was not read: " + std::to_string(status));
     return effort;
 }
@@ -242,7 +242,7 @@ Effort WalkOnce(bench::Vault& vault, int size)
     return {watch.Seconds(), CpuSeconds() - cpuBefore, 0};
 }
 
-// The walk of a host over all keys, each of which is read. Short walks stand on both sides of the long one.
+// A host's enumeration of all keys, each of which is read. Short runs come before and after the long one.
 nlohmann::json Walk(bench::Vault& vault)
 {
     std::vector<double> seconds;

@@ -27,7 +27,7 @@ const std::string kSignature =
 
 int answered = 0;
 
-// What stands behind every handle; one request is under way at a time.
+// The one exchange behind all handles.
 struct {
     const std::string* answer;
     size_t read;

@@ -1,6 +1,6 @@
-// The transport's functions, answered from memory: every sign-in, key and signature is one of three fixed answers. A
-// program that links this has no network in it.
+// The transport's functions, answered from memory: sign-in, key and signature each have one fixed answer. A program
+// that links this uses no network.
 #pragma once
 
-// Requests that were answered so far.
+// Requests answered so far.
 int AnsweredRequests();

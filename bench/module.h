@@ -1,4 +1,4 @@
-// A host of the module: opens a provider of it and drives it through its table.
+// A host of the module: opens a provider and calls it through its function table.
 #pragma once
 
 #include "platform/cng_provider.h"
@@ -7,19 +7,18 @@ namespace bench {
 
 class Module {
   public:
-    // The module as it is built, loaded from its file. Throws when that or a provider cannot be had, as every call here
-    // does when it fails.
+    // Loads the module from its file and opens a provider. All calls here throw if they fail.
     Module();
-    // The same code inside this program.
+    // Uses the same code, linked into this program.
     explicit Module(GetKeyStorageInterfaceFn getInterface);
     ~Module();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    // Walks over all keys of the machine, each of which the module reads; returns their number.
+    // Enumerates all machine keys, each of which the module reads; returns their number.
     long CountKeys();
 
-    // A key of the machine, and one signature of a SHA-256 hash with it (PKCS#1 for RSA keys).
+    // A machine key that signs a SHA-256 hash (RSA: with PKCS#1).
     class Key {
       public:
         Key(Module& module, const WCHAR* name, bool rsa);

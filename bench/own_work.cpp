@@ -26,7 +26,7 @@ void WriteSettings(TestRoot& root, DWORD level)
 
 }  // namespace
 
-// own_work SIGNATURES LEVEL: prints how often the heap was asked, a signature.
+// own_work SIGNATURES LEVEL: prints the heap allocations per signature.
 int main(int count, char** arguments)
 {
     const int signatures = count > 1 ? atoi(arguments[1]) : 100;

@@ -1,4 +1,4 @@
-// One signature through the module against the same bytes sent by libcurl alone, in turns.
+// One signature through the module against the same bytes sent by libcurl alone, alternating.
 #include <iostream>
 
 #include "bench/bare_client.h"
@@ -18,13 +18,13 @@ double Time(Work work)
     return watch.Seconds();
 }
 
-nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* name, bool rsa, bool takesUpSessions)
+nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* name, bool rsa, bool resumesSessions)
 {
     bench::Module::Key key(module, name, rsa);
     vault.ClearJournal();
     key.Sign();
     const bench::Recorded request = vault.Requests().at(0);
-    bench::BareClient bare(takesUpSessions);
+    bench::BareClient bare(resumesSessions);
     std::vector<double> ratios;
     std::vector<double> throughModule;
     std::vector<double> overWire;
@@ -33,7 +33,7 @@ nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* 
         double theirs = 0;
         const auto sign = [&] { ours = Time([&] { key.Sign(); }); };
         const auto send = [&] { theirs = Time([&] { bare.Send(request); }); };
-        // Each goes first in every other pair.
+        // They take turns at going first.
         if (pair % 2)
             sign();
         send();

@@ -1,4 +1,4 @@
-// Figures of many samples.
+// Statistics of samples.
 #pragma once
 
 #include <chrono>

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kBytes = 2048;  // as much as a decoded text may have, and more than any signature or certificate body
+constexpr size_t kBytes = 2048;  // the most a decoded text may have, and more than any signature or certificate
 
 std::vector<BYTE> Pattern()
 {

@@ -1,4 +1,4 @@
-// Throughput of many threads on one key, as a multiple of one thread's, at a vault that takes 50 ms.
+// Throughput of many threads on one key, as a multiple of one thread's, with a vault that takes 50 ms.
 #include <time.h>
 #include <unistd.h>
 
@@ -22,7 +22,7 @@ double CpuSeconds(clockid_t clock)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-// The clock of the simulator's work: this program's only child.
+// The CPU clock of the simulator, this program's only child.
 clockid_t SimulatorClock()
 {
     pid_t child = 0;
@@ -80,7 +80,7 @@ int main()
     }
     const double own = CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - ownBefore;
     const double both = own + CpuSeconds(simulatorClock) - simulatorBefore;
-    // As many signatures as the cores can carry with both ends on them, whatever the number of threads.
+    // The most signatures that the cores can do with both ends on them, with any number of threads.
     const double ceiling = std::thread::hardware_concurrency() * signatures / both;
     std::cout << nlohmann::json{{"multiple_of_one_thread", multiples},
                                 {"share_of_cpu_in_the_simulator", (both - own) / both},

@@ -19,7 +19,7 @@ Vault::Vault()
     LogAt(0);
 }
 
-// The fields that every HTTP client writes by itself.
+// The header fields that every HTTP client adds.
 static bool IsOwnField(const std::string& line)
 {
     for (const char* name : {"Host:", "Content-Length:", "Connection:"}) {

@@ -1,4 +1,4 @@
-// The vault that a measurement runs against: the simulator with two keys, and a root whose settings lead to it.
+// The vault to measure against: the simulator with two keys, and a root with settings for it.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -10,7 +10,7 @@
 
 namespace bench {
 
-// One request as the vault saw it, to be sent again by other means.
+// A request as the vault received it, to be sent again by another client.
 struct Recorded {
     std::string method;
     std::string url;

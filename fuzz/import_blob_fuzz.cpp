@@ -1,4 +1,4 @@
-// A private key blob, and a key's name in a parameter list, as a host may hand them in.
+// A private key blob, and a key name in a parameter list, as a host may pass them.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     CheckBlob(data, static_cast<DWORD>(size));
     CheckName(data, static_cast<DWORD>(size));
-    // At an odd address too.
+    // Also at an odd address.
     CheckBlob(data + 1, static_cast<DWORD>(size - 1));
     if (size > 1)
         CheckName(data + 1, static_cast<DWORD>(size - 1));

@@ -1,5 +1,5 @@
-// A vault's answer and a key name, both as somebody else may have written them.
-// The input's first line is the name in UTF-8, all that follows is the answer.
+// A vault's answer and a key name, both from an untrusted source.
+// The input's first line is the name in UTF-8, the rest is the answer.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -28,7 +28,7 @@ bool IsVaultName(TextView name)
     return name.size() <= 127;
 }
 
-// Whatever a host calls its key, the vault can hold the name and gives it back.
+// Any key name of a host is a valid vault name once encoded, and decodes to itself.
 void CheckClearName(TextView name)
 {
     WCHAR encoded[kEncodedNameChars] = {};
@@ -46,7 +46,7 @@ void CheckClearName(TextView name)
 
 void CheckEncodedName(TextView name)
 {
-    // On the heap, so that the sanitizer sees both ends of it.
+    // On the heap, where the sanitizer notices overruns on both sides.
     const MallocPtr<WCHAR> clear(static_cast<WCHAR*>(malloc(kClearNameChars * sizeof(WCHAR))));
     int decoded = -1;
     if (KVCConvertEncodedKeyNameToClear(name.data(), clear.get(), &decoded))

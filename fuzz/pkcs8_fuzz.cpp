@@ -1,4 +1,4 @@
-// A PKCS#8 key as somebody else may have written it, read as far as an import reads it before it is kept.
+// A PKCS#8 key from an untrusted source, read as an import reads it.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// More would only make the search slow.
+// More iterations would only slow the search.
 constexpr DWORD kIterations = 100;
 
 void Require(bool holds)

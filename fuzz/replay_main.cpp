@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files named on the command line: what fuzzing found before stays found, in every build.
+// Runs a fuzz target over the files on the command line: every build replays what fuzzing has found.
 #include <stdint.h>
 #include <stdio.h>
 

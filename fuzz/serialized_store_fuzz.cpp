@@ -1,4 +1,4 @@
-// A certificate store that comes with an enveloped key.
+// A serialized certificate store, as an enveloped key brings it along.
 #include <stdint.h>
 #include <stdlib.h>
 

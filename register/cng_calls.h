@@ -1,6 +1,6 @@
-// The calls of CNG's configuration that a registration needs, as a table that tests fill with calls of their own.
+// CNG's configuration calls as a table, which tests fill with fakes.
 //
-// On Windows they are found at run time: the compiler's header declares only some of them.
+// On Windows they are resolved at run time: the compiler's header declares only some of them.
 #pragma once
 
 #include "platform/platform.h"
@@ -10,7 +10,7 @@ namespace kelvaro_register {
 struct CngCalls {
     NTSTATUS(WINAPI* registerProvider)(LPCWSTR pszProvider, ULONG dwFlags, PCRYPT_PROVIDER_REG pReg);
     NTSTATUS(WINAPI* unregisterProvider)(LPCWSTR pszProvider);
-    // *ppBuffer: NULL for a block that freeBuffer takes back.
+    // *ppBuffer: NULL to get a block, which the caller frees with freeBuffer.
     NTSTATUS(WINAPI* queryProviderRegistration)
     (LPCWSTR pszProvider, ULONG dwMode, ULONG dwInterface, ULONG* pcbBuffer, PCRYPT_PROVIDER_REG* ppBuffer);
     NTSTATUS(WINAPI* addContextFunctionProvider)
@@ -23,7 +23,7 @@ struct CngCalls {
     VOID(WINAPI* freeBuffer)(PVOID pvBuffer);
 };
 
-// bcrypt: the loaded bcrypt.dll. The name of the first call that it lacks, or NULL when `calls` is complete.
+// bcrypt: the loaded bcrypt.dll. Returns the name of the first call that is missing, or NULL if `calls` is complete.
 const char* FindCngCalls(HMODULE bcrypt, CngCalls* calls);
 
 }  // namespace kelvaro_register

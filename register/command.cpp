@@ -9,16 +9,16 @@ static const char kUsageText[] =
     "\n"
     "Registers the Zandrel Key Storage Provider for Key Vault with Windows.\n"
     "\n"
-    "  kelvaro-register install     registers the provider; kelvaro.dll must be in the system's folder\n"
-    "  kelvaro-register uninstall   takes the registration away; files and settings stay\n"
-    "  kelvaro-register status      tells what is registered and whether the module fits\n"
-    "  kelvaro-register prepare     makes the settings' keys and the log's folder, closed to ordinary users\n"
+    "  kelvaro-register install     registers the provider; kelvaro.dll must be in the system folder\n"
+    "  kelvaro-register uninstall   removes the registration; keeps files and settings\n"
+    "  kelvaro-register status      shows what is registered and whether the module fits\n"
+    "  kelvaro-register prepare     creates the settings keys and the log folder, closed to ordinary users\n"
     "\n"
     "The installer also calls save-settings, restore-settings, forget-settings, and check-secret, which fails when\n"
     "a client secret is stored in clear.\n"
     "\n"
     "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-secret: a clear secret;\n"
-    "2 the command line is wrong; 3 Windows refused\n";
+    "2 wrong command line; 3 Windows refused\n";
 
 static std::string Utf8(const WideText& text)
 {
@@ -34,11 +34,11 @@ static std::string FitText(const ModulePlace& place, const ModuleFile& file)
 {
     switch (file.fit) {
         case ModuleFit::Missing:
-            return "is not there";
+            return "is missing";
         case ModuleFit::Unreadable:
             return "cannot be read";
         case ModuleFit::NoModule:
-            return "is no module";
+            return "is not a DLL";
         case ModuleFit::WrongMachine:
             return "is for " + MachineName(file.machine) + " and must be for " + MachineName(place.machine);
         case ModuleFit::Fits:
@@ -52,7 +52,7 @@ static bool ReportModules(const ModulePlaces& places, std::string* output)
 {
     bool usable = false;
     for (size_t at = 0; at < places.size(); ++at) {
-        const ModuleFile file = LookAtModule(places[at]);
+        const ModuleFile file = InspectModule(places[at]);
         *output +=
             "module for " + places[at].programs + ": " + PathOf(places[at]) + " " + FitText(places[at], file) + "\n";
         if (at == 0)
@@ -80,7 +80,7 @@ static int Status(const CngCalls& calls, const ModulePlaces& places, std::string
 static int Install(const CngCalls& calls, const ModulePlaces& places, std::string* output)
 {
     if (!ReportModules(places, output)) {
-        *output += "nothing was registered: programs could not load the module\n";
+        *output += "nothing registered: programs could not load the module\n";
         return kNotInstalled;
     }
     const InstallChanges changes = InstallRegistration(calls);

@@ -1,4 +1,4 @@
-// The program: what is asked, what is done about it, and what is said.
+// The program's commands, its output and its exit codes.
 #pragma once
 
 #include <string>
@@ -11,15 +11,15 @@ namespace kelvaro_register {
 enum ExitCode : int {
     kDone = 0,
     kNotInstalled =
-        1,  // status: something is missing; install: there is no module to register; check-secret: one in clear
+        1,  // status: not ready; install: no module that fits; check-secret: found a clear secret
     kUsage = 2,
-    kRefused = 3,  // by the router
+    kRefused = 3,  // by Windows
 };
 
-// Where the router looks, its own kind of programs first.
+// Where the router looks for the module; first for programs of the system's own kind.
 using ModulePlaces = std::vector<ModulePlace>;
 
-// arguments: UTF-8, without the program's name. Appends what is to be printed to `output`.
+// arguments: UTF-8, without the program's name. Appends to `output`, for the caller to print. Returns an ExitCode.
 int RunRegister(const std::vector<std::string>& arguments, const CngCalls& calls, const ModulePlaces& places,
                 std::string* output);
 

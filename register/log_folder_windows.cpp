@@ -10,16 +10,16 @@ namespace {
 struct Level {
     const WCHAR* name;
     const WCHAR* access;
-    // Other products keep their folders beside ours: the list that is there stays.
+    // Other products have folders here too: an existing access list stays.
     bool shared;
 };
-// The log is for the system and the administrators, the folders above it are for everybody to pass through.
+// The log is for the system and administrators; everybody may traverse the folders above it.
 const WCHAR kPassThrough[] = TEXT("O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
 const WCHAR kClosed[] = TEXT("O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
 const Level kLevels[] = {
     {TEXT("Zandrel"), kPassThrough, true}, {TEXT("Kelvaro"), kPassThrough, false}, {TEXT("Logs"), kClosed, false}};
 
-// A folder itself, not what it may lead to.
+// Opens the folder itself, not the target of a link.
 class Folder {
   public:
     Folder(const WideText& path, DWORD rights)
@@ -58,7 +58,7 @@ static WideText DataFolder()
 {
     WCHAR path[MAX_PATH];
     if (SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, path) != S_OK)
-        throw RefusedStep("Windows does not name its folder for programs' data");
+        throw RefusedStep("Windows has no ProgramData folder");
     return path;
 }
 
@@ -70,14 +70,14 @@ static WideText LogFolder()
     return path;
 }
 
-// A folder that was there before.
+// For a folder that existed before.
 static void TakeOver(const WideText& path, const Level& level, const Access& access)
 {
     const Folder folder(path, READ_CONTROL | WRITE_DAC | WRITE_OWNER | FILE_READ_ATTRIBUTES);
     if (folder.get() == INVALID_HANDLE_VALUE)
         Check("opening " + Shown(path), GetLastError());
     if (!folder.IsPlain())
-        throw RefusedStep(Shown(path) + " is not a folder or leads elsewhere: remove it and try again");
+        throw RefusedStep(Shown(path) + " is not a folder, or is a link: remove it and try again");
     if (!IsOwnedByAdministrators(folder.get(), SE_FILE_OBJECT, Shown(path)))
         throw RefusedStep(Shown(path) + " belongs to an ordinary user: remove it and try again");
     if (!level.shared)
@@ -94,7 +94,7 @@ WideText PrepareLogFolder()
             continue;
         const DWORD error = GetLastError();
         if (error != ERROR_ALREADY_EXISTS)
-            Check("making " + Shown(path), error);
+            Check("creating " + Shown(path), error);
         TakeOver(path, level, access);
     }
     return path;
@@ -119,9 +119,9 @@ std::string DescribeLogFolder()
 {
     const WideText path = LogFolder();
     const Folder folder(path, READ_CONTROL);
-    const std::string name = "the folder for the log, " + Shown(path) + ",";
+    const std::string name = "the log folder, " + Shown(path) + ",";
     if (folder.get() == INVALID_HANDLE_VALUE)
-        return name + (HasLogFolder() ? " cannot be read\n" : " is not there\n");
+        return name + (HasLogFolder() ? " cannot be read\n" : " is missing\n");
     const bool open = IsOpenToUsers(folder.get(), SE_FILE_OBJECT, FILE_READ_DATA | FILE_ADD_FILE, name);
     return name + (open ? " can be used by ordinary users\n" : " is closed to ordinary users\n");
 }

@@ -1,4 +1,4 @@
-// The folder for the provider's log: Zandrel\Kelvaro\Logs below the machine's folder for programs' data.
+// The provider's log folder: Zandrel\Kelvaro\Logs below ProgramData.
 #pragma once
 
 #include "register/registration.h"
@@ -6,13 +6,13 @@
 
 namespace kelvaro_register {
 
-// Its path. Makes what is missing of it. Ordinary users may make folders in its parent's parent: one that they made, or
-// that leads elsewhere, is refused with RefusedStep.
+// Returns its path and creates what is missing of it. Ordinary users may create folders in ProgramData, so a folder of
+// theirs, or one that leads elsewhere, is refused with RefusedStep.
 WideText PrepareLogFolder();
 
 bool HasLogFolder();
 
-// Takes the empty ones of its folders away.
+// Removes its folders that are empty.
 void RemoveLogFolder();
 
 std::string DescribeLogFolder();

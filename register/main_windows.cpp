@@ -34,7 +34,7 @@ static ModulePlaces Places()
     const WORD native = NativeMachine();
     if (native == kMachineX86)
         return {{"32-bit programs", system, system, kMachineX86}};
-    // A 32-bit program sees the 64-bit folder under another name: its own System32 leads to SysWOW64.
+    // A 32-bit program sees the 64-bit folder as Sysnative: its System32 is redirected to SysWOW64.
     WideText seen = system;
     BOOL redirected = FALSE;
     if (IsWow64Process(GetCurrentProcess(), &redirected) && redirected)
@@ -61,7 +61,7 @@ static std::string StatusOfSettings()
     }
 }
 
-// The commands about settings and the log's folder; kUsage for any other.
+// The commands for settings and the log folder; returns kUsage for others.
 static int RunSettings(const std::string& command, std::string* output)
 {
     static constexpr struct {
@@ -95,14 +95,13 @@ static int RunRouter(const std::vector<std::string>& arguments, std::string* out
     const HMODULE bcrypt = LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     const char* const missing = bcrypt ? FindCngCalls(bcrypt, &calls) : "bcrypt.dll";
     if (missing) {
-        *output = std::string("this Windows lacks ") + missing + "\n";
+        *output = std::string("this version of Windows lacks ") + missing + "\n";
         return kRefused;
     }
     return RunRegister(arguments, calls, Places(), output);
 }
 
-// The installer doesn't show what a program prints, and takes the program away again when it fails: the reason goes to
-// the event log, too.
+// The installer hides what a program prints, and removes the program if it fails: so the event log gets the reason too.
 static void ReportFailure(const std::string& command, const std::string& output)
 {
     const HANDLE source = RegisterEventSourceW(nullptr, L"Kelvaro");
@@ -135,7 +134,7 @@ static int Run(const std::vector<std::string>& arguments)
 
 int wmain(int argc, wchar_t** argv)
 {
-    // Such DLLs as the system loads by their bare names are looked for in System32 alone.
+    // Load DLLs that are named without a path from System32 only.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> arguments;

@@ -8,7 +8,7 @@ namespace kelvaro_register {
 
 namespace fs = std::filesystem;
 
-// The fields of an image's header that matter here, by their published places.
+// Offsets in an image's header.
 constexpr size_t kDosHeaderSize = 64;
 constexpr size_t kOffsetOfHeader = 60;
 constexpr size_t kHeaderSize = 24;
@@ -38,7 +38,7 @@ static ModuleFile ReadHeader(std::istream& file, WORD wanted)
     return {machine == wanted ? ModuleFit::Fits : ModuleFit::WrongMachine, machine};
 }
 
-ModuleFile LookAtModule(const ModulePlace& place)
+ModuleFile InspectModule(const ModulePlace& place)
 {
     const fs::path path = fs::path(place.folder) / fs::path(WideText(kImage));
     std::error_code error;

@@ -1,4 +1,4 @@
-// The module's files: whether they stand where CNG looks for them, and whether programs of that place can load them.
+// The module's files: whether they are where CNG looks for them, and whether programs can load them.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ constexpr WORD kMachineX86 = 0x014C;
 constexpr WORD kMachineX64 = 0x8664;
 constexpr WORD kMachineArm64 = 0xAA64;
 
-// A folder in which the router of one kind of program looks.
+// The folder where one kind of program looks for the module.
 struct ModulePlace {
     std::string programs;  // "64-bit programs"
-    WideText folder;       // as this program must name it
-    WideText shownFolder;  // as everybody else names it
+    WideText folder;       // as this program must spell it
+    WideText shownFolder;  // as everybody else spells it
     WORD machine;          // what its programs can load
 };
 
@@ -27,10 +27,10 @@ struct ModuleFile {
     WORD machine = 0;  // for WrongMachine and Fits
 };
 
-// Reads the header of the module's file in that folder.
-ModuleFile LookAtModule(const ModulePlace& place);
+// Reads the header of the module in that folder.
+ModuleFile InspectModule(const ModulePlace& place);
 
-// "x64"; a number for a machine without a name here.
+// "x64"; a number for an unknown machine.
 std::string MachineName(WORD machine);
 
 }  // namespace kelvaro_register

@@ -121,8 +121,8 @@ static NTSTATUS RemoveListing(const CngCalls& calls)
                                                NCRYPT_KEY_STORAGE_ALGORITHM, kProviderName);
 }
 
-// Takes back what this install made. What stood there before stays: a replaced record cannot be had back.
-static void TakeBack(const CngCalls& calls, const InstallChanges& changes)
+// Undoes what this install did. A replaced record cannot be restored.
+static void RollBack(const CngCalls& calls, const InstallChanges& changes)
 {
     if (changes.listing == Change::Made)
         RemoveListing(calls);
@@ -142,7 +142,7 @@ InstallChanges InstallRegistration(const CngCalls& calls)
             changes.record = before.recorded ? Change::Replaced : Change::Made;
         }
         if (!before.listed) {
-            // Last, so that nobody's keys are looked for here before they are looked for where they were.
+            // At the bottom: other providers are asked for a key first, as before.
             Check("BCryptAddContextFunctionProvider",
                   calls.addContextFunctionProvider(CRYPT_LOCAL, CRYPT_DEFAULT_CONTEXT, NCRYPT_KEY_STORAGE_INTERFACE,
                                                    NCRYPT_KEY_STORAGE_ALGORITHM, kProviderName, CRYPT_PRIORITY_BOTTOM));
@@ -154,7 +154,7 @@ InstallChanges InstallRegistration(const CngCalls& calls)
         if (!after.listed)
             throw RefusedCall("BCryptEnumContextFunctionProviders", kStatusNotFound);
     } catch (const RefusedCall&) {
-        TakeBack(calls, changes);
+        RollBack(calls, changes);
         throw;
     }
     return changes;
@@ -162,7 +162,7 @@ InstallChanges InstallRegistration(const CngCalls& calls)
 
 UninstallChanges UninstallRegistration(const CngCalls& calls)
 {
-    // The listing goes first: a list that names a provider without a record makes the router stumble.
+    // The listing first: the router can't cope with a listed provider that has no record.
     const NTSTATUS listing = RemoveListing(calls);
     const NTSTATUS record = calls.unregisterProvider(kProviderName);
     if (!IsMissing(listing))

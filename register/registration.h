@@ -1,5 +1,5 @@
-// The provider's two entries in CNG's configuration: its record (name, image, interface), and its place in the list of
-// key storage providers that the router looks through. Both are the machine's, for 64-bit and 32-bit programs alike.
+// The provider's two entries in CNG's configuration: its record (name, image, interface), and its place in the router's list
+// of key storage providers. Both are machine-wide and serve 64-bit and 32-bit programs.
 #pragma once
 
 #include <exception>
@@ -12,7 +12,7 @@ namespace kelvaro_register {
 
 using WideText = std::basic_string<WCHAR>;
 
-extern const WCHAR kImage[];  // without a folder: the router looks in the system's
+extern const WCHAR kImage[];  // no path: the router looks in the system folder
 
 constexpr NTSTATUS kStatusAccessDenied = static_cast<NTSTATUS>(0xC0000022);
 constexpr NTSTATUS kStatusNameNotFound = static_cast<NTSTATUS>(0xC0000034);
@@ -32,10 +32,10 @@ class RefusedCall : public std::exception {
 };
 
 struct RegistrationState {
-    bool recorded = false;  // there is a record of the provider's name with the key storage interface
-    bool ours = false;      // and it is what an install makes
+    bool recorded = false;  // the provider has a record with the key storage interface
+    bool ours = false;      // and it is the one that install writes
     WideText image;         // the record's module
-    bool listed = false;    // the router looks for keys in it
+    bool listed = false;    // it is in the router's list
 };
 
 enum class Change { None, Made, Replaced };
@@ -52,10 +52,10 @@ struct UninstallChanges {
 
 // All three throw RefusedCall.
 RegistrationState ReadRegistration(const CngCalls& calls);
-// What is there already stays. A record that was made here is taken back when the listing is refused, or when the
-// configuration does not hold what it was given.
+// Leaves what is there already. Removes a new record if the listing is refused, or if reading the configuration back
+// shows something else.
 InstallChanges InstallRegistration(const CngCalls& calls);
-// Both entries are tried, whatever becomes of the other.
+// Tries to remove each entry even if the other fails.
 UninstallChanges UninstallRegistration(const CngCalls& calls);
 
 }  // namespace kelvaro_register

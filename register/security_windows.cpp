@@ -51,7 +51,7 @@ class Sid {
 };
 }  // namespace
 
-// Groups that ordinary users are in.
+// Groups of ordinary users.
 static constexpr std::initializer_list<const WCHAR*> kOrdinary = {
     TEXT("S-1-1-0"),       // Everyone
     TEXT("S-1-2-0"),       // local accounts
@@ -116,7 +116,7 @@ bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type, const std::stri
 bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const std::string& name)
 {
     const Found found(object, type, name);
-    // An object without a list is everybody's.
+    // Without an access list, everybody has access.
     if (!found.list)
         return true;
     for (DWORD at = 0; at < found.list->AceCount; ++at) {

@@ -10,16 +10,16 @@
 
 namespace kelvaro_register {
 
-// A step that Windows refused, or that would not be safe. The text says which and why, in UTF-8.
+// A step that Windows refused, or that would be unsafe. The text says which and why, in UTF-8.
 class RefusedStep : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// Throws RefusedStep when `error` is none of ERROR_SUCCESS.
+// Throws RefusedStep unless `error` is ERROR_SUCCESS.
 void Check(const std::string& step, DWORD error);
 
-// An owner and an access list that inherits nothing, from their text form.
+// An owner and an access list without inheritance, from their SDDL text.
 class Access {
   public:
     explicit Access(const WCHAR* text);
@@ -27,9 +27,9 @@ class Access {
     Access(const Access&) = delete;
     Access& operator=(const Access&) = delete;
 
-    // For an object that is made with it.
+    // To create an object with it.
     SECURITY_ATTRIBUTES* attributes() { return &attributes_; }
-    // For one that is there. A list that an administrator has cut off from inheritance stays as it is.
+    // For an existing object. An access list that an administrator protected from inheritance stays as it is.
     void Impose(HANDLE object, SE_OBJECT_TYPE type, const std::string& name) const;
 
   private:
@@ -37,10 +37,10 @@ class Access {
     SECURITY_ATTRIBUTES attributes_ = {};
 };
 
-// Whether the owner is the system, its installer, the administrators or whoever runs this.
+// Whether the owner is the system, TrustedInstaller, the administrators or the caller.
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type, const std::string& name);
 
-// Whether accounts without any special right have one of `rights`.
+// Whether ordinary accounts have any of `rights`.
 bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const std::string& name);
 
 }  // namespace kelvaro_register

@@ -9,7 +9,7 @@ static const WCHAR kParent[] = TEXT("Software\\Zandrel");
 static const WCHAR kSettings[] = TEXT("Kelvaro");
 static const WCHAR kSaved[] = TEXT("Kelvaro.saved");
 static const WCHAR kSavedSettings[] = TEXT("Settings");
-// Of the copy: whether it is whole, and what was there besides the settings.
+// Values of the copy: whether it is complete, and whether the log folder existed.
 static const WCHAR kComplete[] = TEXT("Complete");
 static const WCHAR kHadFolder[] = TEXT("HadFolder");
 
@@ -31,7 +31,7 @@ class Key {
     Key& operator=(const Key&) = delete;
 
     HKEY get() const { return key_; }
-    // For a call that opens it.
+    // For the call that opens it.
     HKEY* out()
     {
         Close();
@@ -65,7 +65,7 @@ static DWORD Make(HKEY parent, const WCHAR* name, REGSAM rights, SECURITY_ATTRIB
         RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, rights, access, key->out(), nullptr));
 }
 
-// Every key below one view's parent is of that view.
+// Every key below this one is of the same view.
 static void OpenParent(const View& view, Key* parent)
 {
     Check("opening " + NameOf(view), Make(HKEY_LOCAL_MACHINE, kParent, KEY_ALL_ACCESS | view.flag, nullptr, parent));
@@ -87,7 +87,7 @@ void PrepareSettings()
         Key parent;
         Key settings;
         OpenParent(view, &parent);
-        Check("making " + NameOf(view), Make(parent.get(), kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
+        Check("creating " + NameOf(view), Make(parent.get(), kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
         access.Impose(settings.get(), SE_REGISTRY_KEY, NameOf(view));
         SetWhereMissing(settings.get(), TEXT("LogfilePath"), folder);
         SetWhereMissing(settings.get(), TEXT("EventLog"), kEventSource);
@@ -195,7 +195,7 @@ std::string DescribeSettings()
         const LONG error = OpenSettings(view, &settings);
         text += NameOf(view);
         if (error == ERROR_FILE_NOT_FOUND)
-            text += " are not there\n";
+            text += " are missing\n";
         else if (error != ERROR_SUCCESS)
             text += " cannot be read: error " + std::to_string(error) + "\n";
         else if (IsOpenToUsers(settings.get(), SE_REGISTRY_KEY, KEY_QUERY_VALUE | KEY_SET_VALUE, NameOf(view)))

@@ -32,7 +32,7 @@ const Mode& FindMode(const std::string& name)
         if (name == mode.name)
             return mode;
     }
-    throw std::invalid_argument("no such certificate mode: " + name);
+    throw std::invalid_argument("unknown certificate mode: " + name);
 }
 
 }  // namespace
@@ -99,7 +99,7 @@ SslContext Authority::MakeContext(const std::string& name) const
     if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1 ||
         SSL_CTX_use_certificate(context.get(), certificate.get()) != 1 ||
         SSL_CTX_use_PrivateKey(context.get(), serverKey_.get()) != 1)
-        throw std::runtime_error("no TLS context");
+        throw std::runtime_error("cannot set up TLS");
     return context;
 }
 

@@ -1,4 +1,4 @@
-// The simulator's own certificate authority and the server certificates that it issues.
+// The simulator's certificate authority and the server certificates it issues.
 #pragma once
 
 #include <mutex>
@@ -10,16 +10,15 @@ namespace vaultsim {
 
 class Authority {
   public:
-    // Takes the authority of DIRECTORY/ca.pem and ca.key, or makes one and writes both. `rsa`: RSA keys in place of
-    // curve keys.
+    // Loads the authority from DIRECTORY/ca.pem and ca.key, or creates one and writes both. `rsa`: RSA instead of EC
+    // keys.
     Authority(const std::string& directory, bool rsa);
 
-    // TLS with the certificate of this mode: "good", "wrong-host", "unknown-root", "expired", "not-yet-valid".
-    // Throws std::invalid_argument for any other.
+    // Switches to the certificate of this mode: "good", "wrong-host", "unknown-root", "expired", "not-yet-valid".
+    // Throws std::invalid_argument for others.
     void Select(const std::string& mode);
 
-    // The context of the mode selected last. Each has ticket keys of its own, so that no session outlives its
-    // certificate.
+    // The context of the selected mode. Each has its own ticket keys, so that no session outlives its certificate.
     SslContext Current() const;
 
   private:

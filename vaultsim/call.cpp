@@ -130,7 +130,7 @@ std::string FormatHead(const Answer& answer, bool close)
     std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " " + Reason(answer.status) + "\r\n";
     for (const std::string& line : answer.headerLines)
         head += line + "\r\n";
-    // A 204 has no entity and therefore no length.
+    // A 204 has no body and therefore no length.
     if (answer.status != 204 && !HeaderValue(answer.headerLines, "Content-Length"))
         head += "Content-Length: " + std::to_string(answer.body.size()) + "\r\n";
     if (close)

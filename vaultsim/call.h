@@ -1,4 +1,4 @@
-// One request as it came, and the answer to it.
+// A request as received, and the answer to it.
 #pragma once
 
 #include <map>
@@ -14,7 +14,7 @@ struct Call {
     std::string requestLine;
     std::string method;
     std::string target;                    // as on the request line
-    std::vector<std::string> headerLines;  // in order, without CR LF
+    std::vector<std::string> headerLines;  // in order, without CRLF
     std::string body;
 
     // Derived from the above.
@@ -29,19 +29,19 @@ struct Call {
 struct Answer {
     int status = 200;
     std::string body;
-    std::vector<std::string> headerLines;  // "Content-Type" among them; the length is added on the way out
+    std::vector<std::string> headerLines;  // includes Content-Type; FormatHead adds the length
 };
 
-// The value of the header line `name` among `lines`, without the blanks around it.
+// The trimmed value of the header `name` in `lines`.
 std::optional<std::string> HeaderValue(const std::vector<std::string>& lines, std::string_view name);
 
-// Reads a request head, the blank line behind it not included. Nothing where it is no HTTP/1.1 request.
+// Parses a request head without the blank line that ends it. Nothing if it isn't an HTTP/1.1 request.
 std::optional<Call> ParseHead(std::string_view head);
 
-// Sets `line` in place of a header line of the same name.
+// Sets a header line, replacing those of the same name.
 void SetHeader(Answer& answer, const std::string& line);
 
-// The answer's head as sent, the blank line included.
+// The answer's head as sent, with the blank line.
 std::string FormatHead(const Answer& answer, bool close);
 
 }  // namespace vaultsim

@@ -1,7 +1,6 @@
 #include "vaultsim/certificates.h"
 
 #include "vaultsim/base64url.h"
-#include "vaultsim/listing.h"
 #include "vaultsim/x509.h"
 
 namespace vaultsim {
@@ -11,7 +10,12 @@ namespace {
 std::string Url(const Vault& vault, const char* collection, const CertificateObject& certificate,
                 const std::string& rest)
 {
-    return "https://" + vault.host + "/" + collection + "/" + certificate.name + rest;
+    return vault.Url(std::string("/") + collection + "/" + certificate.name + rest);
+}
+
+std::string Thumbprint(const CertificateVersion& version)
+{
+    return ToBase64Url(Hash("SHA1", version.der));
 }
 
 Json PolicyJson(const Vault& vault, const CertificateObject& certificate)
@@ -23,32 +27,9 @@ Json PolicyJson(const Vault& vault, const CertificateObject& certificate)
     return policy;
 }
 
-Json CertificateItem(const Vault& vault, const CertificateObject& certificate)
-{
-    const CertificateVersion& version = certificate.Current();
-    Json item = {{"id", Url(vault, "certificates", certificate, "")}};
-    if (!version.der.empty())
-        item["x5t"] = ToBase64Url(Hash("SHA1", version.der));
-    item["attributes"] = version.attributes.ToJson();
-    if (!version.tags.empty())
-        item["tags"] = version.tags;
-    return item;
-}
-
-const CertificateVersion& FindVersion(const CertificateObject& certificate, const std::string& version)
-{
-    if (version.empty())
-        return certificate.Current();
-    for (const CertificateVersion& candidate : certificate.versions) {
-        if (EqualsNoCase(candidate.version, version))
-            return candidate;
-    }
-    throw CertificateNotFound(certificate.name + "/" + version);
-}
-
 }  // namespace
 
-Refusal CertificateNotFound(const std::string& name)
+Refusal Certificates::Missing(const std::string& name)
 {
     return NotFound("CertificateNotFound",
                     "A certificate with (name/id) " + name +
@@ -56,42 +37,41 @@ Refusal CertificateNotFound(const std::string& name)
                         "recover it using the correct recovery command.");
 }
 
-Json CertificateBundle(const Vault& vault, const CertificateObject& certificate, const CertificateVersion& version)
+Json Certificates::Bundle(const Vault& vault, const CertificateObject& certificate, const CertificateVersion& version)
 {
     const std::string rest = "/" + version.version;
     Json bundle = {{"id", Url(vault, "certificates", certificate, rest)}};
     if (!version.der.empty()) {
         bundle["kid"] = Url(vault, "keys", certificate, rest);
         bundle["sid"] = Url(vault, "secrets", certificate, rest);
-        bundle["x5t"] = ToBase64Url(Hash("SHA1", version.der));
+        bundle["x5t"] = Thumbprint(version);
         bundle["cer"] = ToBase64(version.der);
     }
-    bundle["attributes"] = version.attributes.ToJson();
-    if (!version.tags.empty())
-        bundle["tags"] = version.tags;
+    version.AddTo(bundle);
     bundle["policy"] = PolicyJson(vault, certificate);
     if (certificate.pending)
         bundle["pending"] = {{"id", Url(vault, "certificates", certificate, "/pending")}};
     return bundle;
 }
 
-Answer GetCertificate(const VaultRequest& request)
+Json Certificates::Item(const Vault& vault, const CertificateObject& certificate)
 {
-    const std::string& name = request.Name();
-    const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    const auto certificate = request.vault->certificates.find(name);
-    if (certificate == request.vault->certificates.end())
-        throw CertificateNotFound(name);
-    const std::string version = request.call.segments.size() > 2 ? request.call.segments[2] : "";
-    return JsonAnswer(
-        200, CertificateBundle(*request.vault, certificate->second, FindVersion(certificate->second, version)));
+    const CertificateVersion& version = certificate.Current();
+    Json item = {{"id", Url(vault, "certificates", certificate, "")}};
+    if (!version.der.empty())
+        item["x5t"] = Thumbprint(version);
+    version.AddTo(item);
+    return item;
 }
 
-Answer ListCertificates(const VaultRequest& request)
+void Certificates::Detach(Vault& vault, Deleted<CertificateObject>& deleted)
 {
-    const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    return ListPage(request, request.vault->certificates,
-                    [&](const CertificateObject& certificate) { return CertificateItem(*request.vault, certificate); });
+    deleted.object.pending.reset();
+    const auto key = vault.keys.find(deleted.object.name);
+    if (key == vault.keys.end())
+        return;
+    deleted.managedKey = std::move(key->second);
+    vault.keys.erase(key);
 }
 
 }  // namespace vaultsim

@@ -26,7 +26,7 @@ Connection::~Connection()
         SSL_shutdown(ssl_.get());
     ERR_clear_error();
     shutdown(socket_, SHUT_WR);
-    // Closing a socket with unread bytes would reset the connection and could take the answer with it.
+    // Closing a socket with unread bytes would reset the connection, and the answer could be lost.
     char rest[4096];
     while (recv(socket_, rest, sizeof rest, MSG_DONTWAIT) > 0) {
     }

@@ -1,4 +1,4 @@
-// One connection, with or without TLS.
+// One connection, with or without TLS. By hand, and not cpp-httplib's, because faults break it at any byte.
 #pragma once
 
 #include <string>
@@ -10,16 +10,16 @@ namespace vaultsim {
 
 class Connection {
   public:
-    // Takes the socket over. `context` null: no TLS.
+    // Takes ownership of the socket. `context` null: no TLS.
     Connection(int socket, SslContext context);
-    ~Connection();  // closes in order, so that what has been written arrives
+    ~Connection();  // closes gracefully: what was written arrives
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     bool Handshake();                // blocks; true at once without TLS
-    bool Read(std::string& buffer);  // adds what has come; blocks until something has. False at the end
+    bool Read(std::string& buffer);  // appends what arrives; blocks until something does. False at the end
     bool Write(std::string_view bytes);
-    void Reset() { reset_ = true; }  // the peer will see a broken connection in place of an orderly end
+    void Reset() { reset_ = true; }  // the destructor will reset the connection
 
   private:
     int socket_;

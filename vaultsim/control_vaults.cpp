@@ -48,7 +48,7 @@ Json Names(const Map& objects)
     return names;
 }
 
-// Kind of key by the members kty, size and crv.
+// From the members kty, size and crv.
 KeyKind KindOf(const Json& body)
 {
     const std::string kty = body.value("kty", "RSA");
@@ -58,7 +58,7 @@ KeyKind KindOf(const Json& body)
     kind.bits = body.value("size", 2048);
     const Curve* curve = FindCurve(body.value("crv", "P-256"));
     if (!curve || (!kind.rsa && kty.substr(0, 2) != "EC"))
-        throw std::invalid_argument("no such kind of key");
+        throw std::invalid_argument("unknown kind of key");
     kind.curve = curve->name;
     return kind;
 }
@@ -66,14 +66,13 @@ KeyKind KindOf(const Json& body)
 std::string CheckName(const std::string& name)
 {
     if (!IsValidName(name))
-        throw std::invalid_argument("no name of a vault object: " + name);
+        throw std::invalid_argument("not a valid name: " + name);
     return name;
 }
 
 Attributes AttributesOf(const Json& body)
 {
     Attributes attributes;
-    attributes.created = attributes.updated = Now();
     attributes.enabled = body.value("enabled", true);
     if (body.contains("nbf"))
         attributes.notBefore = body.at("nbf").get<int64_t>();
@@ -85,25 +84,15 @@ Attributes AttributesOf(const Json& body)
 KeyVersion VersionOf(const Json& body, Pkey material)
 {
     KeyVersion version;
-    version.version = NewVersion();
+    version.version = RandomHex(32);
     version.hardware = KindOf(body).hardware;
     version.leadingZero = body.value("leadingZero", false);
     const bool rsa = IsRsa(material.get());
     version.material = std::move(material);
-    version.operations =
-        std::make_shared<const std::vector<std::string>>(body.value("key_ops", DefaultOperations(rsa)));
+    version.operations = MakeOperations(body.value("key_ops", DefaultOperations(rsa)));
     version.attributes = AttributesOf(body);
     version.tags = body.value("tags", Tags());
     return version;
-}
-
-void PutVersion(Vault& vault, const std::string& name, bool managed, const KeyVersion& version)
-{
-    KeyObject& key = vault.keys[name];
-    if (key.versions.empty())
-        key.name = name;
-    key.managed = managed;
-    key.versions.push_back(version);
 }
 
 std::string SeedName(const Json& body, const char* prefix, size_t index)
@@ -137,15 +126,9 @@ void PutCertificate(Vault& vault, const std::string& name, const Json& body, X50
     Policy policy = ReadPolicy(vault, properties);
     policy.json["key_props"]["kty"] = key.kty();
     if (!body.contains("key_ops"))
-        key.operations = std::make_shared<const std::vector<std::string>>(OperationsOf(policy, IsRsa(material.get())));
-
-    CertificateObject& certificate = vault.certificates[name];
-    if (certificate.versions.empty())
-        certificate.name = name;
-    certificate.versions.push_back(version);
-    certificate.policy = policy.json;
-    certificate.policyUpdated = Now();
-    PutVersion(vault, name, true, key);
+        key.operations = MakeOperations(OperationsOf(policy, IsRsa(material.get())));
+    vault.AddCertificateVersion(name, std::move(version), policy.json);
+    vault.AddKeyVersion(name, true, std::move(key));
 }
 
 }  // namespace
@@ -182,7 +165,7 @@ Json AddKey(Vault& vault, const Json& body)
     Pkey material = body.contains("pem") ? KeyFromPem(body.at("pem").get<std::string>()) : MakeMaterial(KindOf(body));
     const KeyVersion version = VersionOf(body, std::move(material));
     const std::lock_guard<std::mutex> lock(vault.mutex);
-    PutVersion(vault, name, false, version);
+    vault.AddKeyVersion(name, false, version);
     return {{"name", name}, {"version", version.version}};
 }
 
@@ -194,9 +177,9 @@ Json SeedKeys(Vault& vault, const Json& body)
     for (size_t i = 0; i < count; i++) {
         if (i > 0 && !share)
             version.material = MakeMaterial(KindOf(body));
-        version.version = NewVersion();
+        version.version = RandomHex(32);
         const std::lock_guard<std::mutex> lock(vault.mutex);
-        PutVersion(vault, SeedName(body, "key-", i), false, version);
+        vault.AddKeyVersion(SeedName(body, "key-", i), false, version);
     }
     return {{"keys", count}};
 }
@@ -208,7 +191,7 @@ Json AddCertificates(Vault& vault, const Json& body)
     const Pkey material = pem.empty() ? MakeMaterial(KindOf(body)) : KeyFromPem(pem);
     const X509Ptr given(pem.empty() ? nullptr : CertificateFromPem(pem).release());
     if (!pem.empty() && (!given || !SamePublicKey(X509_get0_pubkey(given.get()), material.get())))
-        throw std::invalid_argument("the PEM text has no certificate of its key");
+        throw std::invalid_argument("the PEM text has no certificate for its key");
     const bool share = body.value("shareCertificate", false);
     X509Ptr made;
     for (size_t i = 0; i < count; i++) {

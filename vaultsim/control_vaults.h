@@ -1,4 +1,4 @@
-// What the control interface does to the content of a vault.
+// What the control interface can do to a vault's content.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace vaultsim {
 
-// All of them lock the vault themselves and throw std::exception for what cannot be.
+// All of them lock the vault and throw std::exception for what isn't possible.
 Json DescribeVault(Vault& vault);
 Pkey CurrentKey(Vault& vault, const std::string& name);
 
 // {"name","kty","size","crv","key_ops","tags","enabled","nbf","exp","pem","leadingZero"}: a new version of the key.
 Json AddKey(Vault& vault, const Json& body);
-// {"keys","prefix","kty","size","crv","tags","shareMaterial"}: PREFIX000000 and on.
+// {"keys","prefix","kty","size","crv","tags","shareMaterial"}: PREFIX000000 and up.
 Json SeedKeys(Vault& vault, const Json& body);
 // {"name","pem","subject","kty","size","crv","tags","enabled"} or {"count","prefix",..}: merged certificates with their
 // keys.

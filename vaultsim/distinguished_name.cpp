@@ -64,7 +64,7 @@ int TypeOf(std::string name)
     return known != NID_undef ? known : OBJ_create(name.c_str(), nullptr, nullptr);
 }
 
-// A value ends at "," ";" or "+" outside quotes; inside quotes two quotes stand for one.
+// A value ends at "," ";" or "+" outside quotes; inside quotes, two quotes mean one.
 std::optional<std::string> ReadValue(const std::string& text, size_t& at)
 {
     std::string value;

@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMostHead = 64 * 1024;
 constexpr size_t kMostBody = 16 * 1024 * 1024;
 
-// Thrown for what is no request that a service could be asked with.
+// Thrown for a request that no service would get to see.
 struct BadRequest {
     Call call;
     int status;
@@ -47,8 +47,7 @@ Endpoint::~Endpoint()
     gone_.wait(lock, [this] { return threads_ == 0; });
 }
 
-// A thread that has served one connection waits for the next: OpenSSL seeds a random generator for each new thread,
-// which takes as long as a short handshake.
+// Threads are reused: OpenSSL seeds a random generator for each new one, which takes as long as a short handshake.
 void Endpoint::Accepted(int socket)
 {
     context_.counts.connections++;
@@ -111,7 +110,7 @@ void Endpoint::Talk(Connection& connection)
     }
 }
 
-// The next request of the connection; what came behind it stays in `buffer`. Nothing at the end of the connection.
+// The connection's next request; what follows it stays in `buffer`. Nothing at the end of the connection.
 // Throws BadRequest.
 std::optional<Call> Endpoint::ReadCall(Connection& connection, std::string& buffer)
 {
@@ -149,7 +148,7 @@ std::optional<Call> Endpoint::ReadCall(Connection& connection, std::string& buff
     return call;
 }
 
-// Whether the connection goes on.
+// True if the connection stays open.
 bool Endpoint::Exchange(Connection& connection, const Call& call)
 {
     context_.counts.requests++;

@@ -1,4 +1,5 @@
-// One listener with its connections: reads requests, has them answered, and does to the answers what the faults say.
+// A listener and its connections: reads requests, gets their answers from a handler, and applies faults to them.
+// By hand, and not cpp-httplib's server, because the journal has every byte of a head and faults break any part of it.
 #pragma once
 
 #include <condition_variable>
@@ -19,10 +20,10 @@
 
 namespace vaultsim {
 
-// What all listeners share.
+// What all endpoints share.
 struct EndpointContext {
     std::string address;
-    bool closing;  // each connection with TLS is closed after its first answer
+    bool closing;  // close each TLS connection after its first answer
     Journal& journal;
     Counts& counts;
     Faults& faults;
@@ -33,9 +34,9 @@ class Endpoint {
   public:
     using Handler = std::function<Answer(const Call&)>;
 
-    // `authority` null: no TLS. `handler` runs on the connection's thread, many at a time.
+    // `authority` null: no TLS. `handler` runs on many threads at a time.
     Endpoint(std::string name, int port, const Authority* authority, EndpointContext context, Handler handler);
-    ~Endpoint();  // breaks the connections that are open
+    ~Endpoint();  // breaks open connections
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
 
@@ -60,10 +61,10 @@ class Endpoint {
     std::mutex mutex_;
     std::condition_variable work_;
     std::condition_variable gone_;
-    std::set<int> open_;       // sockets that may be broken from outside
-    std::queue<int> waiting_;  // those that no thread has taken yet
+    std::set<int> open_;       // sockets that the destructor may shut down
+    std::queue<int> waiting_;  // sockets without a thread yet
     size_t threads_ = 0;
-    size_t idle_ = 0;  // of them, those that wait for a connection
+    size_t idle_ = 0;  // threads that wait for a connection
     bool ending_ = false;
     std::unique_ptr<Listener> listener_;
 };

@@ -1,4 +1,4 @@
-// The two managed identity services: instance metadata of a virtual machine, and the agent of an Arc machine.
+// The two managed identity services: a virtual machine's instance metadata, and an Arc machine's agent.
 #pragma once
 
 #include <map>

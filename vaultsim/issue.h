@@ -1,4 +1,4 @@
-// Certificates as an authority outside of the vault issues them, for the control interface.
+// Certificates from an authority outside the vault, for the control interface.
 #pragma once
 
 #include "vaultsim/vault.h"
@@ -6,8 +6,8 @@
 namespace vaultsim {
 
 // {"key","subject","dnsNames","notBefore","notAfter","size"}: a certificate of the named key's current version, or
-// without "key" of a new P-256 key; "size" is that of the DER form. {"pem","der","thumbprint"}, in "pem" the new key
-// too. Throws std::exception for what cannot be.
+// without "key" of a new P-256 key; "size" is that of the DER form. Returns {"pem","der","thumbprint","hash"}; "pem"
+// has the new key too. Throws std::exception for what isn't possible.
 Json IssueCertificate(Vault& vault, const Json& body);
 
 }  // namespace vaultsim

@@ -1,4 +1,4 @@
-// What has come in, in order, and how often.
+// The requests received, in order, and counters.
 #pragma once
 
 #include <atomic>
@@ -14,10 +14,10 @@ namespace vaultsim {
 
 class Journal {
   public:
-    // Stands in the journal before the first byte of the answer goes out. `fault` empty: none. status 0: no answer.
+    // Call it before the first byte of the answer is sent. `fault` empty: none. status 0: no answer.
     void Add(const Call& call, int status, const std::string& fault);
     void Clear();
-    Json Read(uint64_t since) const;  // the entries behind that sequence number
+    Json Read(uint64_t since) const;  // the entries after that sequence number
 
   private:
     struct Entry {
@@ -38,7 +38,7 @@ struct Counts {
     std::atomic<uint64_t> tlsHandshakes{0};
     std::atomic<uint64_t> failedHandshakes{0};
     std::atomic<uint64_t> requests{0};
-    std::atomic<uint64_t> signIns{0};  // tokens given out, by whichever service
+    std::atomic<uint64_t> signIns{0};  // tokens issued by any of the services
 
     Json Read() const;
     void Clear();

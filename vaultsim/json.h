@@ -1,4 +1,4 @@
-// JSON with its members in the order of the service.
+// JSON that keeps its members in the service's order.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -15,7 +15,7 @@ struct Curve {
     int bits;
 };
 
-const Curve* FindCurve(const std::string& name);  // null where there is none
+const Curve* FindCurve(const std::string& name);  // null if there is none
 const Curve* CurveOf(const EVP_PKEY* key);        // null for an RSA key
 bool IsRsa(const EVP_PKEY* key);
 int RsaBits(const EVP_PKEY* key);
@@ -24,7 +24,7 @@ int RsaBits(const EVP_PKEY* key);
 Pkey GenerateRsa(int bits);
 Pkey GenerateEc(const Curve& curve);
 
-// A private key, or where there is none a public key or the key of a certificate, from PEM text. Throws
+// The private key in a PEM text or, failing that, its public key or the key of its certificate. Throws
 // std::runtime_error.
 Pkey KeyFromPem(const std::string& pem);
 std::string PublicPem(EVP_PKEY* key);

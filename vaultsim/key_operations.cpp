@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "vaultsim/base64url.h"
+#include "vaultsim/deletion.h"
 #include "vaultsim/key_material.h"
 #include "vaultsim/keys.h"
 #include "vaultsim/refusal.h"
@@ -88,16 +89,12 @@ Json Verify(const OperationKey& key, const Json& body)
     return {{"value", VerifyDigest(key.material.get(), algorithm, digest, ReadBytes(body, "value"))}};
 }
 
-Json EncryptValue(const OperationKey& key, const Json& body)
+template <auto Transform>
+Json TransformValue(const OperationKey& key, const Json& body)
 {
     const EncryptionAlgorithm& algorithm = EncryptionAlgorithmFor(key, body);
-    return {{"kid", key.kid}, {"value", ToBase64Url(Encrypt(key.material.get(), algorithm, ReadBytes(body, "value")))}};
-}
-
-Json DecryptValue(const OperationKey& key, const Json& body)
-{
-    const EncryptionAlgorithm& algorithm = EncryptionAlgorithmFor(key, body);
-    return {{"kid", key.kid}, {"value", ToBase64Url(Decrypt(key.material.get(), algorithm, ReadBytes(body, "value")))}};
+    return {{"kid", key.kid},
+            {"value", ToBase64Url(Transform(key.material.get(), algorithm, ReadBytes(body, "value")))}};
 }
 
 struct OperationRow {
@@ -110,8 +107,8 @@ struct OperationRow {
 constexpr OperationRow kOperations[] = {
     {"sign", true, true, Sign},
     {"verify", false, false, Verify},
-    {"encrypt", false, true, EncryptValue},
-    {"decrypt", true, false, DecryptValue},
+    {"encrypt", false, true, TransformValue<Encrypt>},
+    {"decrypt", true, false, TransformValue<Decrypt>},
 };
 
 const OperationRow& FindOperation(const Call& call)
@@ -137,18 +134,16 @@ void CheckPermitted(const OperationRow& operation, const KeyVersion& version)
         throw Forbidden("Operation " + name + " is not allowed on a key that is not yet valid.", "KeyNotYetValid");
 }
 
-// The key of the request, when its state permits the operation.
+// The key of the request; throws a Refusal if its state forbids the operation.
 OperationKey TakeKey(const VaultRequest& request, const OperationRow& operation)
 {
     const std::string& name = request.Name();
     Vault& vault = *request.vault;
     const std::lock_guard<std::mutex> lock(vault.mutex);
-    const auto key = vault.keys.find(name);
-    if (key == vault.keys.end())
-        throw KeyNotFound(name);
-    const KeyVersion& version = FindVersion(key->second, request.call.segments[2]);
+    const KeyObject& key = FindObject<Keys>(vault, name);
+    const KeyVersion& version = FindVersion<Keys>(key, request.call.segments[2]);
     CheckPermitted(operation, version);
-    return {request.Url("/keys/" + key->second.name + "/" + version.version), version.material};
+    return {vault.Url("/keys/" + key.name + "/" + version.version), version.material};
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include "vaultsim/deletion.h"
 #include "vaultsim/key_material.h"
-#include "vaultsim/listing.h"
 
 namespace vaultsim {
 
@@ -25,20 +24,9 @@ std::vector<std::string> ReadOperations(const Json& body, bool rsa)
     return operations;
 }
 
-Json KeyItem(const Vault& vault, const KeyObject& key)
-{
-    const KeyVersion& version = key.versions.back();
-    Json item = {{"kid", "https://" + vault.host + "/keys/" + key.name}, {"attributes", version.attributes.ToJson()}};
-    if (!version.tags.empty())
-        item["tags"] = version.tags;
-    if (key.managed)
-        item["managed"] = true;
-    return item;
-}
-
 }  // namespace
 
-Refusal KeyNotFound(const std::string& name)
+Refusal Keys::Missing(const std::string& name)
 {
     return NotFound("KeyNotFound", "A key with (name/id) " + name +
                                        " was not found in this key vault. If you recently deleted this key you may be "
@@ -82,29 +70,32 @@ std::vector<std::string> DefaultOperations(bool rsa)
                : std::vector<std::string>{"sign", "verify"};
 }
 
-Json KeyBundle(const Vault& vault, const KeyObject& key, const KeyVersion& version)
+Json Keys::Bundle(const Vault& vault, const KeyObject& key, const KeyVersion& version)
 {
-    Json jwk = {{"kid", "https://" + vault.host + "/keys/" + key.name + "/" + version.version},
+    Json jwk = {{"kid", vault.Url("/keys/" + key.name + "/" + version.version)},
                 {"kty", version.kty()},
                 {"key_ops", *version.operations}};
     AddPublicMembers(jwk, version.material.get(), version.leadingZero);
-    Json bundle = {{"key", jwk}, {"attributes", version.attributes.ToJson()}};
-    if (!version.tags.empty())
-        bundle["tags"] = version.tags;
+    Json bundle = {{"key", jwk}};
+    version.AddTo(bundle);
     if (key.managed)
         bundle["managed"] = true;
     return bundle;
 }
 
-const KeyVersion& FindVersion(const KeyObject& key, const std::string& version)
+Json Keys::Item(const Vault& vault, const KeyObject& key)
 {
-    if (version.empty())
-        return key.versions.back();
-    for (const KeyVersion& candidate : key.versions) {
-        if (EqualsNoCase(candidate.version, version))
-            return candidate;
-    }
-    throw KeyNotFound(key.name + "/" + version);
+    Json item = {{"kid", vault.Url("/keys/" + key.name)}};
+    key.Current().AddTo(item);
+    if (key.managed)
+        item["managed"] = true;
+    return item;
+}
+
+void Keys::Detach(Vault&, Deleted<KeyObject>& deleted)
+{
+    if (deleted.object.managed)
+        throw Forbidden("Operation delete is not allowed on a key that is managed by a certificate.");
 }
 
 Answer CreateKey(const VaultRequest& request)
@@ -113,40 +104,19 @@ Answer CreateKey(const VaultRequest& request)
     const Json body = request.Body();
     const KeyKind kind = ReadKeyKind(*request.vault, body);
     KeyVersion version;
-    version.version = NewVersion();
+    version.version = RandomHex(32);
     version.hardware = kind.hardware;
-    version.operations = std::make_shared<const std::vector<std::string>>(ReadOperations(body, kind.rsa));
-    version.attributes.created = version.attributes.updated = Now();
+    version.operations = MakeOperations(ReadOperations(body, kind.rsa));
     ReadAttributes(body, version.attributes);
     version.tags = ReadTags(body);
     version.material = MakeMaterial(kind);
 
     const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    RequireFreeKeyName(*request.vault, name);
+    RequireFreeName<Keys>(*request.vault, name);
     if (request.vault->certificates.count(name) > 0)
         throw Conflict("Key " + name + " is managed by a certificate and cannot be created.");
-    KeyObject& key = request.vault->keys[name];
-    if (key.versions.empty())
-        key.name = name;
-    key.versions.push_back(version);
-    return JsonAnswer(200, KeyBundle(*request.vault, key, key.versions.back()));
-}
-
-Answer GetKey(const VaultRequest& request)
-{
-    const std::string& name = request.Name();
-    const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    const auto key = request.vault->keys.find(name);
-    if (key == request.vault->keys.end())
-        throw KeyNotFound(name);
-    const std::string version = request.call.segments.size() > 2 ? request.call.segments[2] : "";
-    return JsonAnswer(200, KeyBundle(*request.vault, key->second, FindVersion(key->second, version)));
-}
-
-Answer ListKeys(const VaultRequest& request)
-{
-    const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    return ListPage(request, request.vault->keys, [&](const KeyObject& key) { return KeyItem(*request.vault, key); });
+    const KeyObject& key = request.vault->AddKeyVersion(name, false, version);
+    return JsonAnswer(200, Keys::Bundle(*request.vault, key, version));
 }
 
 }  // namespace vaultsim

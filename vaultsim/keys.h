@@ -1,4 +1,4 @@
-// Keys of a vault: creation, reading, listing.
+// Keys of a vault.
 #pragma once
 
 #include "vaultsim/refusal.h"
@@ -6,7 +6,7 @@
 
 namespace vaultsim {
 
-// What a request for a new key asks for, be it a key or the policy of a certificate.
+// What kind of key a request asks for: one for a key, or the policy of a certificate.
 struct KeyKind {
     bool rsa = true;
     bool hardware = false;
@@ -14,19 +14,25 @@ struct KeyKind {
     const char* curve = nullptr;  // otherwise
 };
 
-// Throws a Refusal for a kind that the service has not, and for a hardware key of a standard vault.
+// Throws a Refusal for a kind that the service doesn't offer, and for a hardware key in a standard vault.
 KeyKind ReadKeyKind(const Vault& vault, const Json& object);
 Pkey MakeMaterial(const KeyKind& kind);
 std::vector<std::string> DefaultOperations(bool rsa);
 
-// These two are called with the vault locked.
-Json KeyBundle(const Vault& vault, const KeyObject& key, const KeyVersion& version);
-const KeyVersion& FindVersion(const KeyObject& key, const std::string& version);  // empty: the current one
+// What is particular to keys: see deletion.h.
+struct Keys {
+    using Object = KeyObject;
+    using Version = KeyVersion;
+    static constexpr char kWord[] = "Key";
+    static constexpr char kArea[] = "deletedkeys";
+    static ByName<KeyObject>& Live(Vault& vault) { return vault.keys; }
+    static ByName<Deleted<KeyObject>>& Area(Vault& vault) { return vault.deletedKeys; }
+    static Refusal Missing(const std::string& name);
+    static Json Bundle(const Vault& vault, const KeyObject& key, const KeyVersion& version);
+    static Json Item(const Vault& vault, const KeyObject& key);
+    static void Detach(Vault& vault, Deleted<KeyObject>& deleted);
+};
 
 Answer CreateKey(const VaultRequest& request);
-Answer GetKey(const VaultRequest& request);
-Answer ListKeys(const VaultRequest& request);
-
-Refusal KeyNotFound(const std::string& name);
 
 }  // namespace vaultsim

@@ -74,7 +74,7 @@ void Listener::Down()
     if (!thread_.joinable())
         return;
     StopAccepting();
-    // A bound socket that doesn't listen: it refuses connections and keeps the port from others.
+    // A socket that is bound but doesn't listen refuses connections and keeps others off the port.
     close(socket_);
     socket_ = Bind();
 }

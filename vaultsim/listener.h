@@ -1,4 +1,4 @@
-// A listening socket with a thread that accepts.
+// A listening socket and the thread that accepts its connections.
 #pragma once
 
 #include <functional>
@@ -10,8 +10,8 @@ namespace vaultsim {
 
 class Listener {
   public:
-    // address: an IPv4 address in digits. port 0: the kernel's choice. `accepted` gets the socket and owns it; it must
-    // not block. Throws std::system_error.
+    // address: an IPv4 address in digits. port 0: any free port. `accepted` owns the socket that it gets and must not
+    // block. Throws std::system_error.
     Listener(const std::string& address, int port, std::function<void(int)> accepted);
     ~Listener();
     Listener(const Listener&) = delete;
@@ -19,7 +19,7 @@ class Listener {
 
     int port() const { return port_; }
     void Up();    // no effect when up
-    void Down();  // connections are refused at once; the port stays ours. Returns when no more are accepted
+    void Down();  // refuses connections but keeps the port; when it returns, none is accepted any more
 
   private:
     int Bind() const;

@@ -8,20 +8,20 @@
 
 namespace vaultsim {
 
-// Where a page begins and how long it is.
+// Where a page starts and how long it is.
 struct PageRequest {
-    std::string after;  // the name that the page before ended with; empty: from the start
+    std::string after;  // the last name of the previous page; empty: from the start
     size_t number = 1;  // of the page
-    size_t size = 0;    // may be 0 for a page that has no items
+    size_t size = 0;    // 0 for a page without items
     std::string maxResults;
 };
 
-// Reads `maxresults` and `$skiptoken`; throws a Refusal where they are wrong.
+// Reads `maxresults` and `$skiptoken`; throws a Refusal if they are wrong.
 PageRequest ReadPage(const VaultRequest& request);
 // https://HOST:443/COLLECTION?api-version=V&$skiptoken=TOKEN
 std::string NextLink(const VaultRequest& request, const PageRequest& page, const std::string& last);
 
-// A page of `objects`, which the caller has locked, each as the JSON that `item` makes of it.
+// A page of `objects`, which the caller has locked; `item` makes the JSON of each.
 template <class Object, class Item>
 Answer ListPage(const VaultRequest& request, const ByName<Object>& objects, Item item)
 {

@@ -22,7 +22,7 @@ Refusal PendingNotFound(const std::string& name)
 Json PendingJson(const VaultRequest& request, const CertificateObject& certificate)
 {
     const PendingOperation& pending = *certificate.pending;
-    const std::string url = request.Url("/certificates/" + certificate.name);
+    const std::string url = request.vault->Url("/certificates/" + certificate.name);
     Json json = {{"id", url + "/pending"},
                  {"issuer", {{"name", "Unknown"}}},
                  {"csr", ToBase64(pending.request)},
@@ -44,7 +44,7 @@ bool IsOfKind(const KeyVersion& key, const KeyKind& kind)
     return kind.rsa ? RsaBits(material) == kind.bits : std::string(CurveOf(material)->name) == kind.curve;
 }
 
-// The policy speaks of the key that is kept.
+// Makes the policy describe the key that is kept.
 void TakeOverKind(Policy& policy, const KeyVersion& key)
 {
     Json& properties = policy.json["key_props"];
@@ -57,10 +57,10 @@ void TakeOverKind(Policy& policy, const KeyVersion& key)
     properties = kept;
 }
 
-// With the vault locked: refuses what the state of the name forbids. The key to reuse, if there is one.
+// With the vault locked: throws a Refusal if the name isn't free. Returns the key to reuse, if any.
 std::optional<KeyVersion> CheckCreation(Vault& vault, const std::string& name, const Policy& policy)
 {
-    RequireFreeCertificateName(vault, name);
+    RequireFreeName<Certificates>(vault, name);
     const auto certificate = vault.certificates.find(name);
     const auto key = vault.keys.find(name);
     if (certificate == vault.certificates.end()) {
@@ -86,12 +86,12 @@ std::optional<KeyVersion> KeyToReuse(const VaultRequest& request, const Policy& 
     return CheckCreation(*request.vault, request.Name(), policy);
 }
 
-// Key and request of the new version; no lock is held while the key is made.
+// The new version's key and request; no lock is held while the key is made.
 PendingOperation MakePending(const VaultRequest& request, Policy& policy)
 {
     PendingOperation pending;
     pending.requestId = RandomHex(32);
-    pending.version = pending.key.version = NewVersion();
+    pending.version = pending.key.version = RandomHex(32);
     if (const std::optional<KeyVersion> reused = KeyToReuse(request, policy)) {
         pending.key.material = reused->material;
         pending.key.hardware = reused->hardware;
@@ -101,7 +101,7 @@ PendingOperation MakePending(const VaultRequest& request, Policy& policy)
         pending.key.hardware = policy.kind.hardware;
     }
     const bool rsa = IsRsa(pending.key.material.get());
-    pending.key.operations = std::make_shared<const std::vector<std::string>>(OperationsOf(policy, rsa));
+    pending.key.operations = MakeOperations(OperationsOf(policy, rsa));
     pending.request = MakeCertificateRequest(policy, pending.key.material.get());
     return pending;
 }
@@ -113,14 +113,13 @@ CertificateVersion NewCertificateVersion(const PendingOperation& pending, const 
     version.version = pending.version;
     version.attributes = given;
     version.attributes.enabled = false;  // until the merge
-    version.attributes.created = version.attributes.updated = Now();
     version.attributes.notBefore = Now() - 600;
     version.attributes.expires = Now() + policy.validityMonths * kMonth;
     version.tags = tags;
     return version;
 }
 
-// Base64 of the DER form; some clients encode the text a second time.
+// Base64 of DER; some clients encode it twice.
 X509Ptr DecodeCertificate(const std::string& text)
 {
     std::string der = FromBase64(text).value_or("");
@@ -129,12 +128,12 @@ X509Ptr DecodeCertificate(const std::string& text)
     return der.substr(0, 5) == "-----" ? CertificateFromPem(der) : CertificateFromDer(der);
 }
 
-PendingOperation& FindPending(Vault& vault, const std::string& name)
+CertificateObject& FindPending(Vault& vault, const std::string& name)
 {
     const auto found = vault.certificates.find(name);
     if (found == vault.certificates.end() || !found->second.pending)
         throw PendingNotFound(name);
-    return *found->second.pending;
+    return found->second;
 }
 
 CertificateVersion& VersionOf(CertificateObject& certificate, const PendingOperation& pending)
@@ -155,7 +154,7 @@ const CertificateVersion& Complete(Vault& vault, CertificateObject& certificate,
     version.attributes.enabled = pending.enabled;
     version.attributes.updated = Now();
     ReadAttributes(body, version.attributes);
-    // The certificate itself says how long it is valid.
+    // The certificate decides how long it is valid.
     version.attributes.notBefore = UnixTime(X509_get0_notBefore(leaf));
     version.attributes.expires = UnixTime(X509_get0_notAfter(leaf));
     if (body.contains("tags"))
@@ -164,10 +163,7 @@ const CertificateVersion& Complete(Vault& vault, CertificateObject& certificate,
     pending.completed = true;
     pending.key.attributes = version.attributes;
     pending.key.tags = version.tags;
-    KeyObject& key = vault.keys[certificate.name];
-    key.name = certificate.name;
-    key.managed = true;
-    key.versions.push_back(pending.key);
+    vault.AddKeyVersion(certificate.name, true, pending.key);
     return version;
 }
 
@@ -189,31 +185,25 @@ Answer CreateCertificate(const VaultRequest& request)
 
     const std::lock_guard<std::mutex> lock(vault.mutex);
     CheckCreation(vault, name, policy);
-    CertificateObject& certificate = vault.certificates[name];
-    if (certificate.versions.empty())
-        certificate.name = name;
-    certificate.versions.push_back(NewCertificateVersion(pending, policy, given, tags));
-    certificate.policy = policy.json;
-    certificate.policyUpdated = Now();
+    CertificateObject& certificate =
+        vault.AddCertificateVersion(name, NewCertificateVersion(pending, policy, given, tags), policy.json);
     certificate.pending = std::move(pending);
     Answer answer = JsonAnswer(202, PendingJson(request, certificate));
-    SetHeader(answer, "Location: " + request.Url("/certificates/" + certificate.name + "/pending?api-version=" +
-                                                 request.apiVersion + "&request_id=" + certificate.pending->requestId));
+    SetHeader(answer, "Location: " + vault.Url("/certificates/" + certificate.name + "/pending?api-version=" +
+                                               request.apiVersion + "&request_id=" + certificate.pending->requestId));
     return answer;
 }
 
 Answer GetPending(const VaultRequest& request)
 {
     const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    FindPending(*request.vault, request.Name());
-    return JsonAnswer(200, PendingJson(request, request.vault->certificates.at(request.Name())));
+    return JsonAnswer(200, PendingJson(request, FindPending(*request.vault, request.Name())));
 }
 
 Answer DeletePending(const VaultRequest& request)
 {
     const std::lock_guard<std::mutex> lock(request.vault->mutex);
-    FindPending(*request.vault, request.Name());
-    CertificateObject& certificate = request.vault->certificates.at(request.Name());
+    CertificateObject& certificate = FindPending(*request.vault, request.Name());
     const Json json = PendingJson(request, certificate);
     certificate.pending.reset();
     return JsonAnswer(200, json);
@@ -233,17 +223,15 @@ Answer MergeCertificate(const VaultRequest& request)
             "The specified X.509 certificate content can not be read. Please check if certificate is valid.");
 
     const std::lock_guard<std::mutex> lock(vault.mutex);
-    const PendingOperation& pending = FindPending(vault, name);
-    if (pending.completed)
+    CertificateObject& certificate = FindPending(vault, name);
+    if (certificate.pending->completed)
         throw PendingNotFound(name);
-    if (!SamePublicKey(X509_get0_pubkey(leaf.get()), pending.key.material.get()))
+    if (!SamePublicKey(X509_get0_pubkey(leaf.get()), certificate.pending->key.material.get()))
         throw BadParameter(
             "The public key of the end-entity certificate in the specified X.509 certificate content does not match "
-            "the "
-            "public part of the specified private key. Please check if certificate is valid.");
-    CertificateObject& certificate = vault.certificates.at(name);
+            "the public part of the specified private key. Please check if certificate is valid.");
     const CertificateVersion& version = Complete(vault, certificate, leaf.get(), body);
-    return JsonAnswer(201, CertificateBundle(vault, certificate, version));
+    return JsonAnswer(201, Certificates::Bundle(vault, certificate, version));
 }
 
 }  // namespace vaultsim

@@ -1,4 +1,4 @@
-// Certificates on their way: creation with a policy, the pending request, the merge.
+// Creating certificates: the policy, the pending request, the merge.
 #pragma once
 
 #include "vaultsim/request.h"

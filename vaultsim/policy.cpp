@@ -79,7 +79,7 @@ Json ReadX509Properties(const Json& given, Policy& policy)
 Json ReadIssuer(const Json& policy)
 {
     Json issuer = ReadObject(policy, "issuer");
-    // No certificate authority stands behind the simulator: every request waits for a merge.
+    // The simulator has no issuing authority: every request waits for a merge.
     if (ReadText(issuer, "name", "Unknown") != "Unknown")
         throw BadParameter("The issuer of the policy is not known to this vault.");
     issuer["name"] = "Unknown";

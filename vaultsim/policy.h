@@ -1,4 +1,4 @@
-// The policy of a certificate: what a request asks for, with the service's defaults filled in.
+// A certificate's policy: what the request asks for, with the service's defaults.
 #pragma once
 
 #include <string>
@@ -16,15 +16,15 @@ struct Policy {
     bool reuseKey = false;
     std::string subject;
     std::vector<std::string> dnsNames;
-    std::vector<std::string> usages;          // of the key, by the service's names
+    std::vector<std::string> usages;          // of the key, in the service's names
     std::vector<std::string> extendedUsages;  // object identifiers
     int64_t validityMonths = 12;
 };
 
-// Throws a Refusal where the policy is wrong.
+// Throws a Refusal if the policy is wrong.
 Policy ReadPolicy(const Vault& vault, const Json& policy);
 
-// What the key of a certificate may do: it follows the key usage.
+// What the certificate's key may do: it follows from the key usage.
 std::vector<std::string> OperationsOf(const Policy& policy, bool rsa);
 
 }  // namespace vaultsim

@@ -4,7 +4,7 @@ namespace vaultsim {
 
 Answer JsonAnswer(int status, const Json& body)
 {
-    // A body may repeat bytes of the request that are no UTF-8.
+    // The body may quote bytes of the request that aren't UTF-8.
     return {status,
             body.dump(-1, ' ', false, Json::error_handler_t::replace),
             {"Content-Type: application/json; charset=utf-8"}};

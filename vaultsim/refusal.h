@@ -1,4 +1,4 @@
-// Answers in the shapes of the service, and refusals as exceptions: an operation throws where the service would refuse.
+// Answers as the service formats them, and refusals: an operation throws one where the service would refuse.
 #pragma once
 
 #include <exception>
@@ -12,11 +12,11 @@ namespace vaultsim {
 Answer JsonAnswer(int status, const Json& body);
 Answer TextAnswer(int status, const std::string& text);
 
-// {"error":{"code":..,"message":..}}, with "innererror" unless `inner` is empty: the vault's shape.
+// {"error":{"code":..,"message":..}}, with "innererror" unless `inner` is empty: the vault's format.
 Answer ErrorAnswer(int status, const std::string& code, const std::string& message, const std::string& inner = "");
-// {"error":..,"error_description":..}: the shape of the identity services.
+// {"error":..,"error_description":..}: the identity services' format.
 Answer OauthErrorAnswer(int status, const std::string& error, const std::string& description);
-// What the vault says with this status when nothing better is known.
+// What the vault sends with this status if nothing better is known.
 Answer DefaultErrorAnswer(int status);
 
 class Refusal : public std::exception {

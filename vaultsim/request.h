@@ -1,4 +1,4 @@
-// A call on a vault that has been let in, and what all operations read from it.
+// An authorized call on a vault, and what the operations read from it.
 #pragma once
 
 #include <memory>
@@ -16,20 +16,19 @@ struct VaultRequest {
     std::string apiVersion;
     Settings settings;
 
-    std::string Url(const std::string& path) const { return "https://" + vault->host + path; }
-    // The name in the path; throws a Refusal where it is none.
+    // The name in the path; throws a Refusal if it isn't a valid one.
     const std::string& Name() const;
-    // The entity, a JSON object; throws a Refusal where it is none.
+    // The body, a JSON object; throws a Refusal if it is anything else.
     Json Body() const;
 };
 
-// Members of an entity. Throw a Refusal where the member is of another type.
+// Members of a body. They throw a Refusal if the member has another type.
 bool ReadBool(const Json& object, const char* member, bool otherwise);
 std::string ReadText(const Json& object, const char* member, const std::string& otherwise = "");
-std::optional<int64_t> ReadNumber(const Json& object, const char* member);  // a number, or a text that is one
+std::optional<int64_t> ReadNumber(const Json& object, const char* member);  // a number, or a string of digits
 Json ReadObject(const Json& object, const char* member);                    // {} when missing
 std::vector<std::string> ReadTexts(const Json& object, const char* member);
-std::string ReadBytes(const Json& object, const char* member);  // Base64 of either kind; must be there
+std::string ReadBytes(const Json& object, const char* member);  // Base64 of either kind; required
 Tags ReadTags(const Json& object);
 void ReadAttributes(const Json& object, Attributes& attributes);
 

@@ -14,7 +14,7 @@ namespace {
 constexpr char kSignInHost[] = "login.microsoftonline.com";
 constexpr const char* kApiVersions[] = {"2016-10-01", "7.0"};
 
-// A pattern's elements: a word stands for itself, "*" for anything, "?" for nothing or anything.
+// In a pattern, "*" matches any segment and "?" any or none; other words match themselves.
 struct Route {
     const char* method;
     std::vector<std::string> pattern;
@@ -24,26 +24,26 @@ struct Route {
 const std::vector<Route>& Routes()
 {
     static const std::vector<Route> routes = {
-        {"GET", {"keys"}, ListKeys},
-        {"GET", {"keys", "*", "?"}, GetKey},
+        {"GET", {"keys"}, List<Keys>},
+        {"GET", {"keys", "*", "?"}, Get<Keys>},
         {"POST", {"keys", "*", "create"}, CreateKey},
         {"POST", {"keys", "*", "*", "*"}, OperateKey},
-        {"DELETE", {"keys", "*"}, DeleteKey},
-        {"GET", {"deletedkeys"}, ListDeletedKeys},
-        {"GET", {"deletedkeys", "*"}, GetDeletedKey},
-        {"POST", {"deletedkeys", "*", "recover"}, RecoverKey},
-        {"DELETE", {"deletedkeys", "*"}, PurgeKey},
-        {"GET", {"certificates"}, ListCertificates},
+        {"DELETE", {"keys", "*"}, Delete<Keys>},
+        {"GET", {"deletedkeys"}, ListDeleted<Keys>},
+        {"GET", {"deletedkeys", "*"}, GetDeleted<Keys>},
+        {"POST", {"deletedkeys", "*", "recover"}, Recover<Keys>},
+        {"DELETE", {"deletedkeys", "*"}, Purge<Keys>},
+        {"GET", {"certificates"}, List<Certificates>},
         {"GET", {"certificates", "*", "pending"}, GetPending},
-        {"GET", {"certificates", "*", "?"}, GetCertificate},
+        {"GET", {"certificates", "*", "?"}, Get<Certificates>},
         {"POST", {"certificates", "*", "create"}, CreateCertificate},
         {"POST", {"certificates", "*", "pending", "merge"}, MergeCertificate},
         {"DELETE", {"certificates", "*", "pending"}, DeletePending},
-        {"DELETE", {"certificates", "*"}, DeleteCertificate},
-        {"GET", {"deletedcertificates"}, ListDeletedCertificates},
-        {"GET", {"deletedcertificates", "*"}, GetDeletedCertificate},
-        {"POST", {"deletedcertificates", "*", "recover"}, RecoverCertificate},
-        {"DELETE", {"deletedcertificates", "*"}, PurgeCertificate},
+        {"DELETE", {"certificates", "*"}, Delete<Certificates>},
+        {"GET", {"deletedcertificates"}, ListDeleted<Certificates>},
+        {"GET", {"deletedcertificates", "*"}, GetDeleted<Certificates>},
+        {"POST", {"deletedcertificates", "*", "recover"}, Recover<Certificates>},
+        {"DELETE", {"deletedcertificates", "*"}, Purge<Certificates>},
     };
     return routes;
 }
@@ -82,7 +82,7 @@ std::string CheckApiVersion(const Call& call)
                        ") is not recognized. Consider using the latest supported version (7.0).");
 }
 
-// The lines that stand in every answer of the vault.
+// The header lines that every answer of the vault has.
 void AddServiceHeaders(const Call& call, Answer& answer)
 {
     for (const char* line : {"Cache-Control: no-cache", "Pragma: no-cache", "x-ms-keyvault-region: westeurope",

@@ -1,4 +1,4 @@
-// What stands behind the TLS listener: the vaults and the sign-in endpoint, told apart by host name.
+// Handles the TLS listener's requests: the host name selects a vault or the sign-in endpoint.
 #pragma once
 
 #include "vaultsim/refusal.h"
@@ -28,7 +28,7 @@ class Service {
     Pauser& pauser_;
 };
 
-// The answer of `handler`, or that of the Refusal which it throws.
+// What `handler` returns, or the answer of the Refusal it throws.
 template <class Handler>
 Answer AnswerOf(Handler handler)
 {

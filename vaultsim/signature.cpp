@@ -138,7 +138,7 @@ std::string SignDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const
 bool VerifyDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const std::string& digest,
                   const std::string& signature)
 {
-    // OpenSSL takes some RSA signatures without their leading zeros.
+    // OpenSSL accepts some RSA signatures that lack leading zeros.
     const int size = algorithm.curve ? 2 * HalfSize(key) : EVP_PKEY_get_size(key);
     if (signature.size() != static_cast<size_t>(size))
         return false;

@@ -1,4 +1,4 @@
-// Signatures and encryption with real keys, by the service's algorithm names.
+// Signatures and encryption by the service's algorithm names.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@ namespace vaultsim {
 struct SignatureAlgorithm {
     const char* name;
     const char* curve;   // null: an RSA algorithm
-    const char* digest;  // OpenSSL's name; null: the input is taken as it is
-    size_t digestSize;   // bytes; 0: what PKCS#1 has room for
+    const char* digest;  // OpenSSL's name; null: the input is signed as it is
+    size_t digestSize;   // bytes; 0: as many as PKCS#1 has room for
     bool pss;
 };
 
@@ -23,12 +23,12 @@ struct EncryptionAlgorithm {
 const SignatureAlgorithm* FindSignatureAlgorithm(const std::string& name);
 const EncryptionAlgorithm* FindEncryptionAlgorithm(const std::string& name);
 
-// The key must be of the algorithm's kind and the digest of its size. Curve signatures are r and s side by side.
+// The key must be of the algorithm's kind and the digest of its size. EC signatures are r and s concatenated.
 std::string SignDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const std::string& digest);
 bool VerifyDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const std::string& digest,
                   const std::string& signature);
 
-// Throw std::runtime_error where the input does not fit or does not decrypt.
+// Throw std::runtime_error if the input doesn't fit or doesn't decrypt.
 std::string Encrypt(EVP_PKEY* key, const EncryptionAlgorithm& algorithm, const std::string& plain);
 std::string Decrypt(EVP_PKEY* key, const EncryptionAlgorithm& algorithm, const std::string& cipher);
 

@@ -9,7 +9,7 @@ namespace vaultsim {
 
 namespace {
 
-// The services' answers carry the path of the directory, so it has to hold wherever it is read.
+// Answers contain the directory's path, so it must be valid in any working directory.
 Options WithAbsoluteDirectory(Options options)
 {
     options.directory = std::filesystem::absolute(options.directory).lexically_normal().string();

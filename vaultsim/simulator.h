@@ -22,14 +22,14 @@ class Control;
 
 class Simulator {
   public:
-    // Makes the directory and all listeners, which are up when it returns. `stop` is called by POST /stop. Throws.
+    // Creates the directory and starts all listeners. POST /stop calls `stop`. Throws.
     Simulator(const Options& options, std::function<void()> stop);
-    ~Simulator();  // breaks all connections, waits of the simulator included
+    ~Simulator();  // breaks all connections and wakes sleeping threads
 
     std::string ReadyLine() const;  // "ready control=.. tls=.. http=.. arc=.. dir=.."
     int controlPort() const;
 
-    // Everything as after the start: vaults, settings, journal, counts, no faults, listeners up, the good certificate.
+    // Restores the initial state: vaults, settings, journal, counts, no faults, listeners up, the good certificate.
     void Reset();
 
     // For the control interface.

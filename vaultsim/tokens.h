@@ -1,4 +1,4 @@
-// Bearer tokens: JWTs that are really signed and really checked.
+// Bearer tokens: JWTs, signed and verified with a real key.
 #pragma once
 
 #include <string>
@@ -15,10 +15,10 @@ class Tokens {
   public:
     explicit Tokens(std::string tenant);
 
-    // The answer of a token service: all members are texts.
+    // A token service's answer: all members are strings.
     Json Issue(const std::string& clientId, const TokenSettings& settings) const;
 
-    // Throws a Refusal with status 401 unless the call carries a token that the vault takes.
+    // Throws a Refusal with status 401 unless the call has a valid token for the vault.
     void Check(const Call& call) const;
 
   private:

@@ -25,6 +25,18 @@ Json Attributes::ToJson() const
     return json;
 }
 
+Operations MakeOperations(std::vector<std::string> operations)
+{
+    return std::make_shared<const std::vector<std::string>>(std::move(operations));
+}
+
+void ObjectVersion::AddTo(Json& json) const
+{
+    json["attributes"] = attributes.ToJson();
+    if (!tags.empty())
+        json["tags"] = tags;
+}
+
 std::string KeyVersion::kty() const
 {
     return std::string(IsRsa(material.get()) ? "RSA" : "EC") + (hardware ? "-HSM" : "");
@@ -37,9 +49,26 @@ const CertificateVersion& CertificateObject::Current() const
     return merged == versions.rend() ? versions.back() : *merged;
 }
 
-CertificateVersion& CertificateObject::Current()
+KeyObject& Vault::AddKeyVersion(const std::string& keyName, bool managed, KeyVersion version)
 {
-    return const_cast<CertificateVersion&>(static_cast<const CertificateObject&>(*this).Current());
+    KeyObject& key = keys[keyName];
+    if (key.versions.empty())
+        key.name = keyName;
+    key.managed = managed;
+    key.versions.push_back(std::move(version));
+    return key;
+}
+
+CertificateObject& Vault::AddCertificateVersion(const std::string& certificateName, CertificateVersion version,
+                                                const Json& policy)
+{
+    CertificateObject& certificate = certificates[certificateName];
+    if (certificate.versions.empty())
+        certificate.name = certificateName;
+    certificate.versions.push_back(std::move(version));
+    certificate.policy = policy;
+    certificate.policyUpdated = Now();
+    return certificate;
 }
 
 std::shared_ptr<Vault> Vaults::Add(const std::string& name, bool premium)
@@ -76,11 +105,6 @@ std::shared_ptr<Vault> Vaults::FindHost(const std::string& host) const
 {
     const size_t dot = host.find('.');
     return dot != std::string::npos && host.substr(dot) == kSuffix ? Find(host.substr(0, dot)) : nullptr;
-}
-
-std::string NewVersion()
-{
-    return RandomHex(32);
 }
 
 bool IsValidName(const std::string& name)

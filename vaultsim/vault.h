@@ -1,4 +1,4 @@
-// What a vault holds.
+// Vaults and their content.
 #pragma once
 
 #include <map>
@@ -18,46 +18,56 @@ struct Attributes {
     bool enabled = true;
     std::optional<int64_t> notBefore;
     std::optional<int64_t> expires;
-    int64_t created = 0;
-    int64_t updated = 0;
+    int64_t created = Now();
+    int64_t updated = created;
 
     Json ToJson() const;
 };
 
 using Tags = std::map<std::string, std::string>;
 
-struct KeyVersion {
+// Shared, because a seeded vault can have 100,000 of them.
+using Operations = std::shared_ptr<const std::vector<std::string>>;
+Operations MakeOperations(std::vector<std::string> operations);
+
+// A version of a key or of a certificate.
+struct ObjectVersion {
     std::string version;  // 32 hexadecimal digits
+    Attributes attributes;
+    Tags tags;
+
+    // Adds the members "attributes" and, if there are any, "tags".
+    void AddTo(Json& json) const;
+};
+
+struct KeyVersion : ObjectVersion {
     bool hardware = false;
     bool leadingZero = false;  // show the public numbers with a leading zero byte
     Pkey material;
-    std::shared_ptr<const std::vector<std::string>> operations;
-    Attributes attributes;
-    Tags tags;
+    Operations operations;
 
     std::string kty() const;
 };
 
 struct KeyObject {
     std::string name;
-    bool managed = false;              // the key of a certificate
-    std::vector<KeyVersion> versions;  // the last is the current one
+    bool managed = false;  // the key of a certificate
+    std::vector<KeyVersion> versions;
+
+    const KeyVersion& Current() const { return versions.back(); }
 };
 
-struct CertificateVersion {
-    std::string version;
+struct CertificateVersion : ObjectVersion {
     std::string der;  // empty until the merge
-    Attributes attributes;
-    Tags tags;
 };
 
-// A certificate request that waits for its certificate, or has got it.
+// A certificate request that waits for its certificate, or already has it.
 struct PendingOperation {
     std::string requestId;
-    std::string version;  // of the certificate that it makes
+    std::string version;  // of the certificate to be
     std::string request;  // DER
-    KeyVersion key;       // as it will be, but for its attributes
-    bool enabled = true;  // once there is a certificate
+    KeyVersion key;       // complete but for its attributes
+    bool enabled = true;  // what the attribute becomes with the merge
     bool completed = false;
 };
 
@@ -69,14 +79,13 @@ struct CertificateObject {
     std::optional<PendingOperation> pending;
 
     // The newest version that has a certificate, else the newest.
-    CertificateVersion& Current();
     const CertificateVersion& Current() const;
 };
 
 template <class Object>
 struct Deleted {
     Object object;
-    std::optional<KeyObject> managedKey;  // goes and comes back with its certificate
+    std::optional<KeyObject> managedKey;  // deleted and recovered with its certificate
     int64_t deletedDate = 0;
     int beingDeletedAnswers = 0;  // refusals left until the deletion is complete
 };
@@ -89,16 +98,23 @@ struct Vault {
     bool premium = true;
     std::string host;  // NAME.vault.azure.net
 
-    std::mutex mutex;  // of all below; never held while a key is made or used
+    std::string Url(const std::string& path) const { return "https://" + host + path; }
+
+    std::mutex mutex;  // guards all below; never held while a key is made or used
     ByName<KeyObject> keys;
     ByName<CertificateObject> certificates;
     ByName<Deleted<KeyObject>> deletedKeys;
     ByName<Deleted<CertificateObject>> deletedCertificates;
+
+    // With the vault locked: adds a version, and the object if it is new.
+    KeyObject& AddKeyVersion(const std::string& keyName, bool managed, KeyVersion version);
+    CertificateObject& AddCertificateVersion(const std::string& certificateName, CertificateVersion version,
+                                             const Json& policy);
 };
 
 class Vaults {
   public:
-    std::shared_ptr<Vault> Add(const std::string& name, bool premium);  // in place of one of that name
+    std::shared_ptr<Vault> Add(const std::string& name, bool premium);  // replaces one of that name
     bool Remove(const std::string& name);
     void Clear();
     std::shared_ptr<Vault> Find(const std::string& name) const;
@@ -109,7 +125,6 @@ class Vaults {
     ByName<std::shared_ptr<Vault>> vaults_;
 };
 
-std::string NewVersion();
 bool IsValidName(const std::string& name);  // letters, digits and "-", 1 to 127
 
 }  // namespace vaultsim

@@ -32,7 +32,7 @@ int64_t UnixTime(const ASN1_TIME* time);
 // An extension from OpenSSL's configuration text. `issuer` may be the certificate itself. Throws std::runtime_error.
 X509ExtensionPtr NewExtension(X509* issuer, X509* subject, int nid, const std::string& value);
 void AddExtension(X509* issuer, X509* certificate, int nid, const std::string& value);
-// A comma-separated list for such a text: "critical", "DNS:", {"a","b"} make critical,DNS:a,DNS:b.
+// A comma-separated value for NewExtension: "critical", "DNS:", {"a","b"} make critical,DNS:a,DNS:b.
 std::string Join(const std::string& first, const std::string& prefix, const std::vector<std::string>& items);
 
 }  // namespace vaultsim

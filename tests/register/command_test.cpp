@@ -147,14 +147,14 @@ TEST_F(RegisterCommand, RegistersNoModuleThatProgramsCannotLoad)
     EXPECT_TRUE(router_.records.empty());
     std::filesystem::remove(images_.path() / "System32" / "kelvaro.dll");
     EXPECT_EQ(Run({"install"}), kNotInstalled);
-    EXPECT_TRUE(Says("System32\\kelvaro.dll is not there"));
+    EXPECT_TRUE(Says("System32\\kelvaro.dll is missing"));
 }
 
 TEST_F(RegisterCommand, DoesWithoutTheModuleForOtherPrograms)
 {
     std::filesystem::remove(images_.path() / "SysWOW64" / "kelvaro.dll");
     EXPECT_EQ(Run({"install"}), kDone);
-    EXPECT_TRUE(Says("SysWOW64\\kelvaro.dll is not there"));
+    EXPECT_TRUE(Says("SysWOW64\\kelvaro.dll is missing"));
 }
 
 TEST_F(RegisterCommand, ExplainsItself)

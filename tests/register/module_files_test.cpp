@@ -36,7 +36,7 @@ TEST(ModuleFiles, SayWhetherProgramsOfAPlaceCanLoadThem)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const WideText folder = images.With(row.name, row.bytes).u16string();
-        const ModuleFile file = LookAtModule({"programs", folder, folder, row.wanted});
+        const ModuleFile file = InspectModule({"programs", folder, folder, row.wanted});
         EXPECT_EQ(file.fit, row.fit);
         EXPECT_EQ(file.machine, row.machine);
     }
@@ -46,9 +46,9 @@ TEST(ModuleFiles, ToldApartFromAMissingOne)
 {
     const ImageFolder images;
     const WideText folder = images.path().u16string();
-    EXPECT_EQ(LookAtModule({"programs", folder, folder, kMachineX64}).fit, ModuleFit::Missing);
+    EXPECT_EQ(InspectModule({"programs", folder, folder, kMachineX64}).fit, ModuleFit::Missing);
     std::filesystem::create_directory(images.path() / "kelvaro.dll");
-    EXPECT_EQ(LookAtModule({"programs", folder, folder, kMachineX64}).fit, ModuleFit::NoModule);
+    EXPECT_EQ(InspectModule({"programs", folder, folder, kMachineX64}).fit, ModuleFit::NoModule);
 }
 
 }  // namespace
