@@ -1,5 +1,5 @@
-// The provider's two entries in CNG's configuration: its record (name, image, interface), and its place in the router's list
-// of key storage providers. Both are machine-wide and serve 64-bit and 32-bit programs.
+// The provider's two entries in CNG's configuration: its record (name, image, interface), and its place in the router's
+// list of key storage providers. Both are machine-wide and serve 64-bit and 32-bit programs.
 #pragma once
 
 #include <exception>

@@ -87,7 +87,8 @@ void PrepareSettings()
         Key parent;
         Key settings;
         OpenParent(view, &parent);
-        Check("creating " + NameOf(view), Make(parent.get(), kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
+        Check("creating " + NameOf(view),
+              Make(parent.get(), kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
         access.Impose(settings.get(), SE_REGISTRY_KEY, NameOf(view));
         SetWhereMissing(settings.get(), TEXT("LogfilePath"), folder);
         SetWhereMissing(settings.get(), TEXT("EventLog"), kEventSource);
