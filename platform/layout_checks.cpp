@@ -217,7 +217,7 @@ static_assert(NCRYPT_ALLOW_KEY_AGREEMENT_FLAG == 4 && NCRYPT_ALLOW_ALL_USAGES ==
 static_assert(NCRYPT_IMPL_HARDWARE_FLAG == 1);
 static_assert(BCRYPT_BLOCK_PADDING == 1);
 static_assert(NCRYPT_NO_PADDING_FLAG == 1 && NCRYPT_PAD_PKCS1_FLAG == 2 && NCRYPT_PAD_OAEP_FLAG == 4);
-static_assert(BCRYPT_PAD_PKCS1 == 0x2 && BCRYPT_PAD_OAEP == 0x4 && BCRYPT_PAD_PSS == 0x8);
+static_assert(BCRYPT_PAD_PKCS1 == 0x2 && BCRYPT_PAD_PSS == 0x8);
 static_assert(NCRYPT_ASYMMETRIC_ENCRYPTION_INTERFACE == 3);
 static_assert(NCRYPT_SECRET_AGREEMENT_INTERFACE == 4);
 static_assert(NCRYPT_SIGNATURE_INTERFACE == 5);
@@ -225,14 +225,13 @@ static_assert(NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION == 0x4);
 static_assert(NCRYPT_SECRET_AGREEMENT_OPERATION == 0x8);
 static_assert(NCRYPT_SIGNATURE_OPERATION == 0x10);
 static_assert(NCRYPTBUFFER_PKCS_ALG_OID == 41 && NCRYPTBUFFER_PKCS_ALG_PARAM == 42);
-static_assert(NCRYPTBUFFER_PKCS_ALG_ID == 43 && NCRYPTBUFFER_PKCS_ATTRS == 44);
 static_assert(NCRYPTBUFFER_PKCS_KEY_NAME == 45 && NCRYPTBUFFER_PKCS_SECRET == 46);
 static_assert(NCRYPTBUFFER_CERT_BLOB == 47 && NCRYPTBUFFER_VERSION == 0);
 static_assert(CRYPT_STRING_BASE64 == 1 && CRYPT_STRING_BASE64_ANY == 6);
 static_assert(CRYPT_STRING_NOCRLF == 0x40000000 && CRYPT_STRING_NOCR == 0x80000000);
 static_assert(CRYPTPROTECT_UI_FORBIDDEN == 1 && CRYPTPROTECT_LOCAL_MACHINE == 4);
 static_assert(X509_ASN_ENCODING == 1 && PKCS_7_ASN_ENCODING == 0x10000 && AT_SIGNATURE == 2);
-static_assert(CERT_V1 == 0 && CERT_V2 == 1 && CERT_V3 == 2);
+static_assert(CERT_V1 == 0 && CERT_V3 == 2);
 static_assert(CERT_SIMPLE_NAME_STR == 1 && CERT_X500_NAME_STR == 3);
 static_assert(CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG == 0x40000);
 static_assert(CERT_KEY_PROV_INFO_PROP_ID == 2 && CERT_SHA1_HASH_PROP_ID == 3);
@@ -300,12 +299,6 @@ static_assert(IsText(CRYPT_DEFAULT_CONTEXT, TEXT("Default")) &&
 // ---- names ----
 
 static_assert(IsText(NCRYPT_RSA_ALGORITHM, TEXT("RSA")));
-static_assert(IsText(NCRYPT_ECDSA_P256_ALGORITHM, TEXT("ECDSA_P256")));
-static_assert(IsText(NCRYPT_ECDSA_P384_ALGORITHM, TEXT("ECDSA_P384")));
-static_assert(IsText(NCRYPT_ECDSA_P521_ALGORITHM, TEXT("ECDSA_P521")));
-static_assert(IsText(NCRYPT_ECDH_P256_ALGORITHM, TEXT("ECDH_P256")));
-static_assert(IsText(NCRYPT_ECDH_P384_ALGORITHM, TEXT("ECDH_P384")));
-static_assert(IsText(NCRYPT_ECDH_P521_ALGORITHM, TEXT("ECDH_P521")));
 static_assert(IsText(BCRYPT_SHA1_ALGORITHM, TEXT("SHA1")));
 static_assert(IsText(BCRYPT_SHA256_ALGORITHM, TEXT("SHA256")));
 static_assert(IsText(BCRYPT_SHA384_ALGORITHM, TEXT("SHA384")));
@@ -336,13 +329,8 @@ static_assert(IsText(NCRYPT_KEY_TYPE_PROPERTY, TEXT("Key Type")));
 static_assert(IsText(NCRYPT_VERSION_PROPERTY, TEXT("Version")));
 static_assert(IsText(NCRYPT_SECURITY_DESCR_SUPPORT_PROPERTY, TEXT("Security Descr Support")));
 static_assert(IsText(NCRYPT_SECURITY_DESCR_PROPERTY, TEXT("Security Descr")));
-static_assert(IsText(NCRYPT_USE_COUNT_ENABLED_PROPERTY, TEXT("Enabled Use Count")));
 static_assert(IsText(NCRYPT_MAX_NAME_LENGTH_PROPERTY, TEXT("Max Name Length")));
 static_assert(IsText(NCRYPT_CERTIFICATE_PROPERTY, TEXT("SmartCardKeyCertificate")));
-static_assert(IsText(NCRYPT_PIN_PROPERTY, TEXT("SmartCardPin")));
-static_assert(IsText(NCRYPT_READER_PROPERTY, TEXT("SmartCardReader")));
-static_assert(IsText(NCRYPT_SECURE_PIN_PROPERTY, TEXT("SmartCardSecurePin")));
-static_assert(IsText(NCRYPT_ASSOCIATED_ECDH_KEY, TEXT("SmartCardAssociatedECDHKey")));
 
 // ---- private keys and enveloped messages ----
 

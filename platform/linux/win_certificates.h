@@ -37,7 +37,6 @@ struct CERT_EXTENSION {
 using PCERT_EXTENSION = CERT_EXTENSION*;
 
 constexpr DWORD CERT_V1 = 0;
-constexpr DWORD CERT_V2 = 1;
 constexpr DWORD CERT_V3 = 2;
 
 // SerialNumber begins with the least significant byte. Names are whole DER elements.
