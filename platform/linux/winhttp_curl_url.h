@@ -8,15 +8,12 @@
 
 namespace winhttp {
 
-struct UrlDeleter {
+struct UrlFreer {
     void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-using Url = std::unique_ptr<CURLU, UrlDeleter>;
-
-struct CurlTextDeleter {
     void operator()(char* text) const { curl_free(text); }
 };
-using CurlText = std::unique_ptr<char, CurlTextDeleter>;
+using Url = std::unique_ptr<CURLU, UrlFreer>;
+using CurlText = std::unique_ptr<char, UrlFreer>;
 
 // A URL that cannot be parsed is not an error, a lack of memory is.
 inline bool Good(CURLUcode code)

@@ -236,8 +236,7 @@ void Exchange::AddHeadLine(std::string_view line)
         return;
     if (head_.empty())
         status_ = StatusOf(line);
-    Append(&head_, line);
-    Append(&head_, "\r\n");
+    head_.append(line).append("\r\n");
     if (!line.empty())
         return;
     headComplete_ = status_ >= 200 || status_ == 101;
@@ -249,7 +248,7 @@ size_t Exchange::OnEntity(char* data, size_t, size_t size, void* self)
 {
     auto& exchange = *static_cast<Exchange*>(self);
     try {
-        Append(&exchange.entity_, std::string_view(data, size));
+        exchange.entity_.append(data, size);
         return size;
     } catch (const std::bad_alloc&) {
         exchange.error_ = ERROR_NOT_ENOUGH_MEMORY;

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/secret_bytes.h"
 #include "platform/linux/winhttp_message.h"
 #include "platform/linux/winhttp_pool.h"
+#include "platform/secret_memory.h"
 
 namespace winhttp {
 
@@ -39,8 +39,8 @@ class Exchange {
 
     struct Message {
         const char* verb;
-        SecretBytes head;  // ComposeHead's text
-        const char* body;  // NULL for none; not copied, must outlive the exchange
+        SecretString head;  // ComposeHead's text
+        const char* body;   // NULL for none; not copied, must outlive the exchange
         size_t bodySize;
     };
 
@@ -54,8 +54,8 @@ class Exchange {
 
     DWORD Status() const { return status_; }
     // Status line and fields of the final response, each line ended by CR LF, and an empty line.
-    std::string_view Head() const { return ViewOf(head_); }
-    std::string_view Buffered() const { return ViewOf(entity_).substr(consumed_); }
+    std::string_view Head() const { return head_; }
+    std::string_view Buffered() const { return std::string_view(entity_).substr(consumed_); }
     void Consume(size_t count);
 
   private:
@@ -106,8 +106,8 @@ class Exchange {
     LONG error_ = 0;
     DWORD status_ = 0;
     size_t headSize_ = 0;  // interim heads and trailers count as well
-    SecretBytes head_;
-    SecretBytes entity_;
+    SecretString head_;
+    SecretString entity_;
     size_t consumed_ = 0;
 };
 

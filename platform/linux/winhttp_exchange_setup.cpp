@@ -20,14 +20,14 @@ constexpr const char* kUnwanted[] = {
 curl_slist* ConnectToList()
 {
     const char* entries = secure_getenv("KELVARO_CONNECT_TO");
-    if (entries == nullptr)
+    if (!entries)
         return nullptr;
     constexpr char kBlanks[] = " \t\r\n";
     curl_slist* list = nullptr;
     for (const char* at = entries + std::strspn(entries, kBlanks); *at != '\0'; at += std::strspn(at, kBlanks)) {
         const size_t length = std::strcspn(at, kBlanks);
         curl_slist* const longer = curl_slist_append(list, std::string(at, length).c_str());
-        if (longer == nullptr) {
+        if (!longer) {
             curl_slist_free_all(list);
             throw std::bad_alloc();
         }
@@ -104,7 +104,7 @@ void Exchange::Aim(const Target& target)
     Set(CURLOPT_HTTPHEADER, fields_.data());
 
     const std::string_view verb = message_.verb;
-    if (message_.body != nullptr) {
+    if (message_.body) {
         Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(message_.bodySize));
         Set(CURLOPT_POSTFIELDS, message_.body);
     } else if (verb == "HEAD") {
@@ -119,7 +119,7 @@ CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
 {
     auto* const tls = static_cast<SSL_CTX*>(context);
     X509_STORE* const roots = static_cast<Exchange*>(self)->transfer_->tls()->roots();
-    if (roots == nullptr)
+    if (!roots)
         return CURLE_SSL_CACERT_BADFILE;
     SSL_CTX_set1_cert_store(tls, roots);
     if (SSL_CTX_set_app_data(tls, self) != 1)

@@ -9,10 +9,10 @@
 namespace winhttp {
 
 enum class Kind : uint32_t {
-    Closed = 0,
-    Session = 0x57485331,
-    Connection = 0x57485332,
-    Request = 0x57485333,
+    closed = 0,
+    session = 0x57485331,
+    connection = 0x57485332,
+    request = 0x57485333,
 };
 
 // A child holds a reference to its parent, so that a parent may be closed first.
@@ -30,7 +30,7 @@ struct Handle {
 };
 
 struct Session : Handle {
-    static constexpr Kind kKind = Kind::Session;
+    static constexpr Kind kKind = Kind::session;
     Session() : Handle(kKind, nullptr) {}
 
     std::string agent;
@@ -38,7 +38,7 @@ struct Session : Handle {
 };
 
 struct Connection : Handle {
-    static constexpr Kind kKind = Kind::Connection;
+    static constexpr Kind kKind = Kind::connection;
     explicit Connection(Session* owner) : Handle(kKind, owner) {}
 
     std::string host;
@@ -46,7 +46,7 @@ struct Connection : Handle {
 };
 
 struct Request : Handle {
-    static constexpr Kind kKind = Kind::Request;
+    static constexpr Kind kKind = Kind::request;
     explicit Request(Connection* owner) : Handle(kKind, owner) {}
 
     const Session& session() const { return *static_cast<const Session*>(parent->parent); }
@@ -58,7 +58,7 @@ struct Request : Handle {
     std::string verb;
     Target origin;
     Timeouts timeouts;
-    SecretBytes callerLines;
+    SecretString callerLines;
     const char* body = nullptr;
     size_t bodySize = 0;
     bool sent = false;

@@ -124,16 +124,16 @@ bool IsHeaderBlock(std::string_view lines)
     });
 }
 
-SecretBytes ComposeHead(const RequestHead& head, const Target& target)
+SecretString ComposeHead(const RequestHead& head, const Target& target)
 {
     const std::string_view caller = head.callerLines;
-    SecretBytes out;
+    SecretString out;
     out.reserve(caller.size() + head.agent.size() + target.host.size() + 128);
     const auto addLine = [&](std::initializer_list<std::string_view> parts) {
         if (!out.empty())
-            Append(&out, "\r\n");
+            out += "\r\n";
         for (std::string_view part : parts)
-            Append(&out, part);
+            out += part;
     };
     const auto add = [&](std::string_view name, std::string_view value) {
         if (!HasField(caller, name))

@@ -1,12 +1,12 @@
 // What WinHTTP puts on the request line and into the head, and what it reads from a response head. Text only, no I/O.
-// Functions here may throw std::bad_alloc; the callers of winhttp.cpp turn it into ERROR_NOT_ENOUGH_MEMORY.
+// Functions here may throw std::bad_alloc; the callers of winhttp_calls.cpp turn it into ERROR_NOT_ENOUGH_MEMORY.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "platform/linux/secret_bytes.h"
 #include "platform/linux/winhttp.h"
+#include "platform/secret_memory.h"
 
 namespace winhttp {
 
@@ -43,7 +43,7 @@ bool IsHeaderBlock(std::string_view lines);
 // All header lines in WinHTTP's order, divided by CR LF, without a line end behind the last.
 // A field that the caller gives is not added a second time.
 // The text ends with a zero byte, which counts.
-SecretBytes ComposeHead(const RequestHead& head, const Target& target);
+SecretString ComposeHead(const RequestHead& head, const Target& target);
 
 // The value of the first field `name` in a response head; empty when there is none.
 std::string_view FieldValue(std::string_view head, std::string_view name);

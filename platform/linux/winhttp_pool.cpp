@@ -39,7 +39,7 @@ class Pool {
     std::unique_ptr<Transfer> Take()
     {
         for (std::atomic<Transfer*>& place : places_) {
-            if (place.load(std::memory_order_relaxed) == nullptr)
+            if (!place.load(std::memory_order_relaxed))
                 continue;
             std::unique_ptr<Transfer> transfer(place.exchange(nullptr, std::memory_order_acquire));
             // After a fork, parent and child would share the descriptors.
@@ -90,7 +90,7 @@ bool IsPrivileged()
 
 Transfer::Transfer() : easy_(curl_easy_init()), multi_(curl_multi_init()), owner_(getpid())
 {
-    if (easy_ == nullptr || multi_ == nullptr) {
+    if (!easy_ || !multi_) {
         curl_easy_cleanup(easy_);
         curl_multi_cleanup(multi_);
         throw std::bad_alloc();
@@ -129,7 +129,7 @@ void ReturnTransfer(std::unique_ptr<Transfer> transfer)
 {
     // A transfer without TLS leaves a session cache in the easy handle, which would be lost to the shared one. And
     // later versions of libcurl may still have a connection to close.
-    if (transfer->tls() == nullptr || HasDescriptors(transfer->multi()))
+    if (!transfer->tls() || HasDescriptors(transfer->multi()))
         return;
     transfer->Reset();
     ThePool().Return(std::move(transfer));

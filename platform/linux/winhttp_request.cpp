@@ -29,7 +29,7 @@ LONG Request::Send()
 {
     received = false;
     currentVerb_ = verb;
-    withBody_ = body != nullptr && bodySize != 0;
+    withBody_ = body && bodySize != 0;
     return SendTo(origin);
 }
 
@@ -59,7 +59,7 @@ LONG Request::SendTo(const Target& target)
     sent = false;
     current_ = target;
     RequestHead head;
-    head.callerLines = ViewOf(callerLines);
+    head.callerLines = callerLines;
     head.agent = session().agent;
     head.hasContentLength = withBody_ || SendsLength(currentVerb_);
     head.contentLength = withBody_ ? bodySize : 0;

@@ -30,7 +30,7 @@ struct Cache {
 
 TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_share_init())
 {
-    if (roots_ == nullptr || sessions_ == nullptr) {
+    if (!roots_ || !sessions_) {
         X509_STORE_free(roots_);
         curl_share_cleanup(sessions_);
         throw std::bad_alloc();
@@ -39,7 +39,7 @@ TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_
     curl_share_setopt(sessions_, CURLSHOPT_UNLOCKFUNC, &Unlock);
     curl_share_setopt(sessions_, CURLSHOPT_USERDATA, this);
     curl_share_setopt(sessions_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    if (path == nullptr || X509_STORE_load_file(roots_, path) != 1) {
+    if (!path || X509_STORE_load_file(roots_, path) != 1) {
         X509_STORE_free(roots_);
         roots_ = nullptr;
     }
@@ -67,7 +67,7 @@ std::shared_ptr<const TlsShare> AcquireTlsShare()
 {
     static Cache cache;
     const char* named = secure_getenv("SSL_CERT_FILE");
-    const char* path = named != nullptr && *named != '\0' ? named : kSystemRoots;
+    const char* path = named && *named != '\0' ? named : kSystemRoots;
 
     const std::lock_guard<std::mutex> guard(cache.lock);
     struct stat now = {};
@@ -78,7 +78,7 @@ std::shared_ptr<const TlsShare> AcquireTlsShare()
     cache.share.reset();
     auto share = std::make_shared<const TlsShare>(regular ? path : nullptr);
     // What failed may succeed next time without a change of the file.
-    if (share->roots() == nullptr)
+    if (!share->roots())
         return share;
     cache.path = path;
     cache.file = now;

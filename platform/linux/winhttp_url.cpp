@@ -43,10 +43,9 @@ LONG Split(WideView text, Place* place)
 // Whether nothing but the host is asked for, with a buffer of its own.
 bool AsksForHostAlone(const URL_COMPONENTS& parts)
 {
-    return parts.lpszHostName != nullptr && parts.lpszScheme == nullptr && parts.dwSchemeLength == 0 &&
-           parts.lpszUserName == nullptr && parts.dwUserNameLength == 0 && parts.lpszPassword == nullptr &&
-           parts.dwPasswordLength == 0 && parts.lpszUrlPath == nullptr && parts.dwUrlPathLength == 0 &&
-           parts.lpszExtraInfo == nullptr && parts.dwExtraInfoLength == 0;
+    return parts.lpszHostName && !parts.lpszScheme && parts.dwSchemeLength == 0 && !parts.lpszUserName &&
+           parts.dwUserNameLength == 0 && !parts.lpszPassword && parts.dwPasswordLength == 0 && !parts.lpszUrlPath &&
+           parts.dwUrlPathLength == 0 && !parts.lpszExtraInfo && parts.dwExtraInfoLength == 0;
 }
 
 LONG Store(const Place& place, LPURL_COMPONENTS to)
@@ -66,9 +65,9 @@ LONG Store(const Place& place, LPURL_COMPONENTS to)
 
 BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPONENTS components)
 {
-    const WideView text = url == nullptr ? WideView() : length == 0 ? WideView(url) : WideView(url, length);
-    if (text.empty() || flags != ICU_DECODE || components == nullptr ||
-        components->dwStructSize != sizeof(URL_COMPONENTS) || !AsksForHostAlone(*components))
+    const WideView text = length == 0 ? ViewOf(url) : WideView(url, url ? length : 0);
+    if (text.empty() || flags != ICU_DECODE || !components || components->dwStructSize != sizeof(URL_COMPONENTS) ||
+        !AsksForHostAlone(*components))
         return Fail(ERROR_INVALID_PARAMETER);
     return Succeeds([&] {
         Place place;

@@ -1,0 +1,299 @@
+#include "platform/linux/winhttp.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+
+#include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
+#include "platform/linux/winhttp_handles.h"
+
+namespace winhttp {
+
+Handle::Handle(Kind kindOfHandle, Handle* owner) : kind(kindOfHandle), parent(owner)
+{
+    if (parent)
+        parent->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+Handle::~Handle()
+{
+    if (parent)
+        parent->Release();
+}
+
+void Handle::Release()
+{
+    if (references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete this;
+}
+
+namespace {
+
+bool IsOpen(const Handle* handle)
+{
+    return handle &&
+           (handle->kind == Kind::session || handle->kind == Kind::connection || handle->kind == Kind::request);
+}
+
+template <class Object>
+Object* Resolve(HINTERNET value)
+{
+    auto* const handle = static_cast<Handle*>(value);
+    if (!IsOpen(handle)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if (handle->kind != Object::kKind) {
+        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE);
+        return nullptr;
+    }
+    return static_cast<Object*>(handle);
+}
+
+// A request whose response has been received.
+Request* ResolveAnswered(HINTERNET value)
+{
+    auto* const request = Resolve<Request>(value);
+    if (request && !request->received) {
+        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+        return nullptr;
+    }
+    return request;
+}
+
+bool IsVerb(std::string_view verb)
+{
+    return !verb.empty() && std::all_of(verb.begin(), verb.end(), [](char c) {
+        return c > 0x20 && c < 0x7F && !std::strchr("()<>@,;:\\\"/[]?={}", c);
+    });
+}
+
+// Converts a head of at most 64 KiB. The two-call contract: sizes in bytes, without the terminator after success.
+LONG CopyText(std::string_view text, LPVOID buffer, LPDWORD length)
+{
+    const int size = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
+    const DWORD needed = (static_cast<DWORD>(units) + 1) * static_cast<DWORD>(sizeof(WCHAR));
+    if (!buffer || *length < needed) {
+        *length = needed;
+        return ERROR_INSUFFICIENT_BUFFER;
+    }
+    auto* const out = static_cast<WCHAR*>(buffer);
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, out, units);
+    out[units] = 0;
+    *length = needed - static_cast<DWORD>(sizeof(WCHAR));
+    return ERROR_SUCCESS;
+}
+
+LONG CopyNumber(DWORD number, LPVOID buffer, LPDWORD length)
+{
+    const DWORD room = *length;
+    *length = sizeof(number);
+    if (!buffer || room < sizeof(number))
+        return ERROR_INSUFFICIENT_BUFFER;
+    std::memcpy(buffer, &number, sizeof(number));
+    return ERROR_SUCCESS;
+}
+
+// Makes a child or a session, lets `fill` complete it and hands it out, unless `fill` returns an error code.
+template <class Object, class... Owner, class Fill>
+HINTERNET Create(Fill fill, Owner*... owner)
+{
+    HINTERNET handle = nullptr;
+    Succeeds([&] {
+        auto object = std::make_unique<Object>(owner...);
+        const LONG error = fill(object.get());
+        if (error == ERROR_SUCCESS)
+            handle = static_cast<Handle*>(object.release());
+        return error;
+    });
+    return handle;
+}
+
+LONG TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
+{
+    WideView block = ViewOf(headers);
+    if (headers && length != static_cast<DWORD>(-1))
+        block = WideView(headers, length);
+    if (block.size() > INT_MAX)
+        return ERROR_INVALID_PARAMETER;
+    const int units = static_cast<int>(block.size());
+    const auto convert = [&](char* out, int room) {
+        return units == 0 ? 0 : WideCharToMultiByte(CP_UTF8, 0, block.data(), units, out, room, nullptr, nullptr);
+    };
+    request->callerLines.resize(static_cast<size_t>(convert(nullptr, 0)));
+    convert(request->callerLines.data(), static_cast<int>(request->callerLines.size()));
+    return IsHeaderBlock(request->callerLines) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+// Waits for entity bytes and hands out what has arrived. What came before a break is handed out; the next call reports
+// the break.
+LONG ReadEntity(Exchange* exchange, char* buffer, DWORD size, DWORD* count)
+{
+    if (size == 0)
+        return ERROR_SUCCESS;
+    const LONG error = exchange->WaitForEntity();
+    const std::string_view entity = exchange->Buffered().substr(0, size);
+    std::copy(entity.begin(), entity.end(), buffer);
+    *count = static_cast<DWORD>(entity.size());
+    exchange->Consume(entity.size());
+    return error;
+}
+
+// No more is announced at a time than WinHTTP's read buffer holds.
+constexpr size_t kReadBuffer = 8192;
+
+}  // namespace
+}  // namespace winhttp
+
+using namespace winhttp;
+
+HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags)
+{
+    return Create<Session>([&](Session* session) {
+        if (accessType != WINHTTP_ACCESS_TYPE_DEFAULT_PROXY || proxyName || proxyBypass || flags != 0)
+            return ERROR_INVALID_PARAMETER;
+        session->agent = ToUtf8(ViewOf(agent));
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs)
+{
+    if (resolveMs < -1 || connectMs < -1 || sendMs < -1 || receiveMs < -1)
+        return Fail(ERROR_INVALID_PARAMETER);
+    const Timeouts timeouts = {connectMs, sendMs, receiveMs};
+    auto* const object = static_cast<Handle*>(handle);
+    if (IsOpen(object) && object->kind == Kind::request) {
+        static_cast<Request*>(object)->timeouts = timeouts;
+        return TRUE;
+    }
+    auto* const session = Resolve<Session>(handle);
+    if (!session)
+        return FALSE;
+    session->timeouts = timeouts;
+    return TRUE;
+}
+
+HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD)
+{
+    auto* const owner = Resolve<Session>(session);
+    if (!owner)
+        return nullptr;
+    return Create<Connection>(
+        [&](Connection* connection) {
+            if (!host)
+                return ERROR_INVALID_PARAMETER;
+            connection->port = port;
+            return MakeHost(host, &connection->host) ? ERROR_SUCCESS : ERROR_WINHTTP_INVALID_URL;
+        },
+        owner);
+}
+
+HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR*,
+                                    DWORD flags)
+{
+    auto* const owner = Resolve<Connection>(connection);
+    if (!owner)
+        return nullptr;
+    return Create<Request>(
+        [&](Request* request) {
+            request->verb = verb ? ToUtf8(verb) : "GET";
+            if (!IsVerb(request->verb) || (flags & ~WINHTTP_FLAG_SECURE) != 0)
+                return ERROR_INVALID_PARAMETER;
+            const bool secure = (flags & WINHTTP_FLAG_SECURE) != 0;
+            const INTERNET_PORT usual = secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
+            request->timeouts = request->session().timeouts;
+            request->origin = {secure, owner->port != 0 ? owner->port : usual, owner->host, EscapePath(ViewOf(path))};
+            return ERROR_SUCCESS;
+        },
+        owner);
+}
+
+BOOL WINAPI WinHttpSendRequest(HINTERNET handle, LPCWSTR headers, DWORD headersLength, LPVOID optional,
+                               DWORD optionalLength, DWORD totalLength, DWORD_PTR)
+{
+    auto* const request = Resolve<Request>(handle);
+    if (!request)
+        return FALSE;
+    if (totalLength != optionalLength || (!optional && optionalLength != 0))
+        return Fail(ERROR_INVALID_PARAMETER);
+    return Succeeds([&] {
+        const LONG error = TakeHeaders(request, headers, headersLength);
+        if (error != ERROR_SUCCESS)
+            return error;
+        request->body = static_cast<const char*>(optional);
+        request->bodySize = optionalLength;
+        return request->Send();
+    });
+}
+
+BOOL WINAPI WinHttpReceiveResponse(HINTERNET handle, LPVOID)
+{
+    auto* const request = Resolve<Request>(handle);
+    if (!request)
+        return FALSE;
+    if (!request->sent || request->received)
+        return Fail(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+    return Succeeds([&] { return request->Receive(); });
+}
+
+BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET handle, LPDWORD available)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (!request)
+        return FALSE;
+    return Succeeds([&] {
+        const LONG error = request->exchange.WaitForEntity();
+        if (available)
+            *available = static_cast<DWORD>(std::min(request->exchange.Buffered().size(), kReadBuffer));
+        return error;
+    });
+}
+
+BOOL WINAPI WinHttpReadData(HINTERNET handle, LPVOID buffer, DWORD size, LPDWORD read)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (!request)
+        return FALSE;
+    if (!buffer && size != 0)
+        return Fail(ERROR_INVALID_PARAMETER);
+    DWORD count = 0;
+    const BOOL done =
+        Succeeds([&] { return ReadEntity(&request->exchange, static_cast<char*>(buffer), size, &count); });
+    if (read)
+        *read = count;
+    return done;
+}
+
+BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVOID buffer, LPDWORD length, LPDWORD)
+{
+    auto* const request = ResolveAnswered(handle);
+    if (!request)
+        return FALSE;
+    if (!length)
+        return Fail(ERROR_INVALID_PARAMETER);
+    const Exchange& exchange = request->exchange;
+    return Succeeds([&] {
+        switch (infoLevel) {
+            case WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER:
+                return CopyNumber(exchange.Status(), buffer, length);
+            case WINHTTP_QUERY_RAW_HEADERS_CRLF:
+                return CopyText(exchange.Head(), buffer, length);
+            default:
+                return ERROR_INVALID_PARAMETER;
+        }
+    });
+}
+
+BOOL WINAPI WinHttpCloseHandle(HINTERNET handle)
+{
+    auto* const object = static_cast<Handle*>(handle);
+    if (!IsOpen(object))
+        return Fail(ERROR_INVALID_HANDLE);
+    object->kind = Kind::closed;
+    object->Release();
+    return TRUE;
+}
