@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <sched.h>
-#include <stdio.h>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
@@ -15,18 +14,18 @@ constexpr __time64_t kLastTime = 32535215999;
 
 bool IsWithinRange(const __time64_t* time)
 {
-    return time != nullptr && *time >= 0 && *time <= kLastTime;
+    return time && *time >= 0 && *time <= kLastTime;
 }
 
 errno_t BreakDown(struct tm* (*convert)(const time_t*, struct tm*), struct tm* result, const __time64_t* time)
 {
-    if (result == nullptr)
+    if (!result)
         return EINVAL;
     memset(result, 0xFF, sizeof *result);
     if (!IsWithinRange(time))
         return EINVAL;
     const time_t seconds = static_cast<time_t>(*time);
-    return convert(&seconds, result) == nullptr ? EINVAL : 0;
+    return convert(&seconds, result) ? 0 : EINVAL;
 }
 
 }  // namespace
@@ -57,7 +56,7 @@ __time64_t _time64(__time64_t* time)
 {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    if (time != nullptr)
+    if (time)
         *time = now.tv_sec;
     return now.tv_sec;
 }
@@ -74,20 +73,14 @@ errno_t _localtime64_s(struct tm* result, const __time64_t* time)
 
 WCHAR* _wctime64(const __time64_t* time)
 {
-    static const char days[][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static const char months[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     static thread_local WCHAR text[26];
     struct tm parts;
-    if (_localtime64_s(&parts, time) != 0)
-        return nullptr;
     char narrow[64];
-    // Windows fills the day with a zero where the C standard has a blank.
-    const int length =
-        snprintf(narrow, sizeof narrow, "%s %s %02d %02d:%02d:%02d %04d\n", days[parts.tm_wday], months[parts.tm_mon],
-                 parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, parts.tm_year + 1900);
-    if (length != 25)
+    if (_localtime64_s(&parts, time) != 0 || !asctime_r(&parts, narrow) || strlen(narrow) != 25)
         return nullptr;
+    // Windows fills the day with a zero where the C standard has a blank.
+    if (narrow[8] == ' ')
+        narrow[8] = '0';
     for (size_t i = 0; i < 26; i++)
         text[i] = static_cast<WCHAR>(narrow[i]);
     return text;

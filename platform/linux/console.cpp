@@ -5,16 +5,20 @@
 #include "platform/linux/outcome.h"
 #include "platform/platform.h"
 
+namespace {
+
 // A standard handle is its descriptor plus one, so that none is NULL.
-static int Descriptor(HANDLE console)
+int Descriptor(HANDLE console)
 {
     return static_cast<int>(reinterpret_cast<LONG_PTR>(console)) - 1;
 }
 
-static HANDLE StandardHandle(int descriptor)
+HANDLE StandardHandle(int descriptor)
 {
     return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(descriptor) + 1);
 }
+
+}  // namespace
 
 HANDLE WINAPI GetStdHandle(DWORD which)
 {

@@ -28,6 +28,10 @@ HANDLE HandleOf(size_t index)
     return reinterpret_cast<HANDLE>(number);
 }
 
+// What CloseHandle takes.
+constexpr std::initializer_list<KernelObject::Kind> kClosable = {
+    KernelObject::Kind::semaphore, KernelObject::Kind::file, KernelObject::Kind::transaction};
+
 bool IsOneOf(KernelObject::Kind kind, std::initializer_list<KernelObject::Kind> kinds)
 {
     return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
@@ -38,7 +42,7 @@ Slot* SlotOf(HANDLE handle)
 {
     const uintptr_t number = reinterpret_cast<uintptr_t>(handle);
     const size_t index = ((number & ((1u << kGenerationShift) - 1)) / 4) - 1;
-    const bool open = index < kSlotCount && slots[index].object != nullptr && HandleOf(index) == handle;
+    const bool open = index < kSlotCount && slots[index].object && HandleOf(index) == handle;
     return open ? &slots[index] : nullptr;
 }
 
@@ -50,7 +54,7 @@ HANDLE PublishHandle(ObjectRef<KernelObject> object)
     for (size_t tried = 0; tried < kSlotCount; tried++) {
         const size_t index = nextSlot;
         nextSlot = (nextSlot + 1) % kSlotCount;
-        if (slots[index].object != nullptr)
+        if (slots[index].object)
             continue;
         slots[index].generation = (slots[index].generation + 1) & kGenerationMask;
         slots[index].object = object.release();
@@ -64,7 +68,7 @@ ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
 {
     const std::lock_guard<std::mutex> hold(slotsMutex);
     const Slot* slot = SlotOf(handle);
-    if (slot == nullptr || slot->object->kind() != kind) {
+    if (!slot || slot->object->kind() != kind) {
         Fail(ERROR_INVALID_HANDLE);
         return nullptr;
     }
@@ -76,7 +80,7 @@ ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<Kernel
 {
     const std::lock_guard<std::mutex> hold(slotsMutex);
     Slot* slot = SlotOf(handle);
-    if (slot == nullptr || !IsOneOf(slot->object->kind(), kinds)) {
+    if (!slot || !IsOneOf(slot->object->kind(), kinds)) {
         Fail(ERROR_INVALID_HANDLE);
         return nullptr;
     }
@@ -89,16 +93,12 @@ void RetireHandles(std::initializer_list<KernelObject::Kind> kinds)
 {
     const std::lock_guard<std::mutex> hold(slotsMutex);
     for (Slot& slot : slots) {
-        if (slot.object == nullptr || !IsOneOf(slot.object->kind(), kinds))
+        if (!slot.object || !IsOneOf(slot.object->kind(), kinds))
             continue;
         slot.object->DropReference();
         slot.object = nullptr;
     }
 }
-
-// What CloseHandle takes.
-static constexpr std::initializer_list<KernelObject::Kind> kClosable = {
-    KernelObject::Kind::semaphore, KernelObject::Kind::file, KernelObject::Kind::transaction};
 
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
@@ -109,7 +109,7 @@ BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags)
 {
     const std::lock_guard<std::mutex> hold(slotsMutex);
     const Slot* slot = SlotOf(handle);
-    if (slot == nullptr || !IsOneOf(slot->object->kind(), kClosable))
+    if (!slot || !IsOneOf(slot->object->kind(), kClosable))
         return Fail(ERROR_INVALID_HANDLE);
     *flags = 0;
     return TRUE;

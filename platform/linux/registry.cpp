@@ -1,11 +1,11 @@
-#include <string.h>
-
 #include <algorithm>
 
+#include "platform/linux/der.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/registry_hive.h"
 #include "platform/linux/registry_transaction.h"
 #include "platform/linux/text.h"
+#include "platform/linux/two_call.h"
 #include "platform/linux/win_registry.h"
 
 namespace {
@@ -33,7 +33,7 @@ bool IsHiveItself(HKEY key)
 
 Transaction* TransactionOf(HKEY key)
 {
-    return key == nullptr || IsHiveItself(key) ? nullptr : static_cast<OpenedKey*>(key)->transaction.get();
+    return !key || IsHiveItself(key) ? nullptr : static_cast<OpenedKey*>(key)->transaction.get();
 }
 
 LONG TestPath(std::u16string_view path)
@@ -54,9 +54,9 @@ LONG TestPath(std::u16string_view path)
 
 LONG FindPlace(HKEY key, LPCWSTR subKey, Place* place)
 {
-    if (key == nullptr)
+    if (!key)
         return ERROR_INVALID_HANDLE;
-    if (TransactionOf(key) != nullptr)
+    if (TransactionOf(key))
         return ERROR_NOT_SUPPORTED;
     if (IsHiveItself(key)) {
         place->hive = key == HKEY_LOCAL_MACHINE ? HiveId::machine : HiveId::user;
@@ -86,19 +86,9 @@ HKEY NewKey(Place&& place)
 // Size first, then type and size, then the bytes if they fit.
 LONG HandOver(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD size)
 {
-    if (type != nullptr)
+    if (type)
         *type = value.type;
-    if (size == nullptr)
-        return ERROR_SUCCESS;
-    const DWORD room = *size;
-    *size = static_cast<DWORD>(value.data.size());
-    if (data == nullptr)
-        return ERROR_SUCCESS;
-    if (room < *size)
-        return ERROR_MORE_DATA;
-    if (*size > 0)
-        memcpy(data, value.data.data(), *size);
-    return ERROR_SUCCESS;
+    return size ? GiveOut(BytesOf(value.data.data(), value.data.size()), data, size) : ERROR_SUCCESS;
 }
 
 // The handles that the calls got stay good when their keys are taken out of the file.
@@ -114,7 +104,7 @@ LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const Regis
 bool PutValue(RegistryKey* key, const RegistryValue& value)
 {
     RegistryValue* stored = key->FindValue(value.name);
-    if (stored == nullptr) {
+    if (!stored) {
         key->values.push_back(value);
         return true;
     }
@@ -127,7 +117,7 @@ bool PutValue(RegistryKey* key, const RegistryValue& value)
 LONG SetValue(Transaction* transaction, const RegistryValue& value)
 {
     RegistryKey* const key = transaction->key();
-    if (key == nullptr)
+    if (!key)
         return ERROR_TRANSACTION_NOT_ACTIVE;
     PutValue(key, value);
     return ERROR_SUCCESS;
@@ -146,13 +136,13 @@ LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
 LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
 {
     return CodeOf([&]() -> LONG {
-        Transaction* const transaction = subKey == nullptr ? TransactionOf(key) : nullptr;
+        Transaction* const transaction = subKey ? nullptr : TransactionOf(key);
         Place place;
-        const LONG error = transaction != nullptr ? ERROR_SUCCESS : FindPlace(key, subKey, &place);
+        const LONG error = transaction ? ERROR_SUCCESS : FindPlace(key, subKey, &place);
         if (error != ERROR_SUCCESS)
             return error;
         const std::u16string_view name = ViewOf(valueName);
-        if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (data == nullptr && size > 0))
+        if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (!data && size > 0))
             return ERROR_INVALID_PARAMETER;
         if (size > kMaxValueSize)
             return ERROR_NO_SYSTEM_RESOURCES;
@@ -163,7 +153,7 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
             const BYTE* bytes = static_cast<const BYTE*>(data);
             value.data.assign(bytes, bytes + size);
         }
-        return transaction != nullptr ? SetValue(transaction, value) : SetValue(place, !ViewOf(subKey).empty(), value);
+        return transaction ? SetValue(transaction, value) : SetValue(place, !ViewOf(subKey).empty(), value);
     });
 }
 
@@ -173,7 +163,7 @@ LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 {
     return CodeOf([&]() -> LONG {
         if (Transaction* const transaction = TransactionOf(key))
-            return transaction->key() != nullptr ? visit(transaction->key()) : ERROR_TRANSACTION_NOT_ACTIVE;
+            return transaction->key() ? visit(transaction->key()) : ERROR_TRANSACTION_NOT_ACTIVE;
         Place place;
         const LONG error = FindPlace(key, nullptr, &place);
         if (error != ERROR_SUCCESS)
@@ -192,7 +182,7 @@ LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 
 LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
 {
-    if (result == nullptr)
+    if (!result)
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
@@ -211,12 +201,12 @@ LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
 
 LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, PHKEY result, HANDLE transaction, PVOID)
 {
-    if (result == nullptr)
+    if (!result)
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
         ObjectRef<Transaction> object = FindObject<Transaction>(transaction);
-        if (object == nullptr)
+        if (!object)
             return ERROR_INVALID_HANDLE;
         Place place;
         LONG error = FindPlace(key, subKey, &place);
@@ -233,7 +223,7 @@ LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, PHKEY
 LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY result,
                             LPDWORD disposition)
 {
-    if (result == nullptr || disposition != nullptr)
+    if (!result || disposition)
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
@@ -255,7 +245,7 @@ LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGS
 
 LONG WINAPI RegCloseKey(HKEY key)
 {
-    if (key == nullptr)
+    if (!key)
         return ERROR_INVALID_HANDLE;
     if (!IsHiveItself(key))
         delete static_cast<OpenedKey*>(key);
@@ -264,13 +254,13 @@ LONG WINAPI RegCloseKey(HKEY key)
 
 LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size)
 {
-    if (reserved != nullptr || (data != nullptr && size == nullptr))
+    if (reserved || (data && !size))
         return ERROR_INVALID_PARAMETER;
     const std::u16string_view name = ViewOf(valueName);
     const HiveContent content = EqualIgnoringCase(name, kClearSecret) ? HiveContent::complete : HiveContent::kept;
     return VisitKey(key, content, [&](const RegistryKey* found) -> LONG {
-        const RegistryValue* value = found == nullptr ? nullptr : found->FindValue(name);
-        return value == nullptr ? ERROR_FILE_NOT_FOUND : HandOver(*value, type, data, size);
+        const RegistryValue* value = found ? found->FindValue(name) : nullptr;
+        return value ? HandOver(*value, type, data, size) : ERROR_FILE_NOT_FOUND;
     });
 }
 
@@ -293,8 +283,8 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
             return error;
         return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
             RegistryKey* found = hive->FindKey(place.path);
-            RegistryValue* value = found == nullptr ? nullptr : found->FindValue(ViewOf(valueName));
-            if (value == nullptr)
+            RegistryValue* value = found ? found->FindValue(ViewOf(valueName)) : nullptr;
+            if (!value)
                 return ERROR_FILE_NOT_FOUND;
             found->values.erase(found->values.begin() + (value - found->values.data()));
             *changed = true;
@@ -305,7 +295,7 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
 
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey)
 {
-    if (subKey == nullptr)
+    if (!subKey)
         return ERROR_INVALID_PARAMETER;
     return CodeOf([&]() -> LONG {
         Place place;
@@ -316,7 +306,7 @@ LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey)
             if (!hive->HasKey(place.path))
                 return ERROR_FILE_NOT_FOUND;
             const RegistryKey* found = hive->FindKey(place.path);
-            if (place.path.empty() || found == nullptr || hive->HasKeyBelow(place.path))
+            if (place.path.empty() || !found || hive->HasKeyBelow(place.path))
                 return ERROR_ACCESS_DENIED;
             hive->keys.erase(hive->keys.begin() + (found - hive->keys.data()));
             *changed = true;

@@ -15,19 +15,23 @@ RPC_STATUS WINAPI UuidCreate(UUID* uuid)
     return RPC_S_OK;
 }
 
+namespace {
+
 // Writes the `digits` lowest hexadecimal digits of a number; returns their end.
-static RPC_WSTR PutHex(unsigned number, int digits, RPC_WSTR out)
+RPC_WSTR PutHex(unsigned number, int digits, RPC_WSTR out)
 {
     while (digits-- > 0)
         *out++ = static_cast<unsigned char>("0123456789abcdef"[(number >> (4 * digits)) & 15]);
     return out;
 }
 
+}  // namespace
+
 RPC_STATUS WINAPI UuidToStringW(UUID* uuid, RPC_WSTR* text)
 {
     constexpr size_t kLength = 36;
     *text = static_cast<RPC_WSTR>(malloc(sizeof(WCHAR) * (kLength + 1)));
-    if (*text == nullptr)
+    if (!*text)
         return RPC_S_OUT_OF_MEMORY;
     RPC_WSTR end = PutHex(uuid->Data1, 8, *text);
     *end++ = '-';

@@ -1,8 +1,8 @@
-#include <errno.h>
-#include <pthread.h>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 #include "platform/linux/handles.h"
-#include "platform/linux/monotonic.h"
 #include "platform/linux/outcome.h"
 
 namespace {
@@ -13,56 +13,36 @@ class Semaphore : public KernelObject {
 
     Semaphore(LONG initialCount, LONG maximumCount) : KernelObject(kKind), count_(initialCount), maximum_(maximumCount)
     {
-        pthread_mutex_init(&mutex_, nullptr);
-        pthread_condattr_t attributes;
-        pthread_condattr_init(&attributes);
-        // A change of the wall clock must neither shorten nor stretch a wait.
-        pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-        pthread_cond_init(&released_, &attributes);
-        pthread_condattr_destroy(&attributes);
-    }
-
-    ~Semaphore() override
-    {
-        pthread_cond_destroy(&released_);
-        pthread_mutex_destroy(&mutex_);
     }
 
     DWORD Wait(DWORD waitMs)
     {
-        const timespec deadline = MonotonicAfter(waitMs);
-        pthread_mutex_lock(&mutex_);
-        int result = 0;
-        while (count_ == 0 && result != ETIMEDOUT) {
-            if (waitMs == INFINITE)
-                result = pthread_cond_wait(&released_, &mutex_);
-            else
-                result = pthread_cond_timedwait(&released_, &mutex_, &deadline);
-        }
-        const bool taken = count_ > 0;
-        if (taken)
-            count_--;
-        pthread_mutex_unlock(&mutex_);
-        return taken ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+        const auto isFree = [this] { return count_ > 0; };
+        std::unique_lock<std::mutex> hold(mutex_);
+        if (waitMs == INFINITE)
+            released_.wait(hold, isFree);
+        // On the steady clock, so that a change of the wall clock neither shortens nor stretches a wait.
+        else if (!released_.wait_for(hold, std::chrono::milliseconds(waitMs), isFree))
+            return WAIT_TIMEOUT;
+        count_--;
+        return WAIT_OBJECT_0;
     }
 
     bool Release(LONG releaseCount, LPLONG previousCount)
     {
-        pthread_mutex_lock(&mutex_);
-        const bool fits = releaseCount <= maximum_ - count_;
-        if (fits) {
-            if (previousCount != nullptr)
-                *previousCount = count_;
-            count_ += releaseCount;
-            pthread_cond_broadcast(&released_);
-        }
-        pthread_mutex_unlock(&mutex_);
-        return fits;
+        const std::lock_guard<std::mutex> hold(mutex_);
+        if (releaseCount > maximum_ - count_)
+            return false;
+        if (previousCount)
+            *previousCount = count_;
+        count_ += releaseCount;
+        released_.notify_all();
+        return true;
     }
 
   private:
-    pthread_mutex_t mutex_;
-    pthread_cond_t released_;
+    std::mutex mutex_;
+    std::condition_variable released_;
     LONG count_;
     const LONG maximum_;
 };
@@ -73,12 +53,12 @@ HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES, LONG initialCount, LONG ma
 {
     HANDLE handle = nullptr;
     Succeeds([&]() -> LONG {
-        if (name != nullptr)
+        if (name)
             return ERROR_NOT_SUPPORTED;
         if (initialCount < 0 || maximumCount <= 0 || initialCount > maximumCount)
             return ERROR_INVALID_PARAMETER;
         handle = PublishHandle(ObjectRef<KernelObject>(new Semaphore(initialCount, maximumCount)));
-        return handle == nullptr ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+        return handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES;
     });
     return handle;
 }
@@ -86,7 +66,7 @@ HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES, LONG initialCount, LONG ma
 BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previousCount)
 {
     const auto object = FindObject<Semaphore>(semaphore);
-    if (object == nullptr)
+    if (!object)
         return FALSE;
     if (releaseCount <= 0)
         return Fail(ERROR_INVALID_PARAMETER);
@@ -96,5 +76,5 @@ BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previou
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD waitMs)
 {
     const auto object = FindObject<Semaphore>(handle);
-    return object == nullptr ? WAIT_FAILED : object->Wait(waitMs);
+    return object ? object->Wait(waitMs) : WAIT_FAILED;
 }
