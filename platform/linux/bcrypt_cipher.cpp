@@ -2,9 +2,8 @@
 #include <limits.h>
 #include <string.h>
 
-#include <memory>
-
 #include "platform/linux/bcrypt_algorithm.h"
+#include "platform/linux/openssl_pointers.h"
 
 namespace {
 
@@ -18,10 +17,7 @@ struct SymmetricKey {
     BYTE iv[EVP_MAX_IV_LENGTH];
 };
 
-struct ContextFreer {
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
-};
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, ContextFreer>;
+using CipherContext = OpensslOwner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 SymmetricKey* FindKey(BCRYPT_KEY_HANDLE handle)
 {

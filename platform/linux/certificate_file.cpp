@@ -1,13 +1,12 @@
 #include "platform/linux/certificate_file.h"
 
 #include <limits.h>
-#include <openssl/bio.h>
 #include <openssl/pem.h>
 
-#include <memory>
 #include <new>
 
 #include "platform/linux/openssl_errors.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/text.h"
 
 namespace {
@@ -36,16 +35,12 @@ constexpr NumberField kNumberFields[] = {
     {"KeySpec", &KeyProviderInfo::keySpec},
 };
 
-struct BioFreer {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-};
-using BioPointer = std::unique_ptr<BIO, BioFreer>;
-
-struct OpensslFreer {
-    void operator()(void* block) const { OPENSSL_free(block); }
-};
+void FreeBlock(void* block)
+{
+    OPENSSL_free(block);
+}
 template <typename T>
-using OpensslBlock = std::unique_ptr<T, OpensslFreer>;
+using OpensslBlock = OpensslOwner<T, FreeBlock>;
 
 std::string Escaped(const std::u16string& text)
 {
@@ -137,7 +132,7 @@ bool ReadPem(std::string_view pem, std::string* der)
     if (pem.size() > INT_MAX)
         return false;
     const BioPointer bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    if (bio == nullptr)
+    if (!bio)
         throw std::bad_alloc();
     char* name = nullptr;
     char* header = nullptr;
@@ -158,8 +153,8 @@ std::string MakePem(std::string_view der)
 {
     const BioPointer bio(BIO_new(BIO_s_mem()));
     char* text = nullptr;
-    if (bio == nullptr || PEM_write_bio(bio.get(), kPemName, "", reinterpret_cast<const BYTE*>(der.data()),
-                                        static_cast<long>(der.size())) <= 0)
+    if (!bio || PEM_write_bio(bio.get(), kPemName, "", reinterpret_cast<const BYTE*>(der.data()),
+                              static_cast<long>(der.size())) <= 0)
         throw std::bad_alloc();
     const long size = BIO_get_mem_data(bio.get(), &text);
     return std::string(text, static_cast<size_t>(size));

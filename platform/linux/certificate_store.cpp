@@ -43,7 +43,7 @@ LONG CertificateStore::List(std::vector<std::string>* names) const
     if (directory_.empty())
         return ERROR_SUCCESS;
     const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
-    if (directory == nullptr)
+    if (!directory)
         return errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
     errno = 0;
     while (const dirent* entry = readdir(directory.get())) {

@@ -19,9 +19,9 @@ LONG TestArguments(UINT codePage, const void* source, int sourceLength, const vo
 {
     if (codePage != CP_ACP && codePage != CP_UTF8)
         return ERROR_INVALID_PARAMETER;
-    if (source == nullptr || sourceLength == 0 || sourceLength < -1 || outputSize < 0)
+    if (!source || sourceLength == 0 || sourceLength < -1 || outputSize < 0)
         return ERROR_INVALID_PARAMETER;
-    if (outputSize > 0 && (output == nullptr || output == source))
+    if (outputSize > 0 && (!output || output == source))
         return ERROR_INVALID_PARAMETER;
     return ERROR_SUCCESS;
 }
@@ -111,7 +111,7 @@ int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int so
     if (error != ERROR_SUCCESS)
         return FailConversion(error);
     // UTF-8 has no default character: the replacement is always U+FFFD.
-    if (defaultChar != nullptr || usedDefaultChar != nullptr)
+    if (defaultChar || usedDefaultChar)
         return FailConversion(ERROR_INVALID_PARAMETER);
     if (flags != 0)
         return FailConversion(ERROR_INVALID_FLAGS);

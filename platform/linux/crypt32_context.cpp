@@ -28,7 +28,7 @@ LONG GiveOutKeyProvider(const std::optional<KeyProviderInfo>& info, void* data, 
 LONG ReadKeyProvider(const void* data, std::optional<KeyProviderInfo>* info)
 {
     const CRYPT_KEY_PROV_INFO* published = static_cast<const CRYPT_KEY_PROV_INFO*>(data);
-    if (published == nullptr || published->cProvParam != 0)
+    if (!published || published->cProvParam != 0)
         return E_INVALIDARG;
     *info = KeyProviderInfo{std::u16string(ViewOf(published->pwszContainerName)),
                             std::u16string(ViewOf(published->pwszProvName)), published->dwProvType, published->dwFlags,
@@ -51,7 +51,7 @@ std::unique_ptr<CertificateContext> CertificateContext::Make(DWORD encodingType,
     context->cbCertEncoded = static_cast<DWORD>(context->certificate_.der().size());
     context->pCertInfo = context->certificate_.info();
     context->hCertStore = store;
-    if (store != nullptr) {
+    if (store) {
         store->AddReference();
         context->store_.reset(store);
     }
@@ -73,7 +73,7 @@ void CertificateContext::KeepKeyProvider(std::optional<KeyProviderInfo> info)
 LONG CertificateContext::StoreKeyProvider(std::optional<KeyProviderInfo> info)
 {
     LONG error = ERROR_SUCCESS;
-    if (store_ != nullptr) {
+    if (store_) {
         error = store_->Rewrite(FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
             // One that was taken out of the store meanwhile stays out of it.
             if (loaded != ERROR_SUCCESS && loaded != ERROR_INVALID_DATA)
@@ -93,7 +93,7 @@ PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYT
 {
     std::unique_ptr<CertificateContext> context;
     Succeeds([&]() -> LONG {
-        if ((encodingType & X509_ASN_ENCODING) == 0 || (encoded == nullptr && size != 0))
+        if ((encodingType & X509_ASN_ENCODING) == 0 || (!encoded && size != 0))
             return E_INVALIDARG;
         LONG error = ERROR_SUCCESS;
         context = CertificateContext::Make(encodingType, BytesOf(encoded, size), nullptr, &error);
@@ -110,7 +110,7 @@ BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context)
 
 BOOL WINAPI CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, void* data, DWORD* size)
 {
-    if (context == nullptr || size == nullptr)
+    if (!context || !size)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
         const CertificateContext* certificate = CertificateContext::From(context);
@@ -124,7 +124,7 @@ BOOL WINAPI CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD prop
 
 BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, DWORD flags, const void* data)
 {
-    if (context == nullptr || property != CERT_KEY_PROV_INFO_PROP_ID || flags != 0)
+    if (!context || property != CERT_KEY_PROV_INFO_PROP_ID || flags != 0)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
         std::optional<KeyProviderInfo> info;

@@ -99,7 +99,7 @@ void AppendRequest(const RequestParts& parts, StructureBlock* block)
 BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize, DWORD,
                               void* structure, DWORD* size)
 {
-    if (size == nullptr || (encoded == nullptr && encodedSize != 0))
+    if (!size || (!encoded && encodedSize != 0))
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
         LONG error = ERROR_FILE_NOT_FOUND;

@@ -141,20 +141,22 @@ LONG DecodePrivateKey(const BYTE* at, long size, const Answer& answer)
 // The legacy form: header, RSAPUBKEY, then the numbers, the least significant byte first.
 class LegacyKey {
   public:
-    explicit LegacyKey(const RSA* rsa) : rsa_(rsa), whole_(static_cast<size_t>(RSA_size(rsa))) {}
+    explicit LegacyKey(const RSA* rsa) : rsa_(rsa), modulusSize_(static_cast<size_t>(RSA_size(rsa))) {}
 
     // False when a number has no room in the form.
     bool Write()
     {
-        const size_t half = (whole_ + 1) / 2;
-        RSAPUBKEY head = {BCRYPT_RSAPRIVATE_MAGIC, static_cast<DWORD>(8 * whole_), 0};
-        if (whole_ > UINT16_MAX || !Place(RSA_get0_e(rsa_), reinterpret_cast<BYTE*>(&head.pubexp), sizeof head.pubexp))
+        const size_t half = (modulusSize_ + 1) / 2;
+        RSAPUBKEY head = {BCRYPT_RSAPRIVATE_MAGIC, static_cast<DWORD>(8 * modulusSize_), 0};
+        if (modulusSize_ > UINT16_MAX ||
+            !Place(RSA_get0_e(rsa_), reinterpret_cast<BYTE*>(&head.pubexp), sizeof head.pubexp))
             return false;
         Append(BLOBHEADER{PRIVATEKEYBLOB, CUR_BLOB_VERSION, 0, CALG_RSA_KEYX});
         Append(head);
-        return Append(RSA_get0_n(rsa_), whole_) && Append(RSA_get0_p(rsa_), half) && Append(RSA_get0_q(rsa_), half) &&
-               Append(RSA_get0_dmp1(rsa_), half) && Append(RSA_get0_dmq1(rsa_), half) &&
-               Append(RSA_get0_iqmp(rsa_), half) && Append(RSA_get0_d(rsa_), whole_);
+        return Append(RSA_get0_n(rsa_), modulusSize_) && Append(RSA_get0_p(rsa_), half) &&
+               Append(RSA_get0_q(rsa_), half) && Append(RSA_get0_dmp1(rsa_), half) &&
+               Append(RSA_get0_dmq1(rsa_), half) && Append(RSA_get0_iqmp(rsa_), half) &&
+               Append(RSA_get0_d(rsa_), modulusSize_);
     }
     const SecretString& bytes() const { return bytes_; }
 
@@ -176,7 +178,7 @@ class LegacyKey {
     }
 
     const RSA* rsa_;
-    size_t whole_;
+    size_t modulusSize_;
     SecretString bytes_;
 };
 

@@ -112,7 +112,7 @@ std::u16string KeyText(const std::string& objectId, DWORD strType)
     if (strType == CERT_SIMPLE_NAME_STR)
         return u"";
     const NameAttribute* known = FindAttributeById(objectId);
-    return known == nullptr ? u"OID." + ToUtf16(objectId) + u"=" : std::u16string(known->key) + u"=";
+    return (known ? std::u16string(known->key) : u"OID." + ToUtf16(objectId)) + u"=";
 }
 
 std::u16string RelativeNameText(DerReader* set, DWORD strType)
@@ -148,17 +148,17 @@ LONG WholeNameText(const CERT_NAME_BLOB& name, DWORD strType, std::u16string* te
 DWORD WINAPI CertNameToStrW(DWORD, PCERT_NAME_BLOB name, DWORD strType, LPWSTR text, DWORD room)
 {
     DWORD count = 1;
-    if (text != nullptr && room > 0)
+    if (text && room > 0)
         text[0] = 0;
     Succeeds([&]() -> LONG {
-        if (name == nullptr || (strType != CERT_SIMPLE_NAME_STR && strType != CERT_X500_NAME_STR))
+        if (!name || (strType != CERT_SIMPLE_NAME_STR && strType != CERT_X500_NAME_STR))
             return E_INVALIDARG;
         std::u16string whole;
         const LONG error = WholeNameText(*name, strType, &whole);
         if (error != ERROR_SUCCESS)
             return error;
         size_t length = whole.size();
-        if (text != nullptr && room > 0) {
+        if (text && room > 0) {
             length = std::min<size_t>(length, room - 1);
             memcpy(text, whole.data(), length * sizeof(WCHAR));
             text[length] = 0;

@@ -41,7 +41,7 @@ std::string_view ViewOf(const CRYPT_INTEGER_BLOB& blob)
 
 const char* DigestOf(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
 {
-    if (algorithm.pszObjId == nullptr)
+    if (!algorithm.pszObjId)
         return nullptr;
     const auto found =
         std::find_if(std::begin(kSignatureAlgorithms), std::end(kSignatureAlgorithms),
@@ -68,7 +68,7 @@ class DerSequence {
     void AddObjectId(const char* text)
     {
         std::string content;
-        valid_ = valid_ && text != nullptr && ObjectIdFromText(text, &content);
+        valid_ = valid_ && text && ObjectIdFromText(text, &content);
         Add(MakeDer(kDerObjectId, content));
     }
 
@@ -81,10 +81,10 @@ DerSequence MakeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
 {
     DerSequence made;
     made.AddObjectId(algorithm.pszObjId);
-    const bool staysEmpty =
-        algorithm.pszObjId != nullptr &&
-        std::any_of(std::begin(kWithoutParameters), std::end(kWithoutParameters),
-                    [&](const char* objectId) { return strcmp(objectId, algorithm.pszObjId) == 0; });
+    const bool staysEmpty = algorithm.pszObjId && std::any_of(std::begin(kWithoutParameters),
+                                                              std::end(kWithoutParameters), [&](const char* objectId) {
+                                                                  return strcmp(objectId, algorithm.pszObjId) == 0;
+                                                              });
     if (algorithm.Parameters.cbData != 0)
         made.Add(ViewOf(algorithm.Parameters));
     else if (!staysEmpty)
@@ -162,7 +162,7 @@ DerSequence MakeToBeSigned(const CERT_INFO& info)
 
 bool IsUsable(const CERT_INFO* info)
 {
-    return info != nullptr && info->dwVersion <= CERT_V3 && (info->cExtension == 0 || info->rgExtension != nullptr);
+    return info && info->dwVersion <= CERT_V3 && (info->cExtension == 0 || info->rgExtension);
 }
 
 }  // namespace
@@ -173,12 +173,12 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
                                           DWORD* size)
 {
     const CERT_INFO* info = static_cast<const CERT_INFO*>(structure);
-    if (size == nullptr || signatureAlgorithm == nullptr || !IsUsable(info))
+    if (!size || !signatureAlgorithm || !IsUsable(info))
         return Fail(E_INVALIDARG);
     if ((encodingType & X509_ASN_ENCODING) == 0 || structType != X509_CERT_TO_BE_SIGNED)
         return Fail(ERROR_FILE_NOT_FOUND);
     const char* digestName = DigestOf(*signatureAlgorithm);
-    if (digestName == nullptr)
+    if (!digestName)
         return Fail(NTE_BAD_ALGID);
     return Succeeds([&]() -> LONG {
         const DerSequence toBeSigned = MakeToBeSigned(*info);
@@ -188,7 +188,7 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
         size_t signatureSize = 0;
         LONG error = SoftwareSignatureSize(key, &signatureSize);
         std::string signature(signatureSize, '\0');
-        if (error == ERROR_SUCCESS && encoded != nullptr)
+        if (error == ERROR_SUCCESS && encoded)
             error = SignWithSoftwareKey(key, digestName, toBeSigned.Made(), &signature);
         if (error != ERROR_SUCCESS)
             return error;

@@ -54,7 +54,7 @@ LONG PrepareDirectory(const std::string& directory, bool readOnly)
 ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, CertificateRecord stored, LONG* error)
 {
     ContextPtr context = CertificateContext::Make(encodingType, stored.der, store, error);
-    if (context != nullptr)
+    if (context)
         context->KeepKeyProvider(std::move(stored.keyProvider));
     return context;
 }
@@ -62,7 +62,7 @@ ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, Certifi
 // Where the enumeration goes on behind `previous`, or begins.
 LONG FindPlace(CertificateStore* store, const CertificateContext* previous, StoreListing* listing, size_t* position)
 {
-    if (previous != nullptr && previous->listing != nullptr) {
+    if (previous && previous->listing) {
         *listing = previous->listing;
         *position = previous->position + 1;
         return ERROR_SUCCESS;
@@ -71,8 +71,7 @@ LONG FindPlace(CertificateStore* store, const CertificateContext* previous, Stor
     const LONG error = store->List(&names);
     if (error != ERROR_SUCCESS)
         return error;
-    const auto next =
-        previous == nullptr ? names.begin() : std::upper_bound(names.begin(), names.end(), previous->FileName());
+    const auto next = previous ? std::upper_bound(names.begin(), names.end(), previous->FileName()) : names.begin();
     *position = static_cast<size_t>(next - names.begin());
     *listing = std::make_shared<const std::vector<std::string>>(std::move(names));
     return ERROR_SUCCESS;
@@ -80,7 +79,7 @@ LONG FindPlace(CertificateStore* store, const CertificateContext* previous, Stor
 
 LONG FindNext(CertificateStore* store, const CertificateContext* previous, ContextPtr* next)
 {
-    if (previous != nullptr && previous->store() != store)
+    if (previous && previous->store() != store)
         return E_INVALIDARG;
     StoreListing listing;
     size_t position = 0;
@@ -93,7 +92,7 @@ LONG FindNext(CertificateStore* store, const CertificateContext* previous, Conte
         if (store->Load((*listing)[position], &stored) != ERROR_SUCCESS)
             continue;
         *next = MakeStoreContext(store, X509_ASN_ENCODING, std::move(stored), &parsed);
-        if (*next == nullptr)
+        if (!*next)
             continue;
         (*next)->listing = listing;
         (*next)->position = position;
@@ -145,7 +144,7 @@ HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD, HCRYPTPROV_LEGACY, DWORD
 
 BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD)
 {
-    if (store != nullptr)
+    if (store)
         StoreOf(store)->DropReference();
     return TRUE;
 }
@@ -154,16 +153,16 @@ PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTE
 {
     const ContextPtr freed(CertificateContext::From(previous));
     ContextPtr next;
-    Succeeds([&]() -> LONG { return store == nullptr ? E_INVALIDARG : FindNext(StoreOf(store), freed.get(), &next); });
+    Succeeds([&]() -> LONG { return store ? FindNext(StoreOf(store), freed.get(), &next) : E_INVALIDARG; });
     return next.release();
 }
 
 BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingType, const BYTE* encoded, DWORD size,
                                              DWORD disposition, PCCERT_CONTEXT* context)
 {
-    if (context != nullptr)
+    if (context)
         *context = nullptr;
-    if (store == nullptr || (encodingType & X509_ASN_ENCODING) == 0 || (encoded == nullptr && size != 0) ||
+    if (!store || (encodingType & X509_ASN_ENCODING) == 0 || (!encoded && size != 0) ||
         disposition != CERT_STORE_ADD_USE_EXISTING)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
@@ -171,10 +170,10 @@ BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingTyp
         CertificateRecord given;
         given.der = BytesOf(encoded, size);
         ContextPtr added = MakeStoreContext(StoreOf(store), encodingType, std::move(given), &error);
-        if (added == nullptr)
+        if (!added)
             return error;
         error = AddToStore(added.get());
-        if (error == ERROR_SUCCESS && context != nullptr)
+        if (error == ERROR_SUCCESS && context)
             *context = added.release();
         return error;
     });
@@ -183,7 +182,7 @@ BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingTyp
 BOOL WINAPI CertDeleteCertificateFromStore(PCCERT_CONTEXT context)
 {
     const ContextPtr freed(CertificateContext::From(context));
-    if (freed == nullptr || freed->store() == nullptr)
+    if (!freed || !freed->store())
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG { return freed->store()->Remove(freed->FileName()); });
 }

@@ -204,10 +204,10 @@ class NameParser {
         const NameAttribute* known = FindAttributeByKey(key);
         if (EqualIgnoringCase(key.substr(0, kObjectIdPrefix.size()), kObjectIdPrefix))
             key.remove_prefix(kObjectIdPrefix.size());
-        const std::string dotted = known != nullptr ? std::string(known->objectId) : ToUtf8(key);
-        if (known == nullptr)
+        const std::string dotted = known ? std::string(known->objectId) : ToUtf8(key);
+        if (!known)
             known = FindAttributeById(dotted);
-        if (known != nullptr)
+        if (known)
             *kind = known->text;
         return ObjectIdFromText(dotted, objectId);
     }
@@ -257,7 +257,7 @@ class NameParser {
 // *errorAt: units of `text` that were good, after a failure of the text's.
 LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* size, size_t* errorAt)
 {
-    if (size == nullptr || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)
+    if (!size || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)
         return E_INVALIDARG;
     NameParser parser(text, strType);
     std::string name;
@@ -281,7 +281,7 @@ BOOL WINAPI CertStrToNameW(DWORD, LPCWSTR text, DWORD strType, void*, BYTE* enco
     return Succeeds([&]() -> LONG {
         size_t good = 0;
         const LONG error = EncodeName(ViewOf(text), strType, encoded, size, &good);
-        if (errorAt != nullptr)
+        if (errorAt)
             *errorAt = IsTextError(error) ? text + good : nullptr;
         return error;
     });
@@ -290,10 +290,10 @@ BOOL WINAPI CertStrToNameW(DWORD, LPCWSTR text, DWORD strType, void*, BYTE* enco
 BOOL WINAPI CertStrToNameA(DWORD, LPCSTR text, DWORD strType, void*, BYTE* encoded, DWORD* size, LPCSTR* errorAt)
 {
     return Succeeds([&]() -> LONG {
-        const std::u16string wide = ToUtf16(text == nullptr ? "" : text);
+        const std::u16string wide = ToUtf16(text ? text : "");
         size_t good = 0;
         const LONG error = EncodeName(wide, strType, encoded, size, &good);
-        if (errorAt != nullptr)
+        if (errorAt)
             *errorAt = IsTextError(error) ? text + ToUtf8(std::u16string_view(wide).substr(0, good)).size() : nullptr;
         return error;
     });

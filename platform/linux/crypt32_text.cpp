@@ -68,7 +68,7 @@ struct Sink {
 
     void Put(unsigned byte)
     {
-        if (data != nullptr && size < room)
+        if (data && size < room)
             data[size] = static_cast<BYTE>(byte);
         size++;
     }
@@ -106,7 +106,7 @@ size_t ForEachPlainQuantum(std::u16string_view text, Put put)
 void TakePlainQuanta(std::u16string_view* text, Sink* sink)
 {
     size_t count = 0;
-    if (sink->data == nullptr) {
+    if (!sink->data) {
         count = ForEachPlainQuantum(*text, [](unsigned) {});
         sink->size += 3 * count;
     } else if (sink->size + text->size() / 4 * 3 <= sink->room) {
@@ -192,7 +192,7 @@ bool DecodeAs(std::u16string_view text, DWORD format, Sink* sink)
 BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, LPWSTR text, DWORD* size)
 {
     return Succeeds([&]() -> LONG {
-        if (data == nullptr || size == nullptr || (flags & ~CRYPT_STRING_NOCR) != kOneLine)
+        if (!data || !size || (flags & ~CRYPT_STRING_NOCR) != kOneLine)
             return ERROR_INVALID_PARAMETER;
         const uint64_t length = (uint64_t{dataSize} + 2) / 3 * 4 + 1;
         if (length > UINT32_MAX)
@@ -200,7 +200,7 @@ BOOL WINAPI CryptBinaryToStringW(const BYTE* data, DWORD dataSize, DWORD flags, 
         const DWORD needed = static_cast<DWORD>(length);
         const DWORD room = *size;
         *size = needed;
-        if (text == nullptr)
+        if (!text)
             return ERROR_SUCCESS;
         if (room < needed)
             return ERROR_MORE_DATA;
@@ -215,7 +215,7 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
 {
     return Succeeds([&]() -> LONG {
         const bool known = flags == CRYPT_STRING_BASE64 || flags == CRYPT_STRING_BASE64_ANY;
-        if (text == nullptr || size == nullptr || !known || skipped != nullptr || usedFlags != nullptr)
+        if (!text || !size || !known || skipped || usedFlags)
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view view =
             textLength == 0 ? std::u16string_view(text) : std::u16string_view(text, textLength);
@@ -223,7 +223,7 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
         const bool fits = *size >= view.size() / 4 * 3;
         Sink sink = {fits ? data : nullptr, *size, 0};
         bool good = DecodeAs(view, flags, &sink);
-        if (good && !fits && data != nullptr && sink.size <= *size) {
+        if (good && !fits && data && sink.size <= *size) {
             sink = {data, *size, 0};
             good = DecodeAs(view, flags, &sink);
         }
@@ -232,6 +232,6 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
         if (sink.size > UINT32_MAX)
             return ERROR_INVALID_PARAMETER;
         *size = static_cast<DWORD>(sink.size);
-        return data != nullptr && sink.size > sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
+        return data && sink.size > sink.room ? ERROR_MORE_DATA : ERROR_SUCCESS;
     });
 }

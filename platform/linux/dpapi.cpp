@@ -129,10 +129,10 @@ CipherContext StartCipher(bool encrypts, const MasterKey& key, const BYTE* head,
     CipherContext context(EVP_CIPHER_CTX_new());
     const BYTE* nonce = head + offsetof(Head, nonce);
     int length = 0;
-    bool good = context != nullptr &&
+    bool good = context &&
                 EVP_CipherInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.bytes, nonce, encrypts ? 1 : 0) == 1 &&
                 EVP_CipherUpdate(context.get(), nullptr, &length, head, static_cast<int>(headSize)) == 1;
-    if (good && entropy != nullptr && entropy->cbData > 0)
+    if (good && entropy && entropy->cbData > 0)
         good =
             EVP_CipherUpdate(context.get(), nullptr, &length, entropy->pbData, static_cast<int>(entropy->cbData)) == 1;
     return good ? std::move(context) : nullptr;
@@ -140,18 +140,18 @@ CipherContext StartCipher(bool encrypts, const MasterKey& key, const BYTE* head,
 
 bool IsUsable(const DATA_BLOB* blob)
 {
-    return blob->cbData <= kMaxSize && (blob->pbData != nullptr || blob->cbData == 0);
+    return blob->cbData <= kMaxSize && (blob->pbData || blob->cbData == 0);
 }
 
 LONG TestArguments(const DATA_BLOB* data, const DATA_BLOB* entropy, const void* reserved,
                    const CRYPTPROTECT_PROMPTSTRUCT* prompt, const DATA_BLOB* out)
 {
-    if (data == nullptr || data->pbData == nullptr || out == nullptr || reserved != nullptr)
+    if (!data || !data->pbData || !out || reserved)
         return ERROR_INVALID_PARAMETER;
-    if (!IsUsable(data) || (entropy != nullptr && !IsUsable(entropy)))
+    if (!IsUsable(data) || (entropy && !IsUsable(entropy)))
         return ERROR_INVALID_PARAMETER;
     // There is nobody to ask.
-    return prompt != nullptr && prompt->dwPromptFlags != 0 ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
+    return prompt && prompt->dwPromptFlags != 0 ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
 }
 
 LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_BLOB* entropy, DWORD scope,
@@ -171,7 +171,7 @@ LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_
     const size_t headSize = sizeof head + head.cbDescription;
     const size_t size = headSize + data.cbData + kTagSize;
     LocalBlock<BYTE> blob = NewLocal<BYTE>(size);
-    if (blob == nullptr)
+    if (!blob)
         return ERROR_NOT_ENOUGH_MEMORY;
     memcpy(blob.get(), &head, sizeof head);
     memcpy(blob.get() + sizeof head, description.data(), head.cbDescription);
@@ -179,8 +179,7 @@ LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_
     const CipherContext context = StartCipher(true, key, blob.get(), headSize, entropy);
     BYTE* body = blob.get() + headSize;
     int length = 0;
-    if (context == nullptr ||
-        EVP_EncryptUpdate(context.get(), body, &length, data.pbData, static_cast<int>(data.cbData)) != 1 ||
+    if (!context || EVP_EncryptUpdate(context.get(), body, &length, data.pbData, static_cast<int>(data.cbData)) != 1 ||
         EVP_EncryptFinal_ex(context.get(), body + length, &length) != 1 ||
         EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, kTagSize, body + data.cbData) != 1)
         return ERROR_INTERNAL_ERROR;
@@ -221,14 +220,14 @@ LONG Unprotect(const DATA_BLOB& data, LPWSTR* description, const DATA_BLOB* entr
     const size_t size = data.cbData - headSize - kTagSize;
     LocalBlock<BYTE> plain = NewLocal<BYTE>(size);
     LocalBlock<WCHAR> text = NewLocal<WCHAR>(head.cbDescription + sizeof(WCHAR));
-    if (plain == nullptr || text == nullptr)
+    if (!plain || !text)
         return ERROR_NOT_ENOUGH_MEMORY;
 
     const CipherContext context = StartCipher(false, key, data.pbData, headSize, entropy);
     BYTE tag[kTagSize];
     memcpy(tag, data.pbData + headSize + size, kTagSize);
     int length = 0;
-    if (context == nullptr)
+    if (!context)
         return ERROR_INTERNAL_ERROR;
     if (EVP_DecryptUpdate(context.get(), plain.get(), &length, data.pbData + headSize, static_cast<int>(size)) != 1 ||
         EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_TAG, kTagSize, tag) != 1 ||
@@ -236,7 +235,7 @@ LONG Unprotect(const DATA_BLOB& data, LPWSTR* description, const DATA_BLOB* entr
         SecureZeroMemory(plain.get(), size);
         return ERROR_INVALID_DATA;
     }
-    if (description != nullptr) {
+    if (description) {
         memcpy(text.get(), data.pbData + sizeof head, head.cbDescription);
         text.get()[head.cbDescription / sizeof(WCHAR)] = 0;
         *description = text.release();

@@ -88,7 +88,7 @@ std::string UtcStamp()
     const time_t now = time(nullptr);
     struct tm parts;
     char stamp[32];
-    if (gmtime_r(&now, &parts) == nullptr || strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+    if (!gmtime_r(&now, &parts) || strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
         return "";
     return stamp;
 }
@@ -98,12 +98,12 @@ std::string UtcStamp()
 HANDLE WINAPI RegisterEventSourceW(LPCWSTR server, LPCWSTR source)
 {
     const std::u16string_view name = ViewOf(source);
-    if (server != nullptr || name.empty() || name.size() > kMaxSourceLength) {
+    if (server || name.empty() || name.size() > kMaxSourceLength) {
         Fail(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     HANDLE handle = RegisterSource(name);
-    if (handle == nullptr)
+    if (!handle)
         Fail(ERROR_NO_SYSTEM_RESOURCES);
     return handle;
 }
@@ -115,7 +115,7 @@ BOOL WINAPI ReportEventW(HANDLE eventLog, WORD type, WORD, DWORD, PSID, WORD str
         const std::u16string source = SourceName(eventLog);
         if (source.empty())
             return ERROR_INVALID_HANDLE;
-        if (stringCount > 0 && (strings == nullptr || strings[0] == nullptr))
+        if (stringCount > 0 && (!strings || !strings[0]))
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view text = stringCount > 0 ? ViewOf(strings[0]) : std::u16string_view();
         return AppendToFile(FileOf(source), "{\"time\":\"" + UtcStamp() + "\",\"type\":" + std::to_string(type) +

@@ -116,7 +116,7 @@ LONG MakeDirectories(const std::string& directory)
 int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat* status)
 {
     struct stat ownStatus;
-    if (status == nullptr)
+    if (!status)
         status = &ownStatus;
     FileDescriptor file(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
     if (!file.IsOpen() || fstat(file.Get(), status) != 0)
@@ -131,7 +131,7 @@ int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat
 LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status)
 {
     struct stat ownStatus;
-    if (status == nullptr)
+    if (!status)
         status = &ownStatus;
     const FileDescriptor file(OpenRegularFile(path, O_RDONLY, 0, status));
     if (!file.IsOpen())

@@ -92,7 +92,7 @@ FILE* OpenForReading(LPCWSTR name)
 {
     FileDescriptor file(OpenFile(name, O_RDONLY));
     FILE* stream = file.IsOpen() ? fdopen(file.Get(), "r") : nullptr;
-    if (stream != nullptr)
+    if (stream)
         file.Release();
     return stream;
 }
@@ -126,9 +126,9 @@ HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUT
         ObjectRef<KernelObject> object(new File(file.Get()));
         file.Release();
         handle = PublishHandle(std::move(object));
-        return handle == nullptr ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+        return handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES;
     });
-    if (handle == nullptr)
+    if (!handle)
         return INVALID_HANDLE_VALUE;
     SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
@@ -137,9 +137,9 @@ HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUT
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD written, LPVOID overlapped)
 {
     const auto file = FindObject<File>(handle);
-    if (file == nullptr)
+    if (!file)
         return FALSE;
-    if (written == nullptr || overlapped != nullptr)
+    if (!written || overlapped)
         return Fail(ERROR_INVALID_PARAMETER);
     *written = 0;
     const LONG error = Append(*file, buffer, size, written);
@@ -148,7 +148,7 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD written
 
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart)
 {
-    if (ViewOf(name).empty() || filePart != nullptr) {
+    if (ViewOf(name).empty() || filePart) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }

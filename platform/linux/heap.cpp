@@ -35,7 +35,7 @@ HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size)
         return nullptr;
     }
     void* block = HeapAlloc(GetProcessHeap(), 0, size);
-    if (block == nullptr)
+    if (!block)
         Fail(ERROR_NOT_ENOUGH_MEMORY);
     return block;
 }

@@ -72,9 +72,9 @@ Account CallerAccount()
     struct passwd* found = nullptr;
     while (getpwuid_r(user, &entry, room.data(), room.size(), &found) == ERANGE && room.size() < (1u << 20))
         room.resize(room.size() * 2);
-    if (found == nullptr)
+    if (!found)
         return {std::to_string(user), "/"};
-    const std::string home = entry.pw_dir == nullptr ? "" : entry.pw_dir;
+    const std::string home = entry.pw_dir ? entry.pw_dir : "";
     return {entry.pw_name, home.empty() ? "/" : home};
 }
 
@@ -84,7 +84,7 @@ BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size)
         const std::u16string name = ToUtf16(CallerAccount().name);
         const DWORD room = *size;
         *size = static_cast<DWORD>(name.size() + 1);
-        if (buffer == nullptr || room < *size)
+        if (!buffer || room < *size)
             return ERROR_INSUFFICIENT_BUFFER;
         CopyText(name, buffer);
         return ERROR_SUCCESS;
@@ -99,7 +99,7 @@ BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWO
         const std::u16string name = ToUtf16(QualifiedName());
         const DWORD length = static_cast<DWORD>(name.size());
         const DWORD room = *size;
-        if (buffer == nullptr || room <= length) {
+        if (!buffer || room <= length) {
             *size = length + 1;
             return ERROR_MORE_DATA;
         }
@@ -125,7 +125,7 @@ DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD si
         if (got < 0)
             return ErrorFromErrno(errno);
         const std::u16string name = ToUtf16(std::string_view(path, static_cast<size_t>(got)));
-        if (buffer == nullptr || size <= name.size())
+        if (!buffer || size <= name.size())
             return ERROR_INSUFFICIENT_BUFFER;
         CopyText(name, buffer);
         length = static_cast<DWORD>(name.size());
@@ -140,13 +140,13 @@ DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
     Succeeds([&]() -> LONG {
         // A program that runs with more rights than its caller doesn't heed the caller's environment.
         const char* value = secure_getenv(ToUtf8(ViewOf(name)).c_str());
-        if (value == nullptr)
+        if (!value)
             return ERROR_ENVVAR_NOT_FOUND;
         const std::u16string text = ToUtf16(value);
         const DWORD length = static_cast<DWORD>(text.size());
         // An empty value is told from a missing one by the last error.
         SetLastError(ERROR_SUCCESS);
-        if (buffer == nullptr || size <= length) {
+        if (!buffer || size <= length) {
             answer = length + 1;
             return ERROR_SUCCESS;
         }

@@ -1,12 +1,10 @@
-#include <openssl/evp.h>
 #include <openssl/rsa.h>
-#include <openssl/x509.h>
 #include <string.h>
 
-#include <memory>
 #include <mutex>
 
 #include "platform/linux/handles.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/software_key.h"
 #include "platform/linux/text.h"
@@ -17,15 +15,7 @@ constexpr DWORD kMinBits = 512;
 constexpr DWORD kMaxBits = 16384;
 constexpr DWORD kBitsStep = 64;
 
-struct KeyFreer {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-using KeyPointer = std::unique_ptr<EVP_PKEY, KeyFreer>;
-
-struct DigestContextFreer {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextFreer>;
+using DigestContext = OpensslOwner<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 class KeyStorageProvider : public KernelObject {
   public:
@@ -41,7 +31,7 @@ class SoftwareKey : public KernelObject {
     SECURITY_STATUS SetLength(DWORD bits)
     {
         const std::lock_guard<std::mutex> hold(mutex_);
-        if (key_ != nullptr)
+        if (key_)
             return NTE_BAD_KEY_STATE;
         bits_ = bits;
         return ERROR_SUCCESS;
@@ -50,10 +40,10 @@ class SoftwareKey : public KernelObject {
     SECURITY_STATUS Make()
     {
         const std::lock_guard<std::mutex> hold(mutex_);
-        if (key_ != nullptr)
+        if (key_)
             return NTE_BAD_KEY_STATE;
         key_.reset(EVP_RSA_gen(static_cast<unsigned>(bits_)));
-        return key_ == nullptr ? NTE_FAIL : ERROR_SUCCESS;
+        return key_ ? ERROR_SUCCESS : NTE_FAIL;
     }
 
     // Never changes once it is there. NULL before.
@@ -85,15 +75,15 @@ template <typename Use>
 LONG WithMadeKey(NCRYPT_KEY_HANDLE key, Use use)
 {
     const ObjectRef<SoftwareKey> found = FindKey(key);
-    if (found == nullptr)
+    if (!found)
         return NTE_INVALID_HANDLE;
     EVP_PKEY* made = found->Made();
-    return made == nullptr ? NTE_BAD_KEY_STATE : use(made);
+    return made ? use(made) : NTE_BAD_KEY_STATE;
 }
 
 SECURITY_STATUS Publish(KernelObject* object, NCRYPT_HANDLE* handle)
 {
-    if (object == nullptr)
+    if (!object)
         return NTE_NO_MEMORY;
     *handle = reinterpret_cast<NCRYPT_HANDLE>(PublishHandle(ObjectRef<KernelObject>(object)));
     return *handle == 0 ? NTE_NO_MEMORY : ERROR_SUCCESS;
@@ -127,7 +117,7 @@ LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::str
         size_t size = static_cast<size_t>(EVP_PKEY_get_size(made));
         signature->resize(size);
         const DigestContext context(EVP_MD_CTX_new());
-        if (context == nullptr)
+        if (!context)
             return NTE_NO_MEMORY;
         // An RSA key signs with PKCS#1 unless told otherwise.
         const bool done =
@@ -140,12 +130,12 @@ LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::str
 
 SECURITY_STATUS WINAPI NCryptOpenStorageProvider(NCRYPT_PROV_HANDLE* provider, LPCWSTR name, DWORD flags)
 {
-    if (provider == nullptr)
+    if (!provider)
         return NTE_INVALID_PARAMETER;
     *provider = 0;
     if ((flags & ~NCRYPT_SILENT_FLAG) != 0)
         return NTE_BAD_FLAGS;
-    if (name != nullptr && ViewOf(name) != MS_KEY_STORAGE_PROVIDER)
+    if (name && ViewOf(name) != MS_KEY_STORAGE_PROVIDER)
         return NTE_BAD_KEYSET;
     return Publish(new (std::nothrow) KeyStorageProvider, provider);
 }
@@ -153,14 +143,14 @@ SECURITY_STATUS WINAPI NCryptOpenStorageProvider(NCRYPT_PROV_HANDLE* provider, L
 SECURITY_STATUS WINAPI NCryptCreatePersistedKey(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE* key, LPCWSTR algorithm,
                                                 LPCWSTR name, DWORD, DWORD flags)
 {
-    if (FindObject<KeyStorageProvider>(AsHandle(provider)) == nullptr)
+    if (!FindObject<KeyStorageProvider>(AsHandle(provider)))
         return NTE_INVALID_HANDLE;
-    if (key == nullptr || algorithm == nullptr)
+    if (!key || !algorithm)
         return NTE_INVALID_PARAMETER;
     *key = 0;
     if ((flags & ~(NCRYPT_MACHINE_KEY_FLAG | NCRYPT_OVERWRITE_KEY_FLAG)) != 0)
         return NTE_BAD_FLAGS;
-    if (name != nullptr || ViewOf(algorithm) != NCRYPT_RSA_ALGORITHM)
+    if (name || ViewOf(algorithm) != NCRYPT_RSA_ALGORITHM)
         return NTE_NOT_SUPPORTED;
     return Publish(new (std::nothrow) SoftwareKey, key);
 }
@@ -169,9 +159,9 @@ SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE object, LPCWSTR property,
                                          DWORD flags)
 {
     const ObjectRef<SoftwareKey> key = FindKey(object);
-    if (key == nullptr)
+    if (!key)
         return NTE_INVALID_HANDLE;
-    if (property == nullptr || input == nullptr)
+    if (!property || !input)
         return NTE_INVALID_PARAMETER;
     if ((flags & ~(NCRYPT_PERSIST_FLAG | NCRYPT_SILENT_FLAG)) != 0)
         return NTE_BAD_FLAGS;
@@ -189,7 +179,7 @@ SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE object, LPCWSTR property,
 SECURITY_STATUS WINAPI NCryptFinalizeKey(NCRYPT_KEY_HANDLE key, DWORD flags)
 {
     const ObjectRef<SoftwareKey> found = FindKey(key);
-    if (found == nullptr)
+    if (!found)
         return NTE_INVALID_HANDLE;
     if ((flags & ~(NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION)) != 0)
         return NTE_BAD_FLAGS;
@@ -203,5 +193,5 @@ SECURITY_STATUS WINAPI NCryptFreeObject(NCRYPT_HANDLE object)
 {
     const ObjectRef<KernelObject> freed =
         RetireHandle(AsHandle(object), {KernelObject::Kind::keyStorageProvider, KernelObject::Kind::softwareKey});
-    return freed == nullptr ? NTE_INVALID_HANDLE : ERROR_SUCCESS;
+    return freed ? ERROR_SUCCESS : NTE_INVALID_HANDLE;
 }

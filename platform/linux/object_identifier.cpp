@@ -1,18 +1,12 @@
 #include "platform/linux/object_identifier.h"
 
-#include <openssl/objects.h>
-
-#include <memory>
-
 #include "platform/linux/der.h"
 #include "platform/linux/openssl_errors.h"
+#include "platform/linux/openssl_pointers.h"
 
 namespace {
 
-struct ObjectFreer {
-    void operator()(ASN1_OBJECT* object) const { ASN1_OBJECT_free(object); }
-};
-using ObjectPointer = std::unique_ptr<ASN1_OBJECT, ObjectFreer>;
+using ObjectPointer = OpensslOwner<ASN1_OBJECT, ASN1_OBJECT_free>;
 
 constexpr int kDotted = 1;
 
@@ -24,7 +18,7 @@ bool ObjectIdToText(std::string_view content, std::string* text)
     const std::string element = MakeDer(kDerObjectId, content);
     const BYTE* at = reinterpret_cast<const BYTE*>(element.data());
     const ObjectPointer object(d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(element.size())));
-    const int length = object == nullptr ? 0 : OBJ_obj2txt(nullptr, 0, object.get(), kDotted);
+    const int length = object ? OBJ_obj2txt(nullptr, 0, object.get(), kDotted) : 0;
     if (length <= 0)
         return false;
     // OBJ_obj2txt writes a terminator.
@@ -38,7 +32,7 @@ bool ObjectIdFromText(std::string_view text, std::string* content)
 {
     const QuietOpenssl quiet;
     const ObjectPointer object(OBJ_txt2obj(std::string(text).c_str(), kDotted));
-    if (object == nullptr || OBJ_length(object.get()) == 0)
+    if (!object || OBJ_length(object.get()) == 0)
         return false;
     content->assign(reinterpret_cast<const char*>(OBJ_get0_data(object.get())), OBJ_length(object.get()));
     return true;

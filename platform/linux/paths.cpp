@@ -16,7 +16,7 @@ constexpr char kDefaultRoot[] = "/var/lib/kelvaro";
 std::string DirectoryFrom(const char* variable)
 {
     const char* value = secure_getenv(variable);
-    std::string directory = value == nullptr ? "" : value;
+    std::string directory = value ? value : "";
     while (directory.size() > 1 && directory.back() == '/')
         directory.pop_back();
     return directory;

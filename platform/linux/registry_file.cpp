@@ -30,7 +30,7 @@ bool AddValue(RegistryValue* value, RegistryKey* key)
     if (value->removed)
         return false;
     RegistryValue* const old = key->FindValue(value->name);
-    if (old == nullptr)
+    if (!old)
         key->values.push_back(std::move(*value));
     else
         *old = std::move(*value);
@@ -168,7 +168,7 @@ const RegistryKey* RegistryHive::FindKey(std::u16string_view path) const
 
 bool RegistryHive::HasKey(std::u16string_view path) const
 {
-    return path.empty() || FindKey(path) != nullptr || HasKeyBelow(path);
+    return path.empty() || FindKey(path) || HasKeyBelow(path);
 }
 
 bool RegistryHive::HasKeyBelow(std::u16string_view path) const
@@ -183,7 +183,7 @@ bool RegistryHive::HasKeyBelow(std::u16string_view path) const
 RegistryKey* RegistryHive::FindOrAddKey(std::u16string_view path)
 {
     RegistryKey* key = FindKey(path);
-    if (key != nullptr)
+    if (key)
         return key;
     keys.emplace_back();
     keys.back().path = path;

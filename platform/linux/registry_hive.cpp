@@ -61,7 +61,7 @@ bool IsSameFile(const struct stat& a, const struct stat& b)
 bool IsCurrent(const CachedHive* cached, const std::string& path)
 {
     struct stat status;
-    return cached != nullptr && cached->settled && cached->path == path && lstat(path.c_str(), &status) == 0 &&
+    return cached && cached->settled && cached->path == path && lstat(path.c_str(), &status) == 0 &&
            IsSameFile(cached->status, status);
 }
 

@@ -23,7 +23,7 @@ LONG Transaction::Enter(HiveId hive, const std::u16string& path)
         return ERROR_NOT_SUPPORTED;
     return ReadHive(hive, HiveContent::complete, [&](const RegistryHive& current) -> LONG {
         const RegistryKey* found = current.FindKey(path);
-        if (found == nullptr)
+        if (!found)
             return ERROR_FILE_NOT_FOUND;
         hive_ = hive;
         before_ = *found;
@@ -42,7 +42,7 @@ LONG Transaction::Commit()
         return ERROR_SUCCESS;
     return ChangeHive(hive_, [this](RegistryHive* current, bool* changed) -> LONG {
         RegistryKey* const found = current->FindKey(before_.path);
-        if (found == nullptr || !SameValues(*found, before_))
+        if (!found || !SameValues(*found, before_))
             return ERROR_TRANSACTION_ALREADY_ABORTED;
         *changed = !SameValues(*found, after_);
         found->values = after_.values;
@@ -55,13 +55,13 @@ HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES, GUID*, DWORD, DWORD, DWOR
     HANDLE handle = nullptr;
     Succeeds([&]() -> LONG {
         handle = PublishHandle(ObjectRef<KernelObject>(new Transaction));
-        return handle == nullptr ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+        return handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES;
     });
-    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+    return handle ? handle : INVALID_HANDLE_VALUE;
 }
 
 BOOL WINAPI CommitTransaction(HANDLE handle)
 {
     const auto transaction = FindObject<Transaction>(handle);
-    return transaction != nullptr && Succeeds([&] { return transaction->Commit(); });
+    return transaction && Succeeds([&] { return transaction->Commit(); });
 }

@@ -46,12 +46,12 @@ Parts PartsOf(const void* descriptor)
 
 bool IsValidSid(const BYTE* sid)
 {
-    return sid == nullptr || (sid[0] == kSidRevision && sid[1] <= kMaxSubAuthorities);
+    return !sid || (sid[0] == kSidRevision && sid[1] <= kMaxSubAuthorities);
 }
 
 bool IsValidAcl(const BYTE* list)
 {
-    if (list == nullptr)
+    if (!list)
         return true;
     ACL acl;
     memcpy(&acl, list, sizeof acl);
@@ -77,12 +77,12 @@ DWORD RoundedUp(DWORD size)
 
 DWORD SidSize(const BYTE* sid)
 {
-    return sid == nullptr ? 0 : RoundedUp(kSidFixedSize + 4u * sid[1]);
+    return sid ? RoundedUp(kSidFixedSize + 4u * sid[1]) : 0;
 }
 
 DWORD AclSize(const BYTE* list)
 {
-    if (list == nullptr)
+    if (!list)
         return 0;
     ACL acl;
     memcpy(&acl, list, sizeof acl);
@@ -104,7 +104,7 @@ BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD 
 
 BOOL WINAPI IsValidSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor)
 {
-    if (descriptor == nullptr || static_cast<const BYTE*>(descriptor)[0] != SECURITY_DESCRIPTOR_REVISION)
+    if (!descriptor || static_cast<const BYTE*>(descriptor)[0] != SECURITY_DESCRIPTOR_REVISION)
         return FALSE;
     const Parts parts = PartsOf(descriptor);
     return IsValidSid(parts.owner) && IsValidSid(parts.group) && IsValidAcl(parts.sacl) && IsValidAcl(parts.dacl);

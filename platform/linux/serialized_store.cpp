@@ -115,7 +115,7 @@ LONG ParseSerializedStore(std::string_view serialized, std::vector<CertificateRe
 
 LONG OpenSerializedStore(const CRYPT_DATA_BLOB* blob, CertificateStore** store)
 {
-    if (blob == nullptr || blob->pbData == nullptr)
+    if (!blob || !blob->pbData)
         return E_INVALIDARG;
     std::vector<CertificateRecord> certificates;
     const LONG error = ParseSerializedStore(BytesOf(blob->pbData, blob->cbData), &certificates);

@@ -36,5 +36,5 @@ bool EqualIgnoringCase(std::u16string_view first, std::u16string_view second);
 
 inline std::u16string_view ViewOf(LPCWSTR text)
 {
-    return text == nullptr ? std::u16string_view(u"") : std::u16string_view(text);
+    return text ? std::u16string_view(text) : std::u16string_view(u"");
 }

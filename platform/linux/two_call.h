@@ -14,7 +14,7 @@ inline LONG GiveOut(std::string_view result, void* buffer, DWORD* size)
     if (result.size() > UINT32_MAX)
         return ERROR_NOT_ENOUGH_MEMORY;
     *size = static_cast<DWORD>(result.size());
-    if (buffer == nullptr)
+    if (!buffer)
         return ERROR_SUCCESS;
     if (room < *size)
         return ERROR_MORE_DATA;

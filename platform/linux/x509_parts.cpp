@@ -1,13 +1,11 @@
 #include "platform/linux/x509_parts.h"
 
-#include <openssl/asn1.h>
 #include <stdio.h>
 #include <time.h>
 
-#include <memory>
-
 #include "platform/linux/object_identifier.h"
 #include "platform/linux/openssl_errors.h"
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/win_errors.h"
 
 namespace {
@@ -16,17 +14,15 @@ namespace {
 constexpr long long kSecondsTo1970 = 11644473600;
 constexpr long long kTicksPerSecond = 10000000;
 
-struct TimeFreer {
-    void operator()(ASN1_TIME* time) const { ASN1_TIME_free(time); }
-};
+using TimePointer = OpensslOwner<ASN1_TIME, ASN1_TIME_free>;
 
 bool TimeFromElement(std::string_view element, FILETIME* time)
 {
     const QuietOpenssl quiet;
     const BYTE* at = reinterpret_cast<const BYTE*>(element.data());
-    const std::unique_ptr<ASN1_TIME, TimeFreer> parsed(d2i_ASN1_TIME(nullptr, &at, static_cast<long>(element.size())));
+    const TimePointer parsed(d2i_ASN1_TIME(nullptr, &at, static_cast<long>(element.size())));
     struct tm parts = {};
-    if (parsed == nullptr || ASN1_TIME_to_tm(parsed.get(), &parts) != 1)
+    if (!parsed || ASN1_TIME_to_tm(parsed.get(), &parts) != 1)
         return false;
     const long long seconds = static_cast<long long>(timegm(&parts)) + kSecondsTo1970;
     if (seconds < 0)
@@ -100,7 +96,7 @@ std::string MakeTime(const FILETIME& time)
     const time_t seconds = static_cast<time_t>(
         static_cast<long long>(ticks / static_cast<unsigned long long>(kTicksPerSecond)) - kSecondsTo1970);
     struct tm parts;
-    if (gmtime_r(&seconds, &parts) == nullptr || parts.tm_year > 9999 - 1900)
+    if (!gmtime_r(&seconds, &parts) || parts.tm_year > 9999 - 1900)
         return "";
     const bool isShort = parts.tm_year >= 50 && parts.tm_year < 150;
     char text[64];
