@@ -1,5 +1,5 @@
-// What others published and this system relies on, pinned against literals: structures, constants, names.
-// Compiled in every build, so that a header that differs stops the build.
+// Pins published structures, constants and names that this system relies on against literals.
+// Compiled in every build, so that a differing header fails the build.
 #include <string_view>
 
 #include "platform/cng_provider.h"

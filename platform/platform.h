@@ -1,7 +1,7 @@
 // The only header through which system code reaches the operating system, and the only one that tests _WIN32.
 //
 // Windows: the SDK headers in the order in which they need each other. Linux: the same names, types and constants,
-// as far as the system uses them; their bodies stand in platform/linux/.
+// as far as the system uses them; implemented in platform/linux/.
 // UNICODE, _UNICODE and _WIN32_WINNT are set by the build.
 #pragma once
 

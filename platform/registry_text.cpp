@@ -32,7 +32,7 @@ bool IsBlank(WCHAR c)
     return c == ' ' || c == '\t';
 }
 
-// A tab is no more than a blank.
+// A tab counts as a blank.
 bool IsControl(WCHAR c)
 {
     return c < 0x20 && c != '\t';
@@ -47,13 +47,13 @@ View Trim(View text)
     return text;
 }
 
-// Of an ASCII letter or digit.
+// ASCII only.
 WCHAR LowerCase(WCHAR c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<WCHAR>(c - 'A' + 'a') : c;
 }
 
-// -1 when it is no hexadecimal digit.
+// -1 if not a hexadecimal digit.
 int DigitOf(WCHAR c)
 {
     if (c >= '0' && c <= '9')
@@ -98,7 +98,7 @@ const char* DecodeUtf8(std::string_view bytes, SecretText* text)
     return length > 0 ? nullptr : kNotUtf8;
 }
 
-// What is wrong, or NULL.
+// Returns a message, or NULL on success.
 const char* Decode(std::string_view content, SecretText* text)
 {
     if (content.substr(0, 2) == "\xFF\xFE")
@@ -136,7 +136,7 @@ class Parser {
         return false;
     }
 
-    // Without its end, and without blanks around it.
+    // Trimmed, without its line end.
     void NextLine()
     {
         const size_t end = text_.find('\n');
@@ -175,7 +175,7 @@ class Parser {
         return taken;
     }
 
-    // A comment may close a line; it moves above the next one.
+    // A comment may end a line; it is kept above the next one.
     bool ReadEndOfLine()
     {
         SkipBlanks();
@@ -347,8 +347,8 @@ class Parser {
         }
     }
 
-    View text_;  // what is left of it
-    View line_;  // what is left of the line
+    View text_;  // the rest of the text
+    View line_;  // the rest of the line
     size_t number_ = 0;
     size_t first_ = 1;  // the line where the key or the value begins
     SecretText comments_;

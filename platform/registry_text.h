@@ -1,5 +1,5 @@
-// The registry editor's export text, version 5, as a record. The Linux registry keeps its hives in this form, and the
-// administrator's tool imports it, on Windows too.
+// The registry editor's export text, version 5, as a structure. The Linux registry keeps its hives in this form, and
+// the administrator's tool imports it, on Windows too.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 #include "platform/secret_memory.h"
 
 struct RegistryValue {
-    size_t line = 0;                // where it begins, from 1; 0 for a value that was never read from a text
+    size_t line = 0;                // where it begins, from 1; 0 if it was not read from a text
     SecretText comments;            // whole lines above the value, each with its line feed
     std::basic_string<WCHAR> name;  // empty: the key's default value
     bool removed = false;           // "name"=-
@@ -20,7 +20,7 @@ struct RegistryValue {
 struct RegistryTextKey {
     size_t line = 0;
     SecretText comments;
-    std::basic_string<WCHAR> path;  // with the hive, as it is written
+    std::basic_string<WCHAR> path;  // with the hive, as written
     bool removed = false;           // [-path]
     std::vector<RegistryValue> values;
 };
@@ -32,11 +32,11 @@ struct RegistryText {
 };
 
 struct RegistryTextProblem {
-    size_t line = 0;             // from 1; 0 when it is the whole text's
+    size_t line = 0;             // from 1; 0 for the whole text
     const char* what = nullptr;  // a clause, without a full stop
 };
 
-// Reads UTF-8, with or without its byte order mark, or UTF-16 with its mark. Comments begin with ";" and may also close
-// a line, which they follow then. False when the text is damaged: *problem is the first thing that is wrong, and *text
-// is of no use.
+// Reads UTF-8, with or without its byte order mark, or UTF-16 with its mark. Comments begin with ";" and may also end
+// a line. False if the text is damaged: *problem is the first error, and *text
+// is unusable.
 bool ParseRegistryText(std::string_view content, RegistryText* text, RegistryTextProblem* problem);

@@ -1,4 +1,4 @@
-// Strings and bytes that may hold a secret. Their memory is wiped before it is freed, also the old block when they
+// Strings and bytes that may hold a secret. Their memory is wiped before it is freed, including the old block when they
 // grow.
 #pragma once
 

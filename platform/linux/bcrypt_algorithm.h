@@ -1,4 +1,4 @@
-// What an algorithm handle of BCrypt leads to: a constant, which nobody frees.
+// What a BCrypt algorithm handle points to: a constant that is never freed.
 #pragma once
 
 #include <openssl/evp.h>
@@ -9,11 +9,11 @@
 
 struct BcryptAlgorithm {
     std::u16string_view name;
-    ULONG flags;                // with which it is opened
+    ULONG flags;                // that it is opened with
     const EVP_MD* (*digest)();  // of a hash, else NULL
-    // The cipher in CBC under a key of so many bytes, or NULL when there is none; NULL for a hash.
+    // The CBC cipher for a key size in bytes, or NULL for an unsupported size. The pointer is NULL for a hash.
     const EVP_CIPHER* (*cipher)(ULONG keySize);
 };
 
-// NULL for a handle that was never handed out.
+// NULL for an invalid handle.
 const BcryptAlgorithm* FindBcryptAlgorithm(BCRYPT_ALG_HANDLE handle);

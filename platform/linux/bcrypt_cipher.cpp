@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint32_t kKeyMagic = 0x79654B53;
 
-// What stands in the caller's key object.
+// What is in the caller's key object.
 struct SymmetricKey {
     uint32_t magic;
     const EVP_CIPHER* cipher;
@@ -33,7 +33,7 @@ NTSTATUS SetInitializationVector(SymmetricKey* key, const BYTE* iv, ULONG size)
     return STATUS_SUCCESS;
 }
 
-// The text's size counts its terminator.
+// `size` includes the terminator.
 NTSTATUS SetChainingMode(const BYTE* mode, ULONG size)
 {
     return size == sizeof(BCRYPT_CHAIN_MODE_CBC) && memcmp(mode, BCRYPT_CHAIN_MODE_CBC, size) == 0

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Windows' structures have no const in them.
+// Windows' structures have no const members.
 CRYPT_INTEGER_BLOB BlobOf(std::string_view bytes)
 {
     BYTE* data = reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()));
@@ -93,7 +93,7 @@ CRYPT_ALGORITHM_IDENTIFIER Certificate::AlgorithmOf(const AlgorithmParts& parts)
 std::string Sha1Of(std::string_view bytes)
 {
     std::string digest(kSha1Size, '\0');
-    // It only fails for want of memory.
+    // Fails only when memory runs out.
     if (EVP_Digest(bytes.data(), bytes.size(), reinterpret_cast<BYTE*>(digest.data()), nullptr, EVP_sha1(), nullptr) !=
         1)
         throw std::bad_alloc();

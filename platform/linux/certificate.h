@@ -1,4 +1,4 @@
-// A certificate in memory: its DER bytes and the CERT_INFO that leads into them.
+// A certificate in memory: its DER bytes and a CERT_INFO that points into them.
 #pragma once
 
 #include <deque>
@@ -17,8 +17,8 @@ class Certificate {
     Certificate(const Certificate&) = delete;
     Certificate& operator=(const Certificate&) = delete;
 
-    // Takes a copy of the certificate at the front of `encoded`. CRYPT_E_ASN1_... when there is none; the certificate
-    // is then of no use.
+    // Takes a copy of the certificate at the front of `encoded`. CRYPT_E_ASN1_... if it isn't one;
+    // the object is then unusable.
     LONG Parse(std::string_view encoded);
 
     std::string_view der() const { return der_; }
@@ -33,7 +33,7 @@ class Certificate {
 
     std::string der_;
     CERT_INFO info_ = {};
-    // What the structure points to beside the DER bytes. A deque's members stay where they are.
+    // What the structure points to besides the DER bytes. A deque's elements never move.
     std::deque<std::string> texts_;
     std::vector<CERT_EXTENSION> extensions_;
 };

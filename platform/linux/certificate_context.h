@@ -1,4 +1,4 @@
-// What a PCCERT_CONTEXT leads to. It holds a reference to its store.
+// The object behind a PCCERT_CONTEXT. Holds a reference to its store.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 #include "platform/linux/certificate.h"
 #include "platform/linux/certificate_store.h"
 
-// The file names that an enumeration goes through, shared by the contexts that it gives.
+// The file names of an enumeration, shared by the contexts that it returns.
 using StoreListing = std::shared_ptr<const std::vector<std::string>>;
 
 class CertificateContext : public CERT_CONTEXT {
@@ -20,7 +20,7 @@ class CertificateContext : public CERT_CONTEXT {
         return static_cast<CertificateContext*>(const_cast<CERT_CONTEXT*>(context));
     }
 
-    // NULL with *error when `encoded` begins with no certificate. store: NULL, or the store that it stands in.
+    // NULL with *error if `encoded` doesn't begin with a certificate. store: NULL, or the certificate's store.
     static std::unique_ptr<CertificateContext> Make(DWORD encodingType, std::string_view encoded,
                                                     CertificateStore* store, LONG* error);
 
@@ -29,11 +29,11 @@ class CertificateContext : public CERT_CONTEXT {
     std::string FileName() const { return CertificateStore::FileNameOf(sha1_); }
 
     std::optional<KeyProviderInfo> keyProvider() const;
-    // In memory alone, or in the store as well.
+    // In memory only, or in the store as well.
     void KeepKeyProvider(std::optional<KeyProviderInfo> info);
     LONG StoreKeyProvider(std::optional<KeyProviderInfo> info);
 
-    // Where an enumeration stands that gave this context.
+    // The position of the enumeration that returned this context.
     StoreListing listing;
     size_t position = 0;
 

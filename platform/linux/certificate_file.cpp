@@ -85,7 +85,7 @@ bool ReadNumber(std::string_view text, DWORD* number)
     return !text.empty();
 }
 
-// The text behind `KeyProvInfo.NAME: `.
+// *text: what follows `KeyProvInfo.NAME: `.
 bool IsField(std::string_view line, std::string_view name, std::string_view* text)
 {
     const size_t start = kFieldPrefix.size() + name.size() + kFieldEnd.size();
@@ -115,7 +115,7 @@ bool ReadLine(std::string_view line, std::optional<KeyProviderInfo>* info)
     return true;
 }
 
-// Takes a line with its end, LF or CR LF, off the text.
+// Removes the first line and its end, LF or CR LF, from the text.
 std::string_view TakeLine(std::string_view* text)
 {
     const size_t end = text->find('\n');

@@ -1,4 +1,4 @@
-// A certificate of a store as a file: PEM, with the provider information, if there is any, a line a field above it:
+// A certificate of a store as a file: PEM, with the provider information, if any, above it, one field per line:
 //
 //     KeyProvInfo.ContainerName: web01
 //     KeyProvInfo.ProvName: Zandrel Key Storage Provider for Key Vault
@@ -8,7 +8,7 @@
 //     -----BEGIN CERTIFICATE-----
 //
 // UTF-8. In the two texts a backslash is written `\\`, a line feed `\n` and a carriage return `\r`; a backslash before
-// anything else stands for itself when read. Other lines above the PEM block are passed over.
+// anything else is read as it is. Other lines above the PEM block are skipped.
 #pragma once
 
 #include <optional>
@@ -30,7 +30,7 @@ struct CertificateRecord {
     std::optional<KeyProviderInfo> keyProvider;
 };
 
-// False when the file is damaged; the DER bytes themselves are not looked into.
+// False when the file is damaged; the DER bytes are not checked.
 bool ParseCertificateFile(std::string_view content, CertificateRecord* certificate);
 
 std::string FormatCertificateFile(const CertificateRecord& certificate);

@@ -78,7 +78,7 @@ LONG CertificateStore::Rewrite(const std::string& name, const Change& change)
 {
     if (readOnly_)
         return E_ACCESSDENIED;
-    // The lock stands beside the directory, which holds nothing but certificates.
+    // The lock file is beside the directory, which holds only certificates.
     StoreLock lock;
     LONG error = lock.Acquire(directory_);
     if (error == ERROR_SUCCESS)

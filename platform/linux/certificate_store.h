@@ -1,5 +1,5 @@
-// A certificate store: a directory with a file a certificate, named after the SHA-1 hash of its DER bytes, or the same
-// in memory. Counted: its handle holds one reference and each context that came from it another.
+// A certificate store: a directory with one file per certificate, named after the SHA-1 hash of its DER bytes, or the
+// same in memory. Reference-counted: its handle holds one reference, and so does each of its contexts.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@
 class CertificateStore {
   public:
     CertificateStore(std::string directory, bool readOnly) : directory_(std::move(directory)), readOnly_(readOnly) {}
-    // In memory, for reading; by file name.
+    // In memory, read-only; by file name.
     explicit CertificateStore(std::map<std::string, CertificateRecord> memory)
         : memory_(std::move(memory)), readOnly_(true)
     {
@@ -24,24 +24,24 @@ class CertificateStore {
     CertificateStore& operator=(const CertificateStore&) = delete;
 
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
-    // The store goes with its last one.
+    // Deletes the store with the last reference.
     void DropReference();
 
     bool IsReadOnly() const { return readOnly_; }
 
-    // The names of its files in order; damaged ones may be among them.
+    // The names of its files, sorted; some may be damaged.
     LONG List(std::vector<std::string>* names) const;
 
     // ERROR_FILE_NOT_FOUND; ERROR_INVALID_DATA: the file is damaged.
     LONG Load(const std::string& name, CertificateRecord* certificate) const;
 
-    // Changes a file while no other process does. `change` gets what Load says and has, and what it leaves in
-    // *certificate is written if it sets *changed. Any answer but ERROR_SUCCESS is the result, and nothing is written.
-    // E_ACCESSDENIED: the store is for reading.
+    // Changes a file while no other process does. `change` gets Load's result and certificate; if it sets
+    // *changed, *certificate is written. If it fails, its error is the result and nothing is written.
+    // E_ACCESSDENIED: the store is read-only.
     using Change = std::function<LONG(LONG loaded, CertificateRecord* certificate, bool* changed)>;
     LONG Rewrite(const std::string& name, const Change& change);
 
-    // A file that is gone already is no failure.
+    // A file that is already gone is not an error.
     LONG Remove(const std::string& name);
 
     static std::string FileNameOf(const std::string& sha1);

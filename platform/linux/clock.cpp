@@ -9,7 +9,7 @@
 
 namespace {
 
-// The end of the year 3000, where the published calls end.
+// The end of the year 3000, the last time that Windows accepts.
 constexpr __time64_t kLastTime = 32535215999;
 
 bool IsWithinRange(const __time64_t* time)
@@ -78,7 +78,7 @@ WCHAR* _wctime64(const __time64_t* time)
     char narrow[64];
     if (_localtime64_s(&parts, time) != 0 || !asctime_r(&parts, narrow) || strlen(narrow) != 25)
         return nullptr;
-    // Windows fills the day with a zero where the C standard has a blank.
+    // Windows pads the day with a zero, the C standard with a blank.
     if (narrow[8] == ' ')
         narrow[8] = '0';
     for (size_t i = 0; i < 26; i++)

@@ -14,7 +14,7 @@ int FailConversion(LONG error)
     return 0;
 }
 
-// What both directions test before they look at the text.
+// The checks that both directions share.
 LONG TestArguments(UINT codePage, const void* source, int sourceLength, const void* output, int outputSize)
 {
     if (codePage != CP_ACP && codePage != CP_UTF8)
@@ -82,7 +82,7 @@ int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char
     return static_cast<int>(written);
 }
 
-// A length of -1 takes the terminator in.
+// A length of -1 includes the terminator.
 template <typename Unit>
 std::basic_string_view<Unit> SourceView(const Unit* source, int length)
 {

@@ -75,7 +75,7 @@ LONG CertificateContext::StoreKeyProvider(std::optional<KeyProviderInfo> info)
     LONG error = ERROR_SUCCESS;
     if (store_) {
         error = store_->Rewrite(FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
-            // One that was taken out of the store meanwhile stays out of it.
+            // A certificate deleted meanwhile stays deleted.
             if (loaded != ERROR_SUCCESS && loaded != ERROR_INVALID_DATA)
                 return loaded;
             stored->der = certificate_.der();

@@ -44,7 +44,7 @@ LONG ParseRequest(std::string_view encoded, RequestParts* parts)
     LONG error = ERROR_SUCCESS;
     DerReader outer(encoded, &error);
     DerReader info = outer.Inside(outer.Take(kDerSequence));
-    // With its signature, the request is itself the first element of a sequence.
+    // A signed request is a sequence whose first element is the request.
     if (info.NextTag() == kDerSequence)
         info = info.Inside(info.Take(kDerSequence));
     parts->version = SmallNumber(info.Take(kDerInteger), &info);

@@ -35,7 +35,7 @@ LPSTR AppendObjectId(const ASN1_OBJECT* object, StructureBlock* block)
     return block->AppendText(std::string(text.c_str()));
 }
 
-// The whole element; nothing for none.
+// The whole element; an empty blob for NULL.
 CRYPT_INTEGER_BLOB AppendElement(const ASN1_TYPE* element, StructureBlock* block)
 {
     const int size = element ? i2d_ASN1_TYPE(element, nullptr) : 0;
@@ -143,7 +143,7 @@ class LegacyKey {
   public:
     explicit LegacyKey(const RSA* rsa) : rsa_(rsa), modulusSize_(static_cast<size_t>(RSA_size(rsa))) {}
 
-    // False when a number has no room in the form.
+    // False when a number is too large for the form.
     bool Write()
     {
         const size_t half = (modulusSize_ + 1) / 2;
@@ -182,7 +182,7 @@ class LegacyKey {
     SecretString bytes_;
 };
 
-// OpenSSL reads a negative number as a positive one. DER has one form for a key, so the two differ when it is written.
+// OpenSSL reads a negative number as positive. A key has only one DER form, so writing it again shows the difference.
 bool IsWrittenTheSame(const RSA* rsa, std::string_view encoded)
 {
     SecretString written(encoded.size(), '\0');

@@ -22,7 +22,7 @@ constexpr size_t kLargestKeyFile = 64 * 1024;
 
 using MessagePointer = OpensslOwner<CMS_ContentInfo, CMS_ContentInfo_free>;
 
-// Walks the certificates of a store; the one at hand goes back with the walk.
+// Walks the certificates of a store and frees the current one at the end.
 class StoreWalk {
   public:
     explicit StoreWalk(HCERTSTORE store) : store_(store) {}
@@ -56,13 +56,13 @@ bool IsRecipient(CMS_ContentInfo* message, X509* certificate)
     return false;
 }
 
-// False when the certificate names no container. A name stands for a file of its own folder and for no other.
+// False when the certificate names no container. A name never leads out of the folder.
 bool ContainerFile(PCCERT_CONTEXT context, std::string* path)
 {
     DWORD size = 0;
     if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size))
         return false;
-    // As words, for the alignment.
+    // Words, for the alignment.
     std::vector<uint64_t> room(size / sizeof(uint64_t) + 1);
     if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, room.data(), &size))
         return false;
@@ -75,7 +75,7 @@ bool ContainerFile(PCCERT_CONTEXT context, std::string* path)
     return true;
 }
 
-// Asks nobody: an encrypted key cannot be read.
+// Never prompts: encrypted keys are not supported.
 int NoPassword(char*, int, int, void*)
 {
     return -1;
@@ -92,7 +92,7 @@ KeyPointer ReadContainer(const std::string& path)
     return key;
 }
 
-// What OpenSSL's last errors are to a caller: a cipher that it does not have, or a message that is not in order.
+// Maps OpenSSL's last errors: an unsupported cipher, or else a malformed message.
 LONG CipherError()
 {
     while (const unsigned long error = ERR_get_error()) {
@@ -105,8 +105,8 @@ LONG CipherError()
     return NTE_BAD_DATA;
 }
 
-// Reads what OpenSSL decrypts into a block of our own: CMS_decrypt would take it through a buffer on the stack, which
-// nobody wipes. *plain must be as large as the message, which is more than its content.
+// Decrypts into our own block: CMS_decrypt would copy through a stack buffer that is never wiped.
+// *plain must be as large as the message, which is larger than its content.
 bool ReadContent(CMS_ContentInfo* message, SecretString* plain)
 {
     const BioPointer content(CMS_dataInit(message, nullptr));

@@ -24,7 +24,7 @@ std::u16string FromLatin1(std::string_view bytes)
     return text;
 }
 
-// Big-endian units of 2 or 4 bytes. False when they do not come out even or are no code points.
+// Big-endian units of 2 or 4 bytes. False for a partial unit or an invalid code point.
 template <size_t kUnitSize>
 bool FromUnits(std::string_view bytes, std::u16string* text)
 {
@@ -37,7 +37,7 @@ bool FromUnits(std::string_view bytes, std::u16string* text)
         if (value > 0x10FFFF)
             return false;
         char16_t units[2];
-        // A surrogate in a BMPString stays what it is.
+        // Surrogates in a BMPString are kept.
         text->append(units, PutUtf16(static_cast<char32_t>(value), units));
     }
     return true;
@@ -54,7 +54,7 @@ std::u16string HexOf(std::string_view bytes)
     return text;
 }
 
-// False when the value is no text.
+// False when the value is not a string type.
 bool ReadValue(const DerElement& value, std::u16string* text)
 {
     switch (value.tag) {
@@ -62,7 +62,7 @@ bool ReadValue(const DerElement& value, std::u16string* text)
             *text = ToUtf16(value.content);
             return true;
         case kDerT61String:
-            // Long used for UTF-8, and so read as such when it is.
+            // Often used for UTF-8 in practice, so valid UTF-8 is read as such.
             if (!ToUtf16Strict(value.content, text))
                 *text = FromLatin1(value.content);
             return true;
@@ -106,7 +106,7 @@ std::u16string ValueText(const DerElement& value)
     return NeedsQuotes(text) ? Quoted(text) : text;
 }
 
-// With the equals sign.
+// Includes the equals sign.
 std::u16string KeyText(const std::string& objectId, DWORD strType)
 {
     if (strType == CERT_SIMPLE_NAME_STR)

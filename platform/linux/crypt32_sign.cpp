@@ -26,7 +26,7 @@ constexpr SignatureAlgorithm kSignatureAlgorithms[] = {
     {"1.2.840.113549.1.1.13", "SHA512"},
 };
 
-// Their parameters are left out when empty. All other algorithms get NULL then.
+// Empty parameters are omitted for these algorithms, and written as NULL for all others.
 constexpr const char* kWithoutParameters[] = {
     "1.2.840.10040.4.1",   "1.2.840.10040.4.3",   "1.2.840.10045.2.1",   "1.2.840.10045.4.1",
     "1.2.840.10045.4.3.2", "1.2.840.10045.4.3.3", "1.2.840.10045.4.3.4",
@@ -49,7 +49,7 @@ const char* DigestOf(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
     return found == std::end(kSignatureAlgorithms) ? nullptr : found->digestName;
 }
 
-// Adds elements to a sequence; a part that cannot be written makes the whole of it invalid.
+// Adds elements to a sequence. A part that cannot be encoded makes the whole sequence invalid.
 class DerSequence {
   public:
     bool valid() const { return valid_; }
@@ -184,7 +184,7 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
         const DerSequence toBeSigned = MakeToBeSigned(*info);
         if (!toBeSigned.valid())
             return E_INVALIDARG;
-        // Who only asks for the size gets it without the work.
+        // A size query needs no signature.
         size_t signatureSize = 0;
         LONG error = SoftwareSignatureSize(key, &signatureSize);
         std::string signature(signatureSize, '\0');

@@ -24,7 +24,7 @@ CertificateStore* StoreOf(HCERTSTORE store)
     return static_cast<CertificateStore*>(store);
 }
 
-// Empty for a location that is not offered.
+// Empty for an unsupported location.
 std::string DirectoryOf(DWORD flags)
 {
     switch (flags & ~CERT_STORE_READONLY_FLAG) {
@@ -50,7 +50,7 @@ LONG PrepareDirectory(const std::string& directory, bool readOnly)
     return errno == ENOENT && readOnly ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
-// The context of a certificate as it stands in the store.
+// The context of a certificate of the store.
 ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, CertificateRecord stored, LONG* error)
 {
     ContextPtr context = CertificateContext::Make(encodingType, stored.der, store, error);
@@ -59,7 +59,7 @@ ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, Certifi
     return context;
 }
 
-// Where the enumeration goes on behind `previous`, or begins.
+// The position after `previous`, or the start of a new enumeration.
 LONG FindPlace(CertificateStore* store, const CertificateContext* previous, StoreListing* listing, size_t* position)
 {
     if (previous && previous->listing) {

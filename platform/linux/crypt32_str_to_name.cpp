@@ -1,4 +1,4 @@
-// CertStrToName: the name that a text stands for.
+// CertStrToName: parses a text and encodes the name.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -115,7 +115,7 @@ class NameParser {
   public:
     NameParser(std::u16string_view text, DWORD strType) : text_(text), strType_(strType) {}
 
-    // After a failure: how far the text was good.
+    // After a failure: where it occurred.
     size_t position() const { return at_; }
 
     LONG Parse(std::string* name)
@@ -138,7 +138,7 @@ class NameParser {
     bool AtPlus() const { return !AtEnd() && text_[at_] == u'+'; }
     bool AtQuote() const { return !AtEnd() && text_[at_] == u'"'; }
 
-    // True at the end of the text.
+    // Returns true at the end of the text.
     bool SkipBlanks()
     {
         while (!AtEnd() && IsBlank(text_[at_]))
@@ -146,7 +146,7 @@ class NameParser {
         return AtEnd();
     }
 
-    // Up to and with the divider.
+    // Up to and including the separator.
     LONG ParseRelativeName(std::string* part)
     {
         std::vector<std::string> attributes;
@@ -163,7 +163,7 @@ class NameParser {
         }
         if (AtDivider())
             at_++;
-        // DER wants the members of a set in order.
+        // DER requires a set to be sorted.
         std::sort(attributes.begin(), attributes.end());
         std::string content;
         for (const std::string& attribute : attributes)
@@ -212,7 +212,7 @@ class NameParser {
         return ObjectIdFromText(dotted, objectId);
     }
 
-    // The text between quotes, in which a doubled quote stands for one. Nothing but blanks may follow it.
+    // The text between quotes, with doubled quotes reduced to one. Only blanks may follow before the next separator.
     bool TakeQuoted(std::u16string* value)
     {
         for (at_++; !AtEnd(); at_++) {
@@ -254,7 +254,7 @@ class NameParser {
     size_t at_ = 0;
 };
 
-// *errorAt: units of `text` that were good, after a failure of the text's.
+// *errorAt: the offset of a syntax error in `text`, in UTF-16 units.
 LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* size, size_t* errorAt)
 {
     if (!size || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)

@@ -20,7 +20,7 @@ void PutQuantum(unsigned bits, char16_t* out)
     out[3] = kAlphabet[bits & 0x3F];
 }
 
-// With the terminator.
+// Also writes the terminator.
 void Encode(const BYTE* data, size_t size, char16_t* out)
 {
     const BYTE* const end = data + size - size % 3;
@@ -60,7 +60,7 @@ constexpr Values MakeValues()
 }
 constexpr Values kValues = MakeValues();
 
-// Where decoded bytes go: a buffer of `room` bytes, or nowhere; `size` counts them all.
+// Receives decoded bytes: a buffer of `room` bytes, or NULL to count only. `size` counts all bytes.
 struct Sink {
     BYTE* data;
     size_t room;
@@ -80,7 +80,7 @@ unsigned ValueOf(char16_t c)
     return c < 0x80 ? kValues.of[3][c] : kNone;
 }
 
-// The 24 bits of four characters, or more when one of them has none.
+// The 24 bits of four characters, or at least kNone when one of them isn't Base64.
 inline unsigned QuantumOf(const char16_t* c)
 {
     if ((c[0] | c[1] | c[2] | c[3]) >= 0x80)
@@ -88,7 +88,7 @@ inline unsigned QuantumOf(const char16_t* c)
     return kValues.of[0][c[0]] | kValues.of[1][c[1]] | kValues.of[2][c[2]] | kValues.of[3][c[3]];
 }
 
-// Calls put(bits) for each quantum at the front that holds neither white space nor padding; the number of them.
+// Calls put(bits) for each leading quantum without white space or padding, and returns their number.
 template <class Put>
 size_t ForEachPlainQuantum(std::u16string_view text, Put put)
 {
@@ -102,7 +102,7 @@ size_t ForEachPlainQuantum(std::u16string_view text, Put put)
     return count;
 }
 
-// Decodes the quanta at the front that hold neither white space nor padding.
+// Decodes the leading quanta that have neither white space nor padding.
 void TakePlainQuanta(std::u16string_view* text, Sink* sink)
 {
     size_t count = 0;
@@ -177,7 +177,7 @@ bool FindArmoured(std::u16string_view text, std::u16string_view* inner)
     return true;
 }
 
-// What decodes as it is has no dashes, so armour is looked for only after that.
+// Plain Base64 has no dashes, so armour is tried only if this fails.
 bool DecodeAs(std::u16string_view text, DWORD format, Sink* sink)
 {
     if (Decode(text, sink))
@@ -219,7 +219,7 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
             return ERROR_INVALID_PARAMETER;
         const std::u16string_view view =
             textLength == 0 ? std::u16string_view(text) : std::u16string_view(text, textLength);
-        // A buffer that may be too small is left alone until its size is known to do.
+        // A buffer that may be too small isn't written until the exact size is known.
         const bool fits = *size >= view.size() / 4 * 3;
         Sink sink = {fits ? data : nullptr, *size, 0};
         bool good = DecodeAs(view, flags, &sink);

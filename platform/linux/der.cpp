@@ -13,7 +13,7 @@ BYTE ByteAt(std::string_view bytes, size_t index)
     return static_cast<BYTE>(bytes[index]);
 }
 
-// Reads tag and length. *headSize: their bytes.
+// Reads tag and length. *headSize: their size in bytes.
 LONG ReadHead(std::string_view bytes, size_t* headSize, size_t* contentSize)
 {
     if (bytes.size() < 2)

@@ -40,7 +40,7 @@ struct DerElement {
 };
 
 // Takes elements off the front of `bytes`. The first failure is kept in *error, which several readers may share, and
-// everything taken after it is empty; so *error, ERROR_SUCCESS at the start, is looked at once, at the end.
+// everything taken after it is empty. So check *error, initially ERROR_SUCCESS, once at the end.
 class DerReader {
   public:
     DerReader(std::string_view bytes, LONG* error) : rest_(bytes), error_(error) {}
@@ -52,9 +52,9 @@ class DerReader {
     DerElement TakeAny();
     // The content of an element that must have this tag.
     std::string_view Take(BYTE tag);
-    // The content of an element of this tag if one comes next, else an empty text.
+    // The content of an element of this tag if it comes next, else empty.
     std::string_view TakeOptional(BYTE tag);
-    // A reader of what is inside, which shares this one's error.
+    // A reader of an element's content that shares this one's error.
     DerReader Inside(std::string_view content) const { return DerReader(content, error_); }
     void Fail(LONG error);
 

@@ -1,16 +1,16 @@
-// Data protection: AES-256-GCM under a master key a scope. The protected form:
+// Data protection: AES-256-GCM with one master key per scope. The protected form:
 //
 //     offset  bytes
 //     0       4      "KDP1"
 //     4       4      scope: 0 user, 1 machine           all numbers little-endian
-//     8       16     which master key
+//     8       16     master key identifier
 //     24      12     nonce
-//     36      4      bytes of the description
+//     36      4      size of the description in bytes
 //     40             description, UTF-16
 //                    encrypted data
-//                    16 bytes of tag
+//                    tag, 16 bytes
 //
-// The tag covers all of it and the optional entropy.
+// The tag authenticates everything and the optional entropy.
 #include <limits.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
@@ -73,7 +73,7 @@ LONG AsError(HRESULT status)
     return status;
 }
 
-// The key's name in blobs: a digest that says nothing about the key.
+// The key's identifier in blobs: a digest that reveals nothing about the key.
 bool NameKey(MasterKey* key)
 {
     BYTE digest[SHA256_DIGEST_LENGTH];
@@ -103,7 +103,7 @@ std::string MasterKeyFile(DWORD scope)
     return (scope == kMachineScope ? RootDirectory() : UserDirectory()) + "/dpapi/master.key";
 }
 
-// Makes the key when there is none. One that is damaged stays as it is: what it protected may still be rescued.
+// Creates the key if there is none. A damaged key file is kept: its data may still be recoverable.
 LONG ReadOrMakeMasterKey(DWORD scope, MasterKey* key)
 {
     const std::string path = MasterKeyFile(scope);
@@ -122,7 +122,7 @@ LONG ReadOrMakeMasterKey(DWORD scope, MasterKey* key)
     return ReplaceFile(path, std::string_view(reinterpret_cast<const char*>(key->bytes), kKeySize));
 }
 
-// What both directions have in common: a context with key and nonce, and the authenticated data taken in.
+// Common to both directions: a context with key, nonce and authenticated data.
 CipherContext StartCipher(bool encrypts, const MasterKey& key, const BYTE* head, size_t headSize,
                           const DATA_BLOB* entropy)
 {
@@ -150,7 +150,7 @@ LONG TestArguments(const DATA_BLOB* data, const DATA_BLOB* entropy, const void* 
         return ERROR_INVALID_PARAMETER;
     if (!IsUsable(data) || (entropy && !IsUsable(entropy)))
         return ERROR_INVALID_PARAMETER;
-    // There is nobody to ask.
+    // No user interface.
     return prompt && prompt->dwPromptFlags != 0 ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
 }
 
@@ -188,7 +188,7 @@ LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_
     return ERROR_SUCCESS;
 }
 
-// The head of a protected blob, tested as far as it can be without the key.
+// Reads the head of a protected blob and checks what can be checked without the key.
 bool ReadHead(const DATA_BLOB& data, Head* head)
 {
     if (data.cbData < sizeof *head + kTagSize)

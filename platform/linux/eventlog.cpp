@@ -16,8 +16,8 @@ namespace {
 constexpr size_t kSourceCount = 32;
 constexpr size_t kMaxSourceLength = 255;
 
-// A registered source: its handle is the record's address. Sources are never taken out, since handles need not be given
-// back and several may have the same one; nothing here has a destructor.
+// A registered source: its handle is the record's address. Sources are never removed: callers
+// need not release handles and may share them. Nothing here has a destructor.
 struct Source {
     size_t length;
     char16_t name[kMaxSourceLength];
@@ -41,7 +41,7 @@ HANDLE RegisterSource(std::u16string_view name)
     return &source;
 }
 
-// Empty when the handle is none.
+// Empty for an invalid handle.
 std::u16string SourceName(HANDLE handle)
 {
     const std::lock_guard<std::mutex> hold(sourcesMutex);
@@ -52,7 +52,7 @@ std::u16string SourceName(HANDLE handle)
     return {};
 }
 
-// A source's name may hold what a file's may not.
+// A source's name may contain characters that a file name may not.
 std::string FileOf(std::u16string_view source)
 {
     std::string file = ToUtf8(source);

@@ -43,8 +43,8 @@ LONG SyncDirectory(const std::string& directory)
     return file.IsOpen() && fsync(file.Get()) == 0 ? ERROR_SUCCESS : LastErrno();
 }
 
-// A rewrite keeps the group that an administrator gave the file, and what that group may do. Nobody else gets in,
-// whatever the file's mode was, and without the group it stays its owner's alone.
+// A rewrite keeps the group that an administrator gave the file, and its permissions. All others are denied,
+// whatever the old mode was; if the group can't be kept, only the owner has access.
 void TakeOverAccess(int file, const std::string& path)
 {
     struct stat status;
@@ -55,7 +55,7 @@ void TakeOverAccess(int file, const std::string& path)
 // Writes `path`, which will replace `replaced`.
 LONG WriteTemporary(const std::string& path, const std::string& replaced, std::string_view content)
 {
-    // A leftover of a crash is written over: the lock makes the name ours.
+    // Overwrites a leftover of a crash: the lock makes the name ours.
     FileDescriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode));
     if (!file.IsOpen())
         return LastErrno();
@@ -138,7 +138,7 @@ LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* conten
         return LastErrno();
     if (static_cast<uintmax_t>(status->st_size) > maxSize)
         return ERROR_FILE_TOO_LARGE;
-    // The extra byte shows whether the file has grown meanwhile.
+    // The extra byte reveals whether the file has grown meanwhile.
     content->resize(static_cast<size_t>(status->st_size) + 1);
     size_t size = 0;
     while (size < content->size()) {
@@ -193,7 +193,7 @@ LONG StoreLock::Acquire(const std::string& path, DWORD patienceMs)
     if (!file_.IsOpen())
         return LastErrno();
     const timespec deadline = MonotonicAfter(patienceMs);
-    // flock can't be given a time limit, so it is tried again and again.
+    // flock has no time limit, so poll.
     for (DWORD pauseMs = 1; flock(file_.Get(), LOCK_EX | LOCK_NB) != 0;
          pauseMs = std::min(2 * pauseMs, kLongestPauseMs)) {
         if (errno == EINTR)

@@ -1,5 +1,5 @@
-// Files that outlive the process: whole-file reads and rewrites, made so that a reader in another process never sees
-// half a file and a crash loses nothing that was there before. Directories get mode 0700 and files 0600. Results of
+// Files that outlive the process: whole-file reads and rewrites. A reader in another process never sees half a
+// file, and a crash never loses the old content. Directories get mode 0700 and files 0600. Results of
 // type LONG are error codes.
 #pragma once
 
@@ -27,30 +27,30 @@ class FileDescriptor {
     int descriptor_;
 };
 
-// "." for a name without a folder.
+// "." for a name without a directory.
 std::string DirectoryOf(const std::string& path);
 
-// Makes the directory and those above it that are missing.
+// Creates the directory and its missing parents.
 LONG MakeDirectories(const std::string& directory);
 
 // Works as open, for regular files only: a FIFO would block its reader or writer, and a symbolic link would let another
 // account choose the file. -1 with errno set: ELOOP for a link, EISDIR for a directory, ENXIO for anything else.
-// *status, if given, is the open file's.
+// *status, if not NULL, is the open file's.
 int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat* status = nullptr);
 
 // ERROR_FILE_NOT_FOUND when there is none; ERROR_BAD_FILE_TYPE when it isn't a regular file; ERROR_FILE_TOO_LARGE over
-// maxSize bytes. *status, if given, is the file's as read.
+// maxSize bytes. *status, if not NULL, is the file's as read.
 LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status = nullptr);
 
-// Writes a temporary file beside `path`, brings it to the disk and renames it. The new file keeps the old one's group
+// Writes a temporary file beside `path`, syncs it and renames it. The new file keeps the old one's group
 // and what that group may do. The caller holds a StoreLock on `path`.
 LONG ReplaceFile(const std::string& path, std::string_view content);
 
-// Appends with one write, so that lines of several processes do not mix.
+// Appends with a single write, so that lines of several processes don't interleave.
 LONG AppendToFile(const std::string& path, std::string_view line);
 
-// Excludes all other writers of `path`, in this process and in others, until its end. The directory is made on demand.
-// ERROR_LOCK_VIOLATION when another writer holds it for all of patienceMs, such as a process that was stopped.
+// Excludes all other writers of `path`, in this process and in others, until destroyed. Creates the directory.
+// ERROR_LOCK_VIOLATION if another writer, such as a stopped process, holds the lock for all of patienceMs.
 class StoreLock {
   public:
     static constexpr DWORD kPatienceMs = 10000;

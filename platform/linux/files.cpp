@@ -30,14 +30,14 @@ class File : public KernelObject {
     const FileDescriptor descriptor_;
 };
 
-// Programs of several accounts write one log: in a folder that its group may write to, so may it to a new file. The
-// umask has no say, as it has none over what Windows' folders hand down. Everybody else is kept out.
+// Programs under several accounts write to one log: a new file is group-writable if its folder is, whatever the
+// umask, just as files inherit permissions from folders on Windows. All others are denied.
 void AdmitGroupOfFolder(int descriptor, const std::string& folder)
 {
     struct stat status;
     if (stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IWGRP) == 0)
         return;
-    // Without the folder's group it would be let in to whichever group the program happens to run with.
+    // If the group can't be set, the file would be open to whatever group the program runs with.
     if (fchown(descriptor, static_cast<uid_t>(-1), status.st_gid) == 0)
         fchmod(descriptor, kFileMode | S_IRGRP | S_IWGRP);
 }
@@ -50,7 +50,7 @@ int OpenFile(LPCWSTR name, int flags)
         errno = ENOTDIR;
         return -1;
     }
-    // On Windows the root of C: is always there.
+    // On Windows the root of C: always exists.
     if ((flags & O_CREAT) != 0 && IsOnDrive(name))
         MakeDirectories(DriveDirectory());
     FileDescriptor file(OpenRegularFile(path, flags, kFileMode));
@@ -59,7 +59,7 @@ int OpenFile(LPCWSTR name, int flags)
     return file.Release();
 }
 
-// Opens what is there, or makes it; *existed tells which, whoever else makes or deletes it meanwhile.
+// Opens or creates the file. *existed is right even if another process creates or deletes it meanwhile.
 int OpenOrCreate(LPCWSTR name, int flags, bool* existed)
 {
     for (int attempt = 0; attempt < 100; attempt++) {
@@ -75,7 +75,7 @@ int OpenOrCreate(LPCWSTR name, int flags, bool* existed)
     return -1;
 }
 
-// One write, so that no other's comes between its bytes.
+// A single write, so that writes of other processes don't interleave.
 LONG Append(const File& file, LPCVOID data, DWORD size, DWORD* written)
 {
     ssize_t count;
@@ -97,7 +97,7 @@ FILE* OpenForReading(LPCWSTR name)
     return stream;
 }
 
-// Absolute and without "." and "..". A drive has no current folder here but its root.
+// Absolute and without "." and "..". The current folder of a drive is always its root.
 std::u16string FullPath(LPCWSTR name)
 {
     std::string path = ToUtf8(ViewOf(name));

@@ -7,7 +7,7 @@
 
 namespace {
 
-// A handle is the slot's index and the slot's generation at the time of its making, in steps of 4 and never 0.
+// A handle combines the slot's index and its generation. It is a multiple of 4 and never 0.
 constexpr size_t kSlotCount = 4095;
 constexpr unsigned kGenerationShift = 14;
 constexpr uint32_t kGenerationMask = 0xFFFF;
@@ -17,7 +17,7 @@ struct Slot {
     uint32_t generation;
 };
 
-// Nothing here has a destructor: a host's threads may still be running while the process ends.
+// Nothing here has a destructor: a host's threads may still run while the process exits.
 std::mutex slotsMutex;
 Slot slots[kSlotCount];
 size_t nextSlot = 0;
@@ -28,7 +28,7 @@ HANDLE HandleOf(size_t index)
     return reinterpret_cast<HANDLE>(number);
 }
 
-// What CloseHandle takes.
+// What CloseHandle accepts.
 constexpr std::initializer_list<KernelObject::Kind> kClosable = {
     KernelObject::Kind::semaphore, KernelObject::Kind::file, KernelObject::Kind::transaction};
 
@@ -37,7 +37,7 @@ bool IsOneOf(KernelObject::Kind kind, std::initializer_list<KernelObject::Kind> 
     return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
 }
 
-// NULL for what is no open handle.
+// NULL if it isn't an open handle.
 Slot* SlotOf(HANDLE handle)
 {
     const uintptr_t number = reinterpret_cast<uintptr_t>(handle);

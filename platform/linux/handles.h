@@ -1,5 +1,5 @@
-// The process's handles: small numbers that lead to counted objects, so that a closed or foreign handle is refused and
-// an object outlives its close for as long as a call uses it.
+// The process's handles: small numbers that map to reference-counted objects, so that closed and foreign handles are
+// rejected and an object stays alive while a call uses it.
 #pragma once
 
 #include <atomic>
@@ -36,16 +36,16 @@ struct ReferenceDropper {
 template <typename T>
 using ObjectRef = std::unique_ptr<T, ReferenceDropper>;
 
-// A new handle, or NULL when the table is full. The handle takes over the caller's reference.
+// A new handle, or NULL when the table is full. Takes over the caller's reference.
 HANDLE PublishHandle(ObjectRef<KernelObject> object);
 
 // The object behind a handle, or NULL with ERROR_INVALID_HANDLE when it is closed, foreign or of another kind.
 ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind);
 
-// Takes back a handle of one of these kinds. What it led to, or NULL with ERROR_INVALID_HANDLE.
+// Closes a handle of one of these kinds. Returns its object, or NULL with ERROR_INVALID_HANDLE.
 ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds);
 
-// Takes back every handle of these kinds: what is left of them when the module is unloaded.
+// Closes all handles of these kinds, when the module is unloaded.
 void RetireHandles(std::initializer_list<KernelObject::Kind> kinds);
 
 template <typename T>

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Only its address counts.
+// Only its address matters.
 char processHeap;
 
 }  // namespace
@@ -17,7 +17,7 @@ HANDLE WINAPI GetProcessHeap()
 
 LPVOID WINAPI HeapAlloc(HANDLE, DWORD flags, SIZE_T size)
 {
-    // A block of no bytes is still a block.
+    // An empty block is still a block.
     const SIZE_T atLeastOne = size == 0 ? 1 : size;
     return (flags & HEAP_ZERO_MEMORY) != 0 ? calloc(1, atLeastOne) : malloc(atLeastOne);
 }

@@ -1,12 +1,12 @@
 // What the Windows loader does: DllMain runs when the module is loaded and when it is unloaded or the process ends.
-// Linked into the module alone.
+// Linked only into the module.
 #include "platform/platform.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);
 
 namespace {
 
-// Stands for the module's handle, which nobody looks behind.
+// Its address is the module's handle, which is opaque.
 char moduleMark;
 
 __attribute__((constructor)) void AttachModule()

@@ -1,4 +1,4 @@
-// Modules: the dynamic loader's.
+// Modules, through the dynamic loader.
 #include <dlfcn.h>
 #include <errno.h>
 #include <limits.h>

@@ -1,4 +1,4 @@
-// Points in time on the clock that no one sets.
+// Points in time on the monotonic clock.
 #pragma once
 
 #include <time.h>

@@ -1,4 +1,4 @@
-// The attribute types of names: object identifiers and the keys that stand for them in texts.
+// The attribute types of names: object identifiers and their keys in texts.
 #pragma once
 
 #include <string>
@@ -9,11 +9,11 @@ enum class NameText { directory, printable, ia5 };
 struct NameAttribute {
     std::u16string_view key;
     std::string_view objectId;
-    NameText text;  // what its values may be
+    NameText text;  // what its values may contain
 };
 
-// NULL for a type without a key. The key that texts are written with stands first.
+// NULL for a type without a key. Returns the key that is used for writing.
 const NameAttribute* FindAttributeById(std::string_view objectId);
 
-// Without regard to case.
+// Case-insensitive.
 const NameAttribute* FindAttributeByKey(std::u16string_view key);

@@ -19,7 +19,7 @@
 
 namespace {
 
-// The fully qualified name that /etc/hosts has for `host`, or an empty text.
+// The fully qualified name of `host` in /etc/hosts, or an empty string.
 std::string NameFromHostsFile(const std::string& host)
 {
     std::ifstream lines("/etc/hosts");
@@ -41,7 +41,7 @@ std::string NameFromHostsFile(const std::string& host)
     return "";
 }
 
-// Host and domain; the domain is empty when the machine does not know it.
+// Host and domain, or just the host if the domain is unknown.
 std::string QualifiedName()
 {
     struct utsname names;
@@ -138,13 +138,13 @@ DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
 {
     DWORD answer = 0;
     Succeeds([&]() -> LONG {
-        // A program that runs with more rights than its caller doesn't heed the caller's environment.
+        // A privileged program ignores its caller's environment.
         const char* value = secure_getenv(ToUtf8(ViewOf(name)).c_str());
         if (!value)
             return ERROR_ENVVAR_NOT_FOUND;
         const std::u16string text = ToUtf16(value);
         const DWORD length = static_cast<DWORD>(text.size());
-        // An empty value is told from a missing one by the last error.
+        // The last error distinguishes an empty value from a missing one.
         SetLastError(ERROR_SUCCESS);
         if (!buffer || size <= length) {
             answer = length + 1;

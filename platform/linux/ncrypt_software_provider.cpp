@@ -46,7 +46,7 @@ class SoftwareKey : public KernelObject {
         return key_ ? ERROR_SUCCESS : NTE_FAIL;
     }
 
-    // Never changes once it is there. NULL before.
+    // NULL until the key is made; never changes after that.
     EVP_PKEY* Made()
     {
         const std::lock_guard<std::mutex> hold(mutex_);
@@ -64,13 +64,13 @@ HANDLE AsHandle(NCRYPT_HANDLE object)
     return reinterpret_cast<HANDLE>(object);
 }
 
-// NULL when the handle is not one of an open key.
+// NULL when it isn't an open key's handle.
 ObjectRef<SoftwareKey> FindKey(NCRYPT_KEY_HANDLE key)
 {
     return FindObject<SoftwareKey>(AsHandle(key));
 }
 
-// Runs `use` on a key that is made, which stays alive meanwhile.
+// Runs `use` on a finalized key and keeps the key alive meanwhile.
 template <typename Use>
 LONG WithMadeKey(NCRYPT_KEY_HANDLE key, Use use)
 {
@@ -89,12 +89,12 @@ SECURITY_STATUS Publish(KernelObject* object, NCRYPT_HANDLE* handle)
     return *handle == 0 ? NTE_NO_MEMORY : ERROR_SUCCESS;
 }
 
-// Keys that nobody frees end with the module, or with the process.
+// Frees leaked keys when the module is unloaded or the process exits.
 struct KeysReleaser {
     ~KeysReleaser() { RetireHandles({KernelObject::Kind::softwareKey, KernelObject::Kind::keyStorageProvider}); }
 };
 
-// Called once OpenSSL has registered its own cleanup, which therefore comes after this one.
+// Called after OpenSSL has registered its own cleanup, which therefore runs later.
 void ReleaseKeysAtTheEnd()
 {
     static KeysReleaser releaser;
@@ -119,7 +119,7 @@ LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::str
         const DigestContext context(EVP_MD_CTX_new());
         if (!context)
             return NTE_NO_MEMORY;
-        // An RSA key signs with PKCS#1 unless told otherwise.
+        // PKCS#1 is the default padding of an RSA key.
         const bool done =
             EVP_DigestSignInit_ex(context.get(), nullptr, digestName, nullptr, nullptr, made, nullptr) == 1 &&
             EVP_DigestSign(context.get(), reinterpret_cast<BYTE*>(signature->data()), &size,

@@ -21,7 +21,7 @@ bool ObjectIdToText(std::string_view content, std::string* text)
     const int length = object ? OBJ_obj2txt(nullptr, 0, object.get(), kDotted) : 0;
     if (length <= 0)
         return false;
-    // OBJ_obj2txt writes a terminator.
+    // Room for the terminator that OBJ_obj2txt writes.
     text->resize(static_cast<size_t>(length) + 1);
     OBJ_obj2txt(text->data(), length + 1, object.get(), kDotted);
     text->resize(static_cast<size_t>(length));

@@ -4,6 +4,6 @@
 #include <string>
 #include <string_view>
 
-// False when it is none.
+// False if malformed.
 bool ObjectIdToText(std::string_view content, std::string* text);
 bool ObjectIdFromText(std::string_view text, std::string* content);

@@ -1,4 +1,4 @@
-// Keeps what a failed call leaves in OpenSSL's error queue from the thread's next user of OpenSSL, such as the host.
+// Removes what failed calls leave in OpenSSL's error queue, which the host's own use of OpenSSL would see.
 #pragma once
 
 #include <openssl/err.h>

@@ -1,4 +1,4 @@
-// Owners of what OpenSSL allocates.
+// Smart pointers for OpenSSL's objects.
 #pragma once
 
 #include <openssl/bio.h>

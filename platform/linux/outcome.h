@@ -1,5 +1,5 @@
-// How the bodies report: the thread's last error, errno in Windows' terms, and nothing thrown through a platform
-// function.
+// How platform functions report errors: the thread's last error, errno as a Windows error, and no exceptions to the
+// caller.
 #pragma once
 
 #include <exception>
@@ -8,17 +8,17 @@
 #include "platform/linux/win_errors.h"
 #include "platform/linux/win_kernel.h"
 
-// Sets the last error and is FALSE.
+// Sets the last error and returns FALSE.
 inline BOOL Fail(LONG error)
 {
     SetLastError(static_cast<DWORD>(error));
     return FALSE;
 }
 
-// The Windows error that stands closest to an errno value.
+// The Windows error closest to an errno value.
 LONG ErrorFromErrno(int error);
 
-// Runs a body that may throw; what it throws becomes the returned error code.
+// Runs a body that may throw and returns exceptions as error codes.
 template <typename Body>
 LONG CodeOf(Body body)
 {
@@ -31,7 +31,7 @@ LONG CodeOf(Body body)
     }
 }
 
-// The same for functions that answer TRUE or FALSE and leave the error with the thread.
+// The same for functions that return TRUE or FALSE and set the last error.
 template <typename Body>
 BOOL Succeeds(Body body)
 {

@@ -11,8 +11,8 @@ namespace {
 
 constexpr char kDefaultRoot[] = "/var/lib/kelvaro";
 
-// Empty when the variable is unset or empty. A program that runs with more rights than its caller does not listen to
-// the caller's environment.
+// Empty when the variable is unset or empty. A privileged program ignores its caller's
+// environment.
 std::string DirectoryFrom(const char* variable)
 {
     const char* value = secure_getenv(variable);

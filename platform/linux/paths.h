@@ -1,5 +1,5 @@
-// Where the Linux platform keeps its files, and how Windows file names are read here.
-// The environment is read at each call. All paths are UTF-8, directories without a slash at the end.
+// Where the Linux platform keeps its files, and how it maps Windows file names.
+// The environment is read on each call. All paths are UTF-8, directories without a slash at the end.
 #pragma once
 
 #include <string>
@@ -15,9 +15,9 @@ std::string UserDirectory();
 // ROOT/drive_c
 std::string DriveDirectory();
 
-// The file that a Windows name stands for: backslashes are separators, "C:" is DriveDirectory(), and a path that begins
-// with a separator is taken as it is. Empty when the name is NULL, empty or on another drive.
+// Maps a Windows file name: backslashes are separators, "C:" is DriveDirectory(), and a path that begins
+// with a separator is used as it is. Empty when the name is NULL, empty or on another drive.
 std::string NativePath(LPCWSTR name);
 
-// Whether NativePath's answer lies in DriveDirectory().
+// Whether NativePath's result is in DriveDirectory().
 bool IsOnDrive(LPCWSTR name);

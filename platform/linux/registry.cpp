@@ -20,7 +20,7 @@ struct OpenedKey : HKEY__ {
     ObjectRef<Transaction> transaction;  // NULL: none
 };
 
-// Where a call works: a key and, below it, what its subKey argument names.
+// The key that a call works on: the opened key, and below it the subKey argument.
 struct Place {
     HiveId hive;
     std::u16string path;
@@ -83,7 +83,7 @@ HKEY NewKey(Place&& place)
     return key;
 }
 
-// Size first, then type and size, then the bytes if they fit.
+// The type always; size and bytes by the two-call contract.
 LONG HandOver(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD size)
 {
     if (type)
@@ -91,7 +91,7 @@ LONG HandOver(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD siz
     return size ? GiveOut(BytesOf(value.data.data(), value.data.size()), data, size) : ERROR_SUCCESS;
 }
 
-// The handles that the calls got stay good when their keys are taken out of the file.
+// Handles stay valid when their keys are removed from the file.
 LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const RegistryKey** key)
 {
     if (!hive.HasKey(path))
@@ -100,7 +100,7 @@ LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const Regis
     return ERROR_SUCCESS;
 }
 
-// Whether the key had another value, or none.
+// Returns whether this changed the key.
 bool PutValue(RegistryKey* key, const RegistryValue& value)
 {
     RegistryValue* stored = key->FindValue(value.name);
@@ -157,7 +157,7 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
     });
 }
 
-// Runs `visit` on an opened key: NULL when the file has only keys below it.
+// Runs `visit` on an opened key, or on NULL when the file has only keys below it.
 template <typename Visit>
 LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 {

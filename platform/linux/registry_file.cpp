@@ -24,7 +24,7 @@ bool TakeRoot(std::u16string_view rootName, std::u16string_view* path)
     return divided;
 }
 
-// False when the text removes the value, which only an import can do.
+// False when the text removes the value: only an import may do that.
 bool AddValue(RegistryValue* value, RegistryKey* key)
 {
     if (value->removed)
@@ -78,7 +78,7 @@ void AppendHex(DWORD number, const char* format, SecretText* out)
         *out += static_cast<char16_t>(*digit);
 }
 
-// Whether the data is a text with one terminator, at its end, that the quoted form gives back unchanged.
+// Whether the data is one terminated string that the quoted form preserves.
 bool QuotableText(const RegistryValue& value, SecretText* text)
 {
     const SecretBytes& data = value.data;

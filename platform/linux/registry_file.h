@@ -1,6 +1,6 @@
-// A registry hive as a record, and the text that it is kept in.
+// A registry hive as a structure and as text.
 //
-// Comments stay with the line that follows them; blank lines and the spelling of the values are made anew on writing.
+// Comments stay with the line that follows them; blank lines and the formatting of values are normalized on writing.
 #pragma once
 
 #include <string>
@@ -24,18 +24,18 @@ struct RegistryHive {
 
     RegistryKey* FindKey(std::u16string_view path);
     const RegistryKey* FindKey(std::u16string_view path) const;
-    // Whether the key, or one below it, is there.
+    // Whether the key, or one below it, exists.
     bool HasKey(std::u16string_view path) const;
     bool HasKeyBelow(std::u16string_view path) const;
     RegistryKey* FindOrAddKey(std::u16string_view path);
 };
 
-// rootName: the only hive that the text may name. False when the text is damaged or removes something; *hive is then of
-// no use.
+// rootName: the only hive that the text may name. False when the text is damaged or removes something; *hive is then
+// unusable.
 bool ParseRegistryFile(std::string_view content, std::u16string_view rootName, RegistryHive* hive);
 
 SecretString FormatRegistryFile(const RegistryHive& hive, std::u16string_view rootName);
 
-// Whether the quoted form carries a text: no control characters, no broken surrogate pairs. Names must be plain texts;
-// values that are not are written as bytes.
+// Whether a text can be quoted: no control characters, no broken surrogate pairs. Names must be plain texts;
+// other values are written as bytes.
 bool IsPlainText(std::u16string_view name);

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr size_t kMaxFileSize = 64u << 20;
-// A file that changed this short a time before it was read may change again without a new time stamp.
+// A file that changed this recently before it was read may change again within the same time stamp.
 constexpr int64_t kUnsettledNs = 100000000;
 
 constexpr std::u16string_view kRootNames[] = {u"HKEY_LOCAL_MACHINE", u"HKEY_CURRENT_USER"};
@@ -28,11 +28,11 @@ struct CachedHive {
     RegistryHive hive;
 };
 
-// Bare pointers, without destructors: a host's threads may still read while the process ends.
+// Plain pointers without destructors: a host's threads may still read while the process exits.
 std::mutex cacheMutex;
 CachedHive* cache[2] = {nullptr, nullptr};
 
-// After everything else in the module; a later read would simply fill the cache again.
+// Runs after everything else in the module; a later read would just refill the cache.
 __attribute__((destructor(101))) void DropCache()
 {
     const std::lock_guard<std::mutex> hold(cacheMutex);
@@ -79,7 +79,7 @@ LONG LoadHive(HiveId id, const std::string& path, RegistryHive* hive, struct sta
     return ParseRegistryFile(content, RootName(id), hive) ? ERROR_SUCCESS : ERROR_BADDB;
 }
 
-// The cache outlives the provider that used the secret. Comments may hold an older one.
+// The cache outlives the provider that used the secret. Comments may contain an old secret.
 void ForgetSecrets(RegistryHive* hive)
 {
     hive->closingComments = SecretText();
@@ -114,7 +114,7 @@ const CachedHive& CurrentHive(HiveId id)
 
 using Change = std::function<LONG(RegistryHive*, bool* changed)>;
 
-// Runs `change` on the hive as it is in the file.
+// Runs `change` on the hive read from the file.
 LONG Try(HiveId id, const std::string& path, const Change& change, RegistryHive* hive, bool* changed)
 {
     *changed = false;

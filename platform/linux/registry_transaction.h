@@ -1,5 +1,5 @@
-// A transaction over the values of one registry key: what is written through its key takes effect as a whole at the
-// commit, and only if nobody else has changed the key's values since it was opened.
+// A transaction over the values of one registry key: writes through its key take effect together at the commit, and
+// only if nobody else has changed the key's values since it was opened.
 #pragma once
 
 #include <string>
@@ -13,13 +13,13 @@ class Transaction : public KernelObject {
 
     Transaction() : KernelObject(kKind) {}
 
-    // Takes the key in as it stands. ERROR_FILE_NOT_FOUND when there is no such key, ERROR_NOT_SUPPORTED for a second.
+    // Adds the key. ERROR_FILE_NOT_FOUND: no such key; ERROR_NOT_SUPPORTED: a second key.
     LONG Enter(HiveId hive, const std::u16string& path);
 
-    // The key as its handle sees it; NULL after the commit.
+    // The key as seen through its handle; NULL after the commit.
     RegistryKey* key() { return ended_ ? nullptr : &after_; }
 
-    // ERROR_TRANSACTION_ALREADY_ABORTED, with nothing written, when the key's values have changed meanwhile.
+    // ERROR_TRANSACTION_ALREADY_ABORTED, and nothing written, if the key's values have changed meanwhile.
     LONG Commit();
 
   private:

@@ -11,7 +11,7 @@ constexpr BYTE kMinAclRevision = 2;
 constexpr BYTE kMaxAclRevision = 4;
 constexpr DWORD kSidFixedSize = 8;
 
-// Parts of either form as addresses; NULL for a part that is not there.
+// The parts of either form as addresses; NULL for a missing part.
 struct Parts {
     const BYTE* owner;
     const BYTE* group;
@@ -20,7 +20,7 @@ struct Parts {
     DWORD headSize;
 };
 
-// A descriptor may begin at any address, so its fields are copied out.
+// A descriptor may be unaligned, so its fields are copied.
 Parts PartsOf(const void* descriptor)
 {
     const BYTE* start = static_cast<const BYTE*>(descriptor);

@@ -41,7 +41,7 @@ bool Read(std::string_view bytes, T* value)
     return true;
 }
 
-// The terminated text at an offset; offset 0 stands for none. False when it does not end within the bytes.
+// The terminated text at an offset, 0 for none. False when the terminator is missing.
 bool ReadText(std::string_view bytes, uint64_t offset, std::u16string* text)
 {
     if (offset == 0)
@@ -67,7 +67,7 @@ bool ReadProviderInfo(std::string_view bytes, KeyProviderInfo* info)
            ReadText(bytes, stored.providerName, &info->providerName);
 }
 
-// The texts stand behind the structure, so that the first offset, with zeros above it, tells which one it is.
+// The texts follow the structure, so a 64-bit first offset is at least the wide structure's size and within the data.
 bool HasWideOffsets(std::string_view bytes)
 {
     uint64_t first = 0;

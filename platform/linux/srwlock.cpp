@@ -1,7 +1,7 @@
 #include "platform/linux/win_kernel.h"
 
 // The records that hold these locks are zeroed, not initialised: glibc's and musl's unlocked lock is all zero.
-// Its calls fail only for a lock that is misused, which has no answer here as it has none on Windows.
+// The calls fail only if a lock is misused, which Windows doesn't report either.
 
 void WINAPI AcquireSRWLockExclusive(PSRWLOCK lock)
 {

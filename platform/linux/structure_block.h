@@ -1,5 +1,5 @@
-// A structure as callers get it: one block of parts that begin at multiples of 8 bytes, with pointers that are right
-// once the block is at `target`. Wiped at its end, since a private key may be in it.
+// Lays out a structure and what it points to in one block, in parts aligned to 8 bytes. Its pointers are valid once
+// the block is copied to `target`. Wiped when destroyed, as it may contain a private key.
 #pragma once
 
 #include <string.h>
@@ -17,7 +17,7 @@ class StructureBlock {
 
     const SecretString& bytes() const { return bytes_; }
 
-    // Room of this size, zeroed; its offset.
+    // Reserves zeroed room and returns its offset.
     size_t Reserve(size_t size)
     {
         const size_t offset = bytes_.size();

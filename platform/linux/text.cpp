@@ -17,7 +17,7 @@ bool IsTrail(char16_t unit)
     return (unit & 0xFC00) == kTrailSurrogates;
 }
 
-// How many bytes follow the first one, and what the second one may be: this is what rules out over-long forms,
+// How many bytes follow the first one, and the range of the second one, which excludes over-long forms,
 // surrogates and values over U+10FFFF.
 struct SequenceRule {
     unsigned char firstLow, firstHigh;
@@ -168,7 +168,7 @@ char16_t UpperCase(char16_t unit)
         return minus(0x20);
     if (unit == 0xFF)
         return 0x178;
-    // Pairs of an even capital and its odd small letter, and the other way round.
+    // Pairs of an even capital and its odd small letter, and vice versa.
     if (within(0x100, 0x12F) || within(0x132, 0x137) || within(0x14A, 0x177) || within(0x460, 0x481) ||
         within(0x48A, 0x4BF))
         return static_cast<char16_t>(unit & ~1u);

@@ -1,5 +1,4 @@
-// UTF-8 and UTF-16 for the bodies. What cannot be translated becomes U+FFFD, one for each maximal part of a broken
-// sequence.
+// UTF-8 and UTF-16. Invalid input becomes U+FFFD, one for each maximal part of a broken sequence.
 #pragma once
 
 #include <string>
@@ -9,7 +8,7 @@
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-// One code point of a text, and whether it had to be replaced.
+// A code point. valid: false if it replaces invalid input.
 struct CodePoint {
     char32_t value;
     bool valid;
@@ -26,11 +25,11 @@ size_t PutUtf16(char32_t value, char16_t* out);
 std::string ToUtf8(std::u16string_view text);
 std::u16string ToUtf16(std::string_view text);
 
-// False when `text` is not well formed.
+// False if `text` is malformed.
 bool ToUtf16Strict(std::string_view text, std::u16string* out);
 bool IsWellFormed(std::u16string_view text);
 
-// The upper-case form of one code unit: Latin, Greek and Cyrillic letters, whatever the locale.
+// Upper-case form of a code unit: Latin, Greek and Cyrillic, in every locale.
 char16_t UpperCase(char16_t unit);
 bool EqualIgnoringCase(std::u16string_view first, std::u16string_view second);
 

@@ -1,5 +1,5 @@
-// The contract of everything that a caller reads into a buffer of its own: asked without a buffer it tells the size,
-// with too small a one it fails and tells the size.
+// How results are copied to a caller's buffer: without a buffer, *size becomes the size needed; with a buffer that is
+// too small, the call fails and *size is set too.
 #pragma once
 
 #include <string.h>

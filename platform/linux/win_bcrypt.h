@@ -20,7 +20,7 @@ using BCRYPT_KEY_HANDLE = PVOID;
 
 constexpr ULONG BCRYPT_ALG_HANDLE_HMAC_FLAG = 0x00000008;
 
-// STATUS_NOT_FOUND for an algorithm that is not offered. `implementation` is not looked at; of the flags only
+// STATUS_NOT_FOUND for an unsupported algorithm. `implementation` is ignored; of the flags only
 // BCRYPT_ALG_HANDLE_HMAC_FLAG, for a hash.
 NTSTATUS WINAPI BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* algorithm, LPCWSTR name, LPCWSTR implementation,
                                             ULONG flags);
@@ -32,8 +32,8 @@ NTSTATUS WINAPI BCryptGetProperty(BCRYPT_HANDLE object, LPCWSTR property, PUCHAR
 // Of a key: BCRYPT_CHAINING_MODE, which must be CBC, and BCRYPT_INITIALIZATION_VECTOR, of a block's size.
 NTSTATUS WINAPI BCryptSetProperty(BCRYPT_HANDLE object, LPCWSTR property, PUCHAR input, ULONG inputSize, ULONG flags);
 
-// The object's memory is the library's own: a buffer that is given is not used. No secret: keyed hashes are not
-// offered.
+// The library allocates the object: the caller's buffer is not used. No secret: keyed hashes are not
+// supported.
 NTSTATUS WINAPI BCryptCreateHash(BCRYPT_ALG_HANDLE algorithm, BCRYPT_HASH_HANDLE* hash, PUCHAR object, ULONG objectSize,
                                  PUCHAR secret, ULONG secretSize, ULONG flags);
 NTSTATUS WINAPI BCryptHashData(BCRYPT_HASH_HANDLE hash, PUCHAR input, ULONG size, ULONG flags);
@@ -46,12 +46,12 @@ NTSTATUS WINAPI BCryptDeriveKeyPBKDF2(BCRYPT_ALG_HANDLE prf, PUCHAR password, UL
                                       ULONG saltSize, ULONGLONG iterations, PUCHAR derived, ULONG derivedSize,
                                       ULONG flags);
 
-// The key lives in `object`, which must be there, with room for BCRYPT_OBJECT_LENGTH. secret: 16, 24 or 32 bytes for
+// The key is kept in `object`, which must have room for BCRYPT_OBJECT_LENGTH. secret: 16, 24 or 32 bytes for
 // AES, 24 for 3DES.
 NTSTATUS WINAPI BCryptGenerateSymmetricKey(BCRYPT_ALG_HANDLE algorithm, BCRYPT_KEY_HANDLE* key, PUCHAR object,
                                            ULONG objectSize, PUCHAR secret, ULONG secretSize, ULONG flags);
 // CBC with BCRYPT_BLOCK_PADDING under the key's own initialization vector: an `iv` is refused. Without `output`:
-// *result is as much as may be needed. STATUS_INVALID_BUFFER_SIZE: not whole blocks. STATUS_UNSUCCESSFUL: the padding.
+// *result is an upper bound. STATUS_INVALID_BUFFER_SIZE: not whole blocks. STATUS_UNSUCCESSFUL: the padding.
 NTSTATUS WINAPI BCryptDecrypt(BCRYPT_KEY_HANDLE key, PUCHAR input, ULONG inputSize, VOID* paddingInfo, PUCHAR iv,
                               ULONG ivSize, PUCHAR output, ULONG outputSize, ULONG* result, ULONG flags);
 NTSTATUS WINAPI BCryptDestroyKey(BCRYPT_KEY_HANDLE key);

@@ -17,7 +17,7 @@ struct CRYPT_BIT_BLOB {
     DWORD cUnusedBits;
 };
 
-// Parameters: one DER element, or nothing.
+// Parameters: one DER element, or empty.
 struct CRYPT_ALGORITHM_IDENTIFIER {
     LPSTR pszObjId;
     CRYPT_OBJID_BLOB Parameters;
@@ -83,17 +83,17 @@ constexpr DWORD PKCS_7_ASN_ENCODING = 0x00010000;
 #define X509_CERT_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(2))
 #define X509_CERT_REQUEST_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(4))
 
-// Only X509_CERT_REQUEST_TO_BE_SIGNED: a CERT_REQUEST_INFO and behind it, in the same buffer, what it points to;
-// nothing points into `encoded`. The buffer is aligned as the structure is. The request may stand alone or with its
-// signature, which is not verified. No flag changes that. *size: bytes; without a buffer the size needed.
-// ERROR_MORE_DATA: *size is what is needed. CRYPT_E_ASN1_...: no such DER. ERROR_FILE_NOT_FOUND: a structure that is
-// not offered.
+// Only X509_CERT_REQUEST_TO_BE_SIGNED: a CERT_REQUEST_INFO followed, in the same buffer, by what it points to;
+// nothing points into `encoded`. The buffer must be aligned for the structure. The request may have a
+// signature, which is not verified. Flags are ignored. *size: bytes; without a buffer the size needed.
+// ERROR_MORE_DATA: *size is what is needed. CRYPT_E_ASN1_...: malformed. ERROR_FILE_NOT_FOUND: an unsupported
+// structure.
 BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
                               DWORD flags, void* structure, DWORD* size);
 
 // Only X509_CERT_TO_BE_SIGNED, a CERT_INFO, and keys of the platform's own provider. The signature is RSA PKCS#1 with
-// the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it stands and decides nothing.
-// Empty parameters become NULL. keySpec and auxiliary are not looked at. *size as above.
+// the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it is and has no other effect.
+// Empty parameters become NULL. keySpec and auxiliary are ignored. *size as above.
 // NTE_INVALID_HANDLE, NTE_BAD_KEY_STATE: the key; NTE_BAD_ALGID: the algorithm; E_INVALIDARG: the structure.
 BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD keySpec, DWORD encodingType,
                                           LPCSTR structType, const void* structure,
@@ -106,19 +106,19 @@ constexpr DWORD CERT_SIMPLE_NAME_STR = 1;
 constexpr DWORD CERT_X500_NAME_STR = 3;
 constexpr DWORD CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG = 0x00040000;
 
-// Encodes a text such as `CN=web01, O="Acme, Inc."` as a name, the parts in the order of the text. A value that begins
-// with '#' is the hex form of an OCTET STRING. strType: CERT_X500_NAME_STR; a text beyond the printable characters
-// becomes a BMPString, or with CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG a UTF8String. *size as above.
-// CRYPT_E_INVALID_X500_STRING and its like: *errorAt, if asked for, points into `text` where it went wrong, and is NULL
-// after success. E_INVALIDARG: another form or flag.
+// Encodes a text such as `CN=web01, O="Acme, Inc."` as a name, in the order of the text. A value that begins
+// with '#' is the hex form of an OCTET STRING. strType: CERT_X500_NAME_STR; texts with other characters
+// than the printable ones become a BMPString, or with CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG a UTF8String. *size as
+// above. CRYPT_E_INVALID_X500_STRING and similar: *errorAt, if requested, points to the error in `text`; NULL after
+// success. E_INVALIDARG: an unsupported form or flag.
 BOOL WINAPI CertStrToNameA(DWORD encodingType, LPCSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
                            LPCSTR* errorAt);
 BOOL WINAPI CertStrToNameW(DWORD encodingType, LPCWSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
                            LPCWSTR* errorAt);
 
-// The text of a name, as CERT_SIMPLE_NAME_STR or CERT_X500_NAME_STR without flags. Returns characters with the
-// terminator: those that are needed when there is no room at all, else those that were written, cut to fit. A name that
-// cannot be decoded, and any other form, gives an empty text and sets the last error.
+// The text of a name, as CERT_SIMPLE_NAME_STR or CERT_X500_NAME_STR without flags. Returns a number of
+// characters, terminator included: without room those needed, else those written, truncated to fit. A malformed name
+// or an unsupported form gives an empty text and sets the last error.
 DWORD WINAPI CertNameToStrW(DWORD encodingType, PCERT_NAME_BLOB name, DWORD strType, LPWSTR text, DWORD room);
 
 // ---- certificate contexts ----
@@ -154,18 +154,18 @@ struct CRYPT_KEY_PROV_INFO {
 constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
 constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
 
-// A context of one DER certificate, without a store; bytes behind the certificate are left out. NULL and
-// CRYPT_E_ASN1_... when it is none. Freed with CertFreeCertificateContext.
+// A context of one DER certificate, without a store; bytes after the certificate are ignored. NULL and
+// CRYPT_E_ASN1_... if it is malformed. Freed with CertFreeCertificateContext.
 PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYTE* encoded, DWORD size);
 
 // Always TRUE; NULL is harmless.
 BOOL WINAPI CertFreeCertificateContext(PCCERT_CONTEXT context);
 
-// CERT_KEY_PROV_INFO_PROP_ID: a CRYPT_KEY_PROV_INFO with its texts behind it. CERT_SHA1_HASH_PROP_ID: 20 bytes.
+// CERT_KEY_PROV_INFO_PROP_ID: a CRYPT_KEY_PROV_INFO followed by its texts. CERT_SHA1_HASH_PROP_ID: 20 bytes.
 // *size as above. CRYPT_E_NOT_FOUND: the certificate has no such property.
 BOOL WINAPI CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, void* data, DWORD* size);
 
-// Only CERT_KEY_PROV_INFO_PROP_ID, without parameters. Of a certificate in a store it is written to the store at once.
+// Only CERT_KEY_PROV_INFO_PROP_ID, without parameters. Written at once if the certificate is in a store.
 // E_ACCESSDENIED: the store was opened for reading.
 BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, DWORD flags, const void* data);
 
@@ -181,23 +181,23 @@ constexpr DWORD CERT_CLOSE_STORE_FORCE_FLAG = 0x00000001;
 
 constexpr DWORD CERT_STORE_ADD_USE_EXISTING = 2;
 
-// The system store "My" of the machine or the user. A store that is not there yet is made, or with
-// CERT_STORE_READONLY_FLAG is empty. NULL on failure: ERROR_FILE_NOT_FOUND for any other store and any other provider,
-// E_INVALIDARG for another place or flag.
+// The system store "My" of the machine or the user. A missing store is created, or is empty
+// with CERT_STORE_READONLY_FLAG. NULL on failure: ERROR_FILE_NOT_FOUND for any other store and any other provider,
+// E_INVALIDARG for another location or flag.
 HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD encodingType, HCRYPTPROV_LEGACY cryptProvider, DWORD flags,
                                 const void* name);
 
-// Contexts of the store stay usable, with CERT_CLOSE_STORE_FORCE_FLAG as well. Always TRUE; NULL is harmless.
+// Contexts of the store stay valid, even with CERT_CLOSE_STORE_FORCE_FLAG. Always TRUE; NULL is harmless.
 BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD flags);
 
-// The certificate behind `previous`, which is freed in every case, or the first one; by the order of their SHA-1
-// hashes. Damaged files are passed over. NULL and CRYPT_E_NOT_FOUND at the end.
+// The certificate after `previous`, which is always freed, or the first one, sorted by SHA-1
+// hash. Damaged files are skipped. NULL and CRYPT_E_NOT_FOUND at the end.
 PCCERT_CONTEXT WINAPI CertEnumCertificatesInStore(HCERTSTORE store, PCCERT_CONTEXT previous);
 
-// Only CERT_STORE_ADD_USE_EXISTING: a certificate that is there, by its bytes, stays with its properties. *context, if
-// asked for, is the store's certificate.
+// Only CERT_STORE_ADD_USE_EXISTING: if the store has the same certificate, it is kept with its properties. *context, if
+// requested, is the store's certificate.
 BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingType, const BYTE* encoded, DWORD size,
                                              DWORD disposition, PCCERT_CONTEXT* context);
 
-// Takes the certificate out of its store. The context is freed in every case.
+// Deletes the certificate from its store. The context is always freed.
 BOOL WINAPI CertDeleteCertificateFromStore(PCCERT_CONTEXT context);

@@ -8,9 +8,9 @@ constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
 
 constexpr DWORD ENABLE_ECHO_INPUT = 0x0004;
 
-// For the two calls below alone; not to be closed.
+// Only for the two calls below; must not be closed.
 HANDLE WINAPI GetStdHandle(DWORD which);
 
-// FALSE and ERROR_INVALID_HANDLE when the handle is no terminal. Of the mode only ENABLE_ECHO_INPUT is told and set.
+// FALSE and ERROR_INVALID_HANDLE if the handle isn't a terminal. Only ENABLE_ECHO_INPUT is supported.
 BOOL WINAPI GetConsoleMode(HANDLE console, LPDWORD mode);
 BOOL WINAPI SetConsoleMode(HANDLE console, DWORD mode);

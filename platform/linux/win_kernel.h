@@ -8,7 +8,7 @@
 
 #include "platform/linux/win_types.h"
 
-// ---- last error, one a thread ----
+// ---- last error, one per thread ----
 
 DWORD WINAPI GetLastError();
 void WINAPI SetLastError(DWORD error);
@@ -18,9 +18,9 @@ void WINAPI SetLastError(DWORD error);
 constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;
 
 HANDLE WINAPI GetProcessHeap();
-// NULL without memory. The block is aligned for every type.
+// NULL if out of memory. The block is aligned for every type.
 LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size);
-// A NULL block is accepted.
+// NULL is harmless.
 BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, LPVOID block);
 
 constexpr UINT LMEM_FIXED = 0x0000;
@@ -41,20 +41,20 @@ constexpr DWORD WAIT_OBJECT_0 = 0;
 constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
-// Closes what CreateSemaphoreW, CreateFileW and CreateTransaction gave. FALSE and ERROR_INVALID_HANDLE for anything
+// Closes handles of CreateSemaphoreW, CreateFileW and CreateTransaction. FALSE and ERROR_INVALID_HANDLE for anything
 // else, closed handles included.
 BOOL WINAPI CloseHandle(HANDLE handle);
 
-// TRUE, with *flags 0, for a handle that CloseHandle would take.
+// TRUE, with *flags 0, for a handle that CloseHandle accepts.
 BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags);
 
 // Unnamed semaphores only: a name gives ERROR_NOT_SUPPORTED.
 HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES attributes, LONG initialCount, LONG maximumCount, LPCWSTR name);
 BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previousCount);
-// WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED when the handle is no semaphore.
+// WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED if the handle isn't a semaphore.
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD waitMs);
 
-// ---- slim locks: all zero is an unlocked lock, and nothing is released at its end ----
+// ---- slim locks: all zero is an unlocked lock, and needs no cleanup ----
 
 struct SRWLOCK {
     pthread_rwlock_t lock;
@@ -71,7 +71,7 @@ void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
 
 void WINAPI Sleep(DWORD waitMs);
 
-// Milliseconds since the machine was started, sleep included.
+// Milliseconds since boot, including sleep.
 ULONGLONG WINAPI GetTickCount64();
 
 using __time64_t = int64_t;
@@ -79,11 +79,11 @@ using __time64_t = int64_t;
 __time64_t _time64(__time64_t* time);
 errno_t _gmtime64_s(struct tm* result, const __time64_t* time);
 errno_t _localtime64_s(struct tm* result, const __time64_t* time);
-// Local time, 24 characters, a line feed and the terminator, in a buffer of the calling thread; NULL when it cannot be
-// told.
+// Local time, 24 characters, a line feed and the terminator, in a buffer of the calling thread; NULL if it is out of
+// range.
 WCHAR* _wctime64(const __time64_t* time);
 
-// ---- files: names are translated as paths.h tells ----
+// ---- files: paths.h says how names are mapped ----
 
 constexpr DWORD FILE_APPEND_DATA = 0x00000004;
 constexpr DWORD FILE_SHARE_READ = 0x00000001;
@@ -93,13 +93,13 @@ constexpr DWORD OPEN_ALWAYS = 4;
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
 
 // Only FILE_APPEND_DATA with OPEN_ALWAYS. INVALID_HANDLE_VALUE on failure. Sharing is not enforced. New files have mode
-// 0600; directories are not made, but for the root of C:. Each WriteFile is one write at the end of the file, whoever
-// else appends to it.
+// 0600; directories are not created, except for the root of C:. Each WriteFile is one write at the end of the file,
+// even if others append to it.
 HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES attributes, DWORD disposition,
                           DWORD flags, HANDLE templateFile);
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPVOID overlapped);
 
-// The path as it would be opened from the current folder, "." and ".." resolved by the text alone. filePart: only NULL.
+// The path as it would be opened from the current folder, "." and ".." resolved textually. filePart must be NULL.
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart);
 
 // Only the mode "rt", and only regular files.
@@ -107,7 +107,7 @@ FILE* _wfopen(const WCHAR* name, const WCHAR* mode);
 
 // ---- names ----
 
-// *size: characters, the terminator counted on the way in and out. ERROR_INSUFFICIENT_BUFFER: *size is what is needed.
+// *size: characters, terminator included, in and out. ERROR_INSUFFICIENT_BUFFER: *size is the size needed.
 BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size);
 
 enum COMPUTER_NAME_FORMAT {
@@ -115,7 +115,7 @@ enum COMPUTER_NAME_FORMAT {
 };
 
 // *size: characters with terminator on the way in, without it after success; ERROR_MORE_DATA: what is needed, with it.
-// Answered from the machine's own files, never from the network.
+// From the machine's own configuration, never from the network.
 BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR buffer, LPDWORD size);
 
 HANDLE WINAPI GetCurrentProcess();
@@ -124,7 +124,7 @@ DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD si
 
 // The length without terminator; the size needed, with it, when the buffer is too small; 0 and ERROR_ENVVAR_NOT_FOUND.
 DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
-// A NULL value takes the variable away. Not while another thread reads the environment.
+// A NULL value removes the variable. Not thread-safe: no other thread may read the environment.
 BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 
 // ---- code pages: the default one is UTF-8 ----
@@ -133,9 +133,9 @@ constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 constexpr DWORD MB_ERR_INVALID_CHARS = 0x00000008;
 
-// Lengths are in units of the text; a source length of -1 stands for a text with its terminator, which is then counted
+// Lengths are in units of the text; a source length of -1 means zero-terminated, and the terminator is counted
 // and written too. An output size of 0 asks for the size. 0 on failure: ERROR_INSUFFICIENT_BUFFER,
-// ERROR_NO_UNICODE_TRANSLATION (only with the flag; else what cannot be translated becomes U+FFFD),
+// ERROR_NO_UNICODE_TRANSLATION (only with the flag; otherwise invalid input becomes U+FFFD),
 // ERROR_INVALID_PARAMETER, ERROR_INVALID_FLAGS.
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR output,
                                int outputSize);

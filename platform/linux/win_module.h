@@ -5,15 +5,15 @@
 
 using FARPROC = INT_PTR(WINAPI*)();
 
-// A name with a slash is a path, any other is looked for where the loader looks. NULL and ERROR_MOD_NOT_FOUND when it
-// cannot be loaded; what exactly was wrong is then with dlerror().
+// A name with a slash is a path, any other is searched for by the loader. NULL and ERROR_MOD_NOT_FOUND if it
+// cannot be loaded; dlerror() has the details.
 HMODULE WINAPI LoadLibraryW(LPCWSTR name);
 
-// NULL and ERROR_PROC_NOT_FOUND when the module has no such export.
+// NULL and ERROR_PROC_NOT_FOUND if the module has no such export.
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name);
 
 BOOL WINAPI FreeLibrary(HMODULE module);
 
 // Only for a NULL module: the path of the process's program. The length without terminator, 0 on failure; `size` and
-// ERROR_INSUFFICIENT_BUFFER when it was cut to fit.
+// ERROR_INSUFFICIENT_BUFFER if it was truncated.
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size);

@@ -66,17 +66,17 @@ struct CRYPT_DECODE_PARA {
 using PCRYPT_DECODE_PARA = CRYPT_DECODE_PARA*;
 
 // The four structures above, and only with both flags: *structure is one block from para->pfnAlloc, or from LocalAlloc,
-// with all that the structure points to; *size is the block's. It holds copies, so that whoever frees a private key's
-// block wipes it first. CRYPT_PRIVATE_KEY_INFO's Version is always 0. PKCS_RSA_PRIVATE_KEY gives the legacy form, every
-// number in it. Bytes after the structure are ignored. CRYPT_E_ASN1_CORRUPT: not such a structure. CRYPT_E_BAD_ENCODE:
-// a key that isn't DER or has no legacy form. ERROR_FILE_NOT_FOUND: another structure.
+// with all that the structure points to; *size is the block's. It holds copies, so wipe a private key's
+// block before freeing it. CRYPT_PRIVATE_KEY_INFO's Version is always 0. PKCS_RSA_PRIVATE_KEY gives the legacy form
+// with all its numbers. Bytes after the structure are ignored. CRYPT_E_ASN1_CORRUPT: malformed. CRYPT_E_BAD_ENCODE: a
+// key that isn't DER or has no legacy form. ERROR_FILE_NOT_FOUND: another structure.
 BOOL WINAPI CryptDecodeObjectEx(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
                                 DWORD flags, PCRYPT_DECODE_PARA para, void* structure, DWORD* size);
 
 // ---- enveloped messages ----
 
-// CertOpenStore of a CRYPT_DATA_BLOB with a serialized store: a store in memory, for reading. Property 2 gives the
-// certificates their provider information.
+// CertOpenStore of a CRYPT_DATA_BLOB with a serialized store: a read-only store in memory. Property 2 is the
+// certificates' provider information.
 #define CERT_STORE_PROV_SERIALIZED (reinterpret_cast<LPCSTR>(6))
 
 constexpr DWORD CERT_STORE_CREATE_NEW_FLAG = 0x00002000;
@@ -93,8 +93,8 @@ struct CRYPT_DECRYPT_MESSAGE_PARA {
 using PCRYPT_DECRYPT_MESSAGE_PARA = CRYPT_DECRYPT_MESSAGE_PARA*;
 
 // Opens an enveloped message for the first certificate of the stores that is a recipient and whose provider information
-// names a container with a key. *size: bytes; without a buffer the size needed. The certificate is not handed out: a
+// names a container with a key. *size: bytes; without a buffer the size needed. The certificate is not returned: a
 // `recipient` is ERROR_NOT_SUPPORTED. CRYPT_E_NO_DECRYPT_CERT: no such certificate. NTE_BAD_KEYSET: no such container.
-// NTE_BAD_ALGID: a cipher that is not offered. NTE_BAD_DATA: anything else. ERROR_MORE_DATA: *size is what is needed.
+// NTE_BAD_ALGID: an unsupported cipher. NTE_BAD_DATA: anything else. ERROR_MORE_DATA: *size is what is needed.
 BOOL WINAPI CryptDecryptMessage(PCRYPT_DECRYPT_MESSAGE_PARA para, const BYTE* encrypted, DWORD encryptedSize,
                                 BYTE* decrypted, DWORD* size, PCCERT_CONTEXT* recipient);

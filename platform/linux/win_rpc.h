@@ -11,9 +11,9 @@ constexpr RPC_STATUS RPC_S_UUID_LOCAL_ONLY = 1824;
 constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
 constexpr RPC_STATUS RPC_S_UUID_NO_ADDRESS = 1739;
 
-// A random (version 4) UUID. RPC_S_UUID_NO_ADDRESS when the machine has no randomness to give.
+// A random (version 4) UUID. RPC_S_UUID_NO_ADDRESS if there is no randomness.
 RPC_STATUS WINAPI UuidCreate(UUID* uuid);
-// A new text of 36 lower-case characters, given back through RpcStringFreeW.
+// A new text of 36 lower-case characters. Free it with RpcStringFreeW.
 RPC_STATUS WINAPI UuidToStringW(UUID* uuid, RPC_WSTR* text);
 // Frees *text and sets it to NULL.
 RPC_STATUS WINAPI RpcStringFreeW(RPC_WSTR* text);

@@ -1,4 +1,4 @@
-// Security descriptors for the Linux build: published structures, and the three calls that judge them.
+// Security descriptors for the Linux build: published structures, and three calls on them.
 #pragma once
 
 #include "platform/linux/win_types.h"
@@ -63,7 +63,7 @@ struct SECURITY_DESCRIPTOR_RELATIVE {
 // An empty absolute descriptor. FALSE unless revision is SECURITY_DESCRIPTOR_REVISION.
 BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision);
 
-// Form only. Both calls trust the caller that what the descriptor points to can be read: neither knows its size.
+// Checks the form only. Both calls read what the descriptor points to without knowing its size.
 BOOL WINAPI IsValidSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor);
 // Bytes of a valid descriptor with all its parts.
 DWORD WINAPI GetSecurityDescriptorLength(PSECURITY_DESCRIPTOR descriptor);

@@ -1,10 +1,10 @@
 // WinHTTP's names for the Linux build, synchronous mode only, on libcurl.
 //
 // All functions may be called from any thread; one request handle is used by one thread at a time.
-// A function that fails returns FALSE or NULL and leaves its reason with SetLastError.
+// A function that fails returns FALSE or NULL and sets the last error.
 // Time-outs are WinHTTP's: 60 s to connect, 30 s for each wait while sending or receiving, 90 s for a response head;
 // and 90 s to send a request. A head of over 64 KiB, sent or received, is ERROR_WINHTTP_HEADER_SIZE_OVERFLOW.
-// KELVARO_CONNECT_TO (libcurl's connect-to entries, divided by blanks) redirects connections, and
+// KELVARO_CONNECT_TO (libcurl's connect-to entries, separated by blanks) redirects connections, and
 // SSL_CERT_FILE names the trusted roots; both are read when a request is sent.
 #pragma once
 
@@ -66,38 +66,38 @@ struct URL_COMPONENTS {
 };
 using LPURL_COMPONENTS = URL_COMPONENTS*;
 
-// agent: sent as User-Agent; NULL sends none. Proxy arguments other than the default are refused.
+// agent: sent as User-Agent; NULL sends none. Only the default proxy arguments are supported.
 HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags);
 
 // On a session (for requests opened later) or on a request. Milliseconds; 0 and -1 mean no limit.
-// The limit on connecting covers the name resolution too; the one on resolving is not used. Sending a request and
+// The limit on connecting covers the name resolution too; the resolve time-out is ignored. Sending a request and
 // receiving a head may take three times their limits in all.
 BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs);
 
 // host: a name or an address alone, ASCII; anything else is ERROR_WINHTTP_INVALID_URL.
-// Port 0 stands for the scheme's own.
+// Port 0 means the scheme's default.
 HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved);
 
-// path: with its query; characters that cannot stand on a request line are percent-encoded, escapes stay as they are.
+// path: with its query; characters not allowed on a request line are percent-encoded, escapes stay as they are.
 HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                     LPCWSTR* acceptTypes, DWORD flags);
 
-// Resolves, connects, greets (TLS) and sends head and body. Nothing of the request leaves before the peer is trusted.
-// headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
+// Resolves, connects, completes the TLS handshake and sends head and body. The peer is trusted before any of it is
+// sent. headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
 // whole entity (totalLength equal to it) and must stay valid until the request is closed.
 // 12007, 12029, 12175, 12002, 12030.
 BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional,
                                DWORD optionalLength, DWORD totalLength, DWORD_PTR context);
 
-// Waits for the head of the final response; redirects have been followed by then. 12030, 12152, 12002, and what
+// Waits for the head of the final response; redirects are followed. 12030, 12152, 12002, and what
 // WinHttpSendRequest has for the hops of a redirect.
 BOOL WINAPI WinHttpReceiveResponse(HINTERNET request, LPVOID reserved);
 
 // Waits for entity bytes, no longer than the receive time-out. *available: 1 to 8192, and 0 at the end of the entity.
-// 12030 when the entity breaks off, after all bytes before the break have been handed out.
+// 12030 when the entity breaks off, after all bytes before that have been read.
 BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET request, LPDWORD available);
 
-// Reads what has arrived, up to `size` bytes; waits only while there is nothing. *read: 0 at the end of the entity.
+// Reads what has arrived, up to `size` bytes; waits only if there is nothing. *read: 0 at the end of the entity.
 BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWORD read);
 
 // WINHTTP_QUERY_STATUS_CODE with WINHTTP_QUERY_FLAG_NUMBER, and WINHTTP_QUERY_RAW_HEADERS_CRLF.
@@ -110,6 +110,6 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle);
 
 // Finds host and port of an http or https URL. length: characters of `url`, or 0 when it is zero-terminated. Only with
-// ICU_DECODE, which turns percent escapes into characters, and only for a host name that has a buffer; whoever asks for
-// another part is refused. ERROR_INSUFFICIENT_BUFFER: dwHostNameLength is what is needed, terminator included.
+// ICU_DECODE, which turns percent escapes into characters, and only for a host name that has a buffer; a request for
+// another part is an error. ERROR_INSUFFICIENT_BUFFER: dwHostNameLength is what is needed, terminator included.
 BOOL WINAPI WinHttpCrackUrl(LPCWSTR url, DWORD length, DWORD flags, LPURL_COMPONENTS components);

@@ -97,7 +97,7 @@ LONG CopyNumber(DWORD number, LPVOID buffer, LPDWORD length)
     return ERROR_SUCCESS;
 }
 
-// Makes a child or a session, lets `fill` complete it and hands it out, unless `fill` returns an error code.
+// Creates a session or a child and lets `fill` complete it. NULL if `fill` returns an error code.
 template <class Object, class... Owner, class Fill>
 HINTERNET Create(Fill fill, Owner*... owner)
 {
@@ -128,8 +128,8 @@ LONG TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
     return IsHeaderBlock(request->callerLines) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
-// Waits for entity bytes and hands out what has arrived. What came before a break is handed out; the next call reports
-// the break.
+// Waits for entity bytes and copies what has arrived. Bytes before a broken connection are returned first; the next
+// call reports the error.
 LONG ReadEntity(Exchange* exchange, char* buffer, DWORD size, DWORD* count)
 {
     if (size == 0)
@@ -142,7 +142,7 @@ LONG ReadEntity(Exchange* exchange, char* buffer, DWORD size, DWORD* count)
     return error;
 }
 
-// No more is announced at a time than WinHTTP's read buffer holds.
+// Never report more than WinHTTP's read buffer holds.
 constexpr size_t kReadBuffer = 8192;
 
 }  // namespace

@@ -15,7 +15,7 @@ struct UrlFreer {
 using Url = std::unique_ptr<CURLU, UrlFreer>;
 using CurlText = std::unique_ptr<char, UrlFreer>;
 
-// A URL that cannot be parsed is not an error, a lack of memory is.
+// A malformed URL is not an error, running out of memory is.
 inline bool Good(CURLUcode code)
 {
     if (code == CURLUE_OUT_OF_MEMORY)
@@ -31,7 +31,7 @@ inline Url NewUrl()
     return url;
 }
 
-// Replaces the URL, or resolves a relative one against it. False leaves it as it was.
+// Replaces the URL, or resolves a relative one against it. Unchanged if it returns false.
 inline bool SetUrl(const Url& url, const char* text, unsigned flags)
 {
     return Good(curl_url_set(url.get(), CURLUPART_URL, text, flags));

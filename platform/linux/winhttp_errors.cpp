@@ -27,7 +27,7 @@ LONG ErrorFromCurl(CURLcode code, bool tlsRefused)
         case CURLE_USE_SSL_FAILED:
             return ERROR_WINHTTP_SECURE_FAILURE;
         case CURLE_WEIRD_SERVER_REPLY:
-        case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line, which libcurl takes for HTTP/0.9
+        case CURLE_UNSUPPORTED_PROTOCOL:  // a response without a status line, taken for HTTP/0.9
         case CURLE_BAD_CONTENT_ENCODING:
             return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
         case CURLE_SEND_ERROR:

@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t kMaxHead = 65536;  // WinHTTP's limit on a response head, and ours on a request's
 constexpr int kTotalOverSilence = 3;
-// libcurl 7.88 gives a silent address up and neither opens the next one's socket nor asks to be called for it.
+// libcurl 7.88 gives up on a silent address without opening the next one's socket or setting a timer.
 constexpr std::chrono::milliseconds kConnectTurn(100);
 
 int Total(int silenceMs)
@@ -22,13 +22,13 @@ int Total(int silenceMs)
     return silenceMs > INT_MAX / kTotalOverSilence ? 0 : silenceMs * kTotalOverSilence;
 }
 
-// The request line's share of a message: verb, target and version with two blanks, and two line ends.
+// The size of the request line and of the line ends around the head.
 size_t SizeOfRequestLine(std::string_view verb, const Target& target)
 {
     return verb.size() + target.path.size() + std::string_view("  HTTP/1.1\r\n\r\n").size();
 }
 
-// The number behind the first blank of a status line; 0 when there is none.
+// The number after the first blank of a status line, or 0.
 DWORD StatusOf(std::string_view line)
 {
     const size_t blank = line.find(' ');
@@ -59,7 +59,7 @@ LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeo
     Aim(target);
     Begin();
     DriveUntil([this] { return headComplete_ || WholeRequestSent(); }, {timeouts_.send, Total(timeouts_.send)});
-    // An answer that came ahead of the request's end counts for more than the break behind it.
+    // An early response matters more than the broken connection after it.
     return ended_ && !headComplete_ && !WholeRequestSent() ? error_ : 0;
 }
 
@@ -92,7 +92,7 @@ void Exchange::Begin()
     ended_ = !running_;
 }
 
-// Drops the transfer with its connection and forgets what it has brought.
+// Drops the transfer, its connection and everything received.
 void Exchange::Stop()
 {
     if (running_)
@@ -118,8 +118,8 @@ bool Exchange::WholeRequestSent() const
         curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
         return static_cast<size_t>(sent) >= message_.bodySize;
     }
-    // libcurl waits for room to write as long as something is left. A descriptor beyond the set's size isn't looked at:
-    // then the rest is sent while the response is waited for.
+    // libcurl watches for writability as long as something is left to send. Descriptors beyond the set's size are
+    // ignored: the rest is then sent while waiting for the response.
     fd_set reading;
     fd_set writing;
     fd_set failing;
@@ -135,8 +135,8 @@ bool Exchange::WholeRequestSent() const
     return true;
 }
 
-// Drives libcurl until the condition holds or the transfer has ended. The limits start when the connection stands;
-// until then libcurl's own limit on connecting applies.
+// Drives libcurl until the condition holds or the transfer has ended. The limits start once it is connected;
+// until then libcurl's connect time-out applies.
 template <class Condition>
 void Exchange::DriveUntil(Condition condition, Limits limits)
 {
@@ -165,7 +165,7 @@ bool Exchange::Connecting() const
     return connectTime == 0 && !connected_;
 }
 
-// True when a socket was ready, false when libcurl's timer or the limit came first.
+// True if a socket was ready, false if libcurl's timer or the limit expired first.
 bool Exchange::Wait(Clock::time_point until)
 {
     using std::chrono::milliseconds;
@@ -188,7 +188,7 @@ void Exchange::Perform()
     while (const CURLMsg* message = curl_multi_info_read(multi(), &left)) {
         if (message->msg != CURLMSG_DONE)
             continue;
-        // libcurl reports a line of over 100 KB, or a trailer of over 4 KB, as lack of memory.
+        // libcurl reports a line of over 100 KB, or a trailer of over 4 KB, as out of memory.
         long sent = 0;
         curl_easy_getinfo(easy(), CURLINFO_REQUEST_SIZE, &sent);
         const bool longLine = message->data.result == CURLE_OUT_OF_MEMORY && sent != 0;
@@ -196,13 +196,13 @@ void Exchange::Perform()
     }
 }
 
-// The first error counts.
+// Keeps the first error.
 void Exchange::End(LONG error)
 {
     ended_ = true;
     if (error_ == 0)
         error_ = error;
-    // libcurl takes a head that breaks off after a line for a whole one.
+    // libcurl accepts a head that is cut off after a complete line.
     if (error_ == 0 && !headComplete_)
         error_ = ERROR_WINHTTP_CONNECTION_ERROR;
 }
@@ -224,7 +224,7 @@ size_t Exchange::OnHeadLine(char* line, size_t, size_t size, void* self)
     return exchange.error_ == 0 ? size : 0;
 }
 
-// An interim head gives way to the next one; what follows the final head are trailers.
+// Drops interim heads; lines after the final head are trailers.
 void Exchange::AddHeadLine(std::string_view line)
 {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))

@@ -1,4 +1,4 @@
-// One request and its response over libcurl, cut into the steps that WinHTTP has.
+// One request and its response over libcurl, in WinHTTP's steps.
 #pragma once
 
 #include <curl/curl.h>
@@ -17,7 +17,7 @@
 namespace winhttp {
 
 // Milliseconds; 0 and -1 mean no limit. Sending a request and receiving a head may each take three times their limit in
-// all, however little at a time arrives: for a head that is WinHTTP's default of 90 s.
+// all, even if data keeps trickling in: for a head that is WinHTTP's default of 90 s.
 struct Timeouts {
     int connect = 60000;
     int send = 30000;
@@ -25,11 +25,11 @@ struct Timeouts {
 };
 
 // The platform's code for a transfer that ended with `code`.
-// tlsRefused: one side refused the handshake, in contrast to a connection that just broke.
+// tlsRefused: one side refused the handshake, as opposed to a connection that broke.
 LONG ErrorFromCurl(CURLcode code, bool tlsRefused);
 
 // Every step returns 0 or a platform error code, and may throw std::bad_alloc. Once a step has failed,
-// the next Send begins afresh.
+// the next Send starts anew.
 class Exchange {
   public:
     Exchange() = default;
@@ -44,12 +44,12 @@ class Exchange {
         size_t bodySize;
     };
 
-    // Opens a new connection and sends; a request that is under way is dropped with its connection.
+    // Opens a new connection and sends; a request in progress is dropped with its connection.
     // ERROR_WINHTTP_HEADER_SIZE_OVERFLOW without a connection if the request line and the head exceed 64 KiB.
     LONG Send(const Target& target, Message message, const Timeouts& timeouts);
     LONG ReceiveHead();
     // Returns when at least one byte of the entity has arrived, or the entity has ended: then Buffered() is empty.
-    // The receive time-out is that of the whole wait, whatever chunk sizes and trailers arrive meanwhile.
+    // The receive time-out limits the whole wait, even if chunk sizes and trailers arrive meanwhile.
     LONG WaitForEntity();
 
     DWORD Status() const { return status_; }
@@ -90,14 +90,14 @@ class Exchange {
     CURL* easy() const { return transfer_->easy(); }
     CURLM* multi() const { return transfer_->multi(); }
 
-    // What the current transfer rests on. NULL before the first one.
+    // libcurl's handles for the current transfer. NULL before the first one.
     std::unique_ptr<Transfer> transfer_;
     Message message_ = {};
     Timeouts timeouts_;
     curl_slist* connectTo_ = nullptr;
     std::array<curl_slist, 8> fields_ = {};
 
-    // How far it has come.
+    // Progress.
     bool running_ = false;
     bool connected_ = false;
     bool tlsRefused_ = false;

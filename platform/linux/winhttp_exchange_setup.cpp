@@ -1,4 +1,4 @@
-// What libcurl is told before a transfer.
+// Sets libcurl's options before a transfer.
 #include <openssl/err.h>
 
 #include <cstdlib>
@@ -12,11 +12,11 @@
 namespace winhttp {
 namespace {
 
-// A field without a value keeps libcurl from adding its own; what goes out stands in the last node.
+// A field without a value keeps libcurl from adding its own; the last node has the whole head.
 constexpr const char* kUnwanted[] = {
     "Host:", "Accept:", "Content-Type:", "Content-Length:", "Expect:", "Transfer-Encoding:"};
 
-// libcurl's connect-to list out of KELVARO_CONNECT_TO; NULL when there is none.
+// libcurl's connect-to list from KELVARO_CONNECT_TO, or NULL.
 curl_slist* ConnectToList()
 {
     const char* entries = secure_getenv("KELVARO_CONNECT_TO");
@@ -49,7 +49,7 @@ void Exchange::Set(CURLoption option, Value value)
         error_ = ErrorFromCurl(result, false);
 }
 
-// What is the same for all requests.
+// The options that all requests share.
 void Exchange::Configure(const Timeouts& timeouts)
 {
     constexpr long kNoLimit = 0x7FFFFFFF;
@@ -65,8 +65,8 @@ void Exchange::Configure(const Timeouts& timeouts)
         Set(CURLOPT_PROXY, "");
     Set(CURLOPT_CONNECTTIMEOUT_MS, timeouts.connect > 0 ? static_cast<long>(timeouts.connect) : kNoLimit);
 
-    // Chain and host name are verified against the shared store; libcurl itself is to load no roots.
-    // A new connection takes up the TLS session of an earlier one where the server lets it.
+    // Chain and host name are verified against the shared store; libcurl itself must not load roots.
+    // New connections resume earlier TLS sessions if the server allows it.
     Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     Set(CURLOPT_SSL_VERIFYPEER, 1L);
     Set(CURLOPT_SSL_VERIFYHOST, 2L);
@@ -128,7 +128,7 @@ CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
     return CURLE_OK;
 }
 
-// A handshake that ends with an error of the protocol was refused by one side; one without was cut off.
+// A handshake that fails with a protocol error was refused by one side; without one, the connection broke.
 void Exchange::OnTlsState(const SSL* ssl, int where, int result)
 {
     if (where != SSL_CB_CONNECT_EXIT || result > 0)

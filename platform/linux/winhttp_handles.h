@@ -15,7 +15,7 @@ enum class Kind : uint32_t {
     request = 0x57485333,
 };
 
-// A child holds a reference to its parent, so that a parent may be closed first.
+// A child holds a reference to its parent, so the parent may be closed first.
 struct Handle {
     Handle(Kind kindOfHandle, Handle* owner);
     virtual ~Handle();

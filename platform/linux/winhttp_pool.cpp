@@ -27,7 +27,7 @@ bool InitializeOnce()
     return result == CURLE_OK;
 }
 
-// Without a lock, so that a process that forks in between leaves none behind that is held for ever.
+// Lock-free, so that a fork never leaves the child with a lock that is held for ever.
 class Pool {
   public:
     ~Pool()
@@ -74,7 +74,7 @@ bool HasDescriptors(CURLM* multi)
     return curl_multi_fdset(multi, &sets[0], &sets[1], &sets[2], &last) != CURLM_OK || last >= 0;
 }
 
-// Made at the first use, after libcurl and OpenSSL: it must go before them when the process ends.
+// Created after libcurl and OpenSSL, on first use, so that it is destroyed before them.
 Pool& ThePool()
 {
     static Pool pool;
@@ -127,8 +127,8 @@ std::unique_ptr<Transfer> TakeTransfer()
 
 void ReturnTransfer(std::unique_ptr<Transfer> transfer)
 {
-    // A transfer without TLS leaves a session cache in the easy handle, which would be lost to the shared one. And
-    // later versions of libcurl may still have a connection to close.
+    // A transfer without TLS leaves a session cache in the easy handle, which would leak once the shared one replaces
+    // it. And later versions of libcurl may still have a connection to close.
     if (!transfer->tls() || HasDescriptors(transfer->multi()))
         return;
     transfer->Reset();

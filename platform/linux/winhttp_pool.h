@@ -1,5 +1,5 @@
-// libcurl's handles, kept from one request to the next: making them anew costs a pair of sockets and their memory. No
-// connection is kept, and nothing of a request.
+// libcurl's handles, reused from one request to the next, since new ones cost a pair of sockets and memory. No
+// connection and no part of a request is kept.
 #pragma once
 
 #include <curl/curl.h>
@@ -11,10 +11,10 @@
 
 namespace winhttp {
 
-// Whether the program runs with more rights than its caller, to whose environment it must not listen then.
+// Whether the program has more rights than its caller. It must then ignore the caller's environment.
 bool IsPrivileged();
 
-// What one transfer at a time needs; the easy handle may be added to the multi handle and has no option set.
+// The handles for one transfer at a time; the easy handle has no option set.
 class Transfer {
   public:
     Transfer();  // throws std::bad_alloc
@@ -26,7 +26,7 @@ class Transfer {
     CURLM* multi() const { return multi_; }
     pid_t owner() const { return owner_; }
 
-    // Makes the transfer use the sessions of `tls`. For a transfer that had none before.
+    // Makes the transfer use the sessions of `tls`. Call once per transfer.
     CURLcode Use(std::shared_ptr<const TlsShare> tls);
     const TlsShare* tls() const { return tls_.get(); }
     // Drops all options and the sessions.
@@ -42,7 +42,7 @@ class Transfer {
 // An idle transfer, or a new one. Throws std::bad_alloc.
 std::unique_ptr<Transfer> TakeTransfer();
 
-// For a transfer that has ended well and is no longer in its multi handle; destroys it when there is no place.
+// For a transfer that succeeded and has left its multi handle; destroys it if the pool is full.
 void ReturnTransfer(std::unique_ptr<Transfer> transfer);
 
 }  // namespace winhttp

@@ -11,13 +11,13 @@ bool IsRedirect(DWORD status)
     return (status >= 301 && status <= 303) || status == 307 || status == 308;
 }
 
-// 307 and 308 keep verb and entity; the others turn a POST into a GET, and 303 everything but a HEAD.
+// 307 and 308 keep verb and entity; the others turn a POST into a GET, and 303 everything except HEAD.
 bool BecomesGet(DWORD status, std::string_view verb)
 {
     return status == 303 ? verb != "HEAD" : status < 303 && verb == "POST";
 }
 
-// A verb that usually has an entity tells of an empty one; the others say nothing.
+// Verbs that usually have an entity send Content-Length even when it is empty.
 bool SendsLength(std::string_view verb)
 {
     return verb == "POST" || verb == "PUT";
@@ -72,7 +72,7 @@ LONG Request::SendTo(const Target& target)
     return error;
 }
 
-// Never from https to http: then the redirect itself is the answer.
+// Never from https to http: the redirect itself is then the response.
 bool Request::NextTarget(Target* next) const
 {
     if (!IsRedirect(exchange.Status()))

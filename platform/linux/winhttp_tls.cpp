@@ -43,7 +43,7 @@ TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_
         X509_STORE_free(roots_);
         roots_ = nullptr;
     }
-    // Nothing of a bad bundle may be taken for an error of the connection later on.
+    // Errors from a bad bundle must not be mistaken for connection errors later.
     ERR_clear_error();
 }
 
@@ -71,13 +71,13 @@ std::shared_ptr<const TlsShare> AcquireTlsShare()
 
     const std::lock_guard<std::mutex> guard(cache.lock);
     struct stat now = {};
-    // A FIFO would block its reader, and everybody who waits for the lock.
+    // A FIFO would block its reader and everyone waiting for the lock.
     const bool regular = stat(path, &now) == 0 && S_ISREG(now.st_mode);
     if (cache.share && cache.path == path && SameFile(cache.file, now))
         return cache.share;
     cache.share.reset();
     auto share = std::make_shared<const TlsShare>(regular ? path : nullptr);
-    // What failed may succeed next time without a change of the file.
+    // A failure may be transient, so don't cache it.
     if (!share->roots())
         return share;
     cache.path = path;

@@ -12,7 +12,7 @@ namespace winhttp {
 
 class TlsShare {
   public:
-    // Roots out of a file of certificates; throws std::bad_alloc.
+    // Reads the roots from a file of certificates; throws std::bad_alloc.
     explicit TlsShare(const char* path);
     ~TlsShare();
     TlsShare(const TlsShare&) = delete;
@@ -20,7 +20,7 @@ class TlsShare {
 
     // NULL when the file could not be read or holds no certificate. Owned by the share.
     X509_STORE* roots() const { return roots_; }
-    // For CURLOPT_SHARE: a connection takes up the session of an earlier one to the same server. Owned by the share,
+    // For CURLOPT_SHARE: a connection resumes the session of an earlier one to the same server. Owned by the share,
     // which must outlive the handles that use it.
     CURLSH* sessions() const { return sessions_; }
 
@@ -33,8 +33,8 @@ class TlsShare {
     std::array<std::mutex, CURL_LOCK_DATA_LAST> locks_;
 };
 
-// The share of the roots in $SSL_CERT_FILE, or in the system's bundle. When the file has changed it is read again, and
-// sessions that rest on what it held before are not taken up any more. Throws std::bad_alloc.
+// The share for the roots in $SSL_CERT_FILE, or in the system's bundle. If the file has changed it is read again, and
+// earlier sessions are no longer resumed. Throws std::bad_alloc.
 std::shared_ptr<const TlsShare> AcquireTlsShare();
 
 }  // namespace winhttp

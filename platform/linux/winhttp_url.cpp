@@ -24,11 +24,11 @@ LONG Split(WideView text, Place* place)
     const size_t colon = text.find(u':');
     if (colon == WideView::npos || !IsOffered(text.substr(0, colon)))
         return ERROR_WINHTTP_UNRECOGNIZED_SCHEME;
-    // libcurl is content with one slash, or three.
+    // libcurl would accept one slash, or three.
     if (text.substr(colon, 3) != u"://" || text.substr(colon + 3, 1) == u"/")
         return ERROR_WINHTTP_INVALID_URL;
 
-    // Nothing behind the authority matters here, nor makes the URL a bad one.
+    // What follows the authority is irrelevant and may be malformed.
     const winhttp::Url url = winhttp::NewUrl();
     if (!winhttp::SetUrl(url, ToUtf8(text.substr(0, text.find_first_of(u"/?#", colon + 3))).c_str(), 0))
         return ERROR_WINHTTP_INVALID_URL;
@@ -40,7 +40,7 @@ LONG Split(WideView text, Place* place)
     return 0;
 }
 
-// Whether nothing but the host is asked for, with a buffer of its own.
+// Whether only the host is requested, into the caller's buffer.
 bool AsksForHostAlone(const URL_COMPONENTS& parts)
 {
     return parts.lpszHostName && !parts.lpszScheme && parts.dwSchemeLength == 0 && !parts.lpszUserName &&

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Seconds from 1601, where FILETIMEs begin, to 1970.
+// Seconds from 1601, the epoch of FILETIME, to 1970.
 constexpr long long kSecondsTo1970 = 11644473600;
 constexpr long long kTicksPerSecond = 10000000;
 

@@ -1,4 +1,4 @@
-// What requests and certificates are made of, as read from DER. Views lead into the bytes that were read.
+// The parts of requests and certificates, read from DER. Views point into the bytes that were read.
 #pragma once
 
 #include <string>
@@ -23,7 +23,7 @@ struct PublicKeyParts {
 
 std::string TakeObjectId(DerReader* reader);
 AlgorithmParts TakeAlgorithm(DerReader* reader);
-// A whole name; what is in it is not looked at.
+// A whole name, whose content is not checked.
 std::string_view TakeName(DerReader* reader);
 PublicKeyParts TakePublicKey(DerReader* reader);
 
@@ -33,11 +33,11 @@ BitStringParts SplitBitString(std::string_view content, DerReader* reader);
 // UTCTime or GeneralizedTime.
 FILETIME TakeTime(DerReader* reader);
 
-// UTCTime from 1950 to 2049, else GeneralizedTime. An empty text for a time that has no such form.
+// UTCTime from 1950 to 2049, else GeneralizedTime. Empty for a time out of range.
 std::string MakeTime(const FILETIME& time);
 
 // A small number; larger ones are CRYPT_E_ASN1_LARGE.
 DWORD SmallNumber(std::string_view integerContent, DerReader* reader);
 
-// An INTEGER's bytes in the other order, as Windows keeps large numbers.
+// An INTEGER's bytes in reverse, as Windows stores large numbers.
 std::string Reversed(std::string_view bytes);
