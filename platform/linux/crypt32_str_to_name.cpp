@@ -1,4 +1,7 @@
 // CertStrToName: parses a text and encodes the name.
+#include <openssl/asn1.h>
+#include <openssl/crypto.h>
+
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -7,6 +10,7 @@
 #include "platform/linux/der.h"
 #include "platform/linux/name_attributes.h"
 #include "platform/linux/object_identifier.h"
+#include "platform/linux/openssl_errors.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
 #include "platform/linux/two_call.h"
@@ -17,7 +21,6 @@ namespace {
 constexpr std::u16string_view kBlanks = u" \t\r\n";
 constexpr std::u16string_view kDividers = u",;";
 constexpr std::u16string_view kObjectIdPrefix = u"OID.";
-constexpr std::string_view kPrintableMarks = " '()+,-./:=?";
 
 bool IsBlank(char16_t unit)
 {
@@ -33,30 +36,6 @@ std::u16string_view Trimmed(std::u16string_view text)
     return text;
 }
 
-bool IsPrintable(char16_t unit)
-{
-    return (unit >= u'A' && unit <= u'Z') || (unit >= u'a' && unit <= u'z') || (unit >= u'0' && unit <= u'9') ||
-           (unit < 0x80 && kPrintableMarks.find(static_cast<char>(unit)) != kPrintableMarks.npos);
-}
-
-bool IsAscii(char16_t unit)
-{
-    return unit < 0x80;
-}
-
-bool All(std::u16string_view text, bool (*test)(char16_t))
-{
-    return std::all_of(text.begin(), text.end(), test);
-}
-
-std::string LowBytes(std::u16string_view text)
-{
-    std::string bytes;
-    for (const char16_t unit : text)
-        bytes += static_cast<char>(unit);
-    return bytes;
-}
-
 std::string BigEndian(std::u16string_view text)
 {
     std::string bytes;
@@ -67,48 +46,35 @@ std::string BigEndian(std::u16string_view text)
     return bytes;
 }
 
-std::string EncodeDirectoryText(std::u16string_view text, DWORD strType)
-{
-    if (All(text, IsPrintable))
-        return MakeDer(kDerPrintableString, LowBytes(text));
-    if ((strType & CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != 0)
-        return MakeDer(kDerUtf8String, ToUtf8(text));
-    return MakeDer(kDerBmpString, BigEndian(text));
-}
-
 LONG EncodeText(NameText kind, std::u16string_view text, DWORD strType, std::string* value)
 {
-    if (kind == NameText::printable && !All(text, IsPrintable))
+    const std::string bytes = ToUtf8(text);
+    // PrintableString, IA5String for other ASCII texts, or T61String.
+    const int narrowest =
+        ASN1_PRINTABLE_type(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<int>(bytes.size()));
+    if (kind == NameText::printable && narrowest != V_ASN1_PRINTABLESTRING)
         return CRYPT_E_INVALID_PRINTABLE_STRING;
-    if (kind == NameText::ia5 && !All(text, IsAscii))
+    if (kind == NameText::ia5 && narrowest == V_ASN1_T61STRING)
         return CRYPT_E_INVALID_IA5_STRING;
-    if (kind == NameText::directory)
-        *value = EncodeDirectoryText(text, strType);
+    if (kind == NameText::ia5)
+        *value = MakeDer(kDerIa5String, bytes);
+    else if (narrowest == V_ASN1_PRINTABLESTRING)
+        *value = MakeDer(kDerPrintableString, bytes);
+    else if ((strType & CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != 0)
+        *value = MakeDer(kDerUtf8String, bytes);
     else
-        *value = MakeDer(kind == NameText::printable ? kDerPrintableString : kDerIa5String, LowBytes(text));
+        *value = MakeDer(kDerBmpString, BigEndian(text));
     return ERROR_SUCCESS;
-}
-
-int HexDigit(char16_t unit)
-{
-    if (unit >= u'0' && unit <= u'9')
-        return unit - u'0';
-    const char16_t upper = UpperCase(unit);
-    return upper >= u'A' && upper <= u'F' ? upper - u'A' + 10 : -1;
 }
 
 bool DecodeHex(std::u16string_view text, std::string* bytes)
 {
-    if (text.size() % 2 != 0)
-        return false;
-    for (size_t i = 0; i < text.size(); i += 2) {
-        const int high = HexDigit(text[i]);
-        const int low = HexDigit(text[i + 1]);
-        if (high < 0 || low < 0)
-            return false;
-        *bytes += static_cast<char>(high * 16 + low);
-    }
-    return true;
+    const QuietOpenssl quiet;
+    const std::string digits = ToUtf8(text);
+    size_t size = 0;
+    bytes->resize(digits.size() / 2);
+    return OPENSSL_hexstr2buf_ex(reinterpret_cast<BYTE*>(bytes->data()), bytes->size(), &size, digits.c_str(), '\0') ==
+           1;
 }
 
 class NameParser {

@@ -1,6 +1,7 @@
 #include "platform/linux/registry_file.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -119,11 +120,10 @@ void AppendValue(const RegistryValue& value, SecretText* out)
     if (QuotableText(value, &text)) {
         out->append(Quoted(text));
     } else if (value.type == REG_DWORD && value.data.size() == 4) {
-        const SecretBytes& d = value.data;
+        DWORD number;
+        memcpy(&number, value.data.data(), sizeof number);
         *out += u"dword:";
-        AppendHex(d[0] | (static_cast<DWORD>(d[1]) << 8) | (static_cast<DWORD>(d[2]) << 16) |
-                      (static_cast<DWORD>(d[3]) << 24),
-                  "%08x", out);
+        AppendHex(number, "%08x", out);
     } else {
         *out += u"hex";
         if (value.type != REG_BINARY)

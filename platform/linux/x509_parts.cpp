@@ -1,6 +1,5 @@
 #include "platform/linux/x509_parts.h"
 
-#include <stdio.h>
 #include <time.h>
 
 #include "platform/linux/object_identifier.h"
@@ -13,6 +12,8 @@ namespace {
 // Seconds from 1601, the epoch of FILETIME, to 1970.
 constexpr long long kSecondsTo1970 = 11644473600;
 constexpr long long kTicksPerSecond = 10000000;
+// The end of the year 9999.
+constexpr time_t kLastSecond = 253402300799;
 
 using TimePointer = OpensslOwner<ASN1_TIME, ASN1_TIME_free>;
 
@@ -95,15 +96,11 @@ std::string MakeTime(const FILETIME& time)
     const unsigned long long ticks = (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
     const time_t seconds = static_cast<time_t>(
         static_cast<long long>(ticks / static_cast<unsigned long long>(kTicksPerSecond)) - kSecondsTo1970);
-    struct tm parts;
-    if (!gmtime_r(&seconds, &parts) || parts.tm_year > 9999 - 1900)
+    const TimePointer made(seconds <= kLastSecond ? ASN1_TIME_set(nullptr, seconds) : nullptr);
+    if (!made)
         return "";
-    const bool isShort = parts.tm_year >= 50 && parts.tm_year < 150;
-    char text[64];
-    snprintf(text, sizeof text, "%0*d%02d%02d%02d%02d%02dZ", isShort ? 2 : 4,
-             isShort ? parts.tm_year % 100 : parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour,
-             parts.tm_min, parts.tm_sec);
-    return MakeDer(isShort ? kDerUtcTime : kDerGeneralizedTime, text);
+    return MakeDer(static_cast<BYTE>(ASN1_STRING_type(made.get())),
+                   BytesOf(ASN1_STRING_get0_data(made.get()), static_cast<size_t>(ASN1_STRING_length(made.get()))));
 }
 
 DWORD SmallNumber(std::string_view integerContent, DerReader* reader)
