@@ -43,14 +43,14 @@ SECURITY_STATUS WINAPI KelvaroCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, N
     LogNumber(kEntryPoint, TEXT("dwLegacyKeySpec"), static_cast<LONG>(dwLegacyKeySpec), LOG_STEP_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!phKey || !pszAlgId)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kAllowedFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if (!IsKeyAlgorithm(pszAlgId)) {
         LogString(TEXT("KelvaroCreatePersistedKey Invalid Algorithm"), pszAlgId, LOG_ERROR_LEVEL);
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+        return FailStatus(NTE_NOT_SUPPORTED, kEntryPoint);
     }
 
     const DWORD machineFlag = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
@@ -58,14 +58,14 @@ SECURITY_STATUS WINAPI KelvaroCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, N
     SECURITY_STATUS status = CreateNewKeyObject(pszKeyName, pszAlgId, &record, machineFlag);
     if (status != ERROR_SUCCESS) {
         LogLine(TEXT("KelvaroCreatePersistedKey CreateNewKeyObject Failed"), LOG_ERROR_LEVEL);
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     }
     KeyPtr key(record);
     key->kvc = ProviderClient(provider, machineFlag);
     if (pszKeyName) {
         status = PrepareVault(key->kvc, pszKeyName, dwFlags);
         if (status != ERROR_SUCCESS)
-            return Fail(status, kEntryPoint);
+            return FailStatus(status, kEntryPoint);
     }
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());  // the host owns it now
     return ERROR_SUCCESS;

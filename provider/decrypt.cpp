@@ -12,15 +12,15 @@ SECURITY_STATUS WINAPI KelvaroDecrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pbInput || cbInput == 0 || !pcbResult)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kTransformFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if ((key->dwKeyUsage & NCRYPT_ALLOW_DECRYPT_FLAG) == 0)
-        return Fail(NTE_PERM, kEntryPoint);
+        return FailStatus(NTE_PERM, kEntryPoint);
     if ((dwFlags & NCRYPT_NO_PADDING_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
 
     const VaultTransform transform = {TEXT("decrypt"), TEXT("KelvaroDecrypt Authenticate Failed "), pbInput, cbInput,
                                       dwFlags};

@@ -27,12 +27,12 @@ SECURITY_STATUS WINAPI KelvaroDeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if ((dwFlags & ~static_cast<DWORD>(NCRYPT_SILENT_FLAG)) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     const SECURITY_STATUS status = DeleteInVault(*provider, *key);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     LogLine(TEXT("KelvaroDeleteKey Key Deleted - now free the storage"), LOG_ENTRY_LEVEL);
     return KelvaroFreeKey(hProvider, hKey);
 }

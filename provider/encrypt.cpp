@@ -11,13 +11,13 @@ SECURITY_STATUS WINAPI KelvaroEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (key->fFinalized == 0)
-        return Fail(NTE_BAD_KEY_STATE, kEntryPoint);
+        return FailStatus(NTE_BAD_KEY_STATE, kEntryPoint);
     if (!pbInput || cbInput == 0 || !pcbResult)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kTransformFlags) != 0 || (dwFlags & NCRYPT_NO_PADDING_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
 
     const VaultTransform transform = {TEXT("encrypt"), TEXT("KelvaroEncrypt Authenticate Failed "), pbInput, cbInput,
                                       dwFlags};

@@ -104,17 +104,17 @@ SECURITY_STATUS WINAPI KelvaroEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD
 {
     LogNumber(kEntryPoint, TEXT("Called"), static_cast<LONG>(dwAlgOperations), LOG_ENTRY_LEVEL);
     if (!ProviderFromHandle(hProvider))
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pdwAlgCount || !ppAlgList)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~NCRYPT_SILENT_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     const Selection selection = Select(dwAlgOperations);
     if (selection.rows == 0)
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+        return FailStatus(NTE_NOT_SUPPORTED, kEntryPoint);
     HeapPtr<NCryptAlgorithmName> list = MakeList(selection, dwAlgOperations);
     if (!list)
-        return Fail(NTE_NO_MEMORY, kEntryPoint);
+        return FailStatus(NTE_NO_MEMORY, kEntryPoint);
 
     *pdwAlgCount = selection.rows;
     *ppAlgList = list.release();  // the host's, until KelvaroFreeBuffer

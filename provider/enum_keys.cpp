@@ -120,27 +120,27 @@ SECURITY_STATUS WINAPI KelvaroEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR /*p
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!ppKeyName || !ppEnumState)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kAllowedFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
 
     KVCCall call;
     SECURITY_STATUS status =
         BeginVaultCall(ChooseClient(*provider, dwFlags), TEXT("KelvaroEnumKeys Authenticate Failed"), &call);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
 
     EnumStatePtr fresh;  // released here unless the host gets it
     auto* state = static_cast<KSP_ENUM_STATE*>(*ppEnumState);
     if (!state) {
         status = TakeSnapshot(call.get(), &fresh);
         if (status != ERROR_SUCCESS)
-            return Fail(status, kEntryPoint);
+            return FailStatus(status, kEntryPoint);
         state = fresh.get();
     } else if (!KelvaroIsRegistered(state, BufferKind::EnumState)) {
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     }
 
     if (state->AtEnd())
@@ -148,7 +148,7 @@ SECURITY_STATUS WINAPI KelvaroEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR /*p
     NCryptKeyName* keyName = nullptr;
     status = ReadNextKey(call.get(), state, dwFlags, &keyName);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     *ppKeyName = keyName;
     *ppEnumState = state;
     fresh.release();  // the host owns it now

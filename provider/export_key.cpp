@@ -5,6 +5,7 @@
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
+#include "support/fail.h"
 #include "support/guards.h"
 #include "support/log.h"
 #include "support/text.h"
@@ -68,19 +69,12 @@ ULONG CurveMagic(const KVKey& kvk)
     return isEcdh ? curve->ecdhMagic : curve->ecdsaMagic;
 }
 
-// Logs the reason.
-SECURITY_STATUS Refuse(SECURITY_STATUS status, const WCHAR* reason)
-{
-    LogLine(reason, LOG_ERROR_LEVEL);
-    return status;
-}
-
 SECURITY_STATUS ComposeCurveBlob(const KVKey& kvk, PublicBlob* blob)
 {
     LogLine(TEXT("KelvaroExportKey Export ECC Key"), LOG_STEP_LEVEL);
     const BCRYPT_ECCKEY_BLOB header = {CurveMagic(kvk), kvk.x_siz};
     if (kvk.x_siz != kvk.y_siz)
-        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey ECC x_siz != y_siz"));
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey ECC x_siz != y_siz"));
     const bool fits = blob->Add(&header, sizeof(header)) && blob->Add(kvk.x, kvk.x_siz) && blob->Add(kvk.y, kvk.y_siz);
     return fits ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
@@ -110,13 +104,13 @@ SECURITY_STATUS ComposeBlob(const KSP_KEY& key, const WCHAR* blobName, PublicBlo
     const KVKey& kvk = key.kvk;
     const BlobType* type = FindBlobType(blobName);
     if (!type)
-        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"));
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"));
     if (type->kind == BlobKind::Private)
         return NTE_NOT_SUPPORTED;
     if (kvk.valid == 0)
-        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key not initialised"));
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key not initialised"));
     if ((type->kind == BlobKind::Curve) != (kvk.isEC != 0))
-        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key ECC is NOT RSA"));
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey KV Key ECC is NOT RSA"));
     return kvk.isEC ? ComposeCurveBlob(kvk, blob) : ComposeRsaBlob(kvk, blob);
 }
 
@@ -130,12 +124,12 @@ SECURITY_STATUS Export(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, con
                        const HostOutput& output, DWORD dwFlags)
 {
     if (!ProviderFromHandle(hProvider))
-        return Refuse(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pProvider == NULL"));
+        return Fail(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pProvider == NULL"));
     const KSP_KEY* key = KeyFromHandle(hKey);
     if (!key)
-        return Refuse(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pKey == NULL"));
+        return Fail(NTE_INVALID_HANDLE, TEXT("KelvaroExportKey pKey == NULL"));
     if (!output.cbResult)
-        return Refuse(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey pcbResult == NULL"));
+        return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey pcbResult == NULL"));
     if ((dwFlags & ~kAllowedFlags) != 0)
         return RefuseFlags(NTE_BAD_FLAGS, TEXT("Bad Flags"), dwFlags);
     if ((dwFlags & NCRYPT_EXPORT_LEGACY_FLAG) != 0)

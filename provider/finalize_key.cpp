@@ -64,10 +64,10 @@ SECURITY_STATUS WINAPI KelvaroFinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_K
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     SECURITY_STATUS status = Claim(key, dwFlags);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     KVKeyOwner made;
     if (key->pszKeyName)
         status = CreateInVault(*key, &made.key);

@@ -28,7 +28,7 @@ SECURITY_STATUS WINAPI KelvaroFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
 
     LogString(kEntryPoint, key->pszKeyName ? key->pszKeyName : TEXT("NULL Name"), LOG_RELEASE_LEVEL);
     if (key->pszKeyName && key->publishCert)

@@ -20,7 +20,7 @@ SECURITY_STATUS WINAPI KelvaroFreeProvider(NCRYPT_PROV_HANDLE hProvider)
     LogLine(TEXT("KelvaroFreeProvider"), LOG_ENTRY_LEVEL);
     KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, TEXT("KelvaroFreeProvider"));
+        return FailStatus(NTE_INVALID_HANDLE, TEXT("KelvaroFreeProvider"));
     ReleaseClient(&provider->machineKvc);
     ReleaseClient(&provider->userKvc);
     ReplaceBuffer(&provider->pszUseContext, &provider->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});

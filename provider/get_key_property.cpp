@@ -44,9 +44,9 @@ SECURITY_STATUS WINAPI KelvaroGetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
     LogNumber(kEntryPoint, pszProperty, static_cast<LONG>(cbOutput), LOG_ENTRY_LEVEL);
     KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pcbResult)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     const HostOutput output = {pbOutput, cbOutput, pcbResult};
     if (dwFlags & NCRYPT_PERSIST_ONLY_FLAG)
         return Finish(AnswerStored(key, pszProperty, output), kEntryPoint);

@@ -66,10 +66,10 @@ SECURITY_STATUS WINAPI KelvaroGetProviderProperty(NCRYPT_PROV_HANDLE hProvider, 
     LogString(kEntryPoint, pszProperty, LOG_ENTRY_LEVEL);
     KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pszProperty || !pcbResult || View(pszProperty).size() > kPropertyNameLimit)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~NCRYPT_SILENT_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     return Finish(AnswerProperty(provider, pszProperty, {pbOutput, cbOutput, pcbResult}), kEntryPoint);
 }

@@ -45,7 +45,7 @@ KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag)
     return machineFlag ? provider->machineKvc : provider->userKvc;
 }
 
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* where)
+SECURITY_STATUS FailStatus(SECURITY_STATUS status, const WCHAR* where)
 {
     LogError(where, status, LOG_ERROR_LEVEL);
     return status;
@@ -53,5 +53,5 @@ SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* where)
 
 SECURITY_STATUS Finish(SECURITY_STATUS status, const WCHAR* where)
 {
-    return status == ERROR_SUCCESS ? status : Fail(status, where);
+    return status == ERROR_SUCCESS ? status : FailStatus(status, where);
 }

@@ -42,19 +42,19 @@ SECURITY_STATUS WINAPI KelvaroImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY
     LogLine(kEntryPoint, LOG_ENTRY_LEVEL);
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!phKey || !pbData || cbData == 0)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kAllowedFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if ((dwFlags & kRefusedFlags) != 0)
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+        return FailStatus(NTE_NOT_SUPPORTED, kEntryPoint);
 
     const ImportRequest request = {provider, pszBlobType, pParameterList, pbData, cbData, dwFlags};
     KeyPtr key;
     const SECURITY_STATUS status = ImportByType(request, &key);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());  // the host owns it now
     return ERROR_SUCCESS;
 }

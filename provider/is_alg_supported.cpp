@@ -8,12 +8,12 @@ SECURITY_STATUS WINAPI KelvaroIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWS
     constexpr WCHAR kEntryPoint[] = TEXT("KelvaroIsAlgSupported");
     LogString(kEntryPoint, pszAlgId, LOG_ENTRY_LEVEL);
     if (!ProviderFromHandle(hProvider))
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pszAlgId)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~NCRYPT_SILENT_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if (!IsKeyAlgorithm(pszAlgId))
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+        return FailStatus(NTE_NOT_SUPPORTED, kEntryPoint);
     return ERROR_SUCCESS;
 }

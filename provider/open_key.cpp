@@ -50,27 +50,27 @@ SECURITY_STATUS WINAPI KelvaroOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
     LogNumber(TEXT("KelvaroOpenKey"), pszKeyName, static_cast<LONG>(dwFlags), LOG_ENTRY_LEVEL);
     KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kFailure);
+        return FailStatus(NTE_INVALID_HANDLE, kFailure);
     if (!phKey || !pszKeyName)
-        return Fail(NTE_INVALID_PARAMETER, kFailure);
+        return FailStatus(NTE_INVALID_PARAMETER, kFailure);
 
     const DWORD machineFlag = dwFlags & NCRYPT_MACHINE_KEY_FLAG;
     KSP_KEY* record = nullptr;
     SECURITY_STATUS status = CreateNewKeyObject(pszKeyName, TEXT(""), &record, machineFlag);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kFailure);
+        return FailStatus(status, kFailure);
     KeyPtr key(record);
     key->kvc = ProviderClient(provider, machineFlag);
     if (!key->kvc)
-        return Fail(Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenKey pKey->kvc NULL")), kFailure);
+        return FailStatus(FailStatus(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenKey pKey->kvc NULL")), kFailure);
 
     KVCCall call;
     status = BeginVaultCall(key->kvc, TEXT("KelvaroOpenKey Authenticate Failed "), &call);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kFailure);
+        return FailStatus(status, kFailure);
     SyncCertificatesOnce(provider, *key);
     if (!KVCGetKey(call.get(), pszKeyName, &key->kvk, 1))
-        return Fail(NTE_NOT_FOUND, kFailure);
+        return FailStatus(NTE_NOT_FOUND, kFailure);
 
     TakeVaultDescription(key.get());
     *phKey = reinterpret_cast<NCRYPT_KEY_HANDLE>(key.release());  // the host owns it now

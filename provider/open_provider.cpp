@@ -177,15 +177,17 @@ SECURITY_STATUS WINAPI KelvaroOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWS
     if (LogGateOpen(LOG_ENTRY_LEVEL))
         LogOpening(pszProviderName);
     if (!phProvider)
-        return Fail(Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider phProvider NULL")), kEntryPoint);
+        return FailStatus(FailStatus(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider phProvider NULL")), kEntryPoint);
     if (!pszProviderName)
-        return Fail(Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider pszProviderName NULL")), kEntryPoint);
+        return FailStatus(FailStatus(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider pszProviderName NULL")),
+                          kEntryPoint);
     const size_t cbName = (View(pszProviderName).size() + 1) * sizeof(WCHAR);
     if (cbName > kNameBytesLimit)
-        return Fail(Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider cbProviderName too long")), kEntryPoint);
+        return FailStatus(FailStatus(NTE_INVALID_PARAMETER, TEXT("KelvaroOpenProvider cbProviderName too long")),
+                          kEntryPoint);
     KSP_PROVIDER* provider = CreateRecord(pszProviderName, cbName);
     if (!provider)
-        return Fail(Fail(NTE_NO_MEMORY, TEXT("KelvaroOpenProvider HeapAlloc Failed")), kEntryPoint);
+        return FailStatus(FailStatus(NTE_NO_MEMORY, TEXT("KelvaroOpenProvider HeapAlloc Failed")), kEntryPoint);
 
     LogLine(TEXT("KelvaroOpenProvider Read Key Vault Names"), LOG_STEP_LEVEL);
     provider->machineKvc = BuildClient(machinePass, provider->machineVaultName);

@@ -35,7 +35,7 @@ KSP_PROVIDER* ProviderFromHandle(NCRYPT_PROV_HANDLE hProvider);
 KVCClient* ProviderClient(const KSP_PROVIDER* provider, DWORD machineFlag);
 
 // Logs "where Error 0xstatus" at level 1 and returns the status. where: the entry point, or a step on the way to it.
-SECURITY_STATUS Fail(SECURITY_STATUS status, const WCHAR* where);
+SECURITY_STATUS FailStatus(SECURITY_STATUS status, const WCHAR* where);
 
-// Fail, but 0 passes without a line.
+// FailStatus, but 0 passes without a line.
 SECURITY_STATUS Finish(SECURITY_STATUS status, const WCHAR* where);

@@ -50,9 +50,9 @@ SECURITY_STATUS WINAPI KelvaroSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
     TraceProperty(kEntryPoint, pszProperty, pbInput, cbInput);
     KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pbInput)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     // In any letter case, and even if the call fails: only the exact name passes the rules below.
     if (TextEqualNoCase(View(pszProperty), View(NCRYPT_CERTIFICATE_PROPERTY))) {
         LogLine(TEXT("KelvaroSetKeyProperty SmartCardKeyCertificate Set publishCert"), LOG_STEP_LEVEL);
@@ -60,6 +60,6 @@ SECURITY_STATUS WINAPI KelvaroSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
     }
     const DWORD flags = dwFlags & ~NCRYPT_SILENT_FLAG;
     if (!FlagsAllowed(pszProperty, flags))
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     return Finish(ApplyAndStore(key, pszProperty, pbInput, cbInput, flags), kEntryPoint);
 }

@@ -37,12 +37,12 @@ SECURITY_STATUS WINAPI KelvaroSetProviderProperty(NCRYPT_PROV_HANDLE hProvider, 
     TraceProperty(kEntryPoint, pszProperty, pbInput, cbInput);
     KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     if (!provider)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pszProperty || View(pszProperty).size() > kPropertyNameLimit || !pbInput)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~NCRYPT_SILENT_FLAG) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if (!TextEqual(pszProperty, NCRYPT_USE_CONTEXT_PROPERTY))
-        return Fail(NTE_NOT_SUPPORTED, kEntryPoint);
+        return FailStatus(NTE_NOT_SUPPORTED, kEntryPoint);
     return Finish(SetUseContext(provider, pbInput, cbInput), kEntryPoint);
 }

@@ -100,15 +100,15 @@ SECURITY_STATUS WINAPI KelvaroSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (!pcbResult)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kSignatureFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
     if (key->fFinalized == 0)
-        return Fail(NTE_BAD_KEY_STATE, kEntryPoint);
+        return FailStatus(NTE_BAD_KEY_STATE, kEntryPoint);
     if ((key->dwKeyUsage & NCRYPT_ALLOW_SIGNING_FLAG) == 0)
-        return Fail(NTE_PERM, kEntryPoint);
+        return FailStatus(NTE_PERM, kEntryPoint);
 
     if (!pbSignature) {
         LogLine(TEXT("KelvaroSignHash pbSignature is NULL - return kvk.n_siz bytes"), LOG_STEP_LEVEL);
@@ -117,11 +117,11 @@ SECURITY_STATUS WINAPI KelvaroSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_
     }
     if (!pbHashValue) {
         LogLine(TEXT("KelvaroSignHash pbHashValue is NULL"), LOG_ERROR_LEVEL);
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     }
     if (cbHashValue == 0) {
         LogLine(TEXT("KelvaroSignHash cbHashValue is 0"), LOG_ERROR_LEVEL);
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     }
     const HostHash hash = {pPaddingInfo, dwFlags, pbHashValue, cbHashValue};
     return Finish(Sign(*provider, *key, hash, {pbSignature, cbSignature, pcbResult}), kEntryPoint);

@@ -12,5 +12,5 @@ SECURITY_STATUS BeginVaultCall(KVCClient* client, const WCHAR* signInFailure, KV
     const KVCLogOnResult result = KVCLogOn(call->get());
     if (result == KVCLogOnResult::NoMemory)
         return NTE_NO_MEMORY;
-    return result == KVCLogOnResult::Ready ? ERROR_SUCCESS : Fail(SEC_E_LOGON_DENIED, signInFailure);
+    return result == KVCLogOnResult::Ready ? ERROR_SUCCESS : FailStatus(SEC_E_LOGON_DENIED, signInFailure);
 }

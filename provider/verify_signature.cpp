@@ -41,26 +41,26 @@ SECURITY_STATUS WINAPI KelvaroVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRY
     const KSP_PROVIDER* provider = ProviderFromHandle(hProvider);
     const KSP_KEY* key = KeyFromHandles(hProvider, hKey);
     if (!key)
-        return Fail(NTE_INVALID_HANDLE, kEntryPoint);
+        return FailStatus(NTE_INVALID_HANDLE, kEntryPoint);
     if (key->fFinalized == 0)
-        return Fail(NTE_BAD_KEY_STATE, kEntryPoint);
+        return FailStatus(NTE_BAD_KEY_STATE, kEntryPoint);
     if (!pbHashValue || cbHashValue == 0)
-        return Fail(NTE_INVALID_PARAMETER, kEntryPoint);
+        return FailStatus(NTE_INVALID_PARAMETER, kEntryPoint);
     if ((dwFlags & ~kSignatureFlags) != 0)
-        return Fail(NTE_BAD_FLAGS, kEntryPoint);
+        return FailStatus(NTE_BAD_FLAGS, kEntryPoint);
 
     SignatureRequest request;
     SECURITY_STATUS status = Choose(*key, {pPaddingInfo, dwFlags, pbHashValue, cbHashValue}, &request);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
 
     KVCCall call;
     status = BeginVaultCall(ProviderClient(provider, key->fMachineKey),
                             TEXT("KelvaroVerifySignature Authenticate Failed "), &call);
     if (status != ERROR_SUCCESS)
-        return Fail(status, kEntryPoint);
+        return FailStatus(status, kEntryPoint);
     DWORD cbDigest = request.cbDigest;
     status = KVCCryptoOp(call.get(), TEXT("verify"), key->kvk.keyName, key->kvk.version, 1, request.alg, pbSignature,
                          cbSignature, request.digest, &cbDigest);
-    return status < 0 ? Fail(status, kEntryPoint) : ERROR_SUCCESS;
+    return status < 0 ? FailStatus(status, kEntryPoint) : ERROR_SUCCESS;
 }
