@@ -1,11 +1,11 @@
 #!/bin/sh
 # Installs what is missing, builds every variant and passes the tests.
-# Usage: ./test.sh [release|asan|tsan|win64|win32|format|packages]...   All of them without an argument.
+# Usage: ./test.sh [lint|release|asan|tsan|windows|win64|win32|debug|packages]...   All of them without an argument.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
 
-[ $# -gt 0 ] || set -- format release asan tsan windows packages
+[ $# -gt 0 ] || set -- lint release asan tsan windows packages
 
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages $windows_packages $check_packages $package_packages
@@ -17,8 +17,9 @@ export TSAN_OPTIONS="halt_on_error=0:second_deadlock_stack=1:allocator_may_retur
 for variant in "$@"; do
     echo "== $variant"
     case $variant in
-    format)
+    lint | format)
         "$top/tools/check-format.sh"
+        "$top/tools/check-tidy.sh"
         ;;
     windows)
         "$top/test-windows.sh"

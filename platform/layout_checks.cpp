@@ -30,6 +30,7 @@ static_assert(sizeof(WCHAR) == 2);
 static_assert(sizeof(BYTE) == 1 && sizeof(WORD) == 2 && sizeof(DWORD) == 4 && sizeof(ULONG) == 4);
 static_assert(sizeof(LONG) == 4 && sizeof(BOOL) == 4 && sizeof(SECURITY_STATUS) == 4 && sizeof(NTSTATUS) == 4);
 static_assert(static_cast<DWORD>(-1) > 0 && static_cast<LONG>(-1) < 0);
+// NOLINTNEXTLINE(bugprone-sizeof-expression): the size of the handle is meant, not of what it points to.
 static_assert(sizeof(HANDLE) == sizeof(void*) && sizeof(HKEY) == sizeof(void*));
 static_assert(sizeof(NCRYPT_PROV_HANDLE) == sizeof(void*) && sizeof(NCRYPT_KEY_HANDLE) == sizeof(void*));
 static_assert(sizeof(FILETIME) == 8 && offsetof(FILETIME, dwHighDateTime) == 4);

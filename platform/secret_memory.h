@@ -36,9 +36,9 @@ class BasicSecretString : public std::basic_string<Unit, std::char_traits<Unit>,
     using std::basic_string<Unit, std::char_traits<Unit>, WipingAllocator<Unit>>::basic_string;
     BasicSecretString() = default;
     BasicSecretString(const BasicSecretString&) = default;
-    BasicSecretString(BasicSecretString&&) = default;
+    BasicSecretString(BasicSecretString&&) noexcept = default;
     BasicSecretString& operator=(const BasicSecretString&) = default;
-    BasicSecretString& operator=(BasicSecretString&&) = default;
+    BasicSecretString& operator=(BasicSecretString&&) noexcept = default;
     ~BasicSecretString()
     {
         this->resize(this->capacity());

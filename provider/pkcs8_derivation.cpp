@@ -70,6 +70,8 @@ SECURITY_STATUS Pkcs8Password::AsBigEndian(WipedBlock* bytes) const
     const size_t count = secret_ ? length_ + 1 : 0;
     if (!bytes->Allocate(count * sizeof(WCHAR)))
         return NTE_NO_MEMORY;
+    if (!secret_)
+        return ERROR_SUCCESS;
     // The block is zeroed, so it has the terminator already.
     for (size_t i = 0; i < length_; i++) {
         bytes->data()[2 * i] = secret_[2 * i + 1];

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Every C++ file stands as .clang-format has it. `tools/check-format.sh --fix` rewrites those that don't.
+# Checks that every C++ file is formatted as .clang-format says. `tools/check-format.sh --fix` rewrites those that don't.
 set -eu
 cd "$(dirname "$0")/.."
 mode="--dry-run -Werror"

@@ -6,7 +6,8 @@ linux_packages="g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev
 windows_packages="g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
 # What the run of the Windows tests needs beside the runtime, which tools/windows-runtime.sh unpacks.
 runtime_packages="iproute2 perl-base util-linux libc-bin"
-check_packages="clang-format perl"
+debug_packages="gdb"
+check_packages="clang-format clang-tidy git perl"
 package_packages="wixl msitools gcab dpkg-dev libxml2-utils perl curl git"
 
 configure() { # configure NAME CMAKE_OPTION...
@@ -15,10 +16,12 @@ configure() { # configure NAME CMAKE_OPTION...
     [ -f "$folder/build.ninja" ] || cmake -S "$top" -B "$folder" -G Ninja "$@" >/dev/null
 }
 
-configure_sanitized() { # configure_sanitized NAME SANITIZERS
+# The simulator beside these builds is the release build's. Only `debug` has full symbols and no optimisation at all; the
+# sanitizer builds choose their own (cmake/KelvaroOptions.cmake).
+configure_debug() { # configure_debug NAME [SANITIZERS]
     configure release -DCMAKE_BUILD_TYPE=Release
     cmake --build "$top/build/release" --target vaultsim
-    configure "$1" -DCMAKE_BUILD_TYPE=Debug -DKELVARO_SANITIZER="$2" \
+    configure "$1" -DCMAKE_BUILD_TYPE=Debug -DKELVARO_SANITIZER="${2:-}" \
         -DKELVARO_VAULTSIM="$top/build/release/vaultsim/vaultsim"
 }
 
@@ -27,9 +30,9 @@ build_variant() { # build_variant NAME [TARGET...]
     shift
     case $variant in
     release) configure release -DCMAKE_BUILD_TYPE=Release ;;
-    # The sanitizers watch the system's code; the simulator beside it is the release build's.
-    asan) configure_sanitized asan address,undefined ;;
-    tsan) configure_sanitized tsan thread ;;
+    debug) configure_debug debug ;;
+    asan) configure_debug asan address,undefined ;;
+    tsan) configure_debug tsan thread ;;
     win64 | win32)
         arch=x86_64
         [ "$variant" = win64 ] || arch=i686
