@@ -7,24 +7,17 @@
 
 namespace {
 
-// A read that failed goes out as an error, or as a detail when the caller only asked whether the key is there.
-class ReadFailureLog {
-  public:
-    explicit ReadFailureLog(bool isExpected) : isExpected_(isExpected) {}
-
-    void Refused() const { LogLine(isExpected_ ? kExpected : TEXT("KVCGetKey KVCDoKVRESTCall Error"), level()); }
-    void Status(DWORD status) const
-    {
-        LogError(isExpected_ ? kExpected : TEXT("KVCGetKey KVCDoKVRESTCall Failed"), status, level());
-    }
-
-  private:
-    static constexpr const WCHAR* kExpected = TEXT("KVCGetKey KVCDoKVRESTCall SupressFailedReadError");
-
-    LONG level() const { return isExpected_ ? LOG_DETAIL_LEVEL : LOG_ERROR_LEVEL; }
-
-    bool isExpected_;
+// Texts and level of a failed read.
+struct ReadFailure {
+    const WCHAR* refused;
+    const WCHAR* status;
+    LONG level;
 };
+constexpr ReadFailure kError = {TEXT("KVCGetKey KVCDoKVRESTCall Error"), TEXT("KVCGetKey KVCDoKVRESTCall Failed"),
+                                LOG_ERROR_LEVEL};
+// The key may be missing.
+constexpr ReadFailure kExpected = {TEXT("KVCGetKey KVCDoKVRESTCall SupressFailedReadError"),
+                                   TEXT("KVCGetKey KVCDoKVRESTCall SupressFailedReadError"), LOG_DETAIL_LEVEL};
 
 int TakeKey(const WCHAR* encodedName, const KVC* kvc, KVKey* kvk)
 {
@@ -34,7 +27,7 @@ int TakeKey(const WCHAR* encodedName, const KVC* kvc, KVKey* kvk)
     return parsed;
 }
 
-int ReadKey(KVC* kvc, const WCHAR* encodedName, KVKey* kvk, const ReadFailureLog& failures)
+int ReadKey(KVC* kvc, const WCHAR* encodedName, KVKey* kvk, const ReadFailure& failure)
 {
     VaultRequest request;
     request.keyName = encodedName;
@@ -42,13 +35,13 @@ int ReadKey(KVC* kvc, const WCHAR* encodedName, KVKey* kvk, const ReadFailureLog
     const int good = SendWithRetry(kvc, retry, [&] {
         const int sent = SendToVault(kvc, request);
         if (!sent)
-            failures.Refused();
+            LogLine(failure.refused, failure.level);
         return sent;
     });
     if (good && kvc->lastStatus == HTTP_OK)
         return TakeKey(encodedName, kvc, kvk);
     if (kvc->lastStatus != HTTP_THROTTLED)
-        failures.Status(kvc->lastStatus);
+        LogError(failure.status, kvc->lastStatus, failure.level);
     return 0;
 }
 
@@ -68,7 +61,7 @@ int KVCGetKey(KVC* kvc, const WCHAR* keyName, KVKey* kvk, int SupressFailedReadE
             return 0;
         }
         LogString(TEXT("KVCGetKey Encoded Name"), encodedName, LOG_STEP_LEVEL);
-        result = ReadKey(kvc, encodedName, kvk, ReadFailureLog(SupressFailedReadError != 0));
+        result = ReadKey(kvc, encodedName, kvk, SupressFailedReadError ? kExpected : kError);
     }
     LogString(TEXT("KVCGetKey End"), keyName, LOG_DETAIL_LEVEL);
     return result;

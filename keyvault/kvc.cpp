@@ -11,8 +11,7 @@ constexpr WCHAR kNoMemory[] = TEXT("KVCNew failed to allocate KVC");
 
 void FreeText(BldStr*& str)
 {
-    if (str)
-        BldStrFree(str);
+    BldStrFree(str);
     str = nullptr;
 }
 

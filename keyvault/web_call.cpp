@@ -161,7 +161,6 @@ void KVCFreeResponse(KVCResponse* response)
         return;
     const LastErrorKeeper keeper;
     WipeFreeBytes(response->body);
-    if (response->headers)
-        BldStrFree(response->headers);
+    BldStrFree(response->headers);
     free(response);
 }
