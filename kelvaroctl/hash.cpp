@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
 
