@@ -53,23 +53,32 @@ bool HasText(HKEY key, const SettingText& seen)
     return same;
 }
 
-// The settings key in a transaction: writes take effect at Commit, and the system aborts the transaction as soon as
-// anybody else touches the key.
+bool HasTexts(HKEY hive, const SettingText* seen, size_t seenCount)
+{
+    const SettingsKey key(hive);
+    if (!key.get())
+        return false;
+    for (size_t i = 0; i < seenCount; i++) {
+        if (!HasText(key.get(), seen[i]))
+            return false;
+    }
+    return true;
+}
+
+// The settings key in a transaction: writes take effect at Commit. Once the transaction has written to
+// the key, the system rolls it back as soon as anybody else writes there.
 class SettingsTransaction {
   public:
     explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
     {
         // Some compatible runtimes return an invalid handle, and end the process when it is used.
         DWORD flags = 0;
-        if (transaction_ == INVALID_HANDLE_VALUE || !GetHandleInformation(transaction_, &flags))
-            return;
-        if (RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key_, transaction_,
-                                  nullptr) != ERROR_SUCCESS)
-            key_ = nullptr;
+        if (transaction_ != INVALID_HANDLE_VALUE && GetHandleInformation(transaction_, &flags))
+            error_ = RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_SET_VALUE, &key_, transaction_, nullptr);
     }
     ~SettingsTransaction()
     {
-        if (key_)
+        if (error_ == ERROR_SUCCESS)
             RegCloseKey(key_);
         if (transaction_ != INVALID_HANDLE_VALUE)
             CloseHandle(transaction_);  // rolls back what isn't committed
@@ -77,23 +86,27 @@ class SettingsTransaction {
     SettingsTransaction(const SettingsTransaction&) = delete;
     SettingsTransaction& operator=(const SettingsTransaction&) = delete;
 
-    HKEY key() const { return key_; }
+    // False when the machine has no registry transactions, or those of this hive are out of order.
+    bool Exists() const
+    {
+        return error_ != ERROR_NOT_SUPPORTED && error_ != ERROR_CALL_NOT_IMPLEMENTED && error_ != ERROR_RM_NOT_ACTIVE;
+    }
+
+    // False when the key couldn't be opened, as while another transaction has it, or not be written.
+    bool Write(const SettingText& value)
+    {
+        const DWORD size = static_cast<DWORD>((View(value.text).size() + 1) * sizeof(WCHAR));
+        const BYTE* text = reinterpret_cast<const BYTE*>(value.text);
+        return error_ == ERROR_SUCCESS && RegSetValueExW(key_, value.name, 0, REG_SZ, text, size) == ERROR_SUCCESS;
+    }
+
     bool Commit() { return CommitTransaction(transaction_); }
 
   private:
     HANDLE transaction_;
     HKEY key_ = nullptr;
+    LONG error_ = ERROR_NOT_SUPPORTED;
 };
-
-bool WriteTextIf(HKEY key, const SettingText& value, const SettingText* seen, size_t seenCount)
-{
-    for (size_t i = 0; i < seenCount; i++) {
-        if (!HasText(key, seen[i]))
-            return false;
-    }
-    const DWORD size = static_cast<DWORD>((View(value.text).size() + 1) * sizeof(WCHAR));
-    return RegSetValueExW(key, value.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.text), size) == ERROR_SUCCESS;
-}
 
 }  // namespace
 
@@ -136,12 +149,14 @@ bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
 
 bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount)
 {
+    // The write comes first, since only from then on does a foreign write undo the transaction. The comparison reads
+    // outside it, where the values, also the one to be replaced, still are what everybody else sees. So a foreign write
+    // is either in what is compared or makes the commit fail.
     SettingsTransaction transaction(hive);
-    if (transaction.key())
-        return WriteTextIf(transaction.key(), value, seen, seenCount) && transaction.Commit();
-    // The machine has no transactions. The gap between the comparison and the write is a few instructions.
-    const SettingsKey key(hive);
-    return key.get() && WriteTextIf(key.get(), value, seen, seenCount);
+    if (transaction.Exists())
+        return transaction.Write(value) && HasTexts(hive, seen, seenCount) && transaction.Commit();
+    // No transactions. The gap between the comparison and the write is a few instructions.
+    return HasTexts(hive, seen, seenCount) && SettingsWriteText(hive, value.name, value.text);
 }
 
 DWORD SettingsValueSize(HKEY hive, const WCHAR* valueName)
