@@ -22,7 +22,8 @@ bool SameInPath(WCHAR a, WCHAR b)
 }
 
 // Two separators start the name of a share, a pipe or a device. A path that the platform resolves to a different one is
-// relative, contains "..", or names a device in a folder.
+// relative, contains "..", or names a device in a folder. A drive letter may stand for a
+// share.
 bool IsLocalPath(const WCHAR* path)
 {
     const TextView text = View(path);
@@ -30,7 +31,9 @@ bool IsLocalPath(const WCHAR* path)
         return false;
     WCHAR full[kArcPathChars] = {};
     const DWORD length = GetFullPathNameW(path, kArcPathChars, full, nullptr);
-    return length == text.size() && std::equal(text.begin(), text.end(), full, SameInPath);
+    const WCHAR root[] = {full[0], full[1], full[2], 0};
+    return length == text.size() && std::equal(text.begin(), text.end(), full, SameInPath) &&
+           GetDriveTypeW(root) != DRIVE_REMOTE;
 }
 
 }  // namespace

@@ -255,6 +255,7 @@ static_assert(ICU_DECODE == 0x10000000);
 // ---- status codes ----
 
 static_assert(ERROR_SUCCESS == 0 && ERROR_FILE_NOT_FOUND == 2 && ERROR_INSUFFICIENT_BUFFER == 122);
+static_assert(DRIVE_FIXED == 3 && DRIVE_REMOTE == 4);
 static_assert(KEY_QUERY_VALUE == 1 && KEY_SET_VALUE == 2);
 static_assert(ERROR_INVALID_DATA == 13 && ERROR_MORE_DATA == 234 && ERROR_BADDB == 1009);
 static_assert(ERROR_NOT_SUPPORTED == 50 && ERROR_CALL_NOT_IMPLEMENTED == 120 && ERROR_RM_NOT_ACTIVE == 6801);

@@ -164,6 +164,11 @@ DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* f
     return result;
 }
 
+UINT WINAPI GetDriveTypeW(LPCWSTR)
+{
+    return DRIVE_FIXED;
+}
+
 FILE* _wfopen(const WCHAR* name, const WCHAR* mode)
 {
     if (ViewOf(mode) != kReading) {

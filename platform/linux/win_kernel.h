@@ -102,6 +102,12 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, 
 // The path as it would be opened from the current folder, "." and ".." resolved textually. filePart must be NULL.
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart);
 
+constexpr UINT DRIVE_FIXED = 3;
+constexpr UINT DRIVE_REMOTE = 4;
+
+// Always DRIVE_FIXED: paths have no drive that stands for a share.
+UINT WINAPI GetDriveTypeW(LPCWSTR root);
+
 // Only the mode "rt", and only regular files.
 FILE* _wfopen(const WCHAR* name, const WCHAR* mode);
 
