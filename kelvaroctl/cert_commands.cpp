@@ -1,10 +1,7 @@
-#include "kelvaroctl/cert_commands.h"
-
 #include "kelvaroctl/certificate_file.h"
 #include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
-#include "kelvaroctl/publish_command.h"
-#include "kelvaroctl/sync_command.h"
+#include "kelvaroctl/commands.h"
 
 namespace kelvaroctl {
 
@@ -107,27 +104,28 @@ Answer Install(Tool& tool, const InstallArguments& arguments)
 
 }  // namespace
 
-void AddCertCommands(CLI::App& app, Tool& tool)
+Command CertsCommand()
 {
-    CLI::App* const certs = app.add_subcommand("certs", "certificates of keys, in the store and in the vault");
-    certs->require_subcommand(1);
     const auto check = std::make_shared<bool>(false);
-    CLI::App* const list =
-        certs->add_subcommand("list", "the certificates of the machine's (or with --user the user's) store");
-    list->add_flag("--check", *check,
-                   "compare each with its key in the vault, one request a certificate; exit code 1 if one has another");
-    list->callback([&tool, check] { tool.action = [&tool, check] { return ListCertificates(tool, *check); }; });
-
-    const auto arguments = std::make_shared<InstallArguments>();
-    CLI::App* const install =
-        certs->add_subcommand("install", "put a key's certificate into the store, bound to the key");
-    install->add_option("FILE", arguments->file, "the certificate, PEM or DER; of several the key's own")->required();
-    install->add_option("--key", arguments->key, "the key's name")->required()->type_name("NAME");
-    install->add_flag("--force", arguments->force, "even when its public key is another one");
-    install->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Install(tool, *arguments); }; });
-
-    AddPublishCommand(*certs, tool);
-    AddSyncCommand(*certs, tool);
+    const Command list = {
+        "list",
+        "the certificates of the machine's (or with --user the user's) store",
+        {{"--check", check.get(),
+          "compare each with its key in the vault, one request a certificate; exit code 1 if one has another"}},
+        [check](Tool& tool) { return ListCertificates(tool, *check); }};
+    const auto to = std::make_shared<InstallArguments>();
+    const Command install = {
+        "install",
+        "put a key's certificate into the store, bound to the key",
+        {{"FILE", &to->file, "the certificate, PEM or DER; of several the key's own", nullptr, kRequired},
+         {"--key", &to->key, "the key's name", "NAME", kRequired},
+         {"--force", &to->force, "even when its public key is another one"}},
+        [to](Tool& tool) { return Install(tool, *to); }};
+    return {"certs",
+            "certificates of keys, in the store and in the vault",
+            {},
+            {},
+            {list, install, PublishCommand(), SyncCommand()}};
 }
 
 }  // namespace kelvaroctl

@@ -1,5 +1,4 @@
-#include "kelvaroctl/config_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/config_import.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/log_place.h"
@@ -275,52 +274,45 @@ static std::string SettingsFooter()
            "or read as one line from standard input.";
 }
 
-void AddConfigCommands(CLI::App& app, Tool& tool)
-{
-    CLI::App* const config = app.add_subcommand("config", "the provider's settings");
-    config->require_subcommand(1);
-    config->footer(SettingsFooter());
-    CLI::App* const show = config->add_subcommand("show", "show all settings; secrets are never shown");
-    show->callback([&tool] { tool.action = [&tool] { return ShowConfig(tool); }; });
-
-    struct Arguments {
-        std::string name;
-        std::optional<std::string> value;
-        std::string file;
-        bool anyway = false;
-        std::vector<std::string> accounts;
-    };
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App* const set = config->add_subcommand("set", "set one setting");
-    set->add_option("NAME", arguments->name, "the setting's name")->required();
-    set->add_option("VALUE", arguments->value, "its value; not for ClientSecret");
-    set->add_flag("--anyway", arguments->anyway, "set a secret even though ordinary users can read the settings");
-    set->callback([&tool, arguments] {
-        tool.action = [&tool, arguments] {
-            return SetSetting(tool, arguments->name, arguments->value, arguments->anyway);
-        };
-    });
-    CLI::App* const protect =
-        config->add_subcommand("protect", "let only administrators read the machine's settings, and whom you allow");
-    protect
-        ->add_option("--allow", arguments->accounts,
-                     "an account or group that may read them too; repeat it for more (Linux: one group)")
-        ->type_name("ACCOUNT")
-        ->allow_extra_args(false);
-    protect->callback(
-        [&tool, arguments] { tool.action = [&tool, arguments] { return ProtectConfig(tool, arguments->accounts); }; });
-    CLI::App* const unset = config->add_subcommand("unset", "take one setting away, so that its default counts");
-    unset->add_option("NAME", arguments->name, "the setting's name")->required();
-    unset->callback(
-        [&tool, arguments] { tool.action = [&tool, arguments] { return UnsetSetting(tool, arguments->name); }; });
-    CLI::App* const import =
-        config->add_subcommand("import", "take settings from an export of the registry editor, all or none");
-    import->add_option("FILE", arguments->file, "the exported text, UTF-8 or UTF-16")->required();
-    import->callback([&tool, arguments] {
-        tool.action = [&tool, arguments] { return ImportConfig(tool, arguments->file);
+namespace {
+struct ConfigArguments {
+    std::string name;
+    std::optional<std::string> value;
+    std::string file;
+    bool anyway = false;
+    std::vector<std::string> accounts;
 };
-}  // namespace kelvaroctl
-);
+}  // namespace
+
+Command ConfigCommand()
+{
+    const auto from = std::make_shared<ConfigArguments>();
+    const Argument name = {"NAME", &from->name, "the setting's name", nullptr, kRequired};
+    return {"config",
+            "the provider's settings",
+            {},
+            {},
+            {{"show", "show all settings; secrets are never shown", {}, ShowConfig},
+             {"set",
+              "set one setting",
+              {name,
+               {"VALUE", &from->value, "its value; not for ClientSecret"},
+               {"--anyway", &from->anyway, "set a secret even though ordinary users can read the settings"}},
+              [from](Tool& tool) { return SetSetting(tool, from->name, from->value, from->anyway); }},
+             {"protect",
+              "let only administrators read the machine's settings, and whom you allow",
+              {{"--allow", &from->accounts,
+                "an account or group that may read them too; repeat it for more (Linux: one group)", "ACCOUNT"}},
+              [from](Tool& tool) { return ProtectConfig(tool, from->accounts); }},
+             {"unset",
+              "take one setting away, so that its default counts",
+              {name},
+              [from](Tool& tool) { return UnsetSetting(tool, from->name); }},
+             {"import",
+              "take settings from an export of the registry editor, all or none",
+              {{"FILE", &from->file, "the exported text, UTF-8 or UTF-16", nullptr, kRequired}},
+              [from](Tool& tool) { return ImportConfig(tool, from->file); }}},
+            SettingsFooter()};
 }
 
 }  // namespace kelvaroctl

@@ -1,5 +1,4 @@
-#include "kelvaroctl/encrypt_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/public_key.h"
 
@@ -88,26 +87,26 @@ static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
     return Written(arguments, &output, key.Decrypt(input, modulus, padding.flag));
 }
 
-static void AddOptions(CLI::App& command, EncryptArguments& arguments)
+static std::vector<Argument> Arguments(EncryptArguments* to)
 {
-    command.add_option("--key", arguments.key, "the key's name")->required()->type_name("NAME");
-    command.add_option("--padding", arguments.padding, "pkcs1, or oaep with SHA-1")
-        ->required()
-        ->check(CLI::IsMember({"pkcs1", "oaep"}));
-    command.add_option("--in", arguments.input, "the file to read")->required()->type_name("FILE");
-    command.add_option("--out", arguments.output, "the file to write")->required()->type_name("FILE");
+    return {{"--key", &to->key, "the key's name", "NAME", kRequired},
+            {"--padding", &to->padding, "pkcs1, or oaep with SHA-1", nullptr, kRequired, {"pkcs1", "oaep"}},
+            {"--in", &to->input, "the file to read", "FILE", kRequired},
+            {"--out", &to->output, "the file to write", "FILE", kRequired}};
 }
 
-void AddEncryptCommands(CLI::App& app, Tool& tool)
+Command EncryptCommand()
 {
-    const auto arguments = std::make_shared<EncryptArguments>();
-    CLI::App* const encrypt = app.add_subcommand("encrypt", "encrypt a small file with an RSA key");
-    AddOptions(*encrypt, *arguments);
-    encrypt->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Encrypt(tool, *arguments); }; });
+    const auto to = std::make_shared<EncryptArguments>();
+    return {"encrypt", "encrypt a small file with an RSA key", Arguments(to.get()),
+            [to](Tool& tool) { return Encrypt(tool, *to); }};
+}
 
-    CLI::App* const decrypt = app.add_subcommand("decrypt", "decrypt a small file; the result is for the owner alone");
-    AddOptions(*decrypt, *arguments);
-    decrypt->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Decrypt(tool, *arguments); }; });
+Command DecryptCommand()
+{
+    const auto to = std::make_shared<EncryptArguments>();
+    return {"decrypt", "decrypt a small file; the result is for the owner alone", Arguments(to.get()),
+            [to](Tool& tool) { return Decrypt(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

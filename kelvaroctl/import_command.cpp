@@ -1,5 +1,4 @@
-#include "kelvaroctl/import_command.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_file.h"
 #include "kelvaroctl/public_key.h"
@@ -115,19 +114,18 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
     return answer;
 }
 
-void AddImportCommand(CLI::App& keys, Tool& tool)
+Command ImportCommand()
 {
-    const auto arguments = std::make_shared<ImportArguments>();
-    CLI::App* const command =
-        keys.add_subcommand("import", "import a private RSA key, of which the vault sees nothing");
-    command->footer(kWhatItDoes);
-    command->add_option("FILE", arguments->file, "PKCS#8 as PEM or in DER, or a private RSA blob of CNG")->required();
-    command->add_option("--name", arguments->name, "have the vault make a key of this name; else the file is checked");
-    command
-        ->add_option("--password-file", arguments->passwordFile,
-                     "the file whose first line is the password; else it is asked for, or read from standard input")
-        ->type_name("F");
-    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return ImportKey(tool, *arguments); }; });
+    const auto to = std::make_shared<ImportArguments>();
+    return {"import",
+            "import a private RSA key, of which the vault sees nothing",
+            {{"FILE", &to->file, "PKCS#8 as PEM or in DER, or a private RSA blob of CNG", nullptr, kRequired},
+             {"--name", &to->name, "have the vault make a key of this name; else the file is checked"},
+             {"--password-file", &to->passwordFile,
+              "the file whose first line is the password; else it is asked for, or read from standard input", "F"}},
+            [to](Tool& tool) { return ImportKey(tool, *to); },
+            {},
+            kWhatItDoes};
 }
 
 }  // namespace kelvaroctl

@@ -1,11 +1,7 @@
-#include "kelvaroctl/key_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
-#include "kelvaroctl/import_command.h"
-#include "kelvaroctl/key_lifecycle_commands.h"
 #include "kelvaroctl/key_properties.h"
 #include "kelvaroctl/public_key.h"
-#include "kelvaroctl/request_command.h"
 #include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {
@@ -157,43 +153,54 @@ static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
     return answer;
 }
 
-static void AddExportCommand(CLI::App& keys, Tool& tool)
+static Command ExportCommand()
 {
-    const auto arguments = std::make_shared<ExportArguments>();
-    CLI::App* const command = keys.add_subcommand("export", "export the public half of a key");
-    command->add_option("NAME", arguments->name, "the key's name")->required();
-    command->add_option("--format", arguments->format, "pem (SubjectPublicKeyInfo), cng (the CNG blob) or jwk")
-        ->required()
-        ->check(CLI::IsMember({"pem", "cng", "jwk"}));
-    command->add_option("--out", arguments->file, "the file to write; else standard output")->type_name("FILE");
-    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return ExportKey(tool, *arguments); }; });
+    const auto to = std::make_shared<ExportArguments>();
+    return {"export",
+            "export the public half of a key",
+            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
+             {"--format",
+              &to->format,
+              "pem (SubjectPublicKeyInfo), cng (the CNG blob) or jwk",
+              nullptr,
+              kRequired,
+              {"pem", "cng", "jwk"}},
+             {"--out", &to->file, "the file to write; else standard output", "FILE"}},
+            [to](Tool& tool) { return ExportKey(tool, *to); }};
 }
 
-void AddKeyCommands(CLI::App& app, Tool& tool)
+// A command whose one argument is a key's name.
+template <typename Run>
+static Command CommandOnKey(const char* command, const char* help, Run run)
 {
-    CLI::App* const keys = app.add_subcommand("keys", "the keys of the vault");
-    keys->require_subcommand(1);
-    keys->footer(
-        "Like any host's, the opening of a machine key may bring new certificates of the vault to this machine.");
-
-    const auto details = std::make_shared<bool>(false);
-    CLI::App* const list = keys->add_subcommand("list", "list the keys; one request to the vault for each");
-    list->footer("A key is opened in its current version; the provider tells its hosts no version.");
-    list->add_flag("--details", *details, "type, size and fingerprint too; one more request for each key");
-    list->callback([&tool, details] { tool.action = [&tool, details] { return ListKeys(tool, *details); }; });
-
     const auto name = std::make_shared<std::string>();
-    CLI::App* const show = keys->add_subcommand("show", "properties, public key and fingerprint of a key");
-    show->add_option("NAME", *name, "the key's name")->required();
-    show->callback([&tool, name] { tool.action = [&tool, name] { return ShowKey(tool, *name); }; });
-    AddExportCommand(*keys, tool);
-    AddRequestCommand(*keys, tool);
-    AddKeyLifecycleCommands(*keys, tool);
-    AddImportCommand(*keys, tool);
+    return {command, help, {{"NAME", name.get(), "the key's name", nullptr, kRequired}}, [name, run](Tool& tool) {
+                return run(tool, *name);
+            }};
+}
 
-    CLI::App* const properties = app.add_subcommand("properties", "the properties of a key");
-    properties->add_option("NAME", *name, "the key's name")->required();
-    properties->callback([&tool, name] { tool.action = [&tool, name] { return ShowProperties(tool, *name); }; });
+Command KeysCommand()
+{
+    const auto details = std::make_shared<bool>(false);
+    const Command list = {
+        "list",
+        "list the keys; one request to the vault for each",
+        {{"--details", details.get(), "type, size and fingerprint too; one more request for each key"}},
+        [details](Tool& tool) { return ListKeys(tool, *details); },
+        {},
+        "A key is opened in its current version; the provider tells its hosts no version."};
+    const Command show = CommandOnKey("show", "properties, public key and fingerprint of a key", ShowKey);
+    return {"keys",
+            "the keys of the vault",
+            {},
+            {},
+            {list, show, ExportCommand(), RequestCommand(), CreateCommand(), DeleteCommand(), ImportCommand()},
+            "Like any host's, the opening of a machine key may bring new certificates of the vault to this machine."};
+}
+
+Command PropertiesCommand()
+{
+    return CommandOnKey("properties", "the properties of a key", ShowProperties);
 }
 
 }  // namespace kelvaroctl

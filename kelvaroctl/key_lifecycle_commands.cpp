@@ -1,5 +1,4 @@
-#include "kelvaroctl/key_lifecycle_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/public_key.h"
 #include "kelvaroctl/terminal.h"
 
@@ -86,35 +85,26 @@ static Answer DeleteKey(const Tool& tool, const DeleteArguments& arguments)
     return answer;
 }
 
-static void AddCreateCommand(CLI::App& keys, Tool& tool)
+Command CreateCommand()
 {
-    const auto arguments = std::make_shared<CreateArguments>();
-    CLI::App* const command = keys.add_subcommand(
-        "create", "create a key in the vault, with a certificate or without as CertificatesOrKeys says");
-    command->add_option("NAME", arguments->name, "the key's name")->required();
-    command->add_option("--alg", arguments->algorithm, "RSA, or ECDSA or ECDH with a curve: ECDSA_P256")
-        ->required()
-        ->type_name("ALG")
-        ->transform(CLI::IsMember(kAlgorithms, CLI::ignore_case));
-    command->add_option("--length", arguments->length, "bits of an RSA key, 2048 to 4096; else 2048")->type_name("N");
-    command->add_flag("--overwrite", arguments->overwrite, "a new version when there is a key of that name");
-    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return CreateKey(tool, *arguments); }; });
+    const auto to = std::make_shared<CreateArguments>();
+    return {"create",
+            "create a key in the vault, with a certificate or without as CertificatesOrKeys says",
+            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
+             {"--alg", &to->algorithm, "RSA, or ECDSA or ECDH with a curve: ECDSA_P256", "ALG", kRequired, kAlgorithms},
+             {"--length", &to->length, "bits of an RSA key, 2048 to 4096; else 2048", "N"},
+             {"--overwrite", &to->overwrite, "a new version when there is a key of that name"}},
+            [to](Tool& tool) { return CreateKey(tool, *to); }};
 }
 
-static void AddDeleteCommand(CLI::App& keys, Tool& tool)
+Command DeleteCommand()
 {
-    const auto arguments = std::make_shared<DeleteArguments>();
-    CLI::App* const command =
-        keys.add_subcommand("delete", "delete a key in the vault, and purge it unless DoDeletePurge is 1; asks first");
-    command->add_option("NAME", arguments->name, "the key's name")->required();
-    command->add_flag("--yes", arguments->yes, "do not ask, for programs");
-    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return DeleteKey(tool, *arguments); }; });
-}
-
-void AddKeyLifecycleCommands(CLI::App& keys, Tool& tool)
-{
-    AddCreateCommand(keys, tool);
-    AddDeleteCommand(keys, tool);
+    const auto to = std::make_shared<DeleteArguments>();
+    return {
+        "delete",
+        "delete a key in the vault, and purge it unless DoDeletePurge is 1; asks first",
+        {{"NAME", &to->name, "the key's name", nullptr, kRequired}, {"--yes", &to->yes, "do not ask, for programs"}},
+        [to](Tool& tool) { return DeleteKey(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

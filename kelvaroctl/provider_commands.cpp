@@ -1,5 +1,4 @@
-#include "kelvaroctl/provider_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/log_place.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_report.h"
@@ -86,14 +85,18 @@ static Answer ListAlgorithms(const Tool& tool)
     return answer;
 }
 
-void AddProviderCommands(CLI::App& app, Tool& tool)
+Command ProviderCommand()
 {
-    CLI::App* const provider = app.add_subcommand("provider", "the provider itself");
-    provider->require_subcommand(1);
-    CLI::App* const show = provider->add_subcommand("show", "what it says of itself, and the settings in force");
-    show->callback([&tool] { tool.action = [&tool] { return ShowProvider(tool); }; });
-    CLI::App* const algorithms = app.add_subcommand("algorithms", "the algorithms on offer");
-    algorithms->callback([&tool] { tool.action = [&tool] { return ListAlgorithms(tool); }; });
+    return {"provider",
+            "the provider itself",
+            {},
+            {},
+            {{"show", "what it says of itself, and the settings in force", {}, ShowProvider}}};
+}
+
+Command AlgorithmsCommand()
+{
+    return {"algorithms", "the algorithms on offer", {}, ListAlgorithms};
 }
 
 }  // namespace kelvaroctl

@@ -1,7 +1,6 @@
-#include "kelvaroctl/publish_command.h"
-
 #include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
+#include "kelvaroctl/commands.h"
 
 namespace kelvaroctl {
 
@@ -82,14 +81,14 @@ Answer Publish(const Tool& tool, const PublishArguments& arguments)
 
 }  // namespace
 
-void AddPublishCommand(CLI::App& certs, Tool& tool)
+Command PublishCommand()
 {
-    const auto arguments = std::make_shared<PublishArguments>();
-    CLI::App* const publish =
-        certs.add_subcommand("publish", "bring a key's certificate from the store into the vault");
-    publish->add_option("NAME", arguments->name, "the key's name")->required();
-    publish->add_flag("--again", arguments->again, "compare with the vault, and send it if the vault holds another");
-    publish->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Publish(tool, *arguments); }; });
+    const auto to = std::make_shared<PublishArguments>();
+    return {"publish",
+            "bring a key's certificate from the store into the vault",
+            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
+             {"--again", &to->again, "compare with the vault, and send it if the vault holds another"}},
+            [to](Tool& tool) { return Publish(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

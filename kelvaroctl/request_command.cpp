@@ -1,6 +1,5 @@
-#include "kelvaroctl/request_command.h"
-
 #include "kelvaroctl/certificate_request.h"
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
@@ -57,23 +56,25 @@ static Answer Request(const Tool& tool, const RequestArguments& arguments)
     return answer;
 }
 
-void AddRequestCommand(CLI::App& keys, Tool& tool)
+Command RequestCommand()
 {
-    const auto arguments = std::make_shared<RequestArguments>();
-    CLI::App* const command =
-        keys.add_subcommand("request", "make a certificate request (PKCS#10) that the vault key signs");
-    command->add_option("NAME", arguments->name, "the key's name")->required();
-    command->add_option("--subject", arguments->subject, "the subject, like CN=web01, O=\"Acme, Inc.\", C=US");
-    command
-        ->add_option("--san", arguments->names,
-                     "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several with commas between "
-                     "them, or the option again")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->type_name("NAME");
-    command->add_option("--out", arguments->file, "the file to write; else standard output")->type_name("FILE");
-    command->add_flag("--der", arguments->der, "the file holds DER, not PEM");
-    command->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Request(tool, *arguments); }; });
+    const auto to = std::make_shared<RequestArguments>();
+    return {
+        "request",
+        "make a certificate request (PKCS#10) that the vault key signs",
+        {{"NAME", &to->name, "the key's name", nullptr, kRequired},
+         {"--subject", &to->subject, "the subject, like CN=web01, O=\"Acme, Inc.\", C=US"},
+         {"--san",
+          &to->names,
+          "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several with commas between them, or "
+          "the option again",
+          "NAME",
+          false,
+          {},
+          ','},
+         {"--out", &to->file, "the file to write; else standard output", "FILE"},
+         {"--der", &to->der, "the file holds DER, not PEM"}},
+        [to](Tool& tool) { return Request(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

@@ -1,5 +1,4 @@
-#include "kelvaroctl/sign_commands.h"
-
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/hash.h"
@@ -149,32 +148,30 @@ static Answer Verify(const Tool& tool, const SignArguments& arguments)
     return answer;
 }
 
-static void AddCommonOptions(CLI::App& command, SignArguments& arguments)
+static std::vector<Argument> Arguments(SignArguments* to, const Argument& last)
 {
-    command.add_option("--key", arguments.key, "the key's name")->required()->type_name("NAME");
-    command.add_option("--alg", arguments.algorithm, SignatureAlgorithmNames() + " (RSNULL: SHA-1 with PKCS#1)")
-        ->required()
-        ->type_name("ALG");
-    command.add_option("--in", arguments.input, "the signed data")->required()->type_name("FILE");
-    command.add_flag("--digest-hex", arguments.digestHex, "FILE holds the data's digest, in hexadecimal");
-    command.add_flag("--der", arguments.der, "curve signatures as openssl has them, not as r and s side by side");
+    return {{"--key", &to->key, "the key's name", "NAME", kRequired},
+            {"--alg", &to->algorithm, SignatureAlgorithmNames() + " (RSNULL: SHA-1 with PKCS#1)", "ALG", kRequired},
+            {"--in", &to->input, "the signed data", "FILE", kRequired},
+            {"--digest-hex", &to->digestHex, "FILE holds the data's digest, in hexadecimal"},
+            {"--der", &to->der, "curve signatures as openssl has them, not as r and s side by side"},
+            last};
 }
 
-void AddSignCommands(CLI::App& app, Tool& tool)
+Command SignCommand()
 {
-    const auto arguments = std::make_shared<SignArguments>();
-    CLI::App* const sign = app.add_subcommand("sign", "sign a file");
-    AddCommonOptions(*sign, *arguments);
-    sign->add_option("--out", arguments->output, "where the signature goes; else Base64 on standard output")
-        ->type_name("FILE");
-    sign->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Sign(tool, *arguments); }; });
+    const auto to = std::make_shared<SignArguments>();
+    const Argument output = {"--out", &to->output, "where the signature goes; else Base64 on standard output", "FILE"};
+    return {"sign", "sign a file", Arguments(to.get(), output), [to](Tool& tool) { return Sign(tool, *to); }};
+}
 
-    CLI::App* const verify = app.add_subcommand("verify", "verify a file's signature; exit code 1 for a bad one");
-    AddCommonOptions(*verify, *arguments);
-    verify->add_option("--signature", arguments->signature, "the signature, as it is, in DER or in Base64")
-        ->required()
-        ->type_name("FILE");
-    verify->callback([&tool, arguments] { tool.action = [&tool, arguments] { return Verify(tool, *arguments); }; });
+Command VerifyCommand()
+{
+    const auto to = std::make_shared<SignArguments>();
+    const Argument signature = {"--signature", &to->signature, "the signature, as it is, in DER or in Base64", "FILE",
+                                kRequired};
+    return {"verify", "verify a file's signature; exit code 1 for a bad one", Arguments(to.get(), signature),
+            [to](Tool& tool) { return Verify(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

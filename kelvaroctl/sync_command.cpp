@@ -1,6 +1,5 @@
-#include "kelvaroctl/sync_command.h"
-
 #include <algorithm>
+#include "kelvaroctl/commands.h"
 
 #include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
@@ -129,11 +128,9 @@ Answer Sync(const Tool& tool)
 
 }  // namespace
 
-void AddSyncCommand(CLI::App& certs, Tool& tool)
+Command SyncCommand()
 {
-    CLI::App* const sync =
-        certs.add_subcommand("sync", "bring the vault's new certificates into the machine's store, now");
-    sync->callback([&tool] { tool.action = [&tool] { return Sync(tool); }; });
+    return {"sync", "bring the vault's new certificates into the machine's store, now", {}, Sync};
 }
 
 }  // namespace kelvaroctl

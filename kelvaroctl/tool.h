@@ -1,7 +1,6 @@
 // What all commands share: the global options, how they answer, how they come by the provider.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -28,8 +27,6 @@ class Tool {
     std::string modulePath;
     std::string via = "module";  // or "ncrypt": through the platform's router
     bool user = false;
-    // Set by the command that the command line names.
-    std::function<Answer()> action;
 
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }
 

@@ -1,0 +1,41 @@
+// A command as data: its name, its arguments and what it does. Only command_line.cpp knows the library that parses
+// them.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "kelvaroctl/tool.h"
+
+namespace kelvaroctl {
+
+// Receives the value of an argument. bool: a flag, which takes no value. A list: the option can be repeated.
+using ArgumentTarget =
+    std::variant<bool*, DWORD*, std::string*, std::optional<std::string>*, std::vector<std::string>*>;
+
+constexpr bool kRequired = true;
+
+struct Argument {
+    const char* name;  // "NAME" for a positional argument, "--name" for an option
+    ArgumentTarget target;
+    std::string help;
+    const char* typeName = nullptr;  // of an option's value, in the help
+    bool required = false;
+    std::vector<std::string> choices = {};  // in any letter case, stored as spelled here; empty: any value
+    char delimiter = 0;                     // also separates the values of a list
+};
+
+struct Command {
+    const char* name;
+    std::string help;
+    std::vector<Argument> arguments = {};
+    std::function<Answer(Tool&)> action = {};  // empty for a group of commands; owns what the arguments point to
+    std::vector<Command> commands = {};
+    std::string footer = {};  // below the help
+};
+
+}  // namespace kelvaroctl
