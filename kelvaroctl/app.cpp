@@ -13,7 +13,7 @@ static Json LogObject(const LogPlace& log)
     return {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}};
 }
 
-// Where to read on; nothing when not even the settings can be read.
+// The log, if the module failed and the settings can be read.
 static std::optional<LogPlace> LogOf(const Failure& failure)
 {
     return failure.status ? FindLogIfReadable() : std::nullopt;

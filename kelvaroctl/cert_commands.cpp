@@ -7,7 +7,7 @@ namespace kelvaroctl {
 
 namespace {
 
-// What the vault has under the name that a certificate is bound to.
+// The vault's key that a certificate is bound to.
 struct VaultKey {
     const char* word;  // for programs
     const char* text;
@@ -61,7 +61,7 @@ struct InstallArguments {
     bool force = false;
 };
 
-// The certificate of the key, or the first one where none is.
+// The key's certificate, or the first one if none is.
 const Bytes& Choose(const std::vector<Bytes>& certificates, const PublicKey& key, bool* isKeys)
 {
     for (const Bytes& certificate : certificates) {
@@ -81,7 +81,7 @@ Answer Install(Tool& tool, const InstallArguments& arguments)
     const Bytes& certificate = Choose(certificates, ParsePublicBlob(key.PublicBlob()), &isKeys);
     if (!isKeys && !arguments.force) {
         throw UsageFailure("the public key of the certificate in " + arguments.file + " is not that of '" +
-                           arguments.key + "'; --force installs it all the same");
+                           arguments.key + "'; --force installs it anyway");
     }
     const SettingsHive hive = tool.hive();
     const StoredCertificate installed = InstallCertificate(hive.isMachine(), certificate, arguments.key);
@@ -95,7 +95,7 @@ Answer Install(Tool& tool, const InstallArguments& arguments)
         tool.Warn("the certificate's public key is not that of '" + arguments.key + "'");
     if (installed.IsExpired())
         tool.Warn("the certificate expired on " + installed.notAfter +
-                  ": published, it would keep its key in the vault from signing");
+                  ": once published, the vault will refuse to sign with its key");
     answer.text = "installed in the " + hive.scope() + " store and bound to '" + Printable(arguments.key) +
                   (isKeys ? "', whose public key it has\n" : "', whose public key it does not have\n") +
                   Columns({CertificateRow(installed, record)}, 2);
@@ -111,15 +111,15 @@ Command CertsCommand()
         "list",
         "the certificates of the machine's (or with --user the user's) store",
         {{"--check", check.get(),
-          "compare each with its key in the vault, one request a certificate; exit code 1 if one has another"}},
+          "compare each with its key in the vault, one request per certificate; exit code 1 if one doesn't match"}},
         [check](Tool& tool) { return ListCertificates(tool, *check); }};
     const auto to = std::make_shared<InstallArguments>();
     const Command install = {
         "install",
-        "put a key's certificate into the store, bound to the key",
-        {{"FILE", &to->file, "the certificate, PEM or DER; of several the key's own", nullptr, kRequired},
+        "install a key's certificate in the store, bound to the key",
+        {{"FILE", &to->file, "the certificate, PEM or DER; the key's own is chosen among several", nullptr, kRequired},
          {"--key", &to->key, "the key's name", "NAME", kRequired},
-         {"--force", &to->force, "even when its public key is another one"}},
+         {"--force", &to->force, "even if it has another public key"}},
         [to](Tool& tool) { return Install(tool, *to); }};
     return {"certs",
             "certificates of keys, in the store and in the vault",

@@ -13,14 +13,6 @@ constexpr size_t kLargestCertificateFile = 1024 * 1024;
 static const char kBegin[] = "-----BEGIN CERTIFICATE-----";
 static const char kEnd[] = "-----END CERTIFICATE-----";
 
-static Bytes FromBase64(const std::string& text, const std::string& fileName)
-{
-    Bytes bytes;
-    if (!ParseBase64(text, &bytes))
-        throw UsageFailure(fileName + " holds a certificate block that is not Base64");
-    return bytes;
-}
-
 std::vector<Bytes> ReadCertificateFile(const std::string& name)
 {
     const Bytes content = ReadWholeFile(name, kLargestCertificateFile);
@@ -31,7 +23,8 @@ std::vector<Bytes> ReadCertificateFile(const std::string& name)
         const size_t end = text.find(kEnd, at);
         if (end == std::string::npos)
             throw UsageFailure(name + " holds a certificate block without an end");
-        found.push_back(FromBase64(text.substr(at, end - at), name));
+        if (!ParseBase64(std::string_view(text).substr(at, end - at), &found.emplace_back()))
+            throw UsageFailure(name + " holds a certificate block that is not Base64");
     }
     if (found.empty() && !content.empty() && content[0] == kDerSequence)
         found.push_back(content);
@@ -50,7 +43,7 @@ bool IsCertificateOf(const Bytes& der, const PublicKey& key)
     if (!context)
         throw UsageFailure("the file holds no certificate that the platform can read");
     const CRYPT_BIT_BLOB& bits = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;
-    // The bits are the end of the whole structure, behind the count of unused ones.
+    // The structure ends with the bits, preceded by the count of unused ones.
     const Bytes whole = SubjectPublicKeyInfo(key);
     if (bits.cUnusedBits || bits.cbData + 1 > whole.size() || whole[whole.size() - bits.cbData - 1])
         return false;

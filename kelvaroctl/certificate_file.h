@@ -1,4 +1,4 @@
-// Certificates in files, as authorities hand them out.
+// Certificate files, as authorities issue them.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace kelvaroctl {
 
-// The certificates of a file in DER form: one in DER, or all that a PEM text holds, in its order. Throws a usage
-// failure when there is none.
+// The certificates of a file, in DER: one from a DER file, or all from a PEM file in its order. Throws a usage failure
+// if there is none.
 std::vector<Bytes> ReadCertificateFile(const std::string& name);
 
-// Whether the certificate's public key is this one. Throws a usage failure when `der` is no certificate.
+// Whether the certificate has this public key. Throws a usage failure if `der` is not a certificate.
 bool IsCertificateOf(const Bytes& der, const PublicKey& key);
 
 }  // namespace kelvaroctl

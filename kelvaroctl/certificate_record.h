@@ -1,5 +1,5 @@
-// The module's note of the certificates that it takes to be in step with the vault: a list of SHA-1 hashes in the
-// settings, to which it adds and from which it never takes away.
+// The module's record of the certificates that it considers in step with the vault: SHA-1 hashes in the settings. The
+// module adds to it and never removes any.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@
 
 namespace kelvaroctl {
 
-// The text as it stands; a hash counts as known wherever its 40 digits are in it.
+// The record as text. A hash is known if its 40 digits occur anywhere in it.
 std::string ReadRecord(const SettingsHive& hive);
 bool Knows(const std::string& record, const std::string& hash);
-// In the order in which they were noted.
+// In the order in which they were recorded.
 std::vector<std::string> HashesOf(const std::string& record);
 
-// Makes the module look at these certificates again.
+// Makes the module check these certificates again.
 void ForgetHashes(const SettingsHive& hive, const std::vector<std::string>& hashes);
 // Adds those that are missing.
 void RememberHashes(const SettingsHive& hive, const std::vector<std::string>& hashes);

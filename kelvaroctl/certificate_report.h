@@ -1,4 +1,4 @@
-// How a certificate of the store is shown.
+// Formats a certificate of the store.
 #pragma once
 
 #include <string>

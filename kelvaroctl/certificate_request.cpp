@@ -36,10 +36,10 @@ const RequestSignature& SignatureOf(const PublicKey& key)
         if (key.isRsa ? !row.curve : row.curve && std::string(row.curve) == key.curve->jwkName)
             return row;
     }
-    throw InternalFailure("there is no signature for this kind of key");
+    throw InternalFailure("no signature algorithm for this kind of key");
 }
 
-// The names as an extension request; critical when they are all that names the subject.
+// The names as an extension request; critical if the subject is empty.
 Bytes Attributes(const RequestContent& content)
 {
     if (content.names.empty())
@@ -62,13 +62,13 @@ Bytes Attributes(const RequestContent& content)
 Bytes EncodeName(const std::string& text)
 {
     const WideText wide = ToWide(text);
-    // Text beyond the printable characters goes out as UTF-8, as today's authorities want it.
+    // Characters outside PrintableString are encoded as UTF-8, as authorities expect today.
     constexpr DWORD kForm = CERT_X500_NAME_STR | CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG;
     const WCHAR* wrong = nullptr;
     DWORD size = 0;
     if (!CertStrToNameW(X509_ASN_ENCODING, wide.c_str(), kForm, nullptr, nullptr, &size, &wrong)) {
         const std::string where = wrong && *wrong ? " at '" + ToNarrow(wrong) + "'" : "";
-        throw UsageFailure("'" + text + "' is no name of a subject" + where +
+        throw UsageFailure("not a valid subject: '" + text + "'" + where +
                            "; write it like CN=web01, O=\"Acme, Inc.\", C=US");
     }
     Bytes name(size);

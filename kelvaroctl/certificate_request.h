@@ -10,18 +10,17 @@
 
 namespace kelvaroctl {
 
-// What goes into a request.
 struct RequestContent {
-    Bytes subject;  // a name in DER form, an empty sequence for none
+    Bytes subject;  // a name in DER; an empty sequence for none
     std::vector<SubjectAltName> names;
 };
 
-// A name in X.500 string form, CN=web01, O="Acme, Inc.", in DER form. Throws a usage failure that says where it went
-// wrong. An empty text is an empty name.
+// Encodes a name like CN=web01, O="Acme, Inc." in DER. Throws a usage failure that quotes the faulty part. An empty
+// text gives an empty name.
 Bytes EncodeName(const std::string& text);
 
-// The whole request in DER form. RSA keys sign with PKCS#1 and SHA-256, curve keys with the hash of their curve's size.
-// sign: gives the vault's signature over a digest, made with the hash of that name.
+// The request in DER. RSA keys sign with PKCS#1 and SHA-256, curve keys with the hash of their curve's size.
+// sign: has the vault sign a digest of the named hash.
 using DigestSigner = std::function<Bytes(const WCHAR* hash, const Bytes& digest)>;
 Bytes MakeRequest(const RequestContent& content, const PublicKey& key, const DigestSigner& sign);
 

@@ -10,22 +10,23 @@ static const char kExitCodes[] =
     "Exit codes:\n"
     "  0  done\n"
     "  1  the answer is no: a bad signature, a deletion not confirmed\n"
-    "  2  the command line, or a file that it names, is wrong\n"
-    "  3  the settings, their store or the module cannot be used\n"
+    "  2  the command line, or a file that it names, is not valid\n"
+    "  3  the settings, the registry or the module cannot be used\n"
     "  4  sign-in was refused\n"
-    "  5  there is no such key or certificate\n"
+    "  5  the key or certificate was not found\n"
     "  6  the vault or the network refused\n"
-    "  7  something inside failed\n"
-    "With --json the answer, and an error too ({\"error\":{...}}), is one object on standard output.";
+    "  7  internal error\n"
+    "With --json, the answer or the error ({\"error\":{...}}) is one object on standard output.";
 
 static void AddSharedOptions(CLI::App& app, Tool* tool)
 {
-    app.add_flag("--json", tool->json, "answer with a JSON object, for programs");
-    app.add_option("--module", tool->modulePath,
-                   "the provider's module, named before the command; else the one beside this program or installed")
+    app.add_flag("--json", tool->json, "print a JSON object, for programs");
+    app.add_option(
+           "--module", tool->modulePath,
+           "the provider's module, before the command; default: the one beside this program, or the installed one")
         ->type_name("PATH");
     app.add_option("--via", tool->via,
-                   "module: load the provider's module (default); ncrypt: go through the key storage router of Windows")
+                   "module: load the provider's module (default); ncrypt: use the key storage router of Windows")
         ->check(CLI::IsMember({"module", "ncrypt"}))
         ->type_name("WAY");
     CLI::Option* const machine = app.add_flag("--machine", "machine keys and the machine's settings (default)");
@@ -93,7 +94,7 @@ static void Parse(CLI::App& app, const std::vector<std::string>& arguments)
         throw CLI::ArgumentMismatch("--module goes before the command");
 }
 
-// "kelvaroctl keys list": as much of a command as was understood.
+// The part of the command that was recognised: "kelvaroctl keys list".
 static std::string CommandOf(const CLI::App& app)
 {
     const std::vector<CLI::App*> parsed = app.get_subcommands();
@@ -120,8 +121,7 @@ std::function<Answer(Tool&)> ParseCommandLine(const std::vector<std::string>& ar
     } catch (const CLI::ParseError& error) {
         tool->json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         const std::vector<std::string> unknown = app.remaining(true);
-        const std::string problem =
-            unknown.empty() ? error.what() : "there is no command or option '" + unknown[0] + "'";
+        const std::string problem = unknown.empty() ? error.what() : "unknown command or option: '" + unknown[0] + "'";
         throw UsageFailure(problem + "; see " + CommandOf(app) + " --help");
     }
     return chosen;

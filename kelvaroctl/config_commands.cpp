@@ -24,7 +24,7 @@ static std::string Joined(const std::vector<std::string>& names)
     return text.empty() ? "nobody yet" : text;
 }
 
-// Who may read the machine's settings. Left out where even that may not be read.
+// Who can read the machine's settings; best effort.
 static void ReportAccess(Answer* answer)
 {
     try {
@@ -46,7 +46,7 @@ static Answer ShowConfig(const Tool& tool)
     answer.object["settings"] = report.settings;
     answer.object["state"] = report.state;
     answer.text = hive.scope() + " settings, " + SettingsPlace(hive.handle()) +
-                  (hive.Exists() ? "\n" : " (there are none yet)\n") + Columns(report.settingRows, 2);
+                  (hive.Exists() ? "\n" : " (none yet)\n") + Columns(report.settingRows, 2);
     answer.text += "kept by the provider\n" + Columns(report.stateRows, 2);
     if (hive.isMachine())
         ReportAccess(&answer);
@@ -56,7 +56,7 @@ static Answer ShowConfig(const Tool& tool)
 static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts)
 {
     if (tool.user)
-        throw UsageFailure("the user's settings are the user's own already; 'config protect' is for the machine's");
+        throw UsageFailure("only the user can read the user's settings; 'config protect' is for the machine's");
     ProtectSettings(accounts);
     const SettingsAccess access = ReadSettingsAccess();
     if (access.open)
@@ -69,19 +69,19 @@ static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts
     return answer;
 }
 
-// A secret of the machine can be opened by whoever can read it here.
+// Whoever can read the machine's secret here can decrypt it.
 static void CheckAccess(Tool& tool, bool anyway)
 {
     if (tool.user || !ReadSettingsAccess().open)
         return;
     const std::string problem = "ordinary users can read the settings in " + SettingsPlace(HKEY_LOCAL_MACHINE) +
-                                ", and so recover the secret: 'kelvaroctl config protect' closes them";
+                                ", and so recover the secret: run 'kelvaroctl config protect' first";
     if (!anyway)
-        throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret all the same");
+        throw Failure(ExitCode::Configuration, "open", problem + "; or set the secret with --anyway");
     tool.Warn(problem);
 }
 
-// The setting of that name, when it may be set or taken away in that hive.
+// The setting of that name, if it can be set or removed in that hive.
 static const Setting& SettingFor(const std::string& name, const SettingsHive& hive)
 {
     const Setting* const setting = FindSetting(name);
@@ -91,12 +91,12 @@ static const Setting& SettingFor(const std::string& name, const SettingsHive& hi
             if (!IsState(*row))
                 known += std::string(known.empty() ? "" : ", ") + row->name;
         }
-        throw UsageFailure("there is no setting '" + name + "'; there are " + known);
+        throw UsageFailure("unknown setting: '" + name + "'; choose one of " + known);
     }
     if (IsState(*setting))
-        throw UsageFailure(std::string(setting->name) + " is the provider's own note and is not set by hand");
+        throw UsageFailure(std::string(setting->name) + " is the provider's own state and cannot be set by hand");
     if (setting->machineOnly && !hive.isMachine())
-        throw UsageFailure(std::string(setting->name) + " is read from the machine's settings alone");
+        throw UsageFailure(std::string(setting->name) + " is only read from the machine's settings");
     return *setting;
 }
 
@@ -106,13 +106,13 @@ static void RefuseProblem(const Setting& setting, const std::string& problem)
         throw UsageFailure(std::string(setting.name) + ": " + problem);
 }
 
-// The provider puts a clear secret under protection when it is opened, so it is opened here.
+// The provider encrypts a clear secret when it is opened, so it is opened here.
 static std::string ProtectSecret(Tool& tool, const SettingsHive& hive)
 {
     try {
         tool.OpenProvider();
     } catch (const Failure& failure) {
-        tool.Warn(std::string("the secret stays in clear until the provider is first opened: ") + failure.what());
+        tool.Warn(std::string("the secret stays in clear text until the provider is first opened: ") + failure.what());
     }
     return SecretState(hive);
 }
@@ -138,7 +138,7 @@ static std::string WhenItCounts(const Setting& setting)
         case ReadWhen::ModuleLoad:
             return "it takes effect when a program next starts";
         case ReadWhen::LogLine:
-            return "it takes effect with the next line of the log";
+            return "it takes effect with the next line logged";
         default:
             return "it takes effect when a program next opens the provider";
     }
@@ -165,13 +165,13 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
     if (setting.kind == SettingKind::Secret) {
         if (value) {
             throw UsageFailure(
-                "ClientSecret is never an argument, which other users and the shell's history would "
-                "see: leave it out to be asked for it, or write it to standard input");
+                "ClientSecret cannot be an argument, which other users and the shell's history would "
+                "see: leave it out and type it when asked, or pipe it to standard input");
         }
         return SetSecret(tool, hive, setting, anyway);
     }
     if (!value)
-        throw UsageFailure(std::string("give a value for ") + setting.name);
+        throw UsageFailure(std::string("missing value for ") + setting.name);
     Answer answer;
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;
@@ -180,7 +180,7 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
         answer.object["value"] = *value;
         if (setting.name == std::string_view("LogfilePath") && !FindLog().folderExists)
             tool.Warn(
-                "the folder does not exist, and the provider does not make it: nothing is logged until it is there");
+                "the folder does not exist, and the provider does not create it: nothing is logged until it exists");
     } else {
         const std::optional<DWORD> number = ParseNumber(*value);
         RefuseProblem(setting, number ? NumberProblem(setting, *number) : NumberProblem(setting, 0xFFFFFFFF));
@@ -196,7 +196,7 @@ static Answer UnsetSetting(const Tool& tool, const std::string& name)
     const SettingsHive hive = tool.hive();
     const Setting& setting = SettingFor(name, hive);
     bool removed = hive.Remove(setting.name);
-    // Both forms of the secret go together.
+    // The secret has two forms.
     if (setting.kind == SettingKind::Secret && hive.Remove("ClientDPAPISecret"))
         removed = true;
     Answer answer;
@@ -208,7 +208,7 @@ static Answer UnsetSetting(const Tool& tool, const std::string& name)
     return answer;
 }
 
-// A protected secret is bound to where it was made.
+// A protected secret can only be decrypted where it was encrypted.
 static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
 {
     for (const SettingChange& change : changes) {
@@ -216,14 +216,15 @@ static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
             continue;
         if (change.setting->kind == SettingKind::ProtectedSecret) {
             tool.Warn(
-                "ClientDPAPISecret can only be read on the machine, or by the user, where it was protected; if "
-                "sign-in is refused, 'kelvaroctl config set ClientSecret'");
+                "ClientDPAPISecret can only be decrypted on the machine, or by the user, that encrypted it; if "
+                "sign-in is refused, run 'kelvaroctl config set ClientSecret'");
         }
         if (change.setting->kind != SettingKind::Secret)
             continue;
-        tool.Warn("the imported file holds a secret in clear: remove it or keep it safe");
+        tool.Warn("the imported file contains a secret in clear text: delete it or keep it safe");
         if (change.hive == HKEY_LOCAL_MACHINE && ReadSettingsAccess().open)
-            tool.Warn("ordinary users can read the settings, and so recover the secret: 'kelvaroctl config protect'");
+            tool.Warn(
+                "ordinary users can read the settings, and so recover the secret: run 'kelvaroctl config protect'");
     }
 }
 
@@ -242,7 +243,7 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName)
     std::vector<SettingChange> changes;
     try {
         const Bytes content = ReadWholeFile(fileName, kLargestImport);
-        changes = JudgeImport({reinterpret_cast<const char*>(content.data()), content.size()});
+        changes = CheckImport({reinterpret_cast<const char*>(content.data()), content.size()});
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
     }
@@ -269,8 +270,7 @@ static std::string SettingsFooter()
         if (!IsState(*setting))
             rows.push_back({setting->name, setting->summary});
     }
-    return "Settings:\n" + Columns(rows, 2) +
-           "A value is never given for ClientSecret: it is asked for without echo, " +
+    return "Settings:\n" + Columns(rows, 2) + "ClientSecret takes no value: it is asked for without echo, " +
            "or read as one line from standard input.";
 }
 
@@ -300,16 +300,16 @@ Command ConfigCommand()
                {"--anyway", &from->anyway, "set a secret even though ordinary users can read the settings"}},
               [from](Tool& tool) { return SetSetting(tool, from->name, from->value, from->anyway); }},
              {"protect",
-              "let only administrators read the machine's settings, and whom you allow",
+              "let only administrators, and accounts that you allow, read the machine's settings",
               {{"--allow", &from->accounts,
-                "an account or group that may read them too; repeat it for more (Linux: one group)", "ACCOUNT"}},
+                "an account or group that can read them too; can be repeated (Linux: one group)", "ACCOUNT"}},
               [from](Tool& tool) { return ProtectConfig(tool, from->accounts); }},
              {"unset",
-              "take one setting away, so that its default counts",
+              "remove one setting, so that its default applies",
               {name},
               [from](Tool& tool) { return UnsetSetting(tool, from->name); }},
              {"import",
-              "take settings from an export of the registry editor, all or none",
+              "import settings from an export of the registry editor, all or none",
               {{"FILE", &from->file, "the exported text, UTF-8 or UTF-16", nullptr, kRequired}},
               [from](Tool& tool) { return ImportConfig(tool, from->file); }}},
             SettingsFooter()};

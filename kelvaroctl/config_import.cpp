@@ -16,7 +16,7 @@ struct HiveName {
     HKEY hive;
 };
 
-// The hive whose settings key the path is; NULL when it is another key.
+// The hive, if the path is its settings key; else NULL.
 HKEY HiveOfKey(const WideText& path)
 {
     const HiveName names[] = {
@@ -50,10 +50,11 @@ void CheckType(const RegistryValue& entry, const Setting& setting)
     }
     const bool whole = IsText(setting) ? entry.data.size() % sizeof(WCHAR) == 0 : entry.data.size() == sizeof(DWORD);
     if (!whole)
-        throw LineFailure(entry.line, std::string("the bytes of ") + setting.name + " end in the middle");
+        throw LineFailure(entry.line,
+                          std::string("the bytes of ") + setting.name + " end in the middle of a character or number");
 }
 
-// An empty text is what an export has for a setting that was emptied, as the clear secret is.
+// Empty texts are valid here: the module empties the clear secret, and an export has it so.
 std::string ValueProblem(const Setting& setting, const RawValue& value)
 {
     if (!IsText(setting))
@@ -68,16 +69,16 @@ const Setting& SettingOf(const RegistryValue& entry)
         throw LineFailure(entry.line, "the key's default value is not a setting");
     const Setting* const setting = FindSetting(ToNarrow(entry.name));
     if (!setting)
-        throw LineFailure(entry.line, "there is no setting \"" + ToNarrow(entry.name) + "\"");
+        throw LineFailure(entry.line, "unknown setting \"" + ToNarrow(entry.name) + "\"");
     return *setting;
 }
 
-SettingChange JudgeEntry(HKEY hive, const RegistryValue& entry)
+SettingChange CheckEntry(HKEY hive, const RegistryValue& entry)
 {
     const Setting& setting = SettingOf(entry);
     SettingChange change{hive, &setting, entry.removed, {entry.type, Bytes(entry.data.begin(), entry.data.end())}};
     if (setting.machineOnly && hive != HKEY_LOCAL_MACHINE)
-        throw LineFailure(entry.line, std::string(setting.name) + " is read from HKEY_LOCAL_MACHINE alone");
+        throw LineFailure(entry.line, std::string(setting.name) + " is only read from HKEY_LOCAL_MACHINE");
     if (entry.removed)
         return change;
     CheckType(entry, setting);
@@ -98,7 +99,7 @@ void Put(const SettingsHive& hive, const Setting& setting, const std::optional<R
 }
 }  // namespace
 
-std::vector<SettingChange> JudgeImport(std::string_view content)
+std::vector<SettingChange> CheckImport(std::string_view content)
 {
     RegistryText text;
     RegistryTextProblem problem;
@@ -108,7 +109,7 @@ std::vector<SettingChange> JudgeImport(std::string_view content)
     for (const RegistryTextKey& key : text.keys) {
         CheckKey(key);
         for (const RegistryValue& entry : key.values) {
-            const SettingChange change = JudgeEntry(HiveOfKey(key.path), entry);
+            const SettingChange change = CheckEntry(HiveOfKey(key.path), entry);
             for (const SettingChange& earlier : changes) {
                 if (earlier.hive == change.hive && earlier.setting == change.setting)
                     throw LineFailure(entry.line, std::string(change.setting->name) + " is given twice");

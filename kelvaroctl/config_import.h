@@ -1,4 +1,4 @@
-// Settings from an export of the registry editor: all of them, or none.
+// Imports settings from an export of the registry editor: all of them or none.
 #pragma once
 
 #include <string_view>
@@ -17,10 +17,10 @@ struct SettingChange {
     RawValue value;
 };
 
-// content: a whole file. Throws a usage failure that names the first line that is wrong.
-std::vector<SettingChange> JudgeImport(std::string_view content);
+// content: the whole file. Throws a usage failure that names the first bad line.
+std::vector<SettingChange> CheckImport(std::string_view content);
 
-// Makes all changes. When one fails those already made are taken back, and the failure is thrown on.
+// Makes all changes. If one fails, undoes the others and rethrows the failure.
 void ApplyChanges(const std::vector<SettingChange>& changes);
 
 }  // namespace kelvaroctl

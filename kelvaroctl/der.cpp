@@ -83,7 +83,7 @@ Bytes DerFromRawSignature(const Bytes& raw)
 }
 
 namespace {
-// Takes elements off the front of a structure. Lengths must be in their shortest form.
+// Reads a structure element by element. Lengths must be in their shortest form.
 class Reader {
   public:
     Reader(const BYTE* data, size_t size) : data_(data), size_(size) {}
@@ -115,7 +115,7 @@ class Reader {
     bool AtEnd() const { return size_ == 0; }
 
   private:
-    // Signatures of the largest curve need one length octet behind the first.
+    // A signature of the largest curve needs one length octet after the first.
     bool Length(size_t* length, size_t* head) const
     {
         *length = data_[1];

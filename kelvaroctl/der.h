@@ -1,4 +1,5 @@
-// The few DER structures that the tool writes, and the one that it reads.
+// The few DER structures that the tool writes, and the one that it reads. By hand, since the tool uses no crypto
+// library and runs on Windows too.
 #pragma once
 
 #include <initializer_list>
@@ -9,22 +10,21 @@ namespace kelvaroctl {
 
 constexpr BYTE kDerSequence = 0x30;
 
-// Any element: its tag octet, the length, the content.
+// An element: tag, length, content.
 Bytes DerElement(BYTE tag, const Bytes& content);
 Bytes DerSequence(std::initializer_list<Bytes> members);
-// A non-negative number, big-endian, leading zeros or none.
+// number: non-negative, big-endian, with or without leading zeros.
 Bytes DerInteger(const Bytes& number);
 Bytes DerBitString(const Bytes& content);
 Bytes DerObjectId(const Bytes& encodedArcs);
 Bytes DerNull();
 
-// `number` without leading zeros, padded with zeros in front to `width` bytes. False when it does not fit.
+// Pads `number` with leading zeros, or strips them, to `width` bytes. False if it does not fit.
 bool ToWidth(const Bytes& number, size_t width, Bytes* result);
 
-// An ECDSA signature: r and s side by side, each half of the bytes, and the sequence of two integers that stands for
-// it.
+// Converts an ECDSA signature from r and s side by side, of equal width, to a sequence of two integers.
 Bytes DerFromRawSignature(const Bytes& raw);
-// False when `der` is no such structure, to the last byte, or a number needs more than `width` bytes.
+// The reverse. False if `der` is anything else, has trailing bytes, or a number needs more than `width` bytes.
 bool RawFromDerSignature(const Bytes& der, size_t width, Bytes* raw);
 
 }  // namespace kelvaroctl

@@ -13,7 +13,7 @@ struct PaddingRow {
     size_t overhead;  // bytes of the modulus that the padding takes
 };
 
-// The provider's OAEP is the one with SHA-1.
+// The provider supports OAEP with SHA-1 only.
 constexpr PaddingRow kPaddings[] = {
     {"pkcs1", NCRYPT_PAD_PKCS1_FLAG, 11},
     {"oaep", NCRYPT_PAD_OAEP_FLAG, 42},
@@ -33,16 +33,15 @@ static const PaddingRow& PaddingOf(const std::string& name)
         if (name == row.name)
             return row;
     }
-    throw UsageFailure("there is no padding '" + name + "'");
+    throw UsageFailure("unknown padding: '" + name + "'");
 }
 
-// Bytes of the key's modulus; refuses keys that do not encrypt.
+// Bytes of the modulus. Throws a usage failure if the key is not RSA.
 static size_t ModulusSize(const Key& key)
 {
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
     if (!publicKey.isRsa)
-        throw UsageFailure("'" + key.name() + "' is " + Describe(publicKey) +
-                           ", and only RSA keys encrypt and decrypt");
+        throw UsageFailure("'" + key.name() + "' is " + Describe(publicKey) + "; only RSA keys encrypt and decrypt");
     return publicKey.modulus.size();
 }
 
@@ -66,8 +65,8 @@ static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
     const size_t modulus = ModulusSize(key);
     if (input.empty() || input.size() + padding.overhead > modulus) {
         throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
-                           " bytes, and this key encrypts 1 to " + std::to_string(modulus - padding.overhead) +
-                           " with " + padding.name);
+                           " bytes; this key encrypts 1 to " + std::to_string(modulus - padding.overhead) + " with " +
+                           padding.name);
     }
     return Written(arguments, &output, key.Encrypt(input, modulus, padding.flag));
 }
@@ -82,7 +81,7 @@ static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
     const size_t modulus = ModulusSize(key);
     if (input.size() != modulus) {
         throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
-                           " bytes, and what is encrypted for this key has " + std::to_string(modulus));
+                           " bytes; a ciphertext of this key has " + std::to_string(modulus));
     }
     return Written(arguments, &output, key.Decrypt(input, modulus, padding.flag));
 }
@@ -105,7 +104,7 @@ Command EncryptCommand()
 Command DecryptCommand()
 {
     const auto to = std::make_shared<EncryptArguments>();
-    return {"decrypt", "decrypt a small file; the result is for the owner alone", Arguments(to.get()),
+    return {"decrypt", "decrypt a small file; only the owner can read the result", Arguments(to.get()),
             [to](Tool& tool) { return Decrypt(tool, *to); }};
 }
 

@@ -1,4 +1,4 @@
-// How a command ends when it does not succeed: one exception type, which carries the program's exit code.
+// The exception for every command that fails. It carries the program's exit code.
 #pragma once
 
 #include <exception>
@@ -12,7 +12,7 @@ namespace kelvaroctl {
 
 enum class ExitCode : int {
     Ok = 0,
-    Negative = 1,       // the question was answered with no: a bad signature, a deletion not confirmed
+    Negative = 1,       // the answer is no: a bad signature, a deletion not confirmed
     Usage = 2,          // the command line or an input file is wrong
     Configuration = 3,  // settings, their store, or the module cannot be used
     SignIn = 4,
@@ -23,7 +23,7 @@ enum class ExitCode : int {
 
 class Failure : public std::exception {
   public:
-    // code: a word for programs, or the status's name. message: a sentence without a full stop at its end.
+    // code: a word for programs, or the name of the status. message: a sentence without the full stop.
     Failure(ExitCode exit, std::string code, std::string message)
         : exit_(exit), code_(std::move(code)), message_(std::move(message))
     {
@@ -33,10 +33,10 @@ class Failure : public std::exception {
     ExitCode exit() const { return exit_; }
     const std::string& code() const { return code_; }
 
-    // Set when the module refused: what it answered, and which operation it was.
+    // Set if the module returned an error: its status and the operation.
     std::optional<SECURITY_STATUS> status;
     std::string operation;
-    // What had been found out before the failure: members for the JSON answer beside "error", and text.
+    // Results from before the failure: members of the JSON answer beside "error", and text.
     nlohmann::ordered_json partial;
     std::string partialText;
 

@@ -41,7 +41,7 @@ OutputFile::OutputFile(const std::string& name, const std::string& input, Reader
     const fs::path path = fs::u8path(name);
     std::error_code ignored;
     if (!input.empty() && fs::equivalent(path, fs::u8path(input), ignored))
-        throw UsageFailure("--in and --out are one file, which would be lost: name another for --out");
+        throw UsageFailure("--in and --out are the same file: choose another for --out");
     isNew_ = !fs::exists(path, ignored);
     errno = 0;
     if (!std::ofstream(path, std::ios::binary | std::ios::app))

@@ -1,4 +1,4 @@
-// Files that an administrator names. Names are UTF-8.
+// Files named on the command line. Names are UTF-8.
 #pragma once
 
 #include <string>
@@ -8,26 +8,26 @@
 
 namespace kelvaroctl {
 
-// "cannot ATTEMPT NAME: reason", with the reason that the last file operation left in errno.
+// "cannot ATTEMPT NAME: reason", with the reason from errno.
 Failure FileFailure(const std::string& attempt, const std::string& name);
 
-// Throws a usage failure when the file cannot be read or is larger than maxSize bytes.
+// Throws a usage failure if the file cannot be read or is larger than maxSize bytes.
 Bytes ReadWholeFile(const std::string& name, size_t maxSize);
 
 enum class Readers { Everyone, OwnerOnly };
 
-// A file for a result that costs an operation of the vault: opened first, so that one that cannot be written is found
-// before the vault is asked. What it held stays until Write; a new file goes if there is no Write.
+// An output file, checked before the vault is asked for its content: each operation of the vault costs money. The old
+// content stays until Write; a file that is new is removed if there is no Write.
 class OutputFile {
   public:
-    // An empty name is no file. input: the command's input, which must be another file; or "". Throws a usage failure
-    // when the file cannot be written.
+    // name: empty for none. input: the command's input file, which must be a different one; or "". Throws a usage
+    // failure if the file cannot be written.
     OutputFile(const std::string& name, const std::string& input, Readers readers = Readers::Everyone);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Replaces the content. Throws likewise.
+    // Replaces the content. Throws a usage failure if that fails.
     void Write(const Bytes& content);
 
   private:

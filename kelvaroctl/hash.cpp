@@ -9,7 +9,7 @@
 namespace kelvaroctl {
 
 namespace {
-// One running digest of the platform.
+// An incremental digest.
 class Hasher {
   public:
     explicit Hasher(const WCHAR* algorithm)
@@ -43,7 +43,7 @@ class Hasher {
     static void Check(NTSTATUS status)
     {
         if (!BCRYPT_SUCCESS(status))
-            throw InternalFailure("the platform cannot make the digest: " + HexNumber(static_cast<DWORD>(status)));
+            throw InternalFailure("the platform cannot compute the digest: " + HexNumber(static_cast<DWORD>(status)));
     }
 
     BCRYPT_ALG_HANDLE algorithm_ = nullptr;

@@ -1,4 +1,4 @@
-// Digests, from the platform.
+// Digests, computed by the platform.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace kelvaroctl {
 // algorithm: "SHA1", "SHA256", "SHA384" or "SHA512".
 Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data);
 
-// Of a file of any size. Throws a usage failure when it cannot be read.
+// The digest of a file of any size. Throws a usage failure if it cannot be read.
 Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName);
 
 }  // namespace kelvaroctl

@@ -7,10 +7,9 @@
 namespace kelvaroctl {
 
 static const char kWhatItDoes[] =
-    "An import does not bring a key to the vault: the material in the file is checked and kept protected in this "
-    "process "
-    "only, never sent, and gone when the command ends. With --name the vault makes a key of its own, of the same "
-    "length.";
+    "Nothing is uploaded: the key in the file is checked, held encrypted in this process only, and gone when the "
+    "command "
+    "ends. With --name the vault creates a different key of the same length.";
 
 namespace {
 struct ImportArguments {
@@ -19,7 +18,7 @@ struct ImportArguments {
     std::string passwordFile;
 };
 
-// Wiped at the end.
+// Wiped by the destructor.
 class SecretText {
   public:
     explicit SecretText(std::string text) : text_(std::move(text)) {}
@@ -64,16 +63,16 @@ static std::string Password(const ImportArguments& arguments, const KeyFile& fil
     return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : "";
 }
 
-// The provider settles the scope by the kind of file; a name is worth nothing in the other one.
+// The provider chooses the scope by the kind of file.
 static void CheckScope(const Tool& tool, const KeyFile& file)
 {
     if (file.machineKey == tool.user) {
         throw UsageFailure(std::string("the provider imports a ") + file.kind + " as a " +
-                           (file.machineKey ? "machine key: leave out --user" : "user's key: say --user"));
+                           (file.machineKey ? "machine key: leave out --user" : "user key: add --user"));
     }
 }
 
-// A creation that goes no further signs in and refuses a name that is taken.
+// Starting a creation signs in and fails if the name is taken; nothing is created until Finalize().
 static void CheckNameIsFree(const Provider& provider, const std::string& name)
 {
     try {
@@ -101,14 +100,14 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
     answer.object = {
         {"file", arguments.file}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
     answer.text = Printable(arguments.file) + " holds an RSA key of " + std::to_string(bits) +
-                  " bits in order. It was checked and kept protected in this process only, and never sent.\n";
+                  " bits, which is valid. It was held encrypted in this process only and never sent.\n";
     if (named) {
         key.Finalize();
         const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
         answer.object["name"] = arguments.name;
         answer.object["scope"] = tool.hive().scope();
         answer.object["fingerprint"] = Fingerprint(publicKey);
-        answer.text += "The vault has made a key of its own, '" + Printable(arguments.name) +
+        answer.text += "The vault has created a different key, '" + Printable(arguments.name) +
                        "': " + Describe(publicKey) + ", SHA-256 " + Fingerprint(publicKey) + "\n";
     }
     return answer;
@@ -118,11 +117,11 @@ Command ImportCommand()
 {
     const auto to = std::make_shared<ImportArguments>();
     return {"import",
-            "import a private RSA key, of which the vault sees nothing",
-            {{"FILE", &to->file, "PKCS#8 as PEM or in DER, or a private RSA blob of CNG", nullptr, kRequired},
-             {"--name", &to->name, "have the vault make a key of this name; else the file is checked"},
+            "check a private RSA key file; nothing is uploaded",
+            {{"FILE", &to->file, "PKCS#8 in PEM or DER, or a private RSA blob of CNG", nullptr, kRequired},
+             {"--name", &to->name, "also have the vault create a new key of this name"},
              {"--password-file", &to->passwordFile,
-              "the file whose first line is the password; else it is asked for, or read from standard input", "F"}},
+              "a file with the password in its first line; default: asked for, or read from standard input", "F"}},
             [to](Tool& tool) { return ImportKey(tool, *to); },
             {},
             kWhatItDoes};

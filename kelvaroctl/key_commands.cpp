@@ -8,7 +8,7 @@ namespace kelvaroctl {
 
 static const char kPemLabel[] = "PUBLIC KEY";
 
-// What opening a listed key adds to its row.
+// Opens a listed key for the details of its row.
 static void AddDetails(const Provider& provider, const std::string& name, Json* object, std::vector<std::string>* row)
 {
     try {
@@ -19,7 +19,7 @@ static void AddDetails(const Provider& provider, const std::string& name, Json* 
         (*object)["fingerprint"] = Fingerprint(publicKey);
         row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
     } catch (const Failure& failure) {
-        // Sign-in worked a moment ago; when it does not now, nothing else will.
+        // Without sign-in, no other key will open either.
         if (failure.exit() == ExitCode::SignIn)
             throw;
         (*object)["problem"] = failure.what();
@@ -40,7 +40,7 @@ static Answer ListKeys(const Tool& tool, bool details)
     try {
         {
             ProgressLine progress;
-            // The first key comes when the whole vault has been listed.
+            // The first key comes after the whole vault has been listed.
             progress.Show("listing the vault");
             provider->ForEachKey([&](const std::string& name, const std::string& algorithm) {
                 visit(name, algorithm);
@@ -61,7 +61,7 @@ static Answer ListKeys(const Tool& tool, bool details)
     return answer;
 }
 
-// The public half, or why it has no other form than CNG's.
+// The public key, or why it is only available in CNG's format.
 static std::optional<PublicKey> PublicKeyOf(const Key& key, std::string* problem)
 {
     try {
@@ -125,7 +125,7 @@ static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
 {
     const bool binary = arguments.format == "cng";
     if (binary && arguments.file.empty() && !tool.json)
-        throw UsageFailure("the cng form is binary: name a file with --out");
+        throw UsageFailure("the cng format is binary: name a file with --out");
     OutputFile output(arguments.file, "");
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.name);
@@ -165,7 +165,7 @@ static Command ExportCommand()
               nullptr,
               kRequired,
               {"pem", "cng", "jwk"}},
-             {"--out", &to->file, "the file to write; else standard output", "FILE"}},
+             {"--out", &to->file, "the file to write; default: standard output", "FILE"}},
             [to](Tool& tool) { return ExportKey(tool, *to); }};
 }
 
@@ -182,20 +182,19 @@ static Command CommandOnKey(const char* command, const char* help, Run run)
 Command KeysCommand()
 {
     const auto details = std::make_shared<bool>(false);
-    const Command list = {
-        "list",
-        "list the keys; one request to the vault for each",
-        {{"--details", details.get(), "type, size and fingerprint too; one more request for each key"}},
-        [details](Tool& tool) { return ListKeys(tool, *details); },
-        {},
-        "A key is opened in its current version; the provider tells its hosts no version."};
+    const Command list = {"list",
+                          "list the keys; one request per key",
+                          {{"--details", details.get(), "also type, size and fingerprint; one more request per key"}},
+                          [details](Tool& tool) { return ListKeys(tool, *details); },
+                          {},
+                          "Keys are opened in their current version; the provider does not report versions."};
     const Command show = CommandOnKey("show", "properties, public key and fingerprint of a key", ShowKey);
     return {"keys",
             "the keys of the vault",
             {},
             {},
             {list, show, ExportCommand(), RequestCommand(), CreateCommand(), DeleteCommand(), ImportCommand()},
-            "Like any host's, the opening of a machine key may bring new certificates of the vault to this machine."};
+            "Opening a machine key may copy new certificates from the vault to this machine, as in any program."};
 }
 
 Command PropertiesCommand()

@@ -13,15 +13,15 @@ constexpr size_t kLargestKeyFile = 64 * 1024;
 
 struct PemKind {
     const char* label;
-    const char* problem;  // NULL for one that is taken
+    const char* problem;  // NULL if it is accepted
 };
 constexpr PemKind kPemKinds[] = {
     {"PRIVATE KEY", nullptr},
     {"ENCRYPTED PRIVATE KEY", nullptr},
     {"RSA PRIVATE KEY", "an RSA key in its traditional form; 'openssl pkcs8 -topk8' makes PKCS#8 of it"},
-    {"EC PRIVATE KEY", "a curve key, and the provider imports RSA keys alone"},
-    {"CERTIFICATE", "a certificate, which 'kelvaroctl certs' is for"},
-    {"PUBLIC KEY", "a public key alone"},
+    {"EC PRIVATE KEY", "a curve key; the provider only imports RSA keys"},
+    {"CERTIFICATE", "a certificate; use 'kelvaroctl certs install'"},
+    {"PUBLIC KEY", "only a public key"},
     {"PKCS7", "an enveloped message, which only a program with the recipient's certificate can import"},
     {"CMS", "an enveloped message, which only a program with the recipient's certificate can import"},
 };
@@ -35,24 +35,7 @@ constexpr BlobKind kBlobKinds[] = {
     {BCRYPT_RSAFULLPRIVATE_MAGIC, BCRYPT_RSAFULLPRIVATE_BLOB},
 };
 
-Bytes FromBase64(const std::string& text, const std::string& name)
-{
-    WideText wide = ToWide(text);
-    const DWORD length = static_cast<DWORD>(wide.size());
-    DWORD size = 0;
-    Bytes bytes;
-    bool good = !wide.empty() &&
-                CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr);
-    bytes.resize(good ? size : 0);
-    good =
-        good && CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes.data(), &size, nullptr, nullptr);
-    SecureZeroMemory(wide.data(), wide.size() * sizeof(WCHAR));
-    if (!good)
-        throw UsageFailure(name + " holds a key block that is not Base64");
-    return bytes;
-}
-
-// The first block of a PEM text whose label is known, unless there is none.
+// Decodes the first block with a known label. False if there is none.
 bool ReadPem(const std::string& text, const std::string& name, Bytes* der)
 {
     for (const PemKind& kind : kPemKinds) {
@@ -65,13 +48,14 @@ bool ReadPem(const std::string& text, const std::string& name, Bytes* der)
         const size_t end = text.find(std::string("-----END ") + kind.label + "-----", at);
         if (end == std::string::npos)
             throw UsageFailure(name + " holds a key block without an end");
-        *der = FromBase64(text.substr(at + begin.size(), end - at - begin.size()), name);
+        if (!ParseBase64(std::string_view(text).substr(at + begin.size(), end - at - begin.size()), der))
+            throw UsageFailure(name + " holds a key block that is not Base64");
         return true;
     }
     return false;
 }
 
-// The encrypted form begins with its algorithm, a sequence, where the plain one has its version.
+// The first member of the encrypted form is its algorithm, a sequence; of the plain form, its version.
 bool IsEncrypted(const Bytes& der)
 {
     if (der.size() < 2)

@@ -1,4 +1,4 @@
-// Private keys in files, in the forms that the provider imports.
+// Private key files, in the forms that the provider imports.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace kelvaroctl {
 struct KeyFile {
     const char* kind;       // for people
     const WCHAR* blobType;  // for the provider
-    bool machineKey;        // the scope that the provider gives to keys of this kind
+    bool machineKey;        // whether the provider imports this kind as a machine key
     bool encrypted;
     Bytes content;  // the caller wipes it
 };

@@ -7,7 +7,7 @@ namespace kelvaroctl {
 static const std::vector<std::string> kAlgorithms = {"RSA",       "ECDSA_P256", "ECDSA_P384", "ECDSA_P521",
                                                      "ECDH_P256", "ECDH_P384",  "ECDH_P521"};
 
-// Whether a setting of one or zero stands at `number`, as the module takes it.
+// Whether the module reads `number` for the setting.
 static bool SettingIs(const Tool& tool, const char* name, DWORD number)
 {
     return ReadSetting(tool.hive(), *FindSetting(name)).number == number;
@@ -41,7 +41,7 @@ static Answer CreateKey(const Tool& tool, const CreateArguments& arguments)
                      {"algorithm", arguments.algorithm}, {"key", Describe(publicKey)},
                      {"bits", BitLength(publicKey)},     {"fingerprint", Fingerprint(publicKey)},
                      {"certificate", hasCertificate}};
-    answer.text = "'" + Printable(arguments.name) + "' is created" +
+    answer.text = "'" + Printable(arguments.name) + "' was created" +
                   (hasCertificate ? " as the key of a certificate: " : ": ") + Describe(publicKey) + ", SHA-256 " +
                   Fingerprint(publicKey) + "\n";
     return answer;
@@ -50,18 +50,17 @@ static Answer CreateKey(const Tool& tool, const CreateArguments& arguments)
 static std::string Question(const std::string& name, bool purges)
 {
     return "Delete the key '" + Printable(name) + "' in the vault" +
-           (purges ? " and purge it, so that nobody can bring it back" : "; it can be recovered there for a time") +
+           (purges ? " and purge it, so that it cannot be recovered" : "; it can be recovered there for a time") +
            "? Type yes: ";
 }
 
-// Whether the administrator is sure.
 static bool Confirmed(const DeleteArguments& arguments, bool purges)
 {
     if (arguments.yes)
         return true;
     const std::optional<std::string> answer = AskOnTerminal(Question(arguments.name, purges));
     if (!answer)
-        throw UsageFailure("deleting a key asks first, and there is no terminal to ask on: say --yes");
+        throw UsageFailure("deleting a key asks for confirmation, and there is no terminal: add --yes");
     return EqualIgnoringCase(std::string_view(*answer), "yes");
 }
 
@@ -72,16 +71,15 @@ static Answer DeleteKey(const Tool& tool, const DeleteArguments& arguments)
     Answer answer;
     answer.object = {{"name", arguments.name}, {"scope", tool.hive().scope()}, {"deleted", confirmed}};
     if (!confirmed) {
-        answer.text = "'" + Printable(arguments.name) + "' is not deleted\n";
+        answer.text = "'" + Printable(arguments.name) + "' was not deleted\n";
         answer.exit = ExitCode::Negative;
         return answer;
     }
     const auto provider = tool.OpenProvider();
     Key(*provider, arguments.name).Delete();
-    // The module tells its log alone whether the vault purged.
+    // Only the module's log says whether the vault purged it.
     answer.object["purgeRequested"] = purges;
-    answer.text =
-        "'" + Printable(arguments.name) + "' is deleted" + (purges ? ", and its purge was asked for\n" : "\n");
+    answer.text = "'" + Printable(arguments.name) + "' was deleted" + (purges ? ", and its purge requested\n" : "\n");
     return answer;
 }
 
@@ -89,22 +87,22 @@ Command CreateCommand()
 {
     const auto to = std::make_shared<CreateArguments>();
     return {"create",
-            "create a key in the vault, with a certificate or without as CertificatesOrKeys says",
+            "create a key in the vault, with a certificate if CertificatesOrKeys is 0",
             {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-             {"--alg", &to->algorithm, "RSA, or ECDSA or ECDH with a curve: ECDSA_P256", "ALG", kRequired, kAlgorithms},
-             {"--length", &to->length, "bits of an RSA key, 2048 to 4096; else 2048", "N"},
-             {"--overwrite", &to->overwrite, "a new version when there is a key of that name"}},
+             {"--alg", &to->algorithm, "RSA, or ECDSA or ECDH with a curve, like ECDSA_P256", "ALG", kRequired,
+              kAlgorithms},
+             {"--length", &to->length, "bits of an RSA key, 2048 to 4096; default: 2048", "N"},
+             {"--overwrite", &to->overwrite, "create a new version if the key exists"}},
             [to](Tool& tool) { return CreateKey(tool, *to); }};
 }
 
 Command DeleteCommand()
 {
     const auto to = std::make_shared<DeleteArguments>();
-    return {
-        "delete",
-        "delete a key in the vault, and purge it unless DoDeletePurge is 1; asks first",
-        {{"NAME", &to->name, "the key's name", nullptr, kRequired}, {"--yes", &to->yes, "do not ask, for programs"}},
-        [to](Tool& tool) { return DeleteKey(tool, *to); }};
+    return {"delete",
+            "delete a key in the vault, and purge it unless DoDeletePurge is 1; asks for confirmation",
+            {{"NAME", &to->name, "the key's name", nullptr, kRequired}, {"--yes", &to->yes, "don't ask, for programs"}},
+            [to](Tool& tool) { return DeleteKey(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

@@ -22,7 +22,7 @@ const PropertyRow kProperties[] = {
     {NCRYPT_USE_CONTEXT_PROPERTY, Form::Text},   {NCRYPT_SECURITY_DESCR_PROPERTY, Form::Raw},
 };
 
-// 32-bit word number `index` of a value.
+// The 32-bit word at `index` of a value.
 DWORD Word(const Bytes& value, size_t index)
 {
     DWORD word = 0;

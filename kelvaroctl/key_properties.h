@@ -1,12 +1,12 @@
-// The properties of a key, read and put into words.
+// Reads a key's properties and formats them.
 #pragma once
 
 #include "kelvaroctl/tool.h"
 
 namespace kelvaroctl {
 
-// A member for each property, null when the provider does not have it for this key. "SmartCardKeyCertificate" is left
-// alone: asking for it makes the provider publish the key's certificate.
+// One member per property, null if the provider does not have it for this key. Leaves out "SmartCardKeyCertificate":
+// reading it makes the provider publish the key's certificate.
 Json KeyProperties(const Key& key);
 
 // The same as columns.

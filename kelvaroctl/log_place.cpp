@@ -21,7 +21,7 @@ LogPlace FindLog()
     log.level =
         static_cast<DWORD>(std::max<LONG>({0, Level(machine, "LoggingLevel"), Level(machine, "EVLoggingLevel")}));
     const WideText folder = ReadSetting(machine, *FindSetting("LogfilePath")).text;
-    // One file for each day of the universal time.
+    // One file for each day in UTC.
     const time_t now = time(nullptr);
     char name[32] = "";
     if (const struct tm* const parts = gmtime(&now))

@@ -9,14 +9,14 @@
 namespace kelvaroctl {
 
 struct LogPlace {
-    DWORD level = 0;   // the gate of the file; 0 when nothing is logged
-    std::string file;  // today's file, as other programs know it; set whether or not anything is logged
+    DWORD level = 0;   // of the log file; 0: nothing is logged
+    std::string file;  // today's file, as a native path; set even if nothing is logged
     bool folderExists = false;
 };
 
-// From the machine's settings. Throws a configuration failure when they cannot be read.
+// From the machine's settings. Throws a configuration failure if they cannot be read.
 LogPlace FindLog();
-// nullopt when they cannot be read.
+// nullopt if they cannot be read.
 std::optional<LogPlace> FindLogIfReadable();
 
 // "log: FILE", or how to switch logging on.

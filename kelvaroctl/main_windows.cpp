@@ -1,10 +1,10 @@
 #include "kelvaroctl/app.h"
 #include "kelvaroctl/text.h"
 
-// Arguments come in UTF-16 here, so that key names of any script survive; what is printed is UTF-8.
+// Arguments are UTF-16, so that key names in any script survive; output is UTF-8.
 int wmain(int argc, wchar_t** argv)
 {
-    // Such DLLs as the system loads by their bare names are looked for in System32 alone.
+    // DLLs that are loaded by their bare names come from System32 only.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     SetConsoleOutputCP(CP_UTF8);
     SetConsoleCP(CP_UTF8);

@@ -4,7 +4,7 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/module_host.h"
 #include "kelvaroctl/places.h"
-#include "kelvaroctl/road.h"
+#include "kelvaroctl/provider_binding.h"
 
 namespace kelvaroctl {
 
@@ -25,7 +25,7 @@ static std::string DefaultModule()
 }
 
 namespace {
-class Module : public Road {
+class Module : public ProviderBinding {
   public:
     explicit Module(const std::string& path);
     ~Module() override { FreeLibrary(handle_); }
@@ -38,7 +38,7 @@ class Module : public Road {
 Module::Module(const std::string& path)
 {
     place_ = path.empty() ? DefaultModule() : path;
-    // A file beside the working directory is named with a folder, or the loader would look for it elsewhere.
+    // The loader would search for a bare file name elsewhere.
     if (!path.empty())
         place_ = fs::absolute(fs::u8path(path)).u8string();
     handle_ = LoadLibraryW(ToWide(place_).c_str());
@@ -49,17 +49,17 @@ Module::Module(const std::string& path)
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
     if (!getInterface || getInterface(kProviderName, &table, 0) != 0 || !table) {
         FreeLibrary(handle_);
-        throw ConfigurationFailure(place_ + " is no key storage provider");
+        throw ConfigurationFailure(place_ + " is not a key storage provider");
     }
     if (table->Version.MajorVersion != 1) {
         FreeLibrary(handle_);
         throw ConfigurationFailure(place_ + " has version " + std::to_string(table->Version.MajorVersion) +
-                                   " of the provider interface, and this tool knows version 1");
+                                   " of the provider interface; this tool supports version 1");
     }
     table_ = table;
 }
 
-std::unique_ptr<Road> LoadModule(const std::string& path)
+std::unique_ptr<ProviderBinding> LoadModule(const std::string& path)
 {
     return std::make_unique<Module>(path);
 }

@@ -4,11 +4,11 @@
 
 namespace kelvaroctl {
 
-// The longest name that has a form in the vault.
+// Characters of the longest name that fits the vault's encoding.
 constexpr size_t kLongestName = 42;
 
 namespace {
-// A block that the module handed out.
+// A block that the module allocated.
 class ModuleBlock {
   public:
     explicit ModuleBlock(const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table) : table_(table) {}
@@ -29,7 +29,7 @@ class ModuleBlock {
     void* block_ = nullptr;
 };
 
-// Asks for a size, then for that many bytes. nullopt for NTE_NOT_SUPPORTED.
+// Queries the size, then reads the value. nullopt for NTE_NOT_SUPPORTED.
 template <typename Read>
 std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subject, Read read)
 {
@@ -48,7 +48,8 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
 }
 }  // namespace
 
-Provider::Provider(std::unique_ptr<Road> road, bool machine) : road_(std::move(road)), machine_(machine)
+Provider::Provider(std::unique_ptr<ProviderBinding> binding, bool machine)
+    : binding_(std::move(binding)), machine_(machine)
 {
     const SECURITY_STATUS status = table().OpenProvider(&handle_, kProviderName, 0);
     if (status != ERROR_SUCCESS)
@@ -84,7 +85,7 @@ std::vector<Provider::Algorithm> Provider::Algorithms() const
 
 void Provider::ForEachKey(const KeyVisitor& visit) const
 {
-    // The names of the blocks stand in the state, which therefore goes last.
+    // The names point into the state, which must be freed last.
     ModuleBlock state(table());
     for (;;) {
         NCryptKeyName* found = nullptr;
@@ -103,7 +104,7 @@ static WideText KeyName(const std::string& name)
 {
     const WideText wide = ToWide(name);
     if (wide.empty() || wide.size() > kLongestName) {
-        throw UsageFailure("a key's name has 1 to " + std::to_string(kLongestName) + " characters, and '" + name +
+        throw UsageFailure("a key's name has 1 to " + std::to_string(kLongestName) + " characters; '" + name +
                            "' has " + std::to_string(wide.size()));
     }
     return wide;
@@ -231,7 +232,7 @@ bool Key::Verify(void* padding, const Bytes& digest, const Bytes& signature, DWO
     return true;
 }
 
-// One call with enough room: a question for the size would be a second operation of the vault.
+// One call with enough room: a size query would be a second operation of the vault.
 Bytes Key::Encrypt(const Bytes& input, size_t room, DWORD flags) const
 {
     Bytes output(room);

@@ -1,13 +1,11 @@
-// The host's side of the provider: its objects, closed when they go.
-//
-// Every refusal by the module is thrown as a Failure with its status. Calls on keys wait for the network.
+// Wrappers for the provider's handles. Every error status is thrown as a Failure. Calls on keys wait for the network.
 #pragma once
 
 #include <functional>
 #include <optional>
 #include <string>
 
-#include "kelvaroctl/road.h"
+#include "kelvaroctl/provider_binding.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
 #include "platform/product.h"
@@ -16,17 +14,17 @@ namespace kelvaroctl {
 
 class Provider {
   public:
-    Provider(std::unique_ptr<Road> road, bool machine);
+    Provider(std::unique_ptr<ProviderBinding> binding, bool machine);
     ~Provider();
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
 
-    const Road& road() const { return *road_; }
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return road_->table(); }
+    const ProviderBinding& binding() const { return *binding_; }
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return binding_->table(); }
     NCRYPT_PROV_HANDLE handle() const { return handle_; }
     DWORD scopeFlag() const { return machine_ ? NCRYPT_MACHINE_KEY_FLAG : 0; }
 
-    // nullopt when the provider does not have it.
+    // nullopt if the provider does not have it.
     std::optional<Bytes> Property(const WCHAR* name) const;
 
     struct Algorithm {
@@ -36,13 +34,12 @@ class Provider {
     };
     std::vector<Algorithm> Algorithms() const;
 
-    // Calls `visit` with the name and the algorithm of each key, in the vault's order. What was visited before a
-    // failure stays visited.
+    // Calls `visit` with the name and algorithm of each key, in the vault's order. A failure may come after some keys.
     using KeyVisitor = std::function<void(const std::string& name, const std::string& algorithm)>;
     void ForEachKey(const KeyVisitor& visit) const;
 
   private:
-    std::unique_ptr<Road> road_;
+    std::unique_ptr<ProviderBinding> binding_;
     NCRYPT_PROV_HANDLE handle_ = 0;
     bool machine_;
 };
@@ -52,11 +49,11 @@ class Key {
     // The provider must outlive the key.
     Key(const Provider& provider, const std::string& name);
     ~Key();
-    // A key that is nowhere but here until Finalize() makes it in the vault. overwrite: without a look whether the
-    // vault has a key of that name.
+    // A pending key, which Finalize() creates in the vault. overwrite: don't check whether the vault has a key of that
+    // name.
     static Key Create(const Provider& provider, const std::string& name, const std::string& algorithm, bool overwrite);
-    // A key from a private blob, pending like a created one. name: empty for none; password: for an encrypted blob.
-    // subject: what the key is called in failures.
+    // A pending key from a private blob. name: empty for none; password: of an encrypted blob; subject: the key's name
+    // in failures.
     static Key Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
                       const std::string& name, const std::string& password);
     Key(const Key&) = delete;
@@ -64,17 +61,17 @@ class Key {
 
     const std::string& name() const { return name_; }
     std::string AlgorithmName() const;
-    // nullopt when the provider does not have it for this key.
+    // nullopt if the provider does not have it for this key.
     std::optional<Bytes> Property(const WCHAR* name) const;
-    // RSAPUBLICBLOB or ECCPUBLICBLOB, whichever is the key's.
+    // RSAPUBLICBLOB or ECCPUBLICBLOB.
     Bytes PublicBlob() const;
 
     void SetLength(DWORD bits);
     void Finalize();
-    // From the vault. The key is not used any more afterwards.
+    // Deletes the key in the vault. Afterwards the object can only be destroyed.
     void Delete();
 
-    // padding and flags as the table's calls take them; room: for how many bytes of result.
+    // padding, flags: as in the function table. room: bytes for the result.
     Bytes Sign(void* padding, const Bytes& digest, DWORD flags) const;
     bool Verify(void* padding, const Bytes& digest, const Bytes& signature, DWORD flags) const;
     Bytes Encrypt(const Bytes& input, size_t room, DWORD flags) const;
@@ -90,7 +87,7 @@ class Key {
     std::string name_;
 };
 
-// Property values as they are in the bytes.
+// Decode property values.
 std::string PropertyText(const Bytes& value);
 DWORD PropertyNumber(const Bytes& value);
 

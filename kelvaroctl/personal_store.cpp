@@ -11,7 +11,7 @@ namespace kelvaroctl {
 
 namespace {
 
-// What the module takes at most, and one byte.
+// Bytes; the module only publishes smaller ones.
 constexpr size_t kTooLarge = 5000;
 
 struct ContextFreer {
@@ -49,7 +49,7 @@ class Store {
     HCERTSTORE handle_;
 };
 
-// Texts of this form stand in the order of their times.
+// These texts sort by time.
 std::string TimeText(__time64_t seconds)
 {
     struct tm parts = {};
@@ -75,7 +75,7 @@ std::string NameText(const CERT_NAME_BLOB& name)
     return ToNarrow(text.substr(0, text.find(WCHAR{0})));
 }
 
-// Empty when the certificate does not have it.
+// Empty if the certificate does not have it.
 std::vector<ULONGLONG> Property(const CERT_CONTEXT* context, DWORD id, DWORD* size)
 {
     *size = 0;
@@ -129,7 +129,7 @@ std::vector<StoredCertificate> ReadPersonalStore(bool machine)
     std::vector<StoredCertificate> found;
     Context context;
     while (true) {
-        // Each step of the walk releases the context before it.
+        // Each call frees the context before it.
         context.reset(CertEnumCertificatesInStore(store.handle(), context.release()));
         if (!context)
             return found;
@@ -143,7 +143,7 @@ StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::
     const CERT_CONTEXT* added = nullptr;
     if (!CertAddEncodedCertificateToStore(store.handle(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
                                           static_cast<DWORD>(der.size()), CERT_STORE_ADD_USE_EXISTING, &added))
-        throw PlatformFailure("cannot put the certificate into " + StoreName(machine));
+        throw PlatformFailure("cannot add the certificate to " + StoreName(machine));
     const Context context(added);
     WideText container = ToWide(keyName);
     WideText provider = kProviderName;
@@ -152,7 +152,7 @@ StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::
     info.pwszProvName = provider.data();
     info.dwFlags = machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
     if (!CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info))
-        throw PlatformFailure("the certificate stands in " + StoreName(machine) + ", but cannot be bound to its key");
+        throw PlatformFailure("the certificate is in " + StoreName(machine) + ", but cannot be bound to its key");
     return Describe(context.get());
 }
 

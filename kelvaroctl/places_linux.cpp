@@ -1,3 +1,4 @@
+// Uses the Linux layer's own headers: only the layer knows which files hold the registry and the log.
 #include <dlfcn.h>
 
 #include "kelvaroctl/places.h"

@@ -9,7 +9,7 @@ static std::string ImplementationWords(DWORD type)
 {
     if (type & NCRYPT_IMPL_HARDWARE_FLAG)
         return "hardware";
-    return type & NCRYPT_IMPL_SOFTWARE_FLAG ? "software" : "not told";
+    return type & NCRYPT_IMPL_SOFTWARE_FLAG ? "software" : "not reported";
 }
 
 static Answer ShowProvider(const Tool& tool)
@@ -24,7 +24,7 @@ static Answer ShowProvider(const Tool& tool)
     const SettingsHive hive = tool.hive();
     const SettingsReport report = ReportSettings(hive);
     const std::optional<LogPlace> log = FindLogIfReadable();
-    const std::string advice = log ? LogAdvice(*log) : "log: the machine's settings say where, and cannot be read";
+    const std::string advice = log ? LogAdvice(*log) : "log: unknown, since the machine's settings cannot be read";
 
     Answer answer;
     answer.object = {
@@ -34,7 +34,7 @@ static Answer ShowProvider(const Tool& tool)
         {"implementation", ImplementationWords(implementation)},
         {"maxNameLength", longest},
         {"via", tool.via},
-        {"module", provider->road().place()},
+        {"module", provider->binding().place()},
         {"scope", hive.scope()},
         {"settings", report.settings},
         {"log", log ? Json{{"level", log->level}, {"file", log->file}, {"advice", advice}} : Json{{"advice", advice}}}};
@@ -42,9 +42,9 @@ static Answer ShowProvider(const Tool& tool)
                            {"version", versionText},
                            {"implementation", ImplementationWords(implementation)},
                            {"longest key name", std::to_string(longest) + " characters"},
-                           {"module", provider->road().place()}}) +
-                  advice + "\nsettings in force for " + hive.scope() + " keys, " + SettingsPlace(hive.handle()) + "\n" +
-                  Columns(report.settingRows, 2);
+                           {"module", provider->binding().place()}}) +
+                  advice + "\nsettings that apply to " + hive.scope() + " keys, " + SettingsPlace(hive.handle()) +
+                  "\n" + Columns(report.settingRows, 2);
     return answer;
 }
 
@@ -88,15 +88,15 @@ static Answer ListAlgorithms(const Tool& tool)
 Command ProviderCommand()
 {
     return {"provider",
-            "the provider itself",
+            "about the provider",
             {},
             {},
-            {{"show", "what it says of itself, and the settings in force", {}, ShowProvider}}};
+            {{"show", "its properties and the settings that apply", {}, ShowProvider}}};
 }
 
 Command AlgorithmsCommand()
 {
-    return {"algorithms", "the algorithms on offer", {}, ListAlgorithms};
+    return {"algorithms", "the algorithms that the provider supports", {}, ListAlgorithms};
 }
 
 }  // namespace kelvaroctl

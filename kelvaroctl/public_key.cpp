@@ -56,7 +56,7 @@ static PublicKey ParseCurve(const Bytes& blob, const Curve& curve)
     std::memcpy(&header, head.data(), sizeof(header));
     PublicKey key;
     key.curve = &curve;
-    // The vault may hand out a leading zero byte too many.
+    // The vault's coordinates may have an extra leading zero.
     if (!ToWidth(Slice(blob, sizeof(header), header.cbKey), curve.width, &key.x) ||
         !ToWidth(Slice(blob, sizeof(header) + header.cbKey, header.cbKey), curve.width, &key.y))
         throw InternalFailure(std::string("the key's coordinates are too long for ") + curve.jwkName);
@@ -74,7 +74,7 @@ PublicKey ParsePublicBlob(const Bytes& blob)
         if (magic == curve.ecdsaMagic || magic == curve.ecdhMagic)
             return ParseCurve(blob, curve);
     }
-    throw UsageFailure("the key is on a curve other than P-256, P-384 and P-521; only its cng form can be had");
+    throw UsageFailure("the key's curve is not P-256, P-384 or P-521; it is only available in the format cng");
 }
 
 Bytes SubjectPublicKeyInfo(const PublicKey& key)

@@ -1,4 +1,4 @@
-// The public half of a key, from the blob that the module exports, in the forms that other programs read.
+// Public keys: from the module's export blob to the formats that other programs read.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,7 +8,7 @@
 
 namespace kelvaroctl {
 
-// A curve that has a name in CNG, in JSON Web Keys and in DER.
+// A curve, with its names in CNG, JSON Web Keys and DER.
 struct Curve {
     const char* jwkName;  // P-256
     ULONG ecdsaMagic;
@@ -26,7 +26,7 @@ struct PublicKey {
     Bytes y;
 };
 
-// Throws a failure when the blob is malformed or its curve has no name.
+// Throws a failure if the blob is malformed or the curve is unknown.
 PublicKey ParsePublicBlob(const Bytes& blob);
 
 Bytes SubjectPublicKeyInfo(const PublicKey& key);

@@ -6,7 +6,7 @@ namespace kelvaroctl {
 
 namespace {
 
-// The property that a host names to have the key's certificate published when the handle is released.
+// Reading this property makes the module publish the certificate when the key handle is released.
 constexpr WCHAR kCertificateProperty[] = TEXT("SmartCardKeyCertificate");
 
 struct PublishArguments {
@@ -14,7 +14,7 @@ struct PublishArguments {
     bool again = false;
 };
 
-// The one that a release of the key would publish.
+// The certificate that a release of the key would publish.
 StoredCertificate FindToPublish(const SettingsHive& hive, const std::string& key)
 {
     bool tooLarge = false;
@@ -22,12 +22,12 @@ StoredCertificate FindToPublish(const SettingsHive& hive, const std::string& key
     if (found)
         return *found;
     throw Failure(ExitCode::NotFound, "no_certificate",
-                  tooLarge ? "the certificate of '" + key + "' has 5000 bytes or more, which the provider passes over"
+                  tooLarge ? "the certificate of '" + key + "' has 5000 bytes or more, which the provider skips"
                            : "no certificate of the " + hive.scope() + " store is bound to '" + key +
                                  "'; install one with kelvaroctl certs install");
 }
 
-// Has the module bring the certificate into the vault, unless it is there. Whether the module then took it to be there.
+// Makes the module publish the certificate unless the vault has it. True if the module then recorded it.
 bool Release(std::unique_ptr<Key> key, const SettingsHive& hive, const std::string& hash)
 {
     key->Property(kCertificateProperty);
@@ -35,8 +35,8 @@ bool Release(std::unique_ptr<Key> key, const SettingsHive& hive, const std::stri
     return Knows(ReadRecord(hive), hash);
 }
 
-// The module notes a certificate although the vault refused to merge it. Asked once more, it reads the vault's
-// certificate and compares: only the same one is noted then, for a request that was left pending keeps it from sending.
+// The module records a certificate even if the vault refused to merge it. On a second release it compares with the
+// vault's certificate and records only the same one, since the request left pending stops it from sending again.
 bool PublishAndReadBack(const Provider& provider, const SettingsHive& hive, std::unique_ptr<Key> key,
                         const std::string& hash)
 {
@@ -51,9 +51,9 @@ bool PublishAndReadBack(const Provider& provider, const SettingsHive& hive, std:
 Failure NotPublished(const std::string& name, const StoredCertificate& certificate, const std::string& record)
 {
     Failure failure(ExitCode::Refused, "not_published",
-                    "the vault does not hold the certificate of '" + name +
-                        "' that is in the store: it refused it, or could not be reached; the log tells which. If a "
-                        "request is left pending there, delete it before the next attempt: az keyvault certificate "
+                    "the vault does not have the certificate of '" + name +
+                        "' that is in the store: it refused it, or could not be reached; the log says which. If a "
+                        "request is left pending there, delete it before you try again: az keyvault certificate "
                         "pending delete");
     failure.partial = {{"key", name}, {"certificate", CertificateObject(certificate, record)}};
     return failure;
@@ -73,8 +73,9 @@ Answer Publish(const Tool& tool, const PublishArguments& arguments)
     answer.object = {{"key", arguments.name},
                      {"outcome", known ? "known" : "published"},
                      {"certificate", CertificateObject(certificate, record)}};
-    answer.text = known ? "recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
-                        : "the vault holds it\n";
+    answer.text =
+        known ? "already recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
+              : "the vault has it\n";
     answer.text += Columns({CertificateRow(certificate, record)}, 2);
     return answer;
 }
@@ -85,9 +86,9 @@ Command PublishCommand()
 {
     const auto to = std::make_shared<PublishArguments>();
     return {"publish",
-            "bring a key's certificate from the store into the vault",
+            "copy a key's certificate from the store to the vault",
             {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-             {"--again", &to->again, "compare with the vault, and send it if the vault holds another"}},
+             {"--again", &to->again, "compare with the vault, and send it if the vault has another"}},
             [to](Tool& tool) { return Publish(tool, *to); }};
 }
 

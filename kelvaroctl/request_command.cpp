@@ -35,7 +35,7 @@ static Answer Request(const Tool& tool, const RequestArguments& arguments)
 {
     const RequestContent content = ContentOf(arguments);
     if (arguments.der && arguments.file.empty())
-        throw UsageFailure("the DER form is binary: name a file with --out");
+        throw UsageFailure("DER is binary: name a file with --out");
     OutputFile output(arguments.file, "");
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.name);
@@ -59,22 +59,21 @@ static Answer Request(const Tool& tool, const RequestArguments& arguments)
 Command RequestCommand()
 {
     const auto to = std::make_shared<RequestArguments>();
-    return {
-        "request",
-        "make a certificate request (PKCS#10) that the vault key signs",
-        {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-         {"--subject", &to->subject, "the subject, like CN=web01, O=\"Acme, Inc.\", C=US"},
-         {"--san",
-          &to->names,
-          "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several with commas between them, or "
-          "the option again",
-          "NAME",
-          false,
-          {},
-          ','},
-         {"--out", &to->file, "the file to write; else standard output", "FILE"},
-         {"--der", &to->der, "the file holds DER, not PEM"}},
-        [to](Tool& tool) { return Request(tool, *to); }};
+    return {"request",
+            "create a certificate request (PKCS#10), signed by the vault key",
+            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
+             {"--subject", &to->subject, "the subject name, like CN=web01, O=\"Acme, Inc.\", C=US"},
+             {"--san",
+              &to->names,
+              "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several separated by commas, or "
+              "repeat the option",
+              "NAME",
+              false,
+              {},
+              ','},
+             {"--out", &to->file, "the file to write; default: standard output", "FILE"},
+             {"--der", &to->der, "write DER instead of PEM"}},
+            [to](Tool& tool) { return Request(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

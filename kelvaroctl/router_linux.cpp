@@ -1,11 +1,11 @@
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/road.h"
+#include "kelvaroctl/provider_binding.h"
 
 namespace kelvaroctl {
 
-std::unique_ptr<Road> OpenRouter()
+std::unique_ptr<ProviderBinding> OpenRouter()
 {
-    throw UsageFailure("--via ncrypt goes through the key storage router of Windows, and needs Windows");
+    throw UsageFailure("--via ncrypt uses the key storage router of Windows, and needs Windows");
 }
 
 }  // namespace kelvaroctl

@@ -1,18 +1,17 @@
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/road.h"
+#include "kelvaroctl/provider_binding.h"
 #include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
 
-// The router's calls in the places of the provider's: a key's handle tells the router which provider it belongs to.
+// The router's calls with the provider's signatures: the router finds the provider by the key's handle.
 
 static SECURITY_STATUS WINAPI OpenProvider(NCRYPT_PROV_HANDLE* provider, LPCWSTR name, DWORD flags)
 {
     const SECURITY_STATUS status = NCryptOpenStorageProvider(provider, name, flags);
     if (status != ERROR_SUCCESS) {
         throw ConfigurationFailure("the key storage router cannot open the provider (" +
-                                   HexNumber(static_cast<DWORD>(status)) +
-                                   "): 'kelvaro-register status' tells whether it is registered");
+                                   HexNumber(static_cast<DWORD>(status)) + "): check 'kelvaro-register status'");
     }
     return status;
 }
@@ -94,7 +93,7 @@ static SECURITY_STATUS WINAPI VerifySignature(NCRYPT_PROV_HANDLE, NCRYPT_KEY_HAN
 
 static NCRYPT_KEY_STORAGE_FUNCTION_TABLE RouterTable()
 {
-    // What this tool never calls stays NULL.
+    // Calls that this tool never makes stay NULL.
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE table = {};
     table.Version = NCRYPT_KEY_STORAGE_INTERFACE_VERSION;
     table.OpenProvider = OpenProvider;
@@ -122,20 +121,20 @@ static NCRYPT_KEY_STORAGE_FUNCTION_TABLE RouterTable()
 }
 
 namespace {
-class RouterRoad : public Road {
+class RouterBinding : public ProviderBinding {
   public:
-    RouterRoad()
+    RouterBinding()
     {
         static const NCRYPT_KEY_STORAGE_FUNCTION_TABLE table = RouterTable();
         table_ = &table;
-        place_ = "the one that is registered with the key storage router";
+        place_ = "the one registered with the key storage router";
     }
 };
 }  // namespace
 
-std::unique_ptr<Road> OpenRouter()
+std::unique_ptr<ProviderBinding> OpenRouter()
 {
-    return std::make_unique<RouterRoad>();
+    return std::make_unique<RouterBinding>();
 }
 
 }  // namespace kelvaroctl

@@ -17,17 +17,17 @@ const Setting kSettings[] = {
     {"ClientCertID", SettingKind::Text, 1024, 0, false, ReadWhen::ProviderOpen, "",
      "id of a client certificate; not used"},
     {"DoDeletePurge", SettingKind::Number, 4, 1, false, ReadWhen::ProviderOpen, "0",
-     "0: a deleted key is purged as well, 1: it is not"},
+     "0: deleted keys are purged too, 1: they are not"},
     {"CertificatesOrKeys", SettingKind::Number, 4, 1, false, ReadWhen::ProviderOpen, "0",
      "0: keys live in the vault as certificates, 1: as plain keys"},
     {"ExportableOption", SettingKind::Number, 4, 1, false, ReadWhen::ProviderOpen, "0",
-     "0: a host that asks for an exportable key is refused, 1: the wish is accepted and has no effect"},
+     "0: requests for exportable keys are refused, 1: accepted, without effect"},
     {"LoggingLevel", SettingKind::Number, 4, 10, true, ReadWhen::ModuleLoad, "0",
      "level of the log file: 0 off, 1 errors, 2 warnings, 4 calls, 8 steps, 10 everything"},
     {"EVLoggingLevel", SettingKind::Number, 4, 10, true, ReadWhen::ModuleLoad, "0", "the same for the event log"},
     {"EventLog", SettingKind::Text, 256, 0, true, ReadWhen::ModuleLoad, "Application", "name of the event source"},
     {"LogfilePath", SettingKind::Text, 512, 0, true, ReadWhen::LogLine,
-     "C:", "folder of the log files, no backslash at its end"},
+     "C:", "folder of the log files, without a backslash at its end"},
     {"FromKVLastSyncTime", SettingKind::StateNumber, 4, 0xFFFFFFFF, true, ReadWhen::ProviderOpen, "",
      "last certificate sync"},
     {"CertSync", SettingKind::StateText, 0, 0, false, ReadWhen::ProviderOpen, "", "certificates that count as in step"},
@@ -73,12 +73,12 @@ static std::string VaultTemplateProblem(const WideText& value)
         if (value[at] == '%') {
             const WCHAR escape = at + 1 < value.size() ? value[++at] : WCHAR{0};
             if (escape != 'D' && escape != 'G')
-                return "behind a % only D and G have a meaning";
+                return "only %D and %G have a meaning";
             if (escape == 'G' && value.size() != 2)
-                return "%G only works alone: it stands for the whole name";
+                return "%G must be the whole value";
             expands = true;
         } else if (!IsVaultCharacter(value[at])) {
-            return "a vault's name is made of letters, digits and hyphens";
+            return "a vault's name consists of letters, digits and hyphens";
         }
     }
     if (!expands && (value.size() < 3 || value.size() > 24))
@@ -86,7 +86,7 @@ static std::string VaultTemplateProblem(const WideText& value)
     return "";
 }
 
-// The sign-in request carries these as they stand.
+// These are sent in the sign-in request without escaping.
 static bool HasReserved(const WideText& value)
 {
     return value.find_first_of(TEXT(" /?#&%+=\"\\")) != WideText::npos;
@@ -95,10 +95,10 @@ static bool HasReserved(const WideText& value)
 static std::string FolderProblem(const WideText& value)
 {
     if (value.back() == '\\' || value.back() == '/')
-        return "give the folder without a separator at its end";
+        return "write the folder without a separator at its end";
     const bool drive = value.size() >= 2 && value[1] == ':';
     if (!drive && value[0] != '/' && value[0] != '\\')
-        return "give the folder's full path: hosts run in many places";
+        return "write the folder's full path: programs run in many folders";
     return "";
 }
 
@@ -106,19 +106,19 @@ std::string TextProblem(const Setting& setting, const WideText& value)
 {
     const size_t size = (value.size() + 1) * sizeof(WCHAR);
     if (value.empty())
-        return "the value is empty; to take a setting away there is 'kelvaroctl config unset'";
+        return "the value is empty; use 'kelvaroctl config unset' to remove a setting";
     for (const WCHAR ch : value) {
         if (ch < ' ' || ch == 0x7F)
-            return "the value holds a control character";
+            return "the value contains a control character";
     }
     if (setting.limit && size > setting.limit) {
-        return "the value has " + std::to_string(value.size()) + " characters, and at most " +
+        return "the value has " + std::to_string(value.size()) + " characters; at most " +
                std::to_string(setting.limit / sizeof(WCHAR) - 1) + " are read";
     }
     if (IsNamed(setting, "KeyVault"))
         return VaultTemplateProblem(value);
     if ((IsNamed(setting, "TenantId") || IsNamed(setting, "ClientId")) && HasReserved(value))
-        return "the value holds a character that no tenant or client id has";
+        return "the value contains a character that is not allowed in an id";
     if (IsNamed(setting, "LogfilePath"))
         return FolderProblem(value);
     return "";
@@ -134,8 +134,8 @@ std::string NumberProblem(const Setting& setting, DWORD value)
 std::string TextWarning(const Setting& setting, const WideText& value)
 {
     if (setting.kind == SettingKind::Secret && value.find_first_of(TEXT(" &+%=#")) != WideText::npos) {
-        return "the secret holds a blank or one of & + % = #, which the sign-in request carries as they stand: the "
-               "directory will hardly accept it; make another secret if sign-in is refused";
+        return "the secret contains a space or one of & + % = #, which the sign-in request does not escape: the "
+               "directory will probably reject it; create another secret if sign-in is refused";
     }
     return "";
 }
@@ -163,7 +163,7 @@ static std::string Utc(int64_t unixTime)
 std::string NumberMeaning(const Setting& setting, DWORD value)
 {
     if (IsNamed(setting, "AuthenticationType")) {
-        // The module reads the two low bits; without a value it takes 1.
+        // The module reads the two low bits; the default is 1.
         switch (value ? value & 3 : 1) {
             case 1:
                 return "managed identity";
@@ -176,7 +176,7 @@ std::string NumberMeaning(const Setting& setting, DWORD value)
         }
     }
     if (IsNamed(setting, "DoDeletePurge"))
-        return value ? "deleted keys can be recovered" : "deleted keys are purged as well";
+        return value ? "deleted keys can be recovered" : "deleted keys are purged too";
     if (IsNamed(setting, "CertificatesOrKeys"))
         return value ? "plain keys" : "keys as certificates";
     if (IsNamed(setting, "ExportableOption"))

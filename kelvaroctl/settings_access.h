@@ -1,5 +1,6 @@
-// Who may read the machine's settings: the access list of the key on Windows, modes of folders and files on Linux. One
-// body a system, chosen by the build. Every function throws a configuration failure when the platform refuses.
+// Who can read the machine's settings: the key's access list on Windows, modes of folders and files on Linux. Each
+// system has its own source, chosen by the build. Every function throws a configuration failure if the platform reports
+// an error.
 #pragma once
 
 #include <string>
@@ -8,13 +9,13 @@
 namespace kelvaroctl {
 
 struct SettingsAccess {
-    std::vector<std::string> readers;  // accounts and groups that may read or change them
-    bool open = false;                 // ordinary users are among them, or will be once the key is made
+    std::vector<std::string> readers;  // accounts and groups that can read or change them
+    bool open = false;                 // ordinary users can, or could once the key is created
 };
 SettingsAccess ReadSettingsAccess();
 
-// Leaves the settings to the administrators, and lets `accounts` read them, whoever could before. Creates the settings
-// key if there is none. Throws a usage failure for an unknown account.
+// Gives administrators full control and lets only `accounts` read the settings besides. Creates the settings key if
+// there is none. Throws a usage failure for an unknown account.
 void ProtectSettings(const std::vector<std::string>& accounts);
 
 }  // namespace kelvaroctl

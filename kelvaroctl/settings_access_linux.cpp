@@ -12,14 +12,13 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_hive.h"
-#include "platform/linux/file_store.h"
 #include "platform/linux/paths.h"
 
 namespace kelvaroctl {
 
 namespace {
 
-// What an account needs to read the settings and to open the secret in them.
+// What an account must be able to read to use the settings and the secret in them.
 struct Places {
     std::string folders[3];
     std::string files[2];
@@ -46,7 +45,7 @@ gid_t GroupNamed(const std::string& name)
     return found->gr_gid;
 }
 
-// group: none when nobody but the owner is allowed.
+// group: none to allow only the owner.
 void Restrict(const std::string& path, std::optional<gid_t> group, mode_t alone, mode_t shared)
 {
     const bool done = (!group || chown(path.c_str(), static_cast<uid_t>(-1), *group) == 0) &&
@@ -55,7 +54,7 @@ void Restrict(const std::string& path, std::optional<gid_t> group, mode_t alone,
         throw ConfigurationFailure("cannot change the mode of " + path + ": " + strerror(errno));
 }
 
-// Files that appear later would be their owner's alone, whatever their folder allows.
+// Files created later would get mode 0600 whatever their folder allows, so they are created here.
 void MakeFiles()
 {
     SettingsHive(HKEY_LOCAL_MACHINE).Create();
@@ -63,7 +62,7 @@ void MakeFiles()
     DATA_BLOB input = {sizeof(byte), &byte};
     DATA_BLOB output = {};
     if (!CryptProtectData(&input, nullptr, nullptr, nullptr, nullptr, CRYPTPROTECT_LOCAL_MACHINE, &output))
-        throw ConfigurationFailure("cannot make the master key of the data protection: error " +
+        throw ConfigurationFailure("cannot create the data protection master key: error " +
                                    std::to_string(GetLastError()));
     LocalFree(output.pbData);
 }
@@ -88,14 +87,14 @@ SettingsAccess ReadSettingsAccess()
         }
     }
     if (access.open)
-        access.readers.push_back("everybody");
+        access.readers.push_back("everyone");
     return access;
 }
 
 void ProtectSettings(const std::vector<std::string>& accounts)
 {
     if (accounts.size() > 1)
-        throw UsageFailure("on this system one group can be allowed: make one for all these accounts");
+        throw UsageFailure("only one group can be allowed on this system: create one for all these accounts");
     std::optional<gid_t> group;
     if (!accounts.empty())
         group = GroupNamed(accounts[0]);

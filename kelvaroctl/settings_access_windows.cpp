@@ -40,7 +40,7 @@ struct LocalFreer {
 
 class SettingsKey {
   public:
-    // nullptr from get() when there is no such key.
+    // get() is NULL if the key does not exist.
     explicit SettingsKey(REGSAM rights)
     {
         const LONG error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, rights, &key_);
@@ -95,7 +95,7 @@ bool IsOrdinary(const std::string& sid)
     return sid.rfind("S-1-5-21-", 0) == 0 && (tail == "513" || tail == "514");
 }
 
-// The SID of an account, from its name or its written form.
+// The SID of an account, given by its name or as a SID.
 std::string FindSid(const std::string& account)
 {
     const WideText wide = ToWide(account);
@@ -131,7 +131,7 @@ SettingsAccess ReadSettingsAccess()
     const SettingsKey key(READ_CONTROL);
     SettingsAccess access;
     if (!key.get()) {
-        // A key that is made later inherits the rights of Software, which all users may read.
+        // A key created later inherits the rights of Software, which all users can read.
         access.open = true;
         return access;
     }
@@ -148,7 +148,7 @@ SettingsAccess ReadSettingsAccess()
     if (!GetSecurityDescriptorDacl(descriptor.data(), &present, &list, &defaulted))
         ThrowFailure("read the rights to", static_cast<LONG>(GetLastError()));
     if (!present || !list) {
-        access.readers.push_back("everybody");
+        access.readers.push_back("everyone");
         access.open = true;
         return access;
     }
@@ -162,7 +162,7 @@ SettingsAccess ReadSettingsAccess()
 
 void ProtectSettings(const std::vector<std::string>& accounts)
 {
-    // Nothing is inherited from above; system and administrators have all rights, the others may read.
+    // Nothing is inherited; SYSTEM and administrators have full control, the accounts can read.
     std::string rights = "D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)";
     for (const std::string& account : accounts)
         rights += "(A;CI;KR;;;" + FindSid(account) + ")";

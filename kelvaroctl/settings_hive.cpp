@@ -14,11 +14,11 @@ namespace {
     switch (error) {
         case ERROR_BADDB:
             throw ConfigurationFailure("the settings in " + place +
-                                       " are damaged: mend the file by hand or put a good copy in its place; "
-                                       "until then the provider runs without settings and nothing is written there");
+                                       " are damaged: repair the file or restore a good copy; "
+                                       "until then the provider runs without settings and none can be written");
         case ERROR_ACCESS_DENIED:
             throw ConfigurationFailure("cannot " + attempt + " in " + place +
-                                       ": access denied; the machine's settings belong to the administrator");
+                                       ": access denied; run the command as an administrator");
         case ERROR_LOCK_VIOLATION:
             throw ConfigurationFailure("cannot " + attempt + " in " + place +
                                        ": another process has locked the file; end it or try again");
@@ -27,7 +27,7 @@ namespace {
     }
 }
 
-// The key, closed at the end of a scope; NULL when there is none.
+// The key; NULL if there is none.
 class OpenedKey {
   public:
     explicit OpenedKey(HKEY hive)
@@ -68,6 +68,11 @@ bool SettingsHive::Exists() const
     return OpenedKey(hive_).get() != nullptr;
 }
 
+void SettingsHive::RequireReadable() const
+{
+    OpenedKey key(hive_);
+}
+
 std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
 {
     const OpenedKey key(hive_);
@@ -76,7 +81,7 @@ std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
     const WideText wide = ToWide(valueName);
     RawValue value;
     LONG error = ERROR_MORE_DATA;
-    // The value may grow between the question and the answer.
+    // The value may grow between the two calls.
     while (error == ERROR_MORE_DATA) {
         DWORD size = 0;
         error = RegQueryValueExW(key.get(), wide.c_str(), nullptr, nullptr, nullptr, &size);
@@ -190,14 +195,14 @@ std::string TypeName(DWORD type)
     }
 }
 
-// Why the module takes a stored value for absent; empty when it takes it.
+// Why the module ignores a stored value; empty if it doesn't.
 static std::string WhyIgnored(const Setting& setting, const RawValue& value)
 {
     const DWORD expected = IsText(setting) ? REG_SZ : REG_DWORD;
     if (value.type != expected)
-        return "the value is a " + TypeName(value.type) + ", and only a " + TypeName(expected) + " is read";
+        return "the value is a " + TypeName(value.type) + "; only a " + TypeName(expected) + " is read";
     if (setting.limit && value.bytes.size() > setting.limit)
-        return "the value has " + std::to_string(value.bytes.size()) + " bytes, and at most " +
+        return "the value has " + std::to_string(value.bytes.size()) + " bytes; at most " +
                std::to_string(setting.limit) + " are read";
     return "";
 }

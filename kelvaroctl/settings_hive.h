@@ -1,5 +1,5 @@
-// The settings key of one hive. Every function throws a configuration failure that names the place when the platform
-// refuses.
+// The settings key of one hive. Every function throws a configuration failure that names the place if the platform
+// reports an error.
 #pragma once
 
 #include <optional>
@@ -25,23 +25,23 @@ class SettingsHive {
     std::string name() const;   // HKEY_LOCAL_MACHINE
     std::string scope() const;  // "machine" or "user"
 
-    // Whether the key is there; throws when the hive is damaged.
-    bool Exists() const;
+    bool Exists() const;           // the key
+    void RequireReadable() const;  // throws if the hive is damaged or access is denied
     std::optional<RawValue> Read(const std::string& valueName) const;
-    void Create() const;                                                    // if it isn't there
+    void Create() const;                                                    // unless it exists
     void Write(const std::string& valueName, const RawValue& value) const;  // creates the key
-    bool Remove(const std::string& valueName) const;                        // false when there was no such value
+    bool Remove(const std::string& valueName) const;                        // false if there was no such value
 
   private:
     HKEY hive_;
 };
 
-// What a setting is worth, as the module takes it.
+// A setting as the module reads it.
 struct SettingState {
-    bool stored = false;   // there is a value of that name
-    std::string ignored;   // why the module does not take it; empty when it does
+    bool stored = false;   // a value of that name exists
+    std::string ignored;   // why the module ignores it; empty if it doesn't
     bool inForce = false;  // stored, not ignored and not empty
-    WideText text;         // what counts: the value's, or the fallback
+    WideText text;         // the effective value: the stored one or the default
     DWORD number = 0;      // likewise
 };
 SettingState ReadSetting(const SettingsHive& hive, const Setting& setting);

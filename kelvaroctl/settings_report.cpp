@@ -9,7 +9,7 @@ std::string SecretState(const SettingsHive& hive)
     return ReadSetting(hive, *FindSetting("ClientDPAPISecret")).inForce ? "protected" : "not set";
 }
 
-// How a value is written for people, with what it means behind it.
+// The value for people, followed by its meaning.
 static std::string Shown(const Setting& setting, const SettingState& state)
 {
     std::string text = IsText(setting) ? Printable(ToNarrow(state.text)) : std::to_string(state.number);
@@ -42,7 +42,7 @@ static void ReportSecret(const Setting& setting, const SettingsHive& hive, Setti
     const std::string state = SecretState(hive);
     const std::string ignored = ReadSetting(hive, setting).ignored;
     Json member = {{"set", state != "not set"}, {"state", state}};
-    std::string text = state == "set" ? "set, in clear until the provider is next opened" : state;
+    std::string text = state == "set" ? "set, in clear text until the provider is next opened" : state;
     if (!ignored.empty()) {
         member["ignored"] = ignored;
         text += "  (ignored: " + ignored + ")";
@@ -51,7 +51,7 @@ static void ReportSecret(const Setting& setting, const SettingsHive& hive, Setti
     report->settingRows.push_back({setting.name, text});
 }
 
-// The list of certificates only ever grows, so its size is told and not its content.
+// The list of certificates only grows, so its size is shown instead of its content.
 static void ReportState(const Setting& setting, const SettingState& state, SettingsReport* report)
 {
     Json member = {{"set", state.inForce}};

@@ -1,14 +1,14 @@
-// The settings of a hive as they are shown: what is stored, what counts, and never a secret.
+// Formats the settings of a hive: stored and effective values, but never a secret.
 #pragma once
 
 #include "kelvaroctl/tool.h"
 
 namespace kelvaroctl {
 
-// "set" while the secret stands in clear, "protected", or "not set".
+// "set" while the secret is in clear text, "protected", or "not set".
 std::string SecretState(const SettingsHive& hive);
 
-// One member and one row of columns for each value; `state` holds the notes that the module keeps for itself.
+// One member and one row for each value. `state`: the module's own.
 struct SettingsReport {
     Json settings = Json::object();
     Json state = Json::object();

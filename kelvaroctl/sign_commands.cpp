@@ -20,7 +20,7 @@ struct SignArguments {
     bool der = false;
 };
 
-// The padding information of a call, which the module reads while the call lasts.
+// The padding information of a call; must live as long as the call.
 struct Padding {
     explicit Padding(const SignatureAlgorithm& algorithm)
     {
@@ -52,9 +52,9 @@ static Bytes InputDigest(const SignArguments& arguments, const SignatureAlgorith
     const Bytes content = ReadWholeFile(arguments.input, kLargestDigestFile);
     Bytes digest;
     if (!ParseHex(std::string(content.begin(), content.end()), &digest))
-        throw UsageFailure(arguments.input + " does not hold a digest in hexadecimal");
+        throw UsageFailure(arguments.input + " does not contain a hexadecimal digest");
     if (digest.size() != algorithm.digestSize) {
-        throw UsageFailure(arguments.input + " holds a digest of " + std::to_string(digest.size()) + " bytes, and " +
+        throw UsageFailure(arguments.input + " has a digest of " + std::to_string(digest.size()) + " bytes; " +
                            algorithm.name + " takes " + std::to_string(algorithm.digestSize));
     }
     return digest;
@@ -64,8 +64,8 @@ static const SignatureAlgorithm& AlgorithmOf(const SignArguments& arguments)
 {
     const SignatureAlgorithm& algorithm = FindSignatureAlgorithm(arguments.algorithm);
     if (arguments.der && algorithm.family != SignatureFamily::Curve)
-        throw UsageFailure(std::string("--der is for ES256, ES384 and ES512; a signature of ") + algorithm.name +
-                           " has one form only");
+        throw UsageFailure(std::string("--der is for ES256, ES384 and ES512; ") + algorithm.name +
+                           " signatures have only one form");
     return algorithm;
 }
 
@@ -97,7 +97,7 @@ static Answer Sign(const Tool& tool, const SignArguments& arguments)
     return answer;
 }
 
-// The signature as the vault takes it, from its plain form or from DER; empty when it is neither.
+// Converts a plain or DER signature to the vault's form; empty if it is neither.
 static Bytes PlainForm(const SignArguments& arguments, const PublicKey& key, const Bytes& signature)
 {
     if (!arguments.der && signature.size() == SignatureSize(key))
@@ -106,8 +106,8 @@ static Bytes PlainForm(const SignArguments& arguments, const PublicKey& key, con
     return !key.isRsa && RawFromDerSignature(signature, key.curve->width, &plain) ? plain : Bytes();
 }
 
-// Puts a signature into the form that the vault takes; `sign` without --out writes Base64. A reason when no signature
-// of this key can look like that.
+// Converts a signature to the vault's form; it may also be Base64, which `sign` prints. Returns why it cannot be a
+// signature of this key, or an empty text.
 static std::string BringIntoForm(const SignArguments& arguments, const PublicKey& key, Bytes* signature)
 {
     Bytes plain = PlainForm(arguments, key, *signature);
@@ -115,10 +115,10 @@ static std::string BringIntoForm(const SignArguments& arguments, const PublicKey
     if (plain.empty() && ParseBase64(std::string(signature->begin(), signature->end()), &decoded))
         plain = PlainForm(arguments, key, decoded);
     if (plain.empty() && arguments.der)
-        return "it is no signature in DER";
+        return "it is not a DER signature";
     if (plain.empty()) {
-        return "it has " + std::to_string(signature->size()) + " bytes, and this key's have " +
-               std::to_string(SignatureSize(key)) + "; it is neither DER nor Base64 of one";
+        return "it has " + std::to_string(signature->size()) + " bytes; this key's have " +
+               std::to_string(SignatureSize(key)) + "; it is neither DER nor Base64";
     }
     *signature = std::move(plain);
     return "";
@@ -136,7 +136,7 @@ static Answer Verify(const Tool& tool, const SignArguments& arguments)
     std::string reason = BringIntoForm(arguments, publicKey, &signature);
     const Padding padding(algorithm);
     if (reason.empty() && !key.Verify(padding.info, digest, signature, padding.flags))
-        reason = "it is not this key's over this data";
+        reason = "it does not match this key and this data";
     const bool good = reason.empty();
     Answer answer;
     answer.object = {
@@ -152,23 +152,23 @@ static std::vector<Argument> Arguments(SignArguments* to, const Argument& last)
 {
     return {{"--key", &to->key, "the key's name", "NAME", kRequired},
             {"--alg", &to->algorithm, SignatureAlgorithmNames() + " (RSNULL: SHA-1 with PKCS#1)", "ALG", kRequired},
-            {"--in", &to->input, "the signed data", "FILE", kRequired},
-            {"--digest-hex", &to->digestHex, "FILE holds the data's digest, in hexadecimal"},
-            {"--der", &to->der, "curve signatures as openssl has them, not as r and s side by side"},
+            {"--in", &to->input, "the data", "FILE", kRequired},
+            {"--digest-hex", &to->digestHex, "FILE contains the data's digest in hexadecimal"},
+            {"--der", &to->der, "curve signatures in DER, as openssl writes them, instead of r and s side by side"},
             last};
 }
 
 Command SignCommand()
 {
     const auto to = std::make_shared<SignArguments>();
-    const Argument output = {"--out", &to->output, "where the signature goes; else Base64 on standard output", "FILE"};
+    const Argument output = {"--out", &to->output, "the signature file; default: Base64 on standard output", "FILE"};
     return {"sign", "sign a file", Arguments(to.get(), output), [to](Tool& tool) { return Sign(tool, *to); }};
 }
 
 Command VerifyCommand()
 {
     const auto to = std::make_shared<SignArguments>();
-    const Argument signature = {"--signature", &to->signature, "the signature, as it is, in DER or in Base64", "FILE",
+    const Argument signature = {"--signature", &to->signature, "the signature: binary, DER or Base64", "FILE",
                                 kRequired};
     return {"verify", "verify a file's signature; exit code 1 for a bad one", Arguments(to.get(), signature),
             [to](Tool& tool) { return Verify(tool, *to); }};

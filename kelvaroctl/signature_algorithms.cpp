@@ -23,7 +23,7 @@ const SignatureAlgorithm& FindSignatureAlgorithm(const std::string& name)
         if (EqualIgnoringCase(std::string_view(name), algorithm.name))
             return algorithm;
     }
-    throw UsageFailure("there is no signature algorithm '" + name + "'; there are " + SignatureAlgorithmNames());
+    throw UsageFailure("unknown signature algorithm: '" + name + "'; choose one of " + SignatureAlgorithmNames());
 }
 
 std::string SignatureAlgorithmNames()

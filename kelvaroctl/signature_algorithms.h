@@ -1,4 +1,4 @@
-// The signature algorithms by their names in JSON Web Algorithms, and what a host says to have each.
+// The signature algorithms, by their JSON Web Algorithms names, and their parameters for the provider.
 #pragma once
 
 #include <string>
@@ -17,14 +17,14 @@ struct SignatureAlgorithm {
     const char* curve;  // of the key, NULL for RSA
 };
 
-// Letter case does not count. Throws a usage failure for a name that is not one of them.
+// Ignores letter case. Throws a usage failure for an unknown name.
 const SignatureAlgorithm& FindSignatureAlgorithm(const std::string& name);
-std::string SignatureAlgorithmNames();  // divided by commas
+std::string SignatureAlgorithmNames();  // separated by commas
 
-// Throws a usage failure when keys of this kind do not sign so.
+// Throws a usage failure if the key does not support the algorithm.
 void CheckKeyFits(const SignatureAlgorithm& algorithm, const PublicKey& key, const std::string& keyName);
 
-// Bytes of a signature as the vault makes it.
+// Bytes of a signature in the vault's form.
 size_t SignatureSize(const PublicKey& key);
 
 }  // namespace kelvaroctl

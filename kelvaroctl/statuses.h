@@ -1,4 +1,4 @@
-// What the module's statuses are called and what they mean to an administrator.
+// Names of the module's statuses and what they mean to an administrator.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace kelvaroctl {
 
-// What the tool was about when the module answered.
+// What the tool asked the module to do.
 enum class Operation {
     OpenProvider,
     ReadProviderProperty,
@@ -27,7 +27,7 @@ enum class Operation {
     DeleteKey,
 };
 
-// The provider's own status of a listing that failed.
+// The provider's own status for a key listing that failed.
 constexpr DWORD kListingFailed = 0x801B8002;
 
 // "NTE_NOT_FOUND", or "unknown status".
@@ -35,7 +35,7 @@ std::string StatusName(SECURITY_STATUS status);
 // "NTE_NOT_FOUND (0x80090011)"
 std::string StatusText(SECURITY_STATUS status);
 
-// subject: what the operation was done to, "" for the provider itself.
+// subject: the key or property concerned, "" for the provider itself.
 Failure StatusFailure(Operation operation, SECURITY_STATUS status, const std::string& subject);
 
 }  // namespace kelvaroctl

@@ -1,3 +1,5 @@
+// Addresses are parsed by hand, so that every system accepts the same ones: inet_pton differs in leading zeros and
+// gaps.
 #include "kelvaroctl/subject_alt_name.h"
 
 #include <algorithm>
@@ -24,7 +26,7 @@ std::vector<std::string> Split(const std::string& text, char separator)
     return parts;
 }
 
-// Digits of one base and nothing else; false when there is none, or more than `longest`.
+// Digits only. False for an empty text or more than `longest` digits.
 bool ParseDigits(const std::string& text, unsigned base, size_t longest, unsigned* number)
 {
     const std::string digits = std::string("0123456789abcdef").substr(0, base);
@@ -53,7 +55,7 @@ bool ParseIp4(const std::string& text, Bytes* address)
     return address->size() == kIp4Bytes;
 }
 
-// Groups between colons. atEnd: they end the whole address, where an IPv4 address may stand for the last two.
+// Groups between colons. atEnd: the last groups of the address, where an IPv4 address may replace the last two.
 bool ParseGroups(const std::string& text, bool atEnd, Bytes* bytes)
 {
     bytes->clear();
@@ -83,7 +85,7 @@ bool ParseIp6(const std::string& text, Bytes* address)
         return false;
     if (gap == std::string::npos)
         return address->size() == kIp6Bytes;
-    // The gap stands for one group at the least.
+    // The gap replaces at least one group.
     if (!ParseGroups(text.substr(gap + 2), true, &tail) || address->size() + tail.size() > kIp6Bytes - 2)
         return false;
     address->resize(kIp6Bytes - tail.size());
@@ -95,15 +97,15 @@ Bytes ParseAddress(const std::string& text)
 {
     Bytes address;
     if (!ParseIp4(text, &address) && !ParseIp6(text, &address))
-        throw UsageFailure("'" + text + "' is no IP address");
+        throw UsageFailure("'" + text + "' is not an IP address");
     return address;
 }
 
-// The names are IA5 text; what goes beyond it has an ASCII form of its own.
+// The names are IA5 strings; international names have an ASCII form.
 Bytes ParseAscii(const std::string& text)
 {
     if (text.empty() || std::any_of(text.begin(), text.end(), [](char ch) { return ch <= ' ' || ch > '~'; }))
-        throw UsageFailure("'" + text + "' must be ASCII without blanks; write an international name in its xn-- form");
+        throw UsageFailure("'" + text + "' must be ASCII without spaces; write an international name in its xn-- form");
     return Bytes(text.begin(), text.end());
 }
 
@@ -111,7 +113,7 @@ Bytes ParseEmail(const std::string& text)
 {
     const size_t at = text.find('@');
     if (at == 0 || at == std::string::npos || at + 1 == text.size() || text.find('@', at + 1) != std::string::npos)
-        throw UsageFailure("'" + text + "' is no e-mail address");
+        throw UsageFailure("'" + text + "' is not an e-mail address");
     return ParseAscii(text);
 }
 
@@ -137,7 +139,8 @@ SubjectAltName ParseSubjectAltName(const std::string& text)
         if (colon != std::string::npos && EqualIgnoringCase(std::string_view(text).substr(0, colon), kind.word))
             return {kind.tag, kind.parse(text.substr(colon + 1))};
     }
-    throw UsageFailure("'" + text + "' is no alternative name; write dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI");
+    throw UsageFailure("'" + text +
+                       "' is not an alternative name; write dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI");
 }
 
 }  // namespace kelvaroctl

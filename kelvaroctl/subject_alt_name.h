@@ -1,4 +1,4 @@
-// Alternative names of a certificate's subject, as they are given on a command line.
+// Subject alternative names from the command line.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ struct SubjectAltName {
 };
 
 // "dns:web01.contoso.com", "ip:10.0.0.1", "ip:2001:db8::1", "email:ops@contoso.com", "uri:https://contoso.com/"; the
-// letter case of the word in front does not count. Throws a usage failure for anything else.
+// letter case of the prefix is ignored. Throws a usage failure for anything else.
 SubjectAltName ParseSubjectAltName(const std::string& text);
 
 }  // namespace kelvaroctl

@@ -8,14 +8,14 @@ namespace kelvaroctl {
 
 namespace {
 
-// The vault is not expected to hold it.
+// The vault should not have it.
 constexpr char kSyncKeyName[] = "kelvaroctl-certs-sync";
 constexpr char kStampValue[] = "FromKVLastSyncTime";
 
-// The module syncs on the first open of a machine key, whether or not there is such a key.
+// The module syncs when a machine key is first opened, even if the key does not exist.
 void RunSync(const Tool& tool, const SettingsHive& hive)
 {
-    // Its own rule of once in twenty minutes is for hosts; an administrator means now.
+    // Without the stamp, the module doesn't wait until twenty minutes have passed since the last sync.
     hive.Remove(kStampValue);
     const auto provider = tool.OpenProvider();
     try {
@@ -25,20 +25,20 @@ void RunSync(const Tool& tool, const SettingsHive& hive)
             throw;
     }
     if (!hive.Read(kStampValue))
-        throw ConfigurationFailure("the module did not start the sync, or could not note its time in the settings");
+        throw ConfigurationFailure("the module did not start the sync, or could not write its time to the settings");
 }
 
 void CheckSyncIsOn(const Tool& tool, const SettingsHive& hive)
 {
     if (tool.user)
-        throw UsageFailure("certificates of the vault come to the machine's store alone");
+        throw UsageFailure("the vault's certificates are only copied to the machine's store");
     if (ReadSetting(hive, *FindSetting("CertificatesOrKeys")).number != 0)
         throw ConfigurationFailure(
-            "CertificatesOrKeys is set to plain keys, and then the module brings no certificates: kelvaroctl config "
-            "set CertificatesOrKeys 0");
+            "CertificatesOrKeys is set to plain keys, so the module copies no certificates: run kelvaroctl config set "
+            "CertificatesOrKeys 0");
 }
 
-// Makes the module look at some certificates again; those that it doesn't bring back are noted again at the end.
+// Makes the module check some certificates again; the destructor records those that it didn't.
 class Forgotten {
   public:
     Forgotten(const SettingsHive& hive, const std::vector<std::string>& hashes) : hive_(hive), hashes_(hashes)
@@ -52,7 +52,7 @@ class Forgotten {
             if (!hashes_.empty())
                 RememberHashes(hive_, hashes_);
         } catch (const Failure&) {
-            // They are looked at once more by a later run.
+            // A later sync checks them again.
         }
     }
     Forgotten(const Forgotten&) = delete;
@@ -63,9 +63,9 @@ class Forgotten {
     const std::vector<std::string>& hashes_;
 };
 
-// A run that brings nothing looks like one that was refused the vault's list, or one that a host's run forestalled. So
-// a certificate that is known is forgotten for another run, which must bring it back: the newest, then a few, since
-// some may have left the vault.
+// A sync that finds nothing new looks like one whose listing was refused, or that another program ran first. So known
+// certificates are forgotten and the next sync must record one again: the newest, then a few more, since some may have
+// been deleted from the vault.
 bool VaultListsAny(const Tool& tool, const SettingsHive& hive)
 {
     const std::vector<std::string> known = HashesOf(ReadRecord(hive));
@@ -104,8 +104,8 @@ Answer Sync(const Tool& tool)
     const size_t recorded = known > knownBefore ? known - knownBefore : 0;
     if (!recorded && !VaultListsAny(tool, hive)) {
         throw Failure(ExitCode::Refused, "not_listed",
-                      "the vault refused to list its certificates, or could not be reached, or holds none: the account "
-                      "needs the certificate permissions list and get; at LoggingLevel 1 the log tells which");
+                      "the vault refused to list its certificates, or could not be reached, or has none: the account "
+                      "needs the certificate permissions list and get; at LoggingLevel 1 the log says which");
     }
     Answer answer;
     answer.object["added"] = Json::array();
@@ -121,8 +121,8 @@ Answer Sync(const Tool& tool)
                                : std::to_string(rows.size()) + " added to the machine's store\n" + Columns(rows, 2);
     if (recorded > rows.size())
         answer.text += std::to_string(recorded - rows.size()) +
-                       " seen for the first time but not added: here already, or of keys that have no certificate of "
-                       "their own yet\n";
+                       " seen for the first time but not added: already here, or of keys that don't have their own "
+                       "certificate yet\n";
     return answer;
 }
 
@@ -130,7 +130,7 @@ Answer Sync(const Tool& tool)
 
 Command SyncCommand()
 {
-    return {"sync", "bring the vault's new certificates into the machine's store, now", {}, Sync};
+    return {"sync", "copy the vault's new certificates to the machine's store now", {}, Sync};
 }
 
 }  // namespace kelvaroctl

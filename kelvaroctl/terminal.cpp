@@ -21,7 +21,7 @@ bool ErrorOutputIsTerminal()
 }
 
 namespace {
-// What an interruption restores before it ends the program.
+// What a signal restores before it ends the program.
 HANDLE interruptedInput = nullptr;
 DWORD interruptedMode = 0;
 
@@ -32,7 +32,7 @@ extern "C" void RestoreAndEnd(int signal)
     std::raise(signal);
 }
 
-// No echo while one of these lives; does nothing when standard input is no terminal. One at a time.
+// Turns echo off while it lives; does nothing if standard input is not a terminal. One at a time.
 class EchoOff {
   public:
     EchoOff() : input_(GetStdHandle(STD_INPUT_HANDLE)), terminal_(GetConsoleMode(input_, &mode_) != 0)
@@ -77,7 +77,7 @@ std::string ReadSecretLine(const std::string& prompt)
     if (echo.terminal())
         std::cerr << std::endl;
     if (!read)
-        throw UsageFailure("nothing to read on standard input");
+        throw UsageFailure("standard input is empty");
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
     return line;
@@ -108,7 +108,7 @@ void ProgressLine::Show(const std::string& text)
 {
     if (!terminal_)
         return;
-    // Blanks over what is left of a longer text.
+    // Spaces overwrite the rest of a longer text.
     std::cerr << '\r' << text << std::string(shown_ > text.size() ? shown_ - text.size() : 0, ' ') << std::flush;
     shown_ = std::max(shown_, text.size());
 }

@@ -8,14 +8,14 @@ namespace kelvaroctl {
 
 bool ErrorOutputIsTerminal();
 
-// One line of standard input, without its end. On a terminal `prompt` is written to standard error and nothing is
-// echoed. Throws a usage failure at the end of the input.
+// Reads one line of standard input, without its line end. On a terminal, writes `prompt` to standard error and turns
+// off echo. Throws a usage failure at end of file.
 std::string ReadSecretLine(const std::string& prompt);
 
-// Asks on standard error and reads one line of standard input. nullopt when either is no terminal, or at its end.
+// Asks on standard error and reads one line of standard input. nullopt if either is not a terminal, or at end of file.
 std::optional<std::string> AskOnTerminal(const std::string& question);
 
-// A line on standard error that is written over and over; silent when that is no terminal. Cleared at its end.
+// A progress line on standard error, if that is a terminal. The destructor clears it.
 class ProgressLine {
   public:
     ProgressLine();

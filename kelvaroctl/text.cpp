@@ -13,7 +13,7 @@ WideText ToWide(std::string_view text)
     const int length = static_cast<int>(text.size());
     const int size = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, nullptr, 0);
     if (size <= 0)
-        throw UsageFailure("a text is not well-formed UTF-8");
+        throw UsageFailure("an argument is not well-formed UTF-8");
     WideText wide(static_cast<size_t>(size), 0);
     MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, wide.data(), size);
     return wide;
@@ -118,55 +118,52 @@ bool ParseHex(std::string_view text, Bytes* bytes)
     return high < 0;
 }
 
-static std::string EncodeBase64(const Bytes& bytes, const char* lastTwo, bool fill)
-{
-    const std::string alphabet =
-        std::string("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789") + lastTwo;
-    std::string text;
-    for (size_t at = 0; at < bytes.size(); at += 3) {
-        const size_t count = std::min<size_t>(3, bytes.size() - at);
-        unsigned group = 0;
-        for (size_t index = 0; index < 3; ++index)
-            group = group << 8 | (index < count ? bytes[at + index] : 0U);
-        for (size_t index = 0; index < 4; ++index) {
-            if (index <= count)
-                text += alphabet[(group >> (18 - 6 * index)) & 63];
-            else if (fill)
-                text += '=';
-        }
-    }
-    return text;
-}
-
 std::string Base64(const Bytes& bytes)
 {
-    return EncodeBase64(bytes, "+/", true);
+    constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
+    const DWORD count = static_cast<DWORD>(bytes.size());
+    DWORD size = 0;
+    if (bytes.empty() || !CryptBinaryToStringW(bytes.data(), count, kOneLine, nullptr, &size))
+        return "";
+    WideText text(size, 0);
+    if (!CryptBinaryToStringW(bytes.data(), count, kOneLine, text.data(), &size))
+        throw InternalFailure("the platform cannot encode Base64");
+    text.resize(size);
+    return ToNarrow(text);
 }
 
 bool ParseBase64(std::string_view text, Bytes* bytes)
 {
     WideText wide;
+    wide.reserve(text.size());  // growth would leave copies behind
+    bool good = true;
     for (const char ch : text) {
-        if (static_cast<unsigned char>(ch) >= 0x7F)
-            return false;
+        good = good && static_cast<unsigned char>(ch) < 0x7F;
         if (static_cast<unsigned char>(ch) > ' ')
             wide += static_cast<WCHAR>(ch);
     }
     const DWORD length = static_cast<DWORD>(wide.size());
     DWORD size = 0;
-    if (wide.empty() ||
-        !CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr))
-        return false;
-    bytes->resize(size);
-    return CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes->data(), &size, nullptr, nullptr);
+    good = good && length &&
+           CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr);
+    bytes->resize(good ? size : 0);
+    good =
+        good && CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes->data(), &size, nullptr, nullptr);
+    // The text may be a private key.
+    SecureZeroMemory(wide.data(), wide.size() * sizeof(WCHAR));
+    return good;
 }
 
 std::string Base64Url(const Bytes& bytes)
 {
-    return EncodeBase64(bytes, "-_", false);
+    std::string text = Base64(bytes);
+    std::replace(text.begin(), text.end(), '+', '-');
+    std::replace(text.begin(), text.end(), '/', '_');
+    text.erase(std::min(text.find('='), text.size()));
+    return text;
 }
 
-// Characters as a terminal counts them, near enough: code points.
+// Approximates the width on a terminal by counting code points.
 static size_t DisplayWidth(const std::string& text)
 {
     return static_cast<size_t>(std::count_if(text.begin(), text.end(),

@@ -14,14 +14,14 @@ using WideText = std::basic_string<WCHAR>;
 using WideView = std::basic_string_view<WCHAR>;
 using Bytes = std::vector<BYTE>;
 
-// Throws a usage failure when `text` is not well-formed UTF-8.
+// Throws a usage failure if `text` is not well-formed UTF-8.
 WideText ToWide(std::string_view text);
 // Lone surrogates become U+FFFD.
 std::string ToNarrow(WideView text);
 
 bool EqualIgnoringCase(std::string_view first, std::string_view second);  // of ASCII letters
 
-// For a terminal: control characters are written as \xNN, so that a name from the vault cannot move the cursor.
+// Writes control characters as \xNN, so that a name from the vault cannot control the terminal.
 std::string Printable(std::string_view text);
 
 std::string HexText(const Bytes& bytes);             // lower case
@@ -29,9 +29,9 @@ std::string HexNumber(DWORD number);                 // 0x80090011
 bool ParseHex(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64(const Bytes& bytes);
 bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
-std::string Base64Url(const Bytes& bytes);              // without fill
+std::string Base64Url(const Bytes& bytes);              // without padding
 
-// Rows with their columns under each other, two blanks between; the last column as it is. Each row ends in a line feed.
+// Aligns the columns, two spaces apart. Each row ends with a line feed.
 std::string Columns(const std::vector<std::vector<std::string>>& rows, size_t indent = 0);
 
 }  // namespace kelvaroctl

@@ -6,12 +6,12 @@ namespace kelvaroctl {
 
 std::unique_ptr<Provider> Tool::OpenProvider() const
 {
-    // An ordinary user's keys need nothing of the machine's settings, which that user may not be able to read.
-    hive().Exists();
+    // Only this scope's settings: an ordinary user may not be allowed to read the machine's, and doesn't need them.
+    hive().RequireReadable();
     if (via == "module")
         return std::make_unique<Provider>(LoadModule(modulePath), !user);
     if (!modulePath.empty())
-        throw UsageFailure("--module names a module, and with --via ncrypt it is the registered one that is used");
+        throw UsageFailure("--module cannot be combined with --via ncrypt, which uses the registered module");
     return std::make_unique<Provider>(OpenRouter(), !user);
 }
 

@@ -1,4 +1,4 @@
-// What all commands share: the global options, how they answer, how they come by the provider.
+// What all commands share: options, answers and access to the provider.
 #pragma once
 
 #include <memory>
@@ -14,7 +14,7 @@ namespace kelvaroctl {
 
 using Json = nlohmann::ordered_json;
 
-// What a command found out, in both forms.
+// A command's result, as JSON and as text.
 struct Answer {
     Json object = Json::object();
     std::string text;
@@ -25,16 +25,16 @@ class Tool {
   public:
     bool json = false;
     std::string modulePath;
-    std::string via = "module";  // or "ncrypt": through the platform's router
+    std::string via = "module";  // or "ncrypt": the platform's router
     bool user = false;
 
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }
 
-    // Throws a configuration failure when the settings of this scope are damaged: the module would quietly run without
-    // them.
+    // Throws a configuration failure if the settings of this scope cannot be read: the module would silently run
+    // without them.
     std::unique_ptr<Provider> OpenProvider() const;
 
-    // Goes to standard error at once, or into the JSON answer.
+    // Prints to standard error, or adds to the JSON answer.
     void Warn(const std::string& text);
     const std::vector<std::string>& warnings() const { return warnings_; }
 

@@ -83,7 +83,7 @@ TEST_F(RequestCommandTest, WhatCannotBeRequested)
         const char* words;
     } rows[] = {
         {"no subject at all", {"rsa"}, 2, "--subject or a --san"},
-        {"a bad subject", {"rsa", "--subject", "web01"}, 2, "no name of a subject"},
+        {"a bad subject", {"rsa", "--subject", "web01"}, 2, "not a valid subject: 'web01'"},
         {"a bad name", {"rsa", "--subject", "CN=a", "--san", "web01"}, 2, "dns:NAME"},
         {"DER on the terminal", {"rsa", "--subject", "CN=a", "--der"}, 2, "--out"},
         {"no such key", {"nobody", "--subject", "CN=a"}, 5, "'nobody'"},

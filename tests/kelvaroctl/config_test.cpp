@@ -44,19 +44,19 @@ TEST_F(ConfigTest, ValuesThatCouldNotWorkAreRefused)
         std::string value;
         const char* message;
     } rows[] = {
-        {"KeyVaults", "contoso", "there is no setting 'KeyVaults'"},
+        {"KeyVaults", "contoso", "unknown setting: 'KeyVaults'"},
         {"KeyVault", "contoso.vault.azure.net", "has no dots"},
         {"KeyVault", "contoso_keys", "letters, digits and hyphens"},
-        {"KeyVault", "x%Z", "only D and G"},
-        {"KeyVault", "x%G", "%G only works alone"},
+        {"KeyVault", "x%Z", "only %D and %G"},
+        {"KeyVault", "x%G", "%G must be the whole value"},
         {"KeyVault", std::string(25, 'a'), "3 to 24 characters"},
         {"KeyVault", "", "config unset"},
         {"AuthenticationType", "4", "0 to 3"},
         {"AuthenticationType", "secret", "0 to 3"},
         {"AuthenticationType", "-1", "0 to 3"},
         {"AuthenticationType", "99999999999", "0 to 3"},
-        {"TenantId", "a/b", "no tenant or client id"},
-        {"ClientId", "x&resource=y", "no tenant or client id"},
+        {"TenantId", "a/b", "not allowed in an id"},
+        {"ClientId", "x&resource=y", "not allowed in an id"},
         {"ClientCertID", std::string(512, 'c'), "at most 511 are read"},
         {"ClientCertID", "two\nlines", "control character"},
         {"EventLog", std::string(128, 'e'), "at most 127 are read"},
@@ -64,8 +64,8 @@ TEST_F(ConfigTest, ValuesThatCouldNotWorkAreRefused)
         {"LogfilePath", "Logs", "full path"},
         {"LoggingLevel", "11", "0 to 10"},
         {"LoggingLevel", "4x", "0 to 10"},
-        {"FromKVLastSyncTime", "0", "own note"},
-        {"ClientDPAPISecret", "QUJD", "own note"},
+        {"FromKVLastSyncTime", "0", "own state"},
+        {"ClientDPAPISecret", "QUJD", "own state"},
     };
     const json before = Settings();
     for (const auto& row : rows) {
@@ -101,9 +101,9 @@ TEST_F(ConfigTest, ShowTellsWhatTheModuleIgnores)
     root.SetText(HKEY_LOCAL_MACHINE, "ClientId", std::string(600, 'c'));
     const json settings = CtlJson({"config", "show"})["settings"];
     EXPECT_EQ("%G", settings["KeyVault"]["value"]);
-    EXPECT_EQ("the value is a REG_EXPAND_SZ, and only a REG_SZ is read", settings["KeyVault"]["ignored"]);
+    EXPECT_EQ("the value is a REG_EXPAND_SZ; only a REG_SZ is read", settings["KeyVault"]["ignored"]);
     EXPECT_EQ(1, settings["AuthenticationType"]["value"]);
-    EXPECT_EQ("the value has 1202 bytes, and at most 1024 are read", settings["ClientId"]["ignored"]);
+    EXPECT_EQ("the value has 1202 bytes; at most 1024 are read", settings["ClientId"]["ignored"]);
     EXPECT_NE(std::string::npos, Out({"config", "show"}).find("ignored: the value is a REG_EXPAND_SZ"));
 }
 
@@ -151,7 +151,7 @@ TEST_F(ConfigTest, ImportTakesWhatAnotherMachineExported)
         root.RemoveKey(HKEY_LOCAL_MACHINE);
         const Ran ran = Ctl({"config", "import", File("export.reg")});
         EXPECT_EQ(0, ran.exit) << ran.err;
-        EXPECT_NE(std::string::npos, ran.err.find("holds a secret in clear"));
+        EXPECT_NE(std::string::npos, ran.err.find("contains a secret in clear text"));
         json settings = Settings()["settings"];
         EXPECT_EQ("protected", settings["ClientSecret"]["state"]);
         settings["ClientSecret"] = expected["ClientSecret"];
@@ -181,18 +181,18 @@ TEST_F(ConfigTest, ImportIsAllOrNothing)
         std::string text;
         const char* message;
     } rows[] = {
-        {"no such setting", head + first + "\"KeyVaults\"=\"x\"\n", "line 5: there is no setting \"KeyVaults\""},
+        {"no such setting", head + first + "\"KeyVaults\"=\"x\"\n", "line 5: unknown setting \"KeyVaults\""},
         {"wrong type", head + first + "\"TenantId\"=dword:1\n", "line 5: TenantId must be a REG_SZ, not a REG_DWORD"},
         {"expandable", head + first + "\"TenantId\"=hex(2):61,00,00,00\n", "not a REG_EXPAND_SZ"},
         {"odd bytes", head + first + "\"TenantId\"=hex(1):61,00,00\n", "line 5: the bytes of TenantId end"},
         {"short number", head + first + "\"LoggingLevel\"=hex(4):01,00\n", "line 5: the bytes of LoggingLevel end"},
         {"out of range", head + first + "\"LoggingLevel\"=dword:b\n", "line 5: LoggingLevel: the value must be"},
-        {"useless", head + first + "\"TenantId\"=\"a b\"\n", "line 5: TenantId: the value holds a character"},
+        {"useless", head + first + "\"TenantId\"=\"a b\"\n", "line 5: TenantId: the value contains a character"},
         {"twice", head + first + "\"keyvault\"=\"again\"\n", "line 5: KeyVault is given twice"},
         {"another key", head + first + "\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel]\n", "line 6: only the settings key"},
         {"the log in the user's hive",
          head + first + "[HKEY_CURRENT_USER\\Software\\Zandrel\\Kelvaro]\n\"LoggingLevel\"=dword:1\n",
-         "line 6: LoggingLevel is read from HKEY_LOCAL_MACHINE alone"},
+         "line 6: LoggingLevel is only read from HKEY_LOCAL_MACHINE"},
         {"grammar", head + first + "\"TenantId\"=x\n", "line 5: the data must be"},
     };
     const json before = Settings();

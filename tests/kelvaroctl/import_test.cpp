@@ -67,7 +67,7 @@ TEST_F(ImportCtlTest, ANameIsForAKeyOfTheVaultsOwn)
 {
     const std::string out = Out({"keys", "import", Data("rsa2048"), "--name", "fresh"});
     const std::string made = IndependentKey(sim.PublicKeyPem(Simulator::kVault, "fresh")).Fingerprint();
-    EXPECT_NE(std::string::npos, out.find("The vault has made a key of its own, 'fresh': RSA 2048, SHA-256 " + made))
+    EXPECT_NE(std::string::npos, out.find("The vault has created a different key, 'fresh': RSA 2048, SHA-256 " + made))
         << out;
     EXPECT_EQ(1u, CtlJson({"keys", "list"})["keys"].size());
 }
@@ -79,7 +79,7 @@ TEST_F(ImportCtlTest, KeysThatTheProviderRefuses)
     ExpectRefusal({Data("pkcs12-sha1-3des"), "--password-file", File("wrong")}, "NTE_INTERNAL_ERROR", "password");
     ExpectRefusal({Data("p256")}, "NTE_NOT_SUPPORTED", "2048 to 4096");
     ExpectRefusal({Data("rsa1024")}, "NTE_NOT_SUPPORTED", "2048 to 4096");
-    ExpectRefusal({Data("rsa2048"), "--name", "there"}, "NTE_EXISTS", "give another name");
+    ExpectRefusal({Data("rsa2048"), "--name", "there"}, "NTE_EXISTS", "choose another name");
     EXPECT_EQ(1u, CtlJson({"keys", "list"})["keys"].size());
 }
 

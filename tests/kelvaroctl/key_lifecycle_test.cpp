@@ -26,7 +26,7 @@ TEST_F(KeyLifecycleCtlTest, CreatesPlainKeys)
     EXPECT_EQ("no keys\n", Out({"keys", "list"}));
     Create("plain", false);
     const std::string out = Out({"keys", "create", "p521", "--alg", "ecdsa_p521"});
-    EXPECT_EQ(0u, out.rfind("'p521' is created: P-521, SHA-256 ", 0)) << out;
+    EXPECT_EQ(0u, out.rfind("'p521' was created: P-521, SHA-256 ", 0)) << out;
     EXPECT_EQ("RSA 2048", CtlJson({"keys", "create", "plain", "--alg", "RSA", "--overwrite"})["key"]);
     EXPECT_EQ(2u, Held("keys")[1]["versions"].size());
 }
@@ -45,12 +45,11 @@ TEST_F(KeyLifecycleCtlTest, DeletesWhenItIsToldTo)
     };
     add("/keys", "p256");
     const json refused = CtlJson({"keys", "delete", "p256"}, 2)["error"];
-    EXPECT_NE(std::string::npos,
-              refused["message"].get<std::string>().find("there is no terminal to ask on: say --yes"));
+    EXPECT_NE(std::string::npos, refused["message"].get<std::string>().find("there is no terminal: add --yes"));
     EXPECT_TRUE(sim.Journal().empty()) << "nothing was asked of the vault";
 
     root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
-    EXPECT_EQ("'p256' is deleted\n", Out({"keys", "delete", "p256", "--yes"}));
+    EXPECT_EQ("'p256' was deleted\n", Out({"keys", "delete", "p256", "--yes"}));
     EXPECT_EQ(json{"p256"}, Held("deletedKeys"));
     EXPECT_EQ("NTE_NOT_FOUND", CtlJson({"keys", "delete", "p256", "--yes"}, 5)["error"]["code"]);
 

@@ -39,7 +39,7 @@ TEST_F(SecretTest, NeverAnArgumentAndNeverEmpty)
     const nlohmann::json before = Settings();
     const Ran argument = Ctl({"config", "set", "ClientSecret", kSecret});
     EXPECT_EQ(2, argument.exit);
-    EXPECT_NE(std::string::npos, argument.err.find("never an argument"));
+    EXPECT_NE(std::string::npos, argument.err.find("cannot be an argument"));
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "\n").exit);
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "").exit);
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, std::string(512, 'x') + "\n").exit);
@@ -94,7 +94,7 @@ TEST_F(SecretTest, WithoutTheModuleItIsKeptAndTheAdministratorIsTold)
         RunProgram(KELVAROCTL_PATH, {"--module", "/nowhere/libkelvaro.so", "config", "set", "ClientSecret"}, kSecret);
     EXPECT_EQ(0, ran.exit);
     EXPECT_EQ("ClientSecret of the machine is set\n", ran.out);
-    EXPECT_NE(std::string::npos, ran.err.find("stays in clear until the provider is first opened"));
+    EXPECT_NE(std::string::npos, ran.err.find("stays in clear text until the provider is first opened"));
     EXPECT_EQ(kSecret, root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
 }
 

@@ -138,9 +138,9 @@ TEST_F(SignTest, WhatCannotBeASignatureIsABadOne)
         {"verify", "--key", "P-256", "--alg", "ES256", "--in", File("data"), "--signature", File("signature"), "--der"},
         1);
     EXPECT_EQ(false, raw["valid"]);
-    EXPECT_EQ("it is no signature in DER", raw["reason"]);
+    EXPECT_EQ("it is not a DER signature", raw["reason"]);
     WriteFile("signature", std::string(63, 's'));
-    EXPECT_NE(std::string::npos, Verify("P-256", "ES256").out.find("63 bytes, and this key's have 64"));
+    EXPECT_NE(std::string::npos, Verify("P-256", "ES256").out.find("63 bytes; this key's have 64"));
     // The vault was only asked for the key.
     for (const std::string& request : sim.VaultRequests())
         EXPECT_EQ("GET", request.substr(0, 3)) << request;
@@ -157,7 +157,7 @@ TEST_F(SignTest, WhatTheVaultWouldRefuseIsNotSentThere)
         {"P-256", "RS256", {}, "RS256 needs a key of RSA, and 'P-256' is P-256"},
         {"rsa", "ES256", {}, "ES256 needs a key of P-256, and 'rsa' is RSA 2048"},
         {"P-521", "ES384", {}, "ES384 needs a key of P-384"},
-        {"rsa", "HS256", {}, "no signature algorithm 'HS256'"},
+        {"rsa", "HS256", {}, "unknown signature algorithm: 'HS256'"},
         {"rsa", "RS256", {"--der"}, "--der is for ES256"},
     };
     for (const auto& row : rows) {
@@ -176,7 +176,7 @@ TEST_F(SignTest, FilesAreTriedBeforeTheVaultIsAsked)
     } rows[] = {
         {"missing", File("signature"), "missing: No such file"},
         {"data", "/nowhere/s", "cannot write /nowhere/s: No such file"},
-        {"data", File("data"), "one file"},
+        {"data", File("data"), "the same file"},
     };
     for (const auto& row : rows) {
         const Ran ran = Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", File(row.in), "--out", row.out});

@@ -46,7 +46,7 @@ TEST(StatusesTest, TheSameStatusMeansWhatTheOperationMakesOfIt)
         const char* words;
     } rows[] = {
         {Operation::OpenKey, NTE_NOT_FOUND, ExitCode::NotFound, "cannot open the key 'k': NTE_NOT_FOUND"},
-        {Operation::OpenKey, NTE_INVALID_PARAMETER, ExitCode::Internal, "client of the vault"},
+        {Operation::OpenKey, NTE_INVALID_PARAMETER, ExitCode::Internal, "vault client"},
         {Operation::Sign, NTE_FAIL, ExitCode::Refused, "permission to sign"},
         {Operation::Decrypt, NTE_FAIL, ExitCode::Refused, "this key's with this padding"},
         {Operation::Sign, SEC_E_LOGON_DENIED, ExitCode::SignIn, "sign-in to the vault was refused"},

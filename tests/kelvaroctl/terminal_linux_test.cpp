@@ -49,14 +49,14 @@ TEST_F(TerminalTest, ADeletionAsksFirst)
     AddKey("p256");
     const Ran no = Delete("no");
     EXPECT_EQ(1, no.exit);
-    EXPECT_EQ("'p256' is not deleted\n", no.out);
+    EXPECT_EQ("'p256' was not deleted\n", no.out);
     EXPECT_NE(std::string::npos, no.err.find("Delete the key 'p256' in the vault and purge it")) << no.err;
     EXPECT_TRUE(sim.Journal().empty()) << "nothing was asked of the vault";
 
     root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
     const Ran yes = Delete("yes");
     EXPECT_EQ(0, yes.exit) << yes.err;
-    EXPECT_EQ("'p256' is deleted\n", yes.out);
+    EXPECT_EQ("'p256' was deleted\n", yes.out);
     EXPECT_NE(std::string::npos, yes.err.find("it can be recovered there for a time")) << yes.err;
     EXPECT_EQ(5, Ctl({"keys", "show", "p256"}).exit);
 }
