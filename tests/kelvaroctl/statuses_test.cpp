@@ -51,7 +51,7 @@ TEST(StatusesTest, TheSameStatusMeansWhatTheOperationMakesOfIt)
         {Operation::Decrypt, NTE_FAIL, ExitCode::Refused, "this key's with this padding"},
         {Operation::Sign, SEC_E_LOGON_DENIED, ExitCode::SignIn, "sign-in to the vault was refused"},
         {Operation::ListKeys, NTE_INVALID_PARAMETER, ExitCode::Internal, "does not accept an argument"},
-        {Operation::Verify, static_cast<SECURITY_STATUS>(0xC0000001), ExitCode::Internal, "does not know"},
+        {Operation::Verify, static_cast<SECURITY_STATUS>(0xC0000001), ExitCode::Internal, "unknown to this tool"},
     };
     for (const auto& row : rows) {
         const Failure failure = StatusFailure(row.operation, row.status, "k");
