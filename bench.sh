@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs what is missing, builds, and measures everything against a local simulator. Writes bench/results.json and prints a
-# table; docs/performance.md tells how to read it.
+# table; docs/performance.md explains it.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"

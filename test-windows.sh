@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds the Windows test programs and passes them on a Windows runtime, against a simulator beside it.
 # Usage: ./test-windows.sh [win64|win32]...   Both without an argument, one beside the other.
-# Installs what is missing. All else that it makes stands in build/ and in a folder under /tmp, which is removed; names, ports
+# Installs what is missing. Everything else it makes is in build/ and in a folder under /tmp, which is removed; names, ports
 # and trusted roots are those of private namespaces.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)

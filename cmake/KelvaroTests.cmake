@@ -8,7 +8,7 @@ add_subdirectory("${KELVARO_GTEST_SOURCE}" "${CMAKE_BINARY_DIR}/googletest" EXCL
 # kelvaro_add_test(NAME [X64_ONLY] SOURCES file... LIBS target...): one GoogleTest program, a single test for CTest, so that
 # all its cases share one simulator. X64_ONLY: not built for 32-bit Windows.
 if(WIN32)
-  # test-windows.sh runs what stands in this file.
+  # test-windows.sh runs what this file lists.
   file(WRITE "${CMAKE_BINARY_DIR}/tests.txt" "")
 endif()
 # Nothing is measured in the test programs, and optimising them is most of the build's time.

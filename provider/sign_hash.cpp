@@ -24,7 +24,7 @@ constexpr SignatureTexts kTexts = {
 
 constexpr DWORD kUnknownSignature = 512;
 
-// The size that a host is told: for every curve it is that of the largest one, an upper bound.
+// The size reported to a host, an upper bound: every curve reports that of the largest.
 DWORD SignatureSizeBound(const KVKey& kvk)
 {
     if (!kvk.isEC)

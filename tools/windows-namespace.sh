@@ -4,7 +4,7 @@
 # Usage: tools/windows-namespace.sh RUNTIME WORK SCRIPT [ARGUMENT]...
 # RUNTIME: a folder of tools/windows-runtime.sh.   WORK: an empty folder of the caller's, which removes it afterwards.
 # The script finds in its environment
-#   runtime_root   the runtime's root, to be entered with chroot; the checkout stands in it under its own name
+#   runtime_root   the runtime's root, to be entered with chroot; the checkout is in it under its own name
 #   work           WORK; WORK/tmp is the root's /tmp
 #   WINE64, WINE32, WINESERVER and what else wine reads. The prefix is /tmp/prefix.
 # The network is loopback alone, with the instance metadata service's address on it.
@@ -22,7 +22,7 @@ work=$(cd "$2" && pwd)
 script=$3
 shift 3
 
-# In a chroot "/" is no mount of its own, and those below it are told one by one.
+# In a chroot "/" is not a mount point, so those below it are made private one by one.
 mount --make-rprivate / 2>/dev/null || awk '{print $5}' /proc/self/mountinfo | while read -r at; do
     mount --make-private "$at"
 done

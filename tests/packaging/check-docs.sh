@@ -38,5 +38,5 @@ for file in "$top"/docs/*.md; do
         fi
     done
 done
-[ "$failed" = 0 ] && echo "documents: every setting and property is told of"
+[ "$failed" = 0 ] && echo "documents: every setting and property is documented"
 exit "$failed"
