@@ -89,7 +89,7 @@ for my $option (grep { /^--[a-z]/ } @texts) {
     push @wrong, "kelvaroctl has no $option" if index($tool, "\"$option\"") < 0;
 }
 while ($source =~ /\@\((?:'--via', 'ncrypt', |'--json', )?'(keys|certs|config|provider)', '(\w+)'/g) {
-    push @wrong, "kelvaroctl has no $1 $2" if $tool !~ /add_subcommand\(\s*"$2"/;
+    push @wrong, "kelvaroctl has no $1 $2" if $tool !~ /[{(]\s*"$2",\s*"/;
 }
 print STDERR "prove.ps1: $_\n" for @wrong;
 print "prove.ps1: $count steps\n" unless @wrong;
