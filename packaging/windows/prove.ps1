@@ -6,10 +6,12 @@ Proves an installation of the Zandrel Key Storage Provider for Key Vault on this
   .\prove.ps1 -Step 9                    one step, and those it rests on
   .\prove.ps1 -Msi FILE -Vault test-keys -TenantId .. -ClientId ..    installs first and removes at the end
 
-Needs an elevated Windows PowerShell 5.1 and a vault for tests, where the identity may create and delete keys and certificates.
-For the time of the run it sets the provider's settings, trusts a root of its own (step 12) and takes port 44399 of
-localhost. Keys, certificates, the root, the port and the settings' values are put back at the end, also after Ctrl-C. Settings that all
-users could read stay closed. A result is pass, FAIL, found (nobody knows yet what is right) or skip.
+Needs an elevated Windows PowerShell 5.1 on an English Windows (certutil's texts are compared) and a vault for tests, where the
+identity may create and delete keys and certificates. Not for a machine in service: for the time of the run it sets the provider's
+settings for all programs, trusts a root of its own (step 12) and takes port 44399 of localhost. Keys, certificates, the root, the
+port and the settings' values are put back at the end, also after Ctrl-C. Two things stay: settings that all users could read are
+closed, and a certificate of the machine that the test vault holds too is bound to the vault's key. After a failure the logs are
+kept. A result is pass, FAIL, found (nobody knows yet what is right) or skip.
 
 It has not been run on a Windows machine yet.
 #>
@@ -136,9 +138,16 @@ function RestoreSettings([string] $View) {
     $open.Close()
 }
 
+# Before a secret is written.
+function CloseSettings([string] $Program) {
+    $open = (Must $Program @('--json', 'config', 'show') | ConvertFrom-Json).open
+    if ($open) { Must $Program @('config', 'protect') | Out-Null }
+}
+
 # 32-bit programs sign in as the 64-bit ones do.
 function CopySignIn {
     $from = ReadSettings 'Registry64'
+    if ($from.ContainsKey('ClientDPAPISecret')) { CloseSettings $Tool32 }
     $open = SettingsKey 'Registry32' $true
     foreach ($name in 'KeyVault', 'AuthenticationType', 'TenantId', 'ClientId', 'ClientDPAPISecret') {
         if ($from.ContainsKey($name)) { $open.SetValue($name, $from[$name][1], $from[$name][0]) }
@@ -173,8 +182,8 @@ function OpenCng([string] $Name) {
 }
 
 function CreateKey([string] $Name, [string] $Algorithm) {
-    Must $Tool @('--via', 'ncrypt', 'keys', 'create', $Name, '--alg', $Algorithm) | Out-Null
     $Made.Probes += $Name
+    Must $Tool @('--via', 'ncrypt', 'keys', 'create', $Name, '--alg', $Algorithm) | Out-Null
 }
 
 function RequestFile([string] $Name, [string] $Algorithm) {
@@ -184,7 +193,7 @@ function RequestFile([string] $Name, [string] $Algorithm) {
 [Version]
 Signature = "`$Windows NT`$"
 [NewRequest]
-Subject = "CN=localhost"
+Subject = "CN=$Tag"
 ProviderName = "$Provider"
 KeyContainer = "$Name"
 KeyAlgorithm = $Algorithm
@@ -218,7 +227,7 @@ function Issue([string] $Name) {
     $Made.Root = $root.Thumbprint
     [IO.File]::WriteAllBytes("$Work\root.cer", $root.RawData)
     Must 'certutil.exe' @('-f', '-addstore', 'Root', "$Work\root.cer") | Out-Null
-    $request = $type::new('CN=localhost', (PublicRsa $Name), $hash, $padding)
+    $request = $type::new("CN=$Tag", (PublicRsa $Name), $hash, $padding)
     $names = [Security.Cryptography.X509Certificates.SubjectAlternativeNameBuilder]::new()
     $names.AddDnsName('localhost')
     $request.CertificateExtensions.Add($names.Build())
@@ -236,7 +245,8 @@ function Handshake([string] $Thumbprint) {
     $listener = New-Object Net.HttpListener
     $listener.Prefixes.Add("https://localhost:$Port/")
     $listener.Start()
-    $client = New-Object Net.Sockets.TcpClient 'localhost', $Port
+    # By its address: the certificate is bound for IPv4 alone.
+    $client = New-Object Net.Sockets.TcpClient '127.0.0.1', $Port
     $stream = [Net.Security.SslStream]::new($client.GetStream(), $false)
     $stream.ReadTimeout = $stream.WriteTimeout = 60000
     try {
@@ -305,8 +315,7 @@ $Steps = @(
             if ($ClientId) { $values += @{ AuthenticationType = 2; TenantId = $TenantId; ClientId = $ClientId } }
             foreach ($name in $values.Keys) { Must $program @('config', 'set', $name, $values[$name]) | Out-Null }
             if ($secret) {
-                $open = (Must $program @('--json', 'config', 'show') | ConvertFrom-Json).open
-                if ($open) { Must $program @('config', 'protect') | Out-Null }
+                CloseSettings $program
                 Must $program @('config', 'set', 'ClientSecret') 0 $secret | Out-Null
             }
             Must $program @('provider', 'show') | Out-Null
@@ -328,12 +337,12 @@ $Steps = @(
             Must $program @('--via', 'ncrypt', 'keys', 'list')
         }
         Check (@($lists | Sort-Object -Unique).Count -le 1) "they differ: $($lists -join ' | ')"
-        "$(@("$(@($lists)[0])" -split "`n" | Where-Object { $_ }).Count) keys"
+        "$(@("$(@($lists)[0])" -split "`n" | Where-Object { $_ -and $_ -ne 'no keys' }).Count) keys"
     }),
     @(6, "keys are created through Windows' router", @(5), {
         CreateKey $Rsa 'RSA'
         CreateKey $Ec 'ECDSA_P256'
-        Check ((LogText) -notmatch 'SignDummyCert \S* ?Failed') 'the placeholder certificate was not made: see the log'
+        Check ((LogText) -notmatch 'SignDummyCert .*Failed') 'the placeholder certificate was not made: see the log'
         "$Rsa, $Ec"
     }),
     @(7, "signatures through Windows' router", @(6), {
@@ -365,12 +374,13 @@ $Steps = @(
         $data = [Text.Encoding]::ASCII.GetBytes('data')
         $signature = $signer.SignData($data, $hash, $padding)
         Check ((PublicRsa $Rsa).VerifyData($data, $signature, $hash, $padding)) 'the signature is not the key''s'
-        $curve = OpenCng $Ec
-        $says = "RSA signs. The curve key: group '$($curve.AlgorithmGroup)', size $($curve.KeySize), "
+        $says = 'RSA signs. The curve key: '
         try {
+            $curve = OpenCng $Ec
+            $says += "group '$($curve.AlgorithmGroup)', size $($curve.KeySize), "
             [Security.Cryptography.ECDsaCng]::new($curve).SignData($data) | Out-Null
             Found ($says + 'ECDsaCng signs with it')
-        } catch { Found ($says + "ECDsaCng refuses: $($_.Exception.Message)") }
+        } catch { Found ($says + "refused: $($_.Exception.Message)") }
     }),
     @(10, 'what must fail fails', @(6), {
         Must $Tool @('--via', 'ncrypt', 'keys', 'create', $Rsa, '--alg', 'RSA') 2 | Out-Null
@@ -395,7 +405,7 @@ $Steps = @(
     @(13, 'certificates go to the vault and come back', @(12), {
         if (-not $Made.Root) { return Skip 'step 12 was skipped' }
         Must $Tool @('certs', 'publish', "$Tag-req") | Out-Null
-        Check ((Must $Tool @('certs', 'publish', "$Tag-req")) -match 'in step') 'the second publication was not needed'
+        Check ((Must $Tool @('certs', 'publish', "$Tag-req")) -match 'recorded as in step') 'the second publication was sent again'
         Get-ChildItem Cert:\LocalMachine\My | Where-Object { $_.Issuer -eq "CN=$Tag root" } | Remove-Item
         $open = SettingsKey 'Registry64' $true
         $open.SetValue('CertSync', '')
@@ -459,25 +469,34 @@ $Steps = @(
 
 # ---- the run
 
-# Certificates that the sync brought, and the keys.
+# The keys, and certificates that the sync brought.
 function TakeAwayProbes {
     if (-not (Test-Path $Tool) -or $null -eq $Made.Store) { return }
+    foreach ($name in $Made.Probes) { Run $Tool @('keys', 'delete', $name, '--yes') | Out-Null }
+    $Made.Probes = @()
     $listed = (Run $Tool @('--json', 'certs', 'list')).Text | ConvertFrom-Json
     $brought = @($listed.certificates | Where-Object { $_.bound -and $_.thumbprint -notin $Made.Store } | ForEach-Object { $_.thumbprint })
     Get-ChildItem Cert:\LocalMachine\My | Where-Object { $_.Thumbprint -in $brought } | Remove-Item
-    foreach ($name in $Made.Probes) { Run $Tool @('keys', 'delete', $name, '--yes') | Out-Null }
-    $Made.Probes = @()
 }
 
 function TakeAway {
     if ($Made.Bound) { Run 'netsh.exe' @('http', 'delete', 'sslcert', "ipport=0.0.0.0:$Port") | Out-Null }
     Get-ChildItem Cert:\LocalMachine\My, Cert:\LocalMachine\Request -ErrorAction SilentlyContinue |
-        Where-Object { $_.Issuer -eq "CN=$Tag root" -or ($_.Subject -eq 'CN=localhost' -and $_.NotBefore -gt $Began.AddMinutes(-10)) } |
+        Where-Object { $_.Issuer -eq "CN=$Tag root" -or $_.Subject -eq "CN=$Tag" } |
         Remove-Item -ErrorAction SilentlyContinue
-    if ($Made.Root) { Remove-Item "Cert:\LocalMachine\Root\$($Made.Root)" -ErrorAction SilentlyContinue }
+    if ($Made.Root) {
+        $root = "Cert:\LocalMachine\Root\$($Made.Root)"
+        Remove-Item $root -ErrorAction SilentlyContinue
+        if (Test-Path $root) { Write-Warning "remove the trusted root 'CN=$Tag root' yourself" }
+    }
     try { TakeAwayProbes } catch { Write-Warning "not all keys and certificates are taken away: $($_.Exception.Message)" }
     foreach ($view in @($Made.Saved.Keys)) { RestoreSettings $view }
-    Remove-Item -Recurse -Force $Work -ErrorAction SilentlyContinue
+    if (@($Results.Values | Where-Object { $_.Result -eq 'FAIL' }).Count) {
+        Get-ChildItem $Work | Where-Object { $_.Name -notin 'log', 'install.log' } | Remove-Item -Recurse -Force
+        Write-Host "The logs are kept in $Work. They have the names of the vault and of its keys."
+    } else {
+        Remove-Item -Recurse -Force $Work -ErrorAction SilentlyContinue
+    }
 }
 
 $Results = @{}
@@ -513,6 +532,8 @@ $me = New-Object Security.Principal.WindowsPrincipal ([Security.Principal.Window
 Check ($me.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)) 'run this as an administrator'
 if ($Msi) { $Msi = (Resolve-Path $Msi).Path }
 New-Item -ItemType Directory -Force $Work | Out-Null
+# The tool leaves the console at UTF-8, and PowerShell would then put a byte order mark in front of a piped secret.
+try { [Console]::InputEncoding = New-Object Text.UTF8Encoding $false } catch { Write-Verbose 'there is no console' }
 try {
     $wanted = $Step
     if (-not $wanted) { $wanted = $Steps | ForEach-Object { $_[0] } }
