@@ -106,7 +106,7 @@ Ran RunOnTerminal(const std::string& program, const std::vector<std::string>& ar
     int master = -1;
     int slave = -1;
     if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0)
-        throw std::runtime_error("no terminal to be had");
+        throw std::runtime_error("no terminal available");
     Scratch out;
     Ran ran;
     const pid_t pid = Start(program, arguments, slave, out.descriptor(), slave);

@@ -274,7 +274,7 @@ TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestG
         },
         [&](bool whole) {
             EXPECT_TRUE(result == 1 || !whole);
-            // What was left waiting is answered no more, and would stand in the way of the next.
+            // A request left pending is never answered, and would block the next one.
             KVCDoKVRESTCall(call.get(), nullptr, 1, TEXT("mykey"), TEXT("DELETE"), TEXT("pending"), nullptr,
                             kApiVersionWrite);
         });

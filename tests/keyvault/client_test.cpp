@@ -50,7 +50,7 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
         {"more than the limit", "Abcdefghij.Klmnopqrst.Uvwxyz1234", "abcdefghijklmnopqrstuvwx"},
         {"a lonely percent sign at the end", "vault%", "vault"},
         {"an unknown escape", "%x9", "9"},
-        {"escapes are told apart by case", "%d%g1", "1"},
+        {"escapes are case-sensitive", "%d%g1", "1"},
         {"a doubled percent sign", "a%%b", "ab"},
         {"letters beyond ASCII stay",
          "\xC3\x84"

@@ -175,7 +175,7 @@ TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasItAndASecondRefusalIsFinal)
     EXPECT_EQ(1u, LinesWith("Return Code Error 0x191"));
 }
 
-// Nothing is trimmed: the end of a line stands in the header, and what stands behind one is a line of its own.
+// Nothing is trimmed: a line end stays in the header, and what follows it is another line.
 TEST_F(ManagedIdentity, LineEndsOfTheSecretFileGoIntoTheHeader)
 {
     SetEndpoint(kArcEndpoint);

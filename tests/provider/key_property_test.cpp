@@ -81,7 +81,7 @@ TEST_F(ProviderTest, ShortBuffersAreToldTheSize)
     EXPECT_EQ(2u, LinesWith("KelvaroGetKeyProperty Error 0x80090028 1").size());
 }
 
-// What a set property does to the key object, and whether it stands in the list afterwards.
+// What a set property does to the key object, and whether it is in the list afterwards.
 TEST_F(ProviderTest, SetPropertiesActAndAreStoredByTheirRules)
 {
     struct Row {

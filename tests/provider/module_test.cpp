@@ -164,7 +164,7 @@ TEST_F(ProviderTest, FreeBufferFreesListedAndUnlistedBlocks)
     void* listed[3] = {NewBlock(), NewBlock(), NewBlock()};
     for (void* block : listed)
         EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
-    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "no block stands in the list twice";
+    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "no block is in the list twice";
 
     EXPECT_EQ(0, table->FreeBuffer(NewBlock()));
     EXPECT_EQ(0, table->FreeBuffer(nullptr));
