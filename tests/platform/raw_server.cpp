@@ -113,6 +113,12 @@ void Peer::Drip()
         Write("1");
 }
 
+void Peer::Reset()
+{
+    const linger now = {1, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
+}
+
 void Peer::WaitForClose()
 {
     pollfd ends[] = {{socket_, POLLRDHUP, 0}, {server_->stop_[0], 0, 0}};

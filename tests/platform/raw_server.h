@@ -39,6 +39,7 @@ class Peer {
     void Drip();  // one byte after the other, until the client hangs up or the server ends
     // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
     size_t WriteUntilStalled(std::string_view bytes);
+    void Reset();         // the connection ends with RST
     void WaitForClose();  // until the client hangs up, or the server ends
 
   private:
