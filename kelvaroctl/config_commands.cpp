@@ -72,12 +72,12 @@ static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts
 // Whoever can read the machine's secret here can decrypt it.
 static void CheckAccess(Tool& tool, bool anyway)
 {
-    if (tool.user || !ReadSettingsAccess().open)
+    if (!ReadSettingsAccess().open)
         return;
     const std::string problem = "ordinary users can read the settings in " + SettingsPlace(HKEY_LOCAL_MACHINE) +
                                 ", and so recover the secret: run 'kelvaroctl config protect' first";
     if (!anyway)
-        throw Failure(ExitCode::Configuration, "open", problem + "; or set the secret with --anyway");
+        throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret all the same");
     tool.Warn(problem);
 }
 
@@ -117,17 +117,29 @@ static std::string ProtectSecret(Tool& tool, const SettingsHive& hive)
     return SecretState(hive);
 }
 
-static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, const std::string& narrow)
-{
-    WideText text = ToWide(narrow);
-    RefuseProblem(setting, TextProblem(setting, text));
-    const std::string warning = TextWarning(setting, text);
-    RawValue value = TextValue(text);
-    hive.Write(setting.name, value);
-    if (setting.kind == SettingKind::Secret) {
+namespace {
+// Both forms are wiped by the destructor.
+struct WideValue {
+    explicit WideValue(const std::string& narrow) : text(ToWide(narrow)), value(TextValue(text)) {}
+    ~WideValue()
+    {
         SecureZeroMemory(text.data(), text.size() * sizeof(WCHAR));
         SecureZeroMemory(value.bytes.data(), value.bytes.size());
     }
+    WideValue(const WideValue&) = delete;
+    WideValue& operator=(const WideValue&) = delete;
+
+    WideText text;
+    RawValue value;
+};
+}  // namespace
+
+static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, const std::string& narrow)
+{
+    const WideValue wide(narrow);
+    RefuseProblem(setting, TextProblem(setting, wide.text));
+    const std::string warning = TextWarning(setting, wide.text);
+    hive.Write(setting.name, wide.value);
     if (!warning.empty())
         tool.Warn(warning);
 }
@@ -146,16 +158,25 @@ static std::string WhenItCounts(const Setting& setting)
 
 static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting, bool anyway)
 {
-    CheckAccess(tool, anyway);
-    std::string secret = ReadSecretLine("Client secret: ");
-    WriteText(tool, hive, setting, secret);
-    SecureZeroMemory(secret.data(), secret.size());
+    if (hive.isMachine())
+        CheckAccess(tool, anyway);
+    WriteText(tool, hive, setting, ReadSecretLine("Client secret: ").text());
     Answer answer;
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;
     answer.object["state"] = ProtectSecret(tool, hive);
     answer.text = "ClientSecret of the " + hive.scope() + " is " + answer.object["state"].get<std::string>() + "\n";
     return answer;
+}
+
+static void WarnOfLogFolder(Tool& tool)
+{
+    const LogPlace log = FindLog();
+    if (!log.folderExists)
+        tool.Warn("the folder does not exist, and the provider does not create it: nothing is logged until it exists");
+    if (log.othersCanWrite)
+        tool.Warn("ordinary users can write to this folder, and redirect what privileged programs log: " +
+                  std::string("choose one that only administrators can change"));
 }
 
 static Answer SetSetting(Tool& tool, const std::string& name, const std::optional<std::string>& value, bool anyway)
@@ -178,9 +199,8 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
     if (IsText(setting)) {
         WriteText(tool, hive, setting, *value);
         answer.object["value"] = *value;
-        if (setting.name == std::string_view("LogfilePath") && !FindLog().folderExists)
-            tool.Warn(
-                "the folder does not exist, and the provider does not create it: nothing is logged until it exists");
+        if (setting.name == std::string_view("LogfilePath"))
+            WarnOfLogFolder(tool);
     } else {
         const std::optional<DWORD> number = ParseNumber(*value);
         RefuseProblem(setting, number ? NumberProblem(setting, *number) : NumberProblem(setting, 0xFFFFFFFF));
@@ -208,37 +228,48 @@ static Answer UnsetSetting(const Tool& tool, const std::string& name)
     return answer;
 }
 
+static bool SetsSecret(const SettingChange& change)
+{
+    const SettingKind kind = change.setting->kind;
+    return (kind == SettingKind::Secret || kind == SettingKind::ProtectedSecret) && !change.remove &&
+           !TextOf(change.value).empty();
+}
+
+static void CheckImportAccess(Tool& tool, const std::vector<SettingChange>& changes, bool anyway)
+{
+    for (const SettingChange& change : changes) {
+        if (change.hive == HKEY_LOCAL_MACHINE && SetsSecret(change))
+            return CheckAccess(tool, anyway);
+    }
+}
+
 // A protected secret can only be decrypted where it was encrypted.
 static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
 {
     for (const SettingChange& change : changes) {
-        if (change.remove || TextOf(change.value).empty())
+        if (!SetsSecret(change))
             continue;
         if (change.setting->kind == SettingKind::ProtectedSecret) {
             tool.Warn(
                 "ClientDPAPISecret can only be decrypted on the machine, or by the user, that encrypted it; if "
                 "sign-in is refused, run 'kelvaroctl config set ClientSecret'");
         }
-        if (change.setting->kind != SettingKind::Secret)
-            continue;
-        tool.Warn("the imported file contains a secret in clear text: delete it or keep it safe");
-        if (change.hive == HKEY_LOCAL_MACHINE && ReadSettingsAccess().open)
-            tool.Warn(
-                "ordinary users can read the settings, and so recover the secret: run 'kelvaroctl config protect'");
+        if (change.setting->kind == SettingKind::Secret)
+            tool.Warn("the imported file contains a secret in clear text: delete it or keep it safe");
     }
 }
 
 static void ProtectImportedSecrets(Tool& tool, const std::vector<SettingChange>& changes)
 {
     for (const SettingChange& change : changes) {
-        if (change.setting->kind == SettingKind::Secret && !change.remove && !TextOf(change.value).empty()) {
+        if (change.setting->kind == SettingKind::Secret && SetsSecret(change)) {
             ProtectSecret(tool, SettingsHive(change.hive));
             return;
         }
     }
 }
 
-static Answer ImportConfig(Tool& tool, const std::string& fileName)
+static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
 {
     std::vector<SettingChange> changes;
     try {
@@ -247,6 +278,7 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName)
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
     }
+    CheckImportAccess(tool, changes, anyway);
     ApplyChanges(changes);
     WarnOfSecrets(tool, changes);
     ProtectImportedSecrets(tool, changes);
@@ -310,8 +342,9 @@ Command ConfigCommand()
               [from](Tool& tool) { return UnsetSetting(tool, from->name); }},
              {"import",
               "import settings from an export of the registry editor, all or none",
-              {{"FILE", &from->file, "the exported text, UTF-8 or UTF-16", nullptr, kRequired}},
-              [from](Tool& tool) { return ImportConfig(tool, from->file); }}},
+              {{"FILE", &from->file, "the exported text, UTF-8 or UTF-16", nullptr, kRequired},
+               {"--anyway", &from->anyway, "import a secret even though ordinary users can read the settings"}},
+              [from](Tool& tool) { return ImportConfig(tool, from->file, from->anyway); }}},
             SettingsFooter()};
 }
 

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "kelvaroctl/file_access.h"
+
 namespace kelvaroctl {
 
 namespace fs = std::filesystem;
@@ -43,11 +45,13 @@ OutputFile::OutputFile(const std::string& name, const std::string& input, Reader
     if (!input.empty() && fs::equivalent(path, fs::u8path(input), ignored))
         throw UsageFailure("--in and --out are the same file: choose another for --out");
     isNew_ = !fs::exists(path, ignored);
+    if (readers == Readers::OwnerOnly) {
+        CreateForOwner(name);
+        return;
+    }
     errno = 0;
     if (!std::ofstream(path, std::ios::binary | std::ios::app))
         throw FileFailure("write", name);
-    if (readers == Readers::OwnerOnly && fs::is_regular_file(path, ignored))
-        fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write, ignored);
 }
 
 OutputFile::~OutputFile()

@@ -19,19 +19,6 @@ struct ImportArguments {
 };
 
 // Wiped by the destructor.
-class SecretText {
-  public:
-    explicit SecretText(std::string text) : text_(std::move(text)) {}
-    ~SecretText() { SecureZeroMemory(text_.data(), text_.size()); }
-    SecretText(const SecretText&) = delete;
-    SecretText& operator=(const SecretText&) = delete;
-
-    const std::string& text() const { return text_; }
-
-  private:
-    std::string text_;
-};
-
 class WipedFile {
   public:
     explicit WipedFile(const std::string& name) : file_(ReadKeyFile(name)) {}
@@ -56,11 +43,11 @@ static std::string FirstLine(const std::string& name)
     return text.substr(0, text.find_first_of("\r\n"));
 }
 
-static std::string Password(const ImportArguments& arguments, const KeyFile& file)
+static SecretText Password(const ImportArguments& arguments, const KeyFile& file)
 {
     if (!arguments.passwordFile.empty())
-        return FirstLine(arguments.passwordFile);
-    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : "";
+        return SecretText(FirstLine(arguments.passwordFile));
+    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : SecretText("");
 }
 
 // The provider chooses the scope by the kind of file.
@@ -90,7 +77,7 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
     const bool named = !arguments.name.empty();
     if (named)
         CheckScope(tool, *file);
-    const SecretText password(Password(arguments, *file));
+    const SecretText password = Password(arguments, *file);
     const auto provider = tool.OpenProvider();
     if (named)
         CheckNameIsFree(*provider, arguments.name);

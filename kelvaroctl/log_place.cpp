@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/file_access.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_hive.h"
 
@@ -28,7 +29,9 @@ LogPlace FindLog()
         strftime(name, sizeof(name), "\\%Y-%m-%d_Kelvaro.log", parts);
     log.file = FilePlace(folder + ToWide(name));
     std::error_code ignored;
-    log.folderExists = std::filesystem::is_directory(std::filesystem::u8path(log.file).parent_path(), ignored);
+    const std::filesystem::path place = std::filesystem::u8path(log.file).parent_path();
+    log.folderExists = std::filesystem::is_directory(place, ignored);
+    log.othersCanWrite = log.folderExists && OthersCanWrite(place.u8string());
     return log;
 }
 
@@ -47,6 +50,8 @@ std::string LogAdvice(const LogPlace& log)
         return "logging is off: kelvaroctl config set LoggingLevel 10";
     if (!log.folderExists)
         return "log: " + log.file + " (its folder does not exist, so nothing is written)";
+    if (log.othersCanWrite)
+        return "log: " + log.file + " (ordinary users can write to its folder: choose another for LogfilePath)";
     return "log: " + log.file;
 }
 

@@ -12,6 +12,7 @@ struct LogPlace {
     DWORD level = 0;   // of the log file; 0: nothing is logged
     std::string file;  // today's file, as a native path; set even if nothing is logged
     bool folderExists = false;
+    bool othersCanWrite = false;  // ordinary users can write to the folder, and so redirect the log
 };
 
 // From the machine's settings. Throws a configuration failure if they cannot be read.
@@ -19,7 +20,7 @@ LogPlace FindLog();
 // nullopt if they cannot be read.
 std::optional<LogPlace> FindLogIfReadable();
 
-// "log: FILE", or how to switch logging on.
+// "log: FILE" and what is wrong with its folder, or how to switch logging on.
 std::string LogAdvice(const LogPlace& log);
 
 }  // namespace kelvaroctl

@@ -110,6 +110,8 @@ std::string TextProblem(const Setting& setting, const WideText& value)
     for (const WCHAR ch : value) {
         if (ch < ' ' || ch == 0x7F)
             return "the value contains a control character";
+        if (ch == 0xFEFF)
+            return "the value contains a byte order mark, which is invisible: type it again";
     }
     if (setting.limit && size > setting.limit) {
         return "the value has " + std::to_string(value.size()) + " characters; at most " +

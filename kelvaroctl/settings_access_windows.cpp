@@ -3,6 +3,7 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_hive.h"
+#include "platform/ordinary_users_windows.h"
 
 #include <sddl.h>
 
@@ -10,20 +11,6 @@ namespace kelvaroctl {
 
 namespace {
 
-// Groups that ordinary users are in.
-constexpr const char* kOrdinary[] = {
-    "S-1-1-0",       // Everyone
-    "S-1-2-0",       // local accounts
-    "S-1-5-2",       // network
-    "S-1-5-3",       // batch
-    "S-1-5-4",       // interactive
-    "S-1-5-7",       // anonymous
-    "S-1-5-11",      // authenticated users
-    "S-1-5-32-545",  // Users
-    "S-1-5-32-546",  // Guests
-    "S-1-5-32-547",  // Power Users
-    "S-1-15-2-1",    // all application packages
-};
 constexpr DWORD kReadOrChange = KEY_QUERY_VALUE | KEY_SET_VALUE | WRITE_DAC | WRITE_OWNER | GENERIC_READ |
                                 GENERIC_WRITE | GENERIC_ALL | MAXIMUM_ALLOWED;
 
@@ -84,17 +71,6 @@ std::string AccountName(PSID sid)
     return domain[0] ? ToNarrow(domain) + "\\" + ToNarrow(name) : ToNarrow(name);
 }
 
-bool IsOrdinary(const std::string& sid)
-{
-    for (const char* row : kOrdinary) {
-        if (sid == row)
-            return true;
-    }
-    // Users and guests of a domain.
-    const std::string tail = sid.substr(sid.rfind('-') + 1);
-    return sid.rfind("S-1-5-21-", 0) == 0 && (tail == "513" || tail == "514");
-}
-
 // The SID of an account, given by its name or as a SID.
 std::string FindSid(const std::string& account)
 {
@@ -116,12 +92,13 @@ std::string FindSid(const std::string& account)
 
 void AddReader(const ACCESS_ALLOWED_ACE& entry, SettingsAccess* access)
 {
-    if (entry.Header.AceType != ACCESS_ALLOWED_ACE_TYPE || (entry.Header.AceFlags & INHERIT_ONLY_ACE) ||
-        !(entry.Mask & kReadOrChange))
+    const BYTE type = entry.Header.AceType;
+    if ((type != ACCESS_ALLOWED_ACE_TYPE && type != ACCESS_ALLOWED_CALLBACK_ACE_TYPE) ||
+        (entry.Header.AceFlags & INHERIT_ONLY_ACE) || !(entry.Mask & kReadOrChange))
         return;
     const PSID sid = const_cast<DWORD*>(&entry.SidStart);
     access->readers.push_back(AccountName(sid));
-    access->open = access->open || IsOrdinary(SidText(sid));
+    access->open = access->open || IsOrdinaryUser(sid);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <iostream>
 
 #include "kelvaroctl/failure.h"
@@ -67,20 +68,41 @@ class EchoOff {
 };
 }  // namespace
 
-std::string ReadSecretLine(const std::string& prompt)
+// One line of standard input. Never reallocates the text and bypasses the library's buffer: both would keep copies.
+static bool ReadLine(std::string* line)
 {
+    constexpr size_t kLongest = 4096;
+    line->reserve(kLongest);
+    std::setvbuf(stdin, nullptr, _IONBF, 0);
+    int byte = std::getchar();
+    const bool any = byte != EOF;
+    for (; byte != EOF && byte != '\n'; byte = std::getchar()) {
+        if (line->size() == kLongest)
+            throw UsageFailure("the line has more than " + std::to_string(kLongest) + " bytes");
+        *line += static_cast<char>(byte);
+    }
+    return any;
+}
+
+SecretText ReadSecretLine(const std::string& prompt)
+{
+    static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     const EchoOff echo;
     if (echo.terminal())
         std::cerr << prompt << std::flush;
-    std::string line;
-    const bool read = static_cast<bool>(std::getline(std::cin, line));
+    SecretText secret("");
+    std::string& line = *secret.edit();
+    const bool read = ReadLine(&line);
     if (echo.terminal())
         std::cerr << std::endl;
     if (!read)
         throw UsageFailure("standard input is empty");
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
-    return line;
+    // PowerShell puts one in front of what it pipes, depending on its encoding.
+    if (line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0)
+        line.erase(0, kByteOrderMark.size());
+    return secret;
 }
 
 std::optional<std::string> AskOnTerminal(const std::string& question)

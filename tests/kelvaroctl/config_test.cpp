@@ -149,6 +149,7 @@ TEST_F(ConfigTest, ImportTakesWhatAnotherMachineExported)
     for (const std::string& content : {clear, Utf16(clear)}) {
         WriteFile("export.reg", content);
         root.RemoveKey(HKEY_LOCAL_MACHINE);
+        ASSERT_EQ(0, Ctl({"config", "protect"}).exit);
         const Ran ran = Ctl({"config", "import", File("export.reg")});
         EXPECT_EQ(0, ran.exit) << ran.err;
         EXPECT_NE(std::string::npos, ran.err.find("contains a secret in clear text"));
@@ -166,6 +167,7 @@ TEST_F(ConfigTest, ImportTakesAProtectedSecret)
     WriteFile("export.reg", ExportedText() + "\"ClientDPAPISecret\"=\"" +
                                 root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret") + "\"\n\"ClientSecret\"=\"\"\n");
     root.RemoveKey(HKEY_LOCAL_MACHINE);
+    ASSERT_EQ(0, Ctl({"config", "protect"}).exit);
     const json imported = CtlJson({"config", "import", File("export.reg")});
     EXPECT_EQ(1u, imported["warnings"].size());
     EXPECT_EQ(0, Ctl({"keys", "list"}).exit);

@@ -4,6 +4,7 @@
 #include "keyvault/kvkey.h"
 #include "tests/common/independent_key.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
+#include "tests/kelvaroctl/settings_rights.h"
 
 namespace {
 
@@ -212,6 +213,12 @@ TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
     }
     EXPECT_EQ(0, Ctl({"config", "set", "LogfilePath", File("missing")}).exit);
     EXPECT_NE(std::string::npos, Ctl({"keys", "show", "nobody"}).err.find("its folder does not exist"));
+    std::filesystem::create_directory(File("missing"));
+    EXPECT_EQ("", Ctl({"config", "set", "LogfilePath", File("missing")}).err);
+    // Somebody could put a link in the log's place.
+    LetEverybodyWriteTo(File("missing"));
+    EXPECT_NE(std::string::npos, Ctl({"keys", "show", "nobody"}).err.find("ordinary users can write to its folder"));
+    EXPECT_NE(std::string::npos, Ctl({"config", "set", "LogfilePath", File("missing")}).err.find("ordinary users can"));
 }
 
 TEST_F(KeysTest, AModuleThatIsNone)

@@ -1,4 +1,6 @@
 // What the openssl program encrypts to an exported key the module decrypts. Needs that program: Linux only.
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "tests/kelvaroctl/ctl_fixture.h"
@@ -20,6 +22,7 @@ TEST_F(OpensslProgramTest, EncryptsToAnExportedKeyAndTheModuleDecrypts)
     };
     const std::string plain("se\0cret", 7);
     WriteFile("plain", plain);
+    WriteFile("decrypted", "readable by all");
     for (const char* key : {"plain", "zero"}) {
         ASSERT_EQ(0, Ctl({"keys", "export", key, "--format", "pem", "--out", File("key.pem")}).exit);
         for (const auto& row : rows) {
@@ -37,6 +40,23 @@ TEST_F(OpensslProgramTest, EncryptsToAnExportedKeyAndTheModuleDecrypts)
             EXPECT_EQ(perms::owner_read | perms::owner_write, std::filesystem::status(File("decrypted")).permissions());
         }
     }
+}
+
+// Its owner could read what is written, whatever the mode.
+TEST_F(OpensslProgramTest, DecryptsToNoFileOfAnotherUser)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a file to another user";
+    sim.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
+    WriteFile("plain", "secret");
+    ASSERT_EQ(0,
+              Ctl({"encrypt", "--key", "rsa", "--padding", "oaep", "--in", File("plain"), "--out", File("in")}).exit);
+    WriteFile("out", "as it was");
+    ASSERT_EQ(0, chown(File("out").c_str(), 1, 1));
+    const Ran ran = Ctl({"decrypt", "--key", "rsa", "--padding", "oaep", "--in", File("in"), "--out", File("out")});
+    EXPECT_EQ(2, ran.exit);
+    EXPECT_NE(std::string::npos, ran.err.find("belongs to another user")) << ran.err;
+    EXPECT_EQ("as it was", ReadFile(File("out")));
 }
 
 }  // namespace

@@ -30,8 +30,11 @@ TEST_F(SecretTest, TheGivenSecretIsTheOneThatSignsIn)
 {
     ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, "wrong\n").exit);
     EXPECT_EQ("SEC_E_LOGON_DENIED", CtlJson({"keys", "list"}, 4)["error"]["code"]);
-    ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, Simulator::kClientSecret).exit);
-    EXPECT_EQ(nlohmann::json::array(), CtlJson({"keys", "list"})["keys"]);
+    // PowerShell may put a byte order mark in front of what it pipes.
+    for (const std::string mark : {"", "\xEF\xBB\xBF"}) {
+        ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret"}, mark + Simulator::kClientSecret).exit);
+        EXPECT_EQ(nlohmann::json::array(), CtlJson({"keys", "list"})["keys"]);
+    }
 }
 
 TEST_F(SecretTest, NeverAnArgumentAndNeverEmpty)
@@ -42,7 +45,9 @@ TEST_F(SecretTest, NeverAnArgumentAndNeverEmpty)
     EXPECT_NE(std::string::npos, argument.err.find("cannot be an argument"));
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "\n").exit);
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "").exit);
+    EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, "\xEF\xBB\xBF\n").exit);
     EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, std::string(512, 'x') + "\n").exit);
+    EXPECT_EQ(2, Ctl({"config", "set", "ClientSecret"}, std::string(100000, 'x') + "\n").exit);
     EXPECT_EQ(before, Settings());
 }
 
@@ -58,6 +63,23 @@ TEST_F(SecretTest, RefusedWhileOrdinaryUsersCanReadTheSettings)
     const Ran anyway = Ctl({"config", "set", "ClientSecret", "--anyway"}, Simulator::kClientSecret);
     EXPECT_EQ(0, anyway.exit) << anyway.err;
     EXPECT_NE(std::string::npos, anyway.err.find("warning: ordinary users can read")) << anyway.err;
+    const std::string head =
+        "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n";
+    for (const std::string name : {"ClientSecret", "ClientDPAPISecret"}) {
+        WriteFile("secret.reg", head + "\"TenantId\"=\"imported\"\n\"" + name + "\"=\"another\"\n");
+        LetEverybodyReadSettings(root.directory());
+        const Ran import = Ctl({"config", "import", File("secret.reg")});
+        EXPECT_EQ(3, import.exit) << import.err;
+        EXPECT_NE(std::string::npos, import.err.find("--anyway")) << import.err;
+        EXPECT_NE("imported", root.GetText(HKEY_LOCAL_MACHINE, "TenantId"));
+        EXPECT_EQ(0, Ctl({"config", "import", "--anyway", File("secret.reg")}).exit);
+        EXPECT_EQ("imported", root.GetText(HKEY_LOCAL_MACHINE, "TenantId"));
+        root.SetText(HKEY_LOCAL_MACHINE, "TenantId", Simulator::kTenant);
+    }
+    // A file without a secret needs no such care.
+    LetEverybodyReadSettings(root.directory());
+    WriteFile("plain.reg", head + "\"KeyVault\"=\"" + Simulator::kVault + "\"\n\"ClientSecret\"=\"\"\n");
+    EXPECT_EQ(0, Ctl({"config", "import", File("plain.reg")}).exit);
     EXPECT_EQ(0, Ctl({"config", "set", "ClientSecret", "--user"}, Simulator::kClientSecret).exit);
 
     const std::string account = AccountToAllow();

@@ -40,6 +40,8 @@ TEST(SettingTableTest, SecretsThatSignInWouldMangle)
         EXPECT_EQ("", TextProblem(secret, mangled));
         EXPECT_NE("", TextWarning(secret, mangled));
     }
+    // Byte order marks, which nobody sees.
+    EXPECT_NE("", TextProblem(secret, TEXT("\xFEFF") TEXT("abc")));
 }
 
 TEST(SettingTableTest, TextForATerminal)

@@ -15,6 +15,11 @@ void LetEverybodyReadSettings(const std::string& root)
     add(root + "/root/registry/HKEY_LOCAL_MACHINE.reg", fs::perms::others_read);
 }
 
+void LetEverybodyWriteTo(const std::string& folder)
+{
+    fs::permissions(folder, fs::perms::others_write, fs::perm_options::add);
+}
+
 std::string AccountToAllow()
 {
     // Only root may give a file to a group that it isn't in.

@@ -1,5 +1,6 @@
 #include <sddl.h>
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "platform/platform.h"
@@ -18,6 +19,18 @@ void LetEverybodyReadSettings(const std::string&)
     RegCloseKey(key);
     if (!done)
         throw std::runtime_error("the rights to the settings cannot be set");
+}
+
+void LetEverybodyWriteTo(const std::string& folder)
+{
+    PSECURITY_DESCRIPTOR rights = nullptr;
+    const bool done =
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(
+            TEXT("D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;WD)"), SDDL_REVISION_1, &rights, nullptr) &&
+        SetFileSecurityW(std::filesystem::u8path(folder).c_str(), DACL_SECURITY_INFORMATION, rights);
+    LocalFree(rights);
+    if (!done)
+        throw std::runtime_error("the rights to the folder cannot be set");
 }
 
 std::string AccountToAllow()

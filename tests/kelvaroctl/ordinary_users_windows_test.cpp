@@ -1,0 +1,44 @@
+// Which access lists count as open to ordinary users.
+#include "platform/ordinary_users_windows.h"
+
+#include <gtest/gtest.h>
+#include <sddl.h>
+
+namespace {
+
+TEST(OrdinaryUsersTest, WhatAnAccessListGrantsThem)
+{
+    const struct {
+        const WCHAR* list;
+        bool readable;
+    } rows[] = {
+        {TEXT("D:P(A;;KA;;;SY)(A;;KA;;;BA)(A;;KR;;;NS)"), false},
+        {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-1001)"), false},  // one account
+        {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-512)"), false},   // a domain's administrators
+        {TEXT("D:P(D;;KA;;;BU)"), false},
+        {TEXT("D:P(A;;0x4;;;BU)"), false},  // to create a key below
+        {TEXT("D:P(A;;KR;;;WD)"), true},
+        {TEXT("D:P(A;;KA;;;SY)(A;;KR;;;BU)"), true},
+        {TEXT("D:P(A;;KR;;;AU)"), true},
+        {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-513)"), true},  // a domain's users
+        {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-514)"), true},  // a domain's guests
+        {TEXT("D:P(A;;KR;;;S-1-15-2-1)"), true},
+        {TEXT("D:P(A;;WD;;;BU)"), true},  // to change the list
+        {TEXT("D:P(A;;WO;;;BU)"), true},  // to own the object, and so to change the list
+        {TEXT("D:P(A;;GA;;;BU)"), true},
+    };
+    for (const auto& row : rows) {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        PACL list = nullptr;
+        BOOL present = FALSE;
+        BOOL defaulted = FALSE;
+        ASSERT_TRUE(
+            ConvertStringSecurityDescriptorToSecurityDescriptorW(row.list, SDDL_REVISION_1, &descriptor, nullptr));
+        ASSERT_TRUE(GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted));
+        EXPECT_EQ(row.readable, GrantsToOrdinaryUsers(list, KEY_QUERY_VALUE)) << row.list;
+        LocalFree(descriptor);
+    }
+    EXPECT_TRUE(GrantsToOrdinaryUsers(nullptr, KEY_QUERY_VALUE)) << "no list";
+}
+
+}  // namespace
