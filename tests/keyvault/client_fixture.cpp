@@ -1,9 +1,28 @@
 #include "tests/keyvault/client_fixture.h"
 
 #include <algorithm>
-#include <sstream>
 
-Strings CallerLines(const nlohmann::json& request)
+using nlohmann::json;
+
+Waits RetryWaits(size_t count)
+{
+    Waits waits;
+    for (DWORD wait = 1000; waits.size() < count; wait = std::min<DWORD>(2 * wait, 64000))
+        waits.push_back(wait);
+    return waits;
+}
+
+std::string TextOf(const WCHAR* text)
+{
+    return text ? Narrow(text) : "(NULL)";
+}
+
+std::string TextOf(const BldStr* str)
+{
+    return str ? Narrow(KVCText(str)) : "(NULL)";
+}
+
+Strings CallerLines(const json& request)
 {
     Strings lines;
     for (const std::string line : request.at("headers")) {
@@ -14,7 +33,7 @@ Strings CallerLines(const nlohmann::json& request)
     return lines;
 }
 
-std::string HeaderOf(const nlohmann::json& request, const std::string& name)
+std::string HeaderOf(const json& request, const std::string& name)
 {
     for (const std::string line : request.at("headers")) {
         if (line.compare(0, name.size() + 2, name + ": ") == 0)
@@ -23,46 +42,41 @@ std::string HeaderOf(const nlohmann::json& request, const std::string& name)
     return "";
 }
 
-static bool IsUuid(const std::string& text)
-{
-    const std::string form = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-    return text.size() == form.size() && std::equal(text.begin(), text.end(), form.begin(), [](char ch, char place) {
-               return place == '-' ? ch == '-' : std::string("0123456789abcdef").find(ch) != std::string::npos;
-           });
-}
-
-void ExpectLinesAndId(const nlohmann::json& request, Strings lines)
+void ExpectLinesAndId(const json& request, Strings lines)
 {
     const std::string id = HeaderOf(request, "client-request-id");
-    EXPECT_TRUE(IsUuid(id)) << id;
+    EXPECT_TRUE(id.size() == 36 && std::count(id.begin(), id.end(), '-') == 4) << id;
     lines.push_back("client-request-id: " + id);
     EXPECT_EQ(lines, CallerLines(request));
-}
-
-std::string ClientTest::Environment(const std::string& name)
-{
-    WCHAR value[2048] = {};
-    GetEnvironmentVariableW(Wide(name).c_str(), value, 2048);
-    return Narrow(value);
 }
 
 void ClientTest::SetUp()
 {
     sim.Reset();
-    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
     SetLogging(10);
-}
-
-void ClientTest::TearDown()
-{
-    SetEnvironmentVariableW(TEXT("KELVARO_CONNECT_TO"), Wide(connectTo).c_str());
-    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
 }
 
 void ClientTest::SetLogging(DWORD level)
 {
     root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
     LogAttach();
+}
+
+void ClientTest::Fresh()
+{
+    sim.Reset();
+    clock.ClearWaits();
+    root.ClearLog();
+}
+
+void ClientTest::SetNetwork(bool up)
+{
+    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", up ? "up" : "down"}});
+}
+
+void ClientTest::Answer(const std::string& path, int status, const json& body, int times)
+{
+    sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
 }
 
 ClientPtr ClientTest::NewClient(const Identity& identity)
@@ -88,11 +102,11 @@ int ClientTest::ListKeys(const ClientPtr& client)
     return KVCTakeHeldToken(call.get()) && ListKeys(call.get());
 }
 
-std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)
+std::vector<json> ClientTest::Requests(const std::string& part)
 {
-    std::vector<nlohmann::json> found;
-    for (const nlohmann::json& request : sim.Journal()) {
-        if (request.at("target").get<std::string>().find(part) != std::string::npos)
+    std::vector<json> found;
+    for (const json& request : sim.Journal()) {
+        if (request.value("target", "").find(part) != std::string::npos)
             found.push_back(request);
     }
     return found;
@@ -101,17 +115,11 @@ std::vector<nlohmann::json> ClientTest::Requests(const std::string& part)
 std::set<std::string> ClientTest::Posts()
 {
     std::set<std::string> posts;
-    for (const nlohmann::json& request : sim.Journal()) {
+    for (const json& request : Requests()) {
         if (request.value("method", "") == "POST")
             posts.insert(request.value("target", "") + " " + request.value("body", ""));
     }
     return posts;
-}
-
-void ClientTest::Answer(const std::string& path, int status, const nlohmann::json& body, int times, int skip)
-{
-    sim.Fault(
-        {{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}, {"skip", skip}});
 }
 
 size_t ClientTest::LinesWith(const std::string& text) const
@@ -121,18 +129,29 @@ size_t ClientTest::LinesWith(const std::string& text) const
         lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
 }
 
-void ClientTest::AlsoConnect(const std::string& entry)
+Strings ClientTest::LinesUpTo(int level) const
 {
-    SetEnvironmentVariableW(TEXT("KELVARO_CONNECT_TO"), Wide(connectTo + " " + entry).c_str());
+    Strings lines;
+    for (const std::string& line : root.LogLines()) {
+        const size_t blank = line.rfind(' ');
+        if (blank != std::string::npos && line.find("KVCDoWebCall") != 0 && std::atoi(line.c_str() + blank) <= level)
+            lines.push_back(line);
+    }
+    return lines;
 }
 
-std::string ClientTest::ConnectTarget(const std::string& from) const
+void VaultTest::SetUp()
 {
-    std::istringstream entries(connectTo);
-    for (std::string entry; entries >> entry;) {
-        const size_t at = entry.find(from);
-        if (at != std::string::npos)
-            return entry.substr(at + from.size());
-    }
-    return "";
+    ClientTest::SetUp();
+    client = NewClient();
+    ASSERT_TRUE(client);
+    call.reset(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(call.get())) << root.WholeLog();
+    sim.ClearJournal();
+    root.ClearLog();
+}
+
+void VaultTest::Throttle(const std::string& path, int times)
+{
+    Answer(path, 429, ReadServiceSample("error-429-throttled"), times);
 }

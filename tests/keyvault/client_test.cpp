@@ -1,6 +1,9 @@
-// Building and releasing clients, and the vault's name out of its template.
+// Clients and their calls: building, releasing, the vault's name out of its template, and one client on many threads.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <chrono>
+#include <thread>
 
 #include "keyvault/vault_name.h"
 #include "tests/keyvault/client_fixture.h"
@@ -15,7 +18,7 @@ std::string MachineName()
     return Narrow(name);
 }
 
-// The rule of the names, told once more in another way.
+// The rule of the names, in another way.
 std::string Filtered(std::string text)
 {
     text.erase(std::remove(text.begin(), text.end(), '.'), text.end());
@@ -24,9 +27,9 @@ std::string Filtered(std::string text)
     return text.substr(0, 24);
 }
 
-std::string Repeat(const std::string& text, int times)
+std::string Times(int times, const std::string& text)
 {
-    return times ? text + Repeat(text, times - 1) : "";
+    return times ? text + Times(times - 1, text) : "";
 }
 
 using ClientObject = ClientTest;
@@ -36,19 +39,18 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
     const std::string machine = MachineName();
     ASSERT_FALSE(machine.empty());
     const struct {
-        const char* story;
+        const char* name;
         std::string nameTemplate;
-        std::string name;
+        std::string vault;
     } rows[] = {
         {"a marker for the identity's own name", "%G", "oidguid"},
         {"the marker beside something else is plain text", "kv%G", "kvoidguid"},
         {"the machine's name", "%D", Filtered(machine)},
         {"an empty template is the machine's name", "", Filtered(machine)},
         {"text before the machine's name", "KV-%D", Filtered("KV-" + machine)},
-        {"capitals", "CONTOSO-Keys", "contoso-keys"},
-        {"dots between letters", "a.b.c", "abc"},
+        {"dots and capitals", "a.B.c", "abc"},
         {"more than the limit", "Abcdefghij.Klmnopqrst.Uvwxyz1234", "abcdefghijklmnopqrstuvwx"},
-        {"a lonely percent sign at the end", "vault%", "vault"},
+        {"a percent sign at the end", "vault%", "vault"},
         {"an unknown escape", "%x9", "9"},
         {"escapes are case-sensitive", "%d%g1", "1"},
         {"a doubled percent sign", "a%%b", "ab"},
@@ -57,52 +59,32 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
          "B",
          "\xC3\x84"
          "b"},
-        {"what stands behind the buffer's end is cut", Repeat(".", 600) + "abc", ""},
-        {"an expansion beyond the buffer", Repeat("%D", 200), Filtered(Repeat(machine, 24))},
+        {"what is behind the buffer's end is cut", Times(600, ".") + "abc", ""},
+        {"an expansion beyond the buffer", Times(200, "%D"), Filtered(Times(24, machine))},
     };
     for (const auto& row : rows) {
         WCHAR name[kVaultNameLimit + 1];
         VaultNameFromTemplate(Wide(row.nameTemplate).c_str(), name);
-        EXPECT_EQ(row.name, Narrow(name)) << row.story;
+        EXPECT_EQ(row.vault, Narrow(name)) << row.name;
     }
 }
 
-TEST_F(ClientObject, NewClientCarriesItsConfigurationAndNoToken)
+TEST_F(ClientObject, CarriesItsConfigurationAndNoToken)
 {
-    const ClientPtr kvc(
+    const ClientPtr client(
         KVCNew(TEXT("Contoso.Keys"), 0, TEXT("tenant"), TEXT("app"), TEXT("hush-hush"), TEXT("cert"), 1, 2, 3));
-    ASSERT_TRUE(kvc);
-    EXPECT_EQ("contosokeys", TextOf(kvc->kvname));
-    EXPECT_EQ(KVC_AUTHN_MANAGED_IDENTITY, kvc->authn);
-    EXPECT_EQ("tenant", TextOf(kvc->tenant));
-    EXPECT_EQ("app", TextOf(kvc->clientId));
-    EXPECT_EQ("hush-hush", TextOf(kvc->clientSecret));
-    EXPECT_EQ("cert", TextOf(kvc->clientCertId));
-    EXPECT_EQ(1u, kvc->purgeOnDelete);
-    EXPECT_EQ(2u, kvc->certificateMode);
-    EXPECT_EQ(3u, kvc->exportableOption);
-    EXPECT_EQ(0, kvc->tokenExpiry);
-    EXPECT_EQ(nullptr, kvc->accessToken);
-    EXPECT_EQ(
-        (Strings{"KVCNew KeyVault and Authentication Type 8", "KVCNew KeyVault and Authentication Type contosokeys 0 8",
-                 "KVCNew ClientID and Client Cert app cert 8"}),
-        root.LogLines());
+    ASSERT_TRUE(client);
+    EXPECT_EQ(KVC_AUTHN_MANAGED_IDENTITY, client->authn);
+    const Strings texts = {TextOf(client->kvname), TextOf(client->tenant), TextOf(client->clientId),
+                           TextOf(client->clientSecret), TextOf(client->clientCertId)};
+    EXPECT_EQ((Strings{"contosokeys", "tenant", "app", "hush-hush", "cert"}), texts);
+    EXPECT_EQ(3u, client->exportableOption);
+    EXPECT_EQ(0, client->tokenExpiry);
+    EXPECT_EQ(nullptr, client->accessToken);
+    EXPECT_EQ(std::string::npos, root.WholeLog().find("hush"));
     EXPECT_EQ(nullptr, KVCNew(nullptr, 1, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 0, 0, 0));
-    EXPECT_TRUE(root.Logged("KVCNew NULL kvname", 1));
     KVCDelete(nullptr);
-}
 
-TEST_F(ClientObject, WithoutMemoryThereIsNoHalfClient)
-{
-    SetLogging(0);
-    ClientPtr kvc;
-    SweepAllocations([&] { kvc.reset(KVCNew(TEXT("vault"), 2, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 0, 0, 0)); },
-                     [&](bool whole) { EXPECT_EQ(whole, kvc != nullptr); });
-}
-
-TEST_F(ClientObject, ACallGoesByItsClientAndKeepsTheLastError)
-{
-    const ClientPtr client(KVCNew(TEXT("vault"), 3, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 1, 2, 7));
     KVC* call = KVCBeginCall(client.get());
     ASSERT_TRUE(call);
     EXPECT_EQ(client.get(), call->client);
@@ -112,9 +94,118 @@ TEST_F(ClientObject, ACallGoesByItsClientAndKeepsTheLastError)
     KVCEndCall(call);
     EXPECT_EQ(1234u, GetLastError());
     KVCEndCall(nullptr);
+}
 
+TEST_F(ClientObject, WithoutMemoryThereIsNoHalfClient)
+{
+    SetLogging(0);
+    ClientPtr client;
+    SweepAllocations(
+        [&] { client.reset(KVCNew(TEXT("vault"), 2, TEXT("t"), TEXT("c"), TEXT("s"), TEXT("x"), 0, 0, 0)); },
+        [&](bool whole) { EXPECT_EQ(whole, client != nullptr); });
     const AllocFault fault(0);
     EXPECT_EQ(nullptr, KVCBeginCall(client.get()));
+}
+
+class SharedClient : public ClientTest {
+  protected:
+    static constexpr int kThreads = 32;
+
+    // Runs `work` on that many threads and returns how many got a true.
+    template <class Work>
+    static int OnThreads(Work work)
+    {
+        std::atomic<int> good{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i)
+            threads.emplace_back([&] { good += work() ? 1 : 0; });
+        for (std::thread& thread : threads)
+            thread.join();
+        return good;
+    }
+};
+
+TEST_F(SharedClient, TheNewVaultNameReachesEveryCall)
+{
+    SetLogging(0);
+    sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "standard"}});
+    Identity identity;
+    identity.vault = "%G";
+    const ClientPtr client = NewClient(identity);
+    EXPECT_EQ(kThreads, OnThreads([&] {
+                  const KVCCall call(KVCBeginCall(client.get()));
+                  return KVCAuthenticate(call.get()) && TextOf(call->kvname) == "x0f1e2d3c4b5a69788796a5b" &&
+                         ListKeys(call.get());
+              }));
+    EXPECT_EQ(1u, Requests("oauth2/token").size());
+}
+
+// Otherwise each of the waiting threads would spend minutes on a sign-in that has just failed for the one before it.
+TEST_F(SharedClient, WaitingThreadsShareAFailedSignIn)
+{
+    const ClientPtr client = NewClient();
+    SetNetwork(false);
+    std::atomic<int> arrived{0};
+    clock.OnSleep([&](DWORD, size_t) {
+        // The first sign-in goes on only when all have come; then they get time to queue up behind it.
+        while (arrived < kThreads)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    });
+    EXPECT_EQ(0, OnThreads([&] {
+                  const KVCCall call(KVCBeginCall(client.get()));
+                  ++arrived;
+                  return KVCAuthenticate(call.get());
+              }));
+    EXPECT_EQ(size_t{kThreads}, LinesWith("KVCAuthenticate Logon failure contoso-keys 1"));
+    // One, unless the machine is so busy that a thread comes after the end of the first.
+    EXPECT_LE(LinesWith("KVCDoWebCall failure"), 3u);
+    SetNetwork(true);
+    clock.OnSleep(nullptr);
+    EXPECT_EQ(1, SignIn(client)) << "a later call tries for itself";
+}
+
+TEST_F(SharedClient, TheHeldTokenDoesNotWaitForASignIn)
+{
+    const ClientPtr client = NewClient();
+    const KVCCall first(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    clock.Advance(3600);
+    SetNetwork(false);
+    const KVCCall other(KVCBeginCall(client.get()));
+    std::atomic<bool> taken{false};
+    std::thread taker;
+    bool takenMeanwhile = false;
+    clock.OnSleep([&](DWORD, size_t index) {
+        // Inside the sign-in, which goes on when the token is there, and after some waits at the latest.
+        if (index == 0)
+            taker = std::thread([&] { taken = KVCTakeHeldToken(other.get()) == 1; });
+        for (int i = 0; i < 10 && !taken; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        takenMeanwhile = taken;
+    });
+    EXPECT_EQ(0, SignIn(client));
+    taker.join();
+    EXPECT_TRUE(takenMeanwhile);
+    EXPECT_EQ(TextOf(first->accessToken), TextOf(other->accessToken));
+}
+
+TEST_F(SharedClient, ACallKeepsItsTokenWhileAnotherRenewsIt)
+{
+    const ClientPtr client = NewClient();
+    const KVCCall first(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    const std::string token = TextOf(first->accessToken);
+    clock.Advance(3600);
+    sim.Control("PUT", "/tokens", {{"oid", "another"}});
+    const KVCCall second(KVCBeginCall(client.get()));
+    ASSERT_EQ(1, KVCAuthenticate(second.get()));
+    EXPECT_NE(token, TextOf(second->accessToken));
+    EXPECT_EQ(token, TextOf(first->accessToken));
+    EXPECT_EQ(1, ListKeys(first.get())) << "the old token is still good at the vault";
+    ASSERT_EQ(1, KVCAuthenticate(first.get()));
+    EXPECT_EQ(TextOf(second->accessToken), TextOf(first->accessToken));
+    EXPECT_EQ(2u, Requests("oauth2/token").size());
 }
 
 }  // namespace

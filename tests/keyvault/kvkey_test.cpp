@@ -1,31 +1,25 @@
-#include "keyvault/kvkey.h"
-
+// Key records from the vault's answers, and the two forms of key names.
 #include <cstring>
 #include <optional>
 
-#include "tests/keyvault/vault_fixture.h"
+#include "tests/keyvault/client_fixture.h"
 
 using nlohmann::json;
 
 namespace {
 
-constexpr char kKid[] = "https://contoso-keys.vault.azure.net/keys/web01/0123456789abcdef0123456789abcdef";
-
-// A record parsed from an answer; what stood in it before must not show.
+// A record parsed from an answer; what it had before must not show.
 struct Parsed {
     explicit Parsed(const std::string& body, const std::string& name = "web01")
     {
         memset(&key, 0xA5, sizeof(key));
-        result = KVCParseJSONKey(Wide(name).c_str(), body.c_str(), &key);
+        EXPECT_EQ(1, KVCParseJSONKey(Wide(name).c_str(), body.c_str(), &key));
     }
     ~Parsed() { KVCFreeKVKey(&key); }
     Parsed(const Parsed&) = delete;
     Parsed& operator=(const Parsed&) = delete;
 
-    std::string AlgID() const { return Narrow(key.AlgID); }
-
     KVKey key;
-    int result;
 };
 
 std::string Text(const BYTE* bytes, DWORD size)
@@ -36,7 +30,7 @@ std::string Text(const BYTE* bytes, DWORD size)
 void ExpectEmpty(const KVKey& key)
 {
     for (const WCHAR* text : {key.crv, key.d, key.dp, key.dq, key.k, key.kty, key.p, key.q, key.qi, key.key_ops})
-        EXPECT_EQ("(NULL)", OrNone(text));
+        EXPECT_EQ("(NULL)", TextOf(text));
     for (const BYTE* bytes : {key.e, key.n, key.x, key.y})
         EXPECT_EQ(nullptr, bytes);
     EXPECT_EQ(0u, key.e_siz + key.n_siz + key.x_siz + key.y_siz);
@@ -45,63 +39,58 @@ void ExpectEmpty(const KVKey& key)
     EXPECT_EQ("", Narrow(key.version));
 }
 
-struct SampleRow {
-    const char* file;
-    LONG isEC;
-    const char* ops;
-    DWORD modulusSize;
-    DWORD pointSize;
-};
-
 TEST(KVKeyTest, BodiesOfTheLiveService)
 {
-    const SampleRow rows[] = {
+    const struct {
+        const char* file;
+        LONG isEC;
+        const char* ops;
+        DWORD modulusSize;
+        DWORD pointSize;
+    } rows[] = {
         {"rsa-get", 0, "encrypt,decrypt,sign,verify,wrapKey,unwrapKey", 256, 0},
         {"ec-p256-create", 1, "sign,verify", 0, 32},
         {"ec-p256k-create", 1, "sign,verify", 0, 32},
         {"ec-p384-create", 1, "sign,verify", 0, 48},
         {"ec-p521-create", 1, "sign,verify", 0, 66},
     };
-    for (const SampleRow& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.file);
         const std::string body = ReadServiceSample(row.file);
         const json sent = json::parse(body)["key"];
         const Parsed parsed(body);
         const KVKey& key = parsed.key;
-        EXPECT_EQ(1, parsed.result);
         EXPECT_EQ(1u, key.valid);
         EXPECT_EQ("web01", Narrow(key.keyName));
         EXPECT_EQ("web01", Narrow(key.clearName));
         EXPECT_EQ(32u, Narrow(key.version).size());
-        EXPECT_TRUE(sent["kid"].get<std::string>().find("/" + Narrow(key.version)) != std::string::npos);
+        EXPECT_NE(std::string::npos, sent["kid"].get<std::string>().find("/" + Narrow(key.version)));
         EXPECT_EQ(row.isEC, key.isEC);
-        EXPECT_EQ(sent["kty"].get<std::string>(), OrNone(key.kty));
-        EXPECT_EQ(sent.value("crv", "(NULL)"), OrNone(key.crv));
-        EXPECT_EQ(row.ops, OrNone(key.key_ops));
+        EXPECT_EQ(sent["kty"].get<std::string>(), TextOf(key.kty));
+        EXPECT_EQ(sent.value("crv", "(NULL)"), TextOf(key.crv));
+        EXPECT_EQ(row.ops, TextOf(key.key_ops));
         EXPECT_EQ(sent.value("n", "(NULL)"), Text(key.n, key.n_siz));
         EXPECT_EQ(sent.value("e", "(NULL)"), Text(key.e, key.e_siz));
         EXPECT_EQ(sent.value("x", "(NULL)"), Text(key.x, key.x_siz));
         EXPECT_EQ(sent.value("y", "(NULL)"), Text(key.y, key.y_siz));
         EXPECT_EQ(row.modulusSize, key.n_siz);
         EXPECT_EQ(row.pointSize, key.x_siz);
-        EXPECT_EQ("", parsed.AlgID()) << "none of them has tags";
+        EXPECT_EQ("", Narrow(key.AlgID)) << "none of them has tags";
     }
 }
-
-struct AlgIDRow {
-    const char* name;
-    const char* kty;
-    const char* crv;  // NULL: no member
-    const char* ops;  // one operation
-    json tags;        // null: no member
-    const char* algID;
-};
 
 TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
 {
     const json none = json::object();
     const auto tag = [](const char* text) { return json{{"AlgID", text}}; };
-    const AlgIDRow rows[] = {
+    const struct {
+        const char* name;
+        const char* kty;
+        const char* crv;  // NULL: no member
+        const char* ops;  // one operation
+        json tags;        // null: no member
+        const char* algID;
+    } rows[] = {
         {"RSA, any tag", "RSA", nullptr, "sign", tag("ECDSA_P256"), "RSA"},
         {"RSA, no tags", "RSA", nullptr, "sign", nullptr, ""},
         {"tags of another type", "RSA", nullptr, "sign", "AlgID", ""},
@@ -121,71 +110,49 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
         {"no tag, not signing, curve not exact", "EC", "P-256K", "deriveKey", none, ""},
         {"no tag, signing, unknown curve", "EC", "P-192", "sign", none, ""},
     };
-    for (const AlgIDRow& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        json body = {{"key", {{"kid", kKid}, {"kty", row.kty}, {"key_ops", {row.ops}}}}};
+        json body = {{"key", {{"kid", "https://v/keys/web01/0123"}, {"kty", row.kty}, {"key_ops", {row.ops}}}}};
         if (row.crv)
             body["key"]["crv"] = row.crv;
         if (!row.tags.is_null())
             body["tags"] = row.tags;
-        EXPECT_EQ(row.algID, Parsed(body.dump()).AlgID());
+        EXPECT_EQ(row.algID, Narrow(Parsed(body.dump()).key.AlgID));
     }
 }
 
-TEST(KVKeyTest, BodiesWithoutAKeyGiveTheNamesAlone)
+TEST(KVKeyTest, WhatAnAnswerLacksStaysEmpty)
 {
-    const Strings bodies = {"",
-                            "<html>",
-                            "{",
-                            "null",
-                            "[]",
-                            "\"key\"",
-                            R"({"key":null,"tags":{}})",
-                            R"({"tags":{"AlgID":"RSA"}})",
-                            std::string(100, '[')};
-    for (const std::string& body : bodies) {
+    for (const std::string body :
+         {"", "<html>", "{", "null", "[]", "\"key\"", R"({"key":null,"tags":{}})", R"({"tags":{"AlgID":"RSA"}})",
+          R"({"key":["kid","n"]})", "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[",
+          R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","x":"AA=A","y":[]}})"}) {
         SCOPED_TRACE(body);
-        const Parsed parsed(body, "-vBAgAAwBAzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzz");
-        EXPECT_EQ(1, parsed.result);
+        const Parsed parsed(body, kCodedName);
         EXPECT_EQ(1u, parsed.key.valid);
-        EXPECT_EQ("-vBAgAAwBAzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzz", Narrow(parsed.key.keyName));
+        EXPECT_EQ(kCodedName, Narrow(parsed.key.keyName));
         EXPECT_EQ("a b", Narrow(parsed.key.clearName));
         ExpectEmpty(parsed.key);
     }
-}
-
-TEST(KVKeyTest, OneCharacterIsNoNumber)
-{
-    ExpectEmpty(Parsed(R"({"key":{"e":"A"}})").key);
-}
-
-TEST(KVKeyTest, MembersOfAnotherFormLeaveTheirFieldsEmpty)
-{
-    const Parsed wrong(R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","x":"AA=A","y":[]}})");
-    ExpectEmpty(wrong.key);
-    const Parsed notAnObject(R"({"key":["kid","n"]})");
-    ExpectEmpty(notAnObject.key);
-
     const Parsed tooLong(json{{"key", {{"n", std::string(4096, 'A')}, {"x", std::string(4092, 'A')}}}}.dump());
     EXPECT_EQ(nullptr, tooLong.key.n);
     EXPECT_EQ(0u, tooLong.key.n_siz);
     EXPECT_EQ(3069u, tooLong.key.x_siz);
+}
 
+TEST(KVKeyTest, TextsOfAKey)
+{
     const Parsed texts(R"({"key":{"d":"D","dp":"DP","dq":"DQ","k":"K","p":"P","q":"Q","qi":"QI","key_ops":[]}})");
     const KVKey& key = texts.key;
     Strings read;
     for (const WCHAR* field : {key.d, key.dp, key.dq, key.k, key.p, key.q, key.qi, key.key_ops})
-        read.push_back(OrNone(field));
+        read.push_back(TextOf(field));
     EXPECT_EQ((Strings{"D", "DP", "DQ", "K", "P", "Q", "QI", ""}), read);
-
     const Parsed ops(R"({"key":{"key_ops":["sign",null,"","verify"]}})");
-    EXPECT_EQ("sign,,verify", OrNone(ops.key.key_ops));
-}
+    EXPECT_EQ("sign,,verify", TextOf(ops.key.key_ops));
 
-TEST(KVKeyTest, VersionIsWhatFollowsTheLastSlash)
-{
     const std::string longVersion(200, 'v');
-    const std::pair<std::string, TextString> rows[] = {
+    const std::pair<std::string, TextString> versions[] = {
         {"https://h/keys/k/abc", Wide("abc")},
         {"/abc", Wide("abc")},
         {"no slash", Wide("")},
@@ -195,12 +162,9 @@ TEST(KVKeyTest, VersionIsWhatFollowsTheLastSlash)
         // One character a byte, whatever the code page.
         {"k/\xC3\xA9", TextString{WCHAR{0xC3}, WCHAR{0xA9}}},
     };
-    for (const auto& [kid, version] : rows)
+    for (const auto& [kid, version] : versions)
         EXPECT_EQ(version, TextString(Parsed(json{{"key", {{"kid", kid}}}}.dump()).key.version)) << kid;
-}
 
-TEST(KVKeyTest, NamesThatDoNotDecodeAndNamesTooLong)
-{
     EXPECT_EQ("InvalidName", Narrow(Parsed("{}", "-vzA" + std::string(39, 'z')).key.clearName));
     const Parsed tooLong("{}", std::string(300, 'b'));
     EXPECT_EQ(std::string(128, 'b'), Narrow(tooLong.key.keyName));
@@ -212,8 +176,7 @@ TEST(KVKeyTest, FreeClearsThePointersAndMayBeRepeated)
     KVKey key;
     ASSERT_EQ(1, KVCParseJSONKey(TEXT("a"), ReadServiceSample("rsa-get").c_str(), &key));
     KVCFreeKVKey(&key);
-    EXPECT_EQ(nullptr, key.n);
-    EXPECT_EQ(nullptr, key.key_ops);
+    EXPECT_TRUE(!key.n && !key.key_ops);
     EXPECT_EQ(256u, key.n_siz) << "sizes stay";
     EXPECT_EQ(1u, key.valid);
     KVCFreeKVKey(&key);
@@ -225,7 +188,7 @@ TEST(KVKeyTest, FreeClearsThePointersAndMayBeRepeated)
     KVCFreeKVKey(nullptr);
 }
 
-TEST(KVKeyTest, WithoutMemoryNoSizeStandsBesideAMissingBuffer)
+TEST(KVKeyTest, WithoutMemoryNoSizeGoesWithAMissingBuffer)
 {
     for (const char* sample : {"rsa-get", "ec-p256-create"}) {
         const std::string body = ReadServiceSample(sample);
@@ -233,12 +196,111 @@ TEST(KVKeyTest, WithoutMemoryNoSizeStandsBesideAMissingBuffer)
         SweepAllocations([&] { parsed.emplace(body); },
                          [&](bool) {
                              const KVKey& key = parsed->key;
-                             EXPECT_EQ(1, parsed->result);
                              EXPECT_EQ(key.n == nullptr, key.n_siz == 0);
                              EXPECT_EQ(key.e == nullptr, key.e_siz == 0);
                              EXPECT_EQ(key.x == nullptr, key.x_siz == 0);
                              EXPECT_EQ(key.y == nullptr, key.y_siz == 0);
                          });
+    }
+}
+
+std::string Repeat(const std::string& text, size_t times)
+{
+    return times ? text + Repeat(text, times - 1) : "";
+}
+
+// form: 0 plain, 1 coded.
+TextString Encoded(const TextString& clear, int form)
+{
+    WCHAR room[kEncodedNameChars] = {};
+    int encoded = -1;
+    EXPECT_EQ(1, KVCConvertClearKeyNameToEncoded(clear.c_str(), room, &encoded));
+    EXPECT_EQ(form, encoded);
+    return room;
+}
+
+TEST(KeyNamesTest, ClearNamesEncode)
+{
+    const std::string letters42 = "abcdefghijklmnopqrstuvwxyz-ABCDEFGHIJ01234";
+    const struct {
+        const char* name;
+        std::string clear;
+        int form;
+        std::string encoded;
+    } rows[] = {
+        {"a hyphen inside stays", "a-b-", 0, "a-b-"},
+        {"empty is plain", "", 0, ""},
+        {"42 plain characters stay whole", letters42, 0, letters42},
+        {"a hyphen in front is coded", "-", 1, "-tAA" + Repeat("z", 39)},
+        {"a blank is coded", "a b", 1, kCodedName},
+        {"an underscore is coded", "_", 1, "-tBA" + Repeat("z", 39)},
+        {"the highest code unit", "\xEF\xBF\xBF", 1, "-jKa" + Repeat("z", 39)},
+        {"13 units are filled up to 43", Repeat(" ", 13), 1, "-" + Repeat("gAA", 13) + "zzz"},
+        {"14 units need no filler", Repeat(" ", 14), 1, "-" + Repeat("gAA", 14)},
+        {"42 coded units make 127 characters", Repeat("\xC3\xA9", 42), 1, "-" + Repeat("hEA", 42)},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.encoded, Narrow(Encoded(Wide(row.clear), row.form))) << row.name;
+    // One character more than the limit would still fit in the coded form's room.
+    WCHAR room[kEncodedNameChars] = {};
+    int coded = -1;
+    EXPECT_EQ(0, KVCConvertClearKeyNameToEncoded(Wide(Repeat("\xC3\xA9", 43)).c_str(), room, &coded));
+    EXPECT_EQ(0, room[0]);
+}
+
+TEST(KeyNamesTest, EncodedNamesDecode)
+{
+    const std::string foreign = "name-from-outside-of-more-than-42-characters";
+    const std::string filler = Repeat("z", 39);
+    const struct {
+        const char* name;
+        std::string encoded;
+        int result;
+        int form;  // unless the result is 0
+        std::string clear;
+    } rows[] = {
+        {"short names are copied", "key-1", 1, 0, "key-1"},
+        {"42 characters are copied, hyphen or not", "-" + Repeat("A", 41), 1, 0, "-" + Repeat("A", 41)},
+        {"a long name without hyphen is cut", foreign, 1, 0, foreign.substr(0, 42)},
+        {"a long name with y is cut", "-vBA" + Repeat("y", 46), 1, 0, "-vBA" + Repeat("y", 38)},
+        {"coded", kCodedName, 1, 1, "a b"},
+        {"filler alone is an empty name", "-" + Repeat("z", 42), 1, 1, ""},
+        {"what follows filler is not read", "-vBAzBAvBA" + Repeat("z", 33), 1, 1, "a"},
+        {"a triple of value 0 ends the name", "-vBAAAAvBA" + Repeat("z", 33), 1, 1, "a"},
+        {"the text's end ends the last triple", "-" + Repeat("gAA", 14) + "w", 1, 1, Repeat(" ", 14) + "0"},
+        {"more than 42 triples are not read", "-" + Repeat("gAA", 42) + "vBA{", 1, 1, Repeat(" ", 42)},
+        {"filler in the second place", "-vzA" + filler, 0, 0, ""},
+        {"filler in the third place", "-vBz" + filler, 0, 0, ""},
+        {"a symbol above x", "-v{A" + filler, 0, 0, ""},
+        {"a symbol beyond ASCII", "-v\xC3\xA9" + filler + "A", 0, 0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        TextString room(kClearNameChars + 1, 'X');
+        int form = 0;
+        EXPECT_EQ(row.result, KVCConvertEncodedKeyNameToClear(Wide(row.encoded).c_str(), room.data(), &form));
+        EXPECT_EQ('X', room[kClearNameChars]);
+        EXPECT_TRUE(!row.result || (row.form == form && row.clear == Narrow(room.c_str())));
+    }
+}
+
+TEST(KeyNamesTest, EveryCodeUnitAndEveryLengthComesBack)
+{
+    // "_" in front makes every name a coded one.
+    size_t length = 1;
+    for (unsigned unit = 1; unit <= 0xFFFF;) {
+        TextString clear(1, '_');
+        while (clear.size() < length && unit <= 0xFFFF)
+            clear += static_cast<WCHAR>(unit++);
+        length = length % kClearNameLimit + 1;
+
+        const TextString encoded = Encoded(clear, 1);
+        ASSERT_EQ(clear.size() < 14 ? 43 : 1 + 3 * clear.size(), encoded.size());
+        WCHAR back[kClearNameChars] = {};
+        int decoded = 0;
+        ASSERT_EQ(1, KVCConvertEncodedKeyNameToClear(encoded.c_str(), back, &decoded));
+        ASSERT_EQ(1, decoded);
+        ASSERT_EQ(clear, TextString(back)) << "up to unit " << unit;
     }
 }
 

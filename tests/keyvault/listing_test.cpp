@@ -1,0 +1,360 @@
+// Listing the vault's keys and its certificates, page by page.
+#include "certsync/certificate_listing.h"
+#include "keyvault/key_lookup.h"
+#include "keyvault/text_list.h"
+#include "tests/keyvault/client_fixture.h"
+
+using nlohmann::json;
+
+namespace {
+
+struct Collection {
+    const char* name;
+    const char* id;  // the member with an element's address
+};
+const Collection kKeys = {"keys", "kid"};
+const Collection kCertificates = {"certificates", "id"};
+
+class ListingTest : public VaultTest, public testing::WithParamInterface<Collection> {
+  protected:
+    struct Listing {
+        bool good = false;
+        bool written = false;  // the outputs were
+        Strings names;
+        Strings thumbprints;  // of certificates
+    };
+
+    bool IsKeys() const { return std::string(GetParam().name) == "keys"; }
+    std::string Path() const { return std::string("/") + GetParam().name + "?"; }
+
+    Listing List()
+    {
+        Listing listing;
+        WCHAR** names = nullptr;
+        WCHAR** thumbprints = nullptr;
+        LONG count = -7;
+        if (IsKeys()) {
+            DWORD keys = 12345;
+            listing.good = KVCGetKeys(call.get(), &names, &keys) == 1;
+            listing.written = keys != 12345;
+            count = listing.written ? static_cast<LONG>(keys) : 0;
+        } else {
+            listing.good = KVCGetCerts(call.get(), &names, &thumbprints, &count);
+            listing.written = names && thumbprints;
+            EXPECT_EQ(listing.good, listing.written);
+        }
+        const AllocFaultPause pause;
+        for (LONG i = 0; listing.written && i < count; i++) {
+            listing.names.push_back(Narrow(names[i]));
+            if (thumbprints)
+                listing.thumbprints.push_back(Narrow(thumbprints[i]));
+        }
+        IsKeys() ? KVCFreeNames(names, static_cast<DWORD>(count)) : KVCGetCertsFree(names, thumbprints);
+        return listing;
+    }
+
+    json Element(const std::string& name, const std::string& thumbprint = "T") const
+    {
+        json element = {{GetParam().id, "https://v/" + std::string(GetParam().name) + "/" + name}};
+        if (!IsKeys())
+            element["x5t"] = thumbprint;
+        return element;
+    }
+    std::string Target(const std::string& token = "") const
+    {
+        return Path() + "api-version=2016-10-01" + (token.empty() ? "" : "&$skiptoken=" + token);
+    }
+    // Queues an answer: a page with these elements and a link to the page of `token`, if any.
+    void Serve(const json& elements, const std::string& token = "")
+    {
+        json page = {{"value", elements}, {"nextLink", nullptr}};
+        if (!token.empty())
+            page["nextLink"] = "https://elsewhere.example:8443" + Target(token);
+        Answer(Path(), 200, page);
+    }
+    // The same with one element.
+    void ServeOne(const std::string& name, const std::string& token = "")
+    {
+        Serve(json::array({Element(name)}), token);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, ListingTest, testing::Values(kKeys, kCertificates),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(ListingTest, TellsNamesAsHostsKnowThem)
+{
+    const std::string vault = std::string("/vaults/") + Simulator::kVault;
+    for (const std::string& name : {std::string("web01"), kCodedName, std::string("web02")})
+        sim.Control("POST", vault + "/" + GetParam().name, {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}});
+    sim.Control("PUT", "/paging", {{"maxPage", 2}});
+    const Listing listing = List();
+    EXPECT_TRUE(listing.good);
+    EXPECT_EQ((Strings{"a b", "web01", "web02"}), listing.names);
+    EXPECT_EQ(2u, sim.VaultRequests().size());
+    EXPECT_EQ(Strings{}, LinesUpTo(2));
+    Strings thumbprints;
+    const json content = sim.Control("GET", vault);
+    for (const json& certificate : content["certificates"])
+        thumbprints.push_back(certificate["versions"][0]["x5t"]);
+    EXPECT_EQ(thumbprints, listing.thumbprints);
+}
+
+TEST_P(ListingTest, AVaultWithoutAny)
+{
+    const Listing listing = List();
+    EXPECT_TRUE(listing.good && listing.written && listing.names.empty());
+}
+
+TEST_P(ListingTest, TheNextPageIsTheTailOfItsLink)
+{
+    const std::string other = IsKeys() ? "certificates" : "keys";
+    const struct {
+        const char* name;
+        json link;
+        bool followed;
+    } rows[] = {
+        {"a link to another host", "https://elsewhere.example:8443" + Target("t%2F2"), true},
+        {"a path alone", Target("t%2F2"), true},
+        {"none", nullptr, false},
+        {"empty", "", false},
+        {"a link to something else", "https://contoso-keys.vault.azure.net/" + other + "?$skiptoken=T", false},
+        {"no query", std::string("https://contoso-keys.vault.azure.net/") + GetParam().name, false},
+        {"a number", 7, false},
+        {"no text", json::array({"/x"}), false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        sim.ClearJournal();
+        Answer(Path(), 200, {{"value", json::array({Element("first")})}, {"nextLink", row.link}});
+        if (row.followed)
+            ServeOne("second");
+        const Listing listing = List();
+        EXPECT_TRUE(listing.good);
+        EXPECT_EQ(row.followed ? (Strings{"first", "second"}) : Strings{"first"}, listing.names);
+        Strings targets;
+        for (const json& request : sim.Journal()) {
+            targets.push_back(request["target"]);
+            EXPECT_EQ("contoso-keys.vault.azure.net", request["host"]);
+        }
+        EXPECT_EQ(row.followed ? (Strings{Target(), Target("t%2F2")}) : Strings{Target()}, targets);
+    }
+}
+
+TEST_P(ListingTest, PagesOfAnotherForm)
+{
+    for (const json& body : {json("<html>"), json(R"({"value":[{"kid":"https://v/ke)"), json(""), json::array(),
+                             json::object(), json{{"value", "text"}}, json{{"value", nullptr}}}) {
+        SCOPED_TRACE(body);
+        sim.ClearJournal();
+        root.ClearLog();
+        ServeOne("first", "1");
+        Answer(Path(), 200, body);
+        const Listing listing = List();
+        EXPECT_TRUE(listing.good);
+        EXPECT_EQ(Strings{"first"}, listing.names);
+        EXPECT_EQ(2u, sim.VaultRequests().size());
+        EXPECT_EQ(body.is_string() ? 1u : 0u, LinesWith(" answer is not JSON unexpected "));
+    }
+    // Without elements a page may still have a next one.
+    Answer(Path(), 200, {{"nextLink", Target("A")}});
+    Serve(json::array(), "B");
+    Serve("no list", "C");
+    ServeOne("last");
+    EXPECT_EQ(Strings{"last"}, List().names);
+}
+
+TEST_P(ListingTest, ABadElementIsLeftOutAndTheOthersKeepTheirPlaces)
+{
+    const std::string id = GetParam().id;
+    std::vector<json> bad = {nullptr,
+                             5,
+                             "text",
+                             json::object(),
+                             json{{id, "no slash"}, {"x5t", "T"}},
+                             json{{id, 5}, {"x5t", "T"}},
+                             Element("-vzA" + std::string(39, 'z')),
+                             json{{"x5t", "T"}}};
+    if (!IsKeys())
+        bad.push_back(json{{"id", "https://v/certificates/pending"}});
+    for (const json& element : bad) {
+        SCOPED_TRACE(element);
+        root.ClearLog();
+        Serve({Element("before", "b"), element, Element("after", "a")});
+        const Listing listing = List();
+        EXPECT_TRUE(listing.good);
+        EXPECT_EQ((Strings{"before", "after"}), listing.names);
+        EXPECT_TRUE(IsKeys() || listing.thumbprints == (Strings{"b", "a"}));
+        const bool undecodable = element == bad[6];
+        EXPECT_EQ(IsKeys() ? undecodable : 1, LinesUpTo(1).size()) << "certificates that are left out are logged";
+    }
+    Serve({Element(std::string(60, 'n'), std::string(127, 't')), Element("long", std::string(128, 't'))});
+    const Listing cut = List();
+    EXPECT_EQ((Strings{std::string(42, 'n'), "long"}), cut.names);
+    EXPECT_TRUE(IsKeys() || cut.thumbprints == Strings(2, std::string(127, 't')));
+}
+
+TEST_P(ListingTest, EachPageHasItsOwnFiveAttempts)
+{
+    Throttle(Path(), 4);
+    ServeOne("one", "2");
+    Throttle(Path(), 4);
+    ServeOne("two");
+    EXPECT_EQ((Strings{"one", "two"}), List().names);
+    EXPECT_EQ((Waits{1000, 2000, 4000, 8000, 1000, 2000, 4000, 8000}), clock.Waits());
+
+    ServeOne("one", "2");
+    Throttle(Path(), 5);
+    const Listing throttled = List();
+    EXPECT_FALSE(throttled.good);
+    EXPECT_EQ(IsKeys() ? Strings{"one"} : Strings{}, throttled.names) << "names of keys gathered so far are kept";
+    EXPECT_EQ(5u, LinesWith(" ActionThrottled Error 0x1ad 2") - 8);
+}
+
+TEST_P(ListingTest, AFailureInTheMiddleOfTheWalk)
+{
+    for (const auto& [status, lines] : {std::pair<int, size_t>{403, 2}, {500, 2}, {202, 1}, {0, 2}}) {
+        SCOPED_TRACE(status);
+        ServeOne("one", "2");
+        if (status)
+            Answer(Path(), status, "");
+        else
+            sim.Fault({{"path", Path()}, {"action", "reset-before"}, {"times", 10}});
+        root.ClearLog();
+        const Listing listing = List();
+        EXPECT_FALSE(listing.good || listing.written);
+        EXPECT_EQ(lines, LinesWith(" REST Call Error Error 0x"));
+    }
+}
+
+TEST_P(ListingTest, ALinkToItsOwnPageFailsTheListing)
+{
+    Answer(Path(), 200, {{"value", json::array()}, {"nextLink", Target("again")}}, -1);
+    EXPECT_FALSE(List().good);
+    EXPECT_EQ(2u, sim.VaultRequests().size());
+    EXPECT_EQ(1u, LinesWith(" Endless List a link to its own page 1"));
+}
+
+TEST_P(ListingTest, WithoutMemoryItFailsOrEndsWithAWholePage)
+{
+    SetLogging(0);
+    // An answer whose body was lost ends the walk as one without a body.
+    const std::set<Strings> possible = {{}, {"one", "two"}, {"one", "two", "3"}};
+    Listing listing;
+    const auto prepare = [&](bool) {
+        EXPECT_EQ(listing.good, listing.written);
+        EXPECT_TRUE(!IsKeys() || possible.count(listing.names)) << "a certificate may be left out";
+        sim.Control("DELETE", "/faults");
+        Serve({Element("one"), Element("two")}, "2");
+        ServeOne("3");
+    };
+    prepare(false);
+    SweepAllocations([&] { listing = List(); }, prepare);
+    EXPECT_EQ(3u, listing.names.size());
+}
+
+#ifndef _WIN32  // by the linker name of this system
+
+// Pages that a vault without an end still has; 0 leaves the calls to the network.
+size_t pagesLeft = 0;
+size_t pagesAsked = 0;
+
+TEST_P(ListingTest, TenThousandPagesAtMost)
+{
+    SetLogging(1);
+    for (const size_t pages : {size_t{10000}, size_t{10001}}) {
+        pagesAsked = 0;
+        pagesLeft = pages;
+        EXPECT_EQ(pages == 10000, List().good);
+        pagesLeft = 0;
+        EXPECT_EQ(10000u, pagesAsked);
+        EXPECT_EQ(pages - 10000, LinesWith(" Endless List more than 10000 pages"));
+    }
+}
+
+#endif
+
+using ListingArguments = VaultTest;
+
+TEST_F(ListingArguments, NullIsRefused)
+{
+    WCHAR** block = nullptr;
+    LONG count = 0;
+    DWORD keys = 0;
+    EXPECT_FALSE(KVCGetCerts(nullptr, &block, &block, &count));
+    EXPECT_FALSE(KVCGetCerts(call.get(), nullptr, &block, nullptr));
+    EXPECT_FALSE(KVCGetCerts(call.get(), nullptr, nullptr, &count));
+    EXPECT_FALSE(KVCGetCerts(call.get(), &block, nullptr, &count));
+    EXPECT_EQ((Strings{"KVCGetCerts Bad Count 1", "KVCGetCerts Bad WCHARCertsArray Array pointer 1",
+                       "KVCGetCerts Bad WCHARThumbprintArray pointer 1"}),
+              LinesUpTo(1));
+    KVCGetCertsFree(nullptr, nullptr);
+    EXPECT_EQ(0, KVCGetKeys(nullptr, &block, &keys));
+    EXPECT_EQ(0, KVCGetKeys(call.get(), nullptr, &keys));
+    EXPECT_EQ(0, KVCGetKeys(call.get(), &block, nullptr));
+    EXPECT_TRUE(sim.VaultRequests().empty());
+}
+
+// Both widths of characters, both limits of a length, and enough texts for several chunks.
+TEST(TextListTest, ReturnsWhatItTookAndStandsFailedAllocations)
+{
+    std::vector<TextString> texts;
+    for (int i = 0; i < 1500; i++)
+        texts.push_back(
+            TextString(static_cast<size_t>(i) % 128, static_cast<WCHAR>(i % 2 ? 0xFF - i % 9 : 0xD7FF + i)));
+    TextList list;
+    EXPECT_FALSE(list.Add(TextString(128, 'x')));
+    size_t failures = 0;
+    for (const TextString& text : texts) {
+        bool added = false;
+        {
+            AllocFault fault(0);
+            added = list.Add(text);
+        }
+        if (!added) {
+            failures++;
+            EXPECT_TRUE(list.Add(text));
+        }
+    }
+    EXPECT_GT(failures, 3u);
+    EXPECT_EQ(texts.size(), list.count());
+    for (const TextString& text : texts) {
+        ASSERT_EQ(text.size(), list.FirstLength());
+        WCHAR whole[128], cut[11];
+        const bool takeWhole = text.size() % 3 != 0;
+        takeWhole ? list.TakeFirst(whole, 128) : list.TakeFirst(cut, 11);
+        EXPECT_EQ(takeWhole ? text : text.substr(0, 10), TextString(takeWhole ? whole : cut));
+    }
+    EXPECT_EQ(0u, list.count());
+}
+
+}  // namespace
+
+#ifndef _WIN32
+
+extern "C" {
+KVCResponse* __real__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
+                                                      const WCHAR* verb, const WCHAR* headers, const char* body);
+KVCResponse* __wrap__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
+                                                      const WCHAR* verb, const WCHAR* headers, const char* body);
+
+KVCResponse* __wrap__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
+                                                      const WCHAR* verb, const WCHAR* headers, const char* body)
+{
+    if (pagesLeft == 0)
+        return __real__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(port, host, path, verb, headers, body);
+    std::string page = R"({"value":[],"nextLink":null})";
+    if (--pagesLeft != 0) {
+        const std::string own = Narrow(path);
+        page = R"({"value":[],"nextLink":"https://v)" + own.substr(0, own.find('?')) + "?" + std::to_string(pagesLeft) +
+               "\"}";
+    }
+    ++pagesAsked;
+    auto* const response = static_cast<KVCResponse*>(calloc(1, sizeof(KVCResponse)));
+    response->status = HTTP_OK;
+    response->body = strdup(page.c_str());
+    return response;
+}
+}
+
+#endif
