@@ -1,10 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/linux/der.h"
-#include "platform/linux/text.h"
-#include "tests/platform/openssl_maker.h"
+#include "tests/platform/platform_root.h"
 
 namespace {
 
@@ -12,7 +7,7 @@ using std::string_literals::operator""s;
 
 constexpr DWORD kX500 = CERT_X500_NAME_STR;
 
-// An attribute from the content of its type's identifier and its value, both in hexadecimal-free bytes.
+// objectId: the content of its DER form.
 std::string Attribute(const std::string& objectId, BYTE tag, const std::string& value)
 {
     return MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + MakeDer(tag, value));
@@ -32,7 +27,7 @@ std::string CommonName(BYTE tag, const std::string& value)
 
 std::string TextOf(const std::string& name, DWORD strType)
 {
-    CERT_NAME_BLOB blob = {static_cast<DWORD>(name.size()), reinterpret_cast<BYTE*>(const_cast<char*>(name.data()))};
+    CERT_NAME_BLOB blob = {SizeOf(name), BytesOf(name)};
     const DWORD room = CertNameToStrW(X509_ASN_ENCODING, &blob, strType, nullptr, 0);
     std::u16string text(room, u'?');
     EXPECT_EQ(CertNameToStrW(X509_ASN_ENCODING, &blob, strType, text.data(), room), room);
@@ -49,9 +44,7 @@ std::string NameOf(const std::string& text, DWORD strType)
     LPCSTR errorAt = nullptr;
     if (CertStrToNameA(X509_ASN_ENCODING, text.c_str(), strType, nullptr, name, &size, &errorAt))
         return HexText(name, size);
-    char error[64];
-    snprintf(error, sizeof error, "error %X at %td", GetLastError(), errorAt - text.c_str());
-    return error;
+    return ErrorText() + " at " + std::to_string(errorAt - text.c_str());
 }
 
 }  // namespace
@@ -104,7 +97,7 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
 TEST(CertificateNames, ATextIsCutToFitAndABadNameIsEmpty)
 {
     std::string name = MakeDer(kDerSequence, CommonName(kDerUtf8String, "web01"));
-    CERT_NAME_BLOB blob = {static_cast<DWORD>(name.size()), reinterpret_cast<BYTE*>(name.data())};
+    CERT_NAME_BLOB blob = {SizeOf(name), BytesOf(name)};
     WCHAR text[8] = u"???????";
     EXPECT_EQ(CertNameToStrW(X509_ASN_ENCODING, &blob, kX500, text, 5), 5u);
     EXPECT_EQ(std::u16string(text, 6), u"CN=w\0?"s);

@@ -1,8 +1,7 @@
-#include <gtest/gtest.h>
 #include <openssl/sha.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <string>
 #include <vector>
 
 #include "tests/platform/openssl_maker.h"
@@ -17,6 +16,11 @@ struct ContextFreer {
 };
 using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
 
+std::string DerOf(const Context& context)
+{
+    return {reinterpret_cast<const char*>(context->pbCertEncoded), context->cbCertEncoded};
+}
+
 class Store {
   public:
     explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE, LPCWSTR name = u"My",
@@ -30,10 +34,10 @@ class Store {
 
     HCERTSTORE handle() const { return handle_; }
 
-    Context Add(const Der& der, DWORD disposition = CERT_STORE_ADD_USE_EXISTING) const
+    Context Add(const std::string& der, DWORD disposition = CERT_STORE_ADD_USE_EXISTING) const
     {
         PCCERT_CONTEXT context = nullptr;
-        CertAddEncodedCertificateToStore(handle_, kEncodings, der.data(), DWORD(der.size()), disposition, &context);
+        CertAddEncodedCertificateToStore(handle_, kEncodings, BytesOf(der), SizeOf(der), disposition, &context);
         return Context(context);
     }
 
@@ -57,31 +61,35 @@ class Store {
     HCERTSTORE handle_;
 };
 
-bool SetKey(const CERT_CONTEXT* context, std::u16string container, DWORD flags = 32)
+bool SetKey(const Context& context, std::u16string container, DWORD flags = 32)
 {
     std::u16string provider = u"Zandrel Key Storage Provider for Key Vault";
     CRYPT_KEY_PROV_INFO info = {container.data(), provider.data(), 0, flags, 0, nullptr, 0};
-    return CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info) != FALSE;
+    return CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info) != FALSE;
 }
 
-// Container, flags and provider, or "error N" in hexadecimal.
-std::string KeyOf(const CERT_CONTEXT* context)
+// The property's bytes; the error if there is none.
+DWORD Property(const Context& context, DWORD id, std::string* data)
 {
-    alignas(8) BYTE room[1000];
-    DWORD size = sizeof room;
-    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, room, &size)) {
-        char error[32];
-        snprintf(error, sizeof error, "error %X", GetLastError());
-        return error;
-    }
-    const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room);
+    return ReadInTwoCalls(data, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
+        return CertGetCertificateContextProperty(context.get(), id, out, size);
+    });
+}
+
+// Container, flags and provider, or the error.
+std::string KeyOf(const Context& context)
+{
+    std::string data;
+    if (Property(context, CERT_KEY_PROV_INFO_PROP_ID, &data) != 0)
+        return ErrorText();
+    const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(data.data());
     return ToUtf8(info->pwszContainerName) + "|" + std::to_string(info->dwFlags) + "|" + ToUtf8(info->pwszProvName);
 }
 
-std::string FileOf(const Der& der)
+std::string FileOf(const std::string& der)
 {
     BYTE digest[SHA_DIGEST_LENGTH];
-    SHA1(der.data(), der.size(), digest);
+    SHA1(BytesOf(der), der.size(), digest);
     return kMachineStore + HexText(digest, sizeof digest) + ".pem";
 }
 
@@ -91,12 +99,11 @@ const std::string kBound = "|32|Zandrel Key Storage Provider for Key Vault";
 
 TEST(CertificateContexts, TheStructureLeadsIntoTheCertificate)
 {
-    Der der = MakeCertificate("web01", 0x010203FF);
-    der.push_back(0xEE);
-    const Context context(CertCreateCertificateContext(kEncodings, der.data(), DWORD(der.size())));
+    const std::string der = MakeCertificate("web01", 0x010203FF);
+    const std::string more = der + "\xEE";
+    const Context context(CertCreateCertificateContext(kEncodings, BytesOf(more), SizeOf(more)));
     ASSERT_NE(context, nullptr);
-    der.pop_back();
-    EXPECT_EQ(Der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded), der);
+    EXPECT_EQ(DerOf(context), der);
     const CERT_INFO& info = *context->pCertInfo;
     EXPECT_EQ(info.dwVersion, CERT_V3);
     EXPECT_EQ(HexText(info.SerialNumber.pbData, info.SerialNumber.cbData), "FF030201");
@@ -111,23 +118,24 @@ TEST(CertificateContexts, TheStructureLeadsIntoTheCertificate)
     EXPECT_TRUE(info.rgExtension[0].fCritical);
     EXPECT_EQ(HexText(info.rgExtension[0].Value.pbData, info.rgExtension[0].Value.cbData), "030205A0");
 
-    for (size_t size = 0; size < der.size(); size++) {
-        const Der cut(der.begin(), der.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_EQ(CertCreateCertificateContext(kEncodings, cut.data(), DWORD(size)), nullptr) << size;
-    }
+    for (DWORD size = 0; size < der.size(); size++)
+        EXPECT_EQ(CertCreateCertificateContext(kEncodings, BytesOf(std::string(der, 0, size)), size), nullptr) << size;
 }
 
 TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
 {
     const PlatformRoot root;
-    const Der der = MakeCertificate("web01", 1);
+    const std::string der = MakeCertificate("web01", 1);
     {
         const Store store;
         const Context added = store.Add(der);
         ASSERT_NE(added, nullptr);
-        EXPECT_EQ(KeyOf(added.get()), "error 80092004");
-        EXPECT_TRUE(SetKey(added.get(), u"web01"));
-        EXPECT_EQ(KeyOf(added.get()), "web01" + kBound);
+        EXPECT_EQ(KeyOf(added), "error 80092004");
+        EXPECT_TRUE(SetKey(added, u"web01"));
+        EXPECT_EQ(KeyOf(added), "web01" + kBound);
+        std::string digest;
+        ASSERT_EQ(Property(added, CERT_SHA1_HASH_PROP_ID, &digest), 0u);
+        EXPECT_EQ(kMachineStore + HexText(BytesOf(digest), digest.size()) + ".pem", FileOf(der));
     }
     const std::string path = root.File(FileOf(der));
     EXPECT_EQ(ModeOf(path), 0600u);
@@ -142,22 +150,22 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     const Context found = again.First();
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(found->hCertStore, again.handle());
-    EXPECT_EQ(KeyOf(found.get()), "web01" + kBound);
-    EXPECT_EQ(ErrorOf(SetKey(found.get(), u"other")), DWORD(E_ACCESSDENIED));
+    EXPECT_EQ(KeyOf(found), "web01" + kBound);
+    EXPECT_EQ(ErrorOf(SetKey(found, u"other")), DWORD(E_ACCESSDENIED));
     EXPECT_EQ(ErrorOf(again.Add(MakeCertificate("web02", 2)) != nullptr), DWORD(E_ACCESSDENIED));
     EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is another";
 }
 
-TEST(CertificateStore, ACertificateThatIsThereStaysAndOneThatIsGoneStaysGone)
+TEST(CertificateStore, ADuplicateChangesNothingAndADeletedOneStaysGone)
 {
     const PlatformRoot root;
-    const Der der = MakeCertificate("web01", 1);
+    const std::string der = MakeCertificate("web01", 1);
     const Store store;
-    ASSERT_TRUE(SetKey(store.Add(der).get(), u"web01"));
-    EXPECT_EQ(KeyOf(store.Add(der).get()), "web01" + kBound);
+    ASSERT_TRUE(SetKey(store.Add(der), u"web01"));
+    EXPECT_EQ(KeyOf(store.Add(der)), "web01" + kBound);
     for (const DWORD disposition : {1u, 3u, 4u})
         EXPECT_EQ(ErrorOf(store.Add(der, disposition) != nullptr), DWORD(E_INVALIDARG)) << disposition;
-    EXPECT_EQ(store.Add({1, 2, 3}), nullptr);
+    EXPECT_EQ(store.Add("\1\2\3"), nullptr);
     EXPECT_EQ(store.Names().size(), 1u);
 
     const Context context = store.First();
@@ -165,27 +173,29 @@ TEST(CertificateStore, ACertificateThatIsThereStaysAndOneThatIsGoneStaysGone)
               DWORD(E_INVALIDARG));
     EXPECT_TRUE(CertDeleteCertificateFromStore(store.First().release()));
     EXPECT_TRUE(store.Names().empty());
-    EXPECT_FALSE(SetKey(context.get(), u"web01"));
+    EXPECT_FALSE(SetKey(context, u"web01"));
     EXPECT_TRUE(store.Names().empty());
 }
 
 TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
 {
     const PlatformRoot root;
-    std::vector<Der> all;
+    std::vector<std::string> all;
+    std::vector<std::string> files;
     const Store store;
     for (const char* name : {"a", "b", "c", "d"}) {
         all.push_back(MakeCertificate(name, 1));
         store.Add(all.back());
+        files.push_back(root.File(FileOf(all.back())));
     }
     const std::vector<std::string> names = store.Names();
     EXPECT_EQ(names.size(), 4u);
     EXPECT_EQ(Store().Names(), names);
 
-    const std::string good = ReadFileText(root.File(FileOf(all[0])));
-    WriteFileText(root.File(FileOf(all[0])), good.substr(0, good.size() / 2));
-    WriteFileText(root.File(FileOf(all[1])), "KeyProvInfo.Flags: many\n" + ReadFileText(root.File(FileOf(all[1]))));
-    WriteFileText(root.File(FileOf(all[2])), good);  // another's bytes under this name
+    const std::string good = ReadFileText(files[0]);
+    WriteFileText(files[0], good.substr(0, good.size() / 2));
+    WriteFileText(files[1], "KeyProvInfo.Flags: many\n" + ReadFileText(files[1]));
+    WriteFileText(files[2], good);  // another's bytes under this name
     WriteFileText(root.File(kMachineStore + std::string("note.pem")), good);
     EXPECT_EQ(store.Names(), std::vector<std::string>{"d"});
 
@@ -218,36 +228,13 @@ TEST(CertificateStore, NoContainerNameDamagesTheFile)
     const Context context = store.Add(MakeCertificate("web01", 1));
     for (const char* name : {"", " a ", "a\\b", "a\\nb", "a\\", "a\nKeyProvInfo.Flags: 7\n", "\r\n", "ж😀",
                              "a\n-----BEGIN CERTIFICATE-----\n"}) {
-        ASSERT_TRUE(SetKey(context.get(), ToUtf16(name)));
-        EXPECT_EQ(KeyOf(store.First().get()), name + kBound);
+        ASSERT_TRUE(SetKey(context, ToUtf16(name)));
+        EXPECT_EQ(KeyOf(store.First()), name + kBound);
     }
-    const std::string path =
-        root.File(FileOf(Der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded)));
+    const std::string path = root.File(FileOf(DerOf(context)));
     const std::string pem = ReadFileText(path).substr(ReadFileText(path).rfind("-----BEGIN"));
     WriteFileText(path, "a note\r\nKeyProvInfo.ContainerName: by\\hand\r\nKeyProvInfo.Flags: 32\r\n" + pem);
-    EXPECT_EQ(KeyOf(store.First().get()), "by\\hand|32|");
-}
-
-TEST(CertificateStore, PropertiesFollowTheTwoCallContract)
-{
-    const PlatformRoot root;
-    const Store store;
-    const Context context = store.Add(MakeCertificate("web01", 1));
-    ASSERT_TRUE(SetKey(context.get(), u"web01"));
-    for (const DWORD property : {CERT_KEY_PROV_INFO_PROP_ID, CERT_SHA1_HASH_PROP_ID}) {
-        DWORD size = 0;
-        ASSERT_TRUE(CertGetCertificateContextProperty(context.get(), property, nullptr, &size));
-        std::vector<BYTE> data(size);
-        DWORD room = size - 1;
-        EXPECT_EQ(ErrorOf(CertGetCertificateContextProperty(context.get(), property, data.data(), &room)),
-                  DWORD{ERROR_MORE_DATA});
-        EXPECT_EQ(room, size);
-        EXPECT_TRUE(CertGetCertificateContextProperty(context.get(), property, data.data(), &room));
-        if (property == CERT_SHA1_HASH_PROP_ID) {
-            const Der der(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
-            EXPECT_EQ(kMachineStore + HexText(data.data(), size) + ".pem", FileOf(der));
-        }
-    }
+    EXPECT_EQ(KeyOf(store.First()), "by\\hand|32|");
 }
 
 TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
@@ -270,13 +257,13 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
     EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
     EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
     const Context context = Store(machine, u"MY").Add(MakeCertificate("web01", 1));
-    EXPECT_TRUE(SetKey(context.get(), u"web01")) << "a context outlives its store's handle";
+    EXPECT_TRUE(SetKey(context, u"web01")) << "a context outlives its store's handle";
 }
 
 TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
 {
     const PlatformRoot root;
-    const Der der = MakeCertificate("web01", 1);
+    const std::string der = MakeCertificate("web01", 1);
     Store().Add(der);
     OnThreadsAndInAChild(2, [&der](int number) {
         if (number == 0) {
@@ -286,8 +273,8 @@ TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
         }
         for (int i = 0; i < 20; i++) {
             const Store store;
-            ASSERT_TRUE(SetKey(store.Add(der).get(), std::u16string(size_t(i) + 1, u'x')));
+            ASSERT_TRUE(SetKey(store.Add(der), std::u16string(size_t(i) + 1, u'x')));
         }
     });
-    EXPECT_EQ(KeyOf(Store().First().get()), std::string(20, 'x') + kBound);
+    EXPECT_EQ(KeyOf(Store().First()), std::string(20, 'x') + kBound);
 }

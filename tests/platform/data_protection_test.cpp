@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <vector>
@@ -11,16 +10,14 @@ const std::string kEntropy = "salt!";
 
 DATA_BLOB BlobOf(const std::string& bytes)
 {
-    return {static_cast<DWORD>(bytes.size()), reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()))};
+    return {SizeOf(bytes), BytesOf(bytes)};
 }
 
-// What a call gave, or "error N" in hexadecimal.
+// What a call gave, or the error.
 std::string Taken(BOOL done, const DATA_BLOB& out)
 {
-    char error[32];
-    snprintf(error, sizeof error, "error %x", GetLastError());
     if (!done)
-        return error;
+        return ErrorText();
     const std::string bytes(reinterpret_cast<char*>(out.pbData), out.cbData);
     LocalFree(out.pbData);
     return bytes;
@@ -42,9 +39,9 @@ std::string Unprotected(const std::string& blob, const std::string& entropy = kE
     DATA_BLOB salt = BlobOf(entropy);
     DATA_BLOB out = {};
     LPWSTR text = nullptr;
-    const BOOL done = CryptUnprotectData(&data, description == nullptr ? nullptr : &text, &salt, nullptr, nullptr,
-                                         CRYPTPROTECT_UI_FORBIDDEN, &out);
-    const std::string secret = Taken(done, out);
+    const std::string secret = Taken(CryptUnprotectData(&data, description == nullptr ? nullptr : &text, &salt, nullptr,
+                                                        nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out),
+                                     out);
     if (text != nullptr)
         *description = text;
     LocalFree(text);
@@ -68,8 +65,8 @@ TEST(DataProtection, BothScopesGiveTheSecretAndItsDescriptionBack)
     }
     EXPECT_EQ(ModeOf(root.File("dpapi/master.key")), 0600u);
     EXPECT_EQ(ModeOf(root.File("dpapi")), 0700u);
-    EXPECT_EQ(ModeOf(root.UserFile("dpapi/master.key")), 0600u);
-    EXPECT_NE(ReadFileText(root.File("dpapi/master.key")), ReadFileText(root.UserFile("dpapi/master.key")));
+    EXPECT_EQ(ModeOf(root.File("user/dpapi/master.key")), 0600u);
+    EXPECT_NE(ReadFileText(root.File("dpapi/master.key")), ReadFileText(root.File("user/dpapi/master.key")));
 }
 
 TEST(DataProtection, EveryByteOfTheBlobCounts)
@@ -81,49 +78,39 @@ TEST(DataProtection, EveryByteOfTheBlobCounts)
         std::string changed = blob;
         changed[i] = static_cast<char>(changed[i] ^ 1);
         EXPECT_EQ(Unprotected(changed).compare(0, 6, "error "), 0) << "byte " << i;
+        EXPECT_EQ(Unprotected(blob.substr(0, i)).compare(0, 6, "error "), 0) << i << " bytes";
     }
-    for (size_t size = 0; size < blob.size(); size++)
-        EXPECT_EQ(Unprotected(blob.substr(0, size)).compare(0, 6, "error "), 0) << size << " bytes";
-    EXPECT_EQ(Unprotected(blob + "0"), "error d");
+    EXPECT_EQ(Unprotected(blob + "0"), "error D");
     DATA_BLOB none = {};
     EXPECT_EQ(ErrorOf(CryptUnprotectData(&none, nullptr, nullptr, nullptr, nullptr, 0, &none)),
               DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Unprotected(blob), "tiger");
-}
 
-TEST(DataProtection, OtherEntropyOrAnotherKeyIsRefused)
-{
-    const PlatformRoot root;
-    const std::string blob = Protected("tiger", 0);
-    EXPECT_EQ(Unprotected(blob, "salt?"), "error d");
-    EXPECT_EQ(Unprotected(blob, ""), "error d");
-    EXPECT_EQ(Unprotected(Protected("lion", 0, nullptr, ""), ""), "lion");
-
-    // Another user: first without a key, then with one.
-    setenv("KELVARO_USER_ROOT", root.File("other").c_str(), 1);
-    EXPECT_EQ(Unprotected(blob), "error 8009000b");
-    EXPECT_EQ(ReadFileText(root.File("other/dpapi/master.key")), "") << "reading makes no key";
-    const std::string machine = Protected("zebra", CRYPTPROTECT_LOCAL_MACHINE);
-    Protected("cat", 0);
-    EXPECT_EQ(Unprotected(blob), "error 8009000b");
-    EXPECT_EQ(Unprotected(machine), "zebra");
-}
-
-TEST(DataProtection, ADamagedMasterKeyIsReportedAndKept)
-{
-    const PlatformRoot root;
-    const std::string blob = Protected("tiger", CRYPTPROTECT_LOCAL_MACHINE);
+    // A damaged master key is reported and kept.
     WriteFileText(root.File("dpapi/master.key"), "short");
     EXPECT_EQ(Unprotected(blob), "error 80090016");
     EXPECT_EQ(Protected("lion", CRYPTPROTECT_LOCAL_MACHINE), "error 80090016");
     EXPECT_EQ(ReadFileText(root.File("dpapi/master.key")), "short");
 }
 
-TEST(DataProtection, FirstUsesAtOnceAgreeOnOneKey)
+TEST(DataProtection, OtherEntropyOrAnotherKeyIsRefused)
 {
     const PlatformRoot root;
     std::vector<std::string> blobs(8);
     OnThreads(8, [&blobs](int i) { blobs[static_cast<size_t>(i)] = Protected("tiger", 0); });
-    for (const std::string& blob : blobs)
-        EXPECT_EQ(Unprotected(blob), "tiger");
+    for (const std::string& one : blobs)
+        EXPECT_EQ(Unprotected(one), "tiger") << "first uses at once agree on one key";
+    const std::string blob = blobs[0];
+    EXPECT_EQ(Unprotected(blob, "salt?"), "error D");
+    EXPECT_EQ(Unprotected(blob, ""), "error D");
+    EXPECT_EQ(Unprotected(Protected("lion", 0, nullptr, ""), ""), "lion");
+
+    // Another user: first without a key, then with one.
+    setenv("KELVARO_USER_ROOT", root.File("other").c_str(), 1);
+    EXPECT_EQ(Unprotected(blob), "error 8009000B");
+    EXPECT_EQ(ReadFileText(root.File("other/dpapi/master.key")), "") << "reading makes no key";
+    const std::string machine = Protected("zebra", CRYPTPROTECT_LOCAL_MACHINE);
+    Protected("cat", 0);
+    EXPECT_EQ(Unprotected(blob), "error 8009000B");
+    EXPECT_EQ(Unprotected(machine), "zebra");
 }

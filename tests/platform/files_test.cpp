@@ -1,9 +1,17 @@
+// Paths, and files through the platform's functions and through the layer's own.
 #include <errno.h>
-#include <gtest/gtest.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "platform/linux/file_store.h"
+#include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "tests/platform/platform_root.h"
 
@@ -21,21 +29,31 @@ TEST(Paths, WindowsNamesBecomeNativeOnes)
 {
     const PlatformRoot root;
     const std::string drive = root.File("drive_c");
+    const std::string here = std::filesystem::current_path().string();
     const struct {
         const char16_t* name;
         std::string native;
-    } rows[] = {{u"C:", drive},
-                {u"C:\\logs\\day.log", drive + "/logs/day.log"},
-                {u"c:/logs", drive + "/logs"},
-                {u"C:day.log", drive + "/day.log"},
-                {u"/var/log\\day.log", "/var/log/day.log"},
-                {u"/var//log", "/var//log"},
-                {u"below\\it", "below/it"},
-                {u"\u00FC\\\u20AC", "\xC3\xBC/\xE2\x82\xAC"},
-                {u"D:\\elsewhere", ""},
-                {u"", ""}};
-    for (const auto& row : rows)
+        std::string full;
+    } rows[] = {{u"C:", drive, "C:\\"},
+                {u"C:\\logs\\day.log", drive + "/logs/day.log", "C:\\logs\\day.log"},
+                {u"c:/logs/../x", drive + "/logs/../x", "c:\\x"},
+                {u"C:day.log", drive + "/day.log", "C:\\day.log"},
+                {u"/var/log\\day.log", "/var/log/day.log", "/var/log/day.log"},
+                {u"/var//log", "/var//log", "/var/log"},
+                {u"below\\it", "below/it", here + "/below/it"},
+                {u"\u00FC\\\u20AC", "\xC3\xBC/\xE2\x82\xAC", here + "/\xC3\xBC/\xE2\x82\xAC"},
+                {u"D:\\elsewhere", "", "D:\\elsewhere"},
+                {u"", "", ""}};
+    for (const auto& row : rows) {
         EXPECT_EQ(NativePath(row.name), row.native) << ToUtf8(row.name);
+        WCHAR full[4096] = {};
+        const auto length = static_cast<DWORD>(ToUtf16(row.full).size());
+        EXPECT_EQ(GetFullPathNameW(row.name, 4096, full, nullptr), length) << ToUtf8(row.name);
+        EXPECT_EQ(ToUtf8(full), row.full);
+        full[0] = u'?';
+        EXPECT_EQ(GetFullPathNameW(row.name, length, full, nullptr), length == 0 ? 0 : length + 1);
+        EXPECT_EQ(full[0], u'?') << "too small, by the terminator";
+    }
     EXPECT_EQ(NativePath(nullptr), "");
 }
 
@@ -43,16 +61,23 @@ TEST(Paths, RootsFollowTheEnvironment)
 {
     const PlatformRoot root;
     const std::string home = getenv("HOME") == nullptr ? "/" : getenv("HOME");
-    EXPECT_EQ(RootDirectory(), root.path());
-    EXPECT_EQ(UserDirectory(), root.path() + "/user");
-    setenv("KELVARO_USER_ROOT", "/somewhere/", 1);
-    EXPECT_EQ(UserDirectory(), "/somewhere");
-    setenv("KELVARO_USER_ROOT", "", 1);
-    EXPECT_EQ(UserDirectory(), root.path() + "/user");
-    setenv("HOME", "/home/someone", 1);
-    setenv("KELVARO_ROOT", "", 1);
-    EXPECT_EQ(RootDirectory(), "/var/lib/kelvaro");
-    EXPECT_EQ(UserDirectory(), "/home/someone/.kelvaro");
+    const struct {
+        const char* variable;
+        const char* value;
+        std::string rootDirectory;
+        std::string userDirectory;
+    } rows[] = {
+        {"HOME", "/home/someone", root.path(), root.path() + "/user"},
+        {"KELVARO_USER_ROOT", "/somewhere/", root.path(), "/somewhere"},
+        {"KELVARO_USER_ROOT", "/", root.path(), "/"},
+        {"KELVARO_USER_ROOT", "", root.path(), root.path() + "/user"},
+        {"KELVARO_ROOT", "", "/var/lib/kelvaro", "/home/someone/.kelvaro"},
+    };
+    for (const auto& row : rows) {
+        setenv(row.variable, row.value, 1);
+        EXPECT_EQ(RootDirectory(), row.rootDirectory) << row.variable;
+        EXPECT_EQ(UserDirectory(), row.userDirectory) << row.variable;
+    }
     setenv("HOME", home.c_str(), 1);
 }
 
@@ -130,4 +155,130 @@ TEST(Files, AStreamIsForReadingAlone)
         EXPECT_EQ(_wfopen(root.WideFile(row.name).c_str(), row.mode), nullptr) << row.name;
         EXPECT_EQ(errno, row.error) << row.name;
     }
+}
+
+TEST(FileStore, AFailedRewriteLeavesTheOldFile)
+{
+    const PlatformRoot root;
+    const std::string path = root.File("store/file");
+    WriteFileText(path, "old");
+    // A directory where the temporary file should be, then a FIFO, which would block its writer.
+    std::filesystem::create_directories(path + ".new/held");
+    EXPECT_NE(ReplaceFile(path, "new"), ERROR_SUCCESS);
+    std::filesystem::remove_all(path + ".new");
+    ASSERT_EQ(mkfifo((path + ".new").c_str(), 0600), 0);
+    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_BAD_FILE_TYPE);
+    EXPECT_EQ(ReadFileText(path), "old");
+
+    // What a crash left behind is written over.
+    WriteFileText(path + ".new", "half a file");
+    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_SUCCESS);
+    EXPECT_EQ(ReadFileText(path), "new");
+    EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+}
+
+TEST(FileStore, AReaderNeverSeesHalfAFile)
+{
+    const PlatformRoot root;
+    const std::string path = root.File("file");
+    const std::string contents[] = {std::string(100000, 'a'), std::string(200000, 'b')};
+    ASSERT_EQ(ReplaceFile(path, contents[0]), ERROR_SUCCESS);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 50; i++)
+            ReplaceFile(path, contents[i % 2]);
+        done = true;
+    });
+    while (!done) {
+        SecretString content;
+        ASSERT_EQ(ReadWholeFile(path, 1 << 20, &content), ERROR_SUCCESS);
+        EXPECT_TRUE(std::string_view(content) == contents[0] || std::string_view(content) == contents[1])
+            << content.size();
+    }
+    writer.join();
+}
+
+TEST(FileStore, TheLockHoldsBetweenThreadsAndProcesses)
+{
+    const PlatformRoot root;
+    const std::string path = root.File("deep/down/counter");
+    OnThreadsAndInAChild(2, [&path](int) {
+        for (int i = 0; i < 20; i++) {
+            StoreLock lock;
+            ASSERT_EQ(lock.Acquire(path), ERROR_SUCCESS);
+            SecretString count;
+            ReadWholeFile(path, 100, &count);
+            ReplaceFile(path, count + "1");
+        }
+    });
+    EXPECT_EQ(ReadFileText(path), std::string(60, '1'));
+    EXPECT_EQ(ModeOf(path), 0600u);
+    EXPECT_EQ(ModeOf(root.File("deep/down")), 0700u);
+
+    StoreLock held;
+    ASSERT_EQ(held.Acquire(path), ERROR_SUCCESS);
+    EXPECT_EQ(StoreLock().Acquire(path, 20), ERROR_LOCK_VIOLATION) << "not waited for forever";
+}
+
+TEST(FileStore, OnlyRegularFilesAreOpened)
+{
+    const PlatformRoot root;
+    const std::string target = root.File("target");
+    WriteFileText(target, "target");
+    struct Way {
+        const char* name;
+        std::function<LONG(const std::string& path)> open;
+    };
+    const Way ways[] = {
+        {"read as a whole",
+         [](const std::string& path) {
+             SecretString content;
+             return ReadWholeFile(path, 100, &content);
+         }},
+        {"append", [](const std::string& path) { return AppendToFile(path, "more"); }},
+        // The lock's file has the path with ".lock".
+        {"lock", [](const std::string& path) { return StoreLock().Acquire(path.substr(0, path.size() - 5), 0); }},
+        {"CreateFileW",
+         [](const std::string& path) {
+             return static_cast<LONG>(ErrorOf(Open(ToUtf16(path)) != INVALID_HANDLE_VALUE));
+         }},
+        {"_wfopen",
+         [](const std::string& path) {
+             return _wfopen(ToUtf16(path).c_str(), u"rt") == nullptr ? ErrorFromErrno(errno) : ERROR_SUCCESS;
+         }},
+    };
+    const std::string fifo = root.File("fifo.lock");
+    const std::string link = root.File("link.lock");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::filesystem::create_symlink(target, link);
+    for (const Way& way : ways) {
+        EXPECT_EQ(way.open(fifo), ERROR_BAD_FILE_TYPE) << way.name;
+        EXPECT_EQ(way.open(link), ERROR_BAD_FILE_TYPE) << way.name;
+    }
+    // Somebody waits at the other end: opening would work, and so would the writing.
+    const FileDescriptor reader(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
+    for (const Way& way : ways)
+        EXPECT_EQ(way.open(fifo), ERROR_BAD_FILE_TYPE) << way.name;
+    EXPECT_EQ(ReadFileText(target), "target");
+}
+
+TEST(FileStore, UnreadableFilesHaveTheirErrors)
+{
+    const PlatformRoot root;
+    WriteFileText(root.File("file"), "12345");
+    const struct {
+        const char* name;
+        size_t room;
+        LONG error;
+    } rows[] = {{"file", 4, ERROR_FILE_TOO_LARGE},
+                {"file", 5, ERROR_SUCCESS},
+                {"none", 5, ERROR_FILE_NOT_FOUND},
+                {"file/below", 5, ERROR_PATH_NOT_FOUND},
+                {"", 5, ERROR_ACCESS_DENIED}};
+    for (const auto& row : rows) {
+        SecretString content;
+        EXPECT_EQ(ReadWholeFile(root.File(row.name), row.room, &content), row.error) << row.name;
+        EXPECT_EQ(content, row.error == ERROR_SUCCESS ? "12345" : "") << row.name;
+    }
+    EXPECT_EQ(MakeDirectories(root.File("file")), ERROR_PATH_NOT_FOUND);
 }

@@ -6,39 +6,28 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-
-#include "platform/linux/text.h"
+#include <memory>
 
 namespace {
 
-class Handle {
-  public:
-    explicit Handle(HINTERNET value) : value_(value) {}
-    ~Handle()
-    {
-        if (value_ != nullptr)
-            WinHttpCloseHandle(value_);
-    }
-    operator HINTERNET() const { return value_; }
-
-  private:
-    HINTERNET value_;
+struct HandleCloser {
+    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
 };
+using Handle = std::unique_ptr<void, HandleCloser>;
 
 std::string RawHead(HINTERNET request)
 {
-    DWORD size = 0;
-    if (WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr, nullptr, &size, nullptr) ||
-        GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-        return "no size";
-    std::u16string text(size / 2, u'?');
-    const DWORD needed = size;
-    if (!WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr, text.data(), &size, nullptr))
-        return "no text";
-    if (size + 2 != needed || text.back() != 0)
-        return "wrong size";
-    text.pop_back();
-    return ToUtf8(text);
+    std::u16string head;
+    EXPECT_EQ(ReadInTwoCalls(&head, ERROR_INSUFFICIENT_BUFFER,
+                             [&](WCHAR* out, DWORD* size) {
+                                 DWORD bytes = *size * 2;
+                                 const BOOL done = WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr,
+                                                                       out, &bytes, nullptr);
+                                 *size = bytes / 2;
+                                 return done;
+                             }),
+              0u);
+    return ToUtf8(head);
 }
 
 std::string twoPorts[2];
@@ -76,28 +65,28 @@ Reply Perform(const Call& call)
     const Handle session(
         WinHttpOpen(u"Agent 1", WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
     if (call.waitMs != 0)
-        WinHttpSetTimeouts(session, 0, call.waitMs, call.waitMs, call.waitMs);
-    const Handle connection(WinHttpConnect(session, ToUtf16(call.host).c_str(), call.port, 0));
+        WinHttpSetTimeouts(session.get(), 0, call.waitMs, call.waitMs, call.waitMs);
+    const Handle connection(WinHttpConnect(session.get(), ToUtf16(call.host).c_str(), call.port, 0));
     if (connection == nullptr)
         return fail("connect");
-    const Handle request(WinHttpOpenRequest(connection, ToUtf16(call.verb).c_str(), ToUtf16(call.path).c_str(), nullptr,
-                                            WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+    const Handle request(WinHttpOpenRequest(connection.get(), ToUtf16(call.verb).c_str(), ToUtf16(call.path).c_str(),
+                                            nullptr, WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
                                             call.secure || call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
     if (request == nullptr)
         return fail("open");
     const auto length = static_cast<DWORD>(call.body.size());
-    if (!WinHttpSendRequest(request, ToUtf16(call.headers).c_str(), static_cast<DWORD>(-1),
+    if (!WinHttpSendRequest(request.get(), ToUtf16(call.headers).c_str(), static_cast<DWORD>(-1),
                             const_cast<char*>(call.body.data()), length, length, 0))
         return fail("send");
-    if (!WinHttpReceiveResponse(request, nullptr))
+    if (!WinHttpReceiveResponse(request.get(), nullptr))
         return fail("receive");
     DWORD statusSize = sizeof(reply.status);
-    WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr, &reply.status,
+    WinHttpQueryHeaders(request.get(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, nullptr, &reply.status,
                         &statusSize, nullptr);
-    reply.head = RawHead(request);
+    reply.head = RawHead(request.get());
     for (;;) {
         DWORD available = 0;
-        if (!WinHttpQueryDataAvailable(request, &available))
+        if (!WinHttpQueryDataAvailable(request.get(), &available))
             return fail("available");
         if (available == 0)
             return reply;
@@ -105,7 +94,7 @@ Reply Perform(const Call& call)
         call.beforeReading();
         std::string piece(available, '?');
         DWORD read = 0;
-        if (!WinHttpReadData(request, piece.data(), available, &read))
+        if (!WinHttpReadData(request.get(), piece.data(), available, &read))
             return fail("read");
         reply.body.append(piece, 0, read);
     }

@@ -1,13 +1,9 @@
 // One exchange through WinHTTP's calls, as a caller makes it.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <functional>
-#include <string>
 
-#include "platform/platform.h"
+#include "tests/platform/platform_root.h"
 #include "tests/platform/raw_server.h"
 
 // What one exchange brought, and the step that failed.
@@ -61,7 +57,7 @@ class WinHttp : public testing::Test {
     static void ClearEnvironment()
     {
         for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy",
-                                 "NO_PROXY", "KELVARO_CONNECT_TO", "SSL_CERT_FILE"})
+                                 "NO_PROXY", "KELVARO_CONNECT_TO", "SSL_CERT_FILE", "SSLKEYLOGFILE"})
             unsetenv(name);
     }
 };

@@ -2,17 +2,26 @@
 
 #include <openssl/core_names.h>
 #include <openssl/param_build.h>
+#include <openssl/pem.h>
 #include <openssl/rsa.h>
-#include <openssl/x509v3.h>
+
+#include <atomic>
+#include <stdexcept>
 
 namespace {
 
-template <typename T, typename Writer>
-Der Encoded(T* object, Writer write)
+void Require(bool good, const char* what)
 {
-    Der der(static_cast<size_t>(write(object, nullptr)));
-    BYTE* at = der.data();
-    write(object, &at);
+    if (!good)
+        throw std::runtime_error(what);
+}
+
+template <typename T, typename Writer>
+std::string DerOf(const OpensslPtr<T>& object, Writer write)
+{
+    std::string der(static_cast<size_t>(write(object.get(), nullptr)), '\0');
+    BYTE* at = reinterpret_cast<BYTE*>(der.data());
+    write(object.get(), &at);
     return der;
 }
 
@@ -21,17 +30,27 @@ void AddCommonName(X509_NAME* name, const std::string& text)
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, reinterpret_cast<const BYTE*>(text.c_str()), -1, -1, 0);
 }
 
-X509_EXTENSION* MakeKeyUsage()
+void AddExtension(X509* certificate, int nid, const std::string& value)
 {
-    return X509V3_EXT_conf_nid(nullptr, nullptr, NID_key_usage, "critical,digitalSignature,keyEncipherment");
+    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
+    Require(extension && X509_add_ext(certificate, extension, -1) == 1, "certificate extension");
+    X509_EXTENSION_free(extension);
+}
+
+constexpr char kKeyUsage[] = "critical,digitalSignature,keyEncipherment";
+
+// Without issuer, dates and signature.
+OpensslPtr<X509> NewCertificate(EVP_PKEY* key, const std::string& commonName, long serial)
+{
+    OpensslPtr<X509> certificate(X509_new());
+    X509_set_version(certificate.get(), X509_VERSION_3);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
+    AddCommonName(X509_get_subject_name(certificate.get()), commonName);
+    X509_set_pubkey(certificate.get(), key);
+    return certificate;
 }
 
 }  // namespace
-
-OpensslPtr<EVP_PKEY> MakeEcKey()
-{
-    return OpensslPtr<EVP_PKEY>(EVP_EC_gen("P-256"));
-}
 
 OpensslPtr<EVP_PKEY> MakeRsaPublicKey(int bits)
 {
@@ -52,51 +71,57 @@ OpensslPtr<EVP_PKEY> MakeRsaPublicKey(int bits)
     return OpensslPtr<EVP_PKEY>(key);
 }
 
-OpensslPtr<X509> ParseX509(const Der& der)
+OpensslPtr<X509> ParseX509(const std::string& der)
 {
-    const BYTE* at = der.data();
+    const BYTE* at = reinterpret_cast<const BYTE*>(der.data());
+    const BYTE* const end = at + der.size();
     OpensslPtr<X509> certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-    return at == der.data() + der.size() ? std::move(certificate) : nullptr;
+    return at == end ? std::move(certificate) : nullptr;
 }
 
-Der MakeRequest(EVP_PKEY* key, const std::string& commonName)
+std::string MakeRequest(EVP_PKEY* key, const std::string& commonName)
 {
     const OpensslPtr<X509_REQ> request(X509_REQ_new());
     AddCommonName(X509_REQ_get_subject_name(request.get()), commonName);
     X509_REQ_set_pubkey(request.get(), key);
     STACK_OF(X509_EXTENSION)* extensions = sk_X509_EXTENSION_new_null();
-    sk_X509_EXTENSION_push(extensions, MakeKeyUsage());
+    sk_X509_EXTENSION_push(extensions, X509V3_EXT_conf_nid(nullptr, nullptr, NID_key_usage, kKeyUsage));
     X509_REQ_add_extensions(request.get(), extensions);
     sk_X509_EXTENSION_pop_free(extensions, X509_EXTENSION_free);
     X509_REQ_sign(request.get(), MakeEcKey().get(), EVP_sha256());
-    return Encoded(request.get(), i2d_X509_REQ);
+    return DerOf(request, i2d_X509_REQ);
 }
 
-Der MakeCertificate(const std::string& commonName, long serial)
+std::string MakeCertificate(const std::string& commonName, long serial)
 {
     const OpensslPtr<EVP_PKEY> key = MakeEcKey();
-    const OpensslPtr<X509> certificate(X509_new());
-    X509_set_version(certificate.get(), X509_VERSION_3);
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
-    AddCommonName(X509_get_subject_name(certificate.get()), commonName);
+    const OpensslPtr<X509> certificate = NewCertificate(key.get(), commonName, serial);
     AddCommonName(X509_get_issuer_name(certificate.get()), "Issuer of " + commonName);
     ASN1_TIME_set_string_X509(X509_getm_notBefore(certificate.get()), "20000101000000Z");
     ASN1_TIME_set_string_X509(X509_getm_notAfter(certificate.get()), "20601231235959Z");
-    X509_set_pubkey(certificate.get(), key.get());
-    X509_EXTENSION* usage = MakeKeyUsage();
-    X509_add_ext(certificate.get(), usage, -1);
-    X509_EXTENSION_free(usage);
+    AddExtension(certificate.get(), NID_key_usage, kKeyUsage);
     X509_sign(certificate.get(), key.get(), EVP_sha256());
-    return Encoded(certificate.get(), i2d_X509);
+    return DerOf(certificate, i2d_X509);
 }
 
-std::string HexText(const BYTE* bytes, size_t size)
+Credentials::Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay)
 {
-    std::string text;
-    for (size_t i = 0; i < size; i++) {
-        char digits[3];
-        snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += digits;
-    }
-    return text;
+    static std::atomic<long> serial{1000};
+    certificate_ = NewCertificate(key(), name, ++serial);
+    const Credentials& signer = issuer ? *issuer : *this;
+    X509_set_issuer_name(certificate(), X509_get_subject_name(signer.certificate()));
+    X509_gmtime_adj(X509_getm_notBefore(certificate()), firstDay * 86400);
+    X509_gmtime_adj(X509_getm_notAfter(certificate()), lastDay * 86400);
+    if (issuer)
+        AddExtension(certificate(), NID_subject_alt_name, "DNS:" + name);
+    else
+        AddExtension(certificate(), NID_basic_constraints, "critical,CA:TRUE");
+    Require(X509_sign(certificate(), signer.key(), EVP_sha256()) != 0, "certificate signature");
+}
+
+void Credentials::WritePem(const std::string& file, const char* mode) const
+{
+    FILE* const out = fopen(file.c_str(), mode);
+    Require(out && PEM_write_X509(out, certificate()) == 1, "certificate file");
+    fclose(out);
 }

@@ -1,14 +1,12 @@
-// Requests, certificates and names as OpenSSL makes them: what the layer is given, and the second opinion on what it
-// makes.
+// Keys, requests and certificates made by OpenSSL, and its second opinion on what the layer makes.
 #pragma once
 
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
-#include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/platform.h"
 
@@ -23,17 +21,29 @@ struct OpensslObjectFreer {
 template <typename T>
 using OpensslPtr = std::unique_ptr<T, OpensslObjectFreer>;
 
-using Der = std::vector<BYTE>;
+inline OpensslPtr<EVP_PKEY> MakeEcKey()
+{
+    return OpensslPtr<EVP_PKEY>(EVP_EC_gen("P-256"));
+}
+OpensslPtr<EVP_PKEY> MakeRsaPublicKey(int bits);     // quick: there is no private half
+OpensslPtr<X509> ParseX509(const std::string& der);  // NULL if it isn't a certificate, or if something follows it
 
-OpensslPtr<EVP_PKEY> MakeEcKey();
-OpensslPtr<EVP_PKEY> MakeRsaPublicKey(int bits);  // made in no time: there is no private half to it
-OpensslPtr<X509> ParseX509(const Der& der);       // NULL when it is none, or when something follows it
+// In DER. A request for `key` with an attribute that asks for extensions; the signature is another key's.
+std::string MakeRequest(EVP_PKEY* key, const std::string& commonName);
+// A self-signed one of version 3, with one critical extension, valid for the years 2000 to 2060.
+std::string MakeCertificate(const std::string& commonName, long serial);
 
-// A request for `key` with an attribute that asks for extensions. The signature is another key's.
-Der MakeRequest(EVP_PKEY* key, const std::string& commonName);
+// A certificate with its key; `issuer` NULL makes a root of its own. The days are relative to today.
+class Credentials {
+  public:
+    Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay);
 
-// Version 3, with one critical extension, valid for the years 2000 to 2060; made by its own key.
-Der MakeCertificate(const std::string& commonName, long serial);
+    // The certificate alone; with the mode "a" behind what the file holds.
+    void WritePem(const std::string& file, const char* mode = "w") const;
+    X509* certificate() const { return certificate_.get(); }
+    EVP_PKEY* key() const { return key_.get(); }
 
-// Upper-case digits.
-std::string HexText(const BYTE* bytes, size_t size);
+  private:
+    OpensslPtr<EVP_PKEY> key_ = MakeEcKey();
+    OpensslPtr<X509> certificate_;
+};

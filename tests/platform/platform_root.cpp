@@ -1,6 +1,5 @@
 #include "tests/platform/platform_root.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -47,6 +46,23 @@ unsigned ModeOf(const std::string& path)
 {
     struct stat status;
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+std::string ErrorText()
+{
+    char text[32];
+    snprintf(text, sizeof text, "error %X", GetLastError());
+    return text;
+}
+
+std::string HexText(const BYTE* bytes, size_t size)
+{
+    std::string text;
+    for (size_t i = 0; i < size; i++) {
+        text += "0123456789ABCDEF"[bytes[i] >> 4];
+        text += "0123456789ABCDEF"[bytes[i] & 15];
+    }
+    return text;
 }
 
 void OnThreads(int count, const std::function<void(int)>& work)

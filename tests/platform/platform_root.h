@@ -1,5 +1,8 @@
-// A root of its own for a test: an empty directory that KELVARO_ROOT names, removed at the end.
+// An empty directory for one test, which KELVARO_ROOT names and which goes with the test; files, threads, and the calls
+// that tell a size first.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
@@ -16,7 +19,6 @@ class PlatformRoot {
 
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
-    std::string UserFile(const std::string& name) const { return path_ + "/user/" + name; }
     std::u16string WideFile(const std::string& name) const { return ToUtf16(File(name)); }
 
   private:
@@ -32,6 +34,40 @@ unsigned ModeOf(const std::string& path);  // permission bits, 0 when there is n
 inline DWORD ErrorOf(bool done)
 {
     return done ? 0 : GetLastError();
+}
+std::string ErrorText();  // of the last error, "error 8009000B"
+
+inline BYTE* BytesOf(const std::string& bytes)
+{
+    return reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()));
+}
+inline DWORD SizeOf(const std::string& bytes)
+{
+    return static_cast<DWORD>(bytes.size());
+}
+std::string HexText(const BYTE* bytes, size_t size);  // upper-case digits
+
+// What a call writes that can be asked for the size alone, BOOL(T*, DWORD*): a buffer that is one element short is
+// refused with `tooSmall`, which leaves it alone and tells the size.
+template <typename T, typename Call>
+DWORD ReadInTwoCalls(std::basic_string<T>* data, LONG tooSmall, const Call& call)
+{
+    DWORD needed = 0;
+    if (!call(nullptr, &needed) && GetLastError() != static_cast<DWORD>(tooSmall))
+        return GetLastError();
+    const std::basic_string<T> untouched(needed, T{'?'});
+    *data = untouched;
+    DWORD size = needed - 1;
+    if (needed != 0) {
+        EXPECT_EQ(ErrorOf(call(data->data(), &size)), static_cast<DWORD>(tooSmall));
+        EXPECT_EQ(size, needed);
+        EXPECT_TRUE(*data == untouched);
+    }
+    size = needed;
+    EXPECT_TRUE(call(data->data(), &size));
+    EXPECT_TRUE(size == needed || (size + 1 == needed && data->back() == 0)) << "the terminator may not be counted";
+    data->resize(size);
+    return 0;
 }
 
 // Runs `work` on that many threads at once; each gets its number, from 0.

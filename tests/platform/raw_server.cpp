@@ -2,8 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <openssl/pem.h>
-#include <openssl/x509v3.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -11,52 +9,6 @@
 
 #include <cstdlib>
 #include <stdexcept>
-
-namespace {
-
-void Require(bool good, const char* what)
-{
-    if (!good)
-        throw std::runtime_error(what);
-}
-
-void AddExtension(X509* cert, int nid, const std::string& value)
-{
-    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.c_str());
-    Require(extension != nullptr && X509_add_ext(cert, extension, -1) == 1, "certificate extension");
-    X509_EXTENSION_free(extension);
-}
-
-}  // namespace
-
-Credentials::Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay)
-    : key_(EVP_EC_gen("P-256")), certificate_(X509_new())
-{
-    static std::atomic<long> serial{1000};
-    X509* const cert = certificate_.get();
-    X509_set_version(cert, 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(cert), ++serial);
-    X509_gmtime_adj(X509_getm_notBefore(cert), firstDay * 86400);
-    X509_gmtime_adj(X509_getm_notAfter(cert), lastDay * 86400);
-    X509_set_pubkey(cert, key_.get());
-    X509_NAME* const subject = X509_get_subject_name(cert);
-    X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>(name.c_str()), -1,
-                               -1, 0);
-    X509_set_issuer_name(cert, X509_get_subject_name(issuer != nullptr ? issuer->certificate() : cert));
-    if (issuer == nullptr)
-        AddExtension(cert, NID_basic_constraints, "critical,CA:TRUE");
-    else
-        AddExtension(cert, NID_subject_alt_name, "DNS:" + name);
-    Require(X509_sign(cert, issuer != nullptr ? issuer->key() : key_.get(), EVP_sha256()) != 0,
-            "certificate signature");
-}
-
-void Credentials::WritePem(const std::string& file, const char* mode) const
-{
-    FILE* const out = fopen(file.c_str(), mode);
-    Require(out != nullptr && PEM_write_X509(out, certificate_.get()) == 1, "certificate file");
-    fclose(out);
-}
 
 std::string Peer::ReadRequest()
 {
@@ -113,6 +65,12 @@ void Peer::Drip()
         Write("1");
 }
 
+void Peer::WaitForBytes()
+{
+    pollfd ends[] = {{socket_, POLLIN, 0}, {server_->stop_[0], 0, 0}};
+    poll(ends, 2, -1);
+}
+
 void Peer::Reset()
 {
     const linger now = {1, 0};
@@ -137,14 +95,14 @@ RawServer::RawServer(Script script, const Credentials* identity, int maxTls) : s
         // The server itself remembers all sessions, and so can forget them.
         SSL_CTX_set_options(tls_.get(), SSL_OP_NO_TICKET);
     }
-    Require(pipe2(stop_, O_CLOEXEC) == 0, "pipe");
     listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof(address);
-    Require(bind(listener_, reinterpret_cast<sockaddr*>(&address), size) == 0 && listen(listener_, 128) == 0,
-            "listener");
+    if (pipe2(stop_, O_CLOEXEC) != 0 || bind(listener_, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        listen(listener_, 128) != 0)
+        throw std::runtime_error("listener");
     getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
     port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { Accept(); });

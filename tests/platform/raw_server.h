@@ -1,4 +1,4 @@
-// A server on loopback whose every byte a test decides, plain or over TLS, and certificates made for it.
+// A server on loopback whose every byte a test decides, plain or over TLS.
 #pragma once
 
 #include <atomic>
@@ -10,21 +10,6 @@
 #include <vector>
 
 #include "tests/platform/openssl_maker.h"
-
-// A certificate with its key; `issuer` NULL makes a root of its own.
-class Credentials {
-  public:
-    Credentials(const std::string& name, const Credentials* issuer, long firstDay, long lastDay);
-
-    // The certificate alone; with the mode "a" behind what the file holds.
-    void WritePem(const std::string& file, const char* mode = "w") const;
-    X509* certificate() const { return certificate_.get(); }
-    EVP_PKEY* key() const { return key_.get(); }
-
-  private:
-    OpensslPtr<EVP_PKEY> key_;
-    OpensslPtr<X509> certificate_;
-};
 
 class RawServer;
 
@@ -39,6 +24,7 @@ class Peer {
     void Drip();  // one byte after the other, until the client hangs up or the server ends
     // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
     size_t WriteUntilStalled(std::string_view bytes);
+    void WaitForBytes();  // until the client has sent some, or the server ends
     void Reset();         // the connection ends with RST
     void WaitForClose();  // until the client hangs up, or the server ends
 

@@ -1,14 +1,17 @@
-#include <gtest/gtest.h>
+// The registry's files, and the registry's functions over them.
 #include <sys/stat.h>
 
 #include <filesystem>
 
 #include "platform/linux/file_store.h"
+#include "platform/linux/registry_file.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
 
 constexpr char16_t kKey[] = u"Software\\Zandrel\\Kelvaro";
+const std::string kFirstLine = "Windows Registry Editor Version 5.00\n\n";
+const std::string kHead = kFirstLine + "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n";
 
 std::string MachineFile(const PlatformRoot& root)
 {
@@ -17,15 +20,12 @@ std::string MachineFile(const PlatformRoot& root)
 
 void WriteMachineHive(const PlatformRoot& root, const std::string& values)
 {
-    WriteFileText(MachineFile(root),
-                  "Windows Registry Editor Version 5.00\n\n"
-                  "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n" +
-                      values);
+    WriteFileText(MachineFile(root), kHead + values);
 }
 
 class OpenKey {
   public:
-    explicit OpenKey(HKEY hive, LPCWSTR path = kKey) { error_ = RegOpenKeyW(hive, path, &key_); }
+    explicit OpenKey(HKEY hive = HKEY_LOCAL_MACHINE, LPCWSTR path = kKey) { error_ = RegOpenKeyW(hive, path, &key_); }
     ~OpenKey()
     {
         if (key_ != nullptr)
@@ -42,13 +42,26 @@ class OpenKey {
     LONG error_;
 };
 
-LONG SetText(HKEY hive, LPCWSTR name, const std::u16string& text)
+LONG Create(HKEY hive)
+{
+    HKEY key = nullptr;
+    const LONG error = RegCreateKeyExW(hive, kKey, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
+    EXPECT_EQ(key != nullptr, error == ERROR_SUCCESS);
+    return error == ERROR_SUCCESS ? RegCloseKey(key) : error;
+}
+
+LONG Query(HKEY key, LPCWSTR name)
+{
+    return RegQueryValueExW(key, name, nullptr, nullptr, nullptr, nullptr);
+}
+
+LONG SetText(LPCWSTR name, const std::u16string& text, HKEY hive = HKEY_LOCAL_MACHINE)
 {
     return RegSetKeyValueW(hive, kKey, name, REG_SZ, text.c_str(), static_cast<DWORD>((text.size() + 1) * 2));
 }
 
-// The text of a REG_SZ, or "error N", or "type N".
-std::string GetText(HKEY hive, LPCWSTR name)
+// The text of a REG_SZ, or "error N".
+std::string GetText(LPCWSTR name, HKEY hive = HKEY_LOCAL_MACHINE)
 {
     const OpenKey key(hive);
     DWORD type = 0;
@@ -58,8 +71,7 @@ std::string GetText(HKEY hive, LPCWSTR name)
         error = RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size);
     if (error != ERROR_SUCCESS)
         return "error " + std::to_string(error);
-    if (type != REG_SZ)
-        return "type " + std::to_string(type);
+    EXPECT_EQ(type, REG_SZ);
     std::u16string text(size / 2, u'?');
     EXPECT_EQ(RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size),
               ERROR_SUCCESS);
@@ -68,23 +80,78 @@ std::string GetText(HKEY hive, LPCWSTR name)
 
 }  // namespace
 
+TEST(RegistryFile, WrittenAsTheEditorWritesItAndReadBackTheSame)
+{
+    const std::string asItIs =
+        "Windows Registry Editor Version 5.00\n"
+        "\n"
+        "; who keeps this file\n"
+        "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"
+        "\"KeyVault\"=\"%G\"\n"
+        "; ten is everything\n"
+        "\"LoggingLevel\"=dword:0000000a\n"
+        "\"LogfilePath\"=\"C:\\\\logs \\\"a\\\"\"\n"
+        "@=hex:01,02\n"
+        "\"many\"=hex(7):00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,\\\n"
+        "  15,16,17,18,19,1a,1b,1c,1d,1e,1f\n"
+        "\"tab\"=hex(1):09,00,00,00\n"
+        "\"cut\"=hex(1):61\n"
+        "\"unterminated\"=hex(1):61,00\n"
+        "\"two texts\"=hex(1):61,00,00,00,62,00,00,00\n"
+        "\"short\"=hex(4):01\n"
+        "\n"
+        "[HKEY_LOCAL_MACHINE]\n"
+        "\n"
+        "; the end\n";
+    const std::string damaged = "damaged";
+    const struct {
+        std::string content;
+        std::string rewritten;
+    } rows[] = {
+        {asItIs, asItIs},
+        {kHead + "\"x\"=\"contoso\" ; our vault", kHead + "\"x\"=\"contoso\"\n\n; our vault\n"},
+        // Keys and values are merged without regard to case.
+        {kHead + "\"\u00E4\u03C9\u044F\"=dword:1\n\"\u00C4\u03A9\u042F\"=dword:2\n\"\u00DF\"=\"\"\n\"ss\"=\"\"\n",
+         kHead + "\"\u00C4\u03A9\u042F\"=dword:00000002\n\"\u00DF\"=\"\"\n\"ss\"=\"\"\n"},
+        {kHead + "\"x\"=dword:1\n\"X\"=dword:2\n[hkey_local_machine\\SOFTWARE\\zandrel\\kelvaro]\n; y\n\"y\"=\"\"",
+         kHead + "\"X\"=dword:00000002\n; y\n\"y\"=\"\"\n"},
+        {kHead + "[hkey_local_machine]", kHead + "\n[HKEY_LOCAL_MACHINE]\n"},
+        {kHead + "\"x\"=\"a", damaged},
+        {kHead + "\"x\"=-", damaged},
+        {kHead + "[-HKEY_LOCAL_MACHINE\\Software\\other]", damaged},
+        {kHead + "[HKEY_CURRENT_USER\\Software\\K]", damaged},
+        {kHead + "[HKEY_LOCAL_MACHINES\\K]", damaged},
+    };
+    for (const auto& row : rows) {
+        RegistryHive hive;
+        const bool good = ParseRegistryFile(row.content, u"HKEY_LOCAL_MACHINE", &hive);
+        const SecretString text = FormatRegistryFile(hive, u"HKEY_LOCAL_MACHINE");
+        EXPECT_EQ(good ? std::string_view(text) : damaged, row.rewritten) << row.content;
+    }
+}
+
 TEST(Registry, KeysThatAreAndKeysThatAreNot)
 {
     const PlatformRoot root;
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_FILE_NOT_FOUND) << "no file";
+    EXPECT_EQ(OpenKey().error(), ERROR_FILE_NOT_FOUND) << "no file";
     WriteMachineHive(root, "");
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_SUCCESS);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, u"SOFTWARE\\zandrel\\KELVARO\\").error(), ERROR_SUCCESS);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, u"Software\\Zandrel").error(), ERROR_SUCCESS) << "stands above a key";
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, u"Software\\Zand").error(), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, u"\\Software").error(), ERROR_BAD_PATHNAME);
-    EXPECT_EQ(OpenKey(HKEY_CURRENT_USER).error(), ERROR_FILE_NOT_FOUND) << "the hives are apart";
-    EXPECT_EQ(OpenKey(nullptr).error(), ERROR_INVALID_HANDLE);
-
+    const struct {
+        HKEY hive;
+        LPCWSTR path;
+        LONG error;
+    } rows[] = {
+        {HKEY_LOCAL_MACHINE, kKey, ERROR_SUCCESS},
+        {HKEY_LOCAL_MACHINE, u"SOFTWARE\\zandrel\\KELVARO\\", ERROR_SUCCESS},
+        {HKEY_LOCAL_MACHINE, u"Software\\Zandrel", ERROR_SUCCESS},  // above a key
+        {HKEY_LOCAL_MACHINE, u"Software\\Zand", ERROR_FILE_NOT_FOUND},
+        {HKEY_LOCAL_MACHINE, u"\\Software", ERROR_BAD_PATHNAME},
+        {HKEY_CURRENT_USER, kKey, ERROR_FILE_NOT_FOUND},
+        {nullptr, kKey, ERROR_INVALID_HANDLE},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(OpenKey(row.hive, row.path).error(), row.error) << ToUtf8(row.path);
     const OpenKey above(HKEY_LOCAL_MACHINE, u"Software");
-    HKEY below = nullptr;
-    EXPECT_EQ(RegOpenKeyW(above.get(), u"Zandrel\\Kelvaro", &below), ERROR_SUCCESS);
-    EXPECT_EQ(RegCloseKey(below), ERROR_SUCCESS);
+    EXPECT_EQ(OpenKey(above.get(), u"Zandrel\\Kelvaro").error(), ERROR_SUCCESS);
     EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
 }
 
@@ -92,7 +159,7 @@ TEST(Registry, AQueryTellsTypeAndSizeWhateverTheTypeIs)
 {
     const PlatformRoot root;
     WriteMachineHive(root, "\"Text\"=\"ab\"\n\"Number\"=dword:00000008\n\"Expand\"=hex(2):61,00,00,00\n");
-    const OpenKey key(HKEY_LOCAL_MACHINE);
+    const OpenKey key;
     const struct {
         const char16_t* name;
         DWORD room;
@@ -121,9 +188,9 @@ TEST(Registry, AQueryTellsTypeAndSizeWhateverTheTypeIs)
         EXPECT_EQ(size, row.size);
     }
     BYTE byte;
-    EXPECT_EQ(RegQueryValueExW(key.get(), u"Text", nullptr, nullptr, nullptr, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(RegQueryValueExW(key.get(), u"None", nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(RegQueryValueExW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Query(key.get(), u"Text"), ERROR_SUCCESS);
+    EXPECT_EQ(Query(key.get(), u"None"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Query(key.get(), nullptr), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RegQueryValueExW(key.get(), u"Text", nullptr, nullptr, &byte, nullptr), ERROR_INVALID_PARAMETER);
 }
 
@@ -134,12 +201,12 @@ TEST(Registry, EveryChangeOfTheFileIsSeen)
     for (int number = 100; number < 300; number++) {
         const std::string vault = "vault" + std::to_string(number);
         WriteMachineHive(root, "\"KeyVault\"=\"" + vault + "\"\n");
-        EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), vault);
+        EXPECT_EQ(GetText(u"KeyVault"), vault);
     }
-    const OpenKey key(HKEY_LOCAL_MACHINE);
+    const OpenKey key;
     std::filesystem::remove(MachineFile(root));
-    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), "error 2");
-    EXPECT_EQ(RegQueryValueExW(key.get(), u"KeyVault", nullptr, nullptr, nullptr, nullptr), ERROR_KEY_DELETED);
+    EXPECT_EQ(GetText(u"KeyVault"), "error 2");
+    EXPECT_EQ(Query(key.get(), u"KeyVault"), ERROR_KEY_DELETED);
     EXPECT_EQ(RegSetKeyValueW(key.get(), nullptr, u"KeyVault", REG_SZ, u"", 2), ERROR_KEY_DELETED);
     EXPECT_FALSE(std::filesystem::exists(MachineFile(root))) << "a value makes no key";
 }
@@ -149,38 +216,31 @@ TEST(Registry, WritingKeepsWhatItDoesNotChange)
     const PlatformRoot root;
     WriteMachineHive(root, "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"tiger\"\n");
     ASSERT_EQ(chmod(MachineFile(root).c_str(), 0644), 0);
-    const OpenKey key(HKEY_LOCAL_MACHINE);
+    const OpenKey key;
     ASSERT_EQ(RegSetKeyValueW(key.get(), nullptr, u"clientsecret", REG_SZ, u"", 2), ERROR_SUCCESS);
     const DWORD level = 10;
     ASSERT_EQ(RegSetKeyValueW(key.get(), nullptr, u"LoggingLevel", REG_DWORD, &level, 4), ERROR_SUCCESS);
     ASSERT_EQ(RegSetKeyValueW(key.get(), u"Sub", u"x", REG_BINARY, "\x01\x02", 2), ERROR_SUCCESS);
-    const std::string expected =
-        "Windows Registry Editor Version 5.00\n\n"
-        "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"
-        "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"\"\n\"LoggingLevel\"=dword:0000000a\n\n"
-        "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Sub]\n\"x\"=hex:01,02\n";
-    EXPECT_EQ(ReadFileText(MachineFile(root)), expected);
-    // The group keeps what it had, and all others are shut out.
-    EXPECT_EQ(ModeOf(MachineFile(root)), 0640u);
+    EXPECT_EQ(ReadFileText(MachineFile(root)),
+              kHead +
+                  "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"\"\n\"LoggingLevel\"=dword:0000000a\n"
+                  "\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Sub]\n\"x\"=hex:01,02\n");
+    EXPECT_EQ(ModeOf(MachineFile(root)), 0640u) << "the group keeps what it had, all others are shut out";
 
     EXPECT_EQ(RegDeleteKeyValueW(key.get(), nullptr, u"loggingLEVEL"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"LoggingLevel"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"LogfilePath"), "C:\\logs");
+    EXPECT_EQ(GetText(u"LogfilePath"), "C:\\logs");
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey), ERROR_ACCESS_DENIED) << "there is a key below it";
     EXPECT_EQ(RegDeleteKeyW(key.get(), u"Sub"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey), ERROR_SUCCESS);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(OpenKey().error(), ERROR_FILE_NOT_FOUND);
 }
 
 TEST(Registry, TextsOfAllKindsComeBackUnchanged)
 {
     const PlatformRoot root;
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
-                              nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(key);
-    EXPECT_EQ(ModeOf(root.UserFile("registry/HKEY_CURRENT_USER.reg")), 0600u);
+    ASSERT_EQ(Create(HKEY_CURRENT_USER), ERROR_SUCCESS);
+    EXPECT_EQ(ModeOf(root.File("user/registry/HKEY_CURRENT_USER.reg")), 0600u);
     const std::u16string rows[] = {u"",
                                    u"plain",
                                    u"a\\b\"c",
@@ -189,31 +249,45 @@ TEST(Registry, TextsOfAllKindsComeBackUnchanged)
                                    u"; [x] = \\",
                                    std::u16string(20000, u'A')};
     for (const std::u16string& row : rows) {
-        ASSERT_EQ(SetText(HKEY_CURRENT_USER, u"Some \"name\\", row), ERROR_SUCCESS);
-        EXPECT_EQ(GetText(HKEY_CURRENT_USER, u"some \"NAME\\"), ToUtf8(row));
+        ASSERT_EQ(SetText(u"Some \"name\\", row, HKEY_CURRENT_USER), ERROR_SUCCESS);
+        EXPECT_EQ(GetText(u"some \"NAME\\", HKEY_CURRENT_USER), ToUtf8(row));
     }
-    EXPECT_EQ(SetText(HKEY_CURRENT_USER, u"line\nfeed", u""), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(SetText(HKEY_CURRENT_USER, u"long", std::u16string(8 << 20, u'A')), ERROR_NO_SYSTEM_RESOURCES);
-    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"Some \"name\\"), "error 2");
+    EXPECT_EQ(SetText(u"line\nfeed", u""), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(SetText(u"long", std::u16string(8 << 20, u'A')), ERROR_NO_SYSTEM_RESOURCES);
+    EXPECT_EQ(GetText(u"Some \"name\\"), "error 2");
 }
 
 TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
 {
     const PlatformRoot root;
     WriteMachineHive(root, "\"KeyVault\"=\"%G\"\n");
-    const OpenKey before(HKEY_LOCAL_MACHINE);
-    WriteMachineHive(root, "\"KeyVault\"=\"%G\n");
-    const std::string damaged = ReadFileText(MachineFile(root));
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_BADDB);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, nullptr).error(), ERROR_BADDB);
-    EXPECT_EQ(RegQueryValueExW(before.get(), u"KeyVault", nullptr, nullptr, nullptr, nullptr), ERROR_BADDB);
-    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"x"), ERROR_BADDB);
-    EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"KeyVault"), ERROR_BADDB);
-    HKEY key = nullptr;
-    EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, 0, nullptr, &key, nullptr), ERROR_BADDB);
-    EXPECT_EQ(ReadFileText(MachineFile(root)), damaged);
+    const OpenKey before;
+    const std::string damaged = kHead + "\"KeyVault\"=\"%G\n";
+    WriteFileText(root.File("target"), kHead);
+    const struct {
+        const char* name;
+        std::function<void()> make;
+        std::string content;
+    } rows[] = {
+        {"a text that doesn't end", [&] { WriteFileText(MachineFile(root), damaged); }, damaged},
+        {"a link", [&] { std::filesystem::create_symlink(root.File("target"), MachineFile(root)); }, kHead},
+        {"a FIFO", [&] { mkfifo(MachineFile(root).c_str(), 0600); }, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::filesystem::remove(MachineFile(root));
+        row.make();
+        EXPECT_EQ(OpenKey().error(), ERROR_BADDB);
+        EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, nullptr).error(), ERROR_BADDB);
+        EXPECT_EQ(Query(before.get(), u"KeyVault"), ERROR_BADDB);
+        EXPECT_EQ(SetText(u"KeyVault", u"x"), ERROR_BADDB);
+        EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"KeyVault"), ERROR_BADDB);
+        EXPECT_EQ(Create(HKEY_LOCAL_MACHINE), ERROR_BADDB);
+        EXPECT_EQ(std::filesystem::is_fifo(MachineFile(root)) ? "" : ReadFileText(MachineFile(root)), row.content);
+    }
+    std::filesystem::remove(MachineFile(root));
     WriteMachineHive(root, "\"KeyVault\"=\"mended\"\n");
-    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), "mended");
+    EXPECT_EQ(GetText(u"KeyVault"), "mended");
 }
 
 TEST(Registry, ALockThatAnotherHoldsStopsOnlyWhatWouldChangeSomething)
@@ -222,28 +296,11 @@ TEST(Registry, ALockThatAnotherHoldsStopsOnlyWhatWouldChangeSomething)
     WriteMachineHive(root, "\"KeyVault\"=\"a\"\n");
     StoreLock held;
     ASSERT_EQ(held.Acquire(MachineFile(root)), ERROR_SUCCESS);
-    HKEY key = nullptr;
-    EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, 0, nullptr, &key, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_SUCCESS);
+    EXPECT_EQ(Create(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
+    EXPECT_EQ(SetText(u"KeyVault", u"a"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"none"), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, u"none"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, u"KeyVault"), "a");
-}
-
-TEST(Registry, WhatIsNoRegularFileIsADamagedHive)
-{
-    const PlatformRoot root;
-    WriteFileText(root.File("target"), "Windows Registry Editor Version 5.00\n");
-    std::filesystem::create_directories(root.File("registry"));
-    std::filesystem::create_symlink(root.File("target"), MachineFile(root));
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_BADDB);
-    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_BADDB);
-    EXPECT_EQ(ReadFileText(root.File("target")), "Windows Registry Editor Version 5.00\n");
-    std::filesystem::remove(MachineFile(root));
-    ASSERT_EQ(mkfifo(MachineFile(root).c_str(), 0600), 0);
-    EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE).error(), ERROR_BADDB);
-    EXPECT_EQ(SetText(HKEY_LOCAL_MACHINE, u"KeyVault", u"a"), ERROR_BADDB);
+    EXPECT_EQ(GetText(u"KeyVault"), "a");
 }
 
 TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
@@ -270,13 +327,13 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
                                                        &key, transaction, nullptr));
         for (const LPCWSTR name : {u"A", u"B"})
             EXPECT_EQ(ERROR_SUCCESS, RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(u"mine"), 10));
-        EXPECT_EQ("old", GetText(HKEY_LOCAL_MACHINE, u"A"));
+        EXPECT_EQ("old", GetText(u"A"));
         char16_t seen[5];
         DWORD size = sizeof seen;
         EXPECT_EQ(ERROR_SUCCESS, RegQueryValueExW(key, u"A", nullptr, nullptr, reinterpret_cast<BYTE*>(seen), &size));
         EXPECT_EQ(std::u16string(u"mine"), seen);
         if (row.otherWrites) {
-            EXPECT_EQ(ERROR_SUCCESS, SetText(HKEY_LOCAL_MACHINE, u"B", u"theirs"));
+            EXPECT_EQ(ERROR_SUCCESS, SetText(u"B", u"theirs"));
         }
         if (row.commits) {
             EXPECT_EQ(!row.otherWrites, CommitTransaction(transaction) != FALSE);
@@ -285,8 +342,8 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
         EXPECT_EQ(ERROR_SUCCESS, RegCloseKey(key));
         EXPECT_TRUE(CloseHandle(transaction));
         EXPECT_FALSE(GetHandleInformation(transaction, &flags));
-        EXPECT_EQ(row.a, GetText(HKEY_LOCAL_MACHINE, u"A"));
-        EXPECT_EQ(row.b, GetText(HKEY_LOCAL_MACHINE, u"B"));
+        EXPECT_EQ(row.a, GetText(u"A"));
+        EXPECT_EQ(row.b, GetText(u"B"));
     }
 }
 
@@ -298,10 +355,8 @@ TEST(Registry, WritersInThreadsAndProcessesLoseNothing)
     };
     OnThreadsAndInAChild(2, [&name](int writer) {
         for (int i = 0; i < 15; i++)
-            ASSERT_EQ(SetText(HKEY_LOCAL_MACHINE, name(writer, i).c_str(), name(writer, i)), ERROR_SUCCESS);
+            ASSERT_EQ(SetText(name(writer, i).c_str(), name(writer, i)), ERROR_SUCCESS);
     });
-    for (const int writer : {0, 1, 2}) {
-        for (int i = 0; i < 15; i++)
-            EXPECT_EQ(GetText(HKEY_LOCAL_MACHINE, name(writer, i).c_str()), ToUtf8(name(writer, i)));
-    }
+    for (int i = 0; i < 3 * 15; i++)
+        EXPECT_EQ(GetText(name(i % 3, i / 3).c_str()), ToUtf8(name(i % 3, i / 3)));
 }

@@ -5,9 +5,7 @@
 #include <cstring>
 #include <future>
 
-#include "platform/linux/text.h"
 #include "tests/platform/http_call.h"
-#include "tests/platform/platform_root.h"
 
 namespace {
 
@@ -31,6 +29,8 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
              "Content-Length: 7\r\n" + host + "{\"a\":1}"},
         {"POST", "/no-body", "X: no line end", "",
          "POST /no-body HTTP/1.1" + kept + "X: no line end\r\n" + agent + "Content-Length: 0\r\n" + host},
+        {"GET", "a/../b c\r\nX: \"\xC3\xA4#", "", "",
+         "GET /a/../b%20c%0D%0AX:%20%22%C3%A4%23 HTTP/1.1" + kept + agent + host},
         // The caller's fields take the place of the layer's.
         {"GET", "/", "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n", "",
          "GET / HTTP/1.1\r\nhost: other\r\nUSER-AGENT: me\r\nConnection: close\r\n\r\n"},
@@ -38,21 +38,22 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
         {"GET", "/", "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n", "",
          "GET / HTTP/1.1" + kept + "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n" + agent +
              host},
-        {"GET", "a/../b c\r\nX: \"\xC3\xA4#", "", "",
-         "GET /a/../b%20c%0D%0AX:%20%22%C3%A4%23 HTTP/1.1" + kept + agent + host},
     };
     RawServer server(Answer(kOk));
+    ConnectTo(Entry(80, server));
     for (const auto& row : rows) {
-        ConnectTo(Entry(80, server));
         Call call{"kv.test", 80, row.path, row.verb, row.headers};
         call.body = row.body;
         EXPECT_EQ(Outcome(Perform(call)), "200");
         EXPECT_EQ(server.requests().back(), row.wire);
     }
     EXPECT_EQ(server.requests().size(), std::size(rows));
-    EXPECT_EQ(Outcome(Perform({"127.0.0.1", server.port()})), "200");
-    EXPECT_NE(server.requests().back().find("\r\nHost: 127.0.0.1:" + std::to_string(server.port()) + "\r\n"),
-              std::string::npos);
+    const std::string port = std::to_string(server.port());
+    for (const auto& [name, number, wire] :
+         {std::tuple("127.0.0.1", server.port(), "127.0.0.1:" + port), {"[::1]", 80, "[::1]"}, {"::1", 80, "[::1]"}}) {
+        EXPECT_EQ(Outcome(Perform({name, number})), "200");
+        EXPECT_NE(server.requests().back().find("\r\nHost: " + wire + "\r\n"), std::string::npos) << name;
+    }
 }
 
 TEST_F(WinHttp, RefusesWhatWouldBreakTheRequest)
@@ -68,6 +69,8 @@ TEST_F(WinHttp, RefusesWhatWouldBreakTheRequest)
         {"kv.test/path", "GET", "", "connect 12005"},
         {"kv.test:81", "GET", "", "connect 12005"},
         {"my vault", "GET", "", "connect 12005"},
+        {"[::1", "GET", "", "connect 12005"},
+        {"[]", "GET", "", "connect 12005"},
         {"kv.test", "GET /", "", "open 87"},
         {"kv.test", "", "", "open 87"},
         {"kv.test", "GET", "no colon\r\n", "send 87"},
@@ -191,6 +194,13 @@ TEST_F(WinHttp, TellsWhereAnExchangeBroke)
         {"last chunk missing", Answer(chunk), "available 12030", "abc"},
         {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc"},
         {"request not read", [](Peer& peer) { peer.WaitForClose(); }, "send 12002", "", true},
+        // Not before the connection stands on the client's side too, or it would look refused.
+        {"reset while sending",
+         [](Peer& peer) {
+             peer.WaitForBytes();
+             peer.Reset();
+         },
+         "send 12030", "", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

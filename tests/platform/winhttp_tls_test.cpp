@@ -2,8 +2,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "tests/platform/http_call.h"
 
 namespace {
@@ -13,31 +11,31 @@ class WinHttpTls : public WinHttp {
     void SetUp() override
     {
         WinHttp::SetUp();
-        char name[] = "/tmp/winhttp_roots.XXXXXX";
-        close(mkstemp(name));
-        roots_ = name;
         Trust(root_);
     }
-    void TearDown() override
-    {
-        unlink(roots_.c_str());
-        WinHttp::TearDown();
-    }
 
-    void Trust(const Credentials& root)
+    void Trust(const Credentials& root) const
     {
         root.WritePem(roots_);
         setenv("SSL_CERT_FILE", roots_.c_str(), 1);
     }
 
+    static std::string Get(int waitMs = 0)
+    {
+        Call call{"kv.test", 443};
+        call.waitMs = waitMs;
+        return Outcome(Perform(call));
+    }
+
+    const PlatformRoot folder_;
+    const std::string roots_ = folder_.File("roots.pem");
     const Credentials root_{"Test Root", nullptr, -1, 1};
     const Credentials stranger_{"Other Root", nullptr, -1, 1};
-    std::string roots_;
+    const Credentials identity_{"kv.test", &root_, -1, 1};
 };
 
 TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
 {
-    const Credentials good("kv.test", &root_, -1, 1);
     const Credentials otherName("other.test", &root_, -1, 1);
     const Credentials unknown("kv.test", &stranger_, -1, 1);
     const Credentials selfSigned("kv.test", nullptr, -1, 1);
@@ -50,18 +48,18 @@ TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
         int maxTls;
         const char* outcome;
     } rows[] = {
-        {"good", &good, nullptr, 0, "200"},
-        {"good, TLS 1.2", &good, nullptr, TLS1_2_VERSION, "200"},
-        {"TLS 1.1", &good, nullptr, TLS1_1_VERSION, "send 12175"},
+        {"good", &identity_, nullptr, 0, "200"},
+        {"good, TLS 1.2", &identity_, nullptr, TLS1_2_VERSION, "200"},
+        {"TLS 1.1", &identity_, nullptr, TLS1_1_VERSION, "send 12175"},
         {"wrong name", &otherName, nullptr, 0, "send 12175"},
         {"unknown root", &unknown, nullptr, 0, "send 12175"},
         {"self-signed", &selfSigned, nullptr, 0, "send 12175"},
         {"expired", &expired, nullptr, 0, "send 12175"},
         {"not yet valid", &early, nullptr, 0, "send 12175"},
         {"expired, TLS 1.2", &expired, nullptr, TLS1_2_VERSION, "send 12175"},
-        {"roots missing", &good, "/nonexistent/roots.pem", 0, "send 12175"},
-        {"roots without a certificate", &good, "/dev/null", 0, "send 12175"},
-        {"the system's roots", &good, "", 0, "send 12175"},
+        {"roots missing", &identity_, "/nonexistent/roots.pem", 0, "send 12175"},
+        {"roots without a certificate", &identity_, "/dev/null", 0, "send 12175"},
+        {"the system's roots", &identity_, "", 0, "send 12175"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -85,30 +83,27 @@ TEST_F(WinHttpTls, TellsARefusalFromABrokenConnection)
 {
     RawServer hangsUp([](Peer&) {});
     ConnectTo(Entry(443, hangsUp));
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12030");
+    EXPECT_EQ(Get(), "send 12030");
     RawServer speaksPlain([](Peer& peer) {
         peer.Write("HTTP/1.1 400 Bad Request\r\n\r\n");
         peer.WaitForClose();
     });
     ConnectTo(Entry(443, speaksPlain));
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
+    EXPECT_EQ(Get(), "send 12175");
     RawServer mute([](Peer& peer) { peer.WaitForClose(); });
     ConnectTo(Entry(443, mute));
-    Call call{"kv.test", 443};
-    call.waitMs = 60;
-    EXPECT_EQ(Outcome(Perform(call)), "send 12002");
+    EXPECT_EQ(Get(60), "send 12002");
 }
 
 TEST_F(WinHttpTls, ReadsChangedRootsAgain)
 {
-    const Credentials identity("kv.test", &root_, -1, 1);
-    RawServer server(Answer(kOk), &identity);
+    RawServer server(Answer(kOk), &identity_);
     ConnectTo(Entry(443, server));
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+    EXPECT_EQ(Get(), "200");
     Trust(stranger_);
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
+    EXPECT_EQ(Get(), "send 12175");
     Trust(root_);
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+    EXPECT_EQ(Get(), "200");
 
     // Roots that could not be read are tried again.
     Trust(root_);
@@ -116,23 +111,22 @@ TEST_F(WinHttpTls, ReadsChangedRootsAgain)
     getrlimit(RLIMIT_NOFILE, &descriptors);
     const rlimit none = {0, descriptors.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_NE(Outcome(Perform({"kv.test", 443})), "200");
+    EXPECT_NE(Get(), "200");
     setrlimit(RLIMIT_NOFILE, &descriptors);
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+    EXPECT_EQ(Get(), "200");
 
     // A FIFO without a writer isn't waited for.
     unlink(roots_.c_str());
     ASSERT_EQ(mkfifo(roots_.c_str(), 0600), 0);
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "send 12175");
+    EXPECT_EQ(Get(), "send 12175");
 }
 
 TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
 {
-    const Credentials identity("kv.test", &root_, -1, 1);
     for (const int maxTls : {TLS1_2_VERSION, TLS1_3_VERSION}) {
         SCOPED_TRACE(maxTls);
         Trust(root_);
-        RawServer server(Answer(kOk), &identity, maxTls);
+        RawServer server(Answer(kOk), &identity_, maxTls);
         ConnectTo(Entry(443, server));
         const struct {
             const char* name;
@@ -148,7 +142,7 @@ TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
         };
         for (const auto& row : rows) {
             row.before();
-            EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200") << row.name;
+            EXPECT_EQ(Get(), "200") << row.name;
             EXPECT_EQ(server.resumed(), row.resumed) << row.name;
         }
     }
@@ -157,25 +151,24 @@ TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
 // libcurl's handles are kept.
 TEST_F(WinHttpTls, KeepsNothingOfARequestForTheNext)
 {
-    const Credentials identity("kv.test", &root_, -1, 1);
     RawServer server(
         [](Peer& peer) {
             const bool head = peer.ReadRequest().substr(0, 5) == "HEAD ";
             peer.Write(head ? std::string_view(kOk).substr(0, sizeof(kOk) - 3) : kOk);
         },
-        &identity);
+        &identity_);
     ConnectTo(Entry(443, server));
+    const std::string kept = " / HTTP/1.1\r\nConnection: Keep-Alive\r\n";
+    const std::string agent = "User-Agent: Agent 1\r\n";
+    const std::string host = "Host: kv.test\r\n\r\n";
     const struct {
         Call call;
-        const char* wire;
+        std::string wire;
     } rows[] = {
-        {{"kv.test", 443, "/h", "HEAD"},
-         "HEAD /h HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
-        {{"kv.test", 443, "/p", "POST", "A: b", "body"},
-         "POST /p HTTP/1.1\r\nConnection: Keep-Alive\r\nA: b\r\nUser-Agent: Agent 1\r\nContent-Length: 4\r\n"
-         "Host: kv.test\r\n\r\nbody"},
-        {{"kv.test", 443, "/g", "GET"},
-         "GET /g HTTP/1.1\r\nConnection: Keep-Alive\r\nUser-Agent: Agent 1\r\nHost: kv.test\r\n\r\n"},
+        {{"kv.test", 443, "/", "HEAD"}, "HEAD" + kept + agent + host},
+        {{"kv.test", 443, "/", "POST", "A: b", "body"},
+         "POST" + kept + "A: b\r\n" + agent + "Content-Length: 4\r\n" + host + "body"},
+        {{"kv.test", 443}, "GET" + kept + agent + host},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(Outcome(Perform(row.call)), "200") << row.wire;
@@ -184,8 +177,8 @@ TEST_F(WinHttpTls, KeepsNothingOfARequestForTheNext)
 
     const pid_t child = fork();
     if (child == 0)
-        _exit(Outcome(Perform({"kv.test", 443})) == "200" ? 0 : 1);
-    EXPECT_EQ(Outcome(Perform({"kv.test", 443})), "200");
+        _exit(Get() == "200" ? 0 : 1);
+    EXPECT_EQ(Get(), "200");
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0) << "a forked child makes its own";
@@ -193,9 +186,8 @@ TEST_F(WinHttpTls, KeepsNothingOfARequestForTheNext)
 
 TEST_F(WinHttpTls, ReturnsARedirectThatLeavesTls)
 {
-    const Credentials identity("kv.test", &root_, -1, 1);
     RawServer secure(Answer("HTTP/1.1 302 Found\r\nLocation: http://kv.test/plain\r\nContent-Length: 4\r\n\r\ngone"),
-                     &identity);
+                     &identity_);
     RawServer plain(Answer("HTTP/1.1 302 Found\r\nLocation: https://kv.test/secure\r\nContent-Length: 0\r\n\r\n"));
     ConnectTo(Entry(443, secure) + Entry(80, plain));
     const Reply reply = Perform({"kv.test", 80});

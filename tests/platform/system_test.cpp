@@ -1,0 +1,278 @@
+// Names, time, UUIDs, locks, security descriptors and the event log.
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <vector>
+
+#include "tests/platform/platform_root.h"
+
+TEST(Names, UserComputerAndProgram)
+{
+    std::u16string user;
+    ASSERT_EQ(ReadInTwoCalls(&user, ERROR_INSUFFICIENT_BUFFER, GetUserNameW), 0u);
+    EXPECT_EQ(user.find(u'\0') + 1, user.size()) << "the terminator is counted";
+    std::u16string computer;
+    ASSERT_EQ(ReadInTwoCalls(&computer, ERROR_MORE_DATA,
+                             [](WCHAR* name, DWORD* size) {
+                                 return GetComputerNameExW(ComputerNameDnsFullyQualified, name, size);
+                             }),
+              0u);
+    EXPECT_EQ(computer.find(u'\0'), computer.npos) << "the terminator is not counted";
+    char host[256] = {};
+    ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+    EXPECT_EQ(ToUtf8(computer).find(host), 0u) << "the qualified name begins with the host's";
+    DWORD size = 0;
+    EXPECT_EQ(ErrorOf(GetUserNameW(nullptr, &size)), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ErrorOf(GetComputerNameExW(ComputerNameDnsFullyQualified, nullptr, &(size = 0))), DWORD{ERROR_MORE_DATA});
+
+    WCHAR name[4096];
+    const DWORD length = K32GetProcessImageFileNameW(GetCurrentProcess(), name, 4096);
+    EXPECT_EQ(ToUtf8({name, length}), std::filesystem::read_symlink("/proc/self/exe").string());
+    EXPECT_EQ(name[length], 0);
+    EXPECT_EQ(ErrorOf(K32GetProcessImageFileNameW(GetCurrentProcess(), name, length) != 0),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
+}
+
+TEST(Names, EnvironmentVariables)
+{
+    WCHAR buffer[8];
+    setenv("KELVARO_TEST_VALUE", "five\xC3\xA4", 1);
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 5u);
+    EXPECT_EQ(std::u16string(buffer), u"five\u00E4");
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 5), 6u) << "too small: with terminator";
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", nullptr, 0), 6u);
+    setenv("KELVARO_TEST_VALUE", "", 1);
+    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
+    EXPECT_EQ(GetLastError(), 0u);
+    unsetenv("KELVARO_TEST_VALUE");
+    EXPECT_EQ(ErrorOf(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8) != 0), DWORD{ERROR_ENVVAR_NOT_FOUND});
+}
+
+TEST(Clock, PublishedTimes)
+{
+    struct tm parts;
+    __time64_t time = 951782400;  // 2000-02-29 00:00:00 UTC, a Tuesday
+    ASSERT_EQ(_gmtime64_s(&parts, &time), 0);
+    EXPECT_EQ(parts.tm_year, 100);
+    EXPECT_EQ(parts.tm_mon, 1);
+    EXPECT_EQ(parts.tm_mday, 29);
+    EXPECT_EQ(parts.tm_wday, 2);
+    for (const __time64_t outside : {__time64_t{-1}, __time64_t{32535215999 + 1}}) {
+        EXPECT_NE(_gmtime64_s(&parts, &outside), 0);
+        EXPECT_NE(_localtime64_s(&parts, &outside), 0);
+        EXPECT_EQ(_wctime64(&outside), nullptr);
+    }
+    EXPECT_NE(_gmtime64_s(&parts, nullptr), 0);
+    const time_t before = ::time(nullptr);
+    EXPECT_EQ(_time64(&time), time);
+    EXPECT_LE(before, time);
+    EXPECT_GE(before + 60, time);
+
+    time = 1770000000;  // the first days of February 2026 in every zone: a day has two digits
+    ASSERT_EQ(_localtime64_s(&parts, &time), 0);
+    char expected[64];
+    strftime(expected, sizeof expected, "%a %b %d %H:%M:%S %Y\n", &parts);
+    EXPECT_EQ(ToUtf8(_wctime64(&time)), expected);
+}
+
+TEST(Uuid, FreshOnesAreRandomAndSaySo)
+{
+    UUID uuid = {0x01234567, 0x89AB, 0x4CDE, {0x8F, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD}};
+    RPC_WSTR text = nullptr;
+    ASSERT_EQ(UuidToStringW(&uuid, &text), RPC_S_OK);
+    EXPECT_EQ(ToUtf8(text), "01234567-89ab-4cde-8f01-23456789abcd");
+    EXPECT_EQ(RpcStringFreeW(&text), RPC_S_OK);
+    EXPECT_EQ(text, nullptr);
+    UUID other;
+    ASSERT_EQ(UuidCreate(&uuid), RPC_S_OK);
+    ASSERT_EQ(UuidCreate(&other), RPC_S_OK);
+    EXPECT_NE(memcmp(&uuid, &other, sizeof uuid), 0);
+    EXPECT_EQ(uuid.Data3 >> 12, 4);
+    EXPECT_EQ(uuid.Data4[0] >> 6, 2);
+}
+
+TEST(Semaphore, CountsAndTimesOut)
+{
+    HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    ASSERT_NE(semaphore, nullptr);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_TIMEOUT);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(WaitForSingleObject(semaphore, 30), WAIT_TIMEOUT);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(29)) << "not before its time";
+    LONG previous = 9;
+    EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(previous, 0);
+    EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 1, &previous)), DWORD{ERROR_TOO_MANY_POSTS});
+    EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 0, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+
+    // One at a time passes.
+    int inside = 0;
+    int total = 0;
+    OnThreads(8, [&](int) {
+        for (int turn = 0; turn < 200; turn++) {
+            ASSERT_EQ(WaitForSingleObject(semaphore, INFINITE), WAIT_OBJECT_0);
+            EXPECT_EQ(++inside, 1);
+            total++;
+            inside--;
+            ReleaseSemaphore(semaphore, 1, nullptr);
+        }
+    });
+    EXPECT_EQ(total, 1600);
+    EXPECT_TRUE(CloseHandle(semaphore));
+}
+
+TEST(Semaphore, BadCountsNamesAndHandlesAreRefused)
+{
+    const struct {
+        LONG initial, maximum;
+        LPCWSTR name;
+        LONG error;
+    } rows[] = {{2, 1, nullptr, ERROR_INVALID_PARAMETER},
+                {-1, 1, nullptr, ERROR_INVALID_PARAMETER},
+                {0, 0, nullptr, ERROR_INVALID_PARAMETER},
+                {1, 1, u"name", ERROR_NOT_SUPPORTED}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(CreateSemaphoreW(nullptr, row.initial, row.maximum, row.name), nullptr) << row.initial;
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.error)) << row.initial;
+    }
+    HANDLE closed = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    CloseHandle(closed);
+    // More handles than the table has places: the place is used again, the handle isn't.
+    for (int i = 0; i < 5000; i++) {
+        HANDLE next = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+        ASSERT_NE(next, closed);
+        CloseHandle(next);
+    }
+    HANDLE open = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    for (HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, closed}) {
+        EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_FALSE(ReleaseSemaphore(handle, 1, nullptr));
+        EXPECT_FALSE(CloseHandle(handle));
+    }
+    EXPECT_TRUE(CloseHandle(open));
+}
+
+TEST(SlimLock, AZeroedLockLetsOneInAtATime)
+{
+    SRWLOCK lock = {};
+    int count = 0;
+    OnThreads(8, [&](int) {
+        for (int turn = 0; turn < 500; turn++) {
+            AcquireSRWLockExclusive(&lock);
+            count++;
+            ReleaseSRWLockExclusive(&lock);
+        }
+    });
+    EXPECT_EQ(count, 4000);
+}
+
+TEST(SecurityDescriptor, BothForms)
+{
+    // Self-relative, 60 bytes: owner S-1-5-18, a list with one entry that allows it everything.
+    const std::vector<BYTE> relative = {
+        1, 0, 0x04, 0x80, 20,   0,    0,    0, 0,  0, 0, 0, 0, 0, 0, 0, 32, 0, 0, 0,  // head
+        1, 1, 0,    0,    0,    0,    0,    5, 18, 0, 0, 0,                           // owner
+        2, 0, 28,   0,    1,    0,    0,    0,                                        // list
+        0, 0, 20,   0,    0xFF, 0x01, 0x1F, 0, 1,  1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0,
+    };
+    const struct {
+        const char* name;
+        size_t offset;
+        BYTE value;
+        DWORD length;  // 0: not valid
+    } rows[] = {
+        {"as it is", 0, 1, 60},
+        {"descriptor's revision", 0, 2, 0},
+        {"owner's revision", 20, 2, 0},
+        {"too many parts of the owner", 21, 16, 0},
+        {"list's revision", 32, 1, 0},
+        {"list shorter than its head", 34, 7, 0},
+        {"list shorter than its entry", 34, 27, 0},
+        {"more entries than the list holds", 36, 2, 0},
+        {"an entry of no size", 42, 0, 0},
+        {"no list, by the control bits", 2, 0, 32},
+    };
+    for (const auto& row : rows) {
+        std::vector<BYTE> bytes = relative;
+        bytes[row.offset] = row.value;
+        EXPECT_EQ(IsValidSecurityDescriptor(bytes.data()) != FALSE, row.length != 0) << row.name;
+        if (row.length != 0) {
+            EXPECT_EQ(GetSecurityDescriptorLength(bytes.data()), row.length) << row.name;
+        }
+    }
+
+    SECURITY_DESCRIPTOR absolute;
+    memset(&absolute, 0xCC, sizeof absolute);
+    EXPECT_FALSE(InitializeSecurityDescriptor(&absolute, 2));
+    ASSERT_TRUE(InitializeSecurityDescriptor(&absolute, SECURITY_DESCRIPTOR_REVISION));
+    EXPECT_TRUE(IsValidSecurityDescriptor(&absolute));
+    EXPECT_EQ(GetSecurityDescriptorLength(&absolute), sizeof absolute);
+    EXPECT_FALSE(IsValidSecurityDescriptor(nullptr));
+    std::vector<BYTE> parts = relative;
+    absolute.Owner = parts.data() + 20;
+    absolute.Dacl = reinterpret_cast<PACL>(parts.data() + 32);
+    absolute.Control = SE_DACL_PRESENT;
+    EXPECT_TRUE(IsValidSecurityDescriptor(&absolute));
+    EXPECT_EQ(GetSecurityDescriptorLength(&absolute), sizeof absolute + 12 + 28);
+    parts[32] = 9;
+    EXPECT_FALSE(IsValidSecurityDescriptor(&absolute));
+}
+
+static BOOL Report(HANDLE source, WORD type, LPCWSTR text)
+{
+    return ReportEventW(source, type, 0, 0, nullptr, 1, 0, &text, nullptr);
+}
+
+// The lines of a file without their stamps, whose form is checked.
+static std::vector<std::string> Records(const std::string& path)
+{
+    const std::regex stamp("\\{\"time\":\"20\\d\\d-[01]\\d-[0-3]\\dT[0-2]\\d:[0-5]\\d:[0-6]\\dZ\",");
+    std::istringstream text(ReadFileText(path));
+    std::vector<std::string> records;
+    for (std::string line; std::getline(text, line);) {
+        EXPECT_TRUE(std::regex_search(line.substr(0, 31), stamp)) << line;
+        records.push_back(line.substr(31));
+    }
+    return records;
+}
+
+TEST(EventLog, OneObjectALineWithTypeAndText)
+{
+    const PlatformRoot root;
+    HANDLE source = RegisterEventSourceW(nullptr, u"../up\\and/away");
+    ASSERT_NE(source, nullptr);
+    EXPECT_TRUE(Report(source, EVENTLOG_ERROR_TYPE, u"KelvaroEnumKeys Error 0x80090026"));
+    EXPECT_TRUE(Report(source, EVENTLOG_WARNING_TYPE, u"C:\\a \"b\"\r\n\t\u20AC \U0001F511"));
+    const char16_t broken[] = {u'x', 0xDC00, 0};
+    EXPECT_TRUE(Report(source, EVENTLOG_SUCCESS, broken));
+    const std::string file = root.File("eventlog/_._up_and_away.jsonl");  // never outside the folder
+    EXPECT_EQ(Records(file), (std::vector<std::string>{
+                                 R"("type":1,"text":"KelvaroEnumKeys Error 0x80090026"})",
+                                 "\"type\":2,\"text\":\"C:\\\\a \\\"b\\\"\\u000d\\u000a\\u0009\xE2\x82\xAC "
+                                 "\xF0\x9F\x94\x91\"}",
+                                 "\"type\":0,\"text\":\"x\xEF\xBF\xBD\"}",
+                             }));
+    EXPECT_EQ(ModeOf(file), 0600u);
+    EXPECT_EQ(RegisterEventSourceW(nullptr, u"../up\\and/away"), source);
+    EXPECT_EQ(RegisterEventSourceW(nullptr, nullptr), nullptr);
+    EXPECT_EQ(RegisterEventSourceW(nullptr, u""), nullptr);
+    EXPECT_EQ(RegisterEventSourceW(u"elsewhere", u"Application"), nullptr);
+    EXPECT_EQ(ErrorOf(Report(nullptr, EVENTLOG_SUCCESS, u"text")), DWORD{ERROR_INVALID_HANDLE});
+
+    // Threads don't mix their lines.
+    const std::u16string text(3000, u'x');
+    OnThreads(4, [&text](int) {
+        HANDLE shared = RegisterEventSourceW(nullptr, u"Application");
+        for (int line = 0; line < 25; line++)
+            Report(shared, EVENTLOG_SUCCESS, text.c_str());
+    });
+    const std::string record = "\"type\":0,\"text\":\"" + std::string(3000, 'x') + "\"}";
+    EXPECT_EQ(Records(root.File("eventlog/Application.jsonl")), std::vector<std::string>(100, record));
+}

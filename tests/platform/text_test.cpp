@@ -1,0 +1,161 @@
+// Code pages and Base64.
+#include "tests/platform/platform_root.h"
+
+namespace {
+
+std::u16string Widened(const std::string& bytes, DWORD flags = 0)
+{
+    const int length = static_cast<int>(bytes.size());
+    std::u16string text(static_cast<size_t>(MultiByteToWideChar(CP_ACP, flags, bytes.data(), length, nullptr, 0)),
+                        u'?');
+    const int size = static_cast<int>(text.size());
+    EXPECT_EQ(size == 0 ? 0 : MultiByteToWideChar(CP_ACP, flags, bytes.data(), length, text.data(), size), size);
+    return text;
+}
+
+std::string Narrowed(const std::u16string& text)
+{
+    const int length = static_cast<int>(text.size());
+    const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string bytes(static_cast<size_t>(size), '?');
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, text.data(), length, bytes.data(), size, nullptr, nullptr), size);
+    return bytes;
+}
+
+constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
+
+std::string Encoded(const std::string& bytes, DWORD flags)
+{
+    std::u16string text;
+    const DWORD error = ReadInTwoCalls(&text, ERROR_MORE_DATA, [&](WCHAR* out, DWORD* size) {
+        return CryptBinaryToStringW(BytesOf(bytes), SizeOf(bytes), flags, out, size);
+    });
+    return error == 0 ? ToUtf8(text) : ErrorText();
+}
+
+// `count` 0 for a text up to its terminator.
+std::string Decoded(const std::string& text, DWORD flags, DWORD count = 0)
+{
+    std::string bytes;
+    const DWORD error = ReadInTwoCalls(&bytes, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
+        return CryptStringToBinaryW(ToUtf16(text).c_str(), count, flags, reinterpret_cast<BYTE*>(out), size, nullptr,
+                                    nullptr);
+    });
+    return error == 0 ? bytes : ErrorText();
+}
+
+}  // namespace
+
+TEST(CodePage, BrokenSequencesBecomeOneReplacementForEachPart)
+{
+    const struct {
+        const char* bytes;
+        const char16_t* text;
+        bool broken = false;
+    } rows[] = {{"plain", u"plain"},
+                {"\xC3\xA4\xDF\xBF\xE0\xA0\x80", u"\u00E4\u07FF\u0800"},
+                {"\xE2\x82\xAC\xEF\xBF\xBD", u"\u20AC\uFFFD"},
+                {"\xF0\x9F\x94\x91\xF4\x8F\xBF\xBF", u"\U0001F511\U0010FFFF"},
+                {"a\x80z", u"a\uFFFDz", true},
+                {"\xC3(", u"\uFFFD(", true},
+                {"\xE2\x82", u"\uFFFD", true},
+                {"\xC0\xAF", u"\uFFFD\uFFFD", true},                      // over-long
+                {"\xE0\x80\x80", u"\uFFFD\uFFFD\uFFFD", true},            // over-long
+                {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", true},            // a surrogate
+                {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", true},  // above the last
+                {"\xF0\x9F\x94\xF0\x9F\x94", u"\uFFFD\uFFFD", true}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Widened(row.bytes), row.text);
+        SetLastError(0);
+        EXPECT_EQ(Widened(row.bytes, MB_ERR_INVALID_CHARS), row.broken ? u"" : row.text);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.broken ? ERROR_NO_UNICODE_TRANSLATION : 0)) << row.bytes;
+        if (!row.broken) {
+            EXPECT_EQ(Narrowed(row.text), row.bytes);
+        }
+    }
+    const char16_t lone[] = {u'a', 0xD83D, u'b', 0xDD11, 0};
+    EXPECT_EQ(Narrowed(lone),
+              "a\xEF\xBF\xBD"
+              "b\xEF\xBF\xBD");
+}
+
+TEST(CodePage, SizesCountTheTerminatorWhenTheSourceHasOne)
+{
+    WCHAR wide[4] = {u'?', u'?', u'?', u'?'};
+    char narrow[4];
+    const auto widen = [&](UINT page, DWORD flags, const char* text, int length, WCHAR* out, int room) {
+        SetLastError(0);
+        const int count = MultiByteToWideChar(page, flags, text, length, out, room);
+        return count != 0 ? count : -static_cast<int>(GetLastError());
+    };
+    const auto narrowed = [&](UINT page, DWORD flags, int length, int room, const char* other = nullptr,
+                              BOOL* used = nullptr) {
+        SetLastError(0);
+        const int count =
+            WideCharToMultiByte(page, flags, u"\u20AC", length, room == 0 ? nullptr : narrow, room, other, used);
+        return count != 0 ? count : -static_cast<int>(GetLastError());
+    };
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, nullptr, 0), 4);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, wide, 4), 4);
+    EXPECT_EQ(wide[3], 0);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", 3, nullptr, 0), 3);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, wide, 3), -ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(widen(CP_ACP, 0, nullptr, 1, wide, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0, "a", 0, wide, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0, "a", -2, wide, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0, "a", 1, nullptr, 4), -ERROR_INVALID_PARAMETER) << "a size without a buffer";
+    EXPECT_EQ(widen(1252, 0, "a", 1, wide, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0x10, "a", 1, wide, 4), -ERROR_INVALID_FLAGS);
+
+    BOOL used = FALSE;
+    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 0), 4);
+    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 3), 3);
+    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 3), -ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(narrowed(CP_ACP, 0x80, 1, 4), -ERROR_INVALID_FLAGS);
+    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 4, "?"), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(narrowed(CP_UTF8, 0, 1, 4, nullptr, &used), -ERROR_INVALID_PARAMETER);
+}
+
+TEST(Base64, TextIsOneLine)
+{
+    std::string text;
+    for (int i = 0; i < 16; i++)
+        text += "YWFh";
+    const std::string line(48, 'a');
+    EXPECT_EQ(Encoded("", kOneLine), "");
+    EXPECT_EQ(Encoded(line, kOneLine), text);
+    EXPECT_EQ(Encoded(line + "a", kOneLine | CRYPT_STRING_NOCR), text + "YQ==");
+    EXPECT_EQ(Encoded(line + "\xFB\xFF", kOneLine), text + "+/8=");
+    for (const DWORD flags : {CRYPT_STRING_BASE64, DWORD{CRYPT_STRING_NOCRLF}, kOneLine | 4})
+        EXPECT_EQ(Encoded("a", flags), "error 57");
+
+    // More characters than a DWORD can count; only the size is asked for.
+    DWORD size = 0;
+    EXPECT_TRUE(CryptBinaryToStringW(BytesOf(text), 3221225469, kOneLine, nullptr, &size));
+    EXPECT_EQ(size, 4294967293u);
+    EXPECT_EQ(ErrorOf(CryptBinaryToStringW(BytesOf(text), 3221225470, kOneLine, nullptr, &size)),
+              DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
+{
+    const std::string refused = "error D";
+    const std::string armoured = "note\n-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n";
+    const struct {
+        std::string text;
+        std::string expected;
+    } rows[] = {
+        {" Y\tW\r\nJj \n", "abc"}, {"YQ= =\r\n", "a"}, {"", ""},          {"YQ", refused},   {"YWJjZ", refused},
+        {"YQ==YQ==", refused},     {"Y===", refused},  {"====", refused}, {"-_-_", refused}, {"YW*j", refused},
+        {"YWJ\xC3\xA4", refused},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64), row.expected) << row.text;
+        EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64_ANY), row.expected) << row.text;
+    }
+    EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64_ANY), "abc");
+    EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64), refused);
+    EXPECT_EQ(Decoded("-----BEGIN X-----\nYWJj\n", CRYPT_STRING_BASE64_ANY), refused);
+    EXPECT_EQ(Decoded("YWJj", 0), "error 57");
+    EXPECT_EQ(Decoded("YWJj!!", CRYPT_STRING_BASE64_ANY, 4), "abc") << "a counted text";
+}
