@@ -1,9 +1,5 @@
 #include "tests/vaultsim/sim_test.h"
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -35,6 +31,20 @@ struct Instance {
 
 }  // namespace
 
+std::string Reply::Outcome() const
+{
+    const Json answer = json();
+    const Json error = answer.is_object() ? answer.value("error", Json()) : Json();
+    std::string text = std::to_string(status);
+    if (error.is_string())
+        text += " " + error.get<std::string>();
+    if (error.is_object())
+        text += " " + error.value("code", "");
+    if (error.is_object() && error.contains("innererror"))
+        text += " " + error["innererror"].value("code", "");
+    return text;
+}
+
 vaultsim::Simulator& SimTest::Sim()
 {
     static Instance instance;
@@ -63,12 +73,6 @@ Json SimTest::Control(const std::string& method, const std::string& path, const 
     return reply.json();
 }
 
-std::string SimTest::LastFault()
-{
-    const Json fault = Control("GET", "/journal")["requests"].back()["fault"];
-    return fault.is_null() ? "" : fault.get<std::string>();
-}
-
 std::unique_ptr<httplib::SSLClient> SimTest::Client(const std::string& host)
 {
     auto client = std::make_unique<httplib::SSLClient>(host, Port("tls"));
@@ -77,11 +81,12 @@ std::unique_ptr<httplib::SSLClient> SimTest::Client(const std::string& host)
     return client;
 }
 
-Reply SimTest::Vault(const std::string& method, const std::string& target, const Json& body, const std::string& vault)
+Reply SimTest::Vault(const std::string& method, const std::string& path, const Json& body, const std::string& vault)
 {
+    const std::string query = path.find('?') == std::string::npos ? "?api-version=7.0" : "";
     const httplib::Headers headers = {{"Authorization", "Bearer " + Token()},
                                       {"Content-Type", "application/json; charset=utf-8"}};
-    return Send(*Client(vault + ".vault.azure.net"), method, target, headers, body.is_null() ? "" : body.dump());
+    return Send(*Client(vault + ".vault.azure.net"), method, path + query, headers, body.is_null() ? "" : body.dump());
 }
 
 std::string SimTest::SignInForm()
@@ -110,28 +115,11 @@ Reply SimTest::Identity(const char* listener, const std::string& target, const h
     return Send(client, "GET", target, headers, "");
 }
 
-std::string SimTest::Raw(int port, const std::string& bytes)
+Json Sample(const std::string& name)
 {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::string answer;
-    if (connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
-        char piece[4096];
-        for (ssize_t got = 0; (got = recv(socket, piece, sizeof piece, 0)) > 0;)
-            answer.append(piece, static_cast<size_t>(got));
-    }
-    close(socket);
-    return answer;
-}
-
-Json Sample(const std::string& path)
-{
-    std::ifstream file(path);
-    return Json::parse(file);
+    std::ifstream own(VAULTSIM_SAMPLES "/" + name + ".json");
+    std::ifstream shared(SERVICE_SAMPLES "/" + name + ".json");
+    return Json::parse(own ? own : shared);
 }
 
 std::string Shape(const Json& json)
