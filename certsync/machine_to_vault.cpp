@@ -87,8 +87,9 @@ bool Publish(KVCClient* client, const PublishedKey& key, const WCHAR* encodedNam
     LogString(TEXT("KelvaroSetKeyProperty EvaluateCertsInStore Found Certificate"), candidate->subject,
               LOG_DETAIL_LEVEL);
     const KVCCall call(client ? KVCBeginCall(client) : nullptr);
-    if (!call || !KVCTakeHeldToken(call.get()))
+    if (!call)
         return false;
+    KVCTakeHeldToken(call.get());
     if (BringIntoStep(call.get(), key, encodedName, *candidate))
         Record(key, list, hash);
     return true;

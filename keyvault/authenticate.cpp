@@ -1,5 +1,7 @@
 #include <utility>
 
+#include "keyvault/endpoints.h"
+#include "keyvault/join.h"
 #include "keyvault/signin.h"
 #include "keyvault/vault_name.h"
 #include "support/clock.h"
@@ -35,16 +37,21 @@ void Replace(BldStr*& field, BldStr* value)
 void Publish(KVCClient* client, KVCLogOnResult result, Token token, int64_t now)
 {
     BldStrPtr name;
+    BldStrPtr host;
     if (result == KVCLogOnResult::Ready && TextEqual(KVCText(client->kvname), kIdentityNameMarker))
         name = VaultNameFromIdentity(KVCText(token.text ? token.text.get() : client->accessToken),
                                      KVCText(client->kvname));
+    if (name)
+        host = JoinText(0, {name->cStr, kVaultHostSuffix});
     const ExclusiveLock lock(&client->lock);
     if (token.text)
         Replace(client->accessToken, token.text.release());
     if (token.type)
         Replace(client->tokenType, token.type.release());
-    if (name)
+    if (name && host) {
         Replace(client->kvname, name.release());
+        Replace(client->host, host.release());
+    }
     if (result == KVCLogOnResult::Ready) {
         client->tokenExpiry = now + kTokenLifeSeconds;
     } else {
@@ -71,30 +78,6 @@ KVCLogOnResult Renew(KVCClient* client, uint32_t failuresSeen)
     return result;
 }
 
-// Copies a string; NULL stays NULL. False: no memory.
-bool Copy(const BldStr* from, SecretStrPtr& to)
-{
-    if (!from)
-        return true;
-    to.reset(BldStrNewStr(from->cStr));
-    return to != nullptr;
-}
-
-// Copies the token and the vault name to a call, all or nothing. False: no memory.
-bool HandOver(KVCClient* client, KVC* call)
-{
-    SecretStrPtr tokenType;
-    SecretStrPtr accessToken;
-    SecretStrPtr kvname;
-    const ExclusiveLock lock(&client->lock);
-    if (!Copy(client->tokenType, tokenType) || !Copy(client->accessToken, accessToken) || !Copy(client->kvname, kvname))
-        return false;
-    Replace(call->tokenType, tokenType.release());
-    Replace(call->accessToken, accessToken.release());
-    Replace(call->kvname, kvname.release());
-    return true;
-}
-
 uint32_t FailedSignIns(KVCClient* client)
 {
     const ExclusiveLock lock(&client->lock);
@@ -109,12 +92,12 @@ KVCLogOnResult KVCLogOn(KVC* call)
     const uint32_t failuresSeen = FailedSignIns(client);
     const ExclusiveLock signIn(&client->signInLock);
     LogString(TEXT("KVCAuthenticate"), KVCText(client->kvname), LOG_STEP_LEVEL);
-    KVCLogOnResult result = Renew(client, failuresSeen);
-    if (result == KVCLogOnResult::Ready && !HandOver(client, call))
-        result = KVCLogOnResult::NoMemory;
-    if (result == KVCLogOnResult::NoMemory)
+    const KVCLogOnResult result = Renew(client, failuresSeen);
+    if (result == KVCLogOnResult::Ready)
+        KVCTakeHeldToken(call);
+    else if (result == KVCLogOnResult::NoMemory)
         LogString(TEXT("KVCAuthenticate Out of memory"), KVCText(client->kvname), LOG_ERROR_LEVEL);
-    else if (result == KVCLogOnResult::Refused)
+    else
         LogString(TEXT("KVCAuthenticate Logon failure"), KVCText(client->kvname), LOG_ERROR_LEVEL);
     return result;
 }
@@ -124,7 +107,12 @@ int KVCAuthenticate(KVC* kvc)
     return KVCLogOn(kvc) == KVCLogOnResult::Ready ? 1 : 0;
 }
 
-int KVCTakeHeldToken(KVC* call)
+void KVCTakeHeldToken(KVC* call)
 {
-    return HandOver(call->client, call) ? 1 : 0;
+    KVCClient* client = call->client;
+    const ExclusiveLock lock(&client->lock);
+    Replace(call->tokenType, BldStrShare(client->tokenType));
+    Replace(call->accessToken, BldStrShare(client->accessToken));
+    Replace(call->kvname, BldStrShare(client->kvname));
+    Replace(call->host, BldStrShare(client->host));
 }

@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "support/log.h"
 #include "support/wipe.h"
 
@@ -40,11 +42,19 @@ void WipeStrings(json_object* value)
     }
 }
 
+// A parser that isn't in use, empty and wiped, or NULL.
+std::atomic<json_tokener*> spare{nullptr};
+constexpr int kMostKept = 4096;
+
 // json-c's parser, made to wipe what it frees: the buffer in which it assembles strings, and the objects of a text that
-// turns out not to be JSON. Both are in fields that json-c documents as private.
+// turns out not to be JSON. Both are in fields that json-c documents as private. One parser is kept for the next text.
 class Tokener {
   public:
-    Tokener() : tokener_(json_tokener_new()) {}
+    Tokener() : tokener_(spare.exchange(nullptr))
+    {
+        if (!tokener_)
+            tokener_ = json_tokener_new();
+    }
     ~Tokener()
     {
         if (!tokener_)
@@ -52,7 +62,10 @@ class Tokener {
         Wipe(tokener_->pb->buf, static_cast<size_t>(tokener_->pb->size));
         for (int level = 0; level <= tokener_->depth; level++)
             WipeStrings(tokener_->stack[level].current);
-        json_tokener_free(tokener_);
+        json_tokener_reset(tokener_);
+        json_tokener* none = nullptr;
+        if (tokener_->pb->size > kMostKept || !spare.compare_exchange_strong(none, tokener_))
+            json_tokener_free(tokener_);
     }
     Tokener(const Tokener&) = delete;
     Tokener& operator=(const Tokener&) = delete;
@@ -110,6 +123,12 @@ JsonPtr JsonParseAnswer(const WCHAR* message, const char* body)
     if (const char* fault = tokener.Fault())
         LogAscii(message, fault);
     return answer;
+}
+
+void JsonDetach()
+{
+    if (json_tokener* kept = spare.exchange(nullptr))
+        json_tokener_free(kept);
 }
 
 json_object* JsonMember(json_object* object, const char* name)

@@ -20,6 +20,9 @@ JsonPtr JsonParse(const char* text);
 // error.
 JsonPtr JsonParseAnswer(const WCHAR* message, const char* body);
 
+// Frees what is kept between calls: for the module's end.
+void JsonDetach();
+
 // A member of `object`, borrowed. NULL: `object` is NULL or not an object, or the member is missing or null.
 json_object* JsonMember(json_object* object, const char* name);
 

@@ -1,5 +1,6 @@
 #include "keyvault/kvc.h"
 
+#include "keyvault/endpoints.h"
 #include "keyvault/join.h"
 #include "keyvault/vault_name.h"
 #include "support/fail.h"
@@ -28,6 +29,7 @@ void FreeClient(KVCClient* client)
     FreeText(client->loginUrl);
     FreeText(client->resource);
     FreeText(client->kvname);
+    FreeText(client->host);
     FreeText(client->tenant);
     FreeText(client->clientId);
     FreeSecret(client->clientSecret);
@@ -68,6 +70,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     VaultNameFromTemplate(kvname, name);
     bool complete = true;
     kvc->kvname = CopyText(name, complete);
+    kvc->host = JoinText(0, {name, kVaultHostSuffix}).release();
     kvc->authn = authn ? authn : KVC_AUTHN_MANAGED_IDENTITY;
     kvc->clientId = CopyText(clientId, complete);
     LogNumber(TEXT("KVCNew KeyVault and Authentication Type"), name, static_cast<LONG>(authn), LOG_STEP_LEVEL);
@@ -76,7 +79,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     kvc->clientCertId = CopyText(clientCertId, complete);
     kvc->tenant = CopyText(tenant, complete);
     // With half of its identity the client could sign in as somebody else.
-    if (!complete)
+    if (!complete || !kvc->host)
         return Fail(nullptr, kNoMemory);
     return kvc.release();
 }
@@ -106,9 +109,11 @@ void KVCEndCall(KVC* call)
     if (!call)
         return;
     const LastErrorKeeper keeper;
-    FreeSecret(call->tokenType);
-    FreeSecret(call->accessToken);
+    // The client's tokens are marked as secret; marking them here would race with other calls.
+    FreeText(call->tokenType);
+    FreeText(call->accessToken);
     FreeText(call->kvname);
+    FreeText(call->host);
     // May be the answer to a decryption.
     WipeFreeBytes(call->lastBody);
     free(call);

@@ -2,7 +2,7 @@
 //
 // A provider owns two clients. A client is shared by all threads of the host and has the identity to sign in with, the
 // vault's name and the latest token. Operations don't use the client directly: KVCBeginCall makes a call, which belongs
-// to one thread, has its own copy of the token and the vault's name, and receives the answers.
+// to one thread, keeps its token and vault's name while the client gets new ones, and receives the answers.
 #pragma once
 
 #include <memory>
@@ -41,6 +41,7 @@ struct KVCClient {
     BldStr* accessToken;         // second word
     int64_t tokenExpiry;         // Unix time in seconds; from then on the token counts as expired
     BldStr* kvname;              // the vault's short name
+    BldStr* host;                // the vault's host
     uint32_t failedSignIns;      // how many so far
     KVCLogOnResult lastFailure;  // how the last of them ended
 };
@@ -48,9 +49,10 @@ struct KVCClient {
 // A call. All strings are owned and may be NULL.
 struct KVC {
     KVCClient* client;  // not owned
-    BldStr* tokenType;  // a copy of the client's, as are the next four
+    BldStr* tokenType;  // shared with the client, as are the next three
     BldStr* accessToken;
     BldStr* kvname;
+    BldStr* host;
     DWORD purgeOnDelete;
     DWORD certificateMode;
     DWORD lastStatus;  // HTTP status of the last request, 0 if no response came
@@ -88,9 +90,9 @@ KVCLogOnResult KVCLogOn(KVC* call);
 // KVCLogOn for callers that don't need the reason: 1 if ready, else 0.
 int KVCAuthenticate(KVC* kvc);
 
-// Copies the client's current token, possibly expired, and the vault name to a call, without signing in or waiting for
-// a sign-in in progress. Before the first sign-in there is no token. 1; 0: no memory.
-int KVCTakeHeldToken(KVC* call);
+// Gives a call the client's current token, possibly expired, and the vault name, without signing in or waiting for a
+// sign-in in progress. Before the first sign-in there is no token.
+void KVCTakeHeldToken(KVC* call);
 
 // The text of a string, empty for NULL.
 const WCHAR* KVCText(const BldStr* str);

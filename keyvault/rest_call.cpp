@@ -1,6 +1,5 @@
 #include "keyvault/rest_call.h"
 
-#include "keyvault/endpoints.h"
 #include "keyvault/join.h"
 #include "support/guards.h"
 #include "support/log.h"
@@ -77,18 +76,16 @@ int SendToVault(KVC* kvc, const VaultRequest& request)
     LogPart(TEXT("KVCDoKVRESTCall Keyname"), request.keyName);
     LogPart(TEXT("KVCDoKVRESTCall actionverb"), request.actionverb);
 
-    BldStrPtr host = JoinText(0, {KVCText(kvc->kvname), kVaultHostSuffix});
     BldStrPtr url = Url(request, apiVersion);
-    if (!host || !url)
+    if (!url)
         return 0;
-    LogString(TEXT("KVCDoKVRESTCall host"), host->cStr, LOG_DETAIL_LEVEL);
+    LogString(TEXT("KVCDoKVRESTCall host"), KVCText(kvc->host), LOG_DETAIL_LEVEL);
     LogString(TEXT("KVCDoKVRESTCall url"), url->cStr, LOG_DETAIL_LEVEL);
     SecretStrPtr headers = HeaderBlock(kvc);
     if (!headers)
         return 0;
-    const KVCResponsePtr response(
-        KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, host->cStr, url->cStr, request.verb, headers->cStr, request.body));
-    host.reset();
+    const KVCResponsePtr response(KVCDoWebCall(INTERNET_DEFAULT_HTTPS_PORT, KVCText(kvc->host), url->cStr, request.verb,
+                                               headers->cStr, request.body));
     url.reset();
     headers.reset();
     if (!response)

@@ -1,3 +1,4 @@
+#include "keyvault/json.h"
 #include "provider/buffer_list.h"
 #include "provider/entry_points.h"
 #include "provider/property_list.h"
@@ -47,6 +48,8 @@ void Detach(bool processEnds)
     if (KelvaroPropertySemaphore)
         CloseHandle(KelvaroPropertySemaphore);
     KelvaroPropertySemaphore = nullptr;
+    if (!processEnds)
+        JsonDetach();
 }
 
 }  // namespace

@@ -18,8 +18,10 @@ constexpr DWORD kAllowedFlags = NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG | 
 SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
 {
     const KVCCall call(key.kvc ? KVCBeginCall(key.kvc) : nullptr);
-    if (key.kvc && (!call || !KVCTakeHeldToken(call.get())))
+    if (key.kvc && !call)
         return NTE_NO_MEMORY;
+    if (call)
+        KVCTakeHeldToken(call.get());
     if (call && !call->accessToken) {
         const KVCLogOnResult result = KVCLogOn(call.get());
         if (result != KVCLogOnResult::Ready)

@@ -38,8 +38,10 @@ void SyncCertificatesOnce(KSP_PROVIDER* provider, const KSP_KEY& key)
     if (!key.fMachineKey || !key.kvc->certificateMode || provider->fCertsSynced.exchange(1))
         return;
     const KVCCall call(KVCBeginCall(key.kvc));
-    if (call && KVCTakeHeldToken(call.get()))
-        KVCSyncCertsFromKVToMachine(call.get());
+    if (!call)
+        return;
+    KVCTakeHeldToken(call.get());
+    KVCSyncCertsFromKVToMachine(call.get());
 }
 
 }  // namespace

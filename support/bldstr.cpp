@@ -133,9 +133,16 @@ BldStr* BldStrMarkSecret(BldStr* str)
     return str;
 }
 
+BldStr* BldStrShare(BldStr* str)
+{
+    if (str)
+        InterlockedIncrement(&str->shares);
+    return str;
+}
+
 void BldStrFree(BldStr* str)
 {
-    if (!str)
+    if (!str || InterlockedDecrement(&str->shares) >= 0)
         return;
     if (str->secret)
         Wipe(str->cStr, str->capacity);

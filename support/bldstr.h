@@ -13,6 +13,7 @@ struct BldStr {
     DWORD length;    // characters, terminator excluded
     WCHAR* cStr;     // zero-terminated text, owned (calloc, realloc, free)
     DWORD secret;    // non-zero: the text is wiped before it is moved or freed
+    LONG shares;     // owners beside the first; while there are any, the string doesn't change
 };
 
 // The caller frees strings with BldStrFree. All but BldStrNew log their failures.
@@ -24,6 +25,10 @@ int BldStrCatView(BldStr* str, std::basic_string_view<WCHAR> add);  // the same;
 int BldStrReplace(BldStr* str, const WCHAR* text);  // 1 with the text replaced, 0 with the string unchanged
 void BldStrRemove(BldStr* str, WCHAR ch);           // drops every occurrence, in place
 void BldStrFree(BldStr* str);                       // releases text and record; NULL does nothing
+
+// Another owner of the same string, which frees it too; the last one releases it. Any thread may free its share. NULL
+// gives NULL.
+BldStr* BldStrShare(BldStr* str);
 
 // Marks a string that holds a secret or a token, and returns it. NULL does nothing. A SecretStrPtr marks what it owns.
 BldStr* BldStrMarkSecret(BldStr* str);

@@ -69,6 +69,16 @@ void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
 
 // ---- clock ----
 
+// Both return the new value.
+inline LONG InterlockedIncrement(LONG volatile* value)
+{
+    return __atomic_add_fetch(value, 1, __ATOMIC_SEQ_CST);
+}
+inline LONG InterlockedDecrement(LONG volatile* value)
+{
+    return __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
+}
+
 void WINAPI Sleep(DWORD waitMs);
 
 // Milliseconds since boot, including sleep.
