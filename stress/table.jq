@@ -1,0 +1,14 @@
+# The results as tables.
+def row: "| " + (map(tostring) | join(" | ")) + " |";
+def head: row, (map("---") | row);
+
+def faults:
+  "\(.cells) cells: \(.operations) operations, \(.faults) faults; \(.disagreeing | length) disagree.",
+  "Largest growth of memory \(.largestGrowthKb) KB, longest cell \(.longestSeconds) s.",
+  "",
+  (["operation", "faults", "status", "requests", "waits", "waited, s"] | head),
+  (.outcomes[] | [.operation, (.faults | join(", ")), .status, .requests, .waits, .waitedMs / 1000] | row),
+  (.disagreeing[] | "DISAGREES: \(.operation) / \(.fault): expected \(.expected), came \(.measured), next call \(.nextCall), " +
+    "\(.descriptors) descriptors more, \(.memoryKb) KB more, \(.seconds) s");
+
+if .faults then .faults | faults else empty end
