@@ -1,5 +1,5 @@
 #!/bin/sh
-# Prints what the licences of the libraries ask to be passed on whose code is inside the binaries.
+# Prints the notices that the licences of the libraries inside the binaries ask for.
 # Usage: packaging/notices.sh [--json-c FOLDER] PACKAGE...
 #   PACKAGE: a Debian package that is installed here.   FOLDER: a json-c of tools/build-json-c.sh.
 set -eu
@@ -9,8 +9,8 @@ part() { # part NAME VERSION FILE
 }
 
 rule=$(printf '%078d' 0 | tr 0 =)
-echo "The programs and modules of this package have code of other authors inside, under the following terms. The run-time library of C++"
-echo "is that of GCC, under the GNU General Public License, version 3, with the GCC Runtime Library Exception, version 3.1."
+echo "The programs and modules of this package contain code by other authors, under the following terms. The C++ run-time library"
+echo "is GCC's, under the GNU General Public License, version 3, with the GCC Runtime Library Exception, version 3.1."
 if [ "${1:-}" = --json-c ]; then
     part json-c "$(cat "$2/version")" "$2/copyright"
     shift 2

@@ -8,6 +8,7 @@ docs=$(cd "$3" && pwd)
 output=$(cd "$4" && pwd)
 : "${SOURCE_DATE_EPOCH:?}"
 here=$(cd "$(dirname "$0")" && pwd)
+. "$here/../publisher.sh"
 architecture=$(dpkg --print-architecture)
 library=usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 work=$(mktemp -d)
@@ -24,11 +25,16 @@ depends() { # depends ROOT: what the binaries need, by package
     echo "${found#shlibs:Depends=}"
 }
 
+fill() { # fill FILE: with the publisher's name and terms
+    maintainer=$maintainer terms=$terms perl -pe 's/\@MAINTAINER\@/$ENV{maintainer}/; s/\@TERMS\@/$ENV{terms}/' "$1"
+}
+
 notices() { # notices NAME: copyright and changelog, where every package of Debian has them
     folder=$work/$1/usr/share/doc/$1
-    install -D -m 644 "$here/copyright" "$folder/copyright"
+    mkdir -p "$folder"
+    fill "$here/copyright" >"$folder/copyright"
     printf '%s (%s) stable; urgency=medium\n\n  * Version %s.\n\n -- %s  %s\n' "$1" "$version" "$version" \
-        "$(sed -n 's/^Maintainer: //p' "$here/$1.control")" "$(date -R -d "@$SOURCE_DATE_EPOCH")" |
+        "$maintainer" "$(date -R -d "@$SOURCE_DATE_EPOCH")" |
         gzip -9n >"$folder/changelog.gz"
 }
 
@@ -38,8 +44,9 @@ package() { # package NAME: from the tree of that name
     notices "$name"
     needed=$(depends "$root")
     mkdir -p "$root/DEBIAN"
-    sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$architecture/" -e "s/@DEPENDS@/$needed/" \
-        -e "s/@SIZE@/$(du -sk --apparent-size --exclude=DEBIAN "$root" | cut -f1)/" "$here/$name.control" >"$root/DEBIAN/control"
+    fill "$here/$name.control" |
+        sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$architecture/" -e "s/@DEPENDS@/$needed/" \
+            -e "s/@SIZE@/$(du -sk --apparent-size --exclude=DEBIAN "$root" | cut -f1)/" >"$root/DEBIAN/control"
     for part in postrm triggers; do
         [ ! -f "$here/$name.$part" ] || cp "$here/$name.$part" "$root/DEBIAN/$part"
     done

@@ -40,7 +40,10 @@ lintian --allow-root --fail-on error "$tool" "$simulation" >"$work/lintian.log" 
     cat "$work/lintian.log" >&2
     fail "lintian finds errors"
 }
+. "$(dirname "$0")/../../packaging/publisher.sh"
 for package in "$tool" "$simulation"; do
+    [ "$(dpkg-deb -f "$package" Maintainer)" = "$maintainer" ] || fail "$package has another maintainer"
+    dpkg-deb --fsys-tarfile "$package" | tar -xO --wildcards './usr/share/doc/*/copyright' | grep -qxF " $terms" || fail "$package has other terms"
     for needed in $(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/,/ /g'); do
         dpkg-query -W -f '${Status}' "$needed" 2>/dev/null | grep -q 'ok installed' || fail "$package needs $needed, which is not here"
     done
