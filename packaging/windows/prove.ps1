@@ -3,15 +3,16 @@ Proves an installation of the Zandrel Key Storage Provider for Key Vault on this
 
   .\prove.ps1 -WhatIf                    lists the steps
   .\prove.ps1 -Vault test-keys           runs them against that vault, with the sign-in that is set
-  .\prove.ps1 -Step 9                    one step, and those it rests on
+  .\prove.ps1 -Step 9                    one step, and those it needs
   .\prove.ps1 -Msi FILE -Vault test-keys -TenantId .. -ClientId ..    installs first and removes at the end
+  .\prove.ps1 -Msi FILE -Next LATER      also upgrades to a later package
 
-Needs an elevated Windows PowerShell 5.1 on an English Windows (certutil's texts are compared) and a vault for tests, where the
-identity may create and delete keys and certificates. Not for a machine in service: for the time of the run it sets the provider's
-settings for all programs, trusts a root of its own (step 12) and takes port 44399 of localhost. Keys, certificates, the root, the
-port and the settings' values are put back at the end, also after Ctrl-C. Two things stay: settings that all users could read are
-closed, and a certificate of the machine that the test vault holds too is bound to the vault's key. After a failure the logs are
-kept. A result is pass, FAIL, found (nobody knows yet what is right) or skip.
+Needs an elevated Windows PowerShell 5.1 on an English Windows (certutil's texts are compared) and a test vault in which the
+identity may create and delete keys and certificates. Not for a machine in service: during the run it sets the provider's settings
+for all programs, trusts its own root (step 12), uses port 44399 of localhost and has a local user (step 13). Keys, certificates,
+the root, the port, the user and the settings' values are put back at the end, also after Ctrl-C. Two things stay: settings that all
+users could read are closed, and a certificate of the machine that is also in the test vault is bound to the vault's key. After a
+failure the logs are kept. A result is pass, FAIL, found (nobody knows yet what is right) or skip.
 
 It has not been run on a Windows machine yet.
 #>
@@ -21,6 +22,7 @@ param(
     [string] $TenantId,
     [string] $ClientId,
     [string] $Msi,
+    [string] $Next,
     [int[]] $Step,
     [switch] $WhatIf
 )
@@ -39,8 +41,9 @@ $Work = Join-Path $env:TEMP $Tag
 $Began = Get-Date
 $Port = 44399
 
-# What the run made and the end takes away.
-$Made = @{ Installed = $false; Saved = @{}; Root = $null; Bound = $false; Probes = @(); Store = $null }
+# What the run made and the end removes.
+$Made = @{ Installed = $null; Saved = @{}; Root = $null; Bound = $false; Probes = @(); Store = $null; User = $null }
+$Secret = ''
 
 # Throw-away keys, encrypted with the password "secret".
 $AesKey = @'
@@ -144,6 +147,11 @@ function CloseSettings([string] $Program) {
     if ($open) { Must $Program @('config', 'protect') | Out-Null }
 }
 
+function SetSecret([string] $Program, [string] $Value) {
+    CloseSettings $Program
+    Must $Program @('config', 'set', 'ClientSecret') 0 $Value | Out-Null
+}
+
 # 32-bit programs sign in as the 64-bit ones do.
 function CopySignIn {
     $from = ReadSettings 'Registry64'
@@ -165,15 +173,24 @@ function FromBase64Url([string] $Text) {
     , [Convert]::FromBase64String($plain.PadRight([int](4 * [Math]::Ceiling([double] $plain.Length / 4)), '='))
 }
 
-# The public half of an RSA key, through the tool: a second opinion beside Windows' own export.
-function PublicRsa([string] $Name) {
+# The public half of a key, through the tool: a second opinion beside Windows' own export.
+function PublicKey([string] $Name) {
     $jwk = Must $Tool @('keys', 'export', $Name, '--format', 'jwk') | ConvertFrom-Json
-    $parameters = New-Object Security.Cryptography.RSAParameters
-    $parameters.Modulus = FromBase64Url $jwk.n
-    $parameters.Exponent = FromBase64Url $jwk.e
-    $rsaKey = [Security.Cryptography.RSACng]::new()
-    $rsaKey.ImportParameters($parameters)
-    $rsaKey
+    if ($jwk.kty -eq 'RSA') {
+        $parameters = New-Object Security.Cryptography.RSAParameters
+        $parameters.Modulus = FromBase64Url $jwk.n
+        $parameters.Exponent = FromBase64Url $jwk.e
+        $public = [Security.Cryptography.RSACng]::new()
+        $public.ImportParameters($parameters)
+        return $public
+    }
+    $point = New-Object Security.Cryptography.ECPoint
+    $point.X = FromBase64Url $jwk.x
+    $point.Y = FromBase64Url $jwk.y
+    $parameters = New-Object Security.Cryptography.ECParameters
+    $parameters.Curve = [Security.Cryptography.ECCurve+NamedCurves]::nistP256
+    $parameters.Q = $point
+    [Security.Cryptography.ECDsa]::Create($parameters)
 }
 
 function OpenCng([string] $Name) {
@@ -214,50 +231,96 @@ function MakeRequest([string] $Name, [string] $Algorithm) {
     Check ($dump -match 'Signature matches Public Key') "certutil doubts the request: $dump"
 }
 
-# A certificate for the vault's key, by an authority of the moment, which this machine trusts until the end.
-function Issue([string] $Name) {
+# The key of a new authority, which this machine trusts until the end.
+function MakeAuthority {
     $hash = [Security.Cryptography.HashAlgorithmName]::SHA256
     $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
-    $type = [Security.Cryptography.X509Certificates.CertificateRequest]
     $rootKey = [Security.Cryptography.RSACng]::new(2048)
-    $request = $type::new("CN=$Tag root", $rootKey, $hash, $padding)
-    $authority = [Security.Cryptography.X509Certificates.X509BasicConstraintsExtension]
-    $request.CertificateExtensions.Add($authority::new($true, $false, 0, $true))
+    $request = [Security.Cryptography.X509Certificates.CertificateRequest]::new("CN=$Tag root", $rootKey, $hash, $padding)
+    $constraints = [Security.Cryptography.X509Certificates.X509BasicConstraintsExtension]
+    $request.CertificateExtensions.Add($constraints::new($true, $false, 0, $true))
     $root = $request.CreateSelfSigned([DateTimeOffset]::Now.AddMinutes(-5), [DateTimeOffset]::Now.AddDays(2))
     $Made.Root = $root.Thumbprint
     [IO.File]::WriteAllBytes("$Work\root.cer", $root.RawData)
     Must 'certutil.exe' @('-f', '-addstore', 'Root', "$Work\root.cer") | Out-Null
-    $request = $type::new("CN=$Tag", (PublicRsa $Name), $hash, $padding)
+    $rootKey
+}
+
+# A certificate of that authority for the vault's key.
+function Issue([string] $Name, $RootKey) {
+    $hash = [Security.Cryptography.HashAlgorithmName]::SHA256
+    $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
+    $type = [Security.Cryptography.X509Certificates.CertificateRequest]
+    $public = PublicKey $Name
+    if ($public -is [Security.Cryptography.RSA]) { $request = $type::new("CN=$Tag", $public, $hash, $padding) }
+    else { $request = $type::new("CN=$Tag", $public, $hash) }
     $names = [Security.Cryptography.X509Certificates.SubjectAlternativeNameBuilder]::new()
     $names.AddDnsName('localhost')
     $request.CertificateExtensions.Add($names.Build())
+    $issuer = New-Object Security.Cryptography.X509Certificates.X500DistinguishedName "CN=$Tag root"
+    $signer = [Security.Cryptography.X509Certificates.X509SignatureGenerator]::CreateForRSA($RootKey, $padding)
     $serial = [Guid]::NewGuid().ToByteArray()
-    $leaf = $request.Create($root, [DateTimeOffset]::Now.AddMinutes(-5), [DateTimeOffset]::Now.AddDays(1), $serial)
+    $leaf = $request.Create($issuer, $signer, [DateTimeOffset]::Now.AddMinutes(-5), [DateTimeOffset]::Now.AddDays(1), $serial)
     [IO.File]::WriteAllBytes("$Work\$Name.cer", $leaf.RawData)
     $leaf
 }
 
-# A TLS handshake with the machine's own HTTP service, so with lsass and the certificate.
-function Handshake([string] $Thumbprint) {
+# The certificate comes into the store and is bound to the vault's key.
+function Accept([string] $Name, $RootKey) {
+    $leaf = Issue $Name $RootKey
+    Must 'certreq.exe' @('-accept', '-q', '-machine', "$Work\$Name.cer") | Out-Null
+    $text = Must 'certutil.exe' @('-verifystore', 'My', $leaf.SerialNumber)
+    Check ($text.Contains($Provider)) "the store does not name the provider: $text"
+    $leaf.Thumbprint
+}
+
+function Unbind {
+    if ($Made.Bound) { Run 'netsh.exe' @('http', 'delete', 'sslcert', "ipport=0.0.0.0:$Port") | Out-Null }
+    $Made.Bound = $false
+}
+
+# A request over TLS to the machine's HTTP service, the one that IIS uses: lsass signs with the certificate's key.
+function AskOverTls([string] $Thumbprint) {
     Must 'netsh.exe' @('http', 'add', 'sslcert', "ipport=0.0.0.0:$Port", "certhash=$Thumbprint",
         "appid={$([Guid]::NewGuid())}", 'certstorename=MY') | Out-Null
     $Made.Bound = $true
     $listener = New-Object Net.HttpListener
     $listener.Prefixes.Add("https://localhost:$Port/")
     $listener.Start()
-    # By its address: the certificate is bound for IPv4 alone.
+    $pending = $listener.BeginGetContext($null, $null)
+    # By its address: the certificate is bound for IPv4 only.
     $client = New-Object Net.Sockets.TcpClient '127.0.0.1', $Port
     $stream = [Net.Security.SslStream]::new($client.GetStream(), $false)
     $stream.ReadTimeout = $stream.WriteTimeout = 60000
     try {
         $stream.AuthenticateAsClient('localhost', $null, [Security.Authentication.SslProtocols]::Tls12, $false)
         Check ($stream.RemoteCertificate.GetCertHashString() -eq $Thumbprint) 'another certificate was shown'
-        "$($stream.SslProtocol), $($stream.KeyExchangeAlgorithm)"
+        $question = [Text.Encoding]::ASCII.GetBytes("GET / HTTP/1.1`r`nHost: localhost:$Port`r`nConnection: close`r`n`r`n")
+        $stream.Write($question, 0, $question.Length)
+        Check ($pending.AsyncWaitHandle.WaitOne(60000)) 'the request did not arrive'
+        $listener.EndGetContext($pending).Response.Close()
+        $answer = (New-Object IO.StreamReader $stream).ReadLine()
+        Check ($answer -match ' 200 ') "the answer is $answer"
+        "$($stream.SslProtocol), $($stream.KeyExchangeAlgorithm), 200"
     } finally {
         $stream.Dispose()
         $client.Close()
-        $listener.Stop()
+        $listener.Close()
+        Unbind
     }
+}
+
+# Exit status and errors of the tool, run by a new user who is no administrator.
+function RunAsUser([string[]] $Arguments) {
+    $password = New-Object Security.SecureString
+    foreach ($character in "Pr0be!$([Guid]::NewGuid())".ToCharArray()) { $password.AppendChar($character) }
+    New-LocalUser -Name $Tag -Password $password -Description 'prove.ps1' | Out-Null
+    $Made.User = $Tag
+    Add-LocalGroupMember -SID 'S-1-5-32-545' -Member $Tag
+    $credential = New-Object Management.Automation.PSCredential "$env:COMPUTERNAME\$Tag", $password
+    $ran = Start-Process $Tool -ArgumentList $Arguments -Credential $credential -WorkingDirectory "$env:SystemDrive\" -Wait `
+        -PassThru -RedirectStandardError "$Work\user.txt"
+    New-Object PSObject -Property @{ Exit = $ran.ExitCode; Text = [IO.File]::ReadAllText("$Work\user.txt").Trim() }
 }
 
 # Milliseconds for a thousand threads in a process of their own, with the module loaded or without.
@@ -281,7 +344,7 @@ $Steps = @(
         if (Test-Path $Tool) { return Skip 'the provider is installed already' }
         $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/i', "`"$Msi`"", '/qn', '/l*v', "`"$Work\install.log`""
         Check ($done.ExitCode -in 0, 3010) "ended with $($done.ExitCode)"
-        $Made.Installed = $true
+        $Made.Installed = $Msi
         "ended with $($done.ExitCode)"
     }),
     @(2, 'the registration is complete', @(1), {
@@ -295,8 +358,8 @@ $Steps = @(
         $at = $text.Text.IndexOf($Provider)
         Check ($at -ge 0) 'certutil -csplist does not name it'
         $rest = $text.Text.Substring($at)
-        $next = $rest.IndexOf('Provider Name:')
-        if ($next -gt 0) { $rest = $rest.Substring(0, $next) }
+        $end = $rest.IndexOf('Provider Name:')
+        if ($end -gt 0) { $rest = $rest.Substring(0, $end) }
         Check ($rest -notmatch '0x8[0-9a-fA-F]{7}') "with an error: $rest"
         'named, without an error'
     }),
@@ -304,23 +367,19 @@ $Steps = @(
         foreach ($view in 'Registry64', 'Registry32') { $Made.Saved[$view] = ReadSettings $view }
         $Made.Store = @(Get-ChildItem Cert:\LocalMachine\My | ForEach-Object { $_.Thumbprint })
         New-Item -ItemType Directory -Force "$Work\log" | Out-Null
-        $secret = ''
         if ($ClientId) {
             $asked = Read-Host 'Client secret of the test application' -AsSecureString
-            $secret = (New-Object Management.Automation.PSCredential 'x', $asked).GetNetworkCredential().Password
+            $script:Secret = (New-Object Management.Automation.PSCredential 'x', $asked).GetNetworkCredential().Password
         }
         foreach ($program in $Tool, $Tool32) {
             $values = @{ CertificatesOrKeys = 0; DoDeletePurge = 0; LoggingLevel = 10; EVLoggingLevel = 1; LogfilePath = "$Work\log" }
             if ($Vault) { $values['KeyVault'] = $Vault }
             if ($ClientId) { $values += @{ AuthenticationType = 2; TenantId = $TenantId; ClientId = $ClientId } }
             foreach ($name in $values.Keys) { Must $program @('config', 'set', $name, $values[$name]) | Out-Null }
-            if ($secret) {
-                CloseSettings $program
-                Must $program @('config', 'set', 'ClientSecret') 0 $secret | Out-Null
-            }
+            if ($Secret) { SetSecret $program $Secret }
             Must $program @('provider', 'show') | Out-Null
         }
-        if (-not $secret) {
+        if (-not $Secret) {
             CopySignIn
             return 'written for both kinds of programs, with the sign-in that was set for 64-bit ones'
         }
@@ -337,7 +396,14 @@ $Steps = @(
             Must $program @('--via', 'ncrypt', 'keys', 'list')
         }
         Check (@($lists | Sort-Object -Unique).Count -le 1) "they differ: $($lists -join ' | ')"
-        "$(@("$(@($lists)[0])" -split "`n" | Where-Object { $_ -and $_ -ne 'no keys' }).Count) keys"
+        $count = @("$(@($lists)[0])" -split "`n" | Where-Object { $_ -and $_ -ne 'no keys' }).Count
+        if (-not $Secret) { return "$count keys" }
+        # A rotation: what is stored last signs in, and nothing else does.
+        SetSecret $Tool "$Secret-not"
+        Must $Tool @('keys', 'list') 4 | Out-Null
+        SetSecret $Tool $Secret
+        Must $Tool @('keys', 'list') | Out-Null
+        "$count keys; a wrong secret is refused, and the right one signs in again"
     }),
     @(6, "keys are created through Windows' router", @(5), {
         CreateKey $Rsa 'RSA'
@@ -373,7 +439,7 @@ $Steps = @(
         $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
         $data = [Text.Encoding]::ASCII.GetBytes('data')
         $signature = $signer.SignData($data, $hash, $padding)
-        Check ((PublicRsa $Rsa).VerifyData($data, $signature, $hash, $padding)) 'the signature is not the key''s'
+        Check ((PublicKey $Rsa).VerifyData($data, $signature, $hash, $padding)) 'the signature is not the key''s'
         $says = 'RSA signs. The curve key: '
         try {
             $curve = OpenCng $Ec
@@ -394,13 +460,13 @@ $Steps = @(
             Found 'RSA does; ECDSA_P256 does'
         } catch { Found "RSA does; ECDSA_P256: $($_.Exception.Message)" }
     }),
-    @(12, 'a certificate is accepted, and a TLS server shows it', @(11), {
+    @(12, 'certificates are accepted, and the HTTP service uses them', @(11), {
         if (-not ('Security.Cryptography.X509Certificates.CertificateRequest' -as [type])) { return Skip '.NET is older than 4.7.2' }
-        $leaf = Issue "$Tag-req"
-        Must 'certreq.exe' @('-accept', '-q', '-machine', "$Work\$Tag-req.cer") | Out-Null
-        $text = Must 'certutil.exe' @('-verifystore', 'My', $leaf.SerialNumber)
-        Check ($text.Contains($Provider)) "the store does not name the provider: $text"
-        "bound; handshake: $(Handshake $leaf.Thumbprint)"
+        $rootKey = MakeAuthority
+        $says = "RSA: $(AskOverTls (Accept "$Tag-req" $rootKey)). P-256: "
+        try {
+            Found ($says + (AskOverTls (Accept "$Tag-reqec" $rootKey)))
+        } catch { Found ($says + $_.Exception.Message) }
     }),
     @(13, 'certificates go to the vault and come back', @(12), {
         if (-not $Made.Root) { return Skip 'step 12 was skipped' }
@@ -411,7 +477,9 @@ $Steps = @(
         $open.SetValue('CertSync', '')
         $open.Close()
         Check ((Must $Tool @('certs', 'sync')).Contains("$Tag-req")) 'the sync did not bring it back'
-        'published once, brought back by the sync'
+        $user = RunAsUser @('certs', 'sync')
+        Check ($user.Exit -ne 0) 'an ordinary user was not refused'
+        "published once, brought back by the sync; an ordinary user is refused with $($user.Exit): $($user.Text)"
     }),
     @(14, 'encrypted keys are imported', @(5), {
         [IO.File]::WriteAllText("$Work\password", 'secret')
@@ -446,20 +514,28 @@ $Steps = @(
         $Made.Probes = @($Made.Probes | Where-Object { $_ -notin $Rsa, $Ec })
         'both are gone'
     }),
-    @(18, 'a handle outlives a repair', @(5), {
+    @(18, 'a handle outlives an upgrade', @(5), {
         if (-not $Msi) { return Skip 'no -Msi' }
         CreateKey "$Tag-open" 'RSA'
         $signer = [Security.Cryptography.RSACng]::new((OpenCng "$Tag-open"))
-        $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/fa', "`"$Msi`"", '/qn'
-        Check ($done.ExitCode -in 0, 3010) "the repair ended with $($done.ExitCode)"
+        $how = @('/fa', "`"$Msi`"", '/qn')
+        $what = 'a repair (there is no -Next)'
+        if ($Next) {
+            $how = @('/i', "`"$Next`"", '/qn')
+            $what = 'the upgrade'
+        }
+        $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList $how
+        Check ($done.ExitCode -in 0, 3010) "$what ended with $($done.ExitCode)"
+        if ($Next -and $Made.Installed) { $Made.Installed = $Next }
         $signer.SignData([byte[]](1, 2, 3), [Security.Cryptography.HashAlgorithmName]::SHA256,
             [Security.Cryptography.RSASignaturePadding]::Pkcs1) | Out-Null
-        "the repair ended with $($done.ExitCode), the old handle signs"
+        $says = "$what ended with $($done.ExitCode), the old handle signs"
+        if ($Next) { $says } else { Found $says }
     }),
     @(19, 'the installer removes', @(1), {
         if (-not $Made.Installed) { return Skip 'this run did not install' }
-        TakeAwayProbes
-        $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/x', "`"$Msi`"", '/qn'
+        RemoveProbes
+        $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/x', "`"$($Made.Installed)`"", '/qn'
         Check ($done.ExitCode -in 0, 3010) "ended with $($done.ExitCode)"
         Check (-not (Run 'certutil.exe' @('-csplist')).Text.Contains($Provider)) 'certutil -csplist still names it'
         Check ($null -ne (SettingsKey 'Registry64' $false)) 'the settings are gone'
@@ -470,7 +546,7 @@ $Steps = @(
 # ---- the run
 
 # The keys, and certificates that the sync brought.
-function TakeAwayProbes {
+function RemoveProbes {
     if (-not (Test-Path $Tool) -or $null -eq $Made.Store) { return }
     foreach ($name in $Made.Probes) { Run $Tool @('keys', 'delete', $name, '--yes') | Out-Null }
     $Made.Probes = @()
@@ -479,8 +555,9 @@ function TakeAwayProbes {
     Get-ChildItem Cert:\LocalMachine\My | Where-Object { $_.Thumbprint -in $brought } | Remove-Item
 }
 
-function TakeAway {
-    if ($Made.Bound) { Run 'netsh.exe' @('http', 'delete', 'sslcert', "ipport=0.0.0.0:$Port") | Out-Null }
+function CleanUp {
+    Unbind
+    if ($Made.User) { Remove-LocalUser -Name $Made.User -ErrorAction SilentlyContinue }
     Get-ChildItem Cert:\LocalMachine\My, Cert:\LocalMachine\Request -ErrorAction SilentlyContinue |
         Where-Object { $_.Issuer -eq "CN=$Tag root" -or $_.Subject -eq "CN=$Tag" } |
         Remove-Item -ErrorAction SilentlyContinue
@@ -489,7 +566,7 @@ function TakeAway {
         Remove-Item $root -ErrorAction SilentlyContinue
         if (Test-Path $root) { Write-Warning "remove the trusted root 'CN=$Tag root' yourself" }
     }
-    try { TakeAwayProbes } catch { Write-Warning "not all keys and certificates are taken away: $($_.Exception.Message)" }
+    try { RemoveProbes } catch { Write-Warning "not all keys and certificates were removed: $($_.Exception.Message)" }
     foreach ($view in @($Made.Saved.Keys)) { RestoreSettings $view }
     if (@($Results.Values | Where-Object { $_.Result -eq 'FAIL' }).Count) {
         Get-ChildItem $Work | Where-Object { $_.Name -notin 'log', 'install.log' } | Remove-Item -Recurse -Force
@@ -531,9 +608,8 @@ if ($WhatIf) {
 $me = New-Object Security.Principal.WindowsPrincipal ([Security.Principal.WindowsIdentity]::GetCurrent())
 Check ($me.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)) 'run this as an administrator'
 if ($Msi) { $Msi = (Resolve-Path $Msi).Path }
+if ($Next) { $Next = (Resolve-Path $Next).Path }
 New-Item -ItemType Directory -Force $Work | Out-Null
-# The tool leaves the console at UTF-8, and PowerShell would then put a byte order mark in front of a piped secret.
-try { [Console]::InputEncoding = New-Object Text.UTF8Encoding $false } catch { Write-Verbose 'there is no console' }
 try {
     $wanted = $Step
     if (-not $wanted) { $wanted = $Steps | ForEach-Object { $_[0] } }
@@ -542,7 +618,7 @@ try {
         RunStep $number
     }
 } finally {
-    TakeAway
+    CleanUp
 }
 $Results.Values | Sort-Object Step | Format-Table Step, Result, Tried, Found -AutoSize -Wrap
 if (@($Results.Values | Where-Object { $_.Result -eq 'FAIL' }).Count) { exit 1 }

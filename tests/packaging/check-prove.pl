@@ -51,7 +51,7 @@ pos() = 0;
 code('');
 
 # Variables. Assigned: in front of an equals sign, by foreach, as a parameter.
-my %assigned = map { lc, 1 } qw(_ null true false env lastexitcode);
+my %assigned = map { lc, 1 } qw(_ null true false env script lastexitcode);
 $assigned{lc $1} = 1 while $bare =~ /\$(\w+)\s*(?:\+?=(?!=))/g;
 $assigned{lc $1} = 1 while $bare =~ /foreach\s*\(\s*\$(\w+)\s+in\b/g;
 while ($bare =~ /(?:param|function\s+\w+)\s*(\((?:[^()]|\((?:[^()]|\([^()]*\))*\))*\))/g) {
@@ -68,7 +68,7 @@ my %word = map { $_ => 1 } qw(function param if else elseif foreach try catch fi
 (my $statements = $bare) =~ s/\breturn\b/;/g;
 while ($statements =~ /(?:^|[{(;|=&])[ \t]*(\w[\w-]*)(?=[\s)}]|$)(?!\s*=)/gm) {
     my $name = $1;
-    next if $name =~ /^\d/ || $word{lc $name} || $name =~ /^(?:Get|Set|New|Remove|Write|Read|Join|Test|Out|Start|Split|Format|Sort|Select|ForEach|Where|ConvertFrom|Resolve)-\w+$/;
+    next if $name =~ /^\d/ || $word{lc $name} || $name =~ /^(?:Add|Get|Set|New|Remove|Write|Read|Join|Test|Out|Start|Split|Format|Sort|Select|ForEach|Where|ConvertFrom|Resolve)-\w+$/;
     exists $function{$name} ? $function{$name}++ : push @wrong, "$name is neither a function of the script nor a cmdlet";
 }
 push @wrong, map { "$_ is never called" } grep { !$function{$_} } sort keys %function;
