@@ -14,10 +14,11 @@ static const char kUsageText[] =
     "  kelvaro-register status      shows what is registered and whether the module fits\n"
     "  kelvaro-register prepare     creates the settings keys and the log folder, closed to ordinary users\n"
     "\n"
-    "The installer also calls save-settings, restore-settings, forget-settings, and check-secret, which fails when\n"
-    "a client secret is stored in clear.\n"
+    "The installer also calls save-settings, restore-settings, forget-settings, check-access, which fails if ordinary\n"
+    "users can read the settings, and check-secret, which fails if a client secret is stored in clear text.\n"
     "\n"
-    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-secret: a clear secret;\n"
+    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-access, check-secret: "
+    "failed;\n"
     "2 wrong command line; 3 Windows refused\n";
 
 static std::string Utf8(const WideText& text)
@@ -71,7 +72,7 @@ static int Status(const CngCalls& calls, const ModulePlaces& places, std::string
     else
         *output += "registered: yes, with " + Utf8(state.image) +
                    (state.ours ? "\n" : ", which is not what this program registers\n");
-    *output += std::string("among the key storage providers of this machine: ") + (state.listed ? "yes" : "no") + "\n";
+    *output += std::string("listed as a key storage provider: ") + (state.listed ? "yes" : "no") + "\n";
     const bool ready = usable && state.ours && state.listed;
     *output += ready ? "ready for use\n" : "not ready for use\n";
     return ready ? kDone : kNotInstalled;
@@ -87,17 +88,17 @@ static int Install(const CngCalls& calls, const ModulePlaces& places, std::strin
     *output += Utf8(kProviderName);
     *output += changes.record == Change::Made       ? ": registered with " + Utf8(kImage) + "\n"
                : changes.record == Change::Replaced ? ": registration replaced, now with " + Utf8(kImage) + "\n"
-                                                    : ": was registered already\n";
-    *output += changes.listing == Change::Made ? "added to the key storage providers of this machine\n"
-                                               : "was among the key storage providers of this machine already\n";
+                                                    : ": already registered\n";
+    *output += changes.listing == Change::Made ? "added to this machine's key storage providers\n"
+                                               : "already one of this machine's key storage providers\n";
     return kDone;
 }
 
 static int Uninstall(const CngCalls& calls, std::string* output)
 {
     const UninstallChanges changes = UninstallRegistration(calls);
-    *output += changes.listing ? "removed from the key storage providers of this machine\n"
-                               : "was not among the key storage providers of this machine\n";
+    *output += changes.listing ? "removed from this machine's key storage providers\n"
+                               : "was not one of this machine's key storage providers\n";
     *output += Utf8(kProviderName) + (changes.record ? ": registration removed\n" : ": was not registered\n");
     return kDone;
 }

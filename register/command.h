@@ -10,7 +10,7 @@ namespace kelvaro_register {
 
 enum ExitCode : int {
     kDone = 0,
-    kNotInstalled = 1,  // status: not ready; install: no module that fits; check-secret: found a clear secret
+    kNotInstalled = 1,  // status: not ready; install: no module that fits; a check failed
     kUsage = 2,
     kRefused = 3,  // by Windows
 };

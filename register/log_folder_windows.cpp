@@ -115,15 +115,36 @@ void RemoveLogFolder()
     }
 }
 
-std::string DescribeLogFolder()
+namespace {
+struct FolderText {
+    const char* prefix;
+    ACCESS_MASK rights;
+    const char* open;
+};
+}  // namespace
+
+static std::string Describe(const WideText& path, const FolderText& text)
 {
-    const WideText path = LogFolder();
-    const Folder folder(path, READ_CONTROL);
-    const std::string name = "the log folder, " + Shown(path) + ",";
+    // A drive's own folder, the setting's default, is named without its separator.
+    const Folder folder(path.back() == ':' ? path + TEXT("\\") : path, READ_CONTROL);
+    const std::string name = text.prefix + (", " + Shown(path) + ",");
     if (folder.get() == INVALID_HANDLE_VALUE)
-        return name + (HasLogFolder() ? " cannot be read\n" : " is missing\n");
-    const bool open = IsOpenToUsers(folder.get(), SE_FILE_OBJECT, FILE_READ_DATA | FILE_ADD_FILE, name);
-    return name + (open ? " can be used by ordinary users\n" : " is closed to ordinary users\n");
+        return name + (GetLastError() == ERROR_ACCESS_DENIED ? " cannot be read\n" : " is missing\n");
+    const bool open = IsOpenToUsers(folder.get(), SE_FILE_OBJECT, text.rights, name);
+    return name + (open ? text.open : " is closed to ordinary users\n");
+}
+
+std::string DescribeLogFolders(const std::set<WideText>& inUse)
+{
+    constexpr ACCESS_MASK kChange = FILE_ADD_FILE | FILE_ADD_SUBDIRECTORY | FILE_DELETE_CHILD | DELETE;
+    const WideText own = LogFolder();
+    std::string lines = Describe(own, {"the log folder", kChange | FILE_READ_DATA, " can be used by ordinary users\n"});
+    for (const WideText& folder : inUse) {
+        if (!folder.empty() && folder != own)
+            lines += Describe(folder, {"the folder of LogfilePath", kChange,
+                                       " can be used by ordinary users, who could redirect the log: choose another\n"});
+    }
+    return lines;
 }
 
 }  // namespace kelvaro_register

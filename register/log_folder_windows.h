@@ -1,6 +1,8 @@
 // The provider's log folder: Zandrel\Kelvaro\Logs below ProgramData.
 #pragma once
 
+#include <set>
+
 #include "register/registration.h"
 #include "register/security_windows.h"
 
@@ -15,6 +17,7 @@ bool HasLogFolder();
 // Removes its folders that are empty.
 void RemoveLogFolder();
 
-std::string DescribeLogFolder();
+// Lines for an administrator: who may use that folder, and who may write to the others of `inUse`.
+std::string DescribeLogFolders(const std::set<WideText>& inUse);
 
 }  // namespace kelvaro_register

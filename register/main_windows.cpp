@@ -48,7 +48,17 @@ static int CheckSecret(std::string* output)
     const std::string programs = ClearSecrets();
     if (programs.empty())
         return kDone;
-    *output += "a client secret is stored in clear for " + programs + "\n";
+    *output += "the client secret of " + programs + " is stored in clear text\n";
+    return kNotInstalled;
+}
+
+static int CheckAccess(std::string* output)
+{
+    const std::string programs = OpenSettings();
+    if (programs.empty())
+        return kDone;
+    *output += "no client secret is stored, because ordinary users can read the settings of " + programs +
+               ": run 'kelvaroctl config protect' first, or install without CLIENTSECRET\n";
     return kNotInstalled;
 }
 
@@ -74,6 +84,8 @@ static int RunSettings(const std::string& command, std::string* output)
     try {
         if (command == "check-secret")
             return CheckSecret(output);
+        if (command == "check-access")
+            return CheckAccess(output);
         for (const auto& row : kSteps) {
             if (command != row.name)
                 continue;
@@ -136,9 +148,13 @@ int wmain(int argc, wchar_t** argv)
 {
     // Load DLLs that are named without a path from System32 only.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const UINT consoleBefore = GetConsoleOutputCP();
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> arguments;
     for (int index = 1; index < argc; ++index)
         arguments.push_back(std::filesystem::path(argv[index]).u8string());
-    return kelvaro_register::Run(arguments);
+    const int exitCode = kelvaro_register::Run(arguments);
+    std::fflush(nullptr);
+    SetConsoleOutputCP(consoleBefore);
+    return exitCode;
 }

@@ -2,6 +2,8 @@
 
 #include <sddl.h>
 
+#include "platform/ordinary_users_windows.h"
+
 namespace kelvaro_register {
 
 void Check(const std::string& step, DWORD error)
@@ -50,21 +52,6 @@ class Sid {
     PSID sid_ = nullptr;
 };
 }  // namespace
-
-// Groups of ordinary users.
-static constexpr std::initializer_list<const WCHAR*> kOrdinary = {
-    TEXT("S-1-1-0"),       // Everyone
-    TEXT("S-1-2-0"),       // local accounts
-    TEXT("S-1-5-2"),       // network
-    TEXT("S-1-5-3"),       // batch
-    TEXT("S-1-5-4"),       // interactive
-    TEXT("S-1-5-7"),       // anonymous
-    TEXT("S-1-5-11"),      // authenticated users
-    TEXT("S-1-5-32-545"),  // Users
-    TEXT("S-1-5-32-546"),  // Guests
-    TEXT("S-1-5-32-547"),  // Power Users
-    TEXT("S-1-15-2-1"),    // all application packages
-};
 
 static bool IsOneOf(PSID sid, std::initializer_list<const WCHAR*> texts)
 {
@@ -116,21 +103,7 @@ bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type, const std::stri
 bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const std::string& name)
 {
     const Found found(object, type, name);
-    // Without an access list, everybody has access.
-    if (!found.list)
-        return true;
-    for (DWORD at = 0; at < found.list->AceCount; ++at) {
-        void* entry = nullptr;
-        if (!GetAce(found.list, at, &entry))
-            continue;
-        auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
-        if (allowed->Header.AceType != ACCESS_ALLOWED_ACE_TYPE ||
-            !(allowed->Mask & (rights | GENERIC_ALL | GENERIC_READ)))
-            continue;
-        if (IsOneOf(&allowed->SidStart, kOrdinary))
-            return true;
-    }
-    return false;
+    return GrantsToOrdinaryUsers(found.list, rights | GENERIC_READ | GENERIC_WRITE);
 }
 
 }  // namespace kelvaro_register

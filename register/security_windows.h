@@ -40,7 +40,7 @@ class Access {
 // Whether the owner is the system, TrustedInstaller, the administrators or the caller.
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type, const std::string& name);
 
-// Whether ordinary accounts have any of `rights`.
+// Whether ordinary users have any of `rights`, a generic right or one to change the access.
 bool IsOpenToUsers(HANDLE object, SE_OBJECT_TYPE type, ACCESS_MASK rights, const std::string& name);
 
 }  // namespace kelvaro_register

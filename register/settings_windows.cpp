@@ -1,5 +1,7 @@
 #include "register/settings_windows.h"
 
+#include <vector>
+
 #include "register/log_folder_windows.h"
 #include "register/module_files.h"
 
@@ -9,9 +11,10 @@ static const WCHAR kParent[] = TEXT("Software\\Zandrel");
 static const WCHAR kSettings[] = TEXT("Kelvaro");
 static const WCHAR kSaved[] = TEXT("Kelvaro.saved");
 static const WCHAR kSavedSettings[] = TEXT("Settings");
-// Values of the copy: whether it is complete, and whether the log folder existed.
+// Values of the copy: whether it is complete, whether the log folder existed, and who could read the settings.
 static const WCHAR kComplete[] = TEXT("Complete");
 static const WCHAR kHadFolder[] = TEXT("HadFolder");
+static const WCHAR kAccess[] = TEXT("Access");
 
 static const WCHAR kEventSource[] = TEXT("Kelvaro");
 static const WCHAR kKeyAccess[] = TEXT("O:BAG:SYD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)");
@@ -111,6 +114,15 @@ static bool IsMarked(HKEY key, const WCHAR* name)
            number;
 }
 
+static void SaveAccess(HKEY settings, HKEY saved, const std::string& step)
+{
+    DWORD size = 0;
+    RegGetKeySecurity(settings, DACL_SECURITY_INFORMATION, nullptr, &size);
+    std::vector<BYTE> descriptor(size);
+    Check(step, static_cast<DWORD>(RegGetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data(), &size)));
+    Check(step, static_cast<DWORD>(RegSetValueExW(saved, kAccess, 0, REG_BINARY, descriptor.data(), size)));
+}
+
 void SaveSettings()
 {
     Access access(kKeyAccess);
@@ -125,19 +137,31 @@ void SaveSettings()
             Key copy;
             Check("saving " + NameOf(view), Make(saved.get(), kSavedSettings, KEY_ALL_ACCESS, nullptr, &copy));
             Check("saving " + NameOf(view), static_cast<DWORD>(RegCopyTreeW(settings.get(), nullptr, copy.get())));
+            SaveAccess(settings.get(), saved.get(), "saving " + NameOf(view));
         }
         SetMark(saved.get(), kHadFolder, HasLogFolder());
         SetMark(saved.get(), kComplete, true);
     }
 }
 
-static void PutBack(HKEY parent, HKEY copy, const View& view)
+static void RestoreAccess(HKEY saved, HKEY settings, const std::string& step)
+{
+    DWORD size = 0;
+    Check(step, static_cast<DWORD>(RegQueryValueExW(saved, kAccess, nullptr, nullptr, nullptr, &size)));
+    std::vector<BYTE> descriptor(size);
+    Check(step, static_cast<DWORD>(RegQueryValueExW(saved, kAccess, nullptr, nullptr, descriptor.data(), &size)));
+    Check(step, static_cast<DWORD>(RegSetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data())));
+}
+
+static void PutBack(HKEY parent, HKEY saved, HKEY copy, const View& view)
 {
     Key settings;
     Access access(kKeyAccess);
-    Check("restoring " + NameOf(view), Make(parent, kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
-    Check("restoring " + NameOf(view), static_cast<DWORD>(RegDeleteTreeW(settings.get(), nullptr)));
-    Check("restoring " + NameOf(view), static_cast<DWORD>(RegCopyTreeW(copy, nullptr, settings.get())));
+    const std::string step = "restoring " + NameOf(view);
+    Check(step, Make(parent, kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
+    Check(step, static_cast<DWORD>(RegDeleteTreeW(settings.get(), nullptr)));
+    Check(step, static_cast<DWORD>(RegCopyTreeW(copy, nullptr, settings.get())));
+    RestoreAccess(saved, settings.get(), step);
 }
 
 void RestoreSettings()
@@ -150,7 +174,7 @@ void RestoreSettings()
         if (Open(parent.get(), kSaved, KEY_READ, &saved) != ERROR_SUCCESS || !IsMarked(saved.get(), kComplete))
             continue;
         if (Open(saved.get(), kSavedSettings, KEY_READ, &copy) == ERROR_SUCCESS)
-            PutBack(parent.get(), copy.get(), view);
+            PutBack(parent.get(), saved.get(), copy.get(), view);
         else
             RegDeleteTreeW(parent.get(), kSettings);
         if (!IsMarked(saved.get(), kHadFolder))
@@ -168,7 +192,7 @@ void ForgetSettings()
     }
 }
 
-static LONG OpenSettings(const View& view, Key* settings)
+static LONG OpenKey(const View& view, Key* settings)
 {
     return Open(HKEY_LOCAL_MACHINE, (WideText(kParent) + TEXT("\\") + kSettings).c_str(), KEY_READ | view.flag,
                 settings);
@@ -180,7 +204,7 @@ std::string ClearSecrets()
     for (const View& view : kViews) {
         Key settings;
         DWORD size = 0;
-        if (OpenSettings(view, &settings) == ERROR_SUCCESS &&
+        if (OpenKey(view, &settings) == ERROR_SUCCESS &&
             RegQueryValueExW(settings.get(), TEXT("ClientSecret"), nullptr, nullptr, nullptr, &size) == ERROR_SUCCESS &&
             size > sizeof(WCHAR))
             found += (found.empty() ? "" : ", ") + std::string(view.programs);
@@ -188,23 +212,50 @@ std::string ClearSecrets()
     return found;
 }
 
+static bool IsOpen(const Key& settings, const View& view)
+{
+    return IsOpenToUsers(settings.get(), SE_REGISTRY_KEY, KEY_QUERY_VALUE | KEY_SET_VALUE, NameOf(view));
+}
+
+std::string OpenSettings()
+{
+    std::string found;
+    for (const View& view : kViews) {
+        Key settings;
+        if (OpenKey(view, &settings) == ERROR_SUCCESS && IsOpen(settings, view))
+            found += (found.empty() ? "" : ", ") + std::string(view.programs);
+    }
+    return found;
+}
+
+static WideText LogfilePath(const Key& settings)
+{
+    WCHAR text[MAX_PATH] = {};
+    DWORD size = sizeof(text);
+    const LONG error = RegGetValueW(settings.get(), nullptr, TEXT("LogfilePath"), RRF_RT_REG_SZ, nullptr, text, &size);
+    return error == ERROR_SUCCESS ? text : WideText();
+}
+
 std::string DescribeSettings()
 {
     std::string text;
+    std::set<WideText> folders;
     for (const View& view : kViews) {
         Key settings;
-        const LONG error = OpenSettings(view, &settings);
+        const LONG error = OpenKey(view, &settings);
         text += NameOf(view);
         if (error == ERROR_FILE_NOT_FOUND)
             text += " are missing\n";
         else if (error != ERROR_SUCCESS)
             text += " cannot be read: error " + std::to_string(error) + "\n";
-        else if (IsOpenToUsers(settings.get(), SE_REGISTRY_KEY, KEY_QUERY_VALUE | KEY_SET_VALUE, NameOf(view)))
+        else if (IsOpen(settings, view))
             text += " can be read by ordinary users: keep no secret there\n";
         else
             text += " are closed to ordinary users\n";
+        if (error == ERROR_SUCCESS)
+            folders.insert(LogfilePath(settings));
     }
-    return text + DescribeLogFolder();
+    return text + DescribeLogFolders(folders);
 }
 
 }  // namespace kelvaro_register

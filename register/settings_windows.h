@@ -17,6 +17,9 @@ void ForgetSettings();
 // The kinds of programs whose settings have the client secret in clear: "64-bit programs"; empty for none.
 std::string ClearSecrets();
 
+// The kinds of programs whose settings ordinary users can read or change; empty for none.
+std::string OpenSettings();
+
 // Lines for an administrator: what exists, and whether ordinary users may read or change it.
 std::string DescribeSettings();
 

@@ -12,7 +12,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export LC_ALL=C TZ=UTC WORK="$work"
 
-# A GUID that follows from a name, as version 5 UUIDs do.
+# A GUID computed from a name, like a version 5 UUID.
 guid() {
     printf 'kelvaro.zandrel/%s' "$1" | sha1sum |
         sed -E 's/^(.{8})(.{4}).(.{3}).(.{3})(.{12}).*/\1-\2-5\3-8\4-\5/' | tr a-f A-F
@@ -52,17 +52,17 @@ component_refs() {
     done
 }
 
-# What wixl has no words for.
+# What wixl can't express.
 finishing_queries() {
     settings | while read -r value type property; do
-        # Without an id a component is written once and then left alone: by uninstall, so by upgrade, and by repair, which
-        # would write the property that it is not given.
+        # A component without an id is written once and then left alone by uninstall and upgrade, and by repair, which would
+        # write an empty property.
         for bits in 64 32; do
             echo "UPDATE \`Component\` SET \`ComponentId\`='', \`Condition\`='$property AND NOT Installed'" \
                 "WHERE \`Component\`='$value$bits'"
         done
     done
-    # The source of the log's events, and where the viewer finds their text.
+    # The event source, and where the viewer finds the text of its events.
     source='SYSTEM\CurrentControlSet\Services\EventLog\Application\Kelvaro'
     for row in 'EventMessageFile #%[System64Folder]kelvaro.dll' 'TypesSupported #7'; do
         echo "INSERT INTO \`Registry\` (\`Registry\`, \`Root\`, \`Key\`, \`Name\`, \`Value\`, \`Component_\`)" \
@@ -76,13 +76,13 @@ finishing_queries() {
         "VALUES ('VersionNT64', 'This package is for 64-bit Windows.')"
     echo "INSERT INTO \`LaunchCondition\` (\`Condition\`, \`Description\`)" \
         "VALUES ('Installed OR MACHINEARCHITECTURE <> \"ARM64\"', 'This package is for x64 processors. It has no module for ARM64.')"
-    # 18: a program that is installed; 2: one that the package carries for it; 64: whatever its result; 256 and 1024: in the
-    # rollback; 512 and 1024: when all is done; 2048: as the system.
+    # 18: an installed program; 2: a program inside the package; 64: its result is ignored; 256 and 1024: in the rollback;
+    # 512 and 1024: on commit; 2048: as the system.
     for action in 'UndoUnregister 3410' 'UndoRegister 3410' 'RestoreSettings 3394' 'ForgetSettings 3666'; do
         echo "UPDATE \`CustomAction\` SET \`Type\`=${action#* } WHERE \`Action\`='${action% *}'"
     done
     echo "UPDATE \`CustomAction\` SET \`Source\`='Registrar' WHERE \`Action\`='RestoreSettings'"
-    # The old version goes first, whole, so that it doesn't take away what the new one registers.
+    # The old version is removed first, completely, so that it doesn't remove what the new one registers.
     echo "UPDATE \`InstallExecuteSequence\` SET \`Sequence\`=1501 WHERE \`Action\`='RemoveExistingProducts'"
     # A versioned file is replaced by a newer version of it only.
     for file in Module64.dll Module32.dll Kelvaroctl64.exe Kelvaroctl32.exe KelvaroRegister.exe; do

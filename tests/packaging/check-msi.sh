@@ -1,6 +1,6 @@
 #!/bin/sh
-# The installer carries what was built, byte for byte, puts it where Windows looks for it, and registers, keeps and removes what
-# it must.
+# The installer contains what was built, byte for byte, puts it where Windows looks for it, and registers, keeps and removes what
+# it should.
 # Usage: tests/packaging/check-msi.sh PACKAGE.msi PAYLOAD VERSION
 set -eu
 msi=$(realpath "$1")
@@ -26,7 +26,7 @@ in_order() { # in_order ACTION...
     last=0
     for action in "$@"; do
         at=$(sequence "$action")
-        [ "${at:-0}" -gt "$last" ] || fail "$action stands at '$at', not behind $last"
+        [ "${at:-0}" -gt "$last" ] || fail "$action is at '$at', not after $last"
         last=${at:-$last}
     done
 }
@@ -130,8 +130,9 @@ done >"$work/actions" <<'END'
 UndoUnregister|3410|KelvaroRegister.exe|install|REMOVE="ALL"
 UnregisterProvider|3154|KelvaroRegister.exe|uninstall|REMOVE="ALL"
 RestoreSettings|3394|Registrar|restore-settings|NOT REMOVE
-SaveSettings|3090|KelvaroRegister.exe|save-settings|NOT REMOVE
+SaveSettings|3090|KelvaroRegister.exe|save-settings|NOT REMOVE AND NOT RollbackDisabled
 PrepareSettings|3090|KelvaroRegister.exe|prepare|NOT REMOVE
+CheckAccess|3090|KelvaroRegister.exe|check-access|CLIENTSECRET AND NOT Installed
 UndoRegister|3410|KelvaroRegister.exe|uninstall|NOT Installed AND NOT NOREGISTER
 RegisterProvider|3090|KelvaroRegister.exe|install|NOT REMOVE AND NOT NOREGISTER
 ImportSettings64|3090|Kelvaroctl64.exe|config import -- "[SETTINGSFILE]"|SETTINGSFILE AND NOT Installed
@@ -143,10 +144,10 @@ ForgetSettings|3666|KelvaroRegister.exe|forget-settings|NOT REMOVE
 END
 expect "what it runs" "$(sort "$work/actions" | tr '\n' ' ')" "$(table CustomAction | cut -f1 | grep -vx PreventDowngrading | sort | tr '\n' ' ')"
 in_order InstallInitialize RemoveExistingProducts UndoUnregister UnregisterProvider RemoveFiles InstallFiles \
-    RestoreSettings SaveSettings PrepareSettings WriteRegistryValues UndoRegister RegisterProvider ImportSettings64 \
+    RestoreSettings SaveSettings PrepareSettings CheckAccess WriteRegistryValues UndoRegister RegisterProvider ImportSettings64 \
     ImportSettings32 ProtectSecret64 ProtectSecret32 CheckSecret ForgetSettings InstallFinalize
-[ "$(sequence AppSearch)" -lt "$(sequence LaunchConditions)" ] || fail "the processor is looked up too late"
-msiinfo extract "$msi" Binary.Registrar | cmp -s - "$payload/x64/kelvaro-register.exe" || fail "the registrar in the package is not the built one"
+[ "$(sequence AppSearch)" -lt "$(sequence LaunchConditions)" ] || fail "the processor is read too late"
+msiinfo extract "$msi" Binary.Registrar | cmp -s - "$payload/x64/kelvaro-register.exe" || fail "the package has another kelvaro-register than the one built"
 
 [ "$failed" = 0 ] && echo "installer: files, registry, actions and their order are as they must be"
 exit "$failed"

@@ -206,20 +206,32 @@ expect_files no "after the removal"
 expect_product
 expect "KeyVault after the removal" contoso-keys "$(setting 64 KeyVault)"
 
-# What cannot be finished is undone: a settings file with a wrong line, and a registration that Windows does not take.
-{ cat "$work/tmp/good.reg" && echo '"NoSuchSetting"="1"'; } >"$work/tmp/bad.reg"
-settings >"$work/before"
-while read -r what arguments; do
-    eval "set -- $arguments"
+# What cannot be finished is undone, with the rights to the settings: a settings file with a wrong line, and a registration that
+# Windows refuses.
+mkdir "$work/tmp/tool"
+cp "$payload/x64/kelvaroctl.exe" "$work/tmp/tool"
+tool() { wine 'Z:\tmp\tool\kelvaroctl.exe' "$@" | tr -d '\r'; }
+readers() { tool config show | grep '^read by '; }
+refused() { # refused WHAT ARGUMENT...
+    what=$1
+    shift
+    settings >"$work/before"
+    before=$(readers)
     ! msi /i 'Z:\tmp\new.msi' "$@" || wrong "taken: $what"
     expect_files no "after $what"
     expect_settings "$work/before" "after $what"
-done <<END
-a-wrong-line NOREGISTER=1 'SETTINGSFILE=Z:\\tmp\\bad.reg'
-no-registration KEYVAULT=other 'SETTINGSFILE=Z:\\tmp\\good.reg'
-END
-mkdir "$work/tmp/tool"
-cp "$payload/x64/kelvaroctl.exe" "$work/tmp/tool"
+    expect "who can read the settings after $what" "$before" "$(readers)"
+}
+{ cat "$work/tmp/good.reg" && echo '"NoSuchSetting"="1"'; } >"$work/tmp/bad.reg"
+refused "a wrong line" NOREGISTER=1 'SETTINGSFILE=Z:\tmp\bad.reg'
+# Settings that no installer has closed.
+wine reg delete 'HKLM\Software\Zandrel\Kelvaro' /f /reg:64 >/dev/null
+wine reg add 'HKLM\Software\Zandrel\Kelvaro' /v KeyVault /d by-hand /reg:64 >/dev/null
+refused "a refused registration" KEYVAULT=other 'SETTINGSFILE=Z:\tmp\good.reg'
+# No secret is written where an administrator lets ordinary users read it.
+tool config protect --allow Users >/dev/null
+refused "a secret for open settings" NOREGISTER=1 KEYVAULT=other "CLIENTSECRET=$secret"
+refused "a file with a secret for open settings" NOREGISTER=1 'SETTINGSFILE=Z:\tmp\secret.reg'
 wine cmd /c 'cd /d Z:\tmp\hostile && Z:\tmp\tool\kelvaroctl.exe provider show' >/dev/null && wrong "a module was found where none is installed"
 expect_unharmed "from the working directory"
 msi /i 'Z:\tmp\new.msi' NOREGISTER=1 'SETTINGSFILE=Z:\tmp\good.reg' || wrong "the installation with a settings file failed"

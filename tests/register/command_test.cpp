@@ -38,7 +38,7 @@ class RegisterCommand : public testing::Test {
     std::string output_;
 };
 
-TEST_F(RegisterCommand, InstallsTellsAndUndoesAllOfIt)
+TEST_F(RegisterCommand, InstallsReportsAndUndoesEverything)
 {
     const auto records = router_.records.size();
     const auto listing = router_.listing;
@@ -73,7 +73,7 @@ TEST_F(RegisterCommand, ChangesNothingASecondTime)
     ASSERT_EQ(Run({"install"}), kDone);
     EXPECT_EQ(Run({"install"}), kDone);
     EXPECT_TRUE(router_.changes.empty());
-    EXPECT_TRUE(Says("was registered already"));
+    EXPECT_TRUE(Says("already registered"));
     EXPECT_TRUE(IsListed());
     ASSERT_EQ(Run({"uninstall"}), kDone);
     EXPECT_EQ(Run({"uninstall"}), kDone);
@@ -104,7 +104,7 @@ TEST_F(RegisterCommand, ReplacesARecordThatIsNotItsOwn)
     EXPECT_EQ(router_.records[kProviderName].image, TEXT("kelvaro.dll"));
 }
 
-TEST_F(RegisterCommand, SaysWhichCallWasRefusedAndTakesBackWhatItMade)
+TEST_F(RegisterCommand, SaysWhichCallWasRefusedAndUndoesWhatItDid)
 {
     constexpr NTSTATUS kBroken = static_cast<NTSTATUS>(0xC0000001);
     const struct {
@@ -116,7 +116,7 @@ TEST_F(RegisterCommand, SaysWhichCallWasRefusedAndTakesBackWhatItMade)
         {"register", kStatusAccessDenied, "BCryptRegisterProvider answered 0xc0000022: run this as an administrator"},
         {"add", kStatusAccessDenied, "BCryptAddContextFunctionProvider answered 0xc0000022"},
         {"enum", kBroken, "BCryptEnumContextFunctionProviders answered 0xc0000001"},
-        // Says that it did and did not.
+        // Reports success and changes nothing.
         {"register", 0, "BCryptQueryProviderRegistration answered 0xc0000225"},
         {"add", 0, "BCryptEnumContextFunctionProviders answered 0xc0000225"},
     };
@@ -150,7 +150,7 @@ TEST_F(RegisterCommand, RegistersNoModuleThatProgramsCannotLoad)
     EXPECT_TRUE(Says("System32\\kelvaro.dll is missing"));
 }
 
-TEST_F(RegisterCommand, DoesWithoutTheModuleForOtherPrograms)
+TEST_F(RegisterCommand, InstallsWithoutTheModuleForOtherPrograms)
 {
     std::filesystem::remove(images_.path() / "SysWOW64" / "kelvaro.dll");
     EXPECT_EQ(Run({"install"}), kDone);
