@@ -4,31 +4,83 @@
 
 #include "kelvaroctl/command_line.h"
 #include "kelvaroctl/commands.h"
-#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/interruption.h"
+#include "kelvaroctl/log_lines.h"
 
 namespace kelvaroctl {
 
-static Json LogObject(const LogPlace& log)
+// What a report adds to a failure's message.
+namespace {
+struct Context {
+    std::string vault;  // empty unless the network failed
+    std::string signIn;
+    std::optional<LogPlace> log;  // if the module failed and the settings can be read
+    std::vector<LogLine> lines;
+    bool doctorHelps = false;
+};
+}  // namespace
+
+static bool IsOfTheNetwork(const Failure& failure)
 {
-    return {{"level", log.level}, {"file", log.file}, {"advice", LogAdvice(log)}};
+    return failure.exit() == ExitCode::SignIn || failure.exit() == ExitCode::Refused ||
+           (failure.exit() == ExitCode::NotFound && failure.status);
 }
 
-// The log, if the module failed and the settings can be read.
-static std::optional<LogPlace> LogOf(const Failure& failure)
+static Context ContextOf(const Failure& failure, const Tool& tool)
 {
-    return failure.status ? FindLogIfReadable() : std::nullopt;
+    Context context;
+    const bool network = IsOfTheNetwork(failure);
+    if (network && tool.openedProvider()) {
+        context.vault = tool.VaultWords();
+        context.signIn = tool.SignInWords();
+    }
+    if (network || failure.status)
+        context.log = FindLogIfReadable();
+    context.lines = tool.LogLines();
+    context.doctorHelps = network || failure.exit() == ExitCode::Configuration || failure.exit() == ExitCode::Internal;
+    return context;
 }
 
-static Json ErrorObject(const Failure& failure)
+// Where to read on. Below level 10 a failed open has no line that says why.
+static std::string Advice(const Failure& failure, const Context& context)
+{
+    constexpr DWORD kEverything = 10;
+    const bool more = context.log->level && context.log->level < kEverything && !SayWhy(context.lines, failure.status);
+    return LogAdvice(*context.log) + (more ? "; it says why at level 10: kelvaroctl config set LoggingLevel 10" : "");
+}
+
+static Json ErrorObject(const Failure& failure, const Context& context)
 {
     Json error = {{"code", failure.code()}, {"exit", static_cast<int>(failure.exit())}, {"message", failure.what()}};
     if (failure.status) {
         error["status"] = HexNumber(static_cast<DWORD>(*failure.status));
         error["operation"] = failure.operation;
     }
-    if (const auto log = LogOf(failure))
-        error["log"] = LogObject(*log);
+    if (!context.vault.empty()) {
+        error["vault"] = context.vault;
+        error["signIn"] = context.signIn;
+    }
+    if (context.log) {
+        error["log"] = {
+            {"level", context.log->level}, {"file", context.log->file}, {"advice", Advice(failure, context)}};
+    }
+    if (!context.lines.empty())
+        error["lines"] = LogLinesObject(context.lines);
     return error;
+}
+
+static std::string ErrorText(const Failure& failure, const Context& context, bool user)
+{
+    std::string text = "kelvaroctl: " + Printable(failure.what()) + "\n";
+    if (!context.vault.empty())
+        text += "vault: " + Printable(context.vault) + ", signing in by " + context.signIn + "\n";
+    if (!context.lines.empty())
+        text += "the module logged:\n" + LogLinesText(context.lines, failure.status);
+    if (context.log)
+        text += Printable(Advice(failure, context)) + "\n";
+    if (context.doctorHelps)
+        text += std::string("Run `kelvaroctl doctor") + (user ? " --user`\n" : "`\n");
+    return text;
 }
 
 static void PrintObject(Json object, const Tool& tool)
@@ -40,15 +92,14 @@ static void PrintObject(Json object, const Tool& tool)
 
 static int Report(const Failure& failure, const Tool& tool)
 {
+    const Context context = ContextOf(failure, tool);
     if (tool.json) {
         Json object = failure.partial.is_object() ? failure.partial : Json::object();
-        object["error"] = ErrorObject(failure);
+        object["error"] = ErrorObject(failure, context);
         PrintObject(std::move(object), tool);
     } else {
         std::cout << failure.partialText << std::flush;
-        std::cerr << "kelvaroctl: " << Printable(failure.what()) << std::endl;
-        if (const auto log = LogOf(failure))
-            std::cerr << Printable(LogAdvice(*log)) << std::endl;
+        std::cerr << ErrorText(failure, context, tool.user) << std::flush;
     }
     return static_cast<int>(failure.exit());
 }
@@ -77,6 +128,7 @@ static int Run(const std::vector<std::string>& arguments, Tool& tool)
 
 int RunTool(const std::vector<std::string>& arguments)
 {
+    CleanUpWhenInterrupted();
     Tool tool;
     try {
         return Run(arguments, tool);

@@ -5,7 +5,7 @@
 
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/files.h"
+#include "kelvaroctl/input.h"
 
 namespace kelvaroctl {
 
@@ -15,7 +15,7 @@ static const char kEnd[] = "-----END CERTIFICATE-----";
 
 std::vector<Bytes> ReadCertificateFile(const std::string& name)
 {
-    const Bytes content = ReadWholeFile(name, kLargestCertificateFile);
+    const Bytes content = ReadInput(name, kLargestCertificateFile);
     const std::string text(content.begin(), content.end());
     std::vector<Bytes> found;
     for (size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at)) {

@@ -1,6 +1,6 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/config_import.h"
-#include "kelvaroctl/files.h"
+#include "kelvaroctl/input.h"
 #include "kelvaroctl/log_place.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_access.h"
@@ -273,7 +273,7 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
 {
     std::vector<SettingChange> changes;
     try {
-        const Bytes content = ReadWholeFile(fileName, kLargestImport);
+        const Bytes content = ReadInput(fileName, kLargestImport);
         changes = CheckImport({reinterpret_cast<const char*>(content.data()), content.size()});
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");

@@ -1,5 +1,6 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
+#include "kelvaroctl/input.h"
 #include "kelvaroctl/public_key.h"
 
 namespace kelvaroctl {
@@ -58,7 +59,7 @@ static Answer Written(const EncryptArguments& arguments, OutputFile* file, const
 static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
 {
     const PaddingRow& padding = PaddingOf(arguments.padding);
-    const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    const Bytes input = ReadInput(arguments.input, kLargestInput);
     OutputFile output(arguments.output, arguments.input);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);
@@ -74,7 +75,7 @@ static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
 static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
 {
     const PaddingRow& padding = PaddingOf(arguments.padding);
-    const Bytes input = ReadWholeFile(arguments.input, kLargestInput);
+    const Bytes input = ReadInput(arguments.input, kLargestInput);
     OutputFile output(arguments.output, arguments.input, Readers::OwnerOnly);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);

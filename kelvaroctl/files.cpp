@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "kelvaroctl/file_access.h"
+#include "kelvaroctl/interruption.h"
 
 namespace kelvaroctl {
 
@@ -45,6 +46,7 @@ OutputFile::OutputFile(const std::string& name, const std::string& input, Reader
     if (!input.empty() && fs::equivalent(path, fs::u8path(input), ignored))
         throw UsageFailure("--in and --out are the same file: choose another for --out");
     isNew_ = !fs::exists(path, ignored);
+    RemoveWhenInterrupted(isNew_ ? path : fs::path());
     if (readers == Readers::OwnerOnly) {
         CreateForOwner(name);
         return;
@@ -59,6 +61,7 @@ OutputFile::~OutputFile()
     std::error_code ignored;
     if (isNew_)
         fs::remove(fs::u8path(name_), ignored);
+    RemoveWhenInterrupted({});
 }
 
 void OutputFile::Write(const Bytes& content)

@@ -1,10 +1,7 @@
 #include "kelvaroctl/hash.h"
 
-#include <filesystem>
-#include <fstream>
-
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/files.h"
+#include "kelvaroctl/input.h"
 
 namespace kelvaroctl {
 
@@ -60,16 +57,9 @@ Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data)
 
 Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName)
 {
-    errno = 0;
-    std::ifstream file(std::filesystem::u8path(fileName), std::ios::binary);
-    if (!file)
-        throw FileFailure("open", fileName);
     Hasher hasher(algorithm);
-    std::vector<char> piece(64 * 1024);
-    while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount())
-        hasher.Add(reinterpret_cast<const BYTE*>(piece.data()), static_cast<size_t>(file.gcount()));
-    if (file.bad())
-        throw FileFailure("read", fileName);
+    ReadInPieces(fileName,
+                 [&](const char* piece, size_t size) { hasher.Add(reinterpret_cast<const BYTE*>(piece), size); });
     return hasher.Finish(digestSize);
 }
 

@@ -1,6 +1,7 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_properties.h"
+#include "kelvaroctl/log_lines.h"
 #include "kelvaroctl/public_key.h"
 #include "kelvaroctl/terminal.h"
 
@@ -8,16 +9,50 @@ namespace kelvaroctl {
 
 static const char kPemLabel[] = "PUBLIC KEY";
 
-// Opens a listed key for the details of its row.
-static void AddDetails(const Provider& provider, const std::string& name, Json* object, std::vector<std::string>* row)
+namespace {
+struct ListArguments {
+    bool details = false;
+    bool names = false;
+    std::string prefix;
+};
+
+using Row = std::vector<std::string>;
+
+// The list as far as it has been read.
+struct KeyList {
+    Json keys = Json::array();
+    std::vector<Row> rows;
+
+    void Add(const std::string& name) { Add({{"name", name}}, {Printable(name)}); }
+    void Add(const std::string& name, const std::string& algorithm)
+    {
+        Add({{"name", name}, {"algorithm", algorithm}},
+            {Printable(name), algorithm.empty() ? "-" : Printable(algorithm)});
+    }
+
+  private:
+    void Add(const Json& object, const Row& row)
+    {
+        keys.push_back(object);
+        rows.push_back(row);
+    }
+};
+}  // namespace
+
+static void AddDetails(const Key& key, Json* object, Row* row)
+{
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    (*object)["key"] = Describe(publicKey);
+    (*object)["bits"] = BitLength(publicKey);
+    (*object)["fingerprint"] = Fingerprint(publicKey);
+    row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
+}
+
+// Opens the key of the last row for its details.
+static void AddDetails(const Provider& provider, Json* object, Row* row)
 {
     try {
-        const Key key(provider, name);
-        const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-        (*object)["key"] = Describe(publicKey);
-        (*object)["bits"] = BitLength(publicKey);
-        (*object)["fingerprint"] = Fingerprint(publicKey);
-        row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
+        AddDetails(Key(provider, (*object)["name"].get<std::string>()), object, row);
     } catch (const Failure& failure) {
         // Without sign-in, no other key will open either.
         if (failure.exit() == ExitCode::SignIn)
@@ -27,37 +62,70 @@ static void AddDetails(const Provider& provider, const std::string& name, Json* 
     }
 }
 
-static Answer ListKeys(const Tool& tool, bool details)
+// The keys whose names begin with the prefix; only they are read, and none for their names alone.
+static void ListSome(const Provider& provider, const ListArguments& arguments, ProgressLine* progress, KeyList* list)
+{
+    for (const std::string& name : provider.KeyNames()) {
+        if (name.compare(0, arguments.prefix.size(), arguments.prefix) != 0)
+            continue;
+        if (arguments.names)
+            list->Add(name);
+        else
+            list->Add(name, Key(provider, name).AlgorithmName());
+        progress->Show(std::to_string(list->rows.size()) + " keys listed");
+    }
+}
+
+static void ListAll(const Provider& provider, ProgressLine* progress, KeyList* list)
+{
+    provider.ForEachKey([&](const std::string& name, const std::string& algorithm) {
+        list->Add(name, algorithm);
+        const size_t count = list->rows.size();
+        progress->Show(std::to_string(count) + (count == 1 ? " key listed" : " keys listed"));
+    });
+}
+
+// The module ends a list at a page that isn't JSON; only its log says so.
+static void CheckComplete(const Tool& tool)
+{
+    for (const LogLine& line : tool.LogLines()) {
+        if (line.text.find("KVCGetKeys answer is not JSON") == 0)
+            throw ForeignAnswerFailure("list all keys");
+    }
+}
+
+static void FillList(const Tool& tool, const ListArguments& arguments, KeyList* list)
 {
     const auto provider = tool.OpenProvider();
-    Answer answer;
-    Json keys = Json::array();
-    std::vector<std::vector<std::string>> rows;
-    const auto visit = [&](const std::string& name, const std::string& algorithm) {
-        keys.push_back({{"name", name}, {"algorithm", algorithm}});
-        rows.push_back({Printable(name), algorithm.empty() ? "-" : Printable(algorithm)});
-    };
+    ProgressLine progress;
+    // The first key comes after the whole vault has been listed.
+    progress.Show("listing the vault");
+    if (arguments.names || !arguments.prefix.empty())
+        ListSome(*provider, arguments, &progress, list);
+    else
+        ListAll(*provider, &progress, list);
+    CheckComplete(tool);
+    for (size_t index = 0; arguments.details && index < list->rows.size(); ++index) {
+        AddDetails(*provider, &list->keys[index], &list->rows[index]);
+        progress.Show(std::to_string(index + 1) + " of " + std::to_string(list->rows.size()) + " keys read");
+    }
+}
+
+static Answer ListKeys(const Tool& tool, const ListArguments& arguments)
+{
+    if (arguments.names && arguments.details)
+        throw UsageFailure("--details reads every key, and --names none: choose one");
+    KeyList list;
     try {
-        {
-            ProgressLine progress;
-            // The first key comes after the whole vault has been listed.
-            progress.Show("listing the vault");
-            provider->ForEachKey([&](const std::string& name, const std::string& algorithm) {
-                visit(name, algorithm);
-                progress.Show(std::to_string(rows.size()) + (rows.size() == 1 ? " key listed" : " keys listed"));
-            });
-            for (size_t index = 0; details && index < rows.size(); ++index) {
-                AddDetails(*provider, keys[index]["name"].get<std::string>(), &keys[index], &rows[index]);
-                progress.Show(std::to_string(index + 1) + " of " + std::to_string(rows.size()) + " keys read");
-            }
-        }
+        FillList(tool, arguments, &list);
     } catch (Failure& failure) {
-        failure.partial = {{"keys", keys}};
-        failure.partialText = Columns(rows);
+        failure.partial = {{"keys", list.keys}};
+        failure.partialText = Columns(list.rows);
         throw;
     }
-    answer.object["keys"] = std::move(keys);
-    answer.text = rows.empty() ? "no keys\n" : Columns(rows);
+    Answer answer;
+    answer.object["keys"] = std::move(list.keys);
+    answer.text = list.rows.empty() ? "no keys\n" : Columns(list.rows);
     return answer;
 }
 
@@ -181,13 +249,16 @@ static Command CommandOnKey(const char* command, const char* help, Run run)
 
 Command KeysCommand()
 {
-    const auto details = std::make_shared<bool>(false);
-    const Command list = {"list",
-                          "list the keys; one request per key",
-                          {{"--details", details.get(), "also type, size and fingerprint; one more request per key"}},
-                          [details](Tool& tool) { return ListKeys(tool, *details); },
-                          {},
-                          "Keys are opened in their current version; the provider does not report versions."};
+    const auto to = std::make_shared<ListArguments>();
+    const Command list = {
+        "list",
+        "list the keys; one request per key",
+        {{"--details", &to->details, "also type, size and fingerprint; one more request per key"},
+         {"--names", &to->names, "only the names, which takes one request for 25 keys"},
+         {"--prefix", &to->prefix, "only keys whose names begin with this; the others aren't read", "TEXT"}},
+        [to](Tool& tool) { return ListKeys(tool, *to); },
+        {},
+        "Keys are opened in their current version; the provider does not report versions."};
     const Command show = CommandOnKey("show", "properties, public key and fingerprint of a key", ShowKey);
     return {"keys",
             "the keys of the vault",

@@ -57,6 +57,7 @@ Module::Module(const std::string& path)
                                    " of the provider interface; this tool supports version 1");
     }
     table_ = table;
+    statesAreModules_ = true;
 }
 
 std::unique_ptr<ProviderBinding> LoadModule(const std::string& path)

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/enumeration.h"
+
 namespace kelvaroctl {
 
 // Characters of the longest name that fits the vault's encoding.
@@ -48,8 +50,8 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
 }
 }  // namespace
 
-Provider::Provider(std::unique_ptr<ProviderBinding> binding, bool machine)
-    : binding_(std::move(binding)), machine_(machine)
+Provider::Provider(std::unique_ptr<ProviderBinding> binding, bool machine, std::unique_ptr<WaitNotice> notice)
+    : binding_(std::move(binding)), machine_(machine), notice_(std::move(notice))
 {
     const SECURITY_STATUS status = table().OpenProvider(&handle_, kProviderName, 0);
     if (status != ERROR_SUCCESS)
@@ -59,6 +61,12 @@ Provider::Provider(std::unique_ptr<ProviderBinding> binding, bool machine)
 Provider::~Provider()
 {
     table().FreeProvider(handle_);
+}
+
+void Provider::Answered() const
+{
+    if (notice_)
+        notice_->Restart();
 }
 
 std::optional<Bytes> Provider::Property(const WCHAR* name) const
@@ -83,21 +91,62 @@ std::vector<Provider::Algorithm> Provider::Algorithms() const
     return algorithms;
 }
 
+// ERROR_SUCCESS or NTE_NO_MORE_ITEMS.
+SECURITY_STATUS Provider::NextKey(NCryptKeyName** found, void** state) const
+{
+    const SECURITY_STATUS status = table().EnumKeys(handle_, nullptr, found, state, scopeFlag());
+    Answered();
+    if (status != ERROR_SUCCESS && status != NTE_NO_MORE_ITEMS)
+        throw StatusFailure(Operation::ListKeys, status, "");
+    return status;
+}
+
+// The module takes a list that isn't JSON for an empty one, and a key that isn't JSON for one without content.
+void Provider::CheckListIsEmpty() const
+{
+    try {
+        const Key key(*this, "kelvaroctl-no-such-key");
+    } catch (const Failure& failure) {
+        if (failure.code() == kForeignAnswer)
+            throw ForeignAnswerFailure("list the keys");
+        if (failure.status != NTE_NOT_FOUND)
+            throw;
+    }
+}
+
 void Provider::ForEachKey(const KeyVisitor& visit) const
 {
     // The names point into the state, which must be freed last.
     ModuleBlock state(table());
-    for (;;) {
-        NCryptKeyName* found = nullptr;
-        const SECURITY_STATUS status = table().EnumKeys(handle_, nullptr, &found, &state.block(), scopeFlag());
-        if (status == NTE_NO_MORE_ITEMS)
-            return;
-        if (status != ERROR_SUCCESS)
-            throw StatusFailure(Operation::ListKeys, status, "");
+    NCryptKeyName* found = nullptr;
+    while (NextKey(&found, &state.block()) == ERROR_SUCCESS) {
         ModuleBlock block(table());
         block.block() = found;
         visit(ToNarrow(found->pszName), ToNarrow(found->pszAlgid));
     }
+    if (!state.block())
+        CheckListIsEmpty();
+}
+
+std::vector<std::string> Provider::KeyNames() const
+{
+    std::vector<std::string> names;
+    ModuleBlock state(table());
+    NCryptKeyName* found = nullptr;
+    if (NextKey(&found, &state.block()) != ERROR_SUCCESS) {
+        CheckListIsEmpty();
+        return names;
+    }
+    ModuleBlock block(table());
+    block.block() = found;
+    auto* const snapshot = static_cast<KSP_ENUM_STATE*>(state.block());
+    if (!binding_->statesAreModules() || snapshot->index != 1 || snapshot->names()[0] != found->pszName) {
+        ForEachKey([&](const std::string& name, const std::string&) { names.push_back(name); });
+        return names;
+    }
+    for (DWORD index = 0; index < snapshot->count; ++index)
+        names.push_back(ToNarrow(snapshot->names()[index]));
+    return names;
 }
 
 static WideText KeyName(const std::string& name)
@@ -114,6 +163,12 @@ Key::Key(const Provider& provider, const std::string& name) : provider_(provider
 {
     const WideText wide = KeyName(name);
     Check(Operation::OpenKey, table().OpenKey(provider.handle(), &handle_, wide.c_str(), 0, provider.scopeFlag()));
+    // The module takes an answer that isn't JSON for an RSA key without a modulus.
+    const bool empty = AlgorithmName() == "RSA" && !PropertyNumber(Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
+    if (empty) {
+        table().FreeKey(provider.handle(), handle_);
+        throw ForeignAnswerFailure("open the key '" + name + "'");
+    }
 }
 
 Key::Key(const Provider& provider, const std::string& name, NCRYPT_KEY_HANDLE handle)
@@ -180,6 +235,7 @@ void Key::Delete()
 
 void Key::Check(Operation operation, SECURITY_STATUS status) const
 {
+    provider_.Answered();
     if (status != ERROR_SUCCESS)
         throw StatusFailure(operation, status, name_);
 }

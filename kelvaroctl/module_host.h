@@ -8,13 +8,15 @@
 #include "kelvaroctl/provider_binding.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
+#include "kelvaroctl/wait_notice.h"
 #include "platform/product.h"
 
 namespace kelvaroctl {
 
 class Provider {
   public:
-    Provider(std::unique_ptr<ProviderBinding> binding, bool machine);
+    // notice: says that a call still waits, or NULL.
+    Provider(std::unique_ptr<ProviderBinding> binding, bool machine, std::unique_ptr<WaitNotice> notice);
     ~Provider();
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
@@ -23,6 +25,8 @@ class Provider {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return binding_->table(); }
     NCRYPT_PROV_HANDLE handle() const { return handle_; }
     DWORD scopeFlag() const { return machine_ ? NCRYPT_MACHINE_KEY_FLAG : 0; }
+    // A call has returned: the next wait begins.
+    void Answered() const;
 
     // nullopt if the provider does not have it.
     std::optional<Bytes> Property(const WCHAR* name) const;
@@ -37,16 +41,22 @@ class Provider {
     // Calls `visit` with the name and algorithm of each key, in the vault's order. A failure may come after some keys.
     using KeyVisitor = std::function<void(const std::string& name, const std::string& algorithm)>;
     void ForEachKey(const KeyVisitor& visit) const;
+    // The names alone: the module reads the list and one key. Through the router it reads every key.
+    std::vector<std::string> KeyNames() const;
 
   private:
+    SECURITY_STATUS NextKey(NCryptKeyName** found, void** state) const;
+    void CheckListIsEmpty() const;
+
     std::unique_ptr<ProviderBinding> binding_;
     NCRYPT_PROV_HANDLE handle_ = 0;
     bool machine_;
+    std::unique_ptr<WaitNotice> notice_;
 };
 
 class Key {
   public:
-    // The provider must outlive the key.
+    // The provider must outlive the key. Throws if the vault's answer wasn't the service's.
     Key(const Provider& provider, const std::string& name);
     ~Key();
     // A pending key, which Finalize() creates in the vault. overwrite: don't check whether the vault has a key of that

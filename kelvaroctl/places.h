@@ -1,6 +1,7 @@
 // Where things are on this operating system. Each system has its own source, chosen by the build.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "kelvaroctl/text.h"
@@ -19,6 +20,16 @@ std::string SettingsPlace(HKEY hive);
 
 // The native path of a file that the provider names in its own way.
 std::string FilePlace(const WideText& name);
+
+// For the handler of a signal.
+void RemoveFileNow(const std::filesystem::path::value_type* file);
+void EndErrorLine();  // of standard error
+
+// Standard input gives its bytes as they are.
+void ReadInputAsBytes();
+
+// The address in network order, 4 or 16 bytes. False if the text isn't an address.
+bool ParseIpAddress(const std::string& text, Bytes* address);
 
 // Why the last LoadLibraryW of this thread failed.
 std::string LoaderMessage(DWORD error);

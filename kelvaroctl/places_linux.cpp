@@ -1,5 +1,7 @@
 // Uses the Linux layer's own headers: only the layer knows which files hold the registry and the log.
+#include <arpa/inet.h>
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include "kelvaroctl/places.h"
 #include "platform/linux/paths.h"
@@ -23,6 +25,25 @@ std::string FilePlace(const WideText& name)
 {
     const std::string native = NativePath(name.c_str());
     return native.empty() ? ToNarrow(name) : native;
+}
+
+void RemoveFileNow(const char* file)
+{
+    unlink(file);
+}
+
+void EndErrorLine()
+{
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, "\n", 1);
+}
+
+void ReadInputAsBytes() {}
+
+bool ParseIpAddress(const std::string& text, Bytes* address)
+{
+    const bool is6 = text.find(':') != std::string::npos;
+    address->resize(is6 ? sizeof(in6_addr) : sizeof(in_addr));
+    return inet_pton(is6 ? AF_INET6 : AF_INET, text.c_str(), address->data()) == 1;
 }
 
 std::string LoaderMessage(DWORD error)

@@ -1,3 +1,11 @@
+// Before windows.h.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <stdio.h>
+
 #include "kelvaroctl/places.h"
 
 #include "kelvaroctl/failure.h"
@@ -25,6 +33,28 @@ std::string SettingsPlace(HKEY hive)
 std::string FilePlace(const WideText& name)
 {
     return ToNarrow(name);
+}
+
+void RemoveFileNow(const wchar_t* file)
+{
+    DeleteFileW(file);
+}
+
+void EndErrorLine()
+{
+    _write(_fileno(stderr), "\n", 1);
+}
+
+void ReadInputAsBytes()
+{
+    _setmode(_fileno(stdin), _O_BINARY);
+}
+
+bool ParseIpAddress(const std::string& text, Bytes* address)
+{
+    const bool is6 = text.find(':') != std::string::npos;
+    address->resize(is6 ? sizeof(in6_addr) : sizeof(in_addr));
+    return InetPtonW(is6 ? AF_INET6 : AF_INET, ToWide(text).c_str(), address->data()) == 1;
 }
 
 std::string LoaderMessage(DWORD error)

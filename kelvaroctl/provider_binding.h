@@ -18,10 +18,13 @@ class ProviderBinding {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return *table_; }
     // For people: the module's path, or who chooses the module.
     const std::string& place() const { return place_; }
+    // Whether the state of an enumeration is the module's own block, not the router's.
+    bool statesAreModules() const { return statesAreModules_; }
 
   protected:
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
     std::string place_;
+    bool statesAreModules_ = false;
 };
 
 // Loads the module. path: empty for the one beside this program or, if there is none, the installed one. Throws a

@@ -2,6 +2,7 @@
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/hash.h"
+#include "kelvaroctl/input.h"
 #include "kelvaroctl/signature_algorithms.h"
 
 namespace kelvaroctl {
@@ -49,7 +50,7 @@ static Bytes InputDigest(const SignArguments& arguments, const SignatureAlgorith
 {
     if (!arguments.digestHex)
         return FileDigest(algorithm.hash, algorithm.digestSize, arguments.input);
-    const Bytes content = ReadWholeFile(arguments.input, kLargestDigestFile);
+    const Bytes content = ReadInput(arguments.input, kLargestDigestFile);
     Bytes digest;
     if (!ParseHex(std::string(content.begin(), content.end()), &digest))
         throw UsageFailure(arguments.input + " does not contain a hexadecimal digest");
@@ -128,7 +129,7 @@ static Answer Verify(const Tool& tool, const SignArguments& arguments)
 {
     const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
     const Bytes digest = InputDigest(arguments, algorithm);
-    Bytes signature = ReadWholeFile(arguments.signature, kLargestSignature);
+    Bytes signature = ReadInput(arguments.signature, kLargestSignature);
     const auto provider = tool.OpenProvider();
     const Key key(*provider, arguments.key);
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());

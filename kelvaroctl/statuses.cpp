@@ -162,4 +162,11 @@ Failure StatusFailure(Operation operation, SECURITY_STATUS status, const std::st
     return failure;
 }
 
+Failure ForeignAnswerFailure(const std::string& attempt)
+{
+    return Failure(ExitCode::Refused, kForeignAnswer,
+                   "cannot " + attempt +
+                       ": what answered is not the vault: a proxy or a captive portal may have sent its own page");
+}
+
 }  // namespace kelvaroctl

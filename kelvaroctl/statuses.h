@@ -38,4 +38,8 @@ std::string StatusText(SECURITY_STATUS status);
 // subject: the key or property concerned, "" for the provider itself.
 Failure StatusFailure(Operation operation, SECURITY_STATUS status, const std::string& subject);
 
+// For an answer that isn't the service's, such as the page of a proxy. attempt: "open the key 'k'".
+constexpr char kForeignAnswer[] = "foreign_answer";  // its code
+Failure ForeignAnswerFailure(const std::string& attempt);
+
 }  // namespace kelvaroctl

@@ -2,17 +2,61 @@
 
 #include <iostream>
 
+#include "kelvaroctl/interruption.h"
+#include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/terminal.h"
+#include "kelvaroctl/wait_notice.h"
+
 namespace kelvaroctl {
+
+static std::unique_ptr<ProviderBinding> Bind(const Tool& tool)
+{
+    if (tool.via == "module")
+        return LoadModule(tool.modulePath);
+    if (!tool.modulePath.empty())
+        throw UsageFailure("--module cannot be combined with --via ncrypt, which uses the registered module");
+    return OpenRouter();
+}
 
 std::unique_ptr<Provider> Tool::OpenProvider() const
 {
     // Only this scope's settings: an ordinary user may not be allowed to read the machine's, and doesn't need them.
     hive().RequireReadable();
-    if (via == "module")
-        return std::make_unique<Provider>(LoadModule(modulePath), !user);
-    if (!modulePath.empty())
-        throw UsageFailure("--module cannot be combined with --via ncrypt, which uses the registered module");
-    return std::make_unique<Provider>(OpenRouter(), !user);
+    CleanUpWhenInterrupted();  // a question may have turned it off
+    if (!mark_)
+        mark_ = std::make_shared<const LogMark>();
+    std::unique_ptr<WaitNotice> notice;
+    if (ErrorOutputIsTerminal())
+        notice = std::make_unique<WaitNotice>(&std::cerr, WaitLines(VaultWords()));
+    return std::make_unique<Provider>(Bind(*this), !user, std::move(notice));
+}
+
+std::string Tool::VaultWords() const
+{
+    try {
+        const std::string name = ToNarrow(ReadSetting(hive(), *FindSetting("KeyVault")).text);
+        if (name == "%G")
+            return "the vault that is named after the identity";
+        return name + ".vault.azure.net" +
+               (name.find("%D") == std::string::npos ? "" : " (%D: the machine's DNS name)");
+    } catch (const Failure&) {
+        return "";
+    }
+}
+
+std::string Tool::SignInWords() const
+{
+    try {
+        const Setting& setting = *FindSetting("AuthenticationType");
+        return NumberMeaning(setting, ReadSetting(hive(), setting).number);
+    } catch (const Failure&) {
+        return "";
+    }
+}
+
+std::vector<LogLine> Tool::LogLines() const
+{
+    return mark_ ? mark_->Lines() : std::vector<LogLine>();
 }
 
 void Tool::Warn(const std::string& text)

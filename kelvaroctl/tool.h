@@ -21,6 +21,9 @@ struct Answer {
     ExitCode exit = ExitCode::Ok;
 };
 
+struct LogLine;
+class LogMark;
+
 class Tool {
   public:
     bool json = false;
@@ -34,12 +37,22 @@ class Tool {
     // without them.
     std::unique_ptr<Provider> OpenProvider() const;
 
+    // "contoso.vault.azure.net", or which vault else the settings of this scope name; and how the module signs in.
+    // Empty if the settings can't be read.
+    std::string VaultWords() const;
+    std::string SignInWords() const;
+
     // Prints to standard error, or adds to the JSON answer.
     void Warn(const std::string& text);
     const std::vector<std::string>& warnings() const { return warnings_; }
 
+    // The log lines since OpenProvider; empty if it wasn't called.
+    std::vector<LogLine> LogLines() const;
+    bool openedProvider() const { return mark_ != nullptr; }
+
   private:
     std::vector<std::string> warnings_;
+    mutable std::shared_ptr<const LogMark> mark_;  // where the log ended before OpenProvider
 };
 
 }  // namespace kelvaroctl

@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "keyvault/key_lookup.h"
+#include "platform/enumeration.h"
 #include "provider/buffer_list.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -17,18 +18,6 @@ constexpr WCHAR kEntryPoint[] = TEXT("KelvaroEnumKeys");
 constexpr SECURITY_STATUS kVaultReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
 
 constexpr DWORD kAllowedFlags = NCRYPT_MACHINE_KEY_FLAG | NCRYPT_SILENT_FLAG;
-constexpr size_t kSlotChars = 128;
-
-// One enumeration: a snapshot of the names, taken at its first call. One block, with `count` pointers and `count` slots
-// of kSlotChars characters behind the fixed part. Registered; owned by the host until KelvaroFreeBuffer.
-struct KSP_ENUM_STATE {
-    LONG index;  // of the next name
-    DWORD count;
-
-    WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
-    WCHAR* slot(DWORD i) { return reinterpret_cast<WCHAR*>(names() + count) + i * kSlotChars; }
-    bool AtEnd() const { return static_cast<DWORD>(index) >= count; }
-};
 
 // Releases a block that the host didn't get, registered or not.
 struct UnregisterAndFree {
@@ -58,7 +47,7 @@ struct KeyNameBlock {
 // NULL: no memory, or more names than a 32-bit process can address.
 KSP_ENUM_STATE* AllocateState(DWORD count)
 {
-    constexpr uint64_t kBytesPerName = sizeof(WCHAR*) + kSlotChars * sizeof(WCHAR);
+    constexpr uint64_t kBytesPerName = sizeof(WCHAR*) + KSP_ENUM_STATE::kSlotChars * sizeof(WCHAR);
     return static_cast<KSP_ENUM_STATE*>(
         HeapAllocSized(HEAP_ZERO_MEMORY, sizeof(KSP_ENUM_STATE) + count * kBytesPerName));
 }
@@ -75,7 +64,7 @@ SECURITY_STATUS TakeSnapshot(KVC* call, EnumStatePtr* state)
     made->count = list.count;
     for (DWORD i = 0; i < list.count; ++i) {
         made->names()[i] = made->slot(i);
-        TextCopyCut(made->slot(i), kSlotChars, View(list.names[i]));
+        TextCopyCut(made->slot(i), KSP_ENUM_STATE::kSlotChars, View(list.names[i]));
     }
     *state = std::move(made);
     return ERROR_SUCCESS;

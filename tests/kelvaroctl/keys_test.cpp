@@ -199,19 +199,82 @@ TEST_F(KeysTest, FailuresSayWhatWhyAndWhereToReadOn)
     EXPECT_EQ(4u, CtlJson({"keys", "list"})["keys"].size());
 }
 
+TEST_F(KeysTest, AFailureSaysWhatTheModuleLogged)
+{
+    const json refused = {{"path", "/keys"}, {"method", "GET"}, {"action", "status"}, {"status", 403}, {"times", -1}};
+    const json page = {{"path", "/keys"}, {"method", "GET"}, {"action", "nojson"}, {"times", -1}};
+    const json noSignIn = {{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}, {"times", -1}};
+    const struct {
+        const char* level;
+        std::vector<std::string> arguments;
+        json fault;
+        int exit;
+        std::vector<std::string> words;  // in this order
+    } rows[] = {
+        {"0",
+         {"keys", "show", "rsa"},
+         refused,
+         5,
+         {"NTE_NOT_FOUND", "\nlogging is off: kelvaroctl config set LoggingLevel 10\n"}},
+        {"4",
+         {"keys", "show", "rsa"},
+         refused,
+         5,
+         {"logged:\n  KelvaroOpenKey Error Error 0x80090011\nlog: ", "Kelvaro.log; it says why at level 10"}},
+        {"10",
+         {"keys", "show", "rsa"},
+         refused,
+         5,
+         {"SupressFailedReadError Error 0x193\n", "means: the key", "0x193: the identity may not",
+          "do: permissions.md\n", "0x80090011\nlog: "}},
+        {"1", {"keys", "list"}, refused, 6, {"KVCGetKeys REST Call Error Error 0x193", "do: "}},
+        {"1",
+         {"keys", "list"},
+         noSignIn,
+         4,
+         {"signing in by client credentials\n", "KVCAuthenticate KVCDoWebCall failure", "an expired secret"}},
+        {"0", {"keys", "list"}, page, 6, {"cannot list the keys: what answered is not the vault"}},
+        {"0", {"keys", "list", "--names"}, page, 6, {"what answered is not the vault"}},
+        {"0", {"keys", "show", "rsa"}, page, 6, {"cannot open the key 'rsa': what answered"}},
+        {"1", {"keys", "list"}, page, 6, {"KVCGetKeys answer is not JSON", "means: "}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.level) + " " + row.words[0]);
+        Out({"config", "set", "LoggingLevel", row.level});
+        sim.Fault(row.fault);
+        const Ran ran = Ctl(row.arguments);
+        sim.Control("DELETE", "/faults");
+        EXPECT_EQ(row.exit, ran.exit);
+        size_t at = 0;
+        for (const std::string& words : row.words) {
+            at = ran.err.find(words, at);
+            EXPECT_NE(std::string::npos, at) << words << " is not in its place in\n" << ran.err;
+        }
+        EXPECT_NE(std::string::npos, ran.err.find("\nvault: contoso-keys.vault.azure.net, signing in by"));
+        EXPECT_EQ("\nRun `kelvaroctl doctor`\n", ran.err.substr(ran.err.rfind("\nRun")));
+    }
+    // A page of the list that is something else: what came before it is shown.
+    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed", {{"keys", 30}});
+    sim.Fault({{"path", "/keys?"}, {"method", "GET"}, {"skip", 1}, {"action", "nojson"}});
+    const json partial = CtlJson({"keys", "list", "--names"}, 6);
+    EXPECT_EQ("foreign_answer", partial["error"]["code"]);
+    EXPECT_EQ(25u, partial["keys"].size());
+    const json lines = partial["error"]["lines"];
+    ASSERT_EQ(1u, lines.size());
+    EXPECT_EQ(1, lines[0]["level"]);
+    EXPECT_NE(std::string::npos, lines[0]["cause"].get<std::string>().find("a proxy's page"));
+}
+
 TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
 {
-    const Ran off = Ctl({"keys", "show", "nobody"});
-    EXPECT_NE(std::string::npos, off.err.find("NTE_NOT_FOUND (0x80090011)"));
-    EXPECT_NE(std::string::npos, off.err.find("\nlogging is off: kelvaroctl config set LoggingLevel 10\n")) << off.err;
+    Out({"config", "set", "LoggingLevel", "4"});
     // Once in a folder that is named, once in the default one.
-    EXPECT_EQ(0, Ctl({"config", "set", "LoggingLevel", "4"}).exit);
     for (int round = 0; round < 2; ++round) {
         const json log = CtlJson({"keys", "show", "nobody"}, 5)["error"]["log"];
         EXPECT_NE(std::string::npos, ReadFile(log["file"]).find("KelvaroOpenKey Error Error 0x80090011 1")) << log;
-        EXPECT_EQ(0, Ctl({"config", "unset", "LogfilePath"}).exit);
+        Out({"config", "unset", "LogfilePath"});
     }
-    EXPECT_EQ(0, Ctl({"config", "set", "LogfilePath", File("missing")}).exit);
+    Out({"config", "set", "LogfilePath", File("missing")});
     EXPECT_NE(std::string::npos, Ctl({"keys", "show", "nobody"}).err.find("its folder does not exist"));
     std::filesystem::create_directory(File("missing"));
     EXPECT_EQ("", Ctl({"config", "set", "LogfilePath", File("missing")}).err);
@@ -219,6 +282,23 @@ TEST_F(KeysTest, TheLogIsWhereTheFailureSays)
     LetEverybodyWriteTo(File("missing"));
     EXPECT_NE(std::string::npos, Ctl({"keys", "show", "nobody"}).err.find("ordinary users can write to its folder"));
     EXPECT_NE(std::string::npos, Ctl({"config", "set", "LogfilePath", File("missing")}).err.find("ordinary users can"));
+}
+
+TEST_F(KeysTest, NamesNeedNoKeyButOne)
+{
+    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed", {{"keys", 60}, {"prefix", "seed"}});
+    const json all = CtlJson({"keys", "list"})["keys"];
+    sim.ClearJournal();
+    const json names = CtlJson({"keys", "list", "--names"})["keys"];
+    EXPECT_EQ(4u, sim.VaultRequests().size()) << "three pages and a key";
+    ASSERT_EQ(all.size(), names.size());
+    for (size_t index = 0; index < all.size(); ++index)
+        EXPECT_EQ(all[index]["name"], names[index]["name"]);
+    sim.ClearJournal();
+    EXPECT_EQ("p256  ECDH_P256\np384  ECDH_P384\np521  ECDH_P521\n", Out({"keys", "list", "--prefix", "p"}));
+    EXPECT_EQ(7u, sim.VaultRequests().size());
+    EXPECT_EQ("no keys\n", Out({"keys", "list", "--prefix", "P2"}));
+    EXPECT_EQ(2, Ctl({"keys", "list", "--names", "--details"}).exit);
 }
 
 TEST_F(KeysTest, AModuleThatIsNone)

@@ -1,5 +1,11 @@
 // What the tool does on a terminal: asks, echoes no secret, shows how far it is.
 #include "tests/kelvaroctl/terminal_linux.h"
+
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+
+#include "kelvaroctl/wait_notice.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
@@ -73,6 +79,56 @@ TEST_F(TerminalTest, AWalkShowsItsProgress)
     EXPECT_EQ("a  -\nb  -\n", shown.out);
     EXPECT_EQ("\rlisting the vault\r1 key listed     \r2 keys listed    \r" + std::string(17, ' ') + "\r", shown.err);
     EXPECT_EQ("", Ctl({"keys", "list"}).err);
+}
+
+TEST_F(TerminalTest, AnInterruptedCommandLeavesNothingBehind)
+{
+    AddKey("p256");
+    WriteFile("data", "data");
+    sim.Fault({{"path", "/keys"}, {"action", "delay"}, {"delayMs", 5000}, {"times", -1}});
+    const Ran listing = OnTerminal({"keys", "list"}, "listing the vault", "\x03");
+    EXPECT_EQ(-1, listing.exit) << "by the signal";
+    EXPECT_EQ('\n', listing.err.back());
+    // The output file is there as long as the vault is waited for.
+    const std::string script = "\"$@\" & while [ ! -e \"$0\" ]; do sleep 0.01; done; kill -TERM $!; wait $!";
+    std::vector<std::string> arguments =
+        WithModule({"sign", "--key", "p256", "--alg", "ES256", "--in", File("data"), "--out", File("out")});
+    arguments.insert(arguments.begin(), {"-c", script, File("out"), KELVAROCTL_PATH});
+    EXPECT_EQ(128 + SIGTERM, RunProgram("/bin/sh", arguments, "").exit);
+    EXPECT_FALSE(std::filesystem::exists(File("out")));
+}
+
+TEST_F(TerminalTest, AWaitIsAnnounced)
+{
+    struct Gate : std::stringbuf {
+        int sync() override
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            ++lines;
+            changed.notify_all();
+            return 0;
+        }
+        void Await(int count)
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [&] { return lines >= count; });
+        }
+        int lines = 0;
+        std::mutex mutex;
+        std::condition_variable changed;
+    } gate;
+    std::ostream out(&gate);
+    {
+        using std::chrono::milliseconds;
+        kelvaroctl::WaitNotice notice(&out, {{milliseconds(1), "one"}, {milliseconds(2), "two"}});
+        gate.Await(2);
+        notice.Restart();
+        gate.Await(4);
+    }
+    EXPECT_EQ("\rone\n\rtwo\n\rone\n\rtwo\n", gate.str());
+    const auto lines = kelvaroctl::WaitLines("contoso.vault.azure.net");
+    EXPECT_EQ(std::chrono::seconds(5), lines[0].after);
+    EXPECT_EQ("still waiting for contoso.vault.azure.net (up to 200 s)", lines[0].text);
 }
 
 }  // namespace

@@ -1,0 +1,36 @@
+#include "kelvaroctl/interruption.h"
+
+#include <csignal>
+
+#include "kelvaroctl/places.h"
+#include "kelvaroctl/terminal.h"
+
+namespace kelvaroctl {
+
+// Read by the handler, which may not allocate.
+static std::filesystem::path unfinished;
+static bool terminal = false;
+
+extern "C" void CleanUpAndEnd(int signal)
+{
+    if (!unfinished.empty())
+        RemoveFileNow(unfinished.c_str());
+    if (terminal)
+        EndErrorLine();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void CleanUpWhenInterrupted()
+{
+    terminal = ErrorOutputIsTerminal();
+    for (const int signal : {SIGINT, SIGTERM})
+        std::signal(signal, CleanUpAndEnd);
+}
+
+void RemoveWhenInterrupted(const std::filesystem::path& file)
+{
+    unfinished = file;
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,119 @@
+#include "kelvaroctl/log_table.h"
+
+#include <algorithm>
+#include <charconv>
+#include <vector>
+
+namespace kelvaroctl {
+
+namespace {
+
+// The cells of "| a | b |", without the blanks around them; none if the line is no row.
+std::vector<std::string_view> CellsOf(std::string_view line)
+{
+    std::vector<std::string_view> cells;
+    if (line.substr(0, 2) != "| ")
+        return cells;
+    for (size_t begin = 1, end = line.find('|', begin); end != std::string_view::npos; end = line.find('|', begin)) {
+        std::string_view cell = line.substr(begin, end - begin);
+        cell.remove_prefix(std::min(cell.find_first_not_of(' '), cell.size()));
+        cell = cell.substr(0, cell.find_last_not_of(' ') + 1);
+        cells.push_back(cell);
+        begin = end + 1;
+    }
+    return cells;
+}
+
+// Calls visit(cells) with each row until it returns true.
+template <typename Visit>
+void FindRow(Visit visit)
+{
+    const std::string_view document = kLogDocument;
+    for (size_t begin = 0; begin < document.size();) {
+        const size_t end = std::min(document.find('\n', begin), document.size());
+        if (visit(CellsOf(document.substr(begin, end - begin))))
+            return;
+        begin = end + 1;
+    }
+}
+
+// Without backquotes, and with links as their text.
+std::string Plain(std::string_view markdown)
+{
+    std::string text;
+    for (size_t at = 0; at < markdown.size(); ++at) {
+        const size_t end = markdown.substr(at, 2) == "](" ? markdown.find(')', at) : std::string_view::npos;
+        if (end != std::string_view::npos)
+            at = end;
+        else if (markdown[at] != '`' && markdown[at] != '[')
+            text += markdown[at];
+    }
+    return text;
+}
+
+// The length of the longest of the cell's texts, each between backquotes, that `text` begins with.
+size_t MatchLength(std::string_view cell, std::string_view text)
+{
+    size_t longest = 0;
+    for (size_t begin = cell.find('`'); begin != std::string_view::npos; begin = cell.find('`', begin)) {
+        const size_t end = cell.find('`', begin + 1);
+        if (end == std::string_view::npos)
+            break;
+        const std::string_view known = cell.substr(begin + 1, end - begin - 1);
+        const bool matches =
+            text.substr(0, known.size()) == known && (text.size() == known.size() || text[known.size()] == ' ');
+        if (matches)
+            longest = std::max(longest, known.size());
+        begin = end + 1;
+    }
+    return longest;
+}
+
+std::optional<DWORD> HexAt(std::string_view text)
+{
+    uint32_t number = 0;
+    if (text.substr(0, 2) != "0x" ||
+        std::from_chars(text.data() + 2, text.data() + text.size(), number, 16).ptr == text.data() + 2)
+        return std::nullopt;
+    return number;
+}
+
+}  // namespace
+
+std::optional<LogExplanation> ExplainLogText(std::string_view text, DWORD level)
+{
+    const std::string wanted = std::to_string(level);
+    std::optional<LogExplanation> found;
+    size_t longest = 0;
+    FindRow([&](const std::vector<std::string_view>& cells) {
+        const size_t length = cells.size() == 4 && cells[1] == wanted ? MatchLength(cells[0], text) : 0;
+        if (length > longest) {
+            longest = length;
+            found = LogExplanation{Plain(cells[2]), Plain(cells[3])};
+        }
+        return false;
+    });
+    return found;
+}
+
+std::optional<LogExplanation> ExplainLogNumber(DWORD number)
+{
+    std::optional<LogExplanation> found;
+    FindRow([&](const std::vector<std::string_view>& cells) {
+        const std::string_view numbers = cells.size() == 3 ? cells[0] : "";
+        for (size_t at = numbers.find("0x"); at != std::string_view::npos; at = numbers.find("0x", at + 1)) {
+            if (HexAt(numbers.substr(at)) == number)
+                found = LogExplanation{Plain(cells[1]), Plain(cells[2])};
+        }
+        return found.has_value();
+    });
+    return found;
+}
+
+std::optional<DWORD> NumberOfLogText(std::string_view text)
+{
+    const size_t blank = text.rfind(' ');
+    return blank == std::string_view::npos ? std::nullopt : HexAt(text.substr(blank + 1));
+}
+
+}  // namespace kelvaroctl
