@@ -1,5 +1,6 @@
 #include "tests/common/host.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "provider/entry_points.h"
@@ -77,10 +78,5 @@ NCRYPT_KEY_HANDLE HostTest::OpenKey(const std::string& name, DWORD flags)
 void HostTest::FreeKey(NCRYPT_KEY_HANDLE key)
 {
     EXPECT_EQ("0x00000000", Hex(table->FreeKey(provider, key)));
-    for (auto at = keys_.begin(); at != keys_.end(); ++at) {
-        if (*at == key) {
-            keys_.erase(at);
-            break;
-        }
-    }
+    keys_.erase(std::remove(keys_.begin(), keys_.end(), key), keys_.end());
 }

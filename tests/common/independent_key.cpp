@@ -28,6 +28,28 @@ std::string Trimmed(const std::string& number)
     return number.substr(std::min(number.size(), number.find_first_not_of('\0')));
 }
 
+std::string DerElement(char tag, const std::string& content)
+{
+    std::string length;
+    for (size_t rest = content.size(); rest != 0; rest >>= 8)
+        length.insert(0, 1, static_cast<char>(rest));
+    if (content.size() >= 0x80)
+        length.insert(0, 1, static_cast<char>(0x80 | length.size()));
+    return tag + (length.empty() ? std::string(1, '\0') : length) + content;
+}
+
+std::string DerNumber(const std::string& bigEndian)
+{
+    const std::string number = Trimmed(bigEndian);
+    return DerElement(2, std::string(number.empty() || (number[0] & 0x80) ? 1 : 0, '\0') + number);
+}
+
+// algorithm: the object identifiers and parameters in DER.
+std::string PublicKeyInfo(const std::string& algorithm, const std::string& key)
+{
+    return DerElement(0x30, DerElement(0x30, algorithm) + DerElement(3, '\0' + key));
+}
+
 std::string FromBase64(const std::string& text)
 {
     const TextString wide = Wide(text);
@@ -58,24 +80,35 @@ IndependentKey::IndependentKey(const std::string& pem)
     der_ = FromBase64(pem.substr(begin.size(), end - begin.size()));
 }
 
+std::string DerOfPair(const std::string& first, const std::string& second)
+{
+    return DerElement(0x30, DerNumber(first) + DerNumber(second));
+}
+
 IndependentKey IndependentKey::FromNumbers(const std::string& modulus, const std::string& exponent)
 {
     IndependentKey key;
-    key.der_ = DerOfNumbers(Trimmed(modulus), Trimmed(exponent));
+    key.der_ = PublicKeyInfo(std::string("\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x01\x05\0", 13),
+                             DerOfPair(modulus, exponent));
     return key;
 }
 
 IndependentKey IndependentKey::FromPoint(const std::string& group, const std::string& x, const std::string& y)
 {
+    const char* const curve = group == "P-256"   ? "\x06\x08\x2A\x86\x48\xCE\x3D\x03\x01\x07"
+                              : group == "P-384" ? "\x06\x05\x2B\x81\x04\x00\x22"
+                              : group == "P-521" ? "\x06\x05\x2B\x81\x04\x00\x23"
+                                                 : "\x06\x05\x2B\x81\x04\x00\x0A";  // secp256k1
     const size_t width = group == "P-521" ? 66 : group == "P-384" ? 48 : 32;
-    std::string point;
+    std::string point = "\4";  // uncompressed
     for (const std::string& coordinate : {Trimmed(x), Trimmed(y)}) {
         if (coordinate.size() > width)
             throw std::runtime_error("a coordinate is too long for " + group);
         point += std::string(width - coordinate.size(), 0) + coordinate;
     }
     IndependentKey key;
-    key.der_ = DerOfPoint(group, point);
+    key.der_ = PublicKeyInfo(
+        "\x06\x07\x2A\x86\x48\xCE\x3D\x02\x01" + std::string(curve, 2u + static_cast<BYTE>(curve[1])), point);
     return key;
 }
 

@@ -28,16 +28,14 @@ class IndependentKey {
 
   private:
     IndependentKey() = default;
-    // Big-endian, without leading zeros.
-    static std::string DerOfNumbers(const std::string& modulus, const std::string& exponent);
-    // point: both coordinates in the width of the curve.
-    static std::string DerOfPoint(const std::string& group, const std::string& point);
     static IndependentKey FromNumbers(const std::string& modulus, const std::string& exponent);
     static IndependentKey FromPoint(const std::string& group, const std::string& x, const std::string& y);
 
     std::string der_;
 };
 
+// Two big-endian numbers as a sequence: an RSA key or a curve's signature.
+std::string DerOfPair(const std::string& first, const std::string& second);
 std::string FromBase64Url(std::string text);
 std::string Digest(const std::string& data, const std::string& hash);
 std::string HexDigest(const std::string& data, const std::string& hash);

@@ -20,16 +20,6 @@ DWORD Size(const std::string& text)
     return static_cast<DWORD>(text.size());
 }
 
-std::string Encoded(LPCSTR type, const void* structure)
-{
-    BYTE* block = nullptr;
-    DWORD size = 0;
-    if (!CryptEncodeObjectEx(X509_ASN_ENCODING, type, structure, CRYPT_ENCODE_ALLOC_FLAG, nullptr, &block, &size))
-        throw std::runtime_error("Windows does not encode this");
-    const std::unique_ptr<void, LocalFreer> owned(block);
-    return std::string(reinterpret_cast<char*>(block), size);
-}
-
 template <typename T>
 std::unique_ptr<T, LocalFreer> Decoded(LPCSTR type, const std::string& der)
 {
@@ -39,16 +29,6 @@ std::unique_ptr<T, LocalFreer> Decoded(LPCSTR type, const std::string& der)
                              &size))
         throw std::runtime_error("Windows does not decode this");
     return std::unique_ptr<T, LocalFreer>(block);
-}
-
-std::string PublicKeyInfo(const char* algorithm, const std::string& parameters, const std::string& key)
-{
-    CERT_PUBLIC_KEY_INFO info = {};
-    info.Algorithm.pszObjId = const_cast<char*>(algorithm);
-    info.Algorithm.Parameters = {Size(parameters), Bytes(parameters)};
-    info.PublicKey.pbData = Bytes(key);
-    info.PublicKey.cbData = Size(key);
-    return Encoded(X509_PUBLIC_KEY_INFO, &info);
 }
 
 bool IsRsa(const CERT_PUBLIC_KEY_INFO& info)
@@ -71,29 +51,6 @@ std::string RawSignature(const std::string& signature, const CERT_PUBLIC_KEY_INF
     return raw;
 }
 }  // namespace
-
-std::string IndependentKey::DerOfNumbers(const std::string& modulus, const std::string& exponent)
-{
-    struct {
-        PUBLICKEYSTRUC head;
-        RSAPUBKEY key;
-    } blob = {{PUBLICKEYBLOB, CUR_BLOB_VERSION, 0, CALG_RSA_KEYX}, {0x31415352, Size(modulus) * 8, 0}};
-    for (const char ch : exponent)
-        blob.key.pubexp = blob.key.pubexp << 8 | static_cast<BYTE>(ch);
-    std::string bytes(reinterpret_cast<const char*>(&blob), sizeof(blob));
-    bytes.append(modulus.rbegin(), modulus.rend());
-    return PublicKeyInfo(szOID_RSA_RSA, std::string("\5\0", 2), Encoded(RSA_CSP_PUBLICKEYBLOB, bytes.data()));
-}
-
-std::string IndependentKey::DerOfPoint(const std::string& group, const std::string& point)
-{
-    // The curve's object identifier in DER.
-    const char* const curve = group == "P-256"   ? "\x06\x08\x2A\x86\x48\xCE\x3D\x03\x01\x07"
-                              : group == "P-384" ? "\x06\x05\x2B\x81\x04\x00\x22"
-                              : group == "P-521" ? "\x06\x05\x2B\x81\x04\x00\x23"
-                                                 : "\x06\x05\x2B\x81\x04\x00\x0A";  // secp256k1
-    return PublicKeyInfo(szOID_ECC_PUBLIC_KEY, std::string(curve, 2u + static_cast<BYTE>(curve[1])), "\4" + point);
-}
 
 bool IndependentKey::CanTellOf(const std::string& signature, SignatureForm form) const
 {

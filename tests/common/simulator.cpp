@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "platform/platform.h"
-#include "tests/common/simulator_process.h"
 #include "tests/common/test_root.h"
 
 using nlohmann::json;
@@ -16,19 +15,13 @@ Simulator& Simulator::Get()
 
 Simulator::Simulator()
 {
-    const SimulatorProcess process = StartSimulator();
-    controlPort_ = process.controlPort;
-    pid_ = process.pid;
-    directory_ = process.directory;
-    Control("PUT", "/arc", {{"realmPrefix", process.drive}});
+    Start();
+    Control("PUT", "/arc", {{"realmPrefix", drive_}});
 }
 
 Simulator::~Simulator()
 {
-    SimulatorProcess process;
-    process.pid = pid_;
-    process.directory = directory_;
-    StopSimulator(process);
+    Stop();
 }
 
 namespace {

@@ -38,7 +38,12 @@ class Simulator {
   private:
     Simulator();
     ~Simulator();
+    // On Linux a program of this one's own, where VAULTSIM_CONTROL is set the one that listens there; throws. This
+    // process's environment leads to it afterwards (connections, trusted root).
+    void Start();
+    void Stop();
     int controlPort_ = 0;
-    int pid_ = 0;
-    std::string directory_;
+    int pid_ = 0;            // 0 when it was there already
+    std::string directory_;  // where its files are
+    std::string drive_;      // where this process finds paths that it names: "" or "Z:"
 };

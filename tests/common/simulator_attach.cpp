@@ -1,17 +1,15 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tests/common/simulator_process.h"
+#include "tests/common/simulator.h"
 
-SimulatorProcess StartSimulator()
+void Simulator::Start()
 {
     const char* port = std::getenv("VAULTSIM_CONTROL");
     if (!port)
         throw std::runtime_error("VAULTSIM_CONTROL must name the control port of a running simulator");
-    SimulatorProcess process;
-    process.controlPort = std::atoi(port);
-    process.drive = "Z:";
-    return process;
+    controlPort_ = std::atoi(port);
+    drive_ = "Z:";
 }
 
-void StopSimulator(const SimulatorProcess&) {}
+void Simulator::Stop() {}

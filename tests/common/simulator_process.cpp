@@ -1,5 +1,3 @@
-#include "tests/common/simulator_process.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -62,35 +60,29 @@ static std::string ReadLine(int fd)
     return line;
 }
 
-SimulatorProcess StartSimulator()
+void Simulator::Start()
 {
     // The simulator is on loopback, whatever proxy this machine has.
     for (const char* proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
         unsetenv(proxy);
     char directory[] = "/tmp/kelvaro-sim-XXXXXX";
-    if (!mkdtemp(directory))
-        throw std::runtime_error("no folder for the simulator");
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
-        throw std::runtime_error("no pipe for the simulator");
-    SimulatorProcess process;
-    process.directory = directory;
-    process.pid = fork();
-    if (process.pid == 0)
-        RunSimulator(ends[1], directory);
+    if (!mkdtemp(directory) || pipe2(ends, O_CLOEXEC) != 0)
+        throw std::runtime_error("no folder or no pipe for the simulator");
+    directory_ = directory;
+    pid_ = fork();
+    if (pid_ == 0)
+        RunSimulator(ends[1], directory_);
     close(ends[1]);
-    process.controlPort = ControlPort(ReadLine(ends[0]));
+    controlPort_ = ControlPort(ReadLine(ends[0]));
     // The read end stays open: the simulator may print further lines.
-    ReadEnvironment(process.directory + "/env");
-    return process;
+    ReadEnvironment(directory_ + "/env");
 }
 
-void StopSimulator(const SimulatorProcess& process)
+void Simulator::Stop()
 {
-    if (process.pid <= 0)
-        return;
-    kill(process.pid, SIGTERM);
-    waitpid(process.pid, nullptr, 0);
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
     std::error_code ignored;
-    std::filesystem::remove_all(process.directory, ignored);
+    std::filesystem::remove_all(directory_, ignored);
 }

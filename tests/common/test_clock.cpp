@@ -1,29 +1,17 @@
 #include "tests/common/test_clock.h"
 
+#include <atomic>
 #include <ctime>
 #include <mutex>
 
 namespace {
-// The clock's state stands here, since the system calls plain functions. One TestClock lives at a time.
-std::mutex lock;
-int64_t now;
-uint64_t tick;
-DWORD tickStep;
+// The clock's state is here, since the system calls plain functions. One TestClock lives at a time.
+std::atomic<int64_t> now;
+std::atomic<uint64_t> tick;
+std::atomic<DWORD> tickStep;
+std::mutex lock;  // guards the others
 std::vector<DWORD> waits;
 std::function<void(DWORD, size_t)> handler;
-
-int64_t Now()
-{
-    const std::lock_guard<std::mutex> guard(lock);
-    return now;
-}
-
-uint64_t Tick()
-{
-    const std::lock_guard<std::mutex> guard(lock);
-    tick += tickStep;
-    return tick;
-}
 
 void SleepOnTestClock(DWORD waitMs)
 {
@@ -33,15 +21,15 @@ void SleepOnTestClock(DWORD waitMs)
         const std::lock_guard<std::mutex> guard(lock);
         index = waits.size();
         waits.push_back(waitMs);
-        now += waitMs / 1000;
-        tick += waitMs;
         called = handler;
     }
+    now += waitMs / 1000;
+    tick += waitMs;
     if (called)
         called(waitMs, index);
 }
 
-const Clock testClock = {Now, Tick, SleepOnTestClock};
+const Clock testClock = {[] { return now.load(); }, [] { return tick += tickStep; }, SleepOnTestClock};
 }  // namespace
 
 TestClock::TestClock()
@@ -53,10 +41,9 @@ TestClock::TestClock()
 TestClock::~TestClock()
 {
     ClockReplace(nullptr);
-    const std::lock_guard<std::mutex> guard(lock);
-    waits.clear();
-    handler = nullptr;
-    tickStep = 0;
+    ClearWaits();
+    OnSleep(nullptr);
+    StepTicks(0);
 }
 
 std::vector<DWORD> TestClock::Waits() const
@@ -73,19 +60,16 @@ void TestClock::ClearWaits()
 
 void TestClock::Advance(int64_t seconds)
 {
-    const std::lock_guard<std::mutex> guard(lock);
     now += seconds;
 }
 
 void TestClock::Set(int64_t unixTime)
 {
-    const std::lock_guard<std::mutex> guard(lock);
     now = unixTime;
 }
 
 void TestClock::StepTicks(DWORD ms)
 {
-    const std::lock_guard<std::mutex> guard(lock);
     tickStep = ms;
 }
 

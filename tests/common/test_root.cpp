@@ -1,5 +1,6 @@
 #include "tests/common/test_root.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -46,12 +47,11 @@ static fs::path FreshDirectory()
 {
     static std::atomic<unsigned> count{0};
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-    for (;;) {
-        const fs::path path =
-            fs::temp_directory_path() / ("kelvaro-test-" + std::to_string(now) + "-" + std::to_string(count++));
-        if (fs::create_directory(path))
-            return path;
-    }
+    fs::path path;
+    do
+        path = fs::temp_directory_path() / ("kelvaro-test-" + std::to_string(now) + "-" + std::to_string(count++));
+    while (!fs::create_directory(path));
+    return path;
 }
 
 TestRoot::TestRoot() : directory_(FreshDirectory().string())
@@ -173,10 +173,6 @@ void TestRoot::ClearLog()
 
 bool TestRoot::Logged(const std::string& text, int level) const
 {
-    const std::string wanted = text + " " + std::to_string(level);
-    for (const std::string& line : LogLines()) {
-        if (line == wanted)
-            return true;
-    }
-    return false;
+    const std::vector<std::string> lines = LogLines();
+    return std::find(lines.begin(), lines.end(), text + " " + std::to_string(level)) != lines.end();
 }

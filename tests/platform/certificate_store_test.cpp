@@ -21,23 +21,20 @@ std::string DerOf(const Context& context)
     return {reinterpret_cast<const char*>(context->pbCertEncoded), context->cbCertEncoded};
 }
 
-class Store {
-  public:
+struct Store {
     explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE, LPCWSTR name = u"My",
                    LPCSTR provider = CERT_STORE_PROV_SYSTEM_W)
-        : handle_(CertOpenStore(provider, 0, 0, flags, name))
+        : handle(CertOpenStore(provider, 0, 0, flags, name))
     {
     }
-    ~Store() { EXPECT_TRUE(CertCloseStore(handle_, CERT_CLOSE_STORE_FORCE_FLAG)); }
+    ~Store() { EXPECT_TRUE(CertCloseStore(handle, CERT_CLOSE_STORE_FORCE_FLAG)); }
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
-
-    HCERTSTORE handle() const { return handle_; }
 
     Context Add(const std::string& der, DWORD disposition = CERT_STORE_ADD_USE_EXISTING) const
     {
         PCCERT_CONTEXT context = nullptr;
-        CertAddEncodedCertificateToStore(handle_, kEncodings, BytesOf(der), SizeOf(der), disposition, &context);
+        CertAddEncodedCertificateToStore(handle, kEncodings, BytesOf(der), SizeOf(der), disposition, &context);
         return Context(context);
     }
 
@@ -46,7 +43,7 @@ class Store {
     {
         std::vector<std::string> names;
         PCCERT_CONTEXT context = nullptr;
-        while ((context = CertEnumCertificatesInStore(handle_, context)) != nullptr) {
+        while ((context = CertEnumCertificatesInStore(handle, context)) != nullptr) {
             WCHAR text[64];
             CertNameToStrW(X509_ASN_ENCODING, &context->pCertInfo->Subject, CERT_SIMPLE_NAME_STR, text, 64);
             names.push_back(ToUtf8(text));
@@ -55,10 +52,9 @@ class Store {
         return names;
     }
 
-    Context First() const { return Context(CertEnumCertificatesInStore(handle_, nullptr)); }
+    Context First() const { return Context(CertEnumCertificatesInStore(handle, nullptr)); }
 
-  private:
-    HCERTSTORE handle_;
+    const HCERTSTORE handle;
 };
 
 bool SetKey(const Context& context, std::u16string container, DWORD flags = 32)
@@ -149,7 +145,7 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     const Store again(CERT_SYSTEM_STORE_LOCAL_MACHINE | CERT_STORE_READONLY_FLAG);
     const Context found = again.First();
     ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->hCertStore, again.handle());
+    EXPECT_EQ(found->hCertStore, again.handle);
     EXPECT_EQ(KeyOf(found), "web01" + kBound);
     EXPECT_EQ(ErrorOf(SetKey(found, u"other")), DWORD(E_ACCESSDENIED));
     EXPECT_EQ(ErrorOf(again.Add(MakeCertificate("web02", 2)) != nullptr), DWORD(E_ACCESSDENIED));
@@ -205,10 +201,10 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
     EXPECT_EQ(store.Names().size(), 3u);
 
     // An enumeration goes on behind a certificate that is deleted meanwhile, and from one that it did not give.
-    PCCERT_CONTEXT context = CertEnumCertificatesInStore(store.handle(), nullptr);
+    PCCERT_CONTEXT context = CertEnumCertificatesInStore(store.handle, nullptr);
     CertDeleteCertificateFromStore(store.First().release());
     size_t left = 0;
-    while ((context = CertEnumCertificatesInStore(store.handle(), context)) != nullptr)
+    while ((context = CertEnumCertificatesInStore(store.handle, context)) != nullptr)
         left++;
     EXPECT_EQ(left, 2u);
     Context last = store.Add(MakeCertificate("e", 5));
@@ -216,9 +212,9 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
     const auto behind = now.end() - std::find(now.begin(), now.end(), "e") - 1;
     PCCERT_CONTEXT at = last.release();
     for (long i = 0; i < behind; i++)
-        at = CertEnumCertificatesInStore(store.handle(), at);
+        at = CertEnumCertificatesInStore(store.handle, at);
     EXPECT_NE(at, nullptr);
-    EXPECT_EQ(CertEnumCertificatesInStore(store.handle(), at), nullptr);
+    EXPECT_EQ(CertEnumCertificatesInStore(store.handle, at), nullptr);
 }
 
 TEST(CertificateStore, NoContainerNameDamagesTheFile)
@@ -253,7 +249,7 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
         {machine, u"My", reinterpret_cast<LPCSTR>(99), ERROR_FILE_NOT_FOUND},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(ErrorOf(Store(row.flags, row.name, row.provider).handle() != nullptr), DWORD(row.error)) << row.flags;
+        EXPECT_EQ(ErrorOf(Store(row.flags, row.name, row.provider).handle != nullptr), DWORD(row.error)) << row.flags;
     EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
     EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
     const Context context = Store(machine, u"MY").Add(MakeCertificate("web01", 1));

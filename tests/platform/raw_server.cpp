@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -28,7 +27,7 @@ std::string Peer::ReadRequest()
         expected = end + 4 + (field < end ? strtoul(request.c_str() + field + 16, nullptr, 10) : 0);
     }
     const std::lock_guard<std::mutex> guard(server_->lock_);
-    server_->requests_.push_back(request);
+    server_->seen_.requests.push_back(request);
     return request;
 }
 
@@ -58,29 +57,22 @@ size_t Peer::WriteUntilStalled(std::string_view bytes)
     return done;
 }
 
-void Peer::Drip()
+bool Peer::Wait(int event, int waitMs)
 {
-    pollfd ends[] = {{socket_, POLLRDHUP, 0}, {server_->stop_[0], 0, 0}};
-    while (poll(ends, 2, 10) == 0)
-        Write("1");
+    pollfd ends[] = {{socket_, static_cast<short>(event), 0}, {server_->stop_[0], 0, 0}};
+    return poll(ends, 2, waitMs) != 0;
 }
 
-void Peer::WaitForBytes()
+void Peer::Drip()
 {
-    pollfd ends[] = {{socket_, POLLIN, 0}, {server_->stop_[0], 0, 0}};
-    poll(ends, 2, -1);
+    while (!Wait(POLLRDHUP, 10))
+        Write("1");
 }
 
 void Peer::Reset()
 {
     const linger now = {1, 0};
     setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
-}
-
-void Peer::WaitForClose()
-{
-    pollfd ends[] = {{socket_, POLLRDHUP, 0}, {server_->stop_[0], 0, 0}};
-    poll(ends, 2, -1);
 }
 
 RawServer::RawServer(Script script, const Credentials* identity, int maxTls) : script_(std::move(script))
@@ -120,27 +112,10 @@ RawServer::~RawServer()
     close(stop_[0]);
 }
 
-std::vector<std::string> RawServer::requests() const
+RawServer::Seen RawServer::seen() const
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    return requests_;
-}
-
-std::string RawServer::lastServerName() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    return serverName_;
-}
-
-int RawServer::resumed() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    return resumed_;
-}
-
-void RawServer::ForgetSessions()
-{
-    SSL_CTX_flush_sessions(tls_.get(), 0);
+    return seen_;
 }
 
 void RawServer::Accept()
@@ -167,8 +142,8 @@ void RawServer::Serve(int socket)
         good = good && SSL_peek(tls, &byte, 1) == 1;
         const std::lock_guard<std::mutex> guard(lock_);
         if (const char* name = SSL_get_servername(tls, TLSEXT_NAMETYPE_host_name))
-            serverName_ = name;
-        resumed_ += SSL_session_reused(tls);
+            seen_.serverName = name;
+        seen_.resumed += SSL_session_reused(tls);
     }
     if (good) {
         Peer peer(this, socket, tls);

@@ -1,6 +1,8 @@
 // A server on loopback whose every byte a test decides, plain or over TLS.
 #pragma once
 
+#include <poll.h>
+
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -24,11 +26,14 @@ class Peer {
     void Drip();  // one byte after the other, until the client hangs up or the server ends
     // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
     size_t WriteUntilStalled(std::string_view bytes);
-    void WaitForBytes();  // until the client has sent some, or the server ends
-    void Reset();         // the connection ends with RST
-    void WaitForClose();  // until the client hangs up, or the server ends
+    void Reset();  // the connection ends with RST
+    // Both also end with the server.
+    void WaitForBytes() { Wait(POLLIN, -1); }
+    void WaitForClose() { Wait(POLLRDHUP, -1); }
 
   private:
+    bool Wait(int event, int waitMs);  // false when the time is up
+
     RawServer* server_;
     int socket_;
     SSL* tls_;
@@ -44,10 +49,14 @@ class RawServer {
     RawServer& operator=(const RawServer&) = delete;
 
     unsigned short port() const { return port_; }
-    std::vector<std::string> requests() const;
-    std::string lastServerName() const;  // what the last TLS client asked for
-    int resumed() const;                 // TLS connections that took up the session of an earlier one
-    void ForgetSessions();
+    struct Seen {
+        std::vector<std::string> requests;
+        std::string serverName;  // what the last TLS client asked for
+        int resumed = 0;         // TLS connections that took up the session of an earlier one
+    };
+    Seen seen() const;
+    std::vector<std::string> requests() const { return seen().requests; }
+    void ForgetSessions() { SSL_CTX_flush_sessions(tls_.get(), 0); }
 
   private:
     friend class Peer;
@@ -60,9 +69,7 @@ class RawServer {
     int stop_[2] = {-1, -1};
     unsigned short port_ = 0;
     mutable std::mutex lock_;
-    std::vector<std::string> requests_;
-    std::string serverName_;
-    int resumed_ = 0;
+    Seen seen_;
     std::vector<std::thread> connections_;
     std::thread acceptor_;
 };

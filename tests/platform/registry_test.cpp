@@ -23,23 +23,14 @@ void WriteMachineHive(const PlatformRoot& root, const std::string& values)
     WriteFileText(MachineFile(root), kHead + values);
 }
 
-class OpenKey {
-  public:
-    explicit OpenKey(HKEY hive = HKEY_LOCAL_MACHINE, LPCWSTR path = kKey) { error_ = RegOpenKeyW(hive, path, &key_); }
-    ~OpenKey()
-    {
-        if (key_ != nullptr)
-            RegCloseKey(key_);
-    }
+struct OpenKey {
+    explicit OpenKey(HKEY hive = HKEY_LOCAL_MACHINE, LPCWSTR path = kKey) : error(RegOpenKeyW(hive, path, &key)) {}
+    ~OpenKey() { RegCloseKey(key); }
     OpenKey(const OpenKey&) = delete;
     OpenKey& operator=(const OpenKey&) = delete;
 
-    LONG error() const { return error_; }
-    HKEY get() const { return key_; }
-
-  private:
-    HKEY key_ = nullptr;
-    LONG error_;
+    HKEY key = nullptr;
+    const LONG error;
 };
 
 LONG Create(HKEY hive)
@@ -66,14 +57,14 @@ std::string GetText(LPCWSTR name, HKEY hive = HKEY_LOCAL_MACHINE)
     const OpenKey key(hive);
     DWORD type = 0;
     DWORD size = 0;
-    LONG error = key.error();
+    LONG error = key.error;
     if (error == ERROR_SUCCESS)
-        error = RegQueryValueExW(key.get(), name, nullptr, &type, nullptr, &size);
+        error = RegQueryValueExW(key.key, name, nullptr, &type, nullptr, &size);
     if (error != ERROR_SUCCESS)
         return "error " + std::to_string(error);
     EXPECT_EQ(type, REG_SZ);
     std::u16string text(size / 2, u'?');
-    EXPECT_EQ(RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size),
+    EXPECT_EQ(RegQueryValueExW(key.key, name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size),
               ERROR_SUCCESS);
     return ToUtf8(text.c_str());
 }
@@ -133,7 +124,7 @@ TEST(RegistryFile, WrittenAsTheEditorWritesItAndReadBackTheSame)
 TEST(Registry, KeysThatAreAndKeysThatAreNot)
 {
     const PlatformRoot root;
-    EXPECT_EQ(OpenKey().error(), ERROR_FILE_NOT_FOUND) << "no file";
+    EXPECT_EQ(OpenKey().error, ERROR_FILE_NOT_FOUND) << "no file";
     WriteMachineHive(root, "");
     const struct {
         HKEY hive;
@@ -149,9 +140,9 @@ TEST(Registry, KeysThatAreAndKeysThatAreNot)
         {nullptr, kKey, ERROR_INVALID_HANDLE},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(OpenKey(row.hive, row.path).error(), row.error) << ToUtf8(row.path);
+        EXPECT_EQ(OpenKey(row.hive, row.path).error, row.error) << ToUtf8(row.path);
     const OpenKey above(HKEY_LOCAL_MACHINE, u"Software");
-    EXPECT_EQ(OpenKey(above.get(), u"Zandrel\\Kelvaro").error(), ERROR_SUCCESS);
+    EXPECT_EQ(OpenKey(above.key, u"Zandrel\\Kelvaro").error, ERROR_SUCCESS);
     EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
 }
 
@@ -179,19 +170,19 @@ TEST(Registry, AQueryTellsTypeAndSizeWhateverTheTypeIs)
         BYTE buffer[100] = {0xEE};
         DWORD type = 99;
         DWORD size = row.room;
-        EXPECT_EQ(RegQueryValueExW(key.get(), row.name, nullptr, &type, buffer, &size), row.error);
+        EXPECT_EQ(RegQueryValueExW(key.key, row.name, nullptr, &type, buffer, &size), row.error);
         EXPECT_EQ(type, row.type);
         EXPECT_EQ(size, row.size);
         EXPECT_EQ(buffer[0] == 0xEE, row.error != ERROR_SUCCESS) << "an unfit buffer is left alone";
         size = 0;
-        EXPECT_EQ(RegQueryValueExW(key.get(), row.name, nullptr, &type, nullptr, &size), ERROR_SUCCESS);
+        EXPECT_EQ(RegQueryValueExW(key.key, row.name, nullptr, &type, nullptr, &size), ERROR_SUCCESS);
         EXPECT_EQ(size, row.size);
     }
     BYTE byte;
-    EXPECT_EQ(Query(key.get(), u"Text"), ERROR_SUCCESS);
-    EXPECT_EQ(Query(key.get(), u"None"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(Query(key.get(), nullptr), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(RegQueryValueExW(key.get(), u"Text", nullptr, nullptr, &byte, nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(Query(key.key, u"Text"), ERROR_SUCCESS);
+    EXPECT_EQ(Query(key.key, u"None"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(Query(key.key, nullptr), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(RegQueryValueExW(key.key, u"Text", nullptr, nullptr, &byte, nullptr), ERROR_INVALID_PARAMETER);
 }
 
 TEST(Registry, EveryChangeOfTheFileIsSeen)
@@ -206,8 +197,8 @@ TEST(Registry, EveryChangeOfTheFileIsSeen)
     const OpenKey key;
     std::filesystem::remove(MachineFile(root));
     EXPECT_EQ(GetText(u"KeyVault"), "error 2");
-    EXPECT_EQ(Query(key.get(), u"KeyVault"), ERROR_KEY_DELETED);
-    EXPECT_EQ(RegSetKeyValueW(key.get(), nullptr, u"KeyVault", REG_SZ, u"", 2), ERROR_KEY_DELETED);
+    EXPECT_EQ(Query(key.key, u"KeyVault"), ERROR_KEY_DELETED);
+    EXPECT_EQ(RegSetKeyValueW(key.key, nullptr, u"KeyVault", REG_SZ, u"", 2), ERROR_KEY_DELETED);
     EXPECT_FALSE(std::filesystem::exists(MachineFile(root))) << "a value makes no key";
 }
 
@@ -217,23 +208,23 @@ TEST(Registry, WritingKeepsWhatItDoesNotChange)
     WriteMachineHive(root, "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"tiger\"\n");
     ASSERT_EQ(chmod(MachineFile(root).c_str(), 0644), 0);
     const OpenKey key;
-    ASSERT_EQ(RegSetKeyValueW(key.get(), nullptr, u"clientsecret", REG_SZ, u"", 2), ERROR_SUCCESS);
+    ASSERT_EQ(RegSetKeyValueW(key.key, nullptr, u"clientsecret", REG_SZ, u"", 2), ERROR_SUCCESS);
     const DWORD level = 10;
-    ASSERT_EQ(RegSetKeyValueW(key.get(), nullptr, u"LoggingLevel", REG_DWORD, &level, 4), ERROR_SUCCESS);
-    ASSERT_EQ(RegSetKeyValueW(key.get(), u"Sub", u"x", REG_BINARY, "\x01\x02", 2), ERROR_SUCCESS);
+    ASSERT_EQ(RegSetKeyValueW(key.key, nullptr, u"LoggingLevel", REG_DWORD, &level, 4), ERROR_SUCCESS);
+    ASSERT_EQ(RegSetKeyValueW(key.key, u"Sub", u"x", REG_BINARY, "\x01\x02", 2), ERROR_SUCCESS);
     EXPECT_EQ(ReadFileText(MachineFile(root)),
               kHead +
                   "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"\"\n\"LoggingLevel\"=dword:0000000a\n"
                   "\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Sub]\n\"x\"=hex:01,02\n");
     EXPECT_EQ(ModeOf(MachineFile(root)), 0640u) << "the group keeps what it had, all others are shut out";
 
-    EXPECT_EQ(RegDeleteKeyValueW(key.get(), nullptr, u"loggingLEVEL"), ERROR_SUCCESS);
+    EXPECT_EQ(RegDeleteKeyValueW(key.key, nullptr, u"loggingLEVEL"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"LoggingLevel"), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(GetText(u"LogfilePath"), "C:\\logs");
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey), ERROR_ACCESS_DENIED) << "there is a key below it";
-    EXPECT_EQ(RegDeleteKeyW(key.get(), u"Sub"), ERROR_SUCCESS);
+    EXPECT_EQ(RegDeleteKeyW(key.key, u"Sub"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey), ERROR_SUCCESS);
-    EXPECT_EQ(OpenKey().error(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(OpenKey().error, ERROR_FILE_NOT_FOUND);
 }
 
 TEST(Registry, TextsOfAllKindsComeBackUnchanged)
@@ -277,9 +268,9 @@ TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
         SCOPED_TRACE(row.name);
         std::filesystem::remove(MachineFile(root));
         row.make();
-        EXPECT_EQ(OpenKey().error(), ERROR_BADDB);
-        EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, nullptr).error(), ERROR_BADDB);
-        EXPECT_EQ(Query(before.get(), u"KeyVault"), ERROR_BADDB);
+        EXPECT_EQ(OpenKey().error, ERROR_BADDB);
+        EXPECT_EQ(OpenKey(HKEY_LOCAL_MACHINE, nullptr).error, ERROR_BADDB);
+        EXPECT_EQ(Query(before.key, u"KeyVault"), ERROR_BADDB);
         EXPECT_EQ(SetText(u"KeyVault", u"x"), ERROR_BADDB);
         EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"KeyVault"), ERROR_BADDB);
         EXPECT_EQ(Create(HKEY_LOCAL_MACHINE), ERROR_BADDB);

@@ -72,7 +72,7 @@ TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
             EXPECT_EQ(Outcome(reply), row.outcome);
             requests = server.requests();
             if (requests.size() == 1) {
-                EXPECT_EQ(server.lastServerName(), "kv.test");
+                EXPECT_EQ(server.seen().serverName, "kv.test");
             }
         }
         ASSERT_EQ(requests.size(), std::string(row.outcome) == "200" ? 1U : 0U);
@@ -143,7 +143,7 @@ TEST_F(WinHttpTls, TakesUpASessionWhileTheRootsAreTheSame)
         for (const auto& row : rows) {
             row.before();
             EXPECT_EQ(Get(), "200") << row.name;
-            EXPECT_EQ(server.resumed(), row.resumed) << row.name;
+            EXPECT_EQ(server.seen().resumed, row.resumed) << row.name;
         }
     }
 }

@@ -30,7 +30,7 @@ static std::optional<NTSTATUS> Answer(const char* call)
 
 static std::optional<NTSTATUS> AnswerChange(const char* call)
 {
-    router->changes.push_back(call);
+    router->changes.append(call).append(" ");
     return Answer(call);
 }
 

@@ -30,8 +30,7 @@ class FakeRouter {
     std::vector<WideText> listing = {TEXT("Microsoft Software Key Storage Provider")};
     // What a call of that name answers instead of doing its work; 0 for done without doing it.
     std::map<std::string, NTSTATUS> answers;
-    // The calls that change something, in their order.
-    std::vector<std::string> changes;
+    std::string changes;  // the calls that change something, in their order, each with a blank
     int blocksOut = 0;
 };
 
