@@ -160,12 +160,11 @@ std::vector<Stored> CertsTest::StoreInOrder(bool machine) const
     return found;
 }
 
-std::vector<Stored> CertsTest::Store(bool machine) const
+std::vector<Stored> CertsTest::Sorted(std::vector<Stored> stored)
 {
-    std::vector<Stored> found = StoreInOrder(machine);
-    std::sort(found.begin(), found.end(),
+    std::sort(stored.begin(), stored.end(),
               [](const Stored& left, const Stored& right) { return left.hash < right.hash; });
-    return found;
+    return stored;
 }
 
 void CertsTest::AddToStore(const Issued& issued, const std::string& container, bool machine,

@@ -50,13 +50,14 @@ class CertsTest : public HostTest {
     {
         return {hash, container, kProvider, NCRYPT_MACHINE_KEY_FLAG};
     }
-    std::vector<Stored> StoreInOrder(bool machine = true) const;  // as the platform walks over it
-    std::vector<Stored> Store(bool machine = true) const;         // in the order of the hashes
+    std::vector<Stored> StoreInOrder(bool machine = true) const;    // as the platform walks over it
+    static std::vector<Stored> Sorted(std::vector<Stored> stored);  // by their hashes
+    std::vector<Stored> Store(bool machine = true) const { return Sorted(StoreInOrder(machine)); }
     static void AddToStore(const Issued& issued, const std::string& container, bool machine = true,
                            const std::string& provider = kProvider);
     std::string CertSync(HKEY hive = HKEY_LOCAL_MACHINE) const { return root.GetText(hive, "CertSync"); }
 
-    // Requests to the vault since the last call, without the versions of their queries.
+    // Requests to the vault since the last call, without their queries.
     Strings TakeRequests();
     Strings LinesUpTo(int level, const std::string& from) const;  // those that begin with `from`
 };

@@ -4,7 +4,6 @@
 #include "provider/key_object.h"
 #include "provider/provider.h"
 #include "tests/certsync/certs_fixture.h"
-#include "tests/provider/fail_each.h"
 
 using nlohmann::json;
 
@@ -21,66 +20,50 @@ class MachineToVaultTest : public CertsTest {
         // Nothing comes the other way.
         root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, 0xFFFFFFFF);
     }
-
-    // Asks for the property that marks a key.
-    void Mark(NCRYPT_KEY_HANDLE key)
+    // A certificate of the vault's key "web", bound to it in the machine's store.
+    Issued Install(json spec = json::object())
     {
+        spec["key"] = "web";
+        const Issued issued = Issue(spec);
+        AddToStore(issued, "web");
+        return issued;
+    }
+    // Opens "web" and marks it by asking for the property; releasing it is to publish its certificate.
+    NCRYPT_KEY_HANDLE OpenMarked(DWORD flags = NCRYPT_MACHINE_KEY_FLAG)
+    {
+        const NCRYPT_KEY_HANDLE key = OpenKey("web", flags);
         DWORD size = 0;
         EXPECT_EQ(Hex(NTE_NOT_SUPPORTED),
                   Hex(table->GetKeyProperty(provider, key, TEXT("SmartCardKeyCertificate"), nullptr, 0, &size, 0)));
+        return key;
     }
-    // Opens the key, marks it, and gives it back: the requests of the release alone.
-    Strings Publish(const std::string& name = "web", DWORD flags = NCRYPT_MACHINE_KEY_FLAG)
+    // The requests of the release alone.
+    Strings Release(NCRYPT_KEY_HANDLE key)
     {
-        const NCRYPT_KEY_HANDLE key = OpenKey(name, flags);
-        Mark(key);
         TakeRequests();
         root.ClearLog();
         clock.ClearWaits();
         FreeKey(key);
+        EXPECT_TRUE(LinesUpTo(1, "KelvaroFreeKey").empty());
         return TakeRequests();
     }
-    // The body of the last request of the journal whose target ends so.
-    std::string Body(const std::string& action)
-    {
-        std::string body;
-        for (const json& request : sim.Journal()) {
-            if (request.value("target", "").find(action) != std::string::npos)
-                body = request.value("body", "");
-        }
-        return body;
-    }
-    // Publishes a certificate of this subject for "web". written: the subject in the policy, as JSON has it.
-    void ExpectSubject(const std::string& subject, const std::string& written)
-    {
-        SCOPED_TRACE(subject);
-        const Issued issued = Issue({{"key", "web"}, {"subject", subject}, {"notBefore", ++start_}});
-        AddToStore(issued, "web");
-        const NCRYPT_KEY_HANDLE key = OpenKey("web");
-        Mark(key);
-        sim.ClearJournal();
-        FreeKey(key);
-        const std::string body = Body("/create");
-        EXPECT_NE(std::string::npos, body.find("\"subject\":\"" + written + "\"")) << body;
-        EXPECT_EQ(issued.hash, VaultHashes("web").back());
-    }
-
-  private:
-    int64_t start_ = 1700000000;
+    Strings Publish(DWORD flags = NCRYPT_MACHINE_KEY_FLAG) { return Release(OpenMarked(flags)); }
+    void SetList(const std::string& list) { root.SetText(HKEY_LOCAL_MACHINE, "CertSync", list); }
 };
 
 TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
 {
+    const Strings& all = kPublication;
     const struct {
         const char* name;
         const char* kty;
         bool machine;
         Strings requests;
     } rows[] = {
-        {"RSA, machine", "RSA", true, kPublication},
-        {"RSA, user", "RSA", false, kPublication},
+        {"RSA, machine", "RSA", true, all},
+        {"RSA, user", "RSA", false, all},
         // The curve is asked for in hardware first, and the certificate's key is none.
-        {"curve", "EC", true, {kPublication[0], kPublication[1], kPublication[1], kPublication[2], kPublication[3]}},
+        {"curve", "EC", true, {all[0], all[1], all[1], all[2], all[3]}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -91,53 +74,22 @@ TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
         AddToStore(issued, "web", row.machine);
         const HKEY hive = row.machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
         const HKEY other = row.machine ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-        root.SetText(HKEY_LOCAL_MACHINE, "CertSync", "");
+        SetList("");
         root.SetText(HKEY_CURRENT_USER, "CertSync", "");
         const DWORD flags = row.machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
-        EXPECT_EQ(row.requests, Publish("web", flags));
+        EXPECT_EQ(row.requests, Publish(flags));
         EXPECT_EQ(issued.hash, VaultHashes("web").back());
+        EXPECT_EQ(Strings{}, Publish(flags)) << "once in step, a later release sends nothing";
         EXPECT_EQ(issued.hash, CertSync(hive));
         EXPECT_EQ("", CertSync(other));
-        // Once in step, a later release sends nothing.
-        EXPECT_EQ(Strings{}, Publish("web", flags));
-        EXPECT_EQ(issued.hash, CertSync(hive));
     }
-}
-
-TEST_F(MachineToVaultTest, TheLinesOfAPublication)
-{
-    AddVaultCertificate("web", "RSA");
-    const Issued issued = Issue({{"key", "web"}, {"subject", "CN=web01"}});
-    AddToStore(issued, "web");
-    Publish();
-    const std::string evaluate = "KVCEvaluateCertsInStore ";
-    EXPECT_EQ((Strings{evaluate + "store Machine 8", evaluate + "Look for Certificate web 10",
-                       evaluate + "kspInfoP->pwszContainerName web 10",
-                       evaluate + "kspInfoP->pwszProvName " + std::string(kProvider) + " 10",
-                       evaluate + "Found Matching Certificate web 10", evaluate + "Found certificate OK Blob 10"}),
-              LinesUpTo(10, evaluate));
-    const std::string set = "KelvaroSetKeyProperty ";
-    EXPECT_EQ((Strings{set + "EvaluateCertsInStore Found Certificate Hash " + issued.hash + " 10",
-                       set + "EvaluateCertsInStore Found Certificate CN=web01 10",
-                       set + "EvaluateCertsInStore Certificate Different Sizes CN=web01 10",
-                       set + "KVCLowLevelCreateKeyCertificate OK CN=web01 10"}),
-              LinesUpTo(10, set));
-    EXPECT_TRUE(root.Logged("KelvaroFreeKey publishCert web", 6));
-
-    // The vault's own certificate is compared byte by byte.
-    root.SetText(HKEY_LOCAL_MACHINE, "CertSync", "");
-    EXPECT_EQ(Strings{kPublication[0]}, Publish());
-    EXPECT_TRUE(root.Logged(set + "EvaluateCertsInStore Certificate Already in KV - Skip Sync CN=web01", 10));
-    EXPECT_TRUE(root.Logged(set + "KVCLowLevelCreateKeyCertificate OK CN=web01", 10));
-    EXPECT_EQ(issued.hash, CertSync());
 }
 
 TEST_F(MachineToVaultTest, WhatIsSentAndWhatIsRecorded)
 {
     AddVaultCertificate("web", "RSA");
-    const Issued issued = Issue({{"key", "web"}, {"size", 1200}});
+    const Issued issued = Install({{"size", 1200}});
     const Issued sameSize = Issue({{"key", "web"}, {"size", 1200}});
-    AddToStore(issued, "web");
     const auto status = [](const char* path, int code, int times = 1) {
         return json{{"path", path}, {"action", "status"}, {"status", code}, {"times", times}};
     };
@@ -147,127 +99,75 @@ TEST_F(MachineToVaultTest, WhatIsSentAndWhatIsRecorded)
         return fault;
     };
     const json other = certificate(sameSize);
-    const Strings upToCreation(kPublication.begin(), kPublication.begin() + 2);
-    const Strings withRetry = {kPublication[0], kPublication[1], kPublication[1]};
+    const Strings& all = kPublication;
     const struct {
         const char* name;
         std::vector<json> faults;
         Strings requests;
         bool recorded;
-        const char* line;  // of level 10, after "KelvaroSetKeyProperty EvaluateCertsInStore "
     } rows[] = {
-        {"the vault's cannot be read",
-         {status("/certificates/web?", 404)},
-         kPublication,
-         true,
-         "Could not find KV Certificate"},
-        {"the vault's has its size", {other}, kPublication, true, "Certificate Different"},
-        {"the vault's is the same",
-         {certificate(issued)},
-         {kPublication[0]},
-         true,
-         "Certificate Already in KV - Skip Sync"},
-        {"the creation is refused", {other, status("/create", 500)}, upToCreation, false, "Certificate Different"},
-        {"it is refused in software too",
-         {other, status("/create", 403, 2)},
-         withRetry,
-         false,
-         "Certificate Different"},
-        {"the key cannot be read back",
-         {other, status("/keys/web", 403)},
-         kPublication,
-         false,
-         "Certificate Different"},
-        {"the merge is refused", {other, status("/merge", 400)}, kPublication, true, "Certificate Different"},
+        {"the vault's can't be read", {status("/certificates/web?", 404)}, all, true},
+        {"the vault's has its size", {other}, all, true},
+        {"the vault's is the same", {certificate(issued)}, {all[0]}, true},
+        {"the creation is refused", {other, status("/create", 500)}, {all[0], all[1]}, false},
+        {"it is refused in software too", {other, status("/create", 403, 2)}, {all[0], all[1], all[1]}, false},
+        {"it is throttled to the end",
+         {other, status("/create", 429, 5)},
+         {all[0], all[1], all[1], all[1], all[1], all[1]},
+         false},
+        {"the key can't be read back", {other, status("/keys/web", 403)}, all, false},
+        {"the merge is refused", {other, status("/merge", 400)}, all, true},
+        {"the token is refused", {status("/certificates/web", 401, 3)}, {all[0], all[1], all[1]}, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        root.SetText(HKEY_LOCAL_MACHINE, "CertSync", "");
-        const NCRYPT_KEY_HANDLE key = OpenKey("web");
-        Mark(key);
+        SetList("");
+        const NCRYPT_KEY_HANDLE key = OpenMarked();
         sim.Control("DELETE", "/faults");
-        TakeRequests();
-        root.ClearLog();
         for (const json& fault : row.faults)
             sim.Fault(fault);
-        FreeKey(key);
-        EXPECT_EQ(row.requests, TakeRequests());
+        EXPECT_EQ(row.requests, Release(key));
         EXPECT_EQ(row.recorded ? issued.hash : "", CertSync());
-        EXPECT_FALSE(LinesUpTo(10, std::string("KelvaroSetKeyProperty EvaluateCertsInStore ") + row.line).empty());
     }
-}
-
-TEST_F(MachineToVaultTest, WhatFailedIsTriedAgainOnTheNextRelease)
-{
-    AddVaultCertificate("web", "RSA");
-    const Issued issued = Issue({{"key", "web"}});
-    AddToStore(issued, "web");
-    sim.Fault({{"path", "/create"}, {"action", "status"}, {"status", 429}, {"times", 5}});
-    EXPECT_EQ(6u, Publish().size());
-    EXPECT_EQ((std::vector<DWORD>{1000, 2000, 4000, 8000, 16000}), clock.Waits());
-    EXPECT_EQ("", CertSync());
-    EXPECT_EQ(kPublication, Publish());
-    EXPECT_EQ(issued.hash, CertSync());
-}
-
-TEST_F(MachineToVaultTest, TheTokenIsUsedAsItIs)
-{
-    AddVaultCertificate("web", "RSA");
-    AddToStore(Issue({{"key", "web"}}), "web");
-    const NCRYPT_KEY_HANDLE key = OpenKey("web");
-    Mark(key);
-    TakeRequests();
-    const int signIns = sim.SignIns();
-    clock.Advance(4000);  // to the client the token has run out
-    FreeKey(key);
-    EXPECT_EQ(signIns, sim.SignIns());
-    EXPECT_EQ(kPublication, TakeRequests());
-
-    // A vault that no longer takes it: nothing is recorded, and the host does not notice.
-    AddToStore(Issue({{"key", "web"}, {"notBefore", 1900000000}}), "web");
-    const std::string before = CertSync();
-    sim.Fault({{"path", "/certificates/web"}, {"action", "status"}, {"status", 401}, {"times", 3}});
-    EXPECT_EQ((Strings{kPublication[0], kPublication[1], kPublication[1]}), Publish());
-    EXPECT_EQ(before, CertSync());
 }
 
 TEST_F(MachineToVaultTest, WhichReleasesPublish)
 {
     AddVaultCertificate("web", "RSA");
-    AddToStore(Issue({{"key", "web"}}), "web");
-    KSP_KEY* unopened = nullptr;
-    ASSERT_EQ(0, CreateNewKeyObject(TEXT("web"), TEXT("RSA"), &unopened, NCRYPT_MACHINE_KEY_FLAG));
-    unopened->kvc = reinterpret_cast<KSP_PROVIDER*>(OpenProvider())->machineKvc;
-    unopened->publishCert = 1;
-    EXPECT_EQ(0, table->FreeKey(provider, reinterpret_cast<NCRYPT_KEY_HANDLE>(unopened)));
-    EXPECT_TRUE(root.Logged("KVCGetCert REST Call Error Error 0x0", 1)) << "a client that never signed in";
-    EXPECT_TRUE(sim.Journal().empty() && CertSync().empty());
-
+    Install();
+    const std::string longName(43, 'n');
+    AddToStore(Issue({{"subject", "CN=long"}}), longName);
+    OpenProvider();
+    const auto release = [this](const WCHAR* name, KVCClient* client) {
+        KSP_KEY* key = nullptr;
+        EXPECT_EQ(0, CreateNewKeyObject(name, TEXT("RSA"), &key, NCRYPT_MACHINE_KEY_FLAG));
+        key->kvc = client;
+        key->publishCert = 1;
+        EXPECT_EQ(0, table->FreeKey(provider, reinterpret_cast<NCRYPT_KEY_HANDLE>(key)));
+        return sim.Journal().size();
+    };
+    EXPECT_EQ(0u, release(TEXT("web"), reinterpret_cast<KSP_PROVIDER*>(provider)->machineKvc)) << "not signed in";
+    EXPECT_TRUE(root.Logged("KVCGetCert REST Call Error Error 0x0", 1));
     root.ClearLog();
-    FreeKey(OpenKey("web"));
-    EXPECT_EQ((Strings{"GET /keys/web"}), TakeRequests()) << "a key that is not marked";
+    EXPECT_EQ(0u, release(nullptr, nullptr)) << "a key without a name";
+    EXPECT_EQ(0u, release(Wide(longName).c_str(), nullptr)) << "a name without a form in the vault";
+    EXPECT_EQ(Strings{}, Release(OpenKey("web"))) << "a key that is not marked";
     EXPECT_TRUE(LinesUpTo(10, "KVCEvaluateCertsInStore").empty());
+    EXPECT_EQ("", CertSync());
 
-    KSP_KEY* nameless = nullptr;
-    ASSERT_EQ(0, CreateNewKeyObject(nullptr, TEXT("RSA"), &nameless, NCRYPT_MACHINE_KEY_FLAG));
-    nameless->publishCert = 1;
-    EXPECT_EQ(0, table->FreeKey(provider, reinterpret_cast<NCRYPT_KEY_HANDLE>(nameless)));
-    EXPECT_TRUE(LinesUpTo(10, "KVCEvaluateCertsInStore").empty()) << "a key without a name";
-
-    AddToStore(Issue({{"subject", "CN=long"}}), std::string(43, 'n'));
-    KSP_KEY* tooLong = nullptr;
-    ASSERT_EQ(0, CreateNewKeyObject(Wide(std::string(43, 'n')).c_str(), TEXT("RSA"), &tooLong, 0x20));
-    tooLong->publishCert = 1;
-    EXPECT_EQ(0, table->FreeKey(provider, reinterpret_cast<NCRYPT_KEY_HANDLE>(tooLong)));
-    EXPECT_EQ(Strings{}, TakeRequests()) << "a name without a form in the vault";
+    // The token is used as it is, though to the client it has run out.
+    const NCRYPT_KEY_HANDLE marked = OpenMarked();
+    const int signIns = sim.SignIns();
+    clock.Advance(4000);
+    EXPECT_EQ(kPublication, Release(marked));
+    EXPECT_EQ(signIns, sim.SignIns());
 
     // A host that sets the property, in whatever letter case.
+    Install({{"notBefore", 1900000000}});
     const NCRYPT_KEY_HANDLE key = OpenKey("web");
     BYTE value = 0;
     table->SetKeyProperty(provider, key, TEXT("smartcardkeycertificate"), &value, 1, 0);
-    TakeRequests();
-    FreeKey(key);
-    EXPECT_EQ(kPublication, TakeRequests());
+    EXPECT_EQ(kPublication, Release(key));
 }
 
 TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
@@ -301,7 +201,7 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         ClearStores();
-        root.SetText(HKEY_LOCAL_MACHINE, "CertSync", "");
+        SetList("");
         Strings hashes;
         int64_t end = kNow + 900 * kDay;
         for (const Row& certificate : row.store) {
@@ -313,18 +213,14 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
             AddToStore(issued, certificate.container, true, certificate.provider);
             hashes.push_back(issued.hash);
         }
-        const Strings requests = Publish();
-        EXPECT_EQ(row.winner < 0 ? Strings{} : kPublication, requests);
+        EXPECT_EQ(row.winner < 0 ? Strings{} : kPublication, Publish());
         EXPECT_EQ(row.winner < 0 ? "" : hashes[static_cast<size_t>(row.winner)], CertSync());
-        EXPECT_EQ(row.winner < 0, root.Logged("KVCEvaluateCertsInStore Failed to find certificate Blob", 10));
     }
-}
-
-TEST_F(MachineToVaultTest, OfTwoThatStartTogetherTheOneFoundFirstStays)
-{
-    AddVaultCertificate("web", "RSA");
+    // Of those that start together the first one that is found stays.
+    ClearStores();
+    SetList("");
     for (int i = 0; i < 4; i++)
-        AddToStore(Issue({{"key", "web"}, {"notBefore", 1700000000}}), "web");
+        Install({{"notBefore", 1700000000}});
     Publish();
     EXPECT_EQ(StoreInOrder().front().hash, CertSync());
 }
@@ -333,50 +229,65 @@ TEST_F(MachineToVaultTest, SubjectsReachThePolicyIntact)
 {
     AddVaultCertificate("web", "RSA");
     // The simulator reads names as the service does, from the end.
-    ExpectSubject("O=\"Acme, Inc.\", CN=web01", "CN=web01, O=\\\"Acme, Inc.\\\"");
-    ExpectSubject("CN=back\\slash", "CN=back\\\\slash");
-    ExpectSubject("", "CN=CertificateDummySubject");
-    ExpectSubject("CN=Gru\xC3\x9F", "CN=Gru\\u00df");
-    // A code page may take a plain quotation mark for this one.
-    ExpectSubject("CN=a\xEF\xBC\x82z", "CN=a\\uff02z");
+    const std::pair<std::string, std::string> rows[] = {
+        {"O=\"Acme, Inc.\", CN=web01", "CN=web01, O=\"Acme, Inc.\""},
+        {"CN=back\\slash", "CN=back\\slash"},
+        {"", "CN=CertificateDummySubject"},
+        {"CN=Gru\xC3\x9F", "CN=Gru\xC3\x9F"},
+        // A code page may take a plain quotation mark for this one.
+        {"CN=a\xEF\xBC\x82z", "CN=a\xEF\xBC\x82z"},
+    };
+    int64_t start = 1700000000;
+    for (const auto& [subject, written] : rows) {
+        SCOPED_TRACE(subject);
+        const Issued issued = Install({{"subject", subject}, {"notBefore", ++start}});
+        const NCRYPT_KEY_HANDLE key = OpenMarked();
+        sim.ClearJournal();
+        FreeKey(key);
+        const std::string body = sim.Journal()[1]["body"];
+        EXPECT_EQ(written, json::parse(body)["policy"]["x509_props"]["subject"]);
+        EXPECT_EQ(std::string::npos, body.find_first_of("\xC3\xEF")) << body;
+        EXPECT_EQ(issued.hash, VaultHashes("web").back());
+    }
 }
 
 TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
 {
     AddVaultCertificate("web", "RSA");
-    const Issued first = Issue({{"key", "web"}, {"notBefore", 1700000000}});
-    const Issued second = Issue({{"key", "web"}, {"notBefore", 1700000001}});
-    AddToStore(first, "web");
+    const std::string first = Install({{"notBefore", 1700000000}}).hash;
     Publish();
-    AddToStore(second, "web");
-    Publish();
-    EXPECT_EQ(first.hash + "," + second.hash, CertSync());
-
-    // Behind what the other direction wrote stands a second comma; a hash that is known in any place is known.
-    root.SetText(HKEY_LOCAL_MACHINE, "CertSync", first.hash + ",");
-    Publish();
-    EXPECT_EQ(first.hash + ",," + second.hash, CertSync());
-    root.SetText(HKEY_LOCAL_MACHINE, "CertSync", "x" + second.hash + "x");
-    EXPECT_EQ(Strings{}, Publish());
+    const std::string second = Install({{"notBefore", 1700000001}}).hash;
+    // Behind what the other direction wrote comes a second comma; a hash that is known in any place is known.
+    const struct {
+        std::string before;
+        std::string after;
+        bool known;
+    } rows[] = {
+        {first, first + "," + second, false},
+        {first + ",", first + ",," + second, false},
+        {"x" + second + "x", "x" + second + "x", true},
+    };
+    for (const auto& row : rows) {
+        SetList(row.before);
+        EXPECT_EQ(row.known, Publish().empty());
+        EXPECT_EQ(row.after, CertSync());
+    }
 }
 
 TEST_F(MachineToVaultTest, WhatCameFromTheVaultDoesNotGoBack)
 {
     root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, 0);
     AddVaultCertificate("web");
-    const NCRYPT_KEY_HANDLE key = OpenKey("web");
+    const NCRYPT_KEY_HANDLE key = OpenMarked();
     ASSERT_EQ(1u, Store().size());
-    Mark(key);
-    TakeRequests();
-    FreeKey(key);
-    EXPECT_EQ(Strings{}, TakeRequests());
+    EXPECT_EQ(Strings{}, Release(key));
 }
 
 TEST_F(MachineToVaultTest, WithPlainKeysTheVaultDecides)
 {
     root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 1);
     sim.AddKey(Simulator::kVault, {{"name", "web"}, {"kty", "RSA"}, {"size", 2048}});
-    AddToStore(Issue({{"key", "web"}}), "web");
+    Install();
     const Strings requests = Publish();
     EXPECT_EQ("GET /keys/web", requests.front());
     EXPECT_EQ("POST /keys/web/create", requests[1]);
@@ -386,25 +297,27 @@ TEST_F(MachineToVaultTest, WithPlainKeysTheVaultDecides)
 TEST_F(MachineToVaultTest, EveryAllocationOfAReleaseMayFail)
 {
     AddVaultCertificate("web", "RSA");
-    const Issued issued = Issue({{"key", "web"}});
-    AddToStore(issued, "web");
+    const Issued issued = Install();
     const std::string old = std::string(40, '0');
     OpenProvider();
     size_t failAt = 0;
+    size_t outOfMemory = 0;
     for (size_t seen = 0;; failAt++) {
-        root.SetText(HKEY_LOCAL_MACHINE, "CertSync", old);
-        const NCRYPT_KEY_HANDLE key = OpenKey("web");
-        Mark(key);
+        SetList(old);
+        const NCRYPT_KEY_HANDLE key = OpenMarked();
+        root.ClearLog();
         {
             const AllocFault fault(failAt);
             FreeKey(key);
             seen = fault.Seen();
         }
         EXPECT_EQ(0u, CertSync().find(old)) << failAt << ": the list is never lost";
+        outOfMemory += root.Logged("KelvaroFreeKey publishCert Out of memory", 1) ? 1 : 0;
         if (seen <= failAt)
             break;
     }
     EXPECT_GT(failAt, 10u);
+    EXPECT_GT(outOfMemory, 5u) << "for the list, the certificate and the call with its token";
     EXPECT_EQ(old + "," + issued.hash, CertSync());
 }
 
