@@ -118,11 +118,11 @@ TEST_F(LogTest, LinesOfManyThreadsStayWhole)
     Attach(1, 0);
     root.ClearLog();
     std::vector<std::thread> threads;
+    const TextString text(80, 'a');
     for (int t = 0; t < 8; t++) {
-        threads.emplace_back([] {
+        threads.emplace_back([&] {
             for (int i = 0; i < 50; i++)
-                LogString(TEXT("thread"),
-                          TEXT("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"), 1);
+                LogString(TEXT("thread"), text.c_str(), 1);
         });
     }
     for (std::thread& thread : threads)

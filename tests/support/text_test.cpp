@@ -1,24 +1,28 @@
+// Texts: composing and comparing them, counted strings, Base64, UUIDs.
 #include "support/text.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
+#include "support/base64.h"
+#include "support/guards.h"
 #include "support/heap.h"
+#include "support/log.h"
 #include "support/random_uuid.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/common/base64.h"
 #include "tests/common/test_root.h"
+
+using Bytes = std::vector<BYTE>;
+
+namespace {
 
 TEST(TextTest, ComposesNumbersAndCutsAtTheBuffersEnd)
 {
+    const TextView blank(TEXT(" "));
     WCHAR room[64];
-    TextWriter(room, 64)
-        .Number(-2147483648LL)
-        .Text(TEXT(" "))
-        .Hex(0x80090026)
-        .Text(TEXT(" "))
-        .Padded(7, 2)
-        .Text(TEXT(" "))
-        .Hex(0);
+    TextWriter(room, 64).Number(-2147483648LL).Text(blank).Hex(0x80090026).Text(blank).Padded(7, 2).Text(blank).Hex(0);
     EXPECT_EQ("-2147483648 80090026 07 0", Narrow(room));
     WCHAR small[6];
     TextWriter cut(small, 6);
@@ -45,15 +49,11 @@ TEST(UuidTest, IsLowerCaseInItsFormAndFreshEachTime)
     for (int i = 0; i < 100; i++) {
         WCHAR text[kUuidTextChars];
         NewUuidText(text);
-        const std::string uuid = Narrow(text);
-        ASSERT_EQ(36u, uuid.size());
-        for (size_t at = 0; at < uuid.size(); at++) {
-            if (at == 8 || at == 13 || at == 18 || at == 23)
-                EXPECT_EQ('-', uuid[at]);
-            else
-                EXPECT_NE(std::string::npos, std::string("0123456789abcdef").find(uuid[at])) << uuid;
-        }
+        std::string uuid = Narrow(text);
         EXPECT_TRUE(seen.insert(uuid).second);
+        for (char& ch : uuid)
+            ch = std::string("0123456789abcdef").find(ch) == std::string::npos ? ch : 'x';
+        ASSERT_EQ("xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx", uuid);
     }
 }
 
@@ -62,3 +62,167 @@ TEST(HeapTest, ABlockThatNoProcessCanAddressIsRefused)
 {
     EXPECT_EQ(nullptr, HeapAllocSized(0, uint64_t{1} << 62 | 16));
 }
+
+// What must hold after every operation. capacity: in bytes.
+void ExpectWhole(const BldStr* str, const std::string& text, DWORD capacity)
+{
+    ASSERT_NE(nullptr, str->cStr);
+    EXPECT_EQ(text, Narrow(str->cStr));
+    EXPECT_EQ(Wide(text).size(), str->length);
+    EXPECT_EQ(capacity, str->capacity);
+}
+
+TEST(BldStrTest, GrowsToTheExactSizeAndOnlyWhenItMust)
+{
+    const BldStrPtr str(BldStrNew(4));
+    ExpectWhole(str.get(), "", 10);
+    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("abcd")));
+    ExpectWhole(str.get(), "abcd", 10);
+    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("efg")));
+    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("")));
+    ExpectWhole(str.get(), "abcdefg", 16);
+    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("xy")));
+    ExpectWhole(str.get(), "xy", 16);
+    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("1234567890")));
+    ExpectWhole(str.get(), "1234567890", 22);
+    EXPECT_EQ(1, BldStrReplace(str.get(), str->cStr + 4)) << "a part of its own text";
+    ExpectWhole(str.get(), "567890", 22);
+    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("-a--b-c-")));
+    BldStrRemove(str.get(), '-');
+    BldStrRemove(str.get(), 'x');
+    ExpectWhole(str.get(), "abc", 18);
+    ExpectWhole(BldStrPtr(BldStrNewStr(TEXT(""))).get(), "", 2);
+    ExpectWhole(BldStrPtr(BldStrNewStrFromAscii("plain text")).get(), "plain text", 22);
+}
+
+TEST(BldStrTest, NullArgumentsAreRefusedAndLogged)
+{
+    TestRoot root;
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 2);
+    LogAttach();
+    const BldStrPtr empty(BldStrNewStr(TEXT("")));
+    EXPECT_EQ(0, BldStrCat(nullptr, TEXT("a")));
+    EXPECT_EQ(0, BldStrCat(empty.get(), nullptr));
+    EXPECT_EQ(0, BldStrReplace(empty.get(), nullptr));
+    EXPECT_EQ(nullptr, BldStrNewStr(nullptr));
+    EXPECT_EQ(nullptr, BldStrNewStrFromAscii(nullptr));
+    LogLevel = 0;
+    EXPECT_EQ(5u, root.LogLines().size());
+}
+
+std::string Encode(const Bytes& bytes)
+{
+    const MallocPtr<WCHAR> text(KVCKelvaro_ToBase64(bytes.data(), static_cast<DWORD>(bytes.size())));
+    return text ? Narrow(text.get()) : "(none)";
+}
+
+Bytes DecodeNew(const std::string& text)
+{
+    BYTE* block = nullptr;
+    DWORD size = 0;
+    if (!KVCKelvaro_FromBase64(Wide(text).c_str(), &block, &size, 1) || !block)
+        return {};
+    const MallocPtr<BYTE> owner(block);
+    EXPECT_TRUE(block[size] == 0 && block[size + 1] == 0) << "two zero bytes stand behind the data";
+    return Bytes(block, block + size);
+}
+
+TEST(Base64Test, GoesThereAndBackInBothAlphabets)
+{
+    for (size_t size = 1; size < 80; size++) {
+        Bytes bytes(size);
+        for (size_t i = 0; i < size; i++)
+            bytes[i] = static_cast<BYTE>(i * 7 + 249);
+        EXPECT_EQ(Base64(bytes), Encode(bytes));
+        for (const std::string& text : {Base64(bytes), Base64Url(bytes)}) {
+            EXPECT_EQ(bytes, DecodeNew(text)) << text;
+            for (const auto decode : {Kelvaro_FromBase64, BldBinFromBase64}) {
+                Bytes room(size);
+                DWORD cb = static_cast<DWORD>(size);
+                EXPECT_NE(0, decode(Wide(text).c_str(), room.data(), &cb)) << text;
+                EXPECT_EQ(bytes, room);
+            }
+        }
+    }
+    EXPECT_EQ(std::string::npos, Encode(Bytes(500, 1)).find_first_of("\r\n"));
+}
+
+TEST(Base64Test, TheThreeWaysOfCallingTheGeneralDecoder)
+{
+    const TextString text = Wide("AQIDBA");
+    BYTE* out = nullptr;
+    DWORD size = 0;
+    EXPECT_EQ(1, KVCKelvaro_FromBase64(text.c_str(), &out, &size, 0));
+    EXPECT_EQ(4u, size);
+    EXPECT_EQ(nullptr, out);
+
+    BYTE room[4] = {9, 9, 9, 9};
+    out = room;
+    size = 3;
+    EXPECT_EQ(0, KVCKelvaro_FromBase64(text.c_str(), &out, &size, 0));
+    EXPECT_EQ(4u, size);
+    EXPECT_EQ(9, room[0]) << "nothing is written into a buffer that is too small";
+    EXPECT_EQ(1, KVCKelvaro_FromBase64(text.c_str(), &out, &size, 1));
+    EXPECT_EQ(4, room[3]);
+}
+
+TEST(Base64Test, WhatIsRefused)
+{
+    const std::string longest(kBase64TextLimit, 'A');
+    EXPECT_EQ(kBase64TextLimit / 4 * 3, DecodeNew(longest).size());
+    EXPECT_TRUE(DecodeNew(longest + "A").empty());
+    Bytes room(4096);
+    DWORD cb = 4096;
+    EXPECT_EQ(0, Kelvaro_FromBase64(Wide(longest + "AAAA").c_str(), room.data(), &cb));
+    // The decoder of thumbprints has no bound.
+    cb = 4096;
+    EXPECT_NE(0, BldBinFromBase64(Wide(longest + "AAAA").c_str(), room.data(), &cb));
+    EXPECT_EQ((kBase64TextLimit + 4) / 4 * 3, cb);
+    EXPECT_EQ(0, Kelvaro_FromBase64(TEXT("*no*"), room.data(), &cb));
+    BYTE* out = nullptr;
+    EXPECT_EQ(0, KVCKelvaro_FromBase64(TEXT("*no*"), &out, &cb, 1));
+    EXPECT_EQ(nullptr, out);
+}
+
+TEST(TextTest, WithoutMemoryNothingIsLostAndNothingWrittenThrough)
+{
+    BYTE* out = nullptr;
+    DWORD cb = 0;
+    for (size_t failAt = 0; failAt < 2; failAt++) {
+        SCOPED_TRACE(failAt);
+        const AllocFault fault(failAt, true);
+        EXPECT_EQ(nullptr, BldStrNewStr(TEXT("some text")));
+    }
+    for (size_t failAt = 0; failAt < 2; failAt++) {
+        SCOPED_TRACE(failAt);
+        const AllocFault fault(failAt, true);
+        EXPECT_EQ(nullptr, BldStrNewStrFromAscii("some text"));
+    }
+    for (size_t failAt = 0; failAt < 2; failAt++) {
+        const AllocFault fault(failAt, true);
+        EXPECT_EQ(static_cast<int>(failAt), KVCKelvaro_FromBase64(TEXT("AQID"), &out, &cb, 1));
+        EXPECT_EQ(nullptr, out) << "the block of the answer can't be had";
+    }
+    {
+        const AllocFault fault(0, true);
+        EXPECT_EQ(nullptr, KVCKelvaro_ToBase64(reinterpret_cast<const BYTE*>("abc"), 3));
+    }
+    BldStr* hollow = nullptr;
+    {
+        const AllocFault fault(1, true);
+        hollow = BldStrNew(100);
+    }
+    ASSERT_NE(nullptr, hollow);
+    EXPECT_EQ(0, BldStrCat(hollow, TEXT("a")));
+    BldStrFree(hollow);
+
+    const BldStrPtr str(BldStrNewStr(TEXT("kept")));
+    {
+        const AllocFault fault(0, true);
+        EXPECT_EQ(0, BldStrCat(str.get(), TEXT(" and more")));
+        EXPECT_EQ(0, BldStrReplace(str.get(), TEXT("a longer text")));
+    }
+    ExpectWhole(str.get(), "kept", 10);
+}
+
+}  // namespace
