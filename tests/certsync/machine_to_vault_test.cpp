@@ -55,8 +55,7 @@ TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
 {
     const Strings& all = kPublication;
     const struct {
-        const char* name;
-        const char* kty;
+        const char *name, *kty;
         bool machine;
         Strings requests;
     } rows[] = {
@@ -178,8 +177,7 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
     struct Row {
         int64_t start;  // days
         size_t size;
-        std::string container;
-        std::string provider;
+        std::string container, provider;
     };
     const std::string own = kProvider;
     const struct {
@@ -259,8 +257,7 @@ TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
     const std::string second = Install({{"notBefore", 1700000001}}).hash;
     // Behind what the other direction wrote comes a second comma; a hash that is known in any place is known.
     const struct {
-        std::string before;
-        std::string after;
+        std::string before, after;
         bool known;
     } rows[] = {
         {first, first + "," + second, false},

@@ -181,8 +181,7 @@ TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
         const char* name;
         json fault;
         std::string list;
-        size_t waits;
-        size_t errors;
+        size_t waits, errors;
     } rows[] = {
         {"the listing is refused", fault("/certificates?", 403), "", 0, 2},
         {"a throttled page", fault("/certificates?", 429, nullptr, 4), both, 4, 4},

@@ -74,8 +74,7 @@ TEST_F(Authenticate, TheMethodFlagsSayWhatIsTried)
         DWORD authn;
         bool goodSecret;
         int result;
-        size_t posts;
-        size_t metadataCalls;
+        size_t posts, metadataCalls;
     } rows[] = {
         {1, true, 1, 0, 1},  {2, true, 1, 1, 0}, {2, false, 0, 1, 0}, {3, true, 1, 1, 0},
         {3, false, 1, 1, 1}, {4, true, 0, 0, 0}, {6, true, 1, 1, 0},
@@ -103,8 +102,7 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
         int status;
         const char* body;
         int result;
-        const char* tokenType;
-        const char* accessToken;
+        const char *tokenType, *accessToken;
     } rows[] = {
         {"no JSON", 200, "<html>", 0, "(NULL)", "(NULL)"},
         {"an empty body", 200, "", 0, "(NULL)", "(NULL)"},
@@ -154,8 +152,7 @@ TEST_F(Authenticate, TheVaultIsNamedAfterTheIdentity)
     const std::string guid = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
     const std::string claims = "{\"oid\":\"" + guid + "\"}";
     const struct {
-        const char* name;
-        const char* nameTemplate;
+        const char *name, *nameTemplate;
         std::string token;
         const char* vault;
     } rows[] = {

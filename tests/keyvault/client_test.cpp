@@ -40,8 +40,7 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
     ASSERT_FALSE(machine.empty());
     const struct {
         const char* name;
-        std::string nameTemplate;
-        std::string vault;
+        std::string nameTemplate, vault;
     } rows[] = {
         {"a marker for the identity's own name", "%G", "oidguid"},
         {"the marker beside something else is plain text", "kv%G", "kvoidguid"},

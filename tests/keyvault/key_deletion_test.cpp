@@ -13,13 +13,11 @@ class KeyDeletionTest : public VaultTest {
     void Begin(bool certificate, bool purge)
     {
         Fresh();
-        sim.Control("PUT", "/deletion", {{"beingDeletedAnswers", 0}});
         sim.Control("POST", std::string("/vaults/") + Simulator::kVault + (certificate ? "/certificates" : "/keys"),
                     {{"name", "mykey"}, {"kty", "EC"}, {"crv", "P-256"}});
         call->certificateMode = certificate ? 1 : 0;
         call->purgeOnDelete = purge ? 1 : 0;
     }
-    void TearDown() override { sim.Control("PUT", "/deletion", {{"beingDeletedAnswers", 0}}); }
 
     int Delete(const std::string& name = "mykey") { return KVCKeyDelete(call.get(), Wide(name).c_str()); }
 
@@ -52,8 +50,7 @@ TEST_F(KeyDeletionTest, AnswersOfEveryKind)
         bool purge;
         Statuses deletions;  // then the vault answers for itself
         Statuses purges;
-        size_t deletionsSent;
-        size_t purgesSent;
+        size_t deletionsSent, purgesSent;
         size_t waits;  // over both phases
         int result;
         const char* place;
@@ -100,30 +97,6 @@ TEST_F(KeyDeletionTest, AnswersOfEveryKind)
             EXPECT_EQ(busy, LinesWith(" Failed - Throttled or Conflict - Retry Error 0x"));
         }
     }
-}
-
-TEST_F(KeyDeletionTest, APurgeWaitsUntilTheVaultHasDeleted)
-{
-    for (const bool certificate : {false, true}) {
-        Begin(certificate, true);
-        sim.Control("PUT", "/deletion", {{"beingDeletedAnswers", 2}});
-        EXPECT_EQ(1, Delete());
-        ExpectRequests(1, 3);
-        EXPECT_EQ(RetryWaits(2), clock.Waits());
-        EXPECT_EQ("gone", Place());
-    }
-}
-
-TEST_F(KeyDeletionTest, ASecondDeletionPurgesWhatTheFirstLeft)
-{
-    Begin(true, false);
-    EXPECT_EQ(1, Delete());
-    EXPECT_EQ("deleted", Place());
-    EXPECT_EQ(0, Delete()) << "it isn't there any more";
-    call->purgeOnDelete = 1;
-    EXPECT_EQ(1, Delete());
-    ExpectRequests(3, 1);
-    EXPECT_EQ("gone", Place());
 }
 
 TEST_F(KeyDeletionTest, NamesAndWhatCannotBeAsked)

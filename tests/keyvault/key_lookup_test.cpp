@@ -89,15 +89,12 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
         json answer;
         Bytes bytes;
     } rows[] = {
-        {"cer", {{"cer", Base64(bytes)}}, bytes},
-        {"cer in the other alphabet", {{"cer", Base64Url(bytes)}}, bytes},
+        {"cer", {{"cer", Base64Url(bytes)}}, bytes},
         {"value comes first", {{"cer", "AQID"}, {"value", Base64(bytes)}}, bytes},
         {"a null value is none", {{"cer", "AQID"}, {"value", nullptr}}, {1, 2, 3}},
         {"a value that is no Base64 hides cer", {{"cer", "AQID"}, {"value", "*"}}, {}},
         {"neither", {{"id", "x"}}, {}},
-        {"no object", json::array(), {}},
         {"no JSON", "<html>", {}},
-        {"cut short", R"({"cer":"AQ)", {}},
         {"the longest that the decoder takes", {{"cer", longest}}, Bytes(3069)},
         {"a longer one", {{"cer", longest + "AAAA"}}, {}},
     };

@@ -45,8 +45,7 @@ TEST(KVKeyTest, BodiesOfTheLiveService)
         const char* file;
         LONG isEC;
         const char* ops;
-        DWORD modulusSize;
-        DWORD pointSize;
+        DWORD modulusSize, pointSize;
     } rows[] = {
         {"rsa-get", 0, "encrypt,decrypt,sign,verify,wrapKey,unwrapKey", 256, 0},
         {"ec-p256-create", 1, "sign,verify", 0, 32},
@@ -84,8 +83,7 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
     const json none = json::object();
     const auto tag = [](const char* text) { return json{{"AlgID", text}}; };
     const struct {
-        const char* name;
-        const char* kty;
+        const char *name, *kty;
         const char* crv;  // NULL: no member
         const char* ops;  // one operation
         json tags;        // null: no member
