@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the Debian packages from the Linux build, the same bytes each time.
-# Usage: packaging/debian/build-deb.sh VERSION BUILD_DIR DOCS_DIR OUTPUT_DIR   SOURCE_DATE_EPOCH: the time that everything carries.
+# Builds the Debian packages from the Linux build, reproducibly.
+# Usage: packaging/debian/build-deb.sh VERSION BUILD_DIR DOCS_DIR OUTPUT_DIR   SOURCE_DATE_EPOCH: the time of every file.
 set -eu
 version=$1
 build=$(cd "$2" && pwd)
@@ -16,7 +16,7 @@ trap 'rm -rf "$work"' EXIT
 export LC_ALL=C TZ=UTC
 umask 022
 
-depends() { # depends ROOT: what the binaries need, by package
+depends() { # depends ROOT: the packages that the binaries need
     mkdir -p "$work/shlibs/debian"
     printf 'Source: kelvaro\n\nPackage: kelvaro\nArchitecture: any\n' >"$work/shlibs/debian/control"
     binaries=$(find "$1/usr" -type f -path '*/bin/*' -o -type f -name '*.so')
@@ -29,7 +29,7 @@ fill() { # fill FILE: with the publisher's name and terms
     maintainer=$maintainer terms=$terms perl -pe 's/\@MAINTAINER\@/$ENV{maintainer}/; s/\@TERMS\@/$ENV{terms}/' "$1"
 }
 
-notices() { # notices NAME: copyright and changelog, where every package of Debian has them
+notices() { # notices NAME: copyright and changelog, where every Debian package has them
     folder=$work/$1/usr/share/doc/$1
     mkdir -p "$folder"
     fill "$here/copyright" >"$folder/copyright"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Builds the Windows installer from a payload, the same bytes each time.
+# Builds the Windows installer from a payload, reproducibly.
 # Usage: packaging/windows/build-msi.sh VERSION PAYLOAD OUTPUT.msi
-#   PAYLOAD: x64/ and x86/ with the binaries, policy/, docs/, prove.ps1, NOTICES.txt. SOURCE_DATE_EPOCH: the time that everything carries.
+#   PAYLOAD: x64/ and x86/ with the binaries, policy/, docs/, prove.ps1, NOTICES.txt. SOURCE_DATE_EPOCH: the time of every file.
 set -eu
 version=$1
 payload=$(cd "$2" && pwd)

@@ -84,14 +84,14 @@ dkHf3bdXDI8hAdyDSz/J611JzZCH74w=
 
 # ---- helpers
 
-# Runs a program; its exit status and all that it printed.
+# Runs a program. Returns its exit status and everything it printed.
 function Run([string] $Program, [string[]] $Arguments, [string] $Standard = '') {
     $ErrorActionPreference = 'Continue'
     if ($Standard) { $text = $Standard | & $Program @Arguments 2>&1 } else { $text = & $Program @Arguments 2>&1 }
     New-Object PSObject -Property @{ Exit = $LASTEXITCODE; Text = (@($text) | ForEach-Object { "$_" }) -join "`n" }
 }
 
-# The same, and a failure unless it ends with that status.
+# The same, but fails unless the program ends with that status. Returns what it printed.
 function Must([string] $Program, [string[]] $Arguments, [int] $Exit = 0, [string] $Standard = '') {
     $ran = Run $Program $Arguments $Standard
     if ($ran.Exit -ne $Exit) {
@@ -336,7 +336,7 @@ function ThreadTime([string] $Module) {
     [int] ($lines | Where-Object { $_ -match '^-?\d+\s*$' } | Select-Object -Last 1)
 }
 
-# ---- steps: number, title, those it rests on, what it does. The result is what was found.
+# ---- steps: number, title, the steps that it needs, what it does. The result is what was found.
 
 $Steps = @(
     @(1, 'the installer installs', @(), {

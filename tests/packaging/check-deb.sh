@@ -1,6 +1,6 @@
 #!/bin/sh
-# The Debian packages carry what was built, and what they install works: a vault is simulated, a key signs, openssl verifies.
-# dpkg installs and removes them in a folder, with a database of its own: this machine stays as it is.
+# The Debian packages contain what was built, and it works once installed: a key of a simulated vault signs, openssl verifies.
+# dpkg installs and removes them in a folder with its own database, so this machine isn't changed.
 # Usage: tests/packaging/check-deb.sh PACKAGES_DIR BUILD_DIR VERSION
 set -eu
 packages=$(cd "$1" && pwd)
@@ -83,7 +83,7 @@ ctl sign --key signer --alg RS256 --in "$work/file" --out "$work/file.sig" >/dev
 ctl keys export signer --format pem --out "$work/signer.pem" >/dev/null
 openssl dgst -sha256 -verify "$work/signer.pem" -signature "$work/file.sig" "$work/file" >/dev/null || fail "a bad signature"
 
-# What a machine keeps there.
+# What a machine stores there.
 mkdir -p "$root/var/lib/kelvaro/registry"
 dpkg_there --remove kelvaro
 [ -d "$root/var/lib/kelvaro/registry" ] || fail "removal took the settings away"

@@ -1,6 +1,6 @@
 #!/usr/bin/perl
-# packaging/windows/prove.ps1, as far as it can be judged without PowerShell: texts and brackets close, every variable and function is
-# defined, the steps are numbered in order and rest on earlier ones, and the tool has the commands and options that they use.
+# Checks packaging/windows/prove.ps1 as far as possible without PowerShell: strings and brackets close, every variable and function is
+# defined, the steps are numbered in order and depend on earlier ones, and the tool has the commands and options that they use.
 # Usage: tests/packaging/check-prove.pl [FILE]
 use strict;
 use warnings;
@@ -13,17 +13,17 @@ sub slurp { local $/; open my $in, '<', $_[0] or die "$_[0]: $!\n"; <$in> }
 local $_ = slurp($file);
 sub wrong { push @wrong, "line " . (1 + (substr($_, 0, pos // 0) =~ tr/\n//)) . ": $_[0]" }
 
-# $bare: the code with "" for each text, and what a text expands in front of it. @texts: the plain texts.
+# $bare: the code with "" for each string, preceded by what the string expands. @texts: the strings without expansion.
 my %closing = ('(' => ')', '{' => '}', '[' => ']');
 my ($bare, @texts) = ('');
 sub code;
-sub expanding {    # an expanding text up to its end
+sub expanding {    # an expandable string up to its end
     my ($end) = @_;
     until (/\G$end/gc) {
         if    (/\G(?:`.|"")/gcs)      { }
         elsif (/\G\$\(/gc)            { $bare .= ' ('; code(')') }
         elsif (/\G(\$\{?\w+\}?)/gc)   { $bare .= " $1 " }
-        elsif (!/\G./gcs)             { wrong('a text without an end'); last }
+        elsif (!/\G./gcs)             { wrong('an unterminated string'); last }
     }
     $bare .= ' "" ';
 }
@@ -39,18 +39,18 @@ sub code {    # code up to the bracket that ends it, or to the end of the file
         elsif (/\G([({[])/gc)                  { $bare .= $1; code($closing{$1}) }
         elsif (/\G([)}\]])/gc) {
             $bare .= $1;
-            wrong("'$1' where " . ($end ? "'$end'" : 'nothing') . ' is to be closed') unless $end && $1 eq $end;
+            wrong("'$1' where " . ($end ? "'$end'" : 'nothing') . ' is open') unless $end && $1 eq $end;
             return;
         }
         elsif (/\G([^'])/gcs)                  { $bare .= $1 }
-        else                                   { wrong('a text without an end'); return }
+        else                                   { wrong('an unterminated string'); return }
     }
     wrong("no '$end' at the end of the file") if $end;
 }
 pos() = 0;
 code('');
 
-# Variables. Assigned: in front of an equals sign, by foreach, as a parameter.
+# Variables are assigned before an equals sign, by foreach, or as parameters.
 my %assigned = map { lc, 1 } qw(_ null true false env script lastexitcode);
 $assigned{lc $1} = 1 while $bare =~ /\$(\w+)\s*(?:\+?=(?!=))/g;
 $assigned{lc $1} = 1 while $bare =~ /foreach\s*\(\s*\$(\w+)\s+in\b/g;
@@ -62,7 +62,7 @@ my %missing;
 while ($bare =~ /\$\{?(\w+)/g) { $missing{$1} = 1 unless $assigned{lc $1} }
 push @wrong, map { "\$$_ is never set" } sort keys %missing;
 
-# Functions: one is called where a statement, a bracket or a pipe begins.
+# A function is called at the start of a statement or bracket, or after a pipe.
 my %function = map { $_ => 0 } $bare =~ /\bfunction\s+(\w+)/g;
 my %word = map { $_ => 1 } qw(function param if else elseif foreach try catch finally throw exit until while do switch);
 (my $statements = $bare) =~ s/\breturn\b/;/g;
@@ -73,13 +73,13 @@ while ($statements =~ /(?:^|[{(;|=&])[ \t]*(\w[\w-]*)(?=[\s)}]|$)(?!\s*=)/gm) {
 }
 push @wrong, map { "$_ is never called" } grep { !$function{$_} } sort keys %function;
 
-# Steps: number, and those before it that it rests on.
+# Steps: the number, and the earlier steps that it needs.
 my $count = 0;
 my $source = slurp($file);
 while ($source =~ /^    \@\((\d+), .*, \@\(([\d, ]*)\), \{$/gm) {
     my ($number, @needed) = ($1, split /, */, $2);
     push @wrong, "step $number is number " . ($count + 1) if $number != ++$count;
-    push @wrong, map { "step $number rests on step $_" } grep { $_ >= $number } @needed;
+    push @wrong, map { "step $number needs step $_" } grep { $_ >= $number } @needed;
 }
 push @wrong, "$count steps" if $count != 19;
 

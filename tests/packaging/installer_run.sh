@@ -1,9 +1,9 @@
 #!/bin/sh
-# Installs, upgrades, repairs and removes the Windows package on the Windows runtime, with a simulated vault beside it; started by
-# check-packages.sh in namespaces of its own.
+# Installs, upgrades, repairs and removes the Windows package on the Windows runtime, next to a simulated vault. Started by
+# check-packages.sh in private namespaces.
 # Usage: installer_run.sh PREFIX PAYLOAD VAULTSIM ROUTER.dll HOSTILE.dll OLD.msi OLD_VERSION NEW.msi NEW_VERSION
-# The runtime has no configuration of key storage providers: the registration is left out where it must succeed, and its removal
-# fails, which must not keep the product.
+# The runtime can't register key storage providers: the registration is left out where an installation must succeed, and its removal
+# fails, which must not keep the product installed.
 set -eu
 prefix=$1
 payload=$2
@@ -26,9 +26,9 @@ wrong() {
     failed=1
 }
 wine() { timeout --kill-after=10 300 chroot "$runtime_root" "$WINE64" "$@" </dev/null 2>>"$work/wine.log"; }
-# What the programs print that it starts goes to the log.
+# The output of the programs that the installer starts goes to the log.
 msi() { wine msiexec "$@" /qn >>"$work/wine.log"; }
-# What the tool prints tells its success: the pipe hides its exit code.
+# Success is judged by the output: the pipe hides the exit code.
 ctl() { # ctl FOLDER ARGUMENT...: the installed tool, '' or '\x86'
     folder=$1
     shift
@@ -37,19 +37,19 @@ ctl() { # ctl FOLDER ARGUMENT...: the installed tool, '' or '\x86'
 setting() { # setting 64|32 NAME
     wine reg query 'HKLM\Software\Zandrel\Kelvaro' /v "$2" "/reg:$1" | tr -d '\r' | sed -n "s/^  *$2  *REG_[A-Z]*  *//p"
 }
-settings() { # settings: all that stands below the product's key, in both views
+settings() { # settings: everything below the product's key, in both views
     for bits in 64 32; do
         wine reg query 'HKLM\Software\Zandrel' /s "/reg:$bits" | tr -d '\r' | sed '/^$/d; /^reg: /d'
     done
 }
-expect_settings() { # expect_settings FILE WHEN: they are what the file holds
+expect_settings() { # expect_settings FILE WHEN: they equal the file
     settings >"$work/found"
     diff "$1" "$work/found" >"$work/difference" && return
     wrong "other settings $2:"
     cut -c 1-100 "$work/difference" | head -n 12 >&2
 }
 registrar() { wine "$program_folder\\kelvaro-register.exe" "$@" | tr -d '\r'; }
-expect_unharmed() { # expect_unharmed WHEN: nobody loaded the hostile DLL
+expect_unharmed() { # expect_unharmed WHEN: the hostile DLL was not loaded
     [ ! -e "$drive/hostile.txt" ] || wrong "a foreign DLL was loaded $1"
     rm -f "$drive/hostile.txt"
 }
@@ -104,22 +104,22 @@ cp "$hostile" "$work/tmp/hostile/kelvaro.dll"
 settings >"$work/none"
 printf 'Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"KeyVault"="from-a-file"\n' \
     >"$work/tmp/good.reg"
-# Refused, and nothing is left: another processor, a log folder that somebody else has put there, and a secret that stays in clear,
-# since it is too long to be protected.
+# Refused without traces: another processor, a log folder planted by somebody else, and a secret that stays in clear text because it
+# is too long to be protected.
 architecture() { wine reg add "HKLM\\System\\CurrentControlSet\\Control\\Session Manager\\Environment" /v PROCESSOR_ARCHITECTURE /d "$1" /f >/dev/null; }
 architecture ARM64
-! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 || wrong "an ARM64 machine was installed to"
+! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 || wrong "it installs on ARM64"
 architecture AMD64
 echo planted >"$drive/ProgramData/Zandrel"
-! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 KEYVAULT=contoso-keys || wrong "a planted log folder was taken"
+! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 KEYVAULT=contoso-keys || wrong "a planted log folder was accepted"
 rm "$drive/ProgramData/Zandrel"
 ! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 "CLIENTSECRET=$(printf '%0600d' 0 | tr 0 x)" 'SETTINGSFILE=Z:\tmp\good.reg' ||
-    wrong "a secret was left in clear"
-[ ! -e "$drive/ProgramData/Zandrel" ] || wrong "the log folder of an installation that failed is there"
+    wrong "a secret was left in clear text"
+[ ! -e "$drive/ProgramData/Zandrel" ] || wrong "a failed installation left its log folder"
 expect_files no "after a refusal"
 expect_settings "$work/none" "after a refusal"
 
-# An installation with settings works for programs of both kinds, and keeps no secret in clear.
+# An installation with settings works for programs of both kinds, and keeps no secret in clear text.
 msi /i 'Z:\tmp\old.msi' NOREGISTER=1 KEYVAULT=contoso-keys AUTHENTICATIONTYPE=2 "TENANTID=$VAULTSIM_TENANT" \
     "CLIENTID=$VAULTSIM_CLIENT_ID" "CLIENTSECRET=$secret" CERTIFICATESORKEYS=1 LOGGINGLEVEL=4 ||
     wrong "the installation failed"
@@ -148,21 +148,21 @@ wine reg query 'HKLM\System\CurrentControlSet\Services\EventLog\Application\Kelv
     wrong "the events have no source"
 protected=$(setting 64 ClientDPAPISecret)
 
-# Through a router, as other programs come to the provider. This one stands beside a copy of the tool.
+# Through a router, as other programs reach the provider. This one is in the folder of a copy of the tool.
 mkdir "$work/tmp/router"
 cp "$payload/x64/kelvaroctl.exe" "$work/tmp/router"
 cp "$router" "$work/tmp/router/ncrypt.dll"
 routed() { WINEDLLOVERRIDES="$WINEDLLOVERRIDES;ncrypt=n" wine 'Z:\tmp\router\kelvaroctl.exe' --via ncrypt "$@" | tr -d '\r'; }
-expect "the provider behind the router" 'Zandrel Key Storage Provider for Key Vault' \
+expect "the provider through the router" 'Zandrel Key Storage Provider for Key Vault' \
     "$(routed provider show | sed -n 's/^name  *//p')"
-expect "the keys behind the router" "$(ctl '' keys list --details)" "$(routed keys list --details)"
-expect "the algorithms behind the router" "$(ctl '' algorithms)" "$(routed algorithms)"
+expect "the keys through the router" "$(ctl '' keys list --details)" "$(routed keys list --details)"
+expect "the algorithms through the router" "$(ctl '' algorithms)" "$(routed algorithms)"
 routed sign --key signer --alg PS256 --in 'Z:\tmp\file' --out 'Z:\tmp\routed.sig' >/dev/null
-expect "the verdict behind the router" 'good signature' \
+expect "the verdict through the router" 'good signature' \
     "$(routed verify --key signer --alg PS256 --in 'Z:\tmp\file' --signature 'Z:\tmp\routed.sig')"
 routed encrypt --key signer --padding oaep --in 'Z:\tmp\file' --out 'Z:\tmp\routed.enc' >/dev/null
 routed decrypt --key signer --padding oaep --in 'Z:\tmp\routed.enc' --out 'Z:\tmp\routed.dec' >/dev/null
-cmp -s "$work/tmp/file" "$work/tmp/routed.dec" || wrong "encryption and decryption behind the router"
+cmp -s "$work/tmp/file" "$work/tmp/routed.dec" || wrong "encryption and decryption through the router"
 routed keys create routed --alg RSA --length 3072 >/dev/null
 expect "the new key" 'RSA 3072' "$(ctl '' keys show routed | sed -n 's/^key  *//p')"
 routed keys delete routed --yes >/dev/null
@@ -171,7 +171,7 @@ expect "the deleted key" '' "$(ctl '' keys show routed)"
 ctl '' config set LoggingLevel 8 >/dev/null
 ctl '' config set EventLog Application >/dev/null
 
-# An upgrade and a repair keep the settings; an older version does not come back.
+# An upgrade and a repair keep the settings; an older version is refused.
 msi /i 'Z:\tmp\new.msi' NOREGISTER=1 EVLOGGINGLEVEL=2 || wrong "the upgrade failed"
 expect_files yes "after the upgrade"
 expect_product "$new_version"
@@ -186,21 +186,21 @@ expect "the protected secret" "$protected" "$(setting 64 ClientDPAPISecret)"
 ! msi /i 'Z:\tmp\old.msi' NOREGISTER=1 || wrong "an older version was installed over a newer one"
 expect_product "$new_version"
 
-# Anybody may start a repair: it takes no setting, no file and no DLL from whoever starts it.
+# Anybody can start a repair: it accepts no setting, file or DLL from whoever starts it.
 { cat "$work/tmp/good.reg" && echo '"ClientSecret"="another"'; } >"$work/tmp/secret.reg"
 settings >"$work/before"
 msi /i 'Z:\tmp\new.msi' REINSTALL=ALL REINSTALLMODE=amus NOREGISTER=1 KEYVAULT=hostile CLIENTSECRET=hostile \
     'SETTINGSFILE=Z:\tmp\secret.reg' || wrong "a repair with properties failed"
 expect_settings "$work/before" "after a repair with properties"
-# The runtime's msiexec takes quotation marks away, so what Windows makes of them is run here.
+# The runtime's msiexec drops quotation marks, so the command line that Windows would build is run here.
 file='Z:\tmp\secret.reg" --module "Z:\tmp\hostile\kelvaro.dll'
 import=$(msiinfo export "$new" CustomAction | tr -d '\r' | awk -F '\t' '$1 == "ImportSettings64" {print $4}')
 printf '@"%s\\kelvaroctl.exe" %s\r\n' "$program_folder" "${import%%\[*}$file\"" >"$work/tmp/import.bat"
-wine cmd /c 'Z:\tmp\import.bat' >/dev/null && wrong "a settings file was taken whose name holds quotation marks"
+wine cmd /c 'Z:\tmp\import.bat' >/dev/null && wrong "a settings file with quotation marks in its name was accepted"
 expect_unharmed "by the name of a settings file"
 expect_settings "$work/before" "after an import with quotation marks"
 
-# Removal takes the files and leaves the settings.
+# Removal deletes the files and keeps the settings.
 msi /x 'Z:\tmp\new.msi' || wrong "the removal failed"
 expect_files no "after the removal"
 expect_product
@@ -217,7 +217,7 @@ refused() { # refused WHAT ARGUMENT...
     shift
     settings >"$work/before"
     before=$(readers)
-    ! msi /i 'Z:\tmp\new.msi' "$@" || wrong "taken: $what"
+    ! msi /i 'Z:\tmp\new.msi' "$@" || wrong "accepted: $what"
     expect_files no "after $what"
     expect_settings "$work/before" "after $what"
     expect "who can read the settings after $what" "$before" "$(readers)"
@@ -239,7 +239,7 @@ for bits in 64 32; do
     expect "KeyVault of the file, $bits bits" from-a-file "$(setting $bits KeyVault)"
 done
 
-# The registration program judges the modules before it asks Windows for anything.
+# The registration program checks the modules before it asks Windows for anything.
 cp "$drive/windows/syswow64/kelvaro.dll" "$drive/windows/system32/kelvaro.dll"
 said=$(wine "$program_folder\\kelvaro-register.exe" install) && wrong "a module for 32 bits was registered for 64"
 case $said in
