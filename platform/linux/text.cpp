@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/win_kernel.h"
+
 namespace {
 
 constexpr char32_t kLeadSurrogates = 0xD800;
@@ -113,12 +115,13 @@ size_t PutUtf16(char32_t value, char16_t* out)
 
 std::string ToUtf8(std::u16string_view text)
 {
-    std::string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        char units[4];
-        result.append(units, PutUtf8(TakeUtf16(&text).value, units));
-    }
+    constexpr size_t kLongest = 3;  // bytes of a unit
+    std::string result(text.size() * kLongest, '\0');
+    const int size = text.empty()
+                         ? 0
+                         : WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(),
+                                               static_cast<int>(result.size()), nullptr, nullptr);
+    result.resize(static_cast<size_t>(size));
     return result;
 }
 
@@ -182,5 +185,5 @@ char16_t UpperCase(char16_t unit)
 bool EqualIgnoringCase(std::u16string_view first, std::u16string_view second)
 {
     return std::equal(first.begin(), first.end(), second.begin(), second.end(),
-                      [](char16_t a, char16_t b) { return UpperCase(a) == UpperCase(b); });
+                      [](char16_t a, char16_t b) { return a == b || UpperCase(a) == UpperCase(b); });
 }
