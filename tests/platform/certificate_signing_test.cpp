@@ -99,6 +99,9 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
         const ASN1_BIT_STRING* signature = nullptr;
         X509_get0_signature(&signature, nullptr, copy.get());
         EXPECT_EQ(X509_get_signature_nid(copy.get()), OBJ_txt2nid(row.algorithm));
+        int parameters = 0;
+        X509_ALGOR_get0(nullptr, &parameters, nullptr, X509_get0_tbs_sigalg(copy.get()));
+        EXPECT_EQ(parameters, V_ASN1_NULL);
         EXPECT_EQ(HexOf(signature), SignatureOver(copy.get(), signer.key, row.digest)) << row.algorithm;
         EXPECT_EQ(X509_get_version(copy.get()), X509_VERSION_3);
         EXPECT_EQ(X509_get_key_usage(copy.get()), uint32_t{KU_DIGITAL_SIGNATURE | KU_KEY_ENCIPHERMENT});

@@ -1,8 +1,6 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <vector>
 
 #include "tests/platform/openssl_maker.h"
 #include "tests/platform/platform_root.h"

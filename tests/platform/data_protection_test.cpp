@@ -1,7 +1,5 @@
 #include <stdlib.h>
 
-#include <vector>
-
 #include "tests/platform/platform_root.h"
 
 namespace {

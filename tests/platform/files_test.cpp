@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "platform/linux/file_store.h"

@@ -5,12 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 PlatformRoot::PlatformRoot()
 {

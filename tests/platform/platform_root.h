@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/linux/text.h"
 #include "platform/platform.h"

@@ -1,8 +1,6 @@
 // The registry's files, and the registry's functions over them.
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "platform/linux/file_store.h"
 #include "platform/linux/registry_file.h"
 #include "tests/platform/platform_root.h"

@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
 #include <regex>
 #include <sstream>
-#include <vector>
 
 #include "tests/platform/platform_root.h"
 

@@ -29,7 +29,7 @@ TEST_F(WinHttp, FollowsRedirects)
         const char* outcome = "200";
     } rows[] = {
         {"GET", "301 /n?q=1", get + "GET /n?q=1 Authorization: s Host: kv.test |"},
-        {"GET", "302 n", get + "GET /a/n Authorization: s Host: kv.test |"},
+        {"GET", "302 n\r\nLocation: /second", get + "GET /a/n Authorization: s Host: kv.test |"},
         {"GET", "302 http://other.test/n", get + "GET /n Host: other.test |"},
         {"GET", "302 http://kv.test:81/n", get + "GET /n Host: kv.test:81 |"},
         {"POST", "301 /n", post + "GET /n Authorization: s Host: kv.test |"},

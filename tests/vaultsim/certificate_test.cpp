@@ -55,6 +55,7 @@ TEST_F(CertificateTest, AnswersHaveTheShapesOfTheService)
     EXPECT_EQ(Shape(merged.json()), Shape(sample));
     for (const char* member : {"key_props", "secret_props", "x509_props", "lifetime_actions", "issuer"})
         EXPECT_EQ(merged.json()["policy"][member], sample["policy"][member]) << member;
+    EXPECT_EQ(merged.json()["policy"]["attributes"]["enabled"], true);
     EXPECT_EQ(Get("/keys/a").json()["key"]["key_ops"], Json({"sign", "verify", "wrapKey", "unwrapKey"}));
 }
 

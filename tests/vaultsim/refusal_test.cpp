@@ -180,19 +180,22 @@ TEST_F(RefusalTest, MalformedRequestsReachNoService)
         {"POST /a HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 411 "},
         {"POST /a HTTP/1.1\r\nHost: x\r\nContent-Length: -1\r\n\r\n", "HTTP/1.1 400 "},
         {"POST /a HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n", "HTTP/1.1 400 "},
+        {"POST /a HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}"
+         "GET /b HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n",
+         "HTTP/1.1 404 "},
         {"GET /metadata/identity/oauth2/token?api-version=2018-02-01&resource=https://vault.azure.net HTTP/1.1\r\n"
          "Host: 169.254.169.254\r\nMetadata: True\r\nX-Two:  blanks \r\nConnection: close\r\n\r\n",
-         "HTTP/1.1 200 "},
+         "HTTP/1.1 200 OK\r\n"},
     };
     for (const auto& [request, answer] : rows)
-        EXPECT_EQ(Raw(Port("http"), request).substr(0, 13), answer) << request;
+        EXPECT_EQ(Raw(Port("http"), request).find(answer), 0u) << request;
 
     // The journal has all of them as they came.
     const Json requests = Control("GET", "/journal")["requests"];
-    ASSERT_EQ(requests.size(), std::size(rows));
+    ASSERT_EQ(requests.size(), std::size(rows) + 1) << "two of them on one connection";
     const Json& last = requests.back();
     EXPECT_EQ(last["listener"], "http");
-    EXPECT_EQ(std::string(rows[6].first).find(last["requestLine"].get<std::string>() + "\r\n"), 0u);
+    EXPECT_EQ(std::string(std::rbegin(rows)->first).find(last["requestLine"].get<std::string>() + "\r\n"), 0u);
     EXPECT_EQ(last["headers"],
               Json({"Host: 169.254.169.254", "Metadata: True", "X-Two:  blanks ", "Connection: close"}));
     EXPECT_EQ(last["status"], 200);
