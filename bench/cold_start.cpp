@@ -1,17 +1,12 @@
 // From nothing to the first signature: load, open a provider, sign in, open a key, sign; against a program that sends
-// the same requests by libcurl alone. They alternate, each in its own process, timed from outside.
-#include <spawn.h>
-#include <sys/wait.h>
-
+// the same requests by the system's HTTP library alone. They alternate, each in its own process, timed from outside.
 #include <fstream>
 #include <iostream>
-#include <stdexcept>
 
 #include "bench/bare_client.h"
 #include "bench/module.h"
 #include "bench/statistics.h"
-
-extern char** environ;
+#include "bench/system.h"
 
 namespace {
 
@@ -54,36 +49,28 @@ void SendAll(const std::string& path)
     }
 }
 
-double TimeProcess(const char* self, const char* what, const std::string& path)
+double TimeProcess(const std::string& what, const std::string& path)
 {
-    std::string file = path;
-    char* arguments[] = {const_cast<char*>(self), const_cast<char*>(what), file.data(), nullptr};
     const bench::Stopwatch watch;
-    pid_t child = 0;
-    int status = -1;
-    if (posix_spawn(&child, self, nullptr, nullptr, arguments, environ) != 0)
-        throw std::runtime_error("cannot start a process");
-    waitpid(child, &status, 0);
-    if (status != 0)
-        throw std::runtime_error(std::string(what) + " failed");
+    bench::RunSelf({what, path});
     return watch.Seconds();
 }
 
-nlohmann::json Compare(const char* self)
+nlohmann::json Compare()
 {
     bench::Vault vault;
     const std::string path = vault.directory() + "/requests";
     // The first open protects the stored secret; measure after it.
-    TimeProcess(self, "module", path);
+    TimeProcess("module", path);
     vault.ClearJournal();
-    TimeProcess(self, "module", path);
+    TimeProcess("module", path);
     const std::vector<bench::Recorded> requests = vault.Requests();
     Save(requests, path);
     std::vector<double> ratios;
     for (int pair = -kWarmUp; pair < kPairs; ++pair) {
         const bool moduleFirst = pair % 2 == 0;
-        const double first = TimeProcess(self, moduleFirst ? "module" : "bare", path);
-        const double second = TimeProcess(self, moduleFirst ? "bare" : "module", path);
+        const double first = TimeProcess(moduleFirst ? "module" : "bare", path);
+        const double second = TimeProcess(moduleFirst ? "bare" : "module", path);
         if (pair >= 0)
             ratios.push_back(moduleFirst ? first / second : second / first);
     }
@@ -103,5 +90,5 @@ int main(int count, char** arguments)
     else if (what == "bare" && count > 2)
         SendAll(arguments[2]);
     else
-        std::cout << Compare("/proc/self/exe") << '\n';
+        std::cout << Compare() << '\n';
 }

@@ -1,7 +1,6 @@
 #include "bench/module.h"
 
 #include <stdexcept>
-#include <string>
 
 #include "tests/common/test_root.h"
 
@@ -13,10 +12,15 @@ static void Check(SECURITY_STATUS status, const char* call)
         throw std::runtime_error(std::string(call) + " failed: " + std::to_string(status));
 }
 
-Module::Module() : library_(LoadLibraryW(Wide(KELVARO_MODULE_PATH).c_str()))
+std::string Module::File()
+{
+    return KELVARO_MODULE_PATH;
+}
+
+Module::Module(const std::string& path) : library_(LoadLibraryW(Wide(path).c_str()))
 {
     if (!library_)
-        throw std::runtime_error("cannot load " KELVARO_MODULE_PATH);
+        throw std::runtime_error("cannot load " + path);
     Open(reinterpret_cast<GetKeyStorageInterfaceFn>(
         reinterpret_cast<void (*)()>(GetProcAddress(library_, "GetKeyStorageInterface"))));
 }

@@ -1,17 +1,20 @@
 // A host of the module: opens a provider and calls it through its function table.
 #pragma once
 
+#include <string>
+
 #include "platform/cng_provider.h"
 
 namespace bench {
 
 class Module {
   public:
-    // Loads the module from its file and opens a provider. All calls here throw if they fail.
-    Module();
+    // Loads the module and opens a provider. All calls here throw if they fail.
+    explicit Module(const std::string& path = File());
     // Uses the same code, linked into this program.
     explicit Module(GetKeyStorageInterfaceFn getInterface);
     ~Module();
+    static std::string File();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 

@@ -1,5 +1,8 @@
-// One signature through the module against the same bytes sent by libcurl alone, alternating.
+// One signature through the module against the same bytes sent by the system's HTTP library alone, and with its log
+// against without, in turns.
+#include <filesystem>
 #include <iostream>
+#include <map>
 
 #include "bench/bare_client.h"
 #include "bench/module.h"
@@ -53,15 +56,65 @@ nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* 
         {"p95_of_module_over_p95_of_wire", bench::Percentile(throughModule, 0.95) / bench::Percentile(overWire, 0.95)}};
 }
 
+constexpr DWORD kLevels[] = {0, 4, 10};
+
+// A copy of the module that logs at its own level, which it reads as it is loaded.
+struct Logging {
+    Logging(bench::Vault& vault, DWORD level) : module(Copy(vault, level)), key(module, TEXT("rsa"), true) {}
+
+    static std::string Copy(bench::Vault& vault, DWORD level)
+    {
+        const std::filesystem::path file = bench::Module::File();
+        const std::string copy = vault.directory() + "/level" + std::to_string(level) + file.extension().string();
+        std::filesystem::copy_file(file, copy);
+        vault.LogAt(level);
+        return copy;
+    }
+
+    bench::Module module;
+    bench::Module::Key key;
+};
+
+// What a level of the log adds to a signature.
+nlohmann::json CompareLevels(bench::Vault& vault)
+{
+    std::vector<std::unique_ptr<Logging>> modules;
+    for (const DWORD level : kLevels)
+        modules.push_back(std::make_unique<Logging>(vault, level));
+    std::map<size_t, std::vector<double>> ratios;
+    for (int round = -kWarmUp; round < kPairs; ++round) {
+        std::map<size_t, double> seconds;
+        // They take turns at going first.
+        for (size_t i = 0; i < modules.size(); ++i) {
+            const size_t turn = (i + static_cast<size_t>(round + kWarmUp)) % modules.size();
+            seconds[turn] = Time([&] { modules[turn]->key.Sign(); });
+        }
+        for (size_t i = 1; i < modules.size() && round >= 0; ++i)
+            ratios[i].push_back(seconds[i] / seconds[0]);
+    }
+    return {{"rounds", kPairs},
+            {"level_4_over_closed", bench::Median(ratios[1])},
+            {"level_10_over_closed", bench::Median(ratios[2])}};
+}
+
+nlohmann::json CompareAll(bench::Vault& vault)
+{
+    bench::Module module;
+    nlohmann::json result = {{"rsa2048", Compare(vault, module, TEXT("rsa"), true, false)},
+                             {"p256", Compare(vault, module, TEXT("p256"), false, false)}};
+    if (bench::BareClient::ChoosesSessions()) {
+        result["rsa2048_sessions"] = Compare(vault, module, TEXT("rsa"), true, true);
+        result["p256_sessions"] = Compare(vault, module, TEXT("p256"), false, true);
+    }
+    return result;
+}
+
 }  // namespace
 
 int main()
 {
     bench::Vault vault;
-    bench::Module module;
-    std::cout << nlohmann::json{{"rsa2048", Compare(vault, module, TEXT("rsa"), true, false)},
-                                {"p256", Compare(vault, module, TEXT("p256"), false, false)},
-                                {"rsa2048_sessions", Compare(vault, module, TEXT("rsa"), true, true)},
-                                {"p256_sessions", Compare(vault, module, TEXT("p256"), false, true)}}
-              << '\n';
+    nlohmann::json result = CompareAll(vault);
+    result["log"] = CompareLevels(vault);
+    std::cout << result << '\n';
 }
