@@ -117,12 +117,16 @@ static int Print(const Answer& answer, const Tool& tool)
     return static_cast<int>(answer.exit);
 }
 
+std::vector<Command> AllCommands()
+{
+    return {ConfigCommand(),     ProviderCommand(), AlgorithmsCommand(), KeysCommand(),    PropertiesCommand(),
+            CertsCommand(),      SignCommand(),     VerifyCommand(),     EncryptCommand(), DecryptCommand(),
+            CompletionCommand(), ManualCommand(),   VersionCommand()};
+}
+
 static int Run(const std::vector<std::string>& arguments, Tool& tool)
 {
-    const std::vector<Command> commands = {ConfigCommand(),     ProviderCommand(), AlgorithmsCommand(), KeysCommand(),
-                                           PropertiesCommand(), CertsCommand(),    SignCommand(),       VerifyCommand(),
-                                           EncryptCommand(),    DecryptCommand()};
-    const std::function<Answer(Tool&)> action = ParseCommandLine(arguments, commands, &tool);
+    const std::function<Answer(Tool&)> action = ParseCommandLine(arguments, AllCommands(), &tool);
     return action ? Print(action(tool), tool) : static_cast<int>(ExitCode::Ok);
 }
 

@@ -125,7 +125,7 @@ Command CertsCommand()
             "certificates of keys, in the store and in the vault",
             {},
             {},
-            {list, install, PublishCommand(), SyncCommand()}};
+            {list, install, PublishCommand(), RemoveCommand(), SyncCommand()}};
 }
 
 }  // namespace kelvaroctl

@@ -11,6 +11,7 @@ Json CertificateObject(const StoredCertificate& certificate, const std::string& 
             {"notBefore", certificate.notBefore},
             {"notAfter", certificate.notAfter},
             {"expired", certificate.IsExpired()},
+            {"daysLeft", certificate.DaysLeft()},
             {"container", certificate.container.empty() ? Json(nullptr) : Json(certificate.container)},
             {"provider", certificate.provider.empty() ? Json(nullptr) : Json(certificate.provider)},
             {"bound", certificate.IsBound()},
@@ -24,12 +25,21 @@ static std::string KeyWords(const StoredCertificate& certificate)
     return certificate.provider.empty() ? "no key" : "key of another provider";
 }
 
+static std::string ExpiryWords(const StoredCertificate& certificate)
+{
+    constexpr int64_t kSoon = 30;
+    if (certificate.IsExpired())
+        return ", expired";
+    const int64_t days = certificate.DaysLeft();
+    return days < kSoon ? ", " + std::to_string(days) + (days == 1 ? " day left" : " days left") : "";
+}
+
 std::vector<std::string> CertificateRow(const StoredCertificate& certificate, const std::string& record)
 {
     const size_t kDay = sizeof("2026-01-31") - 1;
     return {certificate.thumbprint,
             certificate.notBefore.substr(0, kDay) + " to " + certificate.notAfter.substr(0, kDay) +
-                (certificate.IsExpired() ? ", expired" : ""),
+                ExpiryWords(certificate),
             KeyWords(certificate), Knows(record, certificate.thumbprint) ? "in step" : "-",
             Printable(certificate.subject)};
 }

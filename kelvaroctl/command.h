@@ -25,8 +25,9 @@ struct Argument {
     std::string help;
     const char* typeName = nullptr;  // of an option's value, in the help
     bool required = false;
-    std::vector<std::string> choices = {};  // in any letter case, stored as spelled here; empty: any value
-    char delimiter = 0;                     // also separates the values of a list
+    std::vector<std::string> choices = {};      // in any letter case, stored as spelled here; empty: any value
+    char delimiter = 0;                         // also separates the values of a list
+    std::vector<std::string> suggestions = {};  // that a shell completes, where any value is taken
 };
 
 struct Command {
@@ -37,5 +38,15 @@ struct Command {
     std::vector<Command> commands = {};
     std::string footer = {};  // below the help
 };
+
+// The options that all commands share.
+std::vector<Argument> SharedOptions(Tool* tool);
+
+// The commands under their whole names, "keys list", in the order of the help; groups too.
+struct NamedCommand {
+    std::string name;
+    const Command* command;
+};
+std::vector<NamedCommand> Flatten(const std::vector<Command>& commands);
 
 }  // namespace kelvaroctl

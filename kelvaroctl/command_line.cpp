@@ -6,32 +6,13 @@
 
 namespace kelvaroctl {
 
-static const char kExitCodes[] =
-    "Exit codes:\n"
-    "  0  done\n"
-    "  1  the answer is no: a bad signature, a deletion not confirmed\n"
-    "  2  the command line, or a file that it names, is not valid\n"
-    "  3  the settings, the registry or the module cannot be used\n"
-    "  4  sign-in was refused\n"
-    "  5  the key or certificate was not found\n"
-    "  6  the vault or the network refused\n"
-    "  7  internal error\n"
-    "With --json, the answer or the error ({\"error\":{...}}) is one object on standard output.";
-
-static void AddSharedOptions(CLI::App& app, Tool* tool)
+static std::string ExitCodes()
 {
-    app.add_flag("--json", tool->json, "print a JSON object, for programs");
-    app.add_option(
-           "--module", tool->modulePath,
-           "the provider's module, before the command; default: the one beside this program, or the installed one")
-        ->type_name("PATH");
-    app.add_option("--via", tool->via,
-                   "module: load the provider's module (default); ncrypt: use the key storage router of Windows")
-        ->check(CLI::IsMember({"module", "ncrypt"}))
-        ->type_name("WAY");
-    CLI::Option* const machine = app.add_flag("--machine", "machine keys and the machine's settings (default)");
-    app.add_flag("--user", tool->user, "the caller's own keys and settings")->excludes(machine);
-    app.set_version_flag("--version", std::string("kelvaroctl " KELVARO_VERSION));
+    std::string text = "Exit codes:\n";
+    int code = 0;
+    for (const char* const meaning : kExitMeanings)
+        text += "  " + std::to_string(code++) + "  " + meaning + "\n";
+    return text + "With --json, the answer or the error ({\"error\":{...}}) is one object on standard output.";
 }
 
 namespace {
@@ -64,6 +45,14 @@ static void AddArgument(CLI::App& app, const Argument& argument)
         option->delimiter(argument.delimiter);
 }
 
+static void AddSharedOptions(CLI::App& app, Tool* tool)
+{
+    for (const Argument& option : SharedOptions(tool))
+        AddArgument(app, option);
+    app.get_option("--user")->excludes("--machine");
+    app.set_version_flag("--version", std::string("kelvaroctl " KELVARO_VERSION));
+}
+
 // chosen: receives the action of the command that is named.
 static void AddCommand(CLI::App& parent, const Command& command, std::function<Answer(Tool&)>* chosen)
 {
@@ -94,18 +83,48 @@ static void Parse(CLI::App& app, const std::vector<std::string>& arguments)
         throw CLI::ArgumentMismatch("--module goes before the command");
 }
 
-// The part of the command that was recognised: "kelvaroctl keys list".
-static std::string CommandOf(const CLI::App& app)
+// The part of the command line that was recognised.
+struct Recognised {
+    std::string name = "kelvaroctl";                   // "kelvaroctl keys list"
+    const std::vector<Command>* members = nullptr;     // of the group
+    const std::vector<Argument>* arguments = nullptr;  // of the command
+};
+
+static Recognised Recognise(const CLI::App& app, const std::vector<Command>& commands)
 {
-    const std::vector<CLI::App*> parsed = app.get_subcommands();
-    return app.get_name() + (parsed.empty() ? "" : " " + CommandOf(*parsed.front()));
+    static const std::vector<Argument> kNone;
+    Recognised found;
+    found.members = &commands;
+    found.arguments = &kNone;
+    const CLI::App* at = &app;
+    while (!at->get_subcommands().empty()) {
+        at = at->get_subcommands().front();
+        const auto member = std::find_if(found.members->begin(), found.members->end(),
+                                         [&](const Command& command) { return at->get_name() == command.name; });
+        found.name += " " + at->get_name();
+        found.arguments = &member->arguments;
+        found.members = &member->commands;
+    }
+    return found;
+}
+
+static std::string UnknownWord(const std::string& word, const Recognised& found, Tool* tool)
+{
+    std::vector<std::string> known;
+    for (const Command& command : *found.members)
+        known.push_back(command.name);
+    for (const std::vector<Argument>& arguments : {*found.arguments, SharedOptions(tool)}) {
+        for (const Argument& argument : arguments)
+            known.push_back(argument.name);
+    }
+    return "unknown command or option: '" + word + "'" + DidYouMean(word, known);
 }
 
 std::function<Answer(Tool&)> ParseCommandLine(const std::vector<std::string>& arguments,
                                               const std::vector<Command>& commands, Tool* tool)
 {
     CLI::App app("Administers the Zandrel Key Storage Provider for Key Vault", "kelvaroctl");
-    app.footer(kExitCodes);
+    app.footer(ExitCodes());
     app.require_subcommand(1);
     // Shared options, all but --module, may also follow the command.
     app.fallthrough();
@@ -121,8 +140,9 @@ std::function<Answer(Tool&)> ParseCommandLine(const std::vector<std::string>& ar
     } catch (const CLI::ParseError& error) {
         tool->json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         const std::vector<std::string> unknown = app.remaining(true);
-        const std::string problem = unknown.empty() ? error.what() : "unknown command or option: '" + unknown[0] + "'";
-        throw UsageFailure(problem + "; see " + CommandOf(app) + " --help");
+        const Recognised found = Recognise(app, commands);
+        throw UsageFailure((unknown.empty() ? error.what() : UnknownWord(unknown[0], found, tool)) + "; see " +
+                           found.name + " --help");
     }
     return chosen;
 }

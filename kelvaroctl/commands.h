@@ -15,6 +15,12 @@ Command SignCommand();
 Command VerifyCommand();
 Command EncryptCommand();
 Command DecryptCommand();
+Command VersionCommand();
+Command CompletionCommand();
+Command ManualCommand();
+
+// The commands above, in the order of the help.
+std::vector<Command> AllCommands();
 
 // Members of "keys".
 Command RequestCommand();
@@ -25,5 +31,6 @@ Command ImportCommand();
 // Members of "certs".
 Command PublishCommand();
 Command SyncCommand();
+Command RemoveCommand();
 
 }  // namespace kelvaroctl

@@ -16,12 +16,9 @@ static Json HiveObject(const SettingsHive& hive)
     return {{"hive", hive.name()}, {"key", ToNarrow(kSettingsKey)}, {"place", SettingsPlace(hive.handle())}};
 }
 
-static std::string Joined(const std::vector<std::string>& names)
+static std::string Accounts(const std::vector<std::string>& readers)
 {
-    std::string text;
-    for (const std::string& name : names)
-        text += (text.empty() ? "" : ", ") + Printable(name);
-    return text.empty() ? "nobody yet" : text;
+    return readers.empty() ? "nobody yet" : Joined(readers);
 }
 
 // Who can read the machine's settings; best effort.
@@ -31,7 +28,7 @@ static void ReportAccess(Answer* answer)
         const SettingsAccess access = ReadSettingsAccess();
         answer->object["readers"] = access.readers;
         answer->object["open"] = access.open;
-        answer->text += "read by " + Joined(access.readers) + "\n";
+        answer->text += "read by " + Accounts(access.readers) + "\n";
     } catch (const Failure&) {
     }
 }
@@ -65,7 +62,7 @@ static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts
     answer.object = HiveObject(tool.hive());
     answer.object["readers"] = access.readers;
     answer.object["open"] = access.open;
-    answer.text = "the machine's settings can be read by " + Joined(access.readers) + "\n";
+    answer.text = "the machine's settings can be read by " + Accounts(access.readers) + "\n";
     return answer;
 }
 
@@ -81,23 +78,43 @@ static void CheckAccess(Tool& tool, bool anyway)
     tool.Warn(problem);
 }
 
-// The setting of that name, if it can be set or removed in that hive.
+static std::vector<std::string> SettingNames()
+{
+    std::vector<std::string> names;
+    for (const Setting* row = kSettings; row->name; ++row) {
+        if (!IsState(*row))
+            names.emplace_back(row->name);
+    }
+    return names;
+}
+
+// The setting of that name, if it can be read or set by hand in that hive.
 static const Setting& SettingFor(const std::string& name, const SettingsHive& hive)
 {
     const Setting* const setting = FindSetting(name);
-    if (!setting) {
-        std::string known;
-        for (const Setting* row = kSettings; row->name; ++row) {
-            if (!IsState(*row))
-                known += std::string(known.empty() ? "" : ", ") + row->name;
-        }
-        throw UsageFailure("unknown setting: '" + name + "'; choose one of " + known);
-    }
+    if (!setting)
+        throw UsageFailure("unknown setting: '" + name + "'" + DidYouMean(name, SettingNames()) + "; choose one of " +
+                           Joined(SettingNames()));
     if (IsState(*setting))
         throw UsageFailure(std::string(setting->name) + " is the provider's own state and cannot be set by hand");
     if (setting->machineOnly && !hive.isMachine())
         throw UsageFailure(std::string(setting->name) + " is only read from the machine's settings");
     return *setting;
+}
+
+// What the module takes: the value alone, for programs.
+static Answer GetSetting(const Tool& tool, const std::string& name)
+{
+    const SettingsHive hive = tool.hive();
+    const Setting& setting = SettingFor(name, hive);
+    const Json member = ReportSettings(hive).settings[setting.name];
+    const Json& value = member.contains("state") ? member["state"] : member["value"];
+    Answer answer;
+    answer.object = HiveObject(hive);
+    answer.object["name"] = setting.name;
+    answer.object.update(member);
+    answer.text = (value.is_string() ? Printable(value.get<std::string>()) : value.dump()) + "\n";
+    return answer;
 }
 
 static void RefuseProblem(const Setting& setting, const std::string& problem)
@@ -197,8 +214,9 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;
     if (IsText(setting)) {
-        WriteText(tool, hive, setting, *value);
-        answer.object["value"] = *value;
+        const std::string text = ShortForm(setting, *value);
+        WriteText(tool, hive, setting, text);
+        answer.object["value"] = text;
         if (setting.name == std::string_view("LogfilePath"))
             WarnOfLogFolder(tool);
     } else {
@@ -319,12 +337,16 @@ struct ConfigArguments {
 Command ConfigCommand()
 {
     const auto from = std::make_shared<ConfigArguments>();
-    const Argument name = {"NAME", &from->name, "the setting's name", nullptr, kRequired};
+    const Argument name = {"NAME", &from->name, "the setting's name", nullptr, kRequired, {}, 0, SettingNames()};
     return {"config",
             "the provider's settings",
             {},
             {},
             {{"show", "show all settings; secrets are never shown", {}, ShowConfig},
+             {"get",
+              "print the value of one setting, or its default",
+              {name},
+              [from](Tool& tool) { return GetSetting(tool, from->name); }},
              {"set",
               "set one setting",
               {name,

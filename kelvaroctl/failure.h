@@ -12,13 +12,25 @@ namespace kelvaroctl {
 
 enum class ExitCode : int {
     Ok = 0,
-    Negative = 1,       // the answer is no: a bad signature, a deletion not confirmed
-    Usage = 2,          // the command line or an input file is wrong
-    Configuration = 3,  // settings, their store, or the module cannot be used
+    Negative = 1,
+    Usage = 2,
+    Configuration = 3,
     SignIn = 4,
     NotFound = 5,
-    Refused = 6,  // by the vault or the network
+    Refused = 6,
     Internal = 7,
+};
+
+// What they mean, by number.
+constexpr const char* kExitMeanings[] = {
+    "done",
+    "the answer is no: a bad signature, a deletion not confirmed",
+    "the command line, or a file that it names, is not valid",
+    "the settings, the registry or the module cannot be used",
+    "sign-in was refused",
+    "the key or certificate was not found",
+    "the vault or the network refused",
+    "internal error",
 };
 
 class Failure : public std::exception {

@@ -73,6 +73,7 @@ void OutputFile::Write(const Bytes& content)
     if (!file)
         throw FileFailure("write", name_);
     isNew_ = false;
+    RemoveWhenInterrupted({});
 }
 
 }  // namespace kelvaroctl

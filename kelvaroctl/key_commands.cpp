@@ -161,6 +161,12 @@ static Answer ShowKey(Tool& tool, const std::string& name)
     } else {
         tool.Warn(problem);
     }
+    const std::vector<std::string> operations = KeyOperations(key);
+    answer.object["operations"] = operations;
+    answer.object["enabled"] = nullptr;
+    answer.object["expires"] = nullptr;
+    rows.push_back({"operations", Joined(operations)});
+    rows.push_back({"enabled, expiry", "not reported by the provider; see kelvaroctl doctor --key"});
     answer.object["properties"] = properties;
     answer.text = Columns(rows) + "properties\n" + PropertyColumns(properties, 2) + pem;
     return answer;

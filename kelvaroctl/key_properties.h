@@ -9,6 +9,10 @@ namespace kelvaroctl {
 // reading it makes the provider publish the key's certificate.
 Json KeyProperties(const Key& key);
 
+// What the key may be used for: {"sign","decrypt"}. The provider reports neither whether a key is enabled nor its
+// dates.
+std::vector<std::string> KeyOperations(const Key& key);
+
 // The same as columns.
 std::string PropertyColumns(const Json& properties, size_t indent);
 

@@ -1,6 +1,5 @@
 #include "kelvaroctl/personal_store.h"
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -49,7 +48,6 @@ class Store {
     HCERTSTORE handle_;
 };
 
-// These texts sort by time.
 std::string TimeText(__time64_t seconds)
 {
     struct tm parts = {};
@@ -59,11 +57,11 @@ std::string TimeText(__time64_t seconds)
     return text;
 }
 
-std::string TimeText(const FILETIME& time)
+int64_t UnixTime(const FILETIME& time)
 {
     constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
     const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-    return TimeText(static_cast<__time64_t>(ticks / 10000000) - kUnixEpoch);
+    return static_cast<int64_t>(ticks / 10000000) - kUnixEpoch;
 }
 
 std::string NameText(const CERT_NAME_BLOB& name)
@@ -93,15 +91,14 @@ StoredCertificate Describe(const CERT_CONTEXT* context)
     StoredCertificate found;
     found.subject = NameText(info.Subject);
     found.start = static_cast<ULONGLONG>(info.NotBefore.dwHighDateTime) << 32 | info.NotBefore.dwLowDateTime;
-    found.notBefore = TimeText(info.NotBefore);
-    found.notAfter = TimeText(info.NotAfter);
+    found.notBefore = TimeText(UnixTime(info.NotBefore));
+    found.end = UnixTime(info.NotAfter);
+    found.notAfter = TimeText(found.end);
     found.der.assign(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
     DWORD size = 0;
     const auto hash = Property(context, CERT_SHA1_HASH_PROP_ID, &size);
     const BYTE* const bytes = reinterpret_cast<const BYTE*>(hash.data());
-    found.thumbprint = HexText(hash.empty() ? Bytes() : Bytes(bytes, bytes + size));
-    std::transform(found.thumbprint.begin(), found.thumbprint.end(), found.thumbprint.begin(),
-                   [](char ch) { return ch >= 'a' ? static_cast<char>(ch - 'a' + 'A') : ch; });
+    found.thumbprint = UpperHex(hash.empty() ? Bytes() : Bytes(bytes, bytes + size));
     const auto block = Property(context, CERT_KEY_PROV_INFO_PROP_ID, &size);
     if (!block.empty()) {
         const auto* key = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block.data());
@@ -120,7 +117,14 @@ bool StoredCertificate::IsBound() const
 
 bool StoredCertificate::IsExpired() const
 {
-    return notAfter < TimeText(static_cast<__time64_t>(time(nullptr)));
+    return end < time(nullptr);
+}
+
+int64_t StoredCertificate::DaysLeft() const
+{
+    constexpr int64_t kDay = 24 * 60 * 60;
+    const int64_t left = end - time(nullptr);
+    return left < 0 ? (left - kDay + 1) / kDay : left / kDay;
 }
 
 std::vector<StoredCertificate> ReadPersonalStore(bool machine)
@@ -154,6 +158,24 @@ StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::
     if (!CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info))
         throw PlatformFailure("the certificate is in " + StoreName(machine) + ", but cannot be bound to its key");
     return Describe(context.get());
+}
+
+std::optional<StoredCertificate> RemoveCertificate(bool machine, const std::string& thumbprint)
+{
+    const Store store(machine, 0);
+    Context context;
+    while (true) {
+        context.reset(CertEnumCertificatesInStore(store.handle(), context.release()));
+        if (!context)
+            return std::nullopt;
+        StoredCertificate found = Describe(context.get());
+        if (found.thumbprint != thumbprint)
+            continue;
+        // Frees the context.
+        if (!CertDeleteCertificateFromStore(context.release()))
+            throw PlatformFailure("cannot remove the certificate from " + StoreName(machine));
+        return found;
+    }
 }
 
 std::optional<StoredCertificate> CertificateToPublish(bool machine, const std::string& keyName, bool* tooLarge)

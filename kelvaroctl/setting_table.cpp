@@ -1,5 +1,6 @@
 #include "kelvaroctl/setting_table.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace kelvaroctl {
@@ -84,6 +85,19 @@ static std::string VaultTemplateProblem(const WideText& value)
     if (!expands && (value.size() < 3 || value.size() > 24))
         return "a vault's name has 3 to 24 characters";
     return "";
+}
+
+std::string ShortForm(const Setting& setting, const std::string& value)
+{
+    constexpr std::string_view kScheme = "https://";
+    constexpr std::string_view kSuffix = ".vault.azure.net";
+    if (!IsNamed(setting, "KeyVault"))
+        return value;
+    const size_t begin =
+        EqualIgnoringCase(std::string_view(value).substr(0, kScheme.size()), kScheme) ? kScheme.size() : 0;
+    const std::string host = value.substr(begin, value.find_first_of(":/", begin) - begin);
+    const size_t name = host.size() - std::min(host.size(), kSuffix.size());
+    return EqualIgnoringCase(std::string_view(host).substr(name), kSuffix) ? host.substr(0, name) : value;
 }
 
 // These are sent in the sign-in request without escaping.

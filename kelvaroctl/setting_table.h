@@ -40,6 +40,9 @@ const Setting* FindSetting(std::string_view name);
 bool IsText(const Setting& setting);
 bool IsState(const Setting& setting);  // the module's own values, which `config set` leaves alone
 
+// The value that the module takes, of one that people paste: a vault's URL or host name gives its short name.
+std::string ShortForm(const Setting& setting, const std::string& value);
+
 // What is wrong with a value; empty if it is good.
 std::string TextProblem(const Setting& setting, const WideText& value);
 std::string NumberProblem(const Setting& setting, DWORD value);

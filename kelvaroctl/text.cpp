@@ -80,6 +80,14 @@ std::string HexText(const Bytes& bytes)
     return text;
 }
 
+std::string UpperHex(const Bytes& bytes)
+{
+    std::string text = HexText(bytes);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char ch) { return ch >= 'a' ? static_cast<char>(ch - 'a' + 'A') : ch; });
+    return text;
+}
+
 std::string HexNumber(DWORD number)
 {
     std::string text = "0x";
@@ -160,6 +168,47 @@ std::string Base64Url(const Bytes& bytes)
     std::replace(text.begin(), text.end(), '+', '-');
     std::replace(text.begin(), text.end(), '/', '_');
     text.erase(std::min(text.find('='), text.size()));
+    return text;
+}
+
+// How many characters must be inserted, removed or replaced; letter case doesn't count.
+static size_t EditDistance(std::string_view first, std::string_view second)
+{
+    std::vector<size_t> row(second.size() + 1);
+    for (size_t column = 0; column < row.size(); ++column)
+        row[column] = column;
+    for (size_t line = 1; line <= first.size(); ++line) {
+        size_t diagonal = row[0];
+        row[0] = line;
+        for (size_t column = 1; column < row.size(); ++column) {
+            const bool same = LowerAscii(first[line - 1]) == LowerAscii(second[column - 1]);
+            const size_t replaced = diagonal + (same ? 0 : 1);
+            diagonal = row[column];
+            row[column] = std::min({replaced, row[column] + 1, row[column - 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+std::string DidYouMean(const std::string& word, const std::vector<std::string>& known)
+{
+    std::string nearest;
+    size_t least = 1 + std::min<size_t>(word.size() / 2, 3);
+    for (const std::string& candidate : known) {
+        const size_t distance = EditDistance(word.substr(0, 64), candidate);
+        if (distance < least) {
+            least = distance;
+            nearest = candidate;
+        }
+    }
+    return nearest.empty() ? "" : "; did you mean '" + nearest + "'?";
+}
+
+std::string Joined(const std::vector<std::string>& names)
+{
+    std::string text;
+    for (const std::string& name : names)
+        text += (text.empty() ? "" : ", ") + Printable(name);
     return text;
 }
 

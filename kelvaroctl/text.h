@@ -25,11 +25,18 @@ bool EqualIgnoringCase(std::string_view first, std::string_view second);  // of 
 std::string Printable(std::string_view text);
 
 std::string HexText(const Bytes& bytes);             // lower case
+std::string UpperHex(const Bytes& bytes);            // as thumbprints are written
 std::string HexNumber(DWORD number);                 // 0x80090011
 bool ParseHex(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64(const Bytes& bytes);
 bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64Url(const Bytes& bytes);              // without padding
+
+// "; did you mean 'list'?" with the known word that is closest to `word`, or "" if none is close.
+std::string DidYouMean(const std::string& word, const std::vector<std::string>& known);
+
+// "a, b", printable.
+std::string Joined(const std::vector<std::string>& names);
 
 // Aligns the columns, two spaces apart. Each row ends with a line feed.
 std::string Columns(const std::vector<std::vector<std::string>>& rows, size_t indent = 0);

@@ -29,6 +29,7 @@ class Tool {
     bool json = false;
     std::string modulePath;
     std::string via = "module";  // or "ncrypt": the platform's router
+    bool machine = false;        // what applies without `user`
     bool user = false;
 
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }

@@ -56,14 +56,40 @@ package() { # package NAME: from the tree of that name
     dpkg-deb --root-owner-group -Zxz --build "$root" "$output/${name}_${version}_$architecture.deb" >/dev/null
 }
 
+manual() { # manual NAME: the page on standard input
+    install -d "$root/usr/share/man/man1"
+    gzip -9n >"$root/usr/share/man/man1/$1.1.gz"
+}
+completion() { # completion SHELL NAME: the script on standard input
+    case $1 in
+    bash) file=usr/share/bash-completion/completions/$2 ;;
+    zsh) file=usr/share/zsh/vendor-completions/_$2 ;;
+    esac
+    install -d "$(dirname "$root/$file")"
+    cat >"$root/$file"
+}
+
 root=$work/kelvaro
 install -s -D -m 755 "$build/kelvaroctl/kelvaroctl" "$root/usr/bin/kelvaroctl"
 install -s -D -m 644 "$build/provider/libkelvaro.so" "$root/$library/libkelvaro.so"
 install -d "$root/usr/share/doc/kelvaro"
 install -m 644 "$docs"/* "$root/usr/share/doc/kelvaro"
+tool=$build/kelvaroctl/kelvaroctl
+"$tool" manual | manual kelvaroctl
+"$tool" completion bash | completion bash kelvaroctl
+"$tool" completion zsh | completion zsh kelvaroctl
 package kelvaro
 
 root=$work/kelvaro-vaultsim
 install -s -D -m 755 "$build/vaultsim/vaultsim" "$root/usr/bin/vaultsim"
 install -D -m 644 "$here/../../vaultsim/README.md" "$root/usr/share/doc/kelvaro-vaultsim/README.md"
+{
+    printf '.TH VAULTSIM 1 "" "Kelvaro %s" "Kelvaro"\n.SH NAME\nvaultsim \\- simulates an Azure Key Vault on loopback\n' "$version"
+    printf '.SH DESCRIPTION\n.nf\n'
+    "$build/vaultsim/vaultsim" --help | sed -e 's/\\/\\e/g' -e 's/-/\\-/g' -e "s/^[.']/\\\\\&&/"
+    printf '.fi\n.SH SEE ALSO\n/usr/share/doc/kelvaro\\-vaultsim/README.md\n'
+} | manual vaultsim
+# Both shells can read the options from --help themselves.
+echo 'complete -F _longopt vaultsim' | completion bash vaultsim
+printf '#compdef vaultsim\n_gnu_generic\n' | completion zsh vaultsim
 package kelvaro-vaultsim

@@ -1,0 +1,93 @@
+#include "kelvaroctl/shell_texts.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+// Without what the formatter would take for a request or an escape.
+std::string Roff(const std::string& text)
+{
+    std::string safe;
+    bool atStart = true;
+    for (const char ch : text) {
+        if (atStart && (ch == '.' || ch == '\''))
+            safe += "\\&";
+        if (ch == '\\')
+            safe += "\\e";
+        else if (ch == '-')
+            safe += "\\-";
+        else
+            safe += ch;
+        atStart = ch == '\n';
+    }
+    return safe;
+}
+
+bool IsOption(const Argument& argument)
+{
+    return argument.name[0] == '-';
+}
+
+bool IsFlag(const Argument& argument)
+{
+    return std::holds_alternative<bool*>(argument.target);
+}
+
+// "--format pem|cng|jwk"
+std::string Usage(const Argument& argument)
+{
+    std::string text = argument.name;
+    if (!IsOption(argument) || IsFlag(argument))
+        return text;
+    std::string choices;
+    for (const std::string& choice : argument.choices)
+        choices += (choices.empty() ? "" : "|") + choice;
+    return text + " " + (!choices.empty() ? choices : argument.typeName ? argument.typeName : "TEXT");
+}
+
+std::string Entry(const std::string& term, const std::string& text)
+{
+    return ".TP\n\\fB" + Roff(term) + "\\fR\n" + Roff(text) + "\n";
+}
+
+std::string Entries(const std::vector<Argument>& arguments)
+{
+    std::string text;
+    for (const Argument& argument : arguments)
+        text += Entry(Usage(argument), argument.help);
+    return text;
+}
+
+std::string CommandText(const NamedCommand& named)
+{
+    const Command& command = *named.command;
+    std::string synopsis = named.name;
+    for (const Argument& argument : command.arguments)
+        synopsis += argument.required ? " " + Usage(argument) : " [" + Usage(argument) + "]";
+    std::string text = ".SS " + Roff(synopsis) + "\n" + Roff(command.help) + "\n" + Entries(command.arguments);
+    if (!command.footer.empty())
+        text += ".PP\n.nf\n" + Roff(command.footer) + "\n.fi\n";
+    return text;
+}
+
+}  // namespace
+
+std::string ManualPage(const std::vector<Command>& commands, const std::vector<Argument>& shared)
+{
+    std::string page = ".TH KELVAROCTL 1 \"\" \"Kelvaro " KELVARO_VERSION
+                       "\" \"Kelvaro\"\n"
+                       ".SH NAME\nkelvaroctl \\- administers the Zandrel Key Storage Provider for Key Vault\n"
+                       ".SH SYNOPSIS\n\\fBkelvaroctl\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIARGUMENT\\fR]...\n"
+                       ".SH OPTIONS\nThey go before or after the command; \\-\\-module only before it.\n";
+    page += Entries(shared) + Entry("--version", "print the version") + Entry("--help", "print the help of a command");
+    page += ".SH COMMANDS\n";
+    for (const NamedCommand& named : Flatten(commands))
+        page += CommandText(named);
+    page += ".SH EXIT STATUS\n";
+    int code = 0;
+    for (const char* const meaning : kExitMeanings)
+        page += Entry(std::to_string(code++), meaning);
+    return page + ".SH SEE ALSO\nThe documents in /usr/share/doc/kelvaro: index.md says which one helps with what.\n";
+}
+
+}  // namespace kelvaroctl

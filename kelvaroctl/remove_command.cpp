@@ -1,0 +1,76 @@
+#include <algorithm>
+
+#include "kelvaroctl/certificate_record.h"
+#include "kelvaroctl/certificate_report.h"
+#include "kelvaroctl/commands.h"
+#include "kelvaroctl/terminal.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+struct RemoveArguments {
+    std::string thumbprint;
+    bool yes = false;
+};
+
+// As the store has it; people paste it with blanks or colons.
+std::string Thumbprint(const std::string& text)
+{
+    constexpr size_t kSha1 = 20;
+    std::string digits = text;
+    digits.erase(std::remove(digits.begin(), digits.end(), ':'), digits.end());
+    Bytes bytes;
+    if (!ParseHex(digits, &bytes) || bytes.size() != kSha1)
+        throw UsageFailure("'" + text +
+                           "' is not a thumbprint: 40 hexadecimal digits, as 'kelvaroctl certs list' has them");
+    return UpperHex(bytes);
+}
+
+bool Confirmed(const RemoveArguments& arguments, const std::string& scope)
+{
+    if (arguments.yes)
+        return true;
+    const auto answer = AskOnTerminal("Remove the certificate from the " + scope + " store? Type yes: ");
+    if (!answer)
+        throw UsageFailure("removing a certificate asks for confirmation, and there is no terminal: add --yes");
+    return EqualIgnoringCase(std::string_view(*answer), "yes");
+}
+
+Answer Remove(const Tool& tool, const RemoveArguments& arguments)
+{
+    const SettingsHive hive = tool.hive();
+    const std::string thumbprint = Thumbprint(arguments.thumbprint);
+    Answer answer;
+    answer.object = {{"scope", hive.scope()}, {"thumbprint", thumbprint}, {"removed", false}};
+    if (!Confirmed(arguments, hive.scope())) {
+        answer.text = "not removed\n";
+        answer.exit = ExitCode::Negative;
+        return answer;
+    }
+    const std::string record = ReadRecord(hive);
+    const auto removed = RemoveCertificate(hive.isMachine(), thumbprint);
+    if (!removed)
+        throw Failure(ExitCode::NotFound, "no_certificate",
+                      "the " + hive.scope() + " store has no certificate " + thumbprint);
+    answer.object["removed"] = true;
+    answer.object["certificate"] = CertificateObject(*removed, record);
+    answer.text = "removed from the " + hive.scope() + " store\n" + Columns({CertificateRow(*removed, record)}, 2);
+    if (Knows(record, thumbprint))
+        answer.text += "the vault keeps it, and a sync doesn't bring it back\n";
+    return answer;
+}
+
+}  // namespace
+
+Command RemoveCommand()
+{
+    const auto to = std::make_shared<RemoveArguments>();
+    return {"remove",
+            "remove a certificate from the store; the vault keeps it",
+            {{"THUMBPRINT", &to->thumbprint, "its SHA-1 hash, as 'certs list' has it", nullptr, kRequired},
+             {"--yes", &to->yes, "don't ask, for programs"}},
+            [to](Tool& tool) { return Remove(tool, *to); }};
+}
+
+}  // namespace kelvaroctl
