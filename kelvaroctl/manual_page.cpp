@@ -75,7 +75,7 @@ std::string CommandText(const NamedCommand& named)
 std::string ManualPage(const std::vector<Command>& commands, const std::vector<Argument>& shared)
 {
     std::string page = ".TH KELVAROCTL 1 \"\" \"Kelvaro " KELVARO_VERSION
-                       "\" \"Kelvaro\"\n"
+                       "\" \"Kelvaro\"\n.ad l\n.nh\n"
                        ".SH NAME\nkelvaroctl \\- administers the Zandrel Key Storage Provider for Key Vault\n"
                        ".SH SYNOPSIS\n\\fBkelvaroctl\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIARGUMENT\\fR]...\n"
                        ".SH OPTIONS\nThey go before or after the command; \\-\\-module only before it.\n";

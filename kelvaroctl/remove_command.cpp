@@ -57,7 +57,7 @@ Answer Remove(const Tool& tool, const RemoveArguments& arguments)
     answer.object["certificate"] = CertificateObject(*removed, record);
     answer.text = "removed from the " + hive.scope() + " store\n" + Columns({CertificateRow(*removed, record)}, 2);
     if (Knows(record, thumbprint))
-        answer.text += "the vault keeps it, and a sync doesn't bring it back\n";
+        answer.text += "the vault keeps it; kelvaroctl certs sync may bring it back, the provider's own sync doesn't\n";
     return answer;
 }
 

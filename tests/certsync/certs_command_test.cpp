@@ -146,6 +146,25 @@ TEST_F(CertsCommandTest, InstallBindsAndJudgesThePublicKey)
     EXPECT_EQ((std::map<std::string, int>{{"matches", 2}, {"missing", 1}, {"other", 1}}), found) << checked;
 }
 
+TEST_F(CertsCommandTest, RemovedFromTheStoreAndKeptInTheVault)
+{
+    AddCertificate("web");
+    Out({"certs", "sync"});
+    const std::string thumbprint = List()[0]["thumbprint"];
+    WriteFile("soon.pem", Issue({{"subject", "CN=soon"}, {"notAfter", time(nullptr) + 3 * 86400 + 60}})["pem"]);
+    std::string pasted;  // as Windows shows it
+    for (size_t at = 0; at < thumbprint.size(); at += 2)
+        pasted += (at ? " " : "") + thumbprint.substr(at, 2);
+    Run("0 certs install @soon.pem --key web --force | , 3 days left\n2 certs remove " + thumbprint +
+        " | there is no terminal: add --yes\n2 certs remove abcd --yes | is not a thumbprint\n0 certs remove '" +
+        pasted + "' --yes | removed from the machine store .. the vault keeps it\n5 certs remove " + thumbprint +
+        " --yes | the machine store has no certificate\n");
+    const json left = List();
+    ASSERT_EQ(1u, left.size());
+    EXPECT_EQ("CN=soon", left[0]["subject"]);
+    EXPECT_EQ(3, left[0]["daysLeft"]);
+}
+
 TEST_F(CertsCommandTest, TheUsersStoreIsApart)
 {
     AddCertificate("web");

@@ -41,6 +41,60 @@ std::string CtlTest::Out(const std::vector<std::string>& arguments)
     return ran.out;
 }
 
+void CtlTest::Run(const std::string& table)
+{
+    std::istringstream lines(table);
+    std::string input;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty())
+            continue;
+        if (line[0] == '!') {
+            sim.Fault(json::parse(line.substr(1)));
+        } else if (line[0] == '<') {
+            input = line.substr(2) + "\n";
+        } else {
+            RunLine(line, input);
+            sim.Control("DELETE", "/faults");
+            input.clear();
+        }
+    }
+}
+
+void CtlTest::RunLine(const std::string& line, const std::string& input)
+{
+    SCOPED_TRACE(line);
+    const size_t bar = std::min(line.find(" | "), line.size());
+    std::vector<std::string> arguments = Split(line.substr(0, bar));
+    const int exit = std::stoi(arguments.front());
+    arguments.erase(arguments.begin());
+    const Ran ran = Ctl(arguments, input);
+    const std::string output = ran.out + ran.err;
+    EXPECT_EQ(exit, ran.exit) << output;
+    size_t found = 0;
+    for (size_t at = bar + 3; at < line.size() && found != std::string::npos;) {
+        const size_t end = std::min(line.find(" .. ", at), line.size());
+        found = output.find(line.substr(at, end - at), found);
+        EXPECT_NE(std::string::npos, found) << "'" << line.substr(at, end - at) << "' isn't in its place in\n"
+                                            << output;
+        at = end + 4;
+    }
+}
+
+std::vector<std::string> CtlTest::Split(const std::string& line) const
+{
+    std::vector<std::string> words;
+    for (size_t at = 0; at < line.size(); ++at) {
+        const bool quoted = line[at] == '\'';
+        const size_t end = std::min(line.find(quoted ? '\'' : ' ', at + 1), line.size());
+        std::string word = quoted ? line.substr(at + 1, end - at - 1) : line.substr(at, end - at);
+        if (word.size() > 2 && word[1] == '*')
+            word = std::string(std::stoul(word.substr(2)), word[0]);
+        words.push_back(word[0] == '@' ? File(word.substr(1)) : word);
+        at = end + (quoted ? 1 : 0);
+    }
+    return words;
+}
+
 void CtlTest::WriteFile(const std::string& name, const std::string& content) const
 {
     std::ofstream file(File(name), std::ios::binary);
@@ -55,4 +109,13 @@ std::string CtlTest::ReadFile(const std::string& path) const
     std::ostringstream content;
     content << file.rdbuf();
     return content.str();
+}
+
+void CtlTest::AddKey(const std::string& name, const std::string& kind, const json& more)
+{
+    json key = {{"name", name}, {"kty", kind == "RSA" ? "RSA" : "EC"}};
+    if (kind != "RSA")
+        key["crv"] = kind;
+    key.update(more);
+    sim.AddKey(Simulator::kVault, key);
 }

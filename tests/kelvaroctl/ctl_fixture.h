@@ -23,14 +23,26 @@ class CtlTest : public testing::Test {
     // Standard output of a run that must succeed.
     std::string Out(const std::vector<std::string>& arguments);
 
+    // Runs each line of a table, "EXIT ARGUMENT... | WORDS .. WORDS": the words must be in the output, in this order.
+    // An argument: @NAME is a file of the test's folder, 'a b' has blanks, x*40 is forty x. "! JSON" is a fault of the
+    // simulator for the next line alone, "< TEXT" its standard input.
+    void Run(const std::string& table);
+
     std::string File(const std::string& name) const { return root.directory() + "/" + name; }
     void WriteFile(const std::string& name, const std::string& content) const;
     std::string ReadFile(const std::string& path) const;
     // What the tool says of the machine's settings, to be compared with a later time.
     nlohmann::json Settings() { return CtlJson({"config", "show"}); }
+    // "RSA", or a curve.
+    void AddKey(const std::string& name, const std::string& kind,
+                const nlohmann::json& more = nlohmann::json::object());
 
     static std::vector<std::string> WithModule(std::vector<std::string> arguments);
 
     TestRoot root;
     Simulator& sim = Simulator::Get();
+
+  private:
+    void RunLine(const std::string& line, const std::string& input);
+    std::vector<std::string> Split(const std::string& line) const;
 };

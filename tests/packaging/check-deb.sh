@@ -64,6 +64,19 @@ carries "$(find "$root/usr/lib" -name libkelvaro.so)" "$build/provider/libkelvar
 "$(dirname "$0")/check-hardening.sh" "$root/usr/bin/kelvaroctl" "$root/usr/bin/vaultsim" "$(find "$root/usr/lib" -name libkelvaro.so)"
 [ -s "$root/usr/share/doc/kelvaro/installing.md" ] || fail "the documents are missing"
 
+# Manual pages without a complaint of the formatter, and completions that the shells can read.
+for page in kelvaroctl vaultsim; do
+    file=$root/usr/share/man/man1/$page.1.gz
+    [ -s "$file" ] || fail "no manual page of $page"
+    zcat "$file" | groff -man -Tascii -P-cbu -ww 2>"$work/groff.log" >"$work/$page.txt"
+    [ ! -s "$work/groff.log" ] || { cat "$work/groff.log" >&2; fail "the manual page of $page"; }
+    bash -n "$root/usr/share/bash-completion/completions/$page" || fail "the completion of $page in bash"
+    [ "$(head -n 1 "$root/usr/share/zsh/vendor-completions/_$page")" = "#compdef $page" ] || fail "no completion of $page in zsh"
+    zsh -n "$root/usr/share/zsh/vendor-completions/_$page" || fail "the completion of $page in zsh"
+done
+grep -q 'keys list' "$work/kelvaroctl.txt" || fail "the manual page lacks the commands"
+grep -q -e '--control-port' "$work/vaultsim.txt" || fail "the manual page lacks the options"
+
 mkfifo "$work/sim.ready"
 "$root/usr/bin/vaultsim" --dir "$work/sim" --vault packaged --client-secret secret-of-the-test --quiet >"$work/sim.ready" &
 simulator=$!

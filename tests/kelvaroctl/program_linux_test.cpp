@@ -1,0 +1,125 @@
+// What needs Linux: settings in files, files of other users, the openssl program, a full device, a system without a
+// router.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/kelvaroctl/ctl_fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kDamaged[] = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Soft\n\"KeyVault\"=\n";
+constexpr char kImport[] =
+    "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n"
+    "\"KeyVault\"=\"imported\"\n[HKEY_CURRENT_USER\\Software\\Zandrel\\Kelvaro]\n\"KeyVault\"=\"imported\"\n";
+constexpr char kHive[] = "root/registry/HKEY_LOCAL_MACHINE.reg";
+
+using ProgramTest = CtlTest;
+
+TEST_F(ProgramTest, ADamagedHiveIsAnErrorAndIsLeftAlone)
+{
+    WriteFile("import.reg", kImport);
+    const auto before = Settings();
+    WriteFile("root/user/registry/HKEY_CURRENT_USER.reg", kDamaged);
+    Run("3 config import @import.reg\n");
+    EXPECT_EQ(before, Settings()) << "where the second can't be written the first isn't either";
+    WriteFile(kHive, kDamaged);
+    for (const char* command : {"config show", "config set KeyVault contoso", "config unset KeyVault",
+                                "config import @import.reg", "provider show", "keys list"})
+        Run(std::string("3 ") + command + " | " + File(kHive) + " .. are damaged .. Run `kelvaroctl doctor`\n");
+    EXPECT_EQ(kDamaged, ReadFile(File(kHive)));
+}
+
+TEST_F(ProgramTest, AUserNeedsNothingOfTheMachines)
+{
+    AddKey("key", "P-256");
+    // A folder in its place can't be read by root either.
+    fs::remove(File(kHive));
+    fs::create_directory(File(kHive));
+    Run(std::string("< ") + Simulator::kClientSecret + R"(
+0 config set ClientSecret --user | ClientSecret of the user is protected
+0 keys list --user | key  -
+0 provider show --user --json | "scope": "user"
+3 keys list
+)");
+}
+
+TEST_F(ProgramTest, OpensslEncryptsToAnExportedKeyAndTheModuleDecrypts)
+{
+    AddKey("plain", "RSA");
+    AddKey("zero", "RSA", {{"size", 3072}, {"leadingZero", true}});
+    const std::string plain("se\0cret", 7);
+    WriteFile("plain", plain);
+    WriteFile("out", "readable by all");
+    for (const std::string key : {"plain", "zero"}) {
+        Run("0 keys export " + key + " --format pem --out @key.pem\n");
+        for (const std::string padding : {"pkcs1", "oaep"}) {
+            const Ran encrypted =
+                RunProgram(KELVARO_OPENSSL_PATH,
+                           {"pkeyutl", "-encrypt", "-pubin", "-inkey", File("key.pem"), "-in", File("plain"), "-out",
+                            File("in"), "-pkeyopt", "rsa_padding_mode:" + padding},
+                           "");
+            ASSERT_EQ(0, encrypted.exit) << encrypted.err;
+            Run("0 decrypt --key " + key + " --padding " + padding + " --in @in --out @out\n");
+            EXPECT_EQ(plain, ReadFile(File("out")));
+            EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(File("out")).permissions());
+        }
+    }
+}
+
+// Its owner could read what is written, whatever the mode.
+TEST_F(ProgramTest, DecryptsToNoFileOfAnotherUser)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a file to another user";
+    AddKey("rsa", "RSA");
+    WriteFile("out", "as it was");
+    ASSERT_EQ(0, chown(File("out").c_str(), 1, 1));
+    Run("0 encrypt --key rsa --padding oaep --in @out --out @in\n"
+        "2 decrypt --key rsa --padding oaep --in @in --out @out | belongs to another user\n");
+    EXPECT_EQ("as it was", ReadFile(File("out")));
+}
+
+TEST_F(ProgramTest, WaysToTheProvider)
+{
+    EXPECT_EQ("module", CtlJson({"provider", "show", "--via", "module"})["via"]);
+    // The tool of a build finds the module of that build.
+    EXPECT_EQ(0, RunProgram(KELVAROCTL_PATH, {"provider", "show"}, "").exit);
+    Run("2 --via ncrypt keys list | --module\n2 --via rpc keys list | --via\n");
+    const Ran ran = RunProgram(KELVAROCTL_PATH, {"--via", "ncrypt", "keys", "list"}, "");
+    EXPECT_EQ(2, ran.exit);
+    EXPECT_NE(std::string::npos, ran.err.find("needs Windows")) << ran.err;
+    EXPECT_EQ(0u, sim.Journal().size());
+    const Ran full = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + " config show > /dev/full"}, "");
+    EXPECT_EQ(7, full.exit);
+    EXPECT_NE(std::string::npos, full.err.find("cannot write the answer")) << full.err;
+}
+
+// The completion finds commands, options, values and files.
+TEST_F(ProgramTest, BashCompletes)
+{
+    WriteFile("bash", Out({"completion", "bash"}));
+    const struct {
+        const char* line;
+        std::string completed;
+    } rows[] = {{"ke", "keys"},
+                {"keys sho", "show"},
+                {"--json keys export k --f", "--format"},
+                {"keys export k --format c", "cng"},
+                {"config get Logg", "LoggingLevel"},
+                {"sign --key k", ""},
+                {"certs install @bas", File("bash")},
+                {"sign --in @bas", File("bash")}};
+    for (const auto& row : rows) {
+        std::string line = row.line;
+        if (const size_t at = line.find('@'); at != std::string::npos)
+            line.replace(at, 1, root.directory() + "/");
+        const std::string script = ". " + File("bash") + "; COMP_WORDS=(kelvaroctl " + line +
+                                   "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kelvaroctl; echo \"${COMPREPLY[*]}\"";
+        EXPECT_EQ(row.completed + "\n", RunProgram("/bin/bash", {"-c", script}, "").out) << line;
+    }
+}
+
+}  // namespace
