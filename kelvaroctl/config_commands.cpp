@@ -137,7 +137,7 @@ static std::string ProtectSecret(Tool& tool, const SettingsHive& hive)
 namespace {
 // Both forms are wiped by the destructor.
 struct WideValue {
-    explicit WideValue(const std::string& narrow) : text(ToWide(narrow)), value(TextValue(text)) {}
+    explicit WideValue(std::string_view narrow) : text(ToWide(narrow)), value(TextValue(text)) {}
     ~WideValue()
     {
         SecureZeroMemory(text.data(), text.size() * sizeof(WCHAR));
@@ -151,7 +151,7 @@ struct WideValue {
 };
 }  // namespace
 
-static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, const std::string& narrow)
+static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, std::string_view narrow)
 {
     const WideValue wide(narrow);
     RefuseProblem(setting, TextProblem(setting, wide.text));
@@ -177,7 +177,7 @@ static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& set
 {
     if (hive.isMachine())
         CheckAccess(tool, anyway);
-    WriteText(tool, hive, setting, ReadSecretLine("Client secret: ").text());
+    WriteText(tool, hive, setting, ReadSecretLine("Client secret: "));
     Answer answer;
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_file.h"
@@ -35,19 +37,21 @@ class WipedFile {
 }  // namespace
 
 // The first line of a file.
-static std::string FirstLine(const std::string& name)
+static SecretString FirstLine(const std::string& name)
 {
     constexpr size_t kLargestPasswordFile = 64 * 1024;
-    const Bytes content = ReadWholeFile(name, kLargestPasswordFile);
-    const std::string text(content.begin(), content.end());
-    return text.substr(0, text.find_first_of("\r\n"));
+    Bytes content = ReadWholeFile(name, kLargestPasswordFile);
+    SecretString text(content.begin(), content.end());
+    SecureZeroMemory(content.data(), content.size());
+    text.resize(std::min(text.size(), text.find_first_of("\r\n")));
+    return text;
 }
 
-static SecretText Password(const ImportArguments& arguments, const KeyFile& file)
+static SecretString Password(const ImportArguments& arguments, const KeyFile& file)
 {
     if (!arguments.passwordFile.empty())
-        return SecretText(FirstLine(arguments.passwordFile));
-    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : SecretText("");
+        return FirstLine(arguments.passwordFile);
+    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : SecretString();
 }
 
 // The provider chooses the scope by the kind of file.
@@ -77,11 +81,11 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
     const bool named = !arguments.name.empty();
     if (named)
         CheckScope(tool, *file);
-    const SecretText password = Password(arguments, *file);
+    const SecretString password = Password(arguments, *file);
     const auto provider = tool.OpenProvider();
     if (named)
         CheckNameIsFree(*provider, arguments.name);
-    Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password.text());
+    Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password);
     const DWORD bits = PropertyNumber(key.Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
     Answer answer;
     answer.object = {

@@ -1,3 +1,5 @@
+#include <csignal>
+
 #include "kelvaroctl/app.h"
 #include "kelvaroctl/text.h"
 
@@ -22,6 +24,8 @@ int wmain(int argc, wchar_t** argv)
 {
     // DLLs that are loaded by their bare names come from System32 only.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    // The library installs its handler with the first call of signal. The one installed last runs first.
+    std::signal(SIGINT, SIG_DFL);
     SetConsoleCtrlHandler(RestoreWhenInterrupted, TRUE);
     SetConsoleOutputCP(CP_UTF8);
     SetConsoleCP(CP_UTF8);

@@ -189,7 +189,7 @@ Key Key::Create(const Provider& provider, const std::string& name, const std::st
 }
 
 Key Key::Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
-                const std::string& name, const std::string& password)
+                const std::string& name, std::string_view password)
 {
     WideText wideName = name.empty() ? WideText() : KeyName(name);
     WideText secret = ToWide(password);

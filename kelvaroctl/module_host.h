@@ -65,7 +65,7 @@ class Key {
     // A pending key from a private blob. name: empty for none; password: of an encrypted blob; subject: the key's name
     // in failures.
     static Key Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
-                      const std::string& name, const std::string& password);
+                      const std::string& name, std::string_view password);
     Key(const Key&) = delete;
     Key& operator=(const Key&) = delete;
 

@@ -68,30 +68,24 @@ class EchoOff {
 };
 }  // namespace
 
-// One line of standard input. Never reallocates the text and bypasses the library's buffer: both would keep copies.
-static bool ReadLine(std::string* line)
+// Bypasses the library's buffer, which would keep a copy. Returns false at end of file.
+static bool ReadLine(SecretString* line)
 {
-    constexpr size_t kLongest = 4096;
-    line->reserve(kLongest);
     std::setvbuf(stdin, nullptr, _IONBF, 0);
     int byte = std::getchar();
     const bool any = byte != EOF;
-    for (; byte != EOF && byte != '\n'; byte = std::getchar()) {
-        if (line->size() == kLongest)
-            throw UsageFailure("the line has more than " + std::to_string(kLongest) + " bytes");
-        *line += static_cast<char>(byte);
-    }
+    for (; byte != EOF && byte != '\n'; byte = std::getchar())
+        line->push_back(static_cast<char>(byte));
     return any;
 }
 
-SecretText ReadSecretLine(const std::string& prompt)
+SecretString ReadSecretLine(const std::string& prompt)
 {
     static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     const EchoOff echo;
     if (echo.terminal())
         std::cerr << prompt << std::flush;
-    SecretText secret("");
-    std::string& line = *secret.edit();
+    SecretString line;
     const bool read = ReadLine(&line);
     if (echo.terminal())
         std::cerr << std::endl;
@@ -102,7 +96,7 @@ SecretText ReadSecretLine(const std::string& prompt)
     // PowerShell puts one in front of what it pipes, depending on its encoding.
     if (line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0)
         line.erase(0, kByteOrderMark.size());
-    return secret;
+    return line;
 }
 
 std::optional<std::string> AskOnTerminal(const std::string& question)
