@@ -212,7 +212,7 @@ TEST_F(DummyCertificateTest, EveryFieldIsAsItMustBe)
         const Bytes csr = Request(row.keyProperties);
         const Outcome outcome = SignRequest(csr);
         ASSERT_EQ(1, outcome.result);
-        const OpensslPtr<X509> certificate = ParseX509(outcome.certificate);
+        const OpensslPtr<X509> certificate = ParseX509({outcome.certificate.begin(), outcome.certificate.end()});
         ASSERT_TRUE(certificate);
 
         EXPECT_EQ(0, X509_get_version(certificate.get()));
