@@ -32,7 +32,9 @@ bool HasDrive(std::u16string_view name)
 std::string RootDirectory()
 {
     std::string root = DirectoryFrom("KELVARO_ROOT");
-    return root.empty() ? kDefaultRoot : root;
+    if (root.empty())
+        root = kDefaultRoot;
+    return root;
 }
 
 std::string UserDirectory()
