@@ -19,4 +19,4 @@ def over($name; $baseline): time_of($name) / time_of($baseline);
     plain_name_over_copy: over("EncodeName/plain"; "CopyName/plain"),
     coded_name_over_copy: over("EncodeName/coded"; "CopyName/coded")
   } end)
-} | del(.. | nulls)
+} | del(.. | nulls) | del(.. | select(. == {}))
