@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
-# Usage: ./stress.sh [faults]... [--minutes N]   All of them without a name. --minutes: for each that runs by the clock.
+# Usage: ./stress.sh [faults|fuzz]... [--minutes N]   All of them without a name. --minutes: for each that runs by the clock.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -10,7 +10,7 @@ minutes=1
 chosen=
 while [ $# -gt 0 ]; do
     case $1 in
-    faults) chosen="$chosen $1" ;;
+    faults | fuzz) chosen="$chosen $1" ;;
     --minutes)
         minutes=${2:?"--minutes needs a number"}
         shift
@@ -33,7 +33,13 @@ failed=
 build() { # build PROGRAM...: of the release build
     configure release -DCMAKE_BUILD_TYPE=Release
     cmake -DKELVARO_STRESS=ON "$top/build/release" >/dev/null
-    build_variant release "$@" | tail -n 1
+    build_quietly release "$@"
+}
+
+build_quietly() { # build_quietly FOLDER TARGET...
+    folder=$top/build/$1
+    shift
+    cmake --build "$folder" --target "$@" >"$work/build.log" || { cat "$work/build.log" >&2 && exit 1; }
 }
 
 # Keeps the object that a filter makes of the input, and prints its table. A part says with "ok" whether all held.
@@ -54,7 +60,43 @@ try_faults() {
     keep faults "$top/stress/faults.jq" <"$work/cells"
 }
 
-for part in ${chosen:-faults}; do
+# Every target for its share of the minutes, two at a time. What is found stays in build/fuzz/findings. Inputs that reach
+# something new stay in build/fuzz/found and count for the coverage.
+try_fuzz() {
+    "$top/tools/packages.sh" clang llvm libclang-rt-dev
+    for build in "fuzz -DKELVARO_FUZZ=ON" "fuzz-coverage -DCMAKE_CXX_FLAGS=-fprofile-instr-generate\ -fcoverage-mapping"; do
+        # shellcheck disable=SC2086
+        eval "CC=clang CXX=clang++ configure $build -DKELVARO_TESTS=OFF"
+        build_quietly "${build%% *}" kelvaro_fuzz
+    done
+    found=$top/build/fuzz/found
+    targets=$(ls "$top/fuzz/corpus")
+    seconds=$((minutes * 60 * $(nproc) / $(echo "$targets" | wc -l)))
+    rm -rf "$found/../findings"
+    mkdir -p "$found/../findings"
+    for target in $targets; do mkdir -p "$found/$target"; done
+    # shellcheck disable=SC2016
+    ASAN_OPTIONS=allocator_may_return_null=1 FOUND=$found TOP=$top WORK=$work SECONDS_EACH=$((seconds > 1 ? seconds : 1)) \
+        xargs -P "$(nproc)" -n 1 sh -c '"$TOP/build/fuzz/fuzz/kelvaro_fuzz" "--$1" -max_total_time="$SECONDS_EACH" -timeout=20 \
+            -close_fd_mask=1 -dict="$TOP/fuzz/dictionary" -artifact_prefix="$FOUND/../findings/$1-" -print_final_stats=1 \
+            "$FOUND/$1" "$TOP/fuzz/corpus/$1" 2>"$WORK/$1.log" || true' sh <<EOT
+$targets
+EOT
+    for target in $targets; do
+        echo "$target $(sed -n 's/stat::number_of_executed_units: //p' "$work/$target.log") $(find "$found/../findings" -name "$target-*" | wc -l)"
+    done >"$work/runs"
+    program=$top/build/fuzz-coverage/fuzz/kelvaro_fuzz
+    for corpus in "$top/fuzz/corpus" "$found"; do
+        LLVM_PROFILE_FILE=$work/%p.profraw "$program" "$corpus" >/dev/null
+    done
+    llvm-profdata merge -o "$work/profile" "$work"/*.profraw
+    llvm-cov export -summary-only -instr-profile "$work/profile" "$program" >"$work/coverage"
+    jq -n --rawfile runs "$work/runs" --slurpfile coverage "$work/coverage" \
+        '{runs: $runs, coverage: $coverage[0]}' >"$work/fuzz"
+    keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
+}
+
+for part in ${chosen:-faults fuzz}; do
     echo "== $part" >&2
     "try_$part"
 done

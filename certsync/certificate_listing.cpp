@@ -95,11 +95,13 @@ bool TakePage(const char* body, TextList* list, ListWalk* walk)
 HeapPtr<WCHAR*> NewSlots(size_t count)
 {
     constexpr uint64_t kBytesPerSlot = sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR);
-    WCHAR** block = static_cast<WCHAR**>(HeapAllocSized(HEAP_ZERO_MEMORY, count * kBytesPerSlot));
-    WCHAR* const slots = reinterpret_cast<WCHAR*>(block + count);
-    for (size_t i = 0; block && i < count; i++)
-        block[i] = slots + i * kCertSlotChars;
-    return HeapPtr<WCHAR*>(block);
+    HeapPtr<WCHAR*> block(static_cast<WCHAR**>(HeapAllocSized(HEAP_ZERO_MEMORY, count * kBytesPerSlot)));
+    if (!block)
+        return nullptr;
+    WCHAR* const slots = reinterpret_cast<WCHAR*>(block.get() + count);
+    for (size_t i = 0; i < count; i++)
+        block.get()[i] = slots + i * kCertSlotChars;
+    return block;
 }
 
 bool HandOver(TextList& list, WCHAR*** names, WCHAR*** thumbprints, LONG* count)

@@ -1,25 +1,33 @@
-// Runs a fuzz target over the files on the command line: every build replays what fuzzing has found.
+// Runs every input of a folder of corpora, each with the target that its own folder names.
 #include <stdint.h>
 #include <stdio.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
+namespace fs = std::filesystem;
+
+namespace fuzz {
+void Choose(std::string_view name);
+}
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; i++) {
-        std::ifstream file(argv[i], std::ios::binary);
-        if (!file) {
-            fprintf(stderr, "cannot read %s\n", argv[i]);
-            return 1;
-        }
+    int count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(argc > 1 ? argv[1] : ".")) {
+        if (!entry.is_regular_file())
+            continue;
+        fuzz::Choose(entry.path().parent_path().filename().string());
+        std::ifstream file(entry.path(), std::ios::binary);
         const std::vector<char> input(std::istreambuf_iterator<char>(file), {});
-        printf("%s\n", argv[i]);
+        printf("%s\n", entry.path().c_str());
         fflush(stdout);
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+        ++count;
     }
-    return argc > 1 ? 0 : 1;
+    return count > 0 ? 0 : 1;
 }

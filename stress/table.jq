@@ -11,4 +11,12 @@ def faults:
   (.disagreeing[] | "DISAGREES: \(.operation) / \(.fault): expected \(.expected), came \(.measured), next call \(.nextCall), " +
     "\(.descriptors) descriptors more, \(.memoryKb) KB more, \(.seconds) s");
 
-if .faults then .faults | faults else empty end
+def fuzz:
+  (["target", "executions", "findings"] | head),
+  (.targets[] | [.name, .executions, .findings] | row),
+  "",
+  (["room", "lines", "covered by the targets alone"] | head),
+  (.rooms[] | [.room, .lines, "\(.covered * 1000 / .lines | round / 10) %"] | row);
+
+if .faults then .faults | faults else empty end,
+if .fuzz then .fuzz | fuzz else empty end
