@@ -24,9 +24,9 @@ const struct Algorithm {
 
 class KeyCreationTest : public VaultTest {
   protected:
-    int Create(const std::string& name, const std::string& algId, LONG bits, KVKey* key, DWORD exportable = 0)
+    int Create(const std::string& name, const std::string& algId, LONG bits, KVKey* key)
     {
-        return KVCCreateKey(call.get(), Wide(name).c_str(), Wide(algId).c_str(), bits, key, exportable);
+        return KVCCreateKey(call.get(), Wide(name).c_str(), Wide(algId).c_str(), bits, key, 0);
     }
     // All requests to the vault. A creation is "hardware" or "software" after the type of key that it asks for, a merge
     // "merge", and reading the key "read".

@@ -106,8 +106,9 @@ TEST(BldStrTest, NullArgumentsAreRefusedAndLogged)
     EXPECT_EQ(0, BldStrReplace(empty.get(), nullptr));
     EXPECT_EQ(nullptr, BldStrNewStr(nullptr));
     EXPECT_EQ(nullptr, BldStrNewStrFromAscii(nullptr));
+    BldStrRemove(nullptr, 'x');
     LogLevel = 0;
-    EXPECT_EQ(5u, root.LogLines().size());
+    EXPECT_EQ(6u, root.LogLines().size());
 }
 
 std::string Encode(const Bytes& bytes)
