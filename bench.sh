@@ -12,13 +12,13 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
 
 collect() { # collect FILE: what has been measured, in one file; what hasn't is null
-    for name in signature closed open threads lists cold_start handles strings; do
+    for name in signature closed open threads lists cold_start handles tool strings; do
         [ -f "$work/$name.json" ] || echo null >"$work/$name.json"
     done
     jq -n --slurpfile signature "$work/signature.json" --slurpfile closed "$work/closed.json" \
         --slurpfile open "$work/open.json" --slurpfile threads "$work/threads.json" --slurpfile lists "$work/lists.json" \
         --slurpfile cold "$work/cold_start.json" --slurpfile handles "$work/handles.json" \
-        --slurpfile strings "$work/strings.json" -f "$top/bench/results.jq" >"$work/results.json"
+        --slurpfile tool "$work/tool.json" --slurpfile strings "$work/strings.json" -f "$top/bench/results.jq" >"$work/results.json"
     cp "$work/results.json" "$1"
 }
 
@@ -73,6 +73,7 @@ measure_linux() {
     measure lists "$programs/bench_lists"
     measure cold_start "$programs/bench_cold_start"
     measure handles "$programs/bench_handles" "$signatures"
+    measure tool "$programs/bench_tool"
     measure strings "$programs/bench_strings" --benchmark_format=json --benchmark_min_time=0.3
     collect "$top/bench/results.json"
 }

@@ -9,6 +9,7 @@ def over($name; $baseline): time_of($name) / time_of($baseline);
   lists: $lists[0],
   cold_start_against_the_wire: $cold[0],
   holdings: $handles[0],
+  tool: $tool[0],
   strings: (if $strings[0] == null then null else {
     base64_encode_over_copy: over("Base64Encode"; "Copy"),
     base64_encode_over_openssl: over("Base64Encode"; "Base64EncodeOpenSsl"),

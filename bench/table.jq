@@ -36,6 +36,11 @@ def sizes: to_entries | sort_by(.key | tonumber)[];
   ["cold start against the wire, median", (.cold_start_against_the_wire.median | n(3)), "<= 1.15"],
   (.holdings | .signatures as $signatures | .before as $before | .after | to_entries[] |
     ["\(.key) that \($signatures) signatures leave", .value - $before[.key], "0"]),
+  (.tool |
+    ["kelvaroctl keys list --names of \(.names.keys) keys: requests for pages", .names.pages, "120"],
+    ["kelvaroctl keys list --names of \(.names.keys) keys: other requests to the vault", .names.other_requests, "<= 1"],
+    ["kelvaroctl keys list --names of \(.names.keys) keys: time, times the vault's own", (.names.time_over_latency | n(2)), ""],
+    ["kelvaroctl --version: milliseconds", (.version_ms | n(0)), "<= 50"]),
   (.strings // {} | to_entries[] | [(.key | gsub("_"; " ")), (.value | n(1)),
     ({"coded_name_over_copy": "<= 60"}[.key] // (if .key | contains("in_the_layer") then "<= 1.5" else "" end))])
 ] | map(select(.[1] != null)) | (["figure", "measured", "mark"], ["---", "---", "---"], .[]) |
