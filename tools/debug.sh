@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds a test program with full symbols and no optimisation, and starts it in gdb.
-# Usage: tools/debug.sh PROGRAM [ARGUMENT...]   e.g. tools/debug.sh provider_key_tests --gtest_filter='Sign*'
+# Usage: tools/debug.sh PROGRAM [ARGUMENT...]   e.g. tools/debug.sh provider_tests --gtest_filter='Signing*'
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/tools/variants.sh"

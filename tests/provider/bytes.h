@@ -35,6 +35,15 @@ inline Bytes TextBytes(const std::string& text, bool terminated = true)
     return Bytes(bytes, bytes + (wide.size() + (terminated ? 1 : 0)) * sizeof(WCHAR));
 }
 
+// 1, 2, 3, ...
+inline Bytes Pattern(size_t size)
+{
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<BYTE>(i + 1);
+    return bytes;
+}
+
 // A BCRYPT_RSAKEY_BLOB of zeros, with all its parts.
 inline Bytes RsaBlob(DWORD bits, DWORD magic = BCRYPT_RSAPRIVATE_MAGIC)
 {
@@ -42,6 +51,16 @@ inline Bytes RsaBlob(DWORD bits, DWORD magic = BCRYPT_RSAPRIVATE_MAGIC)
     const bool full = magic == BCRYPT_RSAFULLPRIVATE_MAGIC;
     const Bytes parts(3 + bits / 8 * (full ? 2 : 1) + half * (full ? 5 : 2));
     return BytesOf(BCRYPT_RSAKEY_BLOB{magic, bits, 3, bits / 8, half, half}) + parts;
+}
+
+// A self-relative security descriptor of an owner with two sub-authorities: 20 bytes of head, 16 of owner.
+inline Bytes Descriptor(DWORD ownerAt = sizeof(SECURITY_DESCRIPTOR_RELATIVE))
+{
+    SECURITY_DESCRIPTOR_RELATIVE head = {};
+    head.Revision = SECURITY_DESCRIPTOR_REVISION;
+    head.Control = SE_SELF_RELATIVE;
+    head.Owner = ownerAt;
+    return BytesOf(head) + Bytes{1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0, 0, 0, 0};
 }
 
 struct Result {

@@ -1,19 +1,14 @@
-// What the stories about key import share: parameter lists, blobs, DER in small pieces, the kept blob of a key.
+// Key import: parameter lists, DER in small pieces, the private key that the provider keeps.
 #pragma once
 
 #include <deque>
 #include <string>
 #include <vector>
 
-#include "tests/provider/key_fixture.h"
+#include "tests/provider/provider_fixture.h"
 
 constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the key unfinalized
 
-// The password of the encrypted files, terminated.
-inline Bytes Secret(const std::string& password = "secret")
-{
-    return TextBytes(password);
-}
 // A file of tests/data/pkcs8, without ".der".
 Bytes ReadPkcs8(const std::string& name);
 
@@ -21,14 +16,12 @@ Bytes ReadPkcs8(const std::string& name);
 Bytes Der(BYTE tag, const Bytes& contents);
 // rsa2048 with these attributes, each a DER element of its own.
 Bytes WithAttributes(const Bytes& attributes);
-// An attribute of one value. objectId: its DER contents.
-Bytes Attribute(const Bytes& objectId, const Bytes& value);
-Bytes KeyUsageAttribute(const Bytes& value);
+// An attribute of one value. objectId: its DER contents, a key usage without it.
+Bytes Attribute(const Bytes& value, const Bytes& objectId = {0x55, 0x1D, 0x0F});
 
 // A parameter list, alive as long as this.
 class Parameters {
   public:
-    Parameters() = default;
     Parameters(std::initializer_list<std::pair<DWORD, Bytes>> buffers)
     {
         for (const auto& buffer : buffers)
@@ -37,11 +30,19 @@ class Parameters {
     Parameters(const Parameters&) = delete;
     Parameters& operator=(const Parameters&) = delete;
 
-    void Add(DWORD type, const Bytes& bytes);
-    NCryptBufferDesc* list();
+    void Add(DWORD type, const Bytes& bytes)
+    {
+        bytes_.push_back(bytes);
+        rows.push_back({static_cast<ULONG>(bytes.size()), type, bytes_.back().data()});
+    }
+    NCryptBufferDesc* list()
+    {
+        list_ = {version, static_cast<ULONG>(rows.size()), rows.data()};
+        return &list_;
+    }
 
     ULONG version = 0;
-    std::vector<NCryptBuffer> rows;  // may be bent
+    std::vector<NCryptBuffer> rows;  // may be changed
 
   private:
     std::deque<Bytes> bytes_;
@@ -55,7 +56,7 @@ struct ParameterRow {
     std::string keyName = "(none)";  // of the key
 };
 
-class ImportTest : public KeyTest {
+class ImportTest : public ProviderTest {
   protected:
     void SetUp() override;
     void TearDown() override;
@@ -64,8 +65,8 @@ class ImportTest : public KeyTest {
     SECURITY_STATUS ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data, NCryptBufferDesc* list,
                                DWORD flags = 0);
     // Tries an import; a failure must leave the handle alone, log one line of level 1 and make no request.
-    SECURITY_STATUS Import(const char* type, const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0);
-    SECURITY_STATUS ImportPkcs8(const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0)
+    std::string Import(const char* type, const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0);
+    std::string ImportPkcs8(const Bytes& data, Parameters* parameters = nullptr, DWORD flags = 0)
     {
         return Import("PKCS8_PRIVATEKEY", data, parameters, flags);
     }
@@ -75,10 +76,10 @@ class ImportTest : public KeyTest {
     // Of the last import that succeeded; freed with the next one.
     KSP_KEY* imported() const { return Record(imported_); }
     void FreeImported();
-    // The blob under its protection.
+    // What an import without a name leaves: finalized or not, of the machine or the user, without requests.
+    void ExpectNameless(const Bytes& blob, const char* type, bool finalized, bool machine);
+    // The private blob, unprotected.
     Bytes KeptBlob() const;
-    // Whether the parts of a kept "RSA3" blob are those of `der`, every number with its bytes in the other order.
-    void ExpectBlobOf(const Bytes& der, DWORD bits) const;
 
     NCRYPT_KEY_HANDLE imported_ = 0;
 };

@@ -1,6 +1,5 @@
 // What a log call takes of its host, and what of it goes to the event log.
 #include <pthread.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
@@ -26,63 +25,31 @@ namespace {
 // Sanitizers enlarge every frame.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-// Hosts run threads with stacks as small as this.
-constexpr size_t kThreadStack = 64 * 1024;
-constexpr size_t kLogStack = 16 * 1024;
-constexpr unsigned char kPaint = 0xA5;
-
-// A painted stack above a page that nobody may touch.
-class Stack {
-  public:
-    Stack()
-    {
-        void* const block =
-            mmap(nullptr, kGuard + kThreadStack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        low_ = static_cast<unsigned char*>(block) + kGuard;
-        mprotect(block, kGuard, PROT_NONE);
-        std::fill(low_, low_ + kThreadStack, kPaint);
-    }
-    ~Stack() { munmap(low_ - kGuard, kGuard + kThreadStack); }
-    Stack(const Stack&) = delete;
-    Stack& operator=(const Stack&) = delete;
-
-    unsigned char* low() const { return low_; }
-    const unsigned char* Deepest() const
-    {
-        return std::find_if(low_, low_ + kThreadStack, [](unsigned char byte) { return byte != kPaint; });
-    }
-
-  private:
-    static constexpr size_t kGuard = 4096;
-    unsigned char* low_;
-};
-
-struct Run {
-    const std::function<void()>* body;
-    const unsigned char* start;
-};
-
-void* Enter(void* argument)
-{
-    Run* const run = static_cast<Run*>(argument);
-    run->start = static_cast<unsigned char*>(__builtin_frame_address(0));
-    (*run->body)();
-    return nullptr;
-}
-
-// Runs `body` on a thread of its own; how many bytes of the stack it took.
+// Runs `body` on a thread with a painted stack; how many bytes of it were used.
 size_t DepthOf(const std::function<void()>& body)
 {
-    const Stack stack;
+    constexpr size_t kSize = 256 * 1024;
+    constexpr unsigned char kPaint = 0xA5;
+    static unsigned char stack[kSize] __attribute__((aligned(64)));
+    std::fill_n(stack, kSize, kPaint);
+    struct Run {
+        const std::function<void()>& body;
+        const void* start;
+    } run = {body, nullptr};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstack(&attributes, stack.low(), kThreadStack);
-    Run run = {&body, nullptr};
+    pthread_attr_setstack(&attributes, stack, kSize);
     pthread_t thread;
-    EXPECT_EQ(0, pthread_create(&thread, &attributes, Enter, &run));
+    const auto enter = [](void* argument) -> void* {
+        static_cast<Run*>(argument)->start = __builtin_frame_address(0);
+        static_cast<Run*>(argument)->body();
+        return nullptr;
+    };
+    EXPECT_EQ(0, pthread_create(&thread, &attributes, enter, &run));
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
-    return static_cast<size_t>(run.start - stack.Deepest());
+    const auto* const deepest = std::find_if(stack, stack + kSize, [](unsigned char byte) { return byte != kPaint; });
+    return static_cast<size_t>(static_cast<const unsigned char*>(run.start) - deepest);
 }
 
 TEST_F(ProviderTest, LogCallsLeaveAHostsStackAlone)
@@ -115,7 +82,7 @@ TEST_F(ProviderTest, LogCallsLeaveAHostsStackAlone)
         SCOPED_TRACE(row.name);
         root.ClearLog();
         const size_t depth = DepthOf(row.call);
-        EXPECT_LE(depth, kLogStack);
+        EXPECT_LE(depth, 16u * 1024) << "hosts run threads with stacks of 64 KiB";
         EXPECT_FALSE(root.WholeLog().empty());
     }
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);

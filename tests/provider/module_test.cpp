@@ -1,199 +1,337 @@
-// What a host finds when it loads the module: attach and detach, the table, the refusing entry points, freed buffers.
-#include <functional>
+// The module from its load to its unload, and the provider that a host opens: settings, secrets, clients, buffers.
 #include <thread>
 
 #include "provider/buffer_list.h"
 #include "provider/property_list.h"
 #include "support/log.h"
+#include "support/secrets.h"
 #include "tests/provider/provider_fixture.h"
 
 namespace {
 
-bool StartsWith(const std::string& text, const std::string& start)
+std::string Text(const BldStr* str)
 {
-    return text.compare(0, start.size(), start) == 0;
+    return Narrow(KVCText(str));
 }
 
-class ModuleTest : public testing::Test {
+class ModuleTest : public ProviderTest {
   protected:
-    ~ModuleTest() override { DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); }
-
-    TestRoot root;
+    // Both hives without a value, but for the log's directory.
+    void ClearSettings()
+    {
+        root.RemoveKey(HKEY_LOCAL_MACHINE);
+        root.RemoveKey(HKEY_CURRENT_USER);
+        root.SetText(HKEY_LOCAL_MACHINE, "LogfilePath", root.logDirectory());
+    }
+    // What `read` makes of a provider that is opened for it.
+    template <class Read>
+    std::string Opened(Read read)
+    {
+        NCRYPT_PROV_HANDLE opened = 0;
+        EXPECT_EQ(kDone, Hex(table->OpenProvider(&opened, TEXT("name"), 0xFFFFFFFF)));
+        const std::string text = read(*reinterpret_cast<const KSP_PROVIDER*>(opened));
+        EXPECT_EQ(0, table->FreeProvider(opened));
+        return text;
+    }
+    std::string MachineSecret()
+    {
+        return Opened([](const KSP_PROVIDER& opened) { return Text(opened.machineKvc->clientSecret); });
+    }
 };
+
+TEST_F(ModuleTest, EveryNameGivesTheOneTable)
+{
+    for (const WCHAR* name : {TEXT("some other name"), static_cast<const WCHAR*>(nullptr)}) {
+        NCRYPT_KEY_STORAGE_FUNCTION_TABLE* found = nullptr;
+        EXPECT_EQ(0, GetKeyStorageInterface(name, &found, 0xFFFFFFFF));
+        EXPECT_EQ(table, found);
+    }
+    EXPECT_EQ(1u, table->Version.MajorVersion);
+    EXPECT_EQ(0u, table->Version.MinorVersion);
+}
 
 TEST_F(ModuleTest, AttachWritesItsDateThenItsLine)
 {
-    struct Row {
+    const struct {
         const char* name;
         DWORD file, event;
         bool dateLine, attachLine;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {"nothing is logged", 0, 0, false, false},
         {"a level below entry points", 2, 0, true, false},
         {"entry points", 4, 0, true, true},
         {"the event log's level opens the file too", 0, 8, false, true},
         {"both, the file's above", 10, 4, true, true},
     };
-    for (const Row& row : rows) {
+    WCHAR user[257];
+    DWORD size = 257;
+    ASSERT_TRUE(GetUserNameW(user, &size));
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         root.ClearLog();
         root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", row.file);
         root.SetNumber(HKEY_LOCAL_MACHINE, "EVLoggingLevel", row.event);
         EXPECT_EQ(TRUE, DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr));
-        EXPECT_NE(nullptr, KelvaroPropertySemaphore);
         const std::string log = root.WholeLog();
-        const size_t attachAt = log.find("DllMain DLL_PROCESS_ATTACH ");
-        EXPECT_EQ(row.attachLine, attachAt != std::string::npos) << log;
-        EXPECT_EQ(row.dateLine, !log.empty() && !StartsWith(log, "Kelvaro: ")) << log;
-
+        EXPECT_EQ(row.dateLine, !log.empty() && log.rfind("Kelvaro: ", 0) != 0) << log;
+        const auto lines = root.LogLines();
+        ASSERT_EQ(row.attachLine ? 1u : 0u, lines.size());
+        if (row.attachLine) {
+            EXPECT_EQ(0u, lines[0].rfind("DllMain DLL_PROCESS_ATTACH ", 0)) << lines[0];
+            EXPECT_NE(std::string::npos, lines[0].find("provider_tests")) << lines[0];
+            EXPECT_NE(std::string::npos, lines[0].find(" " + Narrow(user) + " 4")) << lines[0];
+        }
+        const HANDLE semaphore = KelvaroPropertySemaphore;
+        EXPECT_NE(nullptr, semaphore);
+        root.ClearLog();
+        EXPECT_EQ(TRUE, DllMain(nullptr, DLL_THREAD_ATTACH, nullptr));
+        EXPECT_EQ(TRUE, DllMain(nullptr, DLL_THREAD_DETACH, nullptr));
+        EXPECT_EQ("", root.WholeLog());
+        EXPECT_EQ(semaphore, KelvaroPropertySemaphore);
         EXPECT_EQ(TRUE, DllMain(nullptr, DLL_PROCESS_DETACH, nullptr));
         EXPECT_EQ(nullptr, KelvaroPropertySemaphore);
         EXPECT_EQ(row.attachLine, root.WholeLog().find("DllMain DLL_PROCESS_DETACH ") != std::string::npos);
     }
 }
 
-TEST_F(ModuleTest, AttachLineNamesImageAndUserAndThreadsHaveNone)
-{
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    WCHAR user[257];
-    DWORD size = 257;
-    ASSERT_TRUE(GetUserNameW(user, &size));
-    const std::vector<std::string> lines = root.LogLines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_NE(std::string::npos, lines[0].find("provider_tests")) << lines[0];
-    const std::string end = " " + Narrow(user) + " 4";
-    EXPECT_EQ(end, lines[0].substr(lines[0].size() - end.size()));
-
-    const HANDLE semaphore = KelvaroPropertySemaphore;
-    root.ClearLog();
-    EXPECT_EQ(TRUE, DllMain(nullptr, DLL_THREAD_ATTACH, nullptr));
-    EXPECT_EQ(TRUE, DllMain(nullptr, DLL_THREAD_DETACH, nullptr));
-    EXPECT_EQ("", root.WholeLog());
-    EXPECT_EQ(semaphore, KelvaroPropertySemaphore);
-}
-
-TEST_F(ModuleTest, MissingSettingsKeyMeansNoLogAtAll)
+TEST_F(ModuleTest, WithoutItsKeyInTheRegistryNothingIsLogged)
 {
     root.RemoveKey(HKEY_LOCAL_MACHINE);
-    EXPECT_EQ(TRUE, DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr));
+    Reattach();
     EXPECT_EQ("Application", Narrow(EventSourceName));
     EXPECT_EQ(0, LogLevel);
     EXPECT_EQ(0, EVLoggingLevel);
 }
 
-TEST_F(ProviderTest, EveryNameGivesTheOneTable)
+template <BldStr* KVCClient::*field>
+std::string ReadText(const KSP_PROVIDER& provider, bool machine)
 {
-    for (const WCHAR* name : {kProviderName, TEXT("some other name"), static_cast<const WCHAR*>(nullptr)}) {
-        NCRYPT_KEY_STORAGE_FUNCTION_TABLE* found = nullptr;
-        EXPECT_EQ(0, GetKeyStorageInterface(name, &found, 0xFFFFFFFF));
-        EXPECT_EQ(&KelvaroFunctionTable, found);
-    }
-    EXPECT_EQ(1u, table->Version.MajorVersion);
-    EXPECT_EQ(0u, table->Version.MinorVersion);
-    EXPECT_TRUE(root.Logged("GetKeyStorageInterface Zandrel Key Storage Provider for Key Vault", 4));
-    EXPECT_TRUE(root.Logged("GetKeyStorageInterface (NULL)", 4));
+    return Text(ProviderClient(&provider, machine)->*field);
 }
 
-// Every slot is called without a provider, with a key handle that leads nowhere and must not be read, and with unknown
-// flags. The last line that the call logs shows who answered.
-TEST_F(ProviderTest, SlotsLeadToTheirEntryPoints)
+template <DWORD KVCClient::*field>
+std::string ReadNumber(const KSP_PROVIDER& provider, bool machine)
 {
-    constexpr DWORD kBad = 0xFFFFFFFF;
-    constexpr SECURITY_STATUS kHandle = NTE_INVALID_HANDLE;
-    constexpr SECURITY_STATUS kNever = NTE_NOT_SUPPORTED;  // whatever it is given
-    const auto* t = table;
-    const NCRYPT_KEY_HANDLE key = 8;
+    return std::to_string(ProviderClient(&provider, machine)->*field);
+}
+
+std::string ReadTemplate(const KSP_PROVIDER& provider, bool machine)
+{
+    return Narrow(machine ? provider.machineVaultName : provider.userVaultName);
+}
+
+TEST_F(ModuleTest, SettingsReachTheClientOfTheirHiveAlone)
+{
+    const std::string t511(511, 't'), t512(512, 't');
     const struct {
         const char* name;
-        SECURITY_STATUS status;
-        std::function<SECURITY_STATUS()> call;
+        std::string value;  // a number where `number` is set
+        bool number;
+        std::string unset, set;
+        std::string (*read)(const KSP_PROVIDER& provider, bool machine);
     } rows[] = {
-        {"OpenProvider", NTE_INVALID_PARAMETER, [=] { return t->OpenProvider(nullptr, nullptr, kBad); }},
-        {"OpenKey", kHandle, [=] { return t->OpenKey(0, nullptr, nullptr, 0, kBad); }},
-        {"CreatePersistedKey", kHandle, [=] { return t->CreatePersistedKey(0, nullptr, nullptr, nullptr, 0, kBad); }},
-        {"GetProviderProperty", kHandle, [=] { return t->GetProviderProperty(0, nullptr, nullptr, 0, nullptr, kBad); }},
-        {"GetKeyProperty", kHandle, [=] { return t->GetKeyProperty(0, key, nullptr, nullptr, 0, nullptr, kBad); }},
-        {"SetProviderProperty", kHandle, [=] { return t->SetProviderProperty(0, nullptr, nullptr, 0, kBad); }},
-        {"SetKeyProperty", kHandle, [=] { return t->SetKeyProperty(0, key, nullptr, nullptr, 0, kBad); }},
-        {"FinalizeKey", kHandle, [=] { return t->FinalizeKey(0, key, kBad); }},
-        {"DeleteKey", kHandle, [=] { return t->DeleteKey(0, key, kBad); }},
-        {"FreeProvider", kHandle, [=] { return t->FreeProvider(0); }},
-        {"FreeKey", kHandle, [=] { return t->FreeKey(0, key); }},
-        {"FreeBuffer", 0, [=] { return t->FreeBuffer(nullptr); }},
-        {"Encrypt", kHandle, [=] { return t->Encrypt(0, key, nullptr, 0, nullptr, nullptr, 0, nullptr, kBad); }},
-        {"Decrypt", kHandle, [=] { return t->Decrypt(0, key, nullptr, 0, nullptr, nullptr, 0, nullptr, kBad); }},
-        {"IsAlgSupported", kHandle, [=] { return t->IsAlgSupported(0, nullptr, kBad); }},
-        {"EnumAlgorithms", kHandle, [=] { return t->EnumAlgorithms(0, 0, nullptr, nullptr, kBad); }},
-        {"EnumKeys", kHandle, [=] { return t->EnumKeys(0, nullptr, nullptr, nullptr, kBad); }},
-        {"ImportKey", kHandle, [=] { return t->ImportKey(0, 0, nullptr, nullptr, nullptr, nullptr, 0, kBad); }},
-        {"ExportKey", kHandle, [=] { return t->ExportKey(0, key, 0, nullptr, nullptr, nullptr, 0, nullptr, kBad); }},
-        {"SignHash", kHandle, [=] { return t->SignHash(0, key, nullptr, nullptr, 0, nullptr, 0, nullptr, kBad); }},
-        {"VerifySignature", kHandle, [=] { return t->VerifySignature(0, key, nullptr, nullptr, 0, nullptr, 0, kBad); }},
-        {"PromptUser", kNever, [=] { return t->PromptUser(8, 8, nullptr, kBad); }},
-        {"NotifyChangeKey", kNever, [=] { return t->NotifyChangeKey(0, nullptr, 0); }},
-        {"SecretAgreement", kNever, [=] { return t->SecretAgreement(8, 8, 8, nullptr, 0); }},
-        {"DeriveKey", kNever, [=] { return t->DeriveKey(0, 8, nullptr, nullptr, nullptr, 0, nullptr, 0); }},
-        {"FreeSecret", kNever, [=] { return t->FreeSecret(8, 8); }},
+        {"KeyVault", "Contoso.Keys", false, "%G", "Contoso.Keys", ReadTemplate},
+        {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadText<&KVCClient::kvname>},
+        {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVCClient::authn>},
+        {"TenantId", t511, false, "", t511, ReadText<&KVCClient::tenant>},
+        {"ClientId", "client", false, "", "client", ReadText<&KVCClient::clientId>},
+        {"ClientSecret", "secret", false, "", "secret", ReadText<&KVCClient::clientSecret>},
+        {"ClientCertID", "cert", false, "", "cert", ReadText<&KVCClient::clientCertId>},
+        {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVCClient::purgeOnDelete>},
+        {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVCClient::certificateMode>},
+        {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVCClient::exportableOption>},
+        // Over its limit a text counts as absent.
+        {"ClientId", t512, false, "", "", ReadText<&KVCClient::clientId>},
+        {"KeyVault", t512, false, "%G", "%G", ReadTemplate},
+        {"ClientSecret", t512, false, "", "", ReadText<&KVCClient::clientSecret>},
+        {"ClientDPAPISecret", std::string(4096, 'A'), false, "", "", ReadText<&KVCClient::clientSecret>},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        root.ClearLog();
-        EXPECT_EQ(Hex(row.status), Hex(row.call()));
-        const std::vector<std::string> lines = root.LogLines();
-        ASSERT_FALSE(lines.empty());
-        const std::string entryPoint = std::string("Kelvaro") + row.name;
-        EXPECT_TRUE(StartsWith(lines.back(), entryPoint + " ")) << lines.back();
-        if (row.status == kHandle) {
-            EXPECT_NE(std::string::npos, lines.back().find(" Error 0x80090026 1")) << lines.back();
-        }
-        if (row.status == kNever) {
-            EXPECT_EQ(std::vector<std::string>{entryPoint + " 1"}, lines);
+        for (const bool machine : {true, false}) {
+            SCOPED_TRACE(std::string(row.name) + (machine ? " machine" : " user"));
+            const HKEY hive = machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+            const auto read = [&](bool of) {
+                return Opened([&](const KSP_PROVIDER& opened) { return row.read(opened, of); });
+            };
+            ClearSettings();
+            EXPECT_EQ(row.unset, read(machine));
+            EXPECT_FALSE(root.Has(hive, "ClientSecret"));
+            root.SetText(hive, row.name, row.value, row.number ? REG_SZ : REG_EXPAND_SZ);
+            EXPECT_EQ(row.unset, read(machine)) << "of another type";
+            if (row.number)
+                root.SetNumber(hive, row.name, static_cast<DWORD>(std::stoul(row.value)));
+            else
+                root.SetText(hive, row.name, row.value);
+            EXPECT_EQ(row.set, read(machine));
+            EXPECT_EQ(row.unset, read(!machine));
         }
     }
 }
 
-void* NewBlock()
+TEST_F(ModuleTest, AClearSecretMovesUnderProtection)
 {
-    return HeapAlloc(GetProcessHeap(), 0, 16);
+    Lines sealed;
+    for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
+        const bool machine = hive == HKEY_LOCAL_MACHINE;
+        const auto secret = [&] {
+            return Opened(
+                [&](const KSP_PROVIDER& opened) { return Text(ProviderClient(&opened, machine)->clientSecret); });
+        };
+        for (const char* text : {machine ? "machine secret" : "user secret", "changed"}) {
+            root.SetText(hive, "ClientSecret", text);
+            EXPECT_EQ(text, secret());
+            EXPECT_TRUE(root.Has(hive, "ClientSecret"));
+            EXPECT_EQ("", root.GetText(hive, "ClientSecret"));
+            sealed.push_back(root.GetText(hive, "ClientDPAPISecret"));
+            EXPECT_GT(sealed.back().size(), kSecretBufferSize);
+            EXPECT_EQ(text, secret());
+            EXPECT_EQ(sealed.back(), root.GetText(hive, "ClientDPAPISecret")) << "protected once";
+            EXPECT_EQ(std::string::npos, root.WholeLog().find(text));
+        }
+        EXPECT_NE(sealed.back(), sealed[sealed.size() - 2]);
+    }
+    EXPECT_NE(sealed[1], sealed[3]);
 }
 
-TEST_F(ProviderTest, FreeBufferFreesListedAndUnlistedBlocks)
+TEST_F(ModuleTest, AProtectedSecretThatCannotBeReadLeavesTheOpenAlive)
 {
-    void* listed[3] = {NewBlock(), NewBlock(), NewBlock()};
-    for (void* block : listed)
-        EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", "");
+    for (const char* sealed : {"AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA", "not base64!"}) {
+        root.SetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret", sealed);
+        EXPECT_EQ("", MachineSecret());
+        EXPECT_EQ(sealed, root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
+    }
+    EXPECT_TRUE(root.Logged("KelvaroOpenProvider Failed to Decrypt DPAPI Secret", 8));
+    // One without a terminator ends with its buffer.
+    const TextString filled(kSecretBufferSize / sizeof(WCHAR), 'x');
+    WCHAR sealed[4096] = {};
+    ASSERT_TRUE(ProtectSecret(reinterpret_cast<const BYTE*>(filled.data()), true, sealed, 4096));
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret", Narrow(sealed));
+    EXPECT_EQ(std::string(511, 'x'), MachineSecret());
+}
+
+TEST_F(ModuleTest, AProviderHoldsItsHeaderAndANameOf65534Bytes)
+{
+    NCRYPT_PROV_HANDLE handle = 0;
+    const TextString longest(32766, 'n');
+    ASSERT_EQ(0, table->OpenProvider(&handle, longest.c_str(), 0));
+    KSP_PROVIDER* const opened = reinterpret_cast<KSP_PROVIDER*>(handle);
+    EXPECT_EQ(longest, opened->pszName);
+    EXPECT_EQ(reinterpret_cast<const WCHAR*>(opened + 1), opened->pszName);
+    EXPECT_EQ(sizeof(KSP_PROVIDER) + 65534, opened->cbLength);
+    EXPECT_EQ(0x7866ABCEu, opened->dwMagic);
+    // A client that could not be made is passed over.
+    KVCDelete(opened->userKvc);
+    opened->userKvc = nullptr;
+    EXPECT_EQ(0, table->FreeProvider(handle));
+}
+
+TEST_F(ModuleTest, FreeBufferFreesListedAndUnlistedBlocks)
+{
+    const auto block = [] { return HeapAlloc(GetProcessHeap(), 0, 16); };
+    void* listed[3] = {block(), block(), block()};
+    for (void* each : listed)
+        EXPECT_NE(nullptr, KelvaroRegisterBuffer(each, BufferKind::KeyName));
     EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "no block is in the list twice";
-
-    EXPECT_EQ(0, table->FreeBuffer(NewBlock()));
+    EXPECT_EQ(0, table->FreeBuffer(block()));
     EXPECT_EQ(0, table->FreeBuffer(nullptr));
-    EXPECT_EQ(0, table->FreeBuffer(listed[1]));
-    EXPECT_FALSE(KelvaroIsRegistered(listed[1], BufferKind::KeyName));
-    EXPECT_TRUE(KelvaroIsRegistered(listed[0], BufferKind::KeyName));
-    EXPECT_TRUE(KelvaroIsRegistered(listed[2], BufferKind::KeyName));
-    EXPECT_EQ(0, table->FreeBuffer(listed[2]));
-    EXPECT_EQ(0, table->FreeBuffer(listed[0]));
-    EXPECT_EQ(5u, LinesWith("KelvaroFreeBuffer 4").size());
+    for (const int freed : {1, 2, 0}) {
+        EXPECT_TRUE(KelvaroIsRegistered(listed[freed], BufferKind::KeyName));
+        EXPECT_FALSE(KelvaroIsRegistered(listed[freed], BufferKind::EnumState));
+        EXPECT_EQ(0, table->FreeBuffer(listed[freed]));
+        EXPECT_FALSE(KelvaroIsRegistered(listed[freed], BufferKind::KeyName));
+    }
 }
 
-TEST_F(ProviderTest, BufferListStandsManyThreads)
+// What a host does with a key, at the level that logs everything: texts and levels of the provider's part.
+TEST_F(ModuleTest, TheTraceOfAHostsCalls)
 {
-    Quiet();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; i++) {
-        threads.emplace_back([this] {
-            for (int round = 0; round < 200; round++) {
-                void* blocks[2] = {NewBlock(), NewBlock()};
-                for (void* block : blocks)
-                    EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
-                for (void* block : blocks)
-                    EXPECT_EQ(0, table->FreeBuffer(block));
-            }
-        });
+    AddKey("web", "RSA");
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", Simulator::kClientSecret);
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientId", Simulator::kClientId);
+    root.SetText(HKEY_CURRENT_USER, "ClientSecret", "");
+    root.ClearLog();
+    const NCRYPT_KEY_HANDLE key = OpenKey("web");
+    const Bytes signature = Sign(key, Pattern(32), BCRYPT_PAD_PSS, "SHA256", 256).bytes;
+    Verify(key, Pattern(32), signature, BCRYPT_PAD_PSS, "SHA256");
+    Sign(key, {}, BCRYPT_PAD_PSS, nullptr, 0);
+    DWORD size = 0;
+    BYTE blob[300];
+    table->ExportKey(provider, key, 0, TEXT("RSAPUBLICBLOB"), nullptr, blob, sizeof(blob), &size, 0);
+    table->GetKeyProperty(provider, key, TEXT("Length"), blob, 4, &size, 0);
+    PVOID state = nullptr;
+    Next(&state);
+    table->FreeBuffer(state);
+    FreeKey(key);
+    const NCRYPT_KEY_HANDLE made = Pending("ECDSA_P256", "made");
+    EXPECT_EQ(0, Finalize(made));
+    Sign(made, Pattern(20));
+    EXPECT_EQ(0, table->DeleteKey(provider, made, 0));
+    Forget(made);
+    FreeProvider(provider);
+    std::string trace;
+    for (const std::string& line : root.LogLines()) {
+        if (line.rfind("Kelvaro", 0) == 0 || line.rfind("DeleteKeyObject", 0) == 0)
+            trace += line + "\n";
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    WCHAR user[257];
+    DWORD cchUser = 257;
+    ASSERT_TRUE(GetUserNameW(user, &cchUser));
+    const std::string released = R"(DeleteKeyObject HeapFree pszKeyFilePath 4
+DeleteKeyObject HeapFree pszKeyName 8
+DeleteKeyObject HeapFree pbKeyFile 8
+DeleteKeyObject HeapFree pbSecurityDescr 8
+DeleteKeyObject HeapFree pbPrivateKey 8
+DeleteKeyObject HeapFree PropertyList 8
+DeleteKeyObject Complete 8
+)";
+    EXPECT_EQ("KelvaroOpenProvider Zandrel Key Storage Provider for Key Vault " + Narrow(user) + R"( 4
+KelvaroOpenProvider Read Key Vault Names 8
+KelvaroOpenProvider Saving Machine DPAPI Secret 8
+KelvaroOpenProvider Reading Machine DPAPI Secret 8
+Kelvaro_FromBase64 10
+KelvaroOpenProvider contoso-keys aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee 8
+KelvaroOpenProvider contoso-keys aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee 8
+KelvaroOpenKey web 32 4
+KelvaroSignHash 4
+KelvaroSignHash dwFlags 8 8
+KelvaroSignHash RSA cbHashValue 32 8
+KelvaroSignHash SHA256 32 8
+KelvaroSignHash pbSignature is NOT NULL 8
+KelvaroSignHash algId and Data PS256 10
+KelvaroVerifySignature 4
+KelvaroVerifySignature SHA256 32 8
+KelvaroSignHash 4
+KelvaroSignHash pbSignature is NULL - return kvk.n_siz bytes 8
+KelvaroExportKey RSAPUBLICBLOB 4
+KelvaroExportKey Export RSA Key 8
+KelvaroExportKey Export OK Size 284 8
+KelvaroGetKeyProperty Length 4 4
+KelvaroGetKeyProperty Length 2048 10
+KelvaroEnumKeys 4
+KelvaroEnumKeys NCRYPT_MACHINE_KEY_FLAG 10
+KelvaroFreeBuffer 4
+KelvaroFreeBuffer 4
+KelvaroFreeKey 4
+KelvaroFreeKey web 6
+)" + released + R"(KelvaroCreatePersistedKey Name made ECDSA_P256 4
+KelvaroCreatePersistedKey dwFlags 32 8
+KelvaroCreatePersistedKey dwLegacyKeySpec 1 8
+KelvaroFinalizeKey 4
+KelvaroSignHash 4
+KelvaroSignHash dwFlags 0 8
+KelvaroSignHash ECC cbHashValue 20 8
+KelvaroSignHash Resize Hash ECDSA_P256 20 8
+KelvaroSignHash Resized the Hash 10
+KelvaroSignHash pbSignature is NOT NULL 8
+KelvaroSignHash algId and Data ES256 10
+KelvaroDeleteKey 4
+KelvaroDeleteKey Key Deleted - now free the storage 4
+KelvaroFreeKey 4
+KelvaroFreeKey made 6
+)" + released + "KelvaroFreeProvider 4\n",
+              trace);
 }
 
 }  // namespace

@@ -1,87 +1,202 @@
 #include "tests/provider/provider_fixture.h"
 
-void ProviderTest::SetUp()
+#include <algorithm>
+
+static json KeyAnswer(json key, const std::vector<std::string>& ops)
 {
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    key["kid"] = "https://contoso-keys.vault.azure.net/keys/special/0123456789abcdef0123456789abcdef";
+    key["key_ops"] = ops;
+    return {{"key", key}, {"attributes", {{"enabled", true}}}};
+}
+
+json RsaAnswer(const Bytes& n)
+{
+    return KeyAnswer({{"kty", "RSA"}, {"n", Base64Url(n)}, {"e", "AQAB"}}, {"sign", "verify"});
+}
+
+json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y, const std::vector<std::string>& ops,
+                 const std::string& algIdTag)
+{
+    json answer = KeyAnswer({{"kty", "EC"}, {"crv", crv}, {"x", Base64Url(x)}, {"y", Base64Url(y)}}, ops);
+    if (!algIdTag.empty())
+        answer["tags"] = {{"AlgID", algIdTag}};
+    return answer;
 }
 
 void ProviderTest::TearDown()
 {
-    for (KSP_KEY* key : keys_)
-        EXPECT_EQ(0, DeleteKeyObject(key));
-    for (const NCRYPT_PROV_HANDLE provider : providers_)
-        EXPECT_EQ(0, table->FreeProvider(provider));
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    for (const NCRYPT_KEY_HANDLE key : pending_)
+        EXPECT_EQ(0, table->FreeKey(OpenProvider(), key));
+    HostTest::TearDown();
 }
 
-NCRYPT_PROV_HANDLE ProviderTest::Open()
+NCRYPT_KEY_HANDLE ProviderTest::Pending(const char* algorithm, const char* name, DWORD flags)
 {
-    NCRYPT_PROV_HANDLE provider = 0;
-    EXPECT_EQ("0x00000000", Hex(table->OpenProvider(&provider, kProviderName, 0)));
-    if (provider)
-        providers_.push_back(provider);
-    return provider;
-}
-
-NCRYPT_PROV_HANDLE ProviderTest::First()
-{
-    return providers_.empty() ? Open() : providers_.front();
-}
-
-KSP_KEY* ProviderTest::NewKey(const std::string& algorithm, const std::string& name, DWORD machineFlag)
-{
-    KSP_KEY* key = nullptr;
-    const TextString wideName = Wide(name);
-    EXPECT_EQ(
-        0, CreateNewKeyObject(name.empty() ? nullptr : wideName.c_str(), Wide(algorithm).c_str(), &key, machineFlag));
-    key->kvc = ProviderClient(Record(First()), machineFlag);
-    keys_.push_back(key);
+    NCRYPT_KEY_HANDLE key = 0;
+    const TextString wide = Wide(name ? name : "");
+    EXPECT_EQ(kDone, Hex(table->CreatePersistedKey(OpenProvider(), &key, Wide(algorithm).c_str(),
+                                                   name ? wide.c_str() : nullptr, 1, flags)));
+    if (key)
+        pending_.push_back(key);
     return key;
 }
 
-Result ProviderTest::GetProvider(const std::string& name)
+void ProviderTest::Forget(NCRYPT_KEY_HANDLE key)
+{
+    pending_.erase(std::remove(pending_.begin(), pending_.end(), key), pending_.end());
+}
+
+SECURITY_STATUS ProviderTest::Finalize(NCRYPT_KEY_HANDLE key, DWORD flags)
+{
+    return table->FinalizeKey(provider, key, flags);
+}
+
+Result ProviderTest::GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags)
 {
     return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
-        return table->GetProviderProperty(First(), Wide(name).c_str(), output, size, result, 0);
+        return table->GetKeyProperty(OpenProvider(), key, Wide(property).c_str(), output, size, result, flags);
     });
 }
 
-Result ProviderTest::GetKey(KSP_KEY* key, const std::string& name, DWORD flags)
+SECURITY_STATUS ProviderTest::SetKey(NCRYPT_KEY_HANDLE key, const std::string& property, Bytes value, DWORD flags)
+{
+    const DWORD size = static_cast<DWORD>(value.size());
+    value.reserve(1);  // an empty value isn't NULL
+    return table->SetKeyProperty(OpenProvider(), key, Wide(property).c_str(), value.data(), size, flags);
+}
+
+Result ProviderTest::GetProvider(const std::string& property)
 {
     return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
-        return table->GetKeyProperty(First(), Handle(key), Wide(name).c_str(), output, size, result, flags);
+        return table->GetProviderProperty(OpenProvider(), Wide(property).c_str(), output, size, result, 0);
     });
 }
 
-SECURITY_STATUS ProviderTest::SetKey(KSP_KEY* key, const std::string& name, const Bytes& value, DWORD flags)
+SECURITY_STATUS ProviderTest::SetProvider(const std::string& property, Bytes value, DWORD flags)
 {
-    BYTE nothing = 0;
-    BYTE* bytes = value.empty() ? &nothing : const_cast<BYTE*>(value.data());
-    return table->SetKeyProperty(First(), Handle(key), Wide(name).c_str(), bytes, static_cast<DWORD>(value.size()),
-                                 flags);
+    const DWORD size = static_cast<DWORD>(value.size());
+    value.reserve(1);
+    return table->SetProviderProperty(OpenProvider(), Wide(property).c_str(), value.data(), size, flags);
 }
 
-void ProviderTest::Quiet()
+// Runs operation(output, &needed).
+template <class Operation>
+static Result IntoBuffer(DWORD room, Operation operation)
 {
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 0);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    const Bytes before(room, 0xEE);
+    Result result = {0, before, 0};
+    result.status = operation(room ? result.bytes.data() : nullptr, &result.needed);
+    EXPECT_TRUE(result.status == 0 || result.bytes == before);
+    result.bytes.resize(result.status == 0 && room ? result.needed : 0);
+    return result;
 }
 
-void ProviderTest::ClearSettings()
+// The padding information that belongs to the flags.
+struct Padding {
+    Padding(DWORD flags, const char* hash) : name(Wide(hash ? hash : ""))
+    {
+        pss.pszAlgId = pkcs1.pszAlgId = name.empty() ? nullptr : name.c_str();
+        pss.cbSalt = 32;
+        if (hash)
+            info = (flags & BCRYPT_PAD_PKCS1) ? static_cast<void*>(&pkcs1) : &pss;
+    }
+    const TextString name;
+    BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
+    BCRYPT_PSS_PADDING_INFO pss = {};
+    void* info = nullptr;
+};
+
+Result ProviderTest::Sign(NCRYPT_KEY_HANDLE key, Bytes hash, DWORD flags, const char* hashName, DWORD room)
 {
-    root.RemoveKey(HKEY_LOCAL_MACHINE);
-    root.RemoveKey(HKEY_CURRENT_USER);
-    root.SetText(HKEY_LOCAL_MACHINE, "LogfilePath", root.logDirectory());
+    const Padding padding(flags, hashName);
+    return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {
+        return table->SignHash(OpenProvider(), key, padding.info, hash.data(), static_cast<DWORD>(hash.size()), output,
+                               room, needed, flags);
+    });
 }
 
-std::vector<std::string> ProviderTest::LinesWith(const std::string& part)
+std::string ProviderTest::Verify(NCRYPT_KEY_HANDLE key, Bytes hash, Bytes signature, DWORD flags, const char* hashName)
 {
-    std::vector<std::string> found;
-    for (const std::string& line : root.LogLines()) {
-        if (line.find(part) != std::string::npos)
-            found.push_back(line);
+    const Padding padding(flags, hashName);
+    return Hex(table->VerifySignature(OpenProvider(), key, padding.info, hash.data(), static_cast<DWORD>(hash.size()),
+                                      signature.data(), static_cast<DWORD>(signature.size()), flags));
+}
+
+// The hash of the padding information doesn't count.
+Result ProviderTest::Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room)
+{
+    BCRYPT_OAEP_PADDING_INFO padding = {TEXT("SHA256"), nullptr, 0};
+    return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {
+        return operation(OpenProvider(), key, input.data(), static_cast<DWORD>(input.size()), &padding, output, room,
+                         needed, flags);
+    });
+}
+
+Result ProviderTest::Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags)
+{
+    return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
+        return table->ExportKey(OpenProvider(), key, 0, Wide(blobType).c_str(), nullptr, output, size, result, flags);
+    });
+}
+
+ProviderTest::Found ProviderTest::Next(PVOID* state, DWORD flags)
+{
+    NCryptKeyName* name = nullptr;
+    Found found = {table->EnumKeys(OpenProvider(), nullptr, &name, state, flags), "", "", 0};
+    EXPECT_EQ(found.status == 0, name != nullptr);
+    if (name) {
+        found = {found.status, Narrow(name->pszName), Narrow(name->pszAlgid), name->dwFlags};
+        EXPECT_EQ(0u, name->dwLegacyKeySpec);
+        EXPECT_EQ(0, table->FreeBuffer(name));
     }
     return found;
+}
+
+void ProviderTest::Answer(const std::string& path, int status, const std::string& body, int times)
+{
+    sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
+}
+
+void ProviderTest::AddKey(const std::string& name, const std::string& type, const char* vault)
+{
+    sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"kty", type}, {"size", 2048}}
+                                    : json{{"name", name}, {"kty", "EC"}, {"crv", type}});
+}
+
+NCRYPT_KEY_HANDLE ProviderTest::OpenAnswered(const json& answer)
+{
+    Answer("/keys/special?", 200, answer.dump());
+    return OpenKey("special");
+}
+
+std::vector<json> ProviderTest::Bodies(const std::string& action)
+{
+    std::vector<json> bodies;
+    for (const json& request : sim.Journal()) {
+        if (request.value("target", "").find("/" + action + "?") != std::string::npos)
+            bodies.push_back(json::parse(request.value("body", "")));
+    }
+    return bodies;
+}
+
+void ProviderTest::SetLogLevel(DWORD level)
+{
+    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
+    Reattach();
+}
+
+Lines ProviderTest::ErrorLines() const
+{
+    Lines lines;
+    for (const std::string& line : root.LogLines()) {
+        if (line.size() > 2 && line.compare(line.size() - 2, 2, " 1") == 0)
+            lines.push_back(line.substr(0, line.size() - 2));
+    }
+    return lines;
+}
+
+std::string ProviderTest::LastErrorLine() const
+{
+    const Lines lines = ErrorLines();
+    return lines.empty() ? "" : lines.back();
 }

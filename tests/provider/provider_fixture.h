@@ -1,43 +1,104 @@
-// The module attached to a machine of its own, logging at level 10; nothing here needs a vault.
+// A host in front of the function table: its keys, properties and operations, what the vault answers and gets, and the
+// log.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
+#include "tests/common/base64.h"
+#include "tests/common/service_sample.h"
 #include "tests/provider/bytes.h"
 
-class ProviderTest : public testing::Test {
+using nlohmann::json;
+using Lines = std::vector<std::string>;
+
+constexpr char kDone[] = "0x00000000";
+constexpr DWORD kMachine = NCRYPT_MACHINE_KEY_FLAG;
+constexpr DWORD kOnly = NCRYPT_PERSIST_ONLY_FLAG;
+
+// A vault's answer to the read of a key, for answers that the simulator's own keys don't give.
+json RsaAnswer(const Bytes& n);
+json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
+                 const std::vector<std::string>& ops = {"sign", "verify"}, const std::string& algIdTag = "");
+
+class ProviderTest : public HostTest {
   protected:
-    void SetUp() override;
     void TearDown() override;
 
-    NCRYPT_PROV_HANDLE Open();  // freed in TearDown
-    // A provider that is opened on first use.
-    NCRYPT_PROV_HANDLE First();
-    // A pending key of First()'s provider, freed in TearDown. name: "" for none.
-    KSP_KEY* NewKey(const std::string& algorithm, const std::string& name = "k", DWORD machineFlag = 0x20);
-    static NCRYPT_KEY_HANDLE Handle(KSP_KEY* key) { return reinterpret_cast<NCRYPT_KEY_HANDLE>(key); }
-    static KSP_PROVIDER* Record(NCRYPT_PROV_HANDLE provider) { return reinterpret_cast<KSP_PROVIDER*>(provider); }
+    // A key that isn't finalized yet; without a name the vault has no part in it. Freed in TearDown.
+    NCRYPT_KEY_HANDLE Pending(const char* algorithm, const char* name = nullptr, DWORD flags = kMachine);
+    // For a pending key that is freed or deleted earlier.
+    void Forget(NCRYPT_KEY_HANDLE key);
+    SECURITY_STATUS Finalize(NCRYPT_KEY_HANDLE key, DWORD flags = 0);
 
-    Result GetProvider(const std::string& name);
-    Result GetKey(KSP_KEY* key, const std::string& name, DWORD flags = 0);
-    SECURITY_STATUS SetKey(KSP_KEY* key, const std::string& name, const Bytes& value, DWORD flags = 0);
+    Result GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags = 0);
+    SECURITY_STATUS SetKey(NCRYPT_KEY_HANDLE key, const std::string& property, Bytes value, DWORD flags = 0);
+    Result GetProvider(const std::string& property);
+    SECURITY_STATUS SetProvider(const std::string& property, Bytes value, DWORD flags = 0);
 
-    void Quiet();  // attaches again without a log
-    // Both hives without a value, but for the log's directory.
-    void ClearSettings();
-    // Log lines that contain `part`, in order.
-    std::vector<std::string> LinesWith(const std::string& part);
+    // These go without a buffer when room is 0. One that fails must leave the buffer alone. hashName: NULL for a call
+    // without padding information, "" for information without a name.
+    Result Sign(NCRYPT_KEY_HANDLE key, Bytes hash, DWORD flags = 0, const char* hashName = nullptr, DWORD room = 600);
+    Result Encrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600)
+    {
+        return Transform(table->Encrypt, key, std::move(input), flags, room);
+    }
+    Result Decrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600)
+    {
+        return Transform(table->Decrypt, key, std::move(input), flags, room);
+    }
+    std::string Verify(NCRYPT_KEY_HANDLE key, Bytes hash, Bytes signature, DWORD flags = 0,
+                       const char* hashName = nullptr);
+    Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0);
 
-    TestRoot root;
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = &KelvaroFunctionTable;
+    struct Found {
+        SECURITY_STATUS status;
+        std::string name;
+        std::string algId;
+        DWORD flags;
+    };
+    // One step of an enumeration; the name goes back at once.
+    Found Next(PVOID* state, DWORD flags = kMachine);
+
+    // What the next request whose target contains `path` is answered with.
+    void Answer(const std::string& path, int status, const std::string& body = "", int times = 1);
+    // type: "RSA" or a curve.
+    void AddKey(const std::string& name, const std::string& type, const char* vault = Simulator::kVault);
+    // Opens a key of which the vault says `answer`.
+    NCRYPT_KEY_HANDLE OpenAnswered(const json& answer);
+    // Bodies of the requests of the journal whose target contains "/action?".
+    std::vector<json> Bodies(const std::string& action);
+
+    void SetLogLevel(DWORD level);
+    Lines ErrorLines() const;           // lines of level 1, without the level
+    std::string LastErrorLine() const;  // "" when there is none
+    bool Traced(const std::string& line) const { return root.Logged(line, 10); }
+
+    static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
+    KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
+
+    // While one of these lives, the provider has no machine client.
+    class WithoutClient {
+      public:
+        explicit WithoutClient(KSP_PROVIDER* record) : record_(record) { std::swap(record_->machineKvc, client_); }
+        ~WithoutClient() { std::swap(record_->machineKvc, client_); }
+        WithoutClient(const WithoutClient&) = delete;
+        WithoutClient& operator=(const WithoutClient&) = delete;
+
+      private:
+        KSP_PROVIDER* record_;
+        KVCClient* client_ = nullptr;
+    };
 
   private:
-    std::vector<NCRYPT_PROV_HANDLE> providers_;
-    std::vector<KSP_KEY*> keys_;
+    Result Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room);
+
+    std::vector<NCRYPT_KEY_HANDLE> pending_;
 };

@@ -1,0 +1,205 @@
+// What a host learns of the provider's algorithms and of the vault's keys.
+#include <set>
+#include <sstream>
+
+#include "tests/common/alloc_fault.h"
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+constexpr SECURITY_STATUS kReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
+
+using EnumerationTest = ProviderTest;
+
+TEST_F(EnumerationTest, AlgorithmsBySelection)
+{
+    // Each with its class, operations and flags.
+    const std::string rsa = "RSA 3 20 0, ";
+    const std::string ecdsa = "ECDSA_P256 5 16 0, ECDSA_P384 5 16 0, ECDSA_P521 5 16 0, ";
+    const std::string ecdh = "ECDH_P256 4 24 0, ECDH_P384 4 24 0, ECDH_P521 4 24 0, ";
+    const std::pair<DWORD, std::string> rows[] = {
+        {0, rsa + ecdsa + ecdh}, {0x18, rsa + ecdsa + ecdh}, {0x10, rsa + ecdsa}, {4, rsa}, {8, ecdh},
+        {0xC, rsa + ecdh},       {0x30, rsa + ecdsa},
+    };
+    for (const auto& [operations, expected] : rows) {
+        SCOPED_TRACE(operations);
+        DWORD count = 0;
+        NCryptAlgorithmName* list = nullptr;
+        ASSERT_EQ(0, table->EnumAlgorithms(OpenProvider(), operations, &count, &list, NCRYPT_SILENT_FLAG));
+        std::ostringstream found;
+        const void* name = list + count;  // the names stand behind the records
+        for (const NCryptAlgorithmName* row = list; row < list + count; ++row) {
+            EXPECT_EQ(name, row->pszName);
+            name = row->pszName + TextString(row->pszName).size() + 1;
+            found << Narrow(row->pszName) << " " << row->dwClass << " " << row->dwAlgOperations << " " << row->dwFlags
+                  << ", ";
+            EXPECT_EQ(0, table->IsAlgSupported(provider, row->pszName, NCRYPT_SILENT_FLAG));
+        }
+        EXPECT_EQ(expected, found.str());
+        EXPECT_EQ(0, table->FreeBuffer(list));
+    }
+    DWORD count = 0;
+    NCryptAlgorithmName* list = nullptr;
+    for (const DWORD operations : {1, 2, 0x20})
+        EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(table->EnumAlgorithms(provider, operations, &count, &list, 0)));
+    EXPECT_EQ(0u, sim.Journal().size());
+}
+
+TEST_F(EnumerationTest, AVaultWithoutKeysEndsAtOnce)
+{
+    PVOID state = nullptr;
+    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+    Answer("/keys?", 200, ReadServiceSample("certificate-list-pending"));  // items without a "kid"
+    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+    EXPECT_EQ(nullptr, state);
+    EXPECT_EQ(Lines{}, ErrorLines());
+}
+
+TEST_F(EnumerationTest, KeysComeOneByOneWithTheirAlgorithms)
+{
+    sim.AddKey(Simulator::kVault,
+               {{"name", "curve"}, {"kty", "EC"}, {"crv", "P-384"}, {"tags", {{"AlgID", "ECDH_P384"}}}});
+    sim.AddKey(Simulator::kVault, {{"name", "plain"}, {"kty", "RSA"}, {"size", 2048}, {"tags", {{"a", "b"}}}});
+    AddKey("untagged", "P-256");
+    Answer("/keys/untagged?", 200, RsaAnswer(Pattern(256)).dump());
+    PVOID state = nullptr;
+    Lines found;
+    Found next = Next(&state, kMachine | NCRYPT_SILENT_FLAG);
+    AddKey("later", "P-256");  // the host gets the vault as it was at the start
+    for (; next.status == 0; next = Next(&state)) {
+        found.push_back(next.name + " " + next.algId);
+        EXPECT_EQ(kMachine, next.flags);
+    }
+    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(next.status));
+    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+    EXPECT_EQ((Lines{"curve ECDH_P384", "plain RSA", "untagged "}), found);
+    EXPECT_EQ((Lines{"GET /keys?api-version=2016-10-01", "GET /keys/curve?api-version=2016-10-01",
+                     "GET /keys/plain?api-version=2016-10-01", "GET /keys/untagged?api-version=2016-10-01"}),
+              sim.VaultRequests());
+    EXPECT_EQ(Lines{}, ErrorLines());
+    EXPECT_EQ(0, table->FreeBuffer(state));
+}
+
+TEST_F(EnumerationTest, TheClientFollowsTheFlagsOfEachCall)
+{
+    root.SetText(HKEY_CURRENT_USER, "KeyVault", Simulator::kStandardVault);
+    for (const char* vault : {Simulator::kVault, Simulator::kStandardVault}) {
+        AddKey("first", "P-256", vault);
+        AddKey("second", "P-256", vault);
+    }
+    PVOID state = nullptr;
+    const Found first = Next(&state, 0);
+    EXPECT_EQ("first", first.name);
+    EXPECT_EQ(0u, first.flags);
+    EXPECT_EQ("second", Next(&state, kMachine).name);
+    Lines hosts;
+    for (const json& request : sim.Journal()) {
+        if (request.value("target", "").rfind("/keys", 0) == 0)
+            hosts.push_back(request.value("host", ""));
+    }
+    EXPECT_EQ((Lines{"fabrikam.vault.azure.net", "fabrikam.vault.azure.net", "contoso-keys.vault.azure.net"}), hosts);
+    table->FreeBuffer(state);
+}
+
+// The block behind an enumeration is a published layout: its names can be looked at without a read of each key.
+struct EnumState {
+    LONG index;
+    DWORD count;
+
+    WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
+};
+
+TEST_F(EnumerationTest, TheCostGrowsWithTheKeysAndNoFaster)
+{
+    SetLogLevel(2);
+    sim.Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 8}, {"firstEmpty", false}});
+    AddKey("warm", "P-256");
+    OpenKey("warm");  // signs in
+    struct Cost {
+        size_t requests;  // of the listing and the first key
+        size_t first;     // allocations of the listing and the first key
+        size_t next;      // of one further key at the beginning
+        size_t last;      // of the last one
+    };
+    const auto measure = [&](DWORD keys) {
+        sim.Control("PUT", std::string("/vaults/") + Simulator::kVault, {{"tier", "premium"}});
+        sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed",
+                    {{"keys", keys}, {"prefix", "key-"}, {"kty", "EC"}, {"crv", "P-256"}, {"shareMaterial", true}});
+        sim.ClearJournal();
+        PVOID state = nullptr;
+        const auto next = [&](const std::string& expected) {
+            const AllocFault count(SIZE_MAX);
+            EXPECT_EQ(expected, Next(&state).name);
+            return count.Seen();
+        };
+        Cost cost = {};
+        cost.first = next("key-000000");
+        cost.requests = sim.VaultRequests().size();
+        auto* all = static_cast<EnumState*>(state);
+        if (!all || all->count != keys) {
+            ADD_FAILURE() << "not the whole vault";
+            return cost;
+        }
+        std::set<std::string> names;
+        for (DWORD i = 0; i < keys; ++i)
+            names.insert(Narrow(all->names()[i]));
+        EXPECT_EQ(keys, names.size());
+        cost.next = next("key-000001");
+        all->index = static_cast<LONG>(keys - 1);  // past reads that cost what this one costs
+        cost.last = next(*names.rbegin());
+        EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+        EXPECT_EQ(0, table->FreeBuffer(state));
+        return cost;
+    };
+    const Cost small = measure(300), large = measure(3000);
+    EXPECT_GE(large.requests, 120u + 12u);  // pages with keys, and empty ones between
+    EXPECT_LE(large.requests, 10 * small.requests);
+    EXPECT_LE(large.first, 10 * small.first);
+    EXPECT_EQ(small.next, large.next);
+    EXPECT_EQ(large.next, large.last);
+}
+
+TEST_F(EnumerationTest, AKeyThatCannotBeReadIsTriedAgain)
+{
+    for (const char* name : {"a", "b", "c"})
+        AddKey(name, "P-256");
+    PVOID state = nullptr;
+    for (const char* path : {"/keys?", "/keys/a?"}) {
+        Answer(path, 403);
+        EXPECT_EQ(Hex(kReadFailed), Hex(Next(&state).status));
+        EXPECT_EQ(nullptr, state) << "a state that gave nothing isn't handed out";
+        EXPECT_EQ("KelvaroEnumKeys Error 0x801b8002", LastErrorLine());
+    }
+    EXPECT_EQ("a", Next(&state).name);
+    Answer("/keys/b?", 403, "", 2);
+    const PVOID kept = state;
+    EXPECT_EQ(Hex(kReadFailed), Hex(Next(&state).status));
+    EXPECT_EQ(Hex(kReadFailed), Hex(Next(&state).status));
+    EXPECT_EQ("b", Next(&state).name);
+    EXPECT_EQ("c", Next(&state).name);
+    EXPECT_EQ(kept, state);
+    table->FreeBuffer(state);
+}
+
+TEST_F(EnumerationTest, AStateThatIsNoneIsRefused)
+{
+    AddKey("a", "P-256");
+    NCryptKeyName* name = nullptr;
+    PVOID listed = nullptr;
+    ASSERT_EQ(0, table->EnumKeys(OpenProvider(), nullptr, &name, &listed, kMachine));
+    EXPECT_NE(nullptr, name);
+    BYTE foreign[64] = {};
+    const PVOID rows[] = {foreign, name, listed};  // issued by nobody; issued, but no state; freed
+    for (const PVOID row : rows) {
+        if (row == listed) {
+            table->FreeBuffer(name);
+            table->FreeBuffer(listed);
+        }
+        PVOID state = row;
+        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Next(&state).status));
+        EXPECT_EQ(row, state);
+    }
+    EXPECT_EQ(Bytes(64), Bytes(foreign, foreign + 64));
+}
+
+}  // namespace

@@ -1,0 +1,307 @@
+// Keys of the vault as a host opens, makes, exports and deletes them.
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+class KeysTest : public ProviderTest {
+  protected:
+    void SetUp() override
+    {
+        ProviderTest::SetUp();
+        sim.Control("PUT", "/deletion", {{"beingDeletedAnswers", 0}});
+        OpenProvider();
+    }
+    std::string TryOpen(const std::string& name, NCRYPT_KEY_HANDLE* key, DWORD flags = kMachine)
+    {
+        return Hex(table->OpenKey(OpenProvider(), key, Wide(name).c_str(), 0, flags));
+    }
+    std::string Delete(NCRYPT_KEY_HANDLE key, DWORD flags = 0)
+    {
+        const SECURITY_STATUS status = table->DeleteKey(provider, key, flags);
+        if (status == 0)
+            Forget(key);
+        return Hex(status);
+    }
+    // Signs with the key and has the vault verify that.
+    void ExpectToSign(NCRYPT_KEY_HANDLE key, DWORD hashSize)
+    {
+        const DWORD flags = Record(key)->kvk.isEC ? 0 : BCRYPT_PAD_PKCS1;
+        const Result signature = Sign(key, Pattern(hashSize), flags, "SHA256");
+        ASSERT_EQ(kDone, Hex(signature.status));
+        EXPECT_EQ(kDone, Verify(key, Pattern(hashSize), signature.bytes, flags, "SHA256"));
+    }
+    json StateOf(const char* vault = Simulator::kVault) { return sim.Control("GET", std::string("/vaults/") + vault); }
+    bool VaultIsEmpty(const char* vault = Simulator::kVault)
+    {
+        const json state = StateOf(vault);
+        for (const auto& [area, objects] : state.items()) {
+            if (objects.is_array() && !objects.empty())
+                return false;
+        }
+        return true;
+    }
+    // Makes, uses and purges a key of each algorithm.
+    void ExpectEveryAlgorithmToLive(const char* vault)
+    {
+        const struct {
+            const char* name;
+            DWORD bits, hashSize;
+        } rows[] = {
+            {"RSA", 2048, 32},      {"ECDSA_P256", 256, 32}, {"ECDSA_P384", 384, 48}, {"ECDSA_P521", 521, 64},
+            {"ECDH_P256", 256, 32}, {"ECDH_P384", 384, 48},  {"ECDH_P521", 521, 64},
+        };
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.name);
+            const NCRYPT_KEY_HANDLE key = Pending(row.name, "made here");
+            EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
+            sim.ClearJournal();
+            EXPECT_EQ(0, Finalize(key));
+            EXPECT_EQ("made here", Narrow(Record(key)->kvk.clearName));
+            EXPECT_EQ(row.name, Narrow(Record(key)->kvk.AlgID));
+            ExpectToSign(key, row.hashSize);
+            EXPECT_EQ(kDone, Delete(key, NCRYPT_SILENT_FLAG));
+            EXPECT_TRUE(VaultIsEmpty(vault));
+        }
+    }
+};
+
+TEST_F(KeysTest, AnOpenCostsOneReadAndNothingIsCached)
+{
+    AddKey("web", "RSA");
+    const int signIns = sim.SignIns();
+    const NCRYPT_KEY_HANDLE key = OpenKey("web");
+    OpenKey("web");
+    EXPECT_EQ(Lines(2, "GET /keys/web?api-version=2016-10-01"), sim.VaultRequests());
+    EXPECT_EQ(signIns + 1, sim.SignIns());
+    EXPECT_EQ(TextBytes("web"), GetKey(key, "Name").bytes);
+    EXPECT_EQ(Hex(NTE_BAD_KEY_STATE), Hex(SetKey(key, "Length", Words({2048})))) << "it is finalized";
+}
+
+// A modulus leaves with a zero byte in front, and a coordinate as it came. A curve key goes by the tag of its record,
+// else by its operations where it is exported.
+TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
+{
+    const auto rsa = [](const Bytes& n, DWORD bits, const Bytes& written) {
+        const DWORD size = static_cast<DWORD>(written.size());
+        return std::pair(RsaAnswer(n), Words({0x31415352, bits, 3, size, 0, 0}) + Bytes{1, 0, 1} + written);
+    };
+    const auto curve = [](const char* crv, DWORD cb, DWORD magic, bool signs = true, const char* tag = "") {
+        const Bytes x = Pattern(cb), y(x.rbegin(), x.rend());
+        const std::vector<std::string> ops = {signs ? "sign" : "decrypt"};
+        return std::pair(CurveAnswer(crv, x, y, ops, tag), Words({magic, cb}) + x + y);
+    };
+    const Bytes zero = {0};
+    const struct {
+        const char* name;
+        std::pair<json, Bytes> key;  // the answer and the blob
+        const char* algorithm;
+        DWORD bits;
+    } rows[] = {
+        {"RSA", rsa(Pattern(256), 2048, zero + Pattern(256)), "RSA", 2048},
+        {"257 bytes with a zero", rsa(zero + Pattern(256), 2056, zero + Pattern(256)), "RSA", 2056},
+        {"257 bytes without", rsa(Pattern(257), 2056, zero + Pattern(257)), "RSA", 2056},
+        {"256 bytes with a zero", rsa(zero + Pattern(255), 2048, zero + zero + Pattern(255)), "RSA", 2048},
+        {"4096 bits", rsa(Pattern(512), 4096, zero + Pattern(512)), "RSA", 4096},
+        {"the largest that fits", rsa(Pattern(1972), 15776, zero + Pattern(1972)), "RSA", 15776},
+        {"ECK1 by tag", curve("P-256", 32, 0x314B4345, true, "ECDH_P256"), "ECDH_P256", 0},
+        {"ECK3 by tag", curve("P-384", 48, 0x334B4345, true, "ECDH_P384"), "ECDH_P384", 0},
+        {"ECK5 by tag", curve("P-521", 66, 0x354B4345, true, "ECDH_P521"), "ECDH_P521", 0},
+        {"ECS1 by tag", curve("P-256", 32, 0x31534345, false, "ECDSA_P256"), "ECDSA_P256", 0},
+        {"ECS3 by tag", curve("P-384", 48, 0x33534345, false, "ECDSA_P384"), "ECDSA_P384", 0},
+        {"ECS5 by tag", curve("P-521", 66, 0x35534345, false, "ECDSA_P521"), "ECDSA_P521", 0},
+        {"another kind of tag", curve("curve25519", 32, 0, true, "ECDSA_X25519"), "ECDSA_X25519", 0},
+        {"ECK1 by operations", curve("P-256", 32, 0x314B4345, false), "ECDH_P256", 0},
+        {"ECK3 by operations", curve("P-384", 48, 0x334B4345, false), "ECDH_P384", 0},
+        {"ECK5 by operations", curve("P-521", 66, 0x354B4345, false), "ECDH_P521", 0},
+        {"ECS1 by operations", curve("P-256", 32, 0x31534345), "ECDH_P256", 0},
+        {"ECS3 by operations", curve("P-384", 48, 0x33534345), "ECDH_P384", 0},
+        {"ECS5 by operations", curve("P-521", 66, 0x35534345), "ECDH_P521", 0},
+        {"another curve", curve("P-256K", 32, 0), "", 0},
+        {"a coordinate as it came", curve("P-384", 49, 0x33534345, true, "ECDSA_P384"), "ECDSA_P384", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const NCRYPT_KEY_HANDLE key = OpenAnswered(row.key.first);
+        EXPECT_EQ(TextBytes(row.algorithm), GetKey(key, "Algorithm Name").bytes);
+        EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
+        EXPECT_EQ(Words({3}), GetKey(key, "Key Usage").bytes) << "whatever the operations say";
+        const bool isRsa = Record(key)->kvk.isEC == 0;
+        EXPECT_EQ(row.key.second, Export(key, isRsa ? "RSAPUBLICBLOB" : "ECCPUBLICBLOB").bytes);
+        const Result generic = Export(key, "PUBLICBLOB", NCRYPT_SILENT_FLAG);
+        EXPECT_EQ(Hex(isRsa ? 0 : NTE_INVALID_PARAMETER), Hex(generic.status));
+        EXPECT_EQ(isRsa ? row.key.second : Bytes(), generic.bytes);
+    }
+}
+
+TEST_F(KeysTest, WhatIsNotExported)
+{
+    const struct {
+        const char* name;
+        json answer;
+        const char* type;
+    } rows[] = {
+        {"curve type of an RSA key", RsaAnswer(Pattern(256)), "ECCPUBLICBLOB"},
+        {"RSA type of a curve key", CurveAnswer("P-256", Pattern(32), Pattern(32)), "RSAPUBLICBLOB"},
+        {"uneven coordinates", CurveAnswer("P-256", Pattern(32), Pattern(31)), "ECCPUBLICBLOB"},
+        {"a modulus with one byte too many", RsaAnswer(Pattern(1973)), "RSAPUBLICBLOB"},
+        {"coordinates with one byte too many", CurveAnswer("P-256", Pattern(997), Pattern(997)), "ECCPUBLICBLOB"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Export(OpenAnswered(row.answer), row.type).status));
+        EXPECT_EQ("KelvaroExportKey Failed Error 0x80090027", LastErrorLine());
+    }
+    const NCRYPT_KEY_HANDLE key = OpenAnswered(RsaAnswer(Pattern(256)));
+    Bytes room(284, 0xAA);
+    DWORD size = 0;
+    EXPECT_EQ(Hex(NTE_BUFFER_TOO_SMALL),
+              Hex(table->ExportKey(provider, key, 0, TEXT("RSAPUBLICBLOB"), nullptr, room.data(), 283, &size, 0)));
+    EXPECT_EQ(284u, size);
+    EXPECT_EQ(Bytes(284, 0xAA), room);
+}
+
+TEST_F(KeysTest, TheMachineFlagChoosesTheClientAndOtherFlagsOfAnOpenDoNotCount)
+{
+    FreeProvider(provider);
+    root.SetText(HKEY_CURRENT_USER, "KeyVault", Simulator::kStandardVault);
+    AddKey("both", "P-256");
+    AddKey("both", "P-384", Simulator::kStandardVault);
+    const NCRYPT_KEY_HANDLE machine = OpenKey("both", 0xFFFFFFFF), user = OpenKey("both", ~kMachine);
+    EXPECT_EQ(64u, Sign(machine, Pattern(32)).bytes.size());
+    EXPECT_EQ(96u, Sign(user, Pattern(32)).bytes.size());
+
+    const NCRYPT_KEY_HANDLE made = Pending("ECDSA_P256", "mine", NCRYPT_SILENT_FLAG);
+    EXPECT_EQ(0, Finalize(made));
+    EXPECT_EQ("EC", Narrow(Record(made)->kvk.kty)) << "of software, since the vault has no hardware";
+    EXPECT_EQ(2u, StateOf(Simulator::kStandardVault)["keys"].size());
+    EXPECT_EQ(kDone, Delete(made));
+    EXPECT_EQ(1u, StateOf(Simulator::kStandardVault)["keys"].size());
+}
+
+TEST_F(KeysTest, NamesReachTheVaultInItsForm)
+{
+    AddKey("-vBAgAAwBA" + std::string(33, 'z'), "P-256");
+    EXPECT_EQ(TextBytes("a b"), GetKey(OpenKey("a b"), "Name").bytes);
+    // Without a form in the vault a key isn't there: its name is free, and comes to nothing later.
+    for (const size_t length : {43, 129}) {
+        sim.ClearJournal();
+        clock.Advance(3601);
+        NCRYPT_KEY_HANDLE key = 7;
+        EXPECT_EQ(Hex(NTE_NOT_FOUND), TryOpen(std::string(length, 'n'), &key));
+        EXPECT_EQ(7u, key);
+        EXPECT_EQ(1u, sim.Journal().size()) << "the sign-in";
+        const NCRYPT_KEY_HANDLE pending = Pending("RSA", std::string(length, 'n').c_str());
+        EXPECT_EQ(Hex(NTE_FAIL), Hex(Finalize(pending)));
+        EXPECT_EQ(Hex(NTE_FAIL), Delete(pending));
+        EXPECT_EQ(Lines{}, sim.VaultRequests());
+    }
+}
+
+// A key that isn't there is nothing out of the way: one line and no more.
+TEST_F(KeysTest, EveryFailureToReadLooksTheSame)
+{
+    AddKey("there", "P-256");
+    Answer("/keys/there?", 401, ReadServiceSample("error-401-no-token-2021-03"));
+    for (const char* name : {"there", "absent"}) {
+        root.ClearLog();
+        NCRYPT_KEY_HANDLE key = 7;
+        EXPECT_EQ(Hex(NTE_NOT_FOUND), TryOpen(name, &key));
+        EXPECT_EQ(7u, key);
+        EXPECT_EQ(Lines{"KelvaroOpenKey Error Error 0x80090011"}, ErrorLines());
+    }
+}
+
+TEST_F(KeysTest, EachAlgorithmFromItsCreationToItsPurge)
+{
+    ExpectEveryAlgorithmToLive(Simulator::kVault);
+    EXPECT_EQ(Lines{}, ErrorLines());
+}
+
+using CertificateKeysTest = KeysTest;
+
+TEST_F(CertificateKeysTest, EachAlgorithmFromItsCreationToItsPurge)
+{
+    FreeProvider(provider);
+    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 0);
+    root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", Simulator::kStandardVault);
+    ExpectEveryAlgorithmToLive(Simulator::kStandardVault);
+}
+
+TEST_F(KeysTest, ACreationLooksForTheNameUnlessItOverwrites)
+{
+    AddKey("there", "RSA");
+    NCRYPT_KEY_HANDLE key = 7;
+    EXPECT_EQ(Hex(NTE_EXISTS), Hex(table->CreatePersistedKey(provider, &key, TEXT("RSA"), TEXT("there"), 0, kMachine)));
+    EXPECT_EQ(7u, key);
+    EXPECT_EQ("KelvaroCreatePersistedKey Error 0x8009000f", LastErrorLine());
+    Answer("/keys/there?", 403);
+    Pending("RSA", "there");  // a look-up that fails for another reason leaves the name free
+    EXPECT_EQ(Lines(2, "GET /keys/there?api-version=2016-10-01"), sim.VaultRequests());
+    sim.ClearJournal();
+    const NCRYPT_KEY_HANDLE over = Pending("ECDSA_P256", "there", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
+    EXPECT_EQ(Lines{}, sim.VaultRequests());
+    EXPECT_EQ(0, Finalize(over));
+    EXPECT_EQ(Lines{"POST /keys/there/create?api-version=7.0"}, sim.VaultRequests());
+    EXPECT_EQ(2u, StateOf()["keys"][0]["versions"].size());
+}
+
+TEST_F(KeysTest, AKeyWithoutANameIsMadeWithoutTheVault)
+{
+    const WithoutClient without(ProviderRecord());
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    EXPECT_EQ(0, Finalize(key));
+    EXPECT_EQ(1u, Record(key)->fFinalized);
+    EXPECT_EQ(0u, sim.Journal().size());
+}
+
+TEST_F(KeysTest, AKeyWithoutANameCannotBeDeleted)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    EXPECT_EQ(Hex(NTE_FAIL), Delete(key));
+    EXPECT_EQ((Lines{"KVCKeyDelete NULL Parameter", "KelvaroDeleteKey Error 0x80090020"}), ErrorLines());
+    EXPECT_EQ(Lines{}, sim.VaultRequests());
+}
+
+TEST_F(KeysTest, AFinalizationThatFailsMayBeTriedAgain)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("RSA", "again");
+    Answer("/create?", 500);
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(Finalize(key)));
+    EXPECT_EQ("KelvaroFinalizeKey Error 0x80090020", LastErrorLine());
+    EXPECT_EQ(0u, Record(key)->fFinalized);
+    // A length that the provider refuses goes to the vault all the same, which refuses it too.
+    EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(SetKey(key, "Length", Words({2049}))));
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(Finalize(key)));
+    EXPECT_EQ("2049", Bodies("create").back()["key_size"]);
+    EXPECT_EQ(0, SetKey(key, "Length", Words({3072})));
+    EXPECT_EQ(0, Finalize(key, NCRYPT_NO_KEY_VALIDATION | NCRYPT_SILENT_FLAG));
+    EXPECT_EQ(384u, Record(key)->kvk.n_siz);
+    ExpectToSign(key, 32);
+    EXPECT_EQ(Hex(NTE_INVALID_HANDLE), Hex(Finalize(key))) << "twice";
+}
+
+TEST_F(KeysTest, AFinalizationRunsOnTheTokenThatIsThere)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("ECDSA_P256", "late");
+    const int signIns = sim.SignIns();
+    clock.Advance(3601);
+    EXPECT_EQ(0, Finalize(key)) << "the vault still takes the token";
+    EXPECT_EQ(signIns, sim.SignIns());
+    EXPECT_EQ(kDone, Delete(key));
+    EXPECT_EQ(signIns + 1, sim.SignIns()) << "a deletion signs in";
+}
+
+TEST_F(KeysTest, ADeletionThatFailsLeavesTheHandle)
+{
+    AddKey("stays", "P-256");
+    const NCRYPT_KEY_HANDLE key = OpenKey("stays");
+    sim.Fault({{"method", "DELETE"}, {"path", "/keys/stays?"}, {"action", "status"}, {"status", 403}});
+    EXPECT_EQ(Hex(NTE_FAIL), Delete(key));
+    EXPECT_EQ("KelvaroDeleteKey Error 0x80090020", LastErrorLine());
+    ExpectToSign(key, 32);
+    // One that was never finalized stands for its name.
+    EXPECT_EQ(kDone, Delete(Pending("RSA", "stays", kMachine | NCRYPT_OVERWRITE_KEY_FLAG)));
+    EXPECT_TRUE(VaultIsEmpty());
+}
+
+}  // namespace

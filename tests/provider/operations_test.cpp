@@ -1,0 +1,398 @@
+// What all operations have in common: a sign-in that fails, no client, and a host that runs out of memory. And a
+// machine without any settings.
+#include <set>
+
+#include "provider/buffer_list.h"
+#include "tests/common/alloc_fault.h"
+#include "tests/provider/import_fixture.h"
+
+namespace {
+
+// Runs the call in question with one allocation failing, and with all that follow if allAfter is set. What a test does
+// around the call has memory.
+struct Armed {
+    size_t failAt = SIZE_MAX;
+    bool allAfter = false;
+    size_t seen = 0;
+
+    template <class Call>
+    SECURITY_STATUS operator()(Call call)
+    {
+        const AllocFault fault(failAt, allAfter);
+        const SECURITY_STATUS status = call();
+        seen = fault.Seen();
+        return status;
+    }
+};
+
+struct Operation {
+    const char* name;
+    std::function<SECURITY_STATUS(Armed&)> run;
+    std::set<SECURITY_STATUS> otherFailures = {};  // than NTE_NO_MEMORY; 0: it does without
+    int blocks = 1;                                // of the process heap, at least, without which it is NTE_NO_MEMORY
+};
+
+class OperationsTest : public ImportTest {
+  protected:
+    void SetUp() override
+    {
+        ImportTest::SetUp();
+        sim.Control("PUT", "/deletion", {{"beingDeletedAnswers", 0}});
+        AddKey("rsa", "RSA");
+        key = OpenKey("rsa");
+        cipher = Encrypt(key, Pattern(16), NCRYPT_PAD_OAEP_FLAG).bytes;
+        signature = Sign(key, Bytes(32), BCRYPT_PAD_PSS, "SHA256").bytes;
+        pending = Pending("RSA");
+        AddDoomed();
+        sim.ClearJournal();
+    }
+
+    // A call that makes a key leaves the handle alone when it fails.
+    template <class Call>
+    SECURITY_STATUS Make(Armed& armed, Call call)
+    {
+        NCRYPT_KEY_HANDLE handle = 77;
+        const SECURITY_STATUS status = armed([&] { return call(&handle); });
+        EXPECT_EQ(status == 0, handle != 77);
+        if (status == 0) {
+            EXPECT_EQ(0, table->FreeKey(provider, handle));
+        }
+        return status;
+    }
+    SECURITY_STATUS Open(Armed& armed)
+    {
+        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
+            return table->OpenKey(provider, handle, TEXT("rsa"), 0, kMachine);
+        });
+    }
+    SECURITY_STATUS Create(Armed& armed, const WCHAR* name, DWORD flags = kMachine)
+    {
+        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
+            return table->CreatePersistedKey(provider, handle, TEXT("RSA"), name, 0, flags);
+        });
+    }
+    SECURITY_STATUS ImportOnce(Armed& armed, const WCHAR* type, Bytes data, NCryptBufferDesc* list = nullptr)
+    {
+        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
+            return table->ImportKey(provider, 0, type, list, handle, data.data(), static_cast<DWORD>(data.size()),
+                                    kLater);
+        });
+    }
+    SECURITY_STATUS Enumerate(Armed& armed)
+    {
+        NCryptKeyName* name = nullptr;
+        PVOID state = nullptr;
+        const SECURITY_STATUS status =
+            armed([&] { return table->EnumKeys(provider, nullptr, &name, &state, kMachine); });
+        EXPECT_EQ(status == 0, KelvaroIsRegistered(name, BufferKind::KeyName));
+        EXPECT_EQ(status == 0, KelvaroIsRegistered(state, BufferKind::EnumState));
+        table->FreeBuffer(name);
+        table->FreeBuffer(state);
+        return status;
+    }
+    SECURITY_STATUS ListAlgorithms(Armed& armed)
+    {
+        DWORD count = 77;
+        NCryptAlgorithmName* list = nullptr;
+        const SECURITY_STATUS status = armed([&] { return table->EnumAlgorithms(provider, 0, &count, &list, 0); });
+        EXPECT_EQ(status == 0, list && count == 7);
+        EXPECT_TRUE(status == 0 || (!list && count == 77));
+        table->FreeBuffer(list);
+        return status;
+    }
+    SECURITY_STATUS SignOnce(Armed& armed)
+    {
+        BYTE made[256] = {};
+        DWORD size = 0;
+        const SECURITY_STATUS status =
+            armed([&] { return table->SignHash(provider, key, &padding, hash, 32, made, 256, &size, BCRYPT_PAD_PSS); });
+        EXPECT_EQ(status != 0, Bytes(256) == Bytes(made, made + 256));
+        return status;
+    }
+    SECURITY_STATUS VerifyOnce(Armed& armed)
+    {
+        return armed([&] {
+            return table->VerifySignature(provider, key, &padding, hash, 32, signature.data(), 256, BCRYPT_PAD_PSS);
+        });
+    }
+    SECURITY_STATUS Transform(Armed& armed, NCryptEncryptFn transform, Bytes input)
+    {
+        BYTE output[256] = {};
+        DWORD size = 0;
+        const SECURITY_STATUS status = armed([&] {
+            return transform(provider, key, input.data(), static_cast<DWORD>(input.size()), nullptr, output, 256, &size,
+                             NCRYPT_PAD_OAEP_FLAG);
+        });
+        EXPECT_EQ(status != 0, Bytes(256) == Bytes(output, output + 256));
+        return status;
+    }
+    SECURITY_STATUS DeleteOnce(Armed& armed)
+    {
+        if (!doomed)
+            AddDoomed();
+        const SECURITY_STATUS status = armed([&] { return table->DeleteKey(provider, doomed, 0); });
+        if (status == 0)
+            Forget(std::exchange(doomed, 0));
+        return status;
+    }
+    void AddDoomed()
+    {
+        AddKey("doomed", "P-256");
+        doomed = Pending("RSA", "doomed", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
+    }
+    SECURITY_STATUS FinalizeOnce(Armed& armed)
+    {
+        const NCRYPT_KEY_HANDLE made = Pending("ECDSA_P256", "made", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
+        if (signsInAnew)
+            ForgetToken();
+        const SECURITY_STATUS status = armed([&] { return table->FinalizeKey(provider, made, 0); });
+        EXPECT_EQ(status == 0 ? 1u : 0u, Record(made)->fFinalized);
+        Forget(made);
+        EXPECT_EQ(0, table->FreeKey(provider, made));
+        return status;
+    }
+    // The client with a token that nobody has asked for: as after an import.
+    void ForgetToken()
+    {
+        KVCClient* const client = ProviderRecord()->machineKvc;
+        BldStrWipeFree(client->accessToken);
+        client->accessToken = nullptr;
+        client->tokenExpiry = 0;
+        signIns = sim.SignIns();
+    }
+    // A clear secret outlives an open without memory.
+    SECURITY_STATUS OpenOnce(Armed& armed)
+    {
+        const std::string set = "secret " + std::to_string(++secrets);
+        root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", set);
+        NCRYPT_PROV_HANDLE opened = 0;
+        const SECURITY_STATUS status = armed([&] { return table->OpenProvider(&opened, TEXT("name"), 0); });
+        EXPECT_EQ(status == 0, opened != 0);
+        NCRYPT_PROV_HANDLE next = 0;
+        EXPECT_EQ(0, table->OpenProvider(&next, TEXT("name"), 0));
+        for (const NCRYPT_PROV_HANDLE handle : {opened, next}) {
+            if (!handle)
+                continue;
+            const KVCClient* const client = reinterpret_cast<KSP_PROVIDER*>(handle)->machineKvc;
+            if (handle == next || (client && client->clientSecret)) {
+                EXPECT_EQ(set, Narrow(KVCText(client->clientSecret)));
+            }
+            EXPECT_EQ(0, table->FreeProvider(handle));
+        }
+        return status;
+    }
+    // Sets a value in the place of another. left: what is read after a failure.
+    template <class Read>
+    SECURITY_STATUS Replace(Armed& armed, const WCHAR* name, Bytes old, DWORD flags, const Bytes& left, Read read)
+    {
+        Bytes value = old;
+        value[value.size() - std::min<size_t>(value.size(), 3)] ^= 1;
+        EXPECT_EQ(0, table->SetKeyProperty(provider, pending, name, old.data(), static_cast<DWORD>(old.size()), flags));
+        const SECURITY_STATUS status = armed([&] {
+            return table->SetKeyProperty(provider, pending, name, value.data(), static_cast<DWORD>(value.size()),
+                                         flags);
+        });
+        EXPECT_EQ(status == 0 ? value : left, read());
+        return status;
+    }
+
+    // Each logs "Kelvaro", its name and the status.
+    std::vector<Operation> OfTheVault()
+    {
+        constexpr SECURITY_STATUS kReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
+        const std::set<SECURITY_STATUS> refused = {0, NTE_FAIL, NTE_INVALID_PARAMETER};
+        return {
+            {"OpenKey Error", [this](Armed& armed) { return Open(armed); }, {0, NTE_NOT_FOUND}, 2},
+            {"CreatePersistedKey", [this](Armed& armed) { return Create(armed, TEXT("new")); }, {0}, 2},
+            {"CreatePersistedKey",  // which doesn't look for the name, but signs in
+             [this](Armed& armed) { return Create(armed, TEXT("rsa"), kMachine | NCRYPT_OVERWRITE_KEY_FLAG); },
+             {0}},
+            {"EnumKeys", [this](Armed& armed) { return Enumerate(armed); }, {0, kReadFailed, NTE_NO_MORE_ITEMS}, 4},
+            {"SignHash", [this](Armed& armed) { return SignOnce(armed); }, refused, 0},
+            {"VerifySignature", [this](Armed& armed) { return VerifyOnce(armed); }, refused, 0},
+            {"Encrypt", [this](Armed& armed) { return Transform(armed, table->Encrypt, Pattern(16)); }, refused, 0},
+            {"Decrypt", [this](Armed& armed) { return Transform(armed, table->Decrypt, cipher); }, refused, 0},
+            {"DeleteKey", [this](Armed& armed) { return DeleteOnce(armed); }, {0, NTE_FAIL}, 0},
+        };
+    }
+    // Some keep the value that was there, and some lose it.
+    std::vector<Operation> OfTheProvider()
+    {
+        const auto stored = [this] { return GetKey(pending, "mine", kOnly).bytes; };
+        const auto context = [this] { return GetKey(pending, "Use Context").bytes; };
+        const auto descriptor = [this] {
+            return Bytes(Record(pending)->pbSecurityDescr,
+                         Record(pending)->pbSecurityDescr + Record(pending)->cbSecurityDescr);
+        };
+        return {
+            {"OpenProvider", [this](Armed& armed) { return OpenOnce(armed); }, {0}},
+            {"create", [this](Armed& armed) { return Create(armed, nullptr); }},
+            {"algorithms", [this](Armed& armed) { return ListAlgorithms(armed); }},
+            {"provider's context",
+             [this](Armed& armed) {
+                 BYTE text[] = {'a', 0, 0, 0};
+                 EXPECT_EQ(0, table->SetProviderProperty(provider, TEXT("Use Context"), text, 4, 0));
+                 const SECURITY_STATUS status =
+                     armed([&] { return table->SetProviderProperty(provider, TEXT("Use Context"), text, 4, 0); });
+                 EXPECT_EQ(status == 0 ? TextBytes("a") : Bytes(), GetProvider("Use Context").bytes);
+                 return status;
+             }},
+            {"a host's property", [=](Armed& armed) { return Replace(armed, TEXT("mine"), {1}, kOnly, {}, stored); }},
+            {"key's context",
+             [=](Armed& armed) {
+                 return Replace(armed, TEXT("Use Context"), TextBytes("old"), 0, TextBytes("old"), context);
+             }},
+            {"descriptor",
+             [=](Armed& armed) {
+                 return Replace(armed, TEXT("Security Descr"), Descriptor() + Pattern(4), 4, {}, descriptor);
+             }},
+            {"private blob",
+             [this](Armed& armed) {
+                 Bytes blob = RsaBlob(2048);
+                 EXPECT_EQ(0, SetKey(pending, "PRIVATEBLOB", blob));
+                 const BYTE* const kept = Record(pending)->pbPrivateKey;
+                 const SECURITY_STATUS status = armed([&] {
+                     return table->SetKeyProperty(provider, pending, TEXT("PRIVATEBLOB"), blob.data(),
+                                                  static_cast<DWORD>(blob.size()), 0);
+                 });
+                 EXPECT_TRUE(status == 0 || kept == Record(pending)->pbPrivateKey);
+                 return status;
+             },
+             {NTE_INTERNAL_ERROR}},
+            {"blob",
+             [this](Armed& armed) { return ImportOnce(armed, TEXT("RSAPRIVATEBLOB"), RsaBlob(2048)); },
+             {NTE_NOT_SUPPORTED}},
+        };
+    }
+    // Requests of the journal, each once.
+    std::set<std::string> Requests()
+    {
+        std::set<std::string> requests;
+        for (const json& request : sim.Journal())
+            requests.insert(request.value("method", "") + " " + request.value("target", "") + " " +
+                            request.value("body", ""));
+        return requests;
+    }
+    // Each allocation fails, alone and with all that follow. judge(status, failAt): what else must hold.
+    template <class Judge>
+    void Sweep(const Operation& operation, Judge judge)
+    {
+        SCOPED_TRACE(operation.name);
+        // A block of the heap is one allocation, or two where the heap is made of another.
+        Armed unharmed, oneBlock;
+        oneBlock([] { return HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 8)) ? 0 : 1; });
+        const int perBlock = static_cast<int>(oneBlock.seen);
+        sim.ClearJournal();
+        EXPECT_EQ(0, operation.run(unharmed));
+        const std::set<std::string> whole = Requests();
+        for (const bool allAfter : {false, true}) {
+            int own = 0;  // NTE_NO_MEMORY
+            for (size_t failures = 0;; failures++) {
+                Armed armed{failures, allAfter};
+                const SECURITY_STATUS status = operation.run(armed);
+                if (armed.seen <= failures) {
+                    EXPECT_EQ(0, status) << "after all";
+                    break;
+                }
+                EXPECT_TRUE(status == NTE_NO_MEMORY || operation.otherFailures.count(status))
+                    << Hex(status) << " at allocation " << failures;
+                own += status == NTE_NO_MEMORY;
+                judge(status, failures);
+            }
+            EXPECT_GE(own, operation.blocks * perBlock);
+        }
+        for (const std::string& request : Requests())
+            EXPECT_TRUE(whole.count(request)) << "no request leaves a part out: " << request;
+    }
+
+    NCRYPT_KEY_HANDLE key = 0, pending = 0, doomed = 0;
+    Bytes cipher, signature;
+    BYTE hash[32] = {};
+    BCRYPT_PSS_PADDING_INFO padding = {TEXT("SHA256"), 32};
+    bool signsInAnew = false;
+    int signIns = 0;  // until the token was forgotten
+    int secrets = 0;
+};
+
+TEST_F(OperationsTest, ASignInThatFailsIsALogonFailureAndTheNextOneIsTriedAgain)
+{
+    for (const Operation& operation : OfTheVault()) {
+        SCOPED_TRACE(operation.name);
+        Armed unharmed;
+        clock.Advance(3601);
+        sim.ClearJournal();
+        Answer("/oauth2/token", 401);
+        EXPECT_EQ(Hex(SEC_E_LOGON_DENIED), Hex(operation.run(unharmed)));
+        EXPECT_EQ(std::string("Kelvaro") + operation.name + " Error 0x8009030c", LastErrorLine());
+        EXPECT_EQ(0u, sim.VaultRequests().size());
+        EXPECT_EQ(kDone, Hex(operation.run(unharmed)));
+    }
+}
+
+TEST_F(OperationsTest, WithoutAClientNothingGoesOut)
+{
+    const WithoutClient without(ProviderRecord());
+    for (const Operation& operation : OfTheVault()) {
+        Armed unharmed;
+        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(operation.run(unharmed))) << operation.name;
+        EXPECT_EQ(std::string("Kelvaro") + operation.name + " Error 0x80090027", LastErrorLine());
+    }
+    EXPECT_EQ(0u, sim.Journal().size());
+}
+
+TEST_F(OperationsTest, EveryAllocationMayFail)
+{
+    SetLogLevel(0);  // on some platforms the log allocates
+    for (const Operation& operation : OfTheProvider())
+        Sweep(operation, [](SECURITY_STATUS, size_t) {});
+    std::vector<Operation> operations = OfTheVault();
+    operations.push_back({"FinalizeKey", [this](Armed& armed) { return FinalizeOnce(armed); }, {0, NTE_FAIL}, 0});
+    for (const Operation& operation : operations) {
+        Sweep(operation, [](SECURITY_STATUS status, size_t failAt) {
+            EXPECT_TRUE(failAt > 0 || status == NTE_NO_MEMORY) << "the record of the call comes first";
+        });
+    }
+}
+
+// A token that was granted and lost is no failure of the identity service.
+TEST_F(OperationsTest, EveryAllocationOfASignInMayFail)
+{
+    SetLogLevel(0);
+    signsInAnew = true;
+    const auto signedOut = [this](Armed& armed) {
+        ForgetToken();
+        return SignOnce(armed);
+    };
+    const Operation operations[] = {
+        {"SignHash", signedOut, {0, NTE_FAIL, NTE_INVALID_PARAMETER, SEC_E_LOGON_DENIED}, 0},
+        {"FinalizeKey", [this](Armed& armed) { return FinalizeOnce(armed); }, {0, NTE_FAIL}, 0},
+    };
+    for (const Operation& operation : operations) {
+        int lost = 0;
+        Sweep(operation,
+              [&](SECURITY_STATUS status, size_t) { lost += status == NTE_NO_MEMORY && sim.SignIns() > signIns; });
+        EXPECT_GT(lost, 0) << operation.name;
+    }
+}
+
+TEST_F(ProviderTest, WithoutSettingsTheIdentityOfTheMachineSignsInAndNamesTheVault)
+{
+    const std::string vault = "x0f1e2d3c4b5a69788796a5b";
+    sim.Control("PUT", "/vaults/" + vault, {{"tier", "standard"}});
+    AddKey("identity-key", "P-384", vault.c_str());
+    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
+    root.RemoveKey(HKEY_LOCAL_MACHINE);
+    root.RemoveKey(HKEY_CURRENT_USER);
+    Reattach();
+    for (const DWORD scope : {DWORD{0}, kMachine}) {
+        sim.ClearJournal();
+        EXPECT_EQ(96u, Sign(OpenKey("identity-key", scope), Pattern(48)).bytes.size());
+        const json journal = sim.Journal();
+        ASSERT_GT(journal.size(), 2u);
+        EXPECT_EQ("169.254.169.254", journal[0]["host"]);
+        EXPECT_EQ(vault + ".vault.azure.net", journal[1]["host"]);
+    }
+    sim.Control("DELETE", "/vaults/" + vault);
+}
+
+}  // namespace

@@ -1,0 +1,432 @@
+// Properties of keys and of the provider as a host reads and sets them, and the rules behind them.
+#include <cstring>
+#include <memory>
+
+#include "provider/property_list.h"
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+constexpr DWORD kPersist = NCRYPT_PERSIST_FLAG;
+
+class PropertiesTest : public ProviderTest {
+  protected:
+    static size_t StoredCount(NCRYPT_KEY_HANDLE key)
+    {
+        size_t count = 0;
+        const PropertyLink& head = Record(key)->PropertyList;
+        for (const PropertyLink* link = head.next; link != &head; link = link->next)
+            count++;
+        return count;
+    }
+};
+
+TEST_F(PropertiesTest, ValuesOfAKey)
+{
+    const NCRYPT_KEY_HANDLE rsa = Pending("RSA"), curve = Pending("ECDSA_P521", "signing key", 0);
+    const NCRYPT_KEY_HANDLE opened = OpenAnswered(CurveAnswer("P-256K", Pattern(32), Pattern(32)));
+    SECURITY_DESCRIPTOR noSecurity = {};
+    ASSERT_TRUE(InitializeSecurityDescriptor(&noSecurity, SECURITY_DESCRIPTOR_REVISION));
+    const struct {
+        NCRYPT_KEY_HANDLE key;
+        const char* property;
+        Bytes value;  // empty for what isn't there
+    } rows[] = {
+        {curve, "Name", TextBytes("signing key")},
+        {curve, "Unique Name", TextBytes("signing key")},
+        {curve, "Algorithm Name", TextBytes("ECDSA_P521")},
+        {curve, "Algorithm Group", TextBytes("RSA")},
+        {curve, "Use Context", TextBytes("")},
+        {curve, "name", {}},
+        {curve, "PRIVATEBLOB", {}},
+        {curve, "Length", Words({521})},
+        {curve, "Block Length", Words({66})},
+        {curve, "Key Type", Words({0})},
+        {curve, "Lengths", Words({521, 521, 0, 521})},
+        {Pending("ECDSA_P256"), "Lengths", Words({256, 256, 0, 256})},
+        {Pending("ECDH_P384"), "Lengths", Words({384, 384, 0, 384})},
+        {rsa, "Name", {}},
+        {rsa, "Unique Name", {}},
+        {rsa, "Length", Words({2048})},
+        {rsa, "Block Length", Words({256})},
+        {rsa, "Lengths", Words({2048, 4096, 8, 2048})},
+        {rsa, "Export Policy", Words({0})},
+        {rsa, "Key Usage", Words({3})},
+        {rsa, "Key Type", Words({0})},
+        {rsa, "HWND Handle", Words({0})},
+        {rsa, "Security Descr", BytesOf(noSecurity)},
+        {rsa, "UI Policy", BytesOf(NCRYPT_UI_POLICY{1, 0, nullptr, nullptr, nullptr})},
+        {opened, "Length", Words({0})},
+        {opened, "Block Length", Words({0})},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.property);
+        const Result answer = GetKey(row.key, row.property);
+        EXPECT_EQ(Hex(row.value.empty() ? NTE_NOT_SUPPORTED : 0), Hex(answer.status));
+        EXPECT_EQ(row.value, answer.bytes);
+    }
+    const Result noLengths = GetKey(opened, "Lengths");
+    EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(noLengths.status));
+    EXPECT_EQ(16u, noLengths.needed) << "which can be asked for";
+    DWORD size = 0;
+    BYTE length[4] = {};
+    EXPECT_EQ(0, table->GetKeyProperty(provider, rsa, TEXT("Length"), length, 4, &size, 0xBFFFFFFF)) << "other flags";
+}
+
+TEST_F(PropertiesTest, ValuesOfTheProvider)
+{
+    const std::pair<const char*, Bytes> rows[] = {{"Impl Type", Words({1})},
+                                                  {"Max Name Length", Words({42})},
+                                                  {"Version", Words({0x10000})},
+                                                  {"Security Descr Support", Words({0})},
+                                                  {"Name", TextBytes("Zandrel Key Storage Provider for Key Vault")}};
+    for (const auto& [property, value] : rows)
+        EXPECT_EQ(value, GetProvider(property).bytes) << property;
+}
+
+// Both kinds of context, of the provider and of a key: with the terminator, without it, with half of it, and so on.
+TEST_F(PropertiesTest, AContextIsReadUpToItsTerminatorAndNotBehindItsBytes)
+{
+    const Bytes whole = TextBytes("context");
+    const std::pair<size_t, const char*> rows[] = {{16, "context"}, {14, "context"}, {15, "context"},
+                                                   {4, "co"},       {0, ""},         {16, "context"}};
+    for (const auto& [size, text] : rows) {
+        // A block of exactly that size, so that a read behind it shows.
+        const std::unique_ptr<BYTE[]> bytes(new BYTE[size]);
+        std::copy_n(whole.begin(), size, bytes.get());
+        EXPECT_EQ(0, table->SetProviderProperty(OpenProvider(), TEXT("Use Context"), bytes.get(),
+                                                static_cast<DWORD>(size), NCRYPT_SILENT_FLAG));
+        EXPECT_EQ(TextBytes(text), GetProvider("Use Context").bytes) << size;
+    }
+    // A key's goes by the terminator alone, at any address.
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    Bytes odd = Bytes{0xEE} + whole;
+    for (const DWORD size : {0, 3, 14, 4000}) {
+        EXPECT_EQ(0, SetKey(key, "Use Context", TextBytes("")));
+        EXPECT_EQ(0, table->SetKeyProperty(provider, key, TEXT("Use Context"), odd.data() + 1, size, 0));
+        EXPECT_EQ(whole, GetKey(key, "Use Context").bytes) << size;
+    }
+}
+
+// What a set property does to a key, and whether it is in the list afterwards.
+TEST_F(PropertiesTest, SetPropertiesActAndAreStoredByTheirRules)
+{
+    enum State { Pends, IsFinal };
+    const Bytes one = Words({1}), text = TextBytes("text");
+    const struct {
+        const char* name;
+        const char* property;
+        Bytes value;
+        DWORD flags;
+        State state;
+        SECURITY_STATUS status;
+        bool stored;
+    } rows[] = {
+        {"usage is always stored", "Key Usage", Words({2}), 0, Pends, 0, true},
+        {"usage of nothing", "Key Usage", Words({0}), 0, Pends, 0, true},
+        {"usage of another size", "Key Usage", {1}, 0, Pends, NTE_BAD_DATA, false},
+        {"size comes before state", "Key Usage", {1}, 0, IsFinal, NTE_BAD_DATA, false},
+        {"usage of a finalized key", "Key Usage", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"usage with a machine flag", "Key Usage", one, 0x20, Pends, NTE_BAD_FLAGS, false},
+        {"usage, silently", "Key Usage", one, NCRYPT_SILENT_FLAG, Pends, 0, true},
+        {"opaque usage of a finalized key", "Key Usage", one, kOnly, IsFinal, 0, true},
+        {"length is never stored", "Length", Words({4096}), kPersist, Pends, 0, false},
+        {"length of a finalized key", "Length", Words({4096}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"length of another size", "Length", Bytes(5), 0, IsFinal, NTE_BAD_DATA, false},
+        {"policy of a finalized key", "Export Policy", Words({0}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"policy of nothing", "Export Policy", Words({0}), 0, Pends, 0, true},
+        {"window", "HWND Handle", one, 0, IsFinal, 0, false},
+        {"window, kept", "HWND Handle", one, kPersist, IsFinal, 0, true},
+        {"policy of the interface", "UI Policy", one, 0, IsFinal, 0, false},
+        {"policy of the interface, kept", "UI Policy", one, kPersist, IsFinal, 0, true},
+        {"context", "Use Context", text, 0, IsFinal, 0, false},
+        {"context, kept", "Use Context", text, kPersist, IsFinal, 0, true},
+        {"certificate", "SmartCardKeyCertificate", one, 0, IsFinal, 0, false},
+        {"certificate, kept", "SmartCardKeyCertificate", one, kPersist, IsFinal, 0, true},
+        {"certificate in other letters", "smartcardkeycertificate", one, 0, IsFinal, NTE_NOT_SUPPORTED, false},
+        {"a host's name", "mine", one, 0, Pends, NTE_NOT_SUPPORTED, false},
+        {"a host's name, persisted", "mine", one, kPersist, Pends, NTE_NOT_SUPPORTED, false},
+        {"a host's name, opaque", "mine", one, kOnly, IsFinal, 0, true},
+        {"a host's name, both", "mine", one, kOnly | kPersist, IsFinal, 0, true},
+        {"nothing, opaque", "mine", {}, kOnly, IsFinal, 0, true},
+        {"read only", "Name", text, 0, Pends, NTE_NOT_SUPPORTED, false},
+        {"private blob of no kind", "PRIVATEBLOB", Words({0x31415352}), 0, Pends, NTE_BAD_DATA, false},
+        {"private blob, short", "PRIVATEBLOB", Words({0x32415352}), 0, Pends, NTE_BAD_KEY, false},
+        {"private blob of three bytes", "PRIVATEBLOB", {0x52, 0x53, 0x41}, 0, Pends, NTE_BAD_DATA, false},
+        {"private blob of a finalized key", "PRIVATEBLOB", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"private blob is never stored", "PRIVATEBLOB", RsaBlob(2048), kPersist, Pends, 0, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const NCRYPT_KEY_HANDLE key = Pending("RSA");
+        if (row.state == IsFinal) {
+            ASSERT_EQ(0, Finalize(key));
+        }
+        root.ClearLog();
+        EXPECT_EQ(Hex(row.status), Hex(SetKey(key, row.property, row.value, row.flags)));
+        EXPECT_EQ(row.status ? "KelvaroSetKeyProperty Error " + Hex(row.status) : "", LastErrorLine());
+        const Result stored = GetKey(key, row.property, kOnly);
+        EXPECT_EQ(Hex(row.stored ? 0 : NTE_NOT_FOUND), Hex(stored.status));
+        EXPECT_EQ(row.stored ? 1u : 0u, StoredCount(key));
+        if (row.stored) {
+            EXPECT_EQ(row.value, stored.bytes);
+            const KSP_PROPERTY* const entry = PropertyFromLink(Record(key)->PropertyList.next);
+            EXPECT_EQ(1u, entry->fPersisted);
+            EXPECT_EQ((row.flags & kOnly) ? 0u : 1u, entry->fBuildin);
+        }
+    }
+}
+
+TEST_F(PropertiesTest, SetValuesReadBack)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    const Bytes policy = GetKey(key, "UI Policy").bytes;
+    const struct {
+        const char* property;
+        Bytes set;
+        DWORD flags;
+        Bytes read;
+    } rows[] = {
+        {"Key Usage", Words({0}), 0, Words({0})},
+        {"HWND Handle", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x08}, 0, Words({0x44332211})},
+        {"HWND Handle", {0x11, 0x22}, 0, Words({0x2211})},
+        {"Use Context", TextBytes("the first"), 0, TextBytes("the first")},
+        {"Use Context", TextBytes("second"), 0, TextBytes("second")},
+        {"UI Policy", Bytes(policy.size(), 7), 0, policy},
+        {"mine", {1, 2}, kOnly, {1, 2}},
+        {"other", {3}, kOnly, {3}},
+        {"mine", {4}, kOnly, {4}},
+        {"Key Usage", Words({2}), kOnly, Words({2})},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(0, SetKey(key, row.property, row.set, row.flags));
+        EXPECT_EQ(row.read, GetKey(key, row.property, row.flags).bytes) << row.property;
+    }
+    EXPECT_EQ(Words({0}), GetKey(key, "Key Usage").bytes) << "the stored one doesn't count";
+    EXPECT_EQ(Bytes{3}, GetKey(key, "other", kOnly).bytes);
+    EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(GetKey(key, "MINE", kOnly).status));
+    EXPECT_EQ(3u, StoredCount(key));
+    EXPECT_EQ("other", Narrow(PropertyFromLink(Record(key)->PropertyList.next)->szName)) << "newer ones are behind";
+    for (const DWORD flags : {DWORD{0}, kOnly}) {
+        Bytes room(4, 0xEE);
+        DWORD size = 0;
+        EXPECT_EQ(Hex(NTE_BUFFER_TOO_SMALL),
+                  Hex(table->GetKeyProperty(provider, key, TEXT("Key Usage"), room.data(), 3, &size, flags)));
+        EXPECT_EQ(4u, size);
+        EXPECT_EQ(Bytes(4, 0xEE), room);
+    }
+}
+
+TEST_F(PropertiesTest, ALengthThatIsRefusedIsKept)
+{
+    const struct {
+        const char* algorithm;
+        std::vector<DWORD> allowed, refused;
+    } rows[] = {{"RSA", {2048, 2056, 4096}, {1024, 2050, 4104}},
+                {"ECDH_P384", {384}, {256}},
+                {"ECDSA_P256", {256}, {264}},
+                {"ECDSA_P521", {521}, {528}}};
+    for (const auto& row : rows) {
+        const NCRYPT_KEY_HANDLE key = Pending(row.algorithm);
+        for (const auto& [lengths, status] :
+             {std::pair(row.allowed, SECURITY_STATUS{0}), {row.refused, NTE_NOT_SUPPORTED}}) {
+            for (const DWORD bits : lengths) {
+                EXPECT_EQ(Hex(status), Hex(SetKey(key, "Length", Words({bits})))) << row.algorithm << " " << bits;
+                EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
+            }
+        }
+    }
+}
+
+TEST_F(PropertiesTest, AnExportPolicyIsJudgedByTheSettingAndNeverRead)
+{
+    const struct {
+        DWORD option, policy;
+        bool allowed;
+    } rows[] = {{0, 0, true},     {0, 1, false}, {0, 0x10, false}, {1, 0, true},    {1, 15, true},
+                {1, 0x10, false}, {2, 0, false}, {2, 1, false},    {2, 0x10, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.option) + " " + std::to_string(row.policy));
+        const NCRYPT_KEY_HANDLE key = Pending("RSA");
+        Record(key)->kvc->exportableOption = row.option;
+        EXPECT_EQ(Hex(row.allowed ? 0 : NTE_NOT_SUPPORTED), Hex(SetKey(key, "Export Policy", Words({row.policy}))));
+        EXPECT_EQ(Words({0}), GetKey(key, "Export Policy").bytes);
+        EXPECT_EQ(row.allowed, GetKey(key, "Export Policy", kOnly).status == 0);
+    }
+    const WithoutClient without(ProviderRecord());
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    EXPECT_EQ(0, SetKey(key, "Export Policy", Words({0})));
+    EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(SetKey(key, "Export Policy", Words({1}))));
+}
+
+TEST_F(PropertiesTest, SecurityDescriptorsAreCheckedAndOnlyKept)
+{
+    const Bytes good = Descriptor();
+    const Bytes head(good.begin(), good.begin() + sizeof(SECURITY_DESCRIPTOR_RELATIVE));
+    Bytes wrongRevision = good;
+    wrongRevision[0] = 2;
+    // Eight bytes before the end an owner that says it has twelve.
+    Bytes overTheEdge = Descriptor(static_cast<DWORD>(good.size() - 8));
+    overTheEdge[good.size() - 8 + offsetof(SID, SubAuthorityCount)] = 1;
+    const struct {
+        const char* name;
+        Bytes value;
+        DWORD flags;
+        SECURITY_STATUS status;
+    } rows[] = {
+        {"access list kind", good, 4, 0},
+        {"longer than needed", good + Bytes{0}, 7, 0},
+        {"persist flag alone", good, kPersist, 0},
+        {"no flags", good, 0, NTE_BAD_FLAGS},
+        {"silent alone", good, NCRYPT_SILENT_FLAG, NTE_BAD_FLAGS},
+        {"opaque", good, kOnly | 4, NTE_BAD_FLAGS},
+        {"nothing", {}, 4, NTE_BAD_DATA},
+        {"head only", head, 4, NTE_BAD_DATA},
+        {"a byte short", Bytes(good.begin(), good.end() - 1), 4, NTE_BAD_DATA},
+        {"wrong revision", wrongRevision, 4, NTE_BAD_DATA},
+        {"owner outside", Descriptor(1u << 30), 4, NTE_BAD_DATA},
+        {"owner over the edge", overTheEdge, 4, NTE_BAD_DATA},
+    };
+    const Bytes read = GetKey(Pending("RSA"), "Security Descr").bytes;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const NCRYPT_KEY_HANDLE key = Pending("RSA");
+        ASSERT_EQ(0, Finalize(key));
+        EXPECT_EQ(Hex(row.status), Hex(SetKey(key, "Security Descr", row.value, row.flags)));
+        const KSP_KEY& record = *Record(key);
+        EXPECT_EQ(row.status ? 0u : row.flags, record.dwSecurityInfo);
+        EXPECT_EQ(row.status ? Bytes() : row.value,
+                  Bytes(record.pbSecurityDescr, record.pbSecurityDescr + record.cbSecurityDescr));
+        EXPECT_EQ(0u, StoredCount(key));
+        EXPECT_EQ(read, GetKey(key, "Security Descr").bytes);
+    }
+}
+
+TEST_F(PropertiesTest, PrivateBlobsAreMeasured)
+{
+    constexpr DWORD kPrivate = 0x32415352, kFull = 0x33415352;
+    // 2048 bits: exponent 3, modulus 256, primes 128: 515 bytes; with exponents and coefficient and modulus 1155.
+    const struct {
+        const char* name;
+        BCRYPT_RSAKEY_BLOB header;  // magic, bits, exponent, modulus, prime 1, prime 2
+        size_t size;
+        bool good;
+    } rows[] = {
+        {"exact size", {kPrivate, 2048, 3, 256, 128, 128}, 515, true},
+        {"with header", {kPrivate, 2048, 3, 256, 128, 128}, 515 + 24, true},
+        {"one byte short", {kPrivate, 2048, 3, 256, 128, 128}, 514, false},
+        {"full, exact size", {kFull, 2048, 3, 256, 128, 128}, 1155, true},
+        {"full, one byte short", {kFull, 2048, 3, 256, 128, 128}, 1154, false},
+        {"4096 bits", {kPrivate, 4096, 3, 512, 256, 256}, 1100, true},
+        {"2056 bits", {kPrivate, 2056, 3, 257, 129, 129}, 1100, true},
+        {"2040 bits", {kPrivate, 2040, 3, 255, 128, 128}, 1155, false},
+        {"4104 bits", {kPrivate, 4104, 3, 513, 257, 257}, 1155, false},
+        {"2052 bits", {kPrivate, 2052, 3, 257, 129, 129}, 1155, false},
+        {"no parts", {kPrivate, 2048, 0, 0, 0, 0}, 24, true},
+        {"shorter than its header", {kPrivate, 2048, 0, 0, 0, 0}, 23, false},
+        {"sum wraps to 0", {kPrivate, 2048, 0, 0x80000000, 0x80000000, 0}, 1155, false},
+        {"double prime wraps", {kFull, 2048, 0, 0, 0x80000000, 0}, 1155, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const NCRYPT_KEY_HANDLE key = Pending("RSA");
+        ASSERT_EQ(0, SetKey(key, "Length", Words({3072})));
+        Bytes blob = BytesOf(row.header);
+        blob.resize(row.size, 0x5A);
+        EXPECT_EQ(Hex(row.good ? 0 : NTE_BAD_KEY), Hex(SetKey(key, "PRIVATEBLOB", blob)));
+        EXPECT_EQ(Words({row.good ? row.header.BitLength : 3072}), GetKey(key, "Length").bytes);
+        EXPECT_EQ(row.good, Record(key)->pbPrivateKey != nullptr);
+        const char* const type = row.header.Magic == kFull ? "RSAFULLPRIVATEBLOB" : "RSAPRIVATEBLOB";
+        EXPECT_TRUE(!row.good || type == Narrow(Record(key)->pszPrivateBlobType));
+    }
+}
+
+TEST_F(PropertiesTest, NamingTheCertificateMarksTheKey)
+{
+    const struct {
+        const char* name;
+        bool sets;
+        DWORD flags;
+        SECURITY_STATUS status;
+        bool marked, logged;
+    } rows[] = {
+        {"SmartCardKeyCertificate", false, kOnly, NTE_NOT_FOUND, false, true},
+        {"SmartCardKeyCertificate", false, 0, NTE_NOT_SUPPORTED, true, false},  // a probe is no error
+        {"smartcardkeycertificate", false, 0, NTE_NOT_SUPPORTED, false, true},
+        {"SmartCardKeyCertificate", true, 0x20, NTE_BAD_FLAGS, true, true},
+        {"smartcardKEYcertificate", true, 0x20, NTE_BAD_FLAGS, true, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const NCRYPT_KEY_HANDLE key = Pending("RSA");
+        root.ClearLog();
+        EXPECT_EQ(Hex(row.status),
+                  Hex(row.sets ? SetKey(key, row.name, {1}, row.flags) : GetKey(key, row.name, row.flags).status));
+        EXPECT_EQ(row.marked ? 1u : 0u, Record(key)->publishCert);
+        EXPECT_EQ(row.logged, !ErrorLines().empty());
+    }
+}
+
+TEST_F(PropertiesTest, TheLockOfTheListsIsReleasedAndDoneWithoutWhereThereIsNone)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    const auto use = [&] {
+        EXPECT_EQ(0, SetKey(key, "mine", {1}, kOnly));
+        EXPECT_EQ(Bytes{1}, GetKey(key, "mine", kOnly).bytes);
+        EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(GetKey(key, "other", kOnly).status));
+        const NCRYPT_KEY_HANDLE released = Pending("RSA");
+        EXPECT_EQ(0, SetKey(released, "mine", {1}, kOnly));
+        Forget(released);
+        EXPECT_EQ(0, table->FreeKey(provider, released));
+    };
+    use();
+    // A waiter that released the semaphore without having acquired it would have raised its count past 1.
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(KelvaroPropertySemaphore, 0));
+    EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(KelvaroPropertySemaphore, 0));
+    EXPECT_TRUE(ReleaseSemaphore(KelvaroPropertySemaphore, 1, nullptr));
+
+    const HANDLE semaphore = KelvaroPropertySemaphore;
+    KelvaroPropertySemaphore = nullptr;
+    use();
+    KelvaroPropertySemaphore = semaphore;
+    for (const char* function : {"KelvaroSetKeyProperty", "KelvaroGetKeyProperty", "DeleteKeyObject"})
+        EXPECT_TRUE(root.Logged(std::string(function) + " Failed to grab Semaphone - Result Error 0xffffffff", 4));
+}
+
+// Before any test, so for calls that are refused too.
+TEST_F(PropertiesTest, ValuesAreTracedByTheKindOfTheirName)
+{
+    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    const struct {
+        const char* property;
+        Bytes value;  // empty for NULL
+        std::string traced;
+    } rows[] = {
+        {"Length", Words({3072}), "3072"},
+        {"LENGTH", {1, 2}, "-1"},
+        {"Enabled Use Count", {}, "-1"},
+        {"SmartCardReader", TextBytes("reader"), "reader"},
+        {"Use Context", TextBytes("ended") + TextBytes("and more"), "ended"},
+        {"SmartCardPin", TextBytes("unended", false), "unended"},
+        {"Name", {}, "(NULL)"},
+        {"mine", TextBytes("opaque"), "(NULL)"},
+    };
+    for (const auto& row : rows) {
+        Bytes value = row.value;
+        table->SetKeyProperty(provider, key, Wide(row.property).c_str(), value.empty() ? nullptr : value.data(),
+                              static_cast<DWORD>(value.size()), 0);
+        EXPECT_TRUE(Traced(std::string("KelvaroSetKeyProperty ") + row.property + " " + row.traced)) << row.property;
+    }
+    table->SetKeyProperty(provider, key, nullptr, nullptr, 0, 0);
+    EXPECT_TRUE(Traced("KelvaroSetKeyProperty (NULL) (NULL)"));
+    for (const char* property : {"Length", "Algorithm Name", "Lengths"})
+        GetKey(key, property);
+    for (const char* line : {"Length 3072", "Algorithm Name RSA", "Lengths (NULL)"})
+        EXPECT_TRUE(Traced(std::string("KelvaroGetKeyProperty ") + line)) << line;
+    GetProvider("Version");
+    SetProvider("Use Context", TextBytes("co"));
+    EXPECT_TRUE(Traced("KelvaroGetProviderProperty Version 65536"));
+    EXPECT_TRUE(Traced("KelvaroSetProviderProperty Use Context co"));
+}
+
+}  // namespace

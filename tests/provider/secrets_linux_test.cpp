@@ -1,0 +1,69 @@
+// What can be done to a client secret from outside a host only here.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/provider/provider_fixture.h"
+
+namespace {
+
+// In each case the clear secret serves, and stays.
+TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
+{
+    const auto secret = [&] {
+        const std::string text = Narrow(KVCText(ProviderRecord()->machineKvc->clientSecret));
+        FreeProvider(provider);
+        return text;
+    };
+    EXPECT_EQ(Simulator::kClientSecret, secret());
+    const std::string sealed = root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret");
+    root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", "new");
+    // The new registry can't be written where a directory is, not even by root.
+    const std::string obstacle = root.directory() + "/root/registry/HKEY_LOCAL_MACHINE.reg.new";
+    std::filesystem::create_directory(obstacle);
+    EXPECT_EQ("new", secret());
+    std::filesystem::remove(obstacle);
+    // No master key can be made below a file.
+    const std::string keys = root.directory() + "/root/dpapi";
+    std::filesystem::remove_all(keys);
+    std::ofstream(keys) << "in the way";
+    EXPECT_EQ("new", secret());
+    EXPECT_EQ("new", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+    EXPECT_EQ(sealed, root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
+    std::filesystem::remove(keys);
+    EXPECT_EQ("new", secret());
+    EXPECT_EQ("", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
+}
+
+// An administrator changes the secret beside a host, in another process, that opens providers without a pause.
+TEST_F(ProviderTest, ASecretSetBesideAnOpeningHostIsTheOneThatSignsIn)
+{
+    SetLogLevel(0);
+    const pid_t host = fork();
+    while (host == 0) {
+        NCRYPT_PROV_HANDLE opened = 0;
+        if (table->OpenProvider(&opened, TEXT("name"), 0) != 0 || table->FreeProvider(opened) != 0)
+            _exit(1);
+    }
+    std::string lost;
+    for (int round = 0; round < 100; round++) {
+        const std::string secret = "secret-" + std::to_string(round) + "-end";
+        root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", secret);
+        // The first open may still find the clear value; the second tells what became of it.
+        for (int opens = 0; opens < 2; opens++) {
+            if (Narrow(KVCText(ProviderRecord()->machineKvc->clientSecret)) != secret)
+                lost += " " + std::to_string(round) + "." + std::to_string(opens);
+            FreeProvider(provider);
+        }
+    }
+    kill(host, SIGKILL);
+    int status = 0;
+    waitpid(host, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the host gave up";
+    EXPECT_EQ("", lost);
+}
+
+}  // namespace
