@@ -2,14 +2,9 @@
 // written and read through the platform's own functions, so that the same test runs on Windows.
 #pragma once
 
-#include <string>
 #include <vector>
 
-#include "platform/platform.h"
-
-using TextString = std::basic_string<WCHAR>;
-TextString Wide(const std::string& utf8);
-std::string Narrow(const TextString& text);
+#include "tests/common/wide_text.h"
 
 class TestRoot {
   public:

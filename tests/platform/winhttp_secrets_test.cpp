@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "tests/platform/http_call.h"
+#include "tests/platform/winhttp_fixture.h"
 
 namespace {
 

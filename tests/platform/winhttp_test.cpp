@@ -5,7 +5,7 @@
 #include <cstring>
 #include <future>
 
-#include "tests/platform/http_call.h"
+#include "tests/platform/winhttp_fixture.h"
 
 namespace {
 
@@ -301,6 +301,17 @@ TEST_F(WinHttp, KnowsItsHandles)
     EXPECT_TRUE(WinHttpSetTimeouts(request, 0, 500, 500, 500));
     EXPECT_TRUE(WinHttpSendRequest(request, nullptr, 0, nullptr, 0, 0, 0));
     EXPECT_TRUE(WinHttpReceiveResponse(request, nullptr));
+    std::u16string head;
+    EXPECT_EQ(ReadInTwoCalls(&head, ERROR_INSUFFICIENT_BUFFER,
+                             [&](WCHAR* out, DWORD* count) {
+                                 DWORD bytesOut = *count * 2;
+                                 const BOOL done = WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, nullptr,
+                                                                       out, &bytesOut, nullptr);
+                                 *count = bytesOut / 2;
+                                 return done;
+                             }),
+              0u);
+    EXPECT_EQ(ToUtf8(head) + "ok", kOk);
     // What has arrived is handed out before the buffer is full.
     char bytes[8] = {};
     EXPECT_TRUE(WinHttpReadData(request, bytes, sizeof(bytes), &size));

@@ -2,7 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/platform/http_call.h"
+#include "tests/platform/winhttp_fixture.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tests/platform/http_call.h"
+#include "tests/platform/winhttp_fixture.h"
 
 namespace {
 

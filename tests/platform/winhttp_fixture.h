@@ -1,17 +1,16 @@
-// A server on loopback whose every byte a test decides, plain or over TLS.
+// Servers on loopback whose every byte a test decides, plain or over TLS, and an environment of the test's own.
 #pragma once
 
 #include <poll.h>
 
 #include <atomic>
-#include <functional>
 #include <mutex>
-#include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
+#include "tests/common/http_call.h"
 #include "tests/platform/openssl_maker.h"
+#include "tests/platform/platform_root.h"
 
 class RawServer;
 
@@ -72,4 +71,35 @@ class RawServer {
     Seen seen_;
     std::vector<std::thread> connections_;
     std::thread acceptor_;
+};
+
+using Call = HttpCall;
+using Reply = HttpReply;
+
+constexpr char kOk[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+
+// A server's script: one request, then these bytes.
+RawServer::Script Answer(std::string bytes);
+
+// Sets KELVARO_CONNECT_TO.
+void ConnectTo(const std::string& entries);
+// The entry that sends every host's port `from` to the server, and a blank.
+std::string Entry(int from, const RawServer& server);
+
+// Makes the host "two.test" resolve to two addresses on loopback, whatever port is asked for.
+void ResolveToPorts(unsigned short first, unsigned short second);
+
+// Each test starts and ends without what the environment says of proxies, roots and redirected connections.
+class WinHttp : public testing::Test {
+  protected:
+    void SetUp() override { ClearEnvironment(); }
+    void TearDown() override { ClearEnvironment(); }
+
+  private:
+    static void ClearEnvironment()
+    {
+        for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy",
+                                 "NO_PROXY", "KELVARO_CONNECT_TO", "SSL_CERT_FILE", "SSLKEYLOGFILE"})
+            unsetenv(name);
+    }
 };

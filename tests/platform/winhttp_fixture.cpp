@@ -1,12 +1,15 @@
-#include "tests/platform/raw_server.h"
+#include "tests/platform/winhttp_fixture.h"
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 std::string Peer::ReadRequest()
@@ -154,4 +157,44 @@ void RawServer::Serve(int socket)
         SSL_set_shutdown(tls, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
     SSL_free(tls);
     close(socket);
+}
+
+static std::string twoPorts[2];
+
+// libcurl finds this one before the C library's.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
+                                                                  const addrinfo* hints, addrinfo** list)
+{
+    const auto resolve = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name == nullptr || strcmp(name, "two.test") != 0)
+        return resolve(name, service, hints, list);
+    addrinfo stream = {};
+    stream.ai_family = AF_INET;
+    stream.ai_socktype = SOCK_STREAM;
+    const int error = resolve("127.0.0.1", twoPorts[0].c_str(), &stream, list);
+    return error != 0 ? error : resolve("127.0.0.1", twoPorts[1].c_str(), &stream, &(*list)->ai_next);
+}
+
+void ResolveToPorts(unsigned short first, unsigned short second)
+{
+    twoPorts[0] = std::to_string(first);
+    twoPorts[1] = std::to_string(second);
+}
+
+RawServer::Script Answer(std::string bytes)
+{
+    return [bytes = std::move(bytes)](Peer& peer) {
+        peer.ReadRequest();
+        peer.Write(bytes);
+    };
+}
+
+void ConnectTo(const std::string& entries)
+{
+    setenv("KELVARO_CONNECT_TO", entries.c_str(), 1);
+}
+
+std::string Entry(int from, const RawServer& server)
+{
+    return ":" + std::to_string(from) + ":127.0.0.1:" + std::to_string(server.port()) + " ";
 }
