@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
-# Usage: ./stress.sh [faults|fuzz]... [--minutes N]   All of them without a name. --minutes: for each that runs by the clock.
+# Usage: ./stress.sh [faults|fuzz|many|kill]... [--minutes N]   All of them without a name. --minutes: for each that runs by the clock.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -10,7 +10,7 @@ minutes=1
 chosen=
 while [ $# -gt 0 ]; do
     case $1 in
-    faults | fuzz) chosen="$chosen $1" ;;
+    faults | fuzz | many | kill) chosen="$chosen $1" ;;
     --minutes)
         minutes=${2:?"--minutes needs a number"}
         shift
@@ -60,6 +60,21 @@ try_faults() {
     keep faults "$top/stress/faults.jq" <"$work/cells"
 }
 
+# Threads and processes, for half of the minutes each.
+try_many() {
+    build stress_many
+    "$top/build/release/stress/stress_many" $((minutes * 30)) >"$work/rules"
+    keep many "$top/stress/many.jq" <"$work/rules"
+}
+
+try_kill() {
+    "$top/tools/packages.sh" strace
+    build stress_ended
+    "$top/stress/ended.sh" "$top/build/release/stress" >"$work/points"
+    jq -R -s . "$work/points" >"$work/text"
+    keep kill "$top/stress/kill.jq" <"$work/text"
+}
+
 # Every target for its share of the minutes, two at a time. What is found stays in build/fuzz/findings. Inputs that reach
 # something new stay in build/fuzz/found and count for the coverage.
 try_fuzz() {
@@ -96,7 +111,7 @@ EOT
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 
-for part in ${chosen:-faults fuzz}; do
+for part in ${chosen:-faults fuzz many kill}; do
     echo "== $part" >&2
     "try_$part"
 done

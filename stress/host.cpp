@@ -36,7 +36,18 @@ std::string StatusName(SECURITY_STATUS status)
     return text;
 }
 
-Host::Host()
+const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* FunctionTable()
+{
+    static NCRYPT_KEY_STORAGE_FUNCTION_TABLE* const table = [] {
+        DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+        NCRYPT_KEY_STORAGE_FUNCTION_TABLE* found = nullptr;
+        Require(GetKeyStorageInterface(kProvider, &found, 0) == 0, "no function table");
+        return found;
+    }();
+    return table;
+}
+
+Host::Host() : table(FunctionTable())
 {
     sim.Reset();
     sim.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
@@ -48,15 +59,6 @@ Host::Host()
     root.SetText(hive, "ClientId", Simulator::kClientId);
     root.SetText(hive, "ClientSecret", Simulator::kClientSecret);
     root.SetNumber(hive, "CertificatesOrKeys", 1);
-    DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* found = nullptr;
-    Require(GetKeyStorageInterface(kProvider, &found, 0) == 0, "no function table");
-    table = found;
-}
-
-Host::~Host()
-{
-    DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
 }
 
 NCRYPT_PROV_HANDLE Host::OpenProvider()

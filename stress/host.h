@@ -15,12 +15,14 @@ void Require(bool holds, const std::string& text);
 // "0", "NTE_FAIL", or the number in hexadecimal.
 std::string StatusName(SECURITY_STATUS status);
 
+// Attaches the module on first use.
+const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* FunctionTable();
+
 // A machine with settings for client credentials and plain keys, a fresh vault with the keys "rsa" (2048 bits) and
 // "p256", and the module attached. No log.
 class Host {
   public:
     Host();
-    ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
@@ -31,7 +33,7 @@ class Host {
 
     SECURITY_STATUS Sign(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE key, bool rsa);
 
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table;
     Simulator& sim = Simulator::Get();
     TestRoot root;
 };

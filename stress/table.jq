@@ -18,5 +18,14 @@ def fuzz:
   (["room", "lines", "covered by the targets alone"] | head),
   (.rooms[] | [.room, .lines, "\(.covered * 1000 / .lines | round / 10) %"] | row);
 
+def many: (["rule", "held", "measured"] | head), (.rules[] | [.rule, .ok, .measured] | row);
+
+def kill:
+  (["ended by", "points", "nothing lost or damaged, and the next start works"] | head),
+  (.ways[] | [.way, .points, .good] | row),
+  .failed[];
+
 if .faults then .faults | faults else empty end,
-if .fuzz then .fuzz | fuzz else empty end
+if .fuzz then .fuzz | fuzz else empty end,
+if .many then .many | many else empty end,
+if .kill then .kill | kill else empty end
