@@ -111,11 +111,12 @@ static Recognised Recognise(const CLI::App& app, const std::vector<Command>& com
 static std::string UnknownWord(const std::string& word, const Recognised& found, Tool* tool)
 {
     std::vector<std::string> known;
+    known.reserve(found.members->size());
     for (const Command& command : *found.members)
-        known.push_back(command.name);
+        known.emplace_back(command.name);
     for (const std::vector<Argument>& arguments : {*found.arguments, SharedOptions(tool)}) {
         for (const Argument& argument : arguments)
-            known.push_back(argument.name);
+            known.emplace_back(argument.name);
     }
     return "unknown command or option: '" + word + "'" + DidYouMean(word, known);
 }

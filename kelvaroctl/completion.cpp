@@ -118,6 +118,7 @@ std::string CommandCase(const Shell& shell, const std::string& name, const Comma
 {
     Candidates candidates;
     bool takesFile = false;
+    candidates.reserve(command.commands.size());
     for (const Command& member : command.commands)
         candidates.push_back({member.name, member.help});
     for (const std::vector<Argument>& arguments : {command.arguments, shared}) {

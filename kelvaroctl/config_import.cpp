@@ -123,6 +123,7 @@ std::vector<SettingChange> CheckImport(std::string_view content)
 void ApplyChanges(const std::vector<SettingChange>& changes)
 {
     std::vector<std::optional<RawValue>> before;
+    before.reserve(changes.size());
     for (const SettingChange& change : changes)
         before.push_back(SettingsHive(change.hive).Read(change.setting->name));
     size_t done = 0;

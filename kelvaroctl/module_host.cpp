@@ -144,6 +144,7 @@ std::vector<std::string> Provider::KeyNames() const
         ForEachKey([&](const std::string& name, const std::string&) { names.push_back(name); });
         return names;
     }
+    names.reserve(snapshot->count);
     for (DWORD index = 0; index < snapshot->count; ++index)
         names.push_back(ToNarrow(snapshot->names()[index]));
     return names;
@@ -255,12 +256,12 @@ std::string Key::AlgorithmName() const
 Bytes Key::PublicBlob() const
 {
     const WCHAR* const type = AlgorithmName() == "RSA" ? BCRYPT_RSAPUBLIC_BLOB : BCRYPT_ECCPUBLIC_BLOB;
-    const auto blob = ReadInTwoCalls(Operation::ExportKey, name_, [&](BYTE* output, DWORD room, DWORD* size) {
+    auto blob = ReadInTwoCalls(Operation::ExportKey, name_, [&](BYTE* output, DWORD room, DWORD* size) {
         return table().ExportKey(provider_.handle(), handle_, 0, type, nullptr, output, room, size, 0);
     });
     if (!blob)
         throw StatusFailure(Operation::ExportKey, NTE_NOT_SUPPORTED, name_);
-    return *blob;
+    return std::move(*blob);
 }
 
 Bytes Key::Sign(void* padding, const Bytes& digest, DWORD flags) const

@@ -33,6 +33,8 @@ TEST_F(CommandsTest, CommandLines)
 2 config get Loglevel | unknown setting: 'Loglevel'; choose one of KeyVault
 2 config get LogingLevel | did you mean 'LoggingLevel'?
 0 version | kelvaroctl  .. module
+0 provider show | Zandrel Key Storage Provider for Key Vault .. 1.0 .. hardware .. 42 characters .. contoso-keys .. protected
+0 algorithms | RSA         encryption, signature .. ECDH_P521   secret agreement, signature
 0 --version | kelvaroctl 
 0 completion bash | complete -o filenames -F _kelvaroctl kelvaroctl
 2 completion fish | fish

@@ -49,23 +49,23 @@ TEST(DerTest, Signatures)
     Bytes raw;
     EXPECT_TRUE(RawFromDerSignature({0x30, 7, 2, 2, 1, 2, 2, 1, 3}, 2, &raw));
     EXPECT_EQ((Bytes{1, 2, 0, 3}), raw);
-    const Bytes refused[] = {
-        {},
-        {0x30},
-        {0x31, 6, 2, 1, 1, 2, 1, 1},           // not a sequence
-        {0x30, 6, 2, 1, 1, 2, 1},              // cut
-        {0x30, 0x7F, 2, 1, 1, 2, 1, 1},        // a length beyond the end
-        {0x30, 0x81},                          // a long one
-        {0x30, 0x80, 2, 1, 1, 2, 1, 1, 0, 0},  // indefinite
-        {0x30, 0x81, 6, 2, 1, 1, 2, 1, 1},     // not in its shortest form
-        {0x30, 6, 2, 1, 1, 2, 1, 1, 0},        // something behind
-        {0x30, 9, 2, 1, 1, 2, 1, 1, 2, 1, 1},  // three numbers
-        {0x30, 3, 2, 1, 1},                    // one
-        {0x30, 6, 2, 1, 0x80, 2, 1, 1},        // negative
-        {0x30, 7, 2, 2, 0, 1, 2, 1, 1},        // a number not in its shortest form
-        {0x30, 5, 2, 0, 2, 1, 1},              // an empty one
-        {0x30, 8, 2, 3, 1, 0, 0, 2, 1, 1},     // too long for the curve
-    };
+    // Cut, beyond the end, indefinite or longer than need be, with something behind, of one or three numbers, with a
+    // negative, padded, empty or too long one.
+    const Bytes refused[] = {{},
+                             {0x30},
+                             {0x31, 6, 2, 1, 1, 2, 1, 1},
+                             {0x30, 6, 2, 1, 1, 2, 1},
+                             {0x30, 0x7F, 2, 1, 1, 2, 1, 1},
+                             {0x30, 0x81},
+                             {0x30, 0x80, 2, 1, 1, 2, 1, 1, 0, 0},
+                             {0x30, 0x81, 6, 2, 1, 1, 2, 1, 1},
+                             {0x30, 6, 2, 1, 1, 2, 1, 1, 0},
+                             {0x30, 9, 2, 1, 1, 2, 1, 1, 2, 1, 1},
+                             {0x30, 3, 2, 1, 1},
+                             {0x30, 6, 2, 1, 0x80, 2, 1, 1},
+                             {0x30, 7, 2, 2, 0, 1, 2, 1, 1},
+                             {0x30, 5, 2, 0, 2, 1, 1},
+                             {0x30, 8, 2, 3, 1, 0, 0, 2, 1, 1}};
     for (const Bytes& der : refused)
         EXPECT_FALSE(RawFromDerSignature(der, 2, &raw)) << HexText(der);
 }
