@@ -193,6 +193,7 @@ TEST_F(RefusalTest, MalformedRequestsReachNoService)
     // The journal has all of them as they came.
     const Json requests = Control("GET", "/journal")["requests"];
     ASSERT_EQ(requests.size(), std::size(rows) + 1) << "two of them on one connection";
+    EXPECT_EQ(requests[requests.size() - 2]["requestLine"], "GET /b HTTP/1.1");
     const Json& last = requests.back();
     EXPECT_EQ(last["listener"], "http");
     EXPECT_EQ(std::string(std::rbegin(rows)->first).find(last["requestLine"].get<std::string>() + "\r\n"), 0u);
