@@ -132,7 +132,7 @@ const std::vector<Fault>& Faults()
         InAnswer("chunked with garbage", Class::WrongBody,
                  {{"action", "raw"}, {"raw", "Transfer-Encoding: chunked\r\n\r\nzz\r\n{}\r\n"}}),
         InAnswer("endless body", Class::WrongBody,
-                 {{"action", "status"}, {"body", std::string(17 * 1024 * 1024, 'a')}}),
+                 {{"action", "status"}, {"body", {{"pad", std::string(17 * 1024 * 1024, 'a')}, {"value", "AAAA"}}}}),
         InAnswer("not JSON", Class::WrongBody, {{"action", "nojson"}}),
         InAnswer("cut JSON", Class::WrongBody, {{"action", "status"}, {"body", kCutJson}}),
         InAnswer("wrong types", Class::WrongTypes, {{"action", "status"}, {"body", kWrongTypes}}),
