@@ -152,7 +152,7 @@ std::vector<std::string> Provider::KeyNames() const
 
 static WideText KeyName(const std::string& name)
 {
-    const WideText wide = ToWide(name);
+    WideText wide = ToWide(name);
     if (wide.empty() || wide.size() > kLongestName) {
         throw UsageFailure("a key's name has 1 to " + std::to_string(kLongestName) + " characters; '" + name +
                            "' has " + std::to_string(wide.size()));
