@@ -4,7 +4,7 @@ def head: row, (map("---") | row);
 
 def faults:
   "\(.cells) cells: \(.operations) operations, \(.faults) faults; \(.disagreeing | length) disagree.",
-  "Largest growth of memory \(.largestGrowthKb) KB, longest cell \(.longestSeconds) s.",
+  "Largest growth of memory \(.largestGrowthKb) KiB, longest cell \(.longestSeconds) s.",
   "",
   (["operation", "faults", "status", "requests", "waits", "waited, s"] | head),
   (.outcomes[] | [.operation, (.faults | join(", ")), .status, .requests, .waits, .waitedMs / 1000] | row),
