@@ -119,9 +119,9 @@ static int Print(const Answer& answer, const Tool& tool)
 
 std::vector<Command> AllCommands()
 {
-    return {ConfigCommand(),     ProviderCommand(), AlgorithmsCommand(), KeysCommand(),    PropertiesCommand(),
-            CertsCommand(),      SignCommand(),     VerifyCommand(),     EncryptCommand(), DecryptCommand(),
-            CompletionCommand(), ManualCommand(),   VersionCommand()};
+    return {ConfigCommand(), ProviderCommand(),   AlgorithmsCommand(), KeysCommand(),    PropertiesCommand(),
+            CertsCommand(),  SignCommand(),       VerifyCommand(),     EncryptCommand(), DecryptCommand(),
+            DoctorCommand(), CompletionCommand(), ManualCommand(),     VersionCommand()};
 }
 
 static int Run(const std::vector<std::string>& arguments, Tool& tool)

@@ -15,6 +15,7 @@ Command SignCommand();
 Command VerifyCommand();
 Command EncryptCommand();
 Command DecryptCommand();
+Command DoctorCommand();
 Command VersionCommand();
 Command CompletionCommand();
 Command ManualCommand();

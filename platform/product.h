@@ -9,3 +9,6 @@ inline constexpr WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for 
 
 // Under HKEY_LOCAL_MACHINE for machine keys, under HKEY_CURRENT_USER for user keys.
 inline constexpr WCHAR kSettingsKey[] = TEXT("Software\\Zandrel\\Kelvaro");
+
+// The optional entropy of all protected secrets, as little-endian words. A change would make stored secrets unreadable.
+inline constexpr uint32_t kSecretEntropy[5] = {0x5D1C93A7, 0x2EF04B68, 0x91B7D63C, 0x0A84E25F, 0xC36F1E92};

@@ -2,18 +2,17 @@
 
 #include <string.h>
 
+#include "platform/product.h"
 #include "support/base64.h"
 #include "support/guards.h"
 #include "support/log.h"
 
 namespace {
 
-// The optional entropy of all protected secrets. A change would make stored secrets unreadable.
 void BuildEntropy(BYTE (&entropy)[20])
 {
-    static constexpr uint32_t kWords[5] = {0x5D1C93A7, 0x2EF04B68, 0x91B7D63C, 0x0A84E25F, 0xC36F1E92};
     for (size_t i = 0; i < 20; i++)
-        entropy[i] = static_cast<BYTE>(kWords[i / 4] >> (8 * (i % 4)));
+        entropy[i] = static_cast<BYTE>(kSecretEntropy[i / 4] >> (8 * (i % 4)));
 }
 
 }  // namespace

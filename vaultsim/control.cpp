@@ -83,7 +83,7 @@ void AddBehaviour(httplib::Server& server, Simulator& simulator)
 {
     server.Post("/faults", OfBody([&](const Path&, const Json& body) { simulator.faults.Add(ParseFault(body)); }));
     server.Delete("/faults", OfPath([&](const Path&) { simulator.faults.Clear(); }));
-    for (const char* name : {"latency", "tokens", "paging", "deletion", "arc"})
+    for (const char* name : {"latency", "tokens", "paging", "deletion", "secret", "clock", "arc"})
         server.Put(std::string("/") + name, OfBody([&simulator, name](const Path&, const Json& body) {
                        simulator.settings.Update([&](Settings& settings) { Apply(settings, name, body); });
                    }));

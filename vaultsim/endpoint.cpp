@@ -160,6 +160,8 @@ bool Endpoint::Exchange(Connection& connection, const Call& call)
         answer = handler_(call);
     if (fault)
         answer = fault->Replace(answer);
+    if (!HeaderValue(answer.headerLines, "Date"))
+        SetHeader(answer, "Date: " + HttpDate(Now() + context_.settings.Get().clockOffsetSeconds));
 
     const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
     context_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");

@@ -28,6 +28,7 @@ struct EndpointContext {
     Counts& counts;
     Faults& faults;
     Pauser& pauser;
+    const SettingsBox& settings;
 };
 
 class Endpoint {

@@ -75,6 +75,10 @@ Fault ParseFault(const Json& json)
     fault.perform = row.performs || json.value("perform", false);
     fault.status = json.value("status", fault.status);
     fault.headerLines = json.value("headers", fault.headerLines);
+    if (json.contains("inner")) {
+        fault.status = 403;
+        fault.body = ForbiddenAnswer(json.at("inner").get<std::string>()).body;
+    }
     if (json.contains("body"))
         fault.body = json.at("body").is_string() ? json.at("body").get<std::string>() : json.at("body").dump();
     fault.delayMs = json.value("delayMs", fault.delayMs);

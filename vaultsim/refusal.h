@@ -16,6 +16,8 @@ Answer TextAnswer(int status, const std::string& text);
 Answer ErrorAnswer(int status, const std::string& code, const std::string& message, const std::string& inner = "");
 // {"error":..,"error_description":..}: the identity services' format.
 Answer OauthErrorAnswer(int status, const std::string& error, const std::string& description);
+// 403 with this inner code, such as "ForbiddenByFirewall". Throws std::invalid_argument for an unknown one.
+Answer ForbiddenAnswer(const std::string& inner);
 // What the vault sends with this status if nothing better is known.
 Answer DefaultErrorAnswer(int status);
 

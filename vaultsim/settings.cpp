@@ -48,6 +48,10 @@ void Apply(Settings& settings, const std::string& group, const Json& json)
         ApplyTokens(settings.tokens, json);
     else if (group == "deletion")
         settings.beingDeletedAnswers = json.at("beingDeletedAnswers").get<int>();
+    else if (group == "secret")
+        settings.secretExpired = json.at("expired").get<bool>();
+    else if (group == "clock")
+        settings.clockOffsetSeconds = json.at("offsetSeconds").get<int64_t>();
     else
         settings.arcRealmPrefix = json.at("realmPrefix").get<std::string>();
 }

@@ -32,8 +32,10 @@ struct Settings {
     LatencySettings latency;
     PagingSettings paging;
     TokenSettings tokens;
-    int beingDeletedAnswers = 0;  // responses before a deletion is complete
-    std::string arcRealmPrefix;   // put before the path in the Arc challenge
+    bool secretExpired = false;      // the directory refuses the right secret
+    int64_t clockOffsetSeconds = 0;  // of `Date` in all answers
+    int beingDeletedAnswers = 0;     // responses before a deletion is complete
+    std::string arcRealmPrefix;      // put before the path in the Arc challenge
 };
 
 class SettingsBox {
@@ -68,8 +70,8 @@ class Pauser {
     bool stopped_ = false;
 };
 
-// Applies the members that `json` has to the group of this name: "latency", "tokens", "paging", "deletion" or "arc".
-// Throws nlohmann's exceptions or std::invalid_argument.
+// Applies the members that `json` has to the group of this name: "latency", "tokens", "paging", "deletion", "secret",
+// "clock" or "arc". Throws nlohmann's exceptions or std::invalid_argument.
 void Apply(Settings& settings, const std::string& group, const Json& json);
 
 }  // namespace vaultsim

@@ -64,6 +64,12 @@ void SignIn::CheckForm(const Call& call) const
                       "The request body must contain the following parameter: 'client_assertion' or 'client_secret'.");
     if (form.at("client_secret") != options_.clientSecret)
         throw Refused(401, "invalid_client", 7000215, "Invalid client secret is provided.");
+    if (settings_.Get().secretExpired)
+        throw Refused(401, "invalid_client", 7000222,
+                      "The provided client secret keys for app '" + options_.clientId +
+                          "' are expired. Visit the Azure portal to create new keys for your app: "
+                          "https://aka.ms/NewClientSecret, or consider using certificate credentials for added "
+                          "security: https://aka.ms/certCreds.");
 }
 
 Answer SignIn::Handle(const Call& call) const

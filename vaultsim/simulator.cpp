@@ -43,7 +43,7 @@ Simulator::Simulator(const Options& given, std::function<void()> stop)
     authority = std::make_unique<Authority>(directory, options.rsa);
     identity_ = std::make_unique<Identity>(options, tokens_, settings, counts, directory + "/arc");
 
-    const EndpointContext context{options.address, options.closeTls, journal, counts, faults, pauser};
+    const EndpointContext context{options.address, options.closeTls, journal, counts, faults, pauser, settings};
     tls_ = std::make_unique<Endpoint>("tls", options.tlsPort, authority.get(), context,
                                       [this](const Call& call) { return service_.Handle(call); });
     http_ = std::make_unique<Endpoint>("http", options.httpPort, nullptr, context, [this](const Call& call) {

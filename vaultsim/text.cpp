@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <ctime>
 #include <stdexcept>
 
 namespace vaultsim {
@@ -105,6 +106,16 @@ std::string RandomUuid()
 int64_t Now()
 {
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+}
+
+std::string HttpDate(int64_t time)
+{
+    const std::time_t seconds = static_cast<std::time_t>(time);
+    std::tm parts = {};
+    gmtime_r(&seconds, &parts);
+    char text[40];
+    std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
+    return text;
 }
 
 bool NameLess::operator()(const std::string& a, const std::string& b) const

@@ -21,7 +21,8 @@ std::string ToHex(std::string_view bytes);  // upper case
 std::string RandomHex(size_t digits);       // lower case
 std::string RandomUuid();
 
-int64_t Now();  // Unix time in seconds
+int64_t Now();                       // Unix time in seconds
+std::string HttpDate(int64_t time);  // Mon, 23 Nov 2026 12:39:54 GMT
 
 // The order of names in a vault: case doesn't count.
 struct NameLess {

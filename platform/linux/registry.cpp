@@ -264,6 +264,23 @@ LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDW
     });
 }
 
+LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD length, LPDWORD reserved, LPDWORD type,
+                          LPBYTE data, LPDWORD size)
+{
+    if (!valueName || !length || reserved || type || data || size)
+        return ERROR_INVALID_PARAMETER;
+    return VisitKey(key, HiveContent::complete, [&](const RegistryKey* found) -> LONG {
+        if (!found || index >= found->values.size())
+            return ERROR_NO_MORE_ITEMS;
+        const std::u16string& name = found->values[index].name;
+        if (name.size() >= *length)
+            return ERROR_MORE_DATA;
+        *length = static_cast<DWORD>(name.copy(valueName, name.size()));
+        valueName[*length] = 0;
+        return ERROR_SUCCESS;
+    });
+}
+
 LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
 {
     return StoreValue(key, subKey, valueName, type, data, size);

@@ -48,6 +48,12 @@ LONG WINAPI RegCloseKey(HKEY key);
 // ERROR_FILE_NOT_FOUND: no such value. ERROR_KEY_DELETED: the key itself is gone.
 LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
 
+// The name of the value at `index`; values that are written meanwhile may be missed. *length: characters, terminator
+// included, in; without it out. ERROR_MORE_DATA: the buffer is too small. ERROR_NO_MORE_ITEMS: there are fewer values.
+// The arguments behind it must be NULL.
+LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD length, LPDWORD reserved, LPDWORD type,
+                          LPBYTE data, LPDWORD size);
+
 // Without subKey the key must exist; with one it is created if missing.
 LONG WINAPI RegSetKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size);
 LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD reserved, DWORD type, const BYTE* data, DWORD size);

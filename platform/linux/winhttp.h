@@ -31,6 +31,12 @@ constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
 constexpr DWORD WINHTTP_QUERY_RAW_HEADERS_CRLF = 22;
 constexpr DWORD WINHTTP_QUERY_FLAG_NUMBER = 0x20000000;
 
+constexpr DWORD WINHTTP_OPTION_SECURITY_FLAGS = 31;
+constexpr DWORD WINHTTP_OPTION_SERVER_CERT_CONTEXT = 78;
+constexpr DWORD SECURITY_FLAG_IGNORE_UNKNOWN_CA = 0x00000100;
+constexpr DWORD SECURITY_FLAG_IGNORE_CERT_CN_INVALID = 0x00001000;
+constexpr DWORD SECURITY_FLAG_IGNORE_CERT_DATE_INVALID = 0x00002000;
+
 constexpr LONG ERROR_WINHTTP_TIMEOUT = 12002;
 constexpr LONG ERROR_WINHTTP_INTERNAL_ERROR = 12004;
 constexpr LONG ERROR_WINHTTP_INVALID_URL = 12005;
@@ -105,6 +111,14 @@ BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWOR
 // after success it is the length without the terminator.
 BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length,
                                 LPDWORD index);
+
+// Only WINHTTP_OPTION_SECURITY_FLAGS of a request, a DWORD of the three flags above: what is wrong with the server's
+// certificate and doesn't count. Such a request shares no TLS session with any other.
+BOOL WINAPI WinHttpSetOption(HINTERNET request, DWORD option, LPVOID buffer, DWORD length);
+
+// Only WINHTTP_OPTION_SERVER_CERT_CONTEXT of a request that was sent: a PCCERT_CONTEXT, freed by the caller.
+// ERROR_WINHTTP_INCORRECT_HANDLE_STATE if there is no TLS connection.
+BOOL WINAPI WinHttpQueryOption(HINTERNET request, DWORD option, LPVOID buffer, LPDWORD length);
 
 // A parent may be closed before its children.
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle);

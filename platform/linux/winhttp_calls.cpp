@@ -7,6 +7,7 @@
 
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
+#include "platform/linux/win_certificates.h"
 #include "platform/linux/winhttp_handles.h"
 
 namespace winhttp {
@@ -286,6 +287,44 @@ BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVO
                 return ERROR_INVALID_PARAMETER;
         }
     });
+}
+
+BOOL WINAPI WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length)
+{
+    constexpr DWORD kKnown =
+        SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
+    auto* const request = Resolve<Request>(handle);
+    if (!request)
+        return FALSE;
+    DWORD flags = 0;
+    if (option != WINHTTP_OPTION_SECURITY_FLAGS || !buffer || length != sizeof(flags))
+        return Fail(ERROR_INVALID_PARAMETER);
+    std::memcpy(&flags, buffer, sizeof(flags));
+    if (flags & ~kKnown)
+        return Fail(ERROR_INVALID_PARAMETER);
+    request->ignoredCertificateErrors = flags;
+    return TRUE;
+}
+
+BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LPDWORD length)
+{
+    auto* const request = Resolve<Request>(handle);
+    if (!request)
+        return FALSE;
+    if (option != WINHTTP_OPTION_SERVER_CERT_CONTEXT || !buffer || !length || *length < sizeof(PCCERT_CONTEXT))
+        return Fail(ERROR_INVALID_PARAMETER);
+    X509* const peer = request->exchange.Peer();
+    if (!peer)
+        return Fail(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+    unsigned char* der = nullptr;
+    const int size = i2d_X509(peer, &der);
+    if (size <= 0)
+        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    const PCCERT_CONTEXT context = CertCreateCertificateContext(X509_ASN_ENCODING, der, static_cast<DWORD>(size));
+    OPENSSL_free(der);
+    std::memcpy(buffer, &context, sizeof(context));
+    *length = sizeof(context);
+    return context ? TRUE : FALSE;
 }
 
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle)

@@ -47,11 +47,12 @@ Exchange::~Exchange()
     curl_slist_free_all(connectTo_);
 }
 
-LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeouts)
+LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeouts, DWORD ignored)
 {
     Stop();
     message_ = std::move(message);
     timeouts_ = timeouts;
+    ignored_ = ignored;
     if (SizeOfRequestLine(message_.verb, target) + message_.head.size() > kMaxHead)
         return ERROR_WINHTTP_HEADER_SIZE_OVERFLOW;
     transfer_ = TakeTransfer();
@@ -101,6 +102,7 @@ void Exchange::Stop()
         ReturnTransfer(std::move(transfer_));
     transfer_.reset();
     running_ = connected_ = tlsRefused_ = headComplete_ = ended_ = false;
+    peer_.reset();
     error_ = 0;
     status_ = 0;
     headSize_ = 0;

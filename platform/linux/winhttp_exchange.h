@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/openssl_pointers.h"
 #include "platform/linux/winhttp_message.h"
 #include "platform/linux/winhttp_pool.h"
 #include "platform/secret_memory.h"
@@ -46,12 +47,15 @@ class Exchange {
 
     // Opens a new connection and sends; a request in progress is dropped with its connection.
     // ERROR_WINHTTP_HEADER_SIZE_OVERFLOW without a connection if the request line and the head exceed 64 KiB.
-    LONG Send(const Target& target, Message message, const Timeouts& timeouts);
+    // ignored: SECURITY_FLAG_IGNORE_...
+    LONG Send(const Target& target, Message message, const Timeouts& timeouts, DWORD ignored);
     LONG ReceiveHead();
     // Returns when at least one byte of the entity has arrived, or the entity has ended: then Buffered() is empty.
     // The receive time-out limits the whole wait, even if chunk sizes and trailers arrive meanwhile.
     LONG WaitForEntity();
 
+    // The server's certificate; NULL before a TLS handshake has succeeded.
+    X509* Peer() const { return peer_.get(); }
     DWORD Status() const { return status_; }
     // Status line and fields of the final response, each line ended by CR LF, and an empty line.
     std::string_view Head() const { return head_; }
@@ -71,6 +75,7 @@ class Exchange {
     static size_t OnEntity(char* data, size_t, size_t size, void* self);
     static CURLcode OnTlsContext(CURL*, void* context, void* self);
     static void OnTlsState(const SSL* ssl, int where, int result);
+    static int OnCertificate(int valid, X509_STORE_CTX* chain);
 
     void Configure(const Timeouts& timeouts);
     void Aim(const Target& target);
@@ -94,6 +99,7 @@ class Exchange {
     std::unique_ptr<Transfer> transfer_;
     Message message_ = {};
     Timeouts timeouts_;
+    DWORD ignored_ = 0;
     curl_slist* connectTo_ = nullptr;
     std::array<curl_slist, 8> fields_ = {};
 
@@ -102,6 +108,7 @@ class Exchange {
     bool connected_ = false;
     bool tlsRefused_ = false;
     bool headComplete_ = false;
+    CertificatePointer peer_;
     bool ended_ = false;
     LONG error_ = 0;
     DWORD status_ = 0;

@@ -69,8 +69,9 @@ void Exchange::Configure(const Timeouts& timeouts)
     // New connections resume earlier TLS sessions if the server allows it.
     Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     Set(CURLOPT_SSL_VERIFYPEER, 1L);
-    Set(CURLOPT_SSL_VERIFYHOST, 2L);
-    Set(CURLOPT_SSL_SESSIONID_CACHE, 1L);
+    Set(CURLOPT_SSL_VERIFYHOST, (ignored_ & SECURITY_FLAG_IGNORE_CERT_CN_INVALID) ? 0L : 2L);
+    // A session that began with a bad certificate must not be resumed by a request that would refuse it.
+    Set(CURLOPT_SSL_SESSIONID_CACHE, ignored_ ? 0L : 1L);
     Set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
     Set(CURLOPT_CAINFO, static_cast<char*>(nullptr));
     Set(CURLOPT_CAPATH, static_cast<char*>(nullptr));
@@ -125,17 +126,52 @@ CURLcode Exchange::OnTlsContext(CURL*, void* context, void* self)
     if (SSL_CTX_set_app_data(tls, self) != 1)
         return CURLE_OUT_OF_MEMORY;
     SSL_CTX_set_info_callback(tls, &OnTlsState);
+    if (static_cast<Exchange*>(self)->ignored_)
+        SSL_CTX_set_verify(tls, SSL_VERIFY_PEER, &OnCertificate);
     return CURLE_OK;
 }
 
 // A handshake that fails with a protocol error was refused by one side; without one, the connection broke.
 void Exchange::OnTlsState(const SSL* ssl, int where, int result)
 {
+    auto* const exchange = static_cast<Exchange*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+    if (where == SSL_CB_HANDSHAKE_DONE)
+        exchange->peer_.reset(SSL_get1_peer_certificate(ssl));
     if (where != SSL_CB_CONNECT_EXIT || result > 0)
         return;
     const unsigned long error = ERR_peek_error();
     if (ERR_GET_LIB(error) == ERR_LIB_SSL && ERR_GET_REASON(error) != SSL_R_UNEXPECTED_EOF_WHILE_READING)
-        static_cast<Exchange*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)))->tlsRefused_ = true;
+        exchange->tlsRefused_ = true;
+}
+
+// The flag that lets a certificate with this error pass, or 0.
+static DWORD FlagOf(int error)
+{
+    switch (error) {
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+        case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+        case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+        case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+            return SECURITY_FLAG_IGNORE_UNKNOWN_CA;
+        case X509_V_ERR_CERT_HAS_EXPIRED:
+        case X509_V_ERR_CERT_NOT_YET_VALID:
+            return SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
+        default:
+            return 0;
+    }
+}
+
+int Exchange::OnCertificate(int valid, X509_STORE_CTX* chain)
+{
+    const auto* const ssl =
+        static_cast<const SSL*>(X509_STORE_CTX_get_ex_data(chain, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    const auto* const exchange = static_cast<const Exchange*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+    if (!valid && (FlagOf(X509_STORE_CTX_get_error(chain)) & exchange->ignored_)) {
+        X509_STORE_CTX_set_error(chain, X509_V_OK);
+        return 1;
+    }
+    return valid;
 }
 
 }  // namespace winhttp

@@ -58,6 +58,7 @@ struct Request : Handle {
     std::string verb;
     Target origin;
     Timeouts timeouts;
+    DWORD ignoredCertificateErrors = 0;  // SECURITY_FLAG_IGNORE_...
     SecretString callerLines;
     const char* body = nullptr;
     size_t bodySize = 0;

@@ -67,7 +67,7 @@ LONG Request::SendTo(const Target& target)
     const LONG error = exchange.Send(
         current_,
         {currentVerb_.c_str(), ComposeHead(head, current_), withBody_ ? body : nullptr, withBody_ ? bodySize : 0},
-        timeouts);
+        timeouts, ignoredCertificateErrors);
     sent = error == 0;
     return error;
 }

@@ -49,6 +49,8 @@ void Simulator::Reset()
     Control("PUT", "/tokens",
             {{"lifetimeSeconds", 3600}, {"oid", kObjectId}, {"omit", json::array()}, {"tokenType", "Bearer"}});
     Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 0}, {"firstEmpty", false}});
+    Control("PUT", "/secret", {{"expired", false}});
+    Control("PUT", "/clock", {{"offsetSeconds", 0}});
     for (const auto& [vault, tier] : {std::pair(kVault, "premium"), std::pair(kStandardVault, "standard")}) {
         Control("DELETE", std::string("/vaults/") + vault);
         Control("PUT", std::string("/vaults/") + vault, {{"tier", tier}});

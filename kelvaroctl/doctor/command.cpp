@@ -1,0 +1,119 @@
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "kelvaroctl/commands.h"
+#include "kelvaroctl/doctor/doctor.h"
+
+namespace kelvaroctl {
+
+// In the order in which they are made: a vault's name may be known only after the sign-in.
+const std::vector<Check> kChecks = {
+    {"module", "module loads", 1, 2000, ExitCode::Configuration, nullptr, CheckModule},
+    {"registration", "registration", 2, 5000, ExitCode::Configuration, "module", CheckRegistration},
+    {"settings", "settings", 3, 2000, ExitCode::Configuration, nullptr, CheckSettings},
+    {"secret", "secret opens", 4, 1000, ExitCode::Configuration, "settings", CheckSecret},
+    {"log", "log", 5, 1000, ExitCode::Configuration, nullptr, CheckLog},
+    {"proxy", "proxy", 6, 5000, ExitCode::Refused, "settings", CheckProxy},
+    {"dns.signin", "sign-in host's name", 7, 5000, ExitCode::Refused, "settings", CheckSignInName},
+    {"tcp.signin", "sign-in host's port", 8, 5000, ExitCode::Refused, "dns.signin", CheckSignInPort},
+    {"tls.signin", "sign-in host's certificate", 9, 5000, ExitCode::Refused, "tcp.signin", CheckSignInTls},
+    {"signin.client", "sign-in, client credentials", 11, 10000, ExitCode::SignIn, "tls.signin", CheckClientSignIn},
+    {"signin.identity", "sign-in, managed identity", 11, 3000, ExitCode::SignIn, "settings", CheckIdentitySignIn},
+    {"dns.vault", "vault's name", 7, 5000, ExitCode::Refused, "settings", CheckVaultName},
+    {"tcp.vault", "vault's port", 8, 5000, ExitCode::Refused, "dns.vault", CheckVaultPort},
+    {"tls.vault", "vault's certificate", 9, 5000, ExitCode::Refused, "tcp.vault", CheckVaultTls},
+    {"clock", "clock", 10, 1000, ExitCode::Refused, nullptr, CheckClock},
+    {"vault", "vault answers", 12, 10000, ExitCode::Refused, "tls.vault", CheckVault},
+    {"right.keys.list", "right to list keys", 13, 10000, ExitCode::Refused, "vault", CheckListKeys},
+    {"right.keys.get", "right to get keys", 13, 10000, ExitCode::Refused, "vault", CheckGetKey},
+    {"right.keys.sign", "right to sign", 13, 10000, ExitCode::Refused, "vault", CheckSignRight},
+    {"right.certificates.list", "right to list certificates", 13, 10000, ExitCode::Refused, "vault",
+     CheckListCertificates},
+    {"right.certificates.get", "right to get certificates", 13, 10000, ExitCode::Refused, "vault", CheckGetCertificate},
+    {"key", "key", 14, 10000, ExitCode::Refused, "right.keys.get", CheckKey},
+    {"sign", "signature through the module", 15, 30000, ExitCode::Refused, "key", CheckSignature},
+    {"speed", "five more signatures", 16, 10000, ExitCode::Refused, "sign", CheckSpeed},
+    {"certificates", "certificate store", 17, 5000, ExitCode::Configuration, nullptr, CheckCertificates},
+    {"write", "a key is created, used and deleted", 18, 60000, ExitCode::Refused, nullptr, CheckWriting},
+};
+
+namespace {
+
+constexpr DWORD kTotalMs = 60000;
+constexpr DWORD kWritingMs = 60000;
+
+struct DoctorArguments {
+    std::string key;
+    bool write = false;
+    bool strict = false;
+    DWORD limit = 0;  // seconds
+    std::string step;
+};
+
+volatile std::sig_atomic_t interruptedBySignal = 0;
+
+extern "C" void RememberSignal(int)
+{
+    interruptedBySignal = 1;
+}
+
+// A check that never ends may still use what static destructors free.
+void EndWithoutDestructors(ExitCode exit)
+{
+    static std::atomic<int> status;
+    status = static_cast<int>(exit);
+    std::atexit([] { std::_Exit(status); });
+}
+
+Answer Examine(Tool& tool, const DoctorArguments& arguments)
+{
+    if (!arguments.step.empty())
+        return RunStep(tool, arguments.step, arguments.key);
+    Facts facts;
+    facts.tool = tool;
+    facts.key = arguments.key;
+    facts.keyNamed = !arguments.key.empty();
+    facts.write = arguments.write;
+    RunOptions options;
+    options.totalMs = kTotalMs + (arguments.write ? kWritingMs : 0);
+    options.limitMs = std::min(arguments.limit * 1000, options.totalMs);
+    options.ticks = GetTickCount64;
+    options.interrupted = [] { return interruptedBySignal != 0; };
+    options.onFinding = [&tool](const Finding& finding) {
+        if (!tool.json)
+            std::cout << TextOf(finding) << std::flush;
+    };
+    const auto before = std::signal(SIGINT, RememberSignal);
+    const RunResult result = RunChecks(kChecks, facts, options);
+    std::signal(SIGINT, before);
+    Answer answer;
+    answer.object = ObjectOf(result, arguments.strict);
+    answer.text = SummaryOf(result);
+    answer.exit = ExitOf(result, arguments.strict);
+    if (result.abandoned)
+        EndWithoutDestructors(answer.exit);
+    return answer;
+}
+
+}  // namespace
+
+Command DoctorCommand()
+{
+    const auto to = std::make_shared<DoctorArguments>();
+    return {"doctor",
+            "find out why it doesn't work, from the module to a signature",
+            {{"--key", &to->key, "the key to try; default: the first usable one", "NAME"},
+             {"--write", &to->write, "also create, use and delete a key in the vault"},
+             {"--strict", &to->strict, "warnings count as failures"},
+             {"--timeout", &to->limit, "how long each check may wait; default: 1 to 60, by check", "SECONDS"},
+             {"--step", &to->step, "for doctor itself: what its child process does", "STEP"}},
+            [to](Tool& tool) { return Examine(tool, *to); },
+            {},
+            "Nothing is changed without --write, except that the module does what it does in every program. No secret "
+            "is shown. Ends within a minute, with --write within two."};
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,175 @@
+// The parts of `doctor`: a table of checks, what they hand to each other, and what each of them found.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "kelvaroctl/doctor/sockets.h"
+#include "kelvaroctl/doctor/web.h"
+#include "kelvaroctl/tool.h"
+
+namespace kelvaroctl {
+
+enum class State { Ok, Warn, Fail, Skip };
+
+struct Outcome {
+    State state = State::Ok;
+    std::string found;
+    std::string cause = {};  // of a warning or failure
+    std::string fix = {};
+    ExitCode exit = ExitCode::Ok;  // of a failure, if it isn't the check's usual one
+    DWORD status = 0;              // HTTP status of the service's answer; 0: none
+    std::string code = {};         // the service's own error code
+    bool blocked = false;          // of a skip: something that it needs is broken, so it counts as broken, too
+    bool goesOn = false;           // of a failure: what builds on the check can be tried all the same
+};
+
+Outcome Good(std::string found);
+Outcome Warned(std::string found, std::string cause, std::string fix);
+Outcome Failed(std::string found, std::string cause, std::string fix);
+Outcome NotNeeded(std::string why);
+Outcome Blocked(std::string why);
+
+// What the service said, for programs: the status and its own code.
+Outcome Because(Outcome outcome, DWORD status, const std::string& code);
+
+// What the checks found out. Each check works on a copy, which replaces the original only if the check ends in time.
+struct Facts {
+    Tool tool;
+    std::string key;  // --key, else the first usable one; empty if there is none
+    bool keyNamed = false;
+    bool write = false;
+    ULONGLONG deadline = 0;  // of the running check, in ticks
+
+    // Settings.
+    std::string vault;  // empty while it isn't known
+    bool vaultFromIdentity = false;
+    DWORD signInMethods = 1;
+    std::string tenant;
+    std::string clientId;
+    std::string secret;
+    std::string sealedSecret;
+    bool plainKeys = false;
+    bool purges = true;
+
+    // From the services. The token is never shown.
+    std::string token;
+    std::string tokenTenant;
+    std::string objectId;
+    std::vector<Endpoint> signInEndpoints;
+    std::vector<Endpoint> vaultEndpoints;
+    int64_t serviceTime = 0;  // the latest `Date`, seconds since 1970; 0: none
+    int64_t askedAt = 0;      // this machine's clock at that time
+    std::string vaultTenant;  // the directory that the vault asks for
+    DWORD listStatus = 0;     // of the list of keys
+    std::string listCode;
+    std::vector<std::string> listedKeys;  // the vault's names; usable ones
+    std::string vaultKey;                 // the key as the vault names it
+    Json keyBundle;                       // the vault's answer for it, null if it was refused
+    DWORD keyStatus = 0;
+
+    std::string certificate;  // the vault's name of its first one, or ""
+
+    std::string VaultHost() const { return vault + ".vault.azure.net"; }
+    DWORD LeftMs() const;  // until the deadline, at least 1
+};
+
+struct Check {
+    const char* id;  // stable, for programs
+    const char* title;
+    int group;  // 1 to 18, as in the documentation
+    DWORD limitMs;
+    ExitCode exit;       // of a failure
+    const char* ground;  // the id of a check that must not be broken, or NULL
+    Outcome (*run)(Facts& facts);
+};
+extern const std::vector<Check> kChecks;
+
+// One line of the report.
+struct Finding {
+    const Check* check;
+    Outcome outcome;
+    ULONGLONG ms;
+};
+
+struct RunOptions {
+    DWORD totalMs;
+    DWORD limitMs;                                  // of each check; 0: its own
+    std::function<ULONGLONG()> ticks;               // milliseconds
+    std::function<bool()> interrupted;              // asked often
+    std::function<void(const Finding&)> onFinding;  // at once after each check
+};
+
+struct RunResult {
+    std::vector<Finding> findings;
+    bool interrupted = false;
+    bool abandoned = false;  // a check is still running
+};
+
+// Runs the checks in their order, each on a thread of its own, which is abandoned at the check's limit.
+RunResult RunChecks(const std::vector<Check>& checks, const Facts& facts, const RunOptions& options);
+
+// Of the first failure; with `strict` of the first warning too.
+ExitCode ExitOf(const RunResult& result, bool strict);
+std::string TextOf(const Finding& finding);
+std::string SummaryOf(const RunResult& result);
+Json ObjectOf(const RunResult& result, bool strict);
+
+// The answer of this program as a child: its JSON object.
+struct ChildAnswer {
+    Json object = Json::object();
+    ExitCode exit = ExitCode::Ok;
+    std::string problem;  // why there is no good answer; empty if there is one
+};
+// command: without the shared options. via: "module" or "ncrypt".
+ChildAnswer AskChild(const Facts& facts, const std::vector<std::string>& command, const std::string& via);
+
+// The vault's name of a key, and the reverse; see the vault's rules for names.
+std::string VaultNameOf(const std::string& clearName);
+std::string ClearNameOf(const std::string& vaultName);
+
+// Keeps the time of an answer for the check of the clock.
+void NoteTime(const WebAnswer& answer, Facts* facts);
+// A request to the vault, with the token.
+WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::string& path, const std::string& body = "");
+// The code of the vault's error, the inner one if there is one.
+std::string VaultCode(const WebAnswer& answer);
+
+// What a child process does for the checks 1, 2, 15, 16 and 18: the provider is used there only.
+Answer RunStep(Tool& tool, const std::string& step, const std::string& key);
+
+// The checks, by number.
+Outcome CheckModule(Facts& facts);
+Outcome CheckRegistration(Facts& facts);
+Outcome CheckSettings(Facts& facts);
+Outcome CheckSecret(Facts& facts);
+Outcome CheckLog(Facts& facts);
+Outcome CheckProxy(Facts& facts);
+Outcome CheckSignInName(Facts& facts);
+Outcome CheckVaultName(Facts& facts);
+Outcome CheckSignInPort(Facts& facts);
+Outcome CheckVaultPort(Facts& facts);
+Outcome CheckSignInTls(Facts& facts);
+Outcome CheckVaultTls(Facts& facts);
+Outcome CheckClock(Facts& facts);
+Outcome CheckClientSignIn(Facts& facts);
+Outcome CheckIdentitySignIn(Facts& facts);
+Outcome CheckVault(Facts& facts);
+Outcome CheckListKeys(Facts& facts);
+Outcome CheckGetKey(Facts& facts);
+Outcome CheckSignRight(Facts& facts);
+Outcome CheckListCertificates(Facts& facts);
+Outcome CheckGetCertificate(Facts& facts);
+Outcome CheckKey(Facts& facts);
+Outcome CheckSignature(Facts& facts);
+Outcome CheckSpeed(Facts& facts);
+Outcome CheckCertificates(Facts& facts);
+Outcome CheckWriting(Facts& facts);
+
+constexpr char kSignInHost[] = "login.microsoftonline.com";
+constexpr char kVaultResource[] = "https://vault.azure.net";
+constexpr DWORD kSignsInAsIdentity = 1;  // bits of Facts::signInMethods
+constexpr DWORD kSignsInAsClient = 2;
+
+}  // namespace kelvaroctl

@@ -1,0 +1,278 @@
+// Checks 1 to 5: what this machine has.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/doctor/surroundings.h"
+#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/settings_report.h"
+
+namespace kelvaroctl {
+
+Outcome CheckModule(Facts& facts)
+{
+    const ChildAnswer answer = AskChild(facts, {"doctor", "--step", "module"}, facts.tool.via);
+    if (!answer.problem.empty()) {
+        Outcome outcome = Failed("no provider", answer.problem,
+                                 "install Kelvaro again, or name the module with --module before the command");
+        outcome.exit = answer.exit;
+        return outcome;
+    }
+    return Good(JsonText(answer.object, "module") + ", version " + JsonText(answer.object, "version") + ", " +
+                std::to_string(sizeof(void*) * 8) + " bits");
+}
+
+Outcome CheckRegistration(Facts& facts)
+{
+    const std::optional<bool> listed = IsListedWithRouter();
+    if (!listed)
+        return NotNeeded("this system has no key storage router");
+    const std::string fix = "run kelvaro-register install as an administrator";
+    if (!*listed)
+        return Failed("not registered", "programs don't find the provider", fix);
+    const ChildAnswer answer = AskChild(facts, {"doctor", "--step", "module"}, "ncrypt");
+    if (!answer.problem.empty())
+        return Failed("registered, but the router can't open the provider", answer.problem, fix);
+    return Good("registered, and the router opens the provider");
+}
+
+namespace {
+
+struct Problems {
+    std::string bad;
+    std::string dubious;
+    std::string shown;
+};
+
+void Add(std::string* list, const std::string& text)
+{
+    if (!text.empty())
+        *list += (list->empty() ? "" : "; ") + text;
+}
+
+void Examine(const SettingsHive& hive, const Setting& setting, Problems* problems)
+{
+    const SettingState state = ReadSetting(hive, setting);
+    const std::string name = setting.name;
+    if (!state.ignored.empty())
+        Add(&problems->bad, name + " is ignored: " + state.ignored);
+    if (setting.kind == SettingKind::Secret || IsState(setting))
+        return;
+    std::string problem;
+    if (state.inForce)
+        problem = IsText(setting) ? TextProblem(setting, state.text) : NumberProblem(setting, state.number);
+    if (!problem.empty())
+        Add(&problems->bad, name + ": " + problem);
+    const std::string value = IsText(setting) ? ToNarrow(state.text) : std::to_string(state.number);
+    if (state.inForce || !value.empty())
+        Add(&problems->shown, name + "=" + value + (state.inForce ? "" : " (default)"));
+}
+
+// Values of the key that no setting has: slips of the pen.
+std::string UnknownNames(HKEY hive)
+{
+    std::string unknown;
+    HKEY key = nullptr;
+    if (RegOpenKeyW(hive, kSettingsKey, &key) != ERROR_SUCCESS)
+        return "";
+    WCHAR name[256];
+    for (DWORD index = 0;; ++index) {
+        DWORD length = 256;
+        if (RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+            break;
+        const std::string text = ToNarrow(WideView(name, length));
+        if (!text.empty() && !FindSetting(text))
+            Add(&unknown, text);
+    }
+    RegCloseKey(key);
+    return unknown;
+}
+
+Problems ExamineHive(const SettingsHive& hive)
+{
+    Problems problems;
+    hive.RequireReadable();
+    for (const Setting* setting = kSettings; setting->name; ++setting) {
+        if (!setting->machineOnly || hive.isMachine())
+            Examine(hive, *setting, &problems);
+    }
+    Add(&problems.shown, "secret " + SecretState(hive));
+    const std::string unknown = UnknownNames(hive.handle());
+    if (!unknown.empty())
+        Add(&problems.dubious, "unknown in the " + hive.scope() + "'s settings: " + unknown);
+    return problems;
+}
+
+std::string ComputerName()
+{
+    WCHAR name[256] = {};
+    DWORD size = 256;
+    return GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size) ? ToNarrow(name) : "";
+}
+
+// The vault's name as the module makes it.
+std::string VaultOf(std::string name)
+{
+    constexpr size_t kLongest = 24;
+    const size_t computer = name.find("%D");
+    if (computer != std::string::npos)
+        name.replace(computer, 2, ComputerName());
+    name.erase(std::remove(name.begin(), name.end(), '.'), name.end());
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch; });
+    return name.substr(0, kLongest);
+}
+
+void TakeSettings(const SettingsHive& hive, Facts* facts)
+{
+    const auto text = [&](const char* name) { return ToNarrow(ReadSetting(hive, *FindSetting(name)).text); };
+    const auto number = [&](const char* name) { return ReadSetting(hive, *FindSetting(name)).number; };
+    facts->vaultFromIdentity = text("KeyVault") == "%G";
+    if (!facts->vaultFromIdentity && TextProblem(*FindSetting("KeyVault"), ToWide(text("KeyVault"))).empty())
+        facts->vault = VaultOf(text("KeyVault"));
+    const DWORD methods = number("AuthenticationType");
+    facts->signInMethods = methods ? methods & (kSignsInAsClient | kSignsInAsIdentity) : kSignsInAsIdentity;
+    facts->tenant = text("TenantId");
+    facts->clientId = text("ClientId");
+    facts->secret = text("ClientSecret");
+    facts->sealedSecret = text("ClientDPAPISecret");
+    facts->plainKeys = number("CertificatesOrKeys") != 0;
+    facts->purges = number("DoDeletePurge") == 0;
+}
+
+std::string MissingIds(const Facts& facts)
+{
+    std::string missing;
+    if (facts.signInMethods & kSignsInAsClient) {
+        Add(&missing, facts.tenant.empty() ? "TenantId" : "");
+        Add(&missing, facts.clientId.empty() ? "ClientId" : "");
+        Add(&missing, facts.secret.empty() && facts.sealedSecret.empty() ? "ClientSecret" : "");
+    }
+    return missing;
+}
+
+// The hive that isn't in force, for whoever has set the wrong one.
+std::string OtherHive(const SettingsHive& other)
+{
+    try {
+        return other.scope() + ": " + (other.Read("KeyVault") ? "others, for its own keys" : "no KeyVault set");
+    } catch (const Failure&) {
+        return other.scope() + ": can't be read";
+    }
+}
+
+}  // namespace
+
+Outcome CheckSettings(Facts& facts)
+{
+    const SettingsHive hive = facts.tool.hive();
+    Problems problems = ExamineHive(hive);
+    TakeSettings(hive, &facts);
+    const std::string missing = MissingIds(facts);
+    if (!missing.empty())
+        Add(&problems.bad, "not set: " + missing);
+    if (!facts.signInMethods)
+        Add(&problems.bad, "AuthenticationType names no way of signing in");
+    Add(&problems.dubious, OtherViewDifference());
+    const std::string found = hive.scope() + ": " + problems.shown + "; " +
+                              OtherHive(SettingsHive(hive.isMachine() ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE));
+    const std::string scope = hive.isMachine() ? "kelvaroctl" : "kelvaroctl --user";
+    if (!problems.bad.empty()) {
+        Outcome outcome = Failed(found, problems.bad, scope + " config set NAME VALUE");
+        outcome.goesOn = true;
+        return outcome;
+    }
+    if (!problems.dubious.empty())
+        return Warned(found, problems.dubious, "compare with docs/settings.md");
+    return Good(found);
+}
+
+namespace {
+
+// Unprotects the secret as the module does. An empty text: *error says why.
+std::string Unprotect(const std::string& sealedText, DWORD* error)
+{
+    Bytes sealed;
+    *error = ERROR_INVALID_DATA;
+    if (!ParseBase64(sealedText, &sealed))
+        return "";
+    BYTE entropyBytes[sizeof(kSecretEntropy)];
+    for (size_t at = 0; at < sizeof(entropyBytes); ++at)
+        entropyBytes[at] = static_cast<BYTE>(kSecretEntropy[at / 4] >> (8 * (at % 4)));
+    DATA_BLOB blob = {static_cast<DWORD>(sealed.size()), sealed.data()};
+    DATA_BLOB entropy = {sizeof(entropyBytes), entropyBytes};
+    DATA_BLOB plain = {};
+    if (!CryptUnprotectData(&blob, nullptr, &entropy, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &plain)) {
+        *error = GetLastError();
+        return "";
+    }
+    RawValue value;
+    value.bytes.assign(plain.pbData, plain.pbData + plain.cbData);
+    SecureZeroMemory(plain.pbData, plain.cbData);
+    LocalFree(plain.pbData);
+    return ToNarrow(TextOf(value));
+}
+
+}  // namespace
+
+Outcome CheckSecret(Facts& facts)
+{
+    if (!(facts.signInMethods & kSignsInAsClient))
+        return NotNeeded("client credentials aren't used");
+    if (facts.secret.empty() && facts.sealedSecret.empty())
+        return Blocked("none is set");
+    const bool clear = !facts.secret.empty();
+    DWORD error = 0;
+    if (!clear)
+        facts.secret = Unprotect(facts.sealedSecret, &error);
+    if (facts.secret.empty()) {
+        return Failed("it doesn't open: error " + HexNumber(error),
+                      "it was protected on another machine or by another account, or is damaged",
+                      "kelvaroctl config set ClientSecret");
+    }
+    const std::string dubious = TextWarning(*FindSetting("ClientSecret"), ToWide(facts.secret));
+    const std::string found = clear ? "in clear until a program opens the provider" : "protected, and opens here";
+    return dubious.empty() ? Good(found) : Warned(found, dubious, "make another secret without these characters");
+}
+
+namespace {
+
+// Whether the log takes a line, without writing one.
+bool TakesLines(const std::string& file)
+{
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    if (fs::exists(fs::u8path(file), ignored))
+        return static_cast<bool>(std::ofstream(fs::u8path(file), std::ios::app));
+    // Today's file would belong to this account, and keep out the others.
+    const fs::path probe = fs::u8path(file + ".probe");
+    const bool taken = static_cast<bool>(std::ofstream(probe));
+    fs::remove(probe, ignored);
+    return taken;
+}
+
+}  // namespace
+
+Outcome CheckLog(Facts&)
+{
+    const std::optional<LogPlace> log = FindLogIfReadable();
+    if (!log)
+        return NotNeeded("this account can't read the machine's settings, where the log's are");
+    if (!log->level)
+        return Warned("off", "LoggingLevel is 0", "kelvaroctl config set LoggingLevel 1");
+    const std::string found = "level " + std::to_string(log->level) + ", " + log->file;
+    if (!log->folderExists)
+        return Failed(found, "the folder doesn't exist", "create it, for the accounts that use the provider");
+    if (!TakesLines(log->file)) {
+        return Failed(found, "this account can't write there: the owner or the rights of the file or its folder",
+                      "let all accounts that use the provider write there");
+    }
+    const SettingsHive machine(HKEY_LOCAL_MACHINE);
+    const std::string problem = ReadSetting(machine, *FindSetting("EVLoggingLevel")).number
+                                    ? EventSourceProblem(ToNarrow(ReadSetting(machine, *FindSetting("EventLog")).text))
+                                    : "";
+    return problem.empty() ? Good(found) : Warned(found, problem, "install Kelvaro again, or set EventLog");
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,243 @@
+// Checks 6 to 10: the way to the services.
+#include <cstdlib>
+
+#include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/doctor/surroundings.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+bool UsesClient(const Facts& facts)
+{
+    return (facts.signInMethods & kSignsInAsClient) != 0;
+}
+
+bool IsPrivate(const std::string& address)
+{
+    for (const char* begin : {"10.", "127.", "192.168.", "169.254.", "fc", "fd", "fe8", "::1"}) {
+        if (address.rfind(begin, 0) == 0)
+            return true;
+    }
+    const int second = address.rfind("172.", 0) == 0 ? std::atoi(address.c_str() + 4) : 0;
+    return second >= 16 && second <= 31;
+}
+
+// Asks the proxy to connect to a host. Empty: it does.
+Outcome AskProxy(const Facts& facts, const std::string& proxy, const std::string& host)
+{
+    const size_t colon = proxy.rfind(':');
+    std::string problem;
+    const auto port = static_cast<INTERNET_PORT>(std::atoi(proxy.c_str() + colon + 1));
+    const std::vector<Endpoint> endpoints = Resolve(proxy.substr(0, colon), port, &problem);
+    const std::string target = host + ":443";
+    std::string answer;
+    if (!endpoints.empty())
+        problem = Connect(endpoints[0], facts.LeftMs(),
+                          "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n", &answer);
+    const std::string found = "through " + proxy;
+    if (!problem.empty())
+        return Failed(found, "the proxy can't be reached: " + problem, "correct the proxy, or exempt " + host);
+    const std::string line = answer.substr(0, answer.find('\r'));
+    const std::string status = line.size() > 12 ? line.substr(9, 3) : "";
+    if (status == "407") {
+        return Failed(found, "the proxy asks for a name and password (407), which isn't supported",
+                      "let this machine through without, or exempt " + host);
+    }
+    if (status != "200")
+        return Failed(found, "the proxy doesn't connect to " + host + ": " + line, "allow it, or exempt " + host);
+    return Good(found);
+}
+
+// Where the requests to the identity services would go; empty if directly.
+std::string ProxyOfIdentity()
+{
+    for (const char* host : {"169.254.169.254", "localhost", "127.0.0.1"}) {
+        const std::string proxy = ProxyFor(host, false);
+        if (!proxy.empty())
+            return proxy;
+    }
+    return "";
+}
+
+}  // namespace
+
+Outcome CheckProxy(Facts& facts)
+{
+    const std::string host = facts.vault.empty() ? "vault.azure.net" : facts.VaultHost();
+    Outcome outcome = Good("none");
+    for (const std::string& asked : {UsesClient(facts) ? std::string(kSignInHost) : host, host}) {
+        const std::string proxy = ProxyFor(asked, true);
+        if (!proxy.empty() && outcome.state == State::Ok)
+            outcome = AskProxy(facts, proxy, asked);
+    }
+    const std::string seen = (facts.signInMethods & kSignsInAsIdentity) ? ProxyOfIdentity() : "";
+    if (seen.empty() || outcome.state == State::Fail)
+        return outcome;
+    return Warned("requests to the identity services go through " + seen,
+                  "the proxy sees this machine's token, and the secret of its Arc agent",
+                  "exempt 169.254.169.254, 127.0.0.1 and localhost from the proxy");
+}
+
+namespace {
+
+Outcome CheckName(const std::string& host, bool isVault, std::vector<Endpoint>* endpoints)
+{
+    const std::string proxy = ProxyFor(host, true);
+    if (!proxy.empty())
+        return NotNeeded("the proxy looks it up");
+    std::string problem;
+    *endpoints = Resolve(host, INTERNET_DEFAULT_HTTPS_PORT, &problem);
+    if (endpoints->empty()) {
+        return Failed(host + ": " + problem,
+                      isVault ? "there is no vault of this name, or this machine's DNS doesn't answer"
+                              : "this machine's DNS doesn't answer, or doesn't know public names",
+                      isVault ? "is KeyVault spelt right? With a private endpoint: link its DNS zone to this network"
+                              : "correct the DNS, or name a proxy");
+    }
+    std::string found = host + ":";
+    for (const Endpoint& endpoint : *endpoints)
+        found += " " + endpoint.address + (IsPrivate(endpoint.address) ? " (private)" : "");
+    return Good(found);
+}
+
+Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
+{
+    if (endpoints.empty())
+        return NotNeeded("through the proxy");
+    size_t left = endpoints.size();
+    std::string problems;
+    for (const Endpoint& endpoint : endpoints) {
+        const std::string problem = Connect(endpoint, facts.LeftMs() / static_cast<DWORD>(left--));
+        if (!problem.empty())
+            problems += (problems.empty() ? "" : "; ") + endpoint.address + " port " + std::to_string(endpoint.port) +
+                        ": " + problem;
+        else if (problems.empty())
+            return Good(endpoint.address + " port " + std::to_string(endpoint.port) + " is open");
+        else
+            return Warned(problems, "not every address can be reached", "the firewall; or IPv6, which isn't routed");
+    }
+    return Failed(problems, "a firewall refuses or drops the connection", "let this machine out to port 443");
+}
+
+struct CertificateFault {
+    DWORD flag;
+    const char* cause;
+    const char* fix;
+};
+
+constexpr CertificateFault kFaults[] = {
+    {SECURITY_FLAG_IGNORE_UNKNOWN_CA, "the root isn't trusted here: a proxy that inspects TLS",
+     "trust the issuer's root on this machine, or exempt the host from inspection"},
+    {SECURITY_FLAG_IGNORE_CERT_DATE_INVALID, "the certificate has expired or isn't valid yet",
+     "set this machine's clock; if it is right, the certificate is a proxy's"},
+    {SECURITY_FLAG_IGNORE_CERT_CN_INVALID, "the certificate is for another name",
+     "the name leads to the wrong machine: DNS, or a proxy"},
+};
+
+// Of what is wrong with a certificate: a request is refused for a fault if it ignores all the others.
+Outcome ExplainRefusal(WebRequest request, const Facts& facts)
+{
+    constexpr DWORD kAll =
+        SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
+    request.ignoredCertificateErrors = kAll;
+    const WebAnswer seen = Ask(request, facts.LeftMs());
+    if (seen.issuer.empty()) {
+        return Failed(request.host + ": " + WebErrorText(seen.error), "no common protocol or cipher",
+                      "TLS 1.2 must be allowed on this machine and on the way");
+    }
+    const std::string found = request.host + ": issuer " + seen.issuer + ", until " + seen.expires;
+    for (const CertificateFault& fault : kFaults) {
+        request.ignoredCertificateErrors = kAll & ~fault.flag;
+        if (Ask(request, facts.LeftMs()).error)
+            return Failed(found, std::string(fault.cause) + "; issuer: " + seen.issuer, fault.fix);
+    }
+    return Failed(found, "the platform refuses the certificate", "look at it in a browser on this machine");
+}
+
+// request: without a token.
+Outcome CheckTls(const WebRequest& request, Facts* facts, WebAnswer* answer)
+{
+    constexpr DWORD kSecureChannelError = 12157;
+    *answer = Ask(request, facts->LeftMs());
+    if (answer->error == static_cast<DWORD>(ERROR_WINHTTP_SECURE_FAILURE) || answer->error == kSecureChannelError)
+        return ExplainRefusal(request, *facts);
+    if (answer->error) {
+        return Failed(request.host + ": " + WebErrorText(answer->error),
+                      "something takes the connection and doesn't answer, or breaks it",
+                      "a firewall, a load balancer or a proxy on the way");
+    }
+    NoteTime(*answer, facts);
+    return Good("issuer " + answer->issuer + ", until " + answer->expires);
+}
+
+}  // namespace
+
+Outcome CheckSignInName(Facts& facts)
+{
+    if (!UsesClient(facts))
+        return NotNeeded("client credentials aren't used");
+    return CheckName(kSignInHost, false, &facts.signInEndpoints);
+}
+
+Outcome CheckVaultName(Facts& facts)
+{
+    if (facts.vault.empty())
+        return Blocked(facts.vaultFromIdentity ? "the vault is named after the identity, which isn't known"
+                                               : "KeyVault isn't a vault's name");
+    return CheckName(facts.VaultHost(), true, &facts.vaultEndpoints);
+}
+
+Outcome CheckSignInPort(Facts& facts)
+{
+    return UsesClient(facts) ? CheckPort(facts, facts.signInEndpoints) : NotNeeded("client credentials aren't used");
+}
+
+Outcome CheckVaultPort(Facts& facts)
+{
+    return CheckPort(facts, facts.vaultEndpoints);
+}
+
+Outcome CheckSignInTls(Facts& facts)
+{
+    if (!UsesClient(facts))
+        return NotNeeded("client credentials aren't used");
+    WebAnswer answer;
+    return CheckTls({kSignInHost, "/common/oauth2/token"}, &facts, &answer);
+}
+
+Outcome CheckVaultTls(Facts& facts)
+{
+    WebAnswer answer;
+    const Outcome outcome = CheckTls({facts.VaultHost(), "/keys?api-version=7.0"}, &facts, &answer);
+    // Bearer authorization="https://login.windows.net/TENANT", resource=...
+    constexpr char kTenant[] = "login.windows.net/";
+    const std::string challenge = answer.Field("WWW-Authenticate");
+    const size_t at = challenge.find(kTenant);
+    if (at != std::string::npos)
+        facts.vaultTenant = challenge.substr(at + sizeof(kTenant) - 1, 36);
+    return outcome;
+}
+
+void NoteTime(const WebAnswer& answer, Facts* facts)
+{
+    if (const int64_t time = answer.Time()) {
+        facts->serviceTime = time;
+        facts->askedAt = _time64(nullptr);
+    }
+}
+
+Outcome CheckClock(Facts& facts)
+{
+    if (!facts.serviceTime)
+        return NotNeeded("no service has told the time");
+    const int64_t off = facts.askedAt - facts.serviceTime;
+    const std::string found =
+        std::to_string(std::abs(off)) + " s " + (off < 0 ? "behind" : "ahead of") + " the services";
+    const std::string fix = "set this machine's clock, and keep it right by NTP";
+    if (std::abs(off) > 300)
+        return Failed(found, "with such a clock, tokens and certificates count as expired or not yet valid", fix);
+    return std::abs(off) > 60 ? Warned(found, "the clock is wrong", fix) : Good(found);
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,84 @@
+// What the child process does: calls through the provider. A failure is reported as any command's is.
+#include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/doctor/signature_check.h"
+#include "kelvaroctl/hash.h"
+
+namespace kelvaroctl {
+
+namespace {
+
+struct Pkcs1Padding {
+    BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
+    void* info = nullptr;
+    DWORD flags = 0;
+};
+
+Answer ShowModule(const Tool& tool)
+{
+    const auto provider = tool.OpenProvider();
+    const DWORD version = PropertyNumber(provider->Property(NCRYPT_VERSION_PROPERTY).value_or(Bytes()));
+    Answer answer;
+    answer.object = {{"module", provider->binding().place()},
+                     {"version", std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF)}};
+    return answer;
+}
+
+const SignatureAlgorithm& AlgorithmOf(const PublicKey& key)
+{
+    if (key.isRsa)
+        return FindSignatureAlgorithm("RS256");
+    return FindSignatureAlgorithm(key.curve->width == 32 ? "ES256" : key.curve->width == 48 ? "ES384" : "ES512");
+}
+
+// Signs `count` times.
+Answer SignWith(const Key& key, int count)
+{
+    const Bytes blob = key.PublicBlob();
+    const SignatureAlgorithm& algorithm = AlgorithmOf(ParsePublicBlob(blob));
+    Pkcs1Padding padding;
+    if (algorithm.family == SignatureFamily::Pkcs1) {
+        padding.pkcs1.pszAlgId = algorithm.hash;
+        padding.info = &padding.pkcs1;
+        padding.flags = BCRYPT_PAD_PKCS1;
+    }
+    Answer answer;
+    answer.object = {{"algorithm", algorithm.name}, {"ms", Json::array()}, {"verified", true}};
+    for (int at = 0; at < count; ++at) {
+        const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1, static_cast<BYTE>(at)));
+        const ULONGLONG start = GetTickCount64();
+        const Bytes signature = key.Sign(padding.info, digest, padding.flags);
+        answer.object["ms"].push_back(GetTickCount64() - start);
+        if (!IsSignatureOf(blob, algorithm, digest, signature))
+            answer.object["verified"] = false;
+    }
+    return answer;
+}
+
+Answer Write(const Tool& tool, const std::string& name)
+{
+    const auto provider = tool.OpenProvider();
+    Key key = Key::Create(*provider, name, "ECDSA_P256", false);
+    key.Finalize();
+    try {
+        const Answer answer = SignWith(key, 1);
+        key.Delete();
+        return answer;
+    } catch (const Failure&) {
+        key.Delete();
+        throw;
+    }
+}
+
+}  // namespace
+
+Answer RunStep(Tool& tool, const std::string& step, const std::string& key)
+{
+    if (step == "module")
+        return ShowModule(tool);
+    if (step == "write")
+        return Write(tool, key);
+    const auto provider = tool.OpenProvider();
+    return SignWith(Key(*provider, key), step == "speed" ? 5 : 1);
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,303 @@
+// Checks 12 to 14: the vault, the rights and the key.
+#include <algorithm>
+
+#include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/hash.h"
+#include "kelvaroctl/signature_algorithms.h"
+
+namespace kelvaroctl {
+
+WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::string& path, const std::string& body)
+{
+    WebRequest request = {facts.VaultHost(), path + "?api-version=7.0", verb};
+    request.headers = "Authorization: Bearer " + facts.token + "\r\nAccept: application/json\r\n";
+    if (!body.empty())
+        request.headers += "Content-Type: application/json\r\n";
+    request.body = body;
+    return Ask(request, facts.LeftMs());
+}
+
+std::string VaultCode(const WebAnswer& answer)
+{
+    const Json error = answer.json.is_object() ? answer.json.value("error", Json()) : Json();
+    const Json inner = error.is_object() ? error.value("innererror", Json()) : Json();
+    const std::string code = JsonText(inner, "code");
+    return code.empty() ? JsonText(error, "code") : code;
+}
+
+namespace {
+
+struct VaultRefusal {
+    DWORD status;
+    const char* code;  // NULL: any
+    const char* cause;
+    const char* fix;
+};
+
+constexpr VaultRefusal kRefusals[] = {
+    {400, nullptr, "no such vault, or not a vault's answer", "is KeyVault spelt right?"},
+    {403, "ForbiddenByFirewall", "the vault's firewall keeps this machine out",
+     "az keyvault network-rule add --name VAULT --ip-address ADDRESS"},
+    {403, "ForbiddenByConnection", "the vault takes private connections only",
+     "a private endpoint and its DNS zone for this machine's network, or public access for the vault"},
+    {404, nullptr, "not found", "is it a deleted one?"},
+    {429, nullptr, "throttled: too many requests of this vault", "fewer requests, or a vault for each machine"},
+};
+
+std::string MessageOf(const WebAnswer& answer)
+{
+    const Json error = answer.json.is_object() ? answer.json.value("error", Json()) : Json();
+    const std::string message = JsonText(error, "message");
+    return message.substr(0, message.find('\r'));
+}
+
+Outcome ExplainToken(const Facts& facts)
+{
+    const std::string found = "401, the token isn't accepted";
+    if (!facts.vaultTenant.empty() && !EqualIgnoringCase(facts.vaultTenant, facts.tokenTenant)) {
+        return Failed(
+            found,
+            "the vault belongs to directory " + facts.vaultTenant + ", the token is of directory " + facts.tokenTenant,
+            "sign in to the vault's directory: TenantId, or another identity");
+    }
+    return Failed(found, "the vault takes the token for expired or for another's", "check this machine's clock");
+}
+
+// Of an answer that is no success and no missing right.
+Outcome Explain(const WebAnswer& answer, const Facts& facts)
+{
+    if (answer.error)
+        return Failed(WebErrorText(answer.error), "the vault doesn't answer", "run it again");
+    Outcome outcome = Failed(std::to_string(answer.status) + " " + VaultCode(answer) + ", " + MessageOf(answer),
+                             "the service has a fault", "run it again in a minute");
+    if (answer.status < 300) {
+        outcome = Failed("status " + std::to_string(answer.status) + ", but not the vault's answer",
+                         "something else answers: a proxy, or a page to log on to the network",
+                         "look at what this machine gets from the vault's host in a browser");
+    } else if (answer.status == 401) {
+        outcome = ExplainToken(facts);
+    }
+    for (const VaultRefusal& row : kRefusals) {
+        if (row.status == answer.status && (!row.code || VaultCode(answer) == row.code)) {
+            outcome.cause = row.cause;
+            outcome.fix = row.fix;
+        }
+    }
+    return Because(outcome, answer.status, VaultCode(answer));
+}
+
+bool KeepsOut(const std::string& code)
+{
+    return code == "ForbiddenByFirewall" || code == "ForbiddenByConnection";
+}
+
+bool IsMissingRight(DWORD status, const std::string& code)
+{
+    return status == 403 && !KeepsOut(code);
+}
+
+// kind: "key" or "certificate".
+Outcome MissingRight(const Facts& facts, const std::string& kind, const std::string& right, const std::string& code)
+{
+    const std::string policy = "az keyvault set-policy --name " + facts.vault + " --object-id " + facts.objectId +
+                               " --" + kind + "-permissions " + right;
+    const std::string role = "az role assignment create --assignee-object-id " + facts.objectId +
+                             " --assignee-principal-type ServicePrincipal --role \"" +
+                             (kind == "key" ? "Key Vault Crypto User" : "Key Vault Reader") +
+                             "\" --scope $(az keyvault show --name " + facts.vault + " --query id -o tsv)";
+    const std::string fix = code == "ForbiddenByRbac"                               ? role
+                            : code == "AccessDenied" || code == "ForbiddenByPolicy" ? policy
+                                                                                    : role + "; or " + policy;
+    return Because(Failed("403 " + code, "the identity may not " + right + " " + kind + "s", fix), 403, code);
+}
+
+bool IsUsable(const Json& attributes)
+{
+    const int64_t now = _time64(nullptr);
+    const auto time = [&](const char* name, int64_t fallback) {
+        return attributes.is_object() && attributes.contains(name) && attributes[name].is_number()
+                   ? attributes[name].get<int64_t>()
+                   : fallback;
+    };
+    const bool enabled = !attributes.is_object() || !attributes.contains("enabled") || attributes["enabled"] == true;
+    return enabled && time("nbf", 0) <= now && now < time("exp", INT64_MAX);
+}
+
+// The name in https://VAULT/keys/NAME.
+std::string NameIn(const Json& item)
+{
+    const std::string kid = JsonText(item, "kid");
+    const std::string url = kid.empty() ? JsonText(item, "id") : kid;
+    const size_t slash = url.rfind('/');
+    return slash == std::string::npos ? "" : url.substr(slash + 1);
+}
+
+const Json* ListIn(const WebAnswer& answer)
+{
+    const bool good = answer.status == 200 && answer.json.is_object() && answer.json.contains("value");
+    return good && answer.json["value"].is_array() ? &answer.json["value"] : nullptr;
+}
+
+}  // namespace
+
+Outcome CheckVault(Facts& facts)
+{
+    if (facts.token.empty())
+        return Blocked("needs a sign-in");
+    const WebAnswer answer = AskVault(facts, "GET", "/keys");
+    NoteTime(answer, &facts);
+    facts.listStatus = answer.status;
+    facts.listCode = VaultCode(answer);
+    if (IsMissingRight(answer.status, facts.listCode))
+        return Good("it does, and refuses to list its keys");
+    const Json* const list = ListIn(answer);
+    if (answer.error || !list)
+        return Explain(answer, facts);
+    for (const Json& item : *list) {
+        if (IsUsable(item.is_object() ? item.value("attributes", Json()) : Json()))
+            facts.listedKeys.push_back(NameIn(item));
+    }
+    return Good("it does, with " + std::to_string(list->size()) + " keys on its first page");
+}
+
+Outcome CheckListKeys(Facts& facts)
+{
+    if (facts.listStatus == 200)
+        return Good("granted");
+    Outcome outcome = MissingRight(facts, "key", "list", facts.listCode);
+    // A program that knows its key doesn't list.
+    if (facts.keyNamed)
+        outcome.state = State::Warn;
+    return outcome;
+}
+
+namespace {
+
+// The vault decides on the right before it looks for the object.
+constexpr char kProbe[] = "kelvaroctl-doctor-probe";
+
+Outcome JudgeRight(const WebAnswer& answer, const Facts& facts, const std::string& kind, const std::string& right)
+{
+    if (answer.error || answer.status == 401 || answer.status == 429 || answer.status >= 500 ||
+        KeepsOut(VaultCode(answer)))
+        return Explain(answer, facts);
+    if (IsMissingRight(answer.status, VaultCode(answer)))
+        return MissingRight(facts, kind, right, VaultCode(answer));
+    if (answer.status < 300 && !answer.json.is_object())
+        return Explain(answer, facts);
+    return Good("granted");
+}
+
+}  // namespace
+
+Outcome CheckGetKey(Facts& facts)
+{
+    if (!facts.keyNamed && !facts.listedKeys.empty())
+        facts.key = ClearNameOf(facts.listedKeys[0]);
+    facts.vaultKey = facts.key.empty() ? kProbe : VaultNameOf(facts.key);
+    const WebAnswer answer = AskVault(facts, "GET", "/keys/" + facts.vaultKey);
+    facts.keyStatus = answer.status;
+    facts.keyBundle = answer.status == 200 ? answer.json : Json();
+    return JudgeRight(answer, facts, "key", "get");
+}
+
+namespace {
+
+Json KeyIn(const Facts& facts)
+{
+    return facts.keyBundle.is_object() ? facts.keyBundle.value("key", Json::object()) : Json::object();
+}
+
+bool MaySign(const Facts& facts)
+{
+    const Json operations = KeyIn(facts).value("key_ops", Json::array());
+    return std::find(operations.begin(), operations.end(), Json("sign")) != operations.end();
+}
+
+// Why the key can't sign whatever the rights are; empty if it can.
+std::string KeyProblem(const Facts& facts)
+{
+    const Json attributes = facts.keyBundle.value("attributes", Json::object());
+    if (attributes.value("enabled", true) == false)
+        return "disabled";
+    if (!IsUsable(attributes))
+        return attributes.value("nbf", int64_t{0}) > _time64(nullptr) ? "not valid yet" : "expired";
+    return MaySign(facts) ? "" : "not allowed to sign";
+}
+
+const SignatureAlgorithm& AlgorithmFor(const Facts& facts)
+{
+    const std::string curve = JsonText(KeyIn(facts), "crv");
+    return FindSignatureAlgorithm(curve == "P-256"   ? "ES256"
+                                  : curve == "P-384" ? "ES384"
+                                  : curve == "P-521" ? "ES512"
+                                                     : "RS256");
+}
+
+}  // namespace
+
+Outcome CheckSignRight(Facts& facts)
+{
+    if (facts.keyBundle.is_object() && !KeyProblem(facts).empty())
+        return NotNeeded("can't be told with a key that is " + KeyProblem(facts));
+    const SignatureAlgorithm& algorithm = AlgorithmFor(facts);
+    const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1));
+    const Json body = {{"alg", algorithm.name}, {"value", Base64Url(digest)}};
+    return JudgeRight(AskVault(facts, "POST", "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
+}
+
+namespace {
+
+// Without certificates the provider works, but they don't come to the machine.
+Outcome JudgeCertificates(const WebAnswer& answer, const Facts& facts, const char* right)
+{
+    Outcome outcome = JudgeRight(answer, facts, "certificate", right);
+    if (outcome.state == State::Fail)
+        outcome.state = State::Warn;
+    return outcome;
+}
+
+}  // namespace
+
+Outcome CheckListCertificates(Facts& facts)
+{
+    if (facts.plainKeys || facts.tool.user)
+        return NotNeeded("the settings bring no certificates from the vault");
+    const WebAnswer answer = AskVault(facts, "GET", "/certificates");
+    const Json* const list = ListIn(answer);
+    facts.certificate = list && !list->empty() ? NameIn(list->front()) : "";
+    return JudgeCertificates(answer, facts, "list");
+}
+
+Outcome CheckGetCertificate(Facts& facts)
+{
+    if (facts.plainKeys || facts.tool.user)
+        return NotNeeded("the settings bring no certificates from the vault");
+    const std::string name = facts.certificate.empty() ? kProbe : facts.certificate;
+    return JudgeCertificates(AskVault(facts, "GET", "/certificates/" + name), facts, "get");
+}
+
+Outcome CheckKey(Facts& facts)
+{
+    if (facts.key.empty()) {
+        return facts.listStatus == 200 ? NotNeeded("no usable key on the first page of the list: name one with --key")
+                                       : NotNeeded("no list to choose from: name one with --key");
+    }
+    if (!facts.keyBundle.is_object()) {
+        Outcome outcome = Failed("'" + facts.key + "': " + std::to_string(facts.keyStatus), "the vault has no such key",
+                                 "kelvaroctl keys list; is it a deleted one?");
+        outcome.exit = ExitCode::NotFound;
+        return Because(outcome, facts.keyStatus, "");
+    }
+    const Json key = KeyIn(facts);
+    const std::string kind = JsonText(key, "kty") + (key.contains("crv") ? " " + JsonText(key, "crv") : "");
+    const std::string found = "'" + facts.key + "', " + kind;
+    const std::string problem = KeyProblem(facts);
+    if (!problem.empty())
+        return Failed(found, "the key is " + problem,
+                      "az keyvault key set-attributes --vault-name " + facts.vault + " --name " + facts.vaultKey +
+                          "; or another key");
+    return Good(found + ", enabled");
+}
+
+}  // namespace kelvaroctl

@@ -1,0 +1,173 @@
+#include "kelvaroctl/doctor/web.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace kelvaroctl {
+
+namespace {
+
+constexpr size_t kMostBody = 1024 * 1024;
+
+struct InternetCloser {
+    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
+};
+using Internet = std::unique_ptr<void, InternetCloser>;
+
+struct ContextFreer {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+
+// Days since 1970 of a date in the Gregorian calendar.
+int64_t DaysOf(int64_t year, int64_t month, int64_t day)
+{
+    year -= month <= 2 ? 1 : 0;
+    const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    return year * 365 + year / 4 - year / 100 + year / 400 + dayOfYear - 719468;
+}
+
+std::string DateOf(const FILETIME& time)
+{
+    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    const __time64_t seconds = static_cast<__time64_t>(ticks / 10000000) - 11644473600;
+    struct tm parts = {};
+    char text[16] = "";
+    if (_gmtime64_s(&parts, &seconds) == 0)
+        strftime(text, sizeof(text), "%Y-%m-%d", &parts);
+    return text;
+}
+
+void ReadCertificate(HINTERNET request, WebAnswer* answer)
+{
+    PCCERT_CONTEXT found = nullptr;
+    DWORD size = sizeof(found);
+    if (!WinHttpQueryOption(request, WINHTTP_OPTION_SERVER_CERT_CONTEXT, &found, &size))
+        return;
+    const std::unique_ptr<const CERT_CONTEXT, ContextFreer> owner(found);
+    CERT_NAME_BLOB issuer = found->pCertInfo->Issuer;
+    WideText text(512, 0);
+    CertNameToStrW(X509_ASN_ENCODING, &issuer, CERT_X500_NAME_STR, text.data(), static_cast<DWORD>(text.size()));
+    answer->issuer = ToNarrow(text.substr(0, text.find(WCHAR{0})));
+    answer->expires = DateOf(found->pCertInfo->NotAfter);
+}
+
+void ReadHead(HINTERNET request, WebAnswer* answer)
+{
+    DWORD size = sizeof(answer->status);
+    WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
+                        &answer->status, &size, WINHTTP_NO_HEADER_INDEX);
+    std::vector<WCHAR> head(64 * 1024);
+    size = static_cast<DWORD>(head.size() * sizeof(WCHAR));
+    if (WinHttpQueryHeaders(request, WINHTTP_QUERY_RAW_HEADERS_CRLF, WINHTTP_HEADER_NAME_BY_INDEX, head.data(), &size,
+                            WINHTTP_NO_HEADER_INDEX))
+        answer->head = ToNarrow(WideView(head.data(), size / sizeof(WCHAR)));
+}
+
+DWORD ReadBody(HINTERNET request, WebAnswer* answer)
+{
+    DWORD available = 0;
+    while (answer->body.size() < kMostBody) {
+        if (!WinHttpQueryDataAvailable(request, &available))
+            return GetLastError();
+        if (!available)
+            break;
+        std::string piece(available, 0);
+        DWORD read = 0;
+        if (!WinHttpReadData(request, piece.data(), available, &read))
+            return GetLastError();
+        answer->body.append(piece, 0, read);
+    }
+    return 0;
+}
+
+DWORD Exchange(HINTERNET handle, const WebRequest& request, WebAnswer* answer)
+{
+    DWORD flags = request.ignoredCertificateErrors;
+    if (flags && !WinHttpSetOption(handle, WINHTTP_OPTION_SECURITY_FLAGS, &flags, sizeof(flags)))
+        return GetLastError();
+    const WideText headers = ToWide(request.headers);
+    const DWORD size = static_cast<DWORD>(request.body.size());
+    if (!WinHttpSendRequest(handle, headers.empty() ? nullptr : headers.c_str(), static_cast<DWORD>(-1),
+                            size ? const_cast<char*>(request.body.data()) : nullptr, size, size, 0))
+        return GetLastError();
+    ReadCertificate(handle, answer);
+    if (!WinHttpReceiveResponse(handle, nullptr))
+        return GetLastError();
+    ReadHead(handle, answer);
+    return ReadBody(handle, answer);
+}
+
+}  // namespace
+
+WebAnswer Ask(const WebRequest& request, DWORD limitMs)
+{
+    WebAnswer answer;
+    const int limit = static_cast<int>(limitMs);
+    const Internet session(WinHttpOpen(TEXT("kelvaroctl"), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+                                       WINHTTP_NO_PROXY_BYPASS, 0));
+    if (session)
+        WinHttpSetTimeouts(session.get(), limit, limit, limit, limit);
+    const Internet connection(WinHttpConnect(session.get(), ToWide(request.host).c_str(), request.port, 0));
+    const Internet handle(WinHttpOpenRequest(connection.get(), ToWide(request.verb).c_str(),
+                                             ToWide(request.path).c_str(), nullptr, WINHTTP_NO_REFERER,
+                                             WINHTTP_DEFAULT_ACCEPT_TYPES, request.secure ? WINHTTP_FLAG_SECURE : 0));
+    answer.error = handle ? Exchange(handle.get(), request, &answer) : GetLastError();
+    answer.json = Json::parse(answer.body, nullptr, false);
+    if (answer.json.is_discarded())
+        answer.json = nullptr;
+    return answer;
+}
+
+std::string WebAnswer::Field(const char* name) const
+{
+    const size_t length = std::strlen(name);
+    for (size_t at = head.find("\r\n"); at != std::string::npos; at = head.find("\r\n", at + 2)) {
+        const std::string_view line = std::string_view(head).substr(at + 2, head.find("\r\n", at + 2) - at - 2);
+        if (line.size() > length && line[length] == ':' && EqualIgnoringCase(line.substr(0, length), name)) {
+            const size_t begin = line.find_first_not_of(" \t", length + 1);
+            return begin == std::string_view::npos ? "" : std::string(line.substr(begin));
+        }
+    }
+    return "";
+}
+
+int64_t WebAnswer::Time() const
+{
+    constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    int day = 0, year = 0, hour = 0, minute = 0, second = 0;
+    char month[4] = "";
+    if (std::sscanf(Field("Date").c_str(), "%*3s, %d %3s %d %d:%d:%d", &day, month, &year, &hour, &minute, &second) !=
+        6)
+        return 0;
+    const char* const found = std::strstr(kMonths, month);
+    return found ? DaysOf(year, (found - kMonths) / 3 + 1, day) * 86400 + hour * 3600 + minute * 60 + second : 0;
+}
+
+std::string WebErrorText(DWORD error)
+{
+    struct Row {
+        LONG error;
+        const char* text;
+    };
+    constexpr Row kRows[] = {
+        {ERROR_WINHTTP_TIMEOUT, "no answer in time"},
+        {ERROR_WINHTTP_NAME_NOT_RESOLVED, "the name was not found"},
+        {ERROR_WINHTTP_CANNOT_CONNECT, "no connection"},
+        {ERROR_WINHTTP_CONNECTION_ERROR, "the connection broke"},
+        {ERROR_WINHTTP_INVALID_SERVER_RESPONSE, "what answered doesn't speak HTTP"},
+        {ERROR_WINHTTP_SECURE_FAILURE, "TLS failed"},
+    };
+    for (const Row& row : kRows) {
+        if (static_cast<DWORD>(row.error) == error)
+            return std::to_string(error) + ", " + row.text;
+    }
+    return "error " + std::to_string(error);
+}
+
+std::string JsonText(const Json& object, const char* name)
+{
+    return object.is_object() && object.contains(name) && object[name].is_string() ? object[name].get<std::string>()
+                                                                                   : "";
+}
+
+}  // namespace kelvaroctl
