@@ -1,6 +1,5 @@
 #include "fuzz/harness.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -17,6 +16,7 @@ namespace {
 
 Target* firstTarget;
 const Target* chosen;
+std::string rootFolder;
 
 // Every reading is a second later, so that nothing waits for long.
 int64_t now = 1700000000;
@@ -37,7 +37,7 @@ void PrepareOnce()
         std::filesystem::create_directories(root.directory() + "/root/user/keycontainers");
         std::filesystem::copy_file(KELVARO_FUZZ_FOLDER "/box.pem",
                                    root.directory() + "/root/user/keycontainers/box.pem");
-        setenv("FUZZ_ROOT", root.directory().c_str(), 1);
+        rootFolder = root.directory();
         DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
         // The first open of a key puts the vault's certificate into the store.
         NCRYPT_PROV_HANDLE provider = 0;
@@ -63,12 +63,6 @@ void EmptyLogNowAndThen()
 }
 
 }  // namespace
-
-void Require(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 std::string_view Input::Line()
 {
@@ -115,8 +109,7 @@ const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& Table()
 
 const std::string& RootFolder()
 {
-    static const std::string folder = getenv("FUZZ_ROOT");
-    return folder;
+    return rootFolder;
 }
 
 // Chooses the target by name; the driver does so before the first input.
@@ -135,7 +128,6 @@ void Choose(std::string_view name)
 }  // namespace fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-extern "C" int fsync(int descriptor);
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 // No input outlives the machine, and waiting for the disk would be most of the time.

@@ -1,6 +1,8 @@
 // What the fuzz targets share.
 #pragma once
 
+#include <stdlib.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,7 +13,12 @@
 
 namespace fuzz {
 
-void Require(bool holds);  // ends the process unless it does
+// Ends the process unless it holds.
+inline void Require(bool holds)
+{
+    if (!holds)
+        abort();
+}
 
 // An input, read from its front.
 class Input {
