@@ -51,13 +51,15 @@ TEST_F(CertsCommandTest, SyncBringsWhatIsNewNow)
     AddCertificate("web", "O=\"Acme, Inc.\", CN=web01");
     AddCertificate("dummy", "CN=Dummy Certificate Name");
     HoldSync();  // the rule of twenty minutes is not for an administrator
-    const json answer = CtlJson({"certs", "sync"});
+    json answer = CtlJson({"certs", "sync"});
     ASSERT_EQ(1u, answer["added"].size());
     EXPECT_EQ("web", answer["added"][0]["container"]);
     EXPECT_EQ("CN=web01, O=\"Acme, Inc.\"", answer["added"][0]["subject"]);
     EXPECT_EQ(2, answer["recorded"]);
-    const json listed = List();
+    json listed = List();
     ASSERT_EQ(1u, listed.size());
+    // A day may end between the two commands.
+    listed[0]["daysLeft"] = answer["added"][0]["daysLeft"] = nullptr;
     EXPECT_EQ(answer["added"][0], listed[0]);
     EXPECT_EQ(true, listed[0]["bound"]);
     EXPECT_EQ(true, listed[0]["inStep"]);
