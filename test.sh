@@ -33,7 +33,7 @@ for variant in "$@"; do
         ;;
     *)
         build_variant "$variant"
-        ctest --test-dir "$top/build/$variant" --output-on-failure --no-tests=error -j "$(nproc)"
+        ctest --test-dir "$top/build/$variant" --output-on-failure --no-tests=error -j "$(($(nproc) * 2))"
         ;;
     esac
 done

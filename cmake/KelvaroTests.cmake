@@ -29,7 +29,7 @@ endif()
 # each builds GoogleTest's and the JSON library's templates anew.
 function(kelvaro_test_target name)
   set_target_properties(${name} PROPERTIES KELVARO_UNOPTIMISED ON POSITION_INDEPENDENT_CODE OFF
-    UNITY_BUILD ${KELVARO_UNITY} UNITY_BUILD_BATCH_SIZE 4)
+    UNITY_BUILD ${KELVARO_UNITY} UNITY_BUILD_BATCH_SIZE 8)
   target_link_libraries(${name} PRIVATE kelvaro_options kelvaro_nlohmann gtest Threads::Threads)
   target_compile_options(${name} PRIVATE -fpch-preprocess)
   target_precompile_headers(${name} REUSE_FROM kelvaro_test_headers)

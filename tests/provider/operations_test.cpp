@@ -199,7 +199,7 @@ class OperationsTest : public ImportTest {
     // Each logs "Kelvaro", its name and the status.
     std::vector<Operation> OfTheVault()
     {
-        constexpr SECURITY_STATUS kReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
+        constexpr SECURITY_STATUS kNotRead = static_cast<SECURITY_STATUS>(0x801B8002);
         const std::set<SECURITY_STATUS> refused = {0, NTE_FAIL, NTE_INVALID_PARAMETER};
         return {
             {"OpenKey Error", [this](Armed& armed) { return Open(armed); }, {0, NTE_NOT_FOUND}, 2},
@@ -207,7 +207,7 @@ class OperationsTest : public ImportTest {
             {"CreatePersistedKey",  // which doesn't look for the name, but signs in
              [this](Armed& armed) { return Create(armed, TEXT("rsa"), kMachine | NCRYPT_OVERWRITE_KEY_FLAG); },
              {0}},
-            {"EnumKeys", [this](Armed& armed) { return Enumerate(armed); }, {0, kReadFailed, NTE_NO_MORE_ITEMS}, 4},
+            {"EnumKeys", [this](Armed& armed) { return Enumerate(armed); }, {0, kNotRead, NTE_NO_MORE_ITEMS}, 4},
             {"SignHash", [this](Armed& armed) { return SignOnce(armed); }, refused, 0},
             {"VerifySignature", [this](Armed& armed) { return VerifyOnce(armed); }, refused, 0},
             {"Encrypt", [this](Armed& armed) { return Transform(armed, table->Encrypt, Pattern(16)); }, refused, 0},
