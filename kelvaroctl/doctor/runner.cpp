@@ -123,21 +123,25 @@ class Runner {
         const auto work = std::make_shared<Work>();
         work->facts = facts_;
         work->facts.deadline = GetTickCount64() + limitMs;
-        std::thread([&check, work] {
+        std::thread thread([&check, work] {
             Perform(check, work.get());
             const std::lock_guard<std::mutex> lock(work->mutex);
             work->done = true;
             work->ended.notify_all();
-        }).detach();
+        });
         // The check keeps to the deadline itself, where the platform lets it: it can then say what it waited for.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs + limitMs / 10 + 100);
         std::unique_lock<std::mutex> lock(work->mutex);
         while (!work->done && std::chrono::steady_clock::now() < end && !options_.interrupted())
             work->ended.wait_for(lock, kTurn);
         if (work->done) {
+            lock.unlock();
+            // Not left to end beside the program: what libraries keep for the thread is freed as it ends.
+            thread.join();
             facts_ = work->facts;
             return work->outcome;
         }
+        thread.detach();
         result_.abandoned = true;
         result_.interrupted = options_.interrupted();
         return Failed("no answer within " + std::to_string(limitMs) + " ms", "it takes too long", "run it again");

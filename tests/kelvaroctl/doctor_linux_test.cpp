@@ -193,7 +193,7 @@ TEST_F(DoctorTest, EachFaultHasItsCheckItsCauseAndItsExitStatus)
         const json report = json::parse(ran.out, nullptr, false);
         const json found = First(report, arguments.back() == "--strict" ? "warn" : "fail");
         ASSERT_TRUE(found.is_object()) << ran.out << ran.err;
-        EXPECT_EQ(row.exit, ran.exit);
+        EXPECT_EQ(row.exit, ran.exit) << ran.err;
         EXPECT_EQ(false, report["ok"]);
         EXPECT_EQ(row.check, found["id"]) << found;
         EXPECT_NE(std::string::npos, (found.value("cause", "") + found.value("fix", "")).find(row.says)) << found;
