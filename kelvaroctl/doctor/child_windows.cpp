@@ -15,7 +15,7 @@ struct HandleCloser {
 using Handle = std::unique_ptr<void, HandleCloser>;
 
 // As the C runtime takes it apart again: backslashes count double before a quotation mark.
-WideText Quoted(const std::string& argument)
+WideText CommandWord(const std::string& argument)
 {
     std::string text = "\"";
     size_t backslashes = 0;
@@ -32,7 +32,7 @@ WideText CommandLine(const std::vector<std::string>& arguments)
 {
     WideText line = ToWide("kelvaroctl ");
     for (const std::string& argument : arguments)
-        line += Quoted(argument);
+        line += CommandWord(argument);
     return line;
 }
 

@@ -34,7 +34,7 @@ Outcome CheckRegistration(Facts& facts)
     const ChildAnswer answer = AskChild(facts, {"doctor", "--step", "module"}, "ncrypt");
     if (!answer.problem.empty())
         return Failed("registered, but the router can't open the provider", answer.problem, fix);
-    return Good("registered, and the router opens the provider");
+    return Good("registered as " + RegisteredImage() + ", and the router opens the provider");
 }
 
 namespace {
@@ -51,6 +51,11 @@ void Add(std::string* list, const std::string& text)
         *list += (list->empty() ? "" : "; ") + text;
 }
 
+std::string ShownValue(const Setting& setting, const SettingState& state)
+{
+    return std::string(setting.name) + "=" + (IsText(setting) ? ToNarrow(state.text) : std::to_string(state.number));
+}
+
 void Examine(const SettingsHive& hive, const Setting& setting, Problems* problems)
 {
     const SettingState state = ReadSetting(hive, setting);
@@ -64,9 +69,8 @@ void Examine(const SettingsHive& hive, const Setting& setting, Problems* problem
         problem = IsText(setting) ? TextProblem(setting, state.text) : NumberProblem(setting, state.number);
     if (!problem.empty())
         Add(&problems->bad, name + ": " + problem);
-    const std::string value = IsText(setting) ? ToNarrow(state.text) : std::to_string(state.number);
-    if (state.inForce || !value.empty())
-        Add(&problems->shown, name + "=" + value + (state.inForce ? "" : " (default)"));
+    if (state.inForce || !IsText(setting) || !state.text.empty())
+        Add(&problems->shown, ShownValue(setting, state) + (state.inForce ? "" : " (default)"));
 }
 
 // Values of the key that no setting has: slips of the pen.
@@ -152,14 +156,23 @@ std::string MissingIds(const Facts& facts)
     return missing;
 }
 
-// The hive that isn't in force, for whoever has set the wrong one.
+// What is set in the hive that these keys don't use, for whoever has set the wrong one.
 std::string OtherHive(const SettingsHive& other)
 {
+    std::string set;
     try {
-        return other.scope() + ": " + (other.Read("KeyVault") ? "others, for its own keys" : "no KeyVault set");
+        for (const Setting* setting = kSettings; setting->name; ++setting) {
+            const SettingState state = ReadSetting(other, *setting);
+            const bool applies = !setting->machineOnly || other.isMachine();
+            if (applies && state.inForce && !IsState(*setting) && setting->kind != SettingKind::Secret)
+                Add(&set, ShownValue(*setting, state));
+        }
+        if (SecretState(other) != "not set")
+            Add(&set, "secret " + SecretState(other));
     } catch (const Failure&) {
         return other.scope() + ": can't be read";
     }
+    return other.scope() + ", for its own keys: " + (set.empty() ? "nothing set" : set);
 }
 
 }  // namespace
@@ -174,7 +187,7 @@ Outcome CheckSettings(Facts& facts)
         Add(&problems.bad, "not set: " + missing);
     if (!facts.signInMethods)
         Add(&problems.bad, "AuthenticationType names no way of signing in");
-    Add(&problems.dubious, OtherViewDifference());
+    Add(&problems.dubious, OtherViewDifference(hive.isMachine()));
     const std::string found = hive.scope() + ": " + problems.shown + "; " +
                               OtherHive(SettingsHive(hive.isMachine() ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE));
     const std::string scope = hive.isMachine() ? "kelvaroctl" : "kelvaroctl --user";

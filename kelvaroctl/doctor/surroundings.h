@@ -17,8 +17,11 @@ std::optional<bool> IsListedWithRouter();
 // Why events can't be shown under this source, or an empty text.
 std::string EventSourceProblem(const std::string& source);
 
-// How the settings of the other kind of programs (32 or 64 bits) differ in KeyVault; empty if they don't, or if there
-// is no other kind.
-std::string OtherViewDifference();
+// The image that the router has on record for the provider; empty if there is none.
+std::string RegisteredImage();
+
+// Which settings programs of the other kind (32 or 64 bits) read differently; empty if none, or if there is no other
+// kind. Secrets aren't shown.
+std::string OtherViewDifference(bool machine);
 
 }  // namespace kelvaroctl

@@ -59,7 +59,12 @@ std::string EventSourceProblem(const std::string&)
     return "";
 }
 
-std::string OtherViewDifference()
+std::string RegisteredImage()
+{
+    return "";
+}
+
+std::string OtherViewDifference(bool)
 {
     return "";
 }

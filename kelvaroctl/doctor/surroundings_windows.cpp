@@ -3,6 +3,7 @@
 #include <memory>
 #include <sstream>
 
+#include "kelvaroctl/setting_table.h"
 #include "kelvaroctl/text.h"
 #include "platform/product.h"
 
@@ -53,18 +54,41 @@ std::string Taken(LPWSTR text)
     return taken;
 }
 
-// The text of a value; empty if there is none.
-std::string ValueOf(const WideText& key, const WCHAR* name, REGSAM view)
+// A value's text or number as a text; empty if there is none.
+std::string ValueOf(HKEY hive, const WideText& key, const WideText& name, REGSAM view)
 {
     HKEY opened = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE | view, &opened) != ERROR_SUCCESS)
+    if (RegOpenKeyExW(hive, key.c_str(), 0, KEY_QUERY_VALUE | view, &opened) != ERROR_SUCCESS)
         return "";
-    WCHAR text[1024] = {};
-    DWORD size = sizeof(text) - sizeof(WCHAR);
+    union {
+        WCHAR text[4096];
+        DWORD number;
+    } value = {};
+    DWORD size = sizeof(value.text) - sizeof(WCHAR);
     DWORD type = 0;
-    const LONG error = RegQueryValueExW(opened, name, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+    const LONG error = RegQueryValueExW(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
     RegCloseKey(opened);
-    return error == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ) ? ToNarrow(text) : "";
+    if (error != ERROR_SUCCESS)
+        return "";
+    if (type == REG_DWORD && size == sizeof(value.number))
+        return std::to_string(value.number);
+    return type == REG_SZ || type == REG_EXPAND_SZ ? ToNarrow(value.text) : "";
+}
+
+// The settings of one name that programs of this kind and of the other kind (32 or 64 bits) read differ.
+std::string DifferenceIn(HKEY hive, const Setting& setting)
+{
+    const REGSAM other = sizeof(void*) == 8 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
+    const std::string mine = ValueOf(hive, kSettingsKey, ToWide(setting.name), 0);
+    const std::string theirs = ValueOf(hive, kSettingsKey, ToWide(setting.name), other);
+    if (mine == theirs)
+        return "";
+    if (theirs.empty())
+        return std::string("no ") + setting.name;
+    // The same secret is sealed differently each time.
+    if (setting.kind == SettingKind::Secret || setting.kind == SettingKind::ProtectedSecret)
+        return mine.empty() ? std::string("a ") + setting.name : "";
+    return std::string(setting.name) + "=" + theirs;
 }
 
 }  // namespace
@@ -95,20 +119,40 @@ std::optional<bool> IsListedWithRouter()
 std::string EventSourceProblem(const std::string& source)
 {
     const std::string key = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\" + source;
-    if (source == "Application" || !ValueOf(ToWide(key), TEXT("EventMessageFile"), 0).empty())
+    if (source == "Application" || !ValueOf(HKEY_LOCAL_MACHINE, ToWide(key), TEXT("EventMessageFile"), 0).empty())
         return "";
     return "the event source " + source + " isn't registered";
 }
 
-std::string OtherViewDifference()
+std::string RegisteredImage()
 {
-    const REGSAM other = sizeof(void*) == 8 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
-    const std::string mine = ValueOf(kSettingsKey, TEXT("KeyVault"), 0);
-    const std::string theirs = ValueOf(kSettingsKey, TEXT("KeyVault"), other);
-    if (mine == theirs)
+    // Not declared by every compiler's header.
+    using Query = NTSTATUS(WINAPI*)(LPCWSTR, ULONG, ULONG, ULONG*, PCRYPT_PROVIDER_REG*);
+    const HMODULE bcrypt = GetModuleHandleW(TEXT("bcrypt.dll"));
+    const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void (*)()>(bcrypt ? GetProcAddress(bcrypt, "BCryptQueryProviderRegistration") : nullptr));
+    ULONG size = 0;
+    PCRYPT_PROVIDER_REG found = nullptr;
+    if (!query || query(kProviderName, CRYPT_UM, NCRYPT_KEY_STORAGE_INTERFACE, &size, &found) != 0 || !found)
         return "";
-    return std::string(sizeof(void*) == 8 ? "32" : "64") + "-bit programs have " +
-           (theirs.empty() ? "no KeyVault" : "KeyVault " + theirs);
+    const std::string image = found->pUM && found->pUM->pszImage ? ToNarrow(found->pUM->pszImage) : "";
+    BCryptFreeBuffer(found);
+    return image;
+}
+
+std::string OtherViewDifference(bool machine)
+{
+    std::string differences;
+    for (const Setting* setting = kSettings; setting->name; ++setting) {
+        if (IsState(*setting) && setting->kind != SettingKind::ProtectedSecret)
+            continue;
+        const std::string difference = DifferenceIn(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, *setting);
+        if (!difference.empty())
+            differences += (differences.empty() ? "" : ", ") + difference;
+    }
+    if (differences.empty())
+        return "";
+    return std::string(sizeof(void*) == 8 ? "32" : "64") + "-bit programs have " + differences;
 }
 
 }  // namespace kelvaroctl
