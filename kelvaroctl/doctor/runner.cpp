@@ -123,7 +123,7 @@ class Runner {
         const auto work = std::make_shared<Work>();
         work->facts = facts_;
         work->facts.deadline = GetTickCount64() + limitMs;
-        std::thread thread([&check, work] {
+        std::thread thread([check = check, work] {
             Perform(check, work.get());
             const std::lock_guard<std::mutex> lock(work->mutex);
             work->done = true;
