@@ -57,7 +57,7 @@ TEST_F(ThreadsTest, SignaturesHoldWhileTheTokenRunsOutAndOneThreadSignsIn)
     const int before = sim.SignIns();
     std::atomic<int> failed{0};
     for (int expiry = 1; expiry <= 4; ++expiry) {
-        Run(32, [&](int number) { failed += !UseAKey(number); });
+        Run(16, [&](int number) { failed += !UseAKey(number); });
         EXPECT_EQ(before + expiry, sim.SignIns());
         clock.Advance(3600);
     }
@@ -66,7 +66,7 @@ TEST_F(ThreadsTest, SignaturesHoldWhileTheTokenRunsOutAndOneThreadSignsIn)
         for (int i = 0; i < 3; ++i)
             failed += !UseAKey(number);
     };
-    Run(32, uses, [&] {
+    Run(16, uses, [&] {
         clock.Advance(3600);
         ++expiries;
         EXPECT_LE(sim.SignIns() - before, expiries + 1);  // an exchange with the simulator paces the jumps
