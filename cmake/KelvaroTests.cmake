@@ -5,8 +5,9 @@ set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
 add_subdirectory("${KELVARO_GTEST_SOURCE}" "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
 
-# kelvaro_add_test(NAME [X64_ONLY] SOURCES file... LIBS target...): one GoogleTest program, a single test for CTest, so that
-# all its cases share one simulator. X64_ONLY: not built for 32-bit Windows.
+# kelvaro_add_test(NAME [X64_ONLY] [SHARDS n] SOURCES file... LIBS target...): one GoogleTest program, a single test for
+# CTest, so that all its cases share one simulator. X64_ONLY: not built for 32-bit Windows. SHARDS: CTest runs the cases as
+# NAME_1 to NAME_n, which can run at the same time, each with its own simulator, and starts these long tests first.
 if(WIN32)
   # test-windows.sh runs what this file lists.
   file(WRITE "${CMAKE_BINARY_DIR}/tests.txt" "")
@@ -36,7 +37,7 @@ function(kelvaro_test_target name)
 endfunction()
 
 function(kelvaro_add_test name)
-  cmake_parse_arguments(ARG "X64_ONLY" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "X64_ONLY" "SHARDS" "SOURCES;LIBS" ${ARGN})
   if(WIN32 AND ARG_X64_ONLY AND CMAKE_SIZEOF_VOID_P EQUAL 4)
     set(exclude EXCLUDE_FROM_ALL)
   endif()
@@ -50,6 +51,13 @@ function(kelvaro_add_test name)
     if(NOT exclude)
       file(APPEND "${CMAKE_BINARY_DIR}/tests.txt" "${CMAKE_CURRENT_BINARY_DIR}/${name}.exe\n")
     endif()
+  elseif(ARG_SHARDS)
+    foreach(shard RANGE 1 ${ARG_SHARDS})
+      math(EXPR index "${shard} - 1")
+      add_test(NAME ${name}_${shard} COMMAND ${name} --gtest_brief=1)
+      set_tests_properties(${name}_${shard} PROPERTIES TIMEOUT 900 COST 100
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=${ARG_SHARDS};GTEST_SHARD_INDEX=${index}")
+    endforeach()
   else()
     add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
     set_tests_properties(${name} PROPERTIES TIMEOUT 900)
