@@ -183,10 +183,7 @@ TEST_F(CertsCommandTest, FilesThatHoldNoCertificate)
     AddCertificate("web");
     const std::string begin = "-----BEGIN CERTIFICATE-----\n";
     const std::string end = "\n-----END CERTIFICATE-----\n";
-    const struct {
-        const char* name;
-        std::string content;
-    } rows[] = {
+    const Row<const char*, std::string> rows[] = {
         {"empty", ""},
         {"text", "certificate"},
         {"no end", begin + "AQID"},
@@ -195,9 +192,9 @@ TEST_F(CertsCommandTest, FilesThatHoldNoCertificate)
         {"no certificate inside", begin + "AQID" + end},
         {"DER of something else", std::string("\x30\x03\x02\x01\x05", 5)},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        WriteFile("file", row.content);
+    for (const auto& [name, content] : rows) {
+        SCOPED_TRACE(name);
+        WriteFile("file", content);
         EXPECT_EQ(2, Ctl({"certs", "install", File("file"), "--key", "web"}).exit);
     }
     EXPECT_EQ(2, Ctl({"certs", "install", File("missing"), "--key", "web"}).exit);

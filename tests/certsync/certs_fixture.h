@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/common/host.h"
+#include "tests/common/row.h"
 
 using Strings = std::vector<std::string>;
 

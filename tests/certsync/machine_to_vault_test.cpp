@@ -54,29 +54,25 @@ class MachineToVaultTest : public CertsTest {
 TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
 {
     const Strings& all = kPublication;
-    const struct {
-        const char *name, *kty;
-        bool machine;
-        Strings requests;
-    } rows[] = {
+    const Row<const char*, const char*, bool, Strings> rows[] = {
         {"RSA, machine", "RSA", true, all},
         {"RSA, user", "RSA", false, all},
         // The curve is asked for in hardware first, and the certificate's key is none.
         {"curve", "EC", true, {all[0], all[1], all[1], all[2], all[3]}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, kty, machine, requests] : rows) {
+        SCOPED_TRACE(name);
         sim.Reset();
         ClearStores();
-        AddVaultCertificate("web", row.kty);
+        AddVaultCertificate("web", kty);
         const Issued issued = Issue({{"key", "web"}, {"subject", "CN=web01"}});
-        AddToStore(issued, "web", row.machine);
-        const HKEY hive = row.machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
-        const HKEY other = row.machine ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+        AddToStore(issued, "web", machine);
+        const HKEY hive = machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+        const HKEY other = machine ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
         SetList("");
         root.SetText(HKEY_CURRENT_USER, "CertSync", "");
-        const DWORD flags = row.machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
-        EXPECT_EQ(row.requests, Publish(flags));
+        const DWORD flags = machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
+        EXPECT_EQ(requests, Publish(flags));
         EXPECT_EQ(issued.hash, VaultHashes("web").back());
         EXPECT_EQ(Strings{}, Publish(flags)) << "once in step, a later release sends nothing";
         EXPECT_EQ(issued.hash, CertSync(hive));
@@ -99,12 +95,7 @@ TEST_F(MachineToVaultTest, WhatIsSentAndWhatIsRecorded)
     };
     const json other = certificate(sameSize);
     const Strings& all = kPublication;
-    const struct {
-        const char* name;
-        std::vector<json> faults;
-        Strings requests;
-        bool recorded;
-    } rows[] = {
+    const Row<const char*, std::vector<json>, Strings, bool> rows[] = {
         {"the vault's can't be read", {status("/certificates/web?", 404)}, all, true},
         {"the vault's has its size", {other}, all, true},
         {"the vault's is the same", {certificate(issued)}, {all[0]}, true},
@@ -118,15 +109,15 @@ TEST_F(MachineToVaultTest, WhatIsSentAndWhatIsRecorded)
         {"the merge is refused", {other, status("/merge", 400)}, all, true},
         {"the token is refused", {status("/certificates/web", 401, 3)}, {all[0], all[1], all[1]}, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, faults, requests, recorded] : rows) {
+        SCOPED_TRACE(name);
         SetList("");
         const NCRYPT_KEY_HANDLE key = OpenMarked();
         sim.Control("DELETE", "/faults");
-        for (const json& fault : row.faults)
+        for (const json& fault : faults)
             sim.Fault(fault);
-        EXPECT_EQ(row.requests, Release(key));
-        EXPECT_EQ(row.recorded ? issued.hash : "", CertSync());
+        EXPECT_EQ(requests, Release(key));
+        EXPECT_EQ(recorded ? issued.hash : "", CertSync());
     }
 }
 
@@ -174,17 +165,14 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
     AddVaultCertificate("web", "RSA");
     constexpr int64_t kDay = 24 * 60 * 60;
     constexpr int64_t kNow = 1800000000;
-    struct Row {
+    struct Bound {
         int64_t start;  // days
         size_t size;
         std::string container, provider;
     };
     const std::string own = kProvider;
-    const struct {
-        const char* name;
-        std::vector<Row> store;
-        int winner;  // -1: none
-    } cases[] = {
+    // winner: -1: none
+    const Row<const char*, std::vector<Bound>, int> cases[] = {
         {"by the start, whatever the end",
          {{-30, 1500, "web", own}, {-1, 1500, "web", own}, {-9, 1500, "web", own}},
          1},
@@ -196,13 +184,13 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
         {"a larger one alone", {{-1, 5000, "web", own}}, -1},
         {"none", {{-1, 1500, "other", own}}, -1},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, store, winner] : cases) {
+        SCOPED_TRACE(name);
         ClearStores();
         SetList("");
         Strings hashes;
         int64_t end = kNow + 900 * kDay;
-        for (const Row& certificate : row.store) {
+        for (const Bound& certificate : store) {
             // The one that starts last ends first.
             const Issued issued = Issue({{"key", "web"},
                                          {"notBefore", kNow + certificate.start * kDay},
@@ -211,8 +199,8 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
             AddToStore(issued, certificate.container, true, certificate.provider);
             hashes.push_back(issued.hash);
         }
-        EXPECT_EQ(row.winner < 0 ? Strings{} : kPublication, Publish());
-        EXPECT_EQ(row.winner < 0 ? "" : hashes[static_cast<size_t>(row.winner)], CertSync());
+        EXPECT_EQ(winner < 0 ? Strings{} : kPublication, Publish());
+        EXPECT_EQ(winner < 0 ? "" : hashes[static_cast<size_t>(winner)], CertSync());
     }
     // Of those that start together the first one that is found stays.
     ClearStores();
@@ -256,18 +244,15 @@ TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
     Publish();
     const std::string second = Install({{"notBefore", 1700000001}}).hash;
     // Behind what the other direction wrote comes a second comma; a hash that is known in any place is known.
-    const struct {
-        std::string before, after;
-        bool known;
-    } rows[] = {
+    const Row<std::string, std::string, bool> rows[] = {
         {first, first + "," + second, false},
         {first + ",", first + ",," + second, false},
         {"x" + second + "x", "x" + second + "x", true},
     };
-    for (const auto& row : rows) {
-        SetList(row.before);
-        EXPECT_EQ(row.known, Publish().empty());
-        EXPECT_EQ(row.after, CertSync());
+    for (const auto& [before, after, known] : rows) {
+        SetList(before);
+        EXPECT_EQ(known, Publish().empty());
+        EXPECT_EQ(after, CertSync());
     }
 }
 

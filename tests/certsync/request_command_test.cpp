@@ -1,5 +1,6 @@
 // Certificate requests of vault keys.
 #include "tests/common/independent_key.h"
+#include "tests/common/row.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
@@ -76,24 +77,19 @@ TEST_F(RequestCommandTest, LettersBeyondAsciiGoOutAsUtf8)
 
 TEST_F(RequestCommandTest, WhatCannotBeRequested)
 {
-    const struct {
-        const char* name;
-        std::vector<std::string> arguments;
-        int exit;
-        const char* words;
-    } rows[] = {
+    const Row<const char*, std::vector<std::string>, int, const char*> rows[] = {
         {"no subject at all", {"rsa"}, 2, "--subject or a --san"},
         {"a bad subject", {"rsa", "--subject", "web01"}, 2, "not a valid subject: 'web01'"},
         {"a bad name", {"rsa", "--subject", "CN=a", "--san", "web01"}, 2, "dns:NAME"},
         {"DER on the terminal", {"rsa", "--subject", "CN=a", "--der"}, 2, "--out"},
         {"no such key", {"nobody", "--subject", "CN=a"}, 5, "'nobody'"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, rest, exit, words] : rows) {
+        SCOPED_TRACE(name);
         std::vector<std::string> arguments = {"keys", "request"};
-        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-        const std::string message = CtlJson(arguments, row.exit)["error"]["message"];
-        EXPECT_NE(std::string::npos, message.find(row.words)) << message;
+        arguments.insert(arguments.end(), rest.begin(), rest.end());
+        const std::string message = CtlJson(arguments, exit)["error"]["message"];
+        EXPECT_NE(std::string::npos, message.find(words)) << message;
     }
     sim.Fault({{"path", "/sign"}, {"action", "status"}, {"status", 403}});
     EXPECT_EQ(6, Ctl({"keys", "request", "rsa", "--subject", "CN=a"}).exit);

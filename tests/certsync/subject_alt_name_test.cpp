@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "kelvaroctl/failure.h"
+#include "tests/common/row.h"
 
 namespace {
 
@@ -14,11 +15,8 @@ using kelvaroctl::ParseSubjectAltName;
 
 TEST(SubjectAltNameTest, NamesAreTakenInEveryForm)
 {
-    const struct {
-        const char* text;
-        int tag;
-        const char* content;  // hexadecimal for addresses
-    } rows[] = {
+    // content: hexadecimal for addresses
+    const Row<const char*, int, const char*> rows[] = {
         {"dns:web01.contoso.com", 0x82, "web01.contoso.com"},
         {"DNS:*.contoso.com", 0x82, "*.contoso.com"},
         {"dns:xn--bcher-kva.example", 0x82, "xn--bcher-kva.example"},
@@ -33,12 +31,11 @@ TEST(SubjectAltNameTest, NamesAreTakenInEveryForm)
         {"ip:::ffff:10.1.2.3", 0x87, "00000000000000000000ffff0a010203"},
         {"ip:ABCD::1:2:3:4:5:6", 0x87, "abcd0000000100020003000400050006"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const kelvaroctl::SubjectAltName name = ParseSubjectAltName(row.text);
-        EXPECT_EQ(row.tag, name.tag);
-        EXPECT_EQ(row.content,
-                  row.tag == 0x87 ? HexText(name.content) : std::string(name.content.begin(), name.content.end()));
+    for (const auto& [text, tag, content] : rows) {
+        SCOPED_TRACE(text);
+        const kelvaroctl::SubjectAltName name = ParseSubjectAltName(text);
+        EXPECT_EQ(tag, name.tag);
+        EXPECT_EQ(content, tag == 0x87 ? HexText(name.content) : std::string(name.content.begin(), name.content.end()));
     }
 }
 

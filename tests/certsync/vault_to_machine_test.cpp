@@ -132,12 +132,8 @@ TEST_F(VaultToMachineTest, ASignInThatFailsLeavesTheRunToALaterOpen)
 TEST_F(VaultToMachineTest, TheStampDecides)
 {
     constexpr int64_t kNow = 1800000000;
-    const struct {
-        const char* name;
-        int64_t now;
-        int64_t stamp;  // -1: none, -2: of another type
-        bool runs;
-    } rows[] = {
+    // stamp: -1: none, -2: of another type
+    const Row<const char*, int64_t, int64_t, bool> rows[] = {
         {"none", kNow, -1, true},
         {"of another type", kNow, -2, true},
         {"as old as the period", kNow, kNow - 600, false},
@@ -149,16 +145,16 @@ TEST_F(VaultToMachineTest, TheStampDecides)
         {"in the far future", kNow, 0xFFFFFFFF, false},
         {"in 2106: the next stamp is cut", 0xFFFFFF00, -1, true},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        clock.Set(row.now);
+    for (const auto& [name, now, stamp, runs] : rows) {
+        SCOPED_TRACE(name);
+        clock.Set(now);
         RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, Wide(kSettingsKey).c_str(), Wide(kStamp).c_str());
-        if (row.stamp >= 0)
-            root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, static_cast<DWORD>(row.stamp));
-        else if (row.stamp == -2)
+        if (stamp >= 0)
+            root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, static_cast<DWORD>(stamp));
+        else if (stamp == -2)
             root.SetText(HKEY_LOCAL_MACHINE, kStamp, "1800000600");
-        EXPECT_EQ(row.runs ? "GET /certificates" : "GET /keys/absent", Run().front());
-        EXPECT_EQ(static_cast<DWORD>(row.runs ? row.now + 600 : row.stamp), Stamp());
+        EXPECT_EQ(runs ? "GET /certificates" : "GET /keys/absent", Run().front());
+        EXPECT_EQ(static_cast<DWORD>(runs ? now + 600 : stamp), Stamp());
     }
 }
 
@@ -177,12 +173,7 @@ TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
                                   {{{"id", "https://v/certificates/a"}, {"x5t", "***"}},
                                    {{"id", "https://v/certificates/a"}, {"x5t", std::string(90, 'A')}},
                                    {{"id", "https://v/certificates/b"}, {"x5t", "AAEC"}}}}};
-    const struct {
-        const char* name;
-        json fault;
-        std::string list;
-        size_t waits, errors;
-    } rows[] = {
+    const Row<const char*, json, std::string, size_t, size_t> rows[] = {
         {"the listing is refused", fault("/certificates?", 403), "", 0, 2},
         {"a throttled page", fault("/certificates?", 429, nullptr, 4), both, 4, 4},
         {"a list that stays throttled", fault("/certificates?", 429, nullptr, 5), "", 5, 5},
@@ -191,15 +182,15 @@ TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
         {"bytes that are no certificate", fault("/certificates/a?", 200, {{"cer", "AQID"}}), onlyB, 0, 1},
         {"thumbprints that can't be decoded", fault("/certificates?", 200, badThumbprints), "000102,", 0, 0},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, failure, list, waits, errors] : rows) {
+        SCOPED_TRACE(name);
         SetList("");
         clock.ClearWaits();
-        sim.Fault(row.fault);
+        sim.Fault(failure);
         RunLater();
-        EXPECT_EQ(row.list, CertSync());
-        EXPECT_EQ(row.waits, clock.Waits().size());
-        EXPECT_EQ(row.errors, LinesUpTo(1, "KVC").size());
+        EXPECT_EQ(list, CertSync());
+        EXPECT_EQ(waits, clock.Waits().size());
+        EXPECT_EQ(errors, LinesUpTo(1, "KVC").size());
         EXPECT_LT(0, Stamp()) << "the stamp has moved all the same";
     }
     // What failed is tried again.

@@ -70,40 +70,29 @@ TEST_F(Authenticate, TheHourBeginsBeforeTheSignInAndNotWithItsEnd)
 
 TEST_F(Authenticate, TheMethodFlagsSayWhatIsTried)
 {
-    const struct {
-        DWORD authn;
-        bool goodSecret;
-        int result;
-        size_t posts, metadataCalls;
-    } rows[] = {
+    const Row<DWORD, bool, int, size_t, size_t> rows[] = {
         {1, true, 1, 0, 1},  {2, true, 1, 1, 0}, {2, false, 0, 1, 0}, {3, true, 1, 1, 0},
         {3, false, 1, 1, 1}, {4, true, 0, 0, 0}, {6, true, 1, 1, 0},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "authn " << row.authn << (row.goodSecret ? "" : " with a wrong secret"));
+    for (const auto& [authn, goodSecret, result, posts, metadataCalls] : rows) {
+        SCOPED_TRACE(testing::Message() << "authn " << authn << (goodSecret ? "" : " with a wrong secret"));
         sim.ClearJournal();
         root.ClearLog();
         Identity identity;
-        identity.authn = row.authn;
-        identity.secret = row.goodSecret ? Simulator::kClientSecret : "wrong";
-        EXPECT_EQ(row.result, SignIn(NewClient(identity)));
-        EXPECT_EQ(row.posts, Requests(std::string(Simulator::kTenant) + "/oauth2/token").size());
-        EXPECT_EQ(row.metadataCalls, Requests("/metadata/identity/oauth2/token").size());
-        EXPECT_EQ(row.result == 0, root.Logged("KVCAuthenticate Logon failure contoso-keys", 1));
-        EXPECT_EQ(!row.goodSecret, root.Logged("KVCAuthenticate KVCDoWebCall failure Error 0x1", 1));
+        identity.authn = authn;
+        identity.secret = goodSecret ? Simulator::kClientSecret : "wrong";
+        EXPECT_EQ(result, SignIn(NewClient(identity)));
+        EXPECT_EQ(posts, Requests(std::string(Simulator::kTenant) + "/oauth2/token").size());
+        EXPECT_EQ(metadataCalls, Requests("/metadata/identity/oauth2/token").size());
+        EXPECT_EQ(result == 0, root.Logged("KVCAuthenticate Logon failure contoso-keys", 1));
+        EXPECT_EQ(!goodSecret, root.Logged("KVCAuthenticate KVCDoWebCall failure Error 0x1", 1));
         EXPECT_EQ(std::string::npos, root.WholeLog().find("invalid_client")) << "the answer is not logged";
     }
 }
 
 TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
 {
-    const struct {
-        const char* name;
-        int status;
-        const char* body;
-        int result;
-        const char *tokenType, *accessToken;
-    } rows[] = {
+    const Row<const char*, int, const char*, int, const char*, const char*> rows[] = {
         {"no JSON", 200, "<html>", 0, "(NULL)", "(NULL)"},
         {"an empty body", 200, "", 0, "(NULL)", "(NULL)"},
         {"an array", 200, "[1]", 0, "(NULL)", "(NULL)"},
@@ -116,17 +105,17 @@ TEST_F(Authenticate, WhatAnAnswerLacksIsNotMadeUp)
         {"a zero inside the token", 200, R"({"access_token":"ab\u0000c","token_type":"Pop"})", 0, "(NULL)", "(NULL)"},
         {"a wrong status", 201, R"({"access_token":"abc","token_type":"Pop"})", 0, "(NULL)", "(NULL)"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Answer("oauth2/token", row.status, row.body);
+    for (const auto& [name, status, body, result, tokenType, accessToken] : rows) {
+        SCOPED_TRACE(name);
+        Answer("oauth2/token", status, body);
         root.ClearLog();
         const ClientPtr client = NewClient();
-        EXPECT_EQ(row.result, SignIn(client));
-        const bool isJson = *row.body == '{' || *row.body == '[';
+        EXPECT_EQ(result, SignIn(client));
+        const bool isJson = *body == '{' || *body == '[';
         EXPECT_EQ(isJson ? 0u : 1u, LinesWith("KVCAuthenticate answer is not JSON unexpected "));
-        EXPECT_EQ(row.tokenType, TextOf(client->tokenType));
-        EXPECT_EQ(row.accessToken, TextOf(client->accessToken));
-        EXPECT_EQ(row.result != 0, client->tokenExpiry != 0);
+        EXPECT_EQ(tokenType, TextOf(client->tokenType));
+        EXPECT_EQ(accessToken, TextOf(client->accessToken));
+        EXPECT_EQ(result != 0, client->tokenExpiry != 0);
     }
 }
 
@@ -151,11 +140,7 @@ TEST_F(Authenticate, TheVaultIsNamedAfterTheIdentity)
     const auto oid = [&](const std::string& id) { return token("{\"oid\":\"" + id + "\"}"); };
     const std::string guid = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
     const std::string claims = "{\"oid\":\"" + guid + "\"}";
-    const struct {
-        const char *name, *nameTemplate;
-        std::string token;
-        const char* vault;
-    } rows[] = {
+    const Row<const char*, const char*, std::string, const char*> rows[] = {
         {"a GUID", "%G", oid(guid), "x0f1e2d3c4b5a69788796a5b"},
         {"its letter case stays", "%G", oid("0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0"), "x0F1E2D3C4B5A69788796A5B"},
         {"24 characters", "%G", oid("01234567-89abcdef-01234567"), "x0123456789abcdef0123456"},
@@ -169,17 +154,17 @@ TEST_F(Authenticate, TheVaultIsNamedAfterTheIdentity)
         {"no oid", "%G", token("{\"sub\":\"" + guid + "\"}"), "oidguid"},
         {"claims beyond the decoder's limit", "%G", token(claims + std::string(4000, ' ')), "oidguid"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, nameTemplate, accessToken, vault] : rows) {
+        SCOPED_TRACE(name);
         sim.ClearJournal();
-        Answer("oauth2/token", 200, {{"access_token", row.token}, {"token_type", "Bearer"}});
+        Answer("oauth2/token", 200, {{"access_token", accessToken}, {"token_type", "Bearer"}});
         Identity identity;
-        identity.vault = row.nameTemplate;
+        identity.vault = nameTemplate;
         const ClientPtr client = NewClient(identity);
         ASSERT_EQ(1, SignIn(client)) << "the sign-in stays a success";
-        EXPECT_EQ(row.vault, TextOf(client->kvname));
+        EXPECT_EQ(vault, TextOf(client->kvname));
         ListKeys(client);
-        std::string host = row.vault;  // in lower case by the transport
+        std::string host = vault;  // in lower case by the transport
         std::transform(host.begin(), host.end(), host.begin(),
                        [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
         EXPECT_EQ(host + ".vault.azure.net", sim.Journal().back()["host"]);

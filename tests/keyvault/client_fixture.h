@@ -15,6 +15,7 @@
 #include "tests/common/alloc_fault.h"
 #include "tests/common/base64.h"
 #include "tests/common/host.h"
+#include "tests/common/row.h"
 #include "tests/common/service_sample.h"
 
 struct ClientDeleter {

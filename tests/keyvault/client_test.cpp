@@ -38,10 +38,7 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
 {
     const std::string machine = MachineName();
     ASSERT_FALSE(machine.empty());
-    const struct {
-        const char* name;
-        std::string nameTemplate, vault;
-    } rows[] = {
+    const Row<const char*, std::string, std::string> rows[] = {
         {"a marker for the identity's own name", "%G", "oidguid"},
         {"the marker beside something else is plain text", "kv%G", "kvoidguid"},
         {"the machine's name", "%D", Filtered(machine)},
@@ -61,10 +58,10 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
         {"what is behind the buffer's end is cut", Times(600, ".") + "abc", ""},
         {"an expansion beyond the buffer", Times(200, "%D"), Filtered(Times(24, machine))},
     };
-    for (const auto& row : rows) {
-        WCHAR name[kVaultNameLimit + 1];
-        VaultNameFromTemplate(Wide(row.nameTemplate).c_str(), name);
-        EXPECT_EQ(row.vault, Narrow(name)) << row.name;
+    for (const auto& [name, nameTemplate, vault] : rows) {
+        WCHAR room[kVaultNameLimit + 1];
+        VaultNameFromTemplate(Wide(nameTemplate).c_str(), room);
+        EXPECT_EQ(vault, Narrow(room)) << name;
     }
 }
 

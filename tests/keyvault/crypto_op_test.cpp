@@ -71,13 +71,7 @@ TEST_F(CryptoOpTest, TheBufferMayBeMissingTooSmallOrExact)
 TEST_F(CryptoOpTest, AnswersOfEveryKind)
 {
     constexpr SECURITY_STATUS kNotAsked = 1;
-    const struct {
-        const char* name;
-        int status;
-        json body;
-        SECURITY_STATUS sign;
-        SECURITY_STATUS verify;
-    } rows[] = {
+    const Row<const char*, int, json, SECURITY_STATUS, SECURITY_STATUS> rows[] = {
         {"true", 200, {{"value", true}}, 0, 0},
         {"false", 200, {{"value", false}}, kNotAsked, NTE_BAD_SIGNATURE},
         {"no value", 200, {{"kid", "x"}}, NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
@@ -88,15 +82,15 @@ TEST_F(CryptoOpTest, AnswersOfEveryKind)
         {"not Base64", 200, {{"value", "*"}}, NTE_FAIL, kNotAsked},
         {"over the decoder's limit", 200, {{"value", std::string(4096, 'A')}}, NTE_FAIL, kNotAsked},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        if (row.sign != kNotAsked) {
-            Answer("/sign?", row.status, row.body);
-            EXPECT_EQ(Hex(row.sign), Hex(Sign().status));
+    for (const auto& [name, status, body, sign, verify] : rows) {
+        SCOPED_TRACE(name);
+        if (sign != kNotAsked) {
+            Answer("/sign?", status, body);
+            EXPECT_EQ(Hex(sign), Hex(Sign().status));
         }
-        if (row.verify != kNotAsked) {
-            Answer("/verify?", row.status, row.body);
-            EXPECT_EQ(Hex(row.verify), Hex(Verify()));
+        if (verify != kNotAsked) {
+            Answer("/verify?", status, body);
+            EXPECT_EQ(Hex(verify), Hex(Verify()));
         }
     }
     const std::string body = ReadServiceSample("ec-p521-sign");

@@ -199,17 +199,14 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingBehindAndTheNextTryWorks)
 
 TEST_F(DummyCertificateTest, EveryFieldIsAsItMustBe)
 {
-    const struct {
-        const char* name;
-        json keyProperties;
-    } rows[] = {
+    const Row<const char*, json> rows[] = {
         {"RSA 2048", {{"kty", "RSA"}, {"key_size", 2048}}}, {"RSA 4096", {{"kty", "RSA"}, {"key_size", 4096}}},
         {"P-256", {{"kty", "EC"}, {"crv", "P-256"}}},       {"P-384", {{"kty", "EC"}, {"crv", "P-384"}}},
         {"P-521", {{"kty", "EC"}, {"crv", "P-521"}}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Bytes csr = Request(row.keyProperties);
+    for (const auto& [title, keyProperties] : rows) {
+        SCOPED_TRACE(title);
+        const Bytes csr = Request(keyProperties);
         const Outcome outcome = SignRequest(csr);
         ASSERT_EQ(1, outcome.result);
         const OpensslPtr<X509> certificate = ParseX509({outcome.certificate.begin(), outcome.certificate.end()});

@@ -64,12 +64,7 @@ class KeyCreationTest : public VaultTest {
 // repeated, then that in software; both share the five attempts.
 void KeyCreationTest::ExpectAnswers()
 {
-    const struct {
-        const char* name;
-        std::vector<int> answers;
-        size_t inHardware, inSoftware, waits;
-        bool made;
-    } rows[] = {
+    const Row<const char*, std::vector<int>, size_t, size_t, size_t, bool> rows[] = {
         {"no hardware", {403}, 1, 1, 0, true},
         {"no hardware by 400", {400}, 1, 1, 0, true},
         {"no hardware by 410", {410}, 1, 1, 0, true},
@@ -85,22 +80,22 @@ void KeyCreationTest::ExpectAnswers()
         {"201", {201}, 1, 0, 0, false},
         {"204", {204}, 1, 0, 0, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, answers, inHardware, inSoftware, waits, made] : rows) {
+        SCOPED_TRACE(name);
         Fresh();
-        for (const int status : row.answers)
+        for (const int status : answers)
             Answer("/mykey/create?", status, "refused");
         OwnKey key;
-        EXPECT_EQ(row.made ? 1 : 0, Create("mykey", "ECDSA_P256", 256, &key));
-        Strings steps(row.inHardware, "hardware");
-        steps.resize(row.inHardware + row.inSoftware, "software");
-        if (row.made && call->certificateMode)
+        EXPECT_EQ(made ? 1 : 0, Create("mykey", "ECDSA_P256", 256, &key));
+        Strings steps(inHardware, "hardware");
+        steps.resize(inHardware + inSoftware, "software");
+        if (made && call->certificateMode)
             steps.insert(steps.end(), {"merge", "read"});
         EXPECT_EQ(steps, Steps());
-        EXPECT_EQ(RetryWaits(row.waits), clock.Waits());
-        EXPECT_EQ(row.inSoftware ? 1u : 0u, LinesWith(" HSM Key Failed - retry with software key Error 0x"));
-        EXPECT_EQ(row.made ? 1u : 0u, State()["keys"].size());
-        EXPECT_EQ(row.made ? "mykey" : "", Narrow(key.keyName));
+        EXPECT_EQ(RetryWaits(waits), clock.Waits());
+        EXPECT_EQ(inSoftware ? 1u : 0u, LinesWith(" HSM Key Failed - retry with software key Error 0x"));
+        EXPECT_EQ(made ? 1u : 0u, State()["keys"].size());
+        EXPECT_EQ(made ? "mykey" : "", Narrow(key.keyName));
     }
     Fresh();
     SetNetwork(false);
@@ -239,17 +234,13 @@ TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
     }
     // A refusal of hardware for a known reason doesn't need the vault's words in the log.
     const json known = {{"error", {{"code", "BadParameter"}, {"message", "kty RSA-HSM is not valid"}}}};
-    const struct {
-        int status;
-        json body;
-        size_t details;
-    } rows[] = {{403, "refused", 0}, {400, known, 0}, {400, "refused", 1}, {404, known, 1}};
-    for (const auto& row : rows) {
+    const Row<int, json, size_t> rows[] = {{403, "refused", 0}, {400, known, 0}, {400, "refused", 1}, {404, known, 1}};
+    for (const auto& [status, body, details] : rows) {
         Fresh();
-        Answer("/create?", row.status, row.body);
+        Answer("/create?", status, body);
         OwnKey key;
         EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key));
-        EXPECT_EQ(row.details, LinesWith("HSM Key Failed - detail error ")) << row.status << row.body;
+        EXPECT_EQ(details, LinesWith("HSM Key Failed - detail error ")) << status << body;
     }
 }
 
@@ -282,22 +273,18 @@ TEST_F(CertificateModeCreationTest, TheReadBackDecidesUnlessARequestCannotBeAnsw
 
 TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertificateAtHand)
 {
-    const struct {
-        const char *name, *algId;
-        const WCHAR* subject;
-        const char* policySubject;
-    } rows[] = {
+    const Row<const char*, const char*, const WCHAR*, const char*> rows[] = {
         {"RSA", "RSA", TEXT("CN=web01"), "CN=web01"},
         {"a quoted subject", "RSA", TEXT("CN=a, O=\"Acme, Inc.\""), "CN=a, O=\"Acme, Inc.\""},
         {"an empty subject", "RSA", TEXT(""), "CN=CertificateDummySubject"},
         {"no subject", "RSA", nullptr, "CN=CertificateDummySubject"},
         {"a curve", "ECDSA_P256", TEXT("CN=web01"), "CN=web01"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, algId, subject, policySubject] : rows) {
+        SCOPED_TRACE(name);
         Fresh();
         OwnKey before;
-        ASSERT_EQ(1, Create("mykey", row.algId, 2048, &before));
+        ASSERT_EQ(1, Create("mykey", algId, 2048, &before));
         // Any certificate of the key will do.
         const std::string text = MergedCertificate();
         BYTE* bytes = nullptr;
@@ -306,12 +293,12 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertifica
         const MallocPtr<BYTE> certificate(bytes);
         sim.ClearJournal();
         OwnKey after;
-        EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), Wide(row.algId).c_str(),
-                                                     2048, &after, 0, certificate.get(), size, row.subject));
-        const bool isCurve = row.algId != std::string("RSA");
+        EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), Wide(algId).c_str(),
+                                                     2048, &after, 0, certificate.get(), size, subject));
+        const bool isCurve = algId != std::string("RSA");
         json request =
-            Request(isCurve ? json{{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}} : json::object(), row.algId);
-        request["policy"]["x509_props"] = {{"subject", row.policySubject}, {"validity_months", 600}};
+            Request(isCurve ? json{{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}} : json::object(), algId);
+        request["policy"]["x509_props"] = {{"subject", policySubject}, {"validity_months", 600}};
         EXPECT_EQ(request, BodyOf("/create?"));
         EXPECT_EQ(3u, sim.VaultRequests().size());
         EXPECT_EQ(text, MergedCertificate());

@@ -84,11 +84,7 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
 {
     const Bytes bytes = {0x30, 0x82, 0xFB, 0xEF};
     const std::string longest(4092, 'A');
-    const struct {
-        const char* name;
-        json answer;
-        Bytes bytes;
-    } rows[] = {
+    const Row<const char*, json, Bytes> rows[] = {
         {"cer", {{"cer", Base64Url(bytes)}}, bytes},
         {"value comes first", {{"cer", "AQID"}, {"value", Base64(bytes)}}, bytes},
         {"a null value is none", {{"cer", "AQID"}, {"value", nullptr}}, {1, 2, 3}},
@@ -98,12 +94,12 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
         {"the longest that the decoder takes", {{"cer", longest}}, Bytes(3069)},
         {"a longer one", {{"cer", longest + "AAAA"}}, {}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, answer, expected] : rows) {
+        SCOPED_TRACE(name);
         root.ClearLog();
-        Answer("/certificates/web?", 200, row.answer);
-        EXPECT_EQ(row.bytes, Get());
-        EXPECT_EQ(row.answer.is_string() ? 1u : 0u, LinesUpTo(2).size());
+        Answer("/certificates/web?", 200, answer);
+        EXPECT_EQ(expected, Get());
+        EXPECT_EQ(answer.is_string() ? 1u : 0u, LinesUpTo(2).size());
     }
 }
 

@@ -41,21 +41,16 @@ void ExpectEmpty(const KVKey& key)
 
 TEST(KVKeyTest, BodiesOfTheLiveService)
 {
-    const struct {
-        const char* file;
-        LONG isEC;
-        const char* ops;
-        DWORD modulusSize, pointSize;
-    } rows[] = {
+    const Row<const char*, LONG, const char*, DWORD, DWORD> rows[] = {
         {"rsa-get", 0, "encrypt,decrypt,sign,verify,wrapKey,unwrapKey", 256, 0},
         {"ec-p256-create", 1, "sign,verify", 0, 32},
         {"ec-p256k-create", 1, "sign,verify", 0, 32},
         {"ec-p384-create", 1, "sign,verify", 0, 48},
         {"ec-p521-create", 1, "sign,verify", 0, 66},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.file);
-        const std::string body = ReadServiceSample(row.file);
+    for (const auto& [file, isEC, ops, modulusSize, pointSize] : rows) {
+        SCOPED_TRACE(file);
+        const std::string body = ReadServiceSample(file);
         const json sent = json::parse(body)["key"];
         const Parsed parsed(body);
         const KVKey& key = parsed.key;
@@ -64,16 +59,16 @@ TEST(KVKeyTest, BodiesOfTheLiveService)
         EXPECT_EQ("web01", Narrow(key.clearName));
         EXPECT_EQ(32u, Narrow(key.version).size());
         EXPECT_NE(std::string::npos, sent["kid"].get<std::string>().find("/" + Narrow(key.version)));
-        EXPECT_EQ(row.isEC, key.isEC);
+        EXPECT_EQ(isEC, key.isEC);
         EXPECT_EQ(sent["kty"].get<std::string>(), TextOf(key.kty));
         EXPECT_EQ(sent.value("crv", "(NULL)"), TextOf(key.crv));
-        EXPECT_EQ(row.ops, TextOf(key.key_ops));
+        EXPECT_EQ(ops, TextOf(key.key_ops));
         EXPECT_EQ(sent.value("n", "(NULL)"), Text(key.n, key.n_siz));
         EXPECT_EQ(sent.value("e", "(NULL)"), Text(key.e, key.e_siz));
         EXPECT_EQ(sent.value("x", "(NULL)"), Text(key.x, key.x_siz));
         EXPECT_EQ(sent.value("y", "(NULL)"), Text(key.y, key.y_siz));
-        EXPECT_EQ(row.modulusSize, key.n_siz);
-        EXPECT_EQ(row.pointSize, key.x_siz);
+        EXPECT_EQ(modulusSize, key.n_siz);
+        EXPECT_EQ(pointSize, key.x_siz);
         EXPECT_EQ("", Narrow(key.AlgID)) << "none of them has tags";
     }
 }
@@ -82,13 +77,10 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
 {
     const json none = json::object();
     const auto tag = [](const char* text) { return json{{"AlgID", text}}; };
-    const struct {
-        const char *name, *kty;
-        const char* crv;  // NULL: no member
-        const char* ops;  // one operation
-        json tags;        // null: no member
-        const char* algID;
-    } rows[] = {
+    // crv: NULL: no member
+    // ops: one operation
+    // tags: null: no member
+    const Row<const char*, const char*, const char*, const char*, json, const char*> rows[] = {
         {"RSA, any tag", "RSA", nullptr, "sign", tag("ECDSA_P256"), "RSA"},
         {"RSA, no tags", "RSA", nullptr, "sign", nullptr, ""},
         {"tags of another type", "RSA", nullptr, "sign", "AlgID", ""},
@@ -108,14 +100,14 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
         {"no tag, not signing, curve not exact", "EC", "P-256K", "deriveKey", none, ""},
         {"no tag, signing, unknown curve", "EC", "P-192", "sign", none, ""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        json body = {{"key", {{"kid", "https://v/keys/web01/0123"}, {"kty", row.kty}, {"key_ops", {row.ops}}}}};
-        if (row.crv)
-            body["key"]["crv"] = row.crv;
-        if (!row.tags.is_null())
-            body["tags"] = row.tags;
-        EXPECT_EQ(row.algID, Narrow(Parsed(body.dump()).key.AlgID));
+    for (const auto& [name, kty, crv, ops, tags, algID] : rows) {
+        SCOPED_TRACE(name);
+        json body = {{"key", {{"kid", "https://v/keys/web01/0123"}, {"kty", kty}, {"key_ops", {ops}}}}};
+        if (crv)
+            body["key"]["crv"] = crv;
+        if (!tags.is_null())
+            body["tags"] = tags;
+        EXPECT_EQ(algID, Narrow(Parsed(body.dump()).key.AlgID));
     }
 }
 
@@ -220,12 +212,7 @@ TextString Encoded(const TextString& clear, int form)
 TEST(KeyNamesTest, ClearNamesEncode)
 {
     const std::string letters42 = "abcdefghijklmnopqrstuvwxyz-ABCDEFGHIJ01234";
-    const struct {
-        const char* name;
-        std::string clear;
-        int form;
-        std::string encoded;
-    } rows[] = {
+    const Row<const char*, std::string, int, std::string> rows[] = {
         {"a hyphen inside stays", "a-b-", 0, "a-b-"},
         {"empty is plain", "", 0, ""},
         {"42 plain characters stay whole", letters42, 0, letters42},
@@ -237,8 +224,8 @@ TEST(KeyNamesTest, ClearNamesEncode)
         {"14 units need no filler", Repeat(" ", 14), 1, "-" + Repeat("gAA", 14)},
         {"42 coded units make 127 characters", Repeat("\xC3\xA9", 42), 1, "-" + Repeat("hEA", 42)},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.encoded, Narrow(Encoded(Wide(row.clear), row.form))) << row.name;
+    for (const auto& [name, clear, form, encoded] : rows)
+        EXPECT_EQ(encoded, Narrow(Encoded(Wide(clear), form))) << name;
     // One character more than the limit would still fit in the coded form's room.
     WCHAR room[kEncodedNameChars] = {};
     int coded = -1;
@@ -250,13 +237,8 @@ TEST(KeyNamesTest, EncodedNamesDecode)
 {
     const std::string foreign = "name-from-outside-of-more-than-42-characters";
     const std::string filler = Repeat("z", 39);
-    const struct {
-        const char* name;
-        std::string encoded;
-        int result;
-        int form;  // unless the result is 0
-        std::string clear;
-    } rows[] = {
+    // form: unless the result is 0
+    const Row<const char*, std::string, int, int, std::string> rows[] = {
         {"short names are copied", "key-1", 1, 0, "key-1"},
         {"42 characters are copied, hyphen or not", "-" + Repeat("A", 41), 1, 0, "-" + Repeat("A", 41)},
         {"a long name without hyphen is cut", foreign, 1, 0, foreign.substr(0, 42)},
@@ -272,13 +254,13 @@ TEST(KeyNamesTest, EncodedNamesDecode)
         {"a symbol above x", "-v{A" + filler, 0, 0, ""},
         {"a symbol beyond ASCII", "-v\xC3\xA9" + filler + "A", 0, 0, ""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, encoded, result, form, clear] : rows) {
+        SCOPED_TRACE(name);
         TextString room(kClearNameChars + 1, 'X');
-        int form = 0;
-        EXPECT_EQ(row.result, KVCConvertEncodedKeyNameToClear(Wide(row.encoded).c_str(), room.data(), &form));
+        int foundForm = 0;
+        EXPECT_EQ(result, KVCConvertEncodedKeyNameToClear(Wide(encoded).c_str(), room.data(), &foundForm));
         EXPECT_EQ('X', room[kClearNameChars]);
-        EXPECT_TRUE(!row.result || (row.form == form && row.clear == Narrow(room.c_str())));
+        EXPECT_TRUE(!result || (foundForm == form && clear == Narrow(room.c_str())));
     }
 }
 

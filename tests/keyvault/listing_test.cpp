@@ -106,11 +106,7 @@ TEST_P(ListingTest, TellsNamesAsHostsKnowThem)
 TEST_P(ListingTest, TheNextPageIsTheTailOfItsLink)
 {
     const std::string other = IsKeys() ? "certificates" : "keys";
-    const struct {
-        const char* name;
-        json link;
-        bool followed;
-    } rows[] = {
+    const Row<const char*, json, bool> rows[] = {
         {"a link to another host", "https://elsewhere.example:8443" + Target("t%2F2"), true},
         {"a path alone", Target("t%2F2"), true},
         {"none", nullptr, false},
@@ -120,21 +116,21 @@ TEST_P(ListingTest, TheNextPageIsTheTailOfItsLink)
         {"a number", 7, false},
         {"no text", json::array({"/x"}), false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, link, followed] : rows) {
+        SCOPED_TRACE(name);
         sim.ClearJournal();
-        Answer(Path(), 200, {{"value", json::array({Element("first")})}, {"nextLink", row.link}});
-        if (row.followed)
+        Answer(Path(), 200, {{"value", json::array({Element("first")})}, {"nextLink", link}});
+        if (followed)
             ServeOne("second");
         const Listing listing = List();
         EXPECT_TRUE(listing.good);
-        EXPECT_EQ(row.followed ? (Strings{"first", "second"}) : Strings{"first"}, listing.names);
+        EXPECT_EQ(followed ? (Strings{"first", "second"}) : Strings{"first"}, listing.names);
         Strings targets;
         for (const json& request : sim.Journal()) {
             targets.push_back(request["target"]);
             EXPECT_EQ("contoso-keys.vault.azure.net", request["host"]);
         }
-        EXPECT_EQ(row.followed ? (Strings{Target(), Target("t%2F2")}) : Strings{Target()}, targets);
+        EXPECT_EQ(followed ? (Strings{Target(), Target("t%2F2")}) : Strings{Target()}, targets);
     }
 }
 

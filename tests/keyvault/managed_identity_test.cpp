@@ -193,21 +193,18 @@ TEST_F(ManagedIdentity, TheSecretGoesOutAsTheFileHasItAndASecondRefusalIsFinal)
 // Nothing is trimmed: a line end stays in the header, and what follows it is another line.
 TEST_F(ManagedIdentity, LineEndsOfTheSecretFileGoIntoTheHeader)
 {
-    const struct {
-        const char* secret;
-        Strings lines;
-    } rows[] = {
+    const Row<const char*, Strings> rows[] = {
 #ifndef _WIN32  // WinHTTP reads header lines on its own
         {"secret\n", {"Metadata: True", "Authorization: Basic secret\n"}},
 #endif
         {"secret\r\n", {"Metadata: True", "Authorization: Basic secret"}},
         {"secret\r\nX-Second: line\r\n", {"Metadata: True", "Authorization: Basic secret", "X-Second: line"}},
     };
-    for (const auto& row : rows) {
-        ChallengeWithFile(WriteSecret("lines.key", row.secret));
+    for (const auto& [secret, lines] : rows) {
+        ChallengeWithFile(WriteSecret("lines.key", secret));
         Answer("/metadata", 200, R"({"token_type":"Bearer","access_token":"abc"})");
         EXPECT_EQ(1, SignInWithIdentity());
-        EXPECT_EQ(row.lines, CallerLines(sim.Journal().back()));
+        EXPECT_EQ(lines, CallerLines(sim.Journal().back()));
     }
 }
 

@@ -25,19 +25,15 @@ TEST_F(RestCall, FiveHeaderLinesGoOutWithEachRequestAndNoIdTwice)
 
 TEST_F(RestCall, StatusAndBodyStayWithTheCall)
 {
-    const struct {
-        DWORD status;
-        const char* body;
-        int result;
-    } rows[] = {
+    const Row<DWORD, const char*, int> rows[] = {
         {200, "{}", 1}, {201, "{}", 1}, {202, "{}", 1}, {204, "", 1},  {203, "{}", 0},
         {206, "x", 0},  {400, "x", 0},  {404, "x", 0},  {429, "x", 0}, {503, "", 0},
     };
-    for (const auto& row : rows) {
-        Answer("/keys", static_cast<int>(row.status), row.body);
-        EXPECT_EQ(row.result, ListKeys(call.get())) << row.status;
-        EXPECT_EQ(row.status, call->lastStatus);
-        EXPECT_STREQ(row.body, call->lastBody);
+    for (const auto& [status, body, result] : rows) {
+        Answer("/keys", static_cast<int>(status), body);
+        EXPECT_EQ(result, ListKeys(call.get())) << status;
+        EXPECT_EQ(status, call->lastStatus);
+        EXPECT_STREQ(body, call->lastBody);
     }
     EXPECT_EQ(std::size(rows), sim.Journal().size()) << "whatever the service says is an answer";
     // Without a token nothing is sent, and what the call before left stays.

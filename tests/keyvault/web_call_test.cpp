@@ -140,13 +140,7 @@ TEST_F(WebCall, AnAnswerEndsAfterTwoMinutesOrSixteenMiB)
 {
     const json whole = {{"action", "status"}, {"status", 200}};
     const json drip = {{"action", "drip"}, {"afterBytes", 1}, {"delayMs", 1}};
-    const struct {
-        const char* name;
-        DWORD msPerPiece;
-        json fault;
-        size_t size;
-        DWORD error;
-    } rows[] = {
+    const Row<const char*, DWORD, json, size_t, DWORD> rows[] = {
         {"slow", 50, whole, 2 * kMiB, 0},
         {"in pieces", 0, drip, 50, 0},
         {"too slow", 1000, whole, 2 * kMiB, ERROR_WINHTTP_TIMEOUT},
@@ -154,22 +148,22 @@ TEST_F(WebCall, AnAnswerEndsAfterTwoMinutesOrSixteenMiB)
         {"late and short", 120000, whole, 3, ERROR_WINHTTP_TIMEOUT},
         {"too large", 0, whole, 16 * kMiB + 1, ERROR_FILE_TOO_LARGE},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, msPerPiece, action, size, error] : rows) {
+        SCOPED_TRACE(name);
         sim.ClearJournal();
-        json fault = row.fault;
+        json fault = action;
         fault["path"] = "/keys";
-        fault["body"] = std::string(row.size, 'b');
+        fault["body"] = std::string(size, 'b');
         sim.Fault(fault);
-        clock.StepTicks(row.msPerPiece);
+        clock.StepTicks(msPerPiece);
         const KVCResponsePtr response = Get();
         ASSERT_TRUE(response && response->body);
         EXPECT_NE(0u, response->status) << "what came before the end counts";
         EXPECT_NE(nullptr, response->headers);
-        EXPECT_EQ(row.error, response->error);
-        const size_t size = strlen(response->body);
-        EXPECT_EQ(row.error == 0, response->body == std::string(row.size, 'b')) << size;
-        EXPECT_TRUE(row.error != ERROR_FILE_TOO_LARGE || size > 15 * kMiB) << size;
+        EXPECT_EQ(error, response->error);
+        const size_t received = strlen(response->body);
+        EXPECT_EQ(error == 0, response->body == std::string(size, 'b')) << received;
+        EXPECT_TRUE(error != ERROR_FILE_TOO_LARGE || received > 15 * kMiB) << received;
         EXPECT_EQ(1u, sim.Journal().size()) << "an answer isn't asked for again";
     }
     EXPECT_TRUE(clock.Waits().empty());

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/common/alloc_fault.h"
+#include "tests/common/row.h"
 #include "tests/common/test_clock.h"
 #include "tests/common/test_root.h"
 
@@ -43,19 +44,17 @@ TEST_F(LogTest, EachCallHasItsForm)
 
 TEST_F(LogTest, TheGatesFollowBothSettings)
 {
-    const struct {
-        DWORD file, event;
-        int taken;  // the highest of the levels 1, 4, 8, 10 in the file
-        bool dateLine;
-    } rows[] = {{0, 0, 0, false}, {8, 0, 8, true}, {0, 4, 4, false}, {4, 10, 10, true}, {10, 4, 10, true}};
-    for (const auto& row : rows) {
-        Attach(row.file, row.event);
-        EXPECT_EQ(row.dateLine, !root.WholeLog().empty()) << row.file << "/" << row.event;
+    // taken: the highest of the levels 1, 4, 8, 10 in the file
+    const Row<DWORD, DWORD, int, bool> rows[] = {
+        {0, 0, 0, false}, {8, 0, 8, true}, {0, 4, 4, false}, {4, 10, 10, true}, {10, 4, 10, true}};
+    for (const auto& [file, event, taken, dateLine] : rows) {
+        Attach(file, event);
+        EXPECT_EQ(dateLine, !root.WholeLog().empty()) << file << "/" << event;
         root.ClearLog();
         for (const LONG level : {1, 4, 8, 10})
             LogLine(TEXT("line"), level);
         const std::vector<std::string> lines = root.LogLines();
-        EXPECT_EQ(row.taken, lines.empty() ? 0 : std::stoi(lines.back().substr(5))) << row.file << "/" << row.event;
+        EXPECT_EQ(taken, lines.empty() ? 0 : std::stoi(lines.back().substr(5))) << file << "/" << event;
         root.ClearLog();
     }
 }

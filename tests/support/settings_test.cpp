@@ -7,6 +7,7 @@
 #include "support/secrets.h"
 #include "support/settings_string.h"
 #include "tests/common/alloc_fault.h"
+#include "tests/common/row.h"
 #include "tests/common/test_root.h"
 
 class SettingsTest : public testing::Test {
@@ -39,25 +40,20 @@ TEST_F(SettingsTest, WhatIsMissingOrOfAnotherTypeIsEmpty)
     root.SetText(HKEY_LOCAL_MACHINE, "Expand", "%PATH%", REG_EXPAND_SZ);
     root.SetBytes(HKEY_LOCAL_MACHINE, "Odd", REG_SZ, {'a', 0, 'b', 0, 'c'});
     root.RemoveKey(HKEY_CURRENT_USER);
-    const struct {
-        int isMachine;
-        const WCHAR* name;
-        DWORD capacity;
-        const char* text;
-    } rows[] = {
+    const Row<int, const WCHAR*, DWORD, const char*> rows[] = {
         {1, TEXT("Expand"), 18, ""},
         {1, TEXT("NotThere"), 4, ""},
         {0, TEXT("NoKey"), 4, ""},
         {1, TEXT("Odd"), 8, "ab"},  // no terminator, and half a character
     };
-    for (const auto& row : rows) {
-        const BldStrPtr str(BldStrGetWStringValue(row.isMachine, row.name));
-        ASSERT_TRUE(str) << Narrow(row.name);
-        EXPECT_EQ(row.capacity, str->capacity) << Narrow(row.name);
-        if (std::string(row.text).empty())
-            EXPECT_EQ(0u, str->length) << Narrow(row.name);
+    for (const auto& [isMachine, name, capacity, text] : rows) {
+        const BldStrPtr str(BldStrGetWStringValue(isMachine, name));
+        ASSERT_TRUE(str) << Narrow(name);
+        EXPECT_EQ(capacity, str->capacity) << Narrow(name);
+        if (std::string(text).empty())
+            EXPECT_EQ(0u, str->length) << Narrow(name);
         else
-            EXPECT_EQ(row.text, Narrow(str->cStr).substr(0, 2));
+            EXPECT_EQ(text, Narrow(str->cStr).substr(0, 2));
     }
     EXPECT_EQ(0, BldStrSetWStringValue(0, TEXT("CertSync"), TEXT("x"))) << "the key is never created";
     EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
