@@ -15,7 +15,6 @@ Simulator& Simulator::Get()
 Simulator::Simulator()
 {
     Start();
-    Control("PUT", "/arc", {{"realmPrefix", drive_}});
 }
 
 Simulator::~Simulator()
@@ -41,21 +40,8 @@ json Simulator::Control(const std::string& method, const std::string& path, cons
 
 void Simulator::Reset()
 {
-    Control("DELETE", "/faults");
-    Control("PUT", "/latency", {{"ms", 0}});
-    for (const char* listener : {"tls", "http", "arc"})
-        Control("PUT", "/listener", {{"name", listener}, {"mode", "up"}});
-    Control("PUT", "/certificate", {{"mode", "good"}});
-    Control("PUT", "/tokens",
-            {{"lifetimeSeconds", 3600}, {"oid", kObjectId}, {"omit", json::array()}, {"tokenType", "Bearer"}});
-    Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 0}, {"firstEmpty", false}});
-    Control("PUT", "/secret", {{"expired", false}});
-    Control("PUT", "/clock", {{"offsetSeconds", 0}});
-    for (const auto& [vault, tier] : {std::pair(kVault, "premium"), std::pair(kStandardVault, "standard")}) {
-        Control("DELETE", std::string("/vaults/") + vault);
-        Control("PUT", std::string("/vaults/") + vault, {{"tier", tier}});
-    }
-    ClearJournal();
+    Control("POST", "/reset");
+    Control("PUT", "/arc", {{"realmPrefix", drive_}});
 }
 
 json Simulator::Journal()

@@ -7,22 +7,22 @@ using std::string_literals::operator""s;
 
 constexpr DWORD kX500 = CERT_X500_NAME_STR;
 
+const std::string kCommonName("\x55\x04\x03");
+
 // objectId: the content of its DER form.
 std::string Attribute(const std::string& objectId, BYTE tag, const std::string& value)
 {
     return MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + MakeDer(tag, value));
 }
 
-const std::string kCommonName("\x55\x04\x03");
-
-std::string Part(const std::string& attributes)
+std::string Part(const std::string& objectId, BYTE tag, const std::string& value)
 {
-    return MakeDer(kDerSet, attributes);
+    return MakeDer(kDerSet, Attribute(objectId, tag, value));
 }
 
 std::string CommonName(BYTE tag, const std::string& value)
 {
-    return Part(Attribute(kCommonName, tag, value));
+    return Part(kCommonName, tag, value);
 }
 
 std::string TextOf(const std::string& name, DWORD strType)
@@ -52,7 +52,7 @@ std::string NameOf(const std::string& text, DWORD strType)
 TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
 {
     const std::string utf8Name = CommonName(kDerUtf8String, "web01");
-    const std::string organisation = Part(Attribute("\x55\x04\x0A", kDerPrintableString, "Acme, Inc."));
+    const std::string organisation = Part("\x55\x04\x0A", kDerPrintableString, "Acme, Inc.");
     const struct {
         const char* what;
         std::string name;  // the content of the sequence
@@ -63,7 +63,8 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
         {"one", utf8Name, "web01", "CN=web01"},
         {"comma", utf8Name + organisation, "web01, \"Acme, Inc.\"", "CN=web01, O=\"Acme, Inc.\""},
         {"several values",
-         Part(Attribute(kCommonName, kDerPrintableString, "a") + Attribute("\x55\x04\x05", kDerPrintableString, "1")),
+         MakeDer(kDerSet, Attribute(kCommonName, kDerPrintableString, "a") +
+                              Attribute("\x55\x04\x05", kDerPrintableString, "1")),
          "a + 1", "CN=a + SERIALNUMBER=1"},
         {"quote", CommonName(kDerUtf8String, "a\"b"), "\"a\"\"b\"", "CN=\"a\"\"b\""},
         {"leading blank", CommonName(kDerUtf8String, " a"), "\" a\"", "CN=\" a\""},
@@ -80,11 +81,11 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
         {"half a BMP", CommonName(kDerBmpString, "\x00"s), "#1E0100", "CN=#1E0100"},
         {"octets", CommonName(kDerOctetString, "\x01\xAB"), "#01AB", "CN=#01AB"},
         {"number", CommonName(kDerInteger, "\x05"), "#020105", "CN=#020105"},
-        {"unknown type", Part(Attribute("\x2A\x03\x04", kDerUtf8String, "x")), "x", "OID.1.2.3.4=x"},
+        {"unknown type", Part("\x2A\x03\x04", kDerUtf8String, "x"), "x", "OID.1.2.3.4=x"},
         {"mail, state, domain",
-         Part(Attribute("\x2A\x86\x48\x86\xF7\x0D\x01\x09\x01", kDerIa5String, "a@b")) +
-             Part(Attribute("\x55\x04\x08", kDerUtf8String, "WA")) +
-             Part(Attribute("\x09\x92\x26\x89\x93\xF2\x2C\x64\x01\x19", kDerIa5String, "corp")),
+         Part("\x2A\x86\x48\x86\xF7\x0D\x01\x09\x01", kDerIa5String, "a@b") +
+             Part("\x55\x04\x08", kDerUtf8String, "WA") +
+             Part("\x09\x92\x26\x89\x93\xF2\x2C\x64\x01\x19", kDerIa5String, "corp"),
          "a@b, WA, corp", "E=a@b, S=WA, DC=corp"},
     };
     for (const auto& row : rows) {

@@ -31,19 +31,17 @@ CRYPT_ALGORITHM_IDENTIFIER Algorithm(const char* objectId)
     return {const_cast<char*>(objectId), {0, nullptr}};
 }
 
-// The certificate, or nothing with the last error.
-std::string Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm = "1.2.840.113549.1.1.11")
+// The error, or 0 and the certificate.
+DWORD Sign(NCRYPT_KEY_HANDLE key, const CERT_INFO& info, const char* algorithm, std::string* certificate)
 {
     CRYPT_ALGORITHM_IDENTIFIER outer = Algorithm(algorithm);
-    std::string certificate;
-    ReadInTwoCalls(&certificate, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
+    return ReadInTwoCalls(certificate, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
         return CryptSignAndEncodeCertificate(key, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &info,
                                              &outer, nullptr, reinterpret_cast<BYTE*>(out), size);
     });
-    return certificate;
 }
 
-// What the key makes of the part that is signed: PKCS#1 signatures are the same each time.
+// What the key makes of the signed part: PKCS#1 signatures are the same each time.
 std::string SignatureOver(X509* certificate, NCRYPT_KEY_HANDLE key, const char* digest)
 {
     BYTE* signedPart = nullptr;
@@ -57,10 +55,10 @@ std::string SignatureOver(X509* certificate, NCRYPT_KEY_HANDLE key, const char* 
 
 std::string HexOf(const ASN1_STRING* text)
 {
-    return HexText(ASN1_STRING_get0_data(text), static_cast<size_t>(ASN1_STRING_length(text)));
+    return text ? HexText(ASN1_STRING_get0_data(text), static_cast<size_t>(ASN1_STRING_length(text))) : "none";
 }
 
-// The error, or 0 with what was decoded.
+// The error, or 0 and what was decoded.
 DWORD ReadRequest(const std::string& request, std::string* decoded, LPCSTR type = X509_CERT_REQUEST_TO_BE_SIGNED)
 {
     return ReadInTwoCalls(decoded, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
@@ -84,51 +82,48 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
     info.SerialNumber = {sizeof serial, serial};
     info.IssuerUniqueId = {2, serial, 0};
     info.SubjectUniqueId = {1, serial + 5, 1};
-    const struct {
-        const char* algorithm;
-        const char* digest;
-    } rows[] = {{"1.2.840.113549.1.1.5", "SHA1"},
-                {"1.2.840.113549.1.1.11", "SHA256"},
-                {"1.2.840.113549.1.1.12", "SHA384"},
-                {"1.2.840.113549.1.1.13", "SHA512"}};
-    for (const auto& row : rows) {
-        info.SignatureAlgorithm = Algorithm(row.algorithm);
-        const std::string made = Sign(signer.key, info, row.algorithm);
+    std::string made;
+    for (const auto& [algorithm, digest] : {std::pair("1.2.840.113549.1.1.5", "SHA1"),
+                                            {"1.2.840.113549.1.1.11", "SHA256"},
+                                            {"1.2.840.113549.1.1.12", "SHA384"},
+                                            {"1.2.840.113549.1.1.13", "SHA512"}}) {
+        info.SignatureAlgorithm = Algorithm(algorithm);
+        EXPECT_EQ(Sign(signer.key, info, algorithm, &made), 0u);
         const OpensslPtr<X509> copy = ParseX509(made);
-        ASSERT_NE(copy, nullptr) << row.algorithm;
+        ASSERT_NE(copy, nullptr) << algorithm;
         const ASN1_BIT_STRING* signature = nullptr;
         X509_get0_signature(&signature, nullptr, copy.get());
-        EXPECT_EQ(X509_get_signature_nid(copy.get()), OBJ_txt2nid(row.algorithm));
+        EXPECT_EQ(X509_get_signature_nid(copy.get()), OBJ_txt2nid(algorithm));
         int parameters = 0;
         X509_ALGOR_get0(nullptr, &parameters, nullptr, X509_get0_tbs_sigalg(copy.get()));
         EXPECT_EQ(parameters, V_ASN1_NULL);
-        EXPECT_EQ(HexOf(signature), SignatureOver(copy.get(), signer.key, row.digest)) << row.algorithm;
-        EXPECT_EQ(X509_get_version(copy.get()), X509_VERSION_3);
-        EXPECT_EQ(X509_get_key_usage(copy.get()), uint32_t{KU_DIGITAL_SIGNATURE | KU_KEY_ENCIPHERMENT});
-        EXPECT_EQ(HexOf(X509_get0_serialNumber(copy.get())), "79FAFBFCFDFF")
-            << "the highest byte is the sign's: a negative number, by its amount";
-        const ASN1_BIT_STRING* issuer = nullptr;
-        const ASN1_BIT_STRING* subject = nullptr;
-        X509_get0_uids(copy.get(), &issuer, &subject);
-        ASSERT_TRUE(issuer && subject);
-        EXPECT_EQ(HexOf(issuer) + HexOf(subject), "010286");
-        const PCCERT_CONTEXT read = CertCreateCertificateContext(kEncodings, BytesOf(made), SizeOf(made));
-        ASSERT_NE(read, nullptr);
-        const CRYPT_BIT_BLOB& id = read->pCertInfo->IssuerUniqueId;
-        EXPECT_EQ(HexText(id.pbData, id.cbData), "0102");
-        EXPECT_EQ(read->pCertInfo->SubjectUniqueId.cUnusedBits, 1u);
-        CertFreeCertificateContext(read);
+        EXPECT_EQ(HexOf(signature), SignatureOver(copy.get(), signer.key, digest)) << algorithm;
     }
-    EXPECT_EQ(ErrorOf(!Sign(signer.key, info, "1.2.840.10045.4.3.2").empty()), DWORD(NTE_BAD_ALGID));
+    const OpensslPtr<X509> copy = ParseX509(made);
+    EXPECT_EQ(X509_get_version(copy.get()), X509_VERSION_3);
+    EXPECT_EQ(X509_get_key_usage(copy.get()), uint32_t{KU_DIGITAL_SIGNATURE | KU_KEY_ENCIPHERMENT});
+    EXPECT_EQ(HexOf(X509_get0_serialNumber(copy.get())), "79FAFBFCFDFF") << "negative, and so shown by its amount";
+    const ASN1_BIT_STRING* issuer = nullptr;
+    const ASN1_BIT_STRING* subject = nullptr;
+    X509_get0_uids(copy.get(), &issuer, &subject);
+    EXPECT_EQ(HexOf(issuer) + HexOf(subject), "010286");
+    const PCCERT_CONTEXT read = CertCreateCertificateContext(kEncodings, BytesOf(made), SizeOf(made));
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(HexText(read->pCertInfo->IssuerUniqueId.pbData, read->pCertInfo->IssuerUniqueId.cbData), "0102");
+    EXPECT_EQ(read->pCertInfo->SubjectUniqueId.cUnusedBits, 1u);
+    CertFreeCertificateContext(read);
+    EXPECT_EQ(Sign(signer.key, info, "1.2.840.10045.4.3.2", &made), DWORD(NTE_BAD_ALGID));
     CertFreeCertificateContext(context);
 }
 
 TEST(CertificateSigning, KeysGoThroughTheirStates)
 {
-    SigningKey signer;
+    const SigningKey signer;
+    const char* const rsa = "1.2.840.113549.1.1.11";
+    std::string made;
     CERT_INFO info = {};
-    info.SignatureAlgorithm = info.SubjectPublicKeyInfo.Algorithm = Algorithm("1.2.840.113549.1.1.1");
-    EXPECT_EQ(ErrorOf(!Sign(signer.key, info).empty()), DWORD(NTE_BAD_KEY_STATE));
+    info.SignatureAlgorithm = info.SubjectPublicKeyInfo.Algorithm = Algorithm(rsa);
+    EXPECT_EQ(Sign(signer.key, info, rsa, &made), DWORD(NTE_BAD_KEY_STATE));
     EXPECT_EQ(signer.SetLength(2048, 2), NTE_INVALID_PARAMETER);
     EXPECT_EQ(signer.SetLength(1000), NTE_NOT_SUPPORTED);
     EXPECT_EQ(signer.SetLength(1024), 0);
@@ -149,7 +144,7 @@ TEST(CertificateSigning, KeysGoThroughTheirStates)
     EXPECT_EQ(NCryptFreeObject(signer.key), 0);
     EXPECT_EQ(NCryptFreeObject(signer.key), NTE_INVALID_HANDLE);
     EXPECT_EQ(signer.SetLength(1024), NTE_INVALID_HANDLE);
-    EXPECT_EQ(ErrorOf(!Sign(signer.key, info).empty()), DWORD(NTE_INVALID_HANDLE));
+    EXPECT_EQ(Sign(signer.key, info, rsa, &made), DWORD(NTE_INVALID_HANDLE));
 }
 
 TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
@@ -157,7 +152,7 @@ TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
     std::string request = MakeRequest(MakeRsaPublicKey(4096).get(), "a-key-name-of-forty-two-characters-exactly");
     std::string decoded;
     ASSERT_EQ(ReadRequest(request, &decoded), 0u);
-    EXPECT_LE(decoded.size(), 1000u) << "what the client has room for";
+    EXPECT_LE(decoded.size(), 1000u) << "the client's buffer";
     request.assign(request.size(), '\xEE');
     const CERT_REQUEST_INFO& info = *reinterpret_cast<const CERT_REQUEST_INFO*>(decoded.data());
     EXPECT_EQ(info.dwVersion, 0u);
@@ -173,12 +168,11 @@ TEST(RequestDecoding, DamagedRequestsAreRefused)
 {
     const std::string request = MakeRequest(MakeEcKey().get(), "web01");
     std::string decoded;
-    for (size_t length = 0; length < request.size(); length++)
-        EXPECT_EQ(ReadRequest(request.substr(0, length), &decoded), DWORD(CRYPT_E_ASN1_EOD)) << length;
     for (size_t i = 0; i < request.size(); i++) {
+        EXPECT_EQ(ReadRequest(request.substr(0, i), &decoded), DWORD(CRYPT_E_ASN1_EOD)) << i;
         std::string changed = request;
         changed[i] = static_cast<char>(changed[i] ^ 0x5A);
-        // Whether it can be read depends on the byte; what counts is that nothing is read or written beyond the ends.
+        // Whether it can be read depends on the byte; nothing may be read or written beyond the ends.
         ReadRequest(changed, &decoded);
         EXPECT_LE(decoded.size(), 1000u) << i;
     }

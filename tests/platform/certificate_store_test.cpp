@@ -91,7 +91,7 @@ const std::string kBound = "|32|Zandrel Key Storage Provider for Key Vault";
 
 }  // namespace
 
-TEST(CertificateContexts, TheStructureLeadsIntoTheCertificate)
+TEST(CertificateContexts, TheStructurePointsIntoTheCertificate)
 {
     const std::string der = MakeCertificate("web01", 0x010203FF);
     const std::string more = der + "\xEE";
@@ -171,34 +171,31 @@ TEST(CertificateStore, ADuplicateChangesNothingAndADeletedOneStaysGone)
     EXPECT_TRUE(store.Names().empty());
 }
 
-TEST(CertificateStore, TheEnumerationIsOrderedAndPassesOverDamage)
+TEST(CertificateStore, TheEnumerationIsOrderedAndSkipsDamagedFiles)
 {
     const PlatformRoot root;
-    std::vector<std::string> all;
-    std::vector<std::string> files;
     const Store store;
-    for (const char* name : {"a", "b", "c", "d"}) {
-        all.push_back(MakeCertificate(name, 1));
-        store.Add(all.back());
-        files.push_back(root.File(FileOf(all.back())));
-    }
+    std::string all[4];
+    for (size_t i = 0; i < 4; i++)
+        store.Add(all[i] = MakeCertificate({"abcd"[i]}, 1));
     const std::vector<std::string> names = store.Names();
     EXPECT_EQ(names.size(), 4u);
     EXPECT_EQ(Store().Names(), names);
 
-    const std::string good = ReadFileText(files[0]);
-    WriteFileText(files[0], good.substr(0, good.size() / 2));
-    WriteFileText(files[1], "KeyProvInfo.Flags: many\n" + ReadFileText(files[1]));
-    WriteFileText(files[2], good);  // another's bytes under this name
+    const auto file = [&](size_t i) { return root.File(FileOf(all[i])); };
+    const std::string good = ReadFileText(file(0));
+    WriteFileText(file(0), good.substr(0, good.size() / 2));
+    WriteFileText(file(1), "KeyProvInfo.Flags: many\n" + ReadFileText(file(1)));
+    WriteFileText(file(2), good);  // another certificate under this name
     WriteFileText(root.File(kMachineStore + std::string("note.pem")), good);
     EXPECT_EQ(store.Names(), std::vector<std::string>{"d"});
 
-    // A damaged file is mended by adding the certificate anew.
+    // Adding the certificate again repairs its file.
     EXPECT_NE(store.Add(all[0]), nullptr);
     EXPECT_NE(store.Add(all[1]), nullptr);
     EXPECT_EQ(store.Names().size(), 3u);
 
-    // An enumeration goes on behind a certificate that is deleted meanwhile, and from one that it did not give.
+    // An enumeration continues after a certificate that is deleted meanwhile, and after one that it didn't return.
     PCCERT_CONTEXT context = CertEnumCertificatesInStore(store.handle, nullptr);
     CertDeleteCertificateFromStore(store.First().release());
     size_t left = 0;
@@ -235,19 +232,13 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
 {
     const PlatformRoot root;
     const DWORD machine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
-    const struct {
-        DWORD flags;
-        LPCWSTR name;
-        LPCSTR provider;
-        LONG error;
-    } rows[] = {
-        {machine | 0x4000, u"My", CERT_STORE_PROV_SYSTEM_W, E_INVALIDARG},
-        {0, u"My", CERT_STORE_PROV_SYSTEM_W, E_INVALIDARG},
-        {machine, u"../My", CERT_STORE_PROV_SYSTEM_W, ERROR_FILE_NOT_FOUND},
-        {machine, u"My", reinterpret_cast<LPCSTR>(99), ERROR_FILE_NOT_FOUND},
+    const auto refusal = [](DWORD flags, LPCWSTR name, LPCSTR provider = CERT_STORE_PROV_SYSTEM_W) {
+        return ErrorOf(Store(flags, name, provider).handle != nullptr);
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(ErrorOf(Store(row.flags, row.name, row.provider).handle != nullptr), DWORD(row.error)) << row.flags;
+    EXPECT_EQ(refusal(machine | 0x4000, u"My"), DWORD(E_INVALIDARG));
+    EXPECT_EQ(refusal(0, u"My"), DWORD(E_INVALIDARG));
+    EXPECT_EQ(refusal(machine, u"../My"), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(refusal(machine, u"My", reinterpret_cast<LPCSTR>(99)), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
     EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
     const Context context = Store(machine, u"MY").Add(MakeCertificate("web01", 1));

@@ -11,12 +11,10 @@ DATA_BLOB BlobOf(const std::string& bytes)
     return {SizeOf(bytes), BytesOf(bytes)};
 }
 
-// What a call gave, or the error.
-std::string Taken(BOOL done, const DATA_BLOB& out)
+// The result, which is freed, or the error.
+std::string Result(BOOL done, const DATA_BLOB& out)
 {
-    if (!done)
-        return ErrorText();
-    const std::string bytes(reinterpret_cast<char*>(out.pbData), out.cbData);
+    const std::string bytes = done ? std::string(reinterpret_cast<char*>(out.pbData), out.cbData) : ErrorText();
     LocalFree(out.pbData);
     return bytes;
 }
@@ -27,7 +25,7 @@ std::string Protected(const std::string& secret, DWORD flags, LPCWSTR descriptio
     DATA_BLOB data = BlobOf(secret);
     DATA_BLOB salt = BlobOf(entropy);
     DATA_BLOB out = {};
-    return Taken(CryptProtectData(&data, description, &salt, nullptr, nullptr, flags, &out), out);
+    return Result(CryptProtectData(&data, description, &salt, nullptr, nullptr, flags, &out), out);
 }
 
 std::string Unprotected(const std::string& blob, const std::string& entropy = kEntropy,
@@ -37,9 +35,9 @@ std::string Unprotected(const std::string& blob, const std::string& entropy = kE
     DATA_BLOB salt = BlobOf(entropy);
     DATA_BLOB out = {};
     LPWSTR text = nullptr;
-    const std::string secret = Taken(CryptUnprotectData(&data, description == nullptr ? nullptr : &text, &salt, nullptr,
-                                                        nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out),
-                                     out);
+    const std::string secret = Result(CryptUnprotectData(&data, description == nullptr ? nullptr : &text, &salt,
+                                                         nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out),
+                                      out);
     if (text != nullptr)
         *description = text;
     LocalFree(text);
@@ -48,7 +46,7 @@ std::string Unprotected(const std::string& blob, const std::string& entropy = kE
 
 }  // namespace
 
-TEST(DataProtection, BothScopesGiveTheSecretAndItsDescriptionBack)
+TEST(DataProtection, BothScopesReturnTheSecretAndItsDescription)
 {
     const PlatformRoot root;
     for (const DWORD flags : {CRYPTPROTECT_LOCAL_MACHINE, CRYPTPROTECT_UI_FORBIDDEN}) {
@@ -71,12 +69,12 @@ TEST(DataProtection, EveryByteOfTheBlobCounts)
 {
     const PlatformRoot root;
     const std::string blob = Protected("tiger", CRYPTPROTECT_LOCAL_MACHINE, u"note");
-    Protected("so that the other scope has a key too", 0);
+    Protected("creates the key of the other scope", 0);
     for (size_t i = 0; i < blob.size(); i++) {
         std::string changed = blob;
         changed[i] = static_cast<char>(changed[i] ^ 1);
-        EXPECT_EQ(Unprotected(changed).compare(0, 6, "error "), 0) << "byte " << i;
-        EXPECT_EQ(Unprotected(blob.substr(0, i)).compare(0, 6, "error "), 0) << i << " bytes";
+        for (const std::string& bad : {changed, blob.substr(0, i)})
+            EXPECT_EQ(Unprotected(bad).compare(0, 6, "error "), 0) << i;
     }
     EXPECT_EQ(Unprotected(blob + "0"), "error D");
     DATA_BLOB none = {};

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <regex>
 #include <sstream>
 
 #include "tests/platform/platform_root.h"
@@ -14,19 +13,18 @@ TEST(Names, UserComputerAndProgram)
     std::u16string user;
     ASSERT_EQ(ReadInTwoCalls(&user, ERROR_INSUFFICIENT_BUFFER, GetUserNameW), 0u);
     EXPECT_EQ(user.find(u'\0') + 1, user.size()) << "the terminator is counted";
+    const auto computerName = [](WCHAR* name, DWORD* size) {
+        return GetComputerNameExW(ComputerNameDnsFullyQualified, name, size);
+    };
     std::u16string computer;
-    ASSERT_EQ(ReadInTwoCalls(&computer, ERROR_MORE_DATA,
-                             [](WCHAR* name, DWORD* size) {
-                                 return GetComputerNameExW(ComputerNameDnsFullyQualified, name, size);
-                             }),
-              0u);
+    ASSERT_EQ(ReadInTwoCalls(&computer, ERROR_MORE_DATA, computerName), 0u);
     EXPECT_EQ(computer.find(u'\0'), computer.npos) << "the terminator is not counted";
     char host[256] = {};
     ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
     EXPECT_EQ(ToUtf8(computer).find(host), 0u) << "the qualified name begins with the host's";
     DWORD size = 0;
     EXPECT_EQ(ErrorOf(GetUserNameW(nullptr, &size)), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(ErrorOf(GetComputerNameExW(ComputerNameDnsFullyQualified, nullptr, &(size = 0))), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(ErrorOf(computerName(nullptr, &(size = 0))), DWORD{ERROR_MORE_DATA});
 
     WCHAR name[4096];
     const DWORD length = K32GetProcessImageFileNameW(GetCurrentProcess(), name, 4096);
@@ -39,16 +37,17 @@ TEST(Names, UserComputerAndProgram)
 TEST(Names, EnvironmentVariables)
 {
     WCHAR buffer[8];
+    const auto read = [&buffer](DWORD room) { return GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, room); };
     setenv("KELVARO_TEST_VALUE", "five\xC3\xA4", 1);
-    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 5u);
+    EXPECT_EQ(read(8), 5u);
     EXPECT_EQ(std::u16string(buffer), u"five\u00E4");
-    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 5), 6u) << "too small: with terminator";
+    EXPECT_EQ(read(5), 6u) << "too small: the size with the terminator";
     EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", nullptr, 0), 6u);
     setenv("KELVARO_TEST_VALUE", "", 1);
-    EXPECT_EQ(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8), 0u);
+    EXPECT_EQ(read(8), 0u);
     EXPECT_EQ(GetLastError(), 0u);
     unsetenv("KELVARO_TEST_VALUE");
-    EXPECT_EQ(ErrorOf(GetEnvironmentVariableW(u"KELVARO_TEST_VALUE", buffer, 8) != 0), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    EXPECT_EQ(ErrorOf(read(8) != 0), DWORD{ERROR_ENVVAR_NOT_FOUND});
 }
 
 TEST(Clock, PublishedTimes)
@@ -56,10 +55,8 @@ TEST(Clock, PublishedTimes)
     struct tm parts;
     __time64_t time = 951782400;  // 2000-02-29 00:00:00 UTC, a Tuesday
     ASSERT_EQ(_gmtime64_s(&parts, &time), 0);
-    EXPECT_EQ(parts.tm_year, 100);
-    EXPECT_EQ(parts.tm_mon, 1);
-    EXPECT_EQ(parts.tm_mday, 29);
-    EXPECT_EQ(parts.tm_wday, 2);
+    EXPECT_EQ((std::vector<int>{parts.tm_year, parts.tm_mon, parts.tm_mday, parts.tm_wday}),
+              (std::vector<int>{100, 1, 29, 2}));
     for (const __time64_t outside : {__time64_t{-1}, __time64_t{32535215999 + 1}}) {
         EXPECT_NE(_gmtime64_s(&parts, &outside), 0);
         EXPECT_NE(_localtime64_s(&parts, &outside), 0);
@@ -68,8 +65,7 @@ TEST(Clock, PublishedTimes)
     EXPECT_NE(_gmtime64_s(&parts, nullptr), 0);
     const time_t before = ::time(nullptr);
     EXPECT_EQ(_time64(&time), time);
-    EXPECT_LE(before, time);
-    EXPECT_GE(before + 60, time);
+    EXPECT_TRUE(before <= time && time <= before + 60);
 
     time = 1770000000;  // the first days of February 2026 in every zone: a day has two digits
     ASSERT_EQ(_localtime64_s(&parts, &time), 0);
@@ -78,7 +74,7 @@ TEST(Clock, PublishedTimes)
     EXPECT_EQ(ToUtf8(_wctime64(&time)), expected);
 }
 
-TEST(Uuid, FreshOnesAreRandomAndSaySo)
+TEST(Uuid, NewOnesAreRandomAndMarkedSo)
 {
     UUID uuid = {0x01234567, 0x89AB, 0x4CDE, {0x8F, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD}};
     RPC_WSTR text = nullptr;
@@ -96,7 +92,7 @@ TEST(Uuid, FreshOnesAreRandomAndSaySo)
 
 TEST(Semaphore, CountsAndTimesOut)
 {
-    HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    const HANDLE semaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
     ASSERT_NE(semaphore, nullptr);
     EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_TIMEOUT);
@@ -109,7 +105,7 @@ TEST(Semaphore, CountsAndTimesOut)
     EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 1, &previous)), DWORD{ERROR_TOO_MANY_POSTS});
     EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 0, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
 
-    // One at a time passes: a slim lock as well.
+    // It lets one thread through at a time, as does a slim lock.
     SRWLOCK lock = {};
     int inside = 0;
     int total = 0;
@@ -130,28 +126,20 @@ TEST(Semaphore, CountsAndTimesOut)
 
 TEST(Semaphore, BadCountsNamesAndHandlesAreRefused)
 {
-    const struct {
-        LONG initial, maximum;
-        LPCWSTR name;
-        LONG error;
-    } rows[] = {{2, 1, nullptr, ERROR_INVALID_PARAMETER},
-                {-1, 1, nullptr, ERROR_INVALID_PARAMETER},
-                {0, 0, nullptr, ERROR_INVALID_PARAMETER},
-                {1, 1, u"name", ERROR_NOT_SUPPORTED}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(CreateSemaphoreW(nullptr, row.initial, row.maximum, row.name), nullptr) << row.initial;
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.error)) << row.initial;
-    }
-    HANDLE closed = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    for (const auto& [initial, maximum] : {std::pair(2, 1), {-1, 1}, {0, 0}})
+        EXPECT_EQ(ErrorOf(CreateSemaphoreW(nullptr, initial, maximum, nullptr) != nullptr),
+                  DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ErrorOf(CreateSemaphoreW(nullptr, 1, 1, u"name") != nullptr), DWORD{ERROR_NOT_SUPPORTED});
+    const HANDLE closed = CreateSemaphoreW(nullptr, 1, 1, nullptr);
     CloseHandle(closed);
-    // More handles than the table has places: the place is used again, the handle isn't.
+    // More handles than the table has places: a place is used again, a handle isn't.
     for (int i = 0; i < 5000; i++) {
-        HANDLE next = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+        const HANDLE next = CreateSemaphoreW(nullptr, 1, 1, nullptr);
         ASSERT_NE(next, closed);
         CloseHandle(next);
     }
-    HANDLE open = CreateSemaphoreW(nullptr, 1, 1, nullptr);
-    for (HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, closed}) {
+    const HANDLE open = CreateSemaphoreW(nullptr, 1, 1, nullptr);
+    for (const HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, closed}) {
         EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);
         EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
         EXPECT_FALSE(ReleaseSemaphore(handle, 1, nullptr));
@@ -162,7 +150,7 @@ TEST(Semaphore, BadCountsNamesAndHandlesAreRefused)
 
 TEST(SecurityDescriptor, BothForms)
 {
-    // Self-relative, 60 bytes: owner S-1-5-18, a list with one entry that allows it everything.
+    // Self-relative, 60 bytes: owner S-1-5-18, a list with one entry that gives it full access.
     const std::vector<BYTE> relative = {
         1, 0, 0x04, 0x80, 20,   0,    0,    0, 0,  0, 0, 0, 0, 0, 0, 0, 32, 0, 0, 0,  // head
         1, 1, 0,    0,    0,    0,    0,    5, 18, 0, 0, 0,                           // owner
@@ -175,7 +163,7 @@ TEST(SecurityDescriptor, BothForms)
         BYTE value;
         DWORD length;  // 0: not valid
     } rows[] = {
-        {"as it is", 0, 1, 60},
+        {"unchanged", 0, 1, 60},
         {"descriptor's revision", 0, 2, 0},
         {"owner's revision", 20, 2, 0},
         {"too many parts of the owner", 21, 16, 0},
@@ -186,30 +174,26 @@ TEST(SecurityDescriptor, BothForms)
         {"an entry of no size", 42, 0, 0},
         {"no list, by the control bits", 2, 0, 32},
     };
+    const auto length = [](void* of) { return IsValidSecurityDescriptor(of) ? GetSecurityDescriptorLength(of) : 0; };
     for (const auto& row : rows) {
         std::vector<BYTE> bytes = relative;
         bytes[row.offset] = row.value;
-        EXPECT_EQ(IsValidSecurityDescriptor(bytes.data()) != FALSE, row.length != 0) << row.name;
-        if (row.length != 0) {
-            EXPECT_EQ(GetSecurityDescriptorLength(bytes.data()), row.length) << row.name;
-        }
+        EXPECT_EQ(length(bytes.data()), row.length) << row.name;
     }
 
     SECURITY_DESCRIPTOR absolute;
     memset(&absolute, 0xCC, sizeof absolute);
     EXPECT_FALSE(InitializeSecurityDescriptor(&absolute, 2));
     ASSERT_TRUE(InitializeSecurityDescriptor(&absolute, SECURITY_DESCRIPTOR_REVISION));
-    EXPECT_TRUE(IsValidSecurityDescriptor(&absolute));
-    EXPECT_EQ(GetSecurityDescriptorLength(&absolute), sizeof absolute);
-    EXPECT_FALSE(IsValidSecurityDescriptor(nullptr));
+    EXPECT_EQ(length(&absolute), sizeof absolute);
     std::vector<BYTE> parts = relative;
     absolute.Owner = parts.data() + 20;
     absolute.Dacl = reinterpret_cast<PACL>(parts.data() + 32);
     absolute.Control = SE_DACL_PRESENT;
-    EXPECT_TRUE(IsValidSecurityDescriptor(&absolute));
-    EXPECT_EQ(GetSecurityDescriptorLength(&absolute), sizeof absolute + 12 + 28);
+    EXPECT_EQ(length(&absolute), sizeof absolute + 12 + 28);
     parts[32] = 9;
-    EXPECT_FALSE(IsValidSecurityDescriptor(&absolute));
+    EXPECT_EQ(length(&absolute), 0u);
+    EXPECT_EQ(length(nullptr), 0u);
 }
 
 static BOOL Report(HANDLE source, WORD type, LPCWSTR text)
@@ -217,15 +201,16 @@ static BOOL Report(HANDLE source, WORD type, LPCWSTR text)
     return ReportEventW(source, type, 0, 0, nullptr, 1, 0, &text, nullptr);
 }
 
-// The lines of a file without their stamps, whose form is checked.
+// The lines of a file without their time stamps, whose form is checked.
 static std::vector<std::string> Records(const std::string& path)
 {
-    const std::regex stamp("\\{\"time\":\"20\\d\\d-[01]\\d-[0-3]\\dT[0-2]\\d:[0-5]\\d:[0-6]\\dZ\",");
     std::istringstream text(ReadFileText(path));
     std::vector<std::string> records;
     for (std::string line; std::getline(text, line);) {
-        EXPECT_TRUE(std::regex_search(line.substr(0, 31), stamp)) << line;
         records.push_back(line.substr(31));
+        for (char& c : line)
+            c = isdigit(c) ? '0' : c;
+        EXPECT_EQ(line.substr(0, 31), "{\"time\":\"0000-00-00T00:00:00Z\",");
     }
     return records;
 }
@@ -233,7 +218,7 @@ static std::vector<std::string> Records(const std::string& path)
 TEST(EventLog, OneObjectALineWithTypeAndText)
 {
     const PlatformRoot root;
-    HANDLE source = RegisterEventSourceW(nullptr, u"../up\\and/away");
+    const HANDLE source = RegisterEventSourceW(nullptr, u"../up\\and/away");
     ASSERT_NE(source, nullptr);
     EXPECT_TRUE(Report(source, EVENTLOG_ERROR_TYPE, u"KelvaroEnumKeys Error 0x80090026"));
     EXPECT_TRUE(Report(source, EVENTLOG_WARNING_TYPE, u"C:\\a \"b\"\r\n\t\u20AC \U0001F511"));
@@ -256,7 +241,7 @@ TEST(EventLog, OneObjectALineWithTypeAndText)
     // Threads don't mix their lines.
     const std::u16string text(3000, u'x');
     OnThreads(4, [&text](int) {
-        HANDLE shared = RegisterEventSourceW(nullptr, u"Application");
+        const HANDLE shared = RegisterEventSourceW(nullptr, u"Application");
         for (int line = 0; line < 25; line++)
             Report(shared, EVENTLOG_SUCCESS, text.c_str());
     });

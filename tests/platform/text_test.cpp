@@ -83,47 +83,41 @@ TEST(CodePage, SizesCountTheTerminatorWhenTheSourceHasOne)
 {
     WCHAR wide[4] = {u'?', u'?', u'?', u'?'};
     char narrow[4];
-    const auto widen = [&](UINT page, DWORD flags, const char* text, int length, WCHAR* out, int room) {
-        SetLastError(0);
-        const int count = MultiByteToWideChar(page, flags, text, length, out, room);
-        return count != 0 ? count : -static_cast<int>(GetLastError());
-    };
-    const auto narrowed = [&](UINT page, DWORD flags, int length, int room, const char* other = nullptr,
-                              BOOL* used = nullptr) {
-        SetLastError(0);
-        const int count =
-            WideCharToMultiByte(page, flags, u"\u20AC", length, room == 0 ? nullptr : narrow, room, other, used);
-        return count != 0 ? count : -static_cast<int>(GetLastError());
-    };
-    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, nullptr, 0), 4);
-    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, wide, 4), 4);
-    EXPECT_EQ(wide[3], 0);
-    EXPECT_EQ(widen(CP_ACP, 0, "abc", 3, nullptr, 0), 3);
-    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, wide, 3), -ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(widen(CP_ACP, 0, nullptr, 1, wide, 4), -ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(widen(CP_ACP, 0, "a", 0, wide, 4), -ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(widen(CP_ACP, 0, "a", -2, wide, 4), -ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(widen(CP_ACP, 0, "a", 1, nullptr, 4), -ERROR_INVALID_PARAMETER) << "a size without a buffer";
-    EXPECT_EQ(widen(1252, 0, "a", 1, wide, 4), -ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(widen(CP_ACP, 0x10, "a", 1, wide, 4), -ERROR_INVALID_FLAGS);
-
     BOOL used = FALSE;
-    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 0), 4);
-    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 3), 3);
-    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 3), -ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(narrowed(CP_ACP, 0x80, 1, 4), -ERROR_INVALID_FLAGS);
-    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 4, "?"), -ERROR_INVALID_PARAMETER);
+    const auto result = [](int count) { return count != 0 ? count : -static_cast<int>(GetLastError()); };
+    const auto widen = [&](UINT page, DWORD flags, const char* text, int length, int room) {
+        return result(MultiByteToWideChar(page, flags, text, length, room == 0 ? nullptr : wide, room));
+    };
+    const auto narrowed = [&](UINT page, DWORD flags, int length, int room, const char* other, BOOL* usedOther) {
+        return result(
+            WideCharToMultiByte(page, flags, u"\u20AC", length, room == 0 ? nullptr : narrow, room, other, usedOther));
+    };
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, 0), 4);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, 4), 4);
+    EXPECT_EQ(wide[3], 0);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", 3, 0), 3);
+    EXPECT_EQ(widen(CP_ACP, 0, "abc", -1, 3), -ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(widen(CP_ACP, 0, nullptr, 1, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0, "a", 0, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0, "a", -2, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(1252, 0, "a", 1, 4), -ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(widen(CP_ACP, 0x10, "a", 1, 4), -ERROR_INVALID_FLAGS);
+    EXPECT_EQ(result(MultiByteToWideChar(CP_ACP, 0, "a", 1, nullptr, 4)), -ERROR_INVALID_PARAMETER);
+
+    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 0, nullptr, nullptr), 4);
+    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 3, nullptr, nullptr), 3);
+    EXPECT_EQ(narrowed(CP_ACP, 0, -1, 3, nullptr, nullptr), -ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(narrowed(CP_ACP, 0x80, 1, 4, nullptr, nullptr), -ERROR_INVALID_FLAGS);
+    EXPECT_EQ(narrowed(CP_ACP, 0, 1, 4, "?", nullptr), -ERROR_INVALID_PARAMETER);
     EXPECT_EQ(narrowed(CP_UTF8, 0, 1, 4, nullptr, &used), -ERROR_INVALID_PARAMETER);
 }
 
 TEST(Base64, TextIsOneLine)
 {
-    std::string text;
-    for (int i = 0; i < 16; i++)
-        text += "YWFh";
     const std::string line(48, 'a');
+    const std::string text = Encoded(line, kOneLine);
+    EXPECT_EQ(text, "YWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFh");
     EXPECT_EQ(Encoded("", kOneLine), "");
-    EXPECT_EQ(Encoded(line, kOneLine), text);
     EXPECT_EQ(Encoded(line + "a", kOneLine | CRYPT_STRING_NOCR), text + "YQ==");
     EXPECT_EQ(Encoded(line + "\xFB\xFF", kOneLine), text + "+/8=");
     for (const DWORD flags : {CRYPT_STRING_BASE64, DWORD{CRYPT_STRING_NOCRLF}, kOneLine | 4})

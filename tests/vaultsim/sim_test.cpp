@@ -1,135 +1,66 @@
 #include "tests/vaultsim/sim_test.h"
 
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-
-namespace {
-
-// The simulator and its directory, for the life of the program.
-struct Instance {
-    std::string directory;
-    std::unique_ptr<vaultsim::Simulator> simulator;
-
-    Instance()
-    {
-        std::signal(SIGPIPE, SIG_IGN);
-        directory = (std::filesystem::temp_directory_path() / "vaultsim-tests-XXXXXX").string();
-        if (!mkdtemp(directory.data()))
-            throw std::runtime_error("no directory");
-        vaultsim::Options options;
-        options.directory = directory;
-        options.vaults = {{"contoso-keys", true}, {"fabrikam", false}};
-        simulator = std::make_unique<vaultsim::Simulator>(options, [] {});
-    }
-    ~Instance()
-    {
-        simulator.reset();
-        std::filesystem::remove_all(directory);
-    }
-};
-
-}  // namespace
-
 std::string Reply::Outcome() const
 {
-    const Json answer = json();
-    const Json error = answer.is_object() ? answer.value("error", Json()) : Json();
+    const json answer = Json();
+    const json refusal = answer.is_object() ? answer.value("error", json()) : json();
     std::string text = std::to_string(status);
-    if (error.is_string())
-        text += " " + error.get<std::string>();
-    if (error.is_object())
-        text += " " + error.value("code", "");
-    if (error.is_object() && error.contains("innererror"))
-        text += " " + error["innererror"].value("code", "");
+    if (refusal.is_string())
+        return text + " " + refusal.get<std::string>();
+    if (refusal.is_object())
+        text += " " + refusal.value("code", "");
+    if (refusal.contains("innererror"))
+        text += " " + refusal["innererror"].value("code", "");
     return text;
 }
 
-vaultsim::Simulator& SimTest::Sim()
+std::string Reply::Field(const std::string& name) const
 {
-    static Instance instance;
-    return *instance.simulator;
+    const size_t at = head.find("\r\n" + name + ": ");
+    const size_t start = at + name.size() + 4;
+    return at == std::string::npos ? "" : head.substr(start, head.find("\r\n", start) - start);
 }
 
-Reply SimTest::Send(httplib::ClientImpl& client, const std::string& method, const std::string& target,
-                    const httplib::Headers& headers, const std::string& body)
+Reply SimTest::Vault(const std::string& method, const std::string& path, const std::string& body,
+                     const std::string& vault)
 {
-    httplib::Request request;
-    request.method = method;
-    request.path = target;
-    request.headers = headers;
-    request.body = body;
-    client.set_url_encode(false);
-    client.set_read_timeout(30);
-    const httplib::Result result = client.send(request);
-    return result ? Reply{result->status, result->body, result->headers} : Reply();
-}
-
-Json SimTest::Control(const std::string& method, const std::string& path, const Json& body)
-{
-    httplib::ClientImpl client("127.0.0.1", Sim().controlPort());
-    const Reply reply = Send(client, method, path, {{"Content-Type", "application/json"}}, body.dump());
-    EXPECT_EQ(reply.status, 200) << method << " " << path << " " << reply.body;
-    return reply.json();
-}
-
-std::unique_ptr<httplib::SSLClient> SimTest::Client(const std::string& host)
-{
-    auto client = std::make_unique<httplib::SSLClient>(host, Port("tls"));
-    client->set_hostname_addr_map({{host, "127.0.0.1"}});
-    client->set_ca_cert_path((Sim().options.directory + "/ca.pem").c_str());
-    return client;
-}
-
-Reply SimTest::Vault(const std::string& method, const std::string& path, const Json& body, const std::string& vault)
-{
+    static const std::string token = SignIn(SignInForm()).Json().value("access_token", "");
     const std::string query = path.find('?') == std::string::npos ? "?api-version=7.0" : "";
-    const httplib::Headers headers = {{"Authorization", "Bearer " + Token()},
-                                      {"Content-Type", "application/json; charset=utf-8"}};
-    return Send(*Client(vault + ".vault.azure.net"), method, path + query, headers, body.is_null() ? "" : body.dump());
+    const std::string headers = "Authorization: Bearer " + token + "\r\nContent-Type: application/json\r\n";
+    return Send({vault + ".vault.azure.net", 443, path + query, method, headers, body});
 }
 
 std::string SimTest::SignInForm()
 {
-    const vaultsim::Options& options = Sim().options;
-    return "resource=https://vault.azure.net&grant_type=client_credentials&client_id=" + options.clientId +
-           "&client_secret=" + options.clientSecret;
+    return std::string("resource=https://vault.azure.net&grant_type=client_credentials&client_id=") +
+           Simulator::kClientId + "&client_secret=" + Simulator::kClientSecret;
 }
 
 Reply SimTest::SignIn(const std::string& body, const std::string& path)
 {
-    return Send(*Client("login.microsoftonline.com"), "POST",
-                path.empty() ? "/" + Sim().options.tenant + "/oauth2/token" : path,
-                {{"Content-Type", "application/x-www-form-urlencoded"}}, body);
+    return Send({"login.microsoftonline.com", 443,
+                 path.empty() ? std::string("/") + Simulator::kTenant + "/oauth2/token" : path, "POST",
+                 "Content-Type: application/x-www-form-urlencoded\r\n", body});
 }
 
-std::string SimTest::Token()
+json Sample(const std::string& name)
 {
-    static const std::string token = SignIn(SignInForm()).json().value("access_token", "");
-    return token;
+    return json::parse(ReadServiceSample(name));
 }
 
-Reply SimTest::Identity(const char* listener, const std::string& target, const httplib::Headers& headers)
+static std::string ShapeOf(const nlohmann::ordered_json& value)
 {
-    httplib::ClientImpl client("127.0.0.1", Port(listener));
-    return Send(client, "GET", target, headers, "");
-}
-
-Json Sample(const std::string& name)
-{
-    std::ifstream own(VAULTSIM_SAMPLES "/" + name + ".json");
-    std::ifstream shared(SERVICE_SAMPLES "/" + name + ".json");
-    return Json::parse(own ? own : shared);
-}
-
-std::string Shape(const Json& json)
-{
-    if (json.is_array())
-        return "[" + (json.empty() ? "" : Shape(json.front())) + "]";
-    if (!json.is_object())
-        return json.type_name();
+    if (value.is_array())
+        return "[" + (value.empty() ? "" : ShapeOf(value.front())) + "]";
+    if (!value.is_object())
+        return value.type_name();
     std::string shape;
-    for (const auto& [name, value] : json.items())
-        shape += (shape.empty() ? "" : " ") + name + ":" + Shape(value);
+    for (const auto& [name, member] : value.items())
+        shape += (shape.empty() ? "" : " ") + name + ":" + ShapeOf(member);
     return "{" + shape + "}";
+}
+
+std::string Shape(const std::string& text)
+{
+    return ShapeOf(nlohmann::ordered_json::parse(text));
 }

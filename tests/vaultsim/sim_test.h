@@ -1,57 +1,47 @@
-// A simulator inside the test program, reached over its sockets like by any client.
+// The simulator as its clients meet it: these tests call its sockets.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 
-#include <string>
-
+#include "tests/common/http_call.h"
+#include "tests/common/service_sample.h"
+#include "tests/common/simulator.h"
 #include "vaultsim/base64url.h"
-#include "vaultsim/simulator.h"
 
+using nlohmann::json;
 using vaultsim::FromBase64;
-using vaultsim::Json;
 using vaultsim::ToBase64;
 
-struct Reply {
-    int status = 0;  // 0: no answer
-    std::string body;
-    httplib::Headers headers;
-    Json json() const { return Json::parse(body, nullptr, false); }
+struct Reply : HttpReply {
+    json Json() const { return json::parse(body, nullptr, false); }
     // "200", "404 KeyNotFound", "403 Forbidden KeyDisabled": the status and the error's codes.
     std::string Outcome() const;
+    std::string Field(const std::string& name) const;  // of the head; "" if it isn't there
 };
 
 class SimTest : public testing::Test {
   protected:
-    void SetUp() override { Sim().Reset(); }
+    void SetUp() override { sim.Reset(); }
 
-    static vaultsim::Simulator& Sim();
-    static int Port(const char* listener) { return Sim().FindEndpoint(listener)->port(); }
+    // Seed the vault with a key or with certificates. The texts are JSON.
+    void AddKey(const std::string& key) { sim.AddKey(Simulator::kVault, json::parse(key)); }
+    void AddCertificate(const std::string& made) { Control("POST", "/vaults/contoso-keys/certificates", made); }
+    json Control(const std::string& method, const std::string& path, const std::string& body = "null")
+    {
+        return sim.Control(method, path, json::parse(body));
+    }
 
-    // A call on the control port; fails the test unless the answer is 200.
-    static Json Control(const std::string& method, const std::string& path, const Json& body = Json::object());
-    // Seeds a key, or a certificate, of the vault.
-    static void AddKey(const Json& key) { Control("POST", "/vaults/contoso-keys/keys", key); }
-    static void AddCertificate(const Json& made) { Control("POST", "/vaults/contoso-keys/certificates", made); }
-
-    // A client that trusts the simulator's authority and finds the host on loopback.
-    static std::unique_ptr<httplib::SSLClient> Client(const std::string& host);
-    static Reply Send(httplib::ClientImpl& client, const std::string& method, const std::string& target,
-                      const httplib::Headers& headers, const std::string& body);
-
-    // A call on a vault with a good token. `path` without a query gets the interface's version. `body` null: no entity.
-    static Reply Vault(const std::string& method, const std::string& path, const Json& body = nullptr,
-                       const std::string& vault = "contoso-keys");
-    static Reply Get(const std::string& path) { return Vault("GET", path); }
-    static std::string Token();
+    static Reply Send(const HttpCall& call) { return {Perform(call)}; }
+    // A call on a vault with a good token. A `path` without a query gets the interface's version.
+    Reply Vault(const std::string& method, const std::string& path, const std::string& body = "",
+                const std::string& vault = Simulator::kVault);
+    Reply Get(const std::string& path) { return Vault("GET", path); }
     static Reply SignIn(const std::string& body, const std::string& path = "");
     static std::string SignInForm();
-    // GET on one of the identity services.
-    static Reply Identity(const char* listener, const std::string& target, const httplib::Headers& headers);
+
+    Simulator& sim = Simulator::Get();
 };
 
-// A sample of what the live service sent: a file of the folder that these tests share, or of their own.
-Json Sample(const std::string& name);
-// The members of an object, in order, with the kinds of their values: to compare shapes.
-std::string Shape(const Json& json);
+json Sample(const std::string& name);
+// The members of an object in order, with the kinds of their values: to compare shapes.
+std::string Shape(const std::string& text);
