@@ -1,15 +1,6 @@
 #include "tests/provider/import_fixture.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-
-Bytes ReadPkcs8(const std::string& name)
-{
-    std::ifstream file(std::string(KELVARO_TEST_DATA "/pkcs8/") + name + ".der", std::ios::binary);
-    EXPECT_TRUE(file.good()) << name;
-    return Bytes(std::istreambuf_iterator<char>(file), {});
-}
 
 Bytes Der(BYTE tag, const Bytes& contents)
 {

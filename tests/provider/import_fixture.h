@@ -9,9 +9,6 @@
 
 constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the key unfinalized
 
-// A file of tests/data/pkcs8, without ".der".
-Bytes ReadPkcs8(const std::string& name);
-
 // An element of DER.
 Bytes Der(BYTE tag, const Bytes& contents);
 // rsa2048 with these attributes, each a DER element of its own.

@@ -1,13 +1,14 @@
 // What a host's memory holds after everything is freed: nothing of a secret.
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <set>
 
 #include "tests/common/base64.h"
@@ -18,73 +19,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The searching host (residue_host_linux.cpp), with both its ends.
-class ResidueHost {
-  public:
-    explicit ResidueHost(const std::string& folder)
-    {
-        int in[2];
-        int out[2];
-        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
-            throw std::runtime_error("no pipe");
-        pid_ = fork();
-        if (pid_ == 0) {
-            unsetenv("VAULTSIM_CLIENT_SECRET");
-            dup2(in[0], STDIN_FILENO);
-            dup2(out[1], STDOUT_FILENO);
-            execl(KELVARO_RESIDUE_HOST, "residue_host", KELVARO_MODULE_PATH, folder.c_str(),
-                  static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        in_ = fdopen(in[1], "w");
-        out_ = fdopen(out[0], "r");
-    }
-    ~ResidueHost()
-    {
-        if (in_)
-            fclose(in_);
-        fclose(out_);
-        waitpid(pid_, nullptr, 0);
-    }
-    ResidueHost(const ResidueHost&) = delete;
-    ResidueHost& operator=(const ResidueHost&) = delete;
-
-    void Tell(const std::string& line)
-    {
-        fputs((line + "\n").c_str(), in_);
-        fflush(in_);
-    }
-    void EndOfInput()
-    {
-        fclose(in_);
-        in_ = nullptr;
-    }
-    // "" at the end.
-    std::string Line()
-    {
-        char line[512];
-        if (!fgets(line, sizeof(line), out_))
-            return "";
-        return std::string(line, strcspn(line, "\n"));
-    }
-
-  private:
-    pid_t pid_ = 0;
-    FILE* in_ = nullptr;
-    FILE* out_ = nullptr;
-};
-
-// Pieces of one secret in each form that it takes on its way, masked as the host expects them.
+// Pieces of secrets in each form that they take on their way, with a name for each.
 class Needles {
   public:
     void AddBytes(const std::string& name, const std::string& bytes)
     {
         constexpr size_t kPiece = 12;
         constexpr size_t kPieces = 6;
-        for (size_t i = 0; i < kPieces; i++)
-            Add(name, bytes.substr((bytes.size() - kPiece) * i / (kPieces - 1), kPiece));
+        for (size_t i = 0; i < kPieces; i++) {
+            const std::string piece = bytes.substr((bytes.size() - kPiece) * i / (kPieces - 1), kPiece);
+            byStart_[Start(piece.data())].emplace_back(name, piece);
+        }
     }
     void AddText(const std::string& name, const std::string& text)
     {
@@ -96,37 +41,110 @@ class Needles {
             bigEndian += {static_cast<char>(wide[i + 1]), static_cast<char>(wide[i])};
         AddBytes(name + ",big-endian", bigEndian);
     }
-    // Bytes that go over the wire.
+    // Bytes that are sent or received.
     void AddValue(const std::string& name, const Bytes& bytes)
     {
         AddBytes(name, std::string(bytes.begin(), bytes.end()));
         AddText(name + ",base64", Base64(bytes));
         AddText(name + ",base64url", Base64Url(bytes));
     }
-    // The private numbers of a key in both orders of their bytes. plain: bytes in which they are at `offsets`.
+    // The private numbers of a key in both byte orders. plain: bytes with the numbers at `offsets`.
     void AddNumbers(const std::string& name, const Bytes& plain, const std::vector<size_t>& offsets)
     {
         for (const size_t offset : offsets) {
-            const std::string piece(plain.begin() + static_cast<ptrdiff_t>(offset),
-                                    plain.begin() + static_cast<ptrdiff_t>(offset) + 24);
+            const std::string piece(reinterpret_cast<const char*>(&plain[offset]), 24);
             AddBytes(name, piece);
             AddBytes(name + ",reversed", std::string(piece.rbegin(), piece.rend()));
         }
     }
-    const std::vector<std::string>& lines() const { return lines_; }
+    // The names of those that are somewhere in the bytes.
+    std::set<std::string> FoundIn(const std::string& bytes) const
+    {
+        std::set<std::string> found;
+        const char* const end = bytes.data() + bytes.size();
+        for (const char* at = bytes.data(); at + 2 <= end; at++) {
+            for (const auto& [name, piece] : byStart_[Start(at)]) {
+                if (static_cast<size_t>(end - at) >= piece.size() && std::equal(piece.begin(), piece.end(), at))
+                    found.insert(name);
+            }
+        }
+        return found;
+    }
 
   private:
-    void Add(const std::string& name, const std::string& piece)
+    // The first two bytes as a number.
+    static size_t Start(const char* bytes)
     {
-        std::string line = name + " ";
-        for (const char ch : piece) {
-            char digits[3];
-            std::snprintf(digits, sizeof(digits), "%02x", static_cast<unsigned char>(ch) ^ 0xA5);
-            line += digits;
-        }
-        lines_.push_back(line);
+        return static_cast<size_t>(static_cast<BYTE>(bytes[0]) << 8 | static_cast<BYTE>(bytes[1]));
     }
-    std::vector<std::string> lines_;
+    std::vector<std::vector<std::pair<std::string, std::string>>> byStart_{1 << 16};
+};
+
+// The host (residue_host_linux.cpp) and a socket that is its standard input and output.
+class ResidueHost {
+  public:
+    explicit ResidueHost(const std::string& folder)
+    {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+            throw std::runtime_error("no socket pair");
+        pid_ = fork();
+        if (pid_ == 0) {
+            unsetenv("VAULTSIM_CLIENT_SECRET");
+            dup2(ends[1], STDIN_FILENO);
+            dup2(ends[1], STDOUT_FILENO);
+            execl(KELVARO_RESIDUE_HOST, "residue_host", KELVARO_MODULE_PATH, folder.c_str(),
+                  static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(ends[1]);
+        socket_ = ends[0];
+    }
+    ~ResidueHost()
+    {
+        close(socket_);
+        waitpid(pid_, nullptr, 0);
+    }
+    ResidueHost(const ResidueHost&) = delete;
+    ResidueHost& operator=(const ResidueHost&) = delete;
+
+    // The status of the step, or "" if the host has died.
+    std::string Run(const std::string& step) const
+    {
+        send(socket_, (step + "\n").c_str(), step.size() + 1, MSG_NOSIGNAL);
+        char answer[16] = {};
+        return read(socket_, answer, sizeof(answer) - 1) > 0 ? answer : "";
+    }
+    // Searches all memory that the host can write. Each place: what was found, and in which mapping.
+    std::set<std::string> Search(const Needles& needles) const
+    {
+        const std::string process = "/proc/" + std::to_string(pid_);
+        const int memory = open((process + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
+        std::set<std::string> places;
+        size_t searched = 0;
+        std::ifstream maps(process + "/maps");
+        for (std::string line; std::getline(maps, line);) {
+            off_t from = 0, to = 0;
+            char access[5] = "", name[256] = "-";
+            sscanf(line.c_str(), "%lx-%lx %4s %*s %*s %*s %255s", reinterpret_cast<unsigned long*>(&from),
+                   reinterpret_cast<unsigned long*>(&to), access, name);
+            if (std::string(access, 2) != "rw")
+                continue;
+            std::string bytes(static_cast<size_t>(to - from), '\0');
+            if (pread(memory, bytes.data(), bytes.size(), from) != static_cast<ssize_t>(bytes.size()))
+                ADD_FAILURE() << "can't be read: " << line;
+            searched += bytes.size();
+            for (const std::string& found : needles.FoundIn(bytes))
+                places.insert(found + " in " + name);
+        }
+        close(memory);
+        EXPECT_GT(searched, 100000u);
+        return places;
+    }
+
+  private:
+    pid_t pid_ = 0;
+    int socket_ = -1;
 };
 
 Bytes RandomLooking(size_t size, uint32_t seed)
@@ -151,9 +169,9 @@ class ResidueTest : public testing::Test {
         // The second one is named after the identity.
         sim.Control("PUT", "/vaults/x0f1e2d3c4b5a69788796a5b", {{"tier", "premium"}});
         for (const char* vault : {Simulator::kVault, "x0f1e2d3c4b5a69788796a5b"})
-            sim.AddKey(vault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
+            sim.AddKey(vault, {{"name", "rsa"}, {"pem", PrivateKeyPem("rsa3072")}});
         WriteClientSettings(root);
-        // Machine keys sign in with the client secret, the user's with the identity of the connected machine.
+        // Machine keys sign in with the client secret, user keys with the managed identity of an Arc machine.
         root.SetNumber(HKEY_CURRENT_USER, "AuthenticationType", 1);
         SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"),
                                 TEXT("http://localhost:40342/metadata/identity/oauth2/token"));
@@ -169,12 +187,7 @@ class ResidueTest : public testing::Test {
     {
         sim.Fault({{"path", path}, {"action", "status"}, {"status", 200}, {"times", -1}, {"body", body}});
     }
-    static Bytes ReadPkcs8(const std::string& name)
-    {
-        std::ifstream file(std::string(KELVARO_TEST_DATA "/pkcs8/") + name + ".der", std::ios::binary);
-        return Bytes(std::istreambuf_iterator<char>(file), {});
-    }
-    // A key with private numbers, in every form that a host can import, each a file.
+    // A key with private numbers, as a file in every form that a host can import.
     void WriteKeys(Needles* needles)
     {
         const Bytes der = ReadPkcs8("rsa2048");
@@ -203,7 +216,7 @@ class ResidueTest : public testing::Test {
         std::copy(numbers.begin(), numbers.end(), blob.begin() + 27);
         return blob;
     }
-    // Plain texts for both directions. The vault's answers are made up: it need not know them.
+    // Plain texts for both directions. The vault's answers are made up, so it needn't know them.
     void WritePlainTexts(Needles* needles)
     {
         const Bytes encrypted = RandomLooking(480, 1);
@@ -213,12 +226,12 @@ class ResidueTest : public testing::Test {
         Write("plain", encrypted);
         Write("cipher", Bytes(256, 7));
         Answer("/encrypt?", {{"value", "AQID"}});
-        // With an escape inside: the parser puts such a string together from pieces.
+        // With an escape inside, which makes the parser join the string from pieces.
         std::string value = Base64Url(decrypted);
         char escape[7];
         std::snprintf(escape, sizeof(escape), "\\u%04x", value[500]);
         value.replace(500, 1, escape);
-        // Long enough that the buffer of the body has to grow while it holds the value.
+        // Long enough to make the body's buffer grow while it holds the value.
         Answer("/decrypt?", "{\"value\":\"" + value + "\",\"padding\":\"" + std::string(20000, 'x') + "\"}");
     }
     // The service never answers like this.
@@ -232,15 +245,8 @@ class ResidueTest : public testing::Test {
         }
         Answer("/keys/whole", {{"key", key}});
     }
-    static int AddHeader(const std::string& begin, const std::string& header, const char* name, Needles* needles)
-    {
-        if (header.rfind(begin, 0) != 0)
-            return 0;
-        needles->AddText(name, header.substr(begin.size()));
-        return 1;
-    }
-    // Tokens and Arc secrets, as the services saw them.
-    void AddWhatWentOut(Needles* needles)
+    // The master key, and the tokens and Arc secrets that the services received.
+    void AddSentSecrets(Needles* needles)
     {
         std::ifstream key(root.directory() + "/root/dpapi/master.key", std::ios::binary);
         const std::string bytes(std::istreambuf_iterator<char>(key), {});
@@ -248,43 +254,29 @@ class ResidueTest : public testing::Test {
             needles->AddBytes("master-key", bytes);
         for (const auto& request : sim.Journal()) {
             for (const std::string header : request["headers"]) {
-                tokens += AddHeader("Authorization: Bearer ", header, "token", needles);
-                arcSecrets += AddHeader("Authorization: Basic ", header, "arc-secret", needles);
+                for (const std::string scheme : {"Bearer ", "Basic "}) {
+                    const std::string begin = "Authorization: " + scheme;
+                    if (header.rfind(begin, 0) == 0) {
+                        needles->AddText("sent-" + scheme, header.substr(begin.size()));
+                        sent[scheme]++;
+                    }
+                }
             }
         }
     }
-    // Runs a host with these steps and searches its memory for the needles. status: of an import.
-    void ExpectNothingAfter(const std::vector<std::string>& steps, Needles needles, SECURITY_STATUS status = 0)
+    // Runs a host with these steps; the places of its memory where a needle was found. import: status of an import.
+    std::set<std::string> Search(const std::vector<std::string>& steps, Needles needles, SECURITY_STATUS import = 0)
     {
-        for (const std::string& place : Search(steps, std::move(needles), status))
-            ADD_FAILURE() << place;
-    }
-    // The places where something was found.
-    std::set<std::string> Search(const std::vector<std::string>& steps, Needles needles, SECURITY_STATUS status = 0)
-    {
-        ResidueHost host(root.directory());
+        const ResidueHost host(root.directory());
         for (const std::string& step : steps)
-            host.Tell(step);
-        host.Tell("search");
-        for (const std::string& step : steps)
-            EXPECT_EQ(step + " " + Hex(step.find("import") == 0 ? status : 0), host.Line());
-        EXPECT_EQ("done", host.Line());
-        AddWhatWentOut(&needles);
-        for (const std::string& line : needles.lines())
-            host.Tell(line);
-        host.EndOfInput();
-        std::set<std::string> places;
-        std::string line;
-        for (line = host.Line(); line != "end" && !line.empty(); line = host.Line())
-            places.insert(line);
-        EXPECT_EQ("end", line) << "the search broke off";
-        return places;
+            EXPECT_EQ(Hex(step.rfind("import", 0) == 0 ? import : 0), host.Run(step)) << step;
+        AddSentSecrets(&needles);
+        return host.Search(needles);
     }
 
     Simulator& sim = Simulator::Get();
     TestRoot root;
-    int tokens = 0;
-    int arcSecrets = 0;
+    std::map<std::string, int> sent;  // secrets, by their scheme of authentication
 };
 
 TEST_F(ResidueTest, TheSearchFindsWhatIsLeft)
@@ -293,7 +285,7 @@ TEST_F(ResidueTest, TheSearchFindsWhatIsLeft)
     needles.AddText("pin", kPin);
     Write("pin", TextBytes(kPin));
     EXPECT_EQ(std::set<std::string>{}, Search({}, needles));
-    EXPECT_NE(std::set<std::string>{}, Search({"leave pin"}, needles));
+    EXPECT_NE(std::set<std::string>{}, Search({"leave - pin"}, needles));
 }
 
 TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
@@ -311,11 +303,11 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
         const char* vault = Simulator::kVault;
         SECURITY_STATUS import = 0;
     } rows[] = {
-        {"encryption", {"key rsa", "encrypt plain", "free-key"}},
-        {"decryption", {"key rsa", "decrypt cipher", "free-key"}},
-        {"the identity of the machine", {"user-key rsa", "free-key"}},
+        {"encryption", {"key rsa", "encrypt - plain", "free-key"}},
+        {"decryption", {"key rsa", "decrypt - cipher", "free-key"}},
+        {"a managed identity", {"user-key rsa", "free-key"}},
         {"a vault named after the identity", {"key rsa", "free-key"}, "%G"},
-        {"a key that comes with its private half", {"key whole", "free-key"}},
+        {"a key with its private half", {"key whole", "free-key"}},
         {"a PIN", {"key rsa", "keep SmartCardPin pin", "keep SmartCardPin pin", "free-key"}},
         {"a blob that is set",
          {"create new", "set PRIVATEBLOB blob", "set PRIVATEBLOB blob", "keep PRIVATEBLOB blob", "free-key"}},
@@ -324,24 +316,20 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
         {"PKCS#8 under PBES2", {"import PKCS8_PRIVATEKEY p8-pbes2 46 password", "free-key"}},
         {"PKCS#8 under PKCS#12's encryption", {"import PKCS8_PRIVATEKEY p8-pkcs12 46 password", "free-key"}},
         {"an envelope", {"import PKCS7_ENVELOPE envelope 47 store", "free-key"}},
-        {"an envelope that is refused",
-         {"import PKCS7_ENVELOPE short-envelope 47 store"},
-         Simulator::kVault,
-         NTE_BAD_KEY},
+        {"a refused envelope", {"import PKCS7_ENVELOPE short-envelope 47 store"}, Simulator::kVault, NTE_BAD_KEY},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        // Clear at first, as an administrator sets it; the open seals it.
+        // In the clear at first, as an administrator sets it; the open seals it.
         root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", Simulator::kClientSecret);
         root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", row.vault);
         std::vector<std::string> steps = {"provider"};
         steps.insert(steps.end(), row.steps.begin(), row.steps.end());
         steps.push_back("free-provider");
         sim.ClearJournal();
-        ExpectNothingAfter(steps, needles, row.import);
+        EXPECT_EQ(std::set<std::string>{}, Search(steps, needles, row.import)) << row.name;
     }
-    EXPECT_GT(tokens, 5);
-    EXPECT_GT(arcSecrets, 0);
+    EXPECT_GT(sent["Bearer "], 5);
+    EXPECT_GT(sent["Basic "], 0);
 }
 
 }  // namespace
