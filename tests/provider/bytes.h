@@ -1,4 +1,4 @@
-// Bytes in the forms that hosts pass: numbers, texts, structures, blobs.
+// Bytes as hosts pass them: numbers, texts, structures, blobs.
 #pragma once
 
 #include <fstream>
@@ -85,7 +85,7 @@ struct Result {
     DWORD needed = 0;  // *pcbResult
 };
 
-// Reads as hosts do: asks for the size, then for the bytes, and expects both to agree. call(buffer, room, &size).
+// Reads as hosts do: asks for the size, then for the bytes, and expects the same size. call(buffer, room, &size).
 template <class Call>
 Result ReadAsked(Call call)
 {
@@ -93,7 +93,7 @@ Result ReadAsked(Call call)
     result.status = call(nullptr, 0, &result.needed);
     if (result.status != 0)
         return result;
-    // One byte at the least, since a NULL buffer would ask for the size once more.
+    // At least one byte: a NULL buffer would ask for the size again.
     result.bytes.resize(result.needed + 1);
     DWORD size = 0;
     result.status = call(result.bytes.data(), result.needed, &size);

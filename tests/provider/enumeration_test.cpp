@@ -1,7 +1,4 @@
-// What a host learns of the provider's algorithms and of the vault's keys.
-#include <set>
-#include <sstream>
-
+// Enumerations of the provider's algorithms and of the vault's keys.
 #include "tests/common/alloc_fault.h"
 #include "tests/provider/provider_fixture.h"
 
@@ -26,22 +23,20 @@ TEST_F(EnumerationTest, AlgorithmsBySelection)
         DWORD count = 0;
         NCryptAlgorithmName* list = nullptr;
         ASSERT_EQ(0, table->EnumAlgorithms(OpenProvider(), operations, &count, &list, NCRYPT_SILENT_FLAG));
-        std::ostringstream found;
-        const void* name = list + count;  // the names stand behind the records
+        std::string found;
+        const void* name = list + count;  // the names follow the records
         for (const NCryptAlgorithmName* row = list; row < list + count; ++row) {
             EXPECT_EQ(name, row->pszName);
             name = row->pszName + TextString(row->pszName).size() + 1;
-            found << Narrow(row->pszName) << " " << row->dwClass << " " << row->dwAlgOperations << " " << row->dwFlags
-                  << ", ";
+            found += Narrow(row->pszName);
+            for (const DWORD number : {row->dwClass, row->dwAlgOperations, row->dwFlags})
+                found += " " + std::to_string(number);
+            found += ", ";
             EXPECT_EQ(0, table->IsAlgSupported(provider, row->pszName, NCRYPT_SILENT_FLAG));
         }
-        EXPECT_EQ(expected, found.str());
+        EXPECT_EQ(expected, found);
         EXPECT_EQ(0, table->FreeBuffer(list));
     }
-    DWORD count = 0;
-    NCryptAlgorithmName* list = nullptr;
-    for (const DWORD operations : {1, 2, 0x20})
-        EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(table->EnumAlgorithms(provider, operations, &count, &list, 0)));
     EXPECT_EQ(0u, sim.Journal().size());
 }
 
@@ -55,17 +50,17 @@ TEST_F(EnumerationTest, AVaultWithoutKeysEndsAtOnce)
     EXPECT_EQ(Lines{}, ErrorLines());
 }
 
-TEST_F(EnumerationTest, KeysComeOneByOneWithTheirAlgorithms)
+TEST_F(EnumerationTest, ListsKeysWithTheirAlgorithms)
 {
     sim.AddKey(Simulator::kVault,
                {{"name", "curve"}, {"kty", "EC"}, {"crv", "P-384"}, {"tags", {{"AlgID", "ECDH_P384"}}}});
-    sim.AddKey(Simulator::kVault, {{"name", "plain"}, {"kty", "RSA"}, {"size", 2048}, {"tags", {{"a", "b"}}}});
+    sim.AddKey(Simulator::kVault, {{"name", "plain"}, {"pem", PrivateKeyPem("rsa2048")}, {"tags", {{"a", "b"}}}});
     AddKey("untagged", "P-256");
     Answer("/keys/untagged?", 200, RsaAnswer(Pattern(256)).dump());
     PVOID state = nullptr;
     Lines found;
     Found next = Next(&state, kMachine | NCRYPT_SILENT_FLAG);
-    AddKey("later", "P-256");  // the host gets the vault as it was at the start
+    AddKey("later", "P-256");  // not listed: the first call reads the whole list
     for (; next.status == 0; next = Next(&state)) {
         found.push_back(next.name + " " + next.algId);
         EXPECT_EQ(kMachine, next.flags);
@@ -80,7 +75,7 @@ TEST_F(EnumerationTest, KeysComeOneByOneWithTheirAlgorithms)
     EXPECT_EQ(0, table->FreeBuffer(state));
 }
 
-TEST_F(EnumerationTest, TheClientFollowsTheFlagsOfEachCall)
+TEST_F(EnumerationTest, EachCallsFlagsChooseItsClient)
 {
     root.SetText(HKEY_CURRENT_USER, "KeyVault", Simulator::kStandardVault);
     for (const char* vault : {Simulator::kVault, Simulator::kStandardVault}) {
@@ -101,65 +96,38 @@ TEST_F(EnumerationTest, TheClientFollowsTheFlagsOfEachCall)
     table->FreeBuffer(state);
 }
 
-// The block behind an enumeration is a published layout: its names can be looked at without a read of each key.
-struct EnumState {
-    LONG index;
-    DWORD count;
-
-    WCHAR** names() { return reinterpret_cast<WCHAR**>(this + 1); }
-};
-
-TEST_F(EnumerationTest, TheCostGrowsWithTheKeysAndNoFaster)
+TEST_F(EnumerationTest, CostIsLinear)
 {
     SetLogLevel(2);
     sim.Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 8}, {"firstEmpty", false}});
     AddKey("warm", "P-256");
-    OpenKey("warm");  // signs in
-    struct Cost {
-        size_t requests;  // of the listing and the first key
-        size_t first;     // allocations of the listing and the first key
-        size_t next;      // of one further key at the beginning
-        size_t last;      // of the last one
-    };
-    const auto measure = [&](DWORD keys) {
-        sim.Control("PUT", std::string("/vaults/") + Simulator::kVault, {{"tier", "premium"}});
-        sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed",
-                    {{"keys", keys}, {"prefix", "key-"}, {"kty", "EC"}, {"crv", "P-256"}, {"shareMaterial", true}});
+    OpenKey("warm");                        // signs in
+    size_t requests[2], first[2], next[2];  // of the first call, allocations of the first and of the next one
+    for (const size_t i : {0, 1}) {
+        const std::string vault = std::string("/vaults/") + Simulator::kVault;
+        sim.Control("PUT", vault, {{"tier", "premium"}});
+        sim.Control(
+            "POST", vault + "/seed",
+            {{"keys", i ? 3000 : 300}, {"prefix", "key-"}, {"kty", "EC"}, {"crv", "P-256"}, {"shareMaterial", true}});
         sim.ClearJournal();
         PVOID state = nullptr;
-        const auto next = [&](const std::string& expected) {
+        const auto step = [&](const char* expected) {
             const AllocFault count(SIZE_MAX);
             EXPECT_EQ(expected, Next(&state).name);
             return count.Seen();
         };
-        Cost cost = {};
-        cost.first = next("key-000000");
-        cost.requests = sim.VaultRequests().size();
-        auto* all = static_cast<EnumState*>(state);
-        if (!all || all->count != keys) {
-            ADD_FAILURE() << "not the whole vault";
-            return cost;
-        }
-        std::set<std::string> names;
-        for (DWORD i = 0; i < keys; ++i)
-            names.insert(Narrow(all->names()[i]));
-        EXPECT_EQ(keys, names.size());
-        cost.next = next("key-000001");
-        all->index = static_cast<LONG>(keys - 1);  // past reads that cost what this one costs
-        cost.last = next(*names.rbegin());
-        EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
+        first[i] = step("key-000000");
+        requests[i] = sim.VaultRequests().size();
+        next[i] = step("key-000001");
         EXPECT_EQ(0, table->FreeBuffer(state));
-        return cost;
-    };
-    const Cost small = measure(300), large = measure(3000);
-    EXPECT_GE(large.requests, 120u + 12u);  // pages with keys, and empty ones between
-    EXPECT_LE(large.requests, 10 * small.requests);
-    EXPECT_LE(large.first, 10 * small.first);
-    EXPECT_EQ(small.next, large.next);
-    EXPECT_EQ(large.next, large.last);
+    }
+    EXPECT_GE(requests[1], 120u + 12u);  // pages with keys, and empty ones between them
+    EXPECT_LE(requests[1], 10 * requests[0]);
+    EXPECT_LE(first[1], 10 * first[0]);
+    EXPECT_EQ(next[0], next[1]);
 }
 
-TEST_F(EnumerationTest, AKeyThatCannotBeReadIsTriedAgain)
+TEST_F(EnumerationTest, AKeyThatCannotBeReadIsRetried)
 {
     for (const char* name : {"a", "b", "c"})
         AddKey(name, "P-256");
@@ -167,7 +135,7 @@ TEST_F(EnumerationTest, AKeyThatCannotBeReadIsTriedAgain)
     for (const char* path : {"/keys?", "/keys/a?"}) {
         Answer(path, 403);
         EXPECT_EQ(Hex(kReadFailed), Hex(Next(&state).status));
-        EXPECT_EQ(nullptr, state) << "a state that gave nothing isn't handed out";
+        EXPECT_EQ(nullptr, state) << "a state with no key read";
         EXPECT_EQ("KelvaroEnumKeys Error 0x801b8002", LastErrorLine());
     }
     EXPECT_EQ("a", Next(&state).name);
@@ -181,24 +149,23 @@ TEST_F(EnumerationTest, AKeyThatCannotBeReadIsTriedAgain)
     table->FreeBuffer(state);
 }
 
-TEST_F(EnumerationTest, AStateThatIsNoneIsRefused)
+TEST_F(EnumerationTest, AForeignStateIsRefused)
 {
     AddKey("a", "P-256");
     NCryptKeyName* name = nullptr;
     PVOID listed = nullptr;
     ASSERT_EQ(0, table->EnumKeys(OpenProvider(), nullptr, &name, &listed, kMachine));
-    EXPECT_NE(nullptr, name);
     BYTE foreign[64] = {};
-    const PVOID rows[] = {foreign, name, listed};  // issued by nobody; issued, but no state; freed
-    for (const PVOID row : rows) {
-        if (row == listed) {
-            table->FreeBuffer(name);
-            table->FreeBuffer(listed);
-        }
-        PVOID state = row;
+    const auto refuse = [&](const PVOID given) {
+        PVOID state = given;
         EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Next(&state).status));
-        EXPECT_EQ(row, state);
-    }
+        EXPECT_EQ(given, state);
+    };
+    refuse(foreign);
+    refuse(name);  // a buffer of another kind
+    table->FreeBuffer(name);
+    table->FreeBuffer(listed);
+    refuse(listed);
     EXPECT_EQ(Bytes(64), Bytes(foreign, foreign + 64));
 }
 

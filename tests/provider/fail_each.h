@@ -7,23 +7,41 @@
 #include "tests/common/alloc_fault.h"
 #include "tests/common/host.h"
 
-// Runs `call` with allocation 0, 1, 2... failing, with all that follow too if allAfter is set, until it has got through
-// untouched; `judge` sees the outcome of each failing run. How many runs failed an allocation.
-inline size_t FailEach(const std::function<SECURITY_STATUS()>& call,
+// Runs a call with allocation number `failAt` failing, and all later ones too if allAfter is set. Whatever a test does
+// before and after the call has memory.
+struct Armed {
+    size_t failAt = SIZE_MAX;
+    bool allAfter = false;
+    size_t seen = 0;  // allocations of the last call
+
+    template <class Call>
+    SECURITY_STATUS operator()(Call call)
+    {
+        const AllocFault fault(failAt, allAfter);
+        const SECURITY_STATUS status = call();
+        seen = fault.Seen();
+        return status;
+    }
+};
+
+// Runs `run` with allocation 0, 1, 2... failing until none fails any more, which must succeed; `judge` gets the outcome
+// of each failing run. Returns how many those were.
+inline size_t FailEach(const std::function<SECURITY_STATUS(Armed&)>& run,
                        const std::function<void(SECURITY_STATUS, size_t)>& judge, bool allAfter = false)
 {
     for (size_t failAt = 0;; failAt++) {
-        SECURITY_STATUS status;
-        size_t seen;
-        {
-            const AllocFault fault(failAt, allAfter);
-            status = call();
-            seen = fault.Seen();
-        }
-        if (seen <= failAt) {
+        Armed armed{failAt, allAfter};
+        const SECURITY_STATUS status = run(armed);
+        if (armed.seen <= failAt) {
             EXPECT_EQ(0, status);
             return failAt;
         }
         judge(status, failAt);
     }
+}
+
+inline size_t FailEach(const std::function<SECURITY_STATUS()>& call,
+                       const std::function<void(SECURITY_STATUS, size_t)>& judge, bool allAfter = false)
+{
+    return FailEach([&](Armed& armed) { return armed(call); }, judge, allAfter);
 }

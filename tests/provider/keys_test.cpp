@@ -27,19 +27,9 @@ class KeysTest : public ProviderTest {
     {
         const DWORD flags = Record(key)->kvk.isEC ? 0 : BCRYPT_PAD_PKCS1;
         const Result signature = Sign(key, Pattern(hashSize), flags, "SHA256");
-        ASSERT_EQ(kDone, Hex(signature.status));
         EXPECT_EQ(kDone, Verify(key, Pattern(hashSize), signature.bytes, flags, "SHA256"));
     }
     json StateOf(const char* vault = Simulator::kVault) { return sim.Control("GET", std::string("/vaults/") + vault); }
-    bool VaultIsEmpty(const char* vault = Simulator::kVault)
-    {
-        const json state = StateOf(vault);
-        for (const auto& [area, objects] : state.items()) {
-            if (objects.is_array() && !objects.empty())
-                return false;
-        }
-        return true;
-    }
     // Makes, uses and purges a key of each algorithm.
     void ExpectEveryAlgorithmToLive(const char* vault)
     {
@@ -50,17 +40,17 @@ class KeysTest : public ProviderTest {
             {"RSA", 2048, 32},      {"ECDSA_P256", 256, 32}, {"ECDSA_P384", 384, 48}, {"ECDSA_P521", 521, 64},
             {"ECDH_P256", 256, 32}, {"ECDH_P384", 384, 48},  {"ECDH_P521", 521, 64},
         };
+        const json empty = StateOf(vault);
         for (const auto& row : rows) {
             SCOPED_TRACE(row.name);
             const NCRYPT_KEY_HANDLE key = Pending(row.name, "made here");
             EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
-            sim.ClearJournal();
             EXPECT_EQ(0, Finalize(key));
             EXPECT_EQ("made here", Narrow(Record(key)->kvk.clearName));
             EXPECT_EQ(row.name, Narrow(Record(key)->kvk.AlgID));
             ExpectToSign(key, row.hashSize);
             EXPECT_EQ(kDone, Delete(key, NCRYPT_SILENT_FLAG));
-            EXPECT_TRUE(VaultIsEmpty(vault));
+            EXPECT_EQ(empty, StateOf(vault));
         }
     }
 };
@@ -77,8 +67,8 @@ TEST_F(KeysTest, AnOpenCostsOneReadAndNothingIsCached)
     EXPECT_EQ(Hex(NTE_BAD_KEY_STATE), Hex(SetKey(key, "Length", Words({2048})))) << "it is finalized";
 }
 
-// A modulus leaves with a zero byte in front, and a coordinate as it came. A curve key goes by the tag of its record,
-// else by its operations where it is exported.
+// A modulus is exported with a leading zero byte, and a coordinate as it came. The tag of its record makes a curve key
+// ECDH or ECDSA; without one it is opened as ECDH, and exported by its operations.
 TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
 {
     const auto rsa = [](const Bytes& n, DWORD bits, const Bytes& written) {
@@ -97,11 +87,9 @@ TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
         const char* algorithm;
         DWORD bits;
     } rows[] = {
-        {"RSA", rsa(Pattern(256), 2048, zero + Pattern(256)), "RSA", 2048},
         {"257 bytes with a zero", rsa(zero + Pattern(256), 2056, zero + Pattern(256)), "RSA", 2056},
         {"257 bytes without", rsa(Pattern(257), 2056, zero + Pattern(257)), "RSA", 2056},
         {"256 bytes with a zero", rsa(zero + Pattern(255), 2048, zero + zero + Pattern(255)), "RSA", 2048},
-        {"4096 bits", rsa(Pattern(512), 4096, zero + Pattern(512)), "RSA", 4096},
         {"the largest that fits", rsa(Pattern(1972), 15776, zero + Pattern(1972)), "RSA", 15776},
         {"ECK1 by tag", curve("P-256", 32, 0x314B4345, true, "ECDH_P256"), "ECDH_P256", 0},
         {"ECK3 by tag", curve("P-384", 48, 0x334B4345, true, "ECDH_P384"), "ECDH_P384", 0},
@@ -111,9 +99,6 @@ TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
         {"ECS5 by tag", curve("P-521", 66, 0x35534345, false, "ECDSA_P521"), "ECDSA_P521", 0},
         {"another kind of tag", curve("curve25519", 32, 0, true, "ECDSA_X25519"), "ECDSA_X25519", 0},
         {"ECK1 by operations", curve("P-256", 32, 0x314B4345, false), "ECDH_P256", 0},
-        {"ECK3 by operations", curve("P-384", 48, 0x334B4345, false), "ECDH_P384", 0},
-        {"ECK5 by operations", curve("P-521", 66, 0x354B4345, false), "ECDH_P521", 0},
-        {"ECS1 by operations", curve("P-256", 32, 0x31534345), "ECDH_P256", 0},
         {"ECS3 by operations", curve("P-384", 48, 0x33534345), "ECDH_P384", 0},
         {"ECS5 by operations", curve("P-521", 66, 0x35534345), "ECDH_P521", 0},
         {"another curve", curve("P-256K", 32, 0), "", 0},
@@ -133,22 +118,17 @@ TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
     }
 }
 
-TEST_F(KeysTest, WhatIsNotExported)
+TEST_F(KeysTest, RefusedExports)
 {
-    const struct {
-        const char* name;
-        json answer;
-        const char* type;
-    } rows[] = {
-        {"curve type of an RSA key", RsaAnswer(Pattern(256)), "ECCPUBLICBLOB"},
-        {"RSA type of a curve key", CurveAnswer("P-256", Pattern(32), Pattern(32)), "RSAPUBLICBLOB"},
-        {"uneven coordinates", CurveAnswer("P-256", Pattern(32), Pattern(31)), "ECCPUBLICBLOB"},
-        {"a modulus with one byte too many", RsaAnswer(Pattern(1973)), "RSAPUBLICBLOB"},
-        {"coordinates with one byte too many", CurveAnswer("P-256", Pattern(997), Pattern(997)), "ECCPUBLICBLOB"},
+    const std::pair<const char*, json> rows[] = {
+        {"ECCPUBLICBLOB", RsaAnswer(Pattern(256))},
+        {"RSAPUBLICBLOB", CurveAnswer("P-256", Pattern(32), Pattern(32))},
+        {"ECCPUBLICBLOB", CurveAnswer("P-256", Pattern(32), Pattern(31))},
+        {"RSAPUBLICBLOB", RsaAnswer(Pattern(1973))},                          // a byte too long
+        {"ECCPUBLICBLOB", CurveAnswer("P-256", Pattern(997), Pattern(997))},  // a byte each too long
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Export(OpenAnswered(row.answer), row.type).status));
+    for (const auto& [type, answer] : rows) {
+        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Export(OpenAnswered(answer), type).status)) << &type - &rows[0].first;
         EXPECT_EQ("KelvaroExportKey Failed Error 0x80090027", LastErrorLine());
     }
     const NCRYPT_KEY_HANDLE key = OpenAnswered(RsaAnswer(Pattern(256)));
@@ -160,29 +140,29 @@ TEST_F(KeysTest, WhatIsNotExported)
     EXPECT_EQ(Bytes(284, 0xAA), room);
 }
 
-TEST_F(KeysTest, TheMachineFlagChoosesTheClientAndOtherFlagsOfAnOpenDoNotCount)
+TEST_F(KeysTest, OnlyTheMachineFlagOfAnOpenCounts)
 {
     FreeProvider(provider);
     root.SetText(HKEY_CURRENT_USER, "KeyVault", Simulator::kStandardVault);
     AddKey("both", "P-256");
     AddKey("both", "P-384", Simulator::kStandardVault);
-    const NCRYPT_KEY_HANDLE machine = OpenKey("both", 0xFFFFFFFF), user = OpenKey("both", ~kMachine);
-    EXPECT_EQ(64u, Sign(machine, Pattern(32)).bytes.size());
-    EXPECT_EQ(96u, Sign(user, Pattern(32)).bytes.size());
+    EXPECT_EQ(64u, Sign(OpenKey("both", 0xFFFFFFFF), Pattern(32)).bytes.size());
+    EXPECT_EQ(96u, Sign(OpenKey("both", ~kMachine), Pattern(32)).bytes.size());
 
+    const json before = StateOf(Simulator::kStandardVault);
     const NCRYPT_KEY_HANDLE made = Pending("ECDSA_P256", "mine", NCRYPT_SILENT_FLAG);
     EXPECT_EQ(0, Finalize(made));
-    EXPECT_EQ("EC", Narrow(Record(made)->kvk.kty)) << "of software, since the vault has no hardware";
-    EXPECT_EQ(2u, StateOf(Simulator::kStandardVault)["keys"].size());
+    EXPECT_EQ("EC", Narrow(Record(made)->kvk.kty)) << "a software key, since the vault has no hardware";
+    EXPECT_NE(before, StateOf(Simulator::kStandardVault));
     EXPECT_EQ(kDone, Delete(made));
-    EXPECT_EQ(1u, StateOf(Simulator::kStandardVault)["keys"].size());
+    EXPECT_EQ(before, StateOf(Simulator::kStandardVault));
 }
 
 TEST_F(KeysTest, NamesReachTheVaultInItsForm)
 {
     AddKey("-vBAgAAwBA" + std::string(33, 'z'), "P-256");
     EXPECT_EQ(TextBytes("a b"), GetKey(OpenKey("a b"), "Name").bytes);
-    // Without a form in the vault a key isn't there: its name is free, and comes to nothing later.
+    // A name that no vault can have is free, and fails later.
     for (const size_t length : {43, 129}) {
         sim.ClearJournal();
         clock.Advance(3601);
@@ -197,7 +177,7 @@ TEST_F(KeysTest, NamesReachTheVaultInItsForm)
     }
 }
 
-// A key that isn't there is nothing out of the way: one line and no more.
+// A missing key is normal: it logs a single line.
 TEST_F(KeysTest, EveryFailureToReadLooksTheSame)
 {
     AddKey("there", "P-256");
@@ -235,7 +215,7 @@ TEST_F(KeysTest, ACreationLooksForTheNameUnlessItOverwrites)
     EXPECT_EQ(7u, key);
     EXPECT_EQ("KelvaroCreatePersistedKey Error 0x8009000f", LastErrorLine());
     Answer("/keys/there?", 403);
-    Pending("RSA", "there");  // a look-up that fails for another reason leaves the name free
+    Pending("RSA", "there");  // the name counts as free if the look-up fails for another reason
     EXPECT_EQ(Lines(2, "GET /keys/there?api-version=2016-10-01"), sim.VaultRequests());
     sim.ClearJournal();
     const NCRYPT_KEY_HANDLE over = Pending("ECDSA_P256", "there", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
@@ -245,31 +225,29 @@ TEST_F(KeysTest, ACreationLooksForTheNameUnlessItOverwrites)
     EXPECT_EQ(2u, StateOf()["keys"][0]["versions"].size());
 }
 
-TEST_F(KeysTest, AKeyWithoutANameIsMadeWithoutTheVault)
+TEST_F(KeysTest, AKeyWithoutANameNeverReachesTheVault)
 {
-    const WithoutClient without(ProviderRecord());
-    const NCRYPT_KEY_HANDLE key = Pending("RSA");
-    EXPECT_EQ(0, Finalize(key));
-    EXPECT_EQ(1u, Record(key)->fFinalized);
-    EXPECT_EQ(0u, sim.Journal().size());
-}
-
-TEST_F(KeysTest, AKeyWithoutANameCannotBeDeleted)
-{
-    const NCRYPT_KEY_HANDLE key = Pending("RSA");
+    NCRYPT_KEY_HANDLE key;
+    {
+        const WithoutClient without(ProviderRecord());
+        key = Pending("RSA");
+        EXPECT_EQ(0, Finalize(key));
+        EXPECT_EQ(1u, Record(key)->fFinalized);
+        EXPECT_EQ(0u, sim.Journal().size());
+    }
     EXPECT_EQ(Hex(NTE_FAIL), Delete(key));
     EXPECT_EQ((Lines{"KVCKeyDelete NULL Parameter", "KelvaroDeleteKey Error 0x80090020"}), ErrorLines());
     EXPECT_EQ(Lines{}, sim.VaultRequests());
 }
 
-TEST_F(KeysTest, AFinalizationThatFailsMayBeTriedAgain)
+TEST_F(KeysTest, AFailedFinalizationMayBeRetried)
 {
     const NCRYPT_KEY_HANDLE key = Pending("RSA", "again");
     Answer("/create?", 500);
     EXPECT_EQ(Hex(NTE_FAIL), Hex(Finalize(key)));
     EXPECT_EQ("KelvaroFinalizeKey Error 0x80090020", LastErrorLine());
     EXPECT_EQ(0u, Record(key)->fFinalized);
-    // A length that the provider refuses goes to the vault all the same, which refuses it too.
+    // The vault refuses the length too.
     EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(SetKey(key, "Length", Words({2049}))));
     EXPECT_EQ(Hex(NTE_FAIL), Hex(Finalize(key)));
     EXPECT_EQ("2049", Bodies("create").back()["key_size"]);
@@ -280,12 +258,12 @@ TEST_F(KeysTest, AFinalizationThatFailsMayBeTriedAgain)
     EXPECT_EQ(Hex(NTE_INVALID_HANDLE), Hex(Finalize(key))) << "twice";
 }
 
-TEST_F(KeysTest, AFinalizationRunsOnTheTokenThatIsThere)
+TEST_F(KeysTest, AFinalizationUsesTheCurrentToken)
 {
     const NCRYPT_KEY_HANDLE key = Pending("ECDSA_P256", "late");
     const int signIns = sim.SignIns();
     clock.Advance(3601);
-    EXPECT_EQ(0, Finalize(key)) << "the vault still takes the token";
+    EXPECT_EQ(0, Finalize(key)) << "the vault still accepts the token";
     EXPECT_EQ(signIns, sim.SignIns());
     EXPECT_EQ(kDone, Delete(key));
     EXPECT_EQ(signIns + 1, sim.SignIns()) << "a deletion signs in";
@@ -293,15 +271,16 @@ TEST_F(KeysTest, AFinalizationRunsOnTheTokenThatIsThere)
 
 TEST_F(KeysTest, ADeletionThatFailsLeavesTheHandle)
 {
+    const json empty = StateOf();
     AddKey("stays", "P-256");
     const NCRYPT_KEY_HANDLE key = OpenKey("stays");
     sim.Fault({{"method", "DELETE"}, {"path", "/keys/stays?"}, {"action", "status"}, {"status", 403}});
     EXPECT_EQ(Hex(NTE_FAIL), Delete(key));
     EXPECT_EQ("KelvaroDeleteKey Error 0x80090020", LastErrorLine());
     ExpectToSign(key, 32);
-    // One that was never finalized stands for its name.
+    // An unfinalized key deletes the vault's key of its name.
     EXPECT_EQ(kDone, Delete(Pending("RSA", "stays", kMachine | NCRYPT_OVERWRITE_KEY_FLAG)));
-    EXPECT_TRUE(VaultIsEmpty());
+    EXPECT_EQ(empty, StateOf());
 }
 
 }  // namespace

@@ -1,35 +1,18 @@
-// What all operations have in common: a sign-in that fails, no client, and a host that runs out of memory. And a
-// machine without any settings.
+// What all operations have in common: a failing sign-in, no client, and no memory. And a machine without any settings.
 #include <set>
 
 #include "provider/buffer_list.h"
-#include "tests/common/alloc_fault.h"
+#include "tests/provider/fail_each.h"
 #include "tests/provider/import_fixture.h"
 
 namespace {
 
-// Runs the call in question with one allocation failing, and with all that follow if allAfter is set. What a test does
-// around the call has memory.
-struct Armed {
-    size_t failAt = SIZE_MAX;
-    bool allAfter = false;
-    size_t seen = 0;
-
-    template <class Call>
-    SECURITY_STATUS operator()(Call call)
-    {
-        const AllocFault fault(failAt, allAfter);
-        const SECURITY_STATUS status = call();
-        seen = fault.Seen();
-        return status;
-    }
-};
-
 struct Operation {
     const char* name;
     std::function<SECURITY_STATUS(Armed&)> run;
-    std::set<SECURITY_STATUS> otherFailures = {};  // than NTE_NO_MEMORY; 0: it does without
-    int blocks = 1;                                // of the process heap, at least, without which it is NTE_NO_MEMORY
+    std::set<SECURITY_STATUS> otherFailures = {};  // than NTE_NO_MEMORY; 0: it succeeds without the memory
+    int blocks = 1;                                // at least so many blocks of the process heap are indispensable
+    bool signsIn = false;
 };
 
 class OperationsTest : public ImportTest {
@@ -54,29 +37,17 @@ class OperationsTest : public ImportTest {
         NCRYPT_KEY_HANDLE handle = 77;
         const SECURITY_STATUS status = armed([&] { return call(&handle); });
         EXPECT_EQ(status == 0, handle != 77);
-        if (status == 0) {
-            EXPECT_EQ(0, table->FreeKey(provider, handle));
-        }
+        EXPECT_TRUE(status != 0 || table->FreeKey(provider, handle) == 0);
         return status;
     }
     SECURITY_STATUS Open(Armed& armed)
     {
-        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
-            return table->OpenKey(provider, handle, TEXT("rsa"), 0, kMachine);
-        });
+        return Make(armed, [&](auto* made) { return table->OpenKey(provider, made, TEXT("rsa"), 0, kMachine); });
     }
     SECURITY_STATUS Create(Armed& armed, const WCHAR* name, DWORD flags = kMachine)
     {
-        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
-            return table->CreatePersistedKey(provider, handle, TEXT("RSA"), name, 0, flags);
-        });
-    }
-    SECURITY_STATUS ImportOnce(Armed& armed, const WCHAR* type, Bytes data, NCryptBufferDesc* list = nullptr)
-    {
-        return Make(armed, [&](NCRYPT_KEY_HANDLE* handle) {
-            return table->ImportKey(provider, 0, type, list, handle, data.data(), static_cast<DWORD>(data.size()),
-                                    kLater);
-        });
+        return Make(armed,
+                    [&](auto* made) { return table->CreatePersistedKey(provider, made, TEXT("RSA"), name, 0, flags); });
     }
     SECURITY_STATUS Enumerate(Armed& armed)
     {
@@ -128,11 +99,11 @@ class OperationsTest : public ImportTest {
     }
     SECURITY_STATUS DeleteOnce(Armed& armed)
     {
-        if (!doomed)
-            AddDoomed();
         const SECURITY_STATUS status = armed([&] { return table->DeleteKey(provider, doomed, 0); });
-        if (status == 0)
-            Forget(std::exchange(doomed, 0));
+        if (status == 0) {
+            Forget(doomed);
+            AddDoomed();
+        }
         return status;
     }
     void AddDoomed()
@@ -140,18 +111,18 @@ class OperationsTest : public ImportTest {
         AddKey("doomed", "P-256");
         doomed = Pending("RSA", "doomed", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
     }
-    SECURITY_STATUS FinalizeOnce(Armed& armed)
+    SECURITY_STATUS FinalizeOnce(Armed& armed, bool signsIn)
     {
         const NCRYPT_KEY_HANDLE made = Pending("ECDSA_P256", "made", kMachine | NCRYPT_OVERWRITE_KEY_FLAG);
-        if (signsInAnew)
+        if (signsIn)
             ForgetToken();
-        const SECURITY_STATUS status = armed([&] { return table->FinalizeKey(provider, made, 0); });
+        const SECURITY_STATUS status = armed([&] { return Finalize(made); });
         EXPECT_EQ(status == 0 ? 1u : 0u, Record(made)->fFinalized);
         Forget(made);
         EXPECT_EQ(0, table->FreeKey(provider, made));
         return status;
     }
-    // The client with a token that nobody has asked for: as after an import.
+    // Leaves the client without a token, as before its first sign-in.
     void ForgetToken()
     {
         KVCClient* const client = ProviderRecord()->machineKvc;
@@ -160,7 +131,7 @@ class OperationsTest : public ImportTest {
         client->tokenExpiry = 0;
         signIns = sim.SignIns();
     }
-    // A clear secret outlives an open without memory.
+    // A clear secret survives an open that runs out of memory.
     SECURITY_STATUS OpenOnce(Armed& armed)
     {
         const std::string set = "secret " + std::to_string(++secrets);
@@ -181,7 +152,7 @@ class OperationsTest : public ImportTest {
         }
         return status;
     }
-    // Sets a value in the place of another. left: what is read after a failure.
+    // Replaces a value. left: what is read after a failure.
     template <class Read>
     SECURITY_STATUS Replace(Armed& armed, const WCHAR* name, Bytes old, DWORD flags, const Bytes& left, Read read)
     {
@@ -204,7 +175,7 @@ class OperationsTest : public ImportTest {
         return {
             {"OpenKey Error", [this](Armed& armed) { return Open(armed); }, {0, NTE_NOT_FOUND}, 2},
             {"CreatePersistedKey", [this](Armed& armed) { return Create(armed, TEXT("new")); }, {0}, 2},
-            {"CreatePersistedKey",  // which doesn't look for the name, but signs in
+            {"CreatePersistedKey",  // signs in, but doesn't look for the name
              [this](Armed& armed) { return Create(armed, TEXT("rsa"), kMachine | NCRYPT_OVERWRITE_KEY_FLAG); },
              {0}},
             {"EnumKeys", [this](Armed& armed) { return Enumerate(armed); }, {0, kNotRead, NTE_NO_MORE_ITEMS}, 4},
@@ -215,7 +186,7 @@ class OperationsTest : public ImportTest {
             {"DeleteKey", [this](Armed& armed) { return DeleteOnce(armed); }, {0, NTE_FAIL}, 0},
         };
     }
-    // Some keep the value that was there, and some lose it.
+    // On failure some properties keep their old value and some lose it.
     std::vector<Operation> OfTheProvider()
     {
         const auto stored = [this] { return GetKey(pending, "mine", kOnly).bytes; };
@@ -260,7 +231,13 @@ class OperationsTest : public ImportTest {
              },
              {NTE_INTERNAL_ERROR}},
             {"blob",
-             [this](Armed& armed) { return ImportOnce(armed, TEXT("RSAPRIVATEBLOB"), RsaBlob(2048)); },
+             [this](Armed& armed) {
+                 Bytes data = RsaBlob(2048);
+                 return Make(armed, [&](auto* made) {
+                     return table->ImportKey(provider, 0, TEXT("RSAPRIVATEBLOB"), nullptr, made, data.data(),
+                                             static_cast<DWORD>(data.size()), kLater);
+                 });
+             },
              {NTE_NOT_SUPPORTED}},
         };
     }
@@ -273,109 +250,90 @@ class OperationsTest : public ImportTest {
                             request.value("body", ""));
         return requests;
     }
-    // Each allocation fails, alone and with all that follow. judge(status, failAt): what else must hold.
-    template <class Judge>
-    void Sweep(const Operation& operation, Judge judge)
+    // Each allocation fails, alone and with all later ones.
+    void Sweep(const Operation& operation, bool ofTheVault)
     {
         SCOPED_TRACE(operation.name);
-        // A block of the heap is one allocation, or two where the heap is made of another.
+        // A block of the heap is one allocation, or two where the heap uses the C library's.
         Armed unharmed, oneBlock;
         oneBlock([] { return HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 8)) ? 0 : 1; });
-        const int perBlock = static_cast<int>(oneBlock.seen);
         sim.ClearJournal();
         EXPECT_EQ(0, operation.run(unharmed));
         const std::set<std::string> whole = Requests();
+        int lost = 0;  // tokens, which is no failure of the identity service
         for (const bool allAfter : {false, true}) {
             int own = 0;  // NTE_NO_MEMORY
-            for (size_t failures = 0;; failures++) {
-                Armed armed{failures, allAfter};
-                const SECURITY_STATUS status = operation.run(armed);
-                if (armed.seen <= failures) {
-                    EXPECT_EQ(0, status) << "after all";
-                    break;
-                }
+            const auto judge = [&](SECURITY_STATUS status, size_t failAt) {
                 EXPECT_TRUE(status == NTE_NO_MEMORY || operation.otherFailures.count(status))
-                    << Hex(status) << " at allocation " << failures;
+                    << Hex(status) << " at allocation " << failAt;
+                EXPECT_TRUE(!ofTheVault || failAt > 0 || status == NTE_NO_MEMORY) << "the call's record comes first";
                 own += status == NTE_NO_MEMORY;
-                judge(status, failures);
-            }
-            EXPECT_GE(own, operation.blocks * perBlock);
+                lost += operation.signsIn && status == NTE_NO_MEMORY && sim.SignIns() > signIns;
+            };
+            FailEach(operation.run, judge, allAfter);
+            EXPECT_GE(own, operation.blocks * static_cast<int>(oneBlock.seen));
         }
+        EXPECT_EQ(operation.signsIn, lost > 0);
         for (const std::string& request : Requests())
-            EXPECT_TRUE(whole.count(request)) << "no request leaves a part out: " << request;
+            EXPECT_TRUE(whole.count(request)) << "incomplete: " << request;
     }
 
     NCRYPT_KEY_HANDLE key = 0, pending = 0, doomed = 0;
     Bytes cipher, signature;
     BYTE hash[32] = {};
     BCRYPT_PSS_PADDING_INFO padding = {TEXT("SHA256"), 32};
-    bool signsInAnew = false;
-    int signIns = 0;  // until the token was forgotten
+    int signIns = 0;  // when the token was dropped
     int secrets = 0;
 };
 
-TEST_F(OperationsTest, ASignInThatFailsIsALogonFailureAndTheNextOneIsTriedAgain)
+TEST_F(OperationsTest, FailWithoutASignInOrAClient)
 {
+    Armed unharmed;
     for (const Operation& operation : OfTheVault()) {
         SCOPED_TRACE(operation.name);
-        Armed unharmed;
+        const std::string line = std::string("Kelvaro") + operation.name + " Error ";
         clock.Advance(3601);
         sim.ClearJournal();
         Answer("/oauth2/token", 401);
         EXPECT_EQ(Hex(SEC_E_LOGON_DENIED), Hex(operation.run(unharmed)));
-        EXPECT_EQ(std::string("Kelvaro") + operation.name + " Error 0x8009030c", LastErrorLine());
+        EXPECT_EQ(line + "0x8009030c", LastErrorLine());
         EXPECT_EQ(0u, sim.VaultRequests().size());
-        EXPECT_EQ(kDone, Hex(operation.run(unharmed)));
-    }
-}
+        EXPECT_EQ(kDone, Hex(operation.run(unharmed))) << "the next call signs in again";
 
-TEST_F(OperationsTest, WithoutAClientNothingGoesOut)
-{
-    const WithoutClient without(ProviderRecord());
-    for (const Operation& operation : OfTheVault()) {
-        Armed unharmed;
-        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(operation.run(unharmed))) << operation.name;
-        EXPECT_EQ(std::string("Kelvaro") + operation.name + " Error 0x80090027", LastErrorLine());
+        sim.ClearJournal();
+        const WithoutClient without(ProviderRecord());
+        EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(operation.run(unharmed)));
+        EXPECT_EQ(line + "0x80090027", LastErrorLine());
+        EXPECT_EQ(0u, sim.Journal().size());
     }
-    EXPECT_EQ(0u, sim.Journal().size());
 }
 
 TEST_F(OperationsTest, EveryAllocationMayFail)
 {
-    SetLogLevel(0);  // on some platforms the log allocates
+    SetLogLevel(0);  // the log allocates on some platforms
     for (const Operation& operation : OfTheProvider())
-        Sweep(operation, [](SECURITY_STATUS, size_t) {});
+        Sweep(operation, false);
     std::vector<Operation> operations = OfTheVault();
-    operations.push_back({"FinalizeKey", [this](Armed& armed) { return FinalizeOnce(armed); }, {0, NTE_FAIL}, 0});
-    for (const Operation& operation : operations) {
-        Sweep(operation, [](SECURITY_STATUS status, size_t failAt) {
-            EXPECT_TRUE(failAt > 0 || status == NTE_NO_MEMORY) << "the record of the call comes first";
-        });
-    }
+    operations.push_back(
+        {"FinalizeKey", [this](Armed& armed) { return FinalizeOnce(armed, false); }, {0, NTE_FAIL}, 0});
+    operations.push_back({"FinalizeKey, signed out",
+                          [this](Armed& armed) { return FinalizeOnce(armed, true); },
+                          {0, NTE_FAIL},
+                          0,
+                          true});
+    operations.push_back({"SignHash, signed out",
+                          [this](Armed& armed) {
+                              ForgetToken();
+                              return SignOnce(armed);
+                          },
+                          {0, NTE_FAIL, NTE_INVALID_PARAMETER, SEC_E_LOGON_DENIED},
+                          0,
+                          true});
+    for (const Operation& operation : operations)
+        Sweep(operation, true);
 }
 
-// A token that was granted and lost is no failure of the identity service.
-TEST_F(OperationsTest, EveryAllocationOfASignInMayFail)
-{
-    SetLogLevel(0);
-    signsInAnew = true;
-    const auto signedOut = [this](Armed& armed) {
-        ForgetToken();
-        return SignOnce(armed);
-    };
-    const Operation operations[] = {
-        {"SignHash", signedOut, {0, NTE_FAIL, NTE_INVALID_PARAMETER, SEC_E_LOGON_DENIED}, 0},
-        {"FinalizeKey", [this](Armed& armed) { return FinalizeOnce(armed); }, {0, NTE_FAIL}, 0},
-    };
-    for (const Operation& operation : operations) {
-        int lost = 0;
-        Sweep(operation,
-              [&](SECURITY_STATUS status, size_t) { lost += status == NTE_NO_MEMORY && sim.SignIns() > signIns; });
-        EXPECT_GT(lost, 0) << operation.name;
-    }
-}
-
-TEST_F(ProviderTest, WithoutSettingsTheIdentityOfTheMachineSignsInAndNamesTheVault)
+TEST_F(ProviderTest, WithoutSettingsTheMachinesIdentitySignsInAndNamesTheVault)
 {
     const std::string vault = "x0f1e2d3c4b5a69788796a5b";
     sim.Control("PUT", "/vaults/" + vault, {{"tier", "standard"}});

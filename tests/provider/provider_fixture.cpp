@@ -159,7 +159,7 @@ void ProviderTest::Answer(const std::string& path, int status, const std::string
 
 void ProviderTest::AddKey(const std::string& name, const std::string& type, const char* vault)
 {
-    sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"kty", type}, {"size", 2048}}
+    sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"pem", PrivateKeyPem("rsa2048")}}
                                     : json{{"name", name}, {"kty", "EC"}, {"crv", type}});
 }
 

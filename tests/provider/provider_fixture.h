@@ -1,4 +1,4 @@
-// A host in front of the function table: its keys, properties and operations, what the vault answers and gets, and the
+// A host that uses the function table: its keys, properties and operations, the vault's requests and answers, and the
 // log.
 #pragma once
 
@@ -23,7 +23,7 @@ constexpr char kDone[] = "0x00000000";
 constexpr DWORD kMachine = NCRYPT_MACHINE_KEY_FLAG;
 constexpr DWORD kOnly = NCRYPT_PERSIST_ONLY_FLAG;
 
-// A vault's answer to the read of a key, for answers that the simulator's own keys don't give.
+// A vault's answer to the read of a key, for keys that the simulator can't have.
 json RsaAnswer(const Bytes& n);
 json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
                  const std::vector<std::string>& ops = {"sign", "verify"}, const std::string& algIdTag = "");
@@ -32,9 +32,9 @@ class ProviderTest : public HostTest {
   protected:
     void TearDown() override;
 
-    // A key that isn't finalized yet; without a name the vault has no part in it. Freed in TearDown.
+    // A key that isn't finalized yet; without a name it never reaches the vault. Freed in TearDown.
     NCRYPT_KEY_HANDLE Pending(const char* algorithm, const char* name = nullptr, DWORD flags = kMachine);
-    // For a pending key that is freed or deleted earlier.
+    // For a pending key that the test itself frees or deletes.
     void Forget(NCRYPT_KEY_HANDLE key);
     SECURITY_STATUS Finalize(NCRYPT_KEY_HANDLE key, DWORD flags = 0);
 
@@ -43,8 +43,8 @@ class ProviderTest : public HostTest {
     Result GetProvider(const std::string& property);
     SECURITY_STATUS SetProvider(const std::string& property, Bytes value, DWORD flags = 0);
 
-    // These go without a buffer when room is 0. One that fails must leave the buffer alone. hashName: NULL for a call
-    // without padding information, "" for information without a name.
+    // Without a buffer if room is 0. A call that fails must leave the buffer alone. hashName: NULL for a call without
+    // padding information, "" for information without a name.
     Result Sign(NCRYPT_KEY_HANDLE key, Bytes hash, DWORD flags = 0, const char* hashName = nullptr, DWORD room = 600);
     Result Encrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600)
     {
@@ -64,16 +64,16 @@ class ProviderTest : public HostTest {
         std::string algId;
         DWORD flags;
     };
-    // One step of an enumeration; the name goes back at once.
+    // One step of an enumeration. Frees the name.
     Found Next(PVOID* state, DWORD flags = kMachine);
 
-    // What the next request whose target contains `path` is answered with.
+    // The answer to the next requests whose target contains `path`.
     void Answer(const std::string& path, int status, const std::string& body = "", int times = 1);
-    // type: "RSA" or a curve.
+    // type: "RSA", for the same key of 2048 bits each time, or a curve.
     void AddKey(const std::string& name, const std::string& type, const char* vault = Simulator::kVault);
-    // Opens a key of which the vault says `answer`.
+    // Opens a key that the vault describes like that.
     NCRYPT_KEY_HANDLE OpenAnswered(const json& answer);
-    // Bodies of the requests of the journal whose target contains "/action?".
+    // The bodies of the journal's requests whose target contains "/action?".
     std::vector<json> Bodies(const std::string& action);
 
     void SetLogLevel(DWORD level);
@@ -84,7 +84,7 @@ class ProviderTest : public HostTest {
     static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
 
-    // While one of these lives, the provider has no machine client.
+    // The provider has no machine client as long as this lives.
     class WithoutClient {
       public:
         explicit WithoutClient(KSP_PROVIDER* record) : record_(record) { std::swap(record_->machineKvc, client_); }

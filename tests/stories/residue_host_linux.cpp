@@ -3,10 +3,11 @@
 //
 //     residue_host MODULE FOLDER
 //
-// Each line of standard input is a step: its verb, a name, and up to two files of FOLDER whose content it uses, with the
-// number of the parameter that the second one is passed as. "-" is no name. The answer is the step's status.
+// Each line of standard input is a step: its verb, a name, and up to two files of FOLDER whose content it uses, with
+// the number of the parameter that the second one is passed as. "-" is no name. The answer is the step's status.
 //
-// What libcurl and OpenSSL free without wiping doesn't count: those blocks, told apart by who frees them, are wiped here.
+// What libcurl and OpenSSL free without wiping doesn't count: those blocks, told apart by who frees them, are wiped
+// here.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
