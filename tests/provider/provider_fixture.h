@@ -79,7 +79,6 @@ class ProviderTest : public HostTest {
     void SetLogLevel(DWORD level);
     Lines ErrorLines() const;           // lines of level 1, without the level
     std::string LastErrorLine() const;  // "" when there is none
-    bool Traced(const std::string& line) const { return root.Logged(line, 10); }
 
     static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
