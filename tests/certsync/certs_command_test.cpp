@@ -97,8 +97,8 @@ TEST_F(CertsCommandTest, TwoProcessesAtOnceOnOneRoot)
         AddCertificate("web" + std::to_string(i));
     sim.Control("PUT", "/latency", {{"ms", 5}});
     Ran runs[2];
-    std::thread other([&] { runs[1] = Ctl({"certs", "sync"}); });
-    runs[0] = Ctl({"certs", "sync"});
+    std::thread other([&] { runs[1] = RunProgram(KELVAROCTL_PATH, WithModule({"certs", "sync"}), ""); });
+    runs[0] = RunProgram(KELVAROCTL_PATH, WithModule({"certs", "sync"}), "");
     other.join();
     EXPECT_EQ(0, runs[0].exit) << runs[0].err;
     EXPECT_EQ(0, runs[1].exit) << runs[1].err;

@@ -21,7 +21,7 @@ std::vector<std::string> CtlTest::WithModule(std::vector<std::string> arguments)
 
 Ran CtlTest::Ctl(const std::vector<std::string>& arguments, const std::string& input)
 {
-    return RunProgram(KELVAROCTL_PATH, WithModule(arguments), input);
+    return RunToolHere(WithModule(arguments), input);
 }
 
 json CtlTest::CtlJson(std::vector<std::string> arguments, int exit)

@@ -59,7 +59,7 @@ class DoctorTest : public CtlTest {
         if (std::find(arguments.begin(), arguments.end(), "--timeout") == arguments.end())
             arguments.insert(arguments.begin(), {"--timeout", "60"});
         arguments.insert(arguments.begin(), "doctor");
-        const Ran ran = Ctl(arguments);
+        const Ran ran = RunProgram(KELVAROCTL_PATH, WithModule(arguments), "");
         // Neither the secret nor a token, which is Base64 of JSON, ever shows.
         for (const char* secret : {Simulator::kClientSecret, "eyJ"})
             EXPECT_EQ(std::string::npos, (ran.out + ran.err).find(secret)) << ran.out;

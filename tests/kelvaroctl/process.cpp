@@ -1,0 +1,106 @@
+#include "tests/kelvaroctl/process.h"
+
+#include <stdint.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <stdexcept>
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/common_interface_defs.h>
+#endif
+
+#include "kelvaroctl/app.h"
+
+namespace {
+// A file without a name.
+class Scratch {
+  public:
+    explicit Scratch(const std::string& content = "") : file_(tmpfile())
+    {
+        if (!file_ || fwrite(content.data(), 1, content.size(), file_) != content.size())
+            throw std::runtime_error("no scratch file");
+        rewind(file_);
+    }
+    ~Scratch() { fclose(file_); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    int descriptor() const { return fileno(file_); }
+    // Line ends are line feeds alone.
+    std::string Content()
+    {
+        rewind(file_);
+        std::string content;
+        for (int ch = 0; (ch = getc(file_)) != EOF;) {
+            if (ch == '\n' && !content.empty() && content.back() == '\r')
+                content.pop_back();
+            content += static_cast<char>(ch);
+        }
+        return content;
+    }
+
+  private:
+    FILE* file_;
+};
+
+// A standard stream of this process goes to a file until the destructor.
+class Redirected {
+  public:
+    Redirected(int stream, const Scratch& file) : stream_(stream), kept_(dup(stream))
+    {
+        dup2(file.descriptor(), stream);
+    }
+    ~Redirected()
+    {
+        dup2(kept_, stream_);
+        close(kept_);
+    }
+    Redirected(const Redirected&) = delete;
+    Redirected& operator=(const Redirected&) = delete;
+
+    int kept() const { return kept_; }
+
+  private:
+    int stream_;
+    int kept_;
+};
+
+// Where the sanitizers report.
+void ReportTo([[maybe_unused]] int descriptor)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(descriptor)));
+#endif
+}
+
+int RunWithStreams(const std::vector<std::string>& arguments, const Scratch (&files)[3])
+{
+    fflush(nullptr);
+    const Redirected in(STDIN_FILENO, files[0]);
+    const Redirected out(STDOUT_FILENO, files[1]);
+    const Redirected err(STDERR_FILENO, files[2]);
+    rewind(stdin);
+    std::cin.clear();
+    ReportTo(err.kept());
+    const int exit = kelvaroctl::RunTool(arguments);
+    ReportTo(STDERR_FILENO);
+    std::cout.flush();
+    fflush(nullptr);
+    return exit;
+}
+}  // namespace
+
+Ran RunToolHere(const std::vector<std::string>& arguments, const std::string& input)
+{
+    Scratch files[3] = {Scratch(input), Scratch(), Scratch()};
+    const int exit = RunWithStreams(arguments, files);
+    return {exit, files[1].Content(), files[2].Content()};
+}
+
+Ran RunProgram(const std::string& program, const std::vector<std::string>& arguments, const std::string& input)
+{
+    Scratch files[3] = {Scratch(input), Scratch(), Scratch()};
+    const int exit = RunOn({files[0].descriptor(), files[1].descriptor(), files[2].descriptor()}, program, arguments);
+    return {exit, files[1].Content(), files[2].Content()};
+}
