@@ -8,7 +8,7 @@
 #include "support/base64.h"
 #include "support/guards.h"
 #include "tests/keyvault/client_fixture.h"
-#include "tests/platform/openssl_maker.h"
+#include "tests/platform/openssl_objects.h"
 
 using nlohmann::json;
 

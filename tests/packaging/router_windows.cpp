@@ -1,5 +1,5 @@
-// A key storage router, as much of one as the tool needs: a DLL under the system's name that finds the one provider and
-// calls it through its table. The runtime's own knows no provider but its own.
+// A key storage router that knows the one provider and calls it through its table: a DLL under the system's name. The
+// runtime's router knows its own provider only.
 #include <memory>
 
 #include "platform/cng_provider.h"
@@ -34,106 +34,87 @@ Object* At(NCRYPT_HANDLE handle)
     return reinterpret_cast<Object*>(handle);
 }
 
-NCRYPT_HANDLE NewHandle(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE key)
+// By reference: the handles are set by the call that gives `status`.
+SECURITY_STATUS Opened(SECURITY_STATUS status, const NCRYPT_PROV_HANDLE& provider, const NCRYPT_KEY_HANDLE& key,
+                       NCRYPT_HANDLE* handle)
 {
-    return reinterpret_cast<NCRYPT_HANDLE>(new Object{provider, key});
+    if (status == ERROR_SUCCESS)
+        *handle = reinterpret_cast<NCRYPT_HANDLE>(new Object{provider, key});
+    return status;
 }
 
 }  // namespace
 
+// The same call of the table with the module's handles, of a provider and of a key.
+#define OF_PROVIDER(name, parameters, ...)                         \
+    SECURITY_STATUS WINAPI NCrypt##name parameters                 \
+    {                                                              \
+        return Table()->name(At(provider)->provider, __VA_ARGS__); \
+    }
+#define OF_KEY(name, parameters, ...)                                       \
+    SECURITY_STATUS WINAPI NCrypt##name parameters                          \
+    {                                                                       \
+        return Table()->name(At(key)->provider, At(key)->key, __VA_ARGS__); \
+    }
+
 extern "C" {
 
-SECURITY_STATUS WINAPI NCryptOpenStorageProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName, DWORD dwFlags)
+SECURITY_STATUS WINAPI NCryptOpenStorageProvider(NCRYPT_PROV_HANDLE* out, LPCWSTR name, DWORD flags)
 {
-    if (lstrcmpW(pszProviderName, kProviderName) != 0 || !Table())
-        return kNotRegistered;
     NCRYPT_PROV_HANDLE provider = 0;
-    const SECURITY_STATUS status = Table()->OpenProvider(&provider, pszProviderName, dwFlags);
-    if (status == ERROR_SUCCESS)
-        *phProvider = NewHandle(provider, 0);
-    return status;
+    if (lstrcmpW(name, kProviderName) != 0 || !Table())
+        return kNotRegistered;
+    return Opened(Table()->OpenProvider(&provider, name, flags), provider, 0, out);
 }
 
-SECURITY_STATUS WINAPI NCryptFreeObject(NCRYPT_HANDLE hObject)
+SECURITY_STATUS WINAPI NCryptFreeObject(NCRYPT_HANDLE handle)
 {
-    const std::unique_ptr<Object> object(At(hObject));
+    const std::unique_ptr<Object> object(At(handle));
     return object->key ? Table()->FreeKey(object->provider, object->key) : Table()->FreeProvider(object->provider);
 }
 
-SECURITY_STATUS WINAPI NCryptFreeBuffer(PVOID pvInput)
+SECURITY_STATUS WINAPI NCryptFreeBuffer(PVOID block)
 {
-    return Table()->FreeBuffer(pvInput);
+    return Table()->FreeBuffer(block);
 }
 
-SECURITY_STATUS WINAPI NCryptOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
-                                     DWORD dwLegacyKeySpec, DWORD dwFlags)
+SECURITY_STATUS WINAPI NCryptOpenKey(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE* out, LPCWSTR name, DWORD legacy,
+                                     DWORD flags)
 {
     NCRYPT_KEY_HANDLE key = 0;
-    const SECURITY_STATUS status =
-        Table()->OpenKey(At(hProvider)->provider, &key, pszKeyName, dwLegacyKeySpec, dwFlags);
-    if (status == ERROR_SUCCESS)
-        *phKey = NewHandle(At(hProvider)->provider, key);
-    return status;
+    return Opened(Table()->OpenKey(At(provider)->provider, &key, name, legacy, flags), At(provider)->provider, key,
+                  out);
 }
 
-SECURITY_STATUS WINAPI NCryptCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey,
-                                                LPCWSTR pszAlgId, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
-                                                DWORD dwFlags)
+SECURITY_STATUS WINAPI NCryptCreatePersistedKey(NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE* out, LPCWSTR algorithm,
+                                                LPCWSTR name, DWORD legacy, DWORD flags)
 {
     NCRYPT_KEY_HANDLE key = 0;
-    const SECURITY_STATUS status =
-        Table()->CreatePersistedKey(At(hProvider)->provider, &key, pszAlgId, pszKeyName, dwLegacyKeySpec, dwFlags);
+    return Opened(Table()->CreatePersistedKey(At(provider)->provider, &key, algorithm, name, legacy, flags),
+                  At(provider)->provider, key, out);
+}
+
+SECURITY_STATUS WINAPI NCryptGetProperty(NCRYPT_HANDLE handle, LPCWSTR name, PBYTE value, DWORD room, DWORD* size,
+                                         DWORD flags)
+{
+    const Object& object = *At(handle);
+    return object.key ? Table()->GetKeyProperty(object.provider, object.key, name, value, room, size, flags)
+                      : Table()->GetProviderProperty(object.provider, name, value, room, size, flags);
+}
+
+SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE handle, LPCWSTR name, PBYTE value, DWORD size, DWORD flags)
+{
+    const Object& object = *At(handle);
+    return object.key ? Table()->SetKeyProperty(object.provider, object.key, name, value, size, flags)
+                      : Table()->SetProviderProperty(object.provider, name, value, size, flags);
+}
+
+SECURITY_STATUS WINAPI NCryptDeleteKey(NCRYPT_KEY_HANDLE key, DWORD flags)
+{
+    const SECURITY_STATUS status = Table()->DeleteKey(At(key)->provider, At(key)->key, flags);
     if (status == ERROR_SUCCESS)
-        *phKey = NewHandle(At(hProvider)->provider, key);
+        delete At(key);
     return status;
-}
-
-SECURITY_STATUS WINAPI NCryptGetProperty(NCRYPT_HANDLE hObject, LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
-                                         DWORD* pcbResult, DWORD dwFlags)
-{
-    const Object& object = *At(hObject);
-    return object.key
-               ? Table()->GetKeyProperty(object.provider, object.key, pszProperty, pbOutput, cbOutput, pcbResult,
-                                         dwFlags)
-               : Table()->GetProviderProperty(object.provider, pszProperty, pbOutput, cbOutput, pcbResult, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE hObject, LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput,
-                                         DWORD dwFlags)
-{
-    const Object& object = *At(hObject);
-    return object.key ? Table()->SetKeyProperty(object.provider, object.key, pszProperty, pbInput, cbInput, dwFlags)
-                      : Table()->SetProviderProperty(object.provider, pszProperty, pbInput, cbInput, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptFinalizeKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
-{
-    return Table()->FinalizeKey(At(hKey)->provider, At(hKey)->key, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptDeleteKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
-{
-    const SECURITY_STATUS status = Table()->DeleteKey(At(hKey)->provider, At(hKey)->key, dwFlags);
-    if (status == ERROR_SUCCESS)
-        delete At(hKey);
-    return status;
-}
-
-SECURITY_STATUS WINAPI NCryptEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszScope, NCryptKeyName** ppKeyName,
-                                      PVOID* ppEnumState, DWORD dwFlags)
-{
-    return Table()->EnumKeys(At(hProvider)->provider, pszScope, ppKeyName, ppEnumState, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwAlgOperations, DWORD* pdwAlgCount,
-                                            NCryptAlgorithmName** ppAlgList, DWORD dwFlags)
-{
-    return Table()->EnumAlgorithms(At(hProvider)->provider, dwAlgOperations, pdwAlgCount, ppAlgList, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId, DWORD dwFlags)
-{
-    return Table()->IsAlgSupported(At(hProvider)->provider, pszAlgId, dwFlags);
 }
 
 SECURITY_STATUS WINAPI NCryptImportKey(NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE, LPCWSTR, NCryptBufferDesc*,
@@ -142,40 +123,31 @@ SECURITY_STATUS WINAPI NCryptImportKey(NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE, LP
     return NTE_NOT_SUPPORTED;
 }
 
-SECURITY_STATUS WINAPI NCryptExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE, LPCWSTR pszBlobType,
-                                       NCryptBufferDesc* pParameterList, PBYTE pbOutput, DWORD cbOutput,
-                                       DWORD* pcbResult, DWORD dwFlags)
-{
-    return Table()->ExportKey(At(hKey)->provider, At(hKey)->key, 0, pszBlobType, pParameterList, pbOutput, cbOutput,
-                              pcbResult, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptSignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
-                                      PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags)
-{
-    return Table()->SignHash(At(hKey)->provider, At(hKey)->key, pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                             cbSignature, pcbResult, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptVerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
-                                             DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags)
-{
-    return Table()->VerifySignature(At(hKey)->provider, At(hKey)->key, pPaddingInfo, pbHashValue, cbHashValue,
-                                    pbSignature, cbSignature, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptEncrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput, VOID* pPaddingInfo,
-                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
-{
-    return Table()->Encrypt(At(hKey)->provider, At(hKey)->key, pbInput, cbInput, pPaddingInfo, pbOutput, cbOutput,
-                            pcbResult, dwFlags);
-}
-
-SECURITY_STATUS WINAPI NCryptDecrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput, VOID* pPaddingInfo,
-                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
-{
-    return Table()->Decrypt(At(hKey)->provider, At(hKey)->key, pbInput, cbInput, pPaddingInfo, pbOutput, cbOutput,
-                            pcbResult, dwFlags);
-}
+OF_PROVIDER(EnumKeys, (NCRYPT_PROV_HANDLE provider, LPCWSTR scope, NCryptKeyName** name, PVOID* state, DWORD flags),
+            scope, name, state, flags)
+OF_PROVIDER(EnumAlgorithms,
+            (NCRYPT_PROV_HANDLE provider, DWORD operations, DWORD* count, NCryptAlgorithmName** list, DWORD flags),
+            operations, count, list, flags)
+OF_PROVIDER(IsAlgSupported, (NCRYPT_PROV_HANDLE provider, LPCWSTR algorithm, DWORD flags), algorithm, flags)
+OF_KEY(FinalizeKey, (NCRYPT_KEY_HANDLE key, DWORD flags), flags)
+OF_KEY(ExportKey,
+       (NCRYPT_KEY_HANDLE key, NCRYPT_KEY_HANDLE, LPCWSTR type, NCryptBufferDesc* parameters, PBYTE blob, DWORD room,
+        DWORD* size, DWORD flags),
+       0, type, parameters, blob, room, size, flags)
+OF_KEY(SignHash,
+       (NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash, DWORD hashSize, PBYTE signature, DWORD room, DWORD* size,
+        DWORD flags),
+       padding, hash, hashSize, signature, room, size, flags)
+OF_KEY(VerifySignature,
+       (NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash, DWORD hashSize, PBYTE signature, DWORD size, DWORD flags),
+       padding, hash, hashSize, signature, size, flags)
+OF_KEY(Encrypt,
+       (NCRYPT_KEY_HANDLE key, PBYTE input, DWORD inputSize, VOID* padding, PBYTE output, DWORD room, DWORD* size,
+        DWORD flags),
+       input, inputSize, padding, output, room, size, flags)
+OF_KEY(Decrypt,
+       (NCRYPT_KEY_HANDLE key, PBYTE input, DWORD inputSize, VOID* padding, PBYTE output, DWORD room, DWORD* size,
+        DWORD flags),
+       input, inputSize, padding, output, room, size, flags)
 
 }  // extern "C"

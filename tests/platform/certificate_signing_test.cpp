@@ -1,6 +1,6 @@
 // Signing certificates with keys of the platform's own provider, and reading certificate requests.
 #include "platform/linux/software_key.h"
-#include "tests/platform/openssl_maker.h"
+#include "tests/platform/openssl_objects.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -74,7 +74,7 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
     ASSERT_EQ(signer.SetLength(1024), 0);
     ASSERT_EQ(NCryptFinalizeKey(signer.key, 0), 0);
 
-    const std::string given = MakeCertificate("web01", 7);
+    const std::string given = TestCertificate();
     const PCCERT_CONTEXT context = CertCreateCertificateContext(kEncodings, BytesOf(given), SizeOf(given));
     ASSERT_NE(context, nullptr);
     CERT_INFO info = *context->pCertInfo;
@@ -149,7 +149,7 @@ TEST(CertificateSigning, KeysGoThroughTheirStates)
 
 TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
 {
-    std::string request = MakeRequest(MakeRsaPublicKey(4096).get(), "a-key-name-of-forty-two-characters-exactly");
+    std::string request = ReadFileText(X509File("request-rsa4096.der"));
     std::string decoded;
     ASSERT_EQ(ReadRequest(request, &decoded), 0u);
     EXPECT_LE(decoded.size(), 1000u) << "the client's buffer";
@@ -166,7 +166,7 @@ TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
 
 TEST(RequestDecoding, DamagedRequestsAreRefused)
 {
-    const std::string request = MakeRequest(MakeEcKey().get(), "web01");
+    const std::string request = ReadFileText(X509File("request-p256.der"));
     std::string decoded;
     for (size_t i = 0; i < request.size(); i++) {
         EXPECT_EQ(ReadRequest(request.substr(0, i), &decoded), DWORD(CRYPT_E_ASN1_EOD)) << i;

@@ -1,8 +1,8 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
+#include <memory>
 
-#include "tests/platform/openssl_maker.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -93,7 +93,7 @@ const std::string kBound = "|32|Zandrel Key Storage Provider for Key Vault";
 
 TEST(CertificateContexts, TheStructurePointsIntoTheCertificate)
 {
-    const std::string der = MakeCertificate("web01", 0x010203FF);
+    const std::string der = TestCertificate();
     const std::string more = der + "\xEE";
     const Context context(CertCreateCertificateContext(kEncodings, BytesOf(more), SizeOf(more)));
     ASSERT_NE(context, nullptr);
@@ -119,7 +119,7 @@ TEST(CertificateContexts, TheStructurePointsIntoTheCertificate)
 TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
 {
     const PlatformRoot root;
-    const std::string der = MakeCertificate("web01", 1);
+    const std::string der = TestCertificate();
     {
         const Store store;
         const Context added = store.Add(der);
@@ -146,14 +146,14 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     EXPECT_EQ(found->hCertStore, again.handle);
     EXPECT_EQ(KeyOf(found), "web01" + kBound);
     EXPECT_EQ(ErrorOf(SetKey(found, u"other")), DWORD(E_ACCESSDENIED));
-    EXPECT_EQ(ErrorOf(again.Add(MakeCertificate("web02", 2)) != nullptr), DWORD(E_ACCESSDENIED));
+    EXPECT_EQ(ErrorOf(again.Add(TestCertificate('2')) != nullptr), DWORD(E_ACCESSDENIED));
     EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is another";
 }
 
 TEST(CertificateStore, ADuplicateChangesNothingAndADeletedOneStaysGone)
 {
     const PlatformRoot root;
-    const std::string der = MakeCertificate("web01", 1);
+    const std::string der = TestCertificate();
     const Store store;
     ASSERT_TRUE(SetKey(store.Add(der), u"web01"));
     EXPECT_EQ(KeyOf(store.Add(der)), "web01" + kBound);
@@ -177,7 +177,7 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndSkipsDamagedFiles)
     const Store store;
     std::string all[4];
     for (size_t i = 0; i < 4; i++)
-        store.Add(all[i] = MakeCertificate({"abcd"[i]}, 1));
+        store.Add(all[i] = TestCertificate("abcd"[i]));
     const std::vector<std::string> names = store.Names();
     EXPECT_EQ(names.size(), 4u);
     EXPECT_EQ(Store().Names(), names);
@@ -188,7 +188,7 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndSkipsDamagedFiles)
     WriteFileText(file(1), "KeyProvInfo.Flags: many\n" + ReadFileText(file(1)));
     WriteFileText(file(2), good);  // another certificate under this name
     WriteFileText(root.File(kMachineStore + std::string("note.pem")), good);
-    EXPECT_EQ(store.Names(), std::vector<std::string>{"d"});
+    EXPECT_EQ(store.Names(), std::vector<std::string>{"web0d"});
 
     // Adding the certificate again repairs its file.
     EXPECT_NE(store.Add(all[0]), nullptr);
@@ -202,9 +202,9 @@ TEST(CertificateStore, TheEnumerationIsOrderedAndSkipsDamagedFiles)
     while ((context = CertEnumCertificatesInStore(store.handle, context)) != nullptr)
         left++;
     EXPECT_EQ(left, 2u);
-    Context last = store.Add(MakeCertificate("e", 5));
+    Context last = store.Add(TestCertificate('e'));
     const std::vector<std::string> now = store.Names();
-    const auto behind = now.end() - std::find(now.begin(), now.end(), "e") - 1;
+    const auto behind = now.end() - std::find(now.begin(), now.end(), "web0e") - 1;
     PCCERT_CONTEXT at = last.release();
     for (long i = 0; i < behind; i++)
         at = CertEnumCertificatesInStore(store.handle, at);
@@ -216,7 +216,7 @@ TEST(CertificateStore, NoContainerNameDamagesTheFile)
 {
     const PlatformRoot root;
     const Store store;
-    const Context context = store.Add(MakeCertificate("web01", 1));
+    const Context context = store.Add(TestCertificate());
     for (const char* name : {"", " a ", "a\\b", "a\\nb", "a\\", "a\nKeyProvInfo.Flags: 7\n", "\r\n", "ж😀",
                              "a\n-----BEGIN CERTIFICATE-----\n"}) {
         ASSERT_TRUE(SetKey(context, ToUtf16(name)));
@@ -241,14 +241,14 @@ TEST(CertificateStore, OnlyTheTwoPersonalStoresOpen)
     EXPECT_EQ(refusal(machine, u"My", reinterpret_cast<LPCSTR>(99)), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_TRUE(Store(machine | CERT_STORE_READONLY_FLAG).Names().empty());
     EXPECT_FALSE(std::filesystem::exists(root.File("certstore"))) << "reading makes no store";
-    const Context context = Store(machine, u"MY").Add(MakeCertificate("web01", 1));
+    const Context context = Store(machine, u"MY").Add(TestCertificate());
     EXPECT_TRUE(SetKey(context, u"web01")) << "a context outlives its store's handle";
 }
 
 TEST(CertificateStore, ReadersSeeWholeFilesWhileOthersWrite)
 {
     const PlatformRoot root;
-    const std::string der = MakeCertificate("web01", 1);
+    const std::string der = TestCertificate();
     Store().Add(der);
     OnThreadsAndInAChild(2, [&der](int number) {
         if (number == 0) {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -35,15 +34,25 @@ void WriteFileText(const std::string& path, const std::string& text)
 std::string ReadFileText(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 unsigned ModeOf(const std::string& path)
 {
     struct stat status;
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+std::string X509File(const std::string& name)
+{
+    return KELVARO_TEST_DATA "/x509/" + name;
+}
+
+std::string TestCertificate(char last)
+{
+    std::string der = ReadFileText(X509File("web01.der"));
+    der.at(der.rfind("web01") + 4) = last;
+    return der;
 }
 
 std::string ErrorText()

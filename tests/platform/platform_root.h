@@ -1,5 +1,4 @@
-// An empty directory for one test, which KELVARO_ROOT names and which goes with the test; files, threads, and the calls
-// that tell a size first.
+// A temporary directory that KELVARO_ROOT names, and helpers: files, test data, two-call reads, threads.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,10 +26,16 @@ class PlatformRoot {
     std::string path_;
 };
 
-// Whole files; directories in front are made. ReadFileText gives "" for a missing file.
+// Whole files. Writing makes the directories; reading gives "" for a missing file.
 void WriteFileText(const std::string& path, const std::string& text);
 std::string ReadFileText(const std::string& path);
-unsigned ModeOf(const std::string& path);  // permission bits, 0 when there is no such file
+unsigned ModeOf(const std::string& path);  // permission bits, 0 if there is no such file
+// A file of tests/data/x509.
+std::string X509File(const std::string& name);
+// web01.der with this last character of the common name. The signature no longer fits.
+std::string TestCertificate(char last = '1');
+
+constexpr DWORD kEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 // The last error of a call that failed; 0 for one that didn't.
 inline DWORD ErrorOf(bool done)
@@ -49,8 +54,8 @@ inline DWORD SizeOf(const std::string& bytes)
 }
 std::string HexText(const BYTE* bytes, size_t size);  // upper-case digits
 
-// What a call writes that can be asked for the size alone, BOOL(T*, DWORD*): a buffer that is one element short is
-// refused with `tooSmall`, which leaves it alone and tells the size.
+// Reads what `call`, BOOL(T*, DWORD*), writes: first the size, then into a buffer that is one element short, which the
+// call must leave alone and refuse with `tooSmall` and the size, then all of it. Returns the error of the first call.
 template <typename T, typename Call>
 DWORD ReadInTwoCalls(std::basic_string<T>* data, LONG tooSmall, const Call& call)
 {
@@ -74,5 +79,5 @@ DWORD ReadInTwoCalls(std::basic_string<T>* data, LONG tooSmall, const Call& call
 
 // Runs `work` on that many threads at once; each gets its number, from 0.
 void OnThreads(int count, const std::function<void(int)>& work);
-// The same, and at once with them in a child process, which gets the number `count` and must end well.
+// The same, and at the same time in a child process, which gets the number `count` and must exit with 0.
 void OnThreadsAndInAChild(int count, const std::function<void(int)>& work);

@@ -78,34 +78,43 @@ void Peer::Reset()
     setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
 }
 
-RawServer::RawServer(Script script, const Credentials* identity, int maxTls) : script_(std::move(script))
+int BindToLoopback(sockaddr_in* address)
+{
+    const int bound = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    *address = {};
+    address->sin_family = AF_INET;
+    address->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(*address);
+    if (bind(bound, reinterpret_cast<sockaddr*>(address), size) != 0)
+        throw std::runtime_error("no address on loopback");
+    getsockname(bound, reinterpret_cast<sockaddr*>(address), &size);
+    return bound;
+}
+
+RawServer::RawServer(Script script, const char* identity, int maxTls) : script_(std::move(script))
 {
     if (identity != nullptr) {
+        const std::string file = X509File(identity);
         tls_.reset(SSL_CTX_new(TLS_server_method()));
-        SSL_CTX_use_certificate(tls_.get(), identity->certificate());
-        SSL_CTX_use_PrivateKey(tls_.get(), identity->key());
+        SSL_CTX_use_certificate_file(tls_.get(), file.c_str(), SSL_FILETYPE_PEM);
+        SSL_CTX_use_PrivateKey_file(tls_.get(), file.c_str(), SSL_FILETYPE_PEM);
         SSL_CTX_set_max_proto_version(tls_.get(), maxTls);
-        // Lets even the versions through that OpenSSL's default level refuses.
+        // Allows versions that OpenSSL refuses by default.
         SSL_CTX_set_security_level(tls_.get(), 0);
-        // The server itself remembers all sessions, and so can forget them.
+        // Sessions are kept by the server alone, which can then forget them.
         SSL_CTX_set_options(tls_.get(), SSL_OP_NO_TICKET);
     }
-    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    if (pipe2(stop_, O_CLOEXEC) != 0 || bind(listener_, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-        listen(listener_, 128) != 0)
+    sockaddr_in address;
+    listener_ = BindToLoopback(&address);
+    if (pipe2(stop_, O_CLOEXEC) != 0 || listen(listener_, 128) != 0)
         throw std::runtime_error("listener");
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
     port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this] { Accept(); });
 }
 
 RawServer::~RawServer()
 {
-    // A hang-up behind unread bytes would never be seen.
+    // A script that waits with unread bytes doesn't see a hang-up.
     close(stop_[1]);
     shutdown(listener_, SHUT_RDWR);
     acceptor_.join();
@@ -129,7 +138,7 @@ void RawServer::Accept()
 
 void RawServer::Serve(int socket)
 {
-    // OpenSSL's writes may raise it here; the client's threads must never need this.
+    // OpenSSL's writes may raise it here. The client's threads must not need this.
     sigset_t pipe;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
@@ -140,7 +149,7 @@ void RawServer::Serve(int socket)
         tls = SSL_new(tls_.get());
         SSL_set_fd(tls, socket);
         good = SSL_accept(tls) == 1;
-        // With TLS 1.3 a client refuses only after the server is through with its part.
+        // A TLS 1.3 client may refuse after the server has finished.
         char byte = 0;
         good = good && SSL_peek(tls, &byte, 1) == 1;
         const std::lock_guard<std::mutex> guard(lock_);
@@ -152,7 +161,7 @@ void RawServer::Serve(int socket)
         Peer peer(this, socket, tls);
         script_(peer);
     }
-    // A connection that ends without its closing alert would take its session with it.
+    // Without a closing alert the session would be dropped.
     if (tls != nullptr)
         SSL_set_shutdown(tls, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
     SSL_free(tls);
@@ -187,6 +196,13 @@ RawServer::Script Answer(std::string bytes)
         peer.ReadRequest();
         peer.Write(bytes);
     };
+}
+
+std::string Wire(const std::string& start, const std::string& fields, const std::string& body, const std::string& host)
+{
+    const std::string length = "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    return start + " HTTP/1.1\r\nConnection: Keep-Alive\r\n" + fields + "User-Agent: Agent 1\r\n" +
+           (start[0] == 'P' ? length : "") + "Host: " + host + "\r\n\r\n" + body;
 }
 
 void ConnectTo(const std::string& entries)

@@ -1,6 +1,7 @@
-// Servers on loopback whose every byte a test decides, plain or over TLS, and an environment of the test's own.
+// Servers on loopback that send exactly the bytes of a script, plain or over TLS, and a clean environment.
 #pragma once
 
+#include <netinet/in.h>
 #include <poll.h>
 
 #include <atomic>
@@ -9,7 +10,7 @@
 #include <thread>
 
 #include "tests/common/http_call.h"
-#include "tests/platform/openssl_maker.h"
+#include "tests/platform/openssl_objects.h"
 #include "tests/platform/platform_root.h"
 
 class RawServer;
@@ -19,30 +20,31 @@ class Peer {
   public:
     Peer(RawServer* server, int socket, SSL* tls) : server_(server), socket_(socket), tls_(tls) {}
 
-    // Head and entity as they came, which the server notes down. What has come when the client hangs up.
+    // Head and entity, which the server records, or what came before the client hung up.
     std::string ReadRequest();
     void Write(std::string_view bytes);
-    void Drip();  // one byte after the other, until the client hangs up or the server ends
-    // Writes until all is out or nothing moves for 50 ms; the number of bytes that went out.
+    void Drip();  // byte by byte, until the client hangs up or the server ends
+    // Writes until all is sent or nothing moves for 50 ms; returns the number of bytes that were sent.
     size_t WriteUntilStalled(std::string_view bytes);
     void Reset();  // the connection ends with RST
-    // Both also end with the server.
+    // Both return when the server ends, too.
     void WaitForBytes() { Wait(POLLIN, -1); }
     void WaitForClose() { Wait(POLLRDHUP, -1); }
 
   private:
-    bool Wait(int event, int waitMs);  // false when the time is up
+    bool Wait(int event, int waitMs);  // false after waitMs
 
     RawServer* server_;
     int socket_;
     SSL* tls_;
 };
 
-// Runs `script` for each connection, on a thread of its own; the connection is closed behind it.
+// Runs `script` on a thread for each connection, and then closes the connection.
 class RawServer {
   public:
     using Script = std::function<void(Peer&)>;
-    explicit RawServer(Script script, const Credentials* identity = nullptr, int maxTls = 0);
+    // identity: a file of tests/data/x509; NULL: no TLS.
+    explicit RawServer(Script script, const char* identity = nullptr, int maxTls = 0);
     ~RawServer();
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
@@ -50,8 +52,8 @@ class RawServer {
     unsigned short port() const { return port_; }
     struct Seen {
         std::vector<std::string> requests;
-        std::string serverName;  // what the last TLS client asked for
-        int resumed = 0;         // TLS connections that took up the session of an earlier one
+        std::string serverName;  // that the last TLS client asked for
+        int resumed = 0;         // TLS connections that resumed an earlier session
     };
     Seen seen() const;
     std::vector<std::string> requests() const { return seen().requests; }
@@ -81,15 +83,22 @@ constexpr char kOk[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 // A server's script: one request, then these bytes.
 RawServer::Script Answer(std::string bytes);
 
+// A request as WinHTTP sends it, with the caller's fields.
+std::string Wire(const std::string& start, const std::string& fields = "", const std::string& body = "",
+                 const std::string& host = "kv.test");
+
 // Sets KELVARO_CONNECT_TO.
 void ConnectTo(const std::string& entries);
 // The entry that sends every host's port `from` to the server, and a blank.
 std::string Entry(int from, const RawServer& server);
 
+// A socket that is bound to an address on loopback.
+int BindToLoopback(sockaddr_in* address);
+
 // Makes the host "two.test" resolve to two addresses on loopback, whatever port is asked for.
 void ResolveToPorts(unsigned short first, unsigned short second);
 
-// Each test starts and ends without what the environment says of proxies, roots and redirected connections.
+// Each test starts and ends without the variables for proxies, roots and redirected connections.
 class WinHttp : public testing::Test {
   protected:
     void SetUp() override { ClearEnvironment(); }

@@ -15,8 +15,7 @@ namespace {
 constexpr uid_t kNobody = 65534;
 constexpr int kNoPrivilege = 77;
 
-// Secrets are looked for in what this thread gives back to operator delete; malloc, and so libcurl and OpenSSL, isn't
-// watched.
+// Secrets are looked for in what this thread passes to operator delete, not in what libcurl and OpenSSL pass to free.
 thread_local std::string_view watched;
 thread_local int found = 0;
 
@@ -83,7 +82,7 @@ TEST_F(WinHttp, WipesWhatItFrees)
     EXPECT_EQ(count, 2);
 }
 
-// Run by the next test alone, in a copy of this program that belongs to somebody else and has the setuid bit.
+// Run by the next test alone, in a copy of this program that has another owner and the setuid bit.
 TEST(PrivilegedProgram, DISABLED_Child)
 {
     if (getauxval(AT_SECURE) == 0)
@@ -96,26 +95,24 @@ TEST(PrivilegedProgram, DISABLED_Child)
     EXPECT_EQ(GetEnvironmentVariableW(u"IDENTITY_ENDPOINT", nullptr, 0), 0U);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
     fflush(nullptr);
-    // Without the end of the program, at which the leak check would want rights that it doesn't have.
+    // Skips the leak check at exit, which needs more rights.
     _exit(testing::Test::HasFailure());
 }
 
-TEST_F(WinHttp, KeepsItsCallersEnvironmentAway)
+TEST_F(WinHttp, IgnoresTheEnvironmentInAPrivilegedProgram)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root can make a program that runs as somebody else";
+        GTEST_SKIP() << "only root can make a program that runs as another account";
     const PlatformRoot folder;
-    const Credentials root("Test Root", nullptr, -1, 1);
-    const Credentials identity("localhost", &root, -1, 1);
     RawServer elsewhere(Answer(kOk));
     RawServer plain(Answer(kOk));
-    RawServer secure(Answer(kOk), &identity);
+    RawServer secure(Answer(kOk), "localhost.pem");
     const std::string program = folder.File("program");
     std::filesystem::copy_file("/proc/self/exe", program);
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
     ASSERT_EQ(chown(program.c_str(), kNobody, kNobody), 0);
     ASSERT_EQ(chmod(program.c_str(), 04755), 0);
-    root.WritePem(folder.File("roots"));
+    WriteFileText(folder.File("roots"), ReadFileText(X509File("root.pem")));
     chmod(folder.File("roots").c_str(), 0644);
     // The key log could be written if it weren't ignored.
     std::filesystem::create_directory(folder.File("open"));

@@ -11,40 +11,29 @@ namespace {
 
 TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
 {
-    const std::string kept = "\r\nConnection: Keep-Alive\r\n";
-    const std::string agent = "User-Agent: Agent 1\r\n";
-    const std::string host = "Host: kv.test\r\n\r\n";
+    const std::string own = "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n";
+    const std::string odd = "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n";
+    const std::string json = "Content-Type: application/json\r\nAccept: */*\r\n";
     const struct {
         const char* verb;
         const char* path;
-        const char* headers;
+        std::string headers;
         const char* body;
         std::string wire;
     } rows[] = {
-        {"GET", "/a/b?x=1&y=%2F", "Metadata: True\r\n", "",
-         "GET /a/b?x=1&y=%2F HTTP/1.1" + kept + "Metadata: True\r\n" + agent + host},
-        {"DELETE", "", "", "", "DELETE / HTTP/1.1" + kept + agent + host},
-        {"POST", "/t", "Content-Type: application/json\r\nAccept: */*\r\n\r\n", "{\"a\":1}",
-         "POST /t HTTP/1.1" + kept + "Content-Type: application/json\r\nAccept: */*\r\n" + agent +
-             "Content-Length: 7\r\n" + host + "{\"a\":1}"},
-        {"POST", "/no-body", "X: no line end", "",
-         "POST /no-body HTTP/1.1" + kept + "X: no line end\r\n" + agent + "Content-Length: 0\r\n" + host},
-        {"GET", "a/../b c\r\nX: \"\xC3\xA4#", "", "",
-         "GET /a/../b%20c%0D%0AX:%20%22%C3%A4%23 HTTP/1.1" + kept + agent + host},
-        // The caller's fields take the place of the layer's.
-        {"GET", "/", "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n", "",
-         "GET / HTTP/1.1\r\nhost: other\r\nUSER-AGENT: me\r\nConnection: close\r\n\r\n"},
-        // Values stay as they are.
-        {"GET", "/", "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n", "",
-         "GET / HTTP/1.1" + kept + "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n" + agent +
-             host},
+        {"GET", "/a/b?x=1&y=%2F", "Metadata: True\r\n", "", Wire("GET /a/b?x=1&y=%2F", "Metadata: True\r\n")},
+        {"DELETE", "", "", "", Wire("DELETE /")},
+        {"POST", "/t", json + "\r\n", "{\"a\":1}", Wire("POST /t", json, "{\"a\":1}")},
+        {"POST", "/no-body", "X: no line end", "", Wire("POST /no-body", "X: no line end\r\n")},
+        {"GET", "a/../b c\r\nX: \"\xC3\xA4#", "", "", Wire("GET /a/../b%20c%0D%0AX:%20%22%C3%A4%23")},
+        // The caller's fields replace the layer's, and values stay as they are.
+        {"GET", "/", own, "", "GET / HTTP/1.1\r\n" + own + "\r\n"},
+        {"GET", "/", odd, "", Wire("GET /", odd)},
     };
     RawServer server(Answer(kOk));
     ConnectTo(Entry(80, server));
     for (const auto& row : rows) {
-        Call call{"kv.test", 80, row.path, row.verb, row.headers};
-        call.body = row.body;
-        EXPECT_EQ(Outcome(Perform(call)), "200");
+        EXPECT_EQ(Outcome(Perform({"kv.test", 80, row.path, row.verb, row.headers, row.body})), "200");
         EXPECT_EQ(server.requests().back(), row.wire);
     }
     EXPECT_EQ(server.requests().size(), std::size(rows));
@@ -52,37 +41,21 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
     for (const auto& [name, number, wire] :
          {std::tuple("127.0.0.1", server.port(), "127.0.0.1:" + port), {"[::1]", 80, "[::1]"}, {"::1", 80, "[::1]"}}) {
         EXPECT_EQ(Outcome(Perform({name, number})), "200");
-        EXPECT_NE(server.requests().back().find("\r\nHost: " + wire + "\r\n"), std::string::npos) << name;
+        EXPECT_EQ(server.requests().back(), Wire("GET /", "", "", wire));
     }
 }
 
 TEST_F(WinHttp, RefusesWhatWouldBreakTheRequest)
 {
-    const struct {
-        const char* host;
-        const char* verb;
-        const char* headers;
-        const char* outcome;
-    } rows[] = {
-        {"", "GET", "", "connect 12005"},
-        {"user@kv.test", "GET", "", "connect 12005"},
-        {"kv.test/path", "GET", "", "connect 12005"},
-        {"kv.test:81", "GET", "", "connect 12005"},
-        {"my vault", "GET", "", "connect 12005"},
-        {"[::1", "GET", "", "connect 12005"},
-        {"[]", "GET", "", "connect 12005"},
-        {"kv.test", "GET /", "", "open 87"},
-        {"kv.test", "", "", "open 87"},
-        {"kv.test", "GET", "no colon\r\n", "send 87"},
-        {"kv.test", "GET", ": no name\r\n", "send 87"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(Outcome(Perform({row.host, 80, "/", row.verb, row.headers})), row.outcome)
-            << row.host << row.verb << row.headers;
-    }
+    for (const char* host : {"", "user@kv.test", "kv.test/path", "kv.test:81", "my vault", "[::1", "[]"})
+        EXPECT_EQ(Outcome(Perform({host})), "connect 12005") << host;
+    for (const char* verb : {"GET /", ""})
+        EXPECT_EQ(Outcome(Perform({"kv.test", 80, "/", verb})), "open 87") << verb;
+    for (const char* headers : {"no colon\r\n", ": no name\r\n"})
+        EXPECT_EQ(Outcome(Perform({"kv.test", 80, "/", "GET", headers})), "send 87") << headers;
 }
 
-TEST_F(WinHttp, HandsOutHeadAndEntity)
+TEST_F(WinHttp, ReturnsHeadAndEntity)
 {
     const std::string large(300000, 'L');
     const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n";
@@ -139,7 +112,7 @@ TEST_F(WinHttp, ReadsNoFurtherThanItsCallerDoes)
     EXPECT_EQ(Perform(call).body.size(), size);
 }
 
-TEST_F(WinHttp, TellsWhereAnExchangeBroke)
+TEST_F(WinHttp, ReportsWhereAnExchangeBroke)
 {
     const std::string huge(32 << 20, 'b');
     // A server that reads the request, writes this and then does `end`.
@@ -194,7 +167,7 @@ TEST_F(WinHttp, TellsWhereAnExchangeBroke)
         {"last chunk missing", Answer(chunk), "available 12030", "abc"},
         {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc"},
         {"request not read", [](Peer& peer) { peer.WaitForClose(); }, "send 12002", "", true},
-        // Not before the connection stands on the client's side too, or it would look refused.
+        // Not before the client has connected, or it would look refused.
         {"reset while sending",
          [](Peer& peer) {
              peer.WaitForBytes();
@@ -202,7 +175,7 @@ TEST_F(WinHttp, TellsWhereAnExchangeBroke)
          },
          "send 12030", "", true},
     };
-    // All at once, so that those that wait in vain can wait long enough for a busy machine.
+    // All at once, so that the time-outs can be long enough for a busy machine.
     OnThreads(static_cast<int>(std::size(rows)), [&](int i) {
         const auto& row = rows[i];
         SCOPED_TRACE(row.name);
@@ -220,27 +193,22 @@ TEST_F(WinHttp, TellsWhereAnExchangeBroke)
     });
 }
 
-TEST_F(WinHttp, TellsWhyNoConnectionCameAbout)
+TEST_F(WinHttp, ReportsWhyThereIsNoConnection)
 {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    sockaddr_in address;
+    const int listener = BindToLoopback(&address);
     Call call;
     call.port = ntohs(address.sin_port);
     EXPECT_EQ(Outcome(Perform(call)), "send 12029");
 
-    // With a full queue the listener lets every further greeting drop.
+    // A listener with a full queue drops every further SYN.
     ASSERT_EQ(listen(listener, 0), 0);
     const int first = socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(connect(first, reinterpret_cast<sockaddr*>(&address), size), 0);
+    ASSERT_EQ(connect(first, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     call.waitMs = 60;
     EXPECT_EQ(Outcome(Perform(call)), "send 12002");
 
-    // A silent address takes no more than half of the time from the next one.
+    // A silent address leaves the next one half of the time.
     RawServer server(Answer(kOk));
     ResolveToPorts(call.port, server.port());
     call.host = "two.test";
@@ -268,7 +236,7 @@ TEST_F(WinHttp, GoesThroughTheProxyOfTheEnvironment)
     EXPECT_EQ(Outcome(reply), "200");
     EXPECT_EQ(forward.requests().at(0).find("GET http://kv.test/a?b HTTP/1.1\r\n"), 0U);
 
-    // What is meant for the server is not shown to the proxy of a tunnel.
+    // The proxy of a tunnel doesn't see the fields for the server.
     RawServer tunnel(Answer("HTTP/1.1 200 Connection established\r\n\r\n"));
     setenv("https_proxy", ("http://127.0.0.1:" + std::to_string(tunnel.port())).c_str(), 1);
     EXPECT_EQ(Outcome(Perform({"kv.test", 443, "/a", "GET", "Authorization: s\r\n"})), "send 12030");
@@ -295,7 +263,7 @@ TEST_F(WinHttp, KnowsItsHandles)
     EXPECT_EQ(ErrorOf(WinHttpReceiveResponse(request, nullptr)), DWORD{ERROR_WINHTTP_INCORRECT_HANDLE_STATE});
     EXPECT_EQ(ErrorOf(WinHttpQueryDataAvailable(request, &size)), DWORD{ERROR_WINHTTP_INCORRECT_HANDLE_STATE});
 
-    // The parents may go first.
+    // The parents may be closed first.
     EXPECT_TRUE(WinHttpCloseHandle(session));
     EXPECT_TRUE(WinHttpCloseHandle(connection));
     EXPECT_TRUE(WinHttpSetTimeouts(request, 0, 500, 500, 500));
@@ -312,7 +280,7 @@ TEST_F(WinHttp, KnowsItsHandles)
                              }),
               0u);
     EXPECT_EQ(ToUtf8(head) + "ok", kOk);
-    // What has arrived is handed out before the buffer is full.
+    // What has arrived is returned before the buffer is full.
     char bytes[8] = {};
     EXPECT_TRUE(WinHttpReadData(request, bytes, sizeof(bytes), &size));
     EXPECT_EQ(std::string(bytes, size), "o");
@@ -322,7 +290,6 @@ TEST_F(WinHttp, KnowsItsHandles)
     size = sizeof(bytes);
     EXPECT_EQ(ErrorOf(WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, bytes, &size, nullptr)),
               DWORD{ERROR_INVALID_PARAMETER});
-    // Open until the request is dropped half-way.
     EXPECT_TRUE(WinHttpCloseHandle(request));
 }
 
