@@ -36,7 +36,8 @@ struct Command {
     std::vector<Argument> arguments = {};
     std::function<Answer(Tool&)> action = {};  // empty for a group of commands; owns what the arguments point to
     std::vector<Command> commands = {};
-    std::string footer = {};  // below the help
+    std::string footer = {};              // below the help
+    std::vector<Argument> internal = {};  // options that the tool gives itself, and that no help shows
 };
 
 // The options that all commands share.

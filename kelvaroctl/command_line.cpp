@@ -33,7 +33,7 @@ struct ArgumentAdder {
 };
 }  // namespace
 
-static void AddArgument(CLI::App& app, const Argument& argument)
+static CLI::Option* AddArgument(CLI::App& app, const Argument& argument)
 {
     CLI::Option* const option = std::visit(ArgumentAdder{app, argument}, argument.target);
     option->required(argument.required);
@@ -43,6 +43,7 @@ static void AddArgument(CLI::App& app, const Argument& argument)
         option->transform(CLI::IsMember(argument.choices, CLI::ignore_case));
     if (argument.delimiter)
         option->delimiter(argument.delimiter);
+    return option;
 }
 
 static void AddSharedOptions(CLI::App& app, Tool* tool)
@@ -61,6 +62,8 @@ static void AddCommand(CLI::App& parent, const Command& command, std::function<A
         app->footer(command.footer);
     for (const Argument& argument : command.arguments)
         AddArgument(*app, argument);
+    for (const Argument& argument : command.internal)
+        AddArgument(*app, argument)->group("");
     for (const Command& member : command.commands)
         AddCommand(*app, member, chosen);
     if (command.action)

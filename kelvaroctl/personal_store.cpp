@@ -8,6 +8,31 @@
 
 namespace kelvaroctl {
 
+std::string TimeText(__time64_t seconds)
+{
+    struct tm parts = {};
+    char text[32] = "";
+    if (_gmtime64_s(&parts, &seconds) == 0)
+        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+int64_t UnixTime(const FILETIME& time)
+{
+    constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
+    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return static_cast<int64_t>(ticks / 10000000) - kUnixEpoch;
+}
+
+std::string NameText(const CERT_NAME_BLOB& name)
+{
+    CERT_NAME_BLOB blob = name;
+    const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, nullptr, 0);
+    WideText text(size, 0);
+    CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, text.data(), size);
+    return ToNarrow(text.substr(0, text.find(WCHAR{0})));
+}
+
 namespace {
 
 // Bytes; the module only publishes smaller ones.
@@ -47,31 +72,6 @@ class Store {
   private:
     HCERTSTORE handle_;
 };
-
-std::string TimeText(__time64_t seconds)
-{
-    struct tm parts = {};
-    char text[32] = "";
-    if (_gmtime64_s(&parts, &seconds) == 0)
-        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
-
-int64_t UnixTime(const FILETIME& time)
-{
-    constexpr int64_t kUnixEpoch = 11644473600;  // seconds since 1601
-    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-    return static_cast<int64_t>(ticks / 10000000) - kUnixEpoch;
-}
-
-std::string NameText(const CERT_NAME_BLOB& name)
-{
-    CERT_NAME_BLOB blob = name;
-    const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, nullptr, 0);
-    WideText text(size, 0);
-    CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, text.data(), size);
-    return ToNarrow(text.substr(0, text.find(WCHAR{0})));
-}
 
 // Empty if the certificate does not have it.
 std::vector<ULONGLONG> Property(const CERT_CONTEXT* context, DWORD id, DWORD* size)

@@ -26,6 +26,11 @@ struct StoredCertificate {
     int64_t DaysLeft() const;  // whole days until it expires; negative after that
 };
 
+// The fields of a certificate as texts.
+std::string NameText(const CERT_NAME_BLOB& name);  // in X.500 string form
+int64_t UnixTime(const FILETIME& time);            // seconds since 1970
+std::string TimeText(__time64_t seconds);          // 2026-01-31T09:05:07Z
+
 // All certificates. Throws a configuration failure if the store cannot be opened.
 std::vector<StoredCertificate> ReadPersonalStore(bool machine);
 

@@ -1,4 +1,4 @@
-// This program once more, as a process that can be ended. Each system has its own source, chosen by the build.
+// This program as a child process, which can be ended. Each system has its own source, chosen by the build.
 #pragma once
 
 #include <string>
@@ -9,12 +9,15 @@
 namespace kelvaroctl {
 
 struct ChildResult {
-    bool ended = false;  // by itself, within the limit
-    int exit = -1;       // then
+    bool ended = false;  // within the limit
+    int exit = -1;       // its exit code, if it has ended by itself
     std::string out;     // its standard output
 };
 
 // Runs this program with `arguments`, in UTF-8. The process is ended at the limit, and when this one ends.
 ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs);
+
+// Windows: an argument as the C runtime reads it from a command line.
+std::string QuotedArgument(const std::string& argument);
 
 }  // namespace kelvaroctl

@@ -14,28 +14,6 @@ struct HandleCloser {
 };
 using Handle = std::unique_ptr<void, HandleCloser>;
 
-// As the C runtime takes it apart again: backslashes count double before a quotation mark.
-WideText CommandWord(const std::string& argument)
-{
-    std::string text = "\"";
-    size_t backslashes = 0;
-    for (const char ch : argument) {
-        if (ch == '"')
-            text.append(backslashes + 1, '\\');
-        backslashes = ch == '\\' ? backslashes + 1 : 0;
-        text += ch;
-    }
-    return ToWide(text + std::string(backslashes, '\\') + "\" ");
-}
-
-WideText CommandLine(const std::vector<std::string>& arguments)
-{
-    WideText line = ToWide("kelvaroctl ");
-    for (const std::string& argument : arguments)
-        line += CommandWord(argument);
-    return line;
-}
-
 // A job whose processes end with its last handle, and so with this process.
 Handle MakeJob()
 {
@@ -63,20 +41,32 @@ Handle Start(WideText line, HANDLE output, HANDLE job)
     return Handle(made.hProcess);
 }
 
-// Reads what is there. False at the end.
-bool ReadSome(HANDLE input, std::string* out)
+// Reads what has arrived.
+void ReadSome(HANDLE input, std::string* out)
 {
     DWORD available = 0;
-    if (!PeekNamedPipe(input, nullptr, 0, nullptr, &available, nullptr))
-        return false;
+    PeekNamedPipe(input, nullptr, 0, nullptr, &available, nullptr);
     std::string bytes(available, 0);
     DWORD read = 0;
     if (available && ReadFile(input, bytes.data(), available, &read, nullptr))
         out->append(bytes, 0, read);
-    return true;
 }
 
 }  // namespace
+
+std::string QuotedArgument(const std::string& argument)
+{
+    std::string text = "\"";
+    size_t backslashes = 0;
+    for (const char ch : argument) {
+        // Backslashes count double before a quotation mark.
+        if (ch == '"')
+            text.append(backslashes + 1, '\\');
+        backslashes = ch == '\\' ? backslashes + 1 : 0;
+        text += ch;
+    }
+    return text.append(backslashes, '\\') + "\"";
+}
 
 ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs)
 {
@@ -88,7 +78,10 @@ ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs)
     Handle output(ends[1]);
     SetHandleInformation(output.get(), HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
     const Handle job = MakeJob();
-    const Handle process = Start(CommandLine(arguments), output.get(), job.get());
+    std::string line = "kelvaroctl";
+    for (const std::string& argument : arguments)
+        line += " " + QuotedArgument(argument);
+    const Handle process = Start(ToWide(line), output.get(), job.get());
     output.reset();
     ChildResult result;
     const ULONGLONG end = GetTickCount64() + limitMs;

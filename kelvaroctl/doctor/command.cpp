@@ -9,20 +9,20 @@
 
 namespace kelvaroctl {
 
-// In the order in which they are made: a vault's name may be known only after the sign-in.
+// In the order in which they run: a vault's name may be known only after the sign-in.
 const std::vector<Check> kChecks = {
     {"module", "module loads", 1, 2000, ExitCode::Configuration, nullptr, CheckModule},
-    {"registration", "registration", 2, 5000, ExitCode::Configuration, "module", CheckRegistration},
+    {"registration", "registration", 2, 2000, ExitCode::Configuration, "module", CheckRegistration},
     {"settings", "settings", 3, 2000, ExitCode::Configuration, nullptr, CheckSettings},
     {"secret", "secret opens", 4, 1000, ExitCode::Configuration, "settings", CheckSecret},
     {"log", "log", 5, 1000, ExitCode::Configuration, nullptr, CheckLog},
     {"proxy", "proxy", 6, 5000, ExitCode::Refused, "settings", CheckProxy},
-    {"dns.signin", "sign-in host's name", 7, 5000, ExitCode::Refused, "settings", CheckSignInName},
+    {"dns.signin", "sign-in host's name", 7, 5000, ExitCode::Refused, "proxy", CheckSignInName},
     {"tcp.signin", "sign-in host's port", 8, 5000, ExitCode::Refused, "dns.signin", CheckSignInPort},
     {"tls.signin", "sign-in host's certificate", 9, 5000, ExitCode::Refused, "tcp.signin", CheckSignInTls},
     {"signin.client", "sign-in, client credentials", 11, 10000, ExitCode::SignIn, "tls.signin", CheckClientSignIn},
     {"signin.identity", "sign-in, managed identity", 11, 3000, ExitCode::SignIn, "settings", CheckIdentitySignIn},
-    {"dns.vault", "vault's name", 7, 5000, ExitCode::Refused, "settings", CheckVaultName},
+    {"dns.vault", "vault's name", 7, 5000, ExitCode::Refused, "proxy", CheckVaultName},
     {"tcp.vault", "vault's port", 8, 5000, ExitCode::Refused, "dns.vault", CheckVaultPort},
     {"tls.vault", "vault's certificate", 9, 5000, ExitCode::Refused, "tcp.vault", CheckVaultTls},
     {"clock", "clock", 10, 1000, ExitCode::Refused, nullptr, CheckClock},
@@ -60,7 +60,7 @@ extern "C" void RememberSignal(int)
     interruptedBySignal = 1;
 }
 
-// A check that never ends may still use what static destructors free.
+// An abandoned check may still use what static destructors free.
 void EndWithoutDestructors(ExitCode exit)
 {
     static std::atomic<int> status;
@@ -108,12 +108,12 @@ Command DoctorCommand()
             {{"--key", &to->key, "the key to try; default: the first usable one", "NAME"},
              {"--write", &to->write, "also create, use and delete a key in the vault"},
              {"--strict", &to->strict, "warnings count as failures"},
-             {"--timeout", &to->limit, "how long each check may wait; default: 1 to 60, by check", "SECONDS"},
-             {"--step", &to->step, "for doctor itself: what its child process does", "STEP"}},
+             {"--timeout", &to->limit, "how long each check may wait; default: 1 to 60, by check", "SECONDS"}},
             [to](Tool& tool) { return Examine(tool, *to); },
             {},
-            "Nothing is changed without --write, except that the module does what it does in every program. No secret "
-            "is shown. Ends within a minute, with --write within two."};
+            "Without --write nothing changes but what every program changes that opens the provider. No secret is "
+            "shown. Ends within a minute, with --write within two.",
+            {{"--step", &to->step, "what doctor's child process does"}}};
 }
 
 }  // namespace kelvaroctl

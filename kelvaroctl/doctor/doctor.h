@@ -1,4 +1,4 @@
-// The parts of `doctor`: a table of checks, what they hand to each other, and what each of them found.
+// The parts of `doctor`: a table of checks, the facts that they hand on, and their outcomes.
 #pragma once
 
 #include <functional>
@@ -21,8 +21,8 @@ struct Outcome {
     ExitCode exit = ExitCode::Ok;  // of a failure, if it isn't the check's usual one
     DWORD status = 0;              // HTTP status of the service's answer; 0: none
     std::string code = {};         // the service's own error code
-    bool blocked = false;          // of a skip: something that it needs is broken, so it counts as broken, too
-    bool goesOn = false;           // of a failure: what builds on the check can be tried all the same
+    bool blocked = false;          // of a skip: what the check needs is broken, so what needs the check is skipped too
+    bool goesOn = false;           // of a failure: what needs the check is tried all the same
 };
 
 Outcome Good(std::string found);
@@ -31,8 +31,11 @@ Outcome Failed(std::string found, std::string cause, std::string fix);
 Outcome NotNeeded(std::string why);
 Outcome Blocked(std::string why);
 
-// What the service said, for programs: the status and its own code.
+// Adds the service's status and its own code, for programs.
 Outcome Because(Outcome outcome, DWORD status, const std::string& code);
+
+// "a; b": appends a text unless it is empty.
+void AddPart(std::string* list, const std::string& text, const char* separator = "; ");
 
 // What the checks found out. Each check works on a copy, which replaces the original only if the check ends in time.
 struct Facts {
@@ -53,7 +56,7 @@ struct Facts {
     bool plainKeys = false;
     bool purges = true;
 
-    // From the services. The token is never shown.
+    // From the services.
     std::string token;
     std::string tokenTenant;
     std::string objectId;
@@ -80,8 +83,8 @@ struct Check {
     const char* title;
     int group;  // 1 to 18, as in the documentation
     DWORD limitMs;
-    ExitCode exit;       // of a failure
-    const char* ground;  // the id of a check that must not be broken, or NULL
+    ExitCode exit;      // of a failure
+    const char* needs;  // the id of a check that must not be broken, or NULL
     Outcome (*run)(Facts& facts);
 };
 extern const std::vector<Check> kChecks;
@@ -107,7 +110,7 @@ struct RunResult {
     bool abandoned = false;  // a check is still running
 };
 
-// Runs the checks in their order, each on a thread of its own, which is abandoned at the check's limit.
+// Runs the checks in order, each on its own thread, which is abandoned at the check's limit.
 RunResult RunChecks(const std::vector<Check>& checks, const Facts& facts, const RunOptions& options);
 
 // Of the first failure; with `strict` of the first warning too.
@@ -116,7 +119,7 @@ std::string TextOf(const Finding& finding);
 std::string SummaryOf(const RunResult& result);
 Json ObjectOf(const RunResult& result, bool strict);
 
-// The answer of this program as a child: its JSON object.
+// What this program answered as a child process.
 struct ChildAnswer {
     Json object = Json::object();
     ExitCode exit = ExitCode::Ok;
@@ -125,18 +128,18 @@ struct ChildAnswer {
 // command: without the shared options. via: "module" or "ncrypt".
 ChildAnswer AskChild(const Facts& facts, const std::vector<std::string>& command, const std::string& via);
 
-// The vault's name of a key, and the reverse; see the vault's rules for names.
+// A key's name as the vault stores it, and the reverse.
 std::string VaultNameOf(const std::string& clearName);
 std::string ClearNameOf(const std::string& vaultName);
 
-// Keeps the time of an answer for the check of the clock.
+// Keeps the answer's time for the check of the clock.
 void NoteTime(const WebAnswer& answer, Facts* facts);
 // A request to the vault, with the token.
 WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::string& path, const std::string& body = "");
 // The code of the vault's error, the inner one if there is one.
 std::string VaultCode(const WebAnswer& answer);
 
-// What a child process does for the checks 1, 2, 15, 16 and 18: the provider is used there only.
+// What the child process does for checks 1, 2, 15, 16 and 18: only there is the provider used.
 Answer RunStep(Tool& tool, const std::string& step, const std::string& key);
 
 // The checks, by number.

@@ -1,4 +1,4 @@
-// Checks 15 to 18: what needs the module. It is called in a child process only, which can be ended.
+// Checks 15 to 18, which need the module. It is called only in a child process, which can be ended.
 #include <algorithm>
 #include <random>
 
@@ -39,7 +39,7 @@ ChildAnswer AskChild(const Facts& facts, const std::vector<std::string>& command
 
 namespace {
 
-// The module's errors since then, for a cause.
+// The module's errors since then.
 std::string ErrorsSince(const LogMark& mark)
 {
     std::string text;
@@ -74,7 +74,7 @@ Outcome CheckSignature(Facts& facts)
         return FailedInModule("no signature", answer, mark);
     const std::string found = JsonText(answer.object, "algorithm") + " with '" + facts.key + "'";
     if (!answer.object.value("verified", false))
-        return Failed(found, "the signature isn't the key's", "what stands between this machine and the vault?");
+        return Failed(found, "the signature isn't the key's", "what is between this machine and the vault?");
     return Good(found + ", verified on this machine");
 }
 
@@ -110,7 +110,7 @@ std::string SyncTimes(const Facts& facts)
     const DWORD stamp = ReadSetting(facts.tool.hive(), setting).number;
     if (!stamp)
         return ", never synced";
-    // The stamp is ten minutes after the sync; the next one is due twenty minutes after it.
+    // The stamp is ten minutes later than the sync; the next sync is due twenty minutes after the last one.
     const int64_t wait = static_cast<int64_t>(stamp) + 600 - _time64(nullptr);
     return ", " + NumberMeaning(setting, stamp) + ", next " +
            (wait > 0 ? "in " + std::to_string(wait / 60 + 1) + " minutes" : std::string("when a program opens a key"));
@@ -141,8 +141,7 @@ Outcome CheckCertificates(Facts& facts)
     std::string problems = answer.problem;
     for (const Json& certificate : answer.object.value("certificates", Json::array())) {
         const std::string problem = certificate.value("bound", false) ? ProblemOf(certificate) : "";
-        if (!problem.empty())
-            problems += (problems.empty() ? "" : "; ") + problem;
+        AddPart(&problems, problem);
     }
     return problems.empty() ? Good(found) : Warned(found, problems, "renew or install them: docs/certificates.md");
 }

@@ -25,16 +25,16 @@ Outcome CheckModule(Facts& facts)
 
 Outcome CheckRegistration(Facts& facts)
 {
-    const std::optional<bool> listed = IsListedWithRouter();
-    if (!listed)
+    const std::optional<std::string> image = RegisteredImage();
+    if (!image)
         return NotNeeded("this system has no key storage router");
-    const std::string fix = "run kelvaro-register install as an administrator";
-    if (!*listed)
-        return Failed("not registered", "programs don't find the provider", fix);
+    const std::string found =
+        image->empty() ? "not registered" : "'" + ToNarrow(kProviderName) + "' is registered as " + *image;
     const ChildAnswer answer = AskChild(facts, {"doctor", "--step", "module"}, "ncrypt");
-    if (!answer.problem.empty())
-        return Failed("registered, but the router can't open the provider", answer.problem, fix);
-    return Good("registered as " + RegisteredImage() + ", and the router opens the provider");
+    if (answer.problem.empty())
+        return Good(found + ", and the router opens it");
+    return Failed(found, "programs don't find the provider: " + answer.problem,
+                  "run kelvaro-register install as an administrator");
 }
 
 namespace {
@@ -44,12 +44,6 @@ struct Problems {
     std::string dubious;
     std::string shown;
 };
-
-void Add(std::string* list, const std::string& text)
-{
-    if (!text.empty())
-        *list += (list->empty() ? "" : "; ") + text;
-}
 
 std::string ShownValue(const Setting& setting, const SettingState& state)
 {
@@ -61,19 +55,19 @@ void Examine(const SettingsHive& hive, const Setting& setting, Problems* problem
     const SettingState state = ReadSetting(hive, setting);
     const std::string name = setting.name;
     if (!state.ignored.empty())
-        Add(&problems->bad, name + " is ignored: " + state.ignored);
+        AddPart(&problems->bad, name + " is ignored: " + state.ignored);
     if (setting.kind == SettingKind::Secret || IsState(setting))
         return;
     std::string problem;
     if (state.inForce)
         problem = IsText(setting) ? TextProblem(setting, state.text) : NumberProblem(setting, state.number);
     if (!problem.empty())
-        Add(&problems->bad, name + ": " + problem);
+        AddPart(&problems->bad, name + ": " + problem);
     if (state.inForce || !IsText(setting) || !state.text.empty())
-        Add(&problems->shown, ShownValue(setting, state) + (state.inForce ? "" : " (default)"));
+        AddPart(&problems->shown, ShownValue(setting, state) + (state.inForce ? "" : " (default)"));
 }
 
-// Values of the key that no setting has: slips of the pen.
+// Names in the key that no setting has: misspellings.
 std::string UnknownNames(HKEY hive)
 {
     std::string unknown;
@@ -87,7 +81,7 @@ std::string UnknownNames(HKEY hive)
             break;
         const std::string text = ToNarrow(WideView(name, length));
         if (!text.empty() && !FindSetting(text))
-            Add(&unknown, text);
+            AddPart(&unknown, text);
     }
     RegCloseKey(key);
     return unknown;
@@ -101,10 +95,10 @@ Problems ExamineHive(const SettingsHive& hive)
         if (!setting->machineOnly || hive.isMachine())
             Examine(hive, *setting, &problems);
     }
-    Add(&problems.shown, "secret " + SecretState(hive));
+    AddPart(&problems.shown, "secret " + SecretState(hive));
     const std::string unknown = UnknownNames(hive.handle());
     if (!unknown.empty())
-        Add(&problems.dubious, "unknown in the " + hive.scope() + "'s settings: " + unknown);
+        AddPart(&problems.dubious, "unknown in the " + hive.scope() + "'s settings: " + unknown);
     return problems;
 }
 
@@ -149,14 +143,14 @@ std::string MissingIds(const Facts& facts)
 {
     std::string missing;
     if (facts.signInMethods & kSignsInAsClient) {
-        Add(&missing, facts.tenant.empty() ? "TenantId" : "");
-        Add(&missing, facts.clientId.empty() ? "ClientId" : "");
-        Add(&missing, facts.secret.empty() && facts.sealedSecret.empty() ? "ClientSecret" : "");
+        AddPart(&missing, facts.tenant.empty() ? "TenantId" : "");
+        AddPart(&missing, facts.clientId.empty() ? "ClientId" : "");
+        AddPart(&missing, facts.secret.empty() && facts.sealedSecret.empty() ? "ClientSecret" : "");
     }
     return missing;
 }
 
-// What is set in the hive that these keys don't use, for whoever has set the wrong one.
+// What is set in the hive that these keys don't use: it may have been meant for this one.
 std::string OtherHive(const SettingsHive& other)
 {
     std::string set;
@@ -165,10 +159,10 @@ std::string OtherHive(const SettingsHive& other)
             const SettingState state = ReadSetting(other, *setting);
             const bool applies = !setting->machineOnly || other.isMachine();
             if (applies && state.inForce && !IsState(*setting) && setting->kind != SettingKind::Secret)
-                Add(&set, ShownValue(*setting, state));
+                AddPart(&set, ShownValue(*setting, state));
         }
         if (SecretState(other) != "not set")
-            Add(&set, "secret " + SecretState(other));
+            AddPart(&set, "secret " + SecretState(other));
     } catch (const Failure&) {
         return other.scope() + ": can't be read";
     }
@@ -184,10 +178,10 @@ Outcome CheckSettings(Facts& facts)
     TakeSettings(hive, &facts);
     const std::string missing = MissingIds(facts);
     if (!missing.empty())
-        Add(&problems.bad, "not set: " + missing);
+        AddPart(&problems.bad, "not set: " + missing);
     if (!facts.signInMethods)
-        Add(&problems.bad, "AuthenticationType names no way of signing in");
-    Add(&problems.dubious, OtherViewDifference(hive.isMachine()));
+        AddPart(&problems.bad, "AuthenticationType allows no way of signing in");
+    AddPart(&problems.dubious, OtherViewDifference(hive.isMachine()));
     const std::string found = hive.scope() + ": " + problems.shown + "; " +
                               OtherHive(SettingsHive(hive.isMachine() ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE));
     const std::string scope = hive.isMachine() ? "kelvaroctl" : "kelvaroctl --user";
@@ -234,14 +228,14 @@ Outcome CheckSecret(Facts& facts)
     if (!(facts.signInMethods & kSignsInAsClient))
         return NotNeeded("client credentials aren't used");
     if (facts.secret.empty() && facts.sealedSecret.empty())
-        return Blocked("none is set");
+        return Blocked("no secret is set");
     const bool clear = !facts.secret.empty();
     DWORD error = 0;
     if (!clear)
         facts.secret = Unprotect(facts.sealedSecret, &error);
     if (facts.secret.empty()) {
         return Failed("it doesn't open: error " + HexNumber(error),
-                      "it was protected on another machine or by another account, or is damaged",
+                      "it was protected on another machine or by another account, or it is damaged",
                       "kelvaroctl config set ClientSecret");
     }
     const std::string dubious = TextWarning(*FindSetting("ClientSecret"), ToWide(facts.secret));
@@ -251,14 +245,14 @@ Outcome CheckSecret(Facts& facts)
 
 namespace {
 
-// Whether the log takes a line, without writing one.
+// Whether this account can write to the log, without writing.
 bool TakesLines(const std::string& file)
 {
     namespace fs = std::filesystem;
     std::error_code ignored;
     if (fs::exists(fs::u8path(file), ignored))
         return static_cast<bool>(std::ofstream(fs::u8path(file), std::ios::app));
-    // Today's file would belong to this account, and keep out the others.
+    // Not today's file itself: it would belong to this account and keep the others out.
     const fs::path probe = fs::u8path(file + ".probe");
     const bool taken = static_cast<bool>(std::ofstream(probe));
     fs::remove(probe, ignored);
@@ -271,7 +265,7 @@ Outcome CheckLog(Facts&)
 {
     const std::optional<LogPlace> log = FindLogIfReadable();
     if (!log)
-        return NotNeeded("this account can't read the machine's settings, where the log's are");
+        return NotNeeded("this account can't read the machine's settings, which name the log");
     if (!log->level)
         return Warned("off", "LoggingLevel is 0", "kelvaroctl config set LoggingLevel 1");
     const std::string found = "level " + std::to_string(log->level) + ", " + log->file;

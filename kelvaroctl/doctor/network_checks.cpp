@@ -23,22 +23,38 @@ bool IsPrivate(const std::string& address)
     return second >= 16 && second <= 31;
 }
 
-// Asks the proxy to connect to a host. Empty: it does.
-Outcome AskProxy(const Facts& facts, const std::string& proxy, const std::string& host)
+// "proxy.contoso.com:8080" of a proxy as it is configured, without its user name and password; empty for none.
+std::string ProxyAddress(const std::string& host, bool secure)
+{
+    std::string proxy = ProxyFor(host, secure);
+    const size_t scheme = proxy.find("://");
+    if (scheme != std::string::npos)
+        proxy.erase(0, scheme + 3);
+    proxy = proxy.substr(0, proxy.find('/'));
+    return proxy.substr(proxy.rfind('@') + 1);
+}
+
+// The first line of the proxy's answer when it is asked to connect to a host.
+std::string AskProxy(const Facts& facts, const std::string& proxy, const std::string& host, std::string* problem)
 {
     const size_t colon = proxy.rfind(':');
-    std::string problem;
-    const auto port = static_cast<INTERNET_PORT>(std::atoi(proxy.c_str() + colon + 1));
-    const std::vector<Endpoint> endpoints = Resolve(proxy.substr(0, colon), port, &problem);
-    const std::string target = host + ":443";
+    const int port = colon == std::string::npos ? INTERNET_DEFAULT_HTTP_PORT : std::atoi(proxy.c_str() + colon + 1);
+    const auto endpoints = Resolve(proxy.substr(0, colon), static_cast<INTERNET_PORT>(port), problem);
+    if (endpoints.empty())
+        return "";
     std::string answer;
-    if (!endpoints.empty())
-        problem = Connect(endpoints[0], facts.LeftMs(),
-                          "CONNECT " + target + " HTTP/1.1\r\nHost: " + target + "\r\n\r\n", &answer);
+    *problem = Connect(endpoints[0], facts.LeftMs(),
+                       "CONNECT " + host + ":443 HTTP/1.1\r\nHost: " + host + ":443\r\n\r\n", &answer);
+    return answer.substr(0, answer.find('\r'));
+}
+
+Outcome JudgeProxy(const Facts& facts, const std::string& proxy, const std::string& host)
+{
+    std::string problem;
+    const std::string line = AskProxy(facts, proxy, host, &problem);
     const std::string found = "through " + proxy;
     if (!problem.empty())
         return Failed(found, "the proxy can't be reached: " + problem, "correct the proxy, or exempt " + host);
-    const std::string line = answer.substr(0, answer.find('\r'));
     const std::string status = line.size() > 12 ? line.substr(9, 3) : "";
     if (status == "407") {
         return Failed(found, "the proxy asks for a name and password (407), which isn't supported",
@@ -49,15 +65,13 @@ Outcome AskProxy(const Facts& facts, const std::string& proxy, const std::string
     return Good(found);
 }
 
-// Where the requests to the identity services would go; empty if directly.
+// Where requests to the identity services go; empty if they go directly.
 std::string ProxyOfIdentity()
 {
-    for (const char* host : {"169.254.169.254", "localhost", "127.0.0.1"}) {
-        const std::string proxy = ProxyFor(host, false);
-        if (!proxy.empty())
-            return proxy;
-    }
-    return "";
+    std::string proxy;
+    for (const char* host : {"169.254.169.254", "localhost", "127.0.0.1"})
+        proxy = proxy.empty() ? ProxyAddress(host, false) : proxy;
+    return proxy;
 }
 
 }  // namespace
@@ -67,9 +81,9 @@ Outcome CheckProxy(Facts& facts)
     const std::string host = facts.vault.empty() ? "vault.azure.net" : facts.VaultHost();
     Outcome outcome = Good("none");
     for (const std::string& asked : {UsesClient(facts) ? std::string(kSignInHost) : host, host}) {
-        const std::string proxy = ProxyFor(asked, true);
+        const std::string proxy = ProxyAddress(asked, true);
         if (!proxy.empty() && outcome.state == State::Ok)
-            outcome = AskProxy(facts, proxy, asked);
+            outcome = JudgeProxy(facts, proxy, asked);
     }
     const std::string seen = (facts.signInMethods & kSignsInAsIdentity) ? ProxyOfIdentity() : "";
     if (seen.empty() || outcome.state == State::Fail)
@@ -83,8 +97,7 @@ namespace {
 
 Outcome CheckName(const std::string& host, bool isVault, std::vector<Endpoint>* endpoints)
 {
-    const std::string proxy = ProxyFor(host, true);
-    if (!proxy.empty())
+    if (!ProxyFor(host, true).empty())
         return NotNeeded("the proxy looks it up");
     std::string problem;
     *endpoints = Resolve(host, INTERNET_DEFAULT_HTTPS_PORT, &problem);
@@ -105,19 +118,21 @@ Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
 {
     if (endpoints.empty())
         return NotNeeded("through the proxy");
-    size_t left = endpoints.size();
-    std::string problems;
+    DWORD left = static_cast<DWORD>(endpoints.size());
+    bool open = false;
+    bool closed = false;  // IPv6 is often not routed, which is no problem beside an address that is open
+    std::string found;
     for (const Endpoint& endpoint : endpoints) {
-        const std::string problem = Connect(endpoint, facts.LeftMs() / static_cast<DWORD>(left--));
-        if (!problem.empty())
-            problems += (problems.empty() ? "" : "; ") + endpoint.address + " port " + std::to_string(endpoint.port) +
-                        ": " + problem;
-        else if (problems.empty())
-            return Good(endpoint.address + " port " + std::to_string(endpoint.port) + " is open");
-        else
-            return Warned(problems, "not every address can be reached", "the firewall; or IPv6, which isn't routed");
+        const std::string problem = Connect(endpoint, facts.LeftMs() / left--);
+        AddPart(&found, endpoint.address + " port " + std::to_string(endpoint.port) +
+                            (problem.empty() ? " is open" : ": " + problem));
+        open = open || problem.empty();
+        closed = closed || (!problem.empty() && endpoint.address.find(':') == std::string::npos);
     }
-    return Failed(problems, "a firewall refuses or drops the connection", "let this machine out to port 443");
+    if (!open)
+        return Failed(found, "a firewall refuses or drops the connection", "let this machine out to port 443");
+    return closed ? Warned(found, "not every address can be reached", "let this machine out to all of them")
+                  : Good(found);
 }
 
 struct CertificateFault {
@@ -135,7 +150,7 @@ constexpr CertificateFault kFaults[] = {
      "the name leads to the wrong machine: DNS, or a proxy"},
 };
 
-// Of what is wrong with a certificate: a request is refused for a fault if it ignores all the others.
+// Finds what is wrong with a certificate: the fault for which a request is refused that ignores all the others.
 Outcome ExplainRefusal(WebRequest request, const Facts& facts)
 {
     constexpr DWORD kAll =
@@ -210,12 +225,12 @@ Outcome CheckVaultTls(Facts& facts)
 {
     WebAnswer answer;
     const Outcome outcome = CheckTls({facts.VaultHost(), "/keys?api-version=7.0"}, &facts, &answer);
-    // Bearer authorization="https://login.windows.net/TENANT", resource=...
-    constexpr char kTenant[] = "login.windows.net/";
+    // Bearer authorization="https://login.microsoftonline.com/TENANT", resource=...
     const std::string challenge = answer.Field("WWW-Authenticate");
-    const size_t at = challenge.find(kTenant);
-    if (at != std::string::npos)
-        facts.vaultTenant = challenge.substr(at + sizeof(kTenant) - 1, 36);
+    const std::string directory = challenge.substr(0, challenge.find(','));
+    const size_t slash = directory.rfind('/');
+    if (slash != std::string::npos)
+        facts.vaultTenant = directory.substr(slash + 1, directory.find('"', slash) - slash - 1);
     return outcome;
 }
 
@@ -230,7 +245,7 @@ void NoteTime(const WebAnswer& answer, Facts* facts)
 Outcome CheckClock(Facts& facts)
 {
     if (!facts.serviceTime)
-        return NotNeeded("no service has told the time");
+        return NotNeeded("no answer has given the time");
     const int64_t off = facts.askedAt - facts.serviceTime;
     const std::string found =
         std::to_string(std::abs(off)) + " s " + (off < 0 ? "behind" : "ahead of") + " the services";

@@ -48,9 +48,15 @@ DWORD Facts::LeftMs() const
     return now < deadline ? static_cast<DWORD>(deadline - now) : 1;
 }
 
+void AddPart(std::string* list, const std::string& text, const char* separator)
+{
+    if (!text.empty())
+        *list += (list->empty() ? "" : separator) + text;
+}
+
 namespace {
 
-constexpr auto kTurn = std::chrono::milliseconds(50);  // between two looks for an interruption
+constexpr auto kTurn = std::chrono::milliseconds(50);  // how often an interruption is looked for
 
 // Shared with the thread, which may outlive the run.
 struct Work {
@@ -82,10 +88,10 @@ bool IsBroken(const Finding& finding)
 std::string Obstacle(const Check& check, const std::vector<Finding>& findings)
 {
     for (const Finding& finding : findings) {
-        // The module makes ten attempts: nobody should wait for them when it is known that they fail.
+        // The module makes ten attempts: nobody should wait for them if they are known to fail.
         const bool keepsFromVault = check.group >= 15 && finding.check->group >= 6 && finding.check->group <= 12;
-        const bool isGround = check.ground && std::string_view(check.ground) == finding.check->id;
-        if ((keepsFromVault || isGround) && IsBroken(finding))
+        const bool isNeeded = check.needs && std::string_view(check.needs) == finding.check->id;
+        if ((keepsFromVault || isNeeded) && IsBroken(finding))
             return std::string("needs ") + finding.check->id;
     }
     return "";
@@ -129,14 +135,14 @@ class Runner {
             work->done = true;
             work->ended.notify_all();
         });
-        // The check keeps to the deadline itself, where the platform lets it: it can then say what it waited for.
+        // Where the platform allows, the check itself stops at the deadline and says what it waited for.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs + limitMs / 10 + 100);
         std::unique_lock<std::mutex> lock(work->mutex);
         while (!work->done && std::chrono::steady_clock::now() < end && !options_.interrupted())
             work->ended.wait_for(lock, kTurn);
         if (work->done) {
             lock.unlock();
-            // Not left to end beside the program: what libraries keep for the thread is freed as it ends.
+            // Joined, so that the libraries' per-thread data is freed before the program ends.
             thread.join();
             facts_ = work->facts;
             return work->outcome;

@@ -1,5 +1,4 @@
-// Names and ports, below HTTP: a request tells only that it failed. Each system has its own source, chosen by the
-// build.
+// Names and ports, below HTTP, where a failed request doesn't show its reason.
 #pragma once
 
 #include <string>
@@ -14,11 +13,11 @@ struct Endpoint {
     INTERNET_PORT port;
 };
 
-// The addresses of a host, without a time limit. None: *problem has the system's words.
-std::vector<Endpoint> Resolve(const std::string& host, INTERNET_PORT port, std::string* problem);
+// The addresses of a host; waits as long as the system does. None: *problem has the system's words.
+std::vector<Endpoint> Resolve(std::string host, INTERNET_PORT port, std::string* problem);
 
-// Connects and, unless `request` is empty, sends it and waits for the first bytes. Returns the problem, or an empty
-// text.
+// Connects and, unless `request` is empty, sends it and takes the first bytes of the answer. Returns the problem, or an
+// empty text.
 std::string Connect(const Endpoint& endpoint, DWORD limitMs, const std::string& request = "",
                     std::string* answer = nullptr);
 

@@ -5,6 +5,15 @@
 
 namespace kelvaroctl {
 
+const SignatureAlgorithm& AlgorithmFor(const std::string& curve)
+{
+    for (const char* name : {"ES256", "ES384", "ES512"}) {
+        if (curve == FindSignatureAlgorithm(name).curve)
+            return FindSignatureAlgorithm(name);
+    }
+    return FindSignatureAlgorithm("RS256");
+}
+
 namespace {
 
 struct Pkcs1Padding {
@@ -23,18 +32,12 @@ Answer ShowModule(const Tool& tool)
     return answer;
 }
 
-const SignatureAlgorithm& AlgorithmOf(const PublicKey& key)
-{
-    if (key.isRsa)
-        return FindSignatureAlgorithm("RS256");
-    return FindSignatureAlgorithm(key.curve->width == 32 ? "ES256" : key.curve->width == 48 ? "ES384" : "ES512");
-}
-
 // Signs `count` times.
 Answer SignWith(const Key& key, int count)
 {
     const Bytes blob = key.PublicBlob();
-    const SignatureAlgorithm& algorithm = AlgorithmOf(ParsePublicBlob(blob));
+    const PublicKey publicKey = ParsePublicBlob(blob);
+    const SignatureAlgorithm& algorithm = AlgorithmFor(publicKey.isRsa ? "" : publicKey.curve->jwkName);
     Pkcs1Padding padding;
     if (algorithm.family == SignatureFamily::Pkcs1) {
         padding.pkcs1.pszAlgId = algorithm.hash;

@@ -8,20 +8,18 @@
 
 namespace kelvaroctl {
 
-// The proxy that a request to this host goes through, "proxy.contoso.com:8080" without a user name; empty for none.
+// The proxy that a request to this host goes through, as it is configured; empty for none.
 std::string ProxyFor(const std::string& host, bool secure);
 
-// Whether the router's list has the provider; nullopt on a system without one.
-std::optional<bool> IsListedWithRouter();
+// The image that the key storage router has on record for the provider, empty if there is none; nullopt on a system
+// without a router.
+std::optional<std::string> RegisteredImage();
 
 // Why events can't be shown under this source, or an empty text.
 std::string EventSourceProblem(const std::string& source);
 
-// The image that the router has on record for the provider; empty if there is none.
-std::string RegisteredImage();
-
-// Which settings programs of the other kind (32 or 64 bits) read differently; empty if none, or if there is no other
-// kind. Secrets aren't shown.
+// What programs of the other kind (32 or 64 bits) read, where both have settings and these differ; empty if they don't,
+// or on a system that doesn't keep them apart. Secrets aren't shown.
 std::string OtherViewDifference(bool machine);
 
 }  // namespace kelvaroctl

@@ -16,7 +16,7 @@ static std::string FirstOf(std::initializer_list<const char*> names)
     return "";
 }
 
-// no_proxy: names and addresses, each of which stands for what is below it, too.
+// no_proxy: names and addresses; a name includes those below it.
 static bool IsExempt(const std::string& host)
 {
     std::string list = FirstOf({"no_proxy", "NO_PROXY"});
@@ -37,29 +37,17 @@ static bool IsExempt(const std::string& host)
 
 std::string ProxyFor(const std::string& host, bool secure)
 {
-    std::string proxy = secure ? FirstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
-                               : FirstOf({"http_proxy", "all_proxy", "ALL_PROXY"});
-    if (IsExempt(host))
-        return "";
-    const size_t scheme = proxy.find("://");
-    if (scheme != std::string::npos)
-        proxy.erase(0, scheme + 3);
-    proxy = proxy.substr(0, proxy.find('/'));
-    const size_t user = proxy.rfind('@');
-    return user == std::string::npos ? proxy : proxy.substr(user + 1);
+    const std::string proxy = secure ? FirstOf({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+                                     : FirstOf({"http_proxy", "all_proxy", "ALL_PROXY"});
+    return IsExempt(host) ? "" : proxy;
 }
 
-std::optional<bool> IsListedWithRouter()
+std::optional<std::string> RegisteredImage()
 {
     return std::nullopt;
 }
 
 std::string EventSourceProblem(const std::string&)
-{
-    return "";
-}
-
-std::string RegisteredImage()
 {
     return "";
 }

@@ -1,8 +1,8 @@
 #include "kelvaroctl/doctor/surroundings.h"
 
-#include <memory>
 #include <sstream>
 
+#include "kelvaroctl/doctor/doctor.h"
 #include "kelvaroctl/setting_table.h"
 #include "kelvaroctl/text.h"
 #include "platform/product.h"
@@ -75,20 +75,18 @@ std::string ValueOf(HKEY hive, const WideText& key, const WideText& name, REGSAM
     return type == REG_SZ || type == REG_EXPAND_SZ ? ToNarrow(value.text) : "";
 }
 
-// The settings of one name that programs of this kind and of the other kind (32 or 64 bits) read differ.
-std::string DifferenceIn(HKEY hive, const Setting& setting)
+// Empty if both have the same.
+std::string Difference(const Setting& setting, const std::string& mine, const std::string& theirs)
 {
-    const REGSAM other = sizeof(void*) == 8 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
-    const std::string mine = ValueOf(hive, kSettingsKey, ToWide(setting.name), 0);
-    const std::string theirs = ValueOf(hive, kSettingsKey, ToWide(setting.name), other);
+    const std::string name = setting.name;
     if (mine == theirs)
         return "";
     if (theirs.empty())
-        return std::string("no ") + setting.name;
-    // The same secret is sealed differently each time.
+        return "no " + name;
+    // The same secret is protected differently each time.
     if (setting.kind == SettingKind::Secret || setting.kind == SettingKind::ProtectedSecret)
-        return mine.empty() ? std::string("a ") + setting.name : "";
-    return std::string(setting.name) + "=" + theirs;
+        return mine.empty() ? "a " + name : "";
+    return name + "=" + theirs;
 }
 
 }  // namespace
@@ -103,17 +101,11 @@ std::string ProxyFor(const std::string& host, bool secure)
     return info.dwAccessType != WINHTTP_ACCESS_TYPE_NAMED_PROXY || IsExempt(bypass, host) ? "" : ProxyOf(list, secure);
 }
 
-std::optional<bool> IsListedWithRouter()
+std::optional<std::string> RegisteredImage()
 {
-    DWORD count = 0;
-    NCryptProviderName* names = nullptr;
-    if (NCryptEnumStorageProviders(&count, &names, 0) != ERROR_SUCCESS)
-        return false;
-    bool listed = false;
-    for (DWORD at = 0; at < count; ++at)
-        listed = listed || WideView(names[at].pszName) == kProviderName;
-    NCryptFreeBuffer(names);
-    return listed;
+    // Where BCryptRegisterProvider keeps it. Not every compiler's header declares the call that reads it.
+    const WideText key = TEXT("SYSTEM\\CurrentControlSet\\Control\\Cryptography\\Providers\\");
+    return ValueOf(HKEY_LOCAL_MACHINE, key + kProviderName + TEXT("\\UM"), TEXT("Image"), 0);
 }
 
 std::string EventSourceProblem(const std::string& source)
@@ -124,35 +116,22 @@ std::string EventSourceProblem(const std::string& source)
     return "the event source " + source + " isn't registered";
 }
 
-std::string RegisteredImage()
-{
-    // Not declared by every compiler's header.
-    using Query = NTSTATUS(WINAPI*)(LPCWSTR, ULONG, ULONG, ULONG*, PCRYPT_PROVIDER_REG*);
-    const HMODULE bcrypt = GetModuleHandleW(TEXT("bcrypt.dll"));
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void (*)()>(bcrypt ? GetProcAddress(bcrypt, "BCryptQueryProviderRegistration") : nullptr));
-    ULONG size = 0;
-    PCRYPT_PROVIDER_REG found = nullptr;
-    if (!query || query(kProviderName, CRYPT_UM, NCRYPT_KEY_STORAGE_INTERFACE, &size, &found) != 0 || !found)
-        return "";
-    const std::string image = found->pUM && found->pUM->pszImage ? ToNarrow(found->pUM->pszImage) : "";
-    BCryptFreeBuffer(found);
-    return image;
-}
-
 std::string OtherViewDifference(bool machine)
 {
+    const bool wide = sizeof(void*) == 8;
+    const HKEY hive = machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+    bool any = false;
     std::string differences;
     for (const Setting* setting = kSettings; setting->name; ++setting) {
         if (IsState(*setting) && setting->kind != SettingKind::ProtectedSecret)
             continue;
-        const std::string difference = DifferenceIn(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, *setting);
-        if (!difference.empty())
-            differences += (differences.empty() ? "" : ", ") + difference;
+        const WideText name = ToWide(setting->name);
+        const std::string theirs = ValueOf(hive, kSettingsKey, name, wide ? KEY_WOW64_32KEY : KEY_WOW64_64KEY);
+        any = any || !theirs.empty();
+        AddPart(&differences, Difference(*setting, ValueOf(hive, kSettingsKey, name, 0), theirs), ", ");
     }
-    if (differences.empty())
-        return "";
-    return std::string(sizeof(void*) == 8 ? "32" : "64") + "-bit programs have " + differences;
+    // Mostly only programs of one kind use the provider.
+    return any && !differences.empty() ? std::string(wide ? "32" : "64") + "-bit programs have " + differences : "";
 }
 
 }  // namespace kelvaroctl

@@ -1,9 +1,8 @@
 // Checks 12 to 14: the vault, the rights and the key.
-#include <algorithm>
-
 #include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/doctor/signature_check.h"
 #include "kelvaroctl/hash.h"
-#include "kelvaroctl/signature_algorithms.h"
+#include "kelvaroctl/personal_store.h"
 
 namespace kelvaroctl {
 
@@ -57,19 +56,21 @@ Outcome ExplainToken(const Facts& facts)
     if (!facts.vaultTenant.empty() && !EqualIgnoringCase(facts.vaultTenant, facts.tokenTenant)) {
         return Failed(
             found,
-            "the vault belongs to directory " + facts.vaultTenant + ", the token is of directory " + facts.tokenTenant,
+            "the vault belongs to directory " + facts.vaultTenant + ", the token to directory " + facts.tokenTenant,
             "sign in to the vault's directory: TenantId, or another identity");
     }
-    return Failed(found, "the vault takes the token for expired or for another's", "check this machine's clock");
+    return Failed(found, "to the vault the token is expired or for another service", "check this machine's clock");
 }
 
-// Of an answer that is no success and no missing right.
+// An answer that is neither a success nor a missing right.
 Outcome Explain(const WebAnswer& answer, const Facts& facts)
 {
     if (answer.error)
         return Failed(WebErrorText(answer.error), "the vault doesn't answer", "run it again");
-    Outcome outcome = Failed(std::to_string(answer.status) + " " + VaultCode(answer) + ", " + MessageOf(answer),
-                             "the service has a fault", "run it again in a minute");
+    std::string found = std::to_string(answer.status);
+    AddPart(&found, VaultCode(answer), " ");
+    AddPart(&found, MessageOf(answer), ", ");
+    Outcome outcome = Failed(found, "the service has a fault", "run it again in a minute");
     if (answer.status < 300) {
         outcome = Failed("status " + std::to_string(answer.status) + ", but not the vault's answer",
                          "something else answers: a proxy, or a page to log on to the network",
@@ -111,16 +112,27 @@ Outcome MissingRight(const Facts& facts, const std::string& kind, const std::str
     return Because(Failed("403 " + code, "the identity may not " + right + " " + kind + "s", fix), 403, code);
 }
 
-bool IsUsable(const Json& attributes)
+Json MemberOf(const Json& object, const char* name)
+{
+    return object.is_object() ? object.value(name, Json()) : Json();
+}
+
+// A time among a key's attributes.
+int64_t TimeIn(const Json& attributes, const char* name, int64_t fallback)
+{
+    const Json time = MemberOf(attributes, name);
+    return time.is_number() ? time.get<int64_t>() : fallback;
+}
+
+// Why the attributes keep a key from use; empty if they don't.
+std::string AttributesProblem(const Json& attributes)
 {
     const int64_t now = _time64(nullptr);
-    const auto time = [&](const char* name, int64_t fallback) {
-        return attributes.is_object() && attributes.contains(name) && attributes[name].is_number()
-                   ? attributes[name].get<int64_t>()
-                   : fallback;
-    };
-    const bool enabled = !attributes.is_object() || !attributes.contains("enabled") || attributes["enabled"] == true;
-    return enabled && time("nbf", 0) <= now && now < time("exp", INT64_MAX);
+    if (MemberOf(attributes, "enabled") == false)
+        return "disabled";
+    if (TimeIn(attributes, "nbf", 0) > now)
+        return "not valid yet";
+    return TimeIn(attributes, "exp", INT64_MAX) <= now ? "expired" : "";
 }
 
 // The name in https://VAULT/keys/NAME.
@@ -154,10 +166,10 @@ Outcome CheckVault(Facts& facts)
     if (answer.error || !list)
         return Explain(answer, facts);
     for (const Json& item : *list) {
-        if (IsUsable(item.is_object() ? item.value("attributes", Json()) : Json()))
+        if (AttributesProblem(MemberOf(item, "attributes")).empty())
             facts.listedKeys.push_back(NameIn(item));
     }
-    return Good("it does, with " + std::to_string(list->size()) + " keys on its first page");
+    return Good("it does; keys on the first page of its list: " + std::to_string(list->size()));
 }
 
 Outcome CheckListKeys(Facts& facts)
@@ -165,7 +177,7 @@ Outcome CheckListKeys(Facts& facts)
     if (facts.listStatus == 200)
         return Good("granted");
     Outcome outcome = MissingRight(facts, "key", "list", facts.listCode);
-    // A program that knows its key doesn't list.
+    // A program that names its key doesn't list.
     if (facts.keyNamed)
         outcome.state = State::Warn;
     return outcome;
@@ -173,7 +185,7 @@ Outcome CheckListKeys(Facts& facts)
 
 namespace {
 
-// The vault decides on the right before it looks for the object.
+// The vault checks the right before it looks for the object.
 constexpr char kProbe[] = "kelvaroctl-doctor-probe";
 
 Outcome JudgeRight(const WebAnswer& answer, const Facts& facts, const std::string& kind, const std::string& right)
@@ -205,33 +217,38 @@ namespace {
 
 Json KeyIn(const Facts& facts)
 {
-    return facts.keyBundle.is_object() ? facts.keyBundle.value("key", Json::object()) : Json::object();
+    return MemberOf(facts.keyBundle, "key");
 }
 
-bool MaySign(const Facts& facts)
+// "sign, verify"
+std::string OperationsOf(const Facts& facts)
 {
-    const Json operations = KeyIn(facts).value("key_ops", Json::array());
-    return std::find(operations.begin(), operations.end(), Json("sign")) != operations.end();
+    std::string operations;
+    for (const Json& operation : MemberOf(KeyIn(facts), "key_ops"))
+        AddPart(&operations, operation.is_string() ? operation.get<std::string>() : "", ", ");
+    return operations;
 }
 
 // Why the key can't sign whatever the rights are; empty if it can.
 std::string KeyProblem(const Facts& facts)
 {
-    const Json attributes = facts.keyBundle.value("attributes", Json::object());
-    if (attributes.value("enabled", true) == false)
-        return "disabled";
-    if (!IsUsable(attributes))
-        return attributes.value("nbf", int64_t{0}) > _time64(nullptr) ? "not valid yet" : "expired";
-    return MaySign(facts) ? "" : "not allowed to sign";
+    const std::string problem = AttributesProblem(MemberOf(facts.keyBundle, "attributes"));
+    const bool maySign = (", " + OperationsOf(facts) + ",").find(", sign,") != std::string::npos;
+    return !problem.empty() ? problem : maySign ? "" : "not allowed to sign";
 }
 
-const SignatureAlgorithm& AlgorithmFor(const Facts& facts)
+// "'web', EC P-256, allowed to sign, verify, valid until 2027-01-31T00:00:00Z"
+std::string KeyWords(const Facts& facts)
 {
-    const std::string curve = JsonText(KeyIn(facts), "crv");
-    return FindSignatureAlgorithm(curve == "P-256"   ? "ES256"
-                                  : curve == "P-384" ? "ES384"
-                                  : curve == "P-521" ? "ES512"
-                                                     : "RS256");
+    const Json attributes = MemberOf(facts.keyBundle, "attributes");
+    std::string words = "'" + facts.key + "', " + JsonText(KeyIn(facts), "kty");
+    AddPart(&words, JsonText(KeyIn(facts), "crv"), " ");
+    words += ", allowed to " + OperationsOf(facts);
+    if (const int64_t from = TimeIn(attributes, "nbf", 0))
+        words += ", valid from " + TimeText(from);
+    if (const int64_t until = TimeIn(attributes, "exp", 0))
+        words += ", valid until " + TimeText(until);
+    return words;
 }
 
 }  // namespace
@@ -239,8 +256,8 @@ const SignatureAlgorithm& AlgorithmFor(const Facts& facts)
 Outcome CheckSignRight(Facts& facts)
 {
     if (facts.keyBundle.is_object() && !KeyProblem(facts).empty())
-        return NotNeeded("can't be told with a key that is " + KeyProblem(facts));
-    const SignatureAlgorithm& algorithm = AlgorithmFor(facts);
+        return NotNeeded("can't be tried with a key that is " + KeyProblem(facts));
+    const SignatureAlgorithm& algorithm = AlgorithmFor(JsonText(KeyIn(facts), "crv"));
     const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1));
     const Json body = {{"alg", algorithm.name}, {"value", Base64Url(digest)}};
     return JudgeRight(AskVault(facts, "POST", "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
@@ -248,7 +265,7 @@ Outcome CheckSignRight(Facts& facts)
 
 namespace {
 
-// Without certificates the provider works, but they don't come to the machine.
+// The provider works without them; only certificates don't come to the machine.
 Outcome JudgeCertificates(const WebAnswer& answer, const Facts& facts, const char* right)
 {
     Outcome outcome = JudgeRight(answer, facts, "certificate", right);
@@ -280,8 +297,9 @@ Outcome CheckGetCertificate(Facts& facts)
 Outcome CheckKey(Facts& facts)
 {
     if (facts.key.empty()) {
-        return facts.listStatus == 200 ? NotNeeded("no usable key on the first page of the list: name one with --key")
-                                       : NotNeeded("no list to choose from: name one with --key");
+        return NotNeeded(std::string(facts.listStatus == 200 ? "no usable key on the first page of the list"
+                                                             : "no list to choose from") +
+                         ": name one with --key");
     }
     if (!facts.keyBundle.is_object()) {
         Outcome outcome = Failed("'" + facts.key + "': " + std::to_string(facts.keyStatus), "the vault has no such key",
@@ -289,15 +307,12 @@ Outcome CheckKey(Facts& facts)
         outcome.exit = ExitCode::NotFound;
         return Because(outcome, facts.keyStatus, "");
     }
-    const Json key = KeyIn(facts);
-    const std::string kind = JsonText(key, "kty") + (key.contains("crv") ? " " + JsonText(key, "crv") : "");
-    const std::string found = "'" + facts.key + "', " + kind;
     const std::string problem = KeyProblem(facts);
-    if (!problem.empty())
-        return Failed(found, "the key is " + problem,
-                      "az keyvault key set-attributes --vault-name " + facts.vault + " --name " + facts.vaultKey +
-                          "; or another key");
-    return Good(found + ", enabled");
+    if (problem.empty())
+        return Good(KeyWords(facts));
+    return Failed(KeyWords(facts), "the key is " + problem,
+                  "az keyvault key set-attributes --vault-name " + facts.vault + " --name " + facts.vaultKey +
+                      "; or another key");
 }
 
 }  // namespace kelvaroctl

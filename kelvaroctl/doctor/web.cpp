@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "kelvaroctl/personal_store.h"
+
 namespace kelvaroctl {
 
 namespace {
@@ -26,17 +28,6 @@ int64_t DaysOf(int64_t year, int64_t month, int64_t day)
     return year * 365 + year / 4 - year / 100 + year / 400 + dayOfYear - 719468;
 }
 
-std::string DateOf(const FILETIME& time)
-{
-    const ULONGLONG ticks = static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-    const __time64_t seconds = static_cast<__time64_t>(ticks / 10000000) - 11644473600;
-    struct tm parts = {};
-    char text[16] = "";
-    if (_gmtime64_s(&parts, &seconds) == 0)
-        strftime(text, sizeof(text), "%Y-%m-%d", &parts);
-    return text;
-}
-
 void ReadCertificate(HINTERNET request, WebAnswer* answer)
 {
     PCCERT_CONTEXT found = nullptr;
@@ -44,11 +35,8 @@ void ReadCertificate(HINTERNET request, WebAnswer* answer)
     if (!WinHttpQueryOption(request, WINHTTP_OPTION_SERVER_CERT_CONTEXT, &found, &size))
         return;
     const std::unique_ptr<const CERT_CONTEXT, ContextFreer> owner(found);
-    CERT_NAME_BLOB issuer = found->pCertInfo->Issuer;
-    WideText text(512, 0);
-    CertNameToStrW(X509_ASN_ENCODING, &issuer, CERT_X500_NAME_STR, text.data(), static_cast<DWORD>(text.size()));
-    answer->issuer = ToNarrow(text.substr(0, text.find(WCHAR{0})));
-    answer->expires = DateOf(found->pCertInfo->NotAfter);
+    answer->issuer = NameText(found->pCertInfo->Issuer);
+    answer->expires = TimeText(UnixTime(found->pCertInfo->NotAfter));
 }
 
 void ReadHead(HINTERNET request, WebAnswer* answer)
@@ -102,11 +90,14 @@ DWORD Exchange(HINTERNET handle, const WebRequest& request, WebAnswer* answer)
 WebAnswer Ask(const WebRequest& request, DWORD limitMs)
 {
     WebAnswer answer;
+    constexpr DWORD kReceiveResponseTimeout = 7;  // an option that not every system has
     const int limit = static_cast<int>(limitMs);
     const Internet session(WinHttpOpen(TEXT("kelvaroctl"), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                                        WINHTTP_NO_PROXY_BYPASS, 0));
-    if (session)
+    if (session) {
         WinHttpSetTimeouts(session.get(), limit, limit, limit, limit);
+        WinHttpSetOption(session.get(), kReceiveResponseTimeout, &limitMs, sizeof(limitMs));
+    }
     const Internet connection(WinHttpConnect(session.get(), ToWide(request.host).c_str(), request.port, 0));
     const Internet handle(WinHttpOpenRequest(connection.get(), ToWide(request.verb).c_str(),
                                              ToWide(request.path).c_str(), nullptr, WINHTTP_NO_REFERER,

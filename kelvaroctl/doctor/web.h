@@ -28,7 +28,7 @@ struct WebAnswer {
 
     // Of the server's certificate; empty without TLS.
     std::string issuer;
-    std::string expires;  // 2026-01-31
+    std::string expires;  // 2026-01-31T00:00:00Z
 
     std::string Field(const char* name) const;  // of the head; empty if there is none
     int64_t Time() const;                       // its `Date`, seconds since 1970, or 0

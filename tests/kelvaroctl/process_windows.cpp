@@ -2,22 +2,9 @@
 
 #include <stdexcept>
 
+#include "kelvaroctl/doctor/child.h"
 #include "tests/common/test_root.h"
 #include "tests/kelvaroctl/process.h"
-
-// An argument as CommandLineToArgvW reads it: a backslash counts as two only in front of a quotation mark.
-static std::string Quoted(const std::string& argument)
-{
-    std::string text = "\"";
-    size_t backslashes = 0;
-    for (const char ch : argument) {
-        if (ch == '"')
-            text.append(backslashes + 1, '\\');
-        backslashes = ch == '\\' ? backslashes + 1 : 0;
-        text += ch;
-    }
-    return text.append(backslashes, '\\') + "\"";
-}
 
 int RunOn(const int (&streams)[3], const std::string& program, const std::vector<std::string>& arguments)
 {
@@ -32,9 +19,9 @@ int RunOn(const int (&streams)[3], const std::string& program, const std::vector
     start.hStdInput = handles[0];
     start.hStdOutput = handles[1];
     start.hStdError = handles[2];
-    std::string line = Quoted(program);
+    std::string line = kelvaroctl::QuotedArgument(program);
     for (const std::string& argument : arguments)
-        line += " " + Quoted(argument);
+        line += " " + kelvaroctl::QuotedArgument(argument);
     PROCESS_INFORMATION process = {};
     if (!CreateProcessW(Wide(program).c_str(), Wide(line).data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start,
                         &process))
