@@ -1,5 +1,5 @@
 // certs list, install, publish and sync, as an administrator runs them.
-#include <map>
+#include <set>
 #include <thread>
 
 #include "tests/certsync/certs_fixture.h"
@@ -18,6 +18,7 @@ class CertsCommandTest : public CtlTest {
         for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
             root.SetNumber(hive, "CertificatesOrKeys", 0);
         ClearStores();  // those of Windows outlive a test
+        AddCertificate("web");
     }
     void TearDown() override { ClearStores(); }
 
@@ -29,31 +30,30 @@ class CertsCommandTest : public CtlTest {
     {
         Vault("/certificates", {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}, {"subject", subject}});
     }
-    json Issue(const json& spec) { return Vault("/issue", spec); }
-    std::string MachineText(const std::string& name) const { return root.GetText(HKEY_LOCAL_MACHINE, name); }
-    bool HasRequest(const std::string& request)
+    // A certificate from an authority outside the vault, also in the file.
+    json Issue(const std::string& file, const json& spec)
     {
-        for (const std::string& made : sim.VaultRequests()) {
-            if (made.find(request) == 0)
-                return true;
-        }
-        return false;
+        const json issued = Vault("/issue", spec);
+        WriteFile(file, issued["pem"]);
+        return issued;
     }
+    std::string Recorded() const { return root.GetText(HKEY_LOCAL_MACHINE, "CertSync"); }
     // Of the machine store.
     json List() { return CtlJson({"certs", "list"})["certificates"]; }
-    // So that no command brings anything by the way.
+    // Only the sync command copies certificates from then on.
     void HoldSync() { root.SetNumber(HKEY_LOCAL_MACHINE, "FromKVLastSyncTime", 0xFFFFFFFF); }
 };
 
-TEST_F(CertsCommandTest, SyncBringsWhatIsNewNow)
+TEST_F(CertsCommandTest, SyncBringsWhatIsNew)
 {
-    // The simulator reads names as the service does, from the end.
-    AddCertificate("web", "O=\"Acme, Inc.\", CN=web01");
+    sim.Reset();
+    // The simulator reads names from the end, as the service does.
+    AddCertificate("new", "O=\"Acme, Inc.\", CN=web01");
     AddCertificate("dummy", "CN=Dummy Certificate Name");
-    HoldSync();  // the rule of twenty minutes is not for an administrator
+    HoldSync();  // the rule of twenty minutes doesn't apply to an administrator
     json answer = CtlJson({"certs", "sync"});
     ASSERT_EQ(1u, answer["added"].size());
-    EXPECT_EQ("web", answer["added"][0]["container"]);
+    EXPECT_EQ("new", answer["added"][0]["container"]);
     EXPECT_EQ("CN=web01, O=\"Acme, Inc.\"", answer["added"][0]["subject"]);
     EXPECT_EQ(2, answer["recorded"]);
     json listed = List();
@@ -65,35 +65,25 @@ TEST_F(CertsCommandTest, SyncBringsWhatIsNewNow)
     EXPECT_EQ(true, listed[0]["inStep"]);
     EXPECT_EQ("Zandrel Key Storage Provider for Key Vault", listed[0]["provider"]);
     EXPECT_EQ(20u, listed[0]["notAfter"].get<std::string>().size());
-    EXPECT_NE(std::string::npos, MachineText("CertSync").find(listed[0]["thumbprint"].get<std::string>()));
+    const std::string record = Recorded();
+    EXPECT_NE(std::string::npos, record.find(listed[0]["thumbprint"].get<std::string>()));
 
-    const std::string record = MachineText("CertSync");
-    EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("nothing new"));
-    EXPECT_EQ(record.size(), MachineText("CertSync").size());
-    // A list that was refused isn't one without news.
-    sim.Fault({{"path", "/certificates?"}, {"action", "status"}, {"status", 403}, {"times", -1}});
-    EXPECT_EQ("not_listed", CtlJson({"certs", "sync"}, 6)["error"]["code"]);
-    EXPECT_EQ(record.size(), MachineText("CertSync").size());
-    sim.Control("DELETE", "/faults");
+    Run("0 certs sync | nothing new\n"
+        "! {\"path\":\"/certificates?\",\"action\":\"status\",\"status\":403,\"times\":-1}\n"
+        "6 certs sync --json | not_listed\n");
+    EXPECT_EQ(record, Recorded());
     AddCertificate("later", "CN=later");
-    EXPECT_NE(std::string::npos, Out({"certs", "sync"}).find("bound to 'later'"));
-}
-
-TEST_F(CertsCommandTest, WhereASyncCannotBe)
-{
-    EXPECT_EQ(2, Ctl({"certs", "sync", "--user"}).exit);
-    sim.Fault({{"path", "/oauth2/token"}, {"action", "status"}, {"status", 401}});
-    EXPECT_EQ(4, Ctl({"certs", "sync"}).exit);
+    Run("0 certs sync | bound to 'later'\n"
+        "2 certs sync --user\n"
+        "! {\"path\":\"/oauth2/token\",\"action\":\"status\",\"status\":401}\n"
+        "4 certs sync\n");
     root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 1);
-    const Ran ran = Ctl({"certs", "sync"});
-    EXPECT_EQ(3, ran.exit);
-    EXPECT_NE(std::string::npos, ran.err.find("CertificatesOrKeys"));
+    Run("3 certs sync | CertificatesOrKeys\n");
 }
 
-TEST_F(CertsCommandTest, TwoProcessesAtOnceOnOneRoot)
+TEST_F(CertsCommandTest, TwoProcessesAtOnce)
 {
-    constexpr int kCertificates = 12;
-    for (int i = 0; i < kCertificates; i++)
+    for (int i = 1; i < 12; i++)
         AddCertificate("web" + std::to_string(i));
     sim.Control("PUT", "/latency", {{"ms", 5}});
     Ran runs[2];
@@ -103,19 +93,16 @@ TEST_F(CertsCommandTest, TwoProcessesAtOnceOnOneRoot)
     EXPECT_EQ(0, runs[0].exit) << runs[0].err;
     EXPECT_EQ(0, runs[1].exit) << runs[1].err;
     const json listed = List();
-    EXPECT_EQ(static_cast<size_t>(kCertificates), listed.size());
-    for (const json& certificate : listed) {
-        EXPECT_EQ(true, certificate["bound"]);
-        EXPECT_EQ(true, certificate["inStep"]);
-    }
+    EXPECT_EQ(12u, listed.size());
+    for (const json& certificate : listed)
+        EXPECT_TRUE(certificate["bound"] && certificate["inStep"]) << certificate;
 }
 
-TEST_F(CertsCommandTest, InstallBindsAndJudgesThePublicKey)
+TEST_F(CertsCommandTest, InstallBindsAndComparesThePublicKey)
 {
-    AddCertificate("web");
     HoldSync();
-    const json own = Issue({{"key", "web"}, {"subject", "CN=issued"}});
-    const json strangers = Issue({{"subject", "CN=stranger"}});
+    const json own = Issue("own.pem", {{"key", "web"}, {"subject", "CN=issued"}});
+    const json strangers = Issue("other.pem", {{"subject", "CN=stranger"}});
     // An authority's answer: the chain first, the key's own certificate behind it.
     WriteFile("chain.pem", strangers["pem"].get<std::string>() + own["pem"].get<std::string>());
     const json installed = CtlJson({"certs", "install", File("chain.pem"), "--key", "web"});
@@ -123,37 +110,29 @@ TEST_F(CertsCommandTest, InstallBindsAndJudgesThePublicKey)
     EXPECT_EQ("CN=issued", installed["certificate"]["subject"]);
     EXPECT_EQ(own["hash"], installed["certificate"]["thumbprint"]);
     EXPECT_EQ("web", installed["certificate"]["container"]);
-    EXPECT_EQ(1u, List().size());
 
-    WriteFile("other.pem", strangers["pem"]);
-    EXPECT_EQ(2, Ctl({"certs", "install", File("other.pem"), "--key", "web"}).exit);
+    Run("2 certs install @other.pem --key web\n");
     EXPECT_EQ(1u, List().size());
-    const Ran forced = Ctl({"certs", "install", File("other.pem"), "--key", "web", "--force"});
-    EXPECT_EQ(0, forced.exit);
-    EXPECT_NE(std::string::npos, forced.err.find("is not that of 'web'"));
-    EXPECT_EQ(2u, List().size());
-
-    WriteFile("old.pem", Issue({{"key", "web"}, {"notBefore", 1577836800}, {"notAfter", 1580515200}})["pem"]);
-    const Ran expired = Ctl({"certs", "install", File("old.pem"), "--key", "web"});
-    EXPECT_NE(std::string::npos, expired.err.find("warning: the certificate expired on 2020-02-01")) << expired.err;
-    EXPECT_NE(std::string::npos, Out({"certs", "list"}).find("2020-02-01, expired"));
     AddCertificate("gone");
-    WriteFile("gone.pem", Issue({{"key", "gone"}})["pem"]);
-    Out({"certs", "install", File("gone.pem"), "--key", "gone"});
-    Out({"keys", "delete", "gone", "--yes"});
+    Issue("old.pem", {{"key", "web"}, {"notBefore", 1577836800}, {"notAfter", 1580515200}});
+    Issue("gone.pem", {{"key", "gone"}});
+    Run("0 certs install @other.pem --key web --force | is not that of 'web'\n"
+        "0 certs install @old.pem --key web | warning: the certificate expired on 2020-02-01\n"
+        "0 certs list | 2020-02-01, expired\n"
+        "0 certs install @gone.pem --key gone\n"
+        "0 keys delete gone --yes\n");
+    std::multiset<std::string> found;
     const json checked = CtlJson({"certs", "list", "--check"}, 1)["certificates"];
-    std::map<std::string, int> found;
     for (const json& certificate : checked)
-        found[certificate["vaultKey"]]++;
-    EXPECT_EQ((std::map<std::string, int>{{"matches", 2}, {"missing", 1}, {"other", 1}}), found) << checked;
+        found.insert(certificate["vaultKey"].get<std::string>());
+    EXPECT_EQ((std::multiset<std::string>{"matches", "matches", "missing", "other"}), found);
 }
 
 TEST_F(CertsCommandTest, RemovedFromTheStoreAndKeptInTheVault)
 {
-    AddCertificate("web");
     Out({"certs", "sync"});
     const std::string thumbprint = List()[0]["thumbprint"];
-    WriteFile("soon.pem", Issue({{"subject", "CN=soon"}, {"notAfter", time(nullptr) + 3 * 86400 + 60}})["pem"]);
+    Issue("soon.pem", {{"subject", "CN=soon"}, {"notAfter", time(nullptr) + 3 * 86400 + 60}});
     std::string pasted;  // as Windows shows it
     for (size_t at = 0; at < thumbprint.size(); at += 2)
         pasted += (at ? " " : "") + thumbprint.substr(at, 2);
@@ -167,80 +146,57 @@ TEST_F(CertsCommandTest, RemovedFromTheStoreAndKeptInTheVault)
     EXPECT_EQ(3, left[0]["daysLeft"]);
 }
 
-TEST_F(CertsCommandTest, TheUsersStoreIsApart)
+TEST_F(CertsCommandTest, TheUsersStoreIsSeparate)
 {
-    AddCertificate("web");
     Out({"certs", "sync"});
     EXPECT_EQ(json::array(), CtlJson({"certs", "list", "--user"})["certificates"]);
-    WriteFile("other.der", FromBase64Url(Issue({{"subject", "CN=other"}})["der"]));
-    EXPECT_EQ(0, Ctl({"certs", "install", File("other.der"), "--key", "web", "--force", "--user"}).exit);
+    WriteFile("other.der", FromBase64Url(Issue("other.pem", {{"subject", "CN=other"}})["der"]));
+    Run("0 certs install @other.der --key web --force --user\n");
     EXPECT_EQ(1u, CtlJson({"certs", "list", "--user"})["certificates"].size());
     EXPECT_EQ(1u, List().size());
 }
 
-TEST_F(CertsCommandTest, FilesThatHoldNoCertificate)
+TEST_F(CertsCommandTest, FilesWithoutACertificate)
 {
-    AddCertificate("web");
     const std::string begin = "-----BEGIN CERTIFICATE-----\n";
     const std::string end = "\n-----END CERTIFICATE-----\n";
-    const Row<const char*, std::string> rows[] = {
-        {"empty", ""},
-        {"text", "certificate"},
-        {"no end", begin + "AQID"},
-        {"no Base64", begin + "***" + end},
-        {"an empty block", begin + end},
-        {"no certificate inside", begin + "AQID" + end},
-        {"DER of something else", std::string("\x30\x03\x02\x01\x05", 5)},
-    };
-    for (const auto& [name, content] : rows) {
-        SCOPED_TRACE(name);
+    for (const std::string& content : {std::string(), std::string("certificate"), begin + "AQID", begin + "***" + end,
+                                       begin + end, begin + "AQID" + end, std::string("\x30\x03\x02\x01\x05", 5)}) {
+        SCOPED_TRACE(content);
         WriteFile("file", content);
-        EXPECT_EQ(2, Ctl({"certs", "install", File("file"), "--key", "web"}).exit);
+        Run("2 certs install @file --key web\n");
     }
-    EXPECT_EQ(2, Ctl({"certs", "install", File("missing"), "--key", "web"}).exit);
-    EXPECT_EQ(5, Ctl({"certs", "install", File("file"), "--key", "nobody"}).exit);
+    Run("2 certs install @missing --key web\n5 certs install @file --key nobody\n");
 }
 
-TEST_F(CertsCommandTest, PublishTellsWhatHappened)
+TEST_F(CertsCommandTest, PublishSaysWhatHappened)
 {
-    AddCertificate("web");
     HoldSync();
-    EXPECT_EQ("no_certificate", CtlJson({"certs", "publish", "web"}, 5)["error"]["code"]);
-    const json issued = Issue({{"key", "web"}, {"subject", "CN=issued"}});
-    WriteFile("web.pem", issued["pem"]);
-    Out({"certs", "install", File("web.pem"), "--key", "web"});
-
-    sim.Fault({{"path", "/create"}, {"action", "status"}, {"status", 500}});
-    const json refused = CtlJson({"certs", "publish", "web"}, 6);
-    EXPECT_EQ("not_published", refused["error"]["code"]);
-    EXPECT_EQ(false, refused["certificate"]["inStep"]);
-
+    const json issued = Issue("web.pem", {{"key", "web"}, {"subject", "CN=issued"}});
+    Run("5 certs publish web --json | no_certificate\n"
+        "0 certs install @web.pem --key web\n"
+        "! {\"path\":\"/create\",\"action\":\"status\",\"status\":500}\n"
+        "6 certs publish web --json | \"inStep\": false .. not_published\n");
     const json published = CtlJson({"certs", "publish", "web"});
     EXPECT_EQ("published", published["outcome"]);
     EXPECT_EQ(issued["hash"], published["certificate"]["thumbprint"]);
-    EXPECT_TRUE(HasRequest("POST /certificates/web/pending/merge"));
+    EXPECT_NE(std::string::npos, json(sim.VaultRequests()).dump().find("POST /certificates/web/pending/merge"));
     sim.ClearJournal();
-    EXPECT_EQ("known", CtlJson({"certs", "publish", "web"})["outcome"]);
-    EXPECT_FALSE(HasRequest("POST "));
-    EXPECT_EQ("published", CtlJson({"certs", "publish", "web", "--again"})["outcome"]);
-    EXPECT_FALSE(HasRequest("POST ")) << "the vault has it";
+    Run("0 certs publish web --json | known\n0 certs publish web --again --json | published\n");
+    EXPECT_EQ(std::string::npos, json(sim.VaultRequests()).dump().find("POST ")) << "the vault has it";
 
-    const json large = Issue({{"key", "web"}, {"size", 5000}});
+    Issue("big.pem", {{"key", "web"}, {"size", 5000}});
     AddCertificate("big");
-    WriteFile("big.pem", large["pem"]);
-    Out({"certs", "install", File("big.pem"), "--key", "big", "--force"});
-    const std::string message = CtlJson({"certs", "publish", "big"}, 5)["error"]["message"];
-    EXPECT_NE(std::string::npos, message.find("5000 bytes")) << message;
-
     // The module takes a certificate for published even when the merge is refused, and leaves the request pending.
     AddCertificate("late");
-    const json late = Issue({{"key", "late"}});
-    WriteFile("late.pem", late["pem"]);
-    Out({"certs", "install", File("late.pem"), "--key", "late"});
-    sim.Fault({{"path", "/merge"}, {"action", "status"}, {"status", 403}});
-    for (int attempt = 0; attempt < 2; ++attempt)
-        EXPECT_EQ("not_published", CtlJson({"certs", "publish", "late"}, 6)["error"]["code"]);
-    EXPECT_EQ(std::string::npos, MachineText("CertSync").find(late["hash"].get<std::string>()));
+    const json late = Issue("late.pem", {{"key", "late"}});
+    Run("0 certs install @big.pem --key big --force\n"
+        "5 certs publish big | 5000 bytes\n"
+        "0 certs install @late.pem --key late\n"
+        "! {\"path\":\"/merge\",\"action\":\"status\",\"status\":403}\n"
+        "6 certs publish late --json | not_published\n"
+        "6 certs publish late --json | not_published\n");
+    EXPECT_EQ(std::string::npos, Recorded().find(late["hash"].get<std::string>()));
 }
 
 }  // namespace

@@ -1,49 +1,26 @@
 #include "tests/certsync/certs_fixture.h"
 
 #include <algorithm>
-#include <ostream>
 #include <stdexcept>
 
-#include "support/base64.h"
+#include "tests/common/base64.h"
 
 using nlohmann::json;
 
-bool operator==(const Stored& left, const Stored& right)
-{
-    return left.hash == right.hash && left.container == right.container && left.provider == right.provider &&
-           left.flags == right.flags;
-}
-
-void PrintTo(const Stored& stored, std::ostream* out)
-{
-    *out << stored.hash << " '" << stored.container << "' of '" << stored.provider << "' flags " << stored.flags;
-}
-
-static std::string HexText(const BYTE* bytes, size_t size)
+static std::string HexText(const Bytes& bytes)
 {
     std::string text;
-    for (size_t i = 0; i < size; i++) {
-        text += "0123456789ABCDEF"[bytes[i] >> 4];
-        text += "0123456789ABCDEF"[bytes[i] & 15];
-    }
+    for (const BYTE byte : bytes)
+        text += {"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
     return text;
 }
 
 static std::string HashOf(PCCERT_CONTEXT context)
 {
-    BYTE hash[20];
-    DWORD size = sizeof(hash);
-    return CertGetCertificateContextProperty(context, CERT_SHA1_HASH_PROP_ID, hash, &size) ? HexText(hash, size) : "";
-}
-
-static Bytes FromBase64(const std::string& text)
-{
-    Bytes bytes(text.size());
-    DWORD size = static_cast<DWORD>(bytes.size());
-    if (!BldBinFromBase64(Wide(text).c_str(), bytes.data(), &size))
-        throw std::runtime_error("no Base64: " + text);
-    bytes.resize(size);
-    return bytes;
+    Bytes hash(20);
+    DWORD size = 20;
+    EXPECT_TRUE(CertGetCertificateContextProperty(context, CERT_SHA1_HASH_PROP_ID, hash.data(), &size));
+    return HexText(hash);
 }
 
 static std::string VaultPath(const std::string& rest)
@@ -60,20 +37,21 @@ static HCERTSTORE OpenStore(bool machine)
     return store;
 }
 
-static void ClearStore(bool machine)
+void ClearStores()
 {
     const std::string place = "Software\\Microsoft\\SystemCertificates\\My\\Certificates\\";
-    const HCERTSTORE store = OpenStore(machine);
-    // The deletion frees the context. A walk does not go on from one that is gone: each begins anew.
-    for (PCCERT_CONTEXT first; (first = CertEnumCertificatesInStore(store, nullptr)) != nullptr;) {
-        const std::string hash = HashOf(first);
-        if (!CertDeleteCertificateFromStore(first))
-            throw std::runtime_error("a certificate cannot be deleted: " + std::to_string(GetLastError()));
-        // Where Windows keeps it. Not every runtime deletes there what was deleted from the store; elsewhere nothing is
-        // there.
-        RegDeleteKeyW(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, Wide(place + hash).c_str());
+    for (const bool machine : {true, false}) {
+        const HCERTSTORE store = OpenStore(machine);
+        // A walk doesn't go on from a certificate that was deleted.
+        for (PCCERT_CONTEXT first; (first = CertEnumCertificatesInStore(store, nullptr)) != nullptr;) {
+            const std::string hash = HashOf(first);
+            if (!CertDeleteCertificateFromStore(first))
+                throw std::runtime_error("a certificate can't be deleted: " + std::to_string(GetLastError()));
+            // Where Windows keeps it. Not every runtime deletes it there; elsewhere there is nothing.
+            RegDeleteKeyW(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, Wide(place + hash).c_str());
+        }
+        CertCloseStore(store, 0);
     }
-    CertCloseStore(store, 0);
 }
 
 void CertsTest::SetUp()
@@ -88,12 +66,6 @@ void CertsTest::TearDown()
 {
     HostTest::TearDown();
     ClearStores();
-}
-
-void ClearStores()
-{
-    ClearStore(true);
-    ClearStore(false);
 }
 
 Issued CertsTest::Issue(const json& spec)
@@ -115,44 +87,31 @@ void CertsTest::AddVaultCertificate(const std::string& name, const Issued& issue
     sim.Control("POST", VaultPath("/certificates"), {{"name", name}, {"pem", issued.pem}, {"kty", "EC"}});
 }
 
-Strings CertsTest::VaultHashes(const std::string& name)
+std::string CertsTest::VaultHash(const std::string& name)
 {
-    Strings hashes;
     const json vault = sim.Control("GET", VaultPath(""));
     for (const json& certificate : vault["certificates"]) {
-        if (!name.empty() && certificate["name"] != name)
-            continue;
-        for (const json& version : certificate["versions"]) {
-            const Bytes hash = FromBase64(version["x5t"]);
-            hashes.push_back(HexText(hash.data(), hash.size()));
-        }
+        if (certificate["name"] == name)
+            return HexText(FromBase64(certificate["versions"].back()["x5t"]));
     }
-    if (hashes.empty())
-        throw std::runtime_error("no certificate in the vault: " + name);
-    return hashes;
+    throw std::runtime_error("no certificate in the vault: " + name);
 }
 
-static Stored Describe(PCCERT_CONTEXT context)
+static std::string Describe(PCCERT_CONTEXT context)
 {
-    Stored stored;
-    stored.hash = HashOf(context);
     alignas(CRYPT_KEY_PROV_INFO) BYTE block[2000];
     DWORD size = sizeof(block);
-    if (CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, block, &size)) {
-        const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block);
-        stored.container = Narrow(info->pwszContainerName);
-        stored.provider = Narrow(info->pwszProvName);
-        stored.flags = info->dwFlags;
-        EXPECT_EQ(0u, info->dwProvType);
-        EXPECT_EQ(0u, info->cProvParam);
-        EXPECT_EQ(0u, info->dwKeySpec);
-    }
-    return stored;
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, block, &size))
+        return HashOf(context);
+    const auto* info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block);
+    EXPECT_EQ(0u, info->dwProvType + info->cProvParam + info->dwKeySpec);
+    return HashOf(context) + " " + Narrow(info->pwszContainerName) + " of " + Narrow(info->pwszProvName) + ", flags " +
+           std::to_string(info->dwFlags);
 }
 
-std::vector<Stored> CertsTest::StoreInOrder(bool machine) const
+Strings CertsTest::StoreInOrder(bool machine) const
 {
-    std::vector<Stored> found;
+    Strings found;
     const HCERTSTORE store = OpenStore(machine);
     for (PCCERT_CONTEXT at = nullptr; (at = CertEnumCertificatesInStore(store, at)) != nullptr;)
         found.push_back(Describe(at));
@@ -160,11 +119,10 @@ std::vector<Stored> CertsTest::StoreInOrder(bool machine) const
     return found;
 }
 
-std::vector<Stored> CertsTest::Sorted(std::vector<Stored> stored)
+Strings CertsTest::Sorted(Strings texts)
 {
-    std::sort(stored.begin(), stored.end(),
-              [](const Stored& left, const Stored& right) { return left.hash < right.hash; });
-    return stored;
+    std::sort(texts.begin(), texts.end());
+    return texts;
 }
 
 void CertsTest::AddToStore(const Issued& issued, const std::string& container, bool machine,
@@ -181,10 +139,17 @@ void CertsTest::AddToStore(const Issued& issued, const std::string& container, b
     info.pwszContainerName = name.data();
     info.pwszProvName = providerName.data();
     info.dwFlags = machine ? NCRYPT_MACHINE_KEY_FLAG : 0;
-    // Without a provider the certificate has no key.
     EXPECT_TRUE(provider.empty() || CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
     CertFreeCertificateContext(context);
     CertCloseStore(store, 0);
+}
+
+json CertsTest::Fault(const char* path, int status, int times, const json& body)
+{
+    json fault = {{"path", path}, {"action", "status"}, {"status", status}, {"times", times}};
+    if (!body.is_null())
+        fault["body"] = body;
+    return fault;
 }
 
 Strings CertsTest::TakeRequests()

@@ -9,25 +9,15 @@
 
 using Strings = std::vector<std::string>;
 
-// A certificate as an authority hands it out.
+// A certificate from an authority outside the vault.
 struct Issued {
     Bytes der;
     std::string base64;  // of it
-    std::string pem;     // with the private key behind it when it is of a new key
+    std::string pem;     // with the private key behind it if that is new
     std::string hash;    // as CertSync has it
 };
 
-// A certificate in a store of this machine.
-struct Stored {
-    std::string hash;
-    std::string container;
-    std::string provider;
-    DWORD flags = 0;
-};
-bool operator==(const Stored& left, const Stored& right);
-void PrintTo(const Stored& stored, std::ostream* out);
-
-void ClearStores();  // the machine's and the user's are empty from then on
+void ClearStores();  // the machine's and the user's
 
 class CertsTest : public HostTest {
   protected:
@@ -40,24 +30,30 @@ class CertsTest : public HostTest {
 
     // spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
     Issued Issue(const nlohmann::json& spec);
-    // A certificate object of the vault with a key of its own. kty: "RSA" or "EC".
+    // A certificate object of the vault with a new key. kty: "RSA" or "EC".
     void AddVaultCertificate(const std::string& name, const std::string& kty = "EC", const std::string& subject = "");
     // A new version of one, as it was issued.
     void AddVaultCertificate(const std::string& name, const Issued& issued);
-    // Hashes of the versions of a certificate of the vault, the newest last; of all certificates for "".
-    Strings VaultHashes(const std::string& name);
+    // The hash of the newest version of a certificate of the vault.
+    std::string VaultHash(const std::string& name);
 
-    static Stored InMachine(const std::string& hash, const std::string& container)
+    // "HASH container of PROVIDER, flags N" of each certificate, or "HASH".
+    Strings StoreInOrder(bool machine = true) const;  // in the platform's order
+    Strings Store(bool machine = true) const { return Sorted(StoreInOrder(machine)); }
+    static Strings Sorted(Strings texts);
+    // Of a certificate in the machine's store that is bound to a key of this provider.
+    static std::string InMachine(const std::string& hash, const std::string& container)
     {
-        return {hash, container, kProvider, NCRYPT_MACHINE_KEY_FLAG};
+        return hash + " " + container + " of " + kProvider + ", flags 32";
     }
-    std::vector<Stored> StoreInOrder(bool machine = true) const;    // as the platform walks over it
-    static std::vector<Stored> Sorted(std::vector<Stored> stored);  // by their hashes
-    std::vector<Stored> Store(bool machine = true) const { return Sorted(StoreInOrder(machine)); }
+    // Without a provider it has no key.
     static void AddToStore(const Issued& issued, const std::string& container, bool machine = true,
                            const std::string& provider = kProvider);
     std::string CertSync(HKEY hive = HKEY_LOCAL_MACHINE) const { return root.GetText(hive, "CertSync"); }
+    void SetList(const std::string& list) { root.SetText(HKEY_LOCAL_MACHINE, "CertSync", list); }
 
+    // A fault of the simulator: this answer.
+    static nlohmann::json Fault(const char* path, int status, int times = 1, const nlohmann::json& body = nullptr);
     // Requests to the vault since the last call, without their queries.
     Strings TakeRequests();
     Strings LinesUpTo(int level, const std::string& from) const;  // those that begin with `from`

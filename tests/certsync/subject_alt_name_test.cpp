@@ -13,33 +13,30 @@ namespace {
 using kelvaroctl::HexText;
 using kelvaroctl::ParseSubjectAltName;
 
-TEST(SubjectAltNameTest, NamesAreTakenInEveryForm)
+TEST(SubjectAltNameTest, EveryForm)
 {
-    // content: hexadecimal for addresses
-    const Row<const char*, int, const char*> rows[] = {
+    // An address as the hexadecimal text of its bytes.
+    const Row<const char*, int, std::string> rows[] = {
         {"dns:web01.contoso.com", 0x82, "web01.contoso.com"},
         {"DNS:*.contoso.com", 0x82, "*.contoso.com"},
-        {"dns:xn--bcher-kva.example", 0x82, "xn--bcher-kva.example"},
         {"email:ops@contoso.com", 0x81, "ops@contoso.com"},
         {"uri:https://contoso.com:8443/a?b", 0x86, "https://contoso.com:8443/a?b"},
         {"ip:10.0.0.255", 0x87, "0a0000ff"},
         {"IP:2001:db8::1", 0x87, "20010db8000000000000000000000001"},
         {"ip:::", 0x87, "00000000000000000000000000000000"},
-        {"ip:::1", 0x87, "00000000000000000000000000000001"},
         {"ip:fe80::", 0x87, "fe800000000000000000000000000000"},
         {"ip:1:2:3:4:5:6:7:8", 0x87, "00010002000300040005000600070008"},
         {"ip:::ffff:10.1.2.3", 0x87, "00000000000000000000ffff0a010203"},
         {"ip:ABCD::1:2:3:4:5:6", 0x87, "abcd0000000100020003000400050006"},
     };
     for (const auto& [text, tag, content] : rows) {
-        SCOPED_TRACE(text);
         const kelvaroctl::SubjectAltName name = ParseSubjectAltName(text);
-        EXPECT_EQ(tag, name.tag);
+        EXPECT_EQ(tag, name.tag) << text;
         EXPECT_EQ(content, tag == 0x87 ? HexText(name.content) : std::string(name.content.begin(), name.content.end()));
     }
 }
 
-TEST(SubjectAltNameTest, WhatIsNoneIsRefused)
+TEST(SubjectAltNameTest, WhatIsRefused)
 {
     std::istringstream texts(
         "\nweb01\nhost:web01\ndns:\ndns:a b\ndns:b\xC3\xBC"

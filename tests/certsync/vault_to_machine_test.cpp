@@ -1,4 +1,4 @@
-// Certificates of the vault on their way into the machine's store, started by the open of a machine key.
+// The open of a machine key copies the vault's certificates into the machine's store.
 #include "certsync/vault_to_machine.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ const std::string kSettingsKey = "Software\\Zandrel\\Kelvaro";
 
 class VaultToMachineTest : public CertsTest {
   protected:
-    // Opens "web", or a key that isn't there, on a provider of its own: the requests of that.
+    // Opens "web", or a key that isn't there, on a new provider, and returns the requests.
     Strings Run(const char* key = "absent", DWORD flags = NCRYPT_MACHINE_KEY_FLAG)
     {
         NCRYPT_PROV_HANDLE opened = 0;
@@ -52,9 +52,7 @@ class VaultToMachineTest : public CertsTest {
         RegCloseKey(key);
         return value;
     }
-    void SetList(const std::string& list) { root.SetText(HKEY_LOCAL_MACHINE, "CertSync", list); }
-    std::string Hash(const std::string& name) { return VaultHashes(name).back(); }
-    // Two certificates, the store's content and the list once both have come.
+    // Two certificates, and what the store and the list have once both are there.
     void AddTwo()
     {
         AddVaultCertificate("a");
@@ -62,36 +60,36 @@ class VaultToMachineTest : public CertsTest {
     }
     void ExpectTwo()
     {
-        EXPECT_EQ(Sorted({InMachine(Hash("a"), "a"), InMachine(Hash("b"), "b")}), Store());
-        EXPECT_EQ(Hash("a") + "," + Hash("b") + ",", CertSync());
+        EXPECT_EQ(Sorted({InMachine(VaultHash("a"), "a"), InMachine(VaultHash("b"), "b")}), Store());
+        EXPECT_EQ(VaultHash("a") + "," + VaultHash("b") + ",", CertSync());
     }
 };
 
 TEST_F(VaultToMachineTest, TheUsersStoreIsLeftAlone)
 {
-    AddVaultCertificate("web", "RSA");
+    AddVaultCertificate("web");
     Run("web");
     EXPECT_EQ(1u, Store().size());
     EXPECT_TRUE(Store(false).empty());
 }
 
-TEST_F(VaultToMachineTest, NewCertificatesComeBoundAndDummiesAreOnlyRemembered)
+TEST_F(VaultToMachineTest, NewCertificatesAreBoundAndDummiesAreOnlyRecorded)
 {
     Run();
-    EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "CertSync")) << "an empty vault";
+    EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "CertSync")) << "with an empty vault";
     const std::string coded = "-vBAgAAwBA" + std::string(33, 'z');
     AddVaultCertificate(coded);
     AddVaultCertificate("dummy", "EC", "CN=Dummy Certificate Name");
-    AddVaultCertificate("web", "RSA");
+    AddVaultCertificate("web");
     EXPECT_EQ((Strings{"GET /certificates", "GET /certificates/" + coded, "GET /certificates/dummy",
                        "GET /certificates/web", "GET /keys/absent"}),
               RunLater());
-    const std::string list = Hash(coded) + "," + Hash("dummy") + "," + Hash("web") + ",";
-    EXPECT_EQ(Sorted({InMachine(Hash(coded), "a b"), InMachine(Hash("web"), "web")}), Store());
+    const std::string list = VaultHash(coded) + "," + VaultHash("dummy") + "," + VaultHash("web") + ",";
+    EXPECT_EQ(Sorted({InMachine(VaultHash(coded), "a b"), InMachine(VaultHash("web"), "web")}), Store());
     EXPECT_EQ(list, CertSync());
     EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
     EXPECT_EQ(0u, LinesUpTo(1, "KVC").size());
-    EXPECT_EQ((Strings{"GET /certificates", "GET /keys/absent"}), RunLater()) << "what is known is not fetched again";
+    EXPECT_EQ((Strings{"GET /certificates", "GET /keys/absent"}), RunLater()) << "nothing is fetched again";
     EXPECT_EQ(list, CertSync());
 }
 
@@ -132,10 +130,10 @@ TEST_F(VaultToMachineTest, ASignInThatFailsLeavesTheRunToALaterOpen)
 TEST_F(VaultToMachineTest, TheStampDecides)
 {
     constexpr int64_t kNow = 1800000000;
-    // stamp: -1: none, -2: of another type
+    // stamp: -1 for none, -2 for text
     const Row<const char*, int64_t, int64_t, bool> rows[] = {
         {"none", kNow, -1, true},
-        {"of another type", kNow, -2, true},
+        {"text", kNow, -2, true},
         {"as old as the period", kNow, kNow - 600, false},
         {"older by a second", kNow, kNow - 601, true},
         {"now", kNow, kNow, false},
@@ -143,7 +141,7 @@ TEST_F(VaultToMachineTest, TheStampDecides)
         {"from 2037, in 2040", 2208988800, 2147483647, true},
         {"beyond the sign bit", 2208988800, 2208988800 - 600, false},
         {"in the far future", kNow, 0xFFFFFFFF, false},
-        {"in 2106: the next stamp is cut", 0xFFFFFF00, -1, true},
+        {"in 2106, with the next stamp truncated", 0xFFFFFF00, -1, true},
     };
     for (const auto& [name, now, stamp, runs] : rows) {
         SCOPED_TRACE(name);
@@ -161,26 +159,20 @@ TEST_F(VaultToMachineTest, TheStampDecides)
 TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
 {
     AddTwo();
-    const std::string both = Hash("a") + "," + Hash("b") + ",";
-    const std::string onlyB = Hash("b") + ",";
-    const auto fault = [](const char* path, int status, const json& body = nullptr, int times = 1) {
-        json result = {{"path", path}, {"action", "status"}, {"status", status}, {"times", times}};
-        if (!body.is_null())
-            result["body"] = body;
-        return result;
-    };
+    const std::string both = VaultHash("a") + "," + VaultHash("b") + ",";
+    const std::string onlyB = VaultHash("b") + ",";
     const json badThumbprints = {{"value",
                                   {{{"id", "https://v/certificates/a"}, {"x5t", "***"}},
                                    {{"id", "https://v/certificates/a"}, {"x5t", std::string(90, 'A')}},
                                    {{"id", "https://v/certificates/b"}, {"x5t", "AAEC"}}}}};
     const Row<const char*, json, std::string, size_t, size_t> rows[] = {
-        {"the listing is refused", fault("/certificates?", 403), "", 0, 2},
-        {"a throttled page", fault("/certificates?", 429, nullptr, 4), both, 4, 4},
-        {"a list that stays throttled", fault("/certificates?", 429, nullptr, 5), "", 5, 5},
-        {"a certificate is gone", fault("/certificates/a?", 404), onlyB, 0, 1},
-        {"an answer without a certificate", fault("/certificates/a?", 200, json::object()), onlyB, 0, 0},
-        {"bytes that are no certificate", fault("/certificates/a?", 200, {{"cer", "AQID"}}), onlyB, 0, 1},
-        {"thumbprints that can't be decoded", fault("/certificates?", 200, badThumbprints), "000102,", 0, 0},
+        {"the listing is refused", Fault("/certificates?", 403), "", 0, 2},
+        {"a throttled page", Fault("/certificates?", 429, 4), both, 4, 4},
+        {"a list that stays throttled", Fault("/certificates?", 429, 5), "", 5, 5},
+        {"a certificate is gone", Fault("/certificates/a?", 404), onlyB, 0, 1},
+        {"an answer without a certificate", Fault("/certificates/a?", 200, 1, json::object()), onlyB, 0, 0},
+        {"not a certificate", Fault("/certificates/a?", 200, 1, {{"cer", "AQID"}}), onlyB, 0, 1},
+        {"thumbprints that can't be decoded", Fault("/certificates?", 200, 1, badThumbprints), "000102,", 0, 0},
     };
     for (const auto& [name, failure, list, waits, errors] : rows) {
         SCOPED_TRACE(name);
@@ -191,14 +183,14 @@ TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
         EXPECT_EQ(list, CertSync());
         EXPECT_EQ(waits, clock.Waits().size());
         EXPECT_EQ(errors, LinesUpTo(1, "KVC").size());
-        EXPECT_LT(0, Stamp()) << "the stamp has moved all the same";
+        EXPECT_LT(0, Stamp()) << "the stamp moves in any case";
     }
-    // What failed is tried again.
+    // A later run tries again.
     SetList("");
-    sim.Fault(fault("/certificates/a?", 500));
+    sim.Fault(Fault("/certificates/a?", 500));
     RunLater();
     EXPECT_EQ((Strings{"GET /certificates", "GET /certificates/a", "GET /keys/absent"}), RunLater());
-    EXPECT_EQ(onlyB + Hash("a") + ",", CertSync());
+    EXPECT_EQ(onlyB + VaultHash("a") + ",", CertSync());
     EXPECT_EQ(2u, Store().size());
 }
 
@@ -215,10 +207,10 @@ TEST_F(VaultToMachineTest, RenewedCertificatesAndOnesUnderTwoNames)
     EXPECT_EQ(first.hash + "," + second.hash + ",", CertSync());
 }
 
-TEST_F(VaultToMachineTest, AListOfAnyFormIsOnlySearched)
+TEST_F(VaultToMachineTest, AListOfAnyFormIsSearched)
 {
     AddVaultCertificate("web");
-    const std::string hash = Hash("web");
+    const std::string hash = VaultHash("web");
     std::string lower = hash;
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](char ch) { return static_cast<char>(std::tolower(ch)); });
@@ -236,16 +228,16 @@ TEST_F(VaultToMachineTest, AListOfAnyFormIsOnlySearched)
         EXPECT_EQ(known ? 2u : 3u, RunLater().size());
         EXPECT_EQ(known ? list : list + hash + ",", CertSync());
     }
-    // A value of another type counts as an empty list, and is replaced.
+    // A number counts as an empty list, and is replaced.
     root.SetNumber(HKEY_LOCAL_MACHINE, "CertSync", 7);
     RunLater();
     EXPECT_EQ(hash + ",", CertSync());
 }
 
-TEST_F(VaultToMachineTest, AnInterruptedRunIsRepeatedWithoutHarm)
+TEST_F(VaultToMachineTest, AnInterruptedRunIsRepeated)
 {
     AddTwo();
-    // In the middle of the run the settings go away, so that its list can't be written.
+    // The settings are removed during the run, so that its list can't be written.
     sim.Fault({{"path", "/certificates/b?"}, {"action", "status"}, {"status", 429}});
     clock.OnSleep([this](DWORD, size_t) { root.RemoveKey(HKEY_LOCAL_MACHINE); });
     Run();
@@ -258,19 +250,19 @@ TEST_F(VaultToMachineTest, AnInterruptedRunIsRepeatedWithoutHarm)
     ExpectTwo();
 }
 
-TEST_F(VaultToMachineTest, ACertificateThatStandsInTheStoreIsBound)
+TEST_F(VaultToMachineTest, ACertificateInTheStoreIsBound)
 {
     const Issued issued = Issue({{"subject", "CN=web"}});
     AddVaultCertificate("web", issued);
     AddToStore(issued, "elsewhere", true, kOtherProvider);
     Run();
-    EXPECT_EQ(std::vector<Stored>{InMachine(issued.hash, "web")}, Store());
+    EXPECT_EQ(Strings{InMachine(issued.hash, "web")}, Store());
 }
 
-TEST_F(VaultToMachineTest, TwoRunsAtOnceComeToTheSameList)
+TEST_F(VaultToMachineTest, TwoRunsAtOnceWriteTheSameList)
 {
     AddTwo();
-    // While the first run waits for the vault, a second one starts that read the stamp before it was written.
+    // While the first run waits for the vault, a second one starts, which read the stamp before it was written.
     sim.Fault({{"path", "/certificates/b?"}, {"action", "status"}, {"status", 429}});
     Strings second;
     clock.OnSleep([&](DWORD, size_t) {
@@ -299,12 +291,12 @@ TEST_F(VaultToMachineTest, EveryAllocationOfARunMayFail)
     };
     const size_t failures = FailEach(run, [&](SECURITY_STATUS status, size_t failAt) {
         EXPECT_EQ(0u, CertSync().find(old)) << failAt << ": the list is never lost";
-        EXPECT_TRUE(status || Store().size() == 1) << failAt << ": the list has what the store hasn't";
+        EXPECT_TRUE(status || Store().size() == 1) << failAt << ": recorded but not stored";
         ClearStores();
         SetList(old);
     });
     EXPECT_GT(failures, 10u);
-    EXPECT_EQ(old + Hash("a") + ",", CertSync());
+    EXPECT_EQ(old + VaultHash("a") + ",", CertSync());
 }
 
 }  // namespace

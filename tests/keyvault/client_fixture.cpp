@@ -19,7 +19,7 @@ std::string TextOf(const WCHAR* text)
 
 std::string TextOf(const BldStr* str)
 {
-    return str ? Narrow(KVCText(str)) : "(NULL)";
+    return TextOf(str ? KVCText(str) : nullptr);
 }
 
 Strings CallerLines(const json& request)

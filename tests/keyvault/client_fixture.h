@@ -1,4 +1,4 @@
-// Fixtures of the client's tests: a machine of its own, a clock that stands still, the simulator, logging at level 10.
+// Fixtures of the client's tests: a root for each test, a clock that stands still, the simulator, logging at level 10.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ using ClientPtr = std::unique_ptr<KVCClient, ClientDeleter>;
 using Strings = std::vector<std::string>;
 using Waits = std::vector<DWORD>;
 
-// 1, 2, 4... seconds and at most 64: the waits of a request that is sent again `count` times.
+// The waits before `count` retries: 1, 2, 4... seconds, at most 64.
 Waits RetryWaits(size_t count);
 
 // What KVCNew gets; the defaults reach the simulator's vault.
@@ -42,7 +42,7 @@ struct Identity {
 std::string TextOf(const WCHAR* text);
 std::string TextOf(const BldStr* str);
 
-// A name of the vault that isn't clear, and the clear name "a b" that it stands for.
+// The encoded form of the key name "a b".
 inline const std::string kCodedName = "-vBAgAAwBA" + std::string(33, 'z');
 
 // A key record that is freed with its blocks.
@@ -53,8 +53,8 @@ struct OwnKey : KVKey {
     OwnKey& operator=(const OwnKey&) = delete;
 };
 
-// Runs `work` with its first allocation failing, then with its second, and so on, and `check` after each, until one run
-// needed fewer: that one is checked with `whole` set.
+// Runs `work` with its first allocation failing, then with its second, and so on, and `check` after each, until a run
+// needs fewer: that one is checked with `whole` set.
 template <class Work, class Check>
 void SweepAllocations(Work work, Check check)
 {
@@ -67,12 +67,12 @@ void SweepAllocations(Work work, Check check)
             whole = fault.Seen() <= failAt;
         }
         check(whole);
-        EXPECT_TRUE(!whole || failAt >= 3) << "no allocation was seen to fail";
+        EXPECT_TRUE(!whole || failAt >= 3) << "no allocation failed";
     }
-    EXPECT_TRUE(whole) << "the work never came through";
+    EXPECT_TRUE(whole);
 }
 
-// A journal request's header lines, without those that the transport adds.
+// A request's header lines, without those that the transport adds.
 Strings CallerLines(const nlohmann::json& request);
 // The value of one header line, "" if it's missing.
 std::string HeaderOf(const nlohmann::json& request, const std::string& name);
@@ -98,7 +98,7 @@ class ClientTest : public testing::Test {
 
     // Requests of the journal whose target contains `part`.
     std::vector<nlohmann::json> Requests(const std::string& part = "");
-    // What was posted, without repetitions: target and body.
+    // Target and body of each different POST.
     std::set<std::string> Posts();
     size_t LinesWith(const std::string& text) const;
     Strings LinesUpTo(int level) const;  // without those of the transport
@@ -113,6 +113,8 @@ class VaultTest : public ClientTest {
   protected:
     void SetUp() override;
     void Throttle(const std::string& path, int times);
+    // The simulator's vault.
+    nlohmann::json State() { return sim.Control("GET", std::string("/vaults/") + Simulator::kVault); }
 
     ClientPtr client;
     KVCCall call;

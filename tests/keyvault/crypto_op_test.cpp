@@ -34,7 +34,7 @@ class CryptoOpTest : public VaultTest {
         const Bytes signature = Digest(256);
         const SECURITY_STATUS status = KVCCryptoOp(call.get(), TEXT("verify"), TEXT("web01"), TEXT("v"), 1,
                                                    TEXT("RS256"), signature.data(), 256, digest.data(), &size);
-        EXPECT_EQ(before, digest) << "the digest only goes out";
+        EXPECT_EQ(before, digest) << "the digest is input";
         EXPECT_EQ(32u, size);
         return status;
     }
@@ -63,9 +63,8 @@ TEST_F(CryptoOpTest, TheBufferMayBeMissingTooSmallOrExact)
     }
     EXPECT_EQ(256u, Sign(Digest(32), 1024, "").length) << "the current version";
     EXPECT_EQ("POST /keys/web01//sign?api-version=7.0", sim.VaultRequests().back());
-    EXPECT_EQ(4u, sim.VaultRequests().size()) << "the size is learned by signing";
+    EXPECT_EQ(4u, sim.VaultRequests().size()) << "asking for the size signs";
     EXPECT_EQ(R"({"alg":"RS256","value":")" + Base64(Digest(32)) + "\"}", sim.Journal().back()["body"]);
-    EXPECT_TRUE(LinesUpTo(2).empty());
 }
 
 TEST_F(CryptoOpTest, AnswersOfEveryKind)
@@ -77,7 +76,7 @@ TEST_F(CryptoOpTest, AnswersOfEveryKind)
         {"no value", 200, {{"kid", "x"}}, NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
         {"null", 200, {{"value", nullptr}}, NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
         {"value deeper", 200, {{"key", {{"value", true}}}}, NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
-        {"no JSON", 200, "<html>", NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
+        {"not JSON", 200, "<html>", NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
         {"empty", 200, "", NTE_INVALID_PARAMETER, NTE_INVALID_PARAMETER},
         {"not Base64", 200, {{"value", "*"}}, NTE_FAIL, kNotAsked},
         {"over the decoder's limit", 200, {{"value", std::string(4096, 'A')}}, NTE_FAIL, kNotAsked},
@@ -97,10 +96,9 @@ TEST_F(CryptoOpTest, AnswersOfEveryKind)
     Answer("/sign?", 200, body);
     EXPECT_EQ(json::parse(body)["value"], Base64Url(Sign().bytes));
     // The name is tested first.
-    for (KVC* kvc : {static_cast<KVC*>(call.get()), static_cast<KVC*>(nullptr)})
+    for (KVC* kvc : {call.get(), static_cast<KVC*>(nullptr)})
         EXPECT_EQ(NTE_INVALID_PARAMETER,
                   KVCCryptoOp(kvc, TEXT("sign"), nullptr, TEXT("v"), 0, TEXT("RS256"), nullptr, 0, nullptr, nullptr));
-    EXPECT_EQ(2u, LinesWith("KVCCryptoOp NULL Key Name 1"));
 }
 
 }  // namespace

@@ -1,30 +1,16 @@
-// New keys, plain and of certificates, and the publication of a certificate: what is asked, in which order, and what
-// comes of it.
+// New keys, plain and of certificates, and the publication of a certificate.
 #include "keyvault/key_creation.h"
 
 #include "keyvault/key_certificate_creation.h"
-#include "support/base64.h"
-#include "support/guards.h"
 #include "tests/keyvault/client_fixture.h"
 
 using nlohmann::json;
 
 namespace {
 
-const struct Algorithm {
-    const char* algId;
-    LONG bits;  // as the host says; a curve has its own
-    const char* crv;
-    int size;
-} kAlgorithms[] = {
-    {"RSA", 2048, nullptr, 2048},      {"ECDSA_P256", 0, "P-256", 256},   {"ECDSA_P384", 384, "P-384", 384},
-    {"ECDSA_P521", 512, "P-521", 521}, {"ECDH_P256", 2048, "P-256", 256}, {"ECDH_P384", 384, "P-384", 384},
-    {"ECDH_P521", -1, "P-521", 521},
-};
-
 class KeyCreationTest : public VaultTest {
   protected:
-    int Create(const std::string& name, const std::string& algId, LONG bits, KVKey* key)
+    int Create(const std::string& algId, KVKey* key, const std::string& name = "mykey", LONG bits = 2048)
     {
         return KVCCreateKey(call.get(), Wide(name).c_str(), Wide(algId).c_str(), bits, key, 0);
     }
@@ -56,102 +42,128 @@ class KeyCreationTest : public VaultTest {
         const std::vector<json> requests = Requests(action);
         return requests.empty() ? json() : json::parse(requests.back().value("body", ""));
     }
-    json State() { return sim.Control("GET", std::string("/vaults/") + Simulator::kVault); }
+    // A request for a certificate. keyProperties: without the two that all have.
+    static json CertificateRequest(json keyProperties, const std::string& algId, const json& x509Properties)
+    {
+        keyProperties["exportable"] = false;
+        keyProperties["reuse_key"] = true;
+        return {{"attributes", {{"enabled", true}}},
+                {"policy",
+                 {{"key_props", keyProperties},
+                  {"secret_props", {{"contentType", "application/x-pkcs12"}}},
+                  {"x509_props", x509Properties}}},
+                {"tags", {{"KSPManaged", "KSP"}, {"AlgID", algId}, {"KeyName", "mykey"}}}};
+    }
+    void ExpectRequests();
     void ExpectAnswers();
 };
 
-// Answers to creations, after which the vault answers for itself, and what the client does. The request in hardware is
-// repeated, then that in software; both share the five attempts.
+// What each algorithm asks for. hostBits: of no effect on a curve.
+void KeyCreationTest::ExpectRequests()
+{
+    const bool plain = call->certificateMode == 0;
+    const Row<const char*, LONG, const char*, int> rows[] = {
+        {"RSA", 2048, nullptr, 2048},      {"ECDSA_P256", 0, "P-256", 256},   {"ECDSA_P384", 384, "P-384", 384},
+        {"ECDSA_P521", 512, "P-521", 521}, {"ECDH_P256", 2048, "P-256", 256}, {"ECDH_P384", 384, "P-384", 384},
+        {"ECDH_P521", -1, "P-521", 521},
+    };
+    for (const auto& [algId, hostBits, crv, bits] : rows) {
+        SCOPED_TRACE(algId);
+        Fresh();
+        OwnKey key;
+        EXPECT_EQ(1, Create(algId, &key, "mykey", hostBits));
+        EXPECT_EQ(plain ? Strings{"hardware"} : (Strings{"hardware", "merge", "read"}), Steps());
+        json body = {{"kty", crv ? "EC-HSM" : "RSA-HSM"}};
+        if (crv)
+            body["crv"] = crv;
+        if (!plain || !crv)
+            body["key_size"] = plain ? json("2048") : json(bits);
+        if (plain)
+            body["tags"] = {{"AlgID", algId}, {"KeyName", "mykey"}};
+        else
+            body = CertificateRequest(body, algId,
+                                      {{"subject", "CN=CertificateDummySubject"},
+                                       {"validity_months", 600},
+                                       {"ekus", {"1.3.6.1.5.5.7.3.1", "1.3.6.1.5.5.7.3.2"}},
+                                       {"key_usage", json::array({"digitalSignature"})}});
+        EXPECT_EQ(body, BodyOf("/create?"));
+        EXPECT_EQ(Strings{}, LinesUpTo(2));
+        EXPECT_EQ(algId, Narrow(key.AlgID));
+        const json version = State()["keys"][0]["versions"][0];
+        EXPECT_EQ(version["version"], Narrow(key.version));
+        EXPECT_EQ(version["kty"], TextOf(key.kty));
+    }
+}
+
+// Answers to creations, after which the vault carries them out. The request in hardware is repeated, then that in
+// software; both share the five attempts.
 void KeyCreationTest::ExpectAnswers()
 {
-    const Row<const char*, std::vector<int>, size_t, size_t, size_t, bool> rows[] = {
-        {"no hardware", {403}, 1, 1, 0, true},
-        {"no hardware by 400", {400}, 1, 1, 0, true},
-        {"no hardware by 410", {410}, 1, 1, 0, true},
-        {"411 is final", {411}, 1, 0, 0, false},
-        {"refused twice", {403, 404}, 1, 1, 0, false},
-        {"a conflict", {409, 409}, 1, 1, 0, false},
-        {"throttled", {429, 429, 429, 429}, 5, 0, 4, true},
-        {"throttled to the end", {429, 429, 429, 429, 429}, 5, 0, 5, false},
-        {"throttled before and after the fall-back", {429, 403, 429}, 2, 2, 2, true},
-        {"the last attempt is in software", {429, 429, 429, 429, 403, 429}, 5, 1, 5, false},
-        {"a server error", {500}, 1, 0, 0, false},
-        {"the other kind's good answer", {call->certificateMode ? 200 : 202}, 1, 0, 0, false},
-        {"201", {201}, 1, 0, 0, false},
-        {"204", {204}, 1, 0, 0, false},
+    const Row<std::vector<int>, size_t, size_t, size_t, bool> rows[] = {
+        {{403}, 1, 1, 0, true},
+        {{400}, 1, 1, 0, true},
+        {{410}, 1, 1, 0, true},
+        {{411}, 1, 0, 0, false},
+        {{403, 404}, 1, 1, 0, false},
+        {{409, 409}, 1, 1, 0, false},
+        {{429, 429, 429, 429}, 5, 0, 4, true},
+        {{429, 429, 429, 429, 429}, 5, 0, 5, false},
+        {{429, 403, 429}, 2, 2, 2, true},
+        {{429, 429, 429, 429, 403, 429}, 5, 1, 5, false},
+        {{500}, 1, 0, 0, false},
+        {{call->certificateMode ? 200 : 202}, 1, 0, 0, false},  // the other mode's good answer
+        {{201}, 1, 0, 0, false},
+        {{204}, 1, 0, 0, false},
     };
-    for (const auto& [name, answers, inHardware, inSoftware, waits, made] : rows) {
-        SCOPED_TRACE(name);
+    for (const auto& [answers, inHardware, inSoftware, waits, made] : rows) {
+        SCOPED_TRACE(json(answers));
         Fresh();
         for (const int status : answers)
             Answer("/mykey/create?", status, "refused");
         OwnKey key;
-        EXPECT_EQ(made ? 1 : 0, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ(made ? 1 : 0, Create("ECDSA_P256", &key));
         Strings steps(inHardware, "hardware");
         steps.resize(inHardware + inSoftware, "software");
         if (made && call->certificateMode)
             steps.insert(steps.end(), {"merge", "read"});
         EXPECT_EQ(steps, Steps());
         EXPECT_EQ(RetryWaits(waits), clock.Waits());
-        EXPECT_EQ(inSoftware ? 1u : 0u, LinesWith(" HSM Key Failed - retry with software key Error 0x"));
         EXPECT_EQ(made ? 1u : 0u, State()["keys"].size());
         EXPECT_EQ(made ? "mykey" : "", Narrow(key.keyName));
     }
-    Fresh();
-    SetNetwork(false);
-    OwnKey key;
-    EXPECT_EQ(0, Create("mykey", "RSA", 2048, &key));
-    EXPECT_EQ(2u, LinesWith(" Error 0x0 1"));
 }
 
-TEST_F(KeyCreationTest, EachAlgorithmHasItsRequest)
+TEST_F(KeyCreationTest, PlainKeys)
 {
     call->certificateMode = 0;
-    for (const Algorithm& row : kAlgorithms) {
-        SCOPED_TRACE(row.algId);
-        Fresh();
-        OwnKey key;
-        EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
-        EXPECT_EQ(Strings{"hardware"}, Steps());
-        json body =
-            row.crv ? json{{"kty", "EC-HSM"}, {"crv", row.crv}} : json{{"kty", "RSA-HSM"}, {"key_size", "2048"}};
-        body["tags"] = {{"AlgID", row.algId}, {"KeyName", "mykey"}};
-        EXPECT_EQ(body, BodyOf("/create?"));
-        EXPECT_EQ(Strings{}, LinesUpTo(2));
-        EXPECT_EQ(row.algId, Narrow(key.AlgID));
-        const json version = State()["keys"][0]["versions"][0];
-        EXPECT_EQ(version["version"], Narrow(key.version));
-        EXPECT_EQ(version["kty"], TextOf(key.kty));
-    }
-    // What isn't a curve name, letter for letter, counts as RSA, and the size goes out as it is.
+    ExpectRequests();
+    ExpectAnswers();
+    // Only exact names are curves. Anything else is RSA, of the size that the host asks for.
     Answer("/create?", 500, "");
     OwnKey key;
-    EXPECT_EQ(0, Create("mykey", "ecdsa_p256", -256, &key));
+    EXPECT_EQ(0, Create("ecdsa_p256", &key, "mykey", -256));
     EXPECT_EQ("RSA-HSM", BodyOf("/create?")["kty"]);
     EXPECT_EQ("-256", BodyOf("/create?")["key_size"]);
     Answer("/create?", 403, "");
-    EXPECT_EQ(1, Create("mykey", "RSA", 2048, &key));
+    Answer("/create?", 200, "not JSON");
+    EXPECT_EQ(1, Create("RSA", &key));
     EXPECT_EQ("RSA", BodyOf("/create?")["kty"]) << "in software";
-    Answer("/create?", 200, "no JSON");
-    OwnKey unread;
-    EXPECT_EQ(1, Create("mykey", "RSA", 2048, &unread));
-    EXPECT_EQ("mykey", Narrow(unread.keyName));
+    EXPECT_EQ("mykey", Narrow(key.keyName));
 }
 
-TEST_F(KeyCreationTest, AnswersOfEveryKind)
+TEST_F(KeyCreationTest, NamesAreEncodedInTheTargetAndClearInTheTag)
 {
     call->certificateMode = 0;
-    ExpectAnswers();
-}
-
-TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
-{
-    call->certificateMode = 0;
+    OwnKey unused;
+    EXPECT_EQ(0, Create("RSA", &unused, std::string(43, 'n')));
+    EXPECT_EQ(0, KVCCreateKey(call.get(), nullptr, TEXT("RSA"), 2048, &unused, 0));
+    EXPECT_EQ(0, KVCCreateKey(nullptr, TEXT("k"), TEXT("RSA"), 2048, &unused, 0));
+    EXPECT_EQ(Strings{}, sim.VaultRequests());
     for (const std::string name : {"a b", "\"}/\\\t", "line\n\x01\x1F", "\xC3\xA9\x7F\xC2\x80", "\xF0\x9D\x84\x9E",
-                                   // A code page may take a plain quotation mark for a full-width one.
+                                   // Some code pages turn a full-width quotation mark into a plain one.
                                    "a\xEF\xBC\x82,\xEF\xBC\x82Injected\xEF\xBC\x82:\xEF\xBC\x82\xEF\xBC\xBC"}) {
         OwnKey key;
-        EXPECT_EQ(1, Create(name, "ECDSA_P256", 256, &key));
+        EXPECT_EQ(1, Create("ECDSA_P256", &key, name));
         EXPECT_EQ(name, Narrow(key.clearName));
         const std::string body = sim.Journal().back()["body"];
         for (const char ch : body)
@@ -161,145 +173,90 @@ TEST_F(KeyCreationTest, NamesGoOutEncodedInTheTargetAndClearInTheTag)
     EXPECT_EQ("POST /keys/" + kCodedName + "/create?api-version=7.0", sim.VaultRequests().front());
 }
 
-TEST_F(KeyCreationTest, WhatCannotBeAskedSendsNothing)
-{
-    OwnKey key;
-    EXPECT_EQ(0, Create(std::string(43, 'n'), "RSA", 2048, &key));
-    EXPECT_EQ(0, KVCCreateKey(call.get(), nullptr, TEXT("RSA"), 2048, &key, 0));
-    EXPECT_EQ(0, KVCCreateKey(nullptr, TEXT("k"), TEXT("RSA"), 2048, &key, 0));
-    EXPECT_EQ(3u, LinesUpTo(1).size());
-    EXPECT_EQ(Strings{}, sim.VaultRequests());
-}
-
 class CertificateModeCreationTest : public KeyCreationTest {
   protected:
-    // What the system asks for. keyProperties: without the two that all have.
-    static json Request(const json& keyProperties, const char* algId)
-    {
-        json properties = keyProperties;
-        properties["exportable"] = false;
-        properties["reuse_key"] = true;
-        return {{"attributes", {{"enabled", true}}},
-                {"policy",
-                 {{"key_props", properties},
-                  {"secret_props", {{"contentType", "application/x-pkcs12"}}},
-                  {"x509_props",
-                   {{"subject", "CN=CertificateDummySubject"},
-                    {"validity_months", 600},
-                    {"ekus", {"1.3.6.1.5.5.7.3.1", "1.3.6.1.5.5.7.3.2"}},
-                    {"key_usage", json::array({"digitalSignature"})}}}}},
-                {"tags", {{"KSPManaged", "KSP"}, {"AlgID", algId}, {"KeyName", "mykey"}}}};
-    }
     // In Base64.
     std::string MergedCertificate() { return BodyOf("/pending/merge?")["x5c"][0]; }
 };
 
-TEST_F(CertificateModeCreationTest, EachAlgorithmHasItsPolicy)
+TEST_F(CertificateModeCreationTest, CertificatesWithNewKeys)
 {
-    for (const Algorithm& row : kAlgorithms) {
-        SCOPED_TRACE(row.algId);
-        Fresh();
-        OwnKey key;
-        EXPECT_EQ(1, Create("mykey", row.algId, row.bits, &key));
-        EXPECT_EQ((Strings{"hardware", "merge", "read"}), Steps());
-        json properties = {{"kty", row.crv ? "EC-HSM" : "RSA-HSM"}, {"key_size", row.size}};
-        if (row.crv)
-            properties["crv"] = row.crv;
-        EXPECT_EQ(Request(properties, row.algId), BodyOf("/create?"));
-        EXPECT_EQ(Strings{}, LinesUpTo(2));
-        EXPECT_EQ(row.algId, Narrow(key.AlgID));
-        EXPECT_EQ(properties["kty"], TextOf(key.kty));
-        const json state = State();
-        const json certificate = state["certificates"][0];
-        EXPECT_EQ(MergedCertificate(), certificate["versions"][0]["cer"]);
-        EXPECT_EQ("completed", certificate["pending"]);
-        EXPECT_EQ(true, state["keys"][0]["managed"]);
-        EXPECT_EQ(state["keys"][0]["versions"][0]["version"], Narrow(key.version));
-    }
-}
-
-TEST_F(CertificateModeCreationTest, AnswersOfEveryKind)
-{
+    ExpectRequests();
+    const json certificate = State()["certificates"][0];
+    EXPECT_EQ(MergedCertificate(), certificate["versions"][0]["cer"]);
+    EXPECT_EQ("completed", certificate["pending"]);
     ExpectAnswers();
-    // A merge that fails leaves it to the vault whether there is a key.
+    // After a merge that fails, reading the key decides.
     for (const int status : {400, 409, 204, 200, 202}) {
         SCOPED_TRACE(status);
         Fresh();
         Answer("/pending/merge?", status, "refused");
         OwnKey key;
-        EXPECT_EQ(0, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ(0, Create("ECDSA_P256", &key));
         EXPECT_EQ((Strings{"hardware", "merge", "read"}), Steps());
-        EXPECT_EQ(status == 200 || status == 202 ? 0u : 1u,
-                  LinesUpTo(1).size() - LinesWith("KVCGetKey KVCDoKVRESTCall"));
     }
-    // A refusal of hardware for a known reason doesn't need the vault's words in the log.
+    // The log has the vault's words if it refuses hardware for another reason than its tier.
     const json known = {{"error", {{"code", "BadParameter"}, {"message", "kty RSA-HSM is not valid"}}}};
-    const Row<int, json, size_t> rows[] = {{403, "refused", 0}, {400, known, 0}, {400, "refused", 1}, {404, known, 1}};
-    for (const auto& [status, body, details] : rows) {
+    const Row<int, json, size_t> refusals[] = {
+        {403, "refused", 0}, {400, known, 0}, {400, "refused", 1}, {404, known, 1}};
+    for (const auto& [status, body, details] : refusals) {
         Fresh();
         Answer("/create?", status, body);
         OwnKey key;
-        EXPECT_EQ(1, Create("mykey", "ECDSA_P256", 256, &key));
+        EXPECT_EQ(1, Create("ECDSA_P256", &key));
         EXPECT_EQ(details, LinesWith("HSM Key Failed - detail error ")) << status << body;
     }
 }
 
-// Without a request of the vault only the read-back decides: with a key of that name it ends well. One that can't be
-// answered ends the creation.
-TEST_F(CertificateModeCreationTest, TheReadBackDecidesUnlessARequestCannotBeAnswered)
+// Without a certificate request in the answer only reading the key decides. A request that can't be answered ends the
+// creation.
+TEST_F(CertificateModeCreationTest, AnswersWithoutAUsableRequest)
 {
     const std::pair<json, bool> rows[] = {
         {json::object(), true},
         {json{{"csr", nullptr}}, true},
-        {"no JSON", true},
+        {"not JSON", true},
         {json{{"csr", "*"}}, false},
         {json{{"csr", 17}}, false},
         {json{{"csr", "AQID"}}, false},
         {json{{"csr", std::string(4096, 'A')}}, false},
     };
-    for (const bool isThere : {false, true}) {
-        if (isThere)
+    for (const bool exists : {false, true}) {
+        if (exists)
             sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "EC"}, {"crv", "P-256"}});
         for (const auto& [answer, goesOn] : rows) {
             SCOPED_TRACE(answer);
             sim.ClearJournal();
             Answer("/create?", 202, answer);
             OwnKey key;
-            EXPECT_EQ(isThere && goesOn ? 1 : 0, Create("mykey", "ECDSA_P256", 256, &key));
+            EXPECT_EQ(exists && goesOn ? 1 : 0, Create("ECDSA_P256", &key));
             EXPECT_EQ(goesOn ? (Strings{"hardware", "read"}) : Strings{"hardware"}, Steps());
         }
     }
 }
 
-TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertificateAtHand)
+TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCertificate)
 {
-    const Row<const char*, const char*, const WCHAR*, const char*> rows[] = {
-        {"RSA", "RSA", TEXT("CN=web01"), "CN=web01"},
-        {"a quoted subject", "RSA", TEXT("CN=a, O=\"Acme, Inc.\""), "CN=a, O=\"Acme, Inc.\""},
-        {"an empty subject", "RSA", TEXT(""), "CN=CertificateDummySubject"},
-        {"no subject", "RSA", nullptr, "CN=CertificateDummySubject"},
-        {"a curve", "ECDSA_P256", TEXT("CN=web01"), "CN=web01"},
+    const json curve = {{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}};
+    const Row<const char*, json, const WCHAR*, const char*> rows[] = {
+        {"RSA", json::object(), nullptr, "CN=CertificateDummySubject"},
+        {"ECDSA_P256", curve, TEXT("CN=web01"), "CN=web01"},
     };
-    for (const auto& [name, algId, subject, policySubject] : rows) {
-        SCOPED_TRACE(name);
+    for (const auto& [algId, keyProperties, subject, policySubject] : rows) {
+        SCOPED_TRACE(algId);
         Fresh();
         OwnKey before;
-        ASSERT_EQ(1, Create("mykey", algId, 2048, &before));
+        ASSERT_EQ(1, Create(algId, &before));
         // Any certificate of the key will do.
         const std::string text = MergedCertificate();
-        BYTE* bytes = nullptr;
-        DWORD size = 0;
-        ASSERT_EQ(1, KVCKelvaro_FromBase64(Wide(text).c_str(), &bytes, &size, 1));
-        const MallocPtr<BYTE> certificate(bytes);
+        const Bytes certificate = FromBase64(text);
         sim.ClearJournal();
         OwnKey after;
         EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), Wide(algId).c_str(),
-                                                     2048, &after, 0, certificate.get(), size, subject));
-        const bool isCurve = algId != std::string("RSA");
-        json request =
-            Request(isCurve ? json{{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}} : json::object(), algId);
-        request["policy"]["x509_props"] = {{"subject", policySubject}, {"validity_months", 600}};
-        EXPECT_EQ(request, BodyOf("/create?"));
+                                                     2048, &after, 0, certificate.data(),
+                                                     static_cast<DWORD>(certificate.size()), subject));
+        EXPECT_EQ(CertificateRequest(keyProperties, algId, {{"subject", policySubject}, {"validity_months", 600}}),
+                  BodyOf("/create?"));
         EXPECT_EQ(3u, sim.VaultRequests().size());
         EXPECT_EQ(text, MergedCertificate());
         EXPECT_NE(Narrow(before.version), Narrow(after.version));
@@ -308,13 +265,13 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheCertifica
     }
 }
 
-TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameTextAndFollowsTheMode)
+TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameBodyAndFollowsTheMode)
 {
     call->certificateMode = 0;
     Answer("/keys/mykey/create?", 403, "");
-    Answer("/keys/mykey/create?", 202, "whatever this says");
+    Answer("/keys/mykey/create?", 202, "ignored");
     Answer("/keys/mykey/pending/merge?", 201, "");
-    sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "RSA"}});
+    sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "EC"}});
     const BYTE certificate[] = {0xFF, 0xEF, 0xBE};
     OwnKey key;
     EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), TEXT("RSA"), 2048, &key, 1,
@@ -322,21 +279,21 @@ TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameTextAndFollo
     EXPECT_EQ((Strings{"POST /keys/mykey/create?api-version=7.0", "POST /keys/mykey/create?api-version=7.0",
                        "POST /keys/mykey/pending/merge?api-version=7.0", "GET /keys/mykey?api-version=2016-10-01"}),
               sim.VaultRequests());
-    EXPECT_EQ(2u, Posts().size()) << "both creations have one text";
+    EXPECT_EQ(2u, Posts().size()) << "the same body twice, and the merge";
     EXPECT_EQ(true, BodyOf("/create?")["policy"]["key_props"]["exportable"]);
     EXPECT_EQ(R"({"x5c": ["/+++"]})", Requests("/merge?")[0]["body"]);
 }
 
-TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNoHalfRequestGoesOut)
+TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNothingIncompleteIsSent)
 {
     SetLogging(0);
     OwnKey first;
-    ASSERT_EQ(1, Create("mykey", "ECDSA_P256", 256, &first));
+    ASSERT_EQ(1, Create("ECDSA_P256", &first));
     int result = 0;
     SweepAllocations(
         [&] {
             OwnKey key;
-            result = Create("mykey", "ECDSA_P256", 256, &key);
+            result = Create("ECDSA_P256", &key);
         },
         [&](bool whole) {
             EXPECT_TRUE(result == 1 || !whole);

@@ -8,7 +8,7 @@ using nlohmann::json;
 
 namespace {
 
-// A record parsed from an answer; what it had before must not show.
+// A record parsed from an answer into memory that was in use.
 struct Parsed {
     explicit Parsed(const std::string& body, const std::string& name = "web01")
     {
@@ -25,18 +25,6 @@ struct Parsed {
 std::string Text(const BYTE* bytes, DWORD size)
 {
     return bytes ? Base64Url(Bytes(bytes, bytes + size)) : "(NULL)";
-}
-
-void ExpectEmpty(const KVKey& key)
-{
-    for (const WCHAR* text : {key.crv, key.d, key.dp, key.dq, key.k, key.kty, key.p, key.q, key.qi, key.key_ops})
-        EXPECT_EQ("(NULL)", TextOf(text));
-    for (const BYTE* bytes : {key.e, key.n, key.x, key.y})
-        EXPECT_EQ(nullptr, bytes);
-    EXPECT_EQ(0u, key.e_siz + key.n_siz + key.x_siz + key.y_siz);
-    EXPECT_EQ(0, key.isEC);
-    EXPECT_EQ("", Narrow(key.AlgID));
-    EXPECT_EQ("", Narrow(key.version));
 }
 
 TEST(KVKeyTest, BodiesOfTheLiveService)
@@ -77,14 +65,12 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
 {
     const json none = json::object();
     const auto tag = [](const char* text) { return json{{"AlgID", text}}; };
-    // crv: NULL: no member
-    // ops: one operation
-    // tags: null: no member
+    // Without crv and tags there is no such member.
     const Row<const char*, const char*, const char*, const char*, json, const char*> rows[] = {
         {"RSA, any tag", "RSA", nullptr, "sign", tag("ECDSA_P256"), "RSA"},
         {"RSA, no tags", "RSA", nullptr, "sign", nullptr, ""},
         {"tags of another type", "RSA", nullptr, "sign", "AlgID", ""},
-        {"type in another case is no curve", "ec", "P-256", "sign", none, "RSA"},
+        {"a type in another case is RSA", "ec", "P-256", "sign", none, "RSA"},
         {"ECDH tag, the curve wins", "EC", "P-384", "sign", tag("ECDH_P256"), "ECDH_P384"},
         {"ECDH anywhere in the tag", "EC-HSM", "P-521", "sign", tag("myECDHkey"), "ECDH_P521"},
         {"ECDSA tag", "EC", "P-256", "decrypt", tag("ECDSA_P384"), "ECDSA_P256"},
@@ -92,17 +78,17 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
         {"tag of 19 characters", "EC", "P-256", "sign", tag("ECDH_89012345678901"), "ECDH_P256"},
         {"tag of 20 characters counts as empty", "EC", "P-256", "sign", tag("ECDH_890123456789012"), "ECDSA_P256"},
         {"unknown curve keeps the tag", "EC", "P-192", "sign", tag("ECDH_P192"), "ECDH_P192"},
-        {"the numbers are tested in order", "EC", "521-384", "sign", tag("ECDH"), "ECDH_P384"},
-        {"a tag of null is none", "EC", "P-256", "sign", {{"AlgID", nullptr}}, "ECDSA_P256"},
+        {"numbers are tried in order", "EC", "521-384", "sign", tag("ECDH"), "ECDH_P384"},
+        {"a null tag", "EC", "P-256", "sign", {{"AlgID", nullptr}}, "ECDSA_P256"},
         {"no tag, signing", "EC", "P-384", "sign", none, "ECDSA_P384"},
-        {"no tag, signing, curve holds the number", "EC", "P-256K", "sign", none, "ECDSA_P256"},
+        {"no tag, signing, a curve with the number", "EC", "P-256K", "sign", none, "ECDSA_P256"},
         {"no tag, not signing", "EC", "P-521", "deriveKey", none, "ECDH_P521"},
-        {"no tag, not signing, curve not exact", "EC", "P-256K", "deriveKey", none, ""},
+        {"no tag, not signing, a curve with the number", "EC", "P-256K", "deriveKey", none, ""},
         {"no tag, signing, unknown curve", "EC", "P-192", "sign", none, ""},
     };
-    for (const auto& [name, kty, crv, ops, tags, algID] : rows) {
+    for (const auto& [name, kty, crv, operation, tags, algID] : rows) {
         SCOPED_TRACE(name);
-        json body = {{"key", {{"kid", "https://v/keys/web01/0123"}, {"kty", kty}, {"key_ops", {ops}}}}};
+        json body = {{"key", {{"kid", "https://v/keys/web01/0123"}, {"kty", kty}, {"key_ops", {operation}}}}};
         if (crv)
             body["key"]["crv"] = crv;
         if (!tags.is_null())
@@ -119,10 +105,17 @@ TEST(KVKeyTest, WhatAnAnswerLacksStaysEmpty)
           R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","x":"AA=A","y":[]}})"}) {
         SCOPED_TRACE(body);
         const Parsed parsed(body, kCodedName);
-        EXPECT_EQ(1u, parsed.key.valid);
-        EXPECT_EQ(kCodedName, Narrow(parsed.key.keyName));
-        EXPECT_EQ("a b", Narrow(parsed.key.clearName));
-        ExpectEmpty(parsed.key);
+        const KVKey& key = parsed.key;
+        EXPECT_EQ(1u, key.valid);
+        EXPECT_EQ(kCodedName, Narrow(key.keyName));
+        EXPECT_EQ("a b", Narrow(key.clearName));
+        for (const WCHAR* text : {key.crv, key.d, key.dp, key.dq, key.k, key.kty, key.p, key.q, key.qi, key.key_ops})
+            EXPECT_EQ(nullptr, text);
+        for (const BYTE* bytes : {key.e, key.n, key.x, key.y})
+            EXPECT_EQ(nullptr, bytes);
+        EXPECT_EQ(0u, key.e_siz + key.n_siz + key.x_siz + key.y_siz);
+        EXPECT_EQ(0, key.isEC);
+        EXPECT_EQ(0, key.AlgID[0] | key.version[0]);
     }
     const Parsed tooLong(json{{"key", {{"n", std::string(4096, 'A')}, {"x", std::string(4092, 'A')}}}}.dump());
     EXPECT_EQ(nullptr, tooLong.key.n);
@@ -141,14 +134,14 @@ TEST(KVKeyTest, TextsOfAKey)
     const Parsed ops(R"({"key":{"key_ops":["sign",null,"","verify"]}})");
     EXPECT_EQ("sign,,verify", TextOf(ops.key.key_ops));
 
-    const std::string longVersion(200, 'v');
+    const std::string longest(129, 'v');
     const std::pair<std::string, TextString> versions[] = {
         {"https://h/keys/k/abc", Wide("abc")},
         {"/abc", Wide("abc")},
         {"no slash", Wide("")},
         {"https://h/keys/k/", Wide("")},
-        {"k/" + longVersion.substr(0, 129), Wide(longVersion.substr(0, 129))},
-        {"k/" + longVersion, Wide(longVersion.substr(0, 129))},
+        {"k/" + longest, Wide(longest)},
+        {"k/" + longest + "v", Wide(longest)},
         // One character a byte, whatever the code page.
         {"k/\xC3\xA9", TextString{WCHAR{0xC3}, WCHAR{0xA9}}},
     };
@@ -168,17 +161,14 @@ TEST(KVKeyTest, FreeClearsThePointersAndMayBeRepeated)
     KVCFreeKVKey(&key);
     EXPECT_TRUE(!key.n && !key.key_ops);
     EXPECT_EQ(256u, key.n_siz) << "sizes stay";
-    EXPECT_EQ(1u, key.valid);
     KVCFreeKVKey(&key);
-
-    KVKey notParsed;
-    memset(&notParsed, 0xA5, sizeof(notParsed));
-    notParsed.valid = 0;
-    KVCFreeKVKey(&notParsed);
+    memset(&key, 0xA5, sizeof(key));
+    key.valid = 0;
+    KVCFreeKVKey(&key);
     KVCFreeKVKey(nullptr);
 }
 
-TEST(KVKeyTest, WithoutMemoryNoSizeGoesWithAMissingBuffer)
+TEST(KVKeyTest, WithoutMemoryAMissingBufferHasNoSize)
 {
     for (const char* sample : {"rsa-get", "ec-p256-create"}) {
         const std::string body = ReadServiceSample(sample);
@@ -213,20 +203,20 @@ TEST(KeyNamesTest, ClearNamesEncode)
 {
     const std::string letters42 = "abcdefghijklmnopqrstuvwxyz-ABCDEFGHIJ01234";
     const Row<const char*, std::string, int, std::string> rows[] = {
-        {"a hyphen inside stays", "a-b-", 0, "a-b-"},
-        {"empty is plain", "", 0, ""},
-        {"42 plain characters stay whole", letters42, 0, letters42},
-        {"a hyphen in front is coded", "-", 1, "-tAA" + Repeat("z", 39)},
-        {"a blank is coded", "a b", 1, kCodedName},
-        {"an underscore is coded", "_", 1, "-tBA" + Repeat("z", 39)},
+        {"a hyphen inside", "a-b-", 0, "a-b-"},
+        {"empty", "", 0, ""},
+        {"42 plain characters", letters42, 0, letters42},
+        {"a hyphen in front", "-", 1, "-tAA" + Repeat("z", 39)},
+        {"a blank", "a b", 1, kCodedName},
+        {"an underscore", "_", 1, "-tBA" + Repeat("z", 39)},
         {"the highest code unit", "\xEF\xBF\xBF", 1, "-jKa" + Repeat("z", 39)},
-        {"13 units are filled up to 43", Repeat(" ", 13), 1, "-" + Repeat("gAA", 13) + "zzz"},
-        {"14 units need no filler", Repeat(" ", 14), 1, "-" + Repeat("gAA", 14)},
-        {"42 coded units make 127 characters", Repeat("\xC3\xA9", 42), 1, "-" + Repeat("hEA", 42)},
+        {"13 units are padded to 43 characters", Repeat(" ", 13), 1, "-" + Repeat("gAA", 13) + "zzz"},
+        {"14 units need no padding", Repeat(" ", 14), 1, "-" + Repeat("gAA", 14)},
+        {"42 coded units", Repeat("\xC3\xA9", 42), 1, "-" + Repeat("hEA", 42)},
     };
     for (const auto& [name, clear, form, encoded] : rows)
         EXPECT_EQ(encoded, Narrow(Encoded(Wide(clear), form))) << name;
-    // One character more than the limit would still fit in the coded form's room.
+    // A longer name has no coded form, though its buffer would hold one.
     WCHAR room[kEncodedNameChars] = {};
     int coded = -1;
     EXPECT_EQ(0, KVCConvertClearKeyNameToEncoded(Wide(Repeat("\xC3\xA9", 43)).c_str(), room, &coded));
@@ -236,23 +226,22 @@ TEST(KeyNamesTest, ClearNamesEncode)
 TEST(KeyNamesTest, EncodedNamesDecode)
 {
     const std::string foreign = "name-from-outside-of-more-than-42-characters";
-    const std::string filler = Repeat("z", 39);
-    // form: unless the result is 0
+    const std::string padding = Repeat("z", 39);
     const Row<const char*, std::string, int, int, std::string> rows[] = {
-        {"short names are copied", "key-1", 1, 0, "key-1"},
-        {"42 characters are copied, hyphen or not", "-" + Repeat("A", 41), 1, 0, "-" + Repeat("A", 41)},
-        {"a long name without hyphen is cut", foreign, 1, 0, foreign.substr(0, 42)},
+        {"short", "key-1", 1, 0, "key-1"},
+        {"42 characters", "-" + Repeat("A", 41), 1, 0, "-" + Repeat("A", 41)},
+        {"a long name without a hyphen is cut", foreign, 1, 0, foreign.substr(0, 42)},
         {"a long name with y is cut", "-vBA" + Repeat("y", 46), 1, 0, "-vBA" + Repeat("y", 38)},
         {"coded", kCodedName, 1, 1, "a b"},
-        {"filler alone is an empty name", "-" + Repeat("z", 42), 1, 1, ""},
-        {"what follows filler is not read", "-vBAzBAvBA" + Repeat("z", 33), 1, 1, "a"},
+        {"padding alone", "-" + Repeat("z", 42), 1, 1, ""},
+        {"what follows padding is ignored", "-vBAzBAvBA" + Repeat("z", 33), 1, 1, "a"},
         {"a triple of value 0 ends the name", "-vBAAAAvBA" + Repeat("z", 33), 1, 1, "a"},
-        {"the text's end ends the last triple", "-" + Repeat("gAA", 14) + "w", 1, 1, Repeat(" ", 14) + "0"},
-        {"more than 42 triples are not read", "-" + Repeat("gAA", 42) + "vBA{", 1, 1, Repeat(" ", 42)},
-        {"filler in the second place", "-vzA" + filler, 0, 0, ""},
-        {"filler in the third place", "-vBz" + filler, 0, 0, ""},
-        {"a symbol above x", "-v{A" + filler, 0, 0, ""},
-        {"a symbol beyond ASCII", "-v\xC3\xA9" + filler + "A", 0, 0, ""},
+        {"an incomplete last triple", "-" + Repeat("gAA", 14) + "w", 1, 1, Repeat(" ", 14) + "0"},
+        {"more than 42 triples", "-" + Repeat("gAA", 42) + "vBA{", 1, 1, Repeat(" ", 42)},
+        {"padding in the second place", "-vzA" + padding, 0, 0, ""},
+        {"padding in the third place", "-vBz" + padding, 0, 0, ""},
+        {"a symbol above x", "-v{A" + padding, 0, 0, ""},
+        {"a symbol beyond ASCII", "-v\xC3\xA9" + padding + "A", 0, 0, ""},
     };
     for (const auto& [name, encoded, result, form, clear] : rows) {
         SCOPED_TRACE(name);

@@ -12,8 +12,6 @@ struct Collection {
     const char* name;
     const char* id;  // the member with an element's address
 };
-const Collection kKeys = {"keys", "kid"};
-const Collection kCertificates = {"certificates", "id"};
 
 class ListingTest : public VaultTest, public testing::WithParamInterface<Collection> {
   protected:
@@ -64,13 +62,11 @@ class ListingTest : public VaultTest, public testing::WithParamInterface<Collect
     {
         return Path() + "api-version=2016-10-01" + (token.empty() ? "" : "&$skiptoken=" + token);
     }
-    // Queues an answer: a page with these elements and a link to the page of `token`, if any.
+    // Queues a page with these elements and, if there is a token, a link to the next page.
     void Serve(const json& elements, const std::string& token = "")
     {
-        json page = {{"value", elements}, {"nextLink", nullptr}};
-        if (!token.empty())
-            page["nextLink"] = "https://elsewhere.example:8443" + Target(token);
-        Answer(Path(), 200, page);
+        const json link = token.empty() ? json() : json("https://elsewhere.example:8443" + Target(token));
+        Answer(Path(), 200, {{"value", elements}, {"nextLink", link}});
     }
     // The same with one element.
     void ServeOne(const std::string& name, const std::string& token = "")
@@ -79,10 +75,10 @@ class ListingTest : public VaultTest, public testing::WithParamInterface<Collect
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, ListingTest, testing::Values(kKeys, kCertificates),
+INSTANTIATE_TEST_SUITE_P(Of, ListingTest, testing::Values(Collection{"keys", "kid"}, Collection{"certificates", "id"}),
                          [](const auto& test) { return std::string(test.param.name); });
 
-TEST_P(ListingTest, TellsNamesAsHostsKnowThem)
+TEST_P(ListingTest, NamesAreClear)
 {
     const Listing empty = List();
     EXPECT_TRUE(empty.good && empty.written && empty.names.empty());
@@ -114,7 +110,7 @@ TEST_P(ListingTest, TheNextPageIsTheTailOfItsLink)
         {"a link to something else", "https://contoso-keys.vault.azure.net/" + other + "?$skiptoken=T", false},
         {"no query", std::string("https://contoso-keys.vault.azure.net/") + GetParam().name, false},
         {"a number", 7, false},
-        {"no text", json::array({"/x"}), false},
+        {"an array", json::array({"/x"}), false},
     };
     for (const auto& [name, link, followed] : rows) {
         SCOPED_TRACE(name);
@@ -140,16 +136,14 @@ TEST_P(ListingTest, PagesOfAnotherForm)
                              json::object(), json{{"value", "text"}}, json{{"value", nullptr}}}) {
         SCOPED_TRACE(body);
         sim.ClearJournal();
-        root.ClearLog();
         ServeOne("first", "1");
         Answer(Path(), 200, body);
         const Listing listing = List();
         EXPECT_TRUE(listing.good);
         EXPECT_EQ(Strings{"first"}, listing.names);
         EXPECT_EQ(2u, sim.VaultRequests().size());
-        EXPECT_EQ(body.is_string() ? 1u : 0u, LinesWith(" answer is not JSON unexpected "));
     }
-    // Without elements a page may still have a next one.
+    // A page without elements may still have a next one.
     Answer(Path(), 200, {{"nextLink", Target("A")}});
     Serve(json::array(), "B");
     Serve("no list", "C");
@@ -157,7 +151,7 @@ TEST_P(ListingTest, PagesOfAnotherForm)
     EXPECT_EQ(Strings{"last"}, List().names);
 }
 
-TEST_P(ListingTest, ABadElementIsLeftOutAndTheOthersKeepTheirPlaces)
+TEST_P(ListingTest, ABadElementIsSkippedAndTheOthersKeepTheirPlaces)
 {
     const std::string id = GetParam().id;
     std::vector<json> bad = {nullptr,
@@ -172,14 +166,11 @@ TEST_P(ListingTest, ABadElementIsLeftOutAndTheOthersKeepTheirPlaces)
         bad.push_back(json{{"id", "https://v/certificates/pending"}});
     for (const json& element : bad) {
         SCOPED_TRACE(element);
-        root.ClearLog();
         Serve({Element("before", "b"), element, Element("after", "a")});
         const Listing listing = List();
         EXPECT_TRUE(listing.good);
         EXPECT_EQ((Strings{"before", "after"}), listing.names);
         EXPECT_TRUE(IsKeys() || listing.thumbprints == (Strings{"b", "a"}));
-        const bool undecodable = element == bad[6];
-        EXPECT_EQ(IsKeys() ? undecodable : 1, LinesUpTo(1).size()) << "certificates that are left out are logged";
     }
     Serve({Element(std::string(60, 'n'), std::string(127, 't')), Element("long", std::string(128, 't'))});
     const Listing cut = List();
@@ -187,7 +178,7 @@ TEST_P(ListingTest, ABadElementIsLeftOutAndTheOthersKeepTheirPlaces)
     EXPECT_TRUE(IsKeys() || cut.thumbprints == Strings(2, std::string(127, 't')));
 }
 
-TEST_P(ListingTest, EachPageHasItsOwnFiveAttempts)
+TEST_P(ListingTest, EachPageHasFiveAttempts)
 {
     Throttle(Path(), 4);
     ServeOne("one", "2");
@@ -200,38 +191,34 @@ TEST_P(ListingTest, EachPageHasItsOwnFiveAttempts)
     Throttle(Path(), 5);
     const Listing throttled = List();
     EXPECT_FALSE(throttled.good);
-    EXPECT_EQ(IsKeys() ? Strings{"one"} : Strings{}, throttled.names) << "names of keys gathered so far are kept";
-    EXPECT_EQ(5u, LinesWith(" ActionThrottled Error 0x1ad 2") - 8);
+    EXPECT_EQ(IsKeys() ? Strings{"one"} : Strings{}, throttled.names) << "names of keys listed so far are kept";
 }
 
-TEST_P(ListingTest, AFailureInTheMiddleOfTheWalk)
+TEST_P(ListingTest, AFailureOfTheSecondPageFailsTheListing)
 {
-    for (const auto& [status, lines] : {std::pair<int, size_t>{403, 2}, {500, 2}, {202, 1}, {0, 2}}) {
-        SCOPED_TRACE(status);
+    const json silence = {{"path", Path()}, {"action", "reset-before"}, {"times", 10}};
+    const json ownPage = {{"path", Path()},
+                          {"action", "status"},
+                          {"status", 200},
+                          {"body", {{"value", json::array()}, {"nextLink", Target("2")}}}};
+    for (json fault : {json(403), json(500), json(202), silence, ownPage}) {
+        SCOPED_TRACE(fault);
+        sim.ClearJournal();
         ServeOne("one", "2");
-        if (status)
-            Answer(Path(), status, "");
+        if (fault.is_number())
+            Answer(Path(), fault, "");
         else
-            sim.Fault({{"path", Path()}, {"action", "reset-before"}, {"times", 10}});
-        root.ClearLog();
+            sim.Fault(fault);
         const Listing listing = List();
         EXPECT_FALSE(listing.good || listing.written);
-        EXPECT_EQ(lines, LinesWith(" REST Call Error Error 0x"));
+        EXPECT_LE(2u, sim.VaultRequests().size());
     }
-}
-
-TEST_P(ListingTest, ALinkToItsOwnPageFailsTheListing)
-{
-    Answer(Path(), 200, {{"value", json::array()}, {"nextLink", Target("again")}}, -1);
-    EXPECT_FALSE(List().good);
-    EXPECT_EQ(2u, sim.VaultRequests().size());
-    EXPECT_EQ(1u, LinesWith(" Endless List a link to its own page 1"));
 }
 
 TEST_P(ListingTest, WithoutMemoryItFailsOrEndsWithAWholePage)
 {
     SetLogging(0);
-    // An answer whose body was lost ends the walk as one without a body.
+    // An answer whose body is lost ends the listing like one without a body.
     const std::set<Strings> possible = {{}, {"one", "two"}, {"one", "two", "3"}};
     Listing listing;
     const auto prepare = [&](bool) {
@@ -248,7 +235,7 @@ TEST_P(ListingTest, WithoutMemoryItFailsOrEndsWithAWholePage)
 
 #ifndef _WIN32  // by the linker name of this system
 
-// Pages that a vault without an end still has; 0 leaves the calls to the network.
+// Pages that an endless vault has left; with 0 the calls reach the network.
 size_t pagesLeft = 0;
 size_t pagesAsked = 0;
 
@@ -275,12 +262,9 @@ TEST_F(ListingArguments, NullIsRefused)
     LONG count = 0;
     DWORD keys = 0;
     EXPECT_FALSE(KVCGetCerts(nullptr, &block, &block, &count));
-    EXPECT_FALSE(KVCGetCerts(call.get(), nullptr, &block, nullptr));
-    EXPECT_FALSE(KVCGetCerts(call.get(), nullptr, nullptr, &count));
+    EXPECT_FALSE(KVCGetCerts(call.get(), nullptr, &block, &count));
     EXPECT_FALSE(KVCGetCerts(call.get(), &block, nullptr, &count));
-    EXPECT_EQ((Strings{"KVCGetCerts Bad Count 1", "KVCGetCerts Bad WCHARCertsArray Array pointer 1",
-                       "KVCGetCerts Bad WCHARThumbprintArray pointer 1"}),
-              LinesUpTo(1));
+    EXPECT_FALSE(KVCGetCerts(call.get(), &block, &block, nullptr));
     KVCGetCertsFree(nullptr, nullptr);
     EXPECT_EQ(0, KVCGetKeys(nullptr, &block, &keys));
     EXPECT_EQ(0, KVCGetKeys(call.get(), nullptr, &keys));
@@ -289,7 +273,7 @@ TEST_F(ListingArguments, NullIsRefused)
 }
 
 // Both widths of characters, both limits of a length, and enough texts for several chunks.
-TEST(TextListTest, ReturnsWhatItTookAndStandsFailedAllocations)
+TEST(TextListTest, ReturnsWhatItTookDespiteFailedAllocations)
 {
     std::vector<TextString> texts;
     for (int i = 0; i < 1500; i++)
@@ -304,19 +288,17 @@ TEST(TextListTest, ReturnsWhatItTookAndStandsFailedAllocations)
             AllocFault fault(0);
             added = list.Add(text);
         }
-        if (!added) {
-            failures++;
-            EXPECT_TRUE(list.Add(text));
-        }
+        failures += added ? 0 : 1;
+        EXPECT_TRUE(added || list.Add(text));
     }
     EXPECT_GT(failures, 3u);
     EXPECT_EQ(texts.size(), list.count());
     for (const TextString& text : texts) {
         ASSERT_EQ(text.size(), list.FirstLength());
-        WCHAR whole[128], cut[11];
-        const bool takeWhole = text.size() % 3 != 0;
-        takeWhole ? list.TakeFirst(whole, 128) : list.TakeFirst(cut, 11);
-        EXPECT_EQ(takeWhole ? text : text.substr(0, 10), TextString(takeWhole ? whole : cut));
+        WCHAR room[128];
+        const size_t length = text.size() % 3 ? 127 : 10;
+        list.TakeFirst(room, length + 1);
+        EXPECT_EQ(text.substr(0, length), TextString(room));
     }
     EXPECT_EQ(0u, list.count());
 }
@@ -325,29 +307,24 @@ TEST(TextListTest, ReturnsWhatItTookAndStandsFailedAllocations)
 
 #ifndef _WIN32
 
-extern "C" {
-KVCResponse* __real__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
-                                                      const WCHAR* verb, const WCHAR* headers, const char* body);
-KVCResponse* __wrap__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
-                                                      const WCHAR* verb, const WCHAR* headers, const char* body);
+#define WEB_CALL_PARAMETERS \
+    INTERNET_PORT port, const WCHAR *host, const WCHAR *path, const WCHAR *verb, const WCHAR *headers, const char *body
+KVCResponse* RealWebCall(WEB_CALL_PARAMETERS) __asm__("__real__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc");
+KVCResponse* WrappedWebCall(WEB_CALL_PARAMETERS) __asm__("__wrap__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc");
 
-KVCResponse* __wrap__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(INTERNET_PORT port, const WCHAR* host, const WCHAR* path,
-                                                      const WCHAR* verb, const WCHAR* headers, const char* body)
+KVCResponse* WrappedWebCall(WEB_CALL_PARAMETERS)
 {
     if (pagesLeft == 0)
-        return __real__Z12KVCDoWebCalltPKDsS0_S0_S0_PKc(port, host, path, verb, headers, body);
-    std::string page = R"({"value":[],"nextLink":null})";
-    if (--pagesLeft != 0) {
-        const std::string own = Narrow(path);
-        page = R"({"value":[],"nextLink":"https://v)" + own.substr(0, own.find('?')) + "?" + std::to_string(pagesLeft) +
-               "\"}";
-    }
+        return RealWebCall(port, host, path, verb, headers, body);
     ++pagesAsked;
+    json page = {{"value", json::array()}};
+    if (--pagesLeft != 0)
+        page["nextLink"] =
+            "https://v" + Narrow(path).substr(0, Narrow(path).find('?')) + "?" + std::to_string(pagesLeft);
     auto* const response = static_cast<KVCResponse*>(calloc(1, sizeof(KVCResponse)));
     response->status = HTTP_OK;
-    response->body = strdup(page.c_str());
+    response->body = strdup(page.dump().c_str());
     return response;
-}
 }
 
 #endif

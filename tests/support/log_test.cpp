@@ -24,7 +24,7 @@ class LogTest : public testing::Test {
     TestRoot root;
 };
 
-TEST_F(LogTest, EachCallHasItsForm)
+TEST_F(LogTest, TheFormOfEachCall)
 {
     Attach(10, 0);
     LogLine(TEXT("KVCDelete"), 8);
@@ -44,7 +44,7 @@ TEST_F(LogTest, EachCallHasItsForm)
 
 TEST_F(LogTest, TheGatesFollowBothSettings)
 {
-    // taken: the highest of the levels 1, 4, 8, 10 in the file
+    // taken: the highest of the levels 1, 4, 8 and 10 in the file
     const Row<DWORD, DWORD, int, bool> rows[] = {
         {0, 0, 0, false}, {8, 0, 8, true}, {0, 4, 4, false}, {4, 10, 10, true}, {10, 4, 10, true}};
     for (const auto& [file, event, taken, dateLine] : rows) {
@@ -82,14 +82,14 @@ TEST_F(LogTest, TheFileFollowsTheUtcDayAndTheDirectorySetting)
 
     const std::string other = root.directory() + "/other";
     root.SetText(HKEY_LOCAL_MACHINE, "LogfilePath", other);
-    LogLine(TEXT("lost: the directory is not there"), 1);
+    LogLine(TEXT("lost"), 1);
     EXPECT_FALSE(std::filesystem::exists(other));
     std::filesystem::create_directory(other);
     LogLine(TEXT("kept"), 1);
     EXPECT_TRUE(std::filesystem::exists(other + "/2026-02-01_Kelvaro.log"));
 }
 
-TEST_F(LogTest, LongTextsAreCutAndOthersKeepTheirLetters)
+TEST_F(LogTest, LongTextsAreCut)
 {
     Attach(10, 0);
     root.ClearLog();
