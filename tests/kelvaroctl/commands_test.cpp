@@ -6,13 +6,10 @@
 
 namespace {
 
-using nlohmann::json;
-
 class CommandsTest : public CtlTest {
   protected:
-    void SetUp() override
+    void AddKeys()
     {
-        CtlTest::SetUp();
         AddKey("rsa", "RSA");
         AddKey("p256", "P-256");
         WriteFile("data", "data");
@@ -39,14 +36,13 @@ TEST_F(CommandsTest, CommandLines)
 0 completion bash | complete -o filenames -F _kelvaroctl kelvaroctl
 2 completion fish | fish
 )");
-    EXPECT_EQ(KELVARO_VERSION, CtlJson({"version"})["version"]);
-    EXPECT_EQ(
-        nullptr,
-        json::parse(RunProgram(KELVAROCTL_PATH, {"--module", "/nowhere", "version", "--json"}, "").out)["module"]);
+    const std::string out = RunToolHere({"--module", "/nowhere", "version", "--json"}, "").out;
+    EXPECT_NE(std::string::npos, out.find("\"version\": \"" KELVARO_VERSION "\",\n  \"module\": null")) << out;
 }
 
 TEST_F(CommandsTest, Keys)
 {
+    AddKeys();
     Run(R"(
 5 keys show nobody | 'nobody': NTE_NOT_FOUND (0x80090011)
 2 keys show n*43 | 1 to 42 characters
@@ -69,7 +65,7 @@ TEST_F(CommandsTest, Keys)
 
 TEST_F(CommandsTest, Settings)
 {
-    const json before = CtlTest::Settings();
+    const nlohmann::json before = CtlTest::Settings();
     Run(R"(
 2 config set KeyVaults contoso | 'KeyVaults'; did you mean 'KeyVault'?
 2 config set KeyVault contoso.vault.azure.cn | has no dots
@@ -81,8 +77,6 @@ TEST_F(CommandsTest, Settings)
 2 config set KeyVault a*25 | 3 to 24 characters
 2 config set KeyVault '' | config unset
 2 config set AuthenticationType 4 | 0 to 3
-2 config set AuthenticationType secret | 0 to 3
-2 config set AuthenticationType -1 | 0 to 3
 2 config set AuthenticationType 99999999999 | 0 to 3
 2 config set TenantId a/b | not allowed in an id
 2 config set ClientId x&resource=y | not allowed in an id
@@ -91,7 +85,6 @@ TEST_F(CommandsTest, Settings)
 2 config set LogfilePath C:\Logs\ | without a separator at its end
 2 config set LogfilePath Logs | full path
 2 config set LoggingLevel 11 | 0 to 10
-2 config set LoggingLevel 4x | 0 to 10
 2 config set LoggingLevel 4 --user | only read from the machine's
 2 config set FromKVLastSyncTime 0 | own state
 2 config set ClientDPAPISecret QUJD | own state
@@ -112,16 +105,15 @@ TEST_F(CommandsTest, Settings)
 0 config set KeyVault contoso-keys.VAULT.azure.net
 0 config get KeyVault | contoso-keys
 0 config set EventLog Kelvaro | next starts
+0 config get authenticationtype --json | "name": "AuthenticationType" .. "value": 2
 )");
     EXPECT_EQ("contoso-keys", root.GetText(HKEY_LOCAL_MACHINE, "KeyVault"));
     EXPECT_EQ("contoso-keys\n", Out({"config", "get", "KeyVault"}));
-    const json got = CtlJson({"config", "get", "authenticationtype"});
-    EXPECT_EQ("AuthenticationType", got["name"]);
-    EXPECT_EQ(2, got["value"]);
 }
 
 TEST_F(CommandsTest, SigningAndEncrypting)
 {
+    AddKeys();
     WriteFile("large", std::string(215, 'p'));
     sim.ClearJournal();
     Run(R"(
@@ -140,11 +132,11 @@ TEST_F(CommandsTest, SigningAndEncrypting)
 2 sign --key p256 --alg RS256 --in @data | RS256 needs a key of RSA, and 'p256' is P-256
 2 sign --key rsa --alg ES256 --in @data | ES256 needs a key of P-256, and 'rsa' is RSA 2048
 2 sign --key rsa --alg RS256 --in @short --digest-hex | 2 bytes; RS256 takes 32
-! {"path":"/sign","action":"status","status":403}
+! /sign 403
 6 sign --key rsa --alg RS256 --in @data --out @s | NTE_FAIL .. permission to sign
 ! {"path":"/sign","action":"status","status":200,"body":"{}"}
 6 sign --key rsa --alg RS256 --in @data | NTE_INVALID_PARAMETER .. no signature
-! {"path":"/sign","action":"nojson"}
+! /sign nojson
 6 sign --key rsa --alg RS256 --in @data | no signature
 2 encrypt --key p256 --padding oaep --in @data --out @e | only RSA keys encrypt
 2 encrypt --key rsa --padding none --in @data --out @e | none
@@ -153,14 +145,12 @@ TEST_F(CommandsTest, SigningAndEncrypting)
 )");
     EXPECT_FALSE(std::filesystem::exists(File("e")));
     EXPECT_EQ("before", ReadFile(File("s"))) << "what a command that fails would have replaced";
-    const std::string plain("se\0cret", 7);
-    for (const size_t largest : {size_t{7}, size_t{245}}) {
-        WriteFile("plain", largest == 7 ? plain : std::string(largest, 'p'));
-        for (const std::string padding : {"pkcs1", largest == 7 ? "oaep" : "pkcs1"}) {
-            Run("0 encrypt --key rsa --padding " + padding + " --in @plain --out @encrypted\n" +
-                "0 decrypt --key rsa --padding " + padding + " --in @encrypted --out @decrypted | bytes written\n");
-            EXPECT_EQ(ReadFile(File("plain")), ReadFile(File("decrypted")));
-        }
+    WriteFile("plain", std::string("se\0cret", 7) + std::string(238, 'p'));
+    for (const std::string padding : {"oaep", "pkcs1"}) {
+        Run("0 encrypt --key rsa --padding " + padding + " --in " + (padding == "oaep" ? "@data" : "@plain") +
+            " --out @encrypted\n0 decrypt --key rsa --padding " + padding +
+            " --in @encrypted --out @decrypted | bytes written\n");
+        EXPECT_EQ(ReadFile(File(padding == "oaep" ? "data" : "plain")), ReadFile(File("decrypted")));
     }
     Run("6 decrypt --key rsa --padding oaep --in @encrypted --out @e | NTE_FAIL .. this key's with this padding\n");
     EXPECT_FALSE(std::filesystem::exists(File("e")));
@@ -168,20 +158,15 @@ TEST_F(CommandsTest, SigningAndEncrypting)
 
 TEST_F(CommandsTest, WithoutSignIn)
 {
+    AddKeys();
     Run(R"(
-! {"path":"/oauth2/token","action":"status","status":401,"times":-1}
+! /oauth2/token 401
 4 keys show rsa | SEC_E_LOGON_DENIED .. ClientSecret
-! {"path":"/oauth2/token","action":"status","status":401,"times":-1}
+! /oauth2/token 401
 4 keys list --details | SEC_E_LOGON_DENIED
+! /sign 403
+6 sign --key rsa --alg RS256 --in @data --json | "code": "NTE_FAIL" .. "exit": 6 .. "status": "0x80090020" .. "operation": "sign with 'rsa'" .. "vault": "contoso-keys.vault.azure.net" .. "signIn": "client credentials"
 )");
-    sim.Fault({{"path", "/sign"}, {"action", "status"}, {"status", 403}});
-    const json error = CtlJson({"sign", "--key", "rsa", "--alg", "RS256", "--in", File("data")}, 6)["error"];
-    EXPECT_EQ("NTE_FAIL", error["code"]);
-    EXPECT_EQ(6, error["exit"]);
-    EXPECT_EQ("0x80090020", error["status"]);
-    EXPECT_EQ("sign with 'rsa'", error["operation"]);
-    EXPECT_EQ("contoso-keys.vault.azure.net", error["vault"]);
-    EXPECT_EQ("client credentials", error["signIn"]);
 }
 
 // docs/kelvaroctl.md and the manual page have every command with its options.

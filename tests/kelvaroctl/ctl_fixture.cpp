@@ -41,6 +41,19 @@ std::string CtlTest::Out(const std::vector<std::string>& arguments)
     return ran.out;
 }
 
+// See CtlTest::Run.
+static json FaultOf(const std::string& text)
+{
+    if (text[0] == '{')
+        return json::parse(text);
+    const size_t blank = text.find(' ');
+    const std::string action = text.substr(blank + 1);
+    json fault = {{"path", text.substr(0, blank)}, {"times", -1}, {"action", action}};
+    if (std::isdigit(static_cast<unsigned char>(action[0])))
+        fault.update({{"action", "status"}, {"status", std::stoi(action)}});
+    return fault;
+}
+
 void CtlTest::Run(const std::string& table)
 {
     std::istringstream lines(table);
@@ -49,7 +62,7 @@ void CtlTest::Run(const std::string& table)
         if (line.empty())
             continue;
         if (line[0] == '!') {
-            sim.Fault(json::parse(line.substr(1)));
+            sim.Fault(FaultOf(line.substr(2)));
         } else if (line[0] == '<') {
             input = line.substr(2) + "\n";
         } else {
@@ -73,10 +86,14 @@ void CtlTest::RunLine(const std::string& line, const std::string& input)
     size_t found = 0;
     for (size_t at = bar + 3; at < line.size() && found != std::string::npos;) {
         const size_t end = std::min(line.find(" .. ", at), line.size());
-        found = output.find(line.substr(at, end - at), found);
-        EXPECT_NE(std::string::npos, found) << "'" << line.substr(at, end - at) << "' isn't in its place in\n"
-                                            << output;
+        const std::string words = line.substr(at, end - at);
         at = end + 4;
+        if (words[0] == '!') {
+            EXPECT_EQ(std::string::npos, output.find(words.substr(1))) << output;
+            continue;
+        }
+        found = output.find(words, found);
+        EXPECT_NE(std::string::npos, found) << "'" << words << "' isn't in its place in\n" << output;
     }
 }
 

@@ -1,4 +1,4 @@
-// An administrator at a machine of his own, with the simulator as its vault.
+// The tool as an administrator uses it, on a fresh machine with the simulator as its vault.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,10 +23,14 @@ class CtlTest : public testing::Test {
     // Standard output of a run that must succeed.
     std::string Out(const std::vector<std::string>& arguments);
 
-    // Runs each line of a table, "EXIT ARGUMENT... | WORDS .. WORDS": the words must be in the output, in this order.
-    // An argument: @NAME is a file of the test's folder, 'a b' has blanks, x*40 is forty x. "! JSON" is a fault of the
-    // simulator for the next line alone, "< TEXT" its standard input.
+    // Runs each line of a table, "EXIT ARGUMENT... | WORDS .. WORDS": the words must be in the output, in this order;
+    // those after "!" must not be in it. An argument: @NAME is a file of the test's folder, 'a b' has blanks, x*40 is
+    // forty x. "! PATH STATUS" or "! PATH ACTION" is a lasting fault of the simulator for the next line alone, "! JSON"
+    // any other, "< TEXT" its standard input.
     void Run(const std::string& table);
+
+    // The arguments of such a line.
+    std::vector<std::string> Split(const std::string& line) const;
 
     std::string File(const std::string& name) const { return root.directory() + "/" + name; }
     void WriteFile(const std::string& name, const std::string& content) const;
@@ -44,5 +48,4 @@ class CtlTest : public testing::Test {
 
   private:
     void RunLine(const std::string& line, const std::string& input);
-    std::vector<std::string> Split(const std::string& line) const;
 };

@@ -2,8 +2,6 @@
 // and texts.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/log_table.h"
@@ -16,23 +14,14 @@ namespace {
 
 TEST(DerTest, NumbersAndLengths)
 {
-    EXPECT_EQ((Bytes{2, 1, 0}), DerInteger({}));
-    EXPECT_EQ((Bytes{2, 1, 0}), DerInteger({0, 0}));
-    EXPECT_EQ((Bytes{2, 1, 0x7F}), DerInteger({0, 0x7F}));
-    EXPECT_EQ((Bytes{2, 2, 0, 0x80}), DerInteger({0x80}));
-    const struct {
-        size_t content;
-        Bytes head;
-    } rows[] = {{126, {3, 127, 0}},
-                {127, {3, 0x81, 128, 0}},
-                {254, {3, 0x81, 255, 0}},
-                {255, {3, 0x82, 1, 0, 0}},
-                {0xFFFF, {3, 0x83, 1, 0, 0, 0}}};
-    for (const auto& row : rows) {
-        const Bytes element = DerBitString(Bytes(row.content, 0xAA));
-        EXPECT_EQ(row.head, Bytes(element.begin(), element.begin() + static_cast<std::ptrdiff_t>(row.head.size())));
-        EXPECT_EQ(row.head.size() + row.content, element.size());
-    }
+    EXPECT_EQ("020100", HexText(DerInteger({})));
+    EXPECT_EQ("020100", HexText(DerInteger({0, 0})));
+    EXPECT_EQ("02017f", HexText(DerInteger({0, 0x7F})));
+    EXPECT_EQ("02020080", HexText(DerInteger({0x80})));
+    const std::pair<size_t, std::string> rows[] = {
+        {126, "037f00"}, {127, "03818000"}, {254, "0381ff00"}, {255, "0382010000"}, {0xFFFF, "038301000000"}};
+    for (const auto& [size, head] : rows)
+        EXPECT_EQ(head + HexText(Bytes(size, 0xAA)), HexText(DerBitString(Bytes(size, 0xAA))));
 }
 
 TEST(DerTest, Signatures)
@@ -51,30 +40,24 @@ TEST(DerTest, Signatures)
     EXPECT_EQ((Bytes{1, 2, 0, 3}), raw);
     // Cut, beyond the end, indefinite or longer than need be, with something behind, of one or three numbers, with a
     // negative, padded, empty or too long one.
-    const Bytes refused[] = {{},
-                             {0x30},
-                             {0x31, 6, 2, 1, 1, 2, 1, 1},
-                             {0x30, 6, 2, 1, 1, 2, 1},
-                             {0x30, 0x7F, 2, 1, 1, 2, 1, 1},
-                             {0x30, 0x81},
-                             {0x30, 0x80, 2, 1, 1, 2, 1, 1, 0, 0},
-                             {0x30, 0x81, 6, 2, 1, 1, 2, 1, 1},
-                             {0x30, 6, 2, 1, 1, 2, 1, 1, 0},
-                             {0x30, 9, 2, 1, 1, 2, 1, 1, 2, 1, 1},
-                             {0x30, 3, 2, 1, 1},
-                             {0x30, 6, 2, 1, 0x80, 2, 1, 1},
-                             {0x30, 7, 2, 2, 0, 1, 2, 1, 1},
-                             {0x30, 5, 2, 0, 2, 1, 1},
-                             {0x30, 8, 2, 3, 1, 0, 0, 2, 1, 1}};
-    for (const Bytes& der : refused)
-        EXPECT_FALSE(RawFromDerSignature(der, 2, &raw)) << HexText(der);
+    for (const char* refused :
+         {"", "30", "3106020101020101", "30060201010201", "307f020101020101", "3081", "30800201010201010000",
+          "308106020101020101", "300602010102010100", "3009020101020101020101", "3003020101", "3006020180020101",
+          "300702020001020101", "30050200020101", "30080203010000020101"}) {
+        Bytes der;
+        EXPECT_TRUE(ParseHex(refused, &der));
+        EXPECT_FALSE(RawFromDerSignature(der, 2, &raw)) << refused;
+    }
 }
 
-template <typename Header>
-Bytes Blob(const Header& header, const Bytes& first, const Bytes& second)
+// A public blob: its header, then the two numbers.
+Bytes Blob(std::initializer_list<size_t> header, const Bytes& first, const Bytes& second)
 {
-    Bytes blob(sizeof(header));
-    std::memcpy(blob.data(), &header, sizeof(header));
+    Bytes blob;
+    for (const size_t word : header) {
+        for (int shift = 0; shift < 32; shift += 8)
+            blob.push_back(static_cast<BYTE>(word >> shift));
+    }
     blob.insert(blob.end(), first.begin(), first.end());
     blob.insert(blob.end(), second.begin(), second.end());
     return blob;
@@ -82,17 +65,12 @@ Bytes Blob(const Header& header, const Bytes& first, const Bytes& second)
 
 Bytes RsaBlob(const Bytes& exponent, const Bytes& modulus)
 {
-    BCRYPT_RSAKEY_BLOB header = {};
-    header.Magic = BCRYPT_RSAPUBLIC_MAGIC;
-    header.BitLength = static_cast<ULONG>(modulus.size() * 8);
-    header.cbPublicExp = static_cast<ULONG>(exponent.size());
-    header.cbModulus = static_cast<ULONG>(modulus.size());
-    return Blob(header, exponent, modulus);
+    return Blob({BCRYPT_RSAPUBLIC_MAGIC, modulus.size() * 8, exponent.size(), modulus.size(), 0, 0}, exponent, modulus);
 }
 
 Bytes CurveBlob(ULONG magic, const Bytes& coordinate)
 {
-    return Blob(BCRYPT_ECCKEY_BLOB{magic, static_cast<ULONG>(coordinate.size())}, coordinate, coordinate);
+    return Blob({magic, coordinate.size()}, coordinate, coordinate);
 }
 
 TEST(PublicKeyTest, LeadingZerosAndWidths)
@@ -137,13 +115,10 @@ TEST(PublicKeyTest, WhatIsRefused)
 
 TEST(TextTest, NumbersAsTheyAreTyped)
 {
-    const struct {
-        const char* text;
-        DWORD number;
-    } rows[] = {
+    const std::pair<const char*, DWORD> rows[] = {
         {"0", 0}, {"10", 10}, {"0x10", 16}, {"0XfF", 255}, {"4294967295", 0xFFFFFFFF}, {"0xFFFFFFFF", 0xFFFFFFFF}};
-    for (const auto& row : rows)
-        EXPECT_EQ(row.number, ParseNumber(row.text)) << row.text;
+    for (const auto& [text, number] : rows)
+        EXPECT_EQ(number, ParseNumber(text)) << text;
     for (const char* text : {"4294967296", "", "0x", " 1", "1 ", "+1", "-1", "1e3"})
         EXPECT_FALSE(ParseNumber(text)) << text;
 }

@@ -13,56 +13,54 @@ using nlohmann::json;
 
 class KeysTest : public CtlTest {
   protected:
-    void SetUp() override
+    void AddKeys()
     {
-        CtlTest::SetUp();
         AddKey("rsa", "RSA");
-        AddKey("p256", "P-256");
-        AddKey("p384", "P-384");
-        AddKey("p521", "P-521");
+        for (const char* curve : {"256", "384", "521"})
+            AddKey(std::string("p") + curve, std::string("P-") + curve);
     }
-    void CheckCreated(const std::string& name, bool certificate)
+    void CheckCreated(const std::string& algorithm, const std::string& key, const std::string& certificate)
     {
-        const json made = CtlJson({"keys", "create", name, "--alg", "rsa", "--length", "3072"});
-        EXPECT_EQ("RSA 3072", made["key"]);
-        EXPECT_EQ(certificate, made["certificate"]);
-        EXPECT_EQ(IndependentKey(sim.PublicKeyPem(Simulator::kVault, name)).Fingerprint(), made["fingerprint"]);
-        EXPECT_EQ(certificate ? 1u : 0u, Held("certificates").size());
+        const std::string made = Ctl(Split("keys create made --json --alg " + algorithm)).out;
+        EXPECT_NE(std::string::npos, made.find("\"key\": \"" + key)) << made;
+        EXPECT_NE(std::string::npos, made.find("\"certificate\": " + certificate)) << made;
+        EXPECT_NE(std::string::npos, made.find(Fingerprint("made"))) << made;
+        EXPECT_EQ(certificate == "true" ? 1u : 0u, Held("certificates").size());
+    }
+    std::string Fingerprint(const std::string& name)
+    {
+        return IndependentKey(sim.PublicKeyPem(Simulator::kVault, name)).Fingerprint();
+    }
+    json Vault(const char* rest, const json& body)
+    {
+        return sim.Control("POST", std::string("/vaults/") + Simulator::kVault + rest, body);
     }
     json Held(const char* area) { return sim.Control("GET", std::string("/vaults/") + Simulator::kVault)[area]; }
 };
 
 TEST_F(KeysTest, ListsWithAndWithoutDetails)
 {
+    AddKeys();
     AddKey("tagged", "P-256", {{"tags", {{"AlgID", "ECDH_P256"}}}});
     AddKey("unnamed-curve", "P-256K");
     EXPECT_EQ(
         "p256           -\np384           -\np521           -\nrsa            -\ntagged         ECDH_P256\n"
         "unnamed-curve  -\n",
         Out({"keys", "list"}));
-    const json keys = CtlJson({"keys", "list", "--details"})["keys"];
-    ASSERT_EQ(6u, keys.size());
-    const char* const kinds[] = {"P-256", "P-384", "P-521", "RSA 2048"};
-    const int bits[] = {256, 384, 521, 2048};
-    for (size_t index = 0; index < 4; ++index) {
-        EXPECT_EQ(kinds[index], keys[index]["key"]);
-        EXPECT_EQ(bits[index], keys[index]["bits"]);
-        const IndependentKey key(sim.PublicKeyPem(Simulator::kVault, keys[index]["name"]));
-        EXPECT_EQ(key.Fingerprint(), keys[index]["fingerprint"]);
-    }
-    EXPECT_NE(std::string::npos, keys[5]["problem"].get<std::string>().find("curve is not P-256"));
+    std::string row = "0 keys list --details | ";
+    for (const std::string name : {"p256", "p384", "p521", "rsa"})
+        row +=
+            name + "  .. " + (name == "rsa" ? "RSA 2048" : "P-" + name.substr(1)) + " .. " + Fingerprint(name) + " .. ";
     // A walk that breaks off keeps what it found.
-    sim.Fault({{"path", "/keys/p521"}, {"method", "GET"}, {"action", "status"}, {"status", 403}, {"times", -1}});
-    const json answer = CtlJson({"keys", "list"}, 6);
-    EXPECT_EQ("KEY_LISTING_FAILED", answer["error"]["code"]);
-    EXPECT_EQ("0x801B8002", answer["error"]["status"]);
-    EXPECT_EQ(2u, answer["keys"].size());
-    EXPECT_EQ("p256  -\np384  -\n", Ctl({"keys", "list"}).out);
+    const std::string refused = R"(! {"path":"/keys/p521","method":"GET","action":"status","status":403,"times":-1})";
+    Run(row + "curve is not P-256\n" + refused + "\n6 keys list --json | p256 .. p384 .. KEY_LISTING_FAILED .. " +
+        "0x801B8002\n" + refused + "\n6 keys list | p256  - .. p384  - .. !rsa\n");
 }
 
 TEST_F(KeysTest, NamesNeedNoKeyButOne)
 {
-    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed", {{"keys", 60}, {"prefix", "seed"}});
+    AddKeys();
+    Vault("/seed", {{"keys", 60}, {"prefix", "seed"}});
     const json all = CtlJson({"keys", "list"})["keys"];
     sim.ClearJournal();
     const json names = CtlJson({"keys", "list", "--names"})["keys"];
@@ -77,30 +75,29 @@ TEST_F(KeysTest, NamesNeedNoKeyButOne)
 
 TEST_F(KeysTest, PublicKeysInEveryForm)
 {
+    AddKeys();
     AddKey("rsa0", "RSA", {{"leadingZero", true}});
     AddKey("p384-0", "P-384", {{"leadingZero", true}});
-    for (const char* name : {"rsa", "p256", "p384", "p521", "rsa0", "p384-0"}) {
+    for (const std::string name : {"rsa", "p256", "p384", "p521", "rsa0", "p384-0"}) {
         SCOPED_TRACE(name);
         const std::string expected = sim.PublicKeyPem(Simulator::kVault, name);
         const IndependentKey key(expected);
-        Out({"keys", "export", name, "--format", "pem", "--out", File("key.pem")});
-        EXPECT_EQ(expected, ReadFile(File("key.pem")));
+        Run("0 keys export " + name + " --format pem --out @pem\n0 keys export " + name + " --format cng --out @cng\n");
+        EXPECT_EQ(expected, ReadFile(File("pem")));
+        EXPECT_EQ(key.Der(), IndependentKey::FromCngBlob(ReadFile(File("cng"))).Der());
         const json shown = CtlJson({"keys", "show", name});
+        EXPECT_EQ(name[0] == 'r' ? 2048 : std::stoi(name.substr(1)), shown["bits"]);
         EXPECT_EQ(expected, shown["publicKey"]["pem"]);
         EXPECT_EQ(key.Fingerprint(), shown["fingerprint"]);
         EXPECT_EQ(shown["publicKey"]["jwk"], json::parse(Out({"keys", "export", name, "--format", "jwk"})));
         EXPECT_EQ(name, shown["publicKey"]["jwk"]["kid"]);
         EXPECT_EQ(key.Der(), IndependentKey::FromJwk(shown["publicKey"]["jwk"].dump()).Der());
-        Out({"keys", "export", name, "--format", "cng", "--out", File("key.cng")});
-        EXPECT_EQ(key.Der(), IndependentKey::FromCngBlob(ReadFile(File("key.cng"))).Der());
     }
-    const json properties = CtlJson({"properties", "rsa"})["properties"];
-    EXPECT_EQ("rsa", properties["Name"]);
-    EXPECT_EQ(2048, properties["Length"]);
-    EXPECT_EQ(json({{"minimum", 2048}, {"maximum", 4096}, {"increment", 8}, {"default", 2048}}), properties["Lengths"]);
-    EXPECT_EQ(json({"sign", "decrypt"}), CtlJson({"keys", "show", "rsa"})["operations"]);
-    // Asking for it would have the provider publish the key's certificate.
-    EXPECT_FALSE(properties.contains("SmartCardKeyCertificate"));
+    // Reading SmartCardKeyCertificate would have the provider publish the key's certificate.
+    Run(R"(
+0 properties rsa | Name .. rsa .. Length .. 2048 .. minimum 2048, maximum 4096, increment 8, default 2048 .. !SmartCardKeyCertificate
+0 keys show rsa | operations       sign, decrypt
+)");
 }
 
 TEST_F(KeysTest, NamesOfAnyScriptAndNoControlCharacters)
@@ -112,83 +109,65 @@ TEST_F(KeysTest, NamesOfAnyScriptAndNoControlCharacters)
         AddKey(Narrow(encoded), "P-256");
         EXPECT_EQ(name, CtlJson({"keys", "show", name})["properties"]["Name"]);
     }
-    const std::string list = Out({"keys", "list"});
-    EXPECT_NE(std::string::npos, list.find("Schl\xC3\xBCssel 1 \xF0\x9F\x94\x91 "));
-    EXPECT_NE(std::string::npos, list.find("bell\\x07\\x1b[2J"));
+    Run("0 keys list | Schl\xC3\xBCssel 1 \xF0\x9F\x94\x91  .. bell\\x07\\x1b[2J  \n");
 }
 
-TEST_F(KeysTest, AreCreated)
+TEST_F(KeysTest, AreCreatedAndDeleted)
 {
-    CheckCreated("plain", false);
-    Run("0 keys create plain --alg RSA --overwrite | 'plain' was created: RSA 2048, SHA-256 \n");
+    CheckCreated("rsa --length 3072", "RSA 3072", "false");
+    AddKey("rsa", "RSA");
+    Vault("/certificates", {{"name", "web"}, {"kty", "RSA"}});
+    Run(R"(
+0 keys create made --alg ECDSA_P256 --overwrite | 'made' was created: P-256, SHA-256 
+0 config set CertificatesOrKeys 0
+6 keys delete rsa --yes | CertificatesOrKeys
+0 keys delete web --yes | 'web' was deleted, and its purge requested
+)");
+    EXPECT_TRUE(Held("certificates").empty() && Held("deletedCertificates").empty());
+    Run(R"(
+0 config set CertificatesOrKeys 1
+0 config set DoDeletePurge 1
+0 keys delete rsa --yes --json | "name": "rsa" .. "deleted": true .. "purgeRequested": false
+)");
+    EXPECT_EQ(json{"rsa"}, Held("deletedKeys"));
 }
 
 TEST_F(KeysTest, AreCreatedWithACertificate)
 {
     root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 0);
-    CheckCreated("web", true);
-}
-
-TEST_F(KeysTest, AreDeleted)
-{
-    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/certificates",
-                {{"name", "web"}, {"kty", "RSA"}});
-    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 0);
-    Run(R"(
-6 keys delete rsa --yes | CertificatesOrKeys
-0 keys delete web --yes | 'web' was deleted, and its purge requested
-)");
-    EXPECT_TRUE(Held("certificates").empty() && Held("deletedCertificates").empty());
-    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 1);
-    root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
-    EXPECT_EQ((json{{"name", "rsa"}, {"scope", "machine"}, {"deleted", true}, {"purgeRequested", false}}),
-              CtlJson({"keys", "delete", "rsa", "--yes"}));
-    EXPECT_EQ(json{"rsa"}, Held("deletedKeys"));
+    CheckCreated("ECDSA_P384", "P-384", "true");
 }
 
 TEST_F(KeysTest, AFailureSaysWhatTheModuleLogged)
 {
-    const std::string refused = R"(! {"path":"/keys","method":"GET","action":"status","status":403,"times":-1})";
-    const std::string page = R"(! {"path":"/keys","method":"GET","action":"nojson","times":-1})";
-    const std::string vault = "\nvault: contoso-keys.vault.azure.net, signing in by client credentials\n";
+    AddKeys();
     Run(R"(
 0 config set LoggingLevel 0
-)" + refused +
-        R"(
+! /keys 403
 5 keys show rsa | NTE_NOT_FOUND .. vault: contoso-keys.vault.azure.net, signing in by client credentials .. logging is off: kelvaroctl config set LoggingLevel 10 .. Run `kelvaroctl doctor`
-)" + page +
-        R"(
+! /keys nojson
 6 keys list | cannot list the keys: what answered is not the vault .. Run `kelvaroctl doctor`
-)" + page +
-        R"(
+! /keys nojson
 6 keys list --names --user | what answered is not the vault .. Run `kelvaroctl doctor --user`
-)" + page +
-        R"(
+! /keys nojson
 6 keys show rsa | cannot open the key 'rsa': what answered
 0 config set LoggingLevel 1
-)" + page +
-        R"(
+! /keys nojson
 6 keys list | KVCGetKeys answer is not JSON .. means:
-)" + refused +
-        R"(
+! /keys 403
 6 keys list | REST Call Error Error 0x193 .. do: permissions.md
-! {"path":"/oauth2/token","action":"status","status":401,"times":-1}
+! /oauth2/token 401
 4 keys list | KVCAuthenticate KVCDoWebCall failure Error 0x1 .. an expired secret .. Run `kelvaroctl doctor`
 0 config set LoggingLevel 4
-)" + refused +
-        R"(
+! /keys 403
 5 keys show rsa | KelvaroOpenKey Error Error 0x80090011 .. Kelvaro.log; it says why at level 10
 0 config set LoggingLevel 10
-)" + refused +
-        R"(
+! /keys 403
 5 keys show rsa | SupressFailedReadError Error 0x193 .. means: the key .. 0x193: the identity may not .. do: permissions.md .. 0x80090011
+5 keys show nobody | vault: contoso-keys.vault.azure.net, signing in by client credentials .. Run `kelvaroctl doctor` .. !answer is not JSON
 )");
-    const std::string err = Ctl({"keys", "show", "nobody"}).err;
-    EXPECT_NE(std::string::npos, err.find(vault));
-    EXPECT_EQ(std::string::npos, err.find("answer is not JSON")) << "of an earlier command";
-    EXPECT_EQ("\nRun `kelvaroctl doctor`\n", err.substr(err.rfind("\nRun")));
     // A page of the list that is something else: what came before it is shown.
-    sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/seed", {{"keys", 30}});
+    Vault("/seed", {{"keys", 30}});
     sim.Fault({{"path", "/keys?"}, {"method", "GET"}, {"skip", 1}, {"action", "nojson"}});
     const json partial = CtlJson({"keys", "list", "--names"}, 6);
     EXPECT_EQ("foreign_answer", partial["error"]["code"]);
@@ -212,19 +191,19 @@ TEST_F(KeysTest, AFailureSaysWhatTheModuleLogged)
 TEST_F(KeysTest, TheModule)
 {
     WriteFile("nonsense.so", "nonsense");
-    const std::string wrong[] = {"/nowhere/libkelvaro.so", File("nonsense.so"), "libc.so.6"};
-    for (const std::string& path : wrong) {
-        const Ran ran = RunProgram(KELVAROCTL_PATH, {"--module", path, "keys", "list"}, "");
+    for (const std::string& path :
+         {std::string("/nowhere/libkelvaro.so"), File("nonsense.so"), std::string("libc.so.6")}) {
+        const Ran ran = RunToolHere({"--module", path, "keys", "list"}, "");
         EXPECT_EQ(3, ran.exit) << path;
         EXPECT_NE(std::string::npos, ran.err.find(fs::path(path).filename().string())) << ran.err;
     }
     // What a script passes on behind the command names no module.
-    const std::vector<std::string> commands[] = {{"keys", "list", "--module", KELVARO_MODULE_PATH},
-                                                 {"keys", "list", std::string("--module=") + KELVARO_MODULE_PATH},
-                                                 {"keys", "--module", KELVARO_MODULE_PATH, "list"},
-                                                 {"config", "import", "--", File("settings.reg"), "--module", "other"}};
-    for (const auto& command : commands)
-        EXPECT_EQ(2, RunProgram(KELVAROCTL_PATH, command, "").exit) << command.back();
+    for (const std::vector<std::string>& command : std::initializer_list<std::vector<std::string>>{
+             {"keys", "list", "--module", KELVARO_MODULE_PATH},
+             {"keys", "list", std::string("--module=") + KELVARO_MODULE_PATH},
+             {"keys", "--module", KELVARO_MODULE_PATH, "list"},
+             {"config", "import", "--", File("settings.reg"), "--module", "other"}})
+        EXPECT_EQ(2, RunToolHere(command, "").exit) << command.back();
     // The one beside the program is taken.
     const fs::path folder = File("installed");
     const fs::path program = folder / fs::path(KELVAROCTL_PATH).filename();

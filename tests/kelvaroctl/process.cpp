@@ -44,28 +44,6 @@ class Scratch {
     FILE* file_;
 };
 
-// A standard stream of this process goes to a file until the destructor.
-class Redirected {
-  public:
-    Redirected(int stream, const Scratch& file) : stream_(stream), kept_(dup(stream))
-    {
-        dup2(file.descriptor(), stream);
-    }
-    ~Redirected()
-    {
-        dup2(kept_, stream_);
-        close(kept_);
-    }
-    Redirected(const Redirected&) = delete;
-    Redirected& operator=(const Redirected&) = delete;
-
-    int kept() const { return kept_; }
-
-  private:
-    int stream_;
-    int kept_;
-};
-
 // Where the sanitizers report.
 void ReportTo([[maybe_unused]] int descriptor)
 {
@@ -73,28 +51,28 @@ void ReportTo([[maybe_unused]] int descriptor)
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(descriptor)));
 #endif
 }
-
-int RunWithStreams(const std::vector<std::string>& arguments, const Scratch (&files)[3])
-{
-    fflush(nullptr);
-    const Redirected in(STDIN_FILENO, files[0]);
-    const Redirected out(STDOUT_FILENO, files[1]);
-    const Redirected err(STDERR_FILENO, files[2]);
-    rewind(stdin);
-    std::cin.clear();
-    ReportTo(err.kept());
-    const int exit = kelvaroctl::RunTool(arguments);
-    ReportTo(STDERR_FILENO);
-    std::cout.flush();
-    fflush(nullptr);
-    return exit;
-}
 }  // namespace
 
 Ran RunToolHere(const std::vector<std::string>& arguments, const std::string& input)
 {
     Scratch files[3] = {Scratch(input), Scratch(), Scratch()};
-    const int exit = RunWithStreams(arguments, files);
+    int kept[3];
+    fflush(nullptr);
+    for (int stream = 0; stream < 3; ++stream) {
+        kept[stream] = dup(stream);
+        dup2(files[stream].descriptor(), stream);
+    }
+    rewind(stdin);
+    std::cin.clear();
+    ReportTo(kept[2]);
+    const int exit = kelvaroctl::RunTool(arguments);
+    ReportTo(2);
+    std::cout.flush();
+    fflush(nullptr);
+    for (int stream = 0; stream < 3; ++stream) {
+        dup2(kept[stream], stream);
+        close(kept[stream]);
+    }
     return {exit, files[1].Content(), files[2].Content()};
 }
 

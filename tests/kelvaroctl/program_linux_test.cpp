@@ -67,31 +67,22 @@ TEST_F(ProgramTest, OpensslEncryptsToAnExportedKeyAndTheModuleDecrypts)
             EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(File("out")).permissions());
         }
     }
-}
-
-// Its owner could read what is written, whatever the mode.
-TEST_F(ProgramTest, DecryptsToNoFileOfAnotherUser)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root can give a file to another user";
-    AddKey("rsa", "RSA");
-    WriteFile("out", "as it was");
-    ASSERT_EQ(0, chown(File("out").c_str(), 1, 1));
-    Run("0 encrypt --key rsa --padding oaep --in @out --out @in\n"
-        "2 decrypt --key rsa --padding oaep --in @in --out @out | belongs to another user\n");
-    EXPECT_EQ("as it was", ReadFile(File("out")));
+    // The owner of a file can read it whatever its mode. Only root can give one away.
+    WriteFile("theirs", "as it was");
+    if (geteuid() == 0) {
+        ASSERT_EQ(0, chown(File("theirs").c_str(), 1, 1));
+        Run("2 decrypt --key zero --padding oaep --in @in --out @theirs | belongs to another user\n");
+    }
+    EXPECT_EQ("as it was", ReadFile(File("theirs")));
 }
 
 TEST_F(ProgramTest, WaysToTheProvider)
 {
-    EXPECT_EQ("module", CtlJson({"provider", "show", "--via", "module"})["via"]);
     // The tool of a build finds the module of that build.
     EXPECT_EQ(0, RunProgram(KELVAROCTL_PATH, {"provider", "show"}, "").exit);
-    Run("2 --via ncrypt keys list | --module\n2 --via rpc keys list | --via\n");
-    const Ran ran = RunProgram(KELVAROCTL_PATH, {"--via", "ncrypt", "keys", "list"}, "");
-    EXPECT_EQ(2, ran.exit);
-    EXPECT_NE(std::string::npos, ran.err.find("needs Windows")) << ran.err;
-    EXPECT_EQ(0u, sim.Journal().size());
+    Run("0 provider show --via module --json | \"via\": \"module\"\n2 --via ncrypt keys list | --module\n"
+        "2 --via rpc keys list | --via\n");
+    EXPECT_NE(std::string::npos, RunToolHere({"--via", "ncrypt", "keys", "list"}, "").err.find("needs Windows"));
     const Ran full = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + " config show > /dev/full"}, "");
     EXPECT_EQ(7, full.exit);
     EXPECT_NE(std::string::npos, full.err.find("cannot write the answer")) << full.err;

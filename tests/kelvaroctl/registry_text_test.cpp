@@ -34,45 +34,33 @@ std::string Values(const RegistryText& text)
     return values;
 }
 
-std::string AsUtf16(const std::string& content, const std::string& mark)
-{
-    std::string bytes = mark;
-    for (const WCHAR unit : ToWide(content)) {
-        bytes += static_cast<char>(unit & 0xFF);
-        bytes += static_cast<char>(unit >> 8);
-    }
-    return bytes;
-}
-
 TEST(RegistryTextTest, ValuesOfEveryForm)
 {
-    const struct {
-        const char* lines;
-        const char* values;
-    } rows[] = {{R"("x"=dword:0000000a)", "x 4:0a000000"},
-                {R"("x"=DWORD:FFfffffe)", "x 4:feffffff"},
-                {R"("x"="aB")", "x 1:610042000000"},
-                {R"("x"="")", "x 1:0000"},
-                {R"("x"="\\ \" ;=]")",
-                 "x 1:5c00200022002000"
-                 "3b003d005d000000"},
-                {R"("KeyVault"="b" ; our vault)", "KeyVault 1:62000000"},
-                {"  \"x\" = \"a\"\t;a note", "x 1:61000000"},
-                {R"("q\"=\\"="x")", "q\"=\\ 1:78000000"},
-                {"\"x\"=\"\xC3\xA9\xF0\x9F\x94\x91\"", "x 1:e9003dd811dd0000"},
-                {R"(@="a")", " 1:61000000"},
-                {R"("x"=-)", "x removed:"},
-                {R"("x"=hex:)", "x 3:"},
-                {R"("x"=hex:01,aF)", "x 3:01af"},
-                {"\"x\"=hex:01,\\\n  02,\\\r\n  03 ; a note", "x 3:010203"},
-                {"  \"x\"=hex(2):25,\\\r\n  00,00,\\\r\n  00  ", "x 2:25000000"},
-                {R"("x"=hex(80000001):00)", "x 2147483649:00"},
-                {"\"x\"=dword:1\n; \"y\"=dword:3\n[other] ; a key\n\"X\"=dword:2", "x 4:01000000; X 4:02000000"}};
-    for (const auto& row : rows) {
-        const RegistryText text = Parse(std::string(kHead) + "; comment\r\n" + row.lines);
-        EXPECT_EQ(Values(text), row.values) << row.lines;
+    const std::pair<const char*, const char*> rows[] = {
+        {R"("x"=dword:0000000a)", "x 4:0a000000"},
+        {R"("x"=DWORD:FFfffffe)", "x 4:feffffff"},
+        {R"("x"="aB")", "x 1:610042000000"},
+        {R"("x"="")", "x 1:0000"},
+        {R"("x"="\\ \" ;=]")",
+         "x 1:5c00200022002000"
+         "3b003d005d000000"},
+        {R"("KeyVault"="b" ; our vault)", "KeyVault 1:62000000"},
+        {"  \"x\" = \"a\"\t;a note", "x 1:61000000"},
+        {R"("q\"=\\"="x")", "q\"=\\ 1:78000000"},
+        {"\"x\"=\"\xC3\xA9\xF0\x9F\x94\x91\"", "x 1:e9003dd811dd0000"},
+        {R"(@="a")", " 1:61000000"},
+        {R"("x"=-)", "x removed:"},
+        {R"("x"=hex:)", "x 3:"},
+        {R"("x"=hex:01,aF)", "x 3:01af"},
+        {"\"x\"=hex:01,\\\n  02,\\\r\n  03 ; a note", "x 3:010203"},
+        {"  \"x\"=hex(2):25,\\\r\n  00,00,\\\r\n  00  ", "x 2:25000000"},
+        {R"("x"=hex(80000001):00)", "x 2147483649:00"},
+        {"\"x\"=dword:1\n; \"y\"=dword:3\n[other] ; a key\n\"X\"=dword:2", "x 4:01000000; X 4:02000000"}};
+    for (const auto& [lines, values] : rows) {
+        const RegistryText text = Parse(std::string(kHead) + "; comment\r\n" + lines);
+        EXPECT_EQ(Values(text), values) << lines;
         EXPECT_EQ(ToNarrow(text.keys[0].path), "HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro");
-        EXPECT_EQ(text.keys[0].values[0].line, 5u) << row.lines;
+        EXPECT_EQ(text.keys[0].values[0].line, 5u) << lines;
         EXPECT_EQ(ToNarrow(text.keys[0].values[0].comments), "; comment\n");
     }
     EXPECT_TRUE(Parse(std::string(kHead) + "[-HKEY_CURRENT_USER\\a]").keys[1].removed);
@@ -84,8 +72,9 @@ TEST(RegistryTextTest, EveryEncodingReadsTheSame)
     std::string windows;
     for (const char c : unix)
         windows += c == '\n' ? "\r\n" : std::string(1, c);
-    for (const std::string& content :
-         {unix, windows, unix.substr(0, unix.size() - 1), "\xEF\xBB\xBF" + windows, AsUtf16(windows, "\xFF\xFE")})
+    const WideText wide = ToWide("\xEF\xBB\xBF" + windows);
+    const std::string utf16(reinterpret_cast<const char*>(wide.data()), wide.size() * sizeof(WCHAR));
+    for (const std::string& content : {unix, windows, unix.substr(0, unix.size() - 1), "\xEF\xBB\xBF" + windows, utf16})
         EXPECT_EQ(Values(Parse(content)), "x 1:ac200000");
 }
 

@@ -10,12 +10,12 @@ class SecretTest : public CtlTest {
     void SetUp() override
     {
         CtlTest::SetUp();
-        ASSERT_EQ(0, Ctl({"config", "protect"}).exit);
+        Run("0 config protect\n");
     }
     std::string MachineText(const char* name) const { return root.GetText(HKEY_LOCAL_MACHINE, name); }
+    // A row that sets the right secret.
+    const std::string set = std::string("< ") + Simulator::kClientSecret + "\n0 config set ClientSecret ";
 };
-
-constexpr char kSecret[] = "another~Secret.1";
 
 TEST_F(SecretTest, FromStandardInputIntoProtection)
 {
@@ -39,11 +39,9 @@ TEST_F(SecretTest, FromStandardInputIntoProtection)
 TEST_F(SecretTest, RefusedWhileOrdinaryUsersCanReadTheSettings)
 {
     LetEverybodyReadSettings(root.directory());
-    EXPECT_EQ(true, Settings()["open"]);
-    Run("< another\n3 config set ClientSecret | kelvaroctl config protect\n");
+    Run("0 config show --json | \"open\": true\n< another\n3 config set ClientSecret | kelvaroctl config protect\n");
     EXPECT_EQ(Simulator::kClientSecret, MachineText("ClientSecret"));
-    Run(std::string("< ") + Simulator::kClientSecret +
-        "\n0 config set ClientSecret --anyway | warning: ordinary users can read\n");
+    Run(set + "--anyway | warning: ordinary users can read\n");
     const std::string head =
         "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n";
     for (const std::string name : {"ClientSecret", "ClientDPAPISecret"}) {
@@ -51,45 +49,36 @@ TEST_F(SecretTest, RefusedWhileOrdinaryUsersCanReadTheSettings)
         LetEverybodyReadSettings(root.directory());
         Run("3 config import @secret.reg | --anyway\n");
         EXPECT_NE("imported", MachineText("TenantId"));
-        Run("0 config import --anyway @secret.reg\n");
-        EXPECT_EQ("imported", MachineText("TenantId"));
+        Run("0 config import --anyway @secret.reg\n0 config get TenantId | imported\n");
         root.SetText(HKEY_LOCAL_MACHINE, "TenantId", Simulator::kTenant);
     }
     // A file without a secret needs no such care, nor does a user's own secret.
     LetEverybodyReadSettings(root.directory());
     WriteFile("plain.reg", head + "\"KeyVault\"=\"" + Simulator::kVault + "\"\n\"ClientSecret\"=\"\"\n");
-    Run(std::string("0 config import @plain.reg\n< ") + Simulator::kClientSecret +
-        "\n0 config set ClientSecret --user\n");
+    Run("0 config import @plain.reg\n" + set + "--user\n");
 
     const std::string account = AccountToAllow();
     const nlohmann::json allowed = CtlJson({"config", "protect", "--allow", account});
     EXPECT_EQ(false, allowed["open"]);
     EXPECT_NE(std::string::npos, allowed["readers"].dump().find(account)) << allowed;
     // What is written later is closed, too, and open to the same accounts.
-    Run(std::string("< ") + Simulator::kClientSecret + "\n0 config set ClientSecret\n");
+    Run(set + "\n0 keys list\n2 config protect --allow 'no such account'\n2 config protect --user\n");
     EXPECT_EQ(allowed["readers"], Settings()["readers"]);
-    Run("0 keys list\n2 config protect --allow 'no such account'\n2 config protect --user\n");
 }
 
 TEST_F(SecretTest, ShownOnlyAsAState)
 {
-    const auto state = [this] { return Settings()["settings"]["ClientSecret"]["state"]; };
-    EXPECT_EQ("set", state());
-    const std::string shown =
-        Out({"config", "show"}) + Out({"config", "get", "ClientSecret"}) + Out({"provider", "show"});
-    EXPECT_EQ(std::string::npos, shown.find(Simulator::kClientSecret));
-    EXPECT_EQ("protected", state()) << "by the provider";
-    EXPECT_EQ(std::string::npos, Out({"config", "show"}).find(MachineText("ClientDPAPISecret")));
-    Run("0 config unset ClientSecret\n");
-    EXPECT_EQ("not set", state());
+    Run(std::string("0 config show | ClientSecret .. set, in clear text .. !") + Simulator::kClientSecret +
+        "\n0 config get ClientSecret | set .. !" + Simulator::kClientSecret + "\n0 provider show | protected .. !" +
+        Simulator::kClientSecret + "\n");
+    Run("0 config show | ClientSecret .. protected .. !" + MachineText("ClientDPAPISecret") +
+        "\n0 config unset ClientSecret\n0 config get ClientSecret | not set\n");
     EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "ClientSecret") || root.Has(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
     // Without the module it is kept, and the administrator is warned.
-    const Ran ran =
-        RunProgram(KELVAROCTL_PATH, {"--module", "/nowhere/x.so", "config", "set", "ClientSecret"}, kSecret);
-    EXPECT_EQ(0, ran.exit);
+    const Ran ran = RunToolHere({"--module", "/nowhere/x.so", "config", "set", "ClientSecret"}, "another~Secret.1");
     EXPECT_EQ("ClientSecret of the machine is set\n", ran.out);
     EXPECT_NE(std::string::npos, ran.err.find("stays in clear text until the provider is first opened"));
-    EXPECT_EQ(kSecret, MachineText("ClientSecret"));
+    EXPECT_EQ("another~Secret.1", MachineText("ClientSecret"));
 }
 
 }  // namespace

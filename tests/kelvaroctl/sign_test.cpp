@@ -4,15 +4,8 @@
 
 namespace {
 
-using nlohmann::json;
-
-struct Row {
-    const char* algorithm;
-    const char* key;
-    const char* hash;
-    SignatureForm form;
-    size_t size;  // 0: varies
-};
+constexpr SignatureForm kPlain = SignatureForm::Plain;
+constexpr SignatureForm kDer = SignatureForm::Der;
 
 class SignTest : public CtlTest {
   protected:
@@ -20,32 +13,29 @@ class SignTest : public CtlTest {
     {
         CtlTest::SetUp();
         WriteFile("data", data);
-        AddKey("rsa", "RSA");
         for (const char* curve : {"P-256", "P-384", "P-521"})
             AddKey(curve, curve);
     }
 
-    void Check(const std::vector<Row>& rows)
+    // size: of the signature; 0 if it varies
+    void Check(const std::string& algorithm, const std::string& keyName, const std::string& hash, SignatureForm form,
+               size_t size)
     {
-        for (const Row& row : rows) {
-            SCOPED_TRACE(row.algorithm);
-            const std::string what = std::string(" --key ") + row.key + " --alg " + row.algorithm +
-                                     (row.form == SignatureForm::Der ? " --der --in @data " : " --in @data ");
-            const IndependentKey key(sim.PublicKeyPem(Simulator::kVault, row.key));
-            std::string signature;
-            do {
-                Run("0 sign" + what + "--out @signature | bytes");
-                signature = ReadFile(File("signature"));
-            } while (!key.CanTellOf(signature, row.form));
-            if (row.size) {
-                EXPECT_EQ(row.size, signature.size());
-            }
-            Run("0 verify" + what + "--signature @signature | good signature\n");
-            EXPECT_TRUE(key.Verifies(Digest(data, row.hash), signature, row.hash, row.form));
-            signature[signature.size() - 1] = static_cast<char>(signature[signature.size() - 1] ^ 1);
-            WriteFile("signature", signature);
-            Run("1 verify" + what + "--signature @signature | bad signature");
-        }
+        SCOPED_TRACE(algorithm);
+        const std::string what =
+            " --key " + keyName + " --alg " + algorithm + (form == kDer ? " --der" : "") + " --in @data ";
+        const IndependentKey key(sim.PublicKeyPem(Simulator::kVault, keyName));
+        std::string signature;
+        do {
+            Run("0 sign" + what + "--out @signature | bytes");
+            signature = ReadFile(File("signature"));
+        } while (!key.CanTellOf(signature, form));
+        EXPECT_EQ(size ? size : signature.size(), signature.size());
+        Run("0 verify" + what + "--signature @signature | good signature\n");
+        EXPECT_TRUE(key.Verifies(Digest(data, hash), signature, hash, form));
+        signature.back() = static_cast<char>(signature.back() ^ 1);
+        WriteFile("signature", signature);
+        Run("1 verify" + what + "--signature @signature | bad signature");
     }
 
     // More than one piece of the hasher's reading.
@@ -54,43 +44,36 @@ class SignTest : public CtlTest {
 
 TEST_F(SignTest, SignaturesAreAcceptedByOthersAndByTheVault)
 {
-    Check({{"RS256", "rsa", "SHA256", SignatureForm::Plain, 256},
-           {"RS384", "rsa", "SHA384", SignatureForm::Plain, 256},
-           {"RS512", "rsa", "SHA512", SignatureForm::Plain, 256},
-           {"RSNULL", "rsa", "SHA1", SignatureForm::Plain, 256},
-           {"PS256", "rsa", "SHA256", SignatureForm::Pss, 256},
-           {"PS384", "rsa", "SHA384", SignatureForm::Pss, 256},
-           {"PS512", "rsa", "SHA512", SignatureForm::Pss, 256},
-           {"ES256", "P-256", "SHA256", SignatureForm::Der, 0},
-           {"ES384", "P-384", "SHA384", SignatureForm::Der, 0},
-           {"ES256", "P-256", "SHA256", SignatureForm::Plain, 64},
-           {"ES384", "P-384", "SHA384", SignatureForm::Plain, 96}});
+    AddKey("rsa", "RSA");
+    for (const std::string bits : {"256", "384", "512"}) {
+        Check("RS" + bits, "rsa", "SHA" + bits, kPlain, 256);
+        Check("PS" + bits, "rsa", "SHA" + bits, SignatureForm::Pss, 256);
+    }
+    Check("RSNULL", "rsa", "SHA1", kPlain, 256);
+    for (const std::string bits : {"256", "384"}) {
+        Check("ES" + bits, "P-" + bits, "SHA" + bits, kDer, 0);
+        Check("ES" + bits, "P-" + bits, "SHA" + bits, kPlain, std::stoul(bits) / 4);
+    }
 }
 
 TEST_F(SignTest, SignaturesOnP521)
 {
-    Check(
-        {{"ES512", "P-521", "SHA512", SignatureForm::Der, 0}, {"es512", "P-521", "SHA512", SignatureForm::Plain, 132}});
+    Check("ES512", "P-521", "SHA512", kDer, 0);
+    Check("es512", "P-521", "SHA512", kPlain, 132);
 }
 
 TEST_F(SignTest, DigestsStandardInputAndPrintedSignatures)
 {
-    const std::vector<std::string> sign = {"sign", "--key", "rsa", "--alg", "RS256", "--in"};
-    const auto with = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), sign.begin(), sign.end());
-        return more;
-    };
-    const json answer = CtlJson(with({File("data")}));
-    EXPECT_EQ(HexDigest(data, "SHA256"), answer["digest"]);
-    // PKCS#1 signatures are always the same.
-    const std::string printed = answer["signature"].get<std::string>() + "\n";
+    AddKey("rsa", "RSA");
+    const std::string digest = HexDigest(data, "SHA256");
+    const std::string printed = Out({"sign", "--key", "rsa", "--alg", "RS256", "--in", File("data")});
     EXPECT_EQ(345u, printed.size());
-    EXPECT_EQ(printed, Out(with({File("data")})));
-    EXPECT_EQ(printed, Ctl(with({"-"}), data).out);
-    EXPECT_EQ(printed, Ctl(with({"-", "--digest-hex"}), HexDigest(data, "SHA256") + "\n").out);
     WriteFile("printed", printed);
     WriteFile("short", std::string(63, 's'));
-    Run(R"(
+    EXPECT_EQ(printed, Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", "-"}, data).out);
+    // PKCS#1 signatures are always the same.
+    Run("0 sign --key rsa --alg RS256 --in @data --json | " + digest + " .. " + printed.substr(0, 344) + "\n< " +
+        digest + "\n0 sign --key rsa --alg RS256 --in - --digest-hex | " + printed + R"(
 0 verify --key rsa --alg RS256 --in @data --signature @printed | good signature
 0 sign --key P-521 --alg ES512 --in @data --out @der --der
 0 verify --key P-521 --alg ES512 --in @data --signature @der | good signature

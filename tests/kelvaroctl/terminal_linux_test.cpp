@@ -17,10 +17,6 @@ class TerminalTest : public CtlTest {
     {
         return RunOnTerminal(KELVAROCTL_PATH, WithModule(arguments), prompt, answer, &echoed, &echoAfter);
     }
-    Ran Delete(const std::string& answer)
-    {
-        return OnTerminal({"keys", "delete", "p256"}, "Type yes: ", answer + "\n");
-    }
 
     bool echoed = true;
     bool echoAfter = false;
@@ -42,14 +38,14 @@ TEST_F(TerminalTest, ASecretIsNotEchoed)
 TEST_F(TerminalTest, ADeletionAsksFirst)
 {
     AddKey("p256", "P-256");
-    const Ran no = Delete("no");
+    const std::vector<std::string> command = {"keys", "delete", "p256"};
+    const Ran no = OnTerminal(command, "Type yes: ", "no\n");
     EXPECT_EQ(1, no.exit);
     EXPECT_EQ("'p256' was not deleted\n", no.out);
     EXPECT_NE(std::string::npos, no.err.find("Delete the key 'p256' in the vault and purge it")) << no.err;
     EXPECT_TRUE(sim.Journal().empty()) << "nothing was asked of the vault";
-
     root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
-    const Ran yes = Delete("yes");
+    const Ran yes = OnTerminal(command, "Type yes: ", "yes\n");
     EXPECT_EQ(0, yes.exit) << yes.err;
     EXPECT_NE(std::string::npos, yes.err.find("it can be recovered there for a time")) << yes.err;
     Run("5 keys show p256\n");
