@@ -92,6 +92,7 @@ TEST_F(CertsCommandTest, TwoProcessesAtOnce)
     other.join();
     EXPECT_EQ(0, runs[0].exit) << runs[0].err;
     EXPECT_EQ(0, runs[1].exit) << runs[1].err;
+    EXPECT_EQ(12u * 41, Recorded().size());
     const json listed = List();
     EXPECT_EQ(12u, listed.size());
     for (const json& certificate : listed)

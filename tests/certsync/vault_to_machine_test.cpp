@@ -52,17 +52,6 @@ class VaultToMachineTest : public CertsTest {
         RegCloseKey(key);
         return value;
     }
-    // Two certificates, and what the store and the list have once both are there.
-    void AddTwo()
-    {
-        AddVaultCertificate("a");
-        AddVaultCertificate("b");
-    }
-    void ExpectTwo()
-    {
-        EXPECT_EQ(Sorted({InMachine(VaultHash("a"), "a"), InMachine(VaultHash("b"), "b")}), Store());
-        EXPECT_EQ(VaultHash("a") + "," + VaultHash("b") + ",", CertSync());
-    }
 };
 
 TEST_F(VaultToMachineTest, TheUsersStoreIsLeftAlone)
@@ -158,7 +147,8 @@ TEST_F(VaultToMachineTest, TheStampDecides)
 
 TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
 {
-    AddTwo();
+    AddVaultCertificate("a");
+    AddVaultCertificate("b");
     const std::string both = VaultHash("a") + "," + VaultHash("b") + ",";
     const std::string onlyB = VaultHash("b") + ",";
     const json badThumbprints = {{"value",
@@ -234,22 +224,6 @@ TEST_F(VaultToMachineTest, AListOfAnyFormIsSearched)
     EXPECT_EQ(hash + ",", CertSync());
 }
 
-TEST_F(VaultToMachineTest, AnInterruptedRunIsRepeated)
-{
-    AddTwo();
-    // The settings are removed during the run, so that its list can't be written.
-    sim.Fault({{"path", "/certificates/b?"}, {"action", "status"}, {"status", 429}});
-    clock.OnSleep([this](DWORD, size_t) { root.RemoveKey(HKEY_LOCAL_MACHINE); });
-    Run();
-    clock.OnSleep(nullptr);
-    EXPECT_EQ(2u, Store().size());
-    EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "CertSync"));
-    WriteClientSettings(root);
-    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 0);
-    Run();
-    ExpectTwo();
-}
-
 TEST_F(VaultToMachineTest, ACertificateInTheStoreIsBound)
 {
     const Issued issued = Issue({{"subject", "CN=web"}});
@@ -257,22 +231,6 @@ TEST_F(VaultToMachineTest, ACertificateInTheStoreIsBound)
     AddToStore(issued, "elsewhere", true, kOtherProvider);
     Run();
     EXPECT_EQ(Strings{InMachine(issued.hash, "web")}, Store());
-}
-
-TEST_F(VaultToMachineTest, TwoRunsAtOnceWriteTheSameList)
-{
-    AddTwo();
-    // While the first run waits for the vault, a second one starts, which read the stamp before it was written.
-    sim.Fault({{"path", "/certificates/b?"}, {"action", "status"}, {"status", 429}});
-    Strings second;
-    clock.OnSleep([&](DWORD, size_t) {
-        root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, 0);
-        second = Run();
-    });
-    Run();
-    clock.OnSleep(nullptr);
-    EXPECT_EQ("GET /certificates", second.front());
-    ExpectTwo();
 }
 
 TEST_F(VaultToMachineTest, EveryAllocationOfARunMayFail)

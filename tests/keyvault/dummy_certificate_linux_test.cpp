@@ -2,6 +2,7 @@
 #include "keyvault/dummy_certificate.h"
 
 #include <atomic>
+#include <fstream>
 #include <thread>
 
 #include "keyvault/key_creation.h"
@@ -12,7 +13,7 @@
 namespace {
 
 // The platform call that fails. SignNothing: signing succeeds, and the certificate is empty.
-enum class Call { None, Open, Create, SetLength, Finalize, Name, Sign, SignAgain, SignNothing };
+enum class Call { None, Open, Create, SetLength, Finalize, Sign, SignAgain, SignNothing };
 Call failing = Call::None;
 std::atomic<int> opened{0};  // objects of the platform's provider
 std::atomic<int> signings{0};
@@ -50,11 +51,6 @@ WRAPPED(SECURITY_STATUS, FreeObject, "_Z16NCryptFreeObjectm", NCRYPT_HANDLE obje
     --opened;
     return RealFreeObject(object);
 }
-WRAPPED(BOOL, Name, "_Z14CertStrToNameAjPKcjPvPhPjPS0_", DWORD encoding, LPCSTR text, DWORD type, void* reserved,
-        BYTE* encoded, DWORD* size, LPCSTR* errorAt)
-{
-    return failing == Call::Name ? FALSE : RealName(encoding, text, type, reserved, encoded, size, errorAt);
-}
 WRAPPED(BOOL, Sign, "_Z29CryptSignAndEncodeCertificatemjjPKcPKvP26CRYPT_ALGORITHM_IDENTIFIERS2_PhPj",
         HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD spec, DWORD encoding, LPCSTR type, const void* structure,
         PCRYPT_ALGORITHM_IDENTIFIER algorithm, const void* auxiliary, BYTE* encoded, DWORD* size)
@@ -83,7 +79,12 @@ class DummyCertificateTest : public VaultTest {
         EXPECT_EQ(certificate != nullptr, size != 0);
         return Bytes(certificate, certificate + size);
     }
-    static std::string Request(const OpensslPtr<EVP_PKEY>& key) { return MakeRequest(key.get(), "requested"); }
+    // A file of tests/data/x509.
+    static std::string Request(const std::string& key)
+    {
+        std::ifstream file(KELVARO_TEST_DATA "/x509/request-" + key + ".der", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
 };
 
 // The algorithm's identifier and its parameters, if they are NULL.
@@ -106,7 +107,7 @@ std::string TimeText(const ASN1_TIME* time)
 // Runs first: it is the first use of the signing key in this process.
 TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
 {
-    const std::string csr = Request(MakeEcKey());
+    const std::string csr = Request("p256");
     for (const Call step : {Call::Open, Call::Create, Call::SetLength, Call::Finalize}) {
         SCOPED_TRACE(static_cast<int>(step));
         failing = step;
@@ -127,7 +128,7 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
     EXPECT_NE(Bytes{}, certificates[0]);
     EXPECT_EQ(std::vector<Bytes>(8, certificates[0]), certificates);
 
-    for (const Call step : {Call::Name, Call::Sign, Call::SignAgain}) {
+    for (const Call step : {Call::Sign, Call::SignAgain}) {
         SCOPED_TRACE(static_cast<int>(step));
         failing = step;
         EXPECT_EQ(Bytes{}, SignRequest(csr));
@@ -145,7 +146,7 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
 
 TEST_F(DummyCertificateTest, EachField)
 {
-    for (const std::string& csr : {Request(MakeRsaPublicKey(4096)), Request(MakeEcKey())}) {
+    for (const std::string& csr : {Request("rsa4096"), Request("p256")}) {
         const Bytes der = SignRequest(csr);
         const OpensslPtr<X509> certificate = ParseX509({der.begin(), der.end()});
         ASSERT_TRUE(certificate);
@@ -175,11 +176,22 @@ TEST_F(DummyCertificateTest, EachField)
 
 TEST_F(DummyCertificateTest, RequestsThatCannotBeDecoded)
 {
-    const std::string csr = Request(MakeEcKey());
-    const std::string over1000BytesWhenDecoded = Request(MakeRsaPublicKey(8192));
+    const std::string csr = Request("p256");
+    // A long subject makes it larger than the buffer.
+    const auto* at = reinterpret_cast<const BYTE*>(csr.data());
+    const OpensslPtr<X509_REQ> request(d2i_X509_REQ(nullptr, &at, static_cast<long>(csr.size())));
+    X509_NAME* const name = X509_NAME_dup(X509_REQ_get_subject_name(request.get()));
+    const std::string unit(60, 'u');
+    for (int i = 0; i < 15; ++i)
+        X509_NAME_add_entry_by_txt(name, "OU", MBSTRING_ASC, reinterpret_cast<const BYTE*>(unit.c_str()), -1, -1, 0);
+    X509_REQ_set_subject_name(request.get(), name);
+    X509_NAME_free(name);
+    BYTE* encoded = nullptr;
+    const int size = i2d_X509_REQ(request.get(), &encoded);
+    const std::string large(encoded, encoded + size);
+    OPENSSL_free(encoded);
     signings = 0;
-    for (const std::string& bad :
-         {std::string(), std::string("text"), csr.substr(0, csr.size() - 1), over1000BytesWhenDecoded}) {
+    for (const std::string& bad : {std::string(), std::string("text"), csr.substr(0, csr.size() - 1), large}) {
         EXPECT_EQ(Bytes{}, SignRequest(bad)) << bad.size() << " bytes";
         EXPECT_EQ(0, signings);
     }

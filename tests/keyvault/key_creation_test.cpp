@@ -42,10 +42,9 @@ class KeyCreationTest : public VaultTest {
         const std::vector<json> requests = Requests(action);
         return requests.empty() ? json() : json::parse(requests.back().value("body", ""));
     }
-    // A request for a certificate. keyProperties: without the two that all have.
+    // A request for a certificate. keyProperties: without the one that all have.
     static json CertificateRequest(json keyProperties, const std::string& algId, const json& x509Properties)
     {
-        keyProperties["exportable"] = false;
         keyProperties["reuse_key"] = true;
         return {{"attributes", {{"enabled", true}}},
                 {"policy",
@@ -78,14 +77,16 @@ void KeyCreationTest::ExpectRequests()
             body["crv"] = crv;
         if (!plain || !crv)
             body["key_size"] = plain ? json("2048") : json(bits);
-        if (plain)
+        if (plain) {
             body["tags"] = {{"AlgID", algId}, {"KeyName", "mykey"}};
-        else
+        } else {
+            body["exportable"] = false;
             body = CertificateRequest(body, algId,
                                       {{"subject", "CN=CertificateDummySubject"},
                                        {"validity_months", 600},
                                        {"ekus", {"1.3.6.1.5.5.7.3.1", "1.3.6.1.5.5.7.3.2"}},
                                        {"key_usage", json::array({"digitalSignature"})}});
+        }
         EXPECT_EQ(body, BodyOf("/create?"));
         EXPECT_EQ(Strings{}, LinesUpTo(2));
         EXPECT_EQ(algId, Narrow(key.AlgID));
@@ -195,17 +196,6 @@ TEST_F(CertificateModeCreationTest, CertificatesWithNewKeys)
         EXPECT_EQ(0, Create("ECDSA_P256", &key));
         EXPECT_EQ((Strings{"hardware", "merge", "read"}), Steps());
     }
-    // The log has the vault's words if it refuses hardware for another reason than its tier.
-    const json known = {{"error", {{"code", "BadParameter"}, {"message", "kty RSA-HSM is not valid"}}}};
-    const Row<int, json, size_t> refusals[] = {
-        {403, "refused", 0}, {400, known, 0}, {400, "refused", 1}, {404, known, 1}};
-    for (const auto& [status, body, details] : refusals) {
-        Fresh();
-        Answer("/create?", status, body);
-        OwnKey key;
-        EXPECT_EQ(1, Create("ECDSA_P256", &key));
-        EXPECT_EQ(details, LinesWith("HSM Key Failed - detail error ")) << status << body;
-    }
 }
 
 // Without a certificate request in the answer only reading the key decides. A request that can't be answered ends the
@@ -237,9 +227,9 @@ TEST_F(CertificateModeCreationTest, AnswersWithoutAUsableRequest)
 
 TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCertificate)
 {
-    const json curve = {{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}};
+    const json curve = {{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}, {"exportable", false}};
     const Row<const char*, json, const WCHAR*, const char*> rows[] = {
-        {"RSA", json::object(), nullptr, "CN=CertificateDummySubject"},
+        {"RSA", {{"exportable", true}}, nullptr, "CN=CertificateDummySubject"},
         {"ECDSA_P256", curve, TEXT("CN=web01"), "CN=web01"},
     };
     for (const auto& [algId, keyProperties, subject, policySubject] : rows) {
@@ -253,7 +243,7 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCert
         sim.ClearJournal();
         OwnKey after;
         EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), Wide(algId).c_str(),
-                                                     2048, &after, 0, certificate.data(),
+                                                     2048, &after, subject ? 0 : 1, certificate.data(),
                                                      static_cast<DWORD>(certificate.size()), subject));
         EXPECT_EQ(CertificateRequest(keyProperties, algId, {{"subject", policySubject}, {"validity_months", 600}}),
                   BodyOf("/create?"));
@@ -263,25 +253,6 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCert
         EXPECT_EQ(Bytes(before.n, before.n + before.n_siz), Bytes(after.n, after.n + after.n_siz));
         EXPECT_EQ(2u, State()["certificates"][0]["versions"].size());
     }
-}
-
-TEST_F(CertificateModeCreationTest, APublicationFallsBackWithTheSameBodyAndFollowsTheMode)
-{
-    call->certificateMode = 0;
-    Answer("/keys/mykey/create?", 403, "");
-    Answer("/keys/mykey/create?", 202, "ignored");
-    Answer("/keys/mykey/pending/merge?", 201, "");
-    sim.AddKey(Simulator::kVault, {{"name", "mykey"}, {"kty", "EC"}});
-    const BYTE certificate[] = {0xFF, 0xEF, 0xBE};
-    OwnKey key;
-    EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), TEXT("RSA"), 2048, &key, 1,
-                                                 certificate, 3, TEXT("CN=x")));
-    EXPECT_EQ((Strings{"POST /keys/mykey/create?api-version=7.0", "POST /keys/mykey/create?api-version=7.0",
-                       "POST /keys/mykey/pending/merge?api-version=7.0", "GET /keys/mykey?api-version=2016-10-01"}),
-              sim.VaultRequests());
-    EXPECT_EQ(2u, Posts().size()) << "the same body twice, and the merge";
-    EXPECT_EQ(true, BodyOf("/create?")["policy"]["key_props"]["exportable"]);
-    EXPECT_EQ(R"({"x5c": ["/+++"]})", Requests("/merge?")[0]["body"]);
 }
 
 TEST_F(CertificateModeCreationTest, WithoutMemoryACreationFailsAndNothingIncompleteIsSent)

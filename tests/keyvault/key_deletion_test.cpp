@@ -32,7 +32,7 @@ class KeyDeletionTest : public VaultTest {
     // Where the object is: "live", "deleted" or "gone".
     std::string Place()
     {
-        const json state = sim.Control("GET", std::string("/vaults/") + Simulator::kVault);
+        const json state = State();
         const bool certificate = call->certificateMode != 0;
         if (!state[certificate ? "certificates" : "keys"].empty())
             return "live";
@@ -59,11 +59,11 @@ TEST_F(KeyDeletionTest, AnswersOfEveryKind)
         {"deleted", false, {}, {}, 1, 0, 0, 1, "deleted"},
         {"204", false, {204}, {}, 1, 0, 0, 1, "live"},
         {"deletion refused", false, {403}, {}, 1, 0, 0, 0, "live"},
-        {"good answers that say nothing", true, {201}, {202}, 1, 1, 0, 0, "live"},
-        {"not there, nor deleted", true, {404}, {404}, 1, 1, 0, 0, "live"},
+        {"other good answers", true, {201}, {202}, 1, 1, 0, 0, "live"},
+        {"missing", true, {404}, {404}, 1, 1, 0, 0, "live"},
         {"deleted before", true, {404}, {204}, 1, 1, 0, 1, "live"},
         {"purge refused", true, {}, {403}, 1, 1, 0, 1, "deleted"},
-        {"conflicts, and a purge that goes on waiting", true, {409, 409}, {409}, 3, 2, 3, 1, "gone"},
+        {"conflicts, with longer waits in the purge", true, {409, 409}, {409}, 3, 2, 3, 1, "gone"},
         {"a purge in conflict to the end", true, {}, conflicts, 1, 5, 5, 1, "deleted"},
         {"a deletion in conflict to the end", false, conflicts, {}, 5, 0, 5, 0, "live"},
         {"both in conflict to the end", true, conflicts, {409}, 5, 1, 5, 0, "live"},
@@ -85,16 +85,6 @@ TEST_F(KeyDeletionTest, AnswersOfEveryKind)
             ExpectRequests(row.deletionsSent, row.purgesSent);
             EXPECT_EQ(RetryWaits(row.waits), clock.Waits());
             EXPECT_EQ(row.place, Place());
-            // Each bad answer is an error of the log, and those that are tried again say so.
-            size_t bad = 0, busy = 0;
-            for (const Statuses& statuses : {row.deletions, row.purges}) {
-                for (const int status : statuses) {
-                    bad += status >= 400 ? 1 : 0;
-                    busy += status == 409 || status == 429 ? 1 : 0;
-                }
-            }
-            EXPECT_EQ(bad, LinesUpTo(2).size());
-            EXPECT_EQ(busy, LinesWith(" Failed - Throttled or Conflict - Retry Error 0x"));
         }
     }
 }
@@ -108,8 +98,7 @@ TEST_F(KeyDeletionTest, NamesAndWhatCannotBeAsked)
     EXPECT_EQ(0, Delete(std::string(43, 'n')));
     EXPECT_EQ(0, KVCKeyDelete(call.get(), nullptr));
     EXPECT_EQ(0, KVCKeyDelete(nullptr, TEXT("mykey")));
-    EXPECT_EQ(2u, LinesWith("KVCKeyDelete NULL Parameter 1"));
-    // Without a token, and with the good answer of another operation left behind.
+    // Without a token, after a good answer to another operation.
     call.reset(KVCBeginCall(client.get()));
     call->lastStatus = 200;
     EXPECT_EQ(0, Delete());

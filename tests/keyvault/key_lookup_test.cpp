@@ -8,33 +8,9 @@ using nlohmann::json;
 
 namespace {
 
-class KeyLookupTest : public VaultTest {
-  protected:
-    int GetKey(const std::string& name, KVKey* key, int expectMissing = 0)
-    {
-        return KVCGetKey(call.get(), Wide(name).c_str(), key, expectMissing);
-    }
-};
+using KeyLookupTest = VaultTest;
 
-TEST_F(KeyLookupTest, ReadsTheLatestVersionUnderTheEncodedName)
-{
-    sim.AddKey(Simulator::kVault, {{"name", "web01"}, {"kty", "RSA"}, {"size", 2048}, {"tags", {{"AlgID", "RSA"}}}});
-    sim.AddKey(Simulator::kVault, {{"name", kCodedName}, {"kty", "EC"}, {"crv", "P-384"}});
-    OwnKey rsa;
-    EXPECT_EQ(1, GetKey("web01", &rsa));
-    EXPECT_EQ(256u, rsa.n_siz);
-    EXPECT_EQ("RSA", Narrow(rsa.AlgID));
-    EXPECT_EQ(32u, Narrow(rsa.version).size());
-    OwnKey curve;
-    EXPECT_EQ(1, GetKey("a b", &curve));
-    EXPECT_EQ("a b", Narrow(curve.clearName));
-    EXPECT_EQ(48u, curve.y_siz);
-    EXPECT_EQ(
-        (Strings{"GET /keys/web01?api-version=2016-10-01", "GET /keys/" + kCodedName + "?api-version=2016-10-01"}),
-        sim.VaultRequests());
-}
-
-TEST_F(KeyLookupTest, AKeyThatMayBeMissingIsNoErrorOfTheLog)
+TEST_F(KeyLookupTest, AKeyThatMayBeMissingIsNotLoggedAsAnError)
 {
     for (const int status : {403, 204}) {
         for (const int mayBeMissing : {0, 1}) {
@@ -42,7 +18,7 @@ TEST_F(KeyLookupTest, AKeyThatMayBeMissingIsNoErrorOfTheLog)
             root.ClearLog();
             OwnKey key;
             key.n_siz = 7;
-            EXPECT_EQ(0, GetKey("web01", &key, mayBeMissing));
+            EXPECT_EQ(0, KVCGetKey(call.get(), TEXT("web01"), &key, mayBeMissing));
             EXPECT_EQ(0u, key.n_siz) << "the record is zeroed";
             EXPECT_EQ(static_cast<DWORD>(status), call->lastStatus);
             EXPECT_EQ(mayBeMissing != 0, LinesUpTo(2).empty());
@@ -51,19 +27,23 @@ TEST_F(KeyLookupTest, AKeyThatMayBeMissingIsNoErrorOfTheLog)
     }
 }
 
-TEST_F(KeyLookupTest, NamesThatCannotBeAskedAndAnswersThatAreNoJson)
+TEST_F(KeyLookupTest, NamesAndAnswersThatAreNotJson)
 {
+    sim.AddKey(Simulator::kVault, {{"name", kCodedName}, {"kty", "EC"}, {"crv", "P-384"}});
     OwnKey key;
-    EXPECT_EQ(0, GetKey(std::string(43, 'a'), &key));
+    EXPECT_EQ(0, KVCGetKey(call.get(), TextString(43, 'a').c_str(), &key, 0));
     EXPECT_EQ(0, KVCGetKey(call.get(), nullptr, &key, 0));
-    EXPECT_TRUE(sim.VaultRequests().empty());
+    EXPECT_EQ(1, KVCGetKey(call.get(), TEXT("a b"), &key, 0));
+    EXPECT_EQ("a b", Narrow(key.clearName));
+    EXPECT_EQ(48u, key.y_siz);
+    EXPECT_EQ(Strings{"GET /keys/" + kCodedName + "?api-version=2016-10-01"}, sim.VaultRequests());
     for (const auto& [body, fault] :
          {std::pair<const char*, std::string>{"<html>", "character"}, {"{", "end of data"}}) {
         root.ClearLog();
+        OwnKey unread;
         Answer("/keys/web01?", 200, body);
-        EXPECT_EQ(1, GetKey("web01", &key));
-        EXPECT_EQ("web01", Narrow(key.clearName));
-        EXPECT_EQ(nullptr, key.kty);
+        EXPECT_EQ(1, KVCGetKey(call.get(), TEXT("web01"), &unread, 0));
+        EXPECT_EQ(nullptr, unread.kty);
         EXPECT_EQ(Strings{"KVCParseJSONKey answer is not JSON unexpected " + fault + " 1"}, LinesUpTo(2));
     }
 }
@@ -87,19 +67,17 @@ TEST_F(CertificateFetchTest, TheMembersOfAnAnswer)
     const Row<const char*, json, Bytes> rows[] = {
         {"cer", {{"cer", Base64Url(bytes)}}, bytes},
         {"value comes first", {{"cer", "AQID"}, {"value", Base64(bytes)}}, bytes},
-        {"a null value is none", {{"cer", "AQID"}, {"value", nullptr}}, {1, 2, 3}},
-        {"a value that is no Base64 hides cer", {{"cer", "AQID"}, {"value", "*"}}, {}},
+        {"a null value", {{"cer", "AQID"}, {"value", nullptr}}, {1, 2, 3}},
+        {"a value that isn't Base64 hides cer", {{"cer", "AQID"}, {"value", "*"}}, {}},
         {"neither", {{"id", "x"}}, {}},
-        {"no JSON", "<html>", {}},
-        {"the longest that the decoder takes", {{"cer", longest}}, Bytes(3069)},
+        {"not JSON", "<html>", {}},
+        {"the longest that is decoded", {{"cer", longest}}, Bytes(3069)},
         {"a longer one", {{"cer", longest + "AAAA"}}, {}},
     };
     for (const auto& [name, answer, expected] : rows) {
         SCOPED_TRACE(name);
-        root.ClearLog();
         Answer("/certificates/web?", 200, answer);
         EXPECT_EQ(expected, Get());
-        EXPECT_EQ(answer.is_string() ? 1u : 0u, LinesUpTo(2).size());
     }
 }
 
@@ -112,7 +90,6 @@ TEST_F(CertificateFetchTest, PlainKeysAndMissingArguments)
     CertBlob blob = {};
     EXPECT_FALSE(KVCGetCert(call.get(), nullptr, &blob));
     EXPECT_FALSE(KVCGetCert(call.get(), TEXT("web"), nullptr));
-    EXPECT_EQ(2u, LinesWith("KVCGetCert Bad CertName or certblob pointer 1"));
 }
 
 }  // namespace
