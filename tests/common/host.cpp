@@ -37,8 +37,8 @@ void HostTest::SetUp()
 
 void HostTest::TearDown()
 {
-    while (!keys_.empty())
-        FreeKey(keys_.back());
+    while (!keys.empty())
+        FreeKey(keys.back());
     if (provider)
         FreeProvider(provider);
     DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
@@ -71,12 +71,12 @@ NCRYPT_KEY_HANDLE HostTest::OpenKey(const std::string& name, DWORD flags)
     NCRYPT_KEY_HANDLE key = 0;
     EXPECT_EQ("0x00000000", Hex(table->OpenKey(OpenProvider(), &key, Wide(name).c_str(), 0, flags))) << name;
     if (key)
-        keys_.push_back(key);
+        keys.push_back(key);
     return key;
 }
 
 void HostTest::FreeKey(NCRYPT_KEY_HANDLE key)
 {
     EXPECT_EQ("0x00000000", Hex(table->FreeKey(provider, key)));
-    keys_.erase(std::remove(keys_.begin(), keys_.end(), key), keys_.end());
+    keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
 }

@@ -33,10 +33,8 @@ class HostTest : public testing::Test {
     TestRoot root;
     TestClock clock;
     Simulator& sim = Simulator::Get();
-    NCRYPT_PROV_HANDLE provider = 0;  // opened by OpenProvider
-
-  private:
-    std::vector<NCRYPT_KEY_HANDLE> keys_;
+    NCRYPT_PROV_HANDLE provider = 0;      // opened by OpenProvider
+    std::vector<NCRYPT_KEY_HANDLE> keys;  // freed in TearDown
 };
 
 // Settings of both hives for client credentials against the vault Simulator::kVault, with plain keys.

@@ -12,7 +12,7 @@ constexpr SECURITY_STATUS kFlags = NTE_BAD_FLAGS;
 constexpr SECURITY_STATUS kUnsupported = NTE_NOT_SUPPORTED;
 constexpr DWORD kAll = 0xFFFFFFFF;  // flags, no call knows them all
 
-struct Row {
+struct Refusal {
     const char* line;  // that the entry point logs, without its "Kelvaro" and the status
     const char* fault;
     SECURITY_STATUS expected, got;
@@ -27,11 +27,11 @@ class ArgumentsTest : public ProviderTest {
         key = Pending("RSA");
         root.ClearLog();
     }
-    void Expect(std::initializer_list<Row> rows)
+    void Expect(std::initializer_list<Refusal> rows)
     {
         const Lines logged = ErrorLines();
         auto at = logged.begin();
-        for (const Row& row : rows) {
+        for (const Refusal& row : rows) {
             EXPECT_EQ(Hex(row.expected), Hex(row.got)) << row.line << ": " << row.fault;
             const std::string line = std::string("Kelvaro") + row.line + " Error " + Hex(row.expected);
             at = std::find(at, logged.end(), line);

@@ -9,6 +9,7 @@
 
 #include "tests/common/base64.h"
 #include "tests/common/host.h"
+#include "tests/common/row.h"
 
 inline Bytes operator+(Bytes left, const Bytes& right)
 {

@@ -30,18 +30,10 @@ void ImportTest::SetUp()
     OpenProvider();
 }
 
-void ImportTest::TearDown()
-{
-    FreeImported();
-    ProviderTest::TearDown();
-}
-
 void ImportTest::FreeImported()
 {
-    if (imported_) {
-        EXPECT_EQ(0, table->FreeKey(provider, imported_));
-    }
-    imported_ = 0;
+    if (imported_)
+        FreeKey(std::exchange(imported_, 0));
 }
 
 SECURITY_STATUS ImportTest::ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data,
@@ -63,6 +55,7 @@ std::string ImportTest::Import(const char* type, const Bytes& data, Parameters* 
     if (status == 0) {
         EXPECT_EQ(Lines{}, ErrorLines());
         imported_ = key;
+        keys.push_back(key);
     } else {
         EXPECT_EQ(Lines{"KelvaroImportKey Error " + Hex(status)}, ErrorLines());
         EXPECT_EQ(77u, key);
@@ -89,7 +82,8 @@ void ImportTest::ImportWith(const std::vector<ParameterRow>& rows, const char* t
 
 void ImportTest::ExpectNameless(const Bytes& blob, const char* type, bool finalized, bool machine)
 {
-    EXPECT_EQ(blob, KeptBlob());
+    EXPECT_EQ(blob, KeptBlob(*imported()));
+    EXPECT_NE(blob, Bytes(imported()->pbPrivateKey, imported()->pbPrivateKey + blob.size()));
     EXPECT_EQ(type, Narrow(imported()->pszPrivateBlobType));
     EXPECT_EQ(finalized ? 1u : 0u, imported()->fFinalized);
     EXPECT_EQ(machine ? 1u : 0u, imported()->fMachineKey);
@@ -100,21 +94,4 @@ void ImportTest::ExpectNameless(const Bytes& blob, const char* type, bool finali
     EXPECT_EQ(3u, imported()->dwKeyUsage);
     EXPECT_EQ(&imported()->PropertyList, imported()->PropertyList.next);
     EXPECT_EQ(0u, sim.Journal().size());
-}
-
-Bytes ImportTest::KeptBlob() const
-{
-    DATA_BLOB sealed = {imported()->cbPrivateKey, imported()->pbPrivateKey};
-    DATA_BLOB plain = {};
-    LPWSTR description = nullptr;
-    if (!CryptUnprotectData(&sealed, &description, nullptr, nullptr, nullptr, 0, &plain))
-        return {};
-    EXPECT_EQ("Private Key", Narrow(description));
-    LocalFree(description);
-    const Bytes blob(plain.pbData, plain.pbData + plain.cbData);
-    LocalFree(plain.pbData);
-    // Not even the header is there as it is.
-    EXPECT_EQ(sealed.pbData + sealed.cbData, std::search(sealed.pbData, sealed.pbData + sealed.cbData, blob.begin(),
-                                                         blob.begin() + sizeof(BCRYPT_RSAKEY_BLOB)));
-    return blob;
 }

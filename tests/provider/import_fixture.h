@@ -56,7 +56,6 @@ struct ParameterRow {
 class ImportTest : public ProviderTest {
   protected:
     void SetUp() override;
-    void TearDown() override;
 
     // The bare call. *key is the caller's.
     SECURITY_STATUS ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data, NCryptBufferDesc* list,
@@ -75,8 +74,6 @@ class ImportTest : public ProviderTest {
     void FreeImported();
     // What an import without a name leaves: finalized or not, of the machine or the user, without requests.
     void ExpectNameless(const Bytes& blob, const char* type, bool finalized, bool machine);
-    // The private blob, unprotected.
-    Bytes KeptBlob() const;
 
     NCRYPT_KEY_HANDLE imported_ = 0;
 };

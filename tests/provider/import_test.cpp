@@ -89,9 +89,9 @@ class Pkcs8ImportTest : public ImportTest {
     Parameters secret = {{46, TextBytes("secret")}};  // the password of most files
 
     // The parts of the kept blob are those of `der`, each number with its bytes in the other order.
-    void ExpectBlobOf(const Bytes& der, DWORD bits) const
+    void ExpectBlobOf(const Bytes& der, DWORD bits)
     {
-        const Bytes blob = KeptBlob();
+        const Bytes blob = KeptBlob(*imported());
         const DWORD whole = bits / 8, half = (bits + 15) / 16;
         const BCRYPT_RSAKEY_BLOB header = {BCRYPT_RSAFULLPRIVATE_MAGIC, bits, 3, whole, half, half};
         ASSERT_EQ(sizeof(header) + 3 + 2 * whole + 5 * half, blob.size());
@@ -120,7 +120,7 @@ TEST_F(Pkcs8ImportTest, PlainKeysAreKeptAsBlobs)
         const Bytes der = ReadPkcs8("rsa" + std::to_string(bits));
         ASSERT_EQ(kDone, ImportPkcs8(der, &secret, bits == 3072 ? kLater : 0));  // without need of a password
         ExpectBlobOf(der, bits);
-        ExpectNameless(KeptBlob(), "RSAPRIVATEBLOB", bits != 3072, true);
+        ExpectNameless(KeptBlob(*imported()), "RSAPRIVATEBLOB", bits != 3072, true);
     }
 }
 
@@ -223,11 +223,7 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
     const Bytes cut(parameters.begin() + 2, parameters.begin() + 20);
     const Bytes unknown = {0x2A, 3};
     const Bytes huge = {2, 4, 0x7F, 0xFF, 0xFF, 0xFF}, tenMillionAndOne = {2, 4, 0, 0x98, 0x96, 0x81};
-    const struct {
-        const char* name;
-        Bytes data;
-        SECURITY_STATUS status;
-    } rows[] = {
+    const Row<const char*, Bytes, SECURITY_STATUS> rows[] = {
         {"curve", ReadPkcs8("p256"), NTE_NOT_SUPPORTED},
         {"1024 bits", ReadPkcs8("rsa1024"), NTE_NOT_SUPPORTED},
         {"PKCS#1 alone", pkcs1, NTE_BAD_DATA},
@@ -271,8 +267,8 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
         {"scrypt", ReadPkcs8("pbes2-scrypt"), NTE_INTERNAL_ERROR},
         {"PKCS#12 with two keys", ReadPkcs8("pkcs12-sha1-2des"), NTE_INTERNAL_ERROR},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Hex(row.status), ImportPkcs8(row.data, &secret)) << row.name;
+    for (const auto& [name, data, status] : rows)
+        EXPECT_EQ(Hex(status), ImportPkcs8(data, &secret)) << name;
 }
 
 TEST_F(Pkcs8ImportTest, ParameterLists)

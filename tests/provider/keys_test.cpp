@@ -33,22 +33,19 @@ class KeysTest : public ProviderTest {
     // Makes, uses and purges a key of each algorithm.
     void ExpectEveryAlgorithmToLive(const char* vault)
     {
-        const struct {
-            const char* name;
-            DWORD bits, hashSize;
-        } rows[] = {
+        const Row<const char*, DWORD, DWORD> rows[] = {
             {"RSA", 2048, 32},      {"ECDSA_P256", 256, 32}, {"ECDSA_P384", 384, 48}, {"ECDSA_P521", 521, 64},
             {"ECDH_P256", 256, 32}, {"ECDH_P384", 384, 48},  {"ECDH_P521", 521, 64},
         };
         const json empty = StateOf(vault);
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.name);
-            const NCRYPT_KEY_HANDLE key = Pending(row.name, "made here");
-            EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
+        for (const auto& [name, bits, hashSize] : rows) {
+            SCOPED_TRACE(name);
+            const NCRYPT_KEY_HANDLE key = Pending(name, "made here");
+            EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
             EXPECT_EQ(0, Finalize(key));
             EXPECT_EQ("made here", Narrow(Record(key)->kvk.clearName));
-            EXPECT_EQ(row.name, Narrow(Record(key)->kvk.AlgID));
-            ExpectToSign(key, row.hashSize);
+            EXPECT_EQ(name, Narrow(Record(key)->kvk.AlgID));
+            ExpectToSign(key, hashSize);
             EXPECT_EQ(kDone, Delete(key, NCRYPT_SILENT_FLAG));
             EXPECT_EQ(empty, StateOf(vault));
         }
@@ -81,12 +78,7 @@ TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
         return std::pair(CurveAnswer(crv, x, y, ops, tag), Words({magic, cb}) + x + y);
     };
     const Bytes zero = {0};
-    const struct {
-        const char* name;
-        std::pair<json, Bytes> key;  // the answer and the blob
-        const char* algorithm;
-        DWORD bits;
-    } rows[] = {
+    const Row<const char*, std::pair<json, Bytes>, const char*, DWORD> rows[] = {
         {"257 bytes with a zero", rsa(zero + Pattern(256), 2056, zero + Pattern(256)), "RSA", 2056},
         {"257 bytes without", rsa(Pattern(257), 2056, zero + Pattern(257)), "RSA", 2056},
         {"256 bytes with a zero", rsa(zero + Pattern(255), 2048, zero + zero + Pattern(255)), "RSA", 2048},
@@ -104,17 +96,17 @@ TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
         {"another curve", curve("P-256K", 32, 0), "", 0},
         {"a coordinate as it came", curve("P-384", 49, 0x33534345, true, "ECDSA_P384"), "ECDSA_P384", 0},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const NCRYPT_KEY_HANDLE key = OpenAnswered(row.key.first);
-        EXPECT_EQ(TextBytes(row.algorithm), GetKey(key, "Algorithm Name").bytes);
-        EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
+    for (const auto& [name, described, algorithm, bits] : rows) {
+        SCOPED_TRACE(name);
+        const NCRYPT_KEY_HANDLE key = OpenAnswered(described.first);
+        EXPECT_EQ(TextBytes(algorithm), GetKey(key, "Algorithm Name").bytes);
+        EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
         EXPECT_EQ(Words({3}), GetKey(key, "Key Usage").bytes) << "whatever the operations say";
         const bool isRsa = Record(key)->kvk.isEC == 0;
-        EXPECT_EQ(row.key.second, Export(key, isRsa ? "RSAPUBLICBLOB" : "ECCPUBLICBLOB").bytes);
+        EXPECT_EQ(described.second, Export(key, isRsa ? "RSAPUBLICBLOB" : "ECCPUBLICBLOB").bytes);
         const Result generic = Export(key, "PUBLICBLOB", NCRYPT_SILENT_FLAG);
         EXPECT_EQ(Hex(isRsa ? 0 : NTE_INVALID_PARAMETER), Hex(generic.status));
-        EXPECT_EQ(isRsa ? row.key.second : Bytes(), generic.bytes);
+        EXPECT_EQ(isRsa ? described.second : Bytes(), generic.bytes);
     }
 }
 

@@ -1,7 +1,6 @@
-// What a log call takes of its host, and what of it goes to the event log.
+// How much stack a log call uses, and what is written where.
 #include <pthread.h>
 
-#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <functional>
@@ -25,66 +24,46 @@ namespace {
 // Sanitizers enlarge every frame.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-// Runs `body` on a thread with a painted stack; how many bytes of it were used.
-size_t DepthOf(const std::function<void()>& body)
-{
-    constexpr size_t kSize = 256 * 1024;
-    constexpr unsigned char kPaint = 0xA5;
-    static unsigned char stack[kSize] __attribute__((aligned(64)));
-    std::fill_n(stack, kSize, kPaint);
-    struct Run {
-        const std::function<void()>& body;
-        const void* start;
-    } run = {body, nullptr};
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstack(&attributes, stack, kSize);
-    pthread_t thread;
-    const auto enter = [](void* argument) -> void* {
-        static_cast<Run*>(argument)->start = __builtin_frame_address(0);
-        static_cast<Run*>(argument)->body();
-        return nullptr;
-    };
-    EXPECT_EQ(0, pthread_create(&thread, &attributes, enter, &run));
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    const auto* const deepest = std::find_if(stack, stack + kSize, [](unsigned char byte) { return byte != kPaint; });
-    return static_cast<size_t>(static_cast<const unsigned char*>(run.start) - deepest);
-}
-
-TEST_F(ProviderTest, LogCallsLeaveAHostsStackAlone)
+// Hosts run threads with stacks of 64 KiB. These calls overflow a small stack, which ends the program, if they use more
+// than about 16 KiB.
+TEST_F(ProviderTest, LogCallsNeedLittleStack)
 {
     root.SetNumber(HKEY_LOCAL_MACHINE, "EVLoggingLevel", 10);
     const TextString wideText(20000, 0x20AC);
     const std::string byteText(20000, '\xE4');
     // A host's bytes, at an odd address.
-    Bytes value(40001, 'v');
+    const Bytes value(40001, 'v');
     const BYTE* const odd = value.data() + 1;
     const WCHAR* const text = wideText.c_str();
-    const struct {
-        const char* name;
-        std::function<void()> call;
-    } rows[] = {
-        {"attach", [] { DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr); }},
-        {"line", [=] { LogLine(text, 1); }},
-        {"error", [=] { LogError(text, DWORD{5}, 1); }},
-        {"string", [=] { LogString(TEXT("message"), text, 10); }},
-        {"strings", [=] { LogStrings(TEXT("message"), text, text, 10); }},
-        {"number", [=] { LogNumber(TEXT("message"), text, -1, 8); }},
-        {"data", [=] { LogData(TEXT("message"), text); }},
-        {"bytes", [&] { LogAscii(TEXT("message"), byteText.c_str()); }},
-        {"trace of a number", [=] { TraceProperty(TEXT("function"), TEXT("Length"), odd, 4); }},
-        {"trace of a text", [=] { TraceProperty(TEXT("function"), TEXT("Name"), odd, 40000); }},
-        {"trace of bytes", [=] { TraceProperty(TEXT("function"), TEXT("Other"), odd, 40000); }},
-        {"detach", [] { DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); }},
+    const std::function<void()> calls[] = {
+        [] { DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr); },
+        [=] { LogLine(text, 1); },
+        [=] { LogError(text, DWORD{5}, 1); },
+        [=] { LogString(TEXT("message"), text, 10); },
+        [=] { LogStrings(TEXT("message"), text, text, 10); },
+        [=] { LogNumber(TEXT("message"), text, -1, 8); },
+        [=] { LogData(TEXT("message"), text); },
+        [&] { LogAscii(TEXT("message"), byteText.c_str()); },
+        [=] { TraceProperty(TEXT("function"), TEXT("Length"), odd, 4); },
+        [=] { TraceProperty(TEXT("function"), TEXT("Name"), odd, 40000); },
+        [=] { TraceProperty(TEXT("function"), TEXT("Other"), odd, 40000); },
+        [] { DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); },
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    const auto run = [](void* call) -> void* {
+        (*static_cast<const std::function<void()>*>(call))();
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, 24 * 1024));
+    for (std::function<void()> call : calls) {
         root.ClearLog();
-        const size_t depth = DepthOf(row.call);
-        EXPECT_LE(depth, 16u * 1024) << "hosts run threads with stacks of 64 KiB";
+        pthread_t thread;
+        ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &call));
+        pthread_join(thread, nullptr);
         EXPECT_FALSE(root.WholeLog().empty());
     }
+    pthread_attr_destroy(&attributes);
     DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
 }
 
@@ -110,7 +89,7 @@ class LogOutletsTest : public testing::Test {
     TestRoot root;
 };
 
-TEST_F(LogOutletsTest, LineBreaksAreBlanksInTheFileAndStayInTheEventLog)
+TEST_F(LogOutletsTest, LineBreaksBecomeBlanksInTheFileAlone)
 {
     Attach(1, 1);
     root.ClearLog();
@@ -121,36 +100,27 @@ TEST_F(LogOutletsTest, LineBreaksAreBlanksInTheFileAndStayInTheEventLog)
     EXPECT_NE(std::string::npos, Events().find("\"error a\\u000d\\u000aKelvaro: ")) << Events();
 }
 
-TEST_F(LogOutletsTest, LoadAndUnloadLookUpNamesForTheirLinesAndTheEndOfAProcessMakesNoEvent)
+TEST_F(LogOutletsTest, LoadAndUnloadLookUpTheUserOnlyForTheirLines)
 {
     BYTE processEnds = 0;
-    const struct {
-        const char* name;
-        DWORD file, event;
-        DWORD reason;
-        LPVOID reserved;
-        int lookups, lines;
-        bool event_written;
-    } rows[] = {
-        {"load, no log", 0, 0, DLL_PROCESS_ATTACH, nullptr, 0, 0, false},
-        {"load, errors alone", 2, 2, DLL_PROCESS_ATTACH, nullptr, 0, 0, false},
-        {"load, entry points", 4, 4, DLL_PROCESS_ATTACH, &processEnds, 1, 1, true},
-        {"new thread", 10, 10, DLL_THREAD_ATTACH, nullptr, 0, 0, false},
-        {"thread's end", 10, 10, DLL_THREAD_DETACH, nullptr, 0, 0, false},
-        {"unload", 4, 4, DLL_PROCESS_DETACH, nullptr, 1, 1, true},
-        {"end of the process", 4, 4, DLL_PROCESS_DETACH, &processEnds, 1, 1, false},
-        {"end of the process, no log", 0, 0, DLL_PROCESS_DETACH, &processEnds, 0, 0, false},
+    // level, reason, reserved, lines of the file, each with a look-up, and whether there is an event
+    const Row<DWORD, DWORD, void*, int, bool> rows[] = {
+        {0, DLL_PROCESS_ATTACH, nullptr, 0, false},      {2, DLL_PROCESS_ATTACH, nullptr, 0, false},
+        {4, DLL_PROCESS_ATTACH, &processEnds, 1, true},  {10, DLL_THREAD_ATTACH, nullptr, 0, false},
+        {10, DLL_THREAD_DETACH, nullptr, 0, false},      {4, DLL_PROCESS_DETACH, nullptr, 1, true},
+        {4, DLL_PROCESS_DETACH, &processEnds, 1, false},  // the event log may be gone when a process ends
+        {0, DLL_PROCESS_DETACH, &processEnds, 0, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Attach(row.file, row.event);
+    for (const auto& [level, reason, reserved, lines, event] : rows) {
+        SCOPED_TRACE(testing::Message() << level << " " << reason << " " << reserved);
+        Attach(level, level);
         root.ClearLog();
         const std::string before = Events();
         userLookups = 0;
-        EXPECT_EQ(TRUE, DllMain(nullptr, row.reason, row.reserved));
-        EXPECT_EQ(row.lookups, userLookups);
-        EXPECT_EQ(static_cast<size_t>(row.lines), root.LogLines().size());
-        EXPECT_EQ(row.event_written, Events() != before);
+        EXPECT_EQ(TRUE, DllMain(nullptr, reason, reserved));
+        EXPECT_EQ(lines, userLookups);
+        EXPECT_EQ(static_cast<size_t>(lines), root.LogLines().size());
+        EXPECT_EQ(event, Events() != before);
     }
 }
 

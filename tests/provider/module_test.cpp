@@ -58,31 +58,27 @@ TEST_F(ModuleTest, EveryNameGivesTheOneTable)
 
 TEST_F(ModuleTest, AttachLogsTheDateAndItsLine)
 {
-    const struct {
-        const char* name;
-        DWORD file, event;
-        bool dateLine, attachLine;
-    } rows[] = {
+    const Row<const char*, DWORD, DWORD, bool, bool> rows[] = {
         {"nothing is logged", 0, 0, false, false},
         {"a level below entry points", 2, 0, true, false},
         {"entry points", 4, 0, true, true},
         {"the event log's level opens the file too", 0, 8, false, true},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, file, event, dateLine, attachLine] : rows) {
+        SCOPED_TRACE(name);
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         EXPECT_EQ(nullptr, KelvaroPropertySemaphore);
         root.ClearLog();
-        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", row.file);
-        root.SetNumber(HKEY_LOCAL_MACHINE, "EVLoggingLevel", row.event);
+        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", file);
+        root.SetNumber(HKEY_LOCAL_MACHINE, "EVLoggingLevel", event);
         EXPECT_EQ(TRUE, DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr));
         EXPECT_NE(nullptr, KelvaroPropertySemaphore);
         const std::string log = root.WholeLog();
-        EXPECT_EQ(row.dateLine, !log.empty() && log.rfind("Kelvaro: ", 0) != 0) << log;
+        EXPECT_EQ(dateLine, !log.empty() && log.rfind("Kelvaro: ", 0) != 0) << log;
         const std::string line = root.LogLines().empty() ? "" : root.LogLines()[0];
-        EXPECT_EQ(row.attachLine, line.rfind("DllMain DLL_PROCESS_ATTACH ", 0) == 0);
-        EXPECT_EQ(row.attachLine, line.find("provider_tests") != std::string::npos) << line;
-        EXPECT_EQ(row.attachLine, line.find(" " + UserName() + " 4") != std::string::npos) << line;
+        EXPECT_EQ(attachLine, line.rfind("DllMain DLL_PROCESS_ATTACH ", 0) == 0);
+        EXPECT_EQ(attachLine, line.find("provider_tests") != std::string::npos) << line;
+        EXPECT_EQ(attachLine, line.find(" " + UserName() + " 4") != std::string::npos) << line;
     }
     root.RemoveKey(HKEY_LOCAL_MACHINE);
     Reattach();
@@ -90,68 +86,54 @@ TEST_F(ModuleTest, AttachLogsTheDateAndItsLine)
     EXPECT_EQ(0, LogLevel + EVLoggingLevel);
 }
 
-template <BldStr* KVCClient::*field>
-std::string ReadText(const KSP_PROVIDER& provider, bool machine)
+// The vault's template and the client's settings.
+std::string Settings(const KSP_PROVIDER& opened, bool machine)
 {
-    return Text(ProviderClient(&provider, machine)->*field);
-}
-
-template <DWORD KVCClient::*field>
-std::string ReadNumber(const KSP_PROVIDER& provider, bool machine)
-{
-    return std::to_string(ProviderClient(&provider, machine)->*field);
-}
-
-std::string ReadTemplate(const KSP_PROVIDER& provider, bool machine)
-{
-    return Narrow(machine ? provider.machineVaultName : provider.userVaultName);
+    const KVCClient& client = *ProviderClient(&opened, machine);
+    std::string all = Narrow(machine ? opened.machineVaultName : opened.userVaultName);
+    for (const BldStr* text : {client.kvname, client.tenant, client.clientId, client.clientSecret, client.clientCertId})
+        all += "|" + Text(text);
+    for (const DWORD number : {client.authn, client.purgeOnDelete, client.certificateMode, client.exportableOption})
+        all += "|" + std::to_string(number);
+    return all;
 }
 
 TEST_F(ModuleTest, SettingsReachOnlyTheClientOfTheirHive)
 {
     const std::string t511(511, 't'), t512(512, 't');
-    const struct {
-        const char* name;
-        std::string value;  // a number where `number` is set
-        bool number;
-        std::string unset, set;
-        std::string (*read)(const KSP_PROVIDER& provider, bool machine);
-    } rows[] = {
-        {"KeyVault", "Contoso.Keys", false, "%G", "Contoso.Keys", ReadTemplate},
-        {"KeyVault", "Contoso.Keys", false, "oidguid", "contosokeys", ReadText<&KVCClient::kvname>},
-        {"AuthenticationType", "2", true, "1", "2", ReadNumber<&KVCClient::authn>},
-        {"TenantId", t511, false, "", t511, ReadText<&KVCClient::tenant>},
-        {"ClientId", "client", false, "", "client", ReadText<&KVCClient::clientId>},
-        {"ClientSecret", "secret", false, "", "secret", ReadText<&KVCClient::clientSecret>},
-        {"ClientCertID", "cert", false, "", "cert", ReadText<&KVCClient::clientCertId>},
-        {"DoDeletePurge", "1", true, "1", "0", ReadNumber<&KVCClient::purgeOnDelete>},
-        {"CertificatesOrKeys", "7", true, "1", "0", ReadNumber<&KVCClient::certificateMode>},
-        {"ExportableOption", "5", true, "0", "5", ReadNumber<&KVCClient::exportableOption>},
-        // A text over its limit counts as missing.
-        {"ClientId", t512, false, "", "", ReadText<&KVCClient::clientId>},
-        {"KeyVault", t512, false, "%G", "%G", ReadTemplate},
-        {"ClientSecret", t512, false, "", "", ReadText<&KVCClient::clientSecret>},
-        {"ClientDPAPISecret", std::string(4096, 'A'), false, "", "", ReadText<&KVCClient::clientSecret>},
+    const Row<const char*, std::string, std::string> texts[] = {
+        // The longest value, or another one, and one that is too long.
+        {"KeyVault", "Contoso.Keys", t512}, {"TenantId", t511, t512},
+        {"ClientId", "client", t512},       {"ClientSecret", "secret", t512},
+        {"ClientCertID", "cert", t512},     {"ClientDPAPISecret", "", std::string(4096, 'A')},
     };
-    for (const auto& row : rows) {
-        for (const bool machine : {true, false}) {
-            SCOPED_TRACE(std::string(row.name) + (machine ? " machine" : " user"));
-            const HKEY hive = machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
-            const auto read = [&](bool of) {
-                return Opened([&](const KSP_PROVIDER& opened) { return row.read(opened, of); });
-            };
-            ClearSettings();
-            EXPECT_EQ(row.unset, read(machine));
-            EXPECT_FALSE(root.Has(hive, "ClientSecret"));
-            root.SetText(hive, row.name, row.value, row.number ? REG_SZ : REG_EXPAND_SZ);
-            EXPECT_EQ(row.unset, read(machine)) << "of another type";
-            if (row.number)
-                root.SetNumber(hive, row.name, static_cast<DWORD>(std::stoul(row.value)));
-            else
-                root.SetText(hive, row.name, row.value);
-            EXPECT_EQ(row.set, read(machine));
-            EXPECT_EQ(row.unset, read(!machine));
-        }
+    const std::pair<const char*, DWORD> numbers[] = {
+        {"AuthenticationType", 2}, {"DoDeletePurge", 1}, {"CertificatesOrKeys", 7}, {"ExportableOption", 5}};
+    const std::string unset = "%G|oidguid|||||1|1|1|0";
+    for (const bool machine : {true, false}) {
+        SCOPED_TRACE(machine);
+        const HKEY hive = machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+        const auto read = [&](bool of) {
+            return Opened([&](const KSP_PROVIDER& opened) { return Settings(opened, of); });
+        };
+        ClearSettings();
+        EXPECT_EQ(unset, read(machine));
+        EXPECT_FALSE(root.Has(hive, "ClientSecret"));
+        for (const auto& [name, value, tooLong] : texts)
+            root.SetText(hive, name, value, REG_EXPAND_SZ);
+        for (const auto& [name, number] : numbers)
+            root.SetText(hive, name, std::to_string(number));
+        EXPECT_EQ(unset, read(machine)) << "of other types";
+        for (const auto& [name, value, tooLong] : texts)
+            root.SetText(hive, name, value);
+        for (const auto& [name, number] : numbers)
+            root.SetNumber(hive, name, number);
+        EXPECT_EQ("Contoso.Keys|contosokeys|" + t511 + "|client|secret|cert|2|0|0|5", read(machine));
+        EXPECT_EQ(unset, read(!machine));
+        ClearSettings();
+        for (const auto& [name, value, tooLong] : texts)
+            root.SetText(hive, name, tooLong);
+        EXPECT_EQ(unset, read(machine)) << "too long";
     }
 }
 

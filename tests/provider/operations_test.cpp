@@ -118,8 +118,7 @@ class OperationsTest : public ImportTest {
             ForgetToken();
         const SECURITY_STATUS status = armed([&] { return Finalize(made); });
         EXPECT_EQ(status == 0 ? 1u : 0u, Record(made)->fFinalized);
-        Forget(made);
-        EXPECT_EQ(0, table->FreeKey(provider, made));
+        FreeKey(made);
         return status;
     }
     // Leaves the client without a token, as before its first sign-in.
@@ -152,16 +151,19 @@ class OperationsTest : public ImportTest {
         }
         return status;
     }
-    // Replaces a value. left: what is read after a failure.
+    // Replaces a property of a key, or of the provider if `of` is 0. left: what is read after a failure.
     template <class Read>
-    SECURITY_STATUS Replace(Armed& armed, const WCHAR* name, Bytes old, DWORD flags, const Bytes& left, Read read)
+    SECURITY_STATUS Replace(Armed& armed, NCRYPT_KEY_HANDLE of, const char* name, const Bytes& old, DWORD flags,
+                            const Bytes& left, Read read)
     {
         Bytes value = old;
         value[value.size() - std::min<size_t>(value.size(), 3)] ^= 1;
-        EXPECT_EQ(0, table->SetKeyProperty(provider, pending, name, old.data(), static_cast<DWORD>(old.size()), flags));
+        EXPECT_EQ(0, SetKey(of, name, old, flags));
+        const TextString wide = Wide(name);
+        const DWORD size = static_cast<DWORD>(value.size());
         const SECURITY_STATUS status = armed([&] {
-            return table->SetKeyProperty(provider, pending, name, value.data(), static_cast<DWORD>(value.size()),
-                                         flags);
+            return of ? table->SetKeyProperty(provider, of, wide.c_str(), value.data(), size, flags)
+                      : table->SetProviderProperty(provider, wide.c_str(), value.data(), size, flags);
         });
         EXPECT_EQ(status == 0 ? value : left, read());
         return status;
@@ -189,47 +191,26 @@ class OperationsTest : public ImportTest {
     // On failure some properties keep their old value and some lose it.
     std::vector<Operation> OfTheProvider()
     {
-        const auto stored = [this] { return GetKey(pending, "mine", kOnly).bytes; };
-        const auto context = [this] { return GetKey(pending, "Use Context").bytes; };
-        const auto descriptor = [this] {
-            return Bytes(Record(pending)->pbSecurityDescr,
-                         Record(pending)->pbSecurityDescr + Record(pending)->cbSecurityDescr);
+        const auto replace = [this](NCRYPT_KEY_HANDLE of, const char* name, const Bytes& old, DWORD flags, bool keeps) {
+            return [=](Armed& armed) {
+                return Replace(armed, of, name, old, flags, keeps ? old : Bytes(), [=] {
+                    const KSP_KEY& record = *Record(pending);
+                    if (name == std::string("Security Descr"))
+                        return Bytes(record.pbSecurityDescr, record.pbSecurityDescr + record.cbSecurityDescr);
+                    return name == std::string("PRIVATEBLOB") ? KeptBlob(record) : GetKey(of, name, flags).bytes;
+                });
+            };
         };
+        const Bytes text = TextBytes("old"), descriptor = Descriptor() + Pattern(4);
         return {
             {"OpenProvider", [this](Armed& armed) { return OpenOnce(armed); }, {0}},
             {"create", [this](Armed& armed) { return Create(armed, nullptr); }},
             {"algorithms", [this](Armed& armed) { return ListAlgorithms(armed); }},
-            {"provider's context",
-             [this](Armed& armed) {
-                 BYTE text[] = {'a', 0, 0, 0};
-                 EXPECT_EQ(0, table->SetProviderProperty(provider, TEXT("Use Context"), text, 4, 0));
-                 const SECURITY_STATUS status =
-                     armed([&] { return table->SetProviderProperty(provider, TEXT("Use Context"), text, 4, 0); });
-                 EXPECT_EQ(status == 0 ? TextBytes("a") : Bytes(), GetProvider("Use Context").bytes);
-                 return status;
-             }},
-            {"a host's property", [=](Armed& armed) { return Replace(armed, TEXT("mine"), {1}, kOnly, {}, stored); }},
-            {"key's context",
-             [=](Armed& armed) {
-                 return Replace(armed, TEXT("Use Context"), TextBytes("old"), 0, TextBytes("old"), context);
-             }},
-            {"descriptor",
-             [=](Armed& armed) {
-                 return Replace(armed, TEXT("Security Descr"), Descriptor() + Pattern(4), 4, {}, descriptor);
-             }},
-            {"private blob",
-             [this](Armed& armed) {
-                 Bytes blob = RsaBlob(2048);
-                 EXPECT_EQ(0, SetKey(pending, "PRIVATEBLOB", blob));
-                 const BYTE* const kept = Record(pending)->pbPrivateKey;
-                 const SECURITY_STATUS status = armed([&] {
-                     return table->SetKeyProperty(provider, pending, TEXT("PRIVATEBLOB"), blob.data(),
-                                                  static_cast<DWORD>(blob.size()), 0);
-                 });
-                 EXPECT_TRUE(status == 0 || kept == Record(pending)->pbPrivateKey);
-                 return status;
-             },
-             {NTE_INTERNAL_ERROR}},
+            {"provider's context", replace(0, "Use Context", text, 0, false)},
+            {"a host's property", replace(pending, "mine", {1}, kOnly, false)},
+            {"key's context", replace(pending, "Use Context", text, 0, true)},
+            {"descriptor", replace(pending, "Security Descr", descriptor, 4, false)},
+            {"private blob", replace(pending, "PRIVATEBLOB", RsaBlob(2048), 0, true), {NTE_INTERNAL_ERROR}},
             {"blob",
              [this](Armed& armed) {
                  Bytes data = RsaBlob(2048);

@@ -26,11 +26,8 @@ TEST_F(PropertiesTest, Values)
     const NCRYPT_KEY_HANDLE opened = OpenAnswered(CurveAnswer("P-256K", Pattern(32), Pattern(32)));
     SECURITY_DESCRIPTOR noSecurity = {};
     ASSERT_TRUE(InitializeSecurityDescriptor(&noSecurity, SECURITY_DESCRIPTOR_REVISION));
-    const struct {
-        NCRYPT_KEY_HANDLE key;
-        const char* property;
-        Bytes value;  // empty: not supported
-    } rows[] = {
+    // Without a value: not supported.
+    const Row<NCRYPT_KEY_HANDLE, const char*, Bytes> rows[] = {
         {curve, "Name", TextBytes("signing key")},
         {curve, "Unique Name", TextBytes("signing key")},
         {curve, "Algorithm Name", TextBytes("ECDSA_P521")},
@@ -57,11 +54,11 @@ TEST_F(PropertiesTest, Values)
         {opened, "Length", Words({0})},
         {opened, "Block Length", Words({0})},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.property);
-        const Result answer = GetKey(row.key, row.property);
-        EXPECT_EQ(Hex(row.value.empty() ? NTE_NOT_SUPPORTED : 0), Hex(answer.status));
-        EXPECT_EQ(row.value, answer.bytes);
+    for (const auto& [key, property, value] : rows) {
+        SCOPED_TRACE(property);
+        const Result answer = GetKey(key, property);
+        EXPECT_EQ(Hex(value.empty() ? NTE_NOT_SUPPORTED : 0), Hex(answer.status));
+        EXPECT_EQ(value, answer.bytes);
     }
     const Result noLengths = GetKey(opened, "Lengths");
     EXPECT_EQ(Hex(NTE_NOT_SUPPORTED), Hex(noLengths.status));
@@ -74,7 +71,7 @@ TEST_F(PropertiesTest, Values)
         {"Security Descr Support", Words({0})},
         {"Name", TextBytes("Zandrel Key Storage Provider for Key Vault")}};
     for (const auto& [property, value] : ofProvider)
-        EXPECT_EQ(value, GetProvider(property).bytes) << property;
+        EXPECT_EQ(value, GetKey(0, property).bytes) << property;
 }
 
 // Contexts with and without their terminator, with half of it, and so on.
@@ -89,7 +86,7 @@ TEST_F(PropertiesTest, AContextEndsWithItsTerminatorOrItsBytes)
         std::copy_n(whole.begin(), size, bytes.get());
         EXPECT_EQ(0, table->SetProviderProperty(OpenProvider(), TEXT("Use Context"), bytes.get(),
                                                 static_cast<DWORD>(size), NCRYPT_SILENT_FLAG));
-        EXPECT_EQ(TextBytes(text), GetProvider("Use Context").bytes) << size;
+        EXPECT_EQ(TextBytes(text), GetKey(0, "Use Context").bytes) << size;
     }
     // A key's ends with its terminator alone, and may have any address.
     const NCRYPT_KEY_HANDLE key = Pending("RSA");
@@ -172,12 +169,7 @@ TEST_F(PropertiesTest, SetValuesReadBack)
 {
     const NCRYPT_KEY_HANDLE key = Pending("RSA");
     const Bytes policy = GetKey(key, "UI Policy").bytes;
-    const struct {
-        const char* property;
-        Bytes set;
-        DWORD flags;
-        Bytes read;
-    } rows[] = {
+    const Row<const char*, Bytes, DWORD, Bytes> rows[] = {
         {"Key Usage", Words({0}), 0, Words({0})},
         {"HWND Handle", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x08}, 0, Words({0x44332211})},
         {"HWND Handle", {0x11, 0x22}, 0, Words({0x2211})},
@@ -189,9 +181,9 @@ TEST_F(PropertiesTest, SetValuesReadBack)
         {"mine", {4}, kOnly, {4}},
         {"Key Usage", Words({2}), kOnly, Words({2})},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(0, SetKey(key, row.property, row.set, row.flags));
-        EXPECT_EQ(row.read, GetKey(key, row.property, row.flags).bytes) << row.property;
+    for (const auto& [property, set, flags, read] : rows) {
+        EXPECT_EQ(0, SetKey(key, property, set, flags));
+        EXPECT_EQ(read, GetKey(key, property, flags).bytes) << property;
     }
     EXPECT_EQ(Words({0}), GetKey(key, "Key Usage").bytes) << "the stored one is another value";
     EXPECT_EQ(Bytes{3}, GetKey(key, "other", kOnly).bytes);
@@ -210,39 +202,33 @@ TEST_F(PropertiesTest, SetValuesReadBack)
 
 TEST_F(PropertiesTest, ARefusedLengthIsKept)
 {
-    const struct {
-        const char* algorithm;
-        DWORD bits;
-        bool allowed;
-    } rows[] = {{"RSA", 2048, true},        {"RSA", 2056, true},       {"RSA", 4096, true},
-                {"RSA", 1024, false},       {"RSA", 2050, false},      {"RSA", 4104, false},
-                {"ECDH_P384", 384, true},   {"ECDH_P384", 256, false}, {"ECDSA_P256", 256, true},
-                {"ECDSA_P256", 264, false}, {"ECDSA_P521", 521, true}, {"ECDSA_P521", 528, false}};
-    for (const auto& row : rows) {
-        const NCRYPT_KEY_HANDLE key = Pending(row.algorithm);
-        const SECURITY_STATUS status = SetKey(key, "Length", Words({row.bits}));
-        EXPECT_EQ(Hex(row.allowed ? 0 : NTE_NOT_SUPPORTED), Hex(status)) << row.algorithm << " " << row.bits;
-        EXPECT_EQ(Words({row.bits}), GetKey(key, "Length").bytes);
+    const Row<const char*, DWORD, bool> rows[] = {
+        {"RSA", 2048, true},       {"RSA", 2056, true},        {"RSA", 4096, true},       {"RSA", 1024, false},
+        {"RSA", 2050, false},      {"RSA", 4104, false},       {"ECDH_P384", 384, true},  {"ECDH_P384", 256, false},
+        {"ECDSA_P256", 256, true}, {"ECDSA_P256", 264, false}, {"ECDSA_P521", 521, true}, {"ECDSA_P521", 528, false}};
+    for (const auto& [algorithm, bits, allowed] : rows) {
+        const NCRYPT_KEY_HANDLE key = Pending(algorithm);
+        const SECURITY_STATUS status = SetKey(key, "Length", Words({bits}));
+        EXPECT_EQ(Hex(allowed ? 0 : NTE_NOT_SUPPORTED), Hex(status)) << algorithm << " " << bits;
+        EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
     }
 }
 
 TEST_F(PropertiesTest, AnExportPolicyIsCheckedAgainstTheSettingAndAlwaysReadsZero)
 {
-    const struct {
-        DWORD option, policy;
-        bool allowed;
-    } rows[] = {{0, 0, true},     {0, 1, false}, {0, 0x10, false}, {1, 0, true},    {1, 15, true},
-                {1, 0x10, false}, {2, 0, false}, {2, 1, false},    {2, 0x10, false}};
+    const Row<DWORD, DWORD, bool> rows[] = {{0, 0, true},  {0, 1, false}, {0, 0x10, false},
+                                            {1, 0, true},  {1, 15, true}, {1, 0x10, false},
+                                            {2, 0, false}, {2, 1, false}, {2, 0x10, false}};
     const auto expect = [&](NCRYPT_KEY_HANDLE key, DWORD policy, bool allowed) {
         EXPECT_EQ(Hex(allowed ? 0 : NTE_NOT_SUPPORTED), Hex(SetKey(key, "Export Policy", Words({policy}))));
         EXPECT_EQ(Words({0}), GetKey(key, "Export Policy").bytes);
         EXPECT_EQ(allowed, GetKey(key, "Export Policy", kOnly).status == 0);
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.option) + " " + std::to_string(row.policy));
+    for (const auto& [option, policy, allowed] : rows) {
+        SCOPED_TRACE(std::to_string(option) + " " + std::to_string(policy));
         const NCRYPT_KEY_HANDLE key = Pending("RSA");
-        Record(key)->kvc->exportableOption = row.option;
-        expect(key, row.policy, row.allowed);
+        Record(key)->kvc->exportableOption = option;
+        expect(key, policy, allowed);
     }
     const WithoutClient without(ProviderRecord());
     expect(Pending("RSA"), 0, true);
@@ -258,12 +244,7 @@ TEST_F(PropertiesTest, SecurityDescriptorsAreCheckedAndOnlyKept)
     // Eight bytes before the end an owner that says it has twelve.
     Bytes overTheEdge = Descriptor(static_cast<DWORD>(good.size() - 8));
     overTheEdge[good.size() - 8 + offsetof(SID, SubAuthorityCount)] = 1;
-    const struct {
-        const char* name;
-        Bytes value;
-        DWORD flags;
-        SECURITY_STATUS status;
-    } rows[] = {
+    const Row<const char*, Bytes, DWORD, SECURITY_STATUS> rows[] = {
         {"access list kind", good, 4, 0},
         {"longer than needed", good + Bytes{0}, 7, 0},
         {"persist flag alone", good, kPersist, 0},
@@ -278,14 +259,14 @@ TEST_F(PropertiesTest, SecurityDescriptorsAreCheckedAndOnlyKept)
         {"owner over the edge", overTheEdge, 4, NTE_BAD_DATA},
     };
     const Bytes read = GetKey(Pending("RSA"), "Security Descr").bytes;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, value, flags, status] : rows) {
+        SCOPED_TRACE(name);
         const NCRYPT_KEY_HANDLE key = Pending("RSA");
         ASSERT_EQ(0, Finalize(key));
-        EXPECT_EQ(Hex(row.status), Hex(SetKey(key, "Security Descr", row.value, row.flags)));
+        EXPECT_EQ(Hex(status), Hex(SetKey(key, "Security Descr", value, flags)));
         const KSP_KEY& record = *Record(key);
-        EXPECT_EQ(row.status ? 0u : row.flags, record.dwSecurityInfo);
-        EXPECT_EQ(row.status ? Bytes() : row.value,
+        EXPECT_EQ(status ? 0u : flags, record.dwSecurityInfo);
+        EXPECT_EQ(status ? Bytes() : value,
                   Bytes(record.pbSecurityDescr, record.pbSecurityDescr + record.cbSecurityDescr));
         EXPECT_EQ(0u, StoredCount(key));
         EXPECT_EQ(read, GetKey(key, "Security Descr").bytes);
@@ -296,12 +277,7 @@ TEST_F(PropertiesTest, PrivateBlobsAreMeasured)
 {
     constexpr DWORD kPrivate = 0x32415352, kFull = 0x33415352;
     // 2048 bits: exponent 3, modulus 256, primes 128: 515 bytes; with exponents and coefficient and modulus 1155.
-    const struct {
-        const char* name;
-        BCRYPT_RSAKEY_BLOB header;  // magic, bits, exponent, modulus, prime 1, prime 2
-        size_t size;
-        bool good;
-    } rows[] = {
+    const Row<const char*, BCRYPT_RSAKEY_BLOB, size_t, bool> rows[] = {
         {"exact size", {kPrivate, 2048, 3, 256, 128, 128}, 515, true},
         {"with header", {kPrivate, 2048, 3, 256, 128, 128}, 515 + 24, true},
         {"one byte short", {kPrivate, 2048, 3, 256, 128, 128}, 514, false},
@@ -317,17 +293,17 @@ TEST_F(PropertiesTest, PrivateBlobsAreMeasured)
         {"sum wraps to 0", {kPrivate, 2048, 0, 0x80000000, 0x80000000, 0}, 1155, false},
         {"double prime wraps", {kFull, 2048, 0, 0, 0x80000000, 0}, 1155, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, header, size, good] : rows) {
+        SCOPED_TRACE(name);
         const NCRYPT_KEY_HANDLE key = Pending("RSA");
         ASSERT_EQ(0, SetKey(key, "Length", Words({3072})));
-        Bytes blob = BytesOf(row.header);
-        blob.resize(row.size, 0x5A);
-        EXPECT_EQ(Hex(row.good ? 0 : NTE_BAD_KEY), Hex(SetKey(key, "PRIVATEBLOB", blob)));
-        EXPECT_EQ(Words({row.good ? row.header.BitLength : 3072}), GetKey(key, "Length").bytes);
-        EXPECT_EQ(row.good, Record(key)->pbPrivateKey != nullptr);
-        const char* const type = row.header.Magic == kFull ? "RSAFULLPRIVATEBLOB" : "RSAPRIVATEBLOB";
-        EXPECT_TRUE(!row.good || type == Narrow(Record(key)->pszPrivateBlobType));
+        Bytes blob = BytesOf(header);
+        blob.resize(size, 0x5A);
+        EXPECT_EQ(Hex(good ? 0 : NTE_BAD_KEY), Hex(SetKey(key, "PRIVATEBLOB", blob)));
+        EXPECT_EQ(Words({good ? header.BitLength : 3072}), GetKey(key, "Length").bytes);
+        EXPECT_EQ(good, Record(key)->pbPrivateKey != nullptr);
+        const char* const type = header.Magic == kFull ? "RSAFULLPRIVATEBLOB" : "RSAPRIVATEBLOB";
+        EXPECT_TRUE(!good || type == Narrow(Record(key)->pszPrivateBlobType));
     }
 }
 
@@ -358,8 +334,7 @@ TEST_F(PropertiesTest, TheListsLockIsReleasedAndOptional)
         EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(GetKey(key, "other", kOnly).status));
         const NCRYPT_KEY_HANDLE released = Pending("RSA");
         EXPECT_EQ(0, SetKey(released, "mine", {1}, kOnly));
-        Forget(released);
-        EXPECT_EQ(0, table->FreeKey(provider, released));
+        FreeKey(released);
     };
     use();
     // Its count would be 2 had someone released the semaphore without acquiring it.
@@ -378,11 +353,7 @@ TEST_F(PropertiesTest, TheListsLockIsReleasedAndOptional)
 TEST_F(PropertiesTest, ValuesAreTracedByTheKindOfTheirName)
 {
     const NCRYPT_KEY_HANDLE key = Pending("RSA");
-    const struct {
-        const char* property;
-        Bytes value;  // empty for NULL
-        const char* traced;
-    } rows[] = {
+    const Row<const char*, Bytes, const char*> rows[] = {
         {"Length", Words({3072}), "3072"},
         {"LENGTH", {1, 2}, "-1"},
         {"Enabled Use Count", {}, "-1"},
@@ -393,17 +364,16 @@ TEST_F(PropertiesTest, ValuesAreTracedByTheKindOfTheirName)
         {"mine", TextBytes("opaque"), "(NULL)"},
     };
     Lines expected;
-    for (const auto& row : rows) {
-        Bytes value = row.value;
-        table->SetKeyProperty(provider, key, Wide(row.property).c_str(), value.empty() ? nullptr : value.data(),
+    for (const auto& [property, value, traced] : rows) {
+        table->SetKeyProperty(provider, key, Wide(property).c_str(), const_cast<BYTE*>(value.data()),
                               static_cast<DWORD>(value.size()), 0);
-        expected.push_back(std::string("KelvaroSetKeyProperty ") + row.property + " " + row.traced);
+        expected.push_back(std::string("KelvaroSetKeyProperty ") + property + " " + traced);
     }
     table->SetKeyProperty(provider, key, nullptr, nullptr, 0, 0);
     for (const char* property : {"Length", "Algorithm Name", "Lengths"})
         GetKey(key, property);
-    GetProvider("Version");
-    SetProvider("Use Context", TextBytes("co"));
+    GetKey(0, "Version");
+    SetKey(0, "Use Context", TextBytes("co"));
     for (const char* line : {"KelvaroSetKeyProperty (NULL) (NULL)", "KelvaroGetKeyProperty Length 3072",
                              "KelvaroGetKeyProperty Algorithm Name RSA", "KelvaroGetKeyProperty Lengths (NULL)",
                              "KelvaroGetProviderProperty Version 65536", "KelvaroSetProviderProperty Use Context co"})

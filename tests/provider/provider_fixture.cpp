@@ -23,13 +23,6 @@ json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y, const s
     return answer;
 }
 
-void ProviderTest::TearDown()
-{
-    for (const NCRYPT_KEY_HANDLE key : pending_)
-        EXPECT_EQ(0, table->FreeKey(OpenProvider(), key));
-    HostTest::TearDown();
-}
-
 NCRYPT_KEY_HANDLE ProviderTest::Pending(const char* algorithm, const char* name, DWORD flags)
 {
     NCRYPT_KEY_HANDLE key = 0;
@@ -37,13 +30,13 @@ NCRYPT_KEY_HANDLE ProviderTest::Pending(const char* algorithm, const char* name,
     EXPECT_EQ(kDone, Hex(table->CreatePersistedKey(OpenProvider(), &key, Wide(algorithm).c_str(),
                                                    name ? wide.c_str() : nullptr, 1, flags)));
     if (key)
-        pending_.push_back(key);
+        keys.push_back(key);
     return key;
 }
 
 void ProviderTest::Forget(NCRYPT_KEY_HANDLE key)
 {
-    pending_.erase(std::remove(pending_.begin(), pending_.end(), key), pending_.end());
+    keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
 }
 
 SECURITY_STATUS ProviderTest::Finalize(NCRYPT_KEY_HANDLE key, DWORD flags)
@@ -53,30 +46,20 @@ SECURITY_STATUS ProviderTest::Finalize(NCRYPT_KEY_HANDLE key, DWORD flags)
 
 Result ProviderTest::GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags)
 {
+    const TextString name = Wide(property);
     return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
-        return table->GetKeyProperty(OpenProvider(), key, Wide(property).c_str(), output, size, result, flags);
+        return key ? table->GetKeyProperty(provider, key, name.c_str(), output, size, result, flags)
+                   : table->GetProviderProperty(OpenProvider(), name.c_str(), output, size, result, flags);
     });
 }
 
 SECURITY_STATUS ProviderTest::SetKey(NCRYPT_KEY_HANDLE key, const std::string& property, Bytes value, DWORD flags)
 {
+    const TextString name = Wide(property);
     const DWORD size = static_cast<DWORD>(value.size());
     value.reserve(1);  // an empty value isn't NULL
-    return table->SetKeyProperty(OpenProvider(), key, Wide(property).c_str(), value.data(), size, flags);
-}
-
-Result ProviderTest::GetProvider(const std::string& property)
-{
-    return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
-        return table->GetProviderProperty(OpenProvider(), Wide(property).c_str(), output, size, result, 0);
-    });
-}
-
-SECURITY_STATUS ProviderTest::SetProvider(const std::string& property, Bytes value, DWORD flags)
-{
-    const DWORD size = static_cast<DWORD>(value.size());
-    value.reserve(1);
-    return table->SetProviderProperty(OpenProvider(), Wide(property).c_str(), value.data(), size, flags);
+    return key ? table->SetKeyProperty(provider, key, name.c_str(), value.data(), size, flags)
+               : table->SetProviderProperty(OpenProvider(), name.c_str(), value.data(), size, flags);
 }
 
 // Runs operation(output, &needed).
@@ -199,4 +182,18 @@ std::string ProviderTest::LastErrorLine() const
 {
     const Lines lines = ErrorLines();
     return lines.empty() ? "" : lines.back();
+}
+
+Bytes ProviderTest::KeptBlob(const KSP_KEY& key)
+{
+    DATA_BLOB sealed = {key.cbPrivateKey, key.pbPrivateKey};
+    DATA_BLOB plain = {};
+    LPWSTR description = nullptr;
+    if (!CryptUnprotectData(&sealed, &description, nullptr, nullptr, nullptr, 0, &plain))
+        return {};
+    EXPECT_EQ("Private Key", Narrow(description));
+    LocalFree(description);
+    const Bytes blob(plain.pbData, plain.pbData + plain.cbData);
+    LocalFree(plain.pbData);
+    return blob;
 }

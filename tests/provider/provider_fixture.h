@@ -30,18 +30,17 @@ json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
 
 class ProviderTest : public HostTest {
   protected:
-    void TearDown() override;
-
     // A key that isn't finalized yet; without a name it never reaches the vault. Freed in TearDown.
     NCRYPT_KEY_HANDLE Pending(const char* algorithm, const char* name = nullptr, DWORD flags = kMachine);
     // For a pending key that the test itself frees or deletes.
     void Forget(NCRYPT_KEY_HANDLE key);
     SECURITY_STATUS Finalize(NCRYPT_KEY_HANDLE key, DWORD flags = 0);
 
+    // Without a key: the provider's properties.
     Result GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags = 0);
     SECURITY_STATUS SetKey(NCRYPT_KEY_HANDLE key, const std::string& property, Bytes value, DWORD flags = 0);
-    Result GetProvider(const std::string& property);
-    SECURITY_STATUS SetProvider(const std::string& property, Bytes value, DWORD flags = 0);
+    // The private blob, unprotected.
+    static Bytes KeptBlob(const KSP_KEY& key);
 
     // Without a buffer if room is 0. A call that fails must leave the buffer alone. hashName: NULL for a call without
     // padding information, "" for information without a name.
@@ -98,6 +97,4 @@ class ProviderTest : public HostTest {
 
   private:
     Result Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room);
-
-    std::vector<NCRYPT_KEY_HANDLE> pending_;
 };

@@ -27,13 +27,13 @@ TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
     EXPECT_EQ("new", secret());
     std::filesystem::remove(obstacle);
     // No master key can be made below a file.
-    const std::string keys = root.directory() + "/root/dpapi";
-    std::filesystem::remove_all(keys);
-    std::ofstream(keys) << "in the way";
+    const std::string masterKeys = root.directory() + "/root/dpapi";
+    std::filesystem::remove_all(masterKeys);
+    std::ofstream(masterKeys) << "in the way";
     EXPECT_EQ("new", secret());
     EXPECT_EQ("new", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
     EXPECT_EQ(sealed, root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret"));
-    std::filesystem::remove(keys);
+    std::filesystem::remove(masterKeys);
     EXPECT_EQ("new", secret());
     EXPECT_EQ("", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
 }

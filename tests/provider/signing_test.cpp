@@ -159,11 +159,7 @@ TEST_F(SigningTest, RefusalsWithoutTraffic)
 
 TEST_F(ProviderTest, ReportsTheSizeOfASignatureWithoutTraffic)
 {
-    const struct {
-        const char* name;
-        json answer;
-        DWORD size;
-    } rows[] = {
+    const Row<const char*, json, DWORD> rows[] = {
         {"RSA 2048", RsaAnswer(Pattern(256)), 256},
         {"RSA 4096", RsaAnswer(Pattern(512)), 512},
         {"RSA without a modulus", RsaAnswer({}), 512},
@@ -173,11 +169,11 @@ TEST_F(ProviderTest, ReportsTheSizeOfASignatureWithoutTraffic)
         {"a coordinate with a leading zero", CurveAnswer("P-384", Bytes{0} + Pattern(48), Pattern(48)), 512},
         {"no coordinate", CurveAnswer("P-256", {}, {}), 512},
     };
-    for (const auto& row : rows) {
-        const NCRYPT_KEY_HANDLE key = OpenAnswered(row.answer);
+    for (const auto& [name, answer, size] : rows) {
+        const NCRYPT_KEY_HANDLE key = OpenAnswered(answer);
         sim.ClearJournal();
         clock.Advance(3601);
-        EXPECT_EQ(row.size, Sign(key, {}, 0, nullptr, 0).needed) << row.name;
+        EXPECT_EQ(size, Sign(key, {}, 0, nullptr, 0).needed) << name;
         EXPECT_EQ(0u, sim.Journal().size());
     }
 }
@@ -222,12 +218,7 @@ TEST_F(SigningTest, TheVaultsAnswersReachTheHost)
     EXPECT_EQ("KelvaroVerifySignature Error 0x80090006", LastErrorLine());
     EXPECT_EQ(Hex(NTE_FAIL), Hex(sign(300, 20).status)) << "the vault judges the size of a hash";
     const Bytes cipher = Encrypt(key, Pattern(16), kOaep).bytes;
-    const struct {
-        const char* name;
-        Result got;
-        SECURITY_STATUS status;
-        DWORD needed;
-    } rows[] = {
+    const Row<const char*, Result, SECURITY_STATUS, DWORD> rows[] = {
         {"signature that fits", sign(256), 0, 256},
         {"too small a buffer for a signature", sign(255), NTE_FAIL, 256},
         {"too small a buffer for a plain text", Decrypt(key, cipher, kOaep, 15), NTE_FAIL, 16},
@@ -236,9 +227,9 @@ TEST_F(SigningTest, TheVaultsAnswersReachTheHost)
         {"a signature refused", (Answer("/sign?", 403), sign(300)), NTE_FAIL, 300},
         {"a decryption refused", (Answer("/decrypt?", 403), Decrypt(key, cipher, kOaep, 77)), NTE_FAIL, 77},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(Hex(row.status), Hex(row.got.status)) << row.name;
-        EXPECT_EQ(row.needed, row.got.needed) << row.name;
+    for (const auto& [name, got, status, needed] : rows) {
+        EXPECT_EQ(Hex(status), Hex(got.status)) << name;
+        EXPECT_EQ(needed, got.needed) << name;
     }
     EXPECT_EQ("KelvaroDecrypt Error 0x80090020", LastErrorLine());
 }

@@ -4,7 +4,8 @@
 //     residue_host MODULE FOLDER
 //
 // Each line of standard input is a step: its verb, a name, and up to two files of FOLDER whose content it uses, with
-// the number of the parameter that the second one is passed as. "-" is no name. The answer is the step's status.
+// the number of the parameter that the second one is passed as. In a name "+" is a blank. The answer is the step's
+// status.
 //
 // What libcurl and OpenSSL free without wiping doesn't count: those blocks, told apart by who frees them, are wiped
 // here.
@@ -100,7 +101,7 @@ const struct {
     const char* verb;
     SECURITY_STATUS (*run)();
 } kSteps[] = {
-    {"provider", [] { return table->OpenProvider(&provider, TEXT("any name"), 0); }},
+    {"provider", [] { return table->OpenProvider(&provider, TEXT("Nbq7Xwz4Jkp2Vhs9"), 0); }},
     {"free-provider", [] { return table->FreeProvider(provider); }},
     {"key", [] { return table->OpenKey(provider, &key, step.name, 0, NCRYPT_MACHINE_KEY_FLAG); }},
     {"user-key", [] { return table->OpenKey(provider, &key, step.name, 0, 0); }},
@@ -108,8 +109,9 @@ const struct {
     {"free-key", [] { return table->FreeKey(provider, key); }},
     {"encrypt", [] { return Transform(table->Encrypt); }},
     {"decrypt", [] { return Transform(table->Decrypt); }},
-    {"set", [] { return SetProperty(0); }},
+    {"set", [] { return SetProperty(NCRYPT_PERSIST_FLAG); }},
     {"keep", [] { return SetProperty(NCRYPT_PERSIST_ONLY_FLAG); }},
+    {"set-provider", [] { return table->SetProviderProperty(provider, step.name, step.input, step.cbInput, 0); }},
     {"import", Import},
     {"leave", Leave},
 };
@@ -131,7 +133,7 @@ SECURITY_STATUS Run(const char* folder, const char* line)
     unsigned number = 0;
     sscanf(line, "%63s %63s %63s %u %63s", verb, name, input, &number, value);
     for (size_t i = 0; name[i]; i++)
-        step.name[i] = static_cast<WCHAR>(name[i]);
+        step.name[i] = static_cast<WCHAR>(name[i] == '+' ? ' ' : name[i]);
     step.cbInput = ReadWhole(folder, input, step.input, sizeof(step.input));
     step.parameter = {ReadWhole(folder, value, step.value, sizeof(step.value)), number, step.value};
     SECURITY_STATUS status = NTE_NOT_SUPPORTED;

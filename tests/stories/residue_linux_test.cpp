@@ -284,7 +284,7 @@ TEST_F(ResidueTest, TheSearchFindsWhatIsLeft)
     Needles needles;
     needles.AddText("pin", kPin);
     Write("pin", TextBytes(kPin));
-    EXPECT_EQ(std::set<std::string>{}, Search({}, needles));
+    EXPECT_EQ(std::set<std::string>{}, Search({"provider", "free-provider"}, needles));
     EXPECT_NE(std::set<std::string>{}, Search({"leave - pin"}, needles));
 }
 
@@ -292,8 +292,10 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
 {
     Needles needles;
     needles.AddText("client-secret", Simulator::kClientSecret);
+    needles.AddText("provider's record", "Nbq7Xwz4Jkp2Vhs9");  // its name; a freed handle mustn't look valid
     needles.AddText("pin", kPin);
     Write("pin", TextBytes(kPin));
+    Write("descriptor", Descriptor() + TextBytes(kPin));
     WriteKeys(&needles);
     WritePlainTexts(&needles);
     WriteWholeKey(&needles);
@@ -309,6 +311,11 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
         {"a vault named after the identity", {"key rsa", "free-key"}, "%G"},
         {"a key with its private half", {"key whole", "free-key"}},
         {"a PIN", {"key rsa", "keep SmartCardPin pin", "keep SmartCardPin pin", "free-key"}},
+        {"contexts", {"key rsa", "set Use+Context pin", "set-provider Use+Context pin", "free-key"}},
+        {"replaced contexts",
+         {"key rsa", "set Use+Context pin", "set Use+Context password", "set-provider Use+Context pin",
+          "set-provider Use+Context password", "free-key"}},
+        {"descriptors", {"key rsa", "set Security+Descr descriptor", "set Security+Descr descriptor", "free-key"}},
         {"a blob that is set",
          {"create new", "set PRIVATEBLOB blob", "set PRIVATEBLOB blob", "keep PRIVATEBLOB blob", "free-key"}},
         {"a blob", {"import RSAPRIVATEBLOB blob", "free-key"}},
