@@ -46,9 +46,9 @@ build_quietly() { # build_quietly FOLDER TARGET...
 keep() { # keep NAME FILTER-FILE <INPUT
     jq -f "$2" >"$work/$1.json"
     [ -f "$results" ] || echo '{}' >"$results"
-    jq -S --indent 1 --arg name "$1" --slurpfile part "$work/$1.json" \
+    jq -S --arg name "$1" --slurpfile part "$work/$1.json" \
         --arg machine "$(nproc) cores, Linux $(uname -r)" '.[$name] = $part[0] + {machine: $machine}' \
-        "$results" >"$work/results.json"
+        "$results" | jq -r -f "$top/stress/results.jq" >"$work/results.json"
     cp "$work/results.json" "$results"
     jq --arg name "$1" '{($name): .[$name]}' "$results" | jq -r -f "$top/stress/table.jq"
     jq -e .ok "$work/$1.json" >/dev/null || failed="$failed $1"
