@@ -1,6 +1,21 @@
-// The transport's functions, answered from memory: sign-in, key and signature each have one fixed answer. A program
-// that links this uses no network.
+// WinHTTP's functions for a program without a network. All handles are one exchange, which the program itself answers.
 #pragma once
 
-// Requests answered so far.
-int AnsweredRequests();
+#include <string_view>
+
+#include "platform/platform.h"
+
+// The steps of an exchange that can fail.
+enum class ExchangeStep { None, Session, Connection, Request, Connect, Send, Receive, Head, Body };
+
+struct MemoryAnswer {
+    DWORD status = 200;
+    std::basic_string_view<WCHAR> head;  // a zero follows it
+    std::string_view body;
+    size_t piece = SIZE_MAX;  // the most that one call reads
+};
+
+// The program defines both. The first is called as a session begins, the second with each request. What the answer
+// points to stays until the next session.
+ExchangeStep FailingStep();
+MemoryAnswer AnswerTo(LPCWSTR path);

@@ -13,6 +13,25 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved
 
 namespace {
 
+constexpr WCHAR kHead[] = TEXT("HTTP/1.1 200 OK\r\nCache-Control: no-cache\r\nPragma: no-cache\r\n") TEXT(
+    "Content-Type: application/json; charset=utf-8\r\nExpires: -1\r\nx-ms-keyvault-region: westeurope\r\n")
+    TEXT("x-ms-request-id: 6ab2dfd5-1f2c-4d4c-9f6e-0f3f6c1a2b3c\r\nx-ms-keyvault-service-version: 1.9.1.0\r\n") TEXT(
+        "Strict-Transport-Security: max-age=31536000;includeSubDomains\r\nX-Content-Type-Options: nosniff\r\n\r\n");
+
+// 256 bytes in Base64url.
+const std::string kValue = std::string(341, 'Q') + "A";
+
+const std::string kSignIn = R"({"token_type":"Bearer","expires_in":3599,"ext_expires_in":3599,"access_token":"e30.)" +
+                            std::string(1200, 'a') + R"(.sig"})";
+const std::string kKey =
+    R"({"key":{"kid":"https://memory.vault.azure.net/keys/rsa/0123456789abcdef0123456789abcdef","kty":"RSA",)"
+    R"("key_ops":["encrypt","decrypt","sign","verify"],"n":")" +
+    kValue + R"(","e":"AQAB"},"attributes":{"enabled":true,"created":1700000000,"updated":1700000000}})";
+const std::string kSignature =
+    R"({"kid":"https://memory.vault.azure.net/keys/rsa/0123456789abcdef0123456789abcdef","value":")" + kValue + R"("})";
+
+int answered = 0;
+
 void WriteSettings(TestRoot& root, DWORD level)
 {
     root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", "memory");
@@ -25,6 +44,19 @@ void WriteSettings(TestRoot& root, DWORD level)
 }
 
 }  // namespace
+
+ExchangeStep FailingStep()
+{
+    return ExchangeStep::None;
+}
+
+MemoryAnswer AnswerTo(LPCWSTR path)
+{
+    ++answered;
+    const std::basic_string_view<WCHAR> target(path);
+    const auto has = [&](const WCHAR* part) { return target.find(part) != target.npos; };
+    return {200, kHead, has(TEXT("/sign?")) ? kSignature : has(TEXT("/keys/")) ? kKey : kSignIn};
+}
 
 // own_work SIGNATURES LEVEL: prints the heap allocations per signature.
 int main(int count, char** arguments)
@@ -40,12 +72,12 @@ int main(int count, char** arguments)
         // The first open has moved the secret. Settings that have just been written are read anew for each line, since
         // they may change again within one time stamp.
         Sleep(200);
-        const int requestsBefore = AnsweredRequests();
+        const int requestsBefore = answered;
         const long before = AllocationCount();
         for (int i = 0; i < signatures; ++i)
             key.Sign();
         const long taken = AllocationCount() - before;
-        if (AnsweredRequests() - requestsBefore != signatures)
+        if (answered - requestsBefore != signatures)
             return 1;
         std::cout << "{\"allocations\":" << (signatures ? taken / signatures : 0) << "}\n";
     }

@@ -3,84 +3,59 @@
 
 #include <stdlib.h>
 
-#include <optional>
 #include <string>
 #include <string_view>
 
-#include "keyvault/kvc.h"
 #include "platform/cng_provider.h"
 #include "tests/common/alloc_fault.h"
+#include "tests/common/test_root.h"
 
 namespace fuzz {
 
-// Ends the process unless it holds.
+// Aborts unless it holds.
 inline void Require(bool holds)
 {
     if (!holds)
         abort();
 }
 
-// An input, read from its front.
-class Input {
-  public:
-    Input(const uint8_t* data, size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
-    std::string_view Line();  // up to the next line end, which goes too
-    std::string_view Rest() const { return rest_; }
-    bool AtEnd() const { return rest_.empty(); }
+// Takes the first line off the input, with its line end.
+std::string_view TakeLine(std::string_view& input);
 
-  private:
-    std::string_view rest_;
-};
-
-// The targets: FUZZ_TARGET(name) { ...input... }
+// A target: FUZZ_TARGET(name) { ...input... }
+using TargetFunction = void (*)(std::string_view input);
 struct Target {
-    Target(const char* targetName, void (*function)(Input& input));
-    const char* name;
-    void (*run)(Input& input);
-    Target* next;
+    Target(const char* name, TargetFunction function);
 };
 #define FUZZ_TARGET(name)                                   \
-    static void Run_##name(::fuzz::Input& input);           \
+    static void Run_##name(std::string_view input);         \
     static ::fuzz::Target target_##name(#name, Run_##name); \
-    static void Run_##name([[maybe_unused]] ::fuzz::Input& input)
+    static void Run_##name([[maybe_unused]] std::string_view input)
 
-// While one lives, the allocation whose number is on the input's first line fails ("" for none), and with an "a" behind
-// it all later ones too.
-class FailingAllocation {
-  public:
-    explicit FailingAllocation(Input& input);
-    void Stop() { fault_.reset(); }
+// Selects the target that Run runs.
+void Choose(std::string_view name);
+void Run(std::string_view input);
 
-  private:
-    std::optional<AllocFault> fault_;
-};
+// While it lives, the allocation whose number is in the line fails, and all later ones too if a letter follows the
+// number. An empty line lets none fail.
+AllocFault FaultFrom(std::string_view line);
 
-// Queues an answer for the fake transport. Its first character says what happens:
-//   0 200, 1 201, 2 202, 3 204, 4 400, 5 401, 6 403, 7 404, 8 409, 9 429, a 500, with the rest as the body, or with
-//   what the service would say if there is no rest b 200 with a body that breaks off     h 401 with the rest as a line
-//   of the head i no session     j no connection object     k no request     l cannot connect     m the sending fails
-//   n no head        o a head that can't be read
-// When no answer is left, the service gives the right one.
+// Queues an answer of the fake service. The first character says what happens:
+//   0 200   1 201   2 202   3 204   4 400   5 401   6 403   7 404   8 409   9 429   a 500
+//     The rest is the body; without a rest the body is what the service would say.
+//   b 200, and the body breaks off   h 401, and the rest is a line of the head
+//   No i session, j connection handle, k request handle, l connection, m sending, n answer, o head
+// Once no answer is left, the service gives the right ones.
 void QueueAnswer(std::string_view line);
 void ForgetAnswers();
 
-// A call that is signed in at its own client.
-class VaultCall {
-  public:
-    VaultCall();
-    ~VaultCall();
-    VaultCall(const VaultCall&) = delete;
-    VaultCall& operator=(const VaultCall&) = delete;
-    KVC* get() const { return call_; }
-
-  private:
-    KVCClient* client_;
-    KVC* call_;
-};
-
 const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& Table();
+NCRYPT_PROV_HANDLE OpenProvider();  // 0 if it fails
 
-// Made once; nothing in it is lost between inputs.
-const std::string& RootFolder();
+// Opens and releases a provider and the key "web", which also synchronizes the certificates. Whether all calls succeed.
+bool OpenKeyOnce();
+
+// Created once; inputs share it.
+TestRoot& Root();
 
 }  // namespace fuzz

@@ -1,9 +1,9 @@
-// A host as a little program over the function table.
+// A host, as a small program of calls through the function table.
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "fuzz/harness.h"
-#include "tests/common/test_root.h"
 
 using namespace fuzz;
 
@@ -17,140 +17,96 @@ struct Host {
     PVOID walk = nullptr;
 };
 
-// One call of the program. The room for what comes back is missing or too small for some sizes of the data. Behind the
-// data are two zero bytes: hosts owe some texts a terminator, whatever their size says.
-struct Step {
-    NCRYPT_PROV_HANDLE provider;
-    NCRYPT_KEY_HANDLE& key;
-    PVOID& walk;
-    DWORD flags;
-    TextString text;
-    std::vector<BYTE> data;
-    BYTE room[700] = {};
+// One call, by the first character of the line. name: of a key, a property, an algorithm or a type of blob. For some
+// sizes of the data the room for the result is missing or too small.
+void Call(char what, Host& host, NCRYPT_KEY_HANDLE& key, const WCHAR* name, DWORD flags, BYTE* data, DWORD size)
+{
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& t = Table();
+    const NCRYPT_PROV_HANDLE provider = host.provider;
+    BYTE block[700] = {};
+    BYTE* const out = size % 4 == 2 ? nullptr : block;
+    const DWORD room = size % 4 == 1 ? 10 : sizeof(block);
     DWORD needed = 0;
-
-    DWORD size() const { return static_cast<DWORD>(data.size() - 2); }
-    DWORD roomSize() const { return size() % 4 == 1 ? 10 : sizeof(room); }
-    BYTE* out() { return size() % 4 == 2 ? nullptr : room; }
-};
-
-using Functions = NCRYPT_KEY_STORAGE_FUNCTION_TABLE;
-
-void Release(const Functions& table, Step& step)
-{
-    if (step.key)
-        Require(table.FreeKey(step.provider, std::exchange(step.key, 0)) == 0);
-}
-
-void Enumerate(const Functions& table, Step& step)
-{
-    NCryptKeyName* name = nullptr;
-    if (table.EnumKeys(step.provider, nullptr, &name, &step.walk, step.flags) == 0)
-        table.FreeBuffer(name);
-}
-
-void Algorithms(const Functions& table, Step& step)
-{
-    NCryptAlgorithmName* names = nullptr;
-    if (table.EnumAlgorithms(step.provider, step.size(), &step.needed, &names, step.flags) == 0)
-        table.FreeBuffer(names);
-}
-
-void SignAndVerify(const Functions& table, Step& step)
-{
-    BCRYPT_PSS_PADDING_INFO padding = {step.text.c_str(), 32};
-    table.SignHash(step.provider, step.key, &padding, step.data.data(), step.size(), step.out(), step.roomSize(),
-                   &step.needed, step.flags);
-    table.VerifySignature(step.provider, step.key, &padding, step.data.data(), step.size(), step.room, 64, step.flags);
-}
-
-void Transform(const Functions& table, Step& step)
-{
-    for (const auto call : {table.Encrypt, table.Decrypt})
-        call(step.provider, step.key, step.data.data(), step.size(), nullptr, step.out(), step.roomSize(), &step.needed,
-             step.flags);
-}
-
-// By the first character of the line. The text is a name, of a key, a property, an algorithm or a type of blob.
-void Run(char what, const Functions& t, Step& s)
-{
-    if (what == 'o' || what == 'c' || what == 'i' || what == 'r')
-        Release(t, s);
+    BCRYPT_PSS_PADDING_INFO padding = {name, 32};
+    NCryptKeyName* found = nullptr;
+    NCryptAlgorithmName* algorithms = nullptr;
+    if ((what == 'o' || what == 'c' || what == 'i' || what == 'r') && key)
+        Require(t.FreeKey(provider, std::exchange(key, 0)) == 0);
     if (what == 'o')
-        t.OpenKey(s.provider, &s.key, s.text.c_str(), 0, s.flags);
+        t.OpenKey(provider, &key, name, 0, flags);
     if (what == 'c')
-        t.CreatePersistedKey(s.provider, &s.key, s.text.c_str(), s.size() ? TEXT("made") : nullptr, 0, s.flags);
+        t.CreatePersistedKey(provider, &key, name, size ? TEXT("made") : nullptr, 0, flags);
     if (what == 'i')
-        t.ImportKey(s.provider, 0, s.text.c_str(), nullptr, &s.key, s.data.data(), s.size(), s.flags);
+        t.ImportKey(provider, 0, name, nullptr, &key, data, size, flags);
     if (what == 'f')
-        t.FinalizeKey(s.provider, s.key, s.flags);
-    if (what == 'x' && t.DeleteKey(s.provider, s.key, s.flags) == 0)
-        s.key = 0;
+        t.FinalizeKey(provider, key, flags);
+    if (what == 'x' && t.DeleteKey(provider, key, flags) == 0)
+        key = 0;
     if (what == 'g')
-        t.GetKeyProperty(s.provider, s.key, s.text.c_str(), s.out(), s.roomSize(), &s.needed, s.flags);
+        t.GetKeyProperty(provider, key, name, out, room, &needed, flags);
     if (what == 'p')
-        t.SetKeyProperty(s.provider, s.key, s.text.c_str(), s.data.data(), s.size(), s.flags);
+        t.SetKeyProperty(provider, key, name, data, size, flags);
     if (what == 'G')
-        t.GetProviderProperty(s.provider, s.text.c_str(), s.out(), s.roomSize(), &s.needed, s.flags);
+        t.GetProviderProperty(provider, name, out, room, &needed, flags);
     if (what == 'P')
-        t.SetProviderProperty(s.provider, s.text.c_str(), s.data.data(), s.size(), s.flags);
+        t.SetProviderProperty(provider, name, data, size, flags);
     if (what == 'u')
-        t.ExportKey(s.provider, s.key, 0, s.text.c_str(), nullptr, s.out(), s.roomSize(), &s.needed, s.flags);
+        t.ExportKey(provider, key, 0, name, nullptr, out, room, &needed, flags);
     if (what == 'q')
-        t.IsAlgSupported(s.provider, s.text.c_str(), s.flags);
-    if (what == 'b' && s.walk)
-        t.FreeBuffer(std::exchange(s.walk, nullptr));
-    if (what == 'k')
-        Enumerate(t, s);
-    if (what == 'a')
-        Algorithms(t, s);
-    if (what == 's')
-        SignAndVerify(t, s);
-    if (what == 'e')
-        Transform(t, s);
+        t.IsAlgSupported(provider, name, flags);
+    if (what == 'b' && host.walk)
+        t.FreeBuffer(std::exchange(host.walk, nullptr));
+    if (what == 'k' && t.EnumKeys(provider, nullptr, &found, &host.walk, flags) == 0)
+        t.FreeBuffer(found);
+    if (what == 'a' && t.EnumAlgorithms(provider, size, &needed, &algorithms, flags) == 0)
+        t.FreeBuffer(algorithms);
+    if (what == 's') {
+        t.SignHash(provider, key, &padding, data, size, out, room, &needed, flags);
+        t.VerifySignature(provider, key, &padding, data, size, block, 64, flags);
+    }
+    for (const auto transform : {t.Encrypt, t.Decrypt}) {
+        if (what == 'e')
+            transform(provider, key, data, size, nullptr, out, room, &needed, flags);
+    }
 }
 
-void RunLine(Host& host, std::string_view line)
+void CallLine(Host& host, std::string_view line)
 {
     const size_t equals = line.find('=');
     const std::string_view data = equals == std::string_view::npos ? "" : line.substr(equals + 1);
-    std::optional<Step> step;
-    {
-        const AllocFaultPause pause;
-        step.emplace(Step{host.provider,
-                          host.keys[static_cast<BYTE>(line[1]) % 4],
-                          host.walk,
-                          kFlags[static_cast<BYTE>(line[2]) % std::size(kFlags)],
-                          Wide(std::string(line.substr(3, equals - 3))),
-                          {data.begin(), data.end()}});
-    }
-    step->data.resize(data.size() + 2);
-    Run(line[0], Table(), *step);
+    // Two zero bytes follow the data: hosts owe some texts a terminator, whatever their size says.
+    std::vector<BYTE> bytes(data.begin(), data.end());
+    bytes.resize(data.size() + 2);
+    std::optional<AllocFaultPause> pause(std::in_place);
+    const TextString name = Wide(std::string(line.substr(3, equals - 3)));
+    pause.reset();
+    Call(line[0], host, host.keys[static_cast<BYTE>(line[1]) % 4], name.c_str(),
+         kFlags[static_cast<BYTE>(line[2]) % std::size(kFlags)], bytes.data(), static_cast<DWORD>(data.size()));
 }
 
 }  // namespace
 
-// A line a call: what, which key, flags, a name, and "=" with data. "=" at the beginning is an answer of the service. A
-// "k" as the second line: keys aren't certificates.
+// A line for each call: what, which key, flags, a name, and "=" with data. A line that begins with "=" is an answer of
+// the service. "k" as the second line: keys aren't certificates.
 FUZZ_TARGET(host_program)
 {
     Host host;
-    const std::string plan(input.Line());
-    const DWORD plainKeys = input.Line() == "k" ? 1 : 0;
+    const std::string_view plan = TakeLine(input);
+    const DWORD plainKeys = TakeLine(input) == "k" ? 1 : 0;
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, TEXT("Software\\Zandrel\\Kelvaro"), TEXT("CertificatesOrKeys"), REG_DWORD,
                     &plainKeys, sizeof(plainKeys));
-    Input planned(reinterpret_cast<const uint8_t*>(plan.data()), plan.size());
-    FailingAllocation fault(planned);
-    if (Table().OpenProvider(&host.provider, TEXT("provider"), 0) != 0)
+    const AllocFault fault = FaultFrom(plan);
+    host.provider = OpenProvider();
+    if (!host.provider)
         return;
-    for (int calls = 0; !input.AtEnd() && calls < 60; calls++) {
-        const std::string_view line = input.Line();
+    for (int calls = 0; !input.empty() && calls < 60; calls++) {
+        const std::string_view line = TakeLine(input);
         if (line.size() > 1 && line[0] == '=')
             QueueAnswer(line.substr(1));
         else if (line.size() >= 3 && line.find('=') >= 3)
-            RunLine(host, line);
+            CallLine(host, line);
     }
     for (const char* line : {"r00", "r10", "r20", "r30", "b00"})
-        RunLine(host, line);
+        CallLine(host, line);
     Table().FreeProvider(host.provider);
 }

@@ -3,13 +3,13 @@
 #include <vector>
 
 #include "fuzz/harness.h"
+#include "keyvault/kvc.h"
 #include "platform/linux/registry_file.h"
 #include "provider/key_object.h"
 #include "provider/pkcs8_decryption.h"
 #include "provider/pkcs8_scheme.h"
 #include "support/secrets.h"
 #include "support/text.h"
-#include "tests/common/test_root.h"
 
 using namespace fuzz;
 
@@ -28,8 +28,8 @@ void Import(const WCHAR* type, std::string_view blob, std::string_view name, DWO
             std::string_view value = {})
 {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table = Table();
-    NCRYPT_PROV_HANDLE provider = 0;
-    Require(table.OpenProvider(&provider, TEXT("provider"), 0) == 0);
+    const NCRYPT_PROV_HANDLE provider = OpenProvider();
+    Require(provider != 0);
     const auto buffer = [](DWORD kind, std::string_view bytes) {
         return NCryptBuffer{static_cast<DWORD>(bytes.size()), kind, const_cast<BYTE*>(Bytes(bytes))};
     };
@@ -64,14 +64,15 @@ bool Quick(const CRYPT_OBJID_BLOB& parameters)
 
 }  // namespace
 
-// A line a value: its number, its type, and its bytes. The provider is opened twice: a clear secret is moved and read.
+// A line for each value: its number, its type, and its bytes. The key is opened twice: a clear secret is moved, then
+// read.
 FUZZ_TARGET(settings)
 {
     static const WCHAR* const kNames[] = {
         TEXT("KeyVault"),           TEXT("AuthenticationType"), TEXT("TenantId"),     TEXT("ClientId"),
         TEXT("ClientSecret"),       TEXT("ClientDPAPISecret"),  TEXT("ClientCertID"), TEXT("DoDeletePurge"),
         TEXT("CertificatesOrKeys"), TEXT("ExportableOption"),   TEXT("CertSync"),     TEXT("FromKVLastSyncTime")};
-    const std::string plan(input.Line());
+    const std::string_view plan = TakeLine(input);
     const auto set = [](const WCHAR* name, DWORD type, const void* bytes, size_t size) {
         RegSetKeyValueW(HKEY_LOCAL_MACHINE, TEXT("Software\\Zandrel\\Kelvaro"), name, type, bytes,
                         static_cast<DWORD>(size));
@@ -79,8 +80,8 @@ FUZZ_TARGET(settings)
     // Values without a type count as missing.
     for (const WCHAR* name : kNames)
         set(name, REG_NONE, "", 0);
-    while (!input.AtEnd()) {
-        const std::string_view line = input.Line();
+    while (!input.empty()) {
+        const std::string_view line = TakeLine(input);
         if (line.size() < 2)
             continue;
         const DWORD type = static_cast<DWORD>(line[1] - '0') % 8;
@@ -92,29 +93,21 @@ FUZZ_TARGET(settings)
         if (type == REG_SZ)
             GetSecretFromDPAPI(text.c_str(), secret, sizeof(secret));
     }
-    Input planned(reinterpret_cast<const uint8_t*>(plan.data()), plan.size());
-    FailingAllocation fault(planned);
-    for (int i = 0; i < 2; i++) {
-        NCRYPT_PROV_HANDLE provider = 0;
-        NCRYPT_KEY_HANDLE key = 0;
-        if (Table().OpenProvider(&provider, TEXT("provider"), 0) != 0)
-            continue;
-        // The sync is among what an open of a key does.
-        if (Table().OpenKey(provider, &key, TEXT("web"), 0, NCRYPT_MACHINE_KEY_FLAG) == 0)
-            Table().FreeKey(provider, key);
-        Table().FreeProvider(provider);
+    {
+        const AllocFault fault = FaultFrom(plan);
+        OpenKeyOnce();
+        OpenKeyOnce();
     }
-    fault.Stop();
     set(kNames[0], REG_SZ, TEXT("vault"), 12);
     const DWORD credentials = KVC_AUTHN_CLIENT_CREDENTIALS;
     set(kNames[1], REG_DWORD, &credentials, sizeof(credentials));
 }
 
-// What could be read is the same once it has been written and read again.
+// What is written and read again is the same.
 FUZZ_TARGET(registry_text)
 {
     RegistryHive hive;
-    if (!ParseRegistryFile(input.Rest(), u"HKEY_LOCAL_MACHINE", &hive))
+    if (!ParseRegistryFile(input, u"HKEY_LOCAL_MACHINE", &hive))
         return;
     const SecretString first = FormatRegistryFile(hive, u"HKEY_LOCAL_MACHINE");
     RegistryHive again;
@@ -125,9 +118,9 @@ FUZZ_TARGET(registry_text)
 FUZZ_TARGET(import_blob)
 {
     for (const size_t skipped : {size_t{0}, size_t{1}}) {  // also at an odd address
-        if (input.Rest().size() <= skipped)
+        if (input.size() <= skipped)
             return;
-        const std::string_view blob = input.Rest().substr(skipped);
+        const std::string_view blob = input.substr(skipped);
         for (const WCHAR* type : {TEXT("RSAPUBLICBLOB"), TEXT("RSAPRIVATEBLOB")})
             Import(type, blob, blob);
     }
@@ -136,18 +129,18 @@ FUZZ_TARGET(import_blob)
 FUZZ_TARGET(pkcs8)
 {
     DecodedStructure<CRYPT_ENCRYPTED_PRIVATE_KEY_INFO> encrypted;
-    const DWORD size = static_cast<DWORD>(input.Rest().size());
-    if (size == 0 || (encrypted.Decode(PKCS_ENCRYPTED_PRIVATE_KEY_INFO, Bytes(input.Rest()), size) &&
+    const DWORD size = static_cast<DWORD>(input.size());
+    if (size == 0 || (encrypted.Decode(PKCS_ENCRYPTED_PRIVATE_KEY_INFO, Bytes(input), size) &&
                       !Quick(encrypted->EncryptionAlgorithm.Parameters)))
         return;
     constexpr std::string_view kSecret("s\0e\0c\0r\0e\0t\0", 12);
-    Import(TEXT("PKCS8_PRIVATEKEY"), input.Rest(), kSecret, NCRYPTBUFFER_PKCS_SECRET, kSecret);
+    Import(TEXT("PKCS8_PRIVATEKEY"), input, kSecret, NCRYPTBUFFER_PKCS_SECRET, kSecret);
 }
 
 // The store's size in two bytes, the store, and the envelope. The recipient's key is in the container "box".
 FUZZ_TARGET(envelope)
 {
-    const std::string_view all = input.Rest();
+    const std::string_view all = input;
     if (all.size() < 3)
         return;
     const size_t size = static_cast<BYTE>(all[0]) * 256u + static_cast<BYTE>(all[1]);
@@ -159,7 +152,7 @@ FUZZ_TARGET(envelope)
 
 FUZZ_TARGET(serialized_store)
 {
-    CRYPT_DATA_BLOB blob = {static_cast<DWORD>(input.Rest().size()), const_cast<BYTE*>(Bytes(input.Rest()))};
+    CRYPT_DATA_BLOB blob = {static_cast<DWORD>(input.size()), const_cast<BYTE*>(Bytes(input))};
     const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SERIALIZED, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
                                            CERT_STORE_CREATE_NEW_FLAG, &blob);
     if (!store)
