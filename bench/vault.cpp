@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include "tests/common/client_settings.h"
+
 namespace bench {
 
 Vault::Vault()
@@ -9,13 +11,7 @@ Vault::Vault()
     sim_.Reset();
     sim_.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
     sim_.AddKey(Simulator::kVault, {{"name", "p256"}, {"kty", "EC"}, {"crv", "P-256"}});
-    const HKEY hive = HKEY_LOCAL_MACHINE;
-    root_.SetText(hive, "KeyVault", Simulator::kVault);
-    root_.SetText(hive, "TenantId", Simulator::kTenant);
-    root_.SetText(hive, "ClientId", Simulator::kClientId);
-    root_.SetText(hive, "ClientSecret", Simulator::kClientSecret);
-    root_.SetNumber(hive, "AuthenticationType", 2);
-    root_.SetNumber(hive, "CertificatesOrKeys", 1);
+    WriteClientSettings(root_);
     LogAt(0);
 }
 

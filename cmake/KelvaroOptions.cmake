@@ -54,3 +54,13 @@ if(KELVARO_SANITIZER)
   add_compile_options(-fsanitize=${KELVARO_SANITIZER} -fno-omit-frame-pointer -g1 ${optimisation})
   add_link_options(-fsanitize=${KELVARO_SANITIZER})
 endif()
+
+# The target starts the simulator: this build's, unless another one is given. On Windows it listens already.
+function(kelvaro_starts_vaultsim target)
+  set(simulator "${KELVARO_VAULTSIM}")
+  if(NOT simulator AND NOT WIN32)
+    set(simulator "$<TARGET_FILE:vaultsim>")
+    add_dependencies(${target} vaultsim)
+  endif()
+  target_compile_definitions(${target} PRIVATE KELVARO_VAULTSIM_PATH="${simulator}")
+endfunction()

@@ -3,15 +3,10 @@
 
 #include "bench/memory_transport.h"
 #include "fuzz/harness.h"
+#include "tests/common/sample_certificate.h"
 
 namespace {
 
-constexpr char kCertificate[] =
-    "MIIBcjCCARmgAwIBAgIUCHIXVN2ASC8nr181GSY2l026twcwCgYIKoZIzj0EAwIwDjEMMAoGA1UEAwwDd2ViMCAXDTI2MTEyMzEzMTYzM1oYDz"
-    "IxMjYxMDMwMTMxNjMzWjAOMQwwCgYDVQQDDAN3ZWIwWTATBgcqhkjOPQIBBggqhkjOPQMBBwNCAASSvbhwvcoq7K+HjCj+b1VCTVFPhRGcDMEw"
-    "ZOYz/5FquACI/3KVdHtAl66z1WMEGxQRoaW8r+ACLIly5A3p6MsMo1MwUTAdBgNVHQ4EFgQUUQpEcd0HC2cbBmHqv/zAAfLXeoMwHwYDVR0jBB"
-    "gwFoAUUQpEcd0HC2cbBmHqv/zAAfLXeoMwDwYDVR0TAQH/BAUwAwEB/zAKBggqhkjOPQQDAgNHADBEAiAFot4VabttfH2fi9IWnoGqwZsjPC07"
-    "brkrEDZAU710qAIgFzqEEWRfwBI2LQgrhNDwigyjGvnX1ItlM+1P/lGCj8Y=";
 constexpr char kRequest[] =
     "MIHGMG4CAQAwDDEKMAgGA1UEAwwBYTBZMBMGByqGSM49AgEGCCqGSM49AwEHA0IABJK9uHC9yirsr4eMKP5vVUJNUU+FEZwMwTBk5jP/kWq4AI"
     "j/cpV0e0CXrrPVYwQbFBGhpbyv4AIsiXLkDenoywygADAKBggqhkjOPQQDAgNIADBFAiEAwci0JY79hpqD2Q2beF3jxte4lzf1dN4GuHy6O7oM"
@@ -41,7 +36,7 @@ std::string RightBody(const std::string& target)
     if (has("oauth2/token"))
         return kToken;
     if (has("/certificates/"))
-        return "{" + (has("/create?") ? Member("csr", kRequest) : Member("cer", kCertificate)) + "}";
+        return "{" + (has("/create?") ? Member("csr", kRequest) : Member("cer", kSampleCertificate)) + "}";
     if (has("/verify?"))
         return R"({"value":true})";
     if (has("/sign?") || has("/encrypt?") || has("/decrypt?"))

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "provider/entry_points.h"
+#include "tests/common/client_settings.h"
 
 namespace stress {
 
@@ -52,13 +53,23 @@ Host::Host() : table(FunctionTable())
     sim.Reset();
     sim.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
     sim.AddKey(Simulator::kVault, {{"name", "p256"}, {"kty", "EC"}, {"crv", "P-256"}});
-    const HKEY hive = HKEY_LOCAL_MACHINE;
-    root.SetText(hive, "KeyVault", Simulator::kVault);
-    root.SetNumber(hive, "AuthenticationType", 2);
-    root.SetText(hive, "TenantId", Simulator::kTenant);
-    root.SetText(hive, "ClientId", Simulator::kClientId);
-    root.SetText(hive, "ClientSecret", Simulator::kClientSecret);
-    root.SetNumber(hive, "CertificatesOrKeys", 1);
+    WriteClientSettings(root);
+}
+
+std::multiset<std::string> StoredContainers()
+{
+    std::multiset<std::string> names;
+    const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, TEXT("My"));
+    for (PCCERT_CONTEXT each = nullptr; store && (each = CertEnumCertificatesInStore(store, each)) != nullptr;) {
+        std::vector<uint64_t> room(128);
+        DWORD size = static_cast<DWORD>(room.size() * sizeof(uint64_t));
+        const BOOL bound = CertGetCertificateContextProperty(each, CERT_KEY_PROV_INFO_PROP_ID, room.data(), &size);
+        const auto* const info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room.data());
+        names.insert(bound ? Narrow(info->pwszContainerName) : "unbound");
+    }
+    if (store)
+        CertCloseStore(store, 0);
+    return names;
 }
 
 NCRYPT_PROV_HANDLE Host::OpenProvider()

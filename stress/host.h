@@ -1,6 +1,7 @@
 // A host of the provider against the simulator.
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "platform/cng_provider.h"
@@ -14,6 +15,9 @@ void Require(bool holds, const std::string& text);
 
 // "0", "NTE_FAIL", or the number in hexadecimal.
 std::string StatusName(SECURITY_STATUS status);
+
+// The containers of the certificates in the machine's store; "unbound" for one without.
+std::multiset<std::string> StoredContainers();
 
 // Attaches the module on first use.
 const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* FunctionTable();

@@ -12,11 +12,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
-#include <set>
 #include <thread>
 #include <vector>
 
 #include "stress/host.h"
+#include "support/settings.h"
 #include "tests/common/test_clock.h"
 
 using namespace stress;
@@ -42,7 +42,7 @@ size_t Count(Simulator& sim, const std::string& part)
     return count;
 }
 
-// One round of a thread. A key of its own is opened and given back; the other one is everybody's.
+// One round of a thread. One key is opened and released; the other is shared by all threads.
 size_t Round(Host& host, NCRYPT_PROV_HANDLE provider, NCRYPT_KEY_HANDLE shared, size_t* signatures)
 {
     size_t failures = 0;
@@ -114,8 +114,7 @@ std::string NameOf(int process, int round)
     return "p" + std::to_string(process) + "-" + std::to_string(round);
 }
 
-// Makes keys, signs, and deletes each second one, and sets what is the process' own. The number of rounds is its last
-// setting.
+// Creates keys, signs, deletes every second one, and changes the process's own setting: the number of its rounds.
 void RunProcess(Host& host, int process, std::chrono::steady_clock::time_point end)
 {
     for (int round = 1; round == 1 || std::chrono::steady_clock::now() < end; ++round) {
@@ -124,7 +123,7 @@ void RunProcess(Host& host, int process, std::chrono::steady_clock::time_point e
         Require(host.table->FinalizeKey(provider, key, 0) == 0, "not finalized");
         Require(host.Sign(provider, key, false) == 0, "not signed");
         const auto give = round % 2 == 0 ? host.table->DeleteKey(provider, key, 0) : host.table->FreeKey(provider, key);
-        Require(give == 0, "not given back");
+        Require(give == 0, "not released");
         host.root.SetNumber(HKEY_LOCAL_MACHINE, "Rounds" + std::to_string(process), static_cast<DWORD>(round));
         if (process == 0)
             host.root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", Simulator::kClientSecret);
@@ -133,31 +132,6 @@ void RunProcess(Host& host, int process, std::chrono::steady_clock::time_point e
         host.table->FreeKey(provider, host.OpenKey(provider, "p256"));
         host.table->FreeProvider(provider);
     }
-}
-
-DWORD NumberOf(const std::string& name)
-{
-    DWORD number = 0, size = sizeof(number);
-    HKEY settings = nullptr;
-    if (RegOpenKeyW(HKEY_LOCAL_MACHINE, TEXT("Software\\Zandrel\\Kelvaro"), &settings) != 0)
-        return 0;
-    RegQueryValueExW(settings, Wide(name).c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size);
-    RegCloseKey(settings);
-    return number;
-}
-
-std::set<std::string> StoredContainers()
-{
-    std::set<std::string> names;
-    const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, TEXT("My"));
-    for (PCCERT_CONTEXT each = nullptr; (each = CertEnumCertificatesInStore(store, each)) != nullptr;) {
-        std::vector<uint64_t> room(128);
-        DWORD size = static_cast<DWORD>(room.size() * sizeof(uint64_t));
-        if (CertGetCertificateContextProperty(each, CERT_KEY_PROV_INFO_PROP_ID, room.data(), &size))
-            names.insert(Narrow(reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room.data())->pwszContainerName));
-    }
-    CertCloseStore(store, 0);
-    return names;
 }
 
 void Processes(std::chrono::seconds duration)
@@ -189,10 +163,11 @@ void Processes(std::chrono::seconds duration)
     }
     Rule("processes: every call succeeds", failed == 0, failed);
 
-    std::set<std::string> expected = {"rsa", "p256"}, found, certificates;
+    std::multiset<std::string> expected = {"rsa", "p256"}, found, certificates;
     json rounds = json::array();
     for (int process = 0; process < kProcesses; ++process) {
-        const int last = static_cast<int>(NumberOf("Rounds" + std::to_string(process)));
+        const TextString name = Wide("Rounds" + std::to_string(process));
+        const int last = static_cast<int>(SettingsReadNumber(HKEY_LOCAL_MACHINE, name.c_str()));
         rounds.push_back(last);
         for (int round = 1; round <= last; round += 2)
             expected.insert(NameOf(process, round));
@@ -204,8 +179,7 @@ void Processes(std::chrono::seconds duration)
         found.insert(certificate.at("name"));
     for (int i = 0; i < 5; ++i)
         certificates.insert("cert-00000" + std::to_string(i));
-    for (const std::string& name : certificates)
-        expected.insert(name);
+    expected.insert(certificates.begin(), certificates.end());
     Rule("processes: every key that was kept is there, and no other", found == expected,
          {{"expected", expected.size()}, {"found", found.size()}, {"rounds", rounds}});
     Rule("processes: every certificate is in the store", StoredContainers() == certificates, StoredContainers().size());

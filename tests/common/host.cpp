@@ -12,18 +12,6 @@ std::string Hex(SECURITY_STATUS status)
     return text;
 }
 
-void WriteClientSettings(TestRoot& root)
-{
-    for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
-        root.SetText(hive, "KeyVault", Simulator::kVault);
-        root.SetNumber(hive, "AuthenticationType", 2);
-        root.SetText(hive, "TenantId", Simulator::kTenant);
-        root.SetText(hive, "ClientId", Simulator::kClientId);
-        root.SetText(hive, "ClientSecret", Simulator::kClientSecret);
-        root.SetNumber(hive, "CertificatesOrKeys", 1);
-    }
-}
-
 void HostTest::SetUp()
 {
     sim.Reset();

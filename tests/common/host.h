@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/cng_provider.h"
+#include "tests/common/client_settings.h"
 #include "tests/common/simulator.h"
 #include "tests/common/test_clock.h"
 #include "tests/common/test_root.h"
@@ -36,9 +37,6 @@ class HostTest : public testing::Test {
     NCRYPT_PROV_HANDLE provider = 0;      // opened by OpenProvider
     std::vector<NCRYPT_KEY_HANDLE> keys;  // freed in TearDown
 };
-
-// Settings of both hives for client credentials against the vault Simulator::kVault, with plain keys.
-void WriteClientSettings(TestRoot& root);
 
 // Status by number for messages: EXPECT_EQ(Hex(status), Hex(NTE_FAIL)).
 std::string Hex(SECURITY_STATUS status);
