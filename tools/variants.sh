@@ -2,13 +2,14 @@
 # Needs: top (the checkout).
 
 linux_packages="g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libjson-c-dev libcpp-httplib-dev
-    nlohmann-json3-dev libcli11-dev googletest openssl ca-certificates"
-windows_packages="g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
+    nlohmann-json3-dev libcli11-dev libgtest-dev openssl ca-certificates"
+windows_packages="googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
 # What the run of the Windows tests needs beside the runtime, which tools/windows-runtime.sh unpacks.
 runtime_packages="iproute2 perl-base util-linux libc-bin"
 debug_packages="gdb"
 check_packages="clang-format clang-tidy git perl"
 package_packages="wixl msitools gcab dpkg-dev libxml2-utils perl curl git"
+package_check_packages="lintian groff zsh"
 
 configure() { # configure NAME CMAKE_OPTION...
     folder=$top/build/$1
@@ -45,9 +46,8 @@ build_variant() { # build_variant NAME [TARGET...]
         return 2
         ;;
     esac
-    if [ $# -gt 0 ]; then
-        cmake --build "$top/build/$variant" --target "$@"
-    else
-        cmake --build "$top/build/$variant"
-    fi
+    # Of the thread sanitizer's build only the tests are of use.
+    [ $# -gt 0 ] || [ "$variant" != tsan ] || set -- test_programs
+    # Gives way to tests that run meanwhile.
+    nice -n 5 cmake --build "$top/build/$variant" ${1:+--target "$@"}
 }

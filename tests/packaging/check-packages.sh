@@ -6,7 +6,7 @@ top=$(cd "$(dirname "$0")/../.." && pwd)
 here=$top/tests/packaging
 . "$top/tools/variants.sh"
 # shellcheck disable=SC2154,SC2086
-"$top/tools/packages.sh" $package_packages $windows_packages ${runtime_packages:-} lintian groff zsh
+"$top/tools/packages.sh" $package_packages $windows_packages $runtime_packages $package_check_packages
 packages=$top/build/packages
 version=$(cat "$top/VERSION")
 work=$(mktemp -d)
