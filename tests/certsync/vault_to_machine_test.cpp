@@ -1,9 +1,10 @@
 // The open of a machine key copies the vault's certificates into the machine's store.
 #include "certsync/vault_to_machine.h"
 
-#include <algorithm>
+#include <cctype>
 
 #include "provider/provider.h"
+#include "support/settings.h"
 #include "tests/certsync/certs_fixture.h"
 #include "tests/provider/fail_each.h"
 
@@ -42,16 +43,7 @@ class VaultToMachineTest : public CertsTest {
         root.ClearLog();
         return Run();
     }
-    int64_t Stamp() const
-    {
-        HKEY key = nullptr;
-        DWORD value = 0;
-        DWORD size = sizeof(value);
-        RegOpenKeyW(HKEY_LOCAL_MACHINE, Wide(kSettingsKey).c_str(), &key);
-        RegQueryValueExW(key, Wide(kStamp).c_str(), nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size);
-        RegCloseKey(key);
-        return value;
-    }
+    static int64_t Stamp() { return SettingsReadNumber(HKEY_LOCAL_MACHINE, Wide(kStamp).c_str()); }
 };
 
 TEST_F(VaultToMachineTest, TheUsersStoreIsLeftAlone)
@@ -201,9 +193,9 @@ TEST_F(VaultToMachineTest, AListOfAnyFormIsSearched)
 {
     AddVaultCertificate("web");
     const std::string hash = VaultHash("web");
-    std::string lower = hash;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](char ch) { return static_cast<char>(std::tolower(ch)); });
+    std::string lower;
+    for (const char ch : hash)
+        lower += static_cast<char>(std::tolower(ch));
     const std::pair<std::string, bool> rows[] = {
         {std::string(40, 'A') + hash + std::string(40, 'B'), true},
         {"\xC3\xBC%s\n" + hash + ";;", true},

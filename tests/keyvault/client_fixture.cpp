@@ -151,8 +151,3 @@ void VaultTest::SetUp()
     sim.ClearJournal();
     root.ClearLog();
 }
-
-void VaultTest::Throttle(const std::string& path, int times)
-{
-    Answer(path, 429, ReadServiceSample("error-429-throttled"), times);
-}

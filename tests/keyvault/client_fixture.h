@@ -112,7 +112,6 @@ class ClientTest : public testing::Test {
 class VaultTest : public ClientTest {
   protected:
     void SetUp() override;
-    void Throttle(const std::string& path, int times);
     // The simulator's vault.
     nlohmann::json State() { return sim.Control("GET", std::string("/vaults/") + Simulator::kVault); }
 

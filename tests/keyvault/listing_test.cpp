@@ -180,15 +180,15 @@ TEST_P(ListingTest, ABadElementIsSkippedAndTheOthersKeepTheirPlaces)
 
 TEST_P(ListingTest, EachPageHasFiveAttempts)
 {
-    Throttle(Path(), 4);
+    Answer(Path(), 429, "", 4);
     ServeOne("one", "2");
-    Throttle(Path(), 4);
+    Answer(Path(), 429, "", 4);
     ServeOne("two");
     EXPECT_EQ((Strings{"one", "two"}), List().names);
     EXPECT_EQ((Waits{1000, 2000, 4000, 8000, 1000, 2000, 4000, 8000}), clock.Waits());
 
     ServeOne("one", "2");
-    Throttle(Path(), 5);
+    Answer(Path(), 429, "", 5);
     const Listing throttled = List();
     EXPECT_FALSE(throttled.good);
     EXPECT_EQ(IsKeys() ? Strings{"one"} : Strings{}, throttled.names) << "names of keys listed so far are kept";

@@ -77,7 +77,7 @@ TEST_F(VaultOperation, IsSentFiveTimesAtMost)
             clock.ClearWaits();
             root.ClearLog();
             if (throttled)
-                Throttle(operation.path, static_cast<int>(throttled));
+                Answer(operation.path, 429, ReadServiceSample("error-429-throttled"), static_cast<int>(throttled));
             Answer(operation.path, operation.good, operation.body);
             EXPECT_EQ(throttled < 5, operation.run(call.get()));
             EXPECT_EQ(RetryWaits(throttled), clock.Waits());
