@@ -39,12 +39,17 @@ inline Bytes TextBytes(const std::string& text, bool terminated = true)
     return Bytes(bytes, bytes + (wide.size() + (terminated ? 1 : 0)) * sizeof(WCHAR));
 }
 
-// A file of tests/data/pkcs8, without ".der".
-inline Bytes ReadPkcs8(const std::string& name)
+// A file of tests/data.
+inline Bytes ReadData(const std::string& name)
 {
-    std::ifstream file(std::string(KELVARO_TEST_DATA "/pkcs8/") + name + ".der", std::ios::binary);
+    std::ifstream file(KELVARO_TEST_DATA "/" + name, std::ios::binary);
     EXPECT_TRUE(file.good()) << name;
     return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+inline Bytes ReadPkcs8(const std::string& name)
+{
+    return ReadData("pkcs8/" + name + ".der");
 }
 
 inline std::string PrivateKeyPem(const char* name)

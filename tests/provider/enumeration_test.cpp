@@ -1,5 +1,4 @@
 // Enumerations of the provider's algorithms and of the vault's keys.
-#include "tests/common/alloc_fault.h"
 #include "tests/provider/provider_fixture.h"
 
 namespace {
@@ -94,37 +93,6 @@ TEST_F(EnumerationTest, EachCallsFlagsChooseItsClient)
     }
     EXPECT_EQ((Lines{"fabrikam.vault.azure.net", "fabrikam.vault.azure.net", "contoso-keys.vault.azure.net"}), hosts);
     table->FreeBuffer(state);
-}
-
-TEST_F(EnumerationTest, CostIsLinear)
-{
-    SetLogLevel(2);
-    sim.Control("PUT", "/paging", {{"maxPage", 25}, {"emptyEvery", 8}, {"firstEmpty", false}});
-    AddKey("warm", "P-256");
-    OpenKey("warm");                        // signs in
-    size_t requests[2], first[2], next[2];  // of the first call, allocations of the first and of the next one
-    for (const size_t i : {0, 1}) {
-        const std::string vault = std::string("/vaults/") + Simulator::kVault;
-        sim.Control("PUT", vault, {{"tier", "premium"}});
-        sim.Control(
-            "POST", vault + "/seed",
-            {{"keys", i ? 3000 : 300}, {"prefix", "key-"}, {"kty", "EC"}, {"crv", "P-256"}, {"shareMaterial", true}});
-        sim.ClearJournal();
-        PVOID state = nullptr;
-        const auto step = [&](const char* expected) {
-            const AllocFault count(SIZE_MAX);
-            EXPECT_EQ(expected, Next(&state).name);
-            return count.Seen();
-        };
-        first[i] = step("key-000000");
-        requests[i] = sim.VaultRequests().size();
-        next[i] = step("key-000001");
-        EXPECT_EQ(0, table->FreeBuffer(state));
-    }
-    EXPECT_GE(requests[1], 120u + 12u);  // pages with keys, and empty ones between them
-    EXPECT_LE(requests[1], 10 * requests[0]);
-    EXPECT_LE(first[1], 10 * first[0]);
-    EXPECT_EQ(next[0], next[1]);
 }
 
 TEST_F(EnumerationTest, AKeyThatCannotBeReadIsRetried)

@@ -12,8 +12,7 @@
 #include <set>
 
 #include "tests/common/base64.h"
-#include "tests/provider/bytes.h"
-#include "tests/provider/envelope_maker.h"
+#include "tests/provider/envelopes.h"
 
 namespace fs = std::filesystem;
 
@@ -198,23 +197,15 @@ class ResidueTest : public testing::Test {
         needles->AddText("password", kPassword);
         Write("password", TextBytes(kPassword));
 
-        const Recipient recipient;
         const std::string containers = root.directory() + "/root/user/keycontainers";
         fs::create_directories(containers);
-        std::ofstream(containers + "/box.pem") << recipient.ContainerPem();
-        Write("store", SerializedStore(ProviderInfo("box", 0) + StoreRecord(32, recipient.Certificate())));
-        const Bytes blob = BlobWithNumbers(2048);
-        needles->AddNumbers("blob", blob, {40, 140, 180});
+        fs::copy(KELVARO_TEST_DATA "/pkcs7/me.pem", containers + "/box.pem");
+        Write("store", SerializedStore(ProviderInfo("box") + CertificateRecord("me")));
+        const Bytes blob = ReadData("pkcs7/blob.bin");
+        needles->AddNumbers("blob", blob, {40, 140, 180, 700, 1100});
         Write("blob", blob);
-        Write("envelope", recipient.Seal(blob));
-        Write("short-envelope", recipient.Seal(BlobWithNumbers(1024)));
-    }
-    static Bytes BlobWithNumbers(DWORD bits)
-    {
-        Bytes blob = RsaBlob(bits);
-        const Bytes numbers = RandomLooking(blob.size() - 27, 3);
-        std::copy(numbers.begin(), numbers.end(), blob.begin() + 27);
-        return blob;
+        Write("envelope", ReadData("pkcs7/aes-256-cbc.der"));
+        Write("short-envelope", ReadData("pkcs7/short.der"));
     }
     // Plain texts for both directions. The vault's answers are made up, so it needn't know them.
     void WritePlainTexts(Needles* needles)
