@@ -193,18 +193,18 @@ TEST_F(ModuleTest, AProviderHoldsItsHeaderAndANameOf65534Bytes)
 TEST_F(ModuleTest, FreeBufferFreesListedAndUnlistedBlocks)
 {
     const auto block = [] { return HeapAlloc(GetProcessHeap(), 0, 16); };
-    void* listed[3] = {block(), block(), block()};
+    void* const listed[] = {block(), block(), block()};
     for (void* each : listed)
         EXPECT_NE(nullptr, KelvaroRegisterBuffer(each, BufferKind::KeyName));
-    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "no block is in the list twice";
+    EXPECT_EQ(nullptr, KelvaroRegisterBuffer(listed[1], BufferKind::KeyName)) << "twice";
+    for (void* each : {listed[1], listed[2], listed[0]}) {
+        EXPECT_TRUE(KelvaroIsRegistered(each, BufferKind::KeyName));
+        EXPECT_FALSE(KelvaroIsRegistered(each, BufferKind::EnumState));
+        EXPECT_EQ(0, table->FreeBuffer(each));
+        EXPECT_FALSE(KelvaroIsRegistered(each, BufferKind::KeyName));
+    }
     EXPECT_EQ(0, table->FreeBuffer(block()));
     EXPECT_EQ(0, table->FreeBuffer(nullptr));
-    for (const int freed : {1, 2, 0}) {
-        EXPECT_TRUE(KelvaroIsRegistered(listed[freed], BufferKind::KeyName));
-        EXPECT_FALSE(KelvaroIsRegistered(listed[freed], BufferKind::EnumState));
-        EXPECT_EQ(0, table->FreeBuffer(listed[freed]));
-        EXPECT_FALSE(KelvaroIsRegistered(listed[freed], BufferKind::KeyName));
-    }
 }
 
 // The provider's own lines while a host works, at the level that logs everything: tests/data/host_trace.txt.

@@ -1,4 +1,4 @@
-// What all operations have in common: a failing sign-in, no client, and no memory. And a machine without any settings.
+// What all operations have in common: a failing sign-in, no client, and no memory.
 #include <set>
 
 #include "provider/buffer_list.h"
@@ -312,26 +312,6 @@ TEST_F(OperationsTest, EveryAllocationMayFail)
                           true});
     for (const Operation& operation : operations)
         Sweep(operation, true);
-}
-
-TEST_F(ProviderTest, WithoutSettingsTheMachinesIdentitySignsInAndNamesTheVault)
-{
-    const std::string vault = "x0f1e2d3c4b5a69788796a5b";
-    sim.Control("PUT", "/vaults/" + vault, {{"tier", "standard"}});
-    AddKey("identity-key", "P-384", vault.c_str());
-    SetEnvironmentVariableW(TEXT("IDENTITY_ENDPOINT"), nullptr);
-    root.RemoveKey(HKEY_LOCAL_MACHINE);
-    root.RemoveKey(HKEY_CURRENT_USER);
-    Reattach();
-    for (const DWORD scope : {DWORD{0}, kMachine}) {
-        sim.ClearJournal();
-        EXPECT_EQ(96u, Sign(OpenKey("identity-key", scope), Pattern(48)).bytes.size());
-        const json journal = sim.Journal();
-        ASSERT_GT(journal.size(), 2u);
-        EXPECT_EQ("169.254.169.254", journal[0]["host"]);
-        EXPECT_EQ(vault + ".vault.azure.net", journal[1]["host"]);
-    }
-    sim.Control("DELETE", "/vaults/" + vault);
 }
 
 }  // namespace

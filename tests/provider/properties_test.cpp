@@ -103,64 +103,58 @@ TEST_F(PropertiesTest, SetPropertiesActAndAreStoredByTheirRules)
 {
     enum State { Pends, IsFinal };
     const Bytes one = Words({1}), text = TextBytes("text");
-    const struct {
-        const char* name;
-        const char* property;
-        Bytes value;
-        DWORD flags;
-        State state;
-        SECURITY_STATUS status;
-        bool stored;
-    } rows[] = {
-        {"usage is always stored", "Key Usage", Words({2}), 0, Pends, 0, true},
-        {"usage of another size", "Key Usage", {1}, 0, Pends, NTE_BAD_DATA, false},
-        {"size comes before state", "Key Usage", {1}, 0, IsFinal, NTE_BAD_DATA, false},
-        {"usage of a finalized key", "Key Usage", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
-        {"usage with a machine flag", "Key Usage", one, 0x20, Pends, NTE_BAD_FLAGS, false},
-        {"usage, silently", "Key Usage", one, NCRYPT_SILENT_FLAG, Pends, 0, true},
-        {"opaque usage of a finalized key", "Key Usage", one, kOnly, IsFinal, 0, true},
-        {"length is never stored", "Length", Words({4096}), kPersist, Pends, 0, false},
-        {"length of a finalized key", "Length", Words({4096}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
-        {"length of another size", "Length", Bytes(5), 0, IsFinal, NTE_BAD_DATA, false},
-        {"policy of a finalized key", "Export Policy", Words({0}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
-        {"policy of nothing", "Export Policy", Words({0}), 0, Pends, 0, true},
-        {"window", "HWND Handle", one, 0, IsFinal, 0, false},
-        {"window, kept", "HWND Handle", one, kPersist, IsFinal, 0, true},
-        {"policy of the interface", "UI Policy", one, 0, IsFinal, 0, false},
-        {"policy of the interface, kept", "UI Policy", one, kPersist, IsFinal, 0, true},
-        {"context", "Use Context", text, 0, IsFinal, 0, false},
-        {"context, kept", "Use Context", text, kPersist, IsFinal, 0, true},
-        {"certificate", "SmartCardKeyCertificate", one, 0, IsFinal, 0, false},
-        {"certificate, kept", "SmartCardKeyCertificate", one, kPersist, IsFinal, 0, true},
-        {"certificate in other letters", "smartcardkeycertificate", one, 0, IsFinal, NTE_NOT_SUPPORTED, false},
-        {"a host's name", "mine", one, 0, Pends, NTE_NOT_SUPPORTED, false},
-        {"a host's name, persisted", "mine", one, kPersist, Pends, NTE_NOT_SUPPORTED, false},
-        {"a host's name, opaque", "mine", one, kOnly, IsFinal, 0, true},
-        {"a host's name, both", "mine", one, kOnly | kPersist, IsFinal, 0, true},
-        {"nothing, opaque", "mine", {}, kOnly, IsFinal, 0, true},
-        {"read only", "Name", text, 0, Pends, NTE_NOT_SUPPORTED, false},
-        {"private blob of no kind", "PRIVATEBLOB", Words({0x31415352}), 0, Pends, NTE_BAD_DATA, false},
-        {"private blob of three bytes", "PRIVATEBLOB", {0x52, 0x53, 0x41}, 0, Pends, NTE_BAD_DATA, false},
-        {"private blob of a finalized key", "PRIVATEBLOB", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
-        {"private blob is never stored", "PRIVATEBLOB", RsaBlob(2048), kPersist, Pends, 0, false},
+    const Row<const char*, Bytes, DWORD, State, SECURITY_STATUS, bool> rows[] = {
+        // Always stored; of another size, which is tested before the state; finalized; flags.
+        {"Key Usage", Words({2}), 0, Pends, 0, true},
+        {"Key Usage", {1}, 0, Pends, NTE_BAD_DATA, false},
+        {"Key Usage", {1}, 0, IsFinal, NTE_BAD_DATA, false},
+        {"Key Usage", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"Key Usage", one, 0x20, Pends, NTE_BAD_FLAGS, false},
+        {"Key Usage", one, NCRYPT_SILENT_FLAG, Pends, 0, true},
+        {"Key Usage", one, kOnly, IsFinal, 0, true},
+        {"Export Policy", Words({0}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"Export Policy", Words({0}), 0, Pends, 0, true},
+        // Never stored.
+        {"Length", Words({4096}), kPersist, Pends, 0, false},
+        {"Length", Words({4096}), 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        {"Length", Bytes(5), 0, IsFinal, NTE_BAD_DATA, false},
+        {"PRIVATEBLOB", RsaBlob(2048), kPersist, Pends, 0, false},
+        {"PRIVATEBLOB", Words({0x31415352}), 0, Pends, NTE_BAD_DATA, false},
+        {"PRIVATEBLOB", {0x52, 0x53, 0x41}, 0, Pends, NTE_BAD_DATA, false},
+        {"PRIVATEBLOB", one, 0, IsFinal, NTE_BAD_KEY_STATE, false},
+        // Stored if asked.
+        {"HWND Handle", one, 0, IsFinal, 0, false},
+        {"HWND Handle", one, kPersist, IsFinal, 0, true},
+        {"UI Policy", one, 0, IsFinal, 0, false},
+        {"UI Policy", one, kPersist, IsFinal, 0, true},
+        {"Use Context", text, 0, IsFinal, 0, false},
+        {"Use Context", text, kPersist, IsFinal, 0, true},
+        {"SmartCardKeyCertificate", one, 0, IsFinal, 0, false},
+        {"SmartCardKeyCertificate", one, kPersist, IsFinal, 0, true},
+        // Unknown, or read only.
+        {"smartcardkeycertificate", one, 0, IsFinal, NTE_NOT_SUPPORTED, false},
+        {"mine", one, 0, Pends, NTE_NOT_SUPPORTED, false},
+        {"mine", one, kPersist, Pends, NTE_NOT_SUPPORTED, false},
+        {"mine", one, kOnly, IsFinal, 0, true},
+        {"mine", one, kOnly | kPersist, IsFinal, 0, true},
+        {"mine", {}, kOnly, IsFinal, 0, true},
+        {"Name", text, 0, Pends, NTE_NOT_SUPPORTED, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [property, value, flags, state, status, isStored] : rows) {
+        SCOPED_TRACE(testing::Message() << property << " " << flags << " " << state << " " << value.size());
         const NCRYPT_KEY_HANDLE key = Pending("RSA");
-        if (row.state == IsFinal) {
-            ASSERT_EQ(0, Finalize(key));
-        }
+        ASSERT_EQ(0, state == IsFinal ? Finalize(key) : 0);
         root.ClearLog();
-        EXPECT_EQ(Hex(row.status), Hex(SetKey(key, row.property, row.value, row.flags)));
-        EXPECT_EQ(row.status ? "KelvaroSetKeyProperty Error " + Hex(row.status) : "", LastErrorLine());
-        const Result stored = GetKey(key, row.property, kOnly);
-        EXPECT_EQ(Hex(row.stored ? 0 : NTE_NOT_FOUND), Hex(stored.status));
-        EXPECT_EQ(row.stored ? 1u : 0u, StoredCount(key));
-        if (row.stored) {
-            EXPECT_EQ(row.value, stored.bytes);
+        EXPECT_EQ(Hex(status), Hex(SetKey(key, property, value, flags)));
+        EXPECT_EQ(status ? "KelvaroSetKeyProperty Error " + Hex(status) : "", LastErrorLine());
+        const Result stored = GetKey(key, property, kOnly);
+        EXPECT_EQ(Hex(isStored ? 0 : NTE_NOT_FOUND), Hex(stored.status));
+        ASSERT_EQ(isStored ? 1u : 0u, StoredCount(key));
+        if (isStored) {
+            EXPECT_EQ(value, stored.bytes);
             const KSP_PROPERTY* const entry = PropertyFromLink(Record(key)->PropertyList.next);
             EXPECT_EQ(1u, entry->fPersisted);
-            EXPECT_EQ((row.flags & kOnly) ? 0u : 1u, entry->fBuildin);
+            EXPECT_EQ((flags & kOnly) ? 0u : 1u, entry->fBuildin);
         }
     }
 }

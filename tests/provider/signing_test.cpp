@@ -123,36 +123,23 @@ TEST_F(SigningTest, RefusalsWithoutTraffic)
 {
     constexpr SECURITY_STATUS kUnknown = NTE_NOT_SUPPORTED;
     constexpr SECURITY_STATUS kWrong = NTE_INVALID_PARAMETER;
-    const struct {
-        const char* name;
-        const char* key;
-        DWORD flags;
-        const char* hashName;
-        size_t cbHash;
-        SECURITY_STATUS sign, verify;
-    } rows[] = {
-        {"RSA without padding", "RSA", 0, "SHA256", 32, kWrong, kUnknown},
-        {"RSA, silent alone", "RSA", 0x40, "SHA256", 32, kWrong, kUnknown},
-        {"curve with padding", "P-256", kPkcs1, "SHA256", 32, kWrong, kUnknown},
-        {"PKCS#1, no information", "RSA", kPkcs1, nullptr, 32, kUnknown, kUnknown},
-        {"PKCS#1, no hash name", "RSA", kPkcs1, "", 32, kUnknown, kUnknown},
-        {"PSS, no information", "RSA", kPss, nullptr, 32, kUnknown, kUnknown},
-        {"PSS, no hash name", "RSA", kPss, "", 32, kUnknown, kUnknown},
-        {"SHA-1 of 16 bytes", "RSA", kPkcs1, "SHA1", 16, kUnknown, kUnknown},
-        {"SHA-1 with PSS", "RSA", kPss, "sha1", 20, kUnknown, kUnknown},
-        {"MD5", "RSA", kPkcs1, "MD5", 16, kUnknown, kUnknown},
-        {"begins alike", "RSA", kPkcs1, "SHA2565", 32, kUnknown, kUnknown},
-        {"curve, 65 bytes", "P-256", 0, nullptr, 65, kWrong, kWrong},
-        {"P-521, 66 bytes", "P-521", 0, nullptr, 66, kWrong, kWrong},
+    const Row<const char*, DWORD, const char*, size_t, SECURITY_STATUS, SECURITY_STATUS> rows[] = {
+        {"RSA", 0, "SHA256", 32, kWrong, kUnknown},         {"RSA", 0x40, "SHA256", 32, kWrong, kUnknown},
+        {"P-256", kPkcs1, "SHA256", 32, kWrong, kUnknown},  {"RSA", kPkcs1, nullptr, 32, kUnknown, kUnknown},
+        {"RSA", kPkcs1, "", 32, kUnknown, kUnknown},        {"RSA", kPss, nullptr, 32, kUnknown, kUnknown},
+        {"RSA", kPss, "", 32, kUnknown, kUnknown},          {"RSA", kPkcs1, "SHA1", 16, kUnknown, kUnknown},
+        {"RSA", kPss, "sha1", 20, kUnknown, kUnknown},      {"RSA", kPkcs1, "MD5", 16, kUnknown, kUnknown},
+        {"RSA", kPkcs1, "SHA2565", 32, kUnknown, kUnknown}, {"P-256", 0, nullptr, 65, kWrong, kWrong},
+        {"P-521", 0, nullptr, 66, kWrong, kWrong},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const NCRYPT_KEY_HANDLE key = OpenKey(row.key);
+    for (const auto& [keyName, flags, hashName, cbHash, sign, verify] : rows) {
+        SCOPED_TRACE(testing::Message() << keyName << " " << flags << " " << cbHash);
+        const NCRYPT_KEY_HANDLE key = OpenKey(keyName);
         sim.ClearJournal();
-        EXPECT_EQ(Hex(row.sign), Hex(Sign(key, Pattern(row.cbHash), row.flags, row.hashName).status));
-        EXPECT_EQ("KelvaroSignHash Error " + Hex(row.sign), LastErrorLine());
-        EXPECT_EQ(Hex(row.verify), Verify(key, Pattern(row.cbHash), Pattern(64), row.flags, row.hashName));
-        EXPECT_EQ("KelvaroVerifySignature Error " + Hex(row.verify), LastErrorLine());
+        EXPECT_EQ(Hex(sign), Hex(Sign(key, Pattern(cbHash), flags, hashName).status));
+        EXPECT_EQ("KelvaroSignHash Error " + Hex(sign), LastErrorLine());
+        EXPECT_EQ(Hex(verify), Verify(key, Pattern(cbHash), Pattern(64), flags, hashName));
+        EXPECT_EQ("KelvaroVerifySignature Error " + Hex(verify), LastErrorLine());
         EXPECT_EQ(0u, sim.Journal().size());
     }
 }

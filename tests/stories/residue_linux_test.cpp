@@ -186,26 +186,18 @@ class ResidueTest : public testing::Test {
     {
         sim.Fault({{"path", path}, {"action", "status"}, {"status", 200}, {"times", -1}, {"body", body}});
     }
-    // A key with private numbers, as a file in every form that a host can import.
-    void WriteKeys(Needles* needles)
+    // Keys with private numbers. Those of tests/data are in the folder "data".
+    void AddKeys(Needles* needles)
     {
-        const Bytes der = ReadPkcs8("rsa2048");
-        needles->AddNumbers("private-key", der, {400, 700, 850, 1100});
-        Write("p8", der);
-        Write("p8-pbes2", ReadPkcs8("pbes2-unicode"));
-        Write("p8-pkcs12", ReadPkcs8("pkcs12-unicode"));
+        fs::create_directory_symlink(KELVARO_TEST_DATA, root.directory() + "/data");
+        needles->AddNumbers("private-key", ReadPkcs8("rsa2048"), {400, 700, 850, 1100});
+        needles->AddNumbers("blob", ReadData("pkcs7/blob.bin"), {40, 140, 180, 700, 1100});
         needles->AddText("password", kPassword);
         Write("password", TextBytes(kPassword));
-
         const std::string containers = root.directory() + "/root/user/keycontainers";
         fs::create_directories(containers);
         fs::copy(KELVARO_TEST_DATA "/pkcs7/me.pem", containers + "/box.pem");
         Write("store", SerializedStore(ProviderInfo("box") + CertificateRecord("me")));
-        const Bytes blob = ReadData("pkcs7/blob.bin");
-        needles->AddNumbers("blob", blob, {40, 140, 180, 700, 1100});
-        Write("blob", blob);
-        Write("envelope", ReadData("pkcs7/aes-256-cbc.der"));
-        Write("short-envelope", ReadData("pkcs7/short.der"));
     }
     // Plain texts for both directions. The vault's answers are made up, so it needn't know them.
     void WritePlainTexts(Needles* needles)
@@ -287,7 +279,7 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
     needles.AddText("pin", kPin);
     Write("pin", TextBytes(kPin));
     Write("descriptor", Descriptor() + TextBytes(kPin));
-    WriteKeys(&needles);
+    AddKeys(&needles);
     WritePlainTexts(&needles);
     WriteWholeKey(&needles);
     const struct {
@@ -308,13 +300,14 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
           "set-provider Use+Context password", "free-key"}},
         {"descriptors", {"key rsa", "set Security+Descr descriptor", "set Security+Descr descriptor", "free-key"}},
         {"a blob that is set",
-         {"create new", "set PRIVATEBLOB blob", "set PRIVATEBLOB blob", "keep PRIVATEBLOB blob", "free-key"}},
-        {"a blob", {"import RSAPRIVATEBLOB blob", "free-key"}},
-        {"PKCS#8", {"import PKCS8_PRIVATEKEY p8", "free-key"}},
-        {"PKCS#8 under PBES2", {"import PKCS8_PRIVATEKEY p8-pbes2 46 password", "free-key"}},
-        {"PKCS#8 under PKCS#12's encryption", {"import PKCS8_PRIVATEKEY p8-pkcs12 46 password", "free-key"}},
-        {"an envelope", {"import PKCS7_ENVELOPE envelope 47 store", "free-key"}},
-        {"a refused envelope", {"import PKCS7_ENVELOPE short-envelope 47 store"}, Simulator::kVault, NTE_BAD_KEY},
+         {"create new", "set PRIVATEBLOB data/pkcs7/blob.bin", "set PRIVATEBLOB data/pkcs7/blob.bin",
+          "keep PRIVATEBLOB data/pkcs7/blob.bin", "free-key"}},
+        {"a blob", {"import RSAPRIVATEBLOB data/pkcs7/blob.bin", "free-key"}},
+        {"PKCS#8", {"import PKCS8_PRIVATEKEY data/pkcs8/rsa2048.der", "free-key"}},
+        {"PBES2", {"import PKCS8_PRIVATEKEY data/pkcs8/pbes2-unicode.der 46 password", "free-key"}},
+        {"PKCS#12", {"import PKCS8_PRIVATEKEY data/pkcs8/pkcs12-unicode.der 46 password", "free-key"}},
+        {"an envelope", {"import PKCS7_ENVELOPE data/pkcs7/aes-256-cbc.der 47 store", "free-key"}},
+        {"a refused envelope", {"import PKCS7_ENVELOPE data/pkcs7/short.der 47 store"}, Simulator::kVault, NTE_BAD_KEY},
     };
     for (const auto& row : rows) {
         // In the clear at first, as an administrator sets it; the open seals it.
