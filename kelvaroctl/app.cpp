@@ -1,5 +1,6 @@
 #include "kelvaroctl/app.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "kelvaroctl/command_line.h"
@@ -94,7 +95,7 @@ static int Report(const Failure& failure, const Tool& tool)
 {
     const Context context = ContextOf(failure, tool);
     if (tool.json) {
-        Json object = failure.partial.is_object() ? failure.partial : Json::object();
+        Json object = failure.partial ? *failure.partial : Json::object();
         object["error"] = ErrorObject(failure, context);
         PrintObject(std::move(object), tool);
     } else {
@@ -126,7 +127,13 @@ std::vector<Command> AllCommands()
 
 static int Run(const std::vector<std::string>& arguments, Tool& tool)
 {
-    const std::function<Answer(Tool&)> action = ParseCommandLine(arguments, AllCommands(), &tool);
+    std::function<Answer(Tool&)> action;
+    try {
+        action = ParseCommandLine(arguments, AllCommands(), SharedOptions(&tool));
+    } catch (const Failure&) {
+        tool.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+        throw;
+    }
     return action ? Print(action(tool), tool) : static_cast<int>(ExitCode::Ok);
 }
 

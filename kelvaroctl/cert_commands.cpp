@@ -1,5 +1,4 @@
 #include "kelvaroctl/certificate_file.h"
-#include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
 #include "kelvaroctl/commands.h"
 
@@ -87,18 +86,15 @@ Answer Install(Tool& tool, const InstallArguments& arguments)
     const StoredCertificate installed = InstallCertificate(hive.isMachine(), certificate, arguments.key);
     const std::string record = ReadRecord(hive);
     Answer answer;
-    answer.object = {{"scope", hive.scope()},
-                     {"key", arguments.key},
-                     {"publicKeyMatches", isKeys},
-                     {"certificate", CertificateObject(installed, record)}};
+    answer.object = {{"scope", hive.scope()}, {"key", arguments.key}, {"publicKeyMatches", isKeys}};
     if (!isKeys)
         tool.Warn("the certificate's public key is not that of '" + arguments.key + "'");
     if (installed.IsExpired())
         tool.Warn("the certificate expired on " + installed.notAfter +
                   ": once published, the vault will refuse to sign with its key");
     answer.text = "installed in the " + hive.scope() + " store and bound to '" + Printable(arguments.key) +
-                  (isKeys ? "', whose public key it has\n" : "', whose public key it does not have\n") +
-                  Columns({CertificateRow(installed, record)}, 2);
+                  (isKeys ? "', whose public key it has\n" : "', whose public key it does not have\n");
+    AddCertificate(installed, record, &answer);
     return answer;
 }
 

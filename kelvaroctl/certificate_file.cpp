@@ -5,27 +5,20 @@
 
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/input.h"
+#include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
 
 constexpr size_t kLargestCertificateFile = 1024 * 1024;
-static const char kBegin[] = "-----BEGIN CERTIFICATE-----";
-static const char kEnd[] = "-----END CERTIFICATE-----";
 
 std::vector<Bytes> ReadCertificateFile(const std::string& name)
 {
     const Bytes content = ReadInput(name, kLargestCertificateFile);
     const std::string text(content.begin(), content.end());
     std::vector<Bytes> found;
-    for (size_t at = text.find(kBegin); at != std::string::npos; at = text.find(kBegin, at)) {
-        at += sizeof(kBegin) - 1;
-        const size_t end = text.find(kEnd, at);
-        if (end == std::string::npos)
-            throw UsageFailure(name + " holds a certificate block without an end");
-        if (!ParseBase64(std::string_view(text).substr(at, end - at), &found.emplace_back()))
-            throw UsageFailure(name + " holds a certificate block that is not Base64");
-    }
+    size_t at = 0;
+    while (auto der = ReadPem(text, "CERTIFICATE", name, &at))
+        found.push_back(std::move(*der));
     if (found.empty() && !content.empty() && content[0] == kDerSequence)
         found.push_back(content);
     if (found.empty())

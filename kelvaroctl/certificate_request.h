@@ -1,4 +1,4 @@
-// PKCS#10 certificate requests.
+// PKCS#10 certificate requests, and the alternative names in them.
 #pragma once
 
 #include <functional>
@@ -6,9 +6,18 @@
 #include <vector>
 
 #include "kelvaroctl/public_key.h"
-#include "kelvaroctl/subject_alt_name.h"
 
 namespace kelvaroctl {
+
+// A name in a certificate beside its subject.
+struct SubjectAltName {
+    BYTE tag;       // of the choice in GeneralName
+    Bytes content;  // without tag and length
+};
+
+// "dns:web01.contoso.com", "ip:10.0.0.1", "ip:2001:db8::1", "email:ops@contoso.com", "uri:https://contoso.com/"; the
+// letter case of the prefix is ignored. Throws a usage failure for anything else.
+SubjectAltName ParseSubjectAltName(const std::string& text);
 
 struct RequestContent {
     Bytes subject;  // a name in DER; an empty sequence for none

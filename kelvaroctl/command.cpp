@@ -1,6 +1,18 @@
 #include "kelvaroctl/command.h"
 
+#include "kelvaroctl/tool.h"
+
 namespace kelvaroctl {
+
+bool IsOption(const Argument& argument)
+{
+    return argument.name[0] == '-';
+}
+
+bool IsFlag(const Argument& argument)
+{
+    return std::holds_alternative<bool*>(argument.target);
+}
 
 std::vector<Argument> SharedOptions(Tool* tool)
 {

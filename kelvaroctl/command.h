@@ -1,5 +1,5 @@
 // A command as data: its name, its arguments and what it does. Only command_line.cpp knows the library that parses
-// them.
+// them. Neither needs the JSON library, which is slow to compile too.
 #pragma once
 
 #include <functional>
@@ -9,9 +9,12 @@
 #include <variant>
 #include <vector>
 
-#include "kelvaroctl/tool.h"
+#include "kelvaroctl/failure.h"
 
 namespace kelvaroctl {
+
+struct Answer;
+class Tool;
 
 // Receives the value of an argument. bool: a flag, which takes no value. A list: the option can be repeated.
 using ArgumentTarget =
@@ -39,6 +42,9 @@ struct Command {
     std::string footer = {};              // below the help
     std::vector<Argument> internal = {};  // options that the tool gives itself, and that no help shows
 };
+
+bool IsOption(const Argument& argument);  // else positional
+bool IsFlag(const Argument& argument);
 
 // The options that all commands share.
 std::vector<Argument> SharedOptions(Tool* tool);

@@ -1,6 +1,8 @@
 // The only source that includes CLI11, which is slow to compile.
 #include "kelvaroctl/command_line.h"
 
+#include "kelvaroctl/text.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
@@ -46,9 +48,9 @@ static CLI::Option* AddArgument(CLI::App& app, const Argument& argument)
     return option;
 }
 
-static void AddSharedOptions(CLI::App& app, Tool* tool)
+static void AddSharedOptions(CLI::App& app, const std::vector<Argument>& shared)
 {
-    for (const Argument& option : SharedOptions(tool))
+    for (const Argument& option : shared)
         AddArgument(app, option);
     app.get_option("--user")->excludes("--machine");
     app.set_version_flag("--version", std::string("kelvaroctl " KELVARO_VERSION));
@@ -111,13 +113,13 @@ static Recognised Recognise(const CLI::App& app, const std::vector<Command>& com
     return found;
 }
 
-static std::string UnknownWord(const std::string& word, const Recognised& found, Tool* tool)
+static std::string UnknownWord(const std::string& word, const Recognised& found, const std::vector<Argument>& shared)
 {
     std::vector<std::string> known;
     known.reserve(found.members->size());
     for (const Command& command : *found.members)
         known.emplace_back(command.name);
-    for (const std::vector<Argument>& arguments : {*found.arguments, SharedOptions(tool)}) {
+    for (const std::vector<Argument>& arguments : {*found.arguments, shared}) {
         for (const Argument& argument : arguments)
             known.emplace_back(argument.name);
     }
@@ -125,14 +127,14 @@ static std::string UnknownWord(const std::string& word, const Recognised& found,
 }
 
 std::function<Answer(Tool&)> ParseCommandLine(const std::vector<std::string>& arguments,
-                                              const std::vector<Command>& commands, Tool* tool)
+                                              const std::vector<Command>& commands, const std::vector<Argument>& shared)
 {
     CLI::App app("Administers the Zandrel Key Storage Provider for Key Vault", "kelvaroctl");
     app.footer(ExitCodes());
     app.require_subcommand(1);
     // Shared options, all but --module, may also follow the command.
     app.fallthrough();
-    AddSharedOptions(app, tool);
+    AddSharedOptions(app, shared);
     std::function<Answer(Tool&)> chosen;
     for (const Command& command : commands)
         AddCommand(app, command, &chosen);
@@ -142,10 +144,9 @@ std::function<Answer(Tool&)> ParseCommandLine(const std::vector<std::string>& ar
         app.exit(wanted);
         return nullptr;
     } catch (const CLI::ParseError& error) {
-        tool->json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         const std::vector<std::string> unknown = app.remaining(true);
         const Recognised found = Recognise(app, commands);
-        throw UsageFailure((unknown.empty() ? error.what() : UnknownWord(unknown[0], found, tool)) + "; see " +
+        throw UsageFailure((unknown.empty() ? error.what() : UnknownWord(unknown[0], found, shared)) + "; see " +
                            found.name + " --help");
     }
     return chosen;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kelvaroctl/command.h"
+#include "kelvaroctl/tool.h"
 
 namespace kelvaroctl {
 

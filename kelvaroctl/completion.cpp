@@ -68,11 +68,6 @@ constexpr Shell kZsh = {
     ") name=${name:+$name }$word ;;\n    esac\ndone\ncase \"$name:${words[CURRENT - 1]}\" in\n", "_files; return",
     "esac\n_describe -t commands kelvaroctl matches\n[[ -z $files ]] || _files\n", ZshAssign};
 
-bool IsOption(const Argument& argument)
-{
-    return argument.name[0] == '-';
-}
-
 bool IsFile(const Argument& argument)
 {
     const std::string type = IsOption(argument) ? (argument.typeName ? argument.typeName : "") : argument.name;
@@ -99,7 +94,7 @@ std::string ValueCases(const Shell& shell, const std::string& name, const std::v
 {
     std::string text;
     for (const Argument& argument : arguments) {
-        if (!IsOption(argument) || std::holds_alternative<bool*>(argument.target))
+        if (!IsOption(argument) || IsFlag(argument))
             continue;
         const Candidates values = ValuesOf(argument);
         text += "    " + (name == "*" ? "*" + Pattern("", ":", argument.name) : Pattern(name, ":", argument.name)) +

@@ -1,6 +1,8 @@
+#include <algorithm>
+
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/config_import.h"
-#include "kelvaroctl/input.h"
+#include "kelvaroctl/files.h"
 #include "kelvaroctl/log_place.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_access.h"
@@ -124,14 +126,13 @@ static void RefuseProblem(const Setting& setting, const std::string& problem)
 }
 
 // The provider encrypts a clear secret when it is opened, so it is opened here.
-static std::string ProtectSecret(Tool& tool, const SettingsHive& hive)
+static void ProtectSecret(Tool& tool)
 {
     try {
         tool.OpenProvider();
     } catch (const Failure& failure) {
         tool.Warn(std::string("the secret stays in clear text until the provider is first opened: ") + failure.what());
     }
-    return SecretState(hive);
 }
 
 namespace {
@@ -181,7 +182,8 @@ static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& set
     Answer answer;
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;
-    answer.object["state"] = ProtectSecret(tool, hive);
+    ProtectSecret(tool);
+    answer.object["state"] = SecretState(hive);
     answer.text = "ClientSecret of the " + hive.scope() + " is " + answer.object["state"].get<std::string>() + "\n";
     return answer;
 }
@@ -246,45 +248,31 @@ static Answer UnsetSetting(const Tool& tool, const std::string& name)
     return answer;
 }
 
-static bool SetsSecret(const SettingChange& change)
+// Those that set a secret, in either form.
+static std::vector<SettingChange> SecretsOf(const std::vector<SettingChange>& changes)
 {
-    const SettingKind kind = change.setting->kind;
-    return (kind == SettingKind::Secret || kind == SettingKind::ProtectedSecret) && !change.remove &&
-           !TextOf(change.value).empty();
+    std::vector<SettingChange> secrets;
+    for (const SettingChange& change : changes) {
+        const SettingKind kind = change.setting->kind;
+        if ((kind == SettingKind::Secret || kind == SettingKind::ProtectedSecret) && !change.remove &&
+            !TextOf(change.value).empty())
+            secrets.push_back(change);
+    }
+    return secrets;
 }
 
-static void CheckImportAccess(Tool& tool, const std::vector<SettingChange>& changes, bool anyway)
+static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& secrets)
 {
-    for (const SettingChange& change : changes) {
-        if (change.hive == HKEY_LOCAL_MACHINE && SetsSecret(change))
-            return CheckAccess(tool, anyway);
+    bool clear = false;
+    for (const SettingChange& change : secrets) {
+        clear = clear || change.setting->kind == SettingKind::Secret;
+        tool.Warn(change.setting->kind == SettingKind::Secret
+                      ? "the imported file contains a secret in clear text: delete it or keep it safe"
+                      : "ClientDPAPISecret can only be decrypted on the machine, or by the user, that encrypted it; if "
+                        "sign-in is refused, run 'kelvaroctl config set ClientSecret'");
     }
-}
-
-// A protected secret can only be decrypted where it was encrypted.
-static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& changes)
-{
-    for (const SettingChange& change : changes) {
-        if (!SetsSecret(change))
-            continue;
-        if (change.setting->kind == SettingKind::ProtectedSecret) {
-            tool.Warn(
-                "ClientDPAPISecret can only be decrypted on the machine, or by the user, that encrypted it; if "
-                "sign-in is refused, run 'kelvaroctl config set ClientSecret'");
-        }
-        if (change.setting->kind == SettingKind::Secret)
-            tool.Warn("the imported file contains a secret in clear text: delete it or keep it safe");
-    }
-}
-
-static void ProtectImportedSecrets(Tool& tool, const std::vector<SettingChange>& changes)
-{
-    for (const SettingChange& change : changes) {
-        if (change.setting->kind == SettingKind::Secret && SetsSecret(change)) {
-            ProtectSecret(tool, SettingsHive(change.hive));
-            return;
-        }
-    }
+    if (clear)
+        ProtectSecret(tool);
 }
 
 static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
@@ -296,10 +284,12 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
     }
-    CheckImportAccess(tool, changes, anyway);
+    const std::vector<SettingChange> secrets = SecretsOf(changes);
+    if (std::any_of(secrets.begin(), secrets.end(),
+                    [](const SettingChange& change) { return change.hive == HKEY_LOCAL_MACHINE; }))
+        CheckAccess(tool, anyway);
     ApplyChanges(changes);
-    WarnOfSecrets(tool, changes);
-    ProtectImportedSecrets(tool, changes);
+    WarnOfSecrets(tool, secrets);
     Answer answer;
     answer.object["imported"] = Json::array();
     for (const SettingChange& change : changes) {

@@ -35,7 +35,7 @@ Bytes DerSequence(std::initializer_list<Bytes> members)
     return DerElement(kDerSequence, content);
 }
 
-static Bytes WithoutLeadingZeros(const Bytes& number)
+Bytes WithoutLeadingZeros(const Bytes& number)
 {
     return Bytes(std::find_if(number.begin(), number.end(), [](BYTE byte) { return byte != 0; }), number.end());
 }
@@ -82,72 +82,20 @@ Bytes DerFromRawSignature(const Bytes& raw)
     return DerSequence({DerInteger(Bytes(raw.begin(), middle)), DerInteger(Bytes(middle, raw.end()))});
 }
 
-namespace {
-// Reads a structure element by element. Lengths must be in their shortest form.
-class Reader {
-  public:
-    Reader(const BYTE* data, size_t size) : data_(data), size_(size) {}
-
-    bool Take(BYTE tag, Reader* content)
-    {
-        size_t length = 0;
-        size_t head = 0;
-        if (size_ < 2 || data_[0] != tag || !Length(&length, &head) || length > size_ - head)
-            return false;
-        *content = Reader(data_ + head, length);
-        data_ += head + length;
-        size_ -= head + length;
-        return true;
-    }
-
-    // A non-negative integer in its shortest form.
-    bool TakeNumber(Bytes* number)
-    {
-        Reader content(nullptr, 0);
-        if (!Take(kInteger, &content) || content.size_ == 0 || content.data_[0] >= 0x80)
-            return false;
-        if (content.size_ > 1 && content.data_[0] == 0 && content.data_[1] < 0x80)
-            return false;
-        number->assign(content.data_, content.data_ + content.size_);
-        return true;
-    }
-
-    bool AtEnd() const { return size_ == 0; }
-
-  private:
-    // A signature of the largest curve needs one length octet after the first.
-    bool Length(size_t* length, size_t* head) const
-    {
-        *length = data_[1];
-        *head = 2;
-        if (data_[1] < 0x80)
-            return true;
-        if (data_[1] != 0x81 || size_ < 3 || data_[2] < 0x80)
-            return false;
-        *length = data_[2];
-        *head = 3;
-        return true;
-    }
-
-    const BYTE* data_;
-    size_t size_;
-};
-}  // namespace
-
 bool RawFromDerSignature(const Bytes& der, size_t width, Bytes* raw)
 {
-    Reader whole(der.data(), der.size());
-    Reader sequence(nullptr, 0);
-    Bytes r;
+    // A sequence of up to 255 bytes, then the first integer's tag and length.
+    const size_t first = der.size() > 1 && der[1] == 0x81 ? 5 : 4;
+    if (der.size() < first || der.size() - first < der[first - 1])
+        return false;
+    const auto second = der.begin() + static_cast<std::ptrdiff_t>(first + der[first - 1]);
     Bytes s;
-    if (!whole.Take(kDerSequence, &sequence) || !whole.AtEnd() || !sequence.TakeNumber(&r) ||
-        !sequence.TakeNumber(&s) || !sequence.AtEnd())
+    if (!ToWidth(Bytes(der.begin() + static_cast<std::ptrdiff_t>(first), second), width, raw) ||
+        der.end() - second < 2 || !ToWidth(Bytes(second + 2, der.end()), width, &s))
         return false;
-    Bytes second;
-    if (!ToWidth(r, width, raw) || !ToWidth(s, width, &second))
-        return false;
-    raw->insert(raw->end(), second.begin(), second.end());
-    return true;
+    raw->insert(raw->end(), s.begin(), s.end());
+    // Whatever else is wrong, these numbers have another encoding.
+    return DerFromRawSignature(*raw) == der;
 }
 
 }  // namespace kelvaroctl

@@ -19,6 +19,7 @@ Bytes DerBitString(const Bytes& content);
 Bytes DerObjectId(const Bytes& encodedArcs);
 Bytes DerNull();
 
+Bytes WithoutLeadingZeros(const Bytes& number);
 // Pads `number` with leading zeros, or strips them, to `width` bytes. False if it does not fit.
 bool ToWidth(const Bytes& number, size_t width, Bytes* result);
 

@@ -1,6 +1,5 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
-#include "kelvaroctl/input.h"
 #include "kelvaroctl/public_key.h"
 
 namespace kelvaroctl {
@@ -28,15 +27,6 @@ struct EncryptArguments {
 };
 }  // namespace
 
-static const PaddingRow& PaddingOf(const std::string& name)
-{
-    for (const PaddingRow& row : kPaddings) {
-        if (name == row.name)
-            return row;
-    }
-    throw UsageFailure("unknown padding: '" + name + "'");
-}
-
 // Bytes of the modulus. Throws a usage failure if the key is not RSA.
 static size_t ModulusSize(const Key& key)
 {
@@ -46,9 +36,24 @@ static size_t ModulusSize(const Key& key)
     return publicKey.modulus.size();
 }
 
-static Answer Written(const EncryptArguments& arguments, OutputFile* file, const Bytes& output)
+static Answer Crypt(const Tool& tool, const EncryptArguments& arguments, Operation operation)
 {
-    file->Write(output);
+    const bool encrypts = operation == Operation::Encrypt;
+    const PaddingRow& padding = kPaddings[arguments.padding == kPaddings[0].name ? 0 : 1];
+    const Bytes input = ReadInput(arguments.input, kLargestInput);
+    OutputFile file(arguments.output, arguments.input, encrypts ? Readers::Everyone : Readers::OwnerOnly);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, arguments.key);
+    const size_t modulus = ModulusSize(key);
+    const std::string has = arguments.input + " has " + std::to_string(input.size()) + " bytes; ";
+    if (encrypts && (input.empty() || input.size() + padding.overhead > modulus)) {
+        throw UsageFailure(has + "this key encrypts 1 to " + std::to_string(modulus - padding.overhead) + " with " +
+                           padding.name);
+    }
+    if (!encrypts && input.size() != modulus)
+        throw UsageFailure(has + "a ciphertext of this key has " + std::to_string(modulus));
+    const Bytes output = key.Crypt(operation, input, modulus, padding.flag);
+    file.Write(output);
     Answer answer;
     answer.object = {
         {"key", arguments.key}, {"padding", arguments.padding}, {"file", arguments.output}, {"bytes", output.size()}};
@@ -56,57 +61,26 @@ static Answer Written(const EncryptArguments& arguments, OutputFile* file, const
     return answer;
 }
 
-static Answer Encrypt(const Tool& tool, const EncryptArguments& arguments)
+static Command CryptCommand(const char* name, const char* help, Operation operation)
 {
-    const PaddingRow& padding = PaddingOf(arguments.padding);
-    const Bytes input = ReadInput(arguments.input, kLargestInput);
-    OutputFile output(arguments.output, arguments.input);
-    const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
-    const size_t modulus = ModulusSize(key);
-    if (input.empty() || input.size() + padding.overhead > modulus) {
-        throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
-                           " bytes; this key encrypts 1 to " + std::to_string(modulus - padding.overhead) + " with " +
-                           padding.name);
-    }
-    return Written(arguments, &output, key.Encrypt(input, modulus, padding.flag));
-}
-
-static Answer Decrypt(const Tool& tool, const EncryptArguments& arguments)
-{
-    const PaddingRow& padding = PaddingOf(arguments.padding);
-    const Bytes input = ReadInput(arguments.input, kLargestInput);
-    OutputFile output(arguments.output, arguments.input, Readers::OwnerOnly);
-    const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
-    const size_t modulus = ModulusSize(key);
-    if (input.size() != modulus) {
-        throw UsageFailure(arguments.input + " has " + std::to_string(input.size()) +
-                           " bytes; a ciphertext of this key has " + std::to_string(modulus));
-    }
-    return Written(arguments, &output, key.Decrypt(input, modulus, padding.flag));
-}
-
-static std::vector<Argument> Arguments(EncryptArguments* to)
-{
-    return {{"--key", &to->key, "the key's name", "NAME", kRequired},
-            {"--padding", &to->padding, "pkcs1, or oaep with SHA-1", nullptr, kRequired, {"pkcs1", "oaep"}},
-            {"--in", &to->input, "the file to read", "FILE", kRequired},
-            {"--out", &to->output, "the file to write", "FILE", kRequired}};
+    const auto to = std::make_shared<EncryptArguments>();
+    return {name,
+            help,
+            {{"--key", &to->key, "the key's name", "NAME", kRequired},
+             {"--padding", &to->padding, "pkcs1, or oaep with SHA-1", nullptr, kRequired, {"pkcs1", "oaep"}},
+             {"--in", &to->input, "the file to read", "FILE", kRequired},
+             {"--out", &to->output, "the file to write", "FILE", kRequired}},
+            [to, operation](Tool& tool) { return Crypt(tool, *to, operation); }};
 }
 
 Command EncryptCommand()
 {
-    const auto to = std::make_shared<EncryptArguments>();
-    return {"encrypt", "encrypt a small file with an RSA key", Arguments(to.get()),
-            [to](Tool& tool) { return Encrypt(tool, *to); }};
+    return CryptCommand("encrypt", "encrypt a small file with an RSA key", Operation::Encrypt);
 }
 
 Command DecryptCommand()
 {
-    const auto to = std::make_shared<EncryptArguments>();
-    return {"decrypt", "decrypt a small file; only the owner can read the result", Arguments(to.get()),
-            [to](Tool& tool) { return Decrypt(tool, *to); }};
+    return CryptCommand("decrypt", "decrypt a small file; only the owner can read the result", Operation::Decrypt);
 }
 
 }  // namespace kelvaroctl

@@ -2,7 +2,8 @@
 #pragma once
 
 #include <exception>
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
@@ -48,8 +49,8 @@ class Failure : public std::exception {
     // Set if the module returned an error: its status and the operation.
     std::optional<SECURITY_STATUS> status;
     std::string operation;
-    // Results from before the failure: members of the JSON answer beside "error", and text.
-    nlohmann::ordered_json partial;
+    // Results from before the failure, if any: members of the JSON answer beside "error", and text.
+    std::shared_ptr<nlohmann::ordered_json> partial;
     std::string partialText;
 
   private:

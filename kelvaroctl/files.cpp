@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <system_error>
 
 #include "kelvaroctl/file_access.h"
 #include "kelvaroctl/interruption.h"
+#include "kelvaroctl/places.h"
 
 namespace kelvaroctl {
 
@@ -19,21 +21,36 @@ Failure FileFailure(const std::string& attempt, const std::string& name)
                         (reason ? ": " + std::generic_category().message(reason) : std::string()));
 }
 
-Bytes ReadWholeFile(const std::string& name, size_t maxSize)
+void ReadInPieces(const std::string& name, const std::function<void(const char* piece, size_t size)>& take)
 {
     errno = 0;
-    std::ifstream file(fs::u8path(name), std::ios::binary);
+    const bool standard = name == "-";
+    std::ifstream file;
+    if (standard)
+        ReadInputAsBytes();
+    else
+        file.open(fs::u8path(name), std::ios::binary);
     if (!file)
         throw FileFailure("open", name);
-    Bytes content;
-    char piece[4096];
-    while (file.read(piece, sizeof(piece)) || file.gcount()) {
-        content.insert(content.end(), piece, piece + file.gcount());
-        if (content.size() > maxSize)
-            throw UsageFailure(name + " is larger than " + std::to_string(maxSize) + " bytes");
-    }
-    if (file.bad())
+    std::istream& stream = standard ? std::cin : file;
+    std::vector<char> piece(64 * 1024);
+    while (stream.read(piece.data(), static_cast<std::streamsize>(piece.size())) || stream.gcount())
+        take(piece.data(), static_cast<size_t>(stream.gcount()));
+    // It may be a private key or a password.
+    SecureZeroMemory(piece.data(), piece.size());
+    if (stream.bad())
         throw FileFailure("read", name);
+}
+
+Bytes ReadInput(const std::string& name, size_t maxSize)
+{
+    Bytes content;
+    content.reserve(maxSize);  // growth would leave copies behind
+    ReadInPieces(name, [&](const char* piece, size_t size) {
+        if (size > maxSize - content.size())
+            throw UsageFailure(name + " is larger than " + std::to_string(maxSize) + " bytes");
+        content.insert(content.end(), piece, piece + size);
+    });
     return content;
 }
 

@@ -1,6 +1,7 @@
 // Files named on the command line. Names are UTF-8.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "kelvaroctl/failure.h"
@@ -11,8 +12,11 @@ namespace kelvaroctl {
 // "cannot ATTEMPT NAME: reason", with the reason from errno.
 Failure FileFailure(const std::string& attempt, const std::string& name);
 
-// Throws a usage failure if the file cannot be read or is larger than maxSize bytes.
-Bytes ReadWholeFile(const std::string& name, size_t maxSize);
+// Calls take() with each piece of the file, or of standard input for "-". Throws a usage failure if it can't be read.
+void ReadInPieces(const std::string& name, const std::function<void(const char* piece, size_t size)>& take);
+
+// Throws a usage failure if the file, or standard input for "-", can't be read or is larger than maxSize bytes.
+Bytes ReadInput(const std::string& name, size_t maxSize);
 
 enum class Readers { Everyone, OwnerOnly };
 

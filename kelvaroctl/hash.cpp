@@ -1,7 +1,7 @@
 #include "kelvaroctl/hash.h"
 
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/input.h"
+#include "kelvaroctl/files.h"
 
 namespace kelvaroctl {
 

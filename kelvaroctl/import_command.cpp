@@ -40,7 +40,7 @@ class WipedFile {
 static SecretString FirstLine(const std::string& name)
 {
     constexpr size_t kLargestPasswordFile = 64 * 1024;
-    Bytes content = ReadWholeFile(name, kLargestPasswordFile);
+    Bytes content = ReadInput(name, kLargestPasswordFile);
     SecretString text(content.begin(), content.end());
     SecureZeroMemory(content.data(), content.size());
     text.resize(std::min(text.size(), text.find_first_of("\r\n")));

@@ -10,11 +10,15 @@ namespace kelvaroctl {
 // Read by the handler, which may not allocate.
 static std::filesystem::path unfinished;
 static bool terminal = false;
+static HANDLE console = nullptr;
+static DWORD consoleMode = 0;
 
 extern "C" void CleanUpAndEnd(int signal)
 {
     if (!unfinished.empty())
         RemoveFileNow(unfinished.c_str());
+    if (console)
+        SetConsoleMode(console, consoleMode);
     if (terminal)
         EndErrorLine();
     std::signal(signal, SIG_DFL);
@@ -31,6 +35,12 @@ void CleanUpWhenInterrupted()
 void RemoveWhenInterrupted(const std::filesystem::path& file)
 {
     unfinished = file;
+}
+
+void RestoreWhenInterrupted(HANDLE changed, DWORD mode)
+{
+    consoleMode = mode;
+    console = changed;
 }
 
 }  // namespace kelvaroctl

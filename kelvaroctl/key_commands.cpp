@@ -42,9 +42,7 @@ struct KeyList {
 static void AddDetails(const Key& key, Json* object, Row* row)
 {
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-    (*object)["key"] = Describe(publicKey);
-    (*object)["bits"] = BitLength(publicKey);
-    (*object)["fingerprint"] = Fingerprint(publicKey);
+    AddFacts(publicKey, object);
     row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
 }
 
@@ -119,7 +117,7 @@ static Answer ListKeys(const Tool& tool, const ListArguments& arguments)
     try {
         FillList(tool, arguments, &list);
     } catch (Failure& failure) {
-        failure.partial = {{"keys", list.keys}};
+        failure.partial = std::make_shared<Json>(Json{{"keys", list.keys}});
         failure.partialText = Columns(list.rows);
         throw;
     }
@@ -152,9 +150,7 @@ static Answer ShowKey(Tool& tool, const std::string& name)
     std::string pem;
     if (const auto publicKey = PublicKeyOf(key, &problem)) {
         pem = PemText(SubjectPublicKeyInfo(*publicKey), kPemLabel);
-        answer.object["key"] = Describe(*publicKey);
-        answer.object["bits"] = BitLength(*publicKey);
-        answer.object["fingerprint"] = Fingerprint(*publicKey);
+        AddFacts(*publicKey, &answer.object);
         answer.object["publicKey"] = {{"pem", pem}, {"jwk", JsonWebKey(*publicKey, name)}};
         rows.push_back({"key", Describe(*publicKey)});
         rows.push_back({"fingerprint", "SHA-256 " + Fingerprint(*publicKey)});

@@ -5,6 +5,7 @@
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/files.h"
+#include "kelvaroctl/public_key.h"
 
 namespace kelvaroctl {
 
@@ -36,21 +37,16 @@ constexpr BlobKind kBlobKinds[] = {
 };
 
 // Decodes the first block with a known label. False if there is none.
-bool ReadPem(const std::string& text, const std::string& name, Bytes* der)
+bool ReadKeyPem(const std::string& text, const std::string& name, Bytes* der)
 {
     for (const PemKind& kind : kPemKinds) {
-        const std::string begin = std::string("-----BEGIN ") + kind.label + "-----";
-        const size_t at = text.find(begin);
-        if (at == std::string::npos)
-            continue;
-        if (kind.problem)
+        if (kind.problem && text.find(std::string("-----BEGIN ") + kind.label + "-----") != std::string::npos)
             throw UsageFailure(name + " holds " + kind.problem);
-        const size_t end = text.find(std::string("-----END ") + kind.label + "-----", at);
-        if (end == std::string::npos)
-            throw UsageFailure(name + " holds a key block without an end");
-        if (!ParseBase64(std::string_view(text).substr(at + begin.size(), end - at - begin.size()), der))
-            throw UsageFailure(name + " holds a key block that is not Base64");
-        return true;
+        size_t at = 0;
+        if (auto found = ReadPem(text, kind.label, name, &at)) {
+            *der = std::move(*found);
+            return true;
+        }
     }
     return false;
 }
@@ -73,7 +69,7 @@ KeyFile Pkcs8(Bytes der)
 
 KeyFile ReadKeyFile(const std::string& name)
 {
-    Bytes content = ReadWholeFile(name, kLargestKeyFile);
+    Bytes content = ReadInput(name, kLargestKeyFile);
     DWORD magic = 0;
     if (content.size() >= sizeof(magic))
         std::memcpy(&magic, content.data(), sizeof(magic));
@@ -85,7 +81,7 @@ KeyFile ReadKeyFile(const std::string& name)
         return Pkcs8(std::move(content));
     std::string text(content.begin(), content.end());
     Bytes der;
-    const bool found = ReadPem(text, name, &der);
+    const bool found = ReadKeyPem(text, name, &der);
     SecureZeroMemory(text.data(), text.size());
     SecureZeroMemory(content.data(), content.size());
     if (!found)

@@ -37,10 +37,9 @@ static Answer CreateKey(const Tool& tool, const CreateArguments& arguments)
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
     const bool hasCertificate = SettingIs(tool, "CertificatesOrKeys", 0);
     Answer answer;
-    answer.object = {{"name", arguments.name},           {"scope", tool.hive().scope()},
-                     {"algorithm", arguments.algorithm}, {"key", Describe(publicKey)},
-                     {"bits", BitLength(publicKey)},     {"fingerprint", Fingerprint(publicKey)},
-                     {"certificate", hasCertificate}};
+    answer.object = {{"name", arguments.name}, {"scope", tool.hive().scope()}, {"algorithm", arguments.algorithm}};
+    AddFacts(publicKey, &answer.object);
+    answer.object["certificate"] = hasCertificate;
     answer.text = "'" + Printable(arguments.name) + "' was created" +
                   (hasCertificate ? " as the key of a certificate: " : ": ") + Describe(publicKey) + ", SHA-256 " +
                   Fingerprint(publicKey) + "\n";
@@ -50,24 +49,13 @@ static Answer CreateKey(const Tool& tool, const CreateArguments& arguments)
 static std::string Question(const std::string& name, bool purges)
 {
     return "Delete the key '" + Printable(name) + "' in the vault" +
-           (purges ? " and purge it, so that it cannot be recovered" : "; it can be recovered there for a time") +
-           "? Type yes: ";
-}
-
-static bool Confirmed(const DeleteArguments& arguments, bool purges)
-{
-    if (arguments.yes)
-        return true;
-    const std::optional<std::string> answer = AskOnTerminal(Question(arguments.name, purges));
-    if (!answer)
-        throw UsageFailure("deleting a key asks for confirmation, and there is no terminal: add --yes");
-    return EqualIgnoringCase(std::string_view(*answer), "yes");
+           (purges ? " and purge it, so that it cannot be recovered" : "; it can be recovered there for a time") + "?";
 }
 
 static Answer DeleteKey(const Tool& tool, const DeleteArguments& arguments)
 {
     const bool purges = SettingIs(tool, "DoDeletePurge", 0);
-    const bool confirmed = Confirmed(arguments, purges);
+    const bool confirmed = arguments.yes || Confirmed(Question(arguments.name, purges));
     Answer answer;
     answer.object = {{"name", arguments.name}, {"scope", tool.hive().scope()}, {"deleted", confirmed}};
     if (!confirmed) {

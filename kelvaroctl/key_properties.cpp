@@ -77,19 +77,10 @@ Json KeyProperties(const Key& key)
 
 std::vector<std::string> KeyOperations(const Key& key)
 {
-    const struct {
-        DWORD usage;
-        const char* name;
-    } rows[] = {{NCRYPT_ALLOW_SIGNING_FLAG, "sign"},
-                {NCRYPT_ALLOW_DECRYPT_FLAG, "decrypt"},
-                {NCRYPT_ALLOW_KEY_AGREEMENT_FLAG, "key agreement"}};
-    const DWORD usage = PropertyNumber(key.Property(NCRYPT_KEY_USAGE_PROPERTY).value_or(Bytes()));
-    std::vector<std::string> operations;
-    for (const auto& row : rows) {
-        if (usage & row.usage)
-            operations.emplace_back(row.name);
-    }
-    return operations;
+    return NamesOfBits(PropertyNumber(key.Property(NCRYPT_KEY_USAGE_PROPERTY).value_or(Bytes())),
+                       {{NCRYPT_ALLOW_SIGNING_FLAG, "sign"},
+                        {NCRYPT_ALLOW_DECRYPT_FLAG, "decrypt"},
+                        {NCRYPT_ALLOW_KEY_AGREEMENT_FLAG, "key agreement"}});
 }
 
 std::string PropertyColumns(const Json& properties, size_t indent)

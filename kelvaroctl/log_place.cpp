@@ -23,11 +23,7 @@ LogPlace FindLog()
         static_cast<DWORD>(std::max<LONG>({0, Level(machine, "LoggingLevel"), Level(machine, "EVLoggingLevel")}));
     const WideText folder = ReadSetting(machine, *FindSetting("LogfilePath")).text;
     // One file for each day in UTC.
-    const time_t now = time(nullptr);
-    char name[32] = "";
-    if (const struct tm* const parts = gmtime(&now))
-        strftime(name, sizeof(name), "\\%Y-%m-%d_Kelvaro.log", parts);
-    log.file = FilePlace(folder + ToWide(name));
+    log.file = FilePlace(folder + ToWide(UtcText(time(nullptr), "\\%Y-%m-%d_Kelvaro.log")));
     std::error_code ignored;
     const std::filesystem::path place = std::filesystem::u8path(log.file).parent_path();
     log.folderExists = std::filesystem::is_directory(place, ignored);

@@ -23,16 +23,6 @@ std::string Roff(const std::string& text)
     return safe;
 }
 
-bool IsOption(const Argument& argument)
-{
-    return argument.name[0] == '-';
-}
-
-bool IsFlag(const Argument& argument)
-{
-    return std::holds_alternative<bool*>(argument.target);
-}
-
 // "--format pem|cng|jwk"
 std::string Usage(const Argument& argument)
 {

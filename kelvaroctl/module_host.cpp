@@ -290,26 +290,25 @@ bool Key::Verify(void* padding, const Bytes& digest, const Bytes& signature, DWO
 }
 
 // One call with enough room: a size query would be a second operation of the vault.
-Bytes Key::Encrypt(const Bytes& input, size_t room, DWORD flags) const
+Bytes Key::Crypt(Operation operation, const Bytes& input, size_t room, DWORD flags) const
 {
+    const auto call = operation == Operation::Encrypt ? table().Encrypt : table().Decrypt;
     Bytes output(room);
     DWORD size = static_cast<DWORD>(room);
-    Check(Operation::Encrypt,
-          table().Encrypt(provider_.handle(), handle_, const_cast<BYTE*>(input.data()),
+    Check(operation, call(provider_.handle(), handle_, const_cast<BYTE*>(input.data()),
                           static_cast<DWORD>(input.size()), nullptr, output.data(), size, &size, flags));
     output.resize(size);
     return output;
 }
 
-Bytes Key::Decrypt(const Bytes& input, size_t room, DWORD flags) const
+std::vector<std::string> NamesOfBits(DWORD bits, std::initializer_list<BitName> names)
 {
-    Bytes output(room);
-    DWORD size = static_cast<DWORD>(room);
-    Check(Operation::Decrypt,
-          table().Decrypt(provider_.handle(), handle_, const_cast<BYTE*>(input.data()),
-                          static_cast<DWORD>(input.size()), nullptr, output.data(), size, &size, flags));
-    output.resize(size);
-    return output;
+    std::vector<std::string> found;
+    for (const BitName& row : names) {
+        if (bits & row.bit)
+            found.emplace_back(row.name);
+    }
+    return found;
 }
 
 std::string PropertyText(const Bytes& value)

@@ -84,8 +84,8 @@ class Key {
     // padding, flags: as in the function table. room: bytes for the result.
     Bytes Sign(void* padding, const Bytes& digest, DWORD flags) const;
     bool Verify(void* padding, const Bytes& digest, const Bytes& signature, DWORD flags) const;
-    Bytes Encrypt(const Bytes& input, size_t room, DWORD flags) const;
-    Bytes Decrypt(const Bytes& input, size_t room, DWORD flags) const;
+    // operation: Encrypt or Decrypt.
+    Bytes Crypt(Operation operation, const Bytes& input, size_t room, DWORD flags) const;
 
   private:
     Key(const Provider& provider, const std::string& name, NCRYPT_KEY_HANDLE handle);
@@ -96,6 +96,13 @@ class Key {
     NCRYPT_KEY_HANDLE handle_ = 0;
     std::string name_;
 };
+
+// The names of the bits that are set.
+struct BitName {
+    DWORD bit;
+    const char* name;
+};
+std::vector<std::string> NamesOfBits(DWORD bits, std::initializer_list<BitName> names);
 
 // Decode property values.
 std::string PropertyText(const Bytes& value);

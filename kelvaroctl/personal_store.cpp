@@ -1,6 +1,5 @@
 #include "kelvaroctl/personal_store.h"
 
-#include <cstring>
 #include <memory>
 
 #include "kelvaroctl/failure.h"
@@ -10,11 +9,7 @@ namespace kelvaroctl {
 
 std::string TimeText(__time64_t seconds)
 {
-    struct tm parts = {};
-    char text[32] = "";
-    if (_gmtime64_s(&parts, &seconds) == 0)
-        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
+    return UtcText(seconds, "%Y-%m-%dT%H:%M:%SZ");
 }
 
 int64_t UnixTime(const FILETIME& time)

@@ -48,21 +48,6 @@ static Answer ShowProvider(const Tool& tool)
     return answer;
 }
 
-namespace {
-struct Bit {
-    DWORD bit;
-    const char* name;
-};
-
-constexpr Bit kOperations[] = {
-    {NCRYPT_CIPHER_OPERATION, "cipher"},
-    {NCRYPT_HASH_OPERATION, "hash"},
-    {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, "encryption"},
-    {NCRYPT_SECRET_AGREEMENT_OPERATION, "secret agreement"},
-    {NCRYPT_SIGNATURE_OPERATION, "signature"},
-};
-}  // namespace
-
 static Answer ListAlgorithms(const Tool& tool)
 {
     const auto provider = tool.OpenProvider();
@@ -70,16 +55,14 @@ static Answer ListAlgorithms(const Tool& tool)
     answer.object["algorithms"] = Json::array();
     std::vector<std::vector<std::string>> rows;
     for (const Provider::Algorithm& algorithm : provider->Algorithms()) {
-        Json operations = Json::array();
-        std::string words;
-        for (const Bit& row : kOperations) {
-            if (algorithm.operations & row.bit) {
-                operations.push_back(row.name);
-                words += std::string(words.empty() ? "" : ", ") + row.name;
-            }
-        }
+        const std::vector<std::string> operations =
+            NamesOfBits(algorithm.operations, {{NCRYPT_CIPHER_OPERATION, "cipher"},
+                                               {NCRYPT_HASH_OPERATION, "hash"},
+                                               {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, "encryption"},
+                                               {NCRYPT_SECRET_AGREEMENT_OPERATION, "secret agreement"},
+                                               {NCRYPT_SIGNATURE_OPERATION, "signature"}});
         answer.object["algorithms"].push_back({{"name", algorithm.name}, {"operations", operations}});
-        rows.push_back({algorithm.name, words});
+        rows.push_back({algorithm.name, Joined(operations)});
     }
     answer.text = Columns(rows);
     return answer;

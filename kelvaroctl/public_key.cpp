@@ -1,6 +1,5 @@
 #include "kelvaroctl/public_key.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "kelvaroctl/der.h"
@@ -30,11 +29,6 @@ static Bytes Slice(const Bytes& blob, size_t offset, size_t size)
     return Bytes(begin, begin + static_cast<std::ptrdiff_t>(size));
 }
 
-static Bytes Trimmed(const Bytes& number)
-{
-    return Bytes(std::find_if(number.begin(), number.end(), [](BYTE byte) { return byte != 0; }), number.end());
-}
-
 static PublicKey ParseRsa(const Bytes& blob)
 {
     BCRYPT_RSAKEY_BLOB header;
@@ -42,8 +36,8 @@ static PublicKey ParseRsa(const Bytes& blob)
     std::memcpy(&header, head.data(), sizeof(header));
     PublicKey key;
     key.isRsa = true;
-    key.exponent = Trimmed(Slice(blob, sizeof(header), header.cbPublicExp));
-    key.modulus = Trimmed(Slice(blob, sizeof(header) + header.cbPublicExp, header.cbModulus));
+    key.exponent = WithoutLeadingZeros(Slice(blob, sizeof(header), header.cbPublicExp));
+    key.modulus = WithoutLeadingZeros(Slice(blob, sizeof(header) + header.cbPublicExp, header.cbModulus));
     if (key.modulus.empty() || key.exponent.empty())
         throw InternalFailure("the module exported a key without a modulus or an exponent");
     return key;
@@ -100,6 +94,22 @@ std::string PemText(const Bytes& der, const std::string& label)
     return text + "-----END " + label + "-----\n";
 }
 
+std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, const std::string& fileName, size_t* at)
+{
+    const std::string head = "-----BEGIN " + label + "-----";
+    const size_t begin = text.find(head, *at);
+    if (begin == std::string::npos)
+        return std::nullopt;
+    const size_t body = begin + head.size();
+    *at = text.find("-----END " + label + "-----", body);
+    if (*at == std::string::npos)
+        throw UsageFailure(fileName + " holds a block without an end: " + label);
+    Bytes der;
+    if (!ParseBase64(std::string_view(text).substr(body, *at - body), &der))
+        throw UsageFailure(fileName + " holds a block that is not Base64: " + label);
+    return der;
+}
+
 nlohmann::ordered_json JsonWebKey(const PublicKey& key, const std::string& kid)
 {
     if (key.isRsa)
@@ -125,6 +135,13 @@ size_t BitLength(const PublicKey& key)
     for (BYTE top = key.modulus[0]; !(top & 0x80); top = static_cast<BYTE>(top << 1))
         --bits;
     return bits;
+}
+
+void AddFacts(const PublicKey& key, nlohmann::ordered_json* object)
+{
+    (*object)["key"] = Describe(key);
+    (*object)["bits"] = BitLength(key);
+    (*object)["fingerprint"] = Fingerprint(key);
 }
 
 }  // namespace kelvaroctl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "kelvaroctl/text.h"
@@ -31,6 +32,10 @@ PublicKey ParsePublicBlob(const Bytes& blob);
 
 Bytes SubjectPublicKeyInfo(const PublicKey& key);
 std::string PemText(const Bytes& der, const std::string& label);
+// The content of the first such block from *at on, which moves behind it. nullopt if there is none. Throws a usage
+// failure that names the file if the block is damaged.
+std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, const std::string& fileName,
+                             size_t* at);
 // kid: the key's name.
 nlohmann::ordered_json JsonWebKey(const PublicKey& key, const std::string& kid);
 // SHA-256 of the SubjectPublicKeyInfo, hexadecimal.
@@ -39,5 +44,7 @@ std::string Fingerprint(const PublicKey& key);
 // "RSA 2048" or "P-256"
 std::string Describe(const PublicKey& key);
 size_t BitLength(const PublicKey& key);
+// Members of an answer: "key", "bits" and "fingerprint".
+void AddFacts(const PublicKey& key, nlohmann::ordered_json* object);
 
 }  // namespace kelvaroctl

@@ -1,4 +1,3 @@
-#include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
 #include "kelvaroctl/commands.h"
 
@@ -55,7 +54,8 @@ Failure NotPublished(const std::string& name, const StoredCertificate& certifica
                         "' that is in the store: it refused it, or could not be reached; the log says which. If a "
                         "request is left pending there, delete it before you try again: az keyvault certificate "
                         "pending delete");
-    failure.partial = {{"key", name}, {"certificate", CertificateObject(certificate, record)}};
+    failure.partial =
+        std::make_shared<Json>(Json{{"key", name}, {"certificate", CertificateObject(certificate, record)}});
     return failure;
 }
 
@@ -70,13 +70,11 @@ Answer Publish(const Tool& tool, const PublishArguments& arguments)
         throw NotPublished(arguments.name, certificate, ReadRecord(hive));
     const std::string record = ReadRecord(hive);
     Answer answer;
-    answer.object = {{"key", arguments.name},
-                     {"outcome", known ? "known" : "published"},
-                     {"certificate", CertificateObject(certificate, record)}};
+    answer.object = {{"key", arguments.name}, {"outcome", known ? "known" : "published"}};
     answer.text =
         known ? "already recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
               : "the vault has it\n";
-    answer.text += Columns({CertificateRow(certificate, record)}, 2);
+    AddCertificate(certificate, record, &answer);
     return answer;
 }
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/terminal.h"
@@ -27,23 +26,13 @@ std::string Thumbprint(const std::string& text)
     return UpperHex(bytes);
 }
 
-bool Confirmed(const RemoveArguments& arguments, const std::string& scope)
-{
-    if (arguments.yes)
-        return true;
-    const auto answer = AskOnTerminal("Remove the certificate from the " + scope + " store? Type yes: ");
-    if (!answer)
-        throw UsageFailure("removing a certificate asks for confirmation, and there is no terminal: add --yes");
-    return EqualIgnoringCase(std::string_view(*answer), "yes");
-}
-
 Answer Remove(const Tool& tool, const RemoveArguments& arguments)
 {
     const SettingsHive hive = tool.hive();
     const std::string thumbprint = Thumbprint(arguments.thumbprint);
     Answer answer;
     answer.object = {{"scope", hive.scope()}, {"thumbprint", thumbprint}, {"removed", false}};
-    if (!Confirmed(arguments, hive.scope())) {
+    if (!arguments.yes && !Confirmed("Remove the certificate from the " + hive.scope() + " store?")) {
         answer.text = "not removed\n";
         answer.exit = ExitCode::Negative;
         return answer;
@@ -54,8 +43,8 @@ Answer Remove(const Tool& tool, const RemoveArguments& arguments)
         throw Failure(ExitCode::NotFound, "no_certificate",
                       "the " + hive.scope() + " store has no certificate " + thumbprint);
     answer.object["removed"] = true;
-    answer.object["certificate"] = CertificateObject(*removed, record);
-    answer.text = "removed from the " + hive.scope() + " store\n" + Columns({CertificateRow(*removed, record)}, 2);
+    answer.text = "removed from the " + hive.scope() + " store\n";
+    AddCertificate(*removed, record, &answer);
     if (Knows(record, thumbprint))
         answer.text += "the vault keeps it; kelvaroctl certs sync may bring it back, the provider's own sync doesn't\n";
     return answer;

@@ -168,14 +168,6 @@ std::optional<DWORD> ParseNumber(const std::string& text)
     return number;
 }
 
-static std::string Utc(int64_t unixTime)
-{
-    const time_t seconds = static_cast<time_t>(unixTime);
-    const struct tm* const parts = gmtime(&seconds);
-    char text[40];
-    return parts && strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S UTC", parts) ? text : "";
-}
-
 std::string NumberMeaning(const Setting& setting, DWORD value)
 {
     if (IsNamed(setting, "AuthenticationType")) {
@@ -200,7 +192,7 @@ std::string NumberMeaning(const Setting& setting, DWORD value)
                : value == 1 ? "exportable keys are accepted, without effect"
                             : "every export policy is refused";
     if (setting.kind == SettingKind::StateNumber && value)
-        return "last certificate sync " + Utc(static_cast<int64_t>(value) - 600);
+        return "last certificate sync " + UtcText(int64_t{value} - 600, "%Y-%m-%d %H:%M:%S UTC");
     return "";
 }
 

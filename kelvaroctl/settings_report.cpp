@@ -19,52 +19,43 @@ static std::string Shown(const Setting& setting, const SettingState& state)
     return text;
 }
 
-static void ReportSetting(const Setting& setting, const SettingState& state, SettingsReport* report)
+namespace {
+struct Reported {
+    Json member;
+    std::string text;
+};
+}  // namespace
+
+static Reported ReportSetting(const Setting& setting, const SettingState& state)
 {
-    Json member = {{"set", state.inForce}};
+    const std::string text = Shown(setting, state);
+    Reported row = {{{"set", state.inForce}}, state.inForce ? text : text.empty() ? "not set" : text + "  (default)"};
     if (IsText(setting))
-        member["value"] = ToNarrow(state.text);
+        row.member["value"] = ToNarrow(state.text);
     else
-        member["value"] = state.number;
-    std::string text = Shown(setting, state);
-    if (!state.inForce)
-        text = text.empty() ? "not set" : text + "  (default)";
-    if (!state.ignored.empty()) {
-        member["ignored"] = state.ignored;
-        text += "  (ignored: " + state.ignored + ")";
-    }
-    report->settings[setting.name] = std::move(member);
-    report->settingRows.push_back({setting.name, text});
+        row.member["value"] = state.number;
+    return row;
 }
 
-static void ReportSecret(const Setting& setting, const SettingsHive& hive, SettingsReport* report)
+static Reported ReportSecret(const SettingsHive& hive)
 {
     const std::string state = SecretState(hive);
-    const std::string ignored = ReadSetting(hive, setting).ignored;
-    Json member = {{"set", state != "not set"}, {"state", state}};
-    std::string text = state == "set" ? "set, in clear text until the provider is next opened" : state;
-    if (!ignored.empty()) {
-        member["ignored"] = ignored;
-        text += "  (ignored: " + ignored + ")";
-    }
-    report->settings[setting.name] = std::move(member);
-    report->settingRows.push_back({setting.name, text});
+    return {{{"set", state != "not set"}, {"state", state}},
+            state == "set" ? "set, in clear text until the provider is next opened" : state};
 }
 
 // The list of certificates only grows, so its size is shown instead of its content.
-static void ReportState(const Setting& setting, const SettingState& state, SettingsReport* report)
+static Reported ReportState(const Setting& setting, const SettingState& state)
 {
-    Json member = {{"set", state.inForce}};
-    std::string text = state.inForce ? Shown(setting, state) : "not set";
+    Reported row = {{{"set", state.inForce}}, state.inForce ? Shown(setting, state) : "not set"};
     if (setting.kind == SettingKind::StateText) {
-        const size_t size = state.text.size();
-        member["characters"] = size;
-        text = state.inForce ? std::to_string(size) + " characters" : "not set";
+        row.member["characters"] = state.text.size();
+        if (state.inForce)
+            row.text = std::to_string(state.text.size()) + " characters";
     } else {
-        member["value"] = state.number;
+        row.member["value"] = state.number;
     }
-    report->state[setting.name] = std::move(member);
-    report->stateRows.push_back({setting.name, text});
+    return row;
 }
 
 SettingsReport ReportSettings(const SettingsHive& hive)
@@ -73,12 +64,16 @@ SettingsReport ReportSettings(const SettingsHive& hive)
     for (const Setting* setting = kSettings; setting->name; ++setting) {
         if ((setting->machineOnly && !hive.isMachine()) || setting->kind == SettingKind::ProtectedSecret)
             continue;
-        if (setting->kind == SettingKind::Secret)
-            ReportSecret(*setting, hive, &report);
-        else if (IsState(*setting))
-            ReportState(*setting, ReadSetting(hive, *setting), &report);
-        else
-            ReportSetting(*setting, ReadSetting(hive, *setting), &report);
+        const SettingState state = ReadSetting(hive, *setting);
+        Reported row = setting->kind == SettingKind::Secret ? ReportSecret(hive)
+                       : IsState(*setting)                  ? ReportState(*setting, state)
+                                                            : ReportSetting(*setting, state);
+        if (!state.ignored.empty()) {
+            row.member["ignored"] = state.ignored;
+            row.text += "  (ignored: " + state.ignored + ")";
+        }
+        (IsState(*setting) ? report.state : report.settings)[setting->name] = std::move(row.member);
+        (IsState(*setting) ? report.stateRows : report.settingRows).push_back({setting->name, row.text});
     }
     return report;
 }

@@ -2,7 +2,6 @@
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/hash.h"
-#include "kelvaroctl/input.h"
 #include "kelvaroctl/signature_algorithms.h"
 
 namespace kelvaroctl {

@@ -1,5 +1,7 @@
 #include "kelvaroctl/statuses.h"
 
+#include <iterator>
+
 #include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
@@ -92,29 +94,26 @@ constexpr MeaningRow kMeanings[] = {
      "key belongs to a certificate and CertificatesOrKeys is 1, or the reverse"},
 };
 
-struct OperationRow {
-    Operation operation;
-    const char* words;
+// In the order of Operation.
+constexpr const char* kOperations[] = {
+    "open the provider",
+    "read the provider property",
+    "list the algorithms",
+    "list the keys",
+    "open the key",
+    "read the property",
+    "export the public key of",
+    "sign with",
+    "verify with",
+    "encrypt with",
+    "decrypt with",
+    "create the key",
+    "import",
+    "set the length of the key",
+    "create the key",
+    "delete the key",
 };
-
-constexpr OperationRow kOperations[] = {
-    {Operation::OpenProvider, "open the provider"},
-    {Operation::ReadProviderProperty, "read the provider property"},
-    {Operation::ListAlgorithms, "list the algorithms"},
-    {Operation::ListKeys, "list the keys"},
-    {Operation::OpenKey, "open the key"},
-    {Operation::ReadKeyProperty, "read the property"},
-    {Operation::ExportKey, "export the public key of"},
-    {Operation::Sign, "sign with"},
-    {Operation::Verify, "verify with"},
-    {Operation::Encrypt, "encrypt with"},
-    {Operation::Decrypt, "decrypt with"},
-    {Operation::CreateKey, "create the key"},
-    {Operation::ImportKey, "import"},
-    {Operation::SetLength, "set the length of the key"},
-    {Operation::FinalizeKey, "create the key"},
-    {Operation::DeleteKey, "delete the key"},
-};
+static_assert(std::size(kOperations) == static_cast<size_t>(Operation::DeleteKey) + 1);
 
 const StatusRow* FindStatus(SECURITY_STATUS status)
 {
@@ -123,15 +122,6 @@ const StatusRow* FindStatus(SECURITY_STATUS status)
             return &row;
     }
     return nullptr;
-}
-
-const char* OperationWords(Operation operation)
-{
-    for (const OperationRow& row : kOperations) {
-        if (row.operation == operation)
-            return row.words;
-    }
-    return "do this";
 }
 }  // namespace
 
@@ -157,7 +147,7 @@ Failure StatusFailure(Operation operation, SECURITY_STATUS status, const std::st
             meaning = special.meaning;
         }
     }
-    std::string words = OperationWords(operation);
+    std::string words = kOperations[static_cast<size_t>(operation)];
     if (!subject.empty())
         words += " '" + subject + "'";
     Failure failure(exit, StatusName(status), "cannot " + words + ": " + StatusText(status) + ": " + meaning);

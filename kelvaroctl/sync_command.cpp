@@ -1,8 +1,7 @@
 #include <algorithm>
-#include "kelvaroctl/commands.h"
 
-#include "kelvaroctl/certificate_record.h"
 #include "kelvaroctl/certificate_report.h"
+#include "kelvaroctl/commands.h"
 
 namespace kelvaroctl {
 

@@ -1,12 +1,12 @@
 #include "kelvaroctl/terminal.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <iostream>
 
 #include "kelvaroctl/failure.h"
-#include "platform/platform.h"
+#include "kelvaroctl/interruption.h"
+#include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
 
@@ -22,17 +22,6 @@ bool ErrorOutputIsTerminal()
 }
 
 namespace {
-// What a signal restores before it ends the program.
-HANDLE interruptedInput = nullptr;
-DWORD interruptedMode = 0;
-
-extern "C" void RestoreAndEnd(int signal)
-{
-    SetConsoleMode(interruptedInput, interruptedMode);
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
 // Turns echo off while it lives; does nothing if standard input is not a terminal. One at a time.
 class EchoOff {
   public:
@@ -40,10 +29,7 @@ class EchoOff {
     {
         if (!terminal_)
             return;
-        interruptedInput = input_;
-        interruptedMode = mode_;
-        for (const int signal : kInterruptions)
-            std::signal(signal, RestoreAndEnd);
+        RestoreWhenInterrupted(input_, mode_);
         SetConsoleMode(input_, mode_ & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
     }
     ~EchoOff()
@@ -51,8 +37,7 @@ class EchoOff {
         if (!terminal_)
             return;
         SetConsoleMode(input_, mode_);
-        for (const int signal : kInterruptions)
-            std::signal(signal, SIG_DFL);
+        RestoreWhenInterrupted(nullptr, 0);
     }
     EchoOff(const EchoOff&) = delete;
     EchoOff& operator=(const EchoOff&) = delete;
@@ -60,8 +45,6 @@ class EchoOff {
     bool terminal() const { return terminal_; }
 
   private:
-    static constexpr int kInterruptions[] = {SIGINT, SIGTERM};
-
     DWORD mode_ = 0;
     HANDLE input_;
     bool terminal_;
@@ -99,17 +82,14 @@ SecretString ReadSecretLine(const std::string& prompt)
     return line;
 }
 
-std::optional<std::string> AskOnTerminal(const std::string& question)
+bool Confirmed(const std::string& question)
 {
     if (!IsTerminal(STD_INPUT_HANDLE) || !ErrorOutputIsTerminal())
-        return std::nullopt;
-    std::cerr << question << std::flush;
+        throw UsageFailure("this asks for confirmation, and there is no terminal: add --yes");
+    std::cerr << question << " Type yes: " << std::flush;
     std::string line;
-    if (!std::getline(std::cin, line))
-        return std::nullopt;
-    if (!line.empty() && line.back() == '\r')
-        line.pop_back();
-    return line;
+    std::getline(std::cin, line);
+    return EqualIgnoringCase(std::string_view(line).substr(0, line.find('\r')), "yes");
 }
 
 ProgressLine::ProgressLine() : terminal_(ErrorOutputIsTerminal()) {}

@@ -1,7 +1,6 @@
 // The terminal, if there is one.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "platform/secret_memory.h"
@@ -14,8 +13,9 @@ bool ErrorOutputIsTerminal();
 // memory. On a terminal, writes `prompt` to standard error and turns off echo. Throws a usage failure at end of file.
 SecretString ReadSecretLine(const std::string& prompt);
 
-// Asks on standard error and reads one line of standard input. nullopt if either is not a terminal, or at end of file.
-std::optional<std::string> AskOnTerminal(const std::string& question);
+// Asks on standard error and reads one line of standard input: whether it is "yes". Throws a usage failure if either is
+// not a terminal.
+bool Confirmed(const std::string& question);
 
 // A progress line on standard error, if that is a terminal. The destructor clears it.
 class ProgressLine {

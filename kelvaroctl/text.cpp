@@ -42,15 +42,6 @@ bool EqualIgnoringCase(std::string_view first, std::string_view second)
                       [](char left, char right) { return LowerAscii(left) == LowerAscii(right); });
 }
 
-static const char kHexDigits[] = "0123456789abcdef";
-
-static void AppendEscape(std::string* text, unsigned value)
-{
-    *text += "\\x";
-    *text += kHexDigits[(value >> 4) & 15];
-    *text += kHexDigits[value & 15];
-}
-
 std::string Printable(std::string_view text)
 {
     std::string result;
@@ -58,9 +49,9 @@ std::string Printable(std::string_view text)
         const unsigned char ch = static_cast<unsigned char>(text[at]);
         const unsigned char next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
         if (ch < 0x20 || ch == 0x7F) {
-            AppendEscape(&result, ch);
+            result += "\\x" + HexText({ch});
         } else if (ch == 0xC2 && next >= 0x80 && next < 0xA0) {
-            AppendEscape(&result, next);
+            result += "\\x" + HexText({next});
             ++at;
         } else {
             result += static_cast<char>(ch);
@@ -69,33 +60,41 @@ std::string Printable(std::string_view text)
     return result;
 }
 
-std::string HexText(const Bytes& bytes)
+static std::string Digits(const Bytes& bytes, const char* digits)
 {
     std::string text;
     text.reserve(bytes.size() * 2);
     for (const BYTE byte : bytes) {
-        text += kHexDigits[byte >> 4];
-        text += kHexDigits[byte & 15];
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
     }
     return text;
+}
+
+std::string HexText(const Bytes& bytes)
+{
+    return Digits(bytes, "0123456789abcdef");
 }
 
 std::string UpperHex(const Bytes& bytes)
 {
-    std::string text = HexText(bytes);
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char ch) { return ch >= 'a' ? static_cast<char>(ch - 'a' + 'A') : ch; });
-    return text;
+    return Digits(bytes, "0123456789ABCDEF");
 }
 
 std::string HexNumber(DWORD number)
 {
-    std::string text = "0x";
-    for (int shift = 28; shift >= 0; shift -= 4) {
-        const char digit = kHexDigits[(number >> shift) & 15];
-        text += digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
-    }
-    return text;
+    Bytes bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes.push_back(static_cast<BYTE>(number >> shift));
+    return "0x" + UpperHex(bytes);
+}
+
+std::string UtcText(int64_t unixTime, const char* format)
+{
+    const time_t seconds = static_cast<time_t>(unixTime);
+    const struct tm* const parts = gmtime(&seconds);
+    char text[40];
+    return parts && strftime(text, sizeof(text), format, parts) ? text : "";
 }
 
 static int HexValue(char ch)

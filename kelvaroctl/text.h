@@ -32,6 +32,9 @@ std::string Base64(const Bytes& bytes);
 bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64Url(const Bytes& bytes);              // without padding
 
+// format: as in strftime.
+std::string UtcText(int64_t unixTime, const char* format);
+
 // "; did you mean 'list'?" with the known word that is closest to `word`, or "" if none is close.
 std::string DidYouMean(const std::string& word, const std::vector<std::string>& known);
 

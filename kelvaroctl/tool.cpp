@@ -2,7 +2,6 @@
 
 #include <iostream>
 
-#include "kelvaroctl/interruption.h"
 #include "kelvaroctl/log_lines.h"
 #include "kelvaroctl/terminal.h"
 #include "kelvaroctl/wait_notice.h"
@@ -22,7 +21,6 @@ std::unique_ptr<Provider> Tool::OpenProvider() const
 {
     // Only this scope's settings: an ordinary user may not be allowed to read the machine's, and doesn't need them.
     hive().RequireReadable();
-    CleanUpWhenInterrupted();  // a question may have turned it off
     if (!mark_)
         mark_ = std::make_shared<const LogMark>();
     std::unique_ptr<WaitNotice> notice;

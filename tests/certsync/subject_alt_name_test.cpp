@@ -1,5 +1,5 @@
 // Alternative names from the command line.
-#include "kelvaroctl/subject_alt_name.h"
+#include "kelvaroctl/certificate_request.h"
 
 #include <gtest/gtest.h>
 

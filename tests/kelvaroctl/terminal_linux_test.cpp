@@ -73,7 +73,8 @@ TEST_F(TerminalTest, AnInterruptedCommandLeavesNothingBehind)
     EXPECT_EQ(-1, listing.exit) << "by the signal";
     EXPECT_EQ('\n', listing.err.back());
     // The output file is there as long as the vault is waited for.
-    const std::string script = "\"$@\" & while [ ! -e \"$0\" ]; do sleep 0.01; done; kill -TERM $!; wait $!";
+    const std::string script =
+        "\"$@\" & while kill -0 $! && [ ! -e \"$0\" ]; do sleep 0.01; done; kill -TERM $!; wait $!";
     std::vector<std::string> arguments =
         WithModule({"sign", "--key", "p256", "--alg", "ES256", "--in", File("data"), "--out", File("out")});
     arguments.insert(arguments.begin(), {"-c", script, File("out"), KELVAROCTL_PATH});
