@@ -86,6 +86,7 @@ struct Check {
     ExitCode exit;      // of a failure
     const char* needs;  // the id of a check that must not be broken, or NULL
     Outcome (*run)(Facts& facts);
+    DWORD method = 0;  // of signing in, which the settings must allow; 0: any
 };
 extern const std::vector<Check> kChecks;
 

@@ -39,32 +39,35 @@ Outcome CheckRegistration(Facts& facts)
 
 namespace {
 
-struct Problems {
-    std::string bad;
-    std::string dubious;
-    std::string shown;
-};
-
-std::string ShownValue(const Setting& setting, const SettingState& state)
+// Why the module ignores values, and what is wrong with those that it takes.
+std::string ProblemsOf(const SettingsHive& hive)
 {
-    return std::string(setting.name) + "=" + (IsText(setting) ? ToNarrow(state.text) : std::to_string(state.number));
+    std::string problems;
+    for (const Setting* setting = kSettings; setting->name; ++setting) {
+        if (setting->machineOnly && !hive.isMachine())
+            continue;
+        const SettingState state = ReadSetting(hive, *setting);
+        if (!state.ignored.empty())
+            AddPart(&problems, setting->name + (" is ignored: " + state.ignored));
+        if (!state.inForce || setting->kind == SettingKind::Secret || IsState(*setting))
+            continue;
+        const std::string problem =
+            IsText(*setting) ? TextProblem(*setting, state.text) : NumberProblem(*setting, state.number);
+        AddPart(&problems, problem.empty() ? "" : setting->name + (": " + problem));
+    }
+    return problems;
 }
 
-void Examine(const SettingsHive& hive, const Setting& setting, Problems* problems)
+// "KeyVault=contoso; AuthenticationType=2  client credentials"
+std::string ShownSettings(const SettingsHive& hive, bool defaults)
 {
-    const SettingState state = ReadSetting(hive, setting);
-    const std::string name = setting.name;
-    if (!state.ignored.empty())
-        AddPart(&problems->bad, name + " is ignored: " + state.ignored);
-    if (setting.kind == SettingKind::Secret || IsState(setting))
-        return;
-    std::string problem;
-    if (state.inForce)
-        problem = IsText(setting) ? TextProblem(setting, state.text) : NumberProblem(setting, state.number);
-    if (!problem.empty())
-        AddPart(&problems->bad, name + ": " + problem);
-    if (state.inForce || !IsText(setting) || !state.text.empty())
-        AddPart(&problems->shown, ShownValue(setting, state) + (state.inForce ? "" : " (default)"));
+    const SettingsReport report = ReportSettings(hive);
+    std::string shown;
+    for (const std::vector<std::string>& row : report.settingRows) {
+        if (defaults || report.settings.at(row[0]).value("set", false))
+            AddPart(&shown, row[0] + "=" + row[1]);
+    }
+    return shown;
 }
 
 // Names in the key that no setting has: misspellings.
@@ -85,21 +88,6 @@ std::string UnknownNames(HKEY hive)
     }
     RegCloseKey(key);
     return unknown;
-}
-
-Problems ExamineHive(const SettingsHive& hive)
-{
-    Problems problems;
-    hive.RequireReadable();
-    for (const Setting* setting = kSettings; setting->name; ++setting) {
-        if (!setting->machineOnly || hive.isMachine())
-            Examine(hive, *setting, &problems);
-    }
-    AddPart(&problems.shown, "secret " + SecretState(hive));
-    const std::string unknown = UnknownNames(hive.handle());
-    if (!unknown.empty())
-        AddPart(&problems.dubious, "unknown in the " + hive.scope() + "'s settings: " + unknown);
-    return problems;
 }
 
 std::string ComputerName()
@@ -153,20 +141,12 @@ std::string MissingIds(const Facts& facts)
 // What is set in the hive that these keys don't use: it may have been meant for this one.
 std::string OtherHive(const SettingsHive& other)
 {
-    std::string set;
     try {
-        for (const Setting* setting = kSettings; setting->name; ++setting) {
-            const SettingState state = ReadSetting(other, *setting);
-            const bool applies = !setting->machineOnly || other.isMachine();
-            if (applies && state.inForce && !IsState(*setting) && setting->kind != SettingKind::Secret)
-                AddPart(&set, ShownValue(*setting, state));
-        }
-        if (SecretState(other) != "not set")
-            AddPart(&set, "secret " + SecretState(other));
+        const std::string set = ShownSettings(other, false);
+        return other.scope() + ", for its own keys: " + (set.empty() ? "nothing set" : set);
     } catch (const Failure&) {
         return other.scope() + ": can't be read";
     }
-    return other.scope() + ", for its own keys: " + (set.empty() ? "nothing set" : set);
 }
 
 }  // namespace
@@ -174,25 +154,24 @@ std::string OtherHive(const SettingsHive& other)
 Outcome CheckSettings(Facts& facts)
 {
     const SettingsHive hive = facts.tool.hive();
-    Problems problems = ExamineHive(hive);
+    hive.RequireReadable();
     TakeSettings(hive, &facts);
+    std::string bad = ProblemsOf(hive);
     const std::string missing = MissingIds(facts);
-    if (!missing.empty())
-        AddPart(&problems.bad, "not set: " + missing);
-    if (!facts.signInMethods)
-        AddPart(&problems.bad, "AuthenticationType allows no way of signing in");
-    AddPart(&problems.dubious, OtherViewDifference(hive.isMachine()));
-    const std::string found = hive.scope() + ": " + problems.shown + "; " +
+    AddPart(&bad, missing.empty() ? "" : "not set: " + missing);
+    AddPart(&bad, facts.signInMethods ? "" : "AuthenticationType allows no way of signing in");
+    const std::string unknown = UnknownNames(hive.handle());
+    std::string dubious = unknown.empty() ? "" : "unknown in the " + hive.scope() + "'s settings: " + unknown;
+    AddPart(&dubious, OtherViewDifference(hive.isMachine()));
+    const std::string found = hive.scope() + ": " + ShownSettings(hive, true) + "; " +
                               OtherHive(SettingsHive(hive.isMachine() ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE));
-    const std::string scope = hive.isMachine() ? "kelvaroctl" : "kelvaroctl --user";
-    if (!problems.bad.empty()) {
-        Outcome outcome = Failed(found, problems.bad, scope + " config set NAME VALUE");
+    if (!bad.empty()) {
+        Outcome outcome = Failed(
+            found, bad, std::string("kelvaroctl ") + (hive.isMachine() ? "" : "--user ") + "config set NAME VALUE");
         outcome.goesOn = true;
         return outcome;
     }
-    if (!problems.dubious.empty())
-        return Warned(found, problems.dubious, "compare with docs/settings.md");
-    return Good(found);
+    return dubious.empty() ? Good(found) : Warned(found, dubious, "compare with docs/settings.md");
 }
 
 namespace {
@@ -225,8 +204,6 @@ std::string Unprotect(const std::string& sealedText, DWORD* error)
 
 Outcome CheckSecret(Facts& facts)
 {
-    if (!(facts.signInMethods & kSignsInAsClient))
-        return NotNeeded("client credentials aren't used");
     if (facts.secret.empty() && facts.sealedSecret.empty())
         return Blocked("no secret is set");
     const bool clear = !facts.secret.empty();

@@ -8,11 +8,6 @@ namespace kelvaroctl {
 
 namespace {
 
-bool UsesClient(const Facts& facts)
-{
-    return (facts.signInMethods & kSignsInAsClient) != 0;
-}
-
 bool IsPrivate(const std::string& address)
 {
     for (const char* begin : {"10.", "127.", "192.168.", "169.254.", "fc", "fd", "fe8", "::1"}) {
@@ -80,7 +75,8 @@ Outcome CheckProxy(Facts& facts)
 {
     const std::string host = facts.vault.empty() ? "vault.azure.net" : facts.VaultHost();
     Outcome outcome = Good("none");
-    for (const std::string& asked : {UsesClient(facts) ? std::string(kSignInHost) : host, host}) {
+    for (const std::string& asked :
+         {(facts.signInMethods & kSignsInAsClient) ? std::string(kSignInHost) : host, host}) {
         const std::string proxy = ProxyAddress(asked, true);
         if (!proxy.empty() && outcome.state == State::Ok)
             outcome = JudgeProxy(facts, proxy, asked);
@@ -190,8 +186,6 @@ Outcome CheckTls(const WebRequest& request, Facts* facts, WebAnswer* answer)
 
 Outcome CheckSignInName(Facts& facts)
 {
-    if (!UsesClient(facts))
-        return NotNeeded("client credentials aren't used");
     return CheckName(kSignInHost, false, &facts.signInEndpoints);
 }
 
@@ -205,7 +199,7 @@ Outcome CheckVaultName(Facts& facts)
 
 Outcome CheckSignInPort(Facts& facts)
 {
-    return UsesClient(facts) ? CheckPort(facts, facts.signInEndpoints) : NotNeeded("client credentials aren't used");
+    return CheckPort(facts, facts.signInEndpoints);
 }
 
 Outcome CheckVaultPort(Facts& facts)
@@ -215,8 +209,6 @@ Outcome CheckVaultPort(Facts& facts)
 
 Outcome CheckSignInTls(Facts& facts)
 {
-    if (!UsesClient(facts))
-        return NotNeeded("client credentials aren't used");
     WebAnswer answer;
     return CheckTls({kSignInHost, "/common/oauth2/token"}, &facts, &answer);
 }

@@ -4,20 +4,11 @@ namespace kelvaroctl {
 
 namespace {
 
-struct StateRow {
-    State state;
-    const char* word;      // in the text
-    const char* jsonWord;  // in the object
-};
+constexpr const char* kWords[] = {"ok", "warn", "fail", "skip"};
 
-constexpr StateRow kStates[] = {{State::Ok, "ok", "ok"},
-                                {State::Warn, "warn", "warn"},
-                                {State::Fail, "FAIL", "fail"},
-                                {State::Skip, "skip", "skip"}};
-
-const StateRow& RowOf(State state)
+const char* WordFor(State state)
 {
-    return kStates[static_cast<size_t>(state)];
+    return kWords[static_cast<size_t>(state)];
 }
 
 std::string Padded(const std::string& text, size_t width, bool right = false)
@@ -58,7 +49,8 @@ ExitCode ExitOf(const RunResult& result, bool strict)
 
 std::string TextOf(const Finding& finding)
 {
-    std::string text = Padded(RowOf(finding.outcome.state).word, 5) +
+    const State state = finding.outcome.state;
+    std::string text = Padded(state == State::Fail ? "FAIL" : WordFor(state), 5) +
                        Padded(std::to_string(finding.ms) + " ms", 9, true) + "  " + Padded(finding.check->id, 24) +
                        finding.check->title + ": " + Printable(finding.outcome.found) + "\n";
     AddLine("cause: ", finding.outcome.cause, &text);
@@ -83,10 +75,8 @@ Json ObjectOf(const RunResult& result, bool strict)
     Json checks = Json::array();
     for (const Finding& finding : result.findings) {
         const Outcome& outcome = finding.outcome;
-        Json row = {{"id", finding.check->id},
-                    {"state", RowOf(outcome.state).jsonWord},
-                    {"ms", finding.ms},
-                    {"found", outcome.found}};
+        Json row = {
+            {"id", finding.check->id}, {"state", WordFor(outcome.state)}, {"ms", finding.ms}, {"found", outcome.found}};
         if (!outcome.cause.empty())
             row["cause"] = outcome.cause;
         if (!outcome.fix.empty())

@@ -1,7 +1,6 @@
 #include <algorithm>
-#include <condition_variable>
+#include <future>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "kelvaroctl/doctor/doctor.h"
@@ -58,25 +57,18 @@ namespace {
 
 constexpr auto kTurn = std::chrono::milliseconds(50);  // how often an interruption is looked for
 
-// Shared with the thread, which may outlive the run.
-struct Work {
-    Facts facts;
-    Outcome outcome;
-    bool done = false;
-    std::mutex mutex;
-    std::condition_variable ended;
-};
-
-void Perform(const Check& check, Work* work)
+Outcome Perform(const Check& check, Facts* facts)
 {
+    Outcome outcome = Failed("the check could not be made", "", "");
     try {
-        work->outcome = check.run(work->facts);
+        return check.run(*facts);
     } catch (const Failure& failure) {
-        work->outcome = Failed("the check could not be made", failure.what(), "");
-        work->outcome.exit = failure.exit();
+        outcome.cause = failure.what();
+        outcome.exit = failure.exit();
     } catch (const std::exception& error) {
-        work->outcome = Failed("the check could not be made", error.what(), "");
+        outcome.cause = error.what();
     }
+    return outcome;
 }
 
 bool IsBroken(const Finding& finding)
@@ -105,15 +97,10 @@ class Runner {
     {
         const ULONGLONG start = options_.ticks();
         const ULONGLONG spent = start - began_;
-        const std::string obstacle = Obstacle(check, result_.findings);
-        Outcome outcome;
-        if (!obstacle.empty()) {
-            outcome = Blocked(obstacle);
-        } else if (spent >= options_.totalMs) {
-            outcome = Blocked("no time left: all checks together took " + std::to_string(spent / 1000) + " s");
-        } else {
-            const ULONGLONG left = options_.totalMs - spent;
-            outcome = Await(check, std::min<ULONGLONG>(options_.limitMs ? options_.limitMs : check.limitMs, left));
+        Outcome outcome = Prevented(check, spent);
+        if (outcome.state == State::Ok) {
+            const ULONGLONG limit = options_.limitMs ? options_.limitMs : check.limitMs;
+            outcome = Await(check, std::min(limit, options_.totalMs - spent));
         }
         if (result_.interrupted)
             return;
@@ -124,28 +111,36 @@ class Runner {
     RunResult result_;
 
   private:
+    // Why the check isn't made; good if it is.
+    Outcome Prevented(const Check& check, ULONGLONG spent) const
+    {
+        const std::string obstacle = Obstacle(check, result_.findings);
+        if (!obstacle.empty())
+            return Blocked(obstacle);
+        if (spent >= options_.totalMs)
+            return Blocked("no time left: all checks together took " + std::to_string(spent / 1000) + " s");
+        if (check.method && !(facts_.signInMethods & check.method))
+            return NotNeeded("not used with this AuthenticationType");
+        return Good("");
+    }
+
     Outcome Await(const Check& check, ULONGLONG limitMs)
     {
-        const auto work = std::make_shared<Work>();
-        work->facts = facts_;
-        work->facts.deadline = GetTickCount64() + limitMs;
-        std::thread thread([check = check, work] {
-            Perform(check, work.get());
-            const std::lock_guard<std::mutex> lock(work->mutex);
-            work->done = true;
-            work->ended.notify_all();
-        });
+        // Shared with the thread, which may outlive the run.
+        const auto facts = std::make_shared<Facts>(facts_);
+        facts->deadline = GetTickCount64() + limitMs;
+        std::packaged_task<Outcome()> task([check = check, facts] { return Perform(check, facts.get()); });
+        std::future<Outcome> outcome = task.get_future();
+        std::thread thread(std::move(task));
         // Where the platform allows, the check itself stops at the deadline and says what it waited for.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs + limitMs / 10 + 100);
-        std::unique_lock<std::mutex> lock(work->mutex);
-        while (!work->done && std::chrono::steady_clock::now() < end && !options_.interrupted())
-            work->ended.wait_for(lock, kTurn);
-        if (work->done) {
-            lock.unlock();
+        while (std::chrono::steady_clock::now() < end && !options_.interrupted()) {
+            if (outcome.wait_for(kTurn) != std::future_status::ready)
+                continue;
             // Joined, so that the libraries' per-thread data is freed before the program ends.
             thread.join();
-            facts_ = work->facts;
-            return work->outcome;
+            facts_ = *facts;
+            return outcome.get();
         }
         thread.detach();
         result_.abandoned = true;
@@ -164,10 +159,10 @@ RunResult RunChecks(const std::vector<Check>& checks, const Facts& facts, const 
 {
     Runner runner(facts, options);
     for (const Check& check : checks) {
-        runner.result_.interrupted = runner.result_.interrupted || options.interrupted();
-        if (runner.result_.interrupted)
-            break;
-        runner.Run(check);
+        if (!runner.result_.interrupted && !options.interrupted())
+            runner.Run(check);
+        else
+            runner.result_.interrupted = true;
     }
     return std::move(runner.result_);
 }

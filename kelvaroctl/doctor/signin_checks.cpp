@@ -119,8 +119,6 @@ Outcome AskDirectory(Facts* facts)
 
 Outcome CheckClientSignIn(Facts& facts)
 {
-    if (!(facts.signInMethods & kSignsInAsClient))
-        return NotNeeded("AuthenticationType doesn't allow it");
     if (facts.secret.empty())
         return Blocked("needs secret");
     Outcome outcome = AskDirectory(&facts);
@@ -201,8 +199,6 @@ Outcome ExplainIdentity(const WebRequest& request, const WebAnswer& answer)
 
 Outcome CheckIdentitySignIn(Facts& facts)
 {
-    if (!(facts.signInMethods & kSignsInAsIdentity))
-        return NotNeeded("AuthenticationType doesn't allow it");
     if (!facts.token.empty())
         return NotNeeded("not asked: the client credentials work");
     WebRequest request = IdentityRequest(facts);

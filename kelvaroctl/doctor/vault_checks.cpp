@@ -265,9 +265,15 @@ Outcome CheckSignRight(Facts& facts)
 
 namespace {
 
-// The provider works without them; only certificates don't come to the machine.
-Outcome JudgeCertificates(const WebAnswer& answer, const Facts& facts, const char* right)
+// Without this right the provider works, but no certificates come to the machine.
+Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string& name)
 {
+    if (facts.plainKeys || facts.tool.user)
+        return NotNeeded("the settings bring no certificates from the vault");
+    const WebAnswer answer = AskVault(facts, "GET", "/certificates" + name);
+    const Json* const list = ListIn(answer);
+    if (list && !list->empty())
+        facts.certificate = NameIn(list->front());
     Outcome outcome = JudgeRight(answer, facts, "certificate", right);
     if (outcome.state == State::Fail)
         outcome.state = State::Warn;
@@ -278,20 +284,12 @@ Outcome JudgeCertificates(const WebAnswer& answer, const Facts& facts, const cha
 
 Outcome CheckListCertificates(Facts& facts)
 {
-    if (facts.plainKeys || facts.tool.user)
-        return NotNeeded("the settings bring no certificates from the vault");
-    const WebAnswer answer = AskVault(facts, "GET", "/certificates");
-    const Json* const list = ListIn(answer);
-    facts.certificate = list && !list->empty() ? NameIn(list->front()) : "";
-    return JudgeCertificates(answer, facts, "list");
+    return CheckCertificateRight(facts, "list", "");
 }
 
 Outcome CheckGetCertificate(Facts& facts)
 {
-    if (facts.plainKeys || facts.tool.user)
-        return NotNeeded("the settings bring no certificates from the vault");
-    const std::string name = facts.certificate.empty() ? kProbe : facts.certificate;
-    return JudgeCertificates(AskVault(facts, "GET", "/certificates/" + name), facts, "get");
+    return CheckCertificateRight(facts, "get", "/" + (facts.certificate.empty() ? kProbe : facts.certificate));
 }
 
 Outcome CheckKey(Facts& facts)
