@@ -63,8 +63,6 @@ TEST_F(CertsCommandTest, SyncBringsWhatIsNew)
     EXPECT_EQ(answer["added"][0], listed[0]);
     EXPECT_EQ(true, listed[0]["bound"]);
     EXPECT_EQ(true, listed[0]["inStep"]);
-    EXPECT_EQ("Zandrel Key Storage Provider for Key Vault", listed[0]["provider"]);
-    EXPECT_EQ(20u, listed[0]["notAfter"].get<std::string>().size());
     const std::string record = Recorded();
     EXPECT_NE(std::string::npos, record.find(listed[0]["thumbprint"].get<std::string>()));
 

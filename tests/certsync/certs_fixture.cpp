@@ -160,13 +160,3 @@ Strings CertsTest::TakeRequests()
     sim.ClearJournal();
     return requests;
 }
-
-Strings CertsTest::LinesUpTo(int level, const std::string& from) const
-{
-    Strings lines;
-    for (const std::string& line : root.LogLines()) {
-        if (line.rfind(from, 0) == 0 && std::stoi(line.substr(line.rfind(' ') + 1)) <= level)
-            lines.push_back(line);
-    }
-    return lines;
-}

@@ -56,5 +56,4 @@ class CertsTest : public HostTest {
     static nlohmann::json Fault(const char* path, int status, int times = 1, const nlohmann::json& body = nullptr);
     // Requests to the vault since the last call, without their queries.
     Strings TakeRequests();
-    Strings LinesUpTo(int level, const std::string& from) const;  // those that begin with `from`
 };

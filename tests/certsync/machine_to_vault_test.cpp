@@ -45,7 +45,6 @@ class MachineToVaultTest : public CertsTest {
         TakeRequests();
         root.ClearLog();
         FreeKey(key);
-        EXPECT_TRUE(LinesUpTo(1, "KelvaroFreeKey").empty());
         return TakeRequests();
     }
     Strings Publish(DWORD flags = NCRYPT_MACHINE_KEY_FLAG) { return Release(OpenMarked(flags)); }
@@ -129,7 +128,7 @@ TEST_F(MachineToVaultTest, WhichReleasesPublish)
     EXPECT_EQ(0u, release(nullptr, nullptr)) << "a key without a name";
     EXPECT_EQ(0u, release(Wide(longName).c_str(), nullptr)) << "a name too long for the vault";
     EXPECT_EQ(Strings{}, Release(OpenKey("web"))) << "a key that is not marked";
-    EXPECT_TRUE(LinesUpTo(10, "KVCEvaluateCertsInStore").empty()) << "the store isn't searched";
+    EXPECT_EQ(std::string::npos, root.WholeLog().find("KVCEvaluateCertsInStore")) << "the store isn't searched";
     EXPECT_EQ("", CertSync());
 
     // The token is used although it has expired for the client.

@@ -47,8 +47,6 @@ TEST_F(Authenticate, ATokenIsUsedForAnHourFromTheStartOfTheSignIn)
     });
     ASSERT_EQ(1, SignIn(client));
     EXPECT_EQ((Waits{20000, 200, 20000, 200}), clock.Waits());
-    EXPECT_EQ("https://login.microsoftonline.com/" + std::string(Simulator::kTenant), TextOf(client->loginUrl));
-    EXPECT_EQ("https://vault.azure.net", TextOf(client->resource));
     EXPECT_EQ(1, ListKeys(client)) << "the vault accepts the token";
     clock.Advance(3600 - 40 - 1);
     EXPECT_EQ(1, SignIn(client));
@@ -181,12 +179,8 @@ TEST_F(Authenticate, WithoutMemoryTheSignInFailsAndTheNextSucceeds)
             const bool taken = client->tokenExpiry != 0;
             lost += result == KVCLogOnResult::NoMemory && !taken ? 1 : 0;
             EXPECT_FALSE(result == KVCLogOnResult::Refused && taken);
-            if (result == KVCLogOnResult::Ready) {
-                EXPECT_TRUE(client->tokenType && client->accessToken);
-            } else {
-                EXPECT_EQ(1, SignIn(client));
-                EXPECT_EQ(1, ListKeys(client));
-            }
+            EXPECT_TRUE(result != KVCLogOnResult::Ready || (client->tokenType && client->accessToken));
+            EXPECT_TRUE(result == KVCLogOnResult::Ready || (SignIn(client) && ListKeys(client)));
             client = NewClient(identity);
         });
     EXPECT_GE(lost, 2u) << "without memory a sign-in isn't refused";

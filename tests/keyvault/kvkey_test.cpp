@@ -29,14 +29,7 @@ std::string Text(const BYTE* bytes, DWORD size)
 
 TEST(KVKeyTest, BodiesOfTheLiveService)
 {
-    const Row<const char*, LONG, const char*, DWORD, DWORD> rows[] = {
-        {"rsa-get", 0, "encrypt,decrypt,sign,verify,wrapKey,unwrapKey", 256, 0},
-        {"ec-p256-create", 1, "sign,verify", 0, 32},
-        {"ec-p256k-create", 1, "sign,verify", 0, 32},
-        {"ec-p384-create", 1, "sign,verify", 0, 48},
-        {"ec-p521-create", 1, "sign,verify", 0, 66},
-    };
-    for (const auto& [file, isEC, ops, modulusSize, pointSize] : rows) {
+    for (const char* file : {"rsa-get", "ec-p256-create", "ec-p256k-create", "ec-p384-create", "ec-p521-create"}) {
         SCOPED_TRACE(file);
         const std::string body = ReadServiceSample(file);
         const json sent = json::parse(body)["key"];
@@ -47,16 +40,16 @@ TEST(KVKeyTest, BodiesOfTheLiveService)
         EXPECT_EQ("web01", Narrow(key.clearName));
         EXPECT_EQ(32u, Narrow(key.version).size());
         EXPECT_NE(std::string::npos, sent["kid"].get<std::string>().find("/" + Narrow(key.version)));
-        EXPECT_EQ(isEC, key.isEC);
-        EXPECT_EQ(sent["kty"].get<std::string>(), TextOf(key.kty));
-        EXPECT_EQ(sent.value("crv", "(NULL)"), TextOf(key.crv));
+        EXPECT_EQ(sent.contains("crv") ? 1 : 0, key.isEC);
+        std::string ops;
+        for (const std::string op : sent["key_ops"])
+            ops += (ops.empty() ? "" : ",") + op;
         EXPECT_EQ(ops, TextOf(key.key_ops));
-        EXPECT_EQ(sent.value("n", "(NULL)"), Text(key.n, key.n_siz));
-        EXPECT_EQ(sent.value("e", "(NULL)"), Text(key.e, key.e_siz));
-        EXPECT_EQ(sent.value("x", "(NULL)"), Text(key.x, key.x_siz));
-        EXPECT_EQ(sent.value("y", "(NULL)"), Text(key.y, key.y_siz));
-        EXPECT_EQ(modulusSize, key.n_siz);
-        EXPECT_EQ(pointSize, key.x_siz);
+        const std::pair<const char*, std::string> members[] = {
+            {"kty", TextOf(key.kty)},      {"crv", TextOf(key.crv)},      {"n", Text(key.n, key.n_siz)},
+            {"e", Text(key.e, key.e_siz)}, {"x", Text(key.x, key.x_siz)}, {"y", Text(key.y, key.y_siz)}};
+        for (const auto& [name, text] : members)
+            EXPECT_EQ(sent.value(name, "(NULL)"), text) << name;
         EXPECT_EQ("", Narrow(key.AlgID)) << "none of them has tags";
     }
 }

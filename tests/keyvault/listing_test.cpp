@@ -233,30 +233,9 @@ TEST_P(ListingTest, WithoutMemoryItFailsOrEndsWithAWholePage)
     EXPECT_EQ(3u, listing.names.size());
 }
 
-#ifndef _WIN32  // by the linker name of this system
+using ListingLimits = VaultTest;
 
-// Pages that an endless vault has left; with 0 the calls reach the network.
-size_t pagesLeft = 0;
-size_t pagesAsked = 0;
-
-TEST_P(ListingTest, TenThousandPagesAtMost)
-{
-    SetLogging(1);
-    for (const size_t pages : {size_t{10000}, size_t{10001}}) {
-        pagesAsked = 0;
-        pagesLeft = pages;
-        EXPECT_EQ(pages == 10000, List().good);
-        pagesLeft = 0;
-        EXPECT_EQ(10000u, pagesAsked);
-        EXPECT_EQ(pages - 10000, LinesWith(" Endless List more than 10000 pages"));
-    }
-}
-
-#endif
-
-using ListingArguments = VaultTest;
-
-TEST_F(ListingArguments, NullIsRefused)
+TEST_F(ListingLimits, NullIsRefused)
 {
     WCHAR** block = nullptr;
     LONG count = 0;
@@ -271,6 +250,28 @@ TEST_F(ListingArguments, NullIsRefused)
     EXPECT_EQ(0, KVCGetKeys(call.get(), &block, nullptr));
     EXPECT_TRUE(sim.VaultRequests().empty());
 }
+
+#ifndef _WIN32  // by the linker name of this system
+
+// Pages that an endless vault has left; with 0 the calls reach the network.
+size_t pagesLeft = 0;
+size_t pagesAsked = 0;
+
+TEST_F(ListingLimits, TenThousandPagesAtMost)
+{
+    SetLogging(1);
+    for (const size_t pages : {size_t{10000}, size_t{10001}}) {
+        pagesAsked = 0;
+        pagesLeft = pages;
+        WCHAR** names = nullptr;
+        DWORD count = 0;
+        EXPECT_EQ(pages == 10000, KVCGetKeys(call.get(), &names, &count) == 1);
+        pagesLeft = 0;
+        EXPECT_EQ(10000u, pagesAsked);
+    }
+}
+
+#endif
 
 // Both widths of characters, both limits of a length, and enough texts for several chunks.
 TEST(TextListTest, ReturnsWhatItTookDespiteFailedAllocations)
@@ -317,13 +318,10 @@ KVCResponse* WrappedWebCall(WEB_CALL_PARAMETERS)
     if (pagesLeft == 0)
         return RealWebCall(port, host, path, verb, headers, body);
     ++pagesAsked;
-    json page = {{"value", json::array()}};
-    if (--pagesLeft != 0)
-        page["nextLink"] =
-            "https://v" + Narrow(path).substr(0, Narrow(path).find('?')) + "?" + std::to_string(pagesLeft);
+    const std::string link = --pagesLeft ? "\"https://v/keys?" + std::to_string(pagesLeft) + "\"" : "null";
     auto* const response = static_cast<KVCResponse*>(calloc(1, sizeof(KVCResponse)));
     response->status = HTTP_OK;
-    response->body = strdup(page.dump().c_str());
+    response->body = strdup((R"({"value":[],"nextLink":)" + link + "}").c_str());
     return response;
 }
 

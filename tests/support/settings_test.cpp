@@ -69,14 +69,6 @@ TEST_F(SettingsTest, FixedReadsTakeTheLimitAsTheValuesEnd)
     EXPECT_EQ(0u, SettingsReadNumber(HKEY_LOCAL_MACHINE, TEXT("Level")));
 }
 
-TEST_F(SettingsTest, ProtectedFormIsOneLine)
-{
-    const WCHAR secret[kSecretBufferSize / sizeof(WCHAR)] = TEXT("secret");
-    WCHAR text[4096];
-    ASSERT_TRUE(ProtectSecret(reinterpret_cast<const BYTE*>(secret), true, text, 4096));
-    EXPECT_EQ(std::string::npos, Narrow(text).find_first_of("\r\n"));
-}
-
 TEST_F(SettingsTest, OnlyTheProtectedFormYieldsTheSecret)
 {
     for (const bool forMachine : {true, false}) {
