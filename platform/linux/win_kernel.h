@@ -67,7 +67,7 @@ using PSRWLOCK = SRWLOCK*;
 void WINAPI AcquireSRWLockExclusive(PSRWLOCK lock);
 void WINAPI ReleaseSRWLockExclusive(PSRWLOCK lock);
 
-// ---- clock ----
+// ---- counters ----
 
 // Both return the new value.
 inline LONG InterlockedIncrement(LONG volatile* value)
@@ -78,6 +78,8 @@ inline LONG InterlockedDecrement(LONG volatile* value)
 {
     return __atomic_sub_fetch(value, 1, __ATOMIC_SEQ_CST);
 }
+
+// ---- clock ----
 
 void WINAPI Sleep(DWORD waitMs);
 
