@@ -1,4 +1,4 @@
-// The index over CertSync against the plain search that it stands for.
+// The index over CertSync compared with a plain search.
 #include "certsync/known_hashes.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// Few digits, so that texts meet by chance: hashes of 40 digits, joined with and without commas, and other characters.
+// Few different digits, so that hashes match by chance: hashes of 40 digits, joined with and without commas, and other characters.
 std::string RandomList(std::mt19937& random, int hashes)
 {
     static const std::string kJoints[] = {",", "", "", ",,", "f", " x,"};
@@ -35,14 +35,14 @@ void ExpectLikeASearch(const KnownHashes& known, std::mt19937& random)
         TextString hash(text.substr(text.size() < length ? 0 : random() % (text.size() - length + 1), length));
         if (random() % 3 == 0 && !hash.empty())
             hash[random() % hash.size()] = 'B';
-        // A hash has nothing but digits.
+        // A hash consists of digits only.
         std::replace_if(
             hash.begin(), hash.end(), [](WCHAR ch) { return ch == ',' || ch == 'f' || ch == ' ' || ch == 'x'; }, '9');
         EXPECT_EQ(text.find(hash) != TextView::npos, known.Contains(hash)) << Narrow(hash);
     }
 }
 
-TEST(KnownHashesTest, AHashIsKnownWhereverItsDigitsStandAndWithoutMemoryToo)
+TEST(KnownHashesTest, FindsAHashAnywhereEvenWithoutMemory)
 {
     std::mt19937 random(1);
     for (int round = 0; round < 60; round++) {
@@ -61,7 +61,7 @@ TEST(KnownHashesTest, AHashIsKnownWhereverItsDigitsStandAndWithoutMemoryToo)
     }
 }
 
-TEST(KnownHashesTest, GrowsWithoutCopyingTheListEachTime)
+TEST(KnownHashesTest, GrowsInFewAllocations)
 {
     KnownHashes known(BldStrPtr(BldStrNewStr(TEXT("start"))));
     std::vector<TextString> hashes;

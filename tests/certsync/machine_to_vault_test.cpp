@@ -76,7 +76,7 @@ TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
     }
 }
 
-TEST_F(MachineToVaultTest, FailuresAndWhatIsRecorded)
+TEST_F(MachineToVaultTest, OnlyAPublishedCertificateIsRecorded)
 {
     AddVaultCertificate("web");
     const Issued issued = Install({{"size", 1200}});

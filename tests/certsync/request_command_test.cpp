@@ -5,7 +5,7 @@ namespace {
 
 using RequestCommandTest = CtlTest;
 
-TEST_F(RequestCommandTest, WhatCannotBeRequested)
+TEST_F(RequestCommandTest, BadArgumentsAndRefusals)
 {
     AddKey("p256", "P-256");
     Run("2 keys request p256 | --subject or a --san\n"

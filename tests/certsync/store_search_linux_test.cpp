@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(StoreSearchTest, ASearchOpensTheStoreToReadAndSoMakesNone)
+TEST(StoreSearchTest, ASearchCreatesNoStore)
 {
     const TestRoot root;
     static WCHAR subject[kSubjectChars];

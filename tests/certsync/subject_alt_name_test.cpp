@@ -36,7 +36,7 @@ TEST(SubjectAltNameTest, EveryForm)
     }
 }
 
-TEST(SubjectAltNameTest, WhatIsRefused)
+TEST(SubjectAltNameTest, BadNamesAreRefused)
 {
     std::istringstream texts(
         "\nweb01\nhost:web01\ndns:\ndns:a b\ndns:b\xC3\xBC"

@@ -136,7 +136,7 @@ TEST_F(VaultToMachineTest, TheStampDecides)
     }
 }
 
-TEST_F(VaultToMachineTest, WhatRemainsAfterAFailure)
+TEST_F(VaultToMachineTest, StoreAndListAfterAFailure)
 {
     AddVaultCertificate("a");
     AddVaultCertificate("b");

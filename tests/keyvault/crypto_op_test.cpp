@@ -67,7 +67,7 @@ TEST_F(CryptoOpTest, TheBufferMayBeMissingTooSmallOrExact)
     EXPECT_EQ(R"({"alg":"ES256","value":")" + Base64(Digest(32)) + "\"}", sim.Journal().back()["body"]);
 }
 
-TEST_F(CryptoOpTest, AnswersOfEveryKind)
+TEST_F(CryptoOpTest, Answers)
 {
     constexpr SECURITY_STATUS kNotAsked = 1;
     const Row<const char*, json, SECURITY_STATUS, SECURITY_STATUS> rows[] = {

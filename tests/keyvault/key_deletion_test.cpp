@@ -40,7 +40,7 @@ class KeyDeletionTest : public VaultTest {
     }
 };
 
-TEST_F(KeyDeletionTest, AnswersOfEveryKind)
+TEST_F(KeyDeletionTest, Answers)
 {
     using Statuses = std::vector<int>;
     const Statuses conflicts(5, 409);
@@ -89,7 +89,7 @@ TEST_F(KeyDeletionTest, AnswersOfEveryKind)
     }
 }
 
-TEST_F(KeyDeletionTest, NamesAndWhatCannotBeAsked)
+TEST_F(KeyDeletionTest, NamesAndBadArguments)
 {
     Begin(false, true);
     EXPECT_EQ(0, Delete("a b"));

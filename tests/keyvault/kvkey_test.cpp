@@ -50,7 +50,7 @@ TEST(KVKeyTest, BodiesOfTheLiveService)
             {"e", Text(key.e, key.e_siz)}, {"x", Text(key.x, key.x_siz)}, {"y", Text(key.y, key.y_siz)}};
         for (const auto& [name, text] : members)
             EXPECT_EQ(sent.value(name, "(NULL)"), text) << name;
-        EXPECT_EQ("", Narrow(key.AlgID)) << "none of them has tags";
+        EXPECT_EQ("", Narrow(key.AlgID)) << "these have no tags";
     }
 }
 
@@ -90,7 +90,7 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
     }
 }
 
-TEST(KVKeyTest, WhatAnAnswerLacksStaysEmpty)
+TEST(KVKeyTest, MissingMembersStayEmpty)
 {
     for (const std::string body :
          {"", "<html>", "{", "null", "[]", "\"key\"", R"({"key":null,"tags":{}})", R"({"tags":{"AlgID":"RSA"}})",
@@ -246,9 +246,9 @@ TEST(KeyNamesTest, EncodedNamesDecode)
     }
 }
 
-TEST(KeyNamesTest, EveryCodeUnitAndEveryLengthComesBack)
+TEST(KeyNamesTest, EveryCodeUnitAndEveryLengthRoundTrips)
 {
-    // "_" in front makes every name a coded one.
+    // A leading "_" makes every name a coded one.
     size_t length = 1;
     for (unsigned unit = 1; unit <= 0xFFFF;) {
         TextString clear(1, '_');

@@ -35,7 +35,7 @@ TEST_F(SettingsTest, TextsOfAnyLengthInBothHives)
     EXPECT_EQ(1, BldStrCat(machine.get(), TEXT("more"))) << "the string can grow";
 }
 
-TEST_F(SettingsTest, WhatIsMissingOrOfAnotherTypeIsEmpty)
+TEST_F(SettingsTest, MissingValuesAndOtherTypesAreEmpty)
 {
     root.SetText(HKEY_LOCAL_MACHINE, "Expand", "%PATH%", REG_EXPAND_SZ);
     root.SetBytes(HKEY_LOCAL_MACHINE, "Odd", REG_SZ, {'a', 0, 'b', 0, 'c'});
@@ -56,7 +56,7 @@ TEST_F(SettingsTest, WhatIsMissingOrOfAnotherTypeIsEmpty)
     EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
 }
 
-TEST_F(SettingsTest, FixedReadsTakeTheLimitAsTheValuesEnd)
+TEST_F(SettingsTest, AFixedReadNeedsRoomForTheTerminator)
 {
     WCHAR room[4];
     root.SetText(HKEY_LOCAL_MACHINE, "Short", "abc");

@@ -126,7 +126,7 @@ TEST(Base64Test, BothAlphabets)
     EXPECT_EQ(std::string::npos, Encode(Bytes(500, 1)).find_first_of("\r\n"));
 }
 
-TEST(Base64Test, WhatIsRefused)
+TEST(Base64Test, BadInputIsRefused)
 {
     const std::string longest(kBase64TextLimit, 'A');
     EXPECT_EQ(kBase64TextLimit / 4 * 3, DecodeNew(longest).size());
