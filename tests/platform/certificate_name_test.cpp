@@ -1,4 +1,5 @@
 #include "platform/linux/der.h"
+#include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -53,12 +54,8 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
 {
     const std::string utf8Name = CommonName(kDerUtf8String, "web01");
     const std::string organisation = Part("\x55\x04\x0A", kDerPrintableString, "Acme, Inc.");
-    const struct {
-        const char* what;
-        std::string name;  // the content of the sequence
-        const char* simple;
-        const char* x500;
-    } rows[] = {
+    // The sequence's content, and the two forms.
+    const Row<const char*, std::string, const char*, const char*> rows[] = {
         {"empty", "", "", ""},
         {"one", utf8Name, "web01", "CN=web01"},
         {"comma", utf8Name + organisation, "web01, \"Acme, Inc.\"", "CN=web01, O=\"Acme, Inc.\""},
@@ -88,10 +85,10 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
              Part("\x09\x92\x26\x89\x93\xF2\x2C\x64\x01\x19", kDerIa5String, "corp"),
          "a@b, WA, corp", "E=a@b, S=WA, DC=corp"},
     };
-    for (const auto& row : rows) {
-        const std::string name = MakeDer(kDerSequence, row.name);
-        EXPECT_EQ(TextOf(name, CERT_SIMPLE_NAME_STR), row.simple) << row.what;
-        EXPECT_EQ(TextOf(name, kX500), row.x500) << row.what;
+    for (const auto& [what, parts, simple, x500] : rows) {
+        const std::string name = MakeDer(kDerSequence, parts);
+        EXPECT_EQ(TextOf(name, CERT_SIMPLE_NAME_STR), simple) << what;
+        EXPECT_EQ(TextOf(name, kX500), x500) << what;
     }
 }
 
@@ -115,11 +112,8 @@ TEST(CertificateNames, ATextIsCutToFitAndABadNameIsEmpty)
 
 TEST(CertificateNames, ATextBecomesAName)
 {
-    const struct {
-        const char* text;
-        DWORD flags;
-        const char* written;  // the name as a text again, or the failure
-    } rows[] = {
+    // The last is the name as a text again, or the failure.
+    const Row<const char*, DWORD, const char*> rows[] = {
         {"", 0, ""},
         {"CN=web01", 0, "CN=web01"},
         {" cn = web01 ;o=\"Acme, Inc.\"", 0, "CN=web01, O=\"Acme, Inc.\""},
@@ -138,17 +132,17 @@ TEST(CertificateNames, ATextBecomesAName)
         {"CN=#01ab", 0, "CN=#01AB"},
         {"CN=#01a", 0, "error 80092023 at 3"},
     };
-    for (const auto& row : rows) {
-        std::string name = NameOf(row.text, kX500 | row.flags);
+    for (const auto& [text, flags, written] : rows) {
+        std::string name = NameOf(text, kX500 | flags);
         if (name.compare(0, 5, "error") != 0) {
             BYTE encoded[512];
             DWORD size = sizeof encoded;
-            ASSERT_TRUE(CertStrToNameW(X509_ASN_ENCODING, ToUtf16(row.text).c_str(), kX500 | row.flags, nullptr,
-                                       encoded, &size, nullptr));
-            EXPECT_EQ(HexText(encoded, size), name) << row.text;
+            ASSERT_TRUE(CertStrToNameW(X509_ASN_ENCODING, ToUtf16(text).c_str(), kX500 | flags, nullptr, encoded, &size,
+                                       nullptr));
+            EXPECT_EQ(HexText(encoded, size), name) << text;
             name = TextOf(std::string(reinterpret_cast<char*>(encoded), size), kX500);
         }
-        EXPECT_EQ(name, row.written) << row.text;
+        EXPECT_EQ(name, written) << text;
     }
     // The string types that Windows chooses.
     EXPECT_EQ(NameOf("CN=Ab", kX500), "300D310B3009060355040313024162");

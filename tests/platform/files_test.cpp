@@ -9,6 +9,7 @@
 #include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
+#include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -26,28 +27,25 @@ TEST(Paths, WindowsNamesBecomeNativeOnes)
     const PlatformRoot root;
     const std::string drive = root.File("drive_c");
     const std::string here = std::filesystem::current_path().string();
-    const struct {
-        const char16_t* name;
-        std::string native;
-        std::string full;
-    } rows[] = {{u"C:", drive, "C:\\"},
-                {u"C:\\logs\\day.log", drive + "/logs/day.log", "C:\\logs\\day.log"},
-                {u"c:/logs/../x", drive + "/logs/../x", "c:\\x"},
-                {u"C:day.log", drive + "/day.log", "C:\\day.log"},
-                {u"/var/log\\day.log", "/var/log/day.log", "/var/log/day.log"},
-                {u"/var//log", "/var//log", "/var/log"},
-                {u"below\\it", "below/it", here + "/below/it"},
-                {u"\u00FC\\\u20AC", "\xC3\xBC/\xE2\x82\xAC", here + "/\xC3\xBC/\xE2\x82\xAC"},
-                {u"D:\\elsewhere", "", "D:\\elsewhere"},
-                {u"", "", ""}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(NativePath(row.name), row.native) << ToUtf8(row.name);
+    const Row<const char16_t*, std::string, std::string> rows[] = {
+        {u"C:", drive, "C:\\"},
+        {u"C:\\logs\\day.log", drive + "/logs/day.log", "C:\\logs\\day.log"},
+        {u"c:/logs/../x", drive + "/logs/../x", "c:\\x"},
+        {u"C:day.log", drive + "/day.log", "C:\\day.log"},
+        {u"/var/log\\day.log", "/var/log/day.log", "/var/log/day.log"},
+        {u"/var//log", "/var//log", "/var/log"},
+        {u"below\\it", "below/it", here + "/below/it"},
+        {u"\u00FC\\\u20AC", "\xC3\xBC/\xE2\x82\xAC", here + "/\xC3\xBC/\xE2\x82\xAC"},
+        {u"D:\\elsewhere", "", "D:\\elsewhere"},
+        {u"", "", ""}};
+    for (const auto& [name, native, expected] : rows) {
+        EXPECT_EQ(NativePath(name), native) << ToUtf8(name);
         WCHAR full[4096] = {};
-        const auto length = static_cast<DWORD>(ToUtf16(row.full).size());
-        EXPECT_EQ(GetFullPathNameW(row.name, 4096, full, nullptr), length) << ToUtf8(row.name);
-        EXPECT_EQ(ToUtf8(full), row.full);
+        const auto length = static_cast<DWORD>(ToUtf16(expected).size());
+        EXPECT_EQ(GetFullPathNameW(name, 4096, full, nullptr), length) << ToUtf8(name);
+        EXPECT_EQ(ToUtf8(full), expected);
         full[0] = u'?';
-        EXPECT_EQ(GetFullPathNameW(row.name, length, full, nullptr), length == 0 ? 0 : length + 1);
+        EXPECT_EQ(GetFullPathNameW(name, length, full, nullptr), length == 0 ? 0 : length + 1);
         EXPECT_EQ(full[0], u'?') << "too small, by the terminator";
     }
     EXPECT_EQ(NativePath(nullptr), "");
@@ -57,22 +55,17 @@ TEST(Paths, RootsFollowTheEnvironment)
 {
     const PlatformRoot root;
     const std::string home = getenv("HOME") == nullptr ? "/" : getenv("HOME");
-    const struct {
-        const char* variable;
-        const char* value;
-        std::string rootDirectory;
-        std::string userDirectory;
-    } rows[] = {
+    const Row<const char*, const char*, std::string, std::string> rows[] = {
         {"HOME", "/home/someone", root.path(), root.path() + "/user"},
         {"KELVARO_USER_ROOT", "/somewhere/", root.path(), "/somewhere"},
         {"KELVARO_USER_ROOT", "/", root.path(), "/"},
         {"KELVARO_USER_ROOT", "", root.path(), root.path() + "/user"},
         {"KELVARO_ROOT", "", "/var/lib/kelvaro", "/home/someone/.kelvaro"},
     };
-    for (const auto& row : rows) {
-        setenv(row.variable, row.value, 1);
-        EXPECT_EQ(RootDirectory(), row.rootDirectory) << row.variable;
-        EXPECT_EQ(UserDirectory(), row.userDirectory) << row.variable;
+    for (const auto& [variable, value, rootDirectory, userDirectory] : rows) {
+        setenv(variable, value, 1);
+        EXPECT_EQ(RootDirectory(), rootDirectory) << variable;
+        EXPECT_EQ(UserDirectory(), userDirectory) << variable;
     }
     setenv("HOME", home.c_str(), 1);
 }
@@ -80,56 +73,47 @@ TEST(Paths, RootsFollowTheEnvironment)
 TEST(Files, AFileIsCreatedOrOpenedForAppending)
 {
     const PlatformRoot root;
-    const struct {
-        const char* text;
-        LONG error;
-        const char* content;
-    } writes[] = {{"hello", ERROR_SUCCESS, "hello"}, {" again", ERROR_ALREADY_EXISTS, "hello again"}};
-    for (const auto& row : writes) {
+    const Row<const char*, LONG, const char*> writes[] = {{"hello", ERROR_SUCCESS, "hello"},
+                                                          {" again", ERROR_ALREADY_EXISTS, "hello again"}};
+    for (const auto& [text, error, content] : writes) {
         const HANDLE file = Open(u"C:\\file");
         ASSERT_NE(file, INVALID_HANDLE_VALUE) << "the root of C: is made on demand";
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.error));
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(error));
         DWORD count = 0;
-        EXPECT_TRUE(WriteFile(file, row.text, static_cast<DWORD>(strlen(row.text)), &count, nullptr));
-        EXPECT_EQ(count, strlen(row.text));
+        EXPECT_TRUE(WriteFile(file, text, static_cast<DWORD>(strlen(text)), &count, nullptr));
+        EXPECT_EQ(count, strlen(text));
         EXPECT_TRUE(CloseHandle(file));
         EXPECT_EQ(ErrorOf(CloseHandle(file)), DWORD{ERROR_INVALID_HANDLE});
-        EXPECT_EQ(ReadFileText(root.File("drive_c/file")), row.content);
+        EXPECT_EQ(ReadFileText(root.File("drive_c/file")), content);
     }
     EXPECT_EQ(ModeOf(root.File("drive_c/file")), 0600u);
     EXPECT_EQ(ModeOf(root.File("drive_c")), 0700u);
 
-    const struct {
-        const char16_t* name;
-        LONG error;
-    } rows[] = {{u"C:\\missing\\file", ERROR_FILE_NOT_FOUND},
-                {u"C:", ERROR_ACCESS_DENIED},
-                {u"D:\\file", ERROR_PATH_NOT_FOUND}};
-    for (const auto& row : rows)
-        EXPECT_EQ(ErrorOf(Open(row.name) != INVALID_HANDLE_VALUE), static_cast<DWORD>(row.error)) << ToUtf8(row.name);
+    const Row<const char16_t*, LONG> rows[] = {{u"C:\\missing\\file", ERROR_FILE_NOT_FOUND},
+                                               {u"C:", ERROR_ACCESS_DENIED},
+                                               {u"D:\\file", ERROR_PATH_NOT_FOUND}};
+    for (const auto& [name, error] : rows)
+        EXPECT_EQ(ErrorOf(Open(name) != INVALID_HANDLE_VALUE), static_cast<DWORD>(error)) << ToUtf8(name);
 }
 
 TEST(Files, ANewFileAdmitsTheGroupThatMayWriteToItsFolder)
 {
     const PlatformRoot root;
     const mode_t oldMask = umask(077);
-    const struct {
-        const char* folder;
-        mode_t mode;
-        unsigned fileMode;
-    } rows[] = {{"alone", 0755, 0600}, {"group", 0770, 0660}, {"setgid", 02770, 0660}, {"everybody", 0777, 0660}};
+    const Row<const char*, mode_t, unsigned> rows[] = {
+        {"alone", 0755, 0600}, {"group", 0770, 0660}, {"setgid", 02770, 0660}, {"everybody", 0777, 0660}};
     // Root may choose any group; another account has its own.
     const gid_t group = geteuid() == 0 ? 12345 : getegid();
-    for (const auto& row : rows) {
-        const std::string folder = root.File(row.folder);
+    for (const auto& [name, mode, fileMode] : rows) {
+        const std::string folder = root.File(name);
         ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
         ASSERT_EQ(chown(folder.c_str(), static_cast<uid_t>(-1), group), 0);
-        ASSERT_EQ(chmod(folder.c_str(), row.mode), 0);
+        ASSERT_EQ(chmod(folder.c_str(), mode), 0);
         EXPECT_TRUE(CloseHandle(Open(ToUtf16(folder + "/log"))));
         struct stat status = {};
         ASSERT_EQ(stat((folder + "/log").c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777, row.fileMode) << row.folder;
-        EXPECT_TRUE(row.fileMode == 0600 || status.st_gid == group) << row.folder;
+        EXPECT_EQ(status.st_mode & 07777, fileMode) << folder;
+        EXPECT_TRUE(fileMode == 0600 || status.st_gid == group) << folder;
     }
     umask(oldMask);
 }
@@ -190,24 +174,20 @@ TEST(FileStore, UnreadableFilesHaveTheirErrors)
 {
     const PlatformRoot root;
     WriteFileText(root.File("file"), "12345");
-    const struct {
-        const char* name;
-        size_t room;
-        LONG error;
-    } rows[] = {{"file", 4, ERROR_FILE_TOO_LARGE},
-                {"file", 5, ERROR_SUCCESS},
-                {"none", 5, ERROR_FILE_NOT_FOUND},
-                {"file/below", 5, ERROR_PATH_NOT_FOUND},
-                {"", 5, ERROR_ACCESS_DENIED}};
-    for (const auto& row : rows) {
+    const Row<const char*, size_t, LONG> rows[] = {{"file", 4, ERROR_FILE_TOO_LARGE},
+                                                   {"file", 5, ERROR_SUCCESS},
+                                                   {"none", 5, ERROR_FILE_NOT_FOUND},
+                                                   {"file/below", 5, ERROR_PATH_NOT_FOUND},
+                                                   {"", 5, ERROR_ACCESS_DENIED}};
+    for (const auto& [name, room, expected] : rows) {
         SecretString content;
-        EXPECT_EQ(ReadWholeFile(root.File(row.name), row.room, &content), row.error) << row.name;
-        EXPECT_EQ(content, row.error == ERROR_SUCCESS ? "12345" : "") << row.name;
-        if (row.room < 5)
+        EXPECT_EQ(ReadWholeFile(root.File(name), room, &content), expected) << name;
+        EXPECT_EQ(content, expected == ERROR_SUCCESS ? "12345" : "") << name;
+        if (room < 5)
             continue;
-        FILE* stream = _wfopen(root.WideFile(row.name).c_str(), u"rt");
+        FILE* stream = _wfopen(root.WideFile(name).c_str(), u"rt");
         const LONG error = stream ? ERROR_SUCCESS : ErrorFromErrno(errno);
-        EXPECT_EQ(error, row.error) << row.name;
+        EXPECT_EQ(error, expected) << name;
         char buffer[8] = {};
         if (stream) {
             EXPECT_EQ(fread(buffer, 1, sizeof buffer, stream), 5u);

@@ -3,6 +3,7 @@
 
 #include "platform/linux/file_store.h"
 #include "platform/linux/registry_file.h"
+#include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -91,10 +92,7 @@ TEST(RegistryFile, WrittenAsTheEditorWritesItAndReadBackTheSame)
         "\n"
         "; the end\n";
     const std::string damaged = "damaged";
-    const struct {
-        std::string content;
-        std::string rewritten;
-    } rows[] = {
+    const Row<std::string, std::string> rows[] = {
         {asItIs, asItIs},
         {kHead + "\"x\"=\"contoso\" ; our vault", kHead + "\"x\"=\"contoso\"\n\n; our vault\n"},
         // Keys and values are merged without regard to case.
@@ -109,11 +107,11 @@ TEST(RegistryFile, WrittenAsTheEditorWritesItAndReadBackTheSame)
         {kHead + "[HKEY_CURRENT_USER\\Software\\K]", damaged},
         {kHead + "[HKEY_LOCAL_MACHINES\\K]", damaged},
     };
-    for (const auto& row : rows) {
+    for (const auto& [content, rewritten] : rows) {
         RegistryHive hive;
-        const bool good = ParseRegistryFile(row.content, u"HKEY_LOCAL_MACHINE", &hive);
+        const bool good = ParseRegistryFile(content, u"HKEY_LOCAL_MACHINE", &hive);
         const SecretString text = FormatRegistryFile(hive, u"HKEY_LOCAL_MACHINE");
-        EXPECT_EQ(good ? std::string_view(text) : damaged, row.rewritten) << row.content;
+        EXPECT_EQ(good ? std::string_view(text) : damaged, rewritten) << content;
     }
 }
 
@@ -122,11 +120,7 @@ TEST(Registry, KeysAreFoundByTheirPaths)
     const PlatformRoot root;
     EXPECT_EQ(OpenKey().error, ERROR_FILE_NOT_FOUND) << "no file";
     WriteMachineHive(root, "");
-    const struct {
-        HKEY hive;
-        LPCWSTR path;
-        LONG error;
-    } rows[] = {
+    const Row<HKEY, LPCWSTR, LONG> rows[] = {
         {HKEY_LOCAL_MACHINE, kKey, ERROR_SUCCESS},
         {HKEY_LOCAL_MACHINE, u"SOFTWARE\\zandrel\\KELVARO\\", ERROR_SUCCESS},
         {HKEY_LOCAL_MACHINE, u"Software\\Zandrel", ERROR_SUCCESS},  // above a key
@@ -135,8 +129,8 @@ TEST(Registry, KeysAreFoundByTheirPaths)
         {HKEY_CURRENT_USER, kKey, ERROR_FILE_NOT_FOUND},
         {nullptr, kKey, ERROR_INVALID_HANDLE},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(OpenKey(row.hive, row.path).error, row.error) << ToUtf8(row.path);
+    for (const auto& [hive, path, error] : rows)
+        EXPECT_EQ(OpenKey(hive, path).error, error) << ToUtf8(path);
     const OpenKey above(HKEY_LOCAL_MACHINE, u"Software");
     EXPECT_EQ(OpenKey(above.key, u"Zandrel\\Kelvaro").error, ERROR_SUCCESS);
     EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
@@ -147,25 +141,22 @@ TEST(Registry, AQueryGivesTypeAndSize)
     const PlatformRoot root;
     WriteMachineHive(root, "\"Text\"=\"ab\"\n\"Number\"=dword:00000008\n\"Expand\"=hex(2):61,00,00,00\n");
     const OpenKey key;
-    const struct {
-        const char16_t* name;
-        DWORD type;
-        DWORD size;
-    } rows[] = {{u"tEXT", REG_SZ, 6}, {u"Number", REG_DWORD, 4}, {u"Expand", REG_EXPAND_SZ, 4}};
-    for (const auto& row : rows) {
-        for (const DWORD room : {DWORD{100}, row.size, row.size - 1, DWORD{0}}) {
+    const Row<const char16_t*, DWORD, DWORD> rows[] = {
+        {u"tEXT", REG_SZ, 6}, {u"Number", REG_DWORD, 4}, {u"Expand", REG_EXPAND_SZ, 4}};
+    for (const auto& [name, expectedType, expectedSize] : rows) {
+        for (const DWORD room : {DWORD{100}, expectedSize, expectedSize - 1, DWORD{0}}) {
             BYTE buffer[100] = {0xEE};
             DWORD type = 99;
             DWORD size = room;
-            EXPECT_EQ(RegQueryValueExW(key.key, row.name, nullptr, &type, buffer, &size),
-                      room < row.size ? ERROR_MORE_DATA : ERROR_SUCCESS);
-            EXPECT_EQ(type, row.type);
-            EXPECT_EQ(size, row.size);
-            EXPECT_EQ(buffer[0] == 0xEE, room < row.size) << "a short buffer is left alone";
+            EXPECT_EQ(RegQueryValueExW(key.key, name, nullptr, &type, buffer, &size),
+                      room < expectedSize ? ERROR_MORE_DATA : ERROR_SUCCESS);
+            EXPECT_EQ(type, expectedType);
+            EXPECT_EQ(size, expectedSize);
+            EXPECT_EQ(buffer[0] == 0xEE, room < expectedSize) << "a short buffer is left alone";
         }
         DWORD size = 0;
-        EXPECT_EQ(RegQueryValueExW(key.key, row.name, nullptr, nullptr, nullptr, &size), ERROR_SUCCESS);
-        EXPECT_EQ(size, row.size);
+        EXPECT_EQ(RegQueryValueExW(key.key, name, nullptr, nullptr, nullptr, &size), ERROR_SUCCESS);
+        EXPECT_EQ(size, expectedSize);
     }
     BYTE byte;
     EXPECT_EQ(Query(key.key, u"Text"), ERROR_SUCCESS);
@@ -275,12 +266,10 @@ TEST(Registry, OnlyWhatChangesSomethingNeedsTheLock)
 
 TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
 {
-    const struct {
-        bool otherWrites, commits;
-        const char *a, *b;
-    } rows[] = {{false, true, "mine", "mine"}, {true, true, "old", "theirs"}, {false, false, "old", "old"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.b);
+    const Row<bool, bool, const char*, const char*> rows[] = {
+        {false, true, "mine", "mine"}, {true, true, "old", "theirs"}, {false, false, "old", "old"}};
+    for (const auto& [otherWrites, commits, a, b] : rows) {
+        SCOPED_TRACE(b);
         const PlatformRoot root;
         WriteMachineHive(root, "\"A\"=\"old\"\n\"B\"=\"old\"\n");
         const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
@@ -298,18 +287,18 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
         DWORD size = sizeof seen;
         EXPECT_EQ(RegQueryValueExW(key, u"A", nullptr, nullptr, reinterpret_cast<BYTE*>(seen), &size), ERROR_SUCCESS);
         EXPECT_EQ(std::u16string(seen), u"mine");
-        if (row.otherWrites) {
+        if (otherWrites) {
             EXPECT_EQ(SetText(u"B", u"theirs"), ERROR_SUCCESS);
         }
-        if (row.commits) {
-            EXPECT_EQ(CommitTransaction(transaction) != FALSE, !row.otherWrites);
+        if (commits) {
+            EXPECT_EQ(CommitTransaction(transaction) != FALSE, !otherWrites);
             EXPECT_EQ(RegSetValueExW(key, u"A", 0, REG_SZ, nullptr, 0), ERROR_TRANSACTION_NOT_ACTIVE);
         }
         EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
         EXPECT_TRUE(CloseHandle(transaction));
         EXPECT_FALSE(GetHandleInformation(transaction, &flags));
-        EXPECT_EQ(GetText(u"A"), row.a);
-        EXPECT_EQ(GetText(u"B"), row.b);
+        EXPECT_EQ(GetText(u"A"), a);
+        EXPECT_EQ(GetText(u"B"), b);
     }
 }
 

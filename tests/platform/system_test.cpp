@@ -6,6 +6,7 @@
 #include <chrono>
 #include <sstream>
 
+#include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
 TEST(Names, UserComputerAndProgram)
@@ -157,12 +158,8 @@ TEST(SecurityDescriptor, BothForms)
         2, 0, 28,   0,    1,    0,    0,    0,                                        // list
         0, 0, 20,   0,    0xFF, 0x01, 0x1F, 0, 1,  1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0,
     };
-    const struct {
-        const char* name;
-        size_t offset;
-        BYTE value;
-        DWORD length;  // 0: not valid
-    } rows[] = {
+    // What is changed, and the length after it; 0: not valid.
+    const Row<const char*, size_t, BYTE, DWORD> rows[] = {
         {"unchanged", 0, 1, 60},
         {"descriptor's revision", 0, 2, 0},
         {"owner's revision", 20, 2, 0},
@@ -175,10 +172,10 @@ TEST(SecurityDescriptor, BothForms)
         {"no list, by the control bits", 2, 0, 32},
     };
     const auto length = [](void* of) { return IsValidSecurityDescriptor(of) ? GetSecurityDescriptorLength(of) : 0; };
-    for (const auto& row : rows) {
+    for (const auto& [name, offset, value, expected] : rows) {
         std::vector<BYTE> bytes = relative;
-        bytes[row.offset] = row.value;
-        EXPECT_EQ(length(bytes.data()), row.length) << row.name;
+        bytes[offset] = value;
+        EXPECT_EQ(length(bytes.data()), expected) << name;
     }
 
     SECURITY_DESCRIPTOR absolute;

@@ -1,4 +1,5 @@
 // Code pages and Base64.
+#include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -48,29 +49,26 @@ std::string Decoded(const std::string& text, DWORD flags, DWORD count = 0)
 
 TEST(CodePage, BrokenSequencesBecomeOneReplacementForEachPart)
 {
-    const struct {
-        const char* bytes;
-        const char16_t* text;
-        bool broken = false;
-    } rows[] = {{"plain", u"plain"},
-                {"\xC3\xA4\xDF\xBF\xE0\xA0\x80", u"\u00E4\u07FF\u0800"},
-                {"\xE2\x82\xAC\xEF\xBF\xBD", u"\u20AC\uFFFD"},
-                {"\xF0\x9F\x94\x91\xF4\x8F\xBF\xBF", u"\U0001F511\U0010FFFF"},
-                {"a\x80z", u"a\uFFFDz", true},
-                {"\xC3(", u"\uFFFD(", true},
-                {"\xE2\x82", u"\uFFFD", true},
-                {"\xC0\xAF", u"\uFFFD\uFFFD", true},                      // over-long
-                {"\xE0\x80\x80", u"\uFFFD\uFFFD\uFFFD", true},            // over-long
-                {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", true},            // a surrogate
-                {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", true},  // above the last
-                {"\xF0\x9F\x94\xF0\x9F\x94", u"\uFFFD\uFFFD", true}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(Widened(row.bytes), row.text);
+    const Row<const char*, const char16_t*, bool> rows[] = {
+        {"plain", u"plain"},
+        {"\xC3\xA4\xDF\xBF\xE0\xA0\x80", u"\u00E4\u07FF\u0800"},
+        {"\xE2\x82\xAC\xEF\xBF\xBD", u"\u20AC\uFFFD"},
+        {"\xF0\x9F\x94\x91\xF4\x8F\xBF\xBF", u"\U0001F511\U0010FFFF"},
+        {"a\x80z", u"a\uFFFDz", true},
+        {"\xC3(", u"\uFFFD(", true},
+        {"\xE2\x82", u"\uFFFD", true},
+        {"\xC0\xAF", u"\uFFFD\uFFFD", true},                      // over-long
+        {"\xE0\x80\x80", u"\uFFFD\uFFFD\uFFFD", true},            // over-long
+        {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", true},            // a surrogate
+        {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", true},  // above the last
+        {"\xF0\x9F\x94\xF0\x9F\x94", u"\uFFFD\uFFFD", true}};
+    for (const auto& [bytes, text, broken] : rows) {
+        EXPECT_EQ(Widened(bytes), text);
         SetLastError(0);
-        EXPECT_EQ(Widened(row.bytes, MB_ERR_INVALID_CHARS), row.broken ? u"" : row.text);
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(row.broken ? ERROR_NO_UNICODE_TRANSLATION : 0)) << row.bytes;
-        if (!row.broken) {
-            EXPECT_EQ(Narrowed(row.text), row.bytes);
+        EXPECT_EQ(Widened(bytes, MB_ERR_INVALID_CHARS), broken ? u"" : text);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(broken ? ERROR_NO_UNICODE_TRANSLATION : 0)) << bytes;
+        if (!broken) {
+            EXPECT_EQ(Narrowed(text), bytes);
         }
     }
     const char16_t lone[] = {u'a', 0xD83D, u'b', 0xDD11, 0};
@@ -135,17 +133,14 @@ TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
 {
     const std::string refused = "error D";
     const std::string armoured = "note\n-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n";
-    const struct {
-        std::string text;
-        std::string expected;
-    } rows[] = {
+    const Row<std::string, std::string> rows[] = {
         {" Y\tW\r\nJj \n", "abc"}, {"YQ= =\r\n", "a"}, {"", ""},          {"YQ", refused},   {"YWJjZ", refused},
         {"YQ==YQ==", refused},     {"Y===", refused},  {"====", refused}, {"-_-_", refused}, {"YW*j", refused},
         {"YWJ\xC3\xA4", refused},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64), row.expected) << row.text;
-        EXPECT_EQ(Decoded(row.text, CRYPT_STRING_BASE64_ANY), row.expected) << row.text;
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(Decoded(text, CRYPT_STRING_BASE64), expected) << text;
+        EXPECT_EQ(Decoded(text, CRYPT_STRING_BASE64_ANY), expected) << text;
     }
     EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64_ANY), "abc");
     EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64), refused);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <future>
 
+#include "tests/common/row.h"
 #include "tests/platform/winhttp_fixture.h"
 
 namespace {
@@ -14,13 +15,7 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
     const std::string own = "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n";
     const std::string odd = "Expect: 100-continue\r\nEmpty:\r\nAuthorization: Basic  s;e \t\n\r\n";
     const std::string json = "Content-Type: application/json\r\nAccept: */*\r\n";
-    const struct {
-        const char* verb;
-        const char* path;
-        std::string headers;
-        const char* body;
-        std::string wire;
-    } rows[] = {
+    const Row<const char*, const char*, std::string, const char*, std::string> rows[] = {
         {"GET", "/a/b?x=1&y=%2F", "Metadata: True\r\n", "", Wire("GET /a/b?x=1&y=%2F", "Metadata: True\r\n")},
         {"DELETE", "", "", "", Wire("DELETE /")},
         {"POST", "/t", json + "\r\n", "{\"a\":1}", Wire("POST /t", json, "{\"a\":1}")},
@@ -32,9 +27,9 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
     };
     RawServer server(Answer(kOk));
     ConnectTo(Entry(80, server));
-    for (const auto& row : rows) {
-        EXPECT_EQ(Outcome(Perform({"kv.test", 80, row.path, row.verb, row.headers, row.body})), "200");
-        EXPECT_EQ(server.requests().back(), row.wire);
+    for (const auto& [verb, path, headers, body, wire] : rows) {
+        EXPECT_EQ(Outcome(Perform({"kv.test", 80, path, verb, headers, body})), "200");
+        EXPECT_EQ(server.requests().back(), wire);
     }
     EXPECT_EQ(server.requests().size(), std::size(rows));
     const std::string port = std::to_string(server.port());
@@ -60,12 +55,8 @@ TEST_F(WinHttp, ReturnsHeadAndEntity)
     const std::string large(300000, 'L');
     const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n";
     const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-    const struct {
-        const char* name;
-        std::string head;
-        std::string body;
-        std::string sent = {};  // in place of head and body
-    } rows[] = {
+    // The last is sent in place of head and body.
+    const Row<const char*, std::string, std::string, std::string> rows[] = {
         {"plain", ok, "ok"},
         {"no entity", "HTTP/1.1 204 No Content\r\nA: b\r\n\r\n", ""},
         {"refusal", "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=/x\r\nContent-Length: 1\r\n\r\n", "!"},
@@ -77,13 +68,13 @@ TEST_F(WinHttp, ReturnsHeadAndEntity)
         {"coded entity", "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 3\r\n\r\n", "\x1F\x8BZ"},
         {"large", "HTTP/1.1 200 OK\r\nContent-Length: 300000\r\n\r\n", large},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        RawServer server(Answer(row.sent.empty() ? row.head + row.body : row.sent));
+    for (const auto& [name, head, body, sent] : rows) {
+        SCOPED_TRACE(name);
+        RawServer server(Answer(sent.empty() ? head + body : sent));
         const Reply reply = Perform({"127.0.0.1", server.port()});
-        EXPECT_EQ(Outcome(reply), row.head.substr(9, 3));
-        EXPECT_EQ(reply.head, row.head);
-        EXPECT_TRUE(reply.body == row.body) << reply.body.size();
+        EXPECT_EQ(Outcome(reply), head.substr(9, 3));
+        EXPECT_EQ(reply.head, head);
+        EXPECT_TRUE(reply.body == body) << reply.body.size();
         EXPECT_LE(reply.largest, 8192U);
     }
 }

@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/common/row.h"
 #include "tests/platform/winhttp_fixture.h"
 
 namespace {
@@ -36,37 +37,32 @@ class WinHttpTls : public WinHttp {
 
 TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
 {
-    const struct {
-        const char* identity;
-        int maxTls = 0;
-        const char* roots = nullptr;  // NULL: the test's
-        const char* outcome = "send 12175";
-    } rows[] = {
+    // The highest version, or 0, and the roots, NULL for the test's.
+    const Row<const char*, int, const char*, const char*> rows[] = {
         {"kv.pem", 0, nullptr, "200"},
         {"kv.pem", TLS1_2_VERSION, nullptr, "200"},
-        {"kv.pem", TLS1_1_VERSION},
-        {"other-name.pem"},
-        {"unknown-root.pem"},
-        {"self-signed.pem"},
-        {"expired.pem"},
-        {"not-yet-valid.pem"},
-        {"expired.pem", TLS1_2_VERSION},
-        {"kv.pem", 0, "/nonexistent/roots.pem"},
-        {"kv.pem", 0, "/dev/null"},
-        {"kv.pem", 0, ""},  // the system's roots
+        {"kv.pem", TLS1_1_VERSION, nullptr, "send 12175"},
+        {"other-name.pem", 0, nullptr, "send 12175"},
+        {"unknown-root.pem", 0, nullptr, "send 12175"},
+        {"self-signed.pem", 0, nullptr, "send 12175"},
+        {"expired.pem", 0, nullptr, "send 12175"},
+        {"not-yet-valid.pem", 0, nullptr, "send 12175"},
+        {"expired.pem", TLS1_2_VERSION, nullptr, "send 12175"},
+        {"kv.pem", 0, "/nonexistent/roots.pem", "send 12175"},
+        {"kv.pem", 0, "/dev/null", "send 12175"},
+        {"kv.pem", 0, "", "send 12175"},  // the system's roots
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.identity);
-        setenv("SSL_CERT_FILE", row.roots != nullptr ? row.roots : roots_.c_str(), 1);
+    for (const auto& [identity, maxTls, roots, outcome] : rows) {
+        SCOPED_TRACE(identity);
+        setenv("SSL_CERT_FILE", roots != nullptr ? roots : roots_.c_str(), 1);
         RawServer::Seen seen;
         {
-            RawServer server(Answer(kOk), row.identity, row.maxTls);
+            RawServer server(Answer(kOk), identity, maxTls);
             ConnectTo(Entry(443, server));
-            EXPECT_EQ(Outcome(Perform({"kv.test", 443, "/keys", "GET", "Authorization: Bearer secret\r\n"})),
-                      row.outcome);
+            EXPECT_EQ(Outcome(Perform({"kv.test", 443, "/keys", "GET", "Authorization: Bearer secret\r\n"})), outcome);
             seen = server.seen();
         }
-        ASSERT_EQ(seen.requests.size(), std::string(row.outcome) == "200" ? 1U : 0U);
+        ASSERT_EQ(seen.requests.size(), std::string(outcome) == "200" ? 1U : 0U);
         EXPECT_TRUE(seen.requests.empty() || seen.serverName == "kv.test");
     }
 }
@@ -120,11 +116,7 @@ TEST_F(WinHttpTls, ResumesASessionWhileTheRootsAreTheSame)
         Trust({"root.pem"});
         RawServer server(Answer(kOk), "kv.pem", maxTls);
         ConnectTo(Entry(443, server));
-        const struct {
-            const char* name;
-            std::function<void()> before;
-            int resumed;
-        } rows[] = {
+        const Row<const char*, std::function<void()>, int> rows[] = {
             {"first", [] {}, 0},
             {"again", [] {}, 1},
             {"other roots, the same among them",
@@ -136,10 +128,10 @@ TEST_F(WinHttpTls, ResumesASessionWhileTheRootsAreTheSame)
             {"forgotten by the server", [&] { server.ForgetSessions(); }, 2},
             {"again", [] {}, 3},
         };
-        for (const auto& row : rows) {
-            row.before();
-            EXPECT_EQ(Get(), "200") << row.name;
-            EXPECT_EQ(server.seen().resumed, row.resumed) << row.name;
+        for (const auto& [name, before, resumed] : rows) {
+            before();
+            EXPECT_EQ(Get(), "200") << name;
+            EXPECT_EQ(server.seen().resumed, resumed) << name;
         }
     }
 }

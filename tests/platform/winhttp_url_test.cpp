@@ -1,3 +1,4 @@
+#include "tests/common/row.h"
 #include "tests/platform/winhttp_fixture.h"
 
 namespace {
@@ -5,11 +6,8 @@ namespace {
 TEST_F(WinHttp, FollowsRedirects)
 {
     const std::string fields = "Authorization: s\r\n";
-    const struct {
-        const char* verb;
-        const char* answer;  // status and location
-        std::string second;  // the second request, if there is one
-    } rows[] = {
+    // Verb, status and location, and the second request, if there is one.
+    const Row<const char*, const char*, std::string> rows[] = {
         {"GET", "301 /n?q=1", Wire("GET /n?q=1", fields)},
         {"GET", "302 n\r\nLocation: /second", Wire("GET /a/n", fields)},
         {"GET", "302 http://other.test/n", Wire("GET /n", "", "", "other.test")},
@@ -22,25 +20,26 @@ TEST_F(WinHttp, FollowsRedirects)
         {"GET", "302 ", ""},
         {"GET", "304 /n", ""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.verb) + " " + row.answer);
-        const std::string status(row.answer, 3);
-        const std::string body = row.verb[0] == 'P' ? "hi" : "";
+    for (const auto& [verb, answer, second] : rows) {
+        SCOPED_TRACE(std::string(verb) + " " + answer);
+        const std::string status(answer, 3);
+        const std::string location = answer + 4;
+        const std::string body = verb[0] == 'P' ? "hi" : "";
         std::atomic<int> count{0};
         RawServer server([&](Peer& peer) {
             peer.ReadRequest();
             peer.Write(count++ != 0 ? kOk
-                                    : "HTTP/1.1 " + status + " Moved\r\nLocation: " + (row.answer + 4) +
+                                    : "HTTP/1.1 " + status + " Moved\r\nLocation: " + location +
                                           "\r\nContent-Length: 4\r\n\r\ngone");
         });
         ConnectTo(Entry(80, server) + Entry(81, server));
-        const Reply reply = Perform({"kv.test", 80, "/a/b", row.verb, fields, body});
-        std::vector<std::string> requests = {Wire(row.verb + std::string(" /a/b"), fields, body)};
-        if (!row.second.empty())
-            requests.push_back(row.second);
+        const Reply reply = Perform({"kv.test", 80, "/a/b", verb, fields, body});
+        std::vector<std::string> requests = {Wire(verb + std::string(" /a/b"), fields, body)};
+        if (!second.empty())
+            requests.push_back(second);
         EXPECT_EQ(server.requests(), requests);
-        EXPECT_EQ(Outcome(reply), row.second.empty() ? status : "200");
-        EXPECT_EQ(row.second.empty() ? kOk : reply.head + reply.body, kOk);
+        EXPECT_EQ(Outcome(reply), second.empty() ? status : "200");
+        EXPECT_EQ(second.empty() ? kOk : reply.head + reply.body, kOk);
     }
 
     RawServer loop(Answer("HTTP/1.1 302 Found\r\nLocation: /again\r\nContent-Length: 0\r\n\r\n"));
@@ -50,10 +49,8 @@ TEST_F(WinHttp, FollowsRedirects)
 
 TEST(WinHttpCrackUrl, FindsTheHost)
 {
-    const struct {
-        const char16_t* url;
-        std::string host;  // and the port, or the error
-    } rows[] = {
+    // Host and port, or the error.
+    const Row<const char16_t*, std::string> rows[] = {
         {u"http://localhost:40342/metadata/identity/oauth2/token", "localhost 40342"},
         {u"HTTPS://Kv.Test", "Kv.Test 443"},
         {u"http://127.0.0.1?x=1:2@3", "127.0.0.1 80"},
@@ -77,10 +74,10 @@ TEST(WinHttpCrackUrl, FindsTheHost)
     URL_COMPONENTS parts = {};
     parts.dwStructSize = sizeof(parts);
     parts.lpszHostName = host;
-    for (const auto& row : rows) {
+    for (const auto& [url, expected] : rows) {
         parts.dwHostNameLength = 11;
-        const DWORD error = ErrorOf(WinHttpCrackUrl(row.url, 0, ICU_DECODE, &parts));
-        EXPECT_EQ(error != 0 ? std::to_string(error) : ToUtf8(host) + " " + std::to_string(parts.nPort), row.host);
+        const DWORD error = ErrorOf(WinHttpCrackUrl(url, 0, ICU_DECODE, &parts));
+        EXPECT_EQ(error != 0 ? std::to_string(error) : ToUtf8(host) + " " + std::to_string(parts.nPort), expected);
     }
 
     const char16_t url[] = u"https://user:pass@h:1/p/q?x#f";

@@ -10,6 +10,7 @@
 
 #include "register/command.h"
 #include "register/module_files.h"
+#include "tests/common/row.h"
 
 namespace kelvaro_register {
 namespace {
@@ -245,12 +246,7 @@ TEST_F(Register, InstallsReportsAndUndoesEverything)
 
 TEST_F(Register, NamesTheRefusedCallAndUndoesTheOthers)
 {
-    const struct {
-        const char* call;
-        NTSTATUS answer;
-        const char* text;
-        const char* changes;
-    } rows[] = {
+    const Row<const char*, NTSTATUS, const char*, const char*> rows[] = {
         {"query", kBroken, "BCryptQueryProviderRegistration answered 0xc0000001", ""},
         {"register", kStatusAccessDenied, "BCryptRegisterProvider answered 0xc0000022: run this as an administrator",
          "register "},
@@ -261,11 +257,11 @@ TEST_F(Register, NamesTheRefusedCallAndUndoesTheOthers)
         {"register", 0, "BCryptQueryProviderRegistration answered 0xc0000225", "register add remove unregister "},
         {"add", 0, "BCryptEnumContextFunctionProviders answered 0xc0000225", "register add remove unregister "},
     };
-    for (const auto& row : rows) {
-        router.answers = {{row.call, row.answer}};
-        Expect({"install"}, kRefused, row.text, row.changes);
-        EXPECT_TRUE(router.image.empty()) << row.text;
-        EXPECT_FALSE(IsListed()) << row.text;
+    for (const auto& [call, answer, text, changes] : rows) {
+        router.answers = {{call, answer}};
+        Expect({"install"}, kRefused, text, changes);
+        EXPECT_TRUE(router.image.empty()) << text;
+        EXPECT_FALSE(IsListed()) << text;
     }
     // An uninstallation tries both.
     router.answers.clear();
@@ -292,32 +288,27 @@ TEST_F(Register, NeedsOnlyTheModuleForTheSystemsOwnPrograms)
 TEST_F(Register, KnowsWhichModulesProgramsCanLoad)
 {
     const std::string x64 = ImageHeader(kMachineX64);
-    const struct {
-        const char* name;
-        std::string bytes;
-        WORD wanted;
-        ModuleFit fit = ModuleFit::NoModule;
-        WORD machine = 0;
-    } rows[] = {
+    const Row<const char*, std::string, WORD, ModuleFit, WORD> rows[] = {
         {"x64 for x64", x64, kMachineX64, ModuleFit::Fits, kMachineX64},
         {"x86 for x86", ImageHeader(kMachineX86), kMachineX86, ModuleFit::Fits, kMachineX86},
         {"x64 for x86", x64, kMachineX86, ModuleFit::WrongMachine, kMachineX64},
         {"x86 for x64", ImageHeader(kMachineX86), kMachineX64, ModuleFit::WrongMachine, kMachineX86},
         {"far header", ImageHeader(kMachineX64, 0x2022, 0x12344), kMachineX64, ModuleFit::Fits, kMachineX64},
-        {"a program, not a DLL", ImageHeader(kMachineX64, 0x0022), kMachineX64},
-        {"empty", "", kMachineX64},
-        {"cut in the first header", x64.substr(0, 63), kMachineX64},
-        {"cut in the second header", x64.substr(0, x64.size() - 1), kMachineX64},
-        {"other magic bytes", "ZM" + x64.substr(2), kMachineX64},
-        {"header beyond the end", x64.substr(0, 60) + "\xF0\xFF\xFF\xFF" + x64.substr(64), kMachineX64},
-        {"not PE", x64.substr(0, 128) + "NE" + x64.substr(130), kMachineX64},
-        {"Linux module", "\x7f" + std::string("ELF") + std::string(100, '\0'), kMachineX64},
+        {"a program, not a DLL", ImageHeader(kMachineX64, 0x0022), kMachineX64, ModuleFit::NoModule},
+        {"empty", "", kMachineX64, ModuleFit::NoModule},
+        {"cut in the first header", x64.substr(0, 63), kMachineX64, ModuleFit::NoModule},
+        {"cut in the second header", x64.substr(0, x64.size() - 1), kMachineX64, ModuleFit::NoModule},
+        {"other magic bytes", "ZM" + x64.substr(2), kMachineX64, ModuleFit::NoModule},
+        {"header beyond the end", x64.substr(0, 60) + "\xF0\xFF\xFF\xFF" + x64.substr(64), kMachineX64,
+         ModuleFit::NoModule},
+        {"not PE", x64.substr(0, 128) + "NE" + x64.substr(130), kMachineX64, ModuleFit::NoModule},
+        {"Linux module", "\x7f" + std::string("ELF") + std::string(100, '\0'), kMachineX64, ModuleFit::NoModule},
     };
-    for (const auto& row : rows) {
-        const WideText folder = With(row.name, row.bytes);
-        const ModuleFile file = InspectModule({"programs", folder, folder, row.wanted});
-        EXPECT_EQ(file.fit, row.fit) << row.name;
-        EXPECT_EQ(file.machine, row.machine) << row.name;
+    for (const auto& [name, bytes, wanted, fit, machine] : rows) {
+        const WideText folder = With(name, bytes);
+        const ModuleFile file = InspectModule({"programs", folder, folder, wanted});
+        EXPECT_EQ(file.fit, fit) << name;
+        EXPECT_EQ(file.machine, machine) << name;
     }
     const WideText folder = path_.u16string();
     EXPECT_EQ(InspectModule({"programs", folder, folder, kMachineX64}).fit, ModuleFit::Missing);

@@ -1,39 +1,36 @@
 // Deletion, purge and recovery.
+#include "tests/common/row.h"
 #include "tests/vaultsim/sim_test.h"
 
 using DeletionTest = SimTest;
 
 TEST_F(DeletionTest, ADeletedObjectGoesThroughItsStates)
 {
-    const struct {
-        std::string collection;
-        const char* create;
-        const char* created;
-        const char* missing;
-    } rows[] = {
+    const Row<std::string, const char*, const char*, const char*> rows[] = {
         {"keys", R"({"kty":"EC"})", "200", "404 KeyNotFound"},
         {"certificates", R"({"policy":{"key_props":{"kty":"EC"},"x509_props":{"subject":"CN=x"}}})", "202",
          "404 CertificateNotFound"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.collection);
+    for (const auto& [collection, body, created, missing] : rows) {
+        SCOPED_TRACE(collection);
         sim.Reset();
-        Control("POST", "/vaults/contoso-keys/" + row.collection, R"({"name":"x","kty":"EC"})");
+        Control("POST", "/vaults/contoso-keys/" + collection, R"({"name":"x","kty":"EC"})");
         Control("PUT", "/deletion", R"({"beingDeletedAnswers":4})");
-        const std::string live = "/" + row.collection + "/x";
-        const std::string deleted = "/deleted" + row.collection + "/x";
-        const auto create = [&] { return Vault("POST", live + "/create", row.create).Outcome(); };
+        const std::string live = "/" + collection + "/x";
+        const std::string deleted = "/deleted" + collection + "/x";
+        const std::string given = body;
+        const auto create = [&] { return Vault("POST", live + "/create", given).Outcome(); };
         const auto recover = [&] { return Vault("POST", deleted + "/recover", "{}").Outcome(); };
         const std::string before = Get(live).body;
         const Reply gone = Vault("DELETE", live);
         EXPECT_EQ(gone.status, 200u);
         EXPECT_EQ(gone.Json()["recoveryId"], "https://contoso-keys.vault.azure.net" + deleted);
         EXPECT_GT(gone.Json()["scheduledPurgeDate"], gone.Json()["deletedDate"]);
-        EXPECT_EQ(Vault("DELETE", live).Outcome(), row.missing);
+        EXPECT_EQ(Vault("DELETE", live).Outcome(), missing);
 
         // The next four answers come while it is being deleted.
         const std::string conflict = "409 Conflict ObjectIsBeingDeleted";
-        EXPECT_EQ(Get(deleted).Outcome(), row.missing);
+        EXPECT_EQ(Get(deleted).Outcome(), missing);
         EXPECT_EQ(Vault("DELETE", deleted).Outcome(), conflict);
         EXPECT_EQ(create(), conflict);
         EXPECT_EQ(recover(), conflict);
@@ -49,8 +46,8 @@ TEST_F(DeletionTest, ADeletedObjectGoesThroughItsStates)
         const Reply purged = Vault("DELETE", deleted);
         EXPECT_EQ(purged.status, 204u);
         EXPECT_EQ(purged.body, "");
-        EXPECT_EQ(Vault("DELETE", deleted).Outcome(), row.missing);
-        EXPECT_EQ(create(), row.created);
+        EXPECT_EQ(Vault("DELETE", deleted).Outcome(), missing);
+        EXPECT_EQ(create(), created);
     }
 }
 

@@ -1,4 +1,5 @@
 // Faults that the module's tests don't meet.
+#include "tests/common/row.h"
 #include "tests/vaultsim/sim_test.h"
 
 class FaultTest : public SimTest {
@@ -14,18 +15,14 @@ TEST_F(FaultTest, StatusFaultsAreAppliedInOrderAndCountedDown)
     Fault(R"({"action":"status","status":500,"path":"/b/"})");
     Fault(R"({"action":"status","status":500,"perform":true,"path":"/c/"})");
     const char* const key = R"({"kty":"EC"})";
-    const struct {
-        const char* method;
-        const char* path;
-        DWORD status;
-    } rows[] = {
+    const Row<const char*, const char*, DWORD> rows[] = {
         {"GET", "/keys", 200},           {"GET", "/keys", 429},      {"GET", "/keys", 429},
         {"GET", "/keys", 200},           {"DELETE", "/keys/a", 503}, {"DELETE", "/keys/a", 503},
         {"POST", "/keys/b/create", 500}, {"GET", "/keys/b", 404},    {"POST", "/keys/c/create", 500},
         {"GET", "/keys/c", 200},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Vault(row.method, row.path, row.method[0] == 'P' ? key : "").status, row.status) << row.path;
+    for (const auto& [method, path, status] : rows)
+        EXPECT_EQ(Vault(method, path, method[0] == 'P' ? key : "").status, status) << path;
     Control("DELETE", "/faults");
     EXPECT_EQ(Vault("DELETE", "/keys/a").status, 404u);
 

@@ -1,4 +1,5 @@
 // Keys, signatures and lists. The tests of the tool and the provider verify signatures with independent code.
+#include "tests/common/row.h"
 #include "tests/vaultsim/sim_test.h"
 #include "vaultsim/key_material.h"
 #include "vaultsim/signature.h"
@@ -34,13 +35,8 @@ class KeyTest : public SimTest {
 
 TEST_F(KeyTest, EveryKindOfKeySignsAndVerifies)
 {
-    const struct {
-        const char* name;
-        const char* key;  // NULL: there already
-        const char* algorithm;
-        size_t digestSize;
-        size_t signatureSize;
-    } rows[] = {
+    // A name, the key to create or NULL, an algorithm with the sizes of digest and signature.
+    const Row<const char*, const char*, const char*, size_t, size_t> rows[] = {
         {"rsa2", R"({"kty":"RSA-HSM","key_size":"2048"})", "PS256", 32, 256},
         {"rsa2", nullptr, "RS512", 64, 256},
         {"rsa2", nullptr, "RSNULL", 245, 256},
@@ -49,22 +45,23 @@ TEST_F(KeyTest, EveryKindOfKeySignsAndVerifies)
         {"p521", R"({"kty":"EC","crv":"P-521"})", "ES512", 64, 132},
         {"k256", R"({"kty":"EC","crv":"P-256K"})", "ES256K", 32, 64},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.algorithm);
-        if (row.key) {
-            ASSERT_EQ(Vault("POST", std::string("/keys/") + row.name + "/create", row.key).status, 200u);
+    for (const auto& [name, key, algorithm, digestSize, signatureSize] : rows) {
+        SCOPED_TRACE(algorithm);
+        if (key) {
+            ASSERT_EQ(Vault("POST", std::string("/keys/") + name + "/create", key).status, 200u);
         }
-        const std::string digest(row.digestSize, 'd');
-        const Reply reply = Operate(row.name, "sign", row.algorithm, digest);
+        const std::string digest(digestSize, 'd');
+        const Reply reply = Operate(name, "sign", algorithm, digest);
         ASSERT_EQ(reply.status, 200u) << reply.body;
         const std::string signature = *FromBase64(reply.Json().value("value", ""));
-        EXPECT_EQ(signature.size(), row.signatureSize);
-        const auto verified = [&](const std::string& hash, const std::string& value) {
-            return Operate(row.name, "verify", row.algorithm, value, hash).body;
+        EXPECT_EQ(signature.size(), signatureSize);
+        const Row<std::string, std::string, const char*> checks[] = {
+            {digest, signature, "{\"value\":true}"},
+            {std::string(digestSize, 'e'), signature, "{\"value\":false}"},
+            {digest, signature.substr(0, signatureSize - 1), "{\"value\":false}"},
         };
-        EXPECT_EQ(verified(digest, signature), "{\"value\":true}");
-        EXPECT_EQ(verified(std::string(row.digestSize, 'e'), signature), "{\"value\":false}");
-        EXPECT_EQ(verified(digest, signature.substr(0, row.signatureSize - 1)), "{\"value\":false}");
+        for (const auto& [hash, value, verdict] : checks)
+            EXPECT_EQ(Operate(name, "verify", algorithm, value, hash).body, verdict);
     }
 
     // A leading zero belongs to the signature.

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/common/row.h"
 #include "tests/vaultsim/sim_test.h"
 
 namespace {
@@ -96,13 +97,8 @@ TEST_F(RefusalTest, RequestsAreRefusedAsTheServiceRefusesThem)
         return R"({"policy":{"key_props":)" + key + R"(,"x509_props":{"subject":"CN=x"}}})";
     };
     const char* const kBad = "400 BadParameter";
-    const struct {
-        const char* name;
-        const char* path;
-        std::string body;  // empty: a GET
-        const char* outcome;
-        const char* vault = "contoso-keys";
-    } rows[] = {
+    // empty: a GET
+    const Row<const char*, const char*, std::string, const char*, const char*> rows[] = {
         {"no such key", "/keys/none", "", "404 KeyNotFound"},
         {"no such version", "/keys/rsa/0123", "", "404 KeyNotFound"},
         {"no such certificate", "/certificates/none", "", "404 CertificateNotFound"},
@@ -149,9 +145,9 @@ TEST_F(RefusalTest, RequestsAreRefusedAsTheServiceRefusesThem)
         {"long pages", "/keys?api-version=7.0&maxresults=26", "", kBad},
         {"a page that wasn't offered", "/keys?api-version=7.0&$skiptoken=AAAA", "", kBad},
     };
-    for (const auto& row : rows) {
-        const Reply reply = Vault(row.body.empty() ? "GET" : "POST", row.path, row.body, row.vault);
-        EXPECT_EQ(reply.Outcome(), row.outcome) << row.name << " " << reply.body;
+    for (const auto& [name, path, body, outcome, vault] : rows) {
+        const Reply reply = Vault(body.empty() ? "GET" : "POST", path, body, vault ? vault : Simulator::kVault);
+        EXPECT_EQ(reply.Outcome(), outcome) << name << " " << reply.body;
     }
     EXPECT_EQ(Vault("GET", "/keys", "", "nobody").body, "no such vault: nobody.vault.azure.net");
 
@@ -221,11 +217,7 @@ TEST_F(RefusalTest, SignInNeedsTheWholeForm)
         const size_t at = good.find(text);
         return good.substr(0, at) + other + good.substr(at + text.size());
     };
-    const struct {
-        std::string body;
-        const char* outcome;
-        std::string path = {};
-    } rows[] = {
+    const Row<std::string, const char*, std::string> rows[] = {
         {with("~", "%7e"), "200"},
         {with("~", "+"), "401 invalid_client"},  // a blank, once decoded
         {good + "x", "401 invalid_client"},
@@ -238,8 +230,8 @@ TEST_F(RefusalTest, SignInNeedsTheWholeForm)
         {good, "400 invalid_request", "/elsewhere/oauth2/token"},
         {good, "404", std::string("/") + Simulator::kTenant + "/oauth2/v2.0/token"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(SignIn(row.body, row.path).Outcome(), row.outcome) << row.body << row.path;
+    for (const auto& [body, outcome, path] : rows)
+        EXPECT_EQ(SignIn(body, path).Outcome(), outcome) << body << path;
     EXPECT_EQ(Shape(SignIn(good + "x").body), Shape(ReadServiceSample("error-401-client-secret")));
     EXPECT_EQ(sim.SignIns(), 2);
 
@@ -280,22 +272,17 @@ TEST_F(RefusalTest, TheVaultAcceptsNoOtherToken)
 TEST_F(RefusalTest, MetadataAnswersAProperRequestOnly)
 {
     const std::string version = "&api-version=2018-02-01";
-    const struct {
-        const char* name;
-        std::string query;
-        DWORD status;
-        std::string headers = kMetadata;
-    } rows[] = {
+    const Row<const char*, std::string, DWORD, std::string> rows[] = {
         {"any letter case", kVaultResource + version, 200, "metadata: true\r\n"},
-        {"its own client id", kVaultResource + version + "&client_id=" + Simulator::kClientId, 200},
+        {"its own client id", kVaultResource + version + "&client_id=" + Simulator::kClientId, 200, kMetadata},
         {"no header", kVaultResource + version, 400, ""},
-        {"the other service's version", kVaultResource + "&api-version=2020-06-01", 400},
-        {"no version", kVaultResource, 400},
-        {"no resource", "api-version=2018-02-01", 400},
-        {"another resource", "resource=x" + version, 400},
+        {"the other service's version", kVaultResource + "&api-version=2020-06-01", 400, kMetadata},
+        {"no version", kVaultResource, 400, kMetadata},
+        {"no resource", "api-version=2018-02-01", 400, kMetadata},
+        {"another resource", "resource=x" + version, 400, kMetadata},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Metadata(row.query, row.headers).status, row.status) << row.name;
+    for (const auto& [name, query, status, headers] : rows)
+        EXPECT_EQ(Metadata(query, headers).status, status) << name;
     EXPECT_EQ(Send({"169.254.169.254", 80, "/metadata/instance?" + version, "GET", kMetadata}).status, 404u);
     const Reply unknown = Metadata(kVaultResource + version + "&client_id=nobody");
     EXPECT_EQ(unknown.status, 400u);
