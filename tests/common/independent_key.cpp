@@ -19,7 +19,7 @@ size_t WordAt(const std::string& blob, size_t index)
 std::string Part(const std::string& blob, size_t offset, size_t size)
 {
     if (offset > blob.size() || size > blob.size() - offset)
-        throw std::runtime_error("the blob is cut");
+        throw std::runtime_error("the blob is too short");
     return blob.substr(offset, size);
 }
 
@@ -52,13 +52,11 @@ std::string PublicKeyInfo(const std::string& algorithm, const std::string& key)
 
 std::string FromBase64(const std::string& text)
 {
-    const TextString wide = Wide(text);
-    const DWORD length = static_cast<DWORD>(wide.size());
     DWORD size = static_cast<DWORD>(text.size());
     std::string bytes(size, 0);
-    if (!CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, reinterpret_cast<BYTE*>(bytes.data()), &size,
+    if (!CryptStringToBinaryW(Wide(text).c_str(), 0, CRYPT_STRING_BASE64, reinterpret_cast<BYTE*>(bytes.data()), &size,
                               nullptr, nullptr))
-        throw std::runtime_error("no Base64: " + text);
+        throw std::runtime_error("not Base64: " + text);
     bytes.resize(size);
     return bytes;
 }
@@ -76,7 +74,7 @@ IndependentKey::IndependentKey(const std::string& pem)
     const std::string begin = "-----BEGIN PUBLIC KEY-----\n";
     const size_t end = pem.find("-----END PUBLIC KEY-----\n");
     if (pem.rfind(begin, 0) != 0 || end == std::string::npos)
-        throw std::runtime_error("no public key:\n" + pem);
+        throw std::runtime_error("not a public key:\n" + pem);
     der_ = FromBase64(pem.substr(begin.size(), end - begin.size()));
 }
 
@@ -112,7 +110,7 @@ IndependentKey IndependentKey::FromPoint(const std::string& group, const std::st
     return key;
 }
 
-IndependentKey IndependentKey::FromCngBlob(const std::string& blob, const std::string& group)
+IndependentKey IndependentKey::FromCngBlob(const std::string& blob)
 {
     const std::string magic = Part(blob, 0, 4);
     if (magic == "RSA1") {
@@ -120,10 +118,9 @@ IndependentKey IndependentKey::FromCngBlob(const std::string& blob, const std::s
         const size_t modulus = WordAt(blob, 3);
         return FromNumbers(Part(blob, 24 + exponent, modulus), Part(blob, 24, exponent));
     }
-    const bool named = magic.rfind("ECS", 0) == 0 || magic.rfind("ECK", 0) == 0;
     const std::string curve = magic.back() == '1' ? "P-256" : magic.back() == '3' ? "P-384" : "P-521";
     const size_t size = WordAt(blob, 1);
-    return FromPoint(named ? curve : group, Part(blob, 8, size), Part(blob, 8 + size, size));
+    return FromPoint(curve, Part(blob, 8, size), Part(blob, 8 + size, size));
 }
 
 IndependentKey IndependentKey::FromJwk(const std::string& jwk)

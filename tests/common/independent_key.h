@@ -1,5 +1,5 @@
-// A public key in other hands than the system's, OpenSSL's on Linux and Windows' own on Windows: the second opinion on
-// what the provider and the tool say and write.
+// A public key that other code checks, OpenSSL on Linux and Windows' own CNG on Windows: the second opinion on what the
+// provider and the tool say and write.
 #pragma once
 
 #include <string>
@@ -13,16 +13,16 @@ enum class SignatureForm {
 class IndependentKey {
   public:
     explicit IndependentKey(const std::string& pem);
-    // A CNG public blob, read by its published layout alone. group: of a curve whose magic word does not tell it.
-    static IndependentKey FromCngBlob(const std::string& blob, const std::string& group = "");
+    // A CNG public blob of RSA or a NIST curve, read by its published layout alone.
+    static IndependentKey FromCngBlob(const std::string& blob);
     static IndependentKey FromJwk(const std::string& jwk);
 
     const std::string& Der() const { return der_; }  // SubjectPublicKeyInfo
     std::string Fingerprint() const;                 // SHA-256 of it, hexadecimal
-    // Whether Verifies can tell of this signature. Not every Windows runtime reads those of a curve with a zero in
-    // front of r or s, one in a hundred: sign again.
+    // Whether Verifies can judge this signature. Some Windows runtimes misread a curve's signature with a zero in front
+    // of r or s, one in a hundred: sign again.
     bool CanTellOf(const std::string& signature, SignatureForm form) const;
-    // digest: of any size. hash: its name, "SHA256"; of no interest with a curve.
+    // digest: of any size. hash: its name, "SHA256"; unused with a curve.
     bool Verifies(const std::string& digest, const std::string& signature, const std::string& hash,
                   SignatureForm form) const;
 

@@ -7,39 +7,21 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "tests/common/simulator.h"
 
-// Takes `export NAME=value` lines of the simulator's file into this process, but for the root: each test has its own.
-static void ReadEnvironment(const std::string& path)
+// The value of a field of the line "ready control=PORT tls=PORT http=PORT arc=PORT dir=DIRECTORY".
+static std::string Field(const std::string& readyLine, const std::string& name)
 {
-    const std::string exported = "export ";
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        const size_t equals = line.find('=');
-        if (line.rfind(exported, 0) != 0 || equals == std::string::npos)
-            continue;
-        const std::string name = line.substr(exported.size(), equals - exported.size());
-        std::string value = line.substr(equals + 1);
-        if (value.size() >= 2 && (value.front() == '\'' || value.front() == '"') && value.back() == value.front())
-            value = value.substr(1, value.size() - 2);
-        if (name != "KELVARO_ROOT")
-            setenv(name.c_str(), value.c_str(), 1);
-    }
-}
-
-static int ControlPort(const std::string& readyLine)
-{
-    const std::string marker = " control=";
-    const size_t at = readyLine.find(marker);
+    const size_t at = readyLine.find(" " + name + "=");
     if (readyLine.rfind("ready", 0) != 0 || at == std::string::npos)
         throw std::runtime_error("the simulator did not start: " + readyLine);
-    return std::stoi(readyLine.substr(at + marker.size()));
+    const size_t start = at + name.size() + 2;
+    return readyLine.substr(start, readyLine.find(' ', start) - start);
 }
 
-// The child's end of the start: its standard output is the pipe, and it ends with this program whatever happens.
+// In the child: its standard output is the pipe, and it ends with this program.
 [[noreturn]] static void RunSimulator(int output, const std::string& directory)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -74,9 +56,14 @@ void Simulator::Start()
     if (pid_ == 0)
         RunSimulator(ends[1], directory_);
     close(ends[1]);
-    controlPort_ = ControlPort(ReadLine(ends[0]));
     // The read end stays open: the simulator may print further lines.
-    ReadEnvironment(directory_ + "/env");
+    const std::string line = ReadLine(ends[0]);
+    const auto entry = [&line](const char* port, const char* name) {
+        return std::string(":") + port + ":127.0.0.1:" + Field(line, name) + " ";
+    };
+    controlPort_ = std::stoi(Field(line, "control"));
+    setenv("KELVARO_CONNECT_TO", (entry("443", "tls") + entry("80", "http") + entry("40342", "arc")).c_str(), 1);
+    setenv("SSL_CERT_FILE", (directory_ + "/ca.pem").c_str(), 1);
 }
 
 void Simulator::Stop()
