@@ -30,7 +30,7 @@ static std::string Field(const std::string& readyLine, const std::string& name)
     const std::string standard = std::string(Simulator::kStandardVault) + ":standard";
     execl(KELVARO_VAULTSIM_PATH, "vaultsim", "--dir", directory.c_str(), "--vault", vault.c_str(), "--vault",
           standard.c_str(), "--tenant", Simulator::kTenant, "--client-id", Simulator::kClientId, "--client-secret",
-          Simulator::kClientSecret, "--oid", Simulator::kObjectId, "--quiet", static_cast<char*>(nullptr));
+          Simulator::kClientSecret, "--oid", Simulator::kObjectId, "--arc", "--quiet", static_cast<char*>(nullptr));
     _exit(127);
 }
 
@@ -69,7 +69,12 @@ void Simulator::Start()
 void Simulator::Stop()
 {
     kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
+    int status = 0;
+    waitpid(pid_, &status, 0);
     std::error_code ignored;
     std::filesystem::remove_all(directory_, ignored);
+    if (status != 0) {
+        fprintf(stderr, "the simulator ended with the status %d\n", status);
+        _exit(1);
+    }
 }

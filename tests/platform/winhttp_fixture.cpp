@@ -190,11 +190,13 @@ void ResolveToPorts(unsigned short first, unsigned short second)
     twoPorts[1] = std::to_string(second);
 }
 
-RawServer::Script Answer(std::string bytes)
+RawServer::Script Answer(std::string bytes, void (Peer::*end)())
 {
-    return [bytes = std::move(bytes)](Peer& peer) {
+    return [bytes = std::move(bytes), end](Peer& peer) {
         peer.ReadRequest();
         peer.Write(bytes);
+        if (end != nullptr)
+            (peer.*end)();
     };
 }
 

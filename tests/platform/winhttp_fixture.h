@@ -80,8 +80,8 @@ using Reply = HttpReply;
 
 constexpr char kOk[] = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 
-// A server's script: one request, then these bytes.
-RawServer::Script Answer(std::string bytes);
+// A server's script: one request, then these bytes, then `end`.
+RawServer::Script Answer(std::string bytes, void (Peer::*end)() = nullptr);
 
 // A request as WinHTTP sends it, with the caller's fields.
 std::string Wire(const std::string& start, const std::string& fields = "", const std::string& body = "",

@@ -2,7 +2,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <future>
 
 #include "tests/common/row.h"
@@ -106,19 +105,6 @@ TEST_F(WinHttp, ReadsNoFurtherThanItsCallerDoes)
 TEST_F(WinHttp, ReportsWhereAnExchangeBroke)
 {
     const std::string huge(32 << 20, 'b');
-    // A server that reads the request, writes this and then does `end`.
-    const auto then = [](void (Peer::*end)()) {
-        return [end](std::string bytes) {
-            return [end, bytes](Peer& peer) {
-                peer.ReadRequest();
-                peer.Write(bytes);
-                (peer.*end)();
-            };
-        };
-    };
-    const auto reset = then(&Peer::Reset);
-    const auto silent = then(&Peer::WaitForClose);
-    const auto dripping = then(&Peer::Drip);
     std::string interim;
     std::string trailers;
     while (trailers.size() < 70000) {
@@ -126,15 +112,9 @@ TEST_F(WinHttp, ReportsWhereAnExchangeBroke)
         trailers += "T: railer\r\n";
     }
     const std::string chunk = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n";
-    const struct {
-        const char* name;
-        RawServer::Script script;
-        const char* outcome;
-        const char* body = "";
-        bool hugeRequest = false;
-        size_t fieldSize = 0;
-    } rows[] = {
-        {"reset before the head", reset(""), "receive 12030"},
+    // A name, the server, the outcome and the body; whether the request is huge, and the size of a field.
+    const Row<const char*, RawServer::Script, std::string, std::string, bool, size_t> rows[] = {
+        {"reset before the head", Answer("", &Peer::Reset), "receive 12030"},
         {"closed before the head", Answer(""), "receive 12030"},
         {"closed inside a line", Answer("HTTP/1.1 20"), "receive 12030"},
         {"closed inside the head", Answer("HTTP/1.1 200 OK\r\nA: b\r\n"), "receive 12030"},
@@ -146,17 +126,20 @@ TEST_F(WinHttp, ReportsWhereAnExchangeBroke)
         {"trailers too long", Answer(chunk + "0\r\n" + trailers + "\r\n"), "available 12182", "abc"},
         {"request head too long", Answer(kOk), "send 12182", "", false, 65536},
         {"request head of nearly 64 KiB", Answer(kOk), "200", "ok", false, 65000},
-        {"head drips", dripping("HTTP/1.1 200 OK\r\nA: "), "receive 12002"},
-        {"head drips after an interim head", dripping("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 2"), "receive 12002"},
-        {"trailer drips", dripping(chunk + "0\r\nT: "), "available 12002", "abc"},
-        {"chunk size drips", dripping(chunk + "5;"), "available 12002", "abc"},
-        {"silence", silent(""), "receive 12002"},
-        {"silence after an interim head", silent("HTTP/1.1 100 Continue\r\n\r\n"), "receive 12002"},
+        {"head drips", Answer("HTTP/1.1 200 OK\r\nA: ", &Peer::Drip), "receive 12002"},
+        {"head drips after an interim head", Answer("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 2", &Peer::Drip),
+         "receive 12002"},
+        {"trailer drips", Answer(chunk + "0\r\nT: ", &Peer::Drip), "available 12002", "abc"},
+        {"chunk size drips", Answer(chunk + "5;", &Peer::Drip), "available 12002", "abc"},
+        {"silence", Answer("", &Peer::WaitForClose), "receive 12002"},
+        {"silence after an interim head", Answer("HTTP/1.1 100 Continue\r\n\r\n", &Peer::WaitForClose),
+         "receive 12002"},
         {"entity cut", Answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12030", "abc"},
         {"chunk cut", Answer("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\nabc"), "available 12030",
          "abc"},
         {"last chunk missing", Answer(chunk), "available 12030", "abc"},
-        {"entity stalls", silent("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"), "available 12002", "abc"},
+        {"entity stalls", Answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc", &Peer::WaitForClose),
+         "available 12002", "abc"},
         {"request not read", [](Peer& peer) { peer.WaitForClose(); }, "send 12002", "", true},
         // Not before the client has connected, or it would look refused.
         {"reset while sending",
@@ -168,19 +151,19 @@ TEST_F(WinHttp, ReportsWhereAnExchangeBroke)
     };
     // All at once, so that the time-outs can be long enough for a busy machine.
     OnThreads(static_cast<int>(std::size(rows)), [&](int i) {
-        const auto& row = rows[i];
-        SCOPED_TRACE(row.name);
-        RawServer server(row.script);
+        const auto& [name, script, outcome, body, isHuge, fieldSize] = rows[i];
+        SCOPED_TRACE(name);
+        RawServer server(script);
         Call call;
         call.port = server.port();
-        call.waitMs = strstr(row.outcome, "12002") != nullptr ? 300 : 0;
-        if (row.hugeRequest)
+        call.waitMs = outcome.find("12002") != outcome.npos ? 300 : 0;
+        if (isHuge)
             call.body = huge;
-        if (row.fieldSize != 0)
-            call.headers = "Authorization: " + std::string(row.fieldSize, 'x');
+        if (fieldSize != 0)
+            call.headers = "Authorization: " + std::string(fieldSize, 'x');
         const Reply reply = Perform(call);
-        EXPECT_EQ(Outcome(reply), row.outcome);
-        EXPECT_EQ(reply.body, row.body);
+        EXPECT_EQ(Outcome(reply), outcome);
+        EXPECT_EQ(reply.body, body);
     });
 }
 

@@ -1,10 +1,12 @@
 // What the vault, the sign-in endpoint and the identity services refuse, and how: what a wrong request of the module
 // would meet.
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "tests/common/row.h"
 #include "tests/vaultsim/sim_test.h"
+#include "vaultsim/openssl_ptr.h"
 
 namespace {
 
@@ -12,6 +14,21 @@ const std::string kDigest32(43, 'A');
 const std::string kDigest48(64, 'A');
 const std::string kVaultResource = "resource=https://vault.azure.net";
 const std::string kMetadata = "Metadata: True\r\n";
+
+// Sends bytes to the plain listener and reads to the end.
+std::string Raw(const std::string& bytes)
+{
+    const std::string entries = std::getenv("KELVARO_CONNECT_TO");
+    const size_t address = entries.find(" :80:") + 5;
+    const vaultsim::BioPtr socket(
+        BIO_new_connect(entries.substr(address, entries.find(' ', address) - address).c_str()));
+    BIO_write(socket.get(), bytes.data(), static_cast<int>(bytes.size()));
+    std::string answer;
+    char piece[4096];
+    for (int got = 0; (got = BIO_read(socket.get(), piece, sizeof piece)) > 0;)
+        answer.append(piece, static_cast<size_t>(got));
+    return answer;
+}
 
 json Claims(const std::string& token)
 {
@@ -140,6 +157,38 @@ TEST_F(RefusalTest, RequestsAreRefusedAsTheServiceRefusesThem)
     EXPECT_EQ(Vault("POST", "/keys/closed//encrypt", signature("RSA1_5", "AA")).status, 200u);
     const json verify = {{"alg", "RS256"}, {"digest", kDigest32}, {"value", kDigest48}};
     EXPECT_EQ(Vault("POST", "/keys/closed//verify", verify.dump()).body, "{\"value\":false}");
+}
+
+TEST_F(RefusalTest, MalformedRequestsReachNoService)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"HELLO\r\n\r\n", "HTTP/1.1 400 "},
+        {"GET /a HTTP/1.1\r\n\r\n", "HTTP/1.1 400 "},
+        {"GET /a HTTP/1.1\r\nHost: x\r\nbroken\r\n\r\n", "HTTP/1.1 400 "},
+        {"POST /a HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 411 "},
+        {"POST /a HTTP/1.1\r\nHost: x\r\nContent-Length: -1\r\n\r\n", "HTTP/1.1 400 "},
+        {"POST /a HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n", "HTTP/1.1 400 "},
+        {"POST /a HTTP/1.1\r\nHost: x\r\nContent-Length: 2\r\n\r\n{}"
+         "GET /b HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n",
+         "HTTP/1.1 404 "},
+        {"GET /metadata/identity/oauth2/token?api-version=2018-02-01&resource=https://vault.azure.net HTTP/1.1\r\n"
+         "Host: 169.254.169.254\r\nMetadata: True\r\nX-Two:  blanks \r\nConnection: close\r\n\r\n",
+         "HTTP/1.1 200 OK\r\n"},
+    };
+    for (const auto& [request, answer] : rows)
+        EXPECT_EQ(Raw(request).find(answer), 0u) << request;
+
+    // The journal has all of them as they came.
+    const json requests = sim.Journal();
+    ASSERT_EQ(requests.size(), std::size(rows) + 1) << "two of them on one connection";
+    EXPECT_EQ(requests[requests.size() - 2]["requestLine"], "GET /b HTTP/1.1");
+    const json& last = requests.back();
+    EXPECT_EQ(last["listener"], "http");
+    EXPECT_EQ(std::string(std::rbegin(rows)->first).find(last["requestLine"].get<std::string>() + "\r\n"), 0u);
+    EXPECT_EQ(last["headers"].dump(),
+              R"(["Host: 169.254.169.254","Metadata: True","X-Two:  blanks ","Connection: close"])");
+    EXPECT_EQ(last["status"], 200);
+    EXPECT_TRUE(last["fault"].is_null());
 }
 
 TEST_F(RefusalTest, SignInNeedsTheWholeForm)

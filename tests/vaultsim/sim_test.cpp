@@ -26,7 +26,8 @@ Reply SimTest::Vault(const std::string& method, const std::string& path, const s
 {
     static const std::string token = SignIn(SignInForm()).Json().value("access_token", "");
     const std::string query = path.find('?') == std::string::npos ? "?api-version=7.0" : "";
-    const std::string headers = "Authorization: Bearer " + token + "\r\nContent-Type: application/json\r\n";
+    const std::string headers =
+        "Authorization: Bearer " + token + "\r\nContent-Type: application/json; charset=utf-8\r\n";
     return Send({vault + ".vault.azure.net", 443, path + query, method, headers, body});
 }
 
