@@ -74,17 +74,11 @@ Issued CertsTest::Issue(const json& spec)
     return {FromBase64(answer["der"]), answer["der"], answer["pem"], answer["hash"]};
 }
 
-void CertsTest::AddVaultCertificate(const std::string& name, const std::string& kty, const std::string& subject)
+void CertsTest::AddVaultCertificate(const std::string& name, const json& more)
 {
-    json body = {{"name", name}, {"kty", kty}, {"crv", "P-256"}};
-    if (!subject.empty())
-        body["subject"] = subject;
+    json body = {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}};
+    body.update(more);
     sim.Control("POST", VaultPath("/certificates"), body);
-}
-
-void CertsTest::AddVaultCertificate(const std::string& name, const Issued& issued)
-{
-    sim.Control("POST", VaultPath("/certificates"), {{"name", name}, {"pem", issued.pem}, {"kty", "EC"}});
 }
 
 std::string CertsTest::VaultHash(const std::string& name)

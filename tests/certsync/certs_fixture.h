@@ -30,10 +30,8 @@ class CertsTest : public HostTest {
 
     // spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
     Issued Issue(const nlohmann::json& spec);
-    // A certificate object of the vault with a new key. kty: "RSA" or "EC".
-    void AddVaultCertificate(const std::string& name, const std::string& kty = "EC", const std::string& subject = "");
-    // A new version of one, as it was issued.
-    void AddVaultCertificate(const std::string& name, const Issued& issued);
+    // A new version of a certificate of the vault. more: as the simulator's control call takes it; without, a new key.
+    void AddVaultCertificate(const std::string& name, const nlohmann::json& more = nlohmann::json::object());
     // The hash of the newest version of a certificate of the vault.
     std::string VaultHash(const std::string& name);
 

@@ -12,7 +12,8 @@
 
 namespace {
 
-// Few different digits, so that hashes match by chance: hashes of 40 digits, joined with and without commas, and other characters.
+// Few different digits, so that hashes match by chance: hashes of 40 digits, joined with and without commas, and other
+// characters.
 std::string RandomList(std::mt19937& random, int hashes)
 {
     static const std::string kJoints[] = {",", "", "", ",,", "f", " x,"};

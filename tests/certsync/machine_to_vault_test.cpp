@@ -62,7 +62,7 @@ TEST_F(MachineToVaultTest, TheHostsCertificateReplacesTheVaults)
         SCOPED_TRACE(std::string(kty) + (machine ? " machine" : " user"));
         sim.Reset();
         ClearStores();
-        AddVaultCertificate("web", kty);
+        AddVaultCertificate("web", {{"kty", kty}});
         const Issued issued = Issue({{"key", "web"}, {"subject", "CN=web01"}});
         AddToStore(issued, "web", machine);
         SetList("");

@@ -60,7 +60,7 @@ TEST_F(VaultToMachineTest, NewCertificatesAreBoundAndDummiesAreOnlyRecorded)
     EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "CertSync")) << "with an empty vault";
     const std::string coded = "-vBAgAAwBA" + std::string(33, 'z');
     AddVaultCertificate(coded);
-    AddVaultCertificate("dummy", "EC", "CN=Dummy Certificate Name");
+    AddVaultCertificate("dummy", {{"subject", "CN=Dummy Certificate Name"}});
     AddVaultCertificate("web");
     EXPECT_EQ((Strings{"GET /certificates", "GET /certificates/" + coded, "GET /certificates/dummy",
                        "GET /certificates/web", "GET /keys/absent"}),
@@ -178,10 +178,10 @@ TEST_F(VaultToMachineTest, RenewedCertificatesAndOnesUnderTwoNames)
 {
     const Issued first = Issue({{"subject", "CN=web"}});
     const Issued second = Issue({{"subject", "CN=web"}});
-    AddVaultCertificate("web", first);
-    AddVaultCertificate("web2", first);
+    AddVaultCertificate("web", {{"pem", first.pem}});
+    AddVaultCertificate("web2", {{"pem", first.pem}});
     EXPECT_EQ((Strings{"GET /certificates", "GET /certificates/web", "GET /keys/absent"}), Run());
-    AddVaultCertificate("web", second);
+    AddVaultCertificate("web", {{"pem", second.pem}});
     RunLater();
     EXPECT_EQ(Sorted({InMachine(first.hash, "web"), InMachine(second.hash, "web")}), Store());
     EXPECT_EQ(first.hash + "," + second.hash + ",", CertSync());
@@ -216,7 +216,7 @@ TEST_F(VaultToMachineTest, AListOfAnyFormIsSearched)
 TEST_F(VaultToMachineTest, ACertificateInTheStoreIsBound)
 {
     const Issued issued = Issue({{"subject", "CN=web"}});
-    AddVaultCertificate("web", issued);
+    AddVaultCertificate("web", {{"pem", issued.pem}});
     AddToStore(issued, "elsewhere", true, kOtherProvider);
     Run();
     EXPECT_EQ(Strings{InMachine(issued.hash, "web")}, Store());

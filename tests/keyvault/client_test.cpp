@@ -34,8 +34,10 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
     const std::string machine = MachineName();
     ASSERT_FALSE(machine.empty());
     std::string manyMachines, many;
-    for (int i = 0; i < 200; ++i)
-        manyMachines += "%D", many += machine;
+    for (int i = 0; i < 200; ++i) {
+        manyMachines += "%D";
+        many += machine;
+    }
     const Row<const char*, std::string, std::string> rows[] = {
         {"the identity's marker", "%G", "oidguid"},
         {"the marker behind other text", "kv%G", "kvoidguid"},
@@ -48,11 +50,7 @@ TEST_F(ClientObject, TemplatesBecomeVaultNames)
         {"an unknown escape", "%x9", "9"},
         {"escapes are case-sensitive", "%d%g1", "1"},
         {"a doubled percent sign", "a%%b", "ab"},
-        {"letters beyond ASCII",
-         "\xC3\x84"
-         "B",
-         "\xC3\x84"
-         "b"},
+        {"letters beyond ASCII", "\u00c4B", "\u00c4b"},
         {"text beyond the buffer", std::string(600, '.') + "abc", ""},
         {"an expansion beyond the buffer", manyMachines, Filtered(many)},
     };

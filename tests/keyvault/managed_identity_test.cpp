@@ -200,7 +200,7 @@ TEST_F(ManagedIdentity, AnswersOfTheMetadataService)
     OpenAnotherPort();
     const nlohmann::json unmet = {{"action", "raw"}, {"raw", Challenge("WWW-Authenticate: Basic realm=/etc/hostname")}};
     const nlohmann::json silence = {{"action", "reset-before"}, {"times", 10}};
-    // The line that reports the refusal ends like this.
+    // line: the end of the logged error, NULL if there is none
     const Row<const char*, std::string, nlohmann::json, int, const char*> rows[] = {
         {"a type alone is a success", "", status(200, R"({"token_type":"Bearer"})"), 1, nullptr},
         {"a token alone is a success", "", status(200, R"({"access_token":"abc"})"), 1, nullptr},

@@ -109,6 +109,7 @@ TEST_F(VaultOperation, FailsAtOnceForOtherReasons)
         unsent->lastStatus = 429;
         clock.ClearWaits();
         EXPECT_FALSE(operation.run(unsent.get()));
+        EXPECT_EQ(0u, unsent->lastStatus);
         EXPECT_TRUE(clock.Waits().empty());
     }
 }
