@@ -14,7 +14,7 @@ bool IsPrivate(const std::string& address)
         if (address.rfind(begin, 0) == 0)
             return true;
     }
-    const int second = address.rfind("172.", 0) == 0 ? std::atoi(address.c_str() + 4) : 0;
+    const long second = address.rfind("172.", 0) == 0 ? std::strtol(address.c_str() + 4, nullptr, 10) : 0;
     return second >= 16 && second <= 31;
 }
 
@@ -33,7 +33,8 @@ std::string ProxyAddress(const std::string& host, bool secure)
 std::string AskProxy(const Facts& facts, const std::string& proxy, const std::string& host, std::string* problem)
 {
     const size_t colon = proxy.rfind(':');
-    const int port = colon == std::string::npos ? INTERNET_DEFAULT_HTTP_PORT : std::atoi(proxy.c_str() + colon + 1);
+    const long port =
+        colon == std::string::npos ? INTERNET_DEFAULT_HTTP_PORT : std::strtol(proxy.c_str() + colon + 1, nullptr, 10);
     const auto endpoints = Resolve(proxy.substr(0, colon), static_cast<INTERNET_PORT>(port), problem);
     if (endpoints.empty())
         return "";
@@ -166,20 +167,29 @@ Outcome ExplainRefusal(WebRequest request, const Facts& facts)
     return Failed(found, "the platform refuses the certificate", "look at it in a browser on this machine");
 }
 
+// Which directory the vault asks for: Bearer authorization="https://login.microsoftonline.com/TENANT", resource=...
+std::string TenantIn(const std::string& challenge)
+{
+    const std::string url = challenge.substr(0, challenge.find(','));
+    const size_t slash = url.rfind('/');
+    return slash == std::string::npos ? "" : url.substr(slash + 1, url.find('"', slash) - slash - 1);
+}
+
 // request: without a token.
-Outcome CheckTls(const WebRequest& request, Facts* facts, WebAnswer* answer)
+Outcome CheckTls(const WebRequest& request, Facts* facts)
 {
     constexpr DWORD kSecureChannelError = 12157;
-    *answer = Ask(request, facts->LeftMs());
-    if (answer->error == static_cast<DWORD>(ERROR_WINHTTP_SECURE_FAILURE) || answer->error == kSecureChannelError)
+    const WebAnswer answer = Ask(request, facts->LeftMs());
+    if (answer.error == static_cast<DWORD>(ERROR_WINHTTP_SECURE_FAILURE) || answer.error == kSecureChannelError)
         return ExplainRefusal(request, *facts);
-    if (answer->error) {
-        return Failed(request.host + ": " + WebErrorText(answer->error),
+    if (answer.error) {
+        return Failed(request.host + ": " + WebErrorText(answer.error),
                       "something takes the connection and doesn't answer, or breaks it",
                       "a firewall, a load balancer or a proxy on the way");
     }
-    NoteTime(*answer, facts);
-    return Good("issuer " + answer->issuer + ", until " + answer->expires);
+    NoteTime(answer, facts);
+    facts->vaultTenant = TenantIn(answer.Field("WWW-Authenticate"));
+    return Good("issuer " + answer.issuer + ", until " + answer.expires);
 }
 
 }  // namespace
@@ -209,21 +219,12 @@ Outcome CheckVaultPort(Facts& facts)
 
 Outcome CheckSignInTls(Facts& facts)
 {
-    WebAnswer answer;
-    return CheckTls({kSignInHost, "/common/oauth2/token"}, &facts, &answer);
+    return CheckTls({kSignInHost, "/common/oauth2/token"}, &facts);
 }
 
 Outcome CheckVaultTls(Facts& facts)
 {
-    WebAnswer answer;
-    const Outcome outcome = CheckTls({facts.VaultHost(), "/keys?api-version=7.0"}, &facts, &answer);
-    // Bearer authorization="https://login.microsoftonline.com/TENANT", resource=...
-    const std::string challenge = answer.Field("WWW-Authenticate");
-    const std::string directory = challenge.substr(0, challenge.find(','));
-    const size_t slash = directory.rfind('/');
-    if (slash != std::string::npos)
-        facts.vaultTenant = directory.substr(slash + 1, directory.find('"', slash) - slash - 1);
-    return outcome;
+    return CheckTls({facts.VaultHost(), "/keys?api-version=7.0"}, &facts);
 }
 
 void NoteTime(const WebAnswer& answer, Facts* facts)

@@ -63,7 +63,7 @@ Answer Write(const Tool& tool, const std::string& name)
     Key key = Key::Create(*provider, name, "ECDSA_P256", false);
     key.Finalize();
     try {
-        const Answer answer = SignWith(key, 1);
+        Answer answer = SignWith(key, 1);
         key.Delete();
         return answer;
     } catch (const Failure&) {

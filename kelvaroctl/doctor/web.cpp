@@ -1,6 +1,6 @@
 #include "kelvaroctl/doctor/web.h"
 
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "kelvaroctl/personal_store.h"
@@ -31,7 +31,7 @@ int64_t DaysOf(int64_t year, int64_t month, int64_t day)
 void ReadCertificate(HINTERNET request, WebAnswer* answer)
 {
     PCCERT_CONTEXT found = nullptr;
-    DWORD size = sizeof(found);
+    DWORD size = sizeof(void*);
     if (!WinHttpQueryOption(request, WINHTTP_OPTION_SERVER_CERT_CONTEXT, &found, &size))
         return;
     const std::unique_ptr<const CERT_CONTEXT, ContextFreer> owner(found);
@@ -125,13 +125,15 @@ std::string WebAnswer::Field(const char* name) const
 int64_t WebAnswer::Time() const
 {
     constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    int day = 0, year = 0, hour = 0, minute = 0, second = 0;
-    char month[4] = "";
-    if (std::sscanf(Field("Date").c_str(), "%*3s, %d %3s %d %d:%d:%d", &day, month, &year, &hour, &minute, &second) !=
-        6)
+    const std::string date = Field("Date");  // Sun, 06 Nov 1994 08:49:37 GMT
+    if (date.size() < 25)
         return 0;
-    const char* const found = std::strstr(kMonths, month);
-    return found ? DaysOf(year, (found - kMonths) / 3 + 1, day) * 86400 + hour * 3600 + minute * 60 + second : 0;
+    const auto number = [&](size_t at) { return int64_t{std::strtol(date.c_str() + at, nullptr, 10)}; };
+    const char* const month = std::strstr(kMonths, date.substr(8, 3).c_str());
+    if (!month)
+        return 0;
+    const int64_t days = DaysOf(number(12), (month - kMonths) / 3 + 1, number(5));
+    return days * 86400 + number(17) * 3600 + number(20) * 60 + number(23);
 }
 
 std::string WebErrorText(DWORD error)

@@ -19,6 +19,7 @@ struct WebRequest {
     DWORD ignoredCertificateErrors = 0;  // SECURITY_FLAG_IGNORE_...
 };
 
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value throws nothing.
 struct WebAnswer {
     DWORD error = 0;   // the platform's; 0: there is an answer
     DWORD status = 0;  // HTTP

@@ -45,7 +45,7 @@ struct SocketSystem {
             if (!part[2].empty())
                 *host = part[2];
             if (!part[3].empty())
-                *port = static_cast<INTERNET_PORT>(std::atoi(part[3].c_str()));
+                *port = static_cast<INTERNET_PORT>(std::strtol(part[3].c_str(), nullptr, 10));
             return;
         }
     }
