@@ -1,4 +1,4 @@
-// Key import: parameter lists, DER in small pieces, the private key that the provider keeps.
+// Key import: parameter lists, pieces of DER, the private key that the provider keeps.
 #pragma once
 
 #include <deque>
@@ -11,7 +11,7 @@ constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the 
 
 // An element of DER.
 Bytes Der(BYTE tag, const Bytes& contents);
-// rsa2048 with these attributes, each a DER element of its own.
+// rsa2048 with these attributes, each a DER element.
 Bytes WithAttributes(const Bytes& attributes);
 // An attribute of one value. objectId: its DER contents, a key usage without it.
 Bytes Attribute(const Bytes& value, const Bytes& objectId = {0x55, 0x1D, 0x0F});

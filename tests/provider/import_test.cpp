@@ -118,7 +118,7 @@ TEST_F(Pkcs8ImportTest, PlainKeysAreKeptAsBlobs)
     for (const DWORD bits : {2048u, 2056u, 3072u}) {
         SCOPED_TRACE(bits);
         const Bytes der = ReadPkcs8("rsa" + std::to_string(bits));
-        ASSERT_EQ(kDone, ImportPkcs8(der, &secret, bits == 3072 ? kLater : 0));  // without need of a password
+        ASSERT_EQ(kDone, ImportPkcs8(der, &secret, bits == 3072 ? kLater : 0));  // needs no password
         ExpectBlobOf(der, bits);
         ExpectNameless(KeptBlob(*imported()), "RSAPRIVATEBLOB", bits != 3072, true);
     }
@@ -212,7 +212,7 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
     const Bytes pkcs1(plain.begin() + 26, plain.end());
     Bytes threePrimes = pkcs1, negative = pkcs1;
     threePrimes[6] = 1;
-    negative[11] |= 0x80;  // the modulus' zero byte in front
+    negative[11] |= 0x80;  // the modulus's leading zero byte
     const Bytes rsa = Der(0x30, Der(0x06, kRsaId) + kNull);
     const auto info = [](const Bytes& algorithm, const Bytes& key) {
         return Der(0x30, Bytes{2, 1, 0} + algorithm + Der(0x04, key));

@@ -108,7 +108,7 @@ TEST_F(LogOutletsTest, LoadAndUnloadLookUpTheUserOnlyForTheirLines)
         {0, DLL_PROCESS_ATTACH, nullptr, 0, false},      {2, DLL_PROCESS_ATTACH, nullptr, 0, false},
         {4, DLL_PROCESS_ATTACH, &processEnds, 1, true},  {10, DLL_THREAD_ATTACH, nullptr, 0, false},
         {10, DLL_THREAD_DETACH, nullptr, 0, false},      {4, DLL_PROCESS_DETACH, nullptr, 1, true},
-        {4, DLL_PROCESS_DETACH, &processEnds, 1, false},  // the event log may be gone when a process ends
+        {4, DLL_PROCESS_DETACH, &processEnds, 1, false},  // no event when the process ends
         {0, DLL_PROCESS_DETACH, &processEnds, 0, false},
     };
     for (const auto& [level, reason, reserved, lines, event] : rows) {

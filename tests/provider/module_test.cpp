@@ -102,7 +102,7 @@ TEST_F(ModuleTest, SettingsReachOnlyTheClientOfTheirHive)
 {
     const std::string t511(511, 't'), t512(512, 't');
     const Row<const char*, std::string, std::string> texts[] = {
-        // The longest value, or another one, and one that is too long.
+        // A value, the longest one in the tenant's case, and one that is too long.
         {"KeyVault", "Contoso.Keys", t512}, {"TenantId", t511, t512},
         {"ClientId", "client", t512},       {"ClientSecret", "secret", t512},
         {"ClientCertID", "cert", t512},     {"ClientDPAPISecret", "", std::string(4096, 'A')},

@@ -11,7 +11,7 @@ struct Operation {
     const char* name;
     std::function<SECURITY_STATUS(Armed&)> run;
     std::set<SECURITY_STATUS> otherFailures = {};  // than NTE_NO_MEMORY; 0: it succeeds without the memory
-    int blocks = 1;                                // at least so many blocks of the process heap are indispensable
+    int blocks = 1;                                // at least, of the process heap, that it can't do without
     bool signsIn = false;
 };
 

@@ -179,7 +179,7 @@ TEST_F(PropertiesTest, SetValuesReadBack)
         EXPECT_EQ(0, SetKey(key, property, set, flags));
         EXPECT_EQ(read, GetKey(key, property, flags).bytes) << property;
     }
-    EXPECT_EQ(Words({0}), GetKey(key, "Key Usage").bytes) << "the stored one is another value";
+    EXPECT_EQ(Words({0}), GetKey(key, "Key Usage").bytes) << "not the stored value";
     EXPECT_EQ(Bytes{3}, GetKey(key, "other", kOnly).bytes);
     EXPECT_EQ(Hex(NTE_NOT_FOUND), Hex(GetKey(key, "MINE", kOnly).status));
     EXPECT_EQ(3u, StoredCount(key));
@@ -235,7 +235,7 @@ TEST_F(PropertiesTest, SecurityDescriptorsAreCheckedAndOnlyKept)
     const Bytes head(good.begin(), good.begin() + sizeof(SECURITY_DESCRIPTOR_RELATIVE));
     Bytes wrongRevision = good;
     wrongRevision[0] = 2;
-    // Eight bytes before the end an owner that says it has twelve.
+    // An owner eight bytes before the end that claims to have twelve.
     Bytes overTheEdge = Descriptor(static_cast<DWORD>(good.size() - 8));
     overTheEdge[good.size() - 8 + offsetof(SID, SubAuthorityCount)] = 1;
     const Row<const char*, Bytes, DWORD, SECURITY_STATUS> rows[] = {

@@ -1,4 +1,4 @@
-// What can be done to a client secret from outside a host only here.
+// Client secrets under conditions that only the Linux build can produce.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// In each case the clear secret serves, and stays.
+// In each case the clear secret is used, and kept.
 TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
 {
     const auto secret = [&] {
@@ -38,8 +38,8 @@ TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
     EXPECT_EQ("", root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret"));
 }
 
-// An administrator changes the secret beside a host, in another process, that opens providers without a pause.
-TEST_F(ProviderTest, ASecretSetBesideAnOpeningHostIsTheOneThatSignsIn)
+// An administrator sets new secrets while another process keeps opening providers.
+TEST_F(ProviderTest, ASecretSetWhileAHostOpensIsUsed)
 {
     SetLogLevel(0);
     const pid_t host = fork();
@@ -52,7 +52,7 @@ TEST_F(ProviderTest, ASecretSetBesideAnOpeningHostIsTheOneThatSignsIn)
     for (int round = 0; round < 100; round++) {
         const std::string secret = "secret-" + std::to_string(round) + "-end";
         root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", secret);
-        // The first open may still find the clear value; the second tells what became of it.
+        // The first open may still find the clear value; the second one reads the protected value.
         for (int opens = 0; opens < 2; opens++) {
             if (Narrow(KVCText(ProviderRecord()->machineKvc->clientSecret)) != secret)
                 lost += " " + std::to_string(round) + "." + std::to_string(opens);
@@ -62,7 +62,7 @@ TEST_F(ProviderTest, ASecretSetBesideAnOpeningHostIsTheOneThatSignsIn)
     kill(host, SIGKILL);
     int status = 0;
     waitpid(host, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status)) << "the host gave up";
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the host ended by itself";
     EXPECT_EQ("", lost);
 }
 

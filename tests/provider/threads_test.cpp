@@ -1,4 +1,4 @@
-// Many threads of a host at once: on one provider, on one key, on one property.
+// Many threads of a host on one provider, one key or one property.
 #include <atomic>
 #include <chrono>
 #include <functional>

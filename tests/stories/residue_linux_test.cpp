@@ -1,4 +1,4 @@
-// What a host's memory holds after everything is freed: nothing of a secret.
+// Nothing of a secret is left in a host's memory after everything is freed.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Pieces of secrets in each form that they take on their way, with a name for each.
+// Pieces of secrets in every encoding that they pass through, each with a name.
 class Needles {
   public:
     void AddBytes(const std::string& name, const std::string& bytes)
@@ -56,7 +56,7 @@ class Needles {
             AddBytes(name + ",reversed", std::string(piece.rbegin(), piece.rend()));
         }
     }
-    // The names of those that are somewhere in the bytes.
+    // The names of the pieces that the bytes contain.
     std::set<std::string> FoundIn(const std::string& bytes) const
     {
         std::set<std::string> found;
@@ -157,7 +157,7 @@ Bytes RandomLooking(size_t size, uint32_t seed)
 }
 
 constexpr char kPin[] = "31415926535897932384";
-// Of the encrypted files.
+// The password of the encrypted files.
 constexpr char kPassword[] = "p\xC3\xA4ssw\xC3\xB6rd \xE2\x82\xAC\xF0\x9D\x84\x9E";
 
 class ResidueTest : public testing::Test {
@@ -217,7 +217,7 @@ class ResidueTest : public testing::Test {
         // Long enough to make the body's buffer grow while it holds the value.
         Answer("/decrypt?", "{\"value\":\"" + value + "\",\"padding\":\"" + std::string(20000, 'x') + "\"}");
     }
-    // The service never answers like this.
+    // A key with its private numbers. The service never sends those.
     void WriteWholeKey(Needles* needles)
     {
         nlohmann::json key = {{"kid", "https://contoso-keys.vault.azure.net/keys/whole/1"}, {"kty", "RSA"}};
@@ -310,7 +310,7 @@ TEST_F(ResidueTest, NothingOfASecretIsLeftInMemory)
         {"a refused envelope", {"import PKCS7_ENVELOPE data/pkcs7/short.der 47 store"}, Simulator::kVault, NTE_BAD_KEY},
     };
     for (const auto& row : rows) {
-        // In the clear at first, as an administrator sets it; the open seals it.
+        // An administrator sets it in the clear; the open protects it.
         root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", Simulator::kClientSecret);
         root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", row.vault);
         std::vector<std::string> steps = {"provider"};
