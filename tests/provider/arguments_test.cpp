@@ -12,11 +12,8 @@ constexpr SECURITY_STATUS kFlags = NTE_BAD_FLAGS;
 constexpr SECURITY_STATUS kUnsupported = NTE_NOT_SUPPORTED;
 constexpr DWORD kAll = 0xFFFFFFFF;  // flags, some of which are invalid in every call
 
-struct Refusal {
-    const char* line;  // that the entry point logs, without its "Kelvaro" and the status
-    const char* fault;
-    SECURITY_STATUS expected, got;
-};
+// The line that the entry point logs, without its "Kelvaro" and the status; the fault; the statuses expected and got.
+using Refusal = Row<const char*, const char*, SECURITY_STATUS, SECURITY_STATUS>;
 
 class ArgumentsTest : public ProviderTest {
   protected:
@@ -31,11 +28,10 @@ class ArgumentsTest : public ProviderTest {
     {
         const Lines logged = ErrorLines();
         auto at = logged.begin();
-        for (const Refusal& row : rows) {
-            EXPECT_EQ(Hex(row.expected), Hex(row.got)) << row.line << ": " << row.fault;
-            const std::string line = std::string("Kelvaro") + row.line + " Error " + Hex(row.expected);
-            at = std::find(at, logged.end(), line);
-            ASSERT_NE(logged.end(), at) << row.line << ": " << row.fault;
+        for (const auto& [line, fault, expected, got] : rows) {
+            EXPECT_EQ(Hex(expected), Hex(got)) << line << ": " << fault;
+            at = std::find(at, logged.end(), std::string("Kelvaro") + line + " Error " + Hex(expected));
+            ASSERT_NE(logged.end(), at) << line << ": " << fault;
             ++at;
         }
         EXPECT_EQ(0u, sim.Journal().size());

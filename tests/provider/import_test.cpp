@@ -10,40 +10,34 @@ namespace {
 TEST_F(ImportTest, BlobsByTypeLengthAndFlag)
 {
     const Bytes good = RsaBlob(2048), small = RsaBlob(1024);
-    const struct {
-        const char* type;
-        Bytes data;
-        DWORD flags;
-        SECURITY_STATUS status;
-        const char* kept = nullptr;
-    } rows[] = {
+    const Row<const char*, Bytes, DWORD, SECURITY_STATUS, const char*> rows[] = {
         // A public key is never imported.
-        {"PUBLICBLOB", Bytes(3), 0, NTE_INVALID_PARAMETER},
-        {"PUBLICBLOB", Bytes(4), 0, NTE_INTERNAL_ERROR},
-        {"PUBLICBLOB", Bytes(300), NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION, NTE_INTERNAL_ERROR},
-        {"PUBLICBLOB", Bytes(4), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS},
-        {"PUBLICBLOB", Bytes(4), kLater, NTE_BAD_FLAGS},
-        {"PUBLICBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER},
-        {"RSAPUBLICBLOB", Bytes(1), 0, NTE_INTERNAL_ERROR},
-        {"RSAPUBLICBLOB", Bytes(1), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS},
+        {"PUBLICBLOB", Bytes(3), 0, NTE_INVALID_PARAMETER, nullptr},
+        {"PUBLICBLOB", Bytes(4), 0, NTE_INTERNAL_ERROR, nullptr},
+        {"PUBLICBLOB", Bytes(300), NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION, NTE_INTERNAL_ERROR, nullptr},
+        {"PUBLICBLOB", Bytes(4), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS, nullptr},
+        {"PUBLICBLOB", Bytes(4), kLater, NTE_BAD_FLAGS, nullptr},
+        {"PUBLICBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER, nullptr},
+        {"RSAPUBLICBLOB", Bytes(1), 0, NTE_INTERNAL_ERROR, nullptr},
+        {"RSAPUBLICBLOB", Bytes(1), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS, nullptr},
         // A private key is, if the host finalizes it. The type gives it its name, not the magic.
         {"RSAPRIVATEBLOB", good, kLater, 0, "RSAPRIVATEBLOB"},
         {"RSAFULLPRIVATEBLOB", RsaBlob(4096, 0x33415352), kLater, 0, "RSAFULLPRIVATEBLOB"},
         {"PRIVATEBLOB", RsaBlob(3072, 0x33415352), kLater, 0, "RSAPRIVATEBLOB"},
         {"RSAFULLPRIVATEBLOB", good, kLater, 0, "RSAFULLPRIVATEBLOB"},
-        {"RSAPRIVATEBLOB", good, 0, NTE_INTERNAL_ERROR},
-        {"RSAPRIVATEBLOB", small, kLater, NTE_NOT_SUPPORTED},
-        {"RSAPRIVATEBLOB", small, 0, NTE_NOT_SUPPORTED},
-        {"RSAPRIVATEBLOB", RsaBlob(2048, 0x31415352), kLater, NTE_NOT_SUPPORTED},
-        {"RSAPRIVATEBLOB", Bytes(1), kLater, NTE_NOT_SUPPORTED},
-        {"PRIVATEBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER},
-        {"PRIVATEBLOB", Bytes(4), kLater, NTE_NOT_SUPPORTED},
+        {"RSAPRIVATEBLOB", good, 0, NTE_INTERNAL_ERROR, nullptr},
+        {"RSAPRIVATEBLOB", small, kLater, NTE_NOT_SUPPORTED, nullptr},
+        {"RSAPRIVATEBLOB", small, 0, NTE_NOT_SUPPORTED, nullptr},
+        {"RSAPRIVATEBLOB", RsaBlob(2048, 0x31415352), kLater, NTE_NOT_SUPPORTED, nullptr},
+        {"RSAPRIVATEBLOB", Bytes(1), kLater, NTE_NOT_SUPPORTED, nullptr},
+        {"PRIVATEBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER, nullptr},
+        {"PRIVATEBLOB", Bytes(4), kLater, NTE_NOT_SUPPORTED, nullptr},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.type + std::string(" ") + std::to_string(&row - rows));
-        ASSERT_EQ(Hex(row.status), Import(row.type, row.data, nullptr, row.flags));
-        if (row.status == 0)
-            ExpectNameless(row.data, row.kept, false, false);
+    for (const auto& [type, data, flags, status, kept] : rows) {
+        SCOPED_TRACE(testing::Message() << type << " " << data.size() << " " << flags);
+        ASSERT_EQ(Hex(status), Import(type, data, nullptr, flags));
+        if (kept)
+            ExpectNameless(data, kept, false, false);
     }
 }
 

@@ -9,42 +9,6 @@ constexpr DWORD kPkcs1 = BCRYPT_PAD_PKCS1;
 constexpr DWORD kPss = BCRYPT_PAD_PSS;
 constexpr DWORD kOaep = NCRYPT_PAD_OAEP_FLAG;
 
-struct Decision {
-    const char* name;
-    const char* key;
-    DWORD flags;
-    const char* hashName;
-    size_t cbHash;
-    const char* alg;
-    Bytes front;    // what the vault gets in front of the hash
-    size_t cbKept;  // of the hash
-    size_t cbSignature;
-};
-const Bytes kSha1Info = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
-const Decision kDecisions[] = {
-    {"PKCS#1 SHA-1", "RSA", kPkcs1, "SHA1", 20, "RSNULL", kSha1Info, 20, 256},
-    {"PKCS#1 SHA-384", "RSA", kPkcs1, "SHA384", 48, "RS384", {}, 48, 256},
-    {"PKCS#1 SHA-512", "RSA", kPkcs1, "SHA512", 64, "RS512", {}, 64, 256},
-    {"name in lower case", "RSA", kPkcs1, "sha256", 32, "RS256", {}, 32, 256},
-    {"silent", "RSA", kPkcs1 | NCRYPT_SILENT_FLAG, "SHA1", 20, "RSNULL", kSha1Info, 20, 256},
-    {"PKCS#1 wins", "RSA", kPkcs1 | kPss, "SHA256", 32, "RS256", {}, 32, 256},
-    {"PSS SHA-256", "RSA", kPss, "SHA256", 32, "PS256", {}, 32, 256},
-    {"PSS SHA-384", "RSA", kPss, "SHA384", 48, "PS384", {}, 48, 256},
-    {"PSS SHA-512", "RSA", kPss, "sha512", 64, "PS512", {}, 64, 256},
-    {"P-256", "P-256", 0, nullptr, 32, "ES256", {}, 32, 64},
-    {"P-384", "P-384", 0, nullptr, 48, "ES384", {}, 48, 96},
-    {"P-521", "P-521", 0, nullptr, 64, "ES512", {}, 64, 132},
-    {"P-256, short", "P-256", 0, nullptr, 20, "ES256", Bytes(12), 20, 64},
-    {"P-384, short", "P-384", 0, nullptr, 20, "ES384", Bytes(28), 20, 96},
-    {"P-521, one byte", "P-521", 0, nullptr, 1, "ES512", Bytes(63), 1, 132},
-    {"P-521, SHA-384", "P-521", 0, nullptr, 48, "ES512", Bytes(16), 48, 132},
-    {"P-256, a byte more", "P-256", 0, nullptr, 33, "ES256", {}, 32, 64},
-    {"P-256, SHA-512", "P-256", 0, nullptr, 64, "ES256", {}, 32, 64},
-    {"P-384, SHA-512", "P-384", 0, nullptr, 64, "ES384", {}, 48, 96},
-    {"RSA that begins with a zero", "RSA0", kPss, "SHA256", 32, "PS256", {}, 32, 256},
-    {"P-384 that begins with a zero", "P-3840", 0, nullptr, 48, "ES384", {}, 48, 96},
-};
-
 class SigningTest : public ProviderTest {
   protected:
     void SetUp() override
@@ -59,25 +23,48 @@ TEST_F(SigningTest, EveryRowOfTheDecisionTable)
 {
     sim.AddKey(Simulator::kVault, {{"name", "RSA0"}, {"pem", PrivateKeyPem("rsa2048")}, {"leadingZero", true}});
     sim.AddKey(Simulator::kVault, {{"name", "P-3840"}, {"kty", "EC"}, {"crv", "P-384"}, {"leadingZero", true}});
-    for (const Decision& row : kDecisions) {
-        SCOPED_TRACE(row.name);
-        const NCRYPT_KEY_HANDLE key = OpenKey(row.key);
-        Bytes hash = Pattern(row.cbHash);
-        sim.ClearJournal();
-        const Result signature = Sign(key, hash, row.flags, row.hashName);
+    const Bytes sha1Info = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+    // The size of the hash, and what the vault gets.
+    const Row<const char*, DWORD, const char*, size_t, const char*, Bytes> rows[] = {
+        {"RSA", kPkcs1, "SHA1", 20, "RSNULL", sha1Info + Pattern(20)},
+        {"RSA", kPkcs1, "SHA384", 48, "RS384", Pattern(48)},
+        {"RSA", kPkcs1, "SHA512", 64, "RS512", Pattern(64)},
+        {"RSA", kPkcs1, "sha256", 32, "RS256", Pattern(32)},
+        {"RSA", kPkcs1 | NCRYPT_SILENT_FLAG, "SHA1", 20, "RSNULL", sha1Info + Pattern(20)},
+        {"RSA", kPkcs1 | kPss, "SHA256", 32, "RS256", Pattern(32)},
+        {"RSA", kPss, "SHA256", 32, "PS256", Pattern(32)},
+        {"RSA", kPss, "SHA384", 48, "PS384", Pattern(48)},
+        {"RSA", kPss, "sha512", 64, "PS512", Pattern(64)},
+        {"RSA0", kPss, "SHA256", 32, "PS256", Pattern(32)},
+        {"P-256", 0, nullptr, 32, "ES256", Pattern(32)},
+        {"P-384", 0, nullptr, 48, "ES384", Pattern(48)},
+        {"P-3840", 0, nullptr, 48, "ES384", Pattern(48)},
+        {"P-521", 0, nullptr, 64, "ES512", Pattern(64)},
+        // Shorter than the curve's hash, and longer.
+        {"P-256", 0, nullptr, 20, "ES256", Bytes(12) + Pattern(20)},
+        {"P-384", 0, nullptr, 20, "ES384", Bytes(28) + Pattern(20)},
+        {"P-521", 0, nullptr, 1, "ES512", Bytes(63) + Pattern(1)},
+        {"P-521", 0, nullptr, 48, "ES512", Bytes(16) + Pattern(48)},
+        {"P-256", 0, nullptr, 33, "ES256", Pattern(32)},
+        {"P-256", 0, nullptr, 64, "ES256", Pattern(32)},
+        {"P-384", 0, nullptr, 64, "ES384", Pattern(48)},
+    };
+    for (const auto& [keyName, flags, hashName, cbHash, alg, digest] : rows) {
+        SCOPED_TRACE(testing::Message() << keyName << " " << alg << " " << cbHash);
+        const NCRYPT_KEY_HANDLE key = OpenKey(keyName);
+        Bytes hash = Pattern(cbHash);
+        const Result signature = Sign(key, hash, flags, hashName);
         ASSERT_EQ(kDone, Hex(signature.status));
-        EXPECT_EQ(row.cbSignature, signature.bytes.size());
-        EXPECT_EQ(
-            "POST /keys/" + std::string(row.key) + "/" + Narrow(Record(key)->kvk.version) + "/sign?api-version=7.0",
-            sim.VaultRequests().back());
-        const std::string sent = Base64(row.front + Bytes(hash.begin(), hash.begin() + static_cast<long>(row.cbKept)));
-        EXPECT_EQ((json{{"alg", row.alg}, {"value", sent}}), Bodies("sign").back());
+        const std::string path = std::string("/keys/") + keyName + "/" + Narrow(Record(key)->kvk.version);
+        EXPECT_EQ("POST " + path + "/sign?api-version=7.0", sim.VaultRequests().back());
+        const std::string sent = Base64(digest), made = Base64(signature.bytes);
+        EXPECT_EQ((json{{"alg", alg}, {"value", sent}}), Bodies("sign").back());
 
-        EXPECT_EQ(kDone, Verify(key, hash, signature.bytes, row.flags, row.hashName));
-        EXPECT_EQ((json{{"alg", row.alg}, {"digest", sent}, {"value", Base64(signature.bytes)}}),
-                  Bodies("verify").back());
+        EXPECT_EQ(kDone, Verify(key, hash, signature.bytes, flags, hashName));
+        EXPECT_EQ((json{{"alg", alg}, {"digest", sent}, {"value", made}}), Bodies("verify").back());
         hash[0] ^= 1;
-        EXPECT_EQ(Hex(NTE_BAD_SIGNATURE), Verify(key, hash, signature.bytes, row.flags, row.hashName));
+        EXPECT_EQ(Hex(NTE_BAD_SIGNATURE), Verify(key, hash, signature.bytes, flags, hashName));
+        sim.ClearJournal();
     }
 }
 
