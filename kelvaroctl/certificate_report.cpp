@@ -29,8 +29,11 @@ std::vector<std::string> HashesOf(const std::string& record)
     return hashes;
 }
 
+// Writes only what has changed.
 static void WriteRecord(const SettingsHive& hive, const std::vector<std::string>& hashes)
 {
+    if (hashes == HashesOf(ReadRecord(hive)))
+        return;
     std::string record;
     for (const std::string& hash : hashes)
         record += hash + ",";

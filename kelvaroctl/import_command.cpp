@@ -86,7 +86,7 @@ static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
     if (named)
         CheckNameIsFree(*provider, arguments.name);
     Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password);
-    const DWORD bits = PropertyNumber(key.Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
+    const DWORD bits = key.NumberProperty(NCRYPT_LENGTH_PROPERTY);
     Answer answer;
     answer.object = {
         {"file", arguments.file}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};

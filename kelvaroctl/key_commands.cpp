@@ -23,34 +23,27 @@ struct KeyList {
     Json keys = Json::array();
     std::vector<Row> rows;
 
-    void Add(const std::string& name) { Add({{"name", name}}, {Printable(name)}); }
-    void Add(const std::string& name, const std::string& algorithm)
+    // algorithm: NULL if it wasn't read.
+    void Add(const std::string& name, const std::string* algorithm)
     {
-        Add({{"name", name}, {"algorithm", algorithm}},
-            {Printable(name), algorithm.empty() ? "-" : Printable(algorithm)});
-    }
-
-  private:
-    void Add(const Json& object, const Row& row)
-    {
-        keys.push_back(object);
-        rows.push_back(row);
+        keys.push_back({{"name", name}});
+        rows.push_back({Printable(name)});
+        if (!algorithm)
+            return;
+        keys.back()["algorithm"] = *algorithm;
+        rows.back().push_back(algorithm->empty() ? "-" : Printable(*algorithm));
     }
 };
 }  // namespace
-
-static void AddDetails(const Key& key, Json* object, Row* row)
-{
-    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-    AddFacts(publicKey, object);
-    row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
-}
 
 // Opens the key of the last row for its details.
 static void AddDetails(const Provider& provider, Json* object, Row* row)
 {
     try {
-        AddDetails(Key(provider, (*object)["name"].get<std::string>()), object, row);
+        const Key key(provider, (*object)["name"].get<std::string>());
+        const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+        AddFacts(publicKey, object);
+        row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
     } catch (const Failure& failure) {
         // Without sign-in, no other key will open either.
         if (failure.exit() == ExitCode::SignIn)
@@ -66,10 +59,8 @@ static void ListSome(const Provider& provider, const ListArguments& arguments, P
     for (const std::string& name : provider.KeyNames()) {
         if (name.compare(0, arguments.prefix.size(), arguments.prefix) != 0)
             continue;
-        if (arguments.names)
-            list->Add(name);
-        else
-            list->Add(name, Key(provider, name).AlgorithmName());
+        const std::string algorithm = arguments.names ? "" : Key(provider, name).AlgorithmName();
+        list->Add(name, arguments.names ? nullptr : &algorithm);
         progress->Show(std::to_string(list->rows.size()) + " keys listed");
     }
 }
@@ -77,7 +68,7 @@ static void ListSome(const Provider& provider, const ListArguments& arguments, P
 static void ListAll(const Provider& provider, ProgressLine* progress, KeyList* list)
 {
     provider.ForEachKey([&](const std::string& name, const std::string& algorithm) {
-        list->Add(name, algorithm);
+        list->Add(name, &algorithm);
         const size_t count = list->rows.size();
         progress->Show(std::to_string(count) + (count == 1 ? " key listed" : " keys listed"));
     });

@@ -77,7 +77,7 @@ Json KeyProperties(const Key& key)
 
 std::vector<std::string> KeyOperations(const Key& key)
 {
-    return NamesOfBits(PropertyNumber(key.Property(NCRYPT_KEY_USAGE_PROPERTY).value_or(Bytes())),
+    return NamesOfBits(key.NumberProperty(NCRYPT_KEY_USAGE_PROPERTY),
                        {{NCRYPT_ALLOW_SIGNING_FLAG, "sign"},
                         {NCRYPT_ALLOW_DECRYPT_FLAG, "decrypt"},
                         {NCRYPT_ALLOW_KEY_AGREEMENT_FLAG, "key agreement"}});

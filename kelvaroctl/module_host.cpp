@@ -165,7 +165,7 @@ Key::Key(const Provider& provider, const std::string& name) : provider_(provider
     const WideText wide = KeyName(name);
     Check(Operation::OpenKey, table().OpenKey(provider.handle(), &handle_, wide.c_str(), 0, provider.scopeFlag()));
     // The module takes an answer that isn't JSON for an RSA key without a modulus.
-    const bool empty = AlgorithmName() == "RSA" && !PropertyNumber(Property(NCRYPT_LENGTH_PROPERTY).value_or(Bytes()));
+    const bool empty = AlgorithmName() == "RSA" && !NumberProperty(NCRYPT_LENGTH_PROPERTY);
     if (empty) {
         table().FreeKey(provider.handle(), handle_);
         throw ForeignAnswerFailure("open the key '" + name + "'");
@@ -246,6 +246,11 @@ std::optional<Bytes> Key::Property(const WCHAR* name) const
     return ReadInTwoCalls(Operation::ReadKeyProperty, ToNarrow(name), [&](BYTE* output, DWORD room, DWORD* size) {
         return table().GetKeyProperty(provider_.handle(), handle_, name, output, room, size, 0);
     });
+}
+
+DWORD Key::NumberProperty(const WCHAR* name) const
+{
+    return PropertyNumber(Property(name).value_or(Bytes()));
 }
 
 std::string Key::AlgorithmName() const

@@ -73,6 +73,7 @@ class Key {
     std::string AlgorithmName() const;
     // nullopt if the provider does not have it for this key.
     std::optional<Bytes> Property(const WCHAR* name) const;
+    DWORD NumberProperty(const WCHAR* name) const;  // 0 likewise
     // RSAPUBLICBLOB or ECCPUBLICBLOB.
     Bytes PublicBlob() const;
 

@@ -11,20 +11,16 @@ namespace {
 [[noreturn]] void ThrowHiveFailure(HKEY hive, const std::string& attempt, LONG error)
 {
     const std::string place = SettingsPlace(hive);
-    switch (error) {
-        case ERROR_BADDB:
-            throw ConfigurationFailure("the settings in " + place +
-                                       " are damaged: repair the file or restore a good copy; "
-                                       "until then the provider runs without settings and none can be written");
-        case ERROR_ACCESS_DENIED:
-            throw ConfigurationFailure("cannot " + attempt + " in " + place +
-                                       ": access denied; run the command as an administrator");
-        case ERROR_LOCK_VIOLATION:
-            throw ConfigurationFailure("cannot " + attempt + " in " + place +
-                                       ": another process has locked the file; end it or try again");
-        default:
-            throw ConfigurationFailure("cannot " + attempt + " in " + place + ": error " + std::to_string(error));
+    if (error == ERROR_BADDB) {
+        throw ConfigurationFailure("the settings in " + place +
+                                   " are damaged: repair the file or restore a good copy; "
+                                   "until then the provider runs without settings and none can be written");
     }
+    throw ConfigurationFailure("cannot " + attempt + " in " + place + ": " +
+                               (error == ERROR_ACCESS_DENIED ? "access denied; run the command as an administrator"
+                                : error == ERROR_LOCK_VIOLATION
+                                    ? "another process has locked the file; end it or try again"
+                                    : "error " + std::to_string(error)));
 }
 
 // The key; NULL if there is none.
@@ -175,24 +171,17 @@ RawValue NumberValue(DWORD number)
 
 std::string TypeName(DWORD type)
 {
-    switch (type) {
-        case REG_NONE:
-            return "REG_NONE";
-        case REG_SZ:
-            return "REG_SZ";
-        case REG_EXPAND_SZ:
-            return "REG_EXPAND_SZ";
-        case REG_BINARY:
-            return "REG_BINARY";
-        case REG_DWORD:
-            return "REG_DWORD";
-        case REG_MULTI_SZ:
-            return "REG_MULTI_SZ";
-        case REG_QWORD:
-            return "REG_QWORD";
-        default:
-            return "registry type " + std::to_string(type);
+    static const struct {
+        DWORD type;
+        const char* name;
+    } rows[] = {{REG_NONE, "REG_NONE"},     {REG_SZ, "REG_SZ"},       {REG_EXPAND_SZ, "REG_EXPAND_SZ"},
+                {REG_BINARY, "REG_BINARY"}, {REG_DWORD, "REG_DWORD"}, {REG_MULTI_SZ, "REG_MULTI_SZ"},
+                {REG_QWORD, "REG_QWORD"}};
+    for (const auto& row : rows) {
+        if (row.type == type)
+            return row.name;
     }
+    return "registry type " + std::to_string(type);
 }
 
 // Why the module ignores a stored value; empty if it doesn't.

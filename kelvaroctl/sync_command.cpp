@@ -37,30 +37,23 @@ void CheckSyncIsOn(const Tool& tool, const SettingsHive& hive)
             "CertificatesOrKeys 0");
 }
 
-// Makes the module check some certificates again; the destructor records those that it didn't.
-class Forgotten {
-  public:
-    Forgotten(const SettingsHive& hive, const std::vector<std::string>& hashes) : hive_(hive), hashes_(hashes)
-    {
-        if (!hashes_.empty())
-            ForgetHashes(hive_, hashes_);
+// Syncs without these certificates in the record, and records those again that the module didn't. Returns the record of
+// the sync.
+std::string SyncWithout(const std::vector<std::string>& hashes, const Tool& tool, const SettingsHive& hive)
+{
+    std::optional<Failure> failed;
+    ForgetHashes(hive, hashes);
+    try {
+        RunSync(tool, hive);
+    } catch (const Failure& failure) {
+        failed = failure;
     }
-    ~Forgotten()
-    {
-        try {
-            if (!hashes_.empty())
-                RememberHashes(hive_, hashes_);
-        } catch (const Failure&) {
-            // A later sync checks them again.
-        }
-    }
-    Forgotten(const Forgotten&) = delete;
-    Forgotten& operator=(const Forgotten&) = delete;
-
-  private:
-    const SettingsHive& hive_;
-    const std::vector<std::string>& hashes_;
-};
+    const std::string record = ReadRecord(hive);
+    RememberHashes(hive, hashes);
+    if (failed)
+        throw Failure(*failed);
+    return record;
+}
 
 // A sync that finds nothing new looks like one whose listing was refused, or that another program ran first. So known
 // certificates are forgotten and the next sync must record one again: the newest, then a few more, since some may have
@@ -71,9 +64,7 @@ bool VaultListsAny(const Tool& tool, const SettingsHive& hive)
     for (const size_t count : {size_t{1}, size_t{20}}) {
         const size_t taken = std::min(count, known.size());
         const std::vector<std::string> asked(known.end() - static_cast<std::ptrdiff_t>(taken), known.end());
-        const Forgotten forgotten(hive, asked);
-        RunSync(tool, hive);
-        const std::string record = ReadRecord(hive);
+        const std::string record = SyncWithout(asked, tool, hive);
         const bool listed =
             HashesOf(record).size() > known.size() ||
             std::any_of(asked.begin(), asked.end(), [&](const std::string& hash) { return Knows(record, hash); });

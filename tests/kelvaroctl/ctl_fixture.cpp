@@ -73,6 +73,18 @@ void CtlTest::Run(const std::string& table)
     }
 }
 
+void CtlTest::RunSection(int part)
+{
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    const std::string head = std::string("\n[") + test.test_suite_name() + "." + test.name() +
+                             (part > 1 ? " " + std::to_string(part) : "") + "]\n";
+    const std::string all = ReadFile(KELVARO_TEST_DATA "/command_lines.txt");
+    const size_t begin = all.find(head);
+    ASSERT_NE(std::string::npos, begin) << head;
+    const size_t end = std::min(all.find("\n[", begin + head.size()), all.size());
+    Run(all.substr(begin + head.size(), end - begin - head.size()));
+}
+
 void CtlTest::RunLine(const std::string& line, const std::string& input)
 {
     SCOPED_TRACE(line);

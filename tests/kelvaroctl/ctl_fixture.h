@@ -28,6 +28,8 @@ class CtlTest : public testing::Test {
     // forty x. "! PATH STATUS" or "! PATH ACTION" is a lasting fault of the simulator for the next line alone, "! JSON"
     // any other, "< TEXT" its standard input.
     void Run(const std::string& table);
+    // The lines that tests/data/command_lines.txt has under this test's name, or one part of them.
+    void RunSection(int part = 1);
 
     // The arguments of such a line.
     std::vector<std::string> Split(const std::string& line) const;

@@ -141,31 +141,7 @@ TEST_F(KeysTest, AreCreatedWithACertificate)
 TEST_F(KeysTest, AFailureSaysWhatTheModuleLogged)
 {
     AddKeys();
-    Run(R"(
-0 config set LoggingLevel 0
-! /keys 403
-5 keys show rsa | NTE_NOT_FOUND .. vault: contoso-keys.vault.azure.net, signing in by client credentials .. logging is off: kelvaroctl config set LoggingLevel 10 .. Run `kelvaroctl doctor`
-! /keys nojson
-6 keys list | cannot list the keys: what answered is not the vault .. Run `kelvaroctl doctor`
-! /keys nojson
-6 keys list --names --user | what answered is not the vault .. Run `kelvaroctl doctor --user`
-! /keys nojson
-6 keys show rsa | cannot open the key 'rsa': what answered
-0 config set LoggingLevel 1
-! /keys nojson
-6 keys list | KVCGetKeys answer is not JSON .. means:
-! /keys 403
-6 keys list | REST Call Error Error 0x193 .. do: permissions.md
-! /oauth2/token 401
-4 keys list | KVCAuthenticate KVCDoWebCall failure Error 0x1 .. an expired secret .. Run `kelvaroctl doctor`
-0 config set LoggingLevel 4
-! /keys 403
-5 keys show rsa | KelvaroOpenKey Error Error 0x80090011 .. Kelvaro.log; it says why at level 10
-0 config set LoggingLevel 10
-! /keys 403
-5 keys show rsa | SupressFailedReadError Error 0x193 .. means: the key .. 0x193: the identity may not .. do: permissions.md .. 0x80090011
-5 keys show nobody | vault: contoso-keys.vault.azure.net, signing in by client credentials .. Run `kelvaroctl doctor` .. !answer is not JSON
-)");
+    RunSection();
     // A page of the list that is something else: what came before it is shown.
     Vault("/seed", {{"keys", 30}});
     sim.Fault({{"path", "/keys?"}, {"method", "GET"}, {"skip", 1}, {"action", "nojson"}});
