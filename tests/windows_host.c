@@ -1,5 +1,5 @@
-// A host in C that loads the module, and sees afterwards what it saw before: exceptions reach its own handlers. It also reads
-// the module's message table as the event viewer does. Without the C++ runtime, whose thread library hooks into exceptions itself.
+// A host in C that loads the module: exceptions must still reach its handlers. It also reads the module's message table as
+// the event viewer does. It doesn't use the C++ runtime, whose thread library hooks into exceptions itself.
 // Usage: windows_host.exe MODULE.dll   Prints what is wrong; exit code 0 when nothing is.
 #include <stdio.h>
 #include <string.h>
@@ -29,7 +29,7 @@ static LONG WINAPI LastResort(EXCEPTION_POINTERS* exception)
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
-// The names of threads for debuggers, C++ exceptions of two compilers, .NET's exceptions, one of the host's own.
+// Thread names for debuggers, C++ exceptions of two compilers, .NET's exceptions, and the host's own.
 static void RaiseAll(const char* when)
 {
     static const DWORD codes[] = {0x406D1388, 0xE06D7363, 0x20474343, 0xE0434352, 0xE0000001};
@@ -63,7 +63,7 @@ int main(int argc, char** argv)
 {
     if (argc != 2)
         return 2;
-    // Behind every handler that a module may add.
+    // After every handler that a module may add.
     void* const handler = AddVectoredExceptionHandler(0, Handle);
     SetUnhandledExceptionFilter(LastResort);
     RaiseAll("before the module is loaded");
@@ -73,7 +73,7 @@ int main(int argc, char** argv)
     RaiseAll("with the module loaded");
     FreeLibrary(module);
     if (GetModuleHandleA(argv[1]))
-        Wrong("the module stays", "after the unload", 0);
+        Wrong("the module is still loaded", "after the unload", 0);
     RaiseAll("after the unload");
     RemoveVectoredExceptionHandler(handler);
     ReadMessage(argv[1]);

@@ -14,19 +14,19 @@
 
 using Bytes = std::vector<BYTE>;
 
-// Fixture of the stories that go the whole road: a root of its own, the simulator freshly reset, settings for client
-// credentials against the vault Simulator::kVault in both hives, logging at level 10 and the module attached.
+// Fixture of end-to-end tests: a fresh root, the simulator reset, settings for client credentials against the vault
+// Simulator::kVault in both hives, logging at level 10 and the module attached.
 class HostTest : public testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Detaches and attaches again, so that changed logging settings count.
+    // Detaches and attaches again, so that changed logging settings take effect.
     void Reattach();
     // Opens a provider; freed in TearDown at the latest.
     NCRYPT_PROV_HANDLE OpenProvider();
     void FreeProvider(NCRYPT_PROV_HANDLE provider);
-    // Opens a key; fails the test when it cannot.
+    // Opens a key; fails the test if that fails.
     NCRYPT_KEY_HANDLE OpenKey(const std::string& name, DWORD flags = NCRYPT_MACHINE_KEY_FLAG);
     void FreeKey(NCRYPT_KEY_HANDLE key);
 

@@ -27,7 +27,7 @@ std::unique_ptr<T, LocalFreer> Decoded(LPCSTR type, const std::string& der)
     DWORD size = 0;
     if (!CryptDecodeObjectEx(X509_ASN_ENCODING, type, Bytes(der), Size(der), CRYPT_DECODE_ALLOC_FLAG, nullptr, &block,
                              &size))
-        throw std::runtime_error("Windows does not decode this");
+        throw std::runtime_error("Windows cannot decode this");
     return std::unique_ptr<T, LocalFreer>(block);
 }
 
@@ -36,7 +36,7 @@ bool IsRsa(const CERT_PUBLIC_KEY_INFO& info)
     return info.Algorithm.pszObjId == std::string(szOID_RSA_RSA);
 }
 
-// As the service makes signatures: of a curve r and s side by side.
+// In the form that CNG reads: of a curve, r and s side by side.
 std::string RawSignature(const std::string& signature, const CERT_PUBLIC_KEY_INFO& info, SignatureForm form)
 {
     if (form != SignatureForm::Der)
@@ -45,7 +45,7 @@ std::string RawSignature(const std::string& signature, const CERT_PUBLIC_KEY_INF
     std::string raw;
     for (const CRYPT_UINT_BLOB& number : {pair->r, pair->s}) {  // little-endian
         std::string half(number.pbData, number.pbData + number.cbData);
-        half.resize(info.PublicKey.cbData / 2);  // of the point, behind its first byte
+        half.resize(info.PublicKey.cbData / 2);  // half of the point, without its first byte
         raw.append(half.rbegin(), half.rend());
     }
     return raw;

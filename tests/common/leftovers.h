@@ -1,4 +1,4 @@
-// What a process holds at this moment, for tests of what a module leaves behind.
+// What the process holds now, to find what a module leaves behind.
 #pragma once
 
 #include <cstddef>

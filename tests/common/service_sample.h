@@ -1,4 +1,4 @@
-// What the live service answered, as it was written down.
+// Recorded answers of the live service.
 #pragma once
 
 #include <string>

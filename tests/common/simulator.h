@@ -1,5 +1,5 @@
-// The simulator, driven over its control port. On Linux each test program starts one of its own; where VAULTSIM_CONTROL
-// is set it uses the one that listens there.
+// The simulator, driven over its control port. On Linux each test program starts a simulator; on Windows it uses the
+// one on the port that VAULTSIM_CONTROL names.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,7 +13,7 @@ class Simulator {
     void Reset();  // fresh vaults "contoso-keys" (premium) and "fabrikam" (standard), no faults, empty journal, all
                    // listeners up
 
-    // Control calls: the answer's JSON; a status other than 2xx fails the test program with a message.
+    // A control call: the answer's JSON. Throws unless the status is 2xx.
     nlohmann::json Control(const std::string& method, const std::string& path, const nlohmann::json& body = nullptr);
 
     nlohmann::json Journal();  // the array "requests"
@@ -38,12 +38,11 @@ class Simulator {
   private:
     Simulator();
     ~Simulator();
-    // On Linux a program of this one's own, where VAULTSIM_CONTROL is set the one that listens there; throws. This
-    // process's environment leads to it afterwards (connections, trusted root).
+    // Throws. On Linux it also sets the environment of this process: connections and trusted root.
     void Start();
     void Stop();
     int controlPort_ = 0;
-    int pid_ = 0;            // 0 when it was there already
+    int pid_ = 0;            // 0 if this program did not start it
     std::string directory_;  // where its files are
-    std::string drive_;      // where this process finds paths that it names: "" or "Z:"
+    std::string drive_;      // in front of the paths that it names: "" or "Z:"
 };

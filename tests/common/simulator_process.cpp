@@ -44,7 +44,7 @@ static std::string ReadLine(int fd)
 
 void Simulator::Start()
 {
-    // The simulator is on loopback, whatever proxy this machine has.
+    // The simulator is on loopback, which no proxy reaches.
     for (const char* proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
         unsetenv(proxy);
     char directory[] = "/tmp/kelvaro-sim-XXXXXX";

@@ -1,5 +1,5 @@
-// A machine of its own for a test: an empty registry key, an empty log directory, empty stores. Settings and log are
-// written and read through the platform's own functions, so that the same test runs on Windows.
+// A fresh machine for a test: an empty registry key, an empty log directory, empty stores. Settings and log are written
+// and read through the platform's functions, so that the same test runs on Windows.
 #pragma once
 
 #include <vector>

@@ -1,4 +1,4 @@
-// A DLL that nobody should load: it leaves a mark when somebody does.
+// A DLL that must not be loaded: it leaves a file if it is.
 #include <windows.h>
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved)

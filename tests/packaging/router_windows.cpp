@@ -9,7 +9,7 @@ namespace {
 constexpr SECURITY_STATUS kNotRegistered = NTE_NOT_FOUND;
 const WCHAR kProviderName[] = L"Zandrel Key Storage Provider for Key Vault";
 
-// What a handle of the router stands for. A key's handle keeps its provider's.
+// A handle of the router: the module's handles of a provider and, for a key, of the key.
 struct Object {
     NCRYPT_PROV_HANDLE provider;
     NCRYPT_KEY_HANDLE key;

@@ -55,14 +55,14 @@ struct Store {
     const HCERTSTORE handle;
 };
 
-bool SetKey(const Context& context, std::u16string container, DWORD flags = 32)
+bool SetKey(const Context& context, std::u16string container)
 {
     std::u16string provider = u"Zandrel Key Storage Provider for Key Vault";
-    CRYPT_KEY_PROV_INFO info = {container.data(), provider.data(), 0, flags, 0, nullptr, 0};
+    CRYPT_KEY_PROV_INFO info = {container.data(), provider.data(), 0, 32, 0, nullptr, 0};
     return CertSetCertificateContextProperty(context.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info) != FALSE;
 }
 
-// The property's bytes; the error if there is none.
+// Reads the property; returns the error.
 DWORD Property(const Context& context, DWORD id, std::string* data)
 {
     return ReadInTwoCalls(data, ERROR_MORE_DATA, [&](char* out, DWORD* size) {

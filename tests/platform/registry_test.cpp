@@ -179,7 +179,7 @@ TEST(Registry, EveryChangeOfTheFileIsSeen)
     EXPECT_EQ(GetText(u"KeyVault"), "error 2");
     EXPECT_EQ(Query(key.key, u"KeyVault"), ERROR_KEY_DELETED);
     EXPECT_EQ(RegSetKeyValueW(key.key, nullptr, u"KeyVault", REG_SZ, u"", 2), ERROR_KEY_DELETED);
-    EXPECT_FALSE(std::filesystem::exists(MachineFile(root))) << "a value makes no key";
+    EXPECT_FALSE(std::filesystem::exists(MachineFile(root))) << "setting a value creates no key";
 }
 
 TEST(Registry, WritingKeepsWhatItDoesNotChange)
@@ -196,7 +196,7 @@ TEST(Registry, WritingKeepsWhatItDoesNotChange)
               kHead +
                   "; by hand\n\"LogfilePath\"=\"C:\\\\logs\"\n\"ClientSecret\"=\"\"\n\"LoggingLevel\"=dword:0000000a\n"
                   "\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Sub]\n\"x\"=hex:01,02\n");
-    EXPECT_EQ(ModeOf(MachineFile(root)), 0640u) << "the group keeps what it had, all others are shut out";
+    EXPECT_EQ(ModeOf(MachineFile(root)), 0640u) << "the group keeps its access, others lose theirs";
 
     EXPECT_EQ(RegDeleteKeyValueW(key.key, nullptr, u"loggingLEVEL"), ERROR_SUCCESS);
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"LoggingLevel"), ERROR_FILE_NOT_FOUND);
@@ -261,7 +261,7 @@ TEST(Registry, OnlyWhatChangesSomethingNeedsTheLock)
     EXPECT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kKey, u"none"), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, u"none"), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(GetText(u"KeyVault"), "a");
-    EXPECT_EQ(StoreLock().Acquire(MachineFile(root), 20), ERROR_LOCK_VIOLATION) << "nobody waits forever";
+    EXPECT_EQ(StoreLock().Acquire(MachineFile(root), 20), ERROR_LOCK_VIOLATION) << "the wait is limited";
 }
 
 TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)

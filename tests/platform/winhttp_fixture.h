@@ -95,7 +95,7 @@ std::string Entry(int from, const RawServer& server);
 // A socket that is bound to an address on loopback.
 int BindToLoopback(sockaddr_in* address);
 
-// Makes the host "two.test" resolve to two addresses on loopback, whatever port is asked for.
+// Makes the host "two.test" resolve to two addresses on loopback, whatever the port.
 void ResolveToPorts(unsigned short first, unsigned short second);
 
 // Each test starts and ends without the variables for proxies, roots and redirected connections.

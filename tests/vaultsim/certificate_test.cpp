@@ -22,7 +22,7 @@ class CertificateTest : public SimTest {
         const auto* at = reinterpret_cast<const unsigned char*>(der.data());
         return vaultsim::X509ReqPtr(d2i_X509_REQ(nullptr, &at, static_cast<long>(der.size())));
     }
-    // A leaf for the request, signed by a stranger.
+    // A leaf for the request, signed by an unknown authority.
     static std::string Leaf(const Reply& created, int64_t notAfter = 4000000000)
     {
         const vaultsim::Pkey stranger = vaultsim::GenerateEc(*vaultsim::FindCurve("P-256"));

@@ -80,7 +80,7 @@ TEST_F(KeyTest, AnswersHaveTheShapesOfTheService)
     for (const std::string& path : {kid.substr(kid.find("/keys/")), std::string("/keys/b"), std::string("/keys/B/")})
         EXPECT_EQ(Get(path + "?api-version=2016-10-01").body, curve.body) << path;
 
-    // Every number has its full width. That of an imported key may have a zero in front.
+    // Every number has its full width. An imported key's may have a leading zero.
     AddKey(R"({"name":"n","leadingZero":true,"size":1024})");
     AddKey(R"({"name":"x","leadingZero":true,"kty":"EC","crv":"P-384"})");
     const auto sizeOf = [](const json& key, const char* member) { return FromBase64(key.value(member, ""))->size(); };
