@@ -42,6 +42,9 @@ HttpReply Perform(const HttpCall& call)
                                             call.secure || call.port == 443 ? WINHTTP_FLAG_SECURE : 0));
     if (!request)
         return fail("open");
+    DWORD forgiven = call.forgiven;
+    if (forgiven != 0 && !WinHttpSetOption(request.get(), WINHTTP_OPTION_SECURITY_FLAGS, &forgiven, sizeof(forgiven)))
+        return fail("option");
     const auto length = static_cast<DWORD>(call.body.size());
     if (!WinHttpSendRequest(request.get(), Wide(call.headers).c_str(), static_cast<DWORD>(-1),
                             const_cast<char*>(call.body.data()), length, length, 0))

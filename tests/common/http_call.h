@@ -16,6 +16,7 @@ struct HttpCall {
     std::string_view body = {};
     int waitMs = 0;       // for each kind of wait; 0 leaves the defaults
     bool secure = false;  // as port 443 always is
+    DWORD forgiven = 0;   // SECURITY_FLAG_IGNORE_...
     std::function<void()> beforeReading = [] {};
 };
 

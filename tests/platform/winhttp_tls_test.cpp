@@ -24,10 +24,11 @@ class WinHttpTls : public WinHttp {
         setenv("SSL_CERT_FILE", roots_.c_str(), 1);
     }
 
-    static std::string Get(int waitMs = 0)
+    static std::string Get(int waitMs = 0, DWORD forgiven = 0)
     {
         Call call{"kv.test", 443};
         call.waitMs = waitMs;
+        call.forgiven = forgiven;
         return Outcome(Perform(call));
     }
 
@@ -65,6 +66,29 @@ TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
         ASSERT_EQ(seen.requests.size(), std::string(outcome) == "200" ? 1U : 0U);
         EXPECT_TRUE(seen.requests.empty() || seen.serverName == "kv.test");
     }
+}
+
+TEST_F(WinHttpTls, ForgivesACertificateInOneRequestOnly)
+{
+    constexpr DWORD kRoot = SECURITY_FLAG_IGNORE_UNKNOWN_CA;
+    constexpr DWORD kName = SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
+    constexpr DWORD kDate = SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
+    const Row<const char*, DWORD> rows[] = {{"unknown-root.pem", kRoot},
+                                            {"self-signed.pem", kRoot},
+                                            {"other-name.pem", kName},
+                                            {"expired.pem", kDate},
+                                            {"not-yet-valid.pem", kDate}};
+    for (const auto& [identity, flag] : rows) {
+        SCOPED_TRACE(identity);
+        RawServer server(Answer(kOk), identity);
+        ConnectTo(Entry(443, server));
+        EXPECT_EQ(Get(0, (kRoot | kName | kDate) & ~flag), "send 12175");
+        EXPECT_EQ(Get(0, flag), "200");
+        EXPECT_EQ(Get(), "send 12175") << "resumes what was forgiven";
+        EXPECT_EQ(Get(0, flag), "200");
+        EXPECT_EQ(server.seen().resumed, 0);
+    }
+    EXPECT_EQ(Get(0, 0x200), "option 87");  // a wrong usage is never forgiven
 }
 
 TEST_F(WinHttpTls, DistinguishesARefusalFromABrokenConnection)
