@@ -25,17 +25,13 @@ class CertificateTest : public SimTest {
     // A leaf for the request, signed by an unknown authority.
     static std::string Leaf(const Reply& created, int64_t notAfter = 4000000000)
     {
-        const vaultsim::Pkey stranger = vaultsim::GenerateEc(*vaultsim::FindCurve("P-256"));
+        const vaultsim::Pkey unknown = vaultsim::GenerateEc(*vaultsim::FindCurve("P-256"));
         const vaultsim::X509ReqPtr request = Request(created);
-        return Certificate(X509_REQ_get0_pubkey(request.get()), stranger.get(), notAfter);
-    }
-    static std::string Certificate(EVP_PKEY* key, EVP_PKEY* signer, int64_t notAfter = 4000000000)
-    {
         vaultsim::CertificateSpec spec;
         spec.subject = "CN=Leaf";
         spec.notAfter = notAfter;
-        spec.publicKey = key;
-        spec.signer = signer;
+        spec.publicKey = X509_REQ_get0_pubkey(request.get());
+        spec.signer = unknown.get();
         return vaultsim::ToDer(vaultsim::MakeCertificate(spec).get());
     }
     static constexpr char kCurve[] = R"({"kty":"EC-HSM","crv":"P-256","exportable":false})";
@@ -146,18 +142,4 @@ TEST_F(CertificateTest, AReusedKeyStaysWithoutAKeyTypeInThePolicy)
     const Reply fresh = Create("a", R"({"exportable":false,"kty":"EC"})");
     EXPECT_EQ(Merge("a", Leaf(fresh)).status, 201u);
     EXPECT_NE(Get("/keys/a").Json()["key"]["x"], before["x"]);
-}
-
-TEST_F(CertificateTest, ASeededCertificateBringsItsKey)
-{
-    const vaultsim::Pkey key = vaultsim::GenerateEc(*vaultsim::FindCurve("P-384"));
-    const std::string der = Certificate(key.get(), key.get());
-    const std::string pem = vaultsim::PrivatePem(key.get()) + vaultsim::ToPem(vaultsim::CertificateFromDer(der).get());
-    AddCertificate(json{{"name", "given"}, {"pem", pem}, {"kty", "EC"}}.dump());
-    EXPECT_EQ(Get("/certificates/given").Json()["cer"], ToBase64(der));
-    const std::string sign = "{\"alg\":\"ES384\",\"value\":\"" + ToBase64(std::string(48, 'd')) + "\"}";
-    EXPECT_EQ(Vault("POST", "/keys/given//sign", sign).status, 200u);
-    const json state = Control("GET", "/vaults/contoso-keys");
-    EXPECT_EQ(state["certificates"][0]["name"], "given");
-    EXPECT_EQ(state["keys"][0]["managed"], true);
 }
