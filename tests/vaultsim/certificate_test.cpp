@@ -92,6 +92,7 @@ TEST_F(CertificateTest, UntilTheMergeThereIsNoKeyAndNoSecondCreation)
     EXPECT_EQ(key["managed"], true);
     const json certificate = Get("/certificates/a").Json();
     EXPECT_EQ(certificate["attributes"]["enabled"], true);
+    EXPECT_EQ(certificate["attributes"]["exp"], 4000000000);
     EXPECT_EQ(certificate["kid"], key["key"]["kid"]);
     EXPECT_EQ(certificate["x5t"], Get("/certificates").Json()["value"][0]["x5t"]);
     EXPECT_EQ(Get("/certificates/a/pending").Json()["status"], "completed");
