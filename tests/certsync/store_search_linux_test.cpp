@@ -1,4 +1,4 @@
-// The search of a store that isn't there, seen on the disk.
+// The search of a store that doesn't exist, seen on the disk.
 #include "certsync/store_search.h"
 
 #include <gtest/gtest.h>

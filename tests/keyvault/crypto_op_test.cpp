@@ -95,10 +95,11 @@ TEST_F(CryptoOpTest, Answers)
     const std::string body = ReadServiceSample("ec-p521-sign");
     Answer("/sign?", 200, body);
     EXPECT_EQ(json::parse(body)["value"], Base64Url(Sign().bytes));
-    // The name is tested first.
-    for (KVC* kvc : {call.get(), static_cast<KVC*>(nullptr)})
-        EXPECT_EQ(NTE_INVALID_PARAMETER,
-                  KVCCryptoOp(kvc, TEXT("sign"), nullptr, TEXT("v"), 0, TEXT("ES256"), nullptr, 0, nullptr, nullptr));
+    for (KVC* kvc : {call.get(), static_cast<KVC*>(nullptr)}) {
+        for (const WCHAR* name : {TEXT("web01"), static_cast<const WCHAR*>(nullptr)})
+            EXPECT_EQ(NTE_INVALID_PARAMETER,
+                      KVCCryptoOp(kvc, TEXT("sign"), name, TEXT("v"), 0, TEXT("ES256"), nullptr, 0, nullptr, nullptr));
+    }
 }
 
 }  // namespace

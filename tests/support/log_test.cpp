@@ -26,7 +26,7 @@ class LogTest : public testing::Test {
 
 TEST_F(LogTest, TheFormOfEachCall)
 {
-    Attach(10, 1);
+    Attach(10, 10);
     SetLastError(4711);
     LogLine(TEXT("KVCDelete"), 8);
     LogError(TEXT("KelvaroEnumKeys"), NTE_INVALID_HANDLE, 1);
@@ -36,11 +36,12 @@ TEST_F(LogTest, TheFormOfEachCall)
     LogNumber(TEXT("KVCNew"), TEXT("name"), -1, 8);
     LogData(TEXT("KelvaroSetKeyProperty"), TEXT("Own"));
     LogAscii(TEXT("Return String"), "{\"error\":1}");
+    LogAscii(TEXT("Return String"), nullptr);
     EXPECT_EQ(4711u, GetLastError());
-    EXPECT_EQ((std::vector<std::string>{"KVCDelete 8", "KelvaroEnumKeys Error 0x80090026 1",
-                                        "KVCGetKeys ActionThrottled Error 0x1ad 2", "KelvaroOpenKey (NULL) 4",
-                                        "KelvaroOpenProvider %G id 8", "KVCNew name -1 8",
-                                        "KelvaroSetKeyProperty Own (NULL) 10", "Return String {\"error\":1} 1"}),
+    EXPECT_EQ((std::vector<std::string>{
+                  "KVCDelete 8", "KelvaroEnumKeys Error 0x80090026 1", "KVCGetKeys ActionThrottled Error 0x1ad 2",
+                  "KelvaroOpenKey (NULL) 4", "KelvaroOpenProvider %G id 8", "KVCNew name -1 8",
+                  "KelvaroSetKeyProperty Own (NULL) 10", "Return String {\"error\":1} 1", "Return String (NULL) 1"}),
               root.LogLines());
 }
 
@@ -84,6 +85,7 @@ TEST_F(LogTest, TheFileFollowsTheUtcDayAndTheDirectorySetting)
 
     const std::string other = root.directory() + "/other";
     root.SetText(HKEY_LOCAL_MACHINE, "LogfilePath", other);
+    LogAttach();
     LogLine(TEXT("lost"), 1);
     EXPECT_FALSE(std::filesystem::exists(other));
     std::filesystem::create_directory(other);

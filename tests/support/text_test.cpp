@@ -31,6 +31,7 @@ TEST(TextTest, ComparesAndCopies)
 {
     EXPECT_TRUE(TextEqualNoCase(TEXT("sha256"), TEXT("SHA256")));
     EXPECT_FALSE(TextEqualNoCase(TEXT("SHA25"), TEXT("SHA256")));
+    EXPECT_FALSE(TextEqualNoCase(TEXT("SHA255"), TEXT("SHA256")));
     EXPECT_TRUE(TextEqualNoCase(TextView(TEXT("ab"), 1), TextView(TEXT("AC"), 1)));
     EXPECT_TRUE(TextContains(TEXT("ECDH_P384"), TEXT("384")));
     EXPECT_FALSE(TextContains(nullptr, TEXT("384")));
