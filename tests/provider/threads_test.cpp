@@ -94,8 +94,8 @@ TEST_F(ThreadsTest, ConcurrentFirstOpensAllGetTheSecret)
 TEST_F(ThreadsTest, BuffersAreListedAndFreed)
 {
     Run(4, [&](int) {
-        for (int round = 0; round < 5000; round++) {
-            void* blocks[2];
+        for (int round = 0; round < 300; round++) {
+            void* blocks[50];
             for (void*& block : blocks) {
                 block = HeapAlloc(GetProcessHeap(), 0, 16);
                 EXPECT_NE(nullptr, KelvaroRegisterBuffer(block, BufferKind::KeyName));
