@@ -29,10 +29,10 @@ Outcome CheckRegistration(Facts& facts)
     if (!image)
         return NotNeeded("this system has no key storage router");
     const std::string found =
-        image->empty() ? "not registered" : "'" + ToNarrow(kProviderName) + "' is registered as " + *image;
+        "'" + ToNarrow(kProviderName) + "' " + (image->empty() ? "isn't registered" : "is registered as " + *image);
     const ChildAnswer answer = AskChild(facts, {"doctor", "--step", "module"}, "ncrypt");
     if (answer.problem.empty())
-        return Good(found + ", and the router opens it");
+        return Good(found + "; the router opens it");
     return Failed(found, "programs don't find the provider: " + answer.problem,
                   "run kelvaro-register install as an administrator");
 }
