@@ -45,6 +45,7 @@ class MachineToVaultTest : public CertsTest {
         TakeRequests();
         root.ClearLog();
         FreeKey(key);
+        EXPECT_FALSE(root.Logged("KelvaroFreeKey publishCert Out of memory", 1));
         return TakeRequests();
     }
     Strings Publish(DWORD flags = NCRYPT_MACHINE_KEY_FLAG) { return Release(OpenMarked(flags)); }
