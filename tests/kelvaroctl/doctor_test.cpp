@@ -1,16 +1,10 @@
 // Set-ups that don't work, and what `doctor` says about each.
 #include <algorithm>
-#include <atomic>
 
-#include "kelvaroctl/doctor/doctor.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
 
-using kelvaroctl::Check;
-using kelvaroctl::ExitCode;
-using kelvaroctl::Facts;
-using kelvaroctl::Outcome;
 using nlohmann::json;
 
 const char* const kArcEndpoint = "http://localhost:40342/metadata/identity/oauth2/token";
@@ -111,7 +105,10 @@ TEST_F(DoctorTest, NothingIsWrong)
     EXPECT_NE(std::string::npos, text.out.find(" 0 to look at, ")) << text.out;
 }
 
-TEST_F(DoctorTest, EachFaultHasItsCheckItsCauseAndItsExitStatus)
+// A third of the rows each, which CTest runs side by side.
+class DoctorFaultTest : public DoctorTest, public testing::WithParamInterface<size_t> {};
+
+TEST_P(DoctorFaultTest, HasItsCheckItsCauseAndItsExitStatus)
 {
     using Arrange = std::function<void()>;
     const auto set = [this](const char* name, const char* value) -> Arrange { return [=] { Set(name, value); }; };
@@ -242,7 +239,8 @@ TEST_F(DoctorTest, EachFaultHasItsCheckItsCauseAndItsExitStatus)
         {"certificates", "its key isn't in the vault", 3, bound(4102444800, emptyVault), "", {"--strict"}},
         {"certificates", "the vault's key is another", 3, bound(4102444800, anotherKey), "", {"--strict"}},
     };
-    for (const auto& row : rows) {
+    for (size_t at = GetParam() * std::size(rows) / 3; at < (GetParam() + 1) * std::size(rows) / 3; ++at) {
+        const auto& row = rows[at];
         const auto fits = [&row](const char* words) { return row.says.find(words) != std::string::npos; };
         if (onWindows_ && std::none_of(std::begin(kOnWindows), std::end(kOnWindows), fits))
             continue;
@@ -262,6 +260,8 @@ TEST_F(DoctorTest, EachFaultHasItsCheckItsCauseAndItsExitStatus)
         EXPECT_EQ(row.code, found.contains("service") ? found["service"]["code"].get<std::string>() : "") << found;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Thirds, DoctorFaultTest, testing::Range<size_t>(0, 3));
 
 TEST_F(DoctorTest, AModuleThatCannotBeLoaded)
 {
@@ -291,68 +291,6 @@ TEST_F(DoctorTest, WritingTellsWhatItLeftBehind)
         const json refused = json::parse(Doctor({"--write", "--json"}).out)["checks"].back();
         EXPECT_EQ("nothing was left behind", refused["found"]) << refused;
     }
-}
-
-// ---- the runner ----
-
-ULONGLONG now = 0;
-std::atomic<bool> release(false);
-
-Outcome TakesHalfAMinute(Facts&)
-{
-    now += 30000;
-    return kelvaroctl::Good("");
-}
-
-Outcome NeverEnds(Facts&)
-{
-    while (!release)
-        Sleep(1);
-    return kelvaroctl::Good("");
-}
-
-Outcome Ends(Facts& facts)
-{
-    facts.key += "x";
-    return kelvaroctl::Good(facts.key);
-}
-
-kelvaroctl::RunResult RunAll(const std::vector<Check>& checks, const std::function<bool()>& interrupted)
-{
-    return RunChecks(checks, Facts(), {60000, 0, [] { return now; }, interrupted, [](const auto&) {}});
-}
-
-Check CheckOf(const char* id, int group, DWORD limitMs, const char* ground, Outcome (*run)(Facts&))
-{
-    return {id, id, group, limitMs, ExitCode::Refused, ground, run};
-}
-
-TEST(DoctorRunnerTest, EndsWhateverIsBroken)
-{
-    const auto never = [] { return false; };
-    const std::vector<Check> slow = {CheckOf("a", 1, 60000, nullptr, TakesHalfAMinute),
-                                     CheckOf("b", 1, 60000, nullptr, TakesHalfAMinute),
-                                     CheckOf("c", 1, 60000, nullptr, Ends)};
-    const auto late = RunAll(slow, never);
-    EXPECT_EQ(kelvaroctl::State::Ok, late.findings[1].outcome.state);
-    EXPECT_TRUE(late.findings[2].outcome.blocked);
-    const std::vector<Check> checks = {CheckOf("a", 1, 1, nullptr, NeverEnds), CheckOf("b", 2, 1000, "a", Ends),
-                                       CheckOf("c", 3, 1000, "b", Ends), CheckOf("d", 3, 1000, nullptr, Ends),
-                                       CheckOf("e", 4, 1000, "d", Ends)};
-    const auto result = RunAll(checks, never);
-    EXPECT_TRUE(result.abandoned);
-    EXPECT_EQ("no answer within 1 ms", result.findings[0].outcome.found);
-    EXPECT_EQ("needs a", result.findings[1].outcome.found);
-    EXPECT_EQ("needs b", result.findings[2].outcome.found);
-    EXPECT_EQ("xx", result.findings[4].outcome.found);
-    EXPECT_EQ(ExitCode::Refused, ExitOf(result, false));
-    int asked = 0;
-    const auto stopped =
-        RunAll({checks[3], CheckOf("f", 5, 60000, nullptr, NeverEnds), checks[4]}, [&asked] { return ++asked > 4; });
-    release = true;
-    EXPECT_TRUE(stopped.interrupted);
-    EXPECT_EQ(1u, stopped.findings.size());
-    EXPECT_NE(std::string::npos, SummaryOf(stopped).find("interrupted"));
 }
 
 }  // namespace
