@@ -70,14 +70,19 @@ exec 3>"$work/built"
 for variant in "$@"; do
     echo "== $variant"
     started=$(date +%s)
-    build "$variant" 3>&-
+    build "$variant" 3>&- &
+    background="$background $!"
+    if ! wait $!; then
+        echo "$variant, which isn't built" >>"$work/failed"
+        break
+    fi
     echo "== $variant is built, $(($(date +%s) - started)) s"
     echo "$variant" >&3
 done
 exec 3>&-
 wait "$runner"
 if [ -f "$work/failed" ]; then
-    echo "== failed: $(paste -s -d ' ' "$work/failed")" >&2
+    echo "== failed: $(paste -s -d , "$work/failed")" >&2
     exit 1
 fi
 echo "== all done: $*"
