@@ -62,7 +62,6 @@ HttpReply Perform(const HttpCall& call)
         if (available == 0)
             return reply;
         reply.largest = std::max(reply.largest, available);
-        call.beforeReading();
         std::string piece(available, '?');
         DWORD read = 0;
         if (!WinHttpReadData(request.get(), piece.data(), available, &read))

@@ -1,7 +1,6 @@
 // One exchange through WinHTTP's calls.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -17,7 +16,6 @@ struct HttpCall {
     int waitMs = 0;       // for each kind of wait; 0 leaves the defaults
     bool secure = false;  // as port 443 always is
     DWORD forgiven = 0;   // SECURITY_FLAG_IGNORE_...
-    std::function<void()> beforeReading = [] {};
 };
 
 // What one exchange brought, and the step that failed.

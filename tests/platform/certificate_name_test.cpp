@@ -10,15 +10,10 @@ constexpr DWORD kX500 = CERT_X500_NAME_STR;
 
 const std::string kCommonName("\x55\x04\x03");
 
-// objectId: the content of its DER form.
-std::string Attribute(const std::string& objectId, BYTE tag, const std::string& value)
+// objectId: the content of its DER form. more: further sequences of the set.
+std::string Part(const std::string& objectId, BYTE tag, const std::string& value, const std::string& more = "")
 {
-    return MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + MakeDer(tag, value));
-}
-
-std::string Part(const std::string& objectId, BYTE tag, const std::string& value)
-{
-    return MakeDer(kDerSet, Attribute(objectId, tag, value));
+    return MakeDer(kDerSet, MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + MakeDer(tag, value)) + more);
 }
 
 std::string CommonName(BYTE tag, const std::string& value)
@@ -57,25 +52,17 @@ TEST(CertificateNames, ANameIsWrittenAsWindowsWritesIt)
     // The sequence's content, and the two forms.
     const Row<const char*, std::string, const char*, const char*> rows[] = {
         {"empty", "", "", ""},
-        {"one", utf8Name, "web01", "CN=web01"},
         {"comma", utf8Name + organisation, "web01, \"Acme, Inc.\"", "CN=web01, O=\"Acme, Inc.\""},
-        {"several values",
-         MakeDer(kDerSet, Attribute(kCommonName, kDerPrintableString, "a") +
-                              Attribute("\x55\x04\x05", kDerPrintableString, "1")),
-         "a + 1", "CN=a + SERIALNUMBER=1"},
-        {"quote", CommonName(kDerUtf8String, "a\"b"), "\"a\"\"b\"", "CN=\"a\"\"b\""},
+        {"several values",  // two bytes are the set's head
+         Part(kCommonName, kDerPrintableString, "a", Part("\x55\x04\x05", kDerPrintableString, "1").substr(2)), "a + 1",
+         "CN=a + SERIALNUMBER=1"},
         {"leading blank", CommonName(kDerUtf8String, " a"), "\" a\"", "CN=\" a\""},
-        {"trailing blank", CommonName(kDerUtf8String, "a "), "\"a \"", "CN=\"a \""},
-        {"inner blank", CommonName(kDerUtf8String, "a b'c/d"), "a b'c/d", "CN=a b'c/d"},
         {"number sign", CommonName(kDerUtf8String, "a#b"), "\"a#b\"", "CN=\"a#b\""},
-        {"line end", CommonName(kDerUtf8String, "a\nb"), "\"a\nb\"", "CN=\"a\nb\""},
         {"empty value", CommonName(kDerUtf8String, ""), "\"\"", "CN=\"\""},
         {"IA5", CommonName(kDerIa5String, "\xE4"), "ä", "CN=ä"},
         {"T61 as Latin-1", CommonName(kDerT61String, "\xE4"), "ä", "CN=ä"},
-        {"T61 as UTF-8", CommonName(kDerT61String, "ä"), "ä", "CN=ä"},
         {"BMP", CommonName(kDerBmpString, "\x04\x36\x00\x61"s), "жa", "CN=жa"},
         {"universal", CommonName(kDerUniversalString, "\x00\x01\xF6\x00"s), "😀", "CN=😀"},
-        {"half a BMP", CommonName(kDerBmpString, "\x00"s), "#1E0100", "CN=#1E0100"},
         {"octets", CommonName(kDerOctetString, "\x01\xAB"), "#01AB", "CN=#01AB"},
         {"number", CommonName(kDerInteger, "\x05"), "#020105", "CN=#020105"},
         {"unknown type", Part("\x2A\x03\x04", kDerUtf8String, "x"), "x", "OID.1.2.3.4=x"},
@@ -110,22 +97,17 @@ TEST(CertificateNames, ATextBecomesAName)
     // The last is the name as a text again, or the failure.
     const Row<const char*, DWORD, const char*> rows[] = {
         {"", 0, ""},
-        {"CN=web01", 0, "CN=web01"},
         {" cn = web01 ;o=\"Acme, Inc.\"", 0, "CN=web01, O=\"Acme, Inc.\""},
         {"CN=a\"b", 0, "error 80092023 at 3"},
         {"CN=\"a\"\"b\"", 0, "CN=\"a\"\"b\""},
-        {"CN=\"a", 0, "error 80092023 at 3"},
         {"CN=\"a\" b", 0, "error 80092023 at 3"},
         {"CN=ä, XX=b", 0, "error 80092023 at 7"},
         {"CN", 0, "error 80092023 at 0"},
-        {"C=ä", 0, "error 80092021 at 2"},
         {"E=ä@b", 0, "error 80092022 at 2"},
         {"CN=a+SERIALNUMBER=2, ST=b", 0, "CN=a + SERIALNUMBER=2, S=b"},
         {"OID.2.5.4.3=a,1.2.3.4=b", 0, "CN=a, OID.1.2.3.4=b"},
-        {"CN=ж", 0, "CN=ж"},
         {"CN=ж😀", CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG, "CN=ж😀"},
         {"CN=#01ab", 0, "CN=#01AB"},
-        {"CN=#01a", 0, "error 80092023 at 3"},
     };
     for (const auto& [text, flags, written] : rows) {
         std::string name = NameOf(text, kX500 | flags);

@@ -20,7 +20,6 @@ class PlatformRoot {
 
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
-    std::u16string WideFile(const std::string& name) const { return ToUtf16(File(name)); }
 
   private:
     std::string path_;

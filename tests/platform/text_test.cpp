@@ -23,23 +23,11 @@ std::string Narrowed(const std::u16string& text)
     return bytes;
 }
 
-constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
-
-std::string Encoded(const std::string& bytes, DWORD flags)
-{
-    std::u16string text;
-    const DWORD error = ReadInTwoCalls(&text, ERROR_MORE_DATA, [&](WCHAR* out, DWORD* size) {
-        return CryptBinaryToStringW(BytesOf(bytes), SizeOf(bytes), flags, out, size);
-    });
-    return error == 0 ? ToUtf8(text) : ErrorText();
-}
-
-// `count` 0 for a text up to its terminator.
-std::string Decoded(const std::string& text, DWORD flags, DWORD count = 0)
+std::string Decoded(const std::string& text, DWORD flags)
 {
     std::string bytes;
     const DWORD error = ReadInTwoCalls(&bytes, ERROR_MORE_DATA, [&](char* out, DWORD* size) {
-        return CryptStringToBinaryW(ToUtf16(text).c_str(), count, flags, reinterpret_cast<BYTE*>(out), size, nullptr,
+        return CryptStringToBinaryW(ToUtf16(text).c_str(), 0, flags, reinterpret_cast<BYTE*>(out), size, nullptr,
                                     nullptr);
     });
     return error == 0 ? bytes : ErrorText();
@@ -77,48 +65,6 @@ TEST(CodePage, BrokenSequencesBecomeOneReplacementForEachPart)
               "b\xEF\xBF\xBD");
 }
 
-TEST(CodePage, SizesCountTheTerminatorWhenTheSourceHasOne)
-{
-    WCHAR wide[4] = {u'?', u'?', u'?', u'?'};
-    char narrow[4];
-    const auto result = [](int count) { return count != 0 ? count : -static_cast<int>(GetLastError()); };
-    const auto widen = [&](const char* text, int length, int room) {
-        return result(MultiByteToWideChar(CP_ACP, 0, text, length, room == 0 ? nullptr : wide, room));
-    };
-    const auto narrowed = [&](int length, int room) {
-        return result(
-            WideCharToMultiByte(CP_ACP, 0, u"\u20AC", length, room == 0 ? nullptr : narrow, room, nullptr, nullptr));
-    };
-    EXPECT_EQ(widen("abc", -1, 0), 4);
-    EXPECT_EQ(widen("abc", -1, 4), 4);
-    EXPECT_EQ(wide[3], 0);
-    EXPECT_EQ(widen("abc", 3, 0), 3);
-    EXPECT_EQ(widen("abc", -1, 3), -ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(widen("a", 0, 4), -ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(narrowed(-1, 0), 4);
-    EXPECT_EQ(narrowed(1, 3), 3);
-    EXPECT_EQ(narrowed(-1, 3), -ERROR_INSUFFICIENT_BUFFER);
-}
-
-TEST(Base64, TextIsOneLine)
-{
-    const std::string line(48, 'a');
-    const std::string text = Encoded(line, kOneLine);
-    EXPECT_EQ(text, "YWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFh");
-    EXPECT_EQ(Encoded("", kOneLine), "");
-    EXPECT_EQ(Encoded(line + "a", kOneLine | CRYPT_STRING_NOCR), text + "YQ==");
-    EXPECT_EQ(Encoded(line + "\xFB\xFF", kOneLine), text + "+/8=");
-    for (const DWORD flags : {CRYPT_STRING_BASE64, DWORD{CRYPT_STRING_NOCRLF}, kOneLine | 4})
-        EXPECT_EQ(Encoded("a", flags), "error 57");
-
-    // More characters than a DWORD can count; only the size is asked for.
-    DWORD size = 0;
-    EXPECT_TRUE(CryptBinaryToStringW(BytesOf(text), 3221225469, kOneLine, nullptr, &size));
-    EXPECT_EQ(size, 4294967293u);
-    EXPECT_EQ(ErrorOf(CryptBinaryToStringW(BytesOf(text), 3221225470, kOneLine, nullptr, &size)),
-              DWORD{ERROR_INVALID_PARAMETER});
-}
-
 TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
 {
     const std::string refused = "error D";
@@ -135,6 +81,4 @@ TEST(Base64, ReadsWhatWindowsReadsAndRefusesTheRest)
     EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64_ANY), "abc");
     EXPECT_EQ(Decoded(armoured, CRYPT_STRING_BASE64), refused);
     EXPECT_EQ(Decoded("-----BEGIN X-----\nYWJj\n", CRYPT_STRING_BASE64_ANY), refused);
-    EXPECT_EQ(Decoded("YWJj", 0), "error 57");
-    EXPECT_EQ(Decoded("YWJj!!", CRYPT_STRING_BASE64_ANY, 4), "abc") << "a counted text";
 }

@@ -45,21 +45,6 @@ void Peer::Write(std::string_view bytes)
     }
 }
 
-size_t Peer::WriteUntilStalled(std::string_view bytes)
-{
-    size_t done = 0;
-    while (done < bytes.size()) {
-        pollfd writable = {socket_, POLLOUT, 0};
-        if (poll(&writable, 1, 50) != 1)
-            break;
-        const ssize_t put = send(socket_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (put <= 0)
-            break;
-        done += static_cast<size_t>(put);
-    }
-    return done;
-}
-
 bool Peer::Wait(int event, int waitMs)
 {
     pollfd ends[] = {{socket_, static_cast<short>(event), 0}, {server_->stop_[0], 0, 0}};
@@ -101,7 +86,7 @@ RawServer::RawServer(Script script, const char* identity, int maxTls) : script_(
         SSL_CTX_set_max_proto_version(tls_.get(), maxTls);
         // Allows versions that OpenSSL refuses by default.
         SSL_CTX_set_security_level(tls_.get(), 0);
-        // Sessions are kept by the server alone, which can then forget them.
+        // Sessions are kept by the server alone.
         SSL_CTX_set_options(tls_.get(), SSL_OP_NO_TICKET);
     }
     sockaddr_in address;

@@ -23,9 +23,7 @@ class Peer {
     // Head and entity, which the server records, or what came before the client hung up.
     std::string ReadRequest();
     void Write(std::string_view bytes);
-    void Drip();  // byte by byte, until the client hangs up or the server ends
-    // Writes until all is sent or nothing moves for 50 ms; returns the number of bytes that were sent.
-    size_t WriteUntilStalled(std::string_view bytes);
+    void Drip();   // byte by byte, until the client hangs up or the server ends
     void Reset();  // the connection ends with RST
     // Both return when the server ends, too.
     void WaitForBytes() { Wait(POLLIN, -1); }
@@ -57,7 +55,6 @@ class RawServer {
     };
     Seen seen() const;
     std::vector<std::string> requests() const { return seen().requests; }
-    void ForgetSessions() { SSL_CTX_flush_sessions(tls_.get(), 0); }
 
   private:
     friend class Peer;
