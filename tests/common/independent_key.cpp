@@ -1,26 +1,26 @@
 #include "tests/common/independent_key.h"
 
 #include <algorithm>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "tests/common/test_root.h"
+#include "tests/common/base64.h"
 
 namespace {
-// Little-endian word number `index` of a blob.
-size_t WordAt(const std::string& blob, size_t index)
-{
-    size_t word = 0;
-    for (size_t byte = 4; byte-- > 0;)
-        word = word << 8 | static_cast<unsigned char>(blob.at(index * 4 + byte));
-    return word;
-}
-
 std::string Part(const std::string& blob, size_t offset, size_t size)
 {
     if (offset > blob.size() || size > blob.size() - offset)
         throw std::runtime_error("the blob is too short");
     return blob.substr(offset, size);
+}
+
+// Little-endian word number `index` of a blob.
+size_t WordAt(const std::string& blob, size_t index)
+{
+    uint32_t word;
+    memcpy(&word, Part(blob, index * 4, 4).data(), sizeof(word));
+    return word;
 }
 
 std::string Trimmed(const std::string& number)
@@ -49,24 +49,12 @@ std::string PublicKeyInfo(const std::string& algorithm, const std::string& key)
 {
     return DerElement(0x30, DerElement(0x30, algorithm) + DerElement(3, '\0' + key));
 }
-
-std::string FromBase64(const std::string& text)
-{
-    DWORD size = static_cast<DWORD>(text.size());
-    std::string bytes(size, 0);
-    if (!CryptStringToBinaryW(Wide(text).c_str(), 0, CRYPT_STRING_BASE64, reinterpret_cast<BYTE*>(bytes.data()), &size,
-                              nullptr, nullptr))
-        throw std::runtime_error("not Base64: " + text);
-    bytes.resize(size);
-    return bytes;
-}
 }  // namespace
 
-std::string FromBase64Url(std::string text)
+std::string FromBase64Url(const std::string& text)
 {
-    std::replace(text.begin(), text.end(), '-', '+');
-    std::replace(text.begin(), text.end(), '_', '/');
-    return FromBase64(text.append((4 - text.size() % 4) % 4, '='));
+    const std::vector<BYTE> bytes = FromBase64(text);
+    return {bytes.begin(), bytes.end()};
 }
 
 IndependentKey::IndependentKey(const std::string& pem)
@@ -75,7 +63,9 @@ IndependentKey::IndependentKey(const std::string& pem)
     const size_t end = pem.find("-----END PUBLIC KEY-----\n");
     if (pem.rfind(begin, 0) != 0 || end == std::string::npos)
         throw std::runtime_error("not a public key:\n" + pem);
-    der_ = FromBase64(pem.substr(begin.size(), end - begin.size()));
+    std::string text = pem.substr(begin.size(), end - begin.size());
+    text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
+    der_ = FromBase64Url(text);
 }
 
 std::string DerOfPair(const std::string& first, const std::string& second)

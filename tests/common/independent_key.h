@@ -36,6 +36,6 @@ class IndependentKey {
 
 // Two big-endian numbers as a sequence: an RSA key or a curve's signature.
 std::string DerOfPair(const std::string& first, const std::string& second);
-std::string FromBase64Url(std::string text);
+std::string FromBase64Url(const std::string& text);  // of either alphabet
 std::string Digest(const std::string& data, const std::string& hash);
 std::string HexDigest(const std::string& data, const std::string& hash);
