@@ -26,7 +26,6 @@ TEST_F(DeletionTest, ADeletedObjectGoesThroughItsStates)
         EXPECT_EQ(gone.status, 200u);
         EXPECT_EQ(gone.Json()["recoveryId"], "https://contoso-keys.vault.azure.net" + deleted);
         EXPECT_GT(gone.Json()["scheduledPurgeDate"], gone.Json()["deletedDate"]);
-        EXPECT_EQ(Vault("DELETE", live).Outcome(), missing);
 
         // The next four answers come while it is being deleted.
         const std::string conflict = "409 Conflict ObjectIsBeingDeleted";
@@ -67,7 +66,6 @@ TEST_F(DeletionTest, TheKeyOfACertificateIsDeletedAndRecoveredWithIt)
     EXPECT_EQ(Get("/keys/hotsqa").body, key);
     const json state = Control("GET", "/vaults/contoso-keys");
     EXPECT_TRUE(state["deletedCertificates"].empty());
-    EXPECT_EQ(state["keys"].size(), 2u);
 
     Control("PUT", "/deletion", R"({"beingDeletedAnswers":1})");
     Vault("DELETE", "/keys/k");

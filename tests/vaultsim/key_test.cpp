@@ -1,17 +1,8 @@
-// Keys, signatures and lists. The tests of the tool and the provider verify signatures with independent code.
-#include "tests/common/row.h"
+// Keys and lists. The tests of the tool and the provider verify signatures with independent code.
 #include "tests/vaultsim/sim_test.h"
 
 class KeyTest : public SimTest {
   protected:
-    Reply Operate(const std::string& key, const std::string& operation, const std::string& algorithm,
-                  const std::string& value, const std::string& digest = "")
-    {
-        json body = {{"alg", algorithm}, {"value", ToBase64(value)}};
-        if (!digest.empty())
-            body["digest"] = ToBase64(digest);
-        return Vault("POST", "/keys/" + key + "//" + operation, body.dump());
-    }
     // The names in order and the sizes of the pages, "a b|c||": follows the links as the client does, by their tails.
     std::string Walk(const std::string& collection, const std::string& query = "")
     {
@@ -31,38 +22,6 @@ class KeyTest : public SimTest {
     }
 };
 
-TEST_F(KeyTest, EveryKindOfKeySignsAndVerifies)
-{
-    // A name, the key to create or NULL, an algorithm with the sizes of digest and signature.
-    const Row<const char*, const char*, const char*, size_t, size_t> rows[] = {
-        {"rsa2", R"({"kty":"RSA-HSM","key_size":"2048"})", "PS256", 32, 256},
-        {"rsa2", nullptr, "RS512", 64, 256},
-        {"rsa2", nullptr, "RSNULL", 245, 256},
-        {"rsa3", R"({"kty":"RSA","key_size":3072})", "RS384", 48, 384},
-        {"p256", R"({"kty":"EC-HSM","crv":"P-256"})", "ES256", 32, 64},
-        {"p521", R"({"kty":"EC","crv":"P-521"})", "ES512", 64, 132},
-        {"k256", R"({"kty":"EC","crv":"P-256K"})", "ES256K", 32, 64},
-    };
-    for (const auto& [name, key, algorithm, digestSize, signatureSize] : rows) {
-        SCOPED_TRACE(algorithm);
-        if (key) {
-            ASSERT_EQ(Vault("POST", std::string("/keys/") + name + "/create", key).status, 200u);
-        }
-        const std::string digest(digestSize, 'd');
-        const Reply reply = Operate(name, "sign", algorithm, digest);
-        ASSERT_EQ(reply.status, 200u) << reply.body;
-        const std::string signature = *FromBase64(reply.Json().value("value", ""));
-        EXPECT_EQ(signature.size(), signatureSize);
-        const Row<std::string, std::string, const char*> checks[] = {
-            {digest, signature, "{\"value\":true}"},
-            {std::string(digestSize, 'e'), signature, "{\"value\":false}"},
-            {digest, signature.substr(0, signatureSize - 1), "{\"value\":false}"},
-        };
-        for (const auto& [hash, value, verdict] : checks)
-            EXPECT_EQ(Operate(name, "verify", algorithm, value, hash).body, verdict);
-    }
-}
-
 TEST_F(KeyTest, AnswersHaveTheShapesOfTheService)
 {
     const Reply rsa = Vault("POST", "/keys/a/create", R"({"kty":"RSA"})");
@@ -70,7 +29,7 @@ TEST_F(KeyTest, AnswersHaveTheShapesOfTheService)
     EXPECT_EQ(rsa.Json()["key"]["key_ops"], Sample("key-create-rsa")["key"]["key_ops"]);
     const Reply curve = Vault("POST", "/keys/b/create", R"({"kty":"EC","crv":"P-521"})");
     EXPECT_EQ(Shape(curve.body), Shape(ReadServiceSample("ec-p521-create")));
-    const Reply sign = Operate("b", "sign", "ES512", std::string(64, 'd'));
+    const Reply sign = Vault("POST", "/keys/b//sign", R"({"alg":"ES512","value":")" + std::string(86, 'A') + "\"}");
     EXPECT_EQ(Shape(sign.body), Shape(ReadServiceSample("ec-p521-sign")));
 
     // The answer of an operation without a version names the version that was used, and that version is addressable.
