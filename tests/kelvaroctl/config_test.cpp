@@ -1,4 +1,5 @@
 // Settings: shown as the module takes them, imported all or not at all.
+#include "tests/common/data_rows.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
@@ -24,20 +25,7 @@ TEST_F(ConfigTest, FromAnEmptyMachineToAListOfKeys)
     EXPECT_FALSE(Settings()["exists"]);
     AddKey("first", "P-256");
     sim.AddKey(Simulator::kStandardVault, {{"name", "mine"}, {"kty", "EC"}, {"crv", "P-256"}});
-    Run(std::string("0 config set KeyVault ") + Simulator::kVault + "\n0 config set authenticationtype 0x2\n" +
-        "0 config set TenantId " + Simulator::kTenant + "\n0 config set ClientId " + Simulator::kClientId + "\n" +
-        "0 config protect\n< " + Simulator::kClientSecret + R"(
-0 config set ClientSecret | is protected
-0 keys list | first
-0 config show --json | HKEY_LOCAL_MACHINE .. "exists": true .. "AuthenticationType" .. "set": true .. 2 .. "LoggingLevel" .. "set": false .. 0
-0 config set KeyVault fabrikam --user
-0 --user config get KeyVault | fabrikam
-0 --machine config get KeyVault | contoso-keys
-0 keys list --user | mine
-5 keys show mine
-0 config unset KeyVault --user --json | "removed": true
-0 config get KeyVault --user | %G
-)");
+    RunSection();
 }
 
 TEST_F(ConfigTest, ShowTellsWhatTheModuleIgnoresAndKeeps)
@@ -47,11 +35,7 @@ TEST_F(ConfigTest, ShowTellsWhatTheModuleIgnoresAndKeeps)
     root.SetText(HKEY_LOCAL_MACHINE, "ClientId", std::string(600, 'c'));
     root.SetNumber(HKEY_LOCAL_MACHINE, "FromKVLastSyncTime", 1700000600);
     root.SetText(HKEY_LOCAL_MACHINE, "CertSync", std::string(40, 'A') + ",");
-    Run(R"(
-0 config show | %G .. ignored: the value is a REG_EXPAND_SZ; only a REG_SZ is read .. AuthenticationType .. 1  managed .. 1202 bytes; at most 1024 .. last certificate sync 2023-11-14 22:13:20 UTC .. 41 characters
-0 config set LogfilePath C:\Kelvaroé | next line .. folder does not exist
-0 config show --json | "KeyVault" .. "value": "%G" .. "AuthenticationType" .. "value": 1 .. C:\\Kelvaroé .. "value": 1700000600 .. "characters": 41
-)");
+    RunSection();
 }
 
 TEST_F(ConfigTest, ImportTakesWhatAnotherMachineExported)
@@ -87,28 +71,11 @@ TEST_F(ConfigTest, ImportTakesAProtectedSecret)
 
 TEST_F(ConfigTest, ImportIsAllOrNothing)
 {
-    const struct {
-        const char* text;
-        const char* message;
-    } rows[] = {
-        {"\"KeyVaults\"=\"x\"\n", "line 5: unknown setting \"KeyVaults\""},
-        {"\"TenantId\"=dword:1\n", "line 5: TenantId must be a REG_SZ, not a REG_DWORD"},
-        {"\"TenantId\"=hex(2):61,00,00,00\n", "not a REG_EXPAND_SZ"},
-        {"\"TenantId\"=hex(1):61,00,00\n", "line 5: the bytes of TenantId end"},
-        {"\"LoggingLevel\"=hex(4):01,00\n", "line 5: the bytes of LoggingLevel end"},
-        {"\"LoggingLevel\"=dword:b\n", "line 5: LoggingLevel: the value must be"},
-        {"\"TenantId\"=\"a b\"\n", "line 5: TenantId: the value contains a character"},
-        {"\"keyvault\"=\"again\"\n", "line 5: KeyVault is given twice"},
-        {"@=\"x\"\n", "line 5: the key's default value"},
-        {"[-HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro]\n", "line 5: a whole key cannot be removed"},
-        {"\n[HKEY_LOCAL_MACHINE\\Software\\Zandrel]\n", "line 6: only the settings key"},
-        {"[HKEY_CURRENT_USER\\Software\\Zandrel\\Kelvaro]\n\"LoggingLevel\"=dword:1\n", "line 6: LoggingLevel is only"},
-        {"\"TenantId\"=x\n", "line 5: the data must be"},
-    };
     const json before = Settings();
-    for (const auto& row : rows) {
-        WriteFile("import.reg", kHead + std::string("\"KeyVault\"=\"imported\"\n") + row.text);
-        Run(std::string("2 config import @import.reg | import.reg: .. ") + row.message + " .. nothing was imported\n");
+    for (const std::string& line : SectionLines("registry_lines.txt")) {
+        const TextRow row(line);
+        WriteFile("import.reg", kHead + ("\"KeyVault\"=\"imported\"\n" + row.text));
+        Run("2 config import @import.reg | import.reg: .. " + row.words + " .. nothing was imported\n");
     }
     EXPECT_EQ(before, Settings());
 }

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/common/data_rows.h"
 #include "tests/common/host.h"
 
 using nlohmann::json;
@@ -75,14 +76,11 @@ void CtlTest::Run(const std::string& table)
 
 void CtlTest::RunSection(int part)
 {
-    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-    const std::string head = std::string("\n[") + test.test_suite_name() + "." + test.name() +
-                             (part > 1 ? " " + std::to_string(part) : "") + "]\n";
-    const std::string all = ReadFile(KELVARO_TEST_DATA "/command_lines.txt");
-    const size_t begin = all.find(head);
-    ASSERT_NE(std::string::npos, begin) << head;
-    const size_t end = std::min(all.find("\n[", begin + head.size()), all.size());
-    Run(all.substr(begin + head.size(), end - begin - head.size()));
+    std::string table;
+    for (const std::string& line :
+         SectionLines("command_lines.txt", CurrentTest() + (part > 1 ? " " + std::to_string(part) : "")))
+        table += line + "\n";
+    Run(table);
 }
 
 void CtlTest::RunLine(const std::string& line, const std::string& input)
@@ -111,15 +109,14 @@ void CtlTest::RunLine(const std::string& line, const std::string& input)
 
 std::vector<std::string> CtlTest::Split(const std::string& line) const
 {
-    std::vector<std::string> words;
-    for (size_t at = 0; at < line.size(); ++at) {
-        const bool quoted = line[at] == '\'';
-        const size_t end = std::min(line.find(quoted ? '\'' : ' ', at + 1), line.size());
-        std::string word = quoted ? line.substr(at + 1, end - at - 1) : line.substr(at, end - at);
+    std::vector<std::string> words = SplitWords(line);
+    for (std::string& word : words) {
+        if (word[0] == '\'')
+            word.erase(0, 1);
         if (word.size() > 2 && word[1] == '*')
             word = std::string(std::stoul(word.substr(2)), word[0]);
-        words.push_back(word[0] == '@' ? File(word.substr(1)) : word);
-        at = end + (quoted ? 1 : 0);
+        else if (word[0] == '@')
+            word = File(word.substr(1));
     }
     return words;
 }

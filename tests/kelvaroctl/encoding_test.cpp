@@ -6,7 +6,6 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/log_table.h"
 #include "kelvaroctl/public_key.h"
-#include "kelvaroctl/setting_table.h"
 
 using namespace kelvaroctl;
 
@@ -111,28 +110,6 @@ TEST(PublicKeyTest, WhatIsRefused)
         for (auto end = blob.begin(); end != blob.end(); ++end)
             EXPECT_THROW(ParsePublicBlob(Bytes(blob.begin(), end)), Failure) << end - blob.begin();
     }
-}
-
-TEST(TextTest, NumbersAsTheyAreTyped)
-{
-    const std::pair<const char*, DWORD> rows[] = {
-        {"0", 0}, {"10", 10}, {"0x10", 16}, {"0XfF", 255}, {"4294967295", 0xFFFFFFFF}, {"0xFFFFFFFF", 0xFFFFFFFF}};
-    for (const auto& [text, number] : rows)
-        EXPECT_EQ(number, ParseNumber(text)) << text;
-    for (const char* text : {"4294967296", "", "0x", " 1", "1 ", "+1", "-1", "1e3"})
-        EXPECT_FALSE(ParseNumber(text)) << text;
-}
-
-TEST(TextTest, SecretsThatSignInWouldMangle)
-{
-    const Setting& secret = *FindSetting("clientsecret");
-    EXPECT_EQ("", TextWarning(secret, TEXT("abc~DEF.123_-")));
-    for (const WCHAR* mangled : {TEXT("a&b"), TEXT("a+b"), TEXT("a%41"), TEXT("a b")}) {
-        EXPECT_EQ("", TextProblem(secret, mangled));
-        EXPECT_NE("", TextWarning(secret, mangled));
-    }
-    // Byte order marks, which nobody sees.
-    EXPECT_NE("", TextProblem(secret, TEXT("\xFEFF") TEXT("abc")));
 }
 
 TEST(TextTest, ForATerminal)

@@ -38,12 +38,7 @@ TEST_F(ProgramTest, AUserNeedsNothingOfTheMachines)
     // A folder in its place can't be read by root either.
     fs::remove(File(kHive));
     fs::create_directory(File(kHive));
-    Run(std::string("< ") + Simulator::kClientSecret + R"(
-0 config set ClientSecret --user | ClientSecret of the user is protected
-0 keys list --user | key  -
-0 provider show --user --json | "scope": "user"
-3 keys list
-)");
+    RunSection();
 }
 
 TEST_F(ProgramTest, OpensslEncryptsToAnExportedKeyAndTheModuleDecrypts)
@@ -80,8 +75,7 @@ TEST_F(ProgramTest, WaysToTheProvider)
 {
     // The tool of a build finds the module of that build.
     EXPECT_EQ(0, RunProgram(KELVAROCTL_PATH, {"provider", "show"}, "").exit);
-    Run("0 provider show --via module --json | \"via\": \"module\"\n2 --via ncrypt keys list | --module\n"
-        "2 --via rpc keys list | --via\n");
+    RunSection();
     EXPECT_NE(std::string::npos, RunToolHere({"--via", "ncrypt", "keys", "list"}, "").err.find("needs Windows"));
     const Ran full = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + " config show > /dev/full"}, "");
     EXPECT_EQ(7, full.exit);
