@@ -76,12 +76,12 @@ inline Bytes RsaBlob(DWORD bits, DWORD magic = BCRYPT_RSAPRIVATE_MAGIC)
 }
 
 // A self-relative security descriptor of an owner with two sub-authorities: 20 bytes of head, 16 of owner.
-inline Bytes Descriptor(DWORD ownerAt = sizeof(SECURITY_DESCRIPTOR_RELATIVE))
+inline Bytes Descriptor()
 {
     SECURITY_DESCRIPTOR_RELATIVE head = {};
     head.Revision = SECURITY_DESCRIPTOR_REVISION;
     head.Control = SE_SELF_RELATIVE;
-    head.Owner = ownerAt;
+    head.Owner = sizeof(head);
     return BytesOf(head) + Bytes{1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0, 0, 0, 0};
 }
 

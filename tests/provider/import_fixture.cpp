@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tests/provider/words.h"
+
 Bytes Der(BYTE tag, const Bytes& contents)
 {
     const size_t size = contents.size();
@@ -64,18 +66,19 @@ std::string ImportTest::Import(const char* type, const Bytes& data, Parameters* 
     return Hex(status);
 }
 
-void ImportTest::ImportWith(const std::vector<ParameterRow>& rows, const char* type, const Bytes& data, DWORD flags,
-                            ULONG version)
+void ImportTest::ImportRows(const char* type, const Bytes& data, ULONG version, const Bytes& store)
 {
-    for (const ParameterRow& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        const SECURITY_STATUS status = StatusOfWord(row[0]);
         Parameters parameters = {};
         parameters.version = version;
-        for (const auto& [bufferType, bytes] : row.buffers)
-            parameters.Add(bufferType, bytes);
-        ASSERT_EQ(Hex(row.status), Import(type, data, &parameters, flags));
-        if (row.status == 0) {
-            EXPECT_EQ(row.keyName, imported()->pszKeyName ? Narrow(imported()->pszKeyName) : "(none)");
+        for (size_t at = 2; at < row.size(); at += 2)
+            parameters.Add(NumberOfWord(row[at]), row[at + 1] == "store" ? store : BytesOfWord(row[at + 1]));
+        ASSERT_EQ(Hex(status), Import(type, data, &parameters, kLater));
+        if (status == 0) {
+            const WCHAR* const name = imported()->pszKeyName;
+            EXPECT_EQ(BytesOfWord(row[1]), name ? TextBytes(Narrow(name)) : Bytes());
         }
     }
 }

@@ -46,13 +46,6 @@ class Parameters {
     NCryptBufferDesc list_ = {};
 };
 
-struct ParameterRow {
-    const char* name;
-    std::vector<std::pair<DWORD, Bytes>> buffers;
-    SECURITY_STATUS status;
-    std::string keyName = "(none)";  // of the key
-};
-
 class ImportTest : public ProviderTest {
   protected:
     void SetUp() override;
@@ -66,9 +59,8 @@ class ImportTest : public ProviderTest {
     {
         return Import("PKCS8_PRIVATEKEY", data, parameters, flags);
     }
-    // Imports the data with each of the lists.
-    void ImportWith(const std::vector<ParameterRow>& rows, const char* type, const Bytes& data, DWORD flags,
-                    ULONG version = 0);
+    // Imports the data, unfinalized, with each list of parameters that tests/data/keys.txt has for the running test.
+    void ImportRows(const char* type, const Bytes& data, ULONG version = 0, const Bytes& store = {});
     // Of the last import that succeeded; freed with the next one.
     KSP_KEY* imported() const { return Record(imported_); }
     void FreeImported();

@@ -60,25 +60,8 @@ TEST_F(EnvelopeTest, EveryCipherAndFormOfStore)
 TEST_F(EnvelopeTest, ParameterLists)
 {
     PutContainer("box", "me.pem");
-    const Bytes envelope = Envelope("aes-256-cbc"), store = Box("me"), name = TextBytes("name");
-    const std::vector<ParameterRow> rows = {
-        {"with a name", {{45, name}, {47, store}}, 0},
-        {"with an object id", {{47, store}, {41, {1}}}, 0},
-        {"with parameters of an algorithm", {{42, {1}}, {47, store}}, 0},
-        {"with an empty name", {{45, {}}, {47, store}}, 0},
-        {"two stores, the last counts", {{47, {1}}, {47, store}}, 0},
-        {"nothing", {}, NTE_INVALID_PARAMETER},
-        {"three buffers", {{45, name}, {47, store}, {41, {1}}}, NTE_INVALID_PARAMETER},
-        {"no store", {{45, name}}, NTE_INVALID_PARAMETER},
-        {"an empty store", {{47, {}}}, NTE_INVALID_PARAMETER},
-        {"name without a zero character", {{45, TextBytes("n", false)}, {47, store}}, NTE_INVALID_PARAMETER},
-        {"zeros that are no character", {{45, {1, 0, 0, 1}}, {47, store}}, NTE_INVALID_PARAMETER},
-        {"algorithm id", {{43, {}}, {47, store}}, NTE_INVALID_PARAMETER},
-        {"attributes", {{44, {1}}, {47, store}}, NTE_INVALID_PARAMETER},
-        {"secret", {{47, store}, {46, name}}, NTE_INVALID_PARAMETER},
-        {"unknown", {{47, store}, {99, name}}, NTE_INVALID_PARAMETER},
-    };
-    ImportWith(rows, "PKCS7_ENVELOPE", envelope, 0);
+    const Bytes envelope = Envelope("aes-256-cbc"), store = Box("me");
+    ImportRows("PKCS7_ENVELOPE", envelope, 0, store);
     Parameters newer = {{47, store}}, empty = {{47, store}};
     newer.version = 1;
     empty.rows[0].pvBuffer = nullptr;

@@ -1,64 +1,29 @@
 // Import of CNG's blobs and of PKCS#8 keys.
 #include <algorithm>
+#include <map>
 
 #include "provider/nt_status.h"
 #include "provider/property_list.h"
 #include "tests/provider/import_fixture.h"
+#include "tests/provider/words.h"
 
 namespace {
 
 TEST_F(ImportTest, BlobsByTypeLengthAndFlag)
 {
-    const Bytes good = RsaBlob(2048), small = RsaBlob(1024);
-    const Row<const char*, Bytes, DWORD, SECURITY_STATUS, const char*> rows[] = {
-        // A public key is never imported.
-        {"PUBLICBLOB", Bytes(3), 0, NTE_INVALID_PARAMETER, nullptr},
-        {"PUBLICBLOB", Bytes(4), 0, NTE_INTERNAL_ERROR, nullptr},
-        {"PUBLICBLOB", Bytes(300), NCRYPT_SILENT_FLAG | NCRYPT_NO_KEY_VALIDATION, NTE_INTERNAL_ERROR, nullptr},
-        {"PUBLICBLOB", Bytes(4), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS, nullptr},
-        {"PUBLICBLOB", Bytes(4), kLater, NTE_BAD_FLAGS, nullptr},
-        {"PUBLICBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER, nullptr},
-        {"RSAPUBLICBLOB", Bytes(1), 0, NTE_INTERNAL_ERROR, nullptr},
-        {"RSAPUBLICBLOB", Bytes(1), NCRYPT_OVERWRITE_KEY_FLAG, NTE_BAD_FLAGS, nullptr},
-        // A private key is, if the host finalizes it. The type gives it its name, not the magic.
-        {"RSAPRIVATEBLOB", good, kLater, 0, "RSAPRIVATEBLOB"},
-        {"RSAFULLPRIVATEBLOB", RsaBlob(4096, 0x33415352), kLater, 0, "RSAFULLPRIVATEBLOB"},
-        {"PRIVATEBLOB", RsaBlob(3072, 0x33415352), kLater, 0, "RSAPRIVATEBLOB"},
-        {"RSAFULLPRIVATEBLOB", good, kLater, 0, "RSAFULLPRIVATEBLOB"},
-        {"RSAPRIVATEBLOB", good, 0, NTE_INTERNAL_ERROR, nullptr},
-        {"RSAPRIVATEBLOB", small, kLater, NTE_NOT_SUPPORTED, nullptr},
-        {"RSAPRIVATEBLOB", small, 0, NTE_NOT_SUPPORTED, nullptr},
-        {"RSAPRIVATEBLOB", RsaBlob(2048, 0x31415352), kLater, NTE_NOT_SUPPORTED, nullptr},
-        {"RSAPRIVATEBLOB", Bytes(1), kLater, NTE_NOT_SUPPORTED, nullptr},
-        {"PRIVATEBLOB", Bytes(3), kLater, NTE_INVALID_PARAMETER, nullptr},
-        {"PRIVATEBLOB", Bytes(4), kLater, NTE_NOT_SUPPORTED, nullptr},
-    };
-    for (const auto& [type, data, flags, status, kept] : rows) {
-        SCOPED_TRACE(testing::Message() << type << " " << data.size() << " " << flags);
-        ASSERT_EQ(Hex(status), Import(type, data, nullptr, flags));
-        if (kept)
-            ExpectNameless(data, kept, false, false);
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        const Bytes data = BytesOfWord(row[2]);
+        ASSERT_EQ(Hex(StatusOfWord(row[0])), Import(row[1].c_str(), data, nullptr, NumberOfWord(row[3])));
+        if (row[4] != "-")
+            ExpectNameless(data, row[4].c_str(), false, false);
     }
 }
 
 TEST_F(ImportTest, NamesOfPrivateBlobs)
 {
-    const Bytes name = TextBytes("first");
-    const std::string longest(129, 'n');
-    const std::vector<ParameterRow> rows = {
-        {"one name", {{45, name}}, 0, "first"},
-        {"the last of several", {{45, name}, {41, {1}}, {45, TextBytes("last")}, {99, {1}}}, 0, "last"},
-        {"a single byte is ignored", {{45, {0}}}, 0},
-        {"an empty name", {{45, {0, 0}}}, 0, ""},
-        {"terminator not counted", {{45, TextBytes("abc", false)}}, 0, "abc"},
-        {"text behind the terminator", {{45, TextBytes("a") + name}}, 0, "a"},
-        {"no zero byte", {{45, {1, 1, 1, 1}}}, NTE_INVALID_PARAMETER},
-        {"a bad one before a good one", {{45, {1, 1}}, {45, name}}, NTE_INVALID_PARAMETER},
-        {"longest", {{45, TextBytes(longest)}}, 0, longest},
-        {"too long", {{45, TextBytes(longest + "n")}}, NTE_INVALID_PARAMETER},
-    };
-    ImportWith(rows, "RSAPRIVATEBLOB", RsaBlob(2048), kLater, 9);
-    Parameters changed = {{45, name}};
+    ImportRows("RSAPRIVATEBLOB", RsaBlob(2048), 9);
+    Parameters changed = {{45, TextBytes("first")}};
     changed.rows[0].pvBuffer = nullptr;
     ASSERT_EQ(kDone, Import("RSAPRIVATEBLOB", RsaBlob(2048), &changed, kLater));
     EXPECT_EQ(nullptr, imported()->pszKeyName);
@@ -172,13 +137,6 @@ struct EncryptedForm {
     Bytes iv = Bytes(16, 2);
     Bytes encrypted = Bytes(64, 3);
 
-    // One member changed.
-    EncryptedForm With(Bytes EncryptedForm::*member, const Bytes& value) const
-    {
-        EncryptedForm form = *this;
-        form.*member = value;
-        return form;
-    }
     Bytes Pbes2Parameters() const
     {
         const Bytes pbkdf2 = Der(0x30, Der(0x04, salt) + iterations + keySize + prf);
@@ -211,15 +169,10 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
     const auto info = [](const Bytes& algorithm, const Bytes& key) {
         return Der(0x30, Bytes{2, 1, 0} + algorithm + Der(0x04, key));
     };
-    using F = EncryptedForm;
-    const F form;
-    const Bytes parameters = form.Pbes2Parameters();
+    const Bytes parameters = EncryptedForm().Pbes2Parameters();
     const Bytes cut(parameters.begin() + 2, parameters.begin() + 20);
     const Bytes unknown = {0x2A, 3};
-    const Bytes huge = {2, 4, 0x7F, 0xFF, 0xFF, 0xFF}, tenMillionAndOne = {2, 4, 0, 0x98, 0x96, 0x81};
     const Row<const char*, Bytes, SECURITY_STATUS> rows[] = {
-        {"curve", ReadPkcs8("p256"), NTE_NOT_SUPPORTED},
-        {"1024 bits", ReadPkcs8("rsa1024"), NTE_NOT_SUPPORTED},
         {"PKCS#1 alone", pkcs1, NTE_BAD_DATA},
         {"length beyond the data", {0x30, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 2, 1, 0}, NTE_BAD_DATA},
         {"indefinite length", {0x30, 0x80, 2, 1, 0, 0, 0}, NTE_BAD_DATA},
@@ -230,55 +183,33 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
         {"negative number", info(rsa, negative), NTE_BAD_DATA},
         {"usage that isn't a bit string", WithAttributes(Attribute(kNull)), NTE_BAD_DATA},
         {"usage with eight unused bits", WithAttributes(Attribute(Der(0x03, {8, 0x80}))), NTE_BAD_DATA},
-        {"nothing wrong but the bytes", form.Pbes2(), NTE_INTERNAL_ERROR},
-        {"the same with PKCS#12", form.Pkcs12(), NTE_INTERNAL_ERROR},
-        {"no encrypted bytes", form.With(&F::encrypted, {}).Pbes2(), NTE_BAD_DATA},
-        {"no whole blocks", form.With(&F::encrypted, Bytes(63, 3)).Pbes2(), NTE_INTERNAL_ERROR},
-        {"no iterations", form.With(&F::iterations, {2, 1, 0}).Pbes2(), NTE_BAD_DATA},
-        {"negative iterations", form.With(&F::iterations, {2, 1, 0xFF}).Pbes2(), NTE_BAD_DATA},
-        {"empty iterations", form.With(&F::iterations, {2, 0}).Pbes2(), NTE_BAD_DATA},
-        {"two thousand million", form.With(&F::iterations, huge).Pbes2(), NTE_BAD_DATA},
-        {"the same with PKCS#12", form.With(&F::iterations, huge).Pkcs12(), NTE_BAD_DATA},
-        {"ten million and one", form.With(&F::iterations, tenMillionAndOne).Pkcs12(), NTE_BAD_DATA},
-        {"a count of five bytes", form.With(&F::iterations, {2, 5, 1, 0, 0, 0, 1}).Pbes2(), NTE_BAD_DATA},
-        {"salt of 1025 bytes", form.With(&F::salt, Bytes(1025, 1)).Pbes2(), NTE_BAD_DATA},
-        {"salt of 1025 bytes with PKCS#12", form.With(&F::salt, Bytes(1025, 1)).Pkcs12(), NTE_BAD_DATA},
-        {"salt of 1024 bytes", form.With(&F::salt, Bytes(1024, 1)).Pkcs12(), NTE_INTERNAL_ERROR},
-        {"empty salt", form.With(&F::salt, {}).Pkcs12(), NTE_INTERNAL_ERROR},
-        {"key size of the cipher", form.With(&F::keySize, {2, 1, 32}).Pbes2(), NTE_INTERNAL_ERROR},
-        {"another key size", form.With(&F::keySize, {2, 1, 16}).Pbes2(), NTE_BAD_DATA},
-        {"unknown derivation", form.With(&F::derivation, unknown).Pbes2(), NTE_INTERNAL_ERROR},
-        {"unknown cipher", form.With(&F::cipher, unknown).Pbes2(), NTE_INTERNAL_ERROR},
-        {"unknown PRF", form.With(&F::prf, Der(0x30, Der(0x06, unknown))).Pbes2(), NTE_INTERNAL_ERROR},
-        {"something else for the PRF", form.With(&F::prf, {4, 0}).Pbes2(), NTE_BAD_DATA},
-        {"short initialization vector", form.With(&F::iv, Bytes(15, 2)).Pbes2(), NTE_BAD_DATA},
-        {"no parameters", form.Pbes2({}), NTE_BAD_DATA},
-        {"NULL for parameters", form.Pbes2(kNull), NTE_BAD_DATA},
-        {"parameters that end early", form.Pbes2(Der(0x30, cut)), NTE_BAD_DATA},
-        {"unknown scheme", form.Whole(unknown, parameters), NTE_INTERNAL_ERROR},
-        {"Camellia", ReadPkcs8("pbes2-camellia"), NTE_INTERNAL_ERROR},
-        {"HMAC with SHA-224", ReadPkcs8("pbes2-sha224"), NTE_INTERNAL_ERROR},
-        {"scrypt", ReadPkcs8("pbes2-scrypt"), NTE_INTERNAL_ERROR},
-        {"PKCS#12 with two keys", ReadPkcs8("pkcs12-sha1-2des"), NTE_INTERNAL_ERROR},
+        {"no parameters", EncryptedForm().Pbes2({}), NTE_BAD_DATA},
+        {"NULL for parameters", EncryptedForm().Pbes2(kNull), NTE_BAD_DATA},
+        {"parameters that end early", EncryptedForm().Pbes2(Der(0x30, cut)), NTE_BAD_DATA},
+        {"unknown scheme", EncryptedForm().Whole(unknown, parameters), NTE_INTERNAL_ERROR},
     };
     for (const auto& [name, data, status] : rows)
         EXPECT_EQ(Hex(status), ImportPkcs8(data, &secret)) << name;
+
+    using F = EncryptedForm;
+    const std::map<std::string, Bytes F::*> members = {
+        {"salt", &F::salt}, {"iterations", &F::iterations}, {"keySize", &F::keySize},
+        {"prf", &F::prf},   {"derivation", &F::derivation}, {"cipher", &F::cipher},
+        {"iv", &F::iv},     {"encrypted", &F::encrypted},
+    };
+    for (const auto& row : SectionRows("keys.txt")) {
+        F form;
+        if (row.size() > 2)
+            form.*members.at(row[2]) = BytesOfWord(row[3]);
+        const Bytes data = row[1] == "pbes2" ? form.Pbes2() : row[1] == "pkcs12" ? form.Pkcs12() : ReadPkcs8(row[1]);
+        EXPECT_EQ(Hex(StatusOfWord(row[0])), ImportPkcs8(data, &secret)) << testing::PrintToString(row);
+    }
 }
 
 TEST_F(Pkcs8ImportTest, ParameterLists)
 {
     const Bytes data = ReadPkcs8("rsa2048");
-    const std::vector<ParameterRow> rows = {
-        {"a name", {{45, TextBytes("name")}}, 0, "name"},
-        {"name without its terminator", {{45, TextBytes("abc", false)}}, 0, "abc"},
-        {"an object id", {{41, {'1', 0}}, {42, {1}}, {43, {1}}, {44, {1}}, {47, {1}}, {99, {1}}}, 0},
-        {"name without a zero byte", {{45, {1, 1}}}, NTE_INVALID_PARAMETER},
-        {"one byte for a name", {{45, {0}}}, 0, ""},
-        {"object id without a zero byte", {{41, {'1'}}}, NTE_INVALID_PARAMETER},
-        {"an empty list", {}, NTE_INVALID_PARAMETER},
-        {"a name that is too long", {{45, TextBytes(std::string(130, 'n'))}}, NTE_INVALID_PARAMETER},
-    };
-    ImportWith(rows, "PKCS8_PRIVATEKEY", data, kLater);
+    ImportRows("PKCS8_PRIVATEKEY", data);
     Parameters changed = {{45, {1, 1}}};
     changed.rows[0].cbBuffer = 0;
     EXPECT_EQ(kDone, ImportPkcs8(data, &changed));
@@ -291,35 +222,19 @@ TEST_F(Pkcs8ImportTest, ParameterLists)
 
 TEST_F(Pkcs8ImportTest, UsageOfTheKey)
 {
-    const auto bits = [](const Bytes& contents) { return Attribute(Der(0x03, contents)); };
-    const Bytes other = Attribute(kNull, {0x2A, 3});
-    constexpr DWORD kNone = 99;  // no property
-    const std::pair<Bytes, DWORD> rows[] = {
-        // Each bit of a key usage, all of them, and none.
-        {bits({7, 0x80}), 2},
-        {bits({6, 0x40}), 0},
-        {bits({5, 0x20}), 1},
-        {bits({4, 0x10}), 1},
-        {bits({3, 0x08}), 4},
-        {bits({2, 0x04}), 2},
-        {bits({1, 0x02}), 2},
-        {bits({0, 0x01}), 1},
-        {bits({7, 0x00, 0x80}), 1},
-        {bits({7, 0xFF, 0x80}), 7},
-        {bits({0}), 0},
-        // The first usage with a value counts.
-        {other + bits({7, 0x80}), 2},
-        {Attribute({}) + bits({7, 0x80}), 2},
-        {bits({7, 0x80}) + bits({5, 0x20}), 2},
-        {other, kNone},
-    };
-    for (const auto& [attributes, usage] : rows) {
-        SCOPED_TRACE(testing::PrintToString(attributes));
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        Bytes attributes;
+        for (size_t at = 1; at < row.size(); ++at)
+            attributes =
+                attributes + (row[at] == "other" ? Attribute(kNull, {0x2A, 3}) : Attribute(BytesOfWord(row[at])));
+        const bool none = row[0] == "-";  // no property
+        const DWORD usage = none ? 3 : NumberOfWord(row[0]);
         ASSERT_EQ(kDone, ImportPkcs8(WithAttributes(attributes)));
-        EXPECT_EQ(usage == kNone ? 3 : usage, imported()->dwKeyUsage);
+        EXPECT_EQ(usage, imported()->dwKeyUsage);
         const PropertyLink& head = imported()->PropertyList;
-        ASSERT_EQ(usage == kNone, head.next == &head);
-        if (usage == kNone)
+        ASSERT_EQ(none, head.next == &head);
+        if (none)
             continue;
         EXPECT_EQ(Words({usage}), GetKey(imported_, "Key Usage", kOnly).bytes);
         EXPECT_EQ(1u, PropertyFromLink(head.next)->fPersisted);

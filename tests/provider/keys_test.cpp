@@ -1,5 +1,6 @@
 // Keys of the vault as a host opens, makes, exports and deletes them.
 #include "tests/provider/provider_fixture.h"
+#include "tests/provider/words.h"
 
 namespace {
 
@@ -26,26 +27,6 @@ class KeysTest : public ProviderTest {
         EXPECT_EQ(kDone, Verify(key, Pattern(hashSize), signature.bytes, flags, "SHA256"));
     }
     json StateOf(const char* vault = Simulator::kVault) { return sim.Control("GET", std::string("/vaults/") + vault); }
-    // Makes, uses and purges a key of each algorithm.
-    void ExpectEveryAlgorithmToLive(const char* vault)
-    {
-        const Row<const char*, DWORD, DWORD> rows[] = {
-            {"RSA", 2048, 32},      {"ECDSA_P256", 256, 32}, {"ECDSA_P384", 384, 48}, {"ECDSA_P521", 521, 64},
-            {"ECDH_P256", 256, 32}, {"ECDH_P384", 384, 48},  {"ECDH_P521", 521, 64},
-        };
-        const json empty = StateOf(vault);
-        for (const auto& [name, bits, hashSize] : rows) {
-            SCOPED_TRACE(name);
-            const NCRYPT_KEY_HANDLE key = Pending(name, "made here");
-            EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
-            EXPECT_EQ(0, Finalize(key));
-            EXPECT_EQ("made here", Narrow(Record(key)->kvk.clearName));
-            EXPECT_EQ(name, Narrow(Record(key)->kvk.AlgID));
-            ExpectToSign(key, hashSize);
-            EXPECT_EQ(kDone, Delete(key, NCRYPT_SILENT_FLAG));
-            EXPECT_EQ(empty, StateOf(vault));
-        }
-    }
 };
 
 TEST_F(KeysTest, AnOpenCostsOneReadAndNothingIsCached)
@@ -64,45 +45,23 @@ TEST_F(KeysTest, AnOpenCostsOneReadAndNothingIsCached)
 // ECDH or ECDSA; without one it is opened as ECDH, and exported by its operations.
 TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
 {
-    const auto rsa = [](const Bytes& n, DWORD bits, const Bytes& written) {
-        const DWORD size = static_cast<DWORD>(written.size());
-        return std::pair(RsaAnswer(n), Words({0x31415352, bits, 3, size, 0, 0}) + Bytes{1, 0, 1} + written);
-    };
-    const auto curve = [](const char* crv, DWORD cb, DWORD magic, bool signs = true, const char* tag = "") {
-        const Bytes x = Pattern(cb), y(x.rbegin(), x.rend());
-        const std::vector<std::string> ops = {signs ? "sign" : "decrypt"};
-        return std::pair(CurveAnswer(crv, x, y, ops, tag), Words({magic, cb}) + x + y);
-    };
-    const Bytes zero = {0};
-    const Row<const char*, std::pair<json, Bytes>, const char*, DWORD> rows[] = {
-        {"257 bytes with a zero", rsa(zero + Pattern(256), 2056, zero + Pattern(256)), "RSA", 2056},
-        {"257 bytes without", rsa(Pattern(257), 2056, zero + Pattern(257)), "RSA", 2056},
-        {"256 bytes with a zero", rsa(zero + Pattern(255), 2048, zero + zero + Pattern(255)), "RSA", 2048},
-        {"the largest that fits", rsa(Pattern(1972), 15776, zero + Pattern(1972)), "RSA", 15776},
-        {"ECK1 by tag", curve("P-256", 32, 0x314B4345, true, "ECDH_P256"), "ECDH_P256", 0},
-        {"ECK3 by tag", curve("P-384", 48, 0x334B4345, true, "ECDH_P384"), "ECDH_P384", 0},
-        {"ECK5 by tag", curve("P-521", 66, 0x354B4345, true, "ECDH_P521"), "ECDH_P521", 0},
-        {"ECS1 by tag", curve("P-256", 32, 0x31534345, false, "ECDSA_P256"), "ECDSA_P256", 0},
-        {"ECS3 by tag", curve("P-384", 48, 0x33534345, false, "ECDSA_P384"), "ECDSA_P384", 0},
-        {"ECS5 by tag", curve("P-521", 66, 0x35534345, false, "ECDSA_P521"), "ECDSA_P521", 0},
-        {"another kind of tag", curve("curve25519", 32, 0, true, "ECDSA_X25519"), "ECDSA_X25519", 0},
-        {"ECK1 by operations", curve("P-256", 32, 0x314B4345, false), "ECDH_P256", 0},
-        {"ECS3 by operations", curve("P-384", 48, 0x33534345), "ECDH_P384", 0},
-        {"ECS5 by operations", curve("P-521", 66, 0x35534345), "ECDH_P521", 0},
-        {"another curve", curve("P-256K", 32, 0), "", 0},
-        {"a coordinate as it came", curve("P-384", 49, 0x33534345, true, "ECDSA_P384"), "ECDSA_P384", 0},
-    };
-    for (const auto& [name, described, algorithm, bits] : rows) {
-        SCOPED_TRACE(name);
-        const NCRYPT_KEY_HANDLE key = OpenAnswered(described.first);
-        EXPECT_EQ(TextBytes(algorithm), GetKey(key, "Algorithm Name").bytes);
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        const bool isRsa = row[0] == "RSA";
+        const Bytes number = BytesOfWord(row[1]), reversed(number.rbegin(), number.rend());
+        const Bytes written = isRsa ? BytesOfWord(row[2]) : number + reversed;
+        const DWORD bits = NumberOfWord(row[4]), size = static_cast<DWORD>(isRsa ? written.size() : number.size());
+        const Bytes head =
+            isRsa ? Words({0x31415352, bits, 3, size, 0, 0}) + Bytes{1, 0, 1} : Words({NumberOfWord(row[2]), size});
+        const NCRYPT_KEY_HANDLE key =
+            OpenAnswered(isRsa ? RsaAnswer(number) : CurveAnswer(row[0], number, reversed, {row[5]}, row[6].substr(1)));
+        EXPECT_EQ(BytesOfWord(row[3]), GetKey(key, "Algorithm Name").bytes);
         EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
         EXPECT_EQ(Words({3}), GetKey(key, "Key Usage").bytes) << "regardless of the operations";
-        const bool isRsa = Record(key)->kvk.isEC == 0;
-        EXPECT_EQ(described.second, Export(key, isRsa ? "RSAPUBLICBLOB" : "ECCPUBLICBLOB").bytes);
+        EXPECT_EQ(head + written, Export(key, isRsa ? "RSAPUBLICBLOB" : "ECCPUBLICBLOB").bytes);
         const Result generic = Export(key, "PUBLICBLOB", NCRYPT_SILENT_FLAG);
         EXPECT_EQ(Hex(isRsa ? 0 : NTE_INVALID_PARAMETER), Hex(generic.status));
-        EXPECT_EQ(isRsa ? described.second : Bytes(), generic.bytes);
+        EXPECT_EQ(isRsa ? head + written : Bytes(), generic.bytes);
     }
 }
 
@@ -177,18 +136,23 @@ TEST_F(KeysTest, EveryFailureToReadLooksTheSame)
 
 TEST_F(KeysTest, EachAlgorithmFromItsCreationToItsPurge)
 {
-    ExpectEveryAlgorithmToLive(Simulator::kVault);
+    const Row<const char*, DWORD, DWORD> rows[] = {
+        {"RSA", 2048, 32},      {"ECDSA_P256", 256, 32}, {"ECDSA_P384", 384, 48}, {"ECDSA_P521", 521, 64},
+        {"ECDH_P256", 256, 32}, {"ECDH_P384", 384, 48},  {"ECDH_P521", 521, 64},
+    };
+    const json empty = StateOf();
+    for (const auto& [name, bits, hashSize] : rows) {
+        SCOPED_TRACE(name);
+        const NCRYPT_KEY_HANDLE key = Pending(name, "made here");
+        EXPECT_EQ(Words({bits}), GetKey(key, "Length").bytes);
+        EXPECT_EQ(0, Finalize(key));
+        EXPECT_EQ("made here", Narrow(Record(key)->kvk.clearName));
+        EXPECT_EQ(name, Narrow(Record(key)->kvk.AlgID));
+        ExpectToSign(key, hashSize);
+        EXPECT_EQ(kDone, Delete(key, NCRYPT_SILENT_FLAG));
+        EXPECT_EQ(empty, StateOf());
+    }
     EXPECT_EQ(Lines{}, ErrorLines());
-}
-
-using CertificateKeysTest = KeysTest;
-
-TEST_F(CertificateKeysTest, EachAlgorithmFromItsCreationToItsPurge)
-{
-    FreeProvider(provider);
-    root.SetNumber(HKEY_LOCAL_MACHINE, "CertificatesOrKeys", 0);
-    root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", Simulator::kStandardVault);
-    ExpectEveryAlgorithmToLive(Simulator::kStandardVault);
 }
 
 TEST_F(KeysTest, ACreationLooksForTheNameUnlessItOverwrites)

@@ -2,10 +2,10 @@
 #include <algorithm>
 
 #include "tests/provider/provider_fixture.h"
+#include "tests/provider/words.h"
 
 namespace {
 
-constexpr DWORD kPkcs1 = BCRYPT_PAD_PKCS1;
 constexpr DWORD kPss = BCRYPT_PAD_PSS;
 constexpr DWORD kOaep = NCRYPT_PAD_OAEP_FLAG;
 
@@ -17,47 +17,29 @@ class SigningTest : public ProviderTest {
         for (const char* type : {"RSA", "P-256", "P-384", "P-521"})
             AddKey(type, type);
     }
+    // NULL for no padding information.
+    static const char* HashName(const std::vector<std::string>& row)
+    {
+        return row[2] == "-" ? nullptr : row[2].c_str() + 1;
+    }
 };
 
 TEST_F(SigningTest, EveryRowOfTheDecisionTable)
 {
     sim.AddKey(Simulator::kVault, {{"name", "RSA0"}, {"pem", PrivateKeyPem("rsa2048")}, {"leadingZero", true}});
     sim.AddKey(Simulator::kVault, {{"name", "P-3840"}, {"kty", "EC"}, {"crv", "P-384"}, {"leadingZero", true}});
-    const Bytes sha1Info = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
-    // The size of the hash, and what the vault gets.
-    const Row<const char*, DWORD, const char*, size_t, const char*, Bytes> rows[] = {
-        {"RSA", kPkcs1, "SHA1", 20, "RSNULL", sha1Info + Pattern(20)},
-        {"RSA", kPkcs1, "SHA384", 48, "RS384", Pattern(48)},
-        {"RSA", kPkcs1, "SHA512", 64, "RS512", Pattern(64)},
-        {"RSA", kPkcs1, "sha256", 32, "RS256", Pattern(32)},
-        {"RSA", kPkcs1 | NCRYPT_SILENT_FLAG, "SHA1", 20, "RSNULL", sha1Info + Pattern(20)},
-        {"RSA", kPkcs1 | kPss, "SHA256", 32, "RS256", Pattern(32)},
-        {"RSA", kPss, "SHA256", 32, "PS256", Pattern(32)},
-        {"RSA", kPss, "SHA384", 48, "PS384", Pattern(48)},
-        {"RSA", kPss, "sha512", 64, "PS512", Pattern(64)},
-        {"RSA0", kPss, "SHA256", 32, "PS256", Pattern(32)},
-        {"P-256", 0, nullptr, 32, "ES256", Pattern(32)},
-        {"P-384", 0, nullptr, 48, "ES384", Pattern(48)},
-        {"P-3840", 0, nullptr, 48, "ES384", Pattern(48)},
-        {"P-521", 0, nullptr, 64, "ES512", Pattern(64)},
-        // Shorter than the curve's hash, and longer.
-        {"P-256", 0, nullptr, 20, "ES256", Bytes(12) + Pattern(20)},
-        {"P-384", 0, nullptr, 20, "ES384", Bytes(28) + Pattern(20)},
-        {"P-521", 0, nullptr, 1, "ES512", Bytes(63) + Pattern(1)},
-        {"P-521", 0, nullptr, 48, "ES512", Bytes(16) + Pattern(48)},
-        {"P-256", 0, nullptr, 33, "ES256", Pattern(32)},
-        {"P-256", 0, nullptr, 64, "ES256", Pattern(32)},
-        {"P-384", 0, nullptr, 64, "ES384", Pattern(48)},
-    };
-    for (const auto& [keyName, flags, hashName, cbHash, alg, digest] : rows) {
-        SCOPED_TRACE(testing::Message() << keyName << " " << alg << " " << cbHash);
-        const NCRYPT_KEY_HANDLE key = OpenKey(keyName);
-        Bytes hash = Pattern(cbHash);
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        const DWORD flags = NumberOfWord(row[1]);
+        const char* const hashName = HashName(row);
+        const std::string alg = row[4];
+        const NCRYPT_KEY_HANDLE key = OpenKey(row[0]);
+        Bytes hash = Pattern(NumberOfWord(row[3]));
         const Result signature = Sign(key, hash, flags, hashName);
         ASSERT_EQ(kDone, Hex(signature.status));
-        const std::string path = std::string("/keys/") + keyName + "/" + Narrow(Record(key)->kvk.version);
+        const std::string path = "/keys/" + row[0] + "/" + Narrow(Record(key)->kvk.version);
         EXPECT_EQ("POST " + path + "/sign?api-version=7.0", sim.VaultRequests().back());
-        const std::string sent = Base64(digest), made = Base64(signature.bytes);
+        const std::string sent = Base64(BytesOfWord(row[5])), made = Base64(signature.bytes);
         EXPECT_EQ((json{{"alg", alg}, {"value", sent}}), Bodies("sign").back());
 
         EXPECT_EQ(kDone, Verify(key, hash, signature.bytes, flags, hashName));
@@ -68,27 +50,18 @@ TEST_F(SigningTest, EveryRowOfTheDecisionTable)
     }
 }
 
-// Hash name: NULL for no padding information, "" for information without a name.
 TEST_F(SigningTest, RefusalsWithoutTraffic)
 {
-    constexpr SECURITY_STATUS kUnknown = NTE_NOT_SUPPORTED;
-    constexpr SECURITY_STATUS kWrong = NTE_INVALID_PARAMETER;
-    const Row<const char*, DWORD, const char*, size_t, SECURITY_STATUS, SECURITY_STATUS> rows[] = {
-        {"RSA", 0, "SHA256", 32, kWrong, kUnknown},         {"RSA", 0x40, "SHA256", 32, kWrong, kUnknown},
-        {"P-256", kPkcs1, "SHA256", 32, kWrong, kUnknown},  {"RSA", kPkcs1, nullptr, 32, kUnknown, kUnknown},
-        {"RSA", kPkcs1, "", 32, kUnknown, kUnknown},        {"RSA", kPss, nullptr, 32, kUnknown, kUnknown},
-        {"RSA", kPss, "", 32, kUnknown, kUnknown},          {"RSA", kPkcs1, "SHA1", 16, kUnknown, kUnknown},
-        {"RSA", kPss, "sha1", 20, kUnknown, kUnknown},      {"RSA", kPkcs1, "MD5", 16, kUnknown, kUnknown},
-        {"RSA", kPkcs1, "SHA2565", 32, kUnknown, kUnknown}, {"P-256", 0, nullptr, 65, kWrong, kWrong},
-        {"P-521", 0, nullptr, 66, kWrong, kWrong},
-    };
-    for (const auto& [keyName, flags, hashName, cbHash, sign, verify] : rows) {
-        SCOPED_TRACE(testing::Message() << keyName << " " << flags << " " << cbHash);
-        const NCRYPT_KEY_HANDLE key = OpenKey(keyName);
+    for (const auto& row : SectionRows("keys.txt")) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        const DWORD flags = NumberOfWord(row[1]);
+        const Bytes hash = Pattern(NumberOfWord(row[3]));
+        const SECURITY_STATUS sign = StatusOfWord(row[4]), verify = StatusOfWord(row[5]);
+        const NCRYPT_KEY_HANDLE key = OpenKey(row[0]);
         sim.ClearJournal();
-        EXPECT_EQ(Hex(sign), Hex(Sign(key, Pattern(cbHash), flags, hashName).status));
+        EXPECT_EQ(Hex(sign), Hex(Sign(key, hash, flags, HashName(row)).status));
         EXPECT_EQ("KelvaroSignHash Error " + Hex(sign), LastErrorLine());
-        EXPECT_EQ(Hex(verify), Verify(key, Pattern(cbHash), Pattern(64), flags, hashName));
+        EXPECT_EQ(Hex(verify), Verify(key, hash, Pattern(64), flags, HashName(row)));
         EXPECT_EQ("KelvaroVerifySignature Error " + Hex(verify), LastErrorLine());
         EXPECT_EQ(0u, sim.Journal().size());
     }
