@@ -36,13 +36,14 @@ run() {
 
 work=$(mktemp -d)
 background=
-end_tree() { # end_tree PROCESS: with all that it started
-    for stat in /proc/[0-9]*/stat; do
+end_tree() { # end_tree PROCESS: with all that it started; the parent first, so that it starts no more
+    children=$(for stat in /proc/[0-9]*/stat; do
         ! read -r child name state parent rest 2>/dev/null <"$stat" || [ "$parent" != "$1" ] || echo "$child"
-    done | while read -r child; do
+    done)
+    kill "$1" 2>/dev/null || true
+    for child in $children; do
         end_tree "$child"
     done
-    kill "$1" 2>/dev/null || true
 }
 # shellcheck disable=SC2086
 trap 'for process in $background; do end_tree $process; done; wait; rm -rf "$work"' EXIT
