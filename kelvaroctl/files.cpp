@@ -39,7 +39,7 @@ void ReadInPieces(const std::string& name, const std::function<void(const char* 
     // It may be a private key or a password.
     SecureZeroMemory(piece.data(), piece.size());
     if (stream.bad())
-        throw FileFailure("read", name);
+        throw FileFailure("read", standard ? "standard input" : name);
 }
 
 Bytes ReadInput(const std::string& name, size_t maxSize)
@@ -48,7 +48,8 @@ Bytes ReadInput(const std::string& name, size_t maxSize)
     content.reserve(maxSize);  // growth would leave copies behind
     ReadInPieces(name, [&](const char* piece, size_t size) {
         if (size > maxSize - content.size())
-            throw UsageFailure(name + " is larger than " + std::to_string(maxSize) + " bytes");
+            throw UsageFailure((name == "-" ? "standard input" : name) + " is larger than " + std::to_string(maxSize) +
+                               " bytes");
         content.insert(content.end(), piece, piece + size);
     });
     return content;

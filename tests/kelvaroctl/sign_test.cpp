@@ -74,6 +74,9 @@ TEST_F(SignTest, DigestsStandardInputAndPrintedSignatures)
     // PKCS#1 signatures are always the same.
     Run("0 sign --key rsa --alg RS256 --in @data --json | " + digest + " .. " + printed.substr(0, 344) + "\n< " +
         digest + "\n0 sign --key rsa --alg RS256 --in - --digest-hex | " + printed);
+    const Ran tooLarge =
+        Ctl({"sign", "--key", "rsa", "--alg", "RS256", "--in", "-", "--digest-hex"}, std::string(4097, 'a'));
+    EXPECT_NE(std::string::npos, tooLarge.err.find("standard input is larger than 4096 bytes")) << tooLarge.err;
     RunSection();
     sim.ClearJournal();
     RunSection(2);
