@@ -12,6 +12,11 @@ Waits RetryWaits(size_t count)
     return waits;
 }
 
+std::string Repeat(const std::string& text, size_t times)
+{
+    return times ? text + Repeat(text, times - 1) : "";
+}
+
 std::string TextOf(const WCHAR* text)
 {
     return text ? Narrow(text) : "(NULL)";

@@ -38,6 +38,8 @@ struct Identity {
     std::string secret = Simulator::kClientSecret;
 };
 
+std::string Repeat(const std::string& text, size_t times);
+
 // "(NULL)" for NULL.
 std::string TextOf(const WCHAR* text);
 std::string TextOf(const BldStr* str);

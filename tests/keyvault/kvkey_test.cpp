@@ -177,11 +177,6 @@ TEST(KVKeyTest, WithoutMemoryAMissingBufferHasNoSize)
     }
 }
 
-std::string Repeat(const std::string& text, size_t times)
-{
-    return times ? text + Repeat(text, times - 1) : "";
-}
-
 // form: 0 plain, 1 coded.
 TextString Encoded(const TextString& clear, int form)
 {

@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <tuple>
 
 #include "tests/provider/provider_fixture.h"
 #include "tests/provider/words.h"
@@ -10,6 +11,7 @@
 namespace {
 
 using EntryCall = std::function<SECURITY_STATUS(const std::vector<uintptr_t>&)>;
+using Calls = std::map<std::string, EntryCall>;
 
 template <class Type>
 Type ArgumentAs(uintptr_t value)
@@ -20,19 +22,15 @@ Type ArgumentAs(uintptr_t value)
         return static_cast<Type>(value);
 }
 
-template <class... Types, size_t... At>
-EntryCall CallOf(SECURITY_STATUS(WINAPI* entry)(Types...), std::index_sequence<At...>)
-{
-    return [entry](const std::vector<uintptr_t>& values) {
-        EXPECT_EQ(sizeof...(Types), values.size());
-        return entry(ArgumentAs<Types>(values.at(At))...);
-    };
-}
-
 template <class... Types>
 EntryCall CallOf(SECURITY_STATUS(WINAPI* entry)(Types...))
 {
-    return CallOf(entry, std::index_sequence_for<Types...>());
+    return [entry](const std::vector<uintptr_t>& values) {
+        EXPECT_EQ(sizeof...(Types), values.size());
+        auto value = values.begin();
+        const std::tuple<Types...> arguments{ArgumentAs<Types>(*value++)...};
+        return std::apply(entry, arguments);
+    };
 }
 
 template <class Type>
@@ -65,12 +63,10 @@ class ArgumentsTest : public ProviderTest {
     {
         if (status == 0)
             return "";
-        const std::string line = "Kelvaro" + entry;
-        for (const char* never : {"PromptUser", "NotifyChangeKey", "SecretAgreement", "DeriveKey", "FreeSecret"}) {
-            if (entry == never)
-                return line;
-        }
-        return line + (entry == "OpenKey" ? " Error" : entry == "ExportKey" ? " Failed" : "") + " Error " + Hex(status);
+        const bool bare = std::string("PromptUser NotifyChangeKey SecretAgreement DeriveKey FreeSecret").find(entry) !=
+                          std::string::npos;
+        const std::string word = entry == "OpenKey" ? " Error" : entry == "ExportKey" ? " Failed" : "";
+        return "Kelvaro" + entry + (bare ? "" : word + " Error " + Hex(status));
     }
 
     struct {
@@ -89,35 +85,32 @@ class ArgumentsTest : public ProviderTest {
 
 TEST_F(ArgumentsTest, FaultsInTheirOrder)
 {
-#define ENTRY(name)                \
-    {                              \
-#name, CallOf(table->name) \
-    }
-    const std::map<std::string, EntryCall> calls = {ENTRY(OpenProvider),
-                                                    ENTRY(OpenKey),
-                                                    ENTRY(CreatePersistedKey),
-                                                    ENTRY(GetProviderProperty),
-                                                    ENTRY(GetKeyProperty),
-                                                    ENTRY(SetProviderProperty),
-                                                    ENTRY(SetKeyProperty),
-                                                    ENTRY(FinalizeKey),
-                                                    ENTRY(DeleteKey),
-                                                    ENTRY(FreeProvider),
-                                                    ENTRY(FreeKey),
-                                                    ENTRY(Encrypt),
-                                                    ENTRY(Decrypt),
-                                                    ENTRY(IsAlgSupported),
-                                                    ENTRY(EnumAlgorithms),
-                                                    ENTRY(EnumKeys),
-                                                    ENTRY(ImportKey),
-                                                    ENTRY(ExportKey),
-                                                    ENTRY(SignHash),
-                                                    ENTRY(VerifySignature),
-                                                    ENTRY(PromptUser),
-                                                    ENTRY(NotifyChangeKey),
-                                                    ENTRY(SecretAgreement),
-                                                    ENTRY(DeriveKey),
-                                                    ENTRY(FreeSecret)};
+#define ENTRY(name) Calls::value_type(#name, CallOf(table->name))
+    const Calls calls({ENTRY(OpenProvider),
+                       ENTRY(OpenKey),
+                       ENTRY(CreatePersistedKey),
+                       ENTRY(GetProviderProperty),
+                       ENTRY(GetKeyProperty),
+                       ENTRY(SetProviderProperty),
+                       ENTRY(SetKeyProperty),
+                       ENTRY(FinalizeKey),
+                       ENTRY(DeleteKey),
+                       ENTRY(FreeProvider),
+                       ENTRY(FreeKey),
+                       ENTRY(Encrypt),
+                       ENTRY(Decrypt),
+                       ENTRY(IsAlgSupported),
+                       ENTRY(EnumAlgorithms),
+                       ENTRY(EnumKeys),
+                       ENTRY(ImportKey),
+                       ENTRY(ExportKey),
+                       ENTRY(SignHash),
+                       ENTRY(VerifySignature),
+                       ENTRY(PromptUser),
+                       ENTRY(NotifyChangeKey),
+                       ENTRY(SecretAgreement),
+                       ENTRY(DeriveKey),
+                       ENTRY(FreeSecret)});
 #undef ENTRY
     objects = {{"-", 0},
                {"p", OpenProvider()},

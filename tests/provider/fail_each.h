@@ -24,24 +24,28 @@ struct Armed {
     }
 };
 
-// Runs `run` with allocation 0, 1, 2... failing until none fails any more, which must succeed; `judge` gets the outcome
-// of each failing run. Returns how many those were.
-inline size_t FailEach(const std::function<SECURITY_STATUS(Armed&)>& run,
+// Runs `run`, which makes its calls through `armed`, with allocation 0, 1, 2... failing until none fails any more,
+// which must succeed; `judge` gets the outcome of each failing run. Returns how many those were.
+inline size_t FailEach(Armed* armed, const std::function<SECURITY_STATUS()>& run,
                        const std::function<void(SECURITY_STATUS, size_t)>& judge, bool allAfter = false)
 {
     for (size_t failAt = 0;; failAt++) {
-        Armed armed{failAt, allAfter};
-        const SECURITY_STATUS status = run(armed);
-        if (armed.seen <= failAt) {
+        *armed = {failAt, allAfter};
+        const SECURITY_STATUS status = run();
+        if (armed->seen <= failAt) {
             EXPECT_EQ(0, status);
+            *armed = {};
             return failAt;
         }
         judge(status, failAt);
     }
 }
 
+// The same for a run that may fail everywhere.
 inline size_t FailEach(const std::function<SECURITY_STATUS()>& call,
                        const std::function<void(SECURITY_STATUS, size_t)>& judge, bool allAfter = false)
 {
-    return FailEach([&](Armed& armed) { return armed(call); }, judge, allAfter);
+    Armed armed;
+    return FailEach(
+        &armed, [&] { return armed(call); }, judge, allAfter);
 }

@@ -39,26 +39,17 @@ inline Bytes BytesOfWord(const std::string& word)
 // A status by its name, or 0.
 inline SECURITY_STATUS StatusOfWord(const std::string& word)
 {
-#define STATUS(name) \
-    {                \
-#name, name  \
-    }
-    const std::pair<const char*, SECURITY_STATUS> statuses[] = {{"0", 0},
-                                                                STATUS(NTE_BAD_DATA),
-                                                                STATUS(NTE_BAD_FLAGS),
-                                                                STATUS(NTE_BAD_KEY),
-                                                                STATUS(NTE_BAD_KEY_STATE),
-                                                                STATUS(NTE_BUFFER_TOO_SMALL),
-                                                                STATUS(NTE_INTERNAL_ERROR),
-                                                                STATUS(NTE_INVALID_HANDLE),
-                                                                STATUS(NTE_INVALID_PARAMETER),
-                                                                STATUS(NTE_NOT_SUPPORTED),
-                                                                STATUS(NTE_PERM)};
-#undef STATUS
-    for (const auto& [name, status] : statuses) {
+    if (word == "0")
+        return 0;
+#define STATUS(name) std::pair<std::string, SECURITY_STATUS>(#name, name)
+    for (const auto& [name, status] :
+         {STATUS(NTE_BAD_DATA), STATUS(NTE_BAD_FLAGS), STATUS(NTE_BAD_KEY), STATUS(NTE_BAD_KEY_STATE),
+          STATUS(NTE_BUFFER_TOO_SMALL), STATUS(NTE_INTERNAL_ERROR), STATUS(NTE_INVALID_HANDLE),
+          STATUS(NTE_INVALID_PARAMETER), STATUS(NTE_NOT_SUPPORTED), STATUS(NTE_PERM)}) {
         if (word == name)
             return status;
     }
+#undef STATUS
     ADD_FAILURE() << "no such status: " << word;
     return 0;
 }
