@@ -1,6 +1,5 @@
 // Key records from the vault's answers, and the two forms of key names.
 #include <cstring>
-#include <optional>
 
 #include "tests/keyvault/client_fixture.h"
 
@@ -159,22 +158,6 @@ TEST(KVKeyTest, FreeClearsThePointersAndMayBeRepeated)
     key.valid = 0;
     KVCFreeKVKey(&key);
     KVCFreeKVKey(nullptr);
-}
-
-TEST(KVKeyTest, WithoutMemoryAMissingBufferHasNoSize)
-{
-    for (const char* sample : {"rsa-get", "ec-p256-create"}) {
-        const std::string body = ReadServiceSample(sample);
-        std::optional<Parsed> parsed;
-        SweepAllocations([&] { parsed.emplace(body); },
-                         [&](bool) {
-                             const KVKey& key = parsed->key;
-                             EXPECT_EQ(key.n == nullptr, key.n_siz == 0);
-                             EXPECT_EQ(key.e == nullptr, key.e_siz == 0);
-                             EXPECT_EQ(key.x == nullptr, key.x_siz == 0);
-                             EXPECT_EQ(key.y == nullptr, key.y_siz == 0);
-                         });
-    }
 }
 
 // form: 0 plain, 1 coded.

@@ -36,7 +36,11 @@ class VaultOperation : public VaultTest {
     static bool Read(KVC* kvc)
     {
         OwnKey key;
-        return KVCGetKey(kvc, TEXT("web"), &key, 0) == 1;
+        const bool read = KVCGetKey(kvc, TEXT("web"), &key, 0) == 1;
+        for (const auto& [number, size] :
+             {std::pair(key.n, key.n_siz), {key.e, key.e_siz}, {key.x, key.x_siz}, {key.y, key.y_siz}})
+            EXPECT_EQ(number == nullptr, size == 0);
+        return read;
     }
     static bool FetchCertificate(KVC* kvc)
     {
@@ -56,9 +60,10 @@ class VaultOperation : public VaultTest {
         return kvc->lastStatus == 201;
     }
 
-    const Operation kOperations[5] = {
+    const Operation kOperations[6] = {
         {"signing", 0, "/sign?", 200, {{"value", "AQID"}}, Sign},
-        {"reading a key", 0, "/keys/web?", 200, json::object(), Read},
+        {"reading an RSA key", 0, "/keys/web?", 200, ReadServiceSample("rsa-get"), Read},
+        {"reading a curve key", 0, "/keys/web?", 200, ReadServiceSample("ec-p256-create"), Read},
         {"reading a certificate", 1, "/certificates/web?", 200, {{"cer", "AQID"}}, FetchCertificate},
         {"creating a key", 0, "/create?", 200, json::object(), Create},
         {"merging a certificate", 1, "/merge?", 201, json::object(), Merge},
