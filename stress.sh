@@ -1,27 +1,40 @@
 #!/bin/sh
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
-# Usage: ./stress.sh [faults|fuzz|many|kill]... [--minutes N]   All of them without a name. --minutes: for each that runs by the clock.
+# Usage: ./stress.sh [faults|fuzz|many|kill|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
+# Without a name, all but long-windows, which takes a Windows build and a runtime for it. --minutes: for each that runs by the
+# clock. --signatures and --loads end the long parts; without --minutes, they alone.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
 
-minutes=1
+minutes=
+signatures=0
+loads=0
 chosen=
 while [ $# -gt 0 ]; do
     case $1 in
-    faults | fuzz | many | kill) chosen="$chosen $1" ;;
-    --minutes)
-        minutes=${2:?"--minutes needs a number"}
+    faults | fuzz | many | kill | long | long-windows) chosen="$chosen $1" ;;
+    --minutes | --signatures | --loads)
+        eval "${1#--}=\${2:?needs a number}"
         shift
         ;;
     *)
-        sed -n 's/^# Usage: //p' "$0" >&2
+        sed -n '/^# Usage: /,/^set/s/^# //p' "$0" >&2
         exit 2
         ;;
     esac
     shift
 done
+# How long a part with counts takes is up to them.
+long_seconds=0
+if [ "$minutes" = "" ] && [ $((signatures + loads)) -gt 0 ]; then
+    signatures=$((signatures > 0 ? signatures : loads * 10))
+    loads=$((loads > 0 ? loads : signatures / 10))
+else
+    long_seconds=$((${minutes:-1} * 60))
+fi
+minutes=${minutes:-1}
 
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages jq
@@ -75,6 +88,25 @@ try_kill() {
     keep kill "$top/stress/kill.jq" <"$work/text"
 }
 
+try_long() {
+    build stress_long
+    "$top/build/release/stress/stress_long" $long_seconds "$signatures" "$loads" >"$work/samples"
+    keep long "$top/stress/long.jq" <"$work/samples"
+}
+
+try_long_windows() {
+    # shellcheck disable=SC2086
+    "$top/tools/packages.sh" $windows_packages $runtime_packages
+    build vaultsim
+    build_variant win64 kelvaro >&2
+    cmake -DKELVARO_STRESS=ON "$top/build/win64" >/dev/null
+    build_variant win64 stress_long >&2
+    "$top/tools/windows-runtime.sh" "$top/build/windows-runtime"
+    "$top/tools/windows-namespace.sh" "$top/build/windows-runtime" "$work" "$top/stress/long_windows_run.sh" "$top/build/win64" \
+        "$top/build/windows-runtime/prefix" "$top/build/release/vaultsim/vaultsim" $long_seconds "$signatures" "$loads"
+    keep long-windows "$top/stress/long.jq" <"$work/long.json"
+}
+
 # Every target for its share of the minutes, two at a time. What is found stays in build/fuzz/findings. Inputs that reach
 # something new stay in build/fuzz/found and count for the coverage.
 try_fuzz() {
@@ -111,8 +143,8 @@ EOT
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 
-for part in ${chosen:-faults fuzz many kill}; do
+for part in ${chosen:-faults fuzz many kill long}; do
     echo "== $part" >&2
-    "try_$part"
+    "try_$(echo "$part" | tr - _)"
 done
 [ -z "$failed" ] || { echo "not as expected:$failed" >&2 && exit 1; }

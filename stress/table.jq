@@ -25,7 +25,16 @@ def kill:
   (.ways[] | [.way, .points, .good] | row),
   .failed[];
 
+def held($part; samples):
+  "",
+  "\(.[$part].done) \($part), \(.[$part].failures) failures with \(.[$part].failuresExpected) expected. From the second quarter to the last: \(.[$part].grown)",
+  "",
+  (["seconds", $part, "resident, KiB", "heap", "handles", "threads"] | head),
+  (samples[] | [.seconds, .done, .residentKb, .heap, .handles, .threads] | row);
+def long: held("signatures"; .signatureSamples), held("loads"; .loadSamples);
+
 if .faults then .faults | faults else empty end,
 if .fuzz then .fuzz | fuzz else empty end,
 if .many then .many | many else empty end,
-if .kill then .kill | kill else empty end
+if .kill then .kill | kill else empty end,
+(.long, ."long-windows" | select(.) | long)
