@@ -54,20 +54,6 @@ void ClearStores()
     }
 }
 
-void CertsTest::SetUp()
-{
-    HostTest::SetUp();
-    for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
-        root.SetNumber(hive, "CertificatesOrKeys", 0);
-    ClearStores();  // those of Windows outlive a test
-}
-
-void CertsTest::TearDown()
-{
-    HostTest::TearDown();
-    ClearStores();
-}
-
 Issued CertsTest::Issue(const json& spec)
 {
     const json answer = sim.Control("POST", VaultPath("/issue"), spec);
@@ -113,12 +99,6 @@ Strings CertsTest::StoreInOrder(bool machine) const
     return found;
 }
 
-Strings CertsTest::Sorted(Strings texts)
-{
-    std::sort(texts.begin(), texts.end());
-    return texts;
-}
-
 void CertsTest::AddToStore(const Issued& issued, const std::string& container, bool machine,
                            const std::string& provider)
 {
@@ -136,14 +116,6 @@ void CertsTest::AddToStore(const Issued& issued, const std::string& container, b
     EXPECT_TRUE(provider.empty() || CertSetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
     CertFreeCertificateContext(context);
     CertCloseStore(store, 0);
-}
-
-json CertsTest::Fault(const char* path, int status, int times, const json& body)
-{
-    json fault = {{"path", path}, {"action", "status"}, {"status", status}, {"times", times}};
-    if (!body.is_null())
-        fault["body"] = body;
-    return fault;
 }
 
 Strings CertsTest::TakeRequests()

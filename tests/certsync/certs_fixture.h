@@ -1,6 +1,7 @@
 // A machine and a vault with certificates: keys live as certificates of the vault, and the stores begin empty.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,18 @@ class CertsTest : public HostTest {
     static constexpr char kOtherProvider[] = "Some Other Provider";
     static constexpr char kStamp[] = "FromKVLastSyncTime";
 
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override
+    {
+        HostTest::SetUp();
+        for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
+            root.SetNumber(hive, "CertificatesOrKeys", 0);
+        ClearStores();  // those of Windows outlive a test
+    }
+    void TearDown() override
+    {
+        HostTest::TearDown();
+        ClearStores();
+    }
 
     // spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
     Issued Issue(const nlohmann::json& spec);
@@ -38,7 +49,11 @@ class CertsTest : public HostTest {
     // "HASH container of PROVIDER, flags N" of each certificate, or "HASH".
     Strings StoreInOrder(bool machine = true) const;  // in the platform's order
     Strings Store(bool machine = true) const { return Sorted(StoreInOrder(machine)); }
-    static Strings Sorted(Strings texts);
+    static Strings Sorted(Strings texts)
+    {
+        std::sort(texts.begin(), texts.end());
+        return texts;
+    }
     // Of a certificate in the machine's store that is bound to a key of this provider.
     static std::string InMachine(const std::string& hash, const std::string& container)
     {
@@ -51,7 +66,13 @@ class CertsTest : public HostTest {
     void SetList(const std::string& list) { root.SetText(HKEY_LOCAL_MACHINE, "CertSync", list); }
 
     // A fault of the simulator: this answer.
-    static nlohmann::json Fault(const char* path, int status, int times = 1, const nlohmann::json& body = nullptr);
+    static nlohmann::json Fault(const char* path, int status, int times = 1, const nlohmann::json& body = nullptr)
+    {
+        nlohmann::json fault = {{"path", path}, {"action", "status"}, {"status", status}, {"times", times}};
+        if (!body.is_null())
+            fault["body"] = body;
+        return fault;
+    }
     // Requests to the vault since the last call, without their queries.
     Strings TakeRequests();
 };

@@ -8,23 +8,6 @@
 
 using nlohmann::json;
 
-void CtlTest::SetUp()
-{
-    sim.Reset();
-    WriteClientSettings(root);
-}
-
-std::vector<std::string> CtlTest::WithModule(std::vector<std::string> arguments)
-{
-    arguments.insert(arguments.begin(), {"--module", KELVARO_MODULE_PATH});
-    return arguments;
-}
-
-Ran CtlTest::Ctl(const std::vector<std::string>& arguments, const std::string& input)
-{
-    return RunToolHere(WithModule(arguments), input);
-}
-
 json CtlTest::CtlJson(std::vector<std::string> arguments, int exit)
 {
     arguments.push_back("--json");
@@ -33,13 +16,6 @@ json CtlTest::CtlJson(std::vector<std::string> arguments, int exit)
     const json answer = json::parse(ran.out, nullptr, false);
     EXPECT_TRUE(answer.is_object()) << ran.out << ran.err;
     return answer;
-}
-
-std::string CtlTest::Out(const std::vector<std::string>& arguments)
-{
-    const Ran ran = Ctl(arguments);
-    EXPECT_EQ(0, ran.exit) << ran.err;
-    return ran.out;
 }
 
 // See CtlTest::Run.

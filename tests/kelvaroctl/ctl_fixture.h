@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/common/client_settings.h"
 #include "tests/common/simulator.h"
 #include "tests/common/test_root.h"
 #include "tests/kelvaroctl/process.h"
@@ -14,14 +15,26 @@
 class CtlTest : public testing::Test {
   protected:
     // Settings that sign in to the vault, in both hives.
-    void SetUp() override;
+    void SetUp() override
+    {
+        sim.Reset();
+        WriteClientSettings(root);
+    }
 
     // Runs the tool with the built module.
-    Ran Ctl(const std::vector<std::string>& arguments, const std::string& input = "");
+    Ran Ctl(const std::vector<std::string>& arguments, const std::string& input = "")
+    {
+        return RunToolHere(WithModule(arguments), input);
+    }
     // The same with --json: the object on standard output. Fails the test when it ends with another exit code.
     nlohmann::json CtlJson(std::vector<std::string> arguments, int exit = 0);
     // Standard output of a run that must succeed.
-    std::string Out(const std::vector<std::string>& arguments);
+    std::string Out(const std::vector<std::string>& arguments)
+    {
+        const Ran ran = Ctl(arguments);
+        EXPECT_EQ(0, ran.exit) << ran.err;
+        return ran.out;
+    }
 
     // Runs each line of a table, "EXIT ARGUMENT... | WORDS .. WORDS": the words must be in the output, in this order;
     // those after "!" must not be in it. An argument: @NAME is a file of the test's folder, 'a b' has blanks, x*40 is
@@ -43,7 +56,11 @@ class CtlTest : public testing::Test {
     void AddKey(const std::string& name, const std::string& kind,
                 const nlohmann::json& more = nlohmann::json::object());
 
-    static std::vector<std::string> WithModule(std::vector<std::string> arguments);
+    static std::vector<std::string> WithModule(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {"--module", KELVARO_MODULE_PATH});
+        return arguments;
+    }
 
     TestRoot root;
     Simulator& sim = Simulator::Get();

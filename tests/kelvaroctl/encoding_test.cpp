@@ -6,6 +6,7 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/log_table.h"
 #include "kelvaroctl/public_key.h"
+#include "tests/common/row.h"
 
 using namespace kelvaroctl;
 
@@ -82,21 +83,17 @@ TEST(PublicKeyTest, LeadingZerosAndWidths)
     EXPECT_EQ(Fingerprint(ParsePublicBlob(RsaBlob({1, 0, 1}, modulus))), Fingerprint(zeros));
     EXPECT_EQ("RSA 2047", Describe(zeros));
     EXPECT_EQ("AQAB", JsonWebKey(zeros, "k")["e"]);
-    const struct {
-        ULONG magic;
-        size_t given;
-        size_t width;
-        const char* name;
-    } rows[] = {{BCRYPT_ECDSA_PUBLIC_P384_MAGIC, 49, 48, "P-384"},
-                {BCRYPT_ECDH_PUBLIC_P521_MAGIC, 65, 66, "P-521"},
-                {BCRYPT_ECDH_PUBLIC_P256_MAGIC, 32, 32, "P-256"}};
-    for (const auto& row : rows) {
-        Bytes coordinate(row.given, 1);
+    // The coordinates' widths in the blob and afterwards.
+    const Row<ULONG, size_t, size_t, const char*> rows[] = {{BCRYPT_ECDSA_PUBLIC_P384_MAGIC, 49, 48, "P-384"},
+                                                            {BCRYPT_ECDH_PUBLIC_P521_MAGIC, 65, 66, "P-521"},
+                                                            {BCRYPT_ECDH_PUBLIC_P256_MAGIC, 32, 32, "P-256"}};
+    for (const auto& [magic, given, width, name] : rows) {
+        Bytes coordinate(given, 1);
         coordinate[0] = 0;
-        const PublicKey key = ParsePublicBlob(CurveBlob(row.magic, coordinate));
-        EXPECT_EQ(row.name, Describe(key));
-        EXPECT_EQ(row.width, key.x.size());
-        EXPECT_EQ(row.width, key.y.size());
+        const PublicKey key = ParsePublicBlob(CurveBlob(magic, coordinate));
+        EXPECT_EQ(name, Describe(key));
+        EXPECT_EQ(width, key.x.size());
+        EXPECT_EQ(width, key.y.size());
     }
 }
 

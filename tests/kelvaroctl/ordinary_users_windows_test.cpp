@@ -8,10 +8,7 @@ namespace {
 
 TEST(OrdinaryUsersTest, WhatAnAccessListGrantsThem)
 {
-    const struct {
-        const WCHAR* list;
-        bool readable;
-    } rows[] = {
+    const std::pair<const WCHAR*, bool> rows[] = {
         {TEXT("D:P(A;;KA;;;SY)(A;;KA;;;BA)(A;;KR;;;NS)"), false},
         {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-1001)"), false},  // one account
         {TEXT("D:P(A;;KR;;;S-1-5-21-1-2-3-512)"), false},   // a domain's administrators
@@ -27,15 +24,13 @@ TEST(OrdinaryUsersTest, WhatAnAccessListGrantsThem)
         {TEXT("D:P(A;;WO;;;BU)"), true},  // to own the object, and so to change the list
         {TEXT("D:P(A;;GA;;;BU)"), true},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, readable] : rows) {
         PSECURITY_DESCRIPTOR descriptor = nullptr;
         PACL list = nullptr;
-        BOOL present = FALSE;
-        BOOL defaulted = FALSE;
-        ASSERT_TRUE(
-            ConvertStringSecurityDescriptorToSecurityDescriptorW(row.list, SDDL_REVISION_1, &descriptor, nullptr));
+        BOOL present = FALSE, defaulted = FALSE;
+        ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(text, SDDL_REVISION_1, &descriptor, nullptr));
         ASSERT_TRUE(GetSecurityDescriptorDacl(descriptor, &present, &list, &defaulted));
-        EXPECT_EQ(row.readable, GrantsToOrdinaryUsers(list, KEY_QUERY_VALUE)) << row.list;
+        EXPECT_EQ(readable, GrantsToOrdinaryUsers(list, KEY_QUERY_VALUE)) << text;
         LocalFree(descriptor);
     }
     EXPECT_TRUE(GrantsToOrdinaryUsers(nullptr, KEY_QUERY_VALUE)) << "no list";

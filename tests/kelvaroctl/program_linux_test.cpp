@@ -86,24 +86,20 @@ TEST_F(ProgramTest, WaysToTheProvider)
 TEST_F(ProgramTest, BashCompletes)
 {
     WriteFile("bash", Out({"completion", "bash"}));
-    const struct {
-        const char* line;
-        std::string completed;
-    } rows[] = {{"ke", "keys"},
-                {"keys sho", "show"},
-                {"--json keys export k --f", "--format"},
-                {"keys export k --format c", "cng"},
-                {"config get Logg", "LoggingLevel"},
-                {"sign --key k", ""},
-                {"certs install @bas", File("bash")},
-                {"sign --in @bas", File("bash")}};
-    for (const auto& row : rows) {
-        std::string line = row.line;
+    const std::pair<std::string, std::string> rows[] = {{"ke", "keys"},
+                                                        {"keys sho", "show"},
+                                                        {"--json keys export k --f", "--format"},
+                                                        {"keys export k --format c", "cng"},
+                                                        {"config get Logg", "LoggingLevel"},
+                                                        {"sign --key k", ""},
+                                                        {"certs install @bas", File("bash")},
+                                                        {"sign --in @bas", File("bash")}};
+    for (auto [line, completed] : rows) {
         if (const size_t at = line.find('@'); at != std::string::npos)
             line.replace(at, 1, root.directory() + "/");
         const std::string script = ". " + File("bash") + "; COMP_WORDS=(kelvaroctl " + line +
                                    "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kelvaroctl; echo \"${COMPREPLY[*]}\"";
-        EXPECT_EQ(row.completed + "\n", RunProgram("/bin/bash", {"-c", script}, "").out) << line;
+        EXPECT_EQ(completed + "\n", RunProgram("/bin/bash", {"-c", script}, "").out) << line;
     }
 }
 

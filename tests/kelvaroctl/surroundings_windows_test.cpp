@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/product.h"
+#include "tests/common/row.h"
 #include "tests/common/test_root.h"
 
 namespace {
@@ -20,16 +21,12 @@ void SetProxy(const WCHAR* list, const WCHAR* bypass)
 TEST(SurroundingsTest, TheProxyOfAHost)
 {
     SetProxy(TEXT("http=plain:80;https=secure:81"), TEXT("*.vault.azure.net;LOGIN;<local>"));
-    const struct {
-        const char* host;
-        bool secure;
-        const char* proxy;
-    } rows[] = {
+    const Row<const char*, bool, const char*> rows[] = {
         {"contoso.com", true, "secure:81"}, {"contoso.com", false, "plain:80"},     {"a.Vault.azure.net", true, ""},
         {"localhost", false, ""},           {"169.254.169.254", false, "plain:80"}, {"login.com", true, "secure:81"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.proxy, kelvaroctl::ProxyFor(row.host, row.secure)) << row.host;
+    for (const auto& [host, secure, proxy] : rows)
+        EXPECT_EQ(proxy, kelvaroctl::ProxyFor(host, secure)) << host;
     SetProxy(TEXT("both:8080"), nullptr);
     EXPECT_EQ("both:8080", kelvaroctl::ProxyFor("contoso.com", true));
     SetProxy(nullptr, nullptr);

@@ -55,57 +55,10 @@ void ExpectLinesAndId(const json& request, Strings lines)
     EXPECT_EQ(lines, CallerLines(request));
 }
 
-void ClientTest::SetUp()
-{
-    sim.Reset();
-    SetLogging(10);
-}
-
-void ClientTest::SetLogging(DWORD level)
-{
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
-    LogAttach();
-}
-
-void ClientTest::Fresh()
-{
-    sim.Reset();
-    clock.ClearWaits();
-    root.ClearLog();
-}
-
-void ClientTest::SetNetwork(bool up)
-{
-    sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", up ? "up" : "down"}});
-}
-
-void ClientTest::Answer(const std::string& path, int status, const json& body, int times)
-{
-    sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
-}
-
 ClientPtr ClientTest::NewClient(const Identity& identity)
 {
     return ClientPtr(KVCNew(Wide(identity.vault).c_str(), identity.authn, Wide(identity.tenant).c_str(),
                             Wide(identity.clientId).c_str(), Wide(identity.secret).c_str(), TEXT("cert-id"), 1, 1, 0));
-}
-
-int ClientTest::SignIn(const ClientPtr& client)
-{
-    const KVCCall call(KVCBeginCall(client.get()));
-    return KVCAuthenticate(call.get());
-}
-
-int ClientTest::ListKeys(KVC* call)
-{
-    return SendToVault(call, VaultRequest());
-}
-
-int ClientTest::ListKeys(const ClientPtr& client)
-{
-    const KVCCall call(KVCBeginCall(client.get()));
-    KVCTakeHeldToken(call.get());
-    return ListKeys(call.get());
 }
 
 std::vector<json> ClientTest::Requests(const std::string& part)
@@ -126,13 +79,6 @@ std::set<std::string> ClientTest::Posts()
             posts.insert(request.value("target", "") + " " + request.value("body", ""));
     }
     return posts;
-}
-
-size_t ClientTest::LinesWith(const std::string& text) const
-{
-    const Strings lines = root.LogLines();
-    return static_cast<size_t>(std::count_if(
-        lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
 }
 
 Strings ClientTest::LinesUpTo(int level) const

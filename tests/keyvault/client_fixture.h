@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <string>
@@ -83,26 +84,56 @@ void ExpectLinesAndId(const nlohmann::json& request, Strings lines);
 
 class ClientTest : public testing::Test {
   protected:
-    void SetUp() override;
+    void SetUp() override
+    {
+        sim.Reset();
+        SetLogging(10);
+    }
 
-    void SetLogging(DWORD level);
+    void SetLogging(DWORD level)
+    {
+        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
+        LogAttach();
+    }
     // The simulator as in the beginning, an empty log, no waits.
-    void Fresh();
-    void SetNetwork(bool up);
+    void Fresh()
+    {
+        sim.Reset();
+        clock.ClearWaits();
+        root.ClearLog();
+    }
+    void SetNetwork(bool up) { sim.Control("PUT", "/listener", {{"name", "tls"}, {"mode", up ? "up" : "down"}}); }
     // Queues answers for requests whose target contains `path`.
-    void Answer(const std::string& path, int status, const nlohmann::json& body, int times = 1);
+    void Answer(const std::string& path, int status, const nlohmann::json& body, int times = 1)
+    {
+        sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
+    }
 
     ClientPtr NewClient(const Identity& identity = {});
-    int SignIn(const ClientPtr& client);
+    int SignIn(const ClientPtr& client)
+    {
+        const KVCCall call(KVCBeginCall(client.get()));
+        return KVCAuthenticate(call.get());
+    }
     // Lists the vault's keys with a call that has a token, or with the token that the client holds.
-    int ListKeys(KVC* call);
-    int ListKeys(const ClientPtr& client);
+    int ListKeys(KVC* call) { return SendToVault(call, VaultRequest()); }
+    int ListKeys(const ClientPtr& client)
+    {
+        const KVCCall call(KVCBeginCall(client.get()));
+        KVCTakeHeldToken(call.get());
+        return ListKeys(call.get());
+    }
 
     // Requests of the journal whose target contains `part`.
     std::vector<nlohmann::json> Requests(const std::string& part = "");
     // Target and body of each different POST.
     std::set<std::string> Posts();
-    size_t LinesWith(const std::string& text) const;
+    size_t LinesWith(const std::string& text) const
+    {
+        const Strings lines = root.LogLines();
+        return static_cast<size_t>(std::count_if(
+            lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
+    }
     Strings LinesUpTo(int level) const;  // without those of the transport
 
     Simulator& sim = Simulator::Get();

@@ -26,18 +26,6 @@ Bytes Attribute(const Bytes& value, const Bytes& objectId)
     return Der(0x30, Der(0x06, objectId) + Der(0x31, value));
 }
 
-void ImportTest::SetUp()
-{
-    ProviderTest::SetUp();
-    OpenProvider();
-}
-
-void ImportTest::FreeImported()
-{
-    if (imported_)
-        FreeKey(std::exchange(imported_, 0));
-}
-
 SECURITY_STATUS ImportTest::ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data,
                                        NCryptBufferDesc* list, DWORD flags)
 {

@@ -48,7 +48,11 @@ class Parameters {
 
 class ImportTest : public ProviderTest {
   protected:
-    void SetUp() override;
+    void SetUp() override
+    {
+        ProviderTest::SetUp();
+        OpenProvider();
+    }
 
     // The bare call. *key is the caller's.
     SECURITY_STATUS ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data, NCryptBufferDesc* list,
@@ -63,7 +67,11 @@ class ImportTest : public ProviderTest {
     void ImportRows(const char* type, const Bytes& data, ULONG version = 0, const Bytes& store = {});
     // Of the last import that succeeded; freed with the next one.
     KSP_KEY* imported() const { return Record(imported_); }
-    void FreeImported();
+    void FreeImported()
+    {
+        if (imported_)
+            FreeKey(std::exchange(imported_, 0));
+    }
     // What an import without a name leaves: finalized or not, of the machine or the user, without requests.
     void ExpectNameless(const Bytes& blob, const char* type, bool finalized, bool machine);
 

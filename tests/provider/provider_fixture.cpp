@@ -34,16 +34,6 @@ NCRYPT_KEY_HANDLE ProviderTest::Pending(const char* algorithm, const char* name,
     return key;
 }
 
-void ProviderTest::Forget(NCRYPT_KEY_HANDLE key)
-{
-    keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
-}
-
-SECURITY_STATUS ProviderTest::Finalize(NCRYPT_KEY_HANDLE key, DWORD flags)
-{
-    return table->FinalizeKey(provider, key, flags);
-}
-
 Result ProviderTest::GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags)
 {
     const TextString name = Wide(property);
@@ -115,13 +105,6 @@ Result ProviderTest::Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key,
     });
 }
 
-Result ProviderTest::Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags)
-{
-    return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
-        return table->ExportKey(OpenProvider(), key, 0, Wide(blobType).c_str(), nullptr, output, size, result, flags);
-    });
-}
-
 ProviderTest::Found ProviderTest::Next(PVOID* state, DWORD flags)
 {
     NCryptKeyName* name = nullptr;
@@ -135,23 +118,6 @@ ProviderTest::Found ProviderTest::Next(PVOID* state, DWORD flags)
     return found;
 }
 
-void ProviderTest::Answer(const std::string& path, int status, const std::string& body, int times)
-{
-    sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
-}
-
-void ProviderTest::AddKey(const std::string& name, const std::string& type, const char* vault)
-{
-    sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"pem", PrivateKeyPem("rsa2048")}}
-                                    : json{{"name", name}, {"kty", "EC"}, {"crv", type}});
-}
-
-NCRYPT_KEY_HANDLE ProviderTest::OpenAnswered(const json& answer)
-{
-    Answer("/keys/special?", 200, answer.dump());
-    return OpenKey("special");
-}
-
 std::vector<json> ProviderTest::Bodies(const std::string& action)
 {
     std::vector<json> bodies;
@@ -162,12 +128,6 @@ std::vector<json> ProviderTest::Bodies(const std::string& action)
     return bodies;
 }
 
-void ProviderTest::SetLogLevel(DWORD level)
-{
-    root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
-    Reattach();
-}
-
 Lines ProviderTest::ErrorLines() const
 {
     Lines lines;
@@ -176,12 +136,6 @@ Lines ProviderTest::ErrorLines() const
             lines.push_back(line.substr(0, line.size() - 2));
     }
     return lines;
-}
-
-std::string ProviderTest::LastErrorLine() const
-{
-    const Lines lines = ErrorLines();
-    return lines.empty() ? "" : lines.back();
 }
 
 Bytes ProviderTest::KeptBlob(const KSP_KEY& key)

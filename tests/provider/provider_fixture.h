@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -33,8 +34,11 @@ class ProviderTest : public HostTest {
     // A key that isn't finalized yet; without a name it never reaches the vault. Freed in TearDown.
     NCRYPT_KEY_HANDLE Pending(const char* algorithm, const char* name = nullptr, DWORD flags = kMachine);
     // For a pending key that the test itself frees or deletes.
-    void Forget(NCRYPT_KEY_HANDLE key);
-    SECURITY_STATUS Finalize(NCRYPT_KEY_HANDLE key, DWORD flags = 0);
+    void Forget(NCRYPT_KEY_HANDLE key) { keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end()); }
+    SECURITY_STATUS Finalize(NCRYPT_KEY_HANDLE key, DWORD flags = 0)
+    {
+        return table->FinalizeKey(provider, key, flags);
+    }
 
     // Without a key: the provider's properties.
     Result GetKey(NCRYPT_KEY_HANDLE key, const std::string& property, DWORD flags = 0);
@@ -55,7 +59,13 @@ class ProviderTest : public HostTest {
     }
     std::string Verify(NCRYPT_KEY_HANDLE key, Bytes hash, Bytes signature, DWORD flags = 0,
                        const char* hashName = nullptr);
-    Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0);
+    Result Export(NCRYPT_KEY_HANDLE key, const char* blobType, DWORD flags = 0)
+    {
+        return ReadAsked([&](BYTE* output, DWORD size, DWORD* result) {
+            return table->ExportKey(OpenProvider(), key, 0, Wide(blobType).c_str(), nullptr, output, size, result,
+                                    flags);
+        });
+    }
 
     struct Found {
         SECURITY_STATUS status;
@@ -67,17 +77,37 @@ class ProviderTest : public HostTest {
     Found Next(PVOID* state, DWORD flags = kMachine);
 
     // The answer to the next requests whose target contains `path`.
-    void Answer(const std::string& path, int status, const std::string& body = "", int times = 1);
+    void Answer(const std::string& path, int status, const std::string& body = "", int times = 1)
+    {
+        sim.Fault({{"path", path}, {"action", "status"}, {"status", status}, {"body", body}, {"times", times}});
+    }
     // type: "RSA", for the same key of 2048 bits each time, or a curve.
-    void AddKey(const std::string& name, const std::string& type, const char* vault = Simulator::kVault);
+    void AddKey(const std::string& name, const std::string& type, const char* vault = Simulator::kVault)
+    {
+        sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"pem", PrivateKeyPem("rsa2048")}}
+                                        : json{{"name", name}, {"kty", "EC"}, {"crv", type}});
+    }
     // Opens a key that the vault describes like that.
-    NCRYPT_KEY_HANDLE OpenAnswered(const json& answer);
+    NCRYPT_KEY_HANDLE OpenAnswered(const json& answer)
+    {
+        Answer("/keys/special?", 200, answer.dump());
+        return OpenKey("special");
+    }
     // The bodies of the journal's requests whose target contains "/action?".
     std::vector<json> Bodies(const std::string& action);
 
-    void SetLogLevel(DWORD level);
-    Lines ErrorLines() const;           // lines of level 1, without the level
-    std::string LastErrorLine() const;  // "" when there is none
+    void SetLogLevel(DWORD level)
+    {
+        root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
+        Reattach();
+    }
+    Lines ErrorLines() const;  // lines of level 1, without the level
+    // "" when there is none
+    std::string LastErrorLine() const
+    {
+        const Lines lines = ErrorLines();
+        return lines.empty() ? "" : lines.back();
+    }
 
     static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
