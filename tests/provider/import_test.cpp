@@ -89,6 +89,7 @@ TEST_F(Pkcs8ImportTest, EverySupportedEncryption)
     const std::pair<const char*, std::string> rows[] = {
         {"pbes2-sha1-3des", "secret"},
         {"pbes2-sha1-aes128", "secret"},
+        {"pbes2-sha1-named", "secret"},
         {"pbes2-sha256-aes256", "secret"},
         {"pbes2-sha384-aes192", "secret"},
         {"pbes2-sha512-aes256", "secret"},
@@ -199,8 +200,8 @@ TEST_F(Pkcs8ImportTest, RefusedKeys)
     };
     for (const auto& row : SectionRows("keys.txt")) {
         F form;
-        if (row.size() > 2)
-            form.*members.at(row[2]) = BytesOfWord(row[3]);
+        for (size_t at = 2; at < row.size(); at += 2)
+            form.*members.at(row[at]) = BytesOfWord(row[at + 1]);
         const Bytes data = row[1] == "pbes2" ? form.Pbes2() : row[1] == "pkcs12" ? form.Pkcs12() : ReadPkcs8(row[1]);
         EXPECT_EQ(Hex(StatusOfWord(row[0])), ImportPkcs8(data, &secret)) << testing::PrintToString(row);
     }

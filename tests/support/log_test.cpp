@@ -75,6 +75,10 @@ TEST_F(LogTest, TheFileFollowsTheUtcDayAndTheDirectorySetting)
     LogLine(TEXT("last"), 1);
     clock.Advance(1);
     LogLine(TEXT("first"), 1);
+    const time_t second = 1769903999;
+    char head[64];
+    strftime(head, sizeof(head), "Kelvaro: %Y-%m-%d %H:%M:%S last 1", localtime(&second));
+    EXPECT_NE(std::string::npos, root.WholeLog().find(head)) << "in local time";
     EXPECT_TRUE(std::filesystem::exists(root.logDirectory() + "/2026-01-31_Kelvaro.log"));
     EXPECT_TRUE(std::filesystem::exists(root.logDirectory() + "/2026-02-01_Kelvaro.log"));
 

@@ -1,11 +1,16 @@
-// Texts: composing and comparing them, counted strings, Base64.
+// Texts: composing and comparing them, counted strings, Base64; UUIDs and the clock.
 #include "support/text.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+
 #include "support/base64.h"
+#include "support/clock.h"
 #include "support/guards.h"
 #include "support/heap.h"
+#include "support/random_uuid.h"
 #include "tests/common/alloc_fault.h"
 #include "tests/common/base64.h"
 #include "tests/common/wide_text.h"
@@ -45,6 +50,31 @@ TEST(TextTest, ComparesAndCopies)
 TEST(HeapTest, ABlockThatCannotBeAddressedIsRefused)
 {
     EXPECT_EQ(nullptr, HeapAllocSized(0, uint64_t{1} << 62 | 16));
+}
+
+// Without memory the platform makes no text, and the module makes its own.
+TEST(RandomUuidTest, IsOfVersion4AndNewEachTime)
+{
+    std::set<std::string> seen;
+    for (const size_t failAt : {SIZE_MAX, SIZE_MAX, size_t{0}, size_t{0}}) {
+        WCHAR text[kUuidTextChars];
+        {
+            const AllocFault fault(failAt);
+            NewUuidText(text);
+        }
+        std::string form = Narrow(text);
+        EXPECT_TRUE(seen.insert(form).second && form[14] == '4' && strchr("89ab", form[19])) << form;
+        std::replace_if(form.begin(), form.end(), isxdigit, 'x');
+        EXPECT_EQ("xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx", form);
+    }
+}
+
+TEST(ClockTest, ReadsTheTimeAndSleeps)
+{
+    const uint64_t before = ClockTickMs();
+    ClockSleep(20);
+    EXPECT_LT(before, ClockTickMs());
+    EXPECT_LT(std::abs(int64_t{time(nullptr)} - ClockUnixTime()), 60);
 }
 
 // What must hold after every operation. capacity: in bytes.
