@@ -36,8 +36,8 @@ struct Target {
 void Choose(std::string_view name);
 void Run(std::string_view input);
 
-// While it lives, the allocation whose number is in the line fails, and all later ones too if a letter follows the
-// number. An empty line lets none fail.
+// While it lives, the allocation or call of the platform whose number is in the line fails, and all later ones too if a
+// letter follows the number. An empty line lets none fail.
 AllocFault FaultFrom(std::string_view line);
 
 // Queues an answer of the fake service. The first character says what happens:

@@ -1,8 +1,13 @@
 // What the vault and the sign-in services send: keys, lists, tokens, and whole operations.
 #include <ctype.h>
+#include <stdlib.h>
+
+#include <filesystem>
 
 #include "certsync/certificate_fetch.h"
 #include "certsync/certificate_listing.h"
+#include "certsync/machine_to_vault.h"
+#include "certsync/vault_to_machine.h"
 #include "fuzz/harness.h"
 #include "keyvault/certificate_merge.h"
 #include "keyvault/crypto_op.h"
@@ -10,8 +15,11 @@
 #include "keyvault/key_deletion.h"
 #include "keyvault/key_lookup.h"
 #include "keyvault/kvc.h"
+#include "keyvault/kvkey.h"
+#include "keyvault/rest_call.h"
 #include "support/codepage.h"
 #include "support/guards.h"
+#include "support/settings.h"
 #include "support/text.h"
 
 using namespace fuzz;
@@ -33,7 +41,7 @@ template <typename Action>
 void WithSignedInCall(const Action& action)
 {
     WithCall(KVC_AUTHN_CLIENT_CREDENTIALS, TEXT("vault"), [&](KVC* call) {
-        Require(KVCLogOn(call) == KVCLogOnResult::Ready);
+        Require(KVCAuthenticate(call) != 0);
         action(call);
     });
 }
@@ -175,9 +183,39 @@ FUZZ_TARGET(rest_call)
             KVCKeyDelete(call, TEXT("a \"name\""));
         else if (which == "m")
             KVCImportCertificate(call, TEXT("web"), bytes, size);
+        else if (which == "t")
+            KVCDoKVRESTCall(call, nullptr, 0, TEXT("web"), TEXT("POST"), TEXT("sign"), "{}", TEXT("7.3"));
         else
             KVCCreateKey(call, TEXT("web"), which == "r" ? TEXT("RSA") : TEXT("ECDSA_P256"), 2048, &key, 0);
         Require(size <= 8192);
         KVCFreeKVKey(&key);
+    });
+}
+
+// The second line is the number of hashes on the list, the third the name of the key that is published, the others are
+// answers. Once per direction, and once more with what the first time left.
+FUZZ_TARGET(certificate_sync)
+{
+    const std::string plan(TakeLine(input));
+    std::string list(41 * (static_cast<size_t>(atoi(std::string(TakeLine(input)).c_str())) % 1000), 'A');
+    for (size_t i = 0; i < list.size() / 41; i++) {
+        const std::string number = std::to_string(i);
+        list.replace(41 * i + 40 - number.size(), number.size() + 1, number + ",");
+    }
+    const TextString name = Wide(std::string(TakeLine(input)));
+    std::filesystem::remove_all(Root().directory() + "/root/certstore");
+    Root().SetText(HKEY_LOCAL_MACHINE, "CertSync", list);
+    WithSignedInCall([&](KVC* call) {
+        while (!input.empty())
+            QueueAnswer(TakeLine(input));
+        const AllocFault fault = FaultFrom(plan);
+        for (int i = 0; i < 2; i++) {
+            SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("FromKVLastSyncTime"), 0);
+            KVCSyncCertsFromKVToMachine(call);
+            SettingsWriteText(HKEY_LOCAL_MACHINE, TEXT("CertSync"), TEXT(""));
+            KVKey key = {};
+            PublishKeyCertificate(call->client, {name.c_str(), TEXT("RSA"), 2048, 0, true, &key});
+            KVCFreeKVKey(&key);
+        }
     });
 }
