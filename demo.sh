@@ -1,6 +1,6 @@
 #!/bin/sh
-# The main job, shown end to end on this machine: a simulated vault, a root of its own, and real signatures that an independent
-# verifier accepts. Installs and builds what is missing; leaves nothing running.
+# The main job, shown end to end on this machine: a simulated vault, a private settings folder, and real signatures that
+# an independent verifier accepts. Installs and builds what is missing; leaves nothing running.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the packages into build/packages: the Windows installer and the Debian packages.
-# Usage: ./package.sh [msi|deb]...   Both without an argument. SOURCE_DATE_EPOCH: the time that they carry, else the last commit's.
+# Usage: ./package.sh [msi|deb]...   Default: both. SOURCE_DATE_EPOCH: the time stamped into them; default: the last commit's.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -10,7 +10,7 @@ top=$(cd "$(dirname "$0")" && pwd)
 "$top/tools/packages.sh" $linux_packages $windows_packages $package_packages
 
 version=$(cat "$top/VERSION")
-# A tree without its history carries the time of its version.
+# Without a git history, the time of the file VERSION.
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$top" log -1 --format=%ct 2>/dev/null || stat -c %Y "$top/VERSION")}
 export SOURCE_DATE_EPOCH
 output=$top/build/packages

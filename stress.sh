@@ -2,8 +2,8 @@
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
 # Usage: ./stress.sh [faults|fuzz|many|kill|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
-# Without a name, all but long-windows, which takes a Windows build and a runtime for it. --minutes: for each that runs by the
-# clock. --signatures and --loads end the long parts; without --minutes, they alone.
+# Default: all but long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
+# --signatures and --loads end the long parts; without --minutes, nothing else does.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-# How long a part with counts takes is up to them.
+# A part with counts runs until it reaches them.
 long_seconds=0
 if [ "$minutes" = "" ] && [ $((signatures + loads)) -gt 0 ]; then
     signatures=$((signatures > 0 ? signatures : loads * 10))

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Builds the Windows test programs and passes them on a Windows runtime, against a simulator beside it.
-# Usage: ./test-windows.sh [win64|win32]...   Both without an argument, one beside the other.
-# Installs what is missing. Everything else it makes is in build/ and in a folder under /tmp, which is removed; names, ports
-# and trusted roots are those of private namespaces.
+# Builds the Windows test programs and runs them on wine, against a local simulator.
+# Usage: ./test-windows.sh [win64|win32]...   Default: both, in parallel.
+# Installs what is missing. Everything else it creates is in build/ and in a folder under /tmp, which is removed; host names,
+# ports and trusted roots exist only in private namespaces.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -11,7 +11,7 @@ top=$(cd "$(dirname "$0")" && pwd)
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages $windows_packages $runtime_packages
 
-# Copies of this script build one after the other and then run beside each other.
+# Copies of this script build one after the other, then run in parallel.
 mkdir -p "$top/build"
 exec 8>"$top/build/windows.lock"
 flock 8
@@ -27,7 +27,7 @@ pids=
 trap 'for pid in $pids; do kill $pid 2>/dev/null || true; done; wait; rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
 for variant in "$@"; do
-    # What this copy runs, out of the way of others that build.
+    # Copied, so that another copy's build doesn't replace what this one runs.
     mkdir -p "$work/$variant/built"
     (cd "$top/build/$variant" && find . -name '*.exe' -o -name '*.dll' -o -name tests.txt) |
         tar -C "$top/build/$variant" -cf - -T - | tar -C "$work/$variant/built" -xf -

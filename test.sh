@@ -1,7 +1,7 @@
 #!/bin/sh
-# Installs what is missing, builds every variant and passes the tests.
-# Usage: ./test.sh [lint|release|windows|win64|win32|packages|asan|tsan|debug]...   All but the last without an argument.
-# While the tests of one variant run, the next one is built: tests wait a good deal, compilers don't.
+# Installs what is missing, builds every variant and runs the tests.
+# Usage: ./test.sh [lint|release|windows|win64|win32|packages|asan|tsan|debug]...   Default: all but debug.
+# While one variant's tests run, the next one is built: tests mostly wait, compilers don't.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
@@ -50,14 +50,14 @@ trap 'for process in $background; do end_tree $process; done; wait; rm -rf "$wor
 trap 'exit 130' INT TERM
 case " $* " in
 *" win"* | *" packages "*)
-    # Most of this is a download. Whoever needs the runtime waits for it, and says so if it can't be made.
+    # Mostly a download. What needs the runtime waits for it, and reports if it couldn't be made.
     mkdir -p "$top/build"
     "$top/tools/windows-runtime.sh" "$top/build/windows-runtime" >/dev/null 2>&1 &
     background=$!
     ;;
 esac
 
-# Runs the tests of what is built, in that order; what they print is shown when they end.
+# Runs each variant's tests in the order of the builds; shows their output when they end.
 mkfifo "$work/built"
 while read -r variant; do
     started=$(date +%s)

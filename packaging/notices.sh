@@ -1,7 +1,7 @@
 #!/bin/sh
-# Prints the notices that the licences of the libraries inside the binaries ask for.
+# Prints the notices that the licences of the bundled libraries require.
 # Usage: packaging/notices.sh [--json-c FOLDER] PACKAGE...
-#   PACKAGE: a Debian package that is installed here.   FOLDER: a json-c of tools/build-json-c.sh.
+#   PACKAGE: an installed Debian package.   FOLDER: json-c as built by tools/build-json-c.sh.
 set -eu
 part() { # part NAME VERSION FILE
     printf '\n%s\n%s, version %s, as Debian distributes it\n%s\n\n' "$rule" "$1" "$2" "$rule"

@@ -1,13 +1,13 @@
 #!/bin/sh
 # Cross-builds json-c, static, from Debian's source package with Debian's patches.
-# Usage: tools/build-json-c.sh x86_64|i686 BUILD_DIR   Leaves BUILD_DIR/jsonc/{include,lib,copyright,version}. Quick when they are there.
+# Usage: tools/build-json-c.sh x86_64|i686 BUILD_DIR   Makes BUILD_DIR/jsonc/{include,lib,copyright,version}, if not there already.
 set -eu
 # The version goes into the notices that the packages carry.
 version=0.16-2
 arch=$1
 build=$(mkdir -p "$2" && cd "$2" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
-# A library that was built from another version or by other steps is built anew.
+# Rebuilds a library that was built from another version or with other steps.
 recipe=$(sha256sum <"$0")
 [ "$(cat "$build/jsonc/recipe" 2>/dev/null)" != "$recipe" ] || exit 0
 . "$here/debian-archive.sh"
@@ -19,7 +19,7 @@ if [ ! -d "$sources/$version" ]; then
         cd "$sources"
         $apt update
         $apt source --download-only "json-c=$version" || {
-            echo "Debian's archive has no json-c $version any more: name the version that it has in tools/build-json-c.sh" >&2
+            echo "Debian's archive no longer has json-c $version: set the version that it has in tools/build-json-c.sh" >&2
             exit 1
         }
         dpkg-source -q --no-check -x "json-c_$version.dsc" unpacked
@@ -28,8 +28,8 @@ if [ ! -d "$sources/$version" ]; then
 fi
 
 rm -rf "$build/jsonc-build" "$build/jsonc"
-# The library runs inside hosts. A thread-local variable would bring the compiler's thread library in, which adds an exception
-# handler to the whole process.
+# The library runs inside hosts. A thread-local variable would link in the compiler's thread library, which adds an
+# exception handler to the whole process.
 cmake -S "$sources/$version" -B "$build/jsonc-build" -G Ninja -Wno-dev -Wno-deprecated \
     -DCMAKE_TOOLCHAIN_FILE="$here/../cmake/mingw-$arch.cmake" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX="$build/jsonc" -DCMAKE_INSTALL_LIBDIR=lib \

@@ -1,15 +1,16 @@
 #!/bin/sh
-# Runs clang-tidy with the checks of .clang-tidy over the sources that changed, headers through a source that includes them.
+# Runs clang-tidy with the checks of .clang-tidy on the sources that changed, and on headers through a source that
+# includes them.
 # Usage: tools/check-tidy.sh [--all | FILE...]
-# Without an argument: what differs from KELVARO_LINT_BASE, a commit. It defaults to where the branch left origin/main, and
-# on main to the commit before.
-# --all takes about 15 minutes of both cores of a small machine: a source with the command line or the JSON library takes
-# 20 s, one of the module's 2 s. The tests aren't checked: GoogleTest's macros would drown the rest.
+# Default: what differs from the commit KELVARO_LINT_BASE, which defaults to where the branch left origin/main, or on
+# main to the previous commit.
+# --all takes about 15 minutes on two cores: a source that includes the command line or the JSON library takes 20 s, one
+# of the module's 2 s. The tests aren't checked: findings in GoogleTest's macros would drown out the rest.
 set -eu
 cd "$(dirname "$0")/.."
 database=build/lint
 
-# The compile commands: each source by itself, no precompiled headers, without the one option that clang refuses.
+# The compile commands: no unity builds or precompiled headers, and without the one option that clang rejects.
 cmake -S . -B $database -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKELVARO_TESTS=OFF -DKELVARO_UNITY=OFF \
     -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
 sed -i 's/ -fno-gnu-unique//' $database/compile_commands.json
@@ -23,7 +24,7 @@ changed_files() {
     git ls-files --others --exclude-standard
 }
 
-# A header's source of the same name, else the first one that includes it, through another header if need be.
+# A header's source of the same name, else the first one that includes it, directly or through another header.
 source_of() {
     case $1 in
     '' | *.cpp) echo "$1" ;;
@@ -55,7 +56,7 @@ case ${1:-} in
 esac
 [ -n "$list" ] || { echo "clang-tidy: no source to check"; exit 0; }
 echo "clang-tidy: $(echo "$list" | wc -l) sources"
-# Its standard error counts the warnings that it doesn't show, and is of interest after a failure only.
+# Its standard error counts suppressed warnings and only matters after a failure.
 # shellcheck disable=SC2016
 echo "$list" | xargs -P "$(nproc)" -n 1 sh -c '
     noise=$(clang-tidy --quiet -p "$0" "$1" 2>&1 >&3) || { printf "%s\n%s\n" "$1" "$noise" >&2; exit 1; }' $database 3>&1

@@ -1,7 +1,7 @@
 #!/bin/sh
-# The Windows module exports exactly GetKeyStorageInterface, undecorated, and needs nothing but Windows' own DLLs; the programs
-# beside it need nothing else either. Each says the version of the file VERSION, and lets Windows move it in memory and keep its
-# data from being run. The module adds no handler to its host's exceptions. Each program's manifest says with which rights it runs.
+# Checks that the Windows module exports exactly GetKeyStorageInterface, undecorated; that module and programs need only
+# Windows' own DLLs, carry the version of the file VERSION, and enable ASLR and DEP; that the module installs no
+# exception handler in its host; and that each program's manifest states the privileges it runs with.
 # Usage: tools/check-windows-binaries.sh BUILD_DIR
 set -eu
 build=$1
@@ -26,7 +26,7 @@ unversioned() {
     return 1
 }
 
-# What the header lacks of what Windows needs for random addresses and for memory that isn't run.
+# Prints the header flags that ASLR and DEP need and that are missing.
 unguarded() {
     objdump -p "$1" >"$header"
     flags='DYNAMIC_BASE NX_COMPAT'
@@ -34,12 +34,12 @@ unguarded() {
     for flag in $flags; do
         grep -qw "$flag" "$header" || echo "$flag"
     done
-    # Without relocations it can't be moved, whatever the flags say.
+    # Without relocations there is no ASLR, whatever the flags say.
     ! grep -q 'relocations stripped' "$header" && objdump -h "$1" | grep -qw '\.reloc' || echo relocations
 }
 
-# The compiler's thread library brings such a handler in: for a thread-local variable, a static variable that is made at its first use,
-# and all that may throw, such as substr() of a string view.
+# The compiler's thread library installs such a handler. It is linked in by thread-local variables, static variables
+# initialized at first use, and everything that may throw, such as a string view's substr().
 hooks() {
     LC_ALL=C grep -aoE 'AddVectored[A-Za-z]*|SetUnhandledExceptionFilter|libwinpthread' "$1" | sort -u
 }

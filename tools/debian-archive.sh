@@ -1,6 +1,6 @@
-# An apt of our own beside the machine's, whose configuration stays as it is. Sourced by scripts.
-# debian_archive FOLDER TYPE [SUITES]   prepares FOLDER and sets `apt` to the command. TYPE: deb or deb-src. The entries are
-# the machine's own of Debian: those of the codename's suites, or of the codename's first suite alone with SUITES=release.
+# A private apt that leaves the machine's configuration alone. Sourced by scripts.
+# debian_archive FOLDER TYPE [SUITES]   prepares FOLDER and sets `apt` to the command. TYPE: deb or deb-src. The sources are
+# the machine's own for Debian: all of the release's suites, or with SUITES=release only the release, without updates.
 debian_archive() {
     archive=$1
     type=$2

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs what the build, the tests and the demo need from Debian's registry, by package name.
-# Usage: tools/packages.sh PACKAGE...   Quick when everything is there.
+# Usage: tools/packages.sh PACKAGE...   Does nothing if everything is installed.
 set -eu
 missing=
 for package in "$@"; do

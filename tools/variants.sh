@@ -4,7 +4,7 @@
 linux_packages="g++ cmake ninja-build pkg-config libssl-dev libcurl4-openssl-dev libjson-c-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev libgtest-dev openssl ca-certificates"
 windows_packages="googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils dpkg-dev xz-utils"
-# What the run of the Windows tests needs beside the runtime, which tools/windows-runtime.sh unpacks.
+# What the Windows tests need in addition to the runtime that tools/windows-runtime.sh unpacks.
 runtime_packages="iproute2 perl-base util-linux libc-bin"
 debug_packages="gdb"
 check_packages="clang-format clang-tidy git perl"
@@ -17,7 +17,7 @@ configure() { # configure NAME CMAKE_OPTION...
     [ -f "$folder/build.ninja" ] || cmake -S "$top" -B "$folder" -G Ninja "$@" >/dev/null
 }
 
-# The simulator beside these builds is the release build's. Only `debug` has full symbols and no optimisation at all; the
+# These builds use the release build's simulator. Only `debug` has full symbols and no optimisation at all; the
 # sanitizer builds choose their own (cmake/KelvaroOptions.cmake).
 configure_debug() { # configure_debug NAME [SANITIZERS]
     configure release -DCMAKE_BUILD_TYPE=Release
@@ -46,8 +46,8 @@ build_variant() { # build_variant NAME [TARGET...]
         return 2
         ;;
     esac
-    # Of the thread sanitizer's build only the tests are of use.
+    # Only the tests are needed from the thread sanitizer's build.
     [ $# -gt 0 ] || [ "$variant" != tsan ] || set -- test_programs
-    # Gives way to tests that run meanwhile.
+    # Yields to tests that run at the same time.
     nice -n 5 cmake --build "$top/build/$variant" ${1:+--target "$@"}
 }

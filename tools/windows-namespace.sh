@@ -1,18 +1,18 @@
 #!/bin/sh
-# Runs a script in namespaces of its own, where it finds the Windows runtime: mounts, network and processes all end with it,
+# Runs a script in private namespaces with the Windows runtime: mounts, network and processes all end with the script,
 # whatever it leaves running.
 # Usage: tools/windows-namespace.sh RUNTIME WORK SCRIPT [ARGUMENT]...
 # RUNTIME: a folder of tools/windows-runtime.sh.   WORK: an empty folder of the caller's, which removes it afterwards.
 # The script finds in its environment
-#   runtime_root   the runtime's root, to be entered with chroot; the checkout is in it under its own name
+#   runtime_root   the runtime's root, for chroot; it contains the checkout under the same path
 #   work           WORK; WORK/tmp is the root's /tmp
 #   WINE64, WINE32, WINESERVER and what else wine reads. The prefix is /tmp/prefix.
-# The network is loopback alone, with the instance metadata service's address on it.
+# The network is loopback only, with the instance metadata service's address on it.
 set -eu
 if [ "${KELVARO_INSIDE:-}" != yes ]; then
     user=
     [ "$(id -u)" = 0 ] || user=--map-root-user
-    # An empty environment: no proxy and no language of the machine's comes in.
+    # An empty environment keeps out the machine's proxy and locale.
     # shellcheck disable=SC2086
     exec env -i PATH="$PATH" KELVARO_INSIDE=yes unshare $user --mount --propagation unchanged --net --pid --fork --kill-child "$0" "$@"
 fi
@@ -35,7 +35,7 @@ mount --bind "$work/certs" "$runtime_root/etc/ssl/certs"
 mount --rbind /dev "$runtime_root/dev"
 mount --rbind /sys "$runtime_root/sys"
 mount -t proc proc "$runtime_root/proc"
-# Behind the other mounts: the checkout may stand below one of them.
+# After the other mounts: the checkout may be below one of them.
 mkdir -p "$runtime_root$top"
 mount --bind "$top" "$runtime_root$top"
 printf 'nameserver 127.0.0.1\noptions timeout:1 attempts:1\n' >"$work/resolv.conf"

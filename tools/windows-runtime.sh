@@ -1,12 +1,12 @@
 #!/bin/sh
-# Unpacks Debian's wine, for 64 and for 32 bits, into a folder of its own, and makes the prefix that every run copies.
-# Nothing is installed on the machine: its other libraries may be of versions that have no 32-bit twin.
-# Usage: tools/windows-runtime.sh FOLDER   Leaves FOLDER/root and FOLDER/prefix. Quick when they are there.
+# Unpacks Debian's wine, 64-bit and 32-bit, into a folder, and makes the prefix that every run copies.
+# Nothing is installed on the machine: it may have library versions for which there is no 32-bit build.
+# Usage: tools/windows-runtime.sh FOLDER   Makes FOLDER/root and FOLDER/prefix, if not there already.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$1"
 folder=$(cd "$1" && pwd)
-# One copy of this script makes it, others wait.
+# One copy of this script makes it; the others wait.
 exec 9>"$folder/lock"
 flock 9
 [ -d "$folder/prefix" ] && exit 0
@@ -15,7 +15,7 @@ flock 9
 echo "Unpacking the Windows runtime"
 rm -rf "$folder/root" "$folder/archive" "$folder/making"
 debian_archive "$folder/archive" deb release
-# What wine's packages ask for and tests without a screen don't need: sound, cameras, video, printers.
+# Dependencies of wine's packages that tests without a screen don't need: sound, cameras, video, printers.
 for package in libasound2 libcapi20-3 libglib2.0-0 libgphoto2-6 libgphoto2-port12 libgstreamer-plugins-base1.0-0 \
     libgstreamer1.0-0 libpcap0.8 libpulse0 libudev1 libusb-1.0-0 libx11-6 libxext6 ocl-icd-libopencl1; do
     for arch in amd64 i386; do
@@ -39,7 +39,7 @@ for package in "$folder"/archive/cache/archives/*.deb; do
 done
 rm -rf "$folder/archive"
 
-# The rest is what the packages' own scripts do: the loader's cache, and zlib marked as one of wine's own libraries.
+# What the packages' scripts would do: fill the loader's cache and mark zlib as one of wine's built-in libraries.
 ldconfig -r "$root"
 builtin='Wine builtin DLL\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0'
 for place in x86_64:x86_64-linux-gnu/wine/x86_64-windows i686:i386-linux-gnu/wine/i386-windows; do
@@ -50,7 +50,7 @@ for place in x86_64:x86_64-linux-gnu/wine/x86_64-windows i686:i386-linux-gnu/win
         tail -c +97 "$from"
     } >"$root/usr/lib/${place#*:}/zlib1.dll"
 done
-# A prefix holds a copy of every library; without debug symbols it is a third of the size.
+# A prefix contains a copy of every library; stripping debug symbols shrinks it to a third.
 find "$root"/usr/lib/*/wine/*-windows -type f -print0 | xargs -0 -P 2 -n 50 x86_64-w64-mingw32-strip -S
 
 echo "Making a prefix"

@@ -29,7 +29,7 @@ fill() { # fill FILE: with the publisher's name and terms
     maintainer=$maintainer terms=$terms perl -pe 's/\@MAINTAINER\@/$ENV{maintainer}/; s/\@TERMS\@/$ENV{terms}/' "$1"
 }
 
-notices() { # notices NAME: copyright and changelog, where every Debian package has them
+notices() { # notices NAME: copyright and changelog, in their usual place
     folder=$work/$1/usr/share/doc/$1
     mkdir -p "$folder"
     fill "$here/copyright" >"$folder/copyright"
@@ -89,7 +89,7 @@ install -D -m 644 "$here/../../vaultsim/README.md" "$root/usr/share/doc/kelvaro-
     "$build/vaultsim/vaultsim" --help | sed -e 's/\\/\\e/g' -e 's/-/\\-/g' -e "s/^[.']/\\\\\&&/"
     printf '.fi\n.SH SEE ALSO\n/usr/share/doc/kelvaro\\-vaultsim/README.md\n'
 } | manual vaultsim
-# Both shells can read the options from --help themselves.
+# Both shells can take the options from --help.
 echo 'complete -F _longopt vaultsim' | completion bash vaultsim
 printf '#compdef vaultsim\n_gnu_generic\n' | completion zsh vaultsim
 package kelvaro-vaultsim

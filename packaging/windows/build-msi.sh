@@ -55,14 +55,14 @@ component_refs() {
 # What wixl can't express.
 finishing_queries() {
     settings | while read -r value type property; do
-        # A component without an id is written once and then left alone by uninstall and upgrade, and by repair, which would
+        # A component without an id is written once and then left alone by uninstall, upgrade and repair, which would
         # write an empty property.
         for bits in 64 32; do
             echo "UPDATE \`Component\` SET \`ComponentId\`='', \`Condition\`='$property AND NOT Installed'" \
                 "WHERE \`Component\`='$value$bits'"
         done
     done
-    # The event source, and where the viewer finds the text of its events.
+    # The event source, and where the event viewer finds its messages.
     source='SYSTEM\CurrentControlSet\Services\EventLog\Application\Kelvaro'
     for row in 'EventMessageFile #%[System64Folder]kelvaro.dll' 'TypesSupported #7'; do
         echo "INSERT INTO \`Registry\` (\`Registry\`, \`Root\`, \`Key\`, \`Name\`, \`Value\`, \`Component_\`)" \
@@ -84,7 +84,7 @@ finishing_queries() {
     echo "UPDATE \`CustomAction\` SET \`Source\`='Registrar' WHERE \`Action\`='RestoreSettings'"
     # The old version is removed first, completely, so that it doesn't remove what the new one registers.
     echo "UPDATE \`InstallExecuteSequence\` SET \`Sequence\`=1501 WHERE \`Action\`='RemoveExistingProducts'"
-    # A versioned file is replaced by a newer version of it only.
+    # A versioned file is only replaced by a newer version.
     for file in Module64.dll Module32.dll Kelvaroctl64.exe Kelvaroctl32.exe KelvaroRegister.exe; do
         echo "UPDATE \`File\` SET \`Version\`='$version.0', \`Language\`='1033' WHERE \`File\`='$file'"
         echo "DELETE FROM \`MsiFileHash\` WHERE \`File_\`='$file'"
@@ -99,7 +99,7 @@ summary() { # summary PACKAGE_CODE
     printf '12\t%s\r\n13\t%s\r\n14\t500\r\n15\t2\r\n18\tmsitools\r\n19\t2\r\n' "$time" "$time"
 }
 
-# The cabinet carries each file's time.
+# The cabinet stores each file's time.
 cp -R "$payload" "$work/payload"
 payload=$work/payload
 find "$payload" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
@@ -109,7 +109,7 @@ setting_components 32 >"$work/settings32"
 doc_components >"$work/docs"
 component_refs >"$work/components"
 
-# Each line @part@ stands for the part of that name. wixl takes no comments inside an element.
+# Each line @part@ is replaced by the part of that name. wixl accepts no comments inside an element.
 perl -0pe 's/<!--.*?-->//gs; s/^ *\@(\w+)\@$/`cat "$ENV{WORK}\/$1"`/gme' "$here/kelvaro.wxs" >"$work/kelvaro.wxs"
 set -- -D Version="$version" -D ProductCode="$(guid "product/$version")" -D UpgradeCode="$(guid upgrade)"
 for component in Module64 Module32 Kelvaroctl64 Kelvaroctl32 KelvaroRegister Policy PolicyText Prove Notices; do
@@ -121,7 +121,7 @@ finishing_queries >"$work/queries"
 while read -r query; do
     msibuild "$work/kelvaro.msi" -q "$query"
 done <"$work/queries"
-# The package's own code changes with its content and with nothing else.
+# The package code changes with the content and with nothing else.
 content=$(cd "$payload" && find . -type f | sort | xargs sha1sum; cat "$work/queries" "$here/kelvaro.wxs")
 summary "$(guid "package/$version/$SOURCE_DATE_EPOCH/$content")" >"$work/_SummaryInformation.idt"
 msibuild "$work/kelvaro.msi" -i "$work/_SummaryInformation.idt"

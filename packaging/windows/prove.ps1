@@ -1,18 +1,18 @@
 <#
-Proves an installation of the Zandrel Key Storage Provider for Key Vault on this machine, with Windows' own programs.
+Tests an installation of the Zandrel Key Storage Provider for Key Vault on this machine, with Windows' own programs.
 
   .\prove.ps1 -WhatIf                    lists the steps
-  .\prove.ps1 -Vault test-keys           runs them against that vault, with the sign-in that is set
+  .\prove.ps1 -Vault test-keys           runs them against that vault, with the sign-in in the settings
   .\prove.ps1 -Step 9                    one step, and those it needs
   .\prove.ps1 -Msi FILE -Vault test-keys -TenantId .. -ClientId ..    installs first and removes at the end
   .\prove.ps1 -Msi FILE -Next LATER      also upgrades to a later package
 
 Needs an elevated Windows PowerShell 5.1 on an English Windows (certutil's texts are compared) and a test vault in which the
-identity may create and delete keys and certificates. Not for a machine in service: during the run it sets the provider's settings
-for all programs, trusts its own root (step 12), uses port 44399 of localhost and has a local user (step 13). Keys, certificates,
-the root, the port, the user and the settings' values are put back at the end, also after Ctrl-C. Two things stay: settings that all
-users could read are closed, and a certificate of the machine that is also in the test vault is bound to the vault's key. After a
-failure the logs are kept. A result is pass, FAIL, found (nobody knows yet what is right) or skip.
+identity may create and delete keys and certificates. Not for a machine in production use: during the run it changes
+the provider's settings for all programs, trusts its own root (step 12), uses port 44399 of localhost and creates a local user
+(step 13). At the end, also after Ctrl-C, it removes the keys, certificates, root, port binding and user, and restores the settings.
+Two things stay: settings that all users could read are closed, and a certificate of the machine that is also in the test vault is
+bound to the vault's key. After a failure the logs are kept. A result is pass, FAIL, found (the right result isn't known yet) or skip.
 
 It has not been run on a Windows machine yet.
 #>
@@ -41,7 +41,7 @@ $Work = Join-Path $env:TEMP $Tag
 $Began = Get-Date
 $Port = 44399
 
-# What the run made and the end removes.
+# What the run created and CleanUp removes.
 $Made = @{ Installed = $null; Saved = @{}; Root = $null; Bound = $false; Probes = @(); Store = $null; User = $null }
 $Secret = ''
 
@@ -91,7 +91,7 @@ function Run([string] $Program, [string[]] $Arguments, [string] $Standard = '') 
     New-Object PSObject -Property @{ Exit = $LASTEXITCODE; Text = (@($text) | ForEach-Object { "$_" }) -join "`n" }
 }
 
-# The same, but fails unless the program ends with that status. Returns what it printed.
+# The same, but throws unless the program exits with that status. Returns what it printed.
 function Must([string] $Program, [string[]] $Arguments, [int] $Exit = 0, [string] $Standard = '') {
     $ran = Run $Program $Arguments $Standard
     if ($ran.Exit -ne $Exit) {
@@ -117,7 +117,7 @@ function SettingsKey([string] $View, [bool] $Writable) {
     $base.OpenSubKey($Key, $Writable)
 }
 
-# The values of one registry view, name to kind and data.
+# The values of one registry view: name to kind and data.
 function ReadSettings([string] $View) {
     $values = @{}
     $open = SettingsKey $View $false
@@ -141,7 +141,7 @@ function RestoreSettings([string] $View) {
     $open.Close()
 }
 
-# Before a secret is written.
+# Call before writing a secret.
 function CloseSettings([string] $Program) {
     $open = (Must $Program @('--json', 'config', 'show') | ConvertFrom-Json).open
     if ($open) { Must $Program @('config', 'protect') | Out-Null }
@@ -152,7 +152,7 @@ function SetSecret([string] $Program, [string] $Value) {
     Must $Program @('config', 'set', 'ClientSecret') 0 $Value | Out-Null
 }
 
-# 32-bit programs sign in as the 64-bit ones do.
+# Gives 32-bit programs the 64-bit ones' sign-in.
 function CopySignIn {
     $from = ReadSettings 'Registry64'
     if ($from.ContainsKey('ClientDPAPISecret')) { CloseSettings $Tool32 }
@@ -173,7 +173,7 @@ function FromBase64Url([string] $Text) {
     , [Convert]::FromBase64String($plain.PadRight([int](4 * [Math]::Ceiling([double] $plain.Length / 4)), '='))
 }
 
-# The public half of a key, through the tool: a second opinion beside Windows' own export.
+# The public half of a key, from the tool and so independent of Windows' own export.
 function PublicKey([string] $Name) {
     $jwk = Must $Tool @('keys', 'export', $Name, '--format', 'jwk') | ConvertFrom-Json
     if ($jwk.kty -eq 'RSA') {
@@ -222,16 +222,16 @@ KeyUsage = 0x80
 "@ | Set-Content -Encoding ASCII "$Work\$Name.inf"
 }
 
-# A request by certreq, and what certutil says of it.
+# Makes a request with certreq and has certutil check it.
 function MakeRequest([string] $Name, [string] $Algorithm) {
     RequestFile $Name $Algorithm
     $Made.Probes += $Name
     Must 'certreq.exe' @('-new', '-q', "$Work\$Name.inf", "$Work\$Name.csr") | Out-Null
     $dump = Must 'certutil.exe' @('-dump', "$Work\$Name.csr")
-    Check ($dump -match 'Signature matches Public Key') "certutil doubts the request: $dump"
+    Check ($dump -match 'Signature matches Public Key') "certutil rejects the request's signature: $dump"
 }
 
-# The key of a new authority, which this machine trusts until the end.
+# The key of a new authority, which this machine trusts until CleanUp.
 function MakeAuthority {
     $hash = [Security.Cryptography.HashAlgorithmName]::SHA256
     $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
@@ -246,7 +246,7 @@ function MakeAuthority {
     $rootKey
 }
 
-# A certificate of that authority for the vault's key.
+# A certificate from that authority for the vault's key.
 function Issue([string] $Name, $RootKey) {
     $hash = [Security.Cryptography.HashAlgorithmName]::SHA256
     $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
@@ -265,7 +265,7 @@ function Issue([string] $Name, $RootKey) {
     $leaf
 }
 
-# The certificate comes into the store and is bound to the vault's key.
+# Installs a certificate in the store, bound to the vault's key.
 function Accept([string] $Name, $RootKey) {
     $leaf = Issue $Name $RootKey
     Must 'certreq.exe' @('-accept', '-q', '-machine', "$Work\$Name.cer") | Out-Null
@@ -288,13 +288,13 @@ function AskOverTls([string] $Thumbprint) {
     $listener.Prefixes.Add("https://localhost:$Port/")
     $listener.Start()
     $pending = $listener.BeginGetContext($null, $null)
-    # By its address: the certificate is bound for IPv4 only.
+    # By address: the certificate is bound for IPv4 only.
     $client = New-Object Net.Sockets.TcpClient '127.0.0.1', $Port
     $stream = [Net.Security.SslStream]::new($client.GetStream(), $false)
     $stream.ReadTimeout = $stream.WriteTimeout = 60000
     try {
         $stream.AuthenticateAsClient('localhost', $null, [Security.Authentication.SslProtocols]::Tls12, $false)
-        Check ($stream.RemoteCertificate.GetCertHashString() -eq $Thumbprint) 'another certificate was shown'
+        Check ($stream.RemoteCertificate.GetCertHashString() -eq $Thumbprint) 'the server sent another certificate'
         $question = [Text.Encoding]::ASCII.GetBytes("GET / HTTP/1.1`r`nHost: localhost:$Port`r`nConnection: close`r`n`r`n")
         $stream.Write($question, 0, $question.Length)
         Check ($pending.AsyncWaitHandle.WaitOne(60000)) 'the request did not arrive'
@@ -310,7 +310,7 @@ function AskOverTls([string] $Thumbprint) {
     }
 }
 
-# Exit status and errors of the tool, run by a new user who is no administrator.
+# Runs the tool as a new user who isn't an administrator. Returns the exit status and standard error.
 function RunAsUser([string[]] $Arguments) {
     $password = New-Object Security.SecureString
     foreach ($character in "Pr0be!$([Guid]::NewGuid())".ToCharArray()) { $password.AppendChar($character) }
@@ -323,7 +323,7 @@ function RunAsUser([string[]] $Arguments) {
     New-Object PSObject -Property @{ Exit = $ran.ExitCode; Text = [IO.File]::ReadAllText("$Work\user.txt").Trim() }
 }
 
-# Milliseconds for a thousand threads in a process of their own, with the module loaded or without.
+# Milliseconds to run a thousand threads in a new process, with or without the module loaded.
 function ThreadTime([string] $Module) {
     $code = 'Add-Type -TypeDefinition "using System; using System.Runtime.InteropServices; using System.Threading;' +
         'public class T { [DllImport(""kernel32"", CharSet = CharSet.Unicode)] static extern IntPtr LoadLibraryW(string f);' +
@@ -336,12 +336,12 @@ function ThreadTime([string] $Module) {
     [int] ($lines | Where-Object { $_ -match '^-?\d+\s*$' } | Select-Object -Last 1)
 }
 
-# ---- steps: number, title, the steps that it needs, what it does. The result is what was found.
+# ---- steps: number, title, the steps it needs, what it does. A step returns what it found.
 
 $Steps = @(
     @(1, 'the installer installs', @(), {
         if (-not $Msi) { return Skip 'no -Msi' }
-        if (Test-Path $Tool) { return Skip 'the provider is installed already' }
+        if (Test-Path $Tool) { return Skip 'the provider is already installed' }
         $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/i', "`"$Msi`"", '/qn', '/l*v', "`"$Work\install.log`""
         Check ($done.ExitCode -in 0, 3010) "ended with $($done.ExitCode)"
         $Made.Installed = $Msi
@@ -363,7 +363,7 @@ $Steps = @(
         Check ($rest -notmatch '0x8[0-9a-fA-F]{7}') "with an error: $rest"
         'named, without an error'
     }),
-    @(4, 'settings are written, and a secret is sealed', @(1), {
+    @(4, 'settings are written, and a secret is protected', @(1), {
         foreach ($view in 'Registry64', 'Registry32') { $Made.Saved[$view] = ReadSettings $view }
         $Made.Store = @(Get-ChildItem Cert:\LocalMachine\My | ForEach-Object { $_.Thumbprint })
         New-Item -ItemType Directory -Force "$Work\log" | Out-Null
@@ -381,14 +381,14 @@ $Steps = @(
         }
         if (-not $Secret) {
             CopySignIn
-            return 'written for both kinds of programs, with the sign-in that was set for 64-bit ones'
+            return 'written for both kinds of programs, with the sign-in of the 64-bit ones'
         }
         foreach ($view in 'Registry64', 'Registry32') {
             $now = ReadSettings $view
-            Check ($now['ClientSecret'][1] -eq '') "$view has the secret in clear"
+            Check ($now['ClientSecret'][1] -eq '') "$view has the secret in clear text"
             Check ($now.ContainsKey('ClientDPAPISecret')) "$view has no protected secret"
         }
-        'written for both kinds of programs, sealed in both'
+        'written for both kinds of programs, protected in both'
     }),
     @(5, 'the vault is listed, four ways alike', @(4), {
         $lists = foreach ($program in $Tool, $Tool32) {
@@ -398,7 +398,7 @@ $Steps = @(
         Check (@($lists | Sort-Object -Unique).Count -le 1) "they differ: $($lists -join ' | ')"
         $count = @("$(@($lists)[0])" -split "`n" | Where-Object { $_ -and $_ -ne 'no keys' }).Count
         if (-not $Secret) { return "$count keys" }
-        # A rotation: what is stored last signs in, and nothing else does.
+        # A rotation: only the secret stored last is used.
         SetSecret $Tool "$Secret-not"
         Must $Tool @('keys', 'list') 4 | Out-Null
         SetSecret $Tool $Secret
@@ -428,9 +428,9 @@ $Steps = @(
             Must $Tool @('keys', 'request', $pair[0], '--subject', 'CN=localhost', '--out', "$Work\tool.csr") | Out-Null
             $dump = Must 'certutil.exe' @('-dump', "$Work\tool.csr")
             Check ($dump.Contains($pair[1])) "no '$($pair[1])' in: $dump"
-            Check ($dump -match 'Signature matches Public Key') "certutil doubts the signature: $dump"
+            Check ($dump -match 'Signature matches Public Key') "certutil rejects the signature: $dump"
         }
-        '2048 bits and 256 bits, both requests hold'
+        '2048 bits and 256 bits, both requests verify'
     }),
     @(9, '.NET signs', @(6), {
         $cng = OpenCng $Rsa
@@ -439,7 +439,7 @@ $Steps = @(
         $padding = [Security.Cryptography.RSASignaturePadding]::Pkcs1
         $data = [Text.Encoding]::ASCII.GetBytes('data')
         $signature = $signer.SignData($data, $hash, $padding)
-        Check ((PublicKey $Rsa).VerifyData($data, $signature, $hash, $padding)) 'the signature is not the key''s'
+        Check ((PublicKey $Rsa).VerifyData($data, $signature, $hash, $padding)) 'the signature does not verify'
         $says = 'RSA signs. The curve key: '
         try {
             $curve = OpenCng $Ec
@@ -494,13 +494,13 @@ $Steps = @(
         foreach ($line in 'DllMain DLL_PROCESS_ATTACH', 'KelvaroOpenKey', 'KelvaroSignHash') {
             Check ($text.Contains($line)) "the log lacks $line"
         }
-        Check ($text -notmatch 'eyJ[A-Za-z0-9_-]{40}') 'the log holds a token'
+        Check ($text -notmatch 'eyJ[A-Za-z0-9_-]{40}') 'the log contains a token'
         $events = @(Get-WinEvent -FilterHashtable @{ LogName = 'Application'; StartTime = $Began } -ErrorAction SilentlyContinue |
             Where-Object { $_.ToXml() -match 'KelvaroOpenKey Error' })
         Check ($events.Count -gt 0) 'the event log has nothing of step 10'
         "lines of attach, open and sign, no token; in the event log: $("$($events[0].Message)" -replace '\s+', ' ')"
     }),
-    @(16, 'threads of a host stay fast', @(1), {
+    @(16, 'a host''s threads stay fast', @(1), {
         $without = ThreadTime ''
         $with = ThreadTime "$env:SystemRoot\System32\kelvaro.dll"
         Check ($with -ge 0) 'the module does not load'
@@ -545,7 +545,7 @@ $Steps = @(
 
 # ---- the run
 
-# The keys, and certificates that the sync brought.
+# Removes the keys, and the certificates that the sync copied.
 function RemoveProbes {
     if (-not (Test-Path $Tool) -or $null -eq $Made.Store) { return }
     foreach ($name in $Made.Probes) { Run $Tool @('keys', 'delete', $name, '--yes') | Out-Null }
