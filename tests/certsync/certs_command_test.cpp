@@ -22,19 +22,15 @@ class CertsCommandTest : public CtlTest {
     }
     void TearDown() override { ClearStores(); }
 
-    json Vault(const std::string& rest, const json& body)
-    {
-        return sim.Control("POST", std::string("/vaults/") + Simulator::kVault + rest, body);
-    }
     void AddCertificate(const std::string& name, const std::string& subject = "CN=web01")
     {
-        Vault("/certificates", {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}, {"subject", subject}});
+        AddVaultCertificate(name, {{"subject", subject}});
     }
     // A certificate from an authority outside the vault, also in the file.
-    json Issue(const std::string& file, const json& spec)
+    Issued IssueTo(const std::string& file, const json& spec)
     {
-        const json issued = Vault("/issue", spec);
-        WriteFile(file, issued["pem"]);
+        const Issued issued = Issue(spec);
+        WriteFile(file, issued.pem);
         return issued;
     }
     std::string Recorded() const { return root.GetText(HKEY_LOCAL_MACHINE, "CertSync"); }
@@ -100,21 +96,21 @@ TEST_F(CertsCommandTest, TwoProcessesAtOnce)
 TEST_F(CertsCommandTest, InstallBindsAndComparesThePublicKey)
 {
     HoldSync();
-    const json own = Issue("own.pem", {{"key", "web"}, {"subject", "CN=issued"}});
-    const json strangers = Issue("other.pem", {{"subject", "CN=stranger"}});
+    const Issued own = IssueTo("own.pem", {{"key", "web"}, {"subject", "CN=issued"}});
+    const Issued strangers = IssueTo("other.pem", {{"subject", "CN=stranger"}});
     // An authority's answer: the chain first, the key's own certificate behind it.
-    WriteFile("chain.pem", strangers["pem"].get<std::string>() + own["pem"].get<std::string>());
+    WriteFile("chain.pem", strangers.pem + own.pem);
     const json installed = CtlJson({"certs", "install", File("chain.pem"), "--key", "web"});
     EXPECT_EQ(true, installed["publicKeyMatches"]);
     EXPECT_EQ("CN=issued", installed["certificate"]["subject"]);
-    EXPECT_EQ(own["hash"], installed["certificate"]["thumbprint"]);
+    EXPECT_EQ(own.hash, installed["certificate"]["thumbprint"]);
     EXPECT_EQ("web", installed["certificate"]["container"]);
 
     Run("2 certs install @other.pem --key web\n");
     EXPECT_EQ(1u, List().size());
     AddCertificate("gone");
-    Issue("old.pem", {{"key", "web"}, {"notBefore", 1577836800}, {"notAfter", 1580515200}});
-    Issue("gone.pem", {{"key", "gone"}});
+    IssueTo("old.pem", {{"key", "web"}, {"notBefore", 1577836800}, {"notAfter", 1580515200}});
+    IssueTo("gone.pem", {{"key", "gone"}});
     Run("0 certs install @other.pem --key web --force | is not that of 'web'\n"
         "0 certs install @old.pem --key web | warning: the certificate expired on 2020-02-01\n"
         "0 certs list | 2020-02-01, expired\n"
@@ -131,7 +127,7 @@ TEST_F(CertsCommandTest, RemovedFromTheStoreAndKeptInTheVault)
 {
     Out({"certs", "sync"});
     const std::string thumbprint = List()[0]["thumbprint"];
-    Issue("soon.pem", {{"subject", "CN=soon"}, {"notAfter", time(nullptr) + 3 * 86400 + 60}});
+    IssueTo("soon.pem", {{"subject", "CN=soon"}, {"notAfter", time(nullptr) + 3 * 86400 + 60}});
     std::string pasted;  // as Windows shows it
     for (size_t at = 0; at < thumbprint.size(); at += 2)
         pasted += (at ? " " : "") + thumbprint.substr(at, 2);
@@ -149,7 +145,7 @@ TEST_F(CertsCommandTest, TheUsersStoreIsSeparate)
 {
     Out({"certs", "sync"});
     EXPECT_EQ(json::array(), CtlJson({"certs", "list", "--user"})["certificates"]);
-    WriteFile("other.der", FromBase64Url(Issue("other.pem", {{"subject", "CN=other"}})["der"]));
+    WriteFile("other.der", FromBase64Url(IssueTo("other.pem", {{"subject", "CN=other"}}).base64));
     Run("0 certs install @other.der --key web --force --user\n");
     EXPECT_EQ(1u, CtlJson({"certs", "list", "--user"})["certificates"].size());
     EXPECT_EQ(1u, List().size());
@@ -171,31 +167,31 @@ TEST_F(CertsCommandTest, FilesWithoutACertificate)
 TEST_F(CertsCommandTest, PublishSaysWhatHappened)
 {
     HoldSync();
-    const json issued = Issue("web.pem", {{"key", "web"}, {"subject", "CN=issued"}});
+    const Issued issued = IssueTo("web.pem", {{"key", "web"}, {"subject", "CN=issued"}});
     Run("5 certs publish web --json | no_certificate\n"
         "0 certs install @web.pem --key web\n"
         "! {\"path\":\"/create\",\"action\":\"status\",\"status\":500}\n"
         "6 certs publish web --json | \"inStep\": false .. not_published\n");
     const json published = CtlJson({"certs", "publish", "web"});
     EXPECT_EQ("published", published["outcome"]);
-    EXPECT_EQ(issued["hash"], published["certificate"]["thumbprint"]);
+    EXPECT_EQ(issued.hash, published["certificate"]["thumbprint"]);
     EXPECT_NE(std::string::npos, json(sim.VaultRequests()).dump().find("POST /certificates/web/pending/merge"));
     sim.ClearJournal();
     Run("0 certs publish web --json | known\n0 certs publish web --again --json | published\n");
     EXPECT_EQ(std::string::npos, json(sim.VaultRequests()).dump().find("POST ")) << "the vault has it";
 
-    Issue("big.pem", {{"key", "web"}, {"size", 5000}});
+    IssueTo("big.pem", {{"key", "web"}, {"size", 5000}});
     AddCertificate("big");
     // The module takes a certificate for published even when the merge is refused, and leaves the request pending.
     AddCertificate("late");
-    const json late = Issue("late.pem", {{"key", "late"}});
+    const Issued late = IssueTo("late.pem", {{"key", "late"}});
     Run("0 certs install @big.pem --key big --force\n"
         "5 certs publish big | 5000 bytes\n"
         "0 certs install @late.pem --key late\n"
         "! {\"path\":\"/merge\",\"action\":\"status\",\"status\":403}\n"
         "6 certs publish late --json | not_published\n"
         "6 certs publish late --json | not_published\n");
-    EXPECT_EQ(std::string::npos, Recorded().find(late["hash"].get<std::string>()));
+    EXPECT_EQ(std::string::npos, Recorded().find(late.hash));
 }
 
 }  // namespace

@@ -54,22 +54,22 @@ void ClearStores()
     }
 }
 
-Issued CertsTest::Issue(const json& spec)
+Issued Issue(const json& spec)
 {
-    const json answer = sim.Control("POST", VaultPath("/issue"), spec);
+    const json answer = Simulator::Get().Control("POST", VaultPath("/issue"), spec);
     return {FromBase64(answer["der"]), answer["der"], answer["pem"], answer["hash"]};
 }
 
-void CertsTest::AddVaultCertificate(const std::string& name, const json& more)
+void AddVaultCertificate(const std::string& name, const json& more)
 {
     json body = {{"name", name}, {"kty", "EC"}, {"crv", "P-256"}};
     body.update(more);
-    sim.Control("POST", VaultPath("/certificates"), body);
+    Simulator::Get().Control("POST", VaultPath("/certificates"), body);
 }
 
-std::string CertsTest::VaultHash(const std::string& name)
+std::string VaultHash(const std::string& name)
 {
-    const json vault = sim.Control("GET", VaultPath(""));
+    const json vault = Simulator::Get().Control("GET", VaultPath(""));
     for (const json& certificate : vault["certificates"]) {
         if (certificate["name"] == name)
             return HexText(FromBase64(certificate["versions"].back()["x5t"]));

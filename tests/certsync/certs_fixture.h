@@ -19,6 +19,12 @@ struct Issued {
 };
 
 void ClearStores();  // the machine's and the user's
+// spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
+Issued Issue(const nlohmann::json& spec);
+// A new version of a certificate of the vault. more: as the simulator's control call takes it; without, a new key.
+void AddVaultCertificate(const std::string& name, const nlohmann::json& more = nlohmann::json::object());
+// The hash of the newest version of a certificate of the vault.
+std::string VaultHash(const std::string& name);
 
 class CertsTest : public HostTest {
   protected:
@@ -38,13 +44,6 @@ class CertsTest : public HostTest {
         HostTest::TearDown();
         ClearStores();
     }
-
-    // spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
-    Issued Issue(const nlohmann::json& spec);
-    // A new version of a certificate of the vault. more: as the simulator's control call takes it; without, a new key.
-    void AddVaultCertificate(const std::string& name, const nlohmann::json& more = nlohmann::json::object());
-    // The hash of the newest version of a certificate of the vault.
-    std::string VaultHash(const std::string& name);
 
     // "HASH container of PROVIDER, flags N" of each certificate, or "HASH".
     Strings StoreInOrder(bool machine = true) const;  // in the platform's order

@@ -8,17 +8,12 @@ using nlohmann::json;
 namespace {
 
 // A record parsed from an answer into memory that was in use.
-struct Parsed {
+struct Parsed : OwnKey {
     explicit Parsed(const std::string& body, const std::string& name = "web01")
     {
-        memset(&key, 0xA5, sizeof(key));
-        EXPECT_EQ(1, KVCParseJSONKey(Wide(name).c_str(), body.c_str(), &key));
+        memset(static_cast<KVKey*>(this), 0xA5, sizeof(KVKey));
+        EXPECT_EQ(1, KVCParseJSONKey(Wide(name).c_str(), body.c_str(), this));
     }
-    ~Parsed() { KVCFreeKVKey(&key); }
-    Parsed(const Parsed&) = delete;
-    Parsed& operator=(const Parsed&) = delete;
-
-    KVKey key;
 };
 
 std::string Text(const BYTE* bytes, DWORD size)
@@ -32,8 +27,7 @@ TEST(KVKeyTest, BodiesOfTheLiveService)
         SCOPED_TRACE(file);
         const std::string body = ReadServiceSample(file);
         const json sent = json::parse(body)["key"];
-        const Parsed parsed(body);
-        const KVKey& key = parsed.key;
+        const Parsed key(body);
         EXPECT_EQ(1u, key.valid);
         EXPECT_EQ("web01", Narrow(key.keyName));
         EXPECT_EQ("web01", Narrow(key.clearName));
@@ -85,7 +79,7 @@ TEST(KVKeyTest, AlgIDFollowsTagsCurveAndOperations)
             body["key"]["crv"] = crv;
         if (!tags.is_null())
             body["tags"] = tags;
-        EXPECT_EQ(algID, Narrow(Parsed(body.dump()).key.AlgID));
+        EXPECT_EQ(algID, Narrow(Parsed(body.dump()).AlgID));
     }
 }
 
@@ -96,8 +90,7 @@ TEST(KVKeyTest, MissingMembersStayEmpty)
           R"({"key":["kid","n"]})", "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[",
           R"({"key":{"kid":null,"kty":null,"crv":null,"key_ops":"sign","n":"*","x":"AA=A","y":[]}})"}) {
         SCOPED_TRACE(body);
-        const Parsed parsed(body, kCodedName);
-        const KVKey& key = parsed.key;
+        const Parsed key(body, kCodedName);
         EXPECT_EQ(1u, key.valid);
         EXPECT_EQ(kCodedName, Narrow(key.keyName));
         EXPECT_EQ("a b", Narrow(key.clearName));
@@ -110,21 +103,20 @@ TEST(KVKeyTest, MissingMembersStayEmpty)
         EXPECT_EQ(0, key.AlgID[0] | key.version[0]);
     }
     const Parsed tooLong(json{{"key", {{"n", std::string(4096, 'A')}, {"x", std::string(4092, 'A')}}}}.dump());
-    EXPECT_EQ(nullptr, tooLong.key.n);
-    EXPECT_EQ(0u, tooLong.key.n_siz);
-    EXPECT_EQ(3069u, tooLong.key.x_siz);
+    EXPECT_EQ(nullptr, tooLong.n);
+    EXPECT_EQ(0u, tooLong.n_siz);
+    EXPECT_EQ(3069u, tooLong.x_siz);
 }
 
 TEST(KVKeyTest, TextsOfAKey)
 {
-    const Parsed texts(R"({"key":{"d":"D","dp":"DP","dq":"DQ","k":"K","p":"P","q":"Q","qi":"QI","key_ops":[]}})");
-    const KVKey& key = texts.key;
+    const Parsed key(R"({"key":{"d":"D","dp":"DP","dq":"DQ","k":"K","p":"P","q":"Q","qi":"QI","key_ops":[]}})");
     Strings read;
     for (const WCHAR* field : {key.d, key.dp, key.dq, key.k, key.p, key.q, key.qi, key.key_ops})
         read.push_back(TextOf(field));
     EXPECT_EQ((Strings{"D", "DP", "DQ", "K", "P", "Q", "QI", ""}), read);
     const Parsed ops(R"({"key":{"key_ops":["sign",null,"","verify"]}})");
-    EXPECT_EQ("sign,,verify", TextOf(ops.key.key_ops));
+    EXPECT_EQ("sign,,verify", TextOf(ops.key_ops));
 
     const std::string longest(129, 'v');
     const std::pair<std::string, TextString> versions[] = {
@@ -138,12 +130,12 @@ TEST(KVKeyTest, TextsOfAKey)
         {"k/\xC3\xA9", TextString{WCHAR{0xC3}, WCHAR{0xA9}}},
     };
     for (const auto& [kid, version] : versions)
-        EXPECT_EQ(version, TextString(Parsed(json{{"key", {{"kid", kid}}}}.dump()).key.version)) << kid;
+        EXPECT_EQ(version, TextString(Parsed(json{{"key", {{"kid", kid}}}}.dump()).version)) << kid;
 
-    EXPECT_EQ("InvalidName", Narrow(Parsed("{}", "-vzA" + std::string(39, 'z')).key.clearName));
+    EXPECT_EQ("InvalidName", Narrow(Parsed("{}", "-vzA" + std::string(39, 'z')).clearName));
     const Parsed tooLong("{}", std::string(300, 'b'));
-    EXPECT_EQ(std::string(128, 'b'), Narrow(tooLong.key.keyName));
-    EXPECT_EQ(std::string(42, 'b'), Narrow(tooLong.key.clearName));
+    EXPECT_EQ(std::string(128, 'b'), Narrow(tooLong.keyName));
+    EXPECT_EQ(std::string(42, 'b'), Narrow(tooLong.clearName));
 }
 
 TEST(KVKeyTest, FreeClearsThePointersAndMayBeRepeated)

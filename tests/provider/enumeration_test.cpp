@@ -39,24 +39,19 @@ TEST_F(EnumerationTest, AlgorithmsBySelection)
     EXPECT_EQ(0u, sim.Journal().size());
 }
 
-TEST_F(EnumerationTest, AVaultWithoutKeysEndsAtOnce)
-{
-    PVOID state = nullptr;
-    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
-    Answer("/keys?", 200, ReadServiceSample("certificate-list-pending"));  // items without a "kid"
-    EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status));
-    EXPECT_EQ(nullptr, state);
-    EXPECT_EQ(Lines{}, ErrorLines());
-}
-
 TEST_F(EnumerationTest, ListsKeysWithTheirAlgorithms)
 {
+    PVOID state = nullptr;
+    Answer("/keys?", 200, ReadServiceSample("certificate-list-pending"));  // items without a "kid"
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(Hex(NTE_NO_MORE_ITEMS), Hex(Next(&state).status)) << "no keys";
+    EXPECT_EQ(nullptr, state);
+    sim.ClearJournal();
     sim.AddKey(Simulator::kVault,
                {{"name", "curve"}, {"kty", "EC"}, {"crv", "P-384"}, {"tags", {{"AlgID", "ECDH_P384"}}}});
     sim.AddKey(Simulator::kVault, {{"name", "plain"}, {"pem", PrivateKeyPem("rsa2048")}, {"tags", {{"a", "b"}}}});
     AddKey("untagged", "P-256");
     Answer("/keys/untagged?", 200, RsaAnswer(Pattern(256)).dump());
-    PVOID state = nullptr;
     Lines found;
     Found next = Next(&state, kMachine | NCRYPT_SILENT_FLAG);
     AddKey("later", "P-256");  // not listed: the first call reads the whole list
