@@ -1,5 +1,5 @@
-// The baseline: the system's HTTP library and nothing else, libcurl on Linux and WinHTTP on Windows. A fresh connection
-// for each request; what can be kept between them is kept.
+// The baseline: only the system's HTTP library, libcurl on Linux and WinHTTP on Windows. Each request uses a new
+// connection; everything else that can be reused is.
 #pragma once
 
 #include <memory>
@@ -18,7 +18,7 @@ class BareClient {
 
     static bool ChoosesSessions();
 
-    // Sends the request and reads the whole answer; throws when its status is not 200.
+    // Sends the request and reads the whole answer; throws if its status isn't 200.
     void Send(const Recorded& request);
 
   private:

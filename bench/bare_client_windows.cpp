@@ -19,7 +19,7 @@ Handle Checked(HINTERNET handle, const std::string& url)
     return Handle(handle);
 }
 
-// Reads the answer to its end; its status, or 0.
+// Reads the whole answer. Returns its status, or 0.
 DWORD Receive(HINTERNET request)
 {
     DWORD status = 0;

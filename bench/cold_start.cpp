@@ -1,5 +1,6 @@
-// From nothing to the first signature: load, open a provider, sign in, open a key, sign; against a program that sends
-// the same requests by the system's HTTP library alone. They alternate, each in its own process, timed from outside.
+// From nothing to the first signature: load, open a provider, sign in, open a key, sign; compared with a program that
+// sends the same requests with only the system's HTTP library. They alternate, each in its own process, timed from
+// outside.
 #include <fstream>
 #include <iostream>
 

@@ -1,4 +1,4 @@
-// What a process holds after many signatures that it didn't hold after the first few.
+// The handles and threads that a process has after many signatures but not after the first few.
 #include <cstdlib>
 #include <iostream>
 

@@ -37,8 +37,8 @@ struct Effort {
     long residentKiB = 0;  // with the whole list in memory
 };
 
-// The kernel counts the pages one by one for this file, while the peak that getrusage knows is off by up to 128 KiB a
-// core, which is as much as a short list takes. The heap gives nothing back, so that the end is the peak.
+// For this file the kernel counts every page; getrusage's peak is off by up to 128 KiB per core, as much as a short
+// list takes. The heap returns nothing to the kernel, so the value at the end is the peak.
 long AnonymousKiB()
 {
     std::ifstream rollup("/proc/self/smaps_rollup");
@@ -82,7 +82,7 @@ KVCClient* NewClient(const std::string& vault)
                   Wide(Simulator::kClientId).c_str(), Wide(Simulator::kClientSecret).c_str(), nullptr, 0, 0, 0);
 }
 
-// As many hashes as the vault has certificates. Those that it really has come last, where a search finds them late.
+// As many hashes as the vault has certificates. The ones it really has come last, so that a search takes longest.
 TextString KnownHashesOf(const std::string& vault, int size)
 {
     KVCClient* client = NewClient(vault);
@@ -114,7 +114,7 @@ TextString KnownHashesOf(const std::string& vault, int size)
     return known;
 }
 
-// The sync that the first open of a machine key starts. The number of hashes that are known afterwards.
+// Runs the sync that the first open of a machine key starts. Returns the number of hashes known afterwards.
 LONG SyncKnown(KVC* call)
 {
     KVCSyncCertsFromKVToMachine(call);
@@ -123,7 +123,7 @@ LONG SyncKnown(KVC* call)
     return static_cast<LONG>(ReadCertSync(true)->length / (kHashDigits + 1));
 }
 
-// What this process has spent so far, in its own code and in the kernel.
+// The processor time of this process so far, user and kernel.
 double CpuSeconds()
 {
     rusage usage = {};
@@ -173,7 +173,7 @@ int TimesOf(int size)
     return size == 1000 ? 10 : size == 10000 ? 3 : 1;
 }
 
-// The sizes in turns: short lists are read as often as makes up for their length, and the median counts.
+// The sizes take turns: shorter lists are read more often to make up for their length, and the median counts.
 nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
 {
     const auto vault = [&](int size) { return kind.substr(0, 4) + std::to_string(size); };
@@ -204,7 +204,7 @@ nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
     return rows;
 }
 
-// The same for a sync that finds every certificate known already.
+// The same for a sync that already knows every certificate.
 nlohmann::json GrowSync()
 {
     std::map<int, TextString> known;
@@ -261,7 +261,7 @@ nlohmann::json Walk(bench::Vault& vault)
               {"cpu_an_object_over_smallest", longWalk.cpuSeconds / 10 / bench::Median(cpuSeconds)}}}};
 }
 
-// Fills a new vault in portions, so that no call takes long.
+// Fills a new vault in batches, so that no call takes long.
 void Seed(Simulator& simulator, const std::string& kind, int size)
 {
     const std::string path = "/vaults/" + kind + std::to_string(size);

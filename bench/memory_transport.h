@@ -1,4 +1,4 @@
-// WinHTTP's functions for a program without a network. All handles are one exchange, which the program itself answers.
+// WinHTTP's functions without a network. All handles stand for one exchange, which the program itself answers.
 #pragma once
 
 #include <string_view>
@@ -15,7 +15,7 @@ struct MemoryAnswer {
     size_t piece = SIZE_MAX;  // the most that one call reads
 };
 
-// The program defines both. The first is called as a session begins, the second with each request. What the answer
-// points to stays until the next session.
+// The program defines both. The first is called when a session begins, the second for each request. What the answer
+// points to must stay valid until the next session.
 ExchangeStep FailingStep();
 MemoryAnswer AnswerTo(LPCWSTR path);

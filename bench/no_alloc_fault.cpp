@@ -1,4 +1,4 @@
-// The tests' root pauses their failing allocations; a measurement has none.
+// The tests' root pauses the injected allocation failures; benchmarks have none.
 #include "tests/common/alloc_fault.h"
 
 AllocFaultPause::AllocFaultPause() : paused_(false) {}

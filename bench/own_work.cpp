@@ -1,5 +1,5 @@
-// What the module itself does for one signature: the same code with a transport that answers from memory. Under
-// callgrind, the instructions of N signatures less those of none are N times those of one.
+// The module's own work for one signature: the same code with a transport that answers from memory. Under callgrind,
+// the instructions of N signatures minus those of none are N times those of one.
 #include <cstdlib>
 #include <iostream>
 
@@ -69,8 +69,8 @@ int main(int count, char** arguments)
         bench::Module module(&GetKeyStorageInterface);
         bench::Module::Key key(module, TEXT("rsa"), true);
         key.Sign();
-        // The first open has moved the secret. Settings that have just been written are read anew for each line, since
-        // they may change again within one time stamp.
+        // The first open has moved the secret. Recently written settings are read again for each line, since they may
+        // change again within the same time stamp.
         Sleep(200);
         const int requestsBefore = answered;
         const long before = AllocationCount();

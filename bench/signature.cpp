@@ -1,5 +1,5 @@
-// One signature through the module against the same bytes sent by the system's HTTP library alone, and with its log
-// against without, in turns.
+// One signature through the module compared with the same bytes sent by only the system's HTTP library, and with its
+// log compared with none. The two sides alternate.
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -58,7 +58,7 @@ nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* 
 
 constexpr DWORD kLevels[] = {0, 4, 10};
 
-// A copy of the module that logs at its own level, which it reads as it is loaded.
+// A copy of the module with its own log level, which it reads when it is loaded.
 struct Logging {
     Logging(bench::Vault& vault, DWORD level) : module(Copy(vault, level)), key(module, TEXT("rsa"), true) {}
 

@@ -1,4 +1,4 @@
-// What differs between the systems, beside the HTTP library.
+// What differs between the systems, apart from the HTTP library.
 #pragma once
 
 #include <optional>

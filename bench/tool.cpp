@@ -1,4 +1,4 @@
-// What users of the tool wait for: a list of names alone, and its version.
+// What users of the tool wait for: a list of names, and its version.
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>

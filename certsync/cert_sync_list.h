@@ -17,8 +17,8 @@ class HashText {
     WCHAR text_[2 * kLongestHash + 1];
 };
 
-// The list of a hive, empty if there is none. NULL: no memory; the caller gives up then, since writing a list replaces
-// the whole value.
+// The list of a hive, empty if there is none. NULL: no memory; the caller must then give up, since writing a list
+// replaces the whole value.
 BldStrPtr ReadCertSync(bool isMachine);
 
 // Replaces the whole value, best effort.

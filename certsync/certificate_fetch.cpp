@@ -56,6 +56,6 @@ bool KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob)
         return false;
     certblob->der.reset(bytes);
     certblob->size = size;
-    // Without memory the decoder returns the size alone.
+    // If memory runs out, the decoder returns only the size.
     return bytes;
 }

@@ -11,6 +11,6 @@ struct CertBlob {
 };
 
 // Reads the current version of a certificate by its encoded name, which goes into the URL unchanged. kvc: signed in.
-// certblob: empty; the certificate on success. False: it can't be read, isn't a certificate object, or is longer than
-// the Base64 decoder takes. Blocks for one exchange, longer when throttled.
+// certblob: empty; receives the certificate. False: it can't be read, isn't a certificate object, or is longer than the
+// Base64 decoder accepts. Blocks for one exchange, longer when throttled.
 bool KVCGetCert(KVC* kvc, const WCHAR* certName, CertBlob* certblob);

@@ -7,9 +7,9 @@
 constexpr size_t kCertSlotChars = 128;
 
 // Reads the whole certificate collection, whatever the setting CertificatesOrKeys is. kvc: signed in.
-// *WCHARCertsArray, *WCHARThumbprintArray: a block of the process heap each, with `count` pointers to the `count` slots
-// behind them: the clear names and, in the same order, the thumbprints as the service writes them (Base64url). The
-// caller releases both with KVCGetCertsFree.
+// *WCHARCertsArray, *WCHARThumbprintArray: one block of the process heap each, with `count` pointers followed by the
+// `count` slots that they point to: the clear names and, in the same order, the thumbprints as the service writes them
+// (Base64url). The caller releases both with KVCGetCertsFree.
 // False, with nothing to release, unless the last page was read. A malformed element is skipped and logged. Blocks for
 // one exchange a page, longer when throttled.
 bool KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArray, LONG* count);

@@ -9,8 +9,8 @@ constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 enum class StoreAccess { Read, Write };
 
-// Opens the store "My". `Read` is enough for a search: it needs no right to write, and creates no store. NULL with the
-// thread's last error.
+// Opens the store "My". `Read` is enough for a search: it needs no write access and doesn't create the store. NULL on
+// failure, with the thread's last error.
 HCERTSTORE OpenPersonalStore(bool isMachine, StoreAccess access);
 
 struct CertContextFreer {

@@ -14,7 +14,7 @@ bool IsDigit(WCHAR ch)
     return (ch >= '0' && ch <= '9') || (ch >= 'A' && ch <= 'F');
 }
 
-// FNV-1a. The digits are a hash already; this only folds them.
+// FNV-1a. The digits are already a hash; this only folds them.
 size_t Fold(const WCHAR* digits)
 {
     uint32_t folded = 2166136261U;
@@ -49,12 +49,12 @@ bool KnownHashes::Add(const WCHAR* hash)
     if (!MakeRoom(before + View(hash).size() + 1) || !BldStrCat(list_.get(), hash) ||
         !BldStrCat(list_.get(), TEXT(",")))
         return false;
-    // The last digits before may join the new ones.
+    // The digits before may combine with the new ones.
     IndexFrom(before < kDigits ? 0 : before - (kDigits - 1));
     return true;
 }
 
-// Notes each run of 40 digits in the text from `start` on.
+// Indexes each run of 40 digits in the text from `start` on.
 void KnownHashes::IndexFrom(size_t start)
 {
     size_t run = 0;
@@ -85,7 +85,7 @@ DWORD* KnownHashes::Find(const WCHAR* digits) const
     return &slots_[at];
 }
 
-// Moves the index to `count` slots. False, and the index is gone: no memory.
+// Resizes the index to `count` slots. False, with the index dropped: no memory.
 bool KnownHashes::MakeSlots(size_t count)
 {
     const MallocPtr<DWORD> old(slots_);

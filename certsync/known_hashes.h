@@ -5,9 +5,9 @@
 #include "support/guards.h"
 #include "support/text.h"
 
-// A hash counts as known wherever its digits are in the text, even across a missing comma. The index finds SHA-1
-// hashes, which have 40 digits, in constant time; any other text takes a search, and so does everything if there was no
-// memory for an index.
+// A hash is known if its digits occur anywhere in the text, even across a missing comma. The index finds SHA-1 hashes,
+// which have 40 digits, in constant time; other hashes need a search of the text, and so does everything if there was
+// no memory for an index.
 class KnownHashes {
   public:
     explicit KnownHashes(BldStrPtr list);  // the text of CertSync, not NULL

@@ -103,7 +103,7 @@ void PublishKeyCertificate(KVCClient* client, const PublishedKey& key)
     LogString(TEXT("KelvaroFreeKey publishCert"), key.name, LOG_RELEASE_LEVEL);
     WCHAR encodedName[kEncodedNameChars] = {};
     int encoded = 0;
-    // The vault can't have a certificate by a name that it can't spell.
+    // The vault can't have a certificate with a name that can't be encoded.
     if (!KVCConvertClearKeyNameToEncoded(key.name, encodedName, &encoded))
         return;
     const MallocPtr<Candidate> candidate(static_cast<Candidate*>(calloc(1, sizeof(Candidate))));

@@ -22,8 +22,8 @@ constexpr int64_t kSyncPeriodSeconds = 600;
 constexpr WCHAR kDummyName[] = TEXT("Dummy Certificate Name");
 constexpr DWORD kSimpleNameChars = 2048;
 
-// Whether a run is due. The time is written before the work, so that a vault that fails isn't asked again by every open
-// of a key.
+// Whether a run is due. Records the time before the work, so that a failing vault isn't asked again each time a key is
+// opened.
 bool ClaimRun()
 {
     const int64_t now = ClockUnixTime();
@@ -160,7 +160,7 @@ bool KVCPropogateCertificateFromKeyVault(const WCHAR* certName, DWORD certSize, 
         LogLine(TEXT("KVCPropogateCertificateFromKeyVault Out of memory"), LOG_ERROR_LEVEL);
         return false;
     }
-    // It stands for a certificate that the key doesn't have yet.
+    // A placeholder for a certificate that the key doesn't have yet.
     if (TextContains(subject.get(), kDummyName)) {
         LogLine(TEXT("KVCPropogateCertificateFromKeyVault Found Dummy Cert"), LOG_DETAIL_LEVEL);
         return true;

@@ -7,7 +7,7 @@
 constexpr size_t kArcPathChars = 260;
 constexpr size_t kArcSecretChars = 2000;
 
-// Reads the file into `secret`, terminated. Whoever listens on the service's port chooses the path, so only the
+// Reads the file into `secret`, terminated. The path comes from whoever listens on the service's port, so only the
 // absolute path of a regular file on this machine is opened: a share would make the host authenticate to another
 // machine, and a pipe or a device could block it. False for any other path, or if the file can't be read or is too
 // long.

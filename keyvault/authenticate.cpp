@@ -20,7 +20,7 @@ KVCLogOnResult SignIn(KVCClient* client, Token* token)
         result = SignInWithClientCredentials(client, token);
     if (result != KVCLogOnResult::Ready && (client->authn & KVC_AUTHN_MANAGED_IDENTITY) != 0) {
         const KVCLogOnResult second = SignInWithManagedIdentity(client, token);
-        // A token that the first method was granted and couldn't keep isn't a refusal.
+        // If the first method got a token but had no memory to keep it, that isn't a refusal.
         if (second == KVCLogOnResult::Ready || result == KVCLogOnResult::Refused)
             result = second;
     }
@@ -68,8 +68,8 @@ KVCLogOnResult Renew(KVCClient* client, uint32_t failuresSeen)
     if (client->tokenExpiry > now)
         return KVCLogOnResult::Ready;
     LogNumber(TEXT("KVCAuthenticate KVCKeyCert"), TEXT("kvc->authn"), static_cast<LONG>(client->authn), LOG_STEP_LEVEL);
-    // Another thread tried and failed while this one waited. If each waiting thread tried again, they would fail one
-    // after the other, each after minutes of retries.
+    // Another thread tried and failed while this one waited. If every waiting thread tried again, they would fail one
+    // by one, each after minutes of retries.
     if (client->failedSignIns != failuresSeen)
         return client->lastFailure;
     Token token;

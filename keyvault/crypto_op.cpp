@@ -16,7 +16,7 @@ struct Data {
     DWORD size;
 };
 
-// Appends a member in Base64. Empty data can't be encoded and is left out; the vault refuses the request then.
+// Appends a member in Base64. Empty data can't be encoded and is left out; the vault then refuses the request.
 void AddMember(JsonBody& body, const WCHAR* opening, const Data& data)
 {
     const SecretTextPtr base64(KVCKelvaro_ToBase64(data.bytes, data.size));

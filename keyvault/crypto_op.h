@@ -8,7 +8,7 @@
 // alg: the vault's name of the algorithm.
 //
 // input: the inputLen bytes to transform; with isVerify the signature.
-// output: room for *outputLen bytes, or NULL to query the size (the vault carries out the operation nevertheless).
+// output: room for *outputLen bytes, or NULL to query the size (the vault still carries out the operation).
 // With isVerify the digest of *outputLen bytes, which is sent and not changed.
 //
 // 0: *outputLen is the length of the result.

@@ -18,7 +18,7 @@ constexpr uint64_t kNotAfter = 0x02432C37F7578000;   // 2117-08-07 14:24:00 UTC
 
 SRWLOCK signingKeyLock = SRWLOCK_INIT;    // guards the next two
 NCRYPT_KEY_HANDLE dummySigningKey;        // 0 until the first use, then never released
-NCRYPT_PROV_HANDLE dummySigningProvider;  // of that key, and open as long as it
+NCRYPT_PROV_HANDLE dummySigningProvider;  // of that key; stays open as long
 
 // Releases a handle of the platform's provider.
 class NcryptObject {
@@ -93,7 +93,7 @@ FILETIME FileTime(uint64_t ticks)
 // Calls the platform twice: for the size, then for the bytes.
 int SignAndEncode(NCRYPT_KEY_HANDLE signingKey, const CERT_INFO& info, BYTE** dummyCert, DWORD* dummyCertSize)
 {
-    // On purpose not the algorithm that the signed part names, which is SHA-1.
+    // Deliberately not the algorithm named in the signed part, which is SHA-1.
     char objectId[] = szOID_RSA_SHA256RSA;
     CRYPT_ALGORITHM_IDENTIFIER algorithm = {};
     algorithm.pszObjId = objectId;

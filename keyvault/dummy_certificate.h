@@ -1,4 +1,4 @@
-// Dummy certificates. They complete a pending certificate of the vault so that its key can be used; nobody relies on
+// Dummy certificates. They complete a pending certificate of the vault so that its key can be used; nothing relies on
 // their signature.
 #pragma once
 

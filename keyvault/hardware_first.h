@@ -1,4 +1,4 @@
-// Creating a key: in hardware first, then in software if the vault has no such hardware.
+// Creating a key in hardware or, if the vault doesn't offer that, in software.
 #pragma once
 
 #include "keyvault/json_body.h"
@@ -18,10 +18,10 @@ struct Creation {
 // Sends one creation; the result of SendToVault.
 int SendCreation(KVC* kvc, const Creation& creation, const char* body);
 
-// The tags by which a key is recognized later, and the end of the request: "AlgID":"algId","KeyName":"keyName"}}
+// The tags that identify a key later, and the end of the request: "AlgID":"algId","KeyName":"keyName"}}
 void AddKeyTags(JsonBody& body, const WCHAR* algId, const WCHAR* keyName);
 
-// Sends a creation until kvc->lastStatus is final; both key types share the waits of throttled answers.
+// Sends a creation until kvc->lastStatus is final; both key types share the waits for throttled answers.
 // build(hsmSuffix): the body for a key type with this suffix, NULL without memory. onSoftware(): called before the
 // software key is tried.
 // 1: the answer is in `kvc`. 0, logged: no memory for the request.

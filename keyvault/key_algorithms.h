@@ -38,7 +38,8 @@ const Curve* CurveInText(const WCHAR* text);
 // Whether a key can be created with this algorithm name, compared exactly.
 bool IsKeyAlgorithm(const WCHAR* algName);
 
-// The lengths of keys with this algorithm name: RSA, or a name that contains a curve's number. False: any length goes.
+// The lengths of keys with this algorithm name: RSA, or a name that contains a curve's number. False: any length is
+// allowed.
 bool SupportedLengths(const WCHAR* algName, NCRYPT_SUPPORTED_LENGTHS* lengths);
 
 // Whether `bits` is one of `lengths`.

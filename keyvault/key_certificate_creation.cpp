@@ -21,7 +21,7 @@ struct CertificateRequest {
     const WCHAR* algId;
     KeyKind kind;
     bool exportable;
-    bool isPublication;    // the caller has the certificate, so the policy says nothing about its use
+    bool isPublication;    // the caller has the certificate, so the policy doesn't specify key usage
     const WCHAR* subject;  // of the policy
 };
 
@@ -30,7 +30,7 @@ const WCHAR* PolicySubject(bool isPublication, const WCHAR* subject)
     return isPublication && subject && *subject ? subject : kDummySubject;
 }
 
-// The certificate of a published RSA key keeps that key, whatever its type.
+// Publishing a certificate for an RSA key reuses the key, whatever its type.
 void AddKeyProperties(const CertificateRequest& request, const WCHAR* hsmSuffix, JsonBody& body)
 {
     body.Text(TEXT("\"key_props\": {"));
@@ -79,7 +79,7 @@ void LogDetail(const KVC* kvc)
     LogString(kDetail, text.get(), LOG_WARNING_LEVEL);
 }
 
-// For a refusal with a known reason the first line is enough.
+// If the reason for the refusal is known, the first line is enough.
 void LogHardwareRefusal(const KVC* kvc)
 {
     const DWORD status = kvc->lastStatus;

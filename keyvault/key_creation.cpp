@@ -5,7 +5,7 @@
 
 namespace {
 
-// NULL: no memory. Unlike in a certificate's policy, the size of an RSA key is text here.
+// NULL: no memory. Unlike in a certificate's policy, an RSA key's size is sent as text.
 SecretBytesPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const WCHAR* algId, const WCHAR* keyName)
 {
     JsonBody body(500);
@@ -16,7 +16,7 @@ SecretBytesPtr BuildRequest(const KeyKind& kind, const WCHAR* hsmSuffix, const W
         body.Text(TEXT(",\"key_size\":\"")).Number(kind.bits).Text(TEXT("\""));
     body.Text(TEXT(",\"tags\": {"));
     AddKeyTags(body, algId, keyName);
-    // Logged twice on purpose: before and after the conversion to bytes.
+    // Deliberately logged twice: before and after the conversion to bytes.
     LogString(TEXT("KVCCreateKey JSON Body"), body.text(), LOG_DETAIL_LEVEL);
     SecretBytesPtr bytes = body.Bytes();
     LogString(TEXT("KVCCreateKey JSON Body"), body.text(), LOG_DETAIL_LEVEL);

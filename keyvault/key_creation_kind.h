@@ -1,4 +1,4 @@
-// What to ask of the vault for an algorithm name.
+// What to request from the vault for an algorithm name.
 #pragma once
 
 #include "platform/platform.h"
@@ -6,7 +6,7 @@
 struct KeyKind {
     const WCHAR* kty;  // without the hardware suffix
     const WCHAR* crv;  // NULL for RSA
-    LONG bits;         // for a curve fixed
+    LONG bits;         // fixed for a curve
 };
 
 // The suffix of key types in hardware.
@@ -15,5 +15,5 @@ constexpr const WCHAR* kHsmSuffix = TEXT("-HSM");
 // The six curve names, exact; every other name is an RSA key of keyBits.
 KeyKind KeyKindOf(const WCHAR* algId, LONG keyBits);
 
-// Whether `status` may mean that the vault has no such hardware.
+// Whether `status` may mean that the vault has no hardware keys.
 bool IsHardwareRefusal(DWORD status);

@@ -12,7 +12,7 @@ struct PhaseTexts {
     const WCHAR* failed;
 };
 
-// After waits of 1, 2, 4, 8 and 16 seconds, counted over both phases, a conflict is final; throttled calls go on with
+// A conflict is final after waits of 1, 2, 4, 8 and 16 seconds, counted over both phases; throttled calls continue with
 // longer waits.
 constexpr RetryRule PhaseRule(const PhaseTexts& texts)
 {

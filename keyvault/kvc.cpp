@@ -41,7 +41,7 @@ struct ClientFreer {
     void operator()(KVCClient* client) const { FreeClient(client); }
 };
 
-// A copy of `text`, NULL for NULL. Without memory `complete` becomes false.
+// A copy of `text`, NULL for NULL. Sets `complete` to false if memory runs out.
 BldStr* CopyText(const WCHAR* text, bool& complete)
 {
     BldStr* copy = BldStrNewStr(text);
@@ -78,7 +78,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     kvc->clientSecret = CopyText(clientSecret, complete);
     kvc->clientCertId = CopyText(clientCertId, complete);
     kvc->tenant = CopyText(tenant, complete);
-    // With half of its identity the client could sign in as somebody else.
+    // With an incomplete identity the client could sign in as someone else.
     if (!complete || !kvc->host)
         return Fail(nullptr, kNoMemory);
     return kvc.release();

@@ -26,7 +26,7 @@ void ReadBytes(json_object* key, const char* name, BYTE** bytes, DWORD* size)
         return;
     BYTE* decoded = nullptr;
     DWORD cbDecoded = 0;
-    // Without memory the decoder succeeds, too, and returns only the size.
+    // Without memory the decoder still succeeds, but returns only the size.
     if (KVCKelvaro_FromBase64(text.get(), &decoded, &cbDecoded, 1) && decoded) {
         *bytes = decoded;
         *size = cbDecoded;

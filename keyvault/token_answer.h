@@ -13,10 +13,10 @@ struct Token {
 struct TokenAnswer {
     bool text;
     bool type;
-    bool noMemory;  // for either; then neither is taken: half a token would count as valid for an hour
+    bool noMemory;  // for either; then neither is taken, since half a token would count as valid for an hour
 };
 
-// Replaces the members of `token` by "access_token" and "token_type" of an answer. Takes neither if one of them has a
+// Replaces the members of `token` with "access_token" and "token_type" of an answer. Takes neither if one of them has a
 // character that isn't visible ASCII: both go into a header line.
 // body: zero-terminated, or NULL.
 TokenAnswer TakeTokenAnswer(const char* body, Token* token);

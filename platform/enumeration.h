@@ -1,5 +1,5 @@
-// What is behind the state of a key enumeration. To a host it is opaque; kelvaroctl reads the names from it, because a
-// walk with EnumKeys reads every key.
+// The object behind an enumeration's state. Opaque to hosts; kelvaroctl reads the names from it, because EnumKeys reads
+// every key.
 #pragma once
 
 #include "platform/platform.h"

@@ -3,7 +3,7 @@
 
 #include "platform/platform.h"
 
-// Whether the account is a group that ordinary users are in.
+// Whether the account is a group that contains ordinary users.
 inline bool IsOrdinaryUser(PSID sid)
 {
     struct Row {
@@ -45,7 +45,7 @@ inline bool IsOrdinaryUser(PSID sid)
 }
 
 // Whether `list` grants ordinary users any of `rights`, to the object or to what is later created in it. The rights to
-// change the list itself always count. Without a list everybody has every right. Denials are ignored.
+// change the list itself always count. Without a list everyone has every right. Denials are ignored.
 inline bool GrantsToOrdinaryUsers(PACL list, ACCESS_MASK rights)
 {
     if (!list)

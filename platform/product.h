@@ -4,7 +4,7 @@
 
 #include "platform/platform.h"
 
-// As it is registered with the router, as hosts open it, and as certificates name it.
+// The name under which the router registers it, hosts open it, and certificates refer to it.
 inline constexpr WCHAR kProviderName[] = TEXT("Zandrel Key Storage Provider for Key Vault");
 
 // Under HKEY_LOCAL_MACHINE for machine keys, under HKEY_CURRENT_USER for user keys.

@@ -32,7 +32,7 @@ bool IsBlank(WCHAR c)
     return c == ' ' || c == '\t';
 }
 
-// A tab counts as a blank.
+// A tab counts as a space.
 bool IsControl(WCHAR c)
 {
     return c < 0x20 && c != '\t';

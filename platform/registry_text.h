@@ -1,5 +1,5 @@
-// The registry editor's export text, version 5, as a structure. The Linux registry keeps its hives in this form, and
-// the administrator's tool imports it, on Windows too.
+// The registry editor's export format, version 5, as a structure. The Linux registry keeps its hives in this format,
+// and the administrator's tool imports it, on Windows too.
 #pragma once
 
 #include <string>

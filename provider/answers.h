@@ -1,13 +1,13 @@
-// How a host reads a value: NULL asks for the size, a buffer that is too small is refused with the size, else the bytes
-// are copied.
+// How a host reads a value: with NULL it gets the size, with a buffer that is too small an error and the size, else the
+// bytes.
 #pragma once
 
 #include "platform/platform.h"
 
-// Where a host wants an answer.
+// Where a host wants a value.
 struct HostOutput {
     BYTE* bytes;  // NULL to ask for the size
-    DWORD size;   // of the room
+    DWORD size;   // of the buffer
     DWORD* cbResult;
 };
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-// The head; an empty list is a head that points at itself.
+// The head; in an empty list it points to itself.
 KelvaroBufferEntry KelvaroBufferList = {nullptr, &KelvaroBufferList, &KelvaroBufferList, BufferKind::KeyName};
 SRWLOCK listLock = SRWLOCK_INIT;
 

@@ -3,7 +3,7 @@
 
 #include "platform/platform.h"
 
-// What a block is: only an EnumState is accepted where a host passes an enumeration's state.
+// What a block is. Only an EnumState is accepted as an enumeration's state.
 enum class BufferKind { KeyName, EnumState };
 
 struct KelvaroBufferEntry {
@@ -16,10 +16,10 @@ struct KelvaroBufferEntry {
 // Empties the list; at attach.
 void KelvaroBufferListInit();
 
-// Appends an entry for `buffer`. NULL: it is in the list already, or no memory.
+// Appends an entry for `buffer`. NULL: it is already in the list, or no memory.
 KelvaroBufferEntry* KelvaroRegisterBuffer(void* buffer, BufferKind kind);
 
-// Removes and frees the entry of `buffer`, but not the block. False: there was none.
+// Removes and frees the entry of `buffer`, but not the block. False: no such entry.
 bool KelvaroForgetBuffer(void* buffer);
 
 // Whether `buffer` is in the list as a block of that kind.

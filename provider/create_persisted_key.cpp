@@ -19,8 +19,8 @@ bool KeyExists(KVC* call, const WCHAR* keyName)
     return KVCGetKey(call, keyName, &found.key, 1) != 0;
 }
 
-// Signs in, which the finalization won't do, and checks that the name is free, unless the host overwrites: then the
-// vault decides about a new version.
+// Signs in, since the finalization won't, and checks that the name is free, unless the host overwrites: then it is up
+// to the vault to create a new version.
 SECURITY_STATUS PrepareVault(KVCClient* client, const WCHAR* keyName, DWORD dwFlags)
 {
     KVCCall call;

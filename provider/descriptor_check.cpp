@@ -4,7 +4,7 @@
 
 namespace {
 
-// Whether a part of a self-relative descriptor is inside cbInput bytes. Both kinds of part begin with eight fixed
+// Whether a part of a self-relative descriptor is within cbInput bytes. Both kinds of part begin with eight fixed
 // bytes.
 bool PartInside(const BYTE* input, DWORD cbInput, DWORD offset, bool isAcl)
 {

@@ -11,8 +11,8 @@ namespace {
 
 constexpr DWORD kImageNameChars = 1024;
 
-// The process's image and user for a line that is about to be written. The look-up of the user is a call to another
-// process, made under the loader's lock.
+// The process's image and user for a log line. Only called if the line is written: looking up the user calls another
+// process, under the loader lock.
 struct HostNames {
     HostNames()
     {
@@ -33,7 +33,7 @@ void Attach()
         LogStrings(TEXT("DllMain DLL_PROCESS_ATTACH"), names.image, names.user, LOG_ENTRY_LEVEL);
     }
     KelvaroBufferListInit();
-    // The module works without its semaphore too: the waits fail, and their callers go on.
+    // The module also works without its semaphore: the waits fail, and their callers go on.
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
 }
 

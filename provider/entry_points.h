@@ -1,5 +1,5 @@
 // The entry points of the function table, in the published order. Each is in the file of its name, KelvaroSignHash in
-// sign_hash.cpp; the five that only refuse share not_offered.cpp.
+// sign_hash.cpp; the five that always refuse share not_offered.cpp.
 #pragma once
 
 #include <type_traits>

@@ -29,7 +29,7 @@ constexpr Algorithm Ecdsa(const Curve& curve)
     return {curve.ecdsa, NCRYPT_SIGNATURE_INTERFACE, NCRYPT_SIGNATURE_OPERATION, NCRYPT_SIGNATURE_OPERATION};
 }
 
-// ECDH keys sign too, yet a host that asks for signatures doesn't see them.
+// ECDH keys can sign too, but aren't listed for a host that asks for signatures.
 constexpr Algorithm Ecdh(const Curve& curve)
 {
     return {curve.ecdh, NCRYPT_SECRET_AGREEMENT_INTERFACE,

@@ -29,7 +29,7 @@ constexpr BlobType kBlobTypes[] = {
     {NCRYPT_PKCS7_ENVELOPE_BLOB, BlobKind::Private}, {NCRYPT_PKCS8_PRIVATE_KEY_BLOB, BlobKind::Private},
 };
 
-// The blob being composed. Key material that does not fit is refused, never cut.
+// The blob being composed. Key material that doesn't fit is refused, never truncated.
 class PublicBlob {
   public:
     bool Add(const void* bytes, DWORD cb)
@@ -58,7 +58,7 @@ const BlobType* FindBlobType(const WCHAR* name)
     return nullptr;
 }
 
-// 0 for an unknown name or curve, which is exported all the same. A key without a name counts as ECDH if it decrypts.
+// 0 for an unknown name or curve; the key is still exported. A key without a name counts as ECDH if it can decrypt.
 ULONG CurveMagic(const KVKey& kvk)
 {
     const bool named = kvk.AlgID[0] != 0;
@@ -79,8 +79,8 @@ SECURITY_STATUS ComposeCurveBlob(const KVKey& kvk, PublicBlob* blob)
     return fits ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
 }
 
-// The modulus gets a leading zero byte, so that whoever reads it as a signed number sees a positive one. A modulus that
-// already has one, which makes its size odd, is left as it is.
+// Prefixes the modulus with a zero byte, so that it stays positive if read as a signed number. A modulus that already
+// has one, which makes its size odd, is left unchanged.
 SECURITY_STATUS ComposeRsaBlob(const KVKey& kvk, PublicBlob* blob)
 {
     LogLine(TEXT("KelvaroExportKey Export RSA Key"), LOG_STEP_LEVEL);

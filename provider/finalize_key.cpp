@@ -27,7 +27,7 @@ SECURITY_STATUS CreateInVault(const KSP_KEY& key, KVKey* kvk)
         if (result != KVCLogOnResult::Ready)
             return result == KVCLogOnResult::NoMemory ? NTE_NO_MEMORY : NTE_FAIL;
     }
-    // A refused length is sent to the vault all the same.
+    // Even a refused length is sent to the vault.
     if (!KVCCreateKey(call.get(), key.pszKeyName, key.pszAlgName, static_cast<LONG>(key.dwBitLength), kvk,
                       key.dwExportPolicy))
         return NTE_FAIL;

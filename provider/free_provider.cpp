@@ -24,7 +24,7 @@ SECURITY_STATUS WINAPI KelvaroFreeProvider(NCRYPT_PROV_HANDLE hProvider)
     ReleaseClient(&provider->machineKvc);
     ReleaseClient(&provider->userKvc);
     ReplaceBuffer(&provider->pszUseContext, &provider->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});
-    // The magic word too: freeing the handle again is refused for as long as the memory can be read.
+    // Including the magic word, so that freeing the handle again fails while the memory can still be read.
     Wipe(provider, provider->cbLength);
     HeapFree(GetProcessHeap(), 0, provider);
     return ERROR_SUCCESS;

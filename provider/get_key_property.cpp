@@ -52,7 +52,7 @@ SECURITY_STATUS WINAPI KelvaroGetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYP
         return Finish(AnswerStored(key, pszProperty, output), kEntryPoint);
     if (TextEqual(pszProperty, NCRYPT_CERTIFICATE_PROPERTY)) {
         key->publishCert = 1;
-        return NTE_NOT_SUPPORTED;  // without a log line: it is no mistake to look for the certificate
+        return NTE_NOT_SUPPORTED;  // not logged: looking for the certificate isn't an error
     }
     return Finish(AnswerBuildin(*key, pszProperty, output), kEntryPoint);
 }

@@ -1,4 +1,4 @@
-// Public and private blobs in CNG's own forms.
+// Public and private blobs in CNG's formats.
 #include "provider/import_key.h"
 #include "provider/import_name.h"
 #include "provider/private_blob.h"
@@ -16,7 +16,7 @@ SECURITY_STATUS ImportPublicBlob(const ImportRequest& request, KeyPtr* /*key*/)
 
 namespace {
 
-// The last buffer that names the key counts. The list may have any version.
+// If several buffers name the key, the last one counts. Any version of the list is accepted.
 SECURITY_STATUS FindName(const NCryptBufferDesc* parameters, ImportName* name)
 {
     if (!parameters || !parameters->pBuffers)
@@ -46,7 +46,7 @@ SECURITY_STATUS ImportPrivateBlob(const ImportRequest& request, KeyPtr* key)
         return status;
     if (KeepPrivateBlob(made.get(), request.data, request.cbData, request.blobType) != ERROR_SUCCESS)
         return NTE_NOT_SUPPORTED;
-    // Only a host that finalizes the key itself gets it.
+    // The host gets the key only if it finalizes it itself.
     if ((request.flags & NCRYPT_DO_NOT_FINALIZE_FLAG) == 0)
         return NTE_INTERNAL_ERROR;
     *key = std::move(made);

@@ -1,4 +1,4 @@
-// A key blob in an enveloped message, which one of the host's certificates opens.
+// A key blob in an enveloped message, decrypted with one of the host's certificates.
 #include "provider/import_key.h"
 #include "provider/import_memory.h"
 #include "provider/import_name.h"

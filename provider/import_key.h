@@ -3,7 +3,7 @@
 
 #include "provider/imported_key.h"
 
-// *key is set on success only, and then the caller's; a failure leaves nothing behind. The last two finalize the key
+// *key is set only on success, and owned by the caller; a failure leaves nothing behind. The last two finalize the key
 // unless NCRYPT_DO_NOT_FINALIZE_FLAG is set; a key with a name is then created in the vault, which blocks for that
 // exchange.
 SECURITY_STATUS ImportPublicBlob(const ImportRequest& request, KeyPtr* key);

@@ -11,7 +11,7 @@ class WipedBlock {
     WipedBlock(const WipedBlock&) = delete;
     WipedBlock& operator=(const WipedBlock&) = delete;
 
-    // Replaces the block by a zeroed one. False: no memory.
+    // Replaces the block with a zeroed one. False: no memory.
     bool Allocate(SIZE_T size)
     {
         Reset(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size), size);

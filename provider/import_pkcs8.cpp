@@ -52,7 +52,7 @@ bool IsRsa(const char* objectId)
     return std::string_view(objectId) == szOID_RSA_RSA;
 }
 
-// *key: empty; it may be set in a failure too.
+// *key: empty; may be set even on failure.
 SECURITY_STATUS KeyObjectFromPkcs8(const KSP_PROVIDER* provider, const WCHAR* name, const CRYPT_PRIVATE_KEY_INFO& info,
                                    KeyPtr* key)
 {

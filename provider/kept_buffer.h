@@ -24,7 +24,7 @@ HeapPtr<T> HeapCopy(const void* bytes, SIZE_T size)
     return copy;
 }
 
-// Puts `block` of newSize bytes in the place of *field, which has *size bytes. The caller holds the lock of the two.
+// Replaces *field, which has *size bytes, with `block` of newSize bytes. The caller holds the lock that guards both.
 template <typename T, typename Size>
 void ReplaceBuffer(T** field, Size* size, HeapPtr<T> block, Size newSize)
 {

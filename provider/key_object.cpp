@@ -86,7 +86,7 @@ SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey)
     ReleaseProperties(&pKey->PropertyList);
     ReplaceBuffer(&pKey->pszUseContext, &pKey->cbUseContext, HeapPtr<WCHAR>(), SIZE_T{0});
     LogLine(TEXT("DeleteKeyObject Complete"), LOG_STEP_LEVEL);
-    // A handle that is used again is refused for as long as the memory can be read.
+    // So that using the handle again fails while the memory can still be read.
     pKey->dwMagic = 0;
     HeapFree(GetProcessHeap(), 0, pKey);
     return ERROR_SUCCESS;

@@ -60,7 +60,7 @@ KSP_KEY* KeyFromHandles(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey);
 SECURITY_STATUS CreateNewKeyObject(const WCHAR* pszKeyName, const WCHAR* pszAlgName, KSP_KEY** pKey,
                                    DWORD dwMachineFlag);
 
-// Frees the record and all that it owns but kvk's buffers. 0.
+// Frees the record and everything it owns except kvk's buffers. 0.
 SECURITY_STATUS DeleteKeyObject(KSP_KEY* pKey);
 
 // The first entry of exactly that name in the key's list, borrowed. The caller holds the lock. 0 or NTE_NOT_FOUND.

@@ -36,7 +36,7 @@ SECURITY_STATUS ReadAlgorithmName(const KSP_KEY& key, PropertyValue* value)
     return ERROR_SUCCESS;
 }
 
-// "RSA" for curve keys too: hosts have always been told so.
+// "RSA" for curve keys too, since hosts rely on it.
 SECURITY_STATUS ReadAlgorithmGroup(const KSP_KEY& /*key*/, PropertyValue* value)
 {
     value->SetText(BCRYPT_RSA_ALGORITHM);
@@ -51,7 +51,7 @@ SECURITY_STATUS ReadBlockLength(const KSP_KEY& key, PropertyValue* value)
     return ERROR_SUCCESS;
 }
 
-// If any length goes, a host can ask for the size alone.
+// If any length is allowed, a host can only get the size.
 SECURITY_STATUS ReadLengths(const KSP_KEY& key, PropertyValue* value)
 {
     NCRYPT_SUPPORTED_LENGTHS lengths;
@@ -92,7 +92,7 @@ SECURITY_STATUS ReadUseContext(const KSP_KEY& key, PropertyValue* value)
     return ERROR_SUCCESS;
 }
 
-// What a host sets.
+// The value that a host sets.
 struct Input {
     const BYTE* bytes;  // of any alignment
     DWORD size;
@@ -107,14 +107,14 @@ DWORD FirstWord(const Input& input)
     return word;
 }
 
-// Only tests the policy, which survives as the entry that the caller stores: dwExportPolicy is always 0.
+// Only checks the policy; it is kept in the entry that the caller stores. dwExportPolicy is always 0.
 SECURITY_STATUS ApplyExportPolicy(KSP_KEY* key, const Input& input)
 {
     const DWORD policy = FirstWord(input);
     if (policy & ~kExportPolicyBits)
         return NTE_NOT_SUPPORTED;
     key->dwExportPolicy = 0;
-    // Without a client the strictest setting holds.
+    // Without a client the strictest setting applies.
     const DWORD option = key->kvc ? key->kvc->exportableOption : 0;
     if (option == 1 || (option == 0 && policy == 0))
         return ERROR_SUCCESS;
@@ -145,7 +145,7 @@ SECURITY_STATUS ApplyLength(KSP_KEY* key, const Input& input)
     return ERROR_SUCCESS;
 }
 
-// Without memory the old descriptor is gone all the same.
+// If memory runs out, the old descriptor is still lost.
 SECURITY_STATUS ApplySecurityDescr(KSP_KEY* key, const Input& input)
 {
     if (!HoldsSecurityDescriptor(input.bytes, input.size))
@@ -191,7 +191,7 @@ size_t TerminatedSize(const BYTE* text)
     return size;
 }
 
-// The size goes by the terminator alone, since hosts pass the context with and without it counted.
+// Only the terminator determines the size, since hosts pass the context with and without it counted.
 SECURITY_STATUS ApplyUseContext(KSP_KEY* key, const Input& input)
 {
     const SIZE_T size = TerminatedSize(input.bytes);

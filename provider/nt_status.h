@@ -1,4 +1,4 @@
-// The platform's cryptography answers with NTSTATUS, a host gets a SECURITY_STATUS.
+// Converts the NTSTATUS of the platform's cryptography to the SECURITY_STATUS that a host gets.
 #pragma once
 
 #include "platform/platform.h"

@@ -12,7 +12,7 @@ namespace {
 
 constexpr WCHAR kFailure[] = TEXT("KelvaroOpenKey Error");
 
-// A curve key whose record names no algorithm goes by its curve.
+// If the record of a curve key names no algorithm, the curve decides.
 const WCHAR* AlgNameOf(const KVKey& kvk)
 {
     if (!kvk.isEC)
@@ -23,7 +23,7 @@ const WCHAR* AlgNameOf(const KVKey& kvk)
     return curve ? curve->ecdh : TEXT("");
 }
 
-// The length comes from the modulus alone, so a curve key has none.
+// The length is that of the modulus, so a curve key has none.
 void TakeVaultDescription(KSP_KEY* key)
 {
     TextCopy(key->pszAlgName, kAlgIDChars, View(AlgNameOf(key->kvk)));

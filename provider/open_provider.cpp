@@ -48,8 +48,8 @@ void ReadSettings(HKEY hive, WCHAR (&vaultTemplate)[kVaultTemplateChars], HiveSe
     settings->authenticationType = SettingsReadNumber(hive, TEXT("AuthenticationType"));
     SettingsReadText(hive, TEXT("TenantId"), settings->tenant, sizeof(settings->tenant));
     SettingsReadText(hive, TEXT("ClientId"), settings->clientId, sizeof(settings->clientId));
-    // The clear secret before the encrypted one: an open that moves it writes them in the other order, so nobody ever
-    // finds both empty.
+    // The clear secret is read before the encrypted one: an open that moves it writes them in the opposite order, so no
+    // reader finds both empty.
     SettingsReadText(hive, kClearValue, settings->secret, sizeof(settings->secret));
     SettingsReadText(hive, kProtectedValue, settings->protectedSecret, sizeof(settings->protectedSecret));
     SettingsReadText(hive, TEXT("ClientCertID"), settings->clientCertId, sizeof(settings->clientCertId));
@@ -65,8 +65,8 @@ enum class Sealing {
     Stored,     // the registry has both forms
 };
 
-// Encrypts the clear secret, in settings->protectedSecret and in the registry, but not over a secret that an
-// administrator has set meanwhile: another open may have stored that already.
+// Encrypts the clear secret into settings->protectedSecret and the registry, unless an administrator has set another
+// secret meanwhile: another open may already have stored that one.
 Sealing SealSecret(const HivePass& pass, HiveSettings* settings)
 {
     LogLine(pass.savingText, LOG_STEP_LEVEL);
@@ -92,15 +92,15 @@ bool LoadProtectedSecret(const HivePass& pass, HiveSettings* settings)
     return true;
 }
 
-// Empties the clear value if both forms in the registry are still those of this open: a new clear secret is left to a
-// later open.
+// Empties the clear value if both values in the registry are still the ones of this open: a new clear secret is left to
+// a later open.
 void ClearSecret(const HivePass& pass, const HiveSettings& settings)
 {
     const SettingText seen[] = {{kClearValue, settings.secret}, {kProtectedValue, settings.protectedSecret}};
     SettingsWriteTextIf(pass.hive, {kClearValue, TEXT("")}, seen, 2);
 }
 
-// Encrypts a clear secret, or takes the one that was encrypted earlier.
+// Encrypts a clear secret, or decrypts the stored one.
 void SettleSecret(const HivePass& pass, HiveSettings* settings)
 {
     if (!settings->secret[0]) {
@@ -110,7 +110,7 @@ void SettleSecret(const HivePass& pass, HiveSettings* settings)
     }
     switch (SealSecret(pass, settings)) {
         case Sealing::Refused:
-            // The clear secret is used; an older encrypted one doesn't take its place.
+            // The clear secret is used, not an older encrypted one.
             return;
         case Sealing::NotStored:
             // The registry has no other copy: the clear value stays.

@@ -26,7 +26,7 @@ Pkcs12Kdf::~Pkcs12Kdf()
         BCryptCloseAlgorithmProvider(algorithm_, 0);
 }
 
-// Salt and password have been bounded by their readers, so no sum wraps.
+// Salt and password were bounded when they were read, so no sum wraps.
 SECURITY_STATUS Pkcs12Kdf::Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption)
 {
     password_ = password;

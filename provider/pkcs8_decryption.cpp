@@ -28,7 +28,7 @@ const Pkcs8Scheme* FindScheme(const char* objectId)
     return nullptr;
 }
 
-// A key in the platform. Its memory is freed after it, and the algorithm is closed last.
+// A key of the platform. Destroyed first, then its memory is freed, then the algorithm is closed.
 class CipherKey {
   public:
     CipherKey() = default;

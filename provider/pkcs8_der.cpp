@@ -2,7 +2,7 @@
 
 namespace {
 
-// Reads the length at *at and steps over it. False: indefinite, of over four bytes, or cut off.
+// Reads the length at *at and advances past it. False: indefinite, longer than four bytes, or truncated.
 bool ReadLength(const BYTE** at, const BYTE* end, size_t* length)
 {
     if (*at == end)

@@ -1,5 +1,5 @@
-// A cursor over untrusted DER: tags of one byte, definite lengths, nothing read beyond the bytes. By hand, because the
-// parameters have to be read on Windows too, whose decoder knows no PBES2.
+// A cursor over untrusted DER: one-byte tags, definite lengths, no reads beyond the input. Written by hand because the
+// parameters must be read on Windows too, whose decoder doesn't support PBES2.
 #pragma once
 
 #include <string_view>
@@ -21,7 +21,7 @@ class Pkcs8Der {
     // 0 at the end.
     BYTE NextTag() const { return left_ ? at_[0] : BYTE{0}; }
 
-    // Steps over the next element and returns its contents. False: it has another tag, or there is none.
+    // Consumes the next element and returns its contents. False: it has a different tag, or there is none.
     bool Take(BYTE tag, Pkcs8Der* contents);
     // The next element as a number. False: not a number, negative, or over 32 bits.
     bool TakeNumber(DWORD* number);

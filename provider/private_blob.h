@@ -3,10 +3,10 @@
 
 #include "provider/key_object.h"
 
-// Tests a blob of cbBlob bytes; a good one sets pKey->dwBitLength. 0 or NTE_BAD_KEY.
+// Checks a blob of cbBlob bytes and, if it is valid, sets pKey->dwBitLength. 0 or NTE_BAD_KEY.
 SECURITY_STATUS CheckRsaBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBlob);
 
-// Keeps a blob that has passed CheckRsaBlob in the key object, encrypted, in place of an earlier one, and sets
+// Stores a blob that has passed CheckRsaBlob in the key object, encrypted, replacing an earlier one, and sets
 // pKey->dwBitLength with it. pszBlobType: "RSAPRIVATEBLOB", "RSAFULLPRIVATEBLOB" or "PRIVATEBLOB" (kept as
 // "RSAPRIVATEBLOB"). 0; NTE_INTERNAL_ERROR if the platform refuses; NTE_NO_MEMORY.
 SECURITY_STATUS ProtectPrivateBlob(KSP_KEY* pKey, const BYTE* pbBlob, DWORD cbBlob, const WCHAR* pszBlobType);

@@ -5,7 +5,7 @@
 
 constexpr size_t kPropertyNameLimit = 64;  // characters of a property name, without the terminator
 
-// A link of a circular list; a head that points at itself is an empty list.
+// A link of a circular list; in an empty list the head points to itself.
 struct PropertyLink {
     PropertyLink* next;
     PropertyLink* previous;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// For the trace alone: nothing else here knows all of these names.
+// Only for the trace: nothing else here needs all of these names.
 constexpr const WCHAR* kNumberNames[] = {
     TEXT("Block Length"),      TEXT("Export Policy"), TEXT("Impl Type"),       TEXT("Key Type"),
     TEXT("Key Usage"),         TEXT("Length"),        TEXT("Max Name Length"), TEXT("Security Descr Support"),

@@ -3,7 +3,7 @@
 
 #include "support/log.h"
 
-// The body behind the gate; call the inline function below.
+// Doesn't test the level; call the inline function below.
 void WritePropertyTrace(const WCHAR* function, const WCHAR* pszProperty, const BYTE* value, DWORD cbValue);
 
 // "function property value": a number, a text, or "(NULL)" for a property that is neither. value: cbValue bytes of any

@@ -10,7 +10,7 @@ namespace {
 
 constexpr WCHAR kEntryPoint[] = TEXT("KelvaroSetKeyProperty");
 
-// Security information comes in the low five bits; every other property takes the two persistence flags alone.
+// Security information is in the low five bits; every other property accepts only the two persistence flags.
 bool FlagsAllowed(const WCHAR* name, DWORD flags)
 {
     if (TextEqual(name, NCRYPT_SECURITY_DESCR_PROPERTY))
@@ -18,7 +18,7 @@ bool FlagsAllowed(const WCHAR* name, DWORD flags)
     return (flags & 0x3FFFFFFF) == 0;
 }
 
-// An entry of the same name is freed before the new one is made, so without memory it is lost.
+// An entry of the same name is freed before the new one is created, so it is lost if memory runs out.
 SECURITY_STATUS StoreProperty(KSP_KEY* key, const WCHAR* name, const BYTE* input, DWORD cbInput, DWORD flags)
 {
     const PropertyLock lock(TEXT("KelvaroSetKeyProperty Failed to grab Semaphone - Result"));

@@ -14,10 +14,10 @@ namespace {
 constexpr WCHAR kEntryPoint[] = TEXT("KelvaroSetProviderProperty");
 
 // Keeps the host's bytes as they are, with zeros behind them: without a terminator the context ends with its bytes.
-// Without memory the old context is gone all the same.
+// If memory runs out, the old context is still lost.
 SECURITY_STATUS SetUseContext(KSP_PROVIDER* provider, const BYTE* input, DWORD cbInput)
 {
-    // Three more: half a character that the host left open, and the terminator.
+    // Three more bytes: the missing half of an incomplete last character, and the terminator.
     const uint64_t size = uint64_t{cbInput} + 3;
     HeapPtr<WCHAR> copy(static_cast<WCHAR*>(HeapAllocSized(HEAP_ZERO_MEMORY, size)));
     if (copy)

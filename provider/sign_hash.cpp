@@ -24,7 +24,7 @@ constexpr SignatureTexts kTexts = {
 
 constexpr DWORD kUnknownSignature = 512;
 
-// The size reported to a host, an upper bound: every curve reports that of the largest.
+// The size reported to a host, an upper bound: every curve reports the largest curve's.
 DWORD SignatureSizeBound(const KVKey& kvk)
 {
     if (!kvk.isEC)

@@ -20,7 +20,7 @@ static_assert(sizeof(kSha1DigestInfo) + kSha1Size == 35 && 35 <= kHashWorkSize,
 struct RsaRule {
     DWORD padding;
     const WCHAR* hashName;
-    DWORD cbHash;  // kAnySize: the vault judges the size
+    DWORD cbHash;  // kAnySize: left to the vault
     const WCHAR* alg;
     bool digestInfo;
 };
@@ -44,7 +44,7 @@ const RsaRule* FindRsaRule(DWORD padding, const WCHAR* hashName, DWORD cbHash)
     return nullptr;
 }
 
-// The first curve takes every name that has no other curve's number.
+// The first curve is used for every name that contains no other curve's number.
 const Curve& CurveFor(const WCHAR* algName)
 {
     for (const Curve& curve : kCurves) {
@@ -54,7 +54,7 @@ const Curve& CurveFor(const WCHAR* algName)
     return kCurves[0];
 }
 
-// The hash name in the padding information. NULL, logged, without one.
+// The hash name in the padding information. NULL, logged, if there is none.
 const WCHAR* HashName(const SignatureTexts& texts, const void* paddingInfo, DWORD padding)
 {
     if (padding == BCRYPT_PAD_PKCS1) {

@@ -1,4 +1,4 @@
-// What goes to the vault for one hash: the algorithm's name and the bytes. Shared by signing and verification.
+// What is sent to the vault for a hash: the algorithm's name and the bytes. Shared by signing and verification.
 #pragma once
 
 #include "platform/platform.h"
@@ -6,7 +6,7 @@
 constexpr DWORD kSignaturePaddingFlags = BCRYPT_PAD_PKCS1 | BCRYPT_PAD_PSS;
 constexpr DWORD kSignatureFlags = kSignaturePaddingFlags | NCRYPT_SILENT_FLAG;
 
-constexpr DWORD kHashWorkSize = 64;  // bytes; the longest hash that the vault takes
+constexpr DWORD kHashWorkSize = 64;  // bytes; the longest hash that the vault accepts
 
 // A hash as the host passed it.
 struct HostHash {

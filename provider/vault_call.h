@@ -3,8 +3,8 @@
 
 #include "keyvault/kvc.h"
 
-// Puts a call on `client` (may be NULL) into *call, with a valid token. The caller holds it until the operation's last
-// use of the vault. 0; NTE_INVALID_PARAMETER for a NULL client; NTE_NO_MEMORY, also for a token that was granted but
-// couldn't be kept; SEC_E_LOGON_DENIED, logged at level 1 with the text signInFailure. Blocks for a sign-in if the
+// Sets *call to a new call on `client` (may be NULL) with a valid token. The caller keeps it until the operation's last
+// request to the vault. 0; NTE_INVALID_PARAMETER for a NULL client; NTE_NO_MEMORY, also for a token that was granted
+// but couldn't be kept; SEC_E_LOGON_DENIED, logged at level 1 with the text signInFailure. Blocks for a sign-in if the
 // token has expired.
 SECURITY_STATUS BeginVaultCall(KVCClient* client, const WCHAR* signInFailure, KVCCall* call);

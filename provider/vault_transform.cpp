@@ -8,8 +8,8 @@
 
 namespace {
 
-// The padding information is ignored: the vault's request has no place for its hash and label. Without a padding flag
-// the name stays empty, and the vault refuses.
+// The padding information is ignored: a request can't carry its hash and label. Without a padding flag the name stays
+// empty, and the vault refuses.
 const WCHAR* AlgorithmName(DWORD dwFlags)
 {
     if ((dwFlags & NCRYPT_PAD_OAEP_FLAG) != 0)
@@ -19,7 +19,7 @@ const WCHAR* AlgorithmName(DWORD dwFlags)
     return TEXT("");
 }
 
-// Where the vault has the key. A copy: decryption takes pending keys too, which another thread may be finalizing.
+// The key's address in the vault. A copy: decryption accepts pending keys, which another thread may be finalizing.
 struct VaultName {
     explicit VaultName(const KSP_KEY& key)
     {

@@ -1,4 +1,4 @@
-// Encryption and decryption. Both are the vault's work, even the public key's operation.
+// Encryption and decryption. The vault does both, even the public key operation.
 #pragma once
 
 #include "provider/answers.h"

@@ -19,7 +19,7 @@ constexpr SignatureTexts kTexts = {
     TEXT("KelvaroVerifySignature Resized the Hash"),
 };
 
-// Unlike signing, a curve key takes the silent flag, and its algorithm name needn't be a known one.
+// Unlike in signing, a curve key accepts the silent flag, and its algorithm name needn't be known.
 SECURITY_STATUS Choose(const KSP_KEY& key, const HostHash& hash, SignatureRequest* request)
 {
     const bool padded = (hash.dwFlags & kSignaturePaddingFlags) != 0;

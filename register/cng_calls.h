@@ -1,6 +1,5 @@
 // CNG's configuration calls as a table, which tests fill with fakes.
-//
-// On Windows they are resolved at run time: the compiler's header declares only some of them.
+// On Windows they are resolved at run time, because the compiler's headers declare only some of them.
 #pragma once
 
 #include "platform/platform.h"

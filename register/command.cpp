@@ -48,7 +48,7 @@ static std::string FitText(const ModulePlace& place, const ModuleFile& file)
     return "fits (" + MachineName(file.machine) + ")";
 }
 
-// Whether the first place, that of the system's own kind of programs, has a module that fits.
+// Whether the first place, which is for programs of the system's own kind, has a module that fits.
 static bool ReportModules(const ModulePlaces& places, std::string* output)
 {
     bool usable = false;

@@ -10,10 +10,10 @@ namespace {
 struct Level {
     const WCHAR* name;
     const WCHAR* access;
-    // Other products have folders here too: an existing access list stays.
+    // Other products have folders here too, so an existing access list is kept.
     bool shared;
 };
-// The log is for the system and administrators; everybody may traverse the folders above it.
+// The log is for the system and administrators; everyone may traverse the folders above it.
 const WCHAR kPassThrough[] = TEXT("O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)");
 const WCHAR kClosed[] = TEXT("O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
 const Level kLevels[] = {
@@ -70,7 +70,7 @@ static WideText LogFolder()
     return path;
 }
 
-// For a folder that existed before.
+// For a folder that already existed.
 static void TakeOver(const WideText& path, const Level& level, const Access& access)
 {
     const Folder folder(path, READ_CONTROL | WRITE_DAC | WRITE_OWNER | FILE_READ_ATTRIBUTES);
@@ -125,7 +125,7 @@ struct FolderText {
 
 static std::string Describe(const WideText& path, const FolderText& text)
 {
-    // A drive's own folder, the setting's default, is named without its separator.
+    // A drive's root, the setting's default, is written without its separator.
     const Folder folder(path.back() == ':' ? path + TEXT("\\") : path, READ_CONTROL);
     const std::string name = text.prefix + (", " + Shown(path) + ",");
     if (folder.get() == INVALID_HANDLE_VALUE)

@@ -8,8 +8,8 @@
 
 namespace kelvaro_register {
 
-// Returns its path and creates what is missing of it. Ordinary users may create folders in ProgramData, so a folder of
-// theirs, or one that leads elsewhere, is refused with RefusedStep.
+// Creates the missing parts of the folder and returns its path. Ordinary users may create folders in ProgramData, so a
+// folder owned by one of them, or a link, is refused with RefusedStep.
 WideText PrepareLogFolder();
 
 bool HasLogFolder();
@@ -17,7 +17,7 @@ bool HasLogFolder();
 // Removes its folders that are empty.
 void RemoveLogFolder();
 
-// Lines for an administrator: who may use that folder, and who may write to the others of `inUse`.
+// Lines for an administrator: who may use that folder, and who may write to the other folders in `inUse`.
 std::string DescribeLogFolders(const std::set<WideText>& inUse);
 
 }  // namespace kelvaro_register

@@ -113,7 +113,8 @@ static int RunRouter(const std::vector<std::string>& arguments, std::string* out
     return RunRegister(arguments, calls, Places(), output);
 }
 
-// The installer hides what a program prints, and removes the program if it fails: so the event log gets the reason too.
+// The installer hides what a program prints and removes the program if it fails, so the reason also goes to the event
+// log.
 static void ReportFailure(const std::string& command, const std::string& output)
 {
     const HANDLE source = RegisterEventSourceW(nullptr, L"Kelvaro");

@@ -15,8 +15,8 @@ constexpr WORD kMachineArm64 = 0xAA64;
 // The folder where one kind of program looks for the module.
 struct ModulePlace {
     std::string programs;  // "64-bit programs"
-    WideText folder;       // as this program must spell it
-    WideText shownFolder;  // as everybody else spells it
+    WideText folder;       // as this program must name it
+    WideText shownFolder;  // as all other programs name it
     WORD machine;          // what its programs can load
 };
 

@@ -36,7 +36,7 @@ namespace {
 template <typename T>
 using RouterBlock = std::unique_ptr<T, VOID(WINAPI*)(PVOID)>;
 
-// What is registered, in the published structures, which take their texts as writable.
+// What is registered, in the published structures, whose texts aren't const.
 struct Record {
     WideText function = NCRYPT_KEY_STORAGE_ALGORITHM;
     WideText image = kImage;
@@ -142,7 +142,7 @@ InstallChanges InstallRegistration(const CngCalls& calls)
             changes.record = before.recorded ? Change::Replaced : Change::Made;
         }
         if (!before.listed) {
-            // At the bottom: other providers are asked for a key first, as before.
+            // At the bottom: the router still asks the other providers for a key first.
             Check("BCryptAddContextFunctionProvider",
                   calls.addContextFunctionProvider(CRYPT_LOCAL, CRYPT_DEFAULT_CONTEXT, NCRYPT_KEY_STORAGE_INTERFACE,
                                                    NCRYPT_KEY_STORAGE_ALGORITHM, kProviderName, CRYPT_PRIORITY_BOTTOM));
@@ -162,7 +162,7 @@ InstallChanges InstallRegistration(const CngCalls& calls)
 
 UninstallChanges UninstallRegistration(const CngCalls& calls)
 {
-    // The listing first: the router can't cope with a listed provider that has no record.
+    // The list entry first: the router can't handle a listed provider without a record.
     const NTSTATUS listing = RemoveListing(calls);
     const NTSTATUS record = calls.unregisterProvider(kProviderName);
     if (!IsMissing(listing))

@@ -52,8 +52,8 @@ struct UninstallChanges {
 
 // All three throw RefusedCall.
 RegistrationState ReadRegistration(const CngCalls& calls);
-// Leaves what is there already. Removes a new record if the listing is refused, or if reading the configuration back
-// shows something else.
+// Keeps what is already there. Removes a new record if adding the list entry fails, or if the configuration reads back
+// differently.
 InstallChanges InstallRegistration(const CngCalls& calls);
 // Tries to remove each entry even if the other fails.
 UninstallChanges UninstallRegistration(const CngCalls& calls);

@@ -11,7 +11,7 @@ static const WCHAR kParent[] = TEXT("Software\\Zandrel");
 static const WCHAR kSettings[] = TEXT("Kelvaro");
 static const WCHAR kSaved[] = TEXT("Kelvaro.saved");
 static const WCHAR kSavedSettings[] = TEXT("Settings");
-// Values of the copy: whether it is complete, whether the log folder existed, and who could read the settings.
+// Values in the copy: whether it is complete, whether the log folder existed, and who could read the settings.
 static const WCHAR kComplete[] = TEXT("Complete");
 static const WCHAR kHadFolder[] = TEXT("HadFolder");
 static const WCHAR kAccess[] = TEXT("Access");
@@ -68,7 +68,7 @@ static DWORD Make(HKEY parent, const WCHAR* name, REGSAM rights, SECURITY_ATTRIB
         RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, rights, access, key->out(), nullptr));
 }
 
-// Every key below this one is of the same view.
+// Every key below this one is in the same registry view.
 static void OpenParent(const View& view, Key* parent)
 {
     Check("opening " + NameOf(view), Make(HKEY_LOCAL_MACHINE, kParent, KEY_ALL_ACCESS | view.flag, nullptr, parent));

@@ -14,7 +14,7 @@ void SaveSettings();
 void RestoreSettings();
 void ForgetSettings();
 
-// The kinds of programs whose settings have the client secret in clear: "64-bit programs"; empty for none.
+// The kinds of programs whose settings have the client secret in clear text: "64-bit programs"; empty for none.
 std::string ClearSecrets();
 
 // The kinds of programs whose settings ordinary users can read or change; empty for none.

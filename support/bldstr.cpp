@@ -39,7 +39,7 @@ BldStr* BldStrNew(DWORD chars)
     if (!str || chars > kMaxChars)
         return nullptr;
     str->cStr = static_cast<WCHAR*>(calloc(1, BytesFor(chars)));
-    // Without a text the capacity stays 0, so that every append fails.
+    // Without a text buffer the capacity stays 0, so that every append fails.
     if (str->cStr)
         str->capacity = BytesFor(chars);
     return str.release();

@@ -1,4 +1,4 @@
-// The growing wide string with which all text is built.
+// The growable wide string that all text is built with.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@ struct BldStr {
     DWORD length;    // characters, terminator excluded
     WCHAR* cStr;     // zero-terminated text, owned (calloc, realloc, free)
     DWORD secret;    // non-zero: the text is wiped before it is moved or freed
-    LONG shares;     // owners beside the first; while there are any, the string doesn't change
+    LONG shares;     // owners in addition to the first; while there are any, the string doesn't change
 };
 
 // The caller frees strings with BldStrFree. All but BldStrNew log their failures.
@@ -26,8 +26,8 @@ int BldStrReplace(BldStr* str, const WCHAR* text);  // 1 with the text replaced,
 void BldStrRemove(BldStr* str, WCHAR ch);           // drops every occurrence, in place
 void BldStrFree(BldStr* str);                       // releases text and record; NULL does nothing
 
-// Another owner of the same string, which frees it too; the last one releases it. Any thread may free its share. NULL
-// gives NULL.
+// Adds an owner of the string; each frees it, and the last one releases it. Any thread may free its share. NULL returns
+// NULL.
 BldStr* BldStrShare(BldStr* str);
 
 // Marks a string that holds a secret or a token, and returns it. NULL does nothing. A SecretStrPtr marks what it owns.

@@ -20,5 +20,5 @@ struct Clock {
 };
 
 // For tests only: installs their clock; NULL restores the real one. `clock` must outlive its use. Call it only while no
-// other thread is in the system.
+// other thread uses the system.
 void ClockReplace(const Clock* clock);

@@ -92,7 +92,7 @@ bool IsLineBreak(WCHAR unit)
     return (unit >= '\n' && unit <= '\r') || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
-// Appends the text with each line break replaced by a blank.
+// Appends the text with each line break replaced by a space.
 void AppendFlat(LineBytes* line, TextView text)
 {
     while (!text.empty()) {

@@ -13,7 +13,7 @@ constexpr size_t kLogBriefLimit = 500;
 HANDLE LogOpenFile();
 
 // Appends "Kelvaro: stamp text level" to the day's file in a single write, so that threads and processes don't mix
-// their lines. Line breaks in the text become blanks: one event is one line. Silently drops the line if the file can't
+// their lines. Line breaks in the text become spaces: one event is one line. Silently drops the line if the file can't
 // be opened, and cuts it to kLogBriefLimit characters if there is no memory.
 void LogFileWriteLine(TextView text, LONG level);
 

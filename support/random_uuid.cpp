@@ -22,7 +22,7 @@ void WriteUuid(const BYTE (&bytes)[16], WCHAR (&text)[kUuidTextChars])
 void RandomUuid(WCHAR (&text)[kUuidTextChars])
 {
     BYTE bytes[16] = {};
-    // If even the generator fails, the header is still sent, with a value that shows it.
+    // If even the generator fails, the header is still sent, with a value that reveals the failure.
     (void)BCryptGenRandom(nullptr, bytes, sizeof(bytes), BCRYPT_USE_SYSTEM_PREFERRED_RNG);
     bytes[6] = static_cast<BYTE>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<BYTE>((bytes[8] & 0x3F) | 0x80);

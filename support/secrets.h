@@ -7,8 +7,7 @@
 constexpr DWORD kSecretBufferSize = 1024;
 
 // Protects kSecretBufferSize bytes at `secret` for the machine or the user, and writes the result to `text`, a buffer
-// of cchText characters, in Base64 without line breaks. False if the platform can't protect it; `text` is unchanged
-// then.
+// of cchText characters, in Base64 without line breaks. False, with `text` unchanged, if the platform can't protect it.
 bool ProtectSecret(const BYTE* secret, bool forMachine, WCHAR* text, DWORD cchText);
 
 // Decrypts a protected secret. Writes at most bufferSize bytes to `buffer`. 1; 0: `buffer` is unchanged.

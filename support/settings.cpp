@@ -65,8 +65,8 @@ bool HasTexts(HKEY hive, const SettingText* seen, size_t seenCount)
     return true;
 }
 
-// The settings key in a transaction: writes take effect at Commit. Once the transaction has written to
-// the key, the system rolls it back as soon as anybody else writes there.
+// The settings key in a transaction: writes take effect at Commit. Once the transaction has written to the key, the
+// system rolls it back if anyone else writes there.
 class SettingsTransaction {
   public:
     explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
@@ -86,13 +86,13 @@ class SettingsTransaction {
     SettingsTransaction(const SettingsTransaction&) = delete;
     SettingsTransaction& operator=(const SettingsTransaction&) = delete;
 
-    // False when the machine has no registry transactions, or those of this hive are out of order.
+    // False if the machine has no registry transactions, or they don't work for this hive.
     bool Exists() const
     {
         return error_ != ERROR_NOT_SUPPORTED && error_ != ERROR_CALL_NOT_IMPLEMENTED && error_ != ERROR_RM_NOT_ACTIVE;
     }
 
-    // False when the key couldn't be opened, as while another transaction has it, or not be written.
+    // False if the key couldn't be opened (another transaction may be using it) or written.
     bool Write(const SettingText& value)
     {
         const DWORD size = static_cast<DWORD>((View(value.text).size() + 1) * sizeof(WCHAR));
@@ -149,9 +149,9 @@ bool SettingsWriteText(HKEY hive, const WCHAR* valueName, const WCHAR* text)
 
 bool SettingsWriteTextIf(HKEY hive, const SettingText& value, const SettingText* seen, size_t seenCount)
 {
-    // The write comes first, since only from then on does a foreign write undo the transaction. The comparison reads
-    // outside it, where the values, also the one to be replaced, still are what everybody else sees. So a foreign write
-    // is either in what is compared or makes the commit fail.
+    // Write first: only then does another process's write roll back the transaction. Then compare, reading outside the
+    // transaction, where all values, including the one being replaced, are still what everyone else sees. So another
+    // process's write is either seen by the comparison or makes the commit fail.
     SettingsTransaction transaction(hive);
     if (transaction.Exists())
         return transaction.Write(value) && HasTexts(hive, seen, seenCount) && transaction.Commit();

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Four characters a turn: tokens and answers have thousands.
+// Four characters per iteration: tokens and answers have thousands.
 size_t LengthOf(const WCHAR* text)
 {
     for (size_t length = 0;; length += 4) {

@@ -24,7 +24,7 @@ std::string ToBase64Url(std::string_view bytes)
     return text;
 }
 
-// EVP_DecodeBlock alone is too lenient: it skips blanks and takes "=" anywhere for zero bits.
+// EVP_DecodeBlock alone is too lenient: it skips white space and reads "=" anywhere as zero bits.
 std::optional<std::string> FromBase64(std::string_view text)
 {
     static const char kSymbols[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/-_";

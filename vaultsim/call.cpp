@@ -27,7 +27,7 @@ bool SplitRequestLine(Call& call)
     const std::vector<std::string> parts = Split(call.requestLine, ' ');
     if (parts.size() != 3 || parts[0].empty() || parts[1].empty() || parts[2] != "HTTP/1.1")
         return false;
-    // A client that takes this for its proxy names a host.
+    // A client that uses this as its proxy sends an absolute URL.
     if (parts[1][0] != '/' && parts[0] != "CONNECT")
         return false;
     call.method = parts[0];

@@ -1,4 +1,4 @@
-// One connection, with or without TLS. By hand, and not cpp-httplib's, because faults break it at any byte.
+// One connection, with or without TLS. Not cpp-httplib's, because faults can break it at any byte.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ class Connection {
   public:
     // Takes ownership of the socket. `context` null: no TLS.
     Connection(int socket, SslContext context);
-    ~Connection();  // closes gracefully: what was written arrives
+    ~Connection();  // closes gracefully: everything written is delivered
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 

@@ -16,7 +16,7 @@ namespace {
 
 using Path = std::vector<std::string>;  // what the groups of a route's pattern matched
 
-// The default but for SO_REUSEPORT, which would let two simulators share a port unnoticed.
+// The default without SO_REUSEPORT, which would let two simulators share a port unnoticed.
 void SetSocketOptions(socket_t socket)
 {
     const int on = 1;
@@ -34,7 +34,7 @@ Path PathOf(const httplib::Request& request)
     return {std::next(request.matches.begin()), request.matches.end()};
 }
 
-// Responds with what `handler` returns, {} if that's nothing, or with 400 and the text of what it throws.
+// Responds with what `handler` returns, {} for nothing, or with 400 and the text of its exception.
 template <class Handler>
 void Respond(httplib::Response& response, Handler handler)
 {

@@ -1,4 +1,4 @@
-// What the control interface can do to a vault's content.
+// The control interface's operations on a vault's content.
 #pragma once
 
 #include <string>

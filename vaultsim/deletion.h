@@ -1,6 +1,5 @@
 // What keys and certificates have in common: reading, listing, deletion, recovery and purge, written once for both.
-//
-// `Kind` is Keys (keys.h) or Certificates (certificates.h), which say what differs:
+// `Kind` is Keys (keys.h) or Certificates (certificates.h), which define what differs:
 //   Object, Version    the vault's types                  kWord, kArea     in messages, in addresses
 //   Live, Area         the maps of a vault                Missing          the refusal for an unknown name
 //   Bundle, Item       an object as JSON, in full and in a listing
@@ -15,7 +14,8 @@ namespace vaultsim {
 
 constexpr int64_t kRetention = 90 * 24 * 60 * 60;  // seconds
 
-// Everything down to the Answers is called with the vault locked and throws a Refusal for what can't be found.
+// The functions before those that return an Answer are called with the vault locked, and throw a Refusal for what can't
+// be found.
 template <class Kind>
 typename Kind::Object& FindObject(Vault& vault, const std::string& name)
 {

@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMostHead = 64 * 1024;
 constexpr size_t kMostBody = 16 * 1024 * 1024;
 
-// Thrown for a request that no service would get to see.
+// Thrown for a request that would never reach a service.
 struct BadRequest {
     Call call;
     int status;
@@ -47,7 +47,7 @@ Endpoint::~Endpoint()
     gone_.wait(lock, [this] { return threads_ == 0; });
 }
 
-// Threads are reused: OpenSSL seeds a random generator for each new one, which takes as long as a short handshake.
+// Threads are reused: OpenSSL seeds a random generator for each new thread, which takes as long as a short handshake.
 void Endpoint::Accepted(int socket)
 {
     context_.counts.connections++;

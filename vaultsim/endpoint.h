@@ -1,5 +1,6 @@
 // A listener and its connections: reads requests, gets their answers from a handler, and applies faults to them.
-// By hand, and not cpp-httplib's server, because the journal has every byte of a head and faults break any part of it.
+// Not cpp-httplib's server, because the journal records every byte of a head and faults can break any part of an
+// answer.
 #pragma once
 
 #include <condition_variable>

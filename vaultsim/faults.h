@@ -1,4 +1,4 @@
-// Queued faults for coming requests.
+// Faults queued for future requests.
 #pragma once
 
 #include <deque>
@@ -25,7 +25,7 @@ struct Fault {
     // What happens.
     FaultAction action = FaultAction::Status;
     std::string actionName;
-    bool perform = false;  // carry the operation out, whatever becomes of its answer
+    bool perform = false;  // carry out the operation, even if its answer isn't sent
     int status = 0;
     std::vector<std::string> headerLines;
     std::optional<std::string> body;

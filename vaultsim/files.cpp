@@ -17,7 +17,7 @@ void MakeDirectory(const std::string& path)
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 }
 
-// By system calls, so that a secret's file has its mode from the start.
+// With system calls, so that a secret's file has the right mode from the start.
 void WriteFile(const std::string& path, const std::string& content, unsigned mode)
 {
     unlink(path.c_str());

@@ -14,7 +14,7 @@ namespace vaultsim {
 
 class Journal {
   public:
-    // Call it before the first byte of the answer is sent. `fault` empty: none. status 0: no answer.
+    // Call this before the first byte of the answer is sent. `fault` empty: none. status 0: no answer.
     void Add(const Call& call, int status, const std::string& fault);
     void Clear();
     Json Read(uint64_t since) const;  // the entries after that sequence number

@@ -19,7 +19,7 @@ class Listener {
 
     int port() const { return port_; }
     void Up();    // no effect when up
-    void Down();  // refuses connections but keeps the port; when it returns, none is accepted any more
+    void Down();  // refuses connections but keeps the port; after it returns, none is accepted
 
   private:
     int Bind() const;

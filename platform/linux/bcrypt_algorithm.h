@@ -9,7 +9,7 @@
 
 struct BcryptAlgorithm {
     std::u16string_view name;
-    ULONG flags;                // that it is opened with
+    ULONG flags;                // with which it is opened
     const EVP_MD* (*digest)();  // of a hash, else NULL
     // The CBC cipher for a key size in bytes, or NULL for an unsupported size. The pointer is NULL for a hash.
     const EVP_CIPHER* (*cipher)(ULONG keySize);

@@ -1,4 +1,4 @@
-// Ciphers from OpenSSL, for reading what others encrypted.
+// Ciphers from OpenSSL, for decryption only.
 #include <limits.h>
 #include <string.h>
 

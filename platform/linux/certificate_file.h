@@ -8,7 +8,7 @@
 //     -----BEGIN CERTIFICATE-----
 //
 // UTF-8. In the two texts a backslash is written `\\`, a line feed `\n` and a carriage return `\r`; a backslash before
-// anything else is read as it is. Other lines above the PEM block are skipped.
+// anything else is kept. Other lines above the PEM block are skipped.
 #pragma once
 
 #include <optional>

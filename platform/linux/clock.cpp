@@ -78,7 +78,7 @@ WCHAR* _wctime64(const __time64_t* time)
     char narrow[64];
     if (_localtime64_s(&parts, time) != 0 || !asctime_r(&parts, narrow) || strlen(narrow) != 25)
         return nullptr;
-    // Windows pads the day with a zero, the C standard with a blank.
+    // Windows pads the day with a zero, the C standard with a space.
     if (narrow[8] == ' ')
         narrow[8] = '0';
     for (size_t i = 0; i < 26; i++)

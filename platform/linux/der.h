@@ -39,8 +39,8 @@ struct DerElement {
     std::string_view whole;  // with tag and length
 };
 
-// Takes elements off the front of `bytes`. The first failure is kept in *error, which several readers may share, and
-// everything taken after it is empty. So check *error, initially ERROR_SUCCESS, once at the end.
+// Consumes elements from the front of `bytes`. The first failure is kept in *error, which several readers may share,
+// and everything read after it is empty. So check *error, initially ERROR_SUCCESS, once at the end.
 class DerReader {
   public:
     DerReader(std::string_view bytes, LONG* error) : rest_(bytes), error_(error) {}

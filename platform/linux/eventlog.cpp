@@ -52,7 +52,7 @@ std::u16string SourceName(HANDLE handle)
     return {};
 }
 
-// A source's name may contain characters that a file name may not.
+// A source's name may contain characters that aren't allowed in a file name.
 std::string FileOf(std::u16string_view source)
 {
     std::string file = ToUtf8(source);

@@ -17,7 +17,7 @@ HANDLE WINAPI GetProcessHeap()
 
 LPVOID WINAPI HeapAlloc(HANDLE, DWORD flags, SIZE_T size)
 {
-    // An empty block is still a block.
+    // Even a block of size 0 gets an address.
     const SIZE_T atLeastOne = size == 0 ? 1 : size;
     return (flags & HEAP_ZERO_MEMORY) != 0 ? calloc(1, atLeastOne) : malloc(atLeastOne);
 }

@@ -1,5 +1,5 @@
 // A transaction over the values of one registry key: writes through its key take effect together at the commit, and
-// only if nobody else has changed the key's values since it was opened.
+// only if no one else has changed the key's values since it was opened.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@ constexpr BYTE kMinAclRevision = 2;
 constexpr BYTE kMaxAclRevision = 4;
 constexpr DWORD kSidFixedSize = 8;
 
-// The parts of either form as addresses; NULL for a missing part.
+// Pointers to the parts of either form; NULL for a missing part.
 struct Parts {
     const BYTE* owner;
     const BYTE* group;

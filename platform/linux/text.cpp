@@ -171,7 +171,7 @@ char16_t UpperCase(char16_t unit)
         return minus(0x20);
     if (unit == 0xFF)
         return 0x178;
-    // Pairs of an even capital and its odd small letter, and vice versa.
+    // Pairs in which the upper-case letter is even and the lower-case one odd, and vice versa.
     if (within(0x100, 0x12F) || within(0x132, 0x137) || within(0x14A, 0x177) || within(0x460, 0x481) ||
         within(0x48A, 0x4BF))
         return static_cast<char16_t>(unit & ~1u);

@@ -14,7 +14,7 @@ struct CodePoint {
     bool valid;
 };
 
-// Both take the first code point off `text`, which must not be empty.
+// Both remove the first code point from `text`, which must not be empty.
 CodePoint TakeUtf8(std::string_view* text);
 CodePoint TakeUtf16(std::u16string_view* text);
 

@@ -1,6 +1,5 @@
 // The registry for the Linux build, on two text files in the registry editor's export form.
-//
-// Every call reads the file afresh when it has changed, and every write replaces it as a whole, under a lock that other
+// Every call rereads the file if it has changed, and every write replaces the whole file, under a lock that other
 // processes respect. Key and value names are case-insensitive. All results are error codes.
 // ERROR_BADDB: the file is damaged. Nothing in it can be opened or written until it is repaired.
 // A handle is used by one thread at a time.
@@ -50,7 +49,7 @@ LONG WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDW
 
 // The name of the value at `index`; values that are written meanwhile may be missed. *length: characters, terminator
 // included, in; without it out. ERROR_MORE_DATA: the buffer is too small. ERROR_NO_MORE_ITEMS: there are fewer values.
-// The arguments behind it must be NULL.
+// The remaining arguments must be NULL.
 LONG WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD length, LPDWORD reserved, LPDWORD type,
                           LPBYTE data, LPDWORD size);
 
@@ -63,8 +62,8 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName);
 // Deletes a key with its values; one that has keys below it is refused with ERROR_ACCESS_DENIED, as a hive itself is.
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey);
 
-// A transaction over one key: what RegSetValueExW writes through the key takes effect at the commit, unless anybody
-// else has changed the key's values since it was opened; then the commit fails with ERROR_TRANSACTION_ALREADY_ABORTED,
+// A transaction over one key: what RegSetValueExW writes through the key takes effect at the commit, unless anyone else
+// has changed the key's values since it was opened; then the commit fails with ERROR_TRANSACTION_ALREADY_ABORTED,
 // and nothing is written. Arguments are ignored. INVALID_HANDLE_VALUE on failure. Closing the handle without a
 // commit discards what was written.
 HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES attributes, GUID* unitOfWork, DWORD options, DWORD isolationLevel,

@@ -88,8 +88,8 @@ HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT p
 HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                     LPCWSTR* acceptTypes, DWORD flags);
 
-// Resolves, connects, completes the TLS handshake and sends head and body. The peer is trusted before any of it is
-// sent. headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
+// Resolves, connects, completes the TLS handshake and sends head and body. Nothing is sent before the peer is verified.
+// headersLength: characters, or -1 for a zero-terminated block. optional: optionalLength bytes, which must be the
 // whole entity (totalLength equal to it) and must stay valid until the request is closed.
 // 12007, 12029, 12175, 12002, 12030.
 BOOL WINAPI WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional,
@@ -112,8 +112,8 @@ BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWOR
 BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length,
                                 LPDWORD index);
 
-// Only WINHTTP_OPTION_SECURITY_FLAGS of a request, a DWORD of the three flags above: what is wrong with the server's
-// certificate and doesn't count. Such a request shares no TLS session with any other.
+// Only WINHTTP_OPTION_SECURITY_FLAGS of a request, a DWORD of the three flags above: errors in the server's certificate
+// to ignore. Such a request shares no TLS session with any other.
 BOOL WINAPI WinHttpSetOption(HINTERNET request, DWORD option, LPVOID buffer, DWORD length);
 
 // Only WINHTTP_OPTION_SERVER_CERT_CONTEXT of a request that was sent: a PCCERT_CONTEXT, freed by the caller.

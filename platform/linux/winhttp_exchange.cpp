@@ -28,7 +28,7 @@ size_t SizeOfRequestLine(std::string_view verb, const Target& target)
     return verb.size() + target.path.size() + std::string_view("  HTTP/1.1\r\n\r\n").size();
 }
 
-// The number after the first blank of a status line, or 0.
+// The number after the first space of a status line, or 0.
 DWORD StatusOf(std::string_view line)
 {
     const size_t blank = line.find(' ');

@@ -29,8 +29,8 @@ struct Timeouts {
 // tlsRefused: one side refused the handshake, as opposed to a connection that broke.
 LONG ErrorFromCurl(CURLcode code, bool tlsRefused);
 
-// Every step returns 0 or a platform error code, and may throw std::bad_alloc. Once a step has failed,
-// the next Send starts anew.
+// Every step returns 0 or a platform error code, and may throw std::bad_alloc. After a failed step, the next Send
+// starts over.
 class Exchange {
   public:
     Exchange() = default;

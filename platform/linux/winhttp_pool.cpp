@@ -27,7 +27,7 @@ bool InitializeOnce()
     return result == CURLE_OK;
 }
 
-// Lock-free, so that a fork never leaves the child with a lock that is held for ever.
+// Lock-free, so that a fork never leaves the child with a lock that is held forever.
 class Pool {
   public:
     ~Pool()
