@@ -1,13 +1,22 @@
 #!/bin/sh
 # Builds the Windows test programs and runs them on wine, against a local simulator.
-# Usage: ./test-windows.sh [win64|win32]...   Default: both, in parallel.
+# Usage: ./test-windows.sh [win64|win32]... [PROGRAM [TESTS]]   Default: both variants, in parallel.
+# With a program, such as provider_tests, only that is built and run, with all of its output. TESTS: a filter, as in 'Signing*'.
 # Installs what is missing. Everything else it creates is in build/ and in a folder under /tmp, which is removed; host names,
 # ports and trusted roots exist only in private namespaces.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/tools/variants.sh"
 
-[ $# -gt 0 ] || set -- win64 win32
+variants=
+while [ "${1:-}" = win64 ] || [ "${1:-}" = win32 ]; do
+    variants="$variants $1"
+    shift
+done
+program=${1:-}
+tests=${2:-*}
+# shellcheck disable=SC2086
+set -- ${variants:-win64 win32}
 # shellcheck disable=SC2086
 "$top/tools/packages.sh" $linux_packages $windows_packages $runtime_packages
 
@@ -16,8 +25,12 @@ mkdir -p "$top/build"
 exec 8>"$top/build/windows.lock"
 flock 8
 for variant in "$@"; do
-    build_variant "$variant"
-    "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
+    if [ -n "$program" ]; then
+        build_variant "$variant" kelvaro "$program"
+    else
+        build_variant "$variant"
+        "$top/tools/check-windows-binaries.sh" "$top/build/$variant"
+    fi
 done
 build_variant release vaultsim
 "$top/tools/windows-runtime.sh" "$top/build/windows-runtime"
@@ -36,7 +49,7 @@ exec 8>&-
 runs=
 for variant in "$@"; do
     "$top/tools/windows-namespace.sh" "$top/build/windows-runtime" "$work/$variant" "$top/tests/windows_run.sh" \
-        "$top/build/$variant" "$top/build/windows-runtime/prefix" "$top/build/release/vaultsim/vaultsim" \
+        "$top/build/$variant" "$top/build/windows-runtime/prefix" "$top/build/release/vaultsim/vaultsim" "$program" "$tests" \
         >"$work/$variant.log" 2>&1 &
     pids="$pids $!"
     runs="$runs $variant:$!"

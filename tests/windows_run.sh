@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs one Windows build's test programs beside a simulator; started by test-windows.sh in namespaces of its own.
-# Usage: tests/windows_run.sh BUILD_DIR PREFIX VAULTSIM   In the environment: see tools/windows-namespace.sh. The programs
-# are in $work/built.
+# Usage: tests/windows_run.sh BUILD_DIR PREFIX VAULTSIM [PROGRAM TESTS]   In the environment: see tools/windows-namespace.sh.
+# The programs are in $work/built. With a PROGRAM that isn't empty, only its TESTS are run, also those that the runtime can't do.
 set -eu
 build=$1
 prefix=$2
@@ -10,6 +10,12 @@ here=$(cd "$(dirname "$0")" && pwd)
 cannot=$here/windows_cannot.txt
 bits=$(basename "$build" | tr -dc 0-9)
 . "$here/windows_vault.sh"
+
+if [ -n "${4:-}" ]; then
+    program=$(grep "/$4.exe\$" "$runtime_root$build/tests.txt") || { echo "no test program is called $4" >&2 && exit 2; }
+    run "$program" --gtest_filter="$5" 2>&1 </dev/null
+    exit
+fi
 
 failed=0
 wrong() {
