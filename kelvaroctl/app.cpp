@@ -7,6 +7,7 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/interruption.h"
 #include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {
 
@@ -139,7 +140,7 @@ static int Run(const std::vector<std::string>& arguments, Tool& tool)
 
 int RunTool(const std::vector<std::string>& arguments)
 {
-    CleanUpWhenInterrupted();
+    CleanUpWhenInterrupted(ErrorOutputIsTerminal());
     Tool tool;
     try {
         return Run(arguments, tool);

@@ -1,11 +1,13 @@
 // The exception for every command that fails. It carries the program's exit code.
 #pragma once
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "platform/platform.h"
 
@@ -72,6 +74,14 @@ inline Failure ConfigurationFailure(std::string message)
 inline Failure InternalFailure(std::string message)
 {
     return Failure(ExitCode::Internal, "internal", std::move(message));
+}
+
+// "cannot ATTEMPT NAME: reason", with the reason from errno.
+inline Failure FileFailure(const std::string& attempt, const std::string& name)
+{
+    const int reason = errno;
+    return UsageFailure("cannot " + attempt + " " + name +
+                        (reason ? ": " + std::generic_category().message(reason) : std::string()));
 }
 
 }  // namespace kelvaroctl

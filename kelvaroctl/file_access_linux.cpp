@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "kelvaroctl/files.h"
+#include "kelvaroctl/failure.h"
 
 namespace kelvaroctl {
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <system_error>
 
+#include "kelvaroctl/failure.h"
 #include "kelvaroctl/file_access.h"
 #include "kelvaroctl/interruption.h"
 #include "kelvaroctl/places.h"
@@ -13,13 +13,6 @@
 namespace kelvaroctl {
 
 namespace fs = std::filesystem;
-
-Failure FileFailure(const std::string& attempt, const std::string& name)
-{
-    const int reason = errno;
-    return UsageFailure("cannot " + attempt + " " + name +
-                        (reason ? ": " + std::generic_category().message(reason) : std::string()));
-}
 
 void ReadInPieces(const std::string& name, const std::function<void(const char* piece, size_t size)>& take)
 {

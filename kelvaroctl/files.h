@@ -4,13 +4,9 @@
 #include <functional>
 #include <string>
 
-#include "kelvaroctl/failure.h"
 #include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
-
-// "cannot ATTEMPT NAME: reason", with the reason from errno.
-Failure FileFailure(const std::string& attempt, const std::string& name);
 
 // Calls take() with each piece of the file, or of standard input for "-". Throws a usage failure if it can't be read.
 void ReadInPieces(const std::string& name, const std::function<void(const char* piece, size_t size)>& take);

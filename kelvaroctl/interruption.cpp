@@ -3,7 +3,6 @@
 #include <csignal>
 
 #include "kelvaroctl/places.h"
-#include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {
 
@@ -25,9 +24,9 @@ extern "C" void CleanUpAndEnd(int signal)
     std::raise(signal);
 }
 
-void CleanUpWhenInterrupted()
+void CleanUpWhenInterrupted(bool errorIsTerminal)
 {
-    terminal = ErrorOutputIsTerminal();
+    terminal = errorIsTerminal;
     for (const int signal : {SIGINT, SIGTERM})
         std::signal(signal, CleanUpAndEnd);
 }

@@ -7,8 +7,9 @@
 
 namespace kelvaroctl {
 
-// From now on, an interruption ends the terminal's line and restores what the functions below name.
-void CleanUpWhenInterrupted();
+// From now on, an interruption restores what the functions below name, and ends the line on standard error if that is a
+// terminal.
+void CleanUpWhenInterrupted(bool errorIsTerminal);
 
 // An unfinished output file, to be removed; an empty path for none.
 void RemoveWhenInterrupted(const std::filesystem::path& file);

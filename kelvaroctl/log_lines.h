@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "kelvaroctl/json.h"
 #include "kelvaroctl/log_place.h"
-#include "kelvaroctl/tool.h"
+#include "platform/platform.h"
 
 namespace kelvaroctl {
 

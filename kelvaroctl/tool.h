@@ -2,17 +2,15 @@
 #pragma once
 
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/json.h"
 #include "kelvaroctl/module_host.h"
 #include "kelvaroctl/settings_hive.h"
 
 namespace kelvaroctl {
-
-using Json = nlohmann::ordered_json;
 
 // A command's result, as JSON and as text.
 struct Answer {

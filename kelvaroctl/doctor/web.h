@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "kelvaroctl/tool.h"
+#include "kelvaroctl/json.h"
+#include "platform/platform.h"
 
 namespace kelvaroctl {
 
