@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "keyvault/crypto_op.h"
 #include "keyvault/key_algorithms.h"
 #include "provider/answers.h"
@@ -32,7 +34,7 @@ DWORD SignatureSizeBound(const KVKey& kvk)
     DWORD largest = 0;
     bool isKnown = false;
     for (const Curve& curve : kCurves) {
-        largest = 2 * curve.cbCoordinate;
+        largest = std::max(largest, 2 * curve.cbCoordinate);
         isKnown |= kvk.x_siz == curve.cbCoordinate;
     }
     return isKnown ? largest : kUnknownSignature;
