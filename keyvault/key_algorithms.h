@@ -1,4 +1,5 @@
-// The algorithms of keys: RSA, and the three curves of the vault with one row each. A new curve is a new row.
+// The algorithms of keys: RSA, and the three curves of the vault with one row each.
+// Order matters: see CurveFor in provider/signature_rules.cpp and CurveInText.
 #pragma once
 
 #include "platform/platform.h"
