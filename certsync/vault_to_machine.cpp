@@ -18,7 +18,8 @@
 namespace {
 
 constexpr WCHAR kStampValue[] = TEXT("FromKVLastSyncTime");
-constexpr int64_t kSyncPeriodSeconds = 600;
+// The stamp is written this much ahead of the clock and compared with as much more: a run is due after 1,200 s.
+constexpr int64_t kHalfPeriodSeconds = 600;
 constexpr WCHAR kDummyName[] = TEXT("Dummy Certificate Name");
 constexpr DWORD kSimpleNameChars = 2048;
 
@@ -28,11 +29,11 @@ bool ClaimRun()
 {
     const int64_t now = ClockUnixTime();
     const int64_t last = SettingsReadNumber(HKEY_LOCAL_MACHINE, kStampValue);
-    if (now - last <= kSyncPeriodSeconds)
+    if (now - last <= kHalfPeriodSeconds)
         return false;
     LogLine(TEXT("KVCSyncCertsFromKVToMachine Time Check"), LOG_DETAIL_LEVEL);
     LogLine(TEXT("KVCSyncCertsFromKVToMachine Update Time"), LOG_DETAIL_LEVEL);
-    SettingsWriteNumber(HKEY_LOCAL_MACHINE, kStampValue, static_cast<DWORD>(now + kSyncPeriodSeconds));
+    SettingsWriteNumber(HKEY_LOCAL_MACHINE, kStampValue, static_cast<DWORD>(now + kHalfPeriodSeconds));
     return true;
 }
 

@@ -90,7 +90,7 @@ static std::vector<std::string> SettingNames()
     return names;
 }
 
-// The setting of that name, if it can be read or set by hand in that hive.
+// The setting of that name, if the user can read or set it in that hive.
 static const Setting& SettingFor(const std::string& name, const SettingsHive& hive)
 {
     const Setting* const setting = FindSetting(name);

@@ -27,7 +27,7 @@ class Tool {
     bool json = false;
     std::string modulePath;
     std::string via = "module";  // or "ncrypt": the platform's router
-    bool machine = false;        // what applies without `user`
+    bool machine = false;        // --machine, the default: only `user` is read
     bool user = false;
 
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }
@@ -36,8 +36,8 @@ class Tool {
     // without them.
     std::unique_ptr<Provider> OpenProvider() const;
 
-    // "contoso.vault.azure.net", or which vault else the settings of this scope name; and how the module signs in.
-    // Empty if the settings can't be read.
+    // The vault of this scope's settings, as in "contoso.vault.azure.net" or another description; how the module signs
+    // in. Empty if the settings can't be read.
     std::string VaultWords() const;
     std::string SignInWords() const;
 

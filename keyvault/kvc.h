@@ -82,8 +82,8 @@ struct KVCCallEnder {
 // Owns a call.
 using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
 
-// Gets a valid token for a call (not NULL). Ready: its tokenType, accessToken and kvname are current. Failures are
-// logged. Returns at once while the client's token is less than an hour old, else blocks for a sign-in. If several
+// Gets a valid token for a call (not NULL). Ready: its tokenType, accessToken, host and kvname are current. Failures
+// are logged. Returns at once while the client's token is less than an hour old, else blocks for a sign-in. If several
 // threads find it expired, one signs in and the others share the outcome.
 KVCLogOnResult KVCLogOn(KVC* call);
 

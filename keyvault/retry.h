@@ -4,7 +4,8 @@
 #include "keyvault/rest_call.h"
 #include "support/log.h"
 
-// A status worth a retry. The waits of a request are 1, 2, 4, 8... seconds, at most 64.
+// A status worth a retry. The waits of a request are 1, 2, 4, 8... seconds, at most 64; the last wait is followed by no
+// request.
 struct RetryStatus {
     DWORD status;         // 0 in an unused row
     DWORD longestWaitMs;  // the status is final after this wait

@@ -71,7 +71,7 @@ class SettingsTransaction {
   public:
     explicit SettingsTransaction(HKEY hive) : transaction_(CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr))
     {
-        // Some compatible runtimes return an invalid handle, and end the process when it is used.
+        // Wine returns an invalid handle other than INVALID_HANDLE_VALUE, and ends the process when it is used.
         DWORD flags = 0;
         if (transaction_ != INVALID_HANDLE_VALUE && GetHandleInformation(transaction_, &flags))
             error_ = RegOpenKeyTransactedW(hive, kSettingsKey, 0, KEY_SET_VALUE, &key_, transaction_, nullptr);

@@ -6,7 +6,7 @@
 
 namespace vaultsim {
 
-// What kind of key a request asks for: one for a key, or the policy of a certificate.
+// The kind of key that a request for a key, or a certificate's policy, asks for.
 struct KeyKind {
     bool rsa = true;
     bool hardware = false;

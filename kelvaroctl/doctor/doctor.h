@@ -81,7 +81,7 @@ struct Facts {
 struct Check {
     const char* id;  // stable, for programs
     const char* title;
-    int group;  // 1 to 18, as in the documentation
+    int group;  // 6 to 12 lead to the vault, 15 and more sign or write
     DWORD limitMs;
     ExitCode exit;      // of a failure
     const char* needs;  // the id of a check that must not be broken, or NULL

@@ -9,8 +9,8 @@ inline DWORD NumberOfWord(const std::string& word)
     return static_cast<DWORD>(std::stoul(word, nullptr, 0));
 }
 
-// A value as tests/data writes it: 'text', the numbers 1,0x2, the bytes x00FF or x00*300, the pattern p20, the private
-// key blob2048 with or without another magic as in blob2048:0x33415352, or - for none. + joins bytes.
+// A value as tests/data writes it: 'text', the numbers 1,0x2, the bytes x00FF or x00*300, the letters n*65, the pattern
+// p20, the private key blob2048 with or without another magic as in blob2048:0x33415352, or - for none. + joins bytes.
 inline Bytes BytesOfWord(const std::string& word)
 {
     Bytes bytes;
