@@ -1,6 +1,7 @@
 // Calls of the platform that fail by the same numbers as allocations. CMakeLists.txt wraps the names in quotes.
 #include <errno.h>
 
+#include <type_traits>
 #include <utility>
 
 #include "platform/platform.h"
@@ -16,12 +17,16 @@ template <typename Result, typename... Parameters, Result (&real)(Parameters...)
 struct Failing<Result(Parameters...), real, result> {
     static Result Call(Parameters... parameters)
     {
-        if (inPlatform || !AllocFaultDue()) {
+        const bool fails = !inPlatform && AllocFaultDue();
+        Result value{};
+        // A store that fails to close is closed all the same.
+        if (!fails || std::is_same_v<Result(Parameters...), decltype(CertCloseStore)>) {
             const bool outer = std::exchange(inPlatform, true);
-            const Result value = real(parameters...);
+            value = real(parameters...);
             inPlatform = outer;
-            return value;
         }
+        if (!fails)
+            return value;
         SetLastError(ERROR_ACCESS_DENIED);
         return (Result)result;  // a number or a pointer
     }
