@@ -1,11 +1,16 @@
 // What ended.sh interrupts, and the look at what is left. No network.
-//   stress_ended prepare   a root with an old secret under protection and a new one in clear
-//   stress_ended work      moves the secret, stores a certificate, notes it down; writes a log
-//   stress_ended check     nothing is damaged, and the secret is the new one
-//   stress_ended done      and all that `work` does is there
+//   stress_ended prepare KIND  a root with a secret in clear; KIND "moved": and another under protection since before;
+//                              "fresh": without a master key
+//   stress_ended work          moves the secrets, changes settings of both hives, adds, binds and removes certificates,
+//                              and writes a log over midnight
+//   stress_ended check         nothing is damaged, each setting has its old or its new value, and the secrets are there
+//   stress_ended done          and all that `work` does is there
+//   stress_ended whole         nothing is damaged, and of the changed settings all or none are new, as an import leaves
+//   them stress_ended imported      and all are new
 #include <iostream>
 #include <vector>
 
+#include "certsync/certificate_store.h"
 #include "certsync/vault_to_machine.h"
 #include "provider/provider.h"
 #include "stress/host.h"
@@ -13,72 +18,153 @@
 #include "support/settings.h"
 #include "support/text.h"
 #include "tests/common/sample_certificate.h"
+#include "tests/common/test_clock.h"
 
 using namespace stress;
 
 namespace {
 
+const HKEY kHives[] = {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
+constexpr int kChanged = 9;  // settings of each hive that `work` changes; the first three are imported too
+constexpr const char* kImported[] = {"ClientId", "ClientCertID", "EventLog"};
+constexpr int kUntouched = 60;  // settings of the machine beside them
 constexpr WCHAR kHash[] = TEXT("0123456789ABCDEF0123456789ABCDEF01234567,");
-std::string Text(const WCHAR* name)
+
+std::string Text(HKEY hive, const std::string& name)
 {
     WCHAR text[4096];
-    SettingsReadText(HKEY_LOCAL_MACHINE, name, text, sizeof(text));
+    SettingsReadText(hive, Wide(name).c_str(), text, sizeof(text));
     return Narrow(text);
 }
 
-void Write(const WCHAR* name, const WCHAR* text)
+void Write(HKEY hive, const std::string& name, const std::string& text)
 {
-    SettingsWriteText(HKEY_LOCAL_MACHINE, name, text);
+    SettingsWriteText(hive, Wide(name).c_str(), Wide(text).c_str());
 }
 
-// The secret that an open finds.
+std::string Changed(int number)
+{
+    return number < 3 ? kImported[number] : "Changed" + std::to_string(number);
+}
+
+void WriteChanged(const char* text)
+{
+    for (const HKEY hive : kHives) {
+        for (int i = 0; i < kChanged; ++i)
+            Write(hive, Changed(i), text);
+    }
+}
+
+// The secrets that an open finds, of the machine and of the user.
 std::string OpenOnce()
 {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = FunctionTable();
     NCRYPT_PROV_HANDLE provider = 0;
     Require(table->OpenProvider(&provider, TEXT("provider"), 0) == 0, "no provider");
-    const KVCClient* const client = ProviderFromHandle(provider)->machineKvc;
-    const std::string secret = Narrow(KVCText(client->clientSecret));
+    const KSP_PROVIDER* const opened = ProviderFromHandle(provider);
+    const std::string secrets =
+        Narrow(KVCText(opened->machineKvc->clientSecret)) + " " + Narrow(KVCText(opened->userKvc->clientSecret));
     table->FreeProvider(provider);
-    return secret;
+    return secrets;
 }
 
-void Prepare()
+void WriteSecrets(const std::string& text)
 {
-    HKEY key = nullptr;
-    Require(RegCreateKeyExW(HKEY_LOCAL_MACHINE, TEXT("Software\\Zandrel\\Kelvaro"), 0, nullptr, 0, KEY_WRITE, nullptr,
-                            &key, nullptr) == 0,
-            "no settings");
-    RegCloseKey(key);
-    Write(TEXT("KeyVault"), TEXT("vault"));
-    Write(TEXT("TenantId"), TEXT("tenant"));
-    Write(TEXT("ClientSecret"), TEXT("old"));
-    Require(OpenOnce() == "old" && Text(TEXT("ClientSecret")).empty(), "the old secret isn't moved");
-    Write(TEXT("ClientSecret"), TEXT("new"));
-    SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("LoggingLevel"), 8);
+    for (const HKEY hive : kHives)
+        Write(hive, "ClientSecret", text);
+}
+
+void Prepare(bool moved)
+{
+    for (const HKEY hive : kHives) {
+        HKEY key = nullptr;
+        Require(RegCreateKeyExW(hive, TEXT("Software\\Zandrel\\Kelvaro"), 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                                nullptr) == 0,
+                "no settings");
+        RegCloseKey(key);
+        Write(hive, "KeyVault", "vault");
+        Write(hive, "TenantId", "tenant");
+    }
+    for (int i = 0; i < kUntouched; ++i)
+        Write(HKEY_LOCAL_MACHINE, "Untouched" + std::to_string(i), "as it was");
+    WriteChanged("old");
+    if (moved) {
+        WriteSecrets("old");
+        Require(OpenOnce() == "old old" && Text(HKEY_LOCAL_MACHINE, "ClientSecret").empty(), "no secret is moved");
+    }
+    WriteSecrets("new");
+    SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("LoggingLevel"), 4);
+}
+
+// Binds the certificate to the name, first adding it if it is missing.
+void StoreCertificate(const WCHAR* name)
+{
+    std::vector<BYTE> der(1000);
+    DWORD size = static_cast<DWORD>(der.size());
+    Require(BldBinFromBase64(Wide(kSampleCertificate).c_str(), der.data(), &size), "no certificate");
+    KVCPropogateCertificateFromKeyVault(name, size, der.data());
+}
+
+void RemoveCertificates()
+{
+    const HCERTSTORE store = OpenPersonalStore(true, StoreAccess::Write);
+    PCCERT_CONTEXT first = nullptr;
+    while (store && (first = CertEnumCertificatesInStore(store, nullptr)) != nullptr &&
+           CertDeleteCertificateFromStore(first)) {
+    }
+    if (store)
+        CertCloseStore(store, 0);
 }
 
 void Work()
 {
+    TestClock clock;
+    clock.Set(1700000000);
     OpenOnce();
-    std::vector<BYTE> der(1000);
-    DWORD size = static_cast<DWORD>(der.size());
-    Require(BldBinFromBase64(Wide(kSampleCertificate).c_str(), der.data(), &size), "no certificate");
-    KVCPropogateCertificateFromKeyVault(TEXT("web"), size, der.data());
-    Write(TEXT("CertSync"), kHash);
+    WriteChanged("new");
+    StoreCertificate(TEXT("first"));
+    StoreCertificate(TEXT("replaced"));
+    RemoveCertificates();
+    clock.Advance(24 * 3600);
+    OpenOnce();
+    StoreCertificate(TEXT("web"));
+    Write(HKEY_LOCAL_MACHINE, "CertSync", Narrow(kHash));
+}
+
+void CheckSettings(HKEY hive, bool done = false)
+{
+    Require(Text(hive, "KeyVault") == "vault" && Text(hive, "TenantId") == "tenant", "a setting is lost");
+    for (int i = 0; i < kUntouched && hive == HKEY_LOCAL_MACHINE; ++i)
+        Require(Text(hive, "Untouched" + std::to_string(i)) == "as it was", "an untouched setting is lost");
+    for (int i = 0; i < kChanged; ++i) {
+        const std::string value = Text(hive, Changed(i));
+        Require(value == "new" || (!done && value == "old"), "a setting is '" + value + "'");
+    }
+}
+
+void CheckImport(bool done)
+{
+    for (const HKEY hive : kHives) {
+        CheckSettings(hive);
+        Require(!done || Text(hive, kImported[0]) == "new", "nothing is imported");
+        for (const char* name : kImported)
+            Require(Text(hive, name) == Text(hive, kImported[0]), "a part is imported");
+    }
 }
 
 void Check(bool done)
 {
-    Require(Text(TEXT("KeyVault")) == "vault" && Text(TEXT("TenantId")) == "tenant", "a setting is lost");
-    const std::string noted = Text(TEXT("CertSync"));
-    const std::multiset<std::string> stored = StoredContainers();
+    for (const HKEY hive : kHives)
+        CheckSettings(hive, done);
+    const std::string noted = Text(HKEY_LOCAL_MACHINE, "CertSync");
     Require(noted == Narrow(kHash) || (!done && noted.empty()), "CertSync: " + noted);
-    const bool unfinished = stored.empty() || stored == std::multiset<std::string>{"unbound"};
-    Require(stored == std::multiset<std::string>{"web"} || (!done && unfinished),
-            "store: " + (stored.empty() ? "" : *stored.begin()));
-    Require(OpenOnce() == "new", "the secret is lost");
-    Require(Text(TEXT("ClientSecret")).empty(), "the secret stays in clear");
+    const std::multiset<std::string> stored = StoredContainers();
+    const std::string only = stored.empty() ? "" : *stored.begin();
+    const bool unfinished = only.empty() || only == "first" || only == "replaced" || only == "unbound";
+    Require(stored.size() <= 1 && (only == "web" || (!done && unfinished)), "store: " + only);
+    Require(OpenOnce() == "new new", "a secret is lost");
+    for (const HKEY hive : kHives)
+        Require(Text(hive, "ClientSecret").empty(), "a secret stays in clear");
 }
 
 }  // namespace
@@ -88,9 +174,11 @@ int main(int argc, char** argv)
     const std::string what = argc > 1 ? argv[1] : "";
     try {
         if (what == "prepare")
-            Prepare();
+            Prepare(argc > 2 && std::string(argv[2]) == "moved");
         else if (what == "work")
             Work();
+        else if (what == "whole" || what == "imported")
+            CheckImport(what == "imported");
         else
             Check(what == "done");
     } catch (const std::exception& error) {
