@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
-# Usage: ./stress.sh [faults|fuzz|many|kill|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
-# Default: all but long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
+# Usage: ./stress.sh [faults|fuzz|many|kill|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
+# Default: all but judges and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
 # --signatures and --loads end the long parts; without --minutes, nothing else does.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
@@ -14,7 +14,7 @@ loads=0
 chosen=
 while [ $# -gt 0 ]; do
     case $1 in
-    faults | fuzz | many | kill | long | long-windows) chosen="$chosen $1" ;;
+    faults | fuzz | many | kill | judges | long | long-windows) chosen="$chosen $1" ;;
     --minutes | --signatures | --loads)
         eval "${1#--}=\${2:?needs a number}"
         shift
@@ -82,10 +82,17 @@ try_many() {
 
 try_kill() {
     "$top/tools/packages.sh" strace
-    build stress_ended
-    "$top/stress/ended.sh" "$top/build/release/stress" >"$work/points"
+    build stress_ended kelvaroctl
+    "$top/stress/ended.sh" "$top/build/release/stress" "$top/build/release/kelvaroctl/kelvaroctl" >"$work/points"
     jq -R -s . "$work/points" >"$work/text"
     keep kill "$top/stress/kill.jq" <"$work/text"
+}
+
+try_judges() {
+    "$top/tools/packages.sh" strace
+    "$top/stress/judges.sh" "$top" >"$work/faults"
+    jq -s . "$work/faults" >"$work/list"
+    keep judges "$top/stress/judges.jq" <"$work/list"
 }
 
 try_long() {

@@ -33,8 +33,13 @@ def held($part; samples):
   (samples[] | [.seconds, .done, .residentKb, .heap, .handles, .threads] | row);
 def long: held("signatures"; .signatureSamples), held("loads"; .loadSamples);
 
+def judges:
+  (["planted", "noticed by", "seconds"] | head),
+  (.faults[] | [.fault, (if .before then "\(.part), without the fault too" elif .noticed then .part else "NOT NOTICED" end), .seconds] | row);
+
 if .faults then .faults | faults else empty end,
 if .fuzz then .fuzz | fuzz else empty end,
 if .many then .many | many else empty end,
 if .kill then .kill | kill else empty end,
-(.long, ."long-windows" | select(.) | long)
+(.long, ."long-windows" | select(.) | long),
+if .judges then .judges | judges else empty end

@@ -1,0 +1,2 @@
+# From the lines of judges.sh.
+{ok: (length > 0 and all(.[]; .noticed and (.before | not))), faults: .}
