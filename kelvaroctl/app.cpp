@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "kelvaroctl/command_line.h"
-#include "kelvaroctl/commands.h"
+#include "kelvaroctl/command.h"
 #include "kelvaroctl/interruption.h"
 #include "kelvaroctl/log_lines.h"
 #include "kelvaroctl/terminal.h"
@@ -119,18 +118,11 @@ static int Print(const Answer& answer, const Tool& tool)
     return static_cast<int>(answer.exit);
 }
 
-std::vector<Command> AllCommands()
-{
-    return {ConfigCommand(), ProviderCommand(),   AlgorithmsCommand(), KeysCommand(),    PropertiesCommand(),
-            CertsCommand(),  SignCommand(),       VerifyCommand(),     EncryptCommand(), DecryptCommand(),
-            DoctorCommand(), CompletionCommand(), ManualCommand(),     VersionCommand()};
-}
-
 static int Run(const std::vector<std::string>& arguments, Tool& tool)
 {
-    std::function<Answer(Tool&)> action;
+    Action action = nullptr;
     try {
-        action = ParseCommandLine(arguments, AllCommands(), SharedOptions(&tool));
+        action = ParseCommandLine(arguments, &tool);
     } catch (const Failure&) {
         tool.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         throw;

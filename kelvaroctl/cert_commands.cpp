@@ -27,39 +27,6 @@ const VaultKey& Compare(const Provider& provider, const StoredCertificate& certi
     }
 }
 
-Answer ListCertificates(const Tool& tool, bool check)
-{
-    const SettingsHive hive = tool.hive();
-    const std::string record = ReadRecord(hive);
-    const auto provider = check ? tool.OpenProvider() : nullptr;
-    Answer answer;
-    answer.object = {{"scope", hive.scope()}, {"certificates", Json::array()}};
-    std::vector<std::vector<std::string>> rows;
-    for (const StoredCertificate& certificate : ReadPersonalStore(hive.isMachine())) {
-        Json object = CertificateObject(certificate, record);
-        std::vector<std::string> row = CertificateRow(certificate, record);
-        if (check && certificate.IsBound()) {
-            const VaultKey& found = Compare(*provider, certificate);
-            object["vaultKey"] = found.word;
-            row.insert(row.end() - 1, found.text);
-            if (&found != &kMatches)
-                answer.exit = ExitCode::Negative;
-        } else if (check) {
-            row.insert(row.end() - 1, "-");
-        }
-        answer.object["certificates"].push_back(std::move(object));
-        rows.push_back(std::move(row));
-    }
-    answer.text = rows.empty() ? "no certificates in the " + hive.scope() + " store\n" : Columns(rows);
-    return answer;
-}
-
-struct InstallArguments {
-    std::string file;
-    std::string key;
-    bool force = false;
-};
-
 // The key's certificate, or the first one if none is.
 const Bytes& Choose(const std::vector<Bytes>& certificates, const PublicKey& key, bool* isKeys)
 {
@@ -71,57 +38,60 @@ const Bytes& Choose(const std::vector<Bytes>& certificates, const PublicKey& key
     return certificates.front();
 }
 
-Answer Install(Tool& tool, const InstallArguments& arguments)
+}  // namespace
+
+Answer ListCertificates(Tool& tool)
 {
-    const std::vector<Bytes> certificates = ReadCertificateFile(arguments.file);
-    const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
-    bool isKeys = false;
-    const Bytes& certificate = Choose(certificates, ParsePublicBlob(key.PublicBlob()), &isKeys);
-    if (!isKeys && !arguments.force) {
-        throw UsageFailure("the public key of the certificate in " + arguments.file + " is not that of '" +
-                           arguments.key + "'; --force installs it anyway");
-    }
     const SettingsHive hive = tool.hive();
-    const StoredCertificate installed = InstallCertificate(hive.isMachine(), certificate, arguments.key);
     const std::string record = ReadRecord(hive);
+    const auto provider = tool.check ? tool.OpenProvider() : nullptr;
     Answer answer;
-    answer.object = {{"scope", hive.scope()}, {"key", arguments.key}, {"publicKeyMatches", isKeys}};
-    if (!isKeys)
-        tool.Warn("the certificate's public key is not that of '" + arguments.key + "'");
-    if (installed.IsExpired())
-        tool.Warn("the certificate expired on " + installed.notAfter +
-                  ": once published, the vault will refuse to sign with its key");
-    answer.text = "installed in the " + hive.scope() + " store and bound to '" + Printable(arguments.key) +
-                  (isKeys ? "', whose public key it has\n" : "', whose public key it does not have\n");
-    AddCertificate(installed, record, &answer);
+    answer.object = {{"scope", hive.scope()}, {"certificates", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    for (const StoredCertificate& certificate : ReadPersonalStore(hive.isMachine())) {
+        Json object = CertificateObject(certificate, record);
+        std::vector<std::string> row = CertificateRow(certificate, record);
+        if (tool.check && certificate.IsBound()) {
+            const VaultKey& found = Compare(*provider, certificate);
+            object["vaultKey"] = found.word;
+            row.insert(row.end() - 1, found.text);
+            if (&found != &kMatches)
+                answer.exit = ExitCode::Negative;
+        } else if (tool.check) {
+            row.insert(row.end() - 1, "-");
+        }
+        answer.object["certificates"].push_back(std::move(object));
+        rows.push_back(std::move(row));
+    }
+    answer.text = rows.empty() ? "no certificates in the " + hive.scope() + " store\n" : Columns(rows);
     return answer;
 }
 
-}  // namespace
-
-Command CertsCommand()
+Answer InstallCertificateFile(Tool& tool)
 {
-    const auto check = std::make_shared<bool>(false);
-    const Command list = {
-        "list",
-        "the certificates of the machine's (or with --user the user's) store",
-        {{"--check", check.get(),
-          "compare each with its key in the vault, one request per certificate; exit code 1 if one doesn't match"}},
-        [check](Tool& tool) { return ListCertificates(tool, *check); }};
-    const auto to = std::make_shared<InstallArguments>();
-    const Command install = {
-        "install",
-        "install a key's certificate in the store, bound to the key",
-        {{"FILE", &to->file, "the certificate, PEM or DER; the key's own is chosen among several", nullptr, kRequired},
-         {"--key", &to->key, "the key's name", "NAME", kRequired},
-         {"--force", &to->force, "even if it has another public key"}},
-        [to](Tool& tool) { return Install(tool, *to); }};
-    return {"certs",
-            "certificates of keys, in the store and in the vault",
-            {},
-            {},
-            {list, install, PublishCommand(), RemoveCommand(), SyncCommand()}};
+    const std::vector<Bytes> certificates = ReadCertificateFile(tool.input);
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, tool.key);
+    bool isKeys = false;
+    const Bytes& certificate = Choose(certificates, ParsePublicBlob(key.PublicBlob()), &isKeys);
+    if (!isKeys && !tool.force) {
+        throw UsageFailure("the public key of the certificate in " + tool.input + " is not that of '" + tool.key +
+                           "'; --force installs it anyway");
+    }
+    const SettingsHive hive = tool.hive();
+    const StoredCertificate installed = InstallCertificate(hive.isMachine(), certificate, tool.key);
+    const std::string record = ReadRecord(hive);
+    Answer answer;
+    answer.object = {{"scope", hive.scope()}, {"key", tool.key}, {"publicKeyMatches", isKeys}};
+    if (!isKeys)
+        tool.Warn("the certificate's public key is not that of '" + tool.key + "'");
+    if (installed.IsExpired())
+        tool.Warn("the certificate expired on " + installed.notAfter +
+                  ": once published, the vault will refuse to sign with its key");
+    answer.text = "installed in the " + hive.scope() + " store and bound to '" + Printable(tool.key) +
+                  (isKeys ? "', whose public key it has\n" : "', whose public key it does not have\n");
+    AddCertificate(installed, record, &answer);
+    return answer;
 }
 
 }  // namespace kelvaroctl

@@ -1,9 +1,8 @@
-// A command as data: its name, its arguments and what it does. Only command_line.cpp knows the library that parses
-// them. Neither needs the JSON library, which is slow to compile too.
+// A command as data: its name, its arguments and what it does; and the help, manual page and completions that are made
+// of it. Only command_line.cpp knows the library that parses arguments. Neither needs the JSON library, which is slow
+// to compile too.
 #pragma once
 
-#include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
@@ -16,9 +15,51 @@ namespace kelvaroctl {
 struct Answer;
 class Tool;
 
+// What the command line gives. Each command takes a few of these.
+struct Arguments {
+    // Options that all commands share.
+    bool json = false;
+    std::string modulePath;
+    std::string via = "module";  // or "ncrypt": the platform's router
+    bool machine = false;        // --machine, the default: only `user` is read
+    bool user = false;
+
+    std::string name;  // of a key or a setting
+    std::optional<std::string> value;
+    std::string key;
+    std::string algorithm;
+    std::string padding;
+    std::string format;
+    std::string input;
+    std::string output;
+    std::string signature;
+    std::string passwordFile;
+    std::string subject;
+    std::vector<std::string> altNames;
+    std::string prefix;
+    std::string thumbprint;
+    std::vector<std::string> accounts;
+    std::string shell;
+    std::string step;
+    DWORD length = 0;   // bits
+    DWORD seconds = 0;  // for each of doctor's checks
+    bool again = false;
+    bool anyway = false;
+    bool check = false;
+    bool der = false;
+    bool details = false;
+    bool digestHex = false;
+    bool force = false;
+    bool namesOnly = false;
+    bool overwrite = false;
+    bool strict = false;
+    bool write = false;
+    bool yes = false;
+};
+
 // Receives the value of an argument. bool: a flag, which takes no value. A list: the option can be repeated.
-using ArgumentTarget =
-    std::variant<bool*, DWORD*, std::string*, std::optional<std::string>*, std::vector<std::string>*>;
+using ArgumentTarget = std::variant<bool Arguments::*, DWORD Arguments::*, std::string Arguments::*,
+                                    std::optional<std::string> Arguments::*, std::vector<std::string> Arguments::*>;
 
 constexpr bool kRequired = true;
 
@@ -33,11 +74,13 @@ struct Argument {
     std::vector<std::string> suggestions = {};  // that a shell completes, where any value is taken
 };
 
+using Action = Answer (*)(Tool& tool);
+
 struct Command {
     const char* name;
     std::string help;
     std::vector<Argument> arguments = {};
-    std::function<Answer(Tool&)> action = {};  // empty for a group of commands; owns what the arguments point to
+    Action action = nullptr;  // NULL for a group of commands
     std::vector<Command> commands = {};
     std::string footer = {};              // below the help
     std::vector<Argument> internal = {};  // options that the tool gives itself, and that no help shows
@@ -46,8 +89,9 @@ struct Command {
 bool IsOption(const Argument& argument);  // else positional
 bool IsFlag(const Argument& argument);
 
-// The options that all commands share.
-std::vector<Argument> SharedOptions(Tool* tool);
+// All commands, in the order of the help, and the options that they share.
+std::vector<Command> AllCommands();
+std::vector<Argument> SharedOptions();
 
 // The commands under their whole names, "keys list", in the order of the help; groups too.
 struct NamedCommand {
@@ -55,5 +99,13 @@ struct NamedCommand {
     const Command* command;
 };
 std::vector<NamedCommand> Flatten(const std::vector<Command>& commands);
+
+// words: the command line in UTF-8, without the program's name. Returns the command's action; NULL if the command line
+// asked for help or the version, which is printed. Throws a usage failure.
+Action ParseCommandLine(const std::vector<std::string>& words, Arguments* arguments);
+
+std::string ManualPage();
+std::string BashCompletion();
+std::string ZshCompletion();
 
 }  // namespace kelvaroctl

@@ -1,4 +1,4 @@
-// All commands of the tool.
+// What the commands do, in the order of the help; commands.cpp has their names and arguments.
 #pragma once
 
 #include "kelvaroctl/command.h"
@@ -6,33 +6,39 @@
 
 namespace kelvaroctl {
 
-Command ConfigCommand();
-Command ProviderCommand();
-Command AlgorithmsCommand();
-Command KeysCommand();
-Command PropertiesCommand();
-Command CertsCommand();
-Command SignCommand();
-Command VerifyCommand();
-Command EncryptCommand();
-Command DecryptCommand();
-Command DoctorCommand();
-Command VersionCommand();
-Command CompletionCommand();
-Command ManualCommand();
+Answer ShowConfig(Tool& tool);
+Answer GetSetting(Tool& tool);
+Answer SetSetting(Tool& tool);
+Answer ProtectConfig(Tool& tool);
+Answer UnsetSetting(Tool& tool);
+Answer ImportConfig(Tool& tool);
 
-// The commands above, in the order of the help.
-std::vector<Command> AllCommands();
+Answer ShowProvider(Tool& tool);
+Answer ListAlgorithms(Tool& tool);
 
-// Members of "keys".
-Command RequestCommand();
-Command CreateCommand();
-Command DeleteCommand();
-Command ImportCommand();
+Answer ListKeys(Tool& tool);
+Answer ShowKey(Tool& tool);
+Answer ExportKey(Tool& tool);
+Answer RequestCertificate(Tool& tool);
+Answer CreateKey(Tool& tool);
+Answer DeleteKey(Tool& tool);
+Answer ImportKey(Tool& tool);
+Answer ShowProperties(Tool& tool);
 
-// Members of "certs".
-Command PublishCommand();
-Command SyncCommand();
-Command RemoveCommand();
+Answer ListCertificates(Tool& tool);
+Answer InstallCertificateFile(Tool& tool);
+Answer PublishCertificate(Tool& tool);
+Answer RemoveStoredCertificate(Tool& tool);
+Answer SyncCertificates(Tool& tool);
+
+Answer SignFile(Tool& tool);
+Answer VerifyFile(Tool& tool);
+Answer EncryptFile(Tool& tool);
+Answer DecryptFile(Tool& tool);
+
+Answer RunDoctor(Tool& tool);
+Answer PrintCompletion(Tool& tool);
+Answer PrintManual(Tool& tool);
+Answer ShowVersion(Tool& tool);
 
 }  // namespace kelvaroctl

@@ -1,5 +1,4 @@
-#include "kelvaroctl/commands.h"
-#include "kelvaroctl/shell_texts.h"
+#include "kelvaroctl/command.h"
 
 namespace kelvaroctl {
 
@@ -128,14 +127,14 @@ std::string CommandCase(const Shell& shell, const std::string& name, const Comma
     return "    \"" + name + ":\"*) " + shell.assign(candidates) + (takesFile ? "; files=1" : "") + " ;;\n";
 }
 
-std::string Script(const Shell& shell, const std::vector<Command>& commands, const std::vector<Argument>& shared)
+std::string Script(const Shell& shell)
 {
-    Command program = {"", ""};
-    program.commands = commands;
+    const std::vector<Argument> shared = SharedOptions();
+    const Command program = {"", "", {}, nullptr, AllCommands()};
     std::string walk;
     std::string values = ValueCases(shell, "*", shared);
     std::string members = CommandCase(shell, "", program, shared);
-    for (const NamedCommand& named : Flatten(commands)) {
+    for (const NamedCommand& named : Flatten(program.commands)) {
         const size_t blank = named.name.find(' ');
         walk += (walk.empty() ? "" : " | ") +
                 (blank == std::string::npos ? Pattern("", " ", named.name) : "\"" + named.name + "\"");
@@ -147,14 +146,14 @@ std::string Script(const Shell& shell, const std::vector<Command>& commands, con
 
 }  // namespace
 
-std::string BashCompletion(const std::vector<Command>& commands, const std::vector<Argument>& shared)
+std::string BashCompletion()
 {
-    return Script(kBash, commands, shared);
+    return Script(kBash);
 }
 
-std::string ZshCompletion(const std::vector<Command>& commands, const std::vector<Argument>& shared)
+std::string ZshCompletion()
 {
-    return Script(kZsh, commands, shared);
+    return Script(kZsh);
 }
 
 }  // namespace kelvaroctl

@@ -35,7 +35,7 @@ static void ReportAccess(Answer* answer)
     }
 }
 
-static Answer ShowConfig(const Tool& tool)
+Answer ShowConfig(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
     Answer answer;
@@ -52,11 +52,11 @@ static Answer ShowConfig(const Tool& tool)
     return answer;
 }
 
-static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts)
+Answer ProtectConfig(Tool& tool)
 {
     if (tool.user)
         throw UsageFailure("only the user can read the user's settings; 'config protect' is for the machine's");
-    ProtectSettings(accounts);
+    ProtectSettings(tool.accounts);
     const SettingsAccess access = ReadSettingsAccess();
     if (access.open)
         tool.Warn("ordinary users can still read the settings: one of the accounts given is a group of all users");
@@ -69,25 +69,15 @@ static Answer ProtectConfig(Tool& tool, const std::vector<std::string>& accounts
 }
 
 // Whoever can read the machine's secret here can decrypt it.
-static void CheckAccess(Tool& tool, bool anyway)
+static void CheckAccess(Tool& tool)
 {
     if (!ReadSettingsAccess().open)
         return;
     const std::string problem = "ordinary users can read the settings in " + SettingsPlace(HKEY_LOCAL_MACHINE) +
                                 ", and so recover the secret: run 'kelvaroctl config protect' first";
-    if (!anyway)
+    if (!tool.anyway)
         throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret all the same");
     tool.Warn(problem);
-}
-
-static std::vector<std::string> SettingNames()
-{
-    std::vector<std::string> names;
-    for (const Setting* row = kSettings; row->name; ++row) {
-        if (!IsState(*row))
-            names.emplace_back(row->name);
-    }
-    return names;
 }
 
 // The setting of that name, if the user can read or set it in that hive.
@@ -105,10 +95,10 @@ static const Setting& SettingFor(const std::string& name, const SettingsHive& hi
 }
 
 // What the module takes: the value alone, for programs.
-static Answer GetSetting(const Tool& tool, const std::string& name)
+Answer GetSetting(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
-    const Setting& setting = SettingFor(name, hive);
+    const Setting& setting = SettingFor(tool.name, hive);
     const Json member = ReportSettings(hive).settings[setting.name];
     const Json& value = member.contains("state") ? member["state"] : member["value"];
     Answer answer;
@@ -174,10 +164,10 @@ static std::string WhenItCounts(const Setting& setting)
     }
 }
 
-static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting, bool anyway)
+static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& setting)
 {
     if (hive.isMachine())
-        CheckAccess(tool, anyway);
+        CheckAccess(tool);
     WriteText(tool, hive, setting, ReadSecretLine("Client secret: "));
     Answer answer;
     answer.object = HiveObject(hive);
@@ -198,31 +188,31 @@ static void WarnOfLogFolder(Tool& tool)
                   std::string("choose one that only administrators can change"));
 }
 
-static Answer SetSetting(Tool& tool, const std::string& name, const std::optional<std::string>& value, bool anyway)
+Answer SetSetting(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
-    const Setting& setting = SettingFor(name, hive);
+    const Setting& setting = SettingFor(tool.name, hive);
     if (setting.kind == SettingKind::Secret) {
-        if (value) {
+        if (tool.value) {
             throw UsageFailure(
                 "ClientSecret cannot be an argument, which other users and the shell's history would "
                 "see: leave it out and type it when asked, or pipe it to standard input");
         }
-        return SetSecret(tool, hive, setting, anyway);
+        return SetSecret(tool, hive, setting);
     }
-    if (!value)
+    if (!tool.value)
         throw UsageFailure(std::string("missing value for ") + setting.name);
     Answer answer;
     answer.object = HiveObject(hive);
     answer.object["name"] = setting.name;
     if (IsText(setting)) {
-        const std::string text = ShortForm(setting, *value);
+        const std::string text = ShortForm(setting, *tool.value);
         WriteText(tool, hive, setting, text);
         answer.object["value"] = text;
         if (setting.name == std::string_view("LogfilePath"))
             WarnOfLogFolder(tool);
     } else {
-        const std::optional<DWORD> number = ParseNumber(*value);
+        const std::optional<DWORD> number = ParseNumber(*tool.value);
         RefuseProblem(setting, number ? NumberProblem(setting, *number) : NumberProblem(setting, 0xFFFFFFFF));
         hive.Write(setting.name, NumberValue(*number));
         answer.object["value"] = *number;
@@ -231,10 +221,10 @@ static Answer SetSetting(Tool& tool, const std::string& name, const std::optiona
     return answer;
 }
 
-static Answer UnsetSetting(const Tool& tool, const std::string& name)
+Answer UnsetSetting(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
-    const Setting& setting = SettingFor(name, hive);
+    const Setting& setting = SettingFor(tool.name, hive);
     bool removed = hive.Remove(setting.name);
     // The secret has two forms.
     if (setting.kind == SettingKind::Secret && hive.Remove("ClientDPAPISecret"))
@@ -275,19 +265,19 @@ static void WarnOfSecrets(Tool& tool, const std::vector<SettingChange>& secrets)
         ProtectSecret(tool);
 }
 
-static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
+Answer ImportConfig(Tool& tool)
 {
     std::vector<SettingChange> changes;
     try {
-        const Bytes content = ReadInput(fileName, kLargestImport);
+        const Bytes content = ReadInput(tool.input, kLargestImport);
         changes = CheckImport({reinterpret_cast<const char*>(content.data()), content.size()});
     } catch (const Failure& failure) {
-        throw Failure(failure.exit(), failure.code(), fileName + ": " + failure.what() + "; nothing was imported");
+        throw Failure(failure.exit(), failure.code(), tool.input + ": " + failure.what() + "; nothing was imported");
     }
     const std::vector<SettingChange> secrets = SecretsOf(changes);
     if (std::any_of(secrets.begin(), secrets.end(),
                     [](const SettingChange& change) { return change.hive == HKEY_LOCAL_MACHINE; }))
-        CheckAccess(tool, anyway);
+        CheckAccess(tool);
     ApplyChanges(changes);
     WarnOfSecrets(tool, secrets);
     Answer answer;
@@ -301,63 +291,6 @@ static Answer ImportConfig(Tool& tool, const std::string& fileName, bool anyway)
     }
     answer.text += std::to_string(changes.size()) + " values imported\n";
     return answer;
-}
-
-static std::string SettingsFooter()
-{
-    std::vector<std::vector<std::string>> rows;
-    for (const Setting* setting = kSettings; setting->name; ++setting) {
-        if (!IsState(*setting))
-            rows.push_back({setting->name, setting->summary});
-    }
-    return "Settings:\n" + Columns(rows, 2) + "ClientSecret takes no value: it is asked for without echo, " +
-           "or read as one line from standard input.";
-}
-
-namespace {
-struct ConfigArguments {
-    std::string name;
-    std::optional<std::string> value;
-    std::string file;
-    bool anyway = false;
-    std::vector<std::string> accounts;
-};
-}  // namespace
-
-Command ConfigCommand()
-{
-    const auto from = std::make_shared<ConfigArguments>();
-    const Argument name = {"NAME", &from->name, "the setting's name", nullptr, kRequired, {}, 0, SettingNames()};
-    return {"config",
-            "the provider's settings",
-            {},
-            {},
-            {{"show", "show all settings; secrets are never shown", {}, ShowConfig},
-             {"get",
-              "print the value of one setting, or its default",
-              {name},
-              [from](Tool& tool) { return GetSetting(tool, from->name); }},
-             {"set",
-              "set one setting",
-              {name,
-               {"VALUE", &from->value, "its value; not for ClientSecret"},
-               {"--anyway", &from->anyway, "set a secret even though ordinary users can read the settings"}},
-              [from](Tool& tool) { return SetSetting(tool, from->name, from->value, from->anyway); }},
-             {"protect",
-              "let only administrators, and accounts that you allow, read the machine's settings",
-              {{"--allow", &from->accounts,
-                "an account or group that can read them too; can be repeated (Linux: one group)", "ACCOUNT"}},
-              [from](Tool& tool) { return ProtectConfig(tool, from->accounts); }},
-             {"unset",
-              "remove one setting, so that its default applies",
-              {name},
-              [from](Tool& tool) { return UnsetSetting(tool, from->name); }},
-             {"import",
-              "import settings from an export of the registry editor, all or none",
-              {{"FILE", &from->file, "the exported text, UTF-8 or UTF-16", nullptr, kRequired},
-               {"--anyway", &from->anyway, "import a secret even though ordinary users can read the settings"}},
-              [from](Tool& tool) { return ImportConfig(tool, from->file, from->anyway); }}},
-            SettingsFooter()};
 }
 
 }  // namespace kelvaroctl

@@ -18,13 +18,6 @@ constexpr PaddingRow kPaddings[] = {
     {"pkcs1", NCRYPT_PAD_PKCS1_FLAG, 11},
     {"oaep", NCRYPT_PAD_OAEP_FLAG, 42},
 };
-
-struct EncryptArguments {
-    std::string key;
-    std::string padding;
-    std::string input;
-    std::string output;
-};
 }  // namespace
 
 // Bytes of the modulus. Throws a usage failure if the key is not RSA.
@@ -36,16 +29,16 @@ static size_t ModulusSize(const Key& key)
     return publicKey.modulus.size();
 }
 
-static Answer Crypt(const Tool& tool, const EncryptArguments& arguments, Operation operation)
+static Answer Crypt(const Tool& tool, Operation operation)
 {
     const bool encrypts = operation == Operation::Encrypt;
-    const PaddingRow& padding = kPaddings[arguments.padding == kPaddings[0].name ? 0 : 1];
-    const Bytes input = ReadInput(arguments.input, kLargestInput);
-    OutputFile file(arguments.output, arguments.input, encrypts ? Readers::Everyone : Readers::OwnerOnly);
+    const PaddingRow& padding = kPaddings[tool.padding == kPaddings[0].name ? 0 : 1];
+    const Bytes input = ReadInput(tool.input, kLargestInput);
+    OutputFile file(tool.output, tool.input, encrypts ? Readers::Everyone : Readers::OwnerOnly);
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
+    const Key key(*provider, tool.key);
     const size_t modulus = ModulusSize(key);
-    const std::string has = arguments.input + " has " + std::to_string(input.size()) + " bytes; ";
+    const std::string has = tool.input + " has " + std::to_string(input.size()) + " bytes; ";
     if (encrypts && (input.empty() || input.size() + padding.overhead > modulus)) {
         throw UsageFailure(has + "this key encrypts 1 to " + std::to_string(modulus - padding.overhead) + " with " +
                            padding.name);
@@ -55,32 +48,19 @@ static Answer Crypt(const Tool& tool, const EncryptArguments& arguments, Operati
     const Bytes output = key.Crypt(operation, input, modulus, padding.flag);
     file.Write(output);
     Answer answer;
-    answer.object = {
-        {"key", arguments.key}, {"padding", arguments.padding}, {"file", arguments.output}, {"bytes", output.size()}};
-    answer.text = std::to_string(output.size()) + " bytes written to " + arguments.output + "\n";
+    answer.object = {{"key", tool.key}, {"padding", tool.padding}, {"file", tool.output}, {"bytes", output.size()}};
+    answer.text = std::to_string(output.size()) + " bytes written to " + tool.output + "\n";
     return answer;
 }
 
-static Command CryptCommand(const char* name, const char* help, Operation operation)
+Answer EncryptFile(Tool& tool)
 {
-    const auto to = std::make_shared<EncryptArguments>();
-    return {name,
-            help,
-            {{"--key", &to->key, "the key's name", "NAME", kRequired},
-             {"--padding", &to->padding, "pkcs1, or oaep with SHA-1", nullptr, kRequired, {"pkcs1", "oaep"}},
-             {"--in", &to->input, "the file to read", "FILE", kRequired},
-             {"--out", &to->output, "the file to write", "FILE", kRequired}},
-            [to, operation](Tool& tool) { return Crypt(tool, *to, operation); }};
+    return Crypt(tool, Operation::Encrypt);
 }
 
-Command EncryptCommand()
+Answer DecryptFile(Tool& tool)
 {
-    return CryptCommand("encrypt", "encrypt a small file with an RSA key", Operation::Encrypt);
-}
-
-Command DecryptCommand()
-{
-    return CryptCommand("decrypt", "decrypt a small file; only the owner can read the result", Operation::Decrypt);
+    return Crypt(tool, Operation::Decrypt);
 }
 
 }  // namespace kelvaroctl

@@ -8,18 +8,7 @@
 
 namespace kelvaroctl {
 
-static const char kWhatItDoes[] =
-    "Nothing is uploaded: the key in the file is checked, held encrypted in this process only, and gone when the "
-    "command "
-    "ends. With --name the vault creates a different key of the same length.";
-
 namespace {
-struct ImportArguments {
-    std::string file;
-    std::string name;
-    std::string passwordFile;
-};
-
 // Wiped by the destructor.
 class WipedFile {
   public:
@@ -47,11 +36,11 @@ static SecretString FirstLine(const std::string& name)
     return text;
 }
 
-static SecretString Password(const ImportArguments& arguments, const KeyFile& file)
+static SecretString Password(const Arguments& arguments, const KeyFile& file)
 {
     if (!arguments.passwordFile.empty())
         return FirstLine(arguments.passwordFile);
-    return file.encrypted ? ReadSecretLine("Password of " + arguments.file + ": ") : SecretString();
+    return file.encrypted ? ReadSecretLine("Password of " + arguments.input + ": ") : SecretString();
 }
 
 // The provider chooses the scope by the kind of file.
@@ -75,47 +64,33 @@ static void CheckNameIsFree(const Provider& provider, const std::string& name)
     }
 }
 
-static Answer ImportKey(const Tool& tool, const ImportArguments& arguments)
+Answer ImportKey(Tool& tool)
 {
-    const WipedFile file(arguments.file);
-    const bool named = !arguments.name.empty();
+    const WipedFile file(tool.input);
+    const bool named = !tool.name.empty();
     if (named)
         CheckScope(tool, *file);
-    const SecretString password = Password(arguments, *file);
+    const SecretString password = Password(tool, *file);
     const auto provider = tool.OpenProvider();
     if (named)
-        CheckNameIsFree(*provider, arguments.name);
-    Key key = Key::Import(*provider, arguments.file, file->blobType, file->content, arguments.name, password);
+        CheckNameIsFree(*provider, tool.name);
+    Key key = Key::Import(*provider, tool.input, file->blobType, file->content, tool.name, password);
     const DWORD bits = key.NumberProperty(NCRYPT_LENGTH_PROPERTY);
     Answer answer;
     answer.object = {
-        {"file", arguments.file}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
-    answer.text = Printable(arguments.file) + " holds an RSA key of " + std::to_string(bits) +
+        {"file", tool.input}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
+    answer.text = Printable(tool.input) + " holds an RSA key of " + std::to_string(bits) +
                   " bits, which is valid. It was held encrypted in this process only and never sent.\n";
     if (named) {
         key.Finalize();
         const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-        answer.object["name"] = arguments.name;
+        answer.object["name"] = tool.name;
         answer.object["scope"] = tool.hive().scope();
         answer.object["fingerprint"] = Fingerprint(publicKey);
-        answer.text += "The vault has created a different key, '" + Printable(arguments.name) +
-                       "': " + Describe(publicKey) + ", SHA-256 " + Fingerprint(publicKey) + "\n";
+        answer.text += "The vault has created a different key, '" + Printable(tool.name) + "': " + Describe(publicKey) +
+                       ", SHA-256 " + Fingerprint(publicKey) + "\n";
     }
     return answer;
-}
-
-Command ImportCommand()
-{
-    const auto to = std::make_shared<ImportArguments>();
-    return {"import",
-            "check a private RSA key file; nothing is uploaded",
-            {{"FILE", &to->file, "PKCS#8 in PEM or DER, or a private RSA blob of CNG", nullptr, kRequired},
-             {"--name", &to->name, "also have the vault create a new key of this name"},
-             {"--password-file", &to->passwordFile,
-              "a file with the password in its first line; default: asked for, or read from standard input", "F"}},
-            [to](Tool& tool) { return ImportKey(tool, *to); },
-            {},
-            kWhatItDoes};
 }
 
 }  // namespace kelvaroctl

@@ -10,12 +10,6 @@ namespace kelvaroctl {
 static const char kPemLabel[] = "PUBLIC KEY";
 
 namespace {
-struct ListArguments {
-    bool details = false;
-    bool names = false;
-    std::string prefix;
-};
-
 using Row = std::vector<std::string>;
 
 // The list as far as it has been read.
@@ -54,13 +48,13 @@ static void AddDetails(const Provider& provider, Json* object, Row* row)
 }
 
 // The keys whose names begin with the prefix; only they are read, and none for their names alone.
-static void ListSome(const Provider& provider, const ListArguments& arguments, ProgressLine* progress, KeyList* list)
+static void ListSome(const Provider& provider, const Arguments& arguments, ProgressLine* progress, KeyList* list)
 {
     for (const std::string& name : provider.KeyNames()) {
         if (name.compare(0, arguments.prefix.size(), arguments.prefix) != 0)
             continue;
-        const std::string algorithm = arguments.names ? "" : Key(provider, name).AlgorithmName();
-        list->Add(name, arguments.names ? nullptr : &algorithm);
+        const std::string algorithm = arguments.namesOnly ? "" : Key(provider, name).AlgorithmName();
+        list->Add(name, arguments.namesOnly ? nullptr : &algorithm);
         progress->Show(std::to_string(list->rows.size()) + " keys listed");
     }
 }
@@ -83,30 +77,30 @@ static void CheckComplete(const Tool& tool)
     }
 }
 
-static void FillList(const Tool& tool, const ListArguments& arguments, KeyList* list)
+static void FillList(const Tool& tool, KeyList* list)
 {
     const auto provider = tool.OpenProvider();
     ProgressLine progress;
     // The first key comes after the whole vault has been listed.
     progress.Show("listing the vault");
-    if (arguments.names || !arguments.prefix.empty())
-        ListSome(*provider, arguments, &progress, list);
+    if (tool.namesOnly || !tool.prefix.empty())
+        ListSome(*provider, tool, &progress, list);
     else
         ListAll(*provider, &progress, list);
     CheckComplete(tool);
-    for (size_t index = 0; arguments.details && index < list->rows.size(); ++index) {
+    for (size_t index = 0; tool.details && index < list->rows.size(); ++index) {
         AddDetails(*provider, &list->keys[index], &list->rows[index]);
         progress.Show(std::to_string(index + 1) + " of " + std::to_string(list->rows.size()) + " keys read");
     }
 }
 
-static Answer ListKeys(const Tool& tool, const ListArguments& arguments)
+Answer ListKeys(Tool& tool)
 {
-    if (arguments.names && arguments.details)
+    if (tool.namesOnly && tool.details)
         throw UsageFailure("--details reads every key, and --names none: choose one");
     KeyList list;
     try {
-        FillList(tool, arguments, &list);
+        FillList(tool, &list);
     } catch (Failure& failure) {
         failure.partial = std::make_shared<Json>(Json{{"keys", list.keys}});
         failure.partialText = Columns(list.rows);
@@ -129,20 +123,20 @@ static std::optional<PublicKey> PublicKeyOf(const Key& key, std::string* problem
     }
 }
 
-static Answer ShowKey(Tool& tool, const std::string& name)
+Answer ShowKey(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, name);
+    const Key key(*provider, tool.name);
     const Json properties = KeyProperties(key);
     Answer answer;
-    answer.object = {{"name", name}, {"scope", tool.hive().scope()}, {"algorithm", key.AlgorithmName()}};
-    std::vector<std::vector<std::string>> rows = {{"name", Printable(name)}};
+    answer.object = {{"name", tool.name}, {"scope", tool.hive().scope()}, {"algorithm", key.AlgorithmName()}};
+    std::vector<std::vector<std::string>> rows = {{"name", Printable(tool.name)}};
     std::string problem;
     std::string pem;
     if (const auto publicKey = PublicKeyOf(key, &problem)) {
         pem = PemText(SubjectPublicKeyInfo(*publicKey), kPemLabel);
         AddFacts(*publicKey, &answer.object);
-        answer.object["publicKey"] = {{"pem", pem}, {"jwk", JsonWebKey(*publicKey, name)}};
+        answer.object["publicKey"] = {{"pem", pem}, {"jwk", JsonWebKey(*publicKey, tool.name)}};
         rows.push_back({"key", Describe(*publicKey)});
         rows.push_back({"fingerprint", "SHA-256 " + Fingerprint(*publicKey)});
     } else {
@@ -159,45 +153,37 @@ static Answer ShowKey(Tool& tool, const std::string& name)
     return answer;
 }
 
-static Answer ShowProperties(const Tool& tool, const std::string& name)
+Answer ShowProperties(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, name);
+    const Key key(*provider, tool.name);
     Answer answer;
-    answer.object = {{"name", name}, {"properties", KeyProperties(key)}};
+    answer.object = {{"name", tool.name}, {"properties", KeyProperties(key)}};
     answer.text = PropertyColumns(answer.object["properties"], 0);
     return answer;
 }
-
-namespace {
-struct ExportArguments {
-    std::string name;
-    std::string format;
-    std::string file;
-};
-}  // namespace
 
 static Bytes BytesOf(const std::string& text)
 {
     return Bytes(text.begin(), text.end());
 }
 
-static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
+Answer ExportKey(Tool& tool)
 {
-    const bool binary = arguments.format == "cng";
-    if (binary && arguments.file.empty() && !tool.json)
+    const bool binary = tool.format == "cng";
+    if (binary && tool.output.empty() && !tool.json)
         throw UsageFailure("the cng format is binary: name a file with --out");
-    OutputFile output(arguments.file, "");
+    OutputFile output(tool.output, "");
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.name);
+    const Key key(*provider, tool.name);
     const Bytes blob = key.PublicBlob();
     Answer answer;
-    answer.object = {{"name", arguments.name}, {"format", arguments.format}};
+    answer.object = {{"name", tool.name}, {"format", tool.format}};
     Bytes content = blob;
     if (binary) {
         answer.object["base64"] = Base64(blob);
-    } else if (arguments.format == "jwk") {
-        const Json jwk = JsonWebKey(ParsePublicBlob(blob), arguments.name);
+    } else if (tool.format == "jwk") {
+        const Json jwk = JsonWebKey(ParsePublicBlob(blob), tool.name);
         answer.object["jwk"] = jwk;
         answer.text = jwk.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
         content = BytesOf(answer.text);
@@ -206,64 +192,12 @@ static Answer ExportKey(const Tool& tool, const ExportArguments& arguments)
         answer.object["pem"] = answer.text;
         content = BytesOf(answer.text);
     }
-    if (!arguments.file.empty()) {
+    if (!tool.output.empty()) {
         output.Write(content);
-        answer.object["file"] = arguments.file;
-        answer.text = "public key written to " + arguments.file + "\n";
+        answer.object["file"] = tool.output;
+        answer.text = "public key written to " + tool.output + "\n";
     }
     return answer;
-}
-
-static Command ExportCommand()
-{
-    const auto to = std::make_shared<ExportArguments>();
-    return {"export",
-            "export the public half of a key",
-            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-             {"--format",
-              &to->format,
-              "pem (SubjectPublicKeyInfo), cng (the CNG blob) or jwk",
-              nullptr,
-              kRequired,
-              {"pem", "cng", "jwk"}},
-             {"--out", &to->file, "the file to write; default: standard output", "FILE"}},
-            [to](Tool& tool) { return ExportKey(tool, *to); }};
-}
-
-// A command whose one argument is a key's name.
-template <typename Run>
-static Command CommandOnKey(const char* command, const char* help, Run run)
-{
-    const auto name = std::make_shared<std::string>();
-    return {command, help, {{"NAME", name.get(), "the key's name", nullptr, kRequired}}, [name, run](Tool& tool) {
-                return run(tool, *name);
-            }};
-}
-
-Command KeysCommand()
-{
-    const auto to = std::make_shared<ListArguments>();
-    const Command list = {
-        "list",
-        "list the keys; one request per key",
-        {{"--details", &to->details, "also type, size and fingerprint; one more request per key"},
-         {"--names", &to->names, "only the names, which takes one request for 25 keys"},
-         {"--prefix", &to->prefix, "only keys whose names begin with this; the others aren't read", "TEXT"}},
-        [to](Tool& tool) { return ListKeys(tool, *to); },
-        {},
-        "Keys are opened in their current version; the provider does not report versions."};
-    const Command show = CommandOnKey("show", "properties, public key and fingerprint of a key", ShowKey);
-    return {"keys",
-            "the keys of the vault",
-            {},
-            {},
-            {list, show, ExportCommand(), RequestCommand(), CreateCommand(), DeleteCommand(), ImportCommand()},
-            "Opening a machine key may copy new certificates from the vault to this machine, as in any program."};
-}
-
-Command PropertiesCommand()
-{
-    return CommandOnKey("properties", "the properties of a key", ShowProperties);
 }
 
 }  // namespace kelvaroctl

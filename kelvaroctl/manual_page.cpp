@@ -1,4 +1,4 @@
-#include "kelvaroctl/shell_texts.h"
+#include "kelvaroctl/command.h"
 
 namespace kelvaroctl {
 
@@ -62,15 +62,17 @@ std::string CommandText(const NamedCommand& named)
 
 }  // namespace
 
-std::string ManualPage(const std::vector<Command>& commands, const std::vector<Argument>& shared)
+std::string ManualPage()
 {
     std::string page = ".TH KELVAROCTL 1 \"\" \"Kelvaro " KELVARO_VERSION
                        "\" \"Kelvaro\"\n.ad l\n.nh\n"
                        ".SH NAME\nkelvaroctl \\- administers the Zandrel Key Storage Provider for Key Vault\n"
                        ".SH SYNOPSIS\n\\fBkelvaroctl\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIARGUMENT\\fR]...\n"
                        ".SH OPTIONS\nThey go before or after the command; \\-\\-module only before it.\n";
-    page += Entries(shared) + Entry("--version", "print the version") + Entry("--help", "print the help of a command");
+    page += Entries(SharedOptions()) + Entry("--version", "print the version") +
+            Entry("--help", "print the help of a command");
     page += ".SH COMMANDS\n";
+    const std::vector<Command> commands = AllCommands();
     for (const NamedCommand& named : Flatten(commands))
         page += CommandText(named);
     page += ".SH EXIT STATUS\n";

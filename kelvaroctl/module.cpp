@@ -24,45 +24,25 @@ static std::string DefaultModule()
     return InstalledModule();
 }
 
-namespace {
-class Module : public ProviderBinding {
-  public:
-    explicit Module(const std::string& path);
-    ~Module() override { FreeLibrary(handle_); }
-
-  private:
-    HMODULE handle_ = nullptr;
-};
-}  // namespace
-
-Module::Module(const std::string& path)
+ProviderBinding LoadModule(const std::string& path)
 {
-    place_ = path.empty() ? DefaultModule() : path;
+    ProviderBinding binding;
     // The loader would search for a bare file name elsewhere.
-    if (!path.empty())
-        place_ = fs::absolute(fs::u8path(path)).u8string();
-    handle_ = LoadLibraryW(ToWide(place_).c_str());
-    if (!handle_)
-        throw ConfigurationFailure("cannot load the module " + place_ + ": " + LoaderMessage(GetLastError()));
+    binding.place = path.empty() ? DefaultModule() : fs::absolute(fs::u8path(path)).u8string();
+    binding.module.reset(LoadLibraryW(ToWide(binding.place).c_str()));
+    if (!binding.module)
+        throw ConfigurationFailure("cannot load the module " + binding.place + ": " + LoaderMessage(GetLastError()));
     const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(handle_, "GetKeyStorageInterface")));
+        reinterpret_cast<void (*)()>(GetProcAddress(binding.module.get(), "GetKeyStorageInterface")));
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    if (!getInterface || getInterface(kProviderName, &table, 0) != 0 || !table) {
-        FreeLibrary(handle_);
-        throw ConfigurationFailure(place_ + " is not a key storage provider");
-    }
+    if (!getInterface || getInterface(kProviderName, &table, 0) != 0 || !table)
+        throw ConfigurationFailure(binding.place + " is not a key storage provider");
     if (table->Version.MajorVersion != 1) {
-        FreeLibrary(handle_);
-        throw ConfigurationFailure(place_ + " has version " + std::to_string(table->Version.MajorVersion) +
+        throw ConfigurationFailure(binding.place + " has version " + std::to_string(table->Version.MajorVersion) +
                                    " of the provider interface; this tool supports version 1");
     }
-    table_ = table;
-    statesAreModules_ = true;
-}
-
-std::unique_ptr<ProviderBinding> LoadModule(const std::string& path)
-{
-    return std::make_unique<Module>(path);
+    binding.table = table;
+    return binding;
 }
 
 }  // namespace kelvaroctl

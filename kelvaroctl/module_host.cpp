@@ -50,7 +50,7 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
 }
 }  // namespace
 
-Provider::Provider(std::unique_ptr<ProviderBinding> binding, bool machine, std::unique_ptr<WaitNotice> notice)
+Provider::Provider(ProviderBinding binding, bool machine, std::unique_ptr<WaitNotice> notice)
     : binding_(std::move(binding)), machine_(machine), notice_(std::move(notice))
 {
     const SECURITY_STATUS status = table().OpenProvider(&handle_, kProviderName, 0);
@@ -139,8 +139,9 @@ std::vector<std::string> Provider::KeyNames() const
     }
     ModuleBlock block(table());
     block.block() = found;
+    // The state is the module's own block, unless it is the router's.
     auto* const snapshot = static_cast<KSP_ENUM_STATE*>(state.block());
-    if (!binding_->statesAreModules() || snapshot->index != 1 || snapshot->names()[0] != found->pszName) {
+    if (!binding_.module || snapshot->index != 1 || snapshot->names()[0] != found->pszName) {
         ForEachKey([&](const std::string& name, const std::string&) { names.push_back(name); });
         return names;
     }

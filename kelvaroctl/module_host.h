@@ -16,13 +16,13 @@ namespace kelvaroctl {
 class Provider {
   public:
     // notice: says that a call still waits, or NULL.
-    Provider(std::unique_ptr<ProviderBinding> binding, bool machine, std::unique_ptr<WaitNotice> notice);
+    Provider(ProviderBinding binding, bool machine, std::unique_ptr<WaitNotice> notice);
     ~Provider();
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
 
-    const ProviderBinding& binding() const { return *binding_; }
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return binding_->table(); }
+    const std::string& place() const { return binding_.place; }
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return *binding_.table; }
     NCRYPT_PROV_HANDLE handle() const { return handle_; }
     DWORD scopeFlag() const { return machine_ ? NCRYPT_MACHINE_KEY_FLAG : 0; }
     // A call has returned: the next wait begins.
@@ -48,7 +48,7 @@ class Provider {
     SECURITY_STATUS NextKey(NCryptKeyName** found, void** state) const;
     void CheckListIsEmpty() const;
 
-    std::unique_ptr<ProviderBinding> binding_;
+    ProviderBinding binding_;
     NCRYPT_PROV_HANDLE handle_ = 0;
     bool machine_;
     std::unique_ptr<WaitNotice> notice_;

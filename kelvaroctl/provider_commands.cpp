@@ -12,7 +12,7 @@ static std::string ImplementationWords(DWORD type)
     return type & NCRYPT_IMPL_SOFTWARE_FLAG ? "software" : "not reported";
 }
 
-static Answer ShowProvider(const Tool& tool)
+Answer ShowProvider(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
     const auto number = [&](const WCHAR* name) { return PropertyNumber(provider->Property(name).value_or(Bytes())); };
@@ -34,7 +34,7 @@ static Answer ShowProvider(const Tool& tool)
         {"implementation", ImplementationWords(implementation)},
         {"maxNameLength", longest},
         {"via", tool.via},
-        {"module", provider->binding().place()},
+        {"module", provider->place()},
         {"scope", hive.scope()},
         {"settings", report.settings},
         {"log", log ? Json{{"level", log->level}, {"file", log->file}, {"advice", advice}} : Json{{"advice", advice}}}};
@@ -42,13 +42,13 @@ static Answer ShowProvider(const Tool& tool)
                            {"version", versionText},
                            {"implementation", ImplementationWords(implementation)},
                            {"longest key name", std::to_string(longest) + " characters"},
-                           {"module", provider->binding().place()}}) +
+                           {"module", provider->place()}}) +
                   advice + "\nsettings that apply to " + hive.scope() + " keys, " + SettingsPlace(hive.handle()) +
                   "\n" + Columns(report.settingRows, 2);
     return answer;
 }
 
-static Answer ListAlgorithms(const Tool& tool)
+Answer ListAlgorithms(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
     Answer answer;
@@ -66,20 +66,6 @@ static Answer ListAlgorithms(const Tool& tool)
     }
     answer.text = Columns(rows);
     return answer;
-}
-
-Command ProviderCommand()
-{
-    return {"provider",
-            "about the provider",
-            {},
-            {},
-            {{"show", "its properties and the settings that apply", {}, ShowProvider}}};
-}
-
-Command AlgorithmsCommand()
-{
-    return {"algorithms", "the algorithms that the provider supports", {}, ListAlgorithms};
 }
 
 }  // namespace kelvaroctl

@@ -8,11 +8,6 @@ namespace {
 // Reading this property makes the module publish the certificate when the key handle is released.
 constexpr WCHAR kCertificateProperty[] = TEXT("SmartCardKeyCertificate");
 
-struct PublishArguments {
-    std::string name;
-    bool again = false;
-};
-
 // The certificate that a release of the key would publish.
 StoredCertificate FindToPublish(const SettingsHive& hive, const std::string& key)
 {
@@ -59,35 +54,25 @@ Failure NotPublished(const std::string& name, const StoredCertificate& certifica
     return failure;
 }
 
-Answer Publish(const Tool& tool, const PublishArguments& arguments)
+}  // namespace
+
+Answer PublishCertificate(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
     const auto provider = tool.OpenProvider();
-    auto key = std::make_unique<Key>(*provider, arguments.name);
-    const StoredCertificate certificate = FindToPublish(hive, arguments.name);
-    const bool known = !arguments.again && Knows(ReadRecord(hive), certificate.thumbprint);
+    auto key = std::make_unique<Key>(*provider, tool.name);
+    const StoredCertificate certificate = FindToPublish(hive, tool.name);
+    const bool known = !tool.again && Knows(ReadRecord(hive), certificate.thumbprint);
     if (!known && !PublishAndReadBack(*provider, hive, std::move(key), certificate.thumbprint))
-        throw NotPublished(arguments.name, certificate, ReadRecord(hive));
+        throw NotPublished(tool.name, certificate, ReadRecord(hive));
     const std::string record = ReadRecord(hive);
     Answer answer;
-    answer.object = {{"key", arguments.name}, {"outcome", known ? "known" : "published"}};
+    answer.object = {{"key", tool.name}, {"outcome", known ? "known" : "published"}};
     answer.text =
         known ? "already recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
               : "the vault has it\n";
     AddCertificate(certificate, record, &answer);
     return answer;
-}
-
-}  // namespace
-
-Command PublishCommand()
-{
-    const auto to = std::make_shared<PublishArguments>();
-    return {"publish",
-            "copy a key's certificate from the store to the vault",
-            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-             {"--again", &to->again, "compare with the vault, and send it if the vault has another"}},
-            [to](Tool& tool) { return Publish(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

@@ -6,15 +6,8 @@
 
 namespace kelvaroctl {
 
-namespace {
-
-struct RemoveArguments {
-    std::string thumbprint;
-    bool yes = false;
-};
-
 // As the store has it; people paste it with blanks or colons.
-std::string Thumbprint(const std::string& text)
+static std::string Thumbprint(const std::string& text)
 {
     constexpr size_t kSha1 = 20;
     std::string digits = text;
@@ -26,13 +19,13 @@ std::string Thumbprint(const std::string& text)
     return UpperHex(bytes);
 }
 
-Answer Remove(const Tool& tool, const RemoveArguments& arguments)
+Answer RemoveStoredCertificate(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
-    const std::string thumbprint = Thumbprint(arguments.thumbprint);
+    const std::string thumbprint = Thumbprint(tool.thumbprint);
     Answer answer;
     answer.object = {{"scope", hive.scope()}, {"thumbprint", thumbprint}, {"removed", false}};
-    if (!arguments.yes && !Confirmed("Remove the certificate from the " + hive.scope() + " store?")) {
+    if (!tool.yes && !Confirmed("Remove the certificate from the " + hive.scope() + " store?")) {
         answer.text = "not removed\n";
         answer.exit = ExitCode::Negative;
         return answer;
@@ -48,18 +41,6 @@ Answer Remove(const Tool& tool, const RemoveArguments& arguments)
     if (Knows(record, thumbprint))
         answer.text += "the vault keeps it; kelvaroctl certs sync may bring it back, the provider's own sync doesn't\n";
     return answer;
-}
-
-}  // namespace
-
-Command RemoveCommand()
-{
-    const auto to = std::make_shared<RemoveArguments>();
-    return {"remove",
-            "remove a certificate from the store; the vault keeps it",
-            {{"THUMBPRINT", &to->thumbprint, "its SHA-1 hash, as 'certs list' has it", nullptr, kRequired},
-             {"--yes", &to->yes, "don't ask, for programs"}},
-            [to](Tool& tool) { return Remove(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

@@ -4,21 +4,11 @@
 
 namespace kelvaroctl {
 
-namespace {
-struct RequestArguments {
-    std::string name;
-    std::string subject;
-    std::vector<std::string> names;
-    std::string file;
-    bool der = false;
-};
-}  // namespace
-
-static RequestContent ContentOf(const RequestArguments& arguments)
+static RequestContent ContentOf(const Arguments& arguments)
 {
     RequestContent content;
     content.subject = EncodeName(arguments.subject);
-    for (const std::string& name : arguments.names)
+    for (const std::string& name : arguments.altNames)
         content.names.push_back(ParseSubjectAltName(name));
     if (arguments.subject.empty() && content.names.empty())
         throw UsageFailure("a request needs a --subject or a --san");
@@ -31,49 +21,29 @@ static Bytes SignDigest(const Key& key, bool isRsa, const WCHAR* hash, const Byt
     return key.Sign(isRsa ? &padding : nullptr, digest, isRsa ? BCRYPT_PAD_PKCS1 : 0);
 }
 
-static Answer Request(const Tool& tool, const RequestArguments& arguments)
+Answer RequestCertificate(Tool& tool)
 {
-    const RequestContent content = ContentOf(arguments);
-    if (arguments.der && arguments.file.empty())
+    const RequestContent content = ContentOf(tool);
+    if (tool.der && tool.output.empty())
         throw UsageFailure("DER is binary: name a file with --out");
-    OutputFile output(arguments.file, "");
+    OutputFile output(tool.output, "");
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.name);
+    const Key key(*provider, tool.name);
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
     const Bytes request = MakeRequest(content, publicKey, [&](const WCHAR* hash, const Bytes& digest) {
         return SignDigest(key, publicKey.isRsa, hash, digest);
     });
     const std::string pem = PemText(request, "CERTIFICATE REQUEST");
     Answer answer;
-    answer.object = {{"name", arguments.name}, {"key", Describe(publicKey)}, {"pem", pem}};
+    answer.object = {{"name", tool.name}, {"key", Describe(publicKey)}, {"pem", pem}};
     answer.text = pem;
-    if (!arguments.file.empty()) {
-        output.Write(arguments.der ? request : Bytes(pem.begin(), pem.end()));
-        answer.object["file"] = arguments.file;
-        answer.text = "certificate request of '" + Printable(arguments.name) + "' (" + Describe(publicKey) +
-                      ") written to " + arguments.file + "\n";
+    if (!tool.output.empty()) {
+        output.Write(tool.der ? request : Bytes(pem.begin(), pem.end()));
+        answer.object["file"] = tool.output;
+        answer.text = "certificate request of '" + Printable(tool.name) + "' (" + Describe(publicKey) +
+                      ") written to " + tool.output + "\n";
     }
     return answer;
-}
-
-Command RequestCommand()
-{
-    const auto to = std::make_shared<RequestArguments>();
-    return {"request",
-            "create a certificate request (PKCS#10), signed by the vault key",
-            {{"NAME", &to->name, "the key's name", nullptr, kRequired},
-             {"--subject", &to->subject, "the subject name, like CN=web01, O=\"Acme, Inc.\", C=US"},
-             {"--san",
-              &to->names,
-              "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several separated by commas, or "
-              "repeat the option",
-              "NAME",
-              false,
-              {},
-              ','},
-             {"--out", &to->file, "the file to write; default: standard output", "FILE"},
-             {"--der", &to->der, "write DER instead of PEM"}},
-            [to](Tool& tool) { return Request(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

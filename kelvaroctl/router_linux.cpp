@@ -3,7 +3,7 @@
 
 namespace kelvaroctl {
 
-std::unique_ptr<ProviderBinding> OpenRouter()
+ProviderBinding OpenRouter()
 {
     throw UsageFailure("--via ncrypt uses the key storage router of Windows, and needs Windows");
 }

@@ -44,6 +44,16 @@ const Setting* FindSetting(std::string_view name)
     return nullptr;
 }
 
+std::vector<std::string> SettingNames()
+{
+    std::vector<std::string> names;
+    for (const Setting* row = kSettings; row->name; ++row) {
+        if (!IsState(*row))
+            names.emplace_back(row->name);
+    }
+    return names;
+}
+
 bool IsText(const Setting& setting)
 {
     return setting.kind != SettingKind::Number && setting.kind != SettingKind::StateNumber;

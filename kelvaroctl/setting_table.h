@@ -37,6 +37,8 @@ extern const Setting kSettings[];
 // Ignores letter case. NULL if there is no such setting.
 const Setting* FindSetting(std::string_view name);
 
+std::vector<std::string> SettingNames();  // that can be set by hand
+
 bool IsText(const Setting& setting);
 bool IsState(const Setting& setting);  // the module's own values, which `config set` leaves alone
 

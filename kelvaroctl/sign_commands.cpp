@@ -10,16 +10,6 @@ constexpr size_t kLargestDigestFile = 4096;
 constexpr size_t kLargestSignature = 64 * 1024;
 
 namespace {
-struct SignArguments {
-    std::string key;
-    std::string algorithm;
-    std::string input;
-    std::string output;
-    std::string signature;
-    bool digestHex = false;
-    bool der = false;
-};
-
 // The padding information of a call; must live as long as the call.
 struct Padding {
     explicit Padding(const SignatureAlgorithm& algorithm)
@@ -45,7 +35,7 @@ struct Padding {
 };
 }  // namespace
 
-static Bytes InputDigest(const SignArguments& arguments, const SignatureAlgorithm& algorithm)
+static Bytes InputDigest(const Arguments& arguments, const SignatureAlgorithm& algorithm)
 {
     if (!arguments.digestHex)
         return FileDigest(algorithm.hash, algorithm.digestSize, arguments.input);
@@ -60,7 +50,7 @@ static Bytes InputDigest(const SignArguments& arguments, const SignatureAlgorith
     return digest;
 }
 
-static const SignatureAlgorithm& AlgorithmOf(const SignArguments& arguments)
+static const SignatureAlgorithm& AlgorithmOf(const Arguments& arguments)
 {
     const SignatureAlgorithm& algorithm = FindSignatureAlgorithm(arguments.algorithm);
     if (arguments.der && algorithm.family != SignatureFamily::Curve)
@@ -69,36 +59,36 @@ static const SignatureAlgorithm& AlgorithmOf(const SignArguments& arguments)
     return algorithm;
 }
 
-static Answer Sign(const Tool& tool, const SignArguments& arguments)
+Answer SignFile(Tool& tool)
 {
-    const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
-    const Bytes digest = InputDigest(arguments, algorithm);
-    OutputFile output(arguments.output, arguments.input);
+    const SignatureAlgorithm& algorithm = AlgorithmOf(tool);
+    const Bytes digest = InputDigest(tool, algorithm);
+    OutputFile output(tool.output, tool.input);
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
-    CheckKeyFits(algorithm, ParsePublicBlob(key.PublicBlob()), arguments.key);
+    const Key key(*provider, tool.key);
+    CheckKeyFits(algorithm, ParsePublicBlob(key.PublicBlob()), tool.key);
     const Padding padding(algorithm);
     Bytes signature = key.Sign(padding.info, digest, padding.flags);
-    if (arguments.der)
+    if (tool.der)
         signature = DerFromRawSignature(signature);
     Answer answer;
-    answer.object = {{"key", arguments.key},
+    answer.object = {{"key", tool.key},
                      {"algorithm", algorithm.name},
                      {"digest", HexText(digest)},
-                     {"form", arguments.der ? "der" : "raw"},
+                     {"form", tool.der ? "der" : "raw"},
                      {"signature", Base64(signature)}};
     answer.text = Base64(signature) + "\n";
-    if (!arguments.output.empty()) {
+    if (!tool.output.empty()) {
         output.Write(signature);
-        answer.object["file"] = arguments.output;
+        answer.object["file"] = tool.output;
         answer.text = "signature of " + std::to_string(signature.size()) + " bytes (" + algorithm.name +
-                      ") written to " + arguments.output + "\n";
+                      ") written to " + tool.output + "\n";
     }
     return answer;
 }
 
 // Converts a plain or DER signature to the vault's form; empty if it is neither.
-static Bytes PlainForm(const SignArguments& arguments, const PublicKey& key, const Bytes& signature)
+static Bytes PlainForm(const Arguments& arguments, const PublicKey& key, const Bytes& signature)
 {
     if (!arguments.der && signature.size() == SignatureSize(key))
         return signature;
@@ -108,7 +98,7 @@ static Bytes PlainForm(const SignArguments& arguments, const PublicKey& key, con
 
 // Converts a signature to the vault's form; it may also be Base64, which `sign` prints. Returns why it cannot be a
 // signature of this key, or an empty text.
-static std::string BringIntoForm(const SignArguments& arguments, const PublicKey& key, Bytes* signature)
+static std::string BringIntoForm(const Arguments& arguments, const PublicKey& key, Bytes* signature)
 {
     Bytes plain = PlainForm(arguments, key, *signature);
     Bytes decoded;
@@ -124,54 +114,27 @@ static std::string BringIntoForm(const SignArguments& arguments, const PublicKey
     return "";
 }
 
-static Answer Verify(const Tool& tool, const SignArguments& arguments)
+Answer VerifyFile(Tool& tool)
 {
-    const SignatureAlgorithm& algorithm = AlgorithmOf(arguments);
-    const Bytes digest = InputDigest(arguments, algorithm);
-    Bytes signature = ReadInput(arguments.signature, kLargestSignature);
+    const SignatureAlgorithm& algorithm = AlgorithmOf(tool);
+    const Bytes digest = InputDigest(tool, algorithm);
+    Bytes signature = ReadInput(tool.signature, kLargestSignature);
     const auto provider = tool.OpenProvider();
-    const Key key(*provider, arguments.key);
+    const Key key(*provider, tool.key);
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-    CheckKeyFits(algorithm, publicKey, arguments.key);
-    std::string reason = BringIntoForm(arguments, publicKey, &signature);
+    CheckKeyFits(algorithm, publicKey, tool.key);
+    std::string reason = BringIntoForm(tool, publicKey, &signature);
     const Padding padding(algorithm);
     if (reason.empty() && !key.Verify(padding.info, digest, signature, padding.flags))
         reason = "it does not match this key and this data";
     const bool good = reason.empty();
     Answer answer;
-    answer.object = {
-        {"key", arguments.key}, {"algorithm", algorithm.name}, {"digest", HexText(digest)}, {"valid", good}};
+    answer.object = {{"key", tool.key}, {"algorithm", algorithm.name}, {"digest", HexText(digest)}, {"valid", good}};
     if (!good)
         answer.object["reason"] = reason;
     answer.text = good ? "good signature\n" : "bad signature: " + reason + "\n";
     answer.exit = good ? ExitCode::Ok : ExitCode::Negative;
     return answer;
-}
-
-static std::vector<Argument> Arguments(SignArguments* to, const Argument& last)
-{
-    return {{"--key", &to->key, "the key's name", "NAME", kRequired},
-            {"--alg", &to->algorithm, SignatureAlgorithmNames() + " (RSNULL: SHA-1 with PKCS#1)", "ALG", kRequired},
-            {"--in", &to->input, "the data", "FILE", kRequired},
-            {"--digest-hex", &to->digestHex, "FILE contains the data's digest in hexadecimal"},
-            {"--der", &to->der, "curve signatures in DER, as openssl writes them, instead of r and s side by side"},
-            last};
-}
-
-Command SignCommand()
-{
-    const auto to = std::make_shared<SignArguments>();
-    const Argument output = {"--out", &to->output, "the signature file; default: Base64 on standard output", "FILE"};
-    return {"sign", "sign a file", Arguments(to.get(), output), [to](Tool& tool) { return Sign(tool, *to); }};
-}
-
-Command VerifyCommand()
-{
-    const auto to = std::make_shared<SignArguments>();
-    const Argument signature = {"--signature", &to->signature, "the signature: binary, DER or Base64", "FILE",
-                                kRequired};
-    return {"verify", "verify a file's signature; exit code 1 for a bad one", Arguments(to.get(), signature),
-            [to](Tool& tool) { return Verify(tool, *to); }};
 }
 
 }  // namespace kelvaroctl

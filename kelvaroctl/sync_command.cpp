@@ -82,7 +82,9 @@ bool IsAmong(const std::vector<StoredCertificate>& certificates, const StoredCer
     });
 }
 
-Answer Sync(const Tool& tool)
+}  // namespace
+
+Answer SyncCertificates(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
     CheckSyncIsOn(tool, hive);
@@ -114,13 +116,6 @@ Answer Sync(const Tool& tool)
                        " seen for the first time but not added: already here, or of keys that don't have their own "
                        "certificate yet\n";
     return answer;
-}
-
-}  // namespace
-
-Command SyncCommand()
-{
-    return {"sync", "copy the vault's new certificates to the machine's store now", {}, Sync};
 }
 
 }  // namespace kelvaroctl

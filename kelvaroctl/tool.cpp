@@ -8,7 +8,7 @@
 
 namespace kelvaroctl {
 
-static std::unique_ptr<ProviderBinding> Bind(const Tool& tool)
+static ProviderBinding Bind(const Tool& tool)
 {
     if (tool.via == "module")
         return LoadModule(tool.modulePath);
@@ -32,11 +32,11 @@ std::unique_ptr<Provider> Tool::OpenProvider() const
 std::string Tool::VaultWords() const
 {
     try {
-        const std::string name = ToNarrow(ReadSetting(hive(), *FindSetting("KeyVault")).text);
-        if (name == "%G")
+        const std::string vault = ToNarrow(ReadSetting(hive(), *FindSetting("KeyVault")).text);
+        if (vault == "%G")
             return "the vault that is named after the identity";
-        return name + ".vault.azure.net" +
-               (name.find("%D") == std::string::npos ? "" : " (%D: the machine's DNS name)");
+        return vault + ".vault.azure.net" +
+               (vault.find("%D") == std::string::npos ? "" : " (%D: the machine's DNS name)");
     } catch (const Failure&) {
         return "";
     }

@@ -1,11 +1,11 @@
-// What all commands share: options, answers and access to the provider.
+// What all commands share: the command line, answers and access to the provider.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "kelvaroctl/failure.h"
+#include "kelvaroctl/command.h"
 #include "kelvaroctl/json.h"
 #include "kelvaroctl/module_host.h"
 #include "kelvaroctl/settings_hive.h"
@@ -22,14 +22,8 @@ struct Answer {
 struct LogLine;
 class LogMark;
 
-class Tool {
+class Tool : public Arguments {
   public:
-    bool json = false;
-    std::string modulePath;
-    std::string via = "module";  // or "ncrypt": the platform's router
-    bool machine = false;        // --machine, the default: only `user` is read
-    bool user = false;
-
     SettingsHive hive() const { return SettingsHive(user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE); }
 
     // Throws a configuration failure if the settings of this scope cannot be read: the module would silently run

@@ -48,14 +48,6 @@ namespace {
 constexpr DWORD kTotalMs = 60000;
 constexpr DWORD kWritingMs = 60000;
 
-struct DoctorArguments {
-    std::string key;
-    bool write = false;
-    bool strict = false;
-    DWORD limit = 0;  // seconds
-    std::string step;
-};
-
 volatile std::sig_atomic_t interruptedBySignal = 0;
 
 extern "C" void RememberSignal(int)
@@ -71,18 +63,20 @@ void EndWithoutDestructors(ExitCode exit)
     std::atexit([] { std::_Exit(status); });
 }
 
-Answer Examine(Tool& tool, const DoctorArguments& arguments)
+}  // namespace
+
+Answer RunDoctor(Tool& tool)
 {
-    if (!arguments.step.empty())
-        return RunStep(tool, arguments.step, arguments.key);
+    if (!tool.step.empty())
+        return RunStep(tool);
     Facts facts;
     facts.tool = tool;
-    facts.key = arguments.key;
-    facts.keyNamed = !arguments.key.empty();
-    facts.write = arguments.write;
+    facts.key = tool.key;
+    facts.keyNamed = !tool.key.empty();
+    facts.write = tool.write;
     RunOptions options;
-    options.totalMs = kTotalMs + (arguments.write ? kWritingMs : 0);
-    options.limitMs = std::min(arguments.limit * 1000, options.totalMs);
+    options.totalMs = kTotalMs + (tool.write ? kWritingMs : 0);
+    options.limitMs = std::min(tool.seconds * 1000, options.totalMs);
     options.ticks = GetTickCount64;
     options.interrupted = [] { return interruptedBySignal != 0; };
     options.onFinding = [&tool](const Finding& finding) {
@@ -93,30 +87,12 @@ Answer Examine(Tool& tool, const DoctorArguments& arguments)
     const RunResult result = RunChecks(kChecks, facts, options);
     std::signal(SIGINT, before);
     Answer answer;
-    answer.object = ObjectOf(result, arguments.strict);
+    answer.object = ObjectOf(result, tool.strict);
     answer.text = SummaryOf(result);
-    answer.exit = ExitOf(result, arguments.strict);
+    answer.exit = ExitOf(result, tool.strict);
     if (result.abandoned)
         EndWithoutDestructors(answer.exit);
     return answer;
-}
-
-}  // namespace
-
-Command DoctorCommand()
-{
-    const auto to = std::make_shared<DoctorArguments>();
-    return {"doctor",
-            "find out why it doesn't work, from the module to a signature",
-            {{"--key", &to->key, "the key to try; default: the first usable one", "NAME"},
-             {"--write", &to->write, "also create, use and delete a key in the vault"},
-             {"--strict", &to->strict, "warnings count as failures"},
-             {"--timeout", &to->limit, "how long each check may wait; default: 1 to 60, by check", "SECONDS"}},
-            [to](Tool& tool) { return Examine(tool, *to); },
-            {},
-            "Without --write nothing changes but what every program changes that opens the provider. No secret is "
-            "shown. Ends within a minute, with --write within two.",
-            {{"--step", &to->step, "what doctor's child process does"}}};
 }
 
 }  // namespace kelvaroctl

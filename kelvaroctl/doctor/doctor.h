@@ -141,7 +141,7 @@ WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::strin
 std::string VaultCode(const WebAnswer& answer);
 
 // What the child process does for checks 1, 2, 15, 16 and 18: only there is the provider used.
-Answer RunStep(Tool& tool, const std::string& step, const std::string& key);
+Answer RunStep(const Tool& tool);
 
 // The checks, by number.
 Outcome CheckModule(Facts& facts);

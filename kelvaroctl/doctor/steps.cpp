@@ -27,7 +27,7 @@ Answer ShowModule(const Tool& tool)
     const auto provider = tool.OpenProvider();
     const DWORD version = PropertyNumber(provider->Property(NCRYPT_VERSION_PROPERTY).value_or(Bytes()));
     Answer answer;
-    answer.object = {{"module", provider->binding().place()},
+    answer.object = {{"module", provider->place()},
                      {"version", std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF)}};
     return answer;
 }
@@ -74,14 +74,14 @@ Answer Write(const Tool& tool, const std::string& name)
 
 }  // namespace
 
-Answer RunStep(Tool& tool, const std::string& step, const std::string& key)
+Answer RunStep(const Tool& tool)
 {
-    if (step == "module")
+    if (tool.step == "module")
         return ShowModule(tool);
-    if (step == "write")
-        return Write(tool, key);
+    if (tool.step == "write")
+        return Write(tool, tool.key);
     const auto provider = tool.OpenProvider();
-    return SignWith(Key(*provider, key), step == "speed" ? 5 : 1);
+    return SignWith(Key(*provider, tool.key), tool.step == "speed" ? 5 : 1);
 }
 
 }  // namespace kelvaroctl
