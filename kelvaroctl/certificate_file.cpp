@@ -1,11 +1,11 @@
 #include "kelvaroctl/certificate_file.h"
 
 #include <algorithm>
-#include <memory>
 
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/files.h"
+#include "kelvaroctl/owner.h"
 
 namespace kelvaroctl {
 
@@ -28,11 +28,8 @@ std::vector<Bytes> ReadCertificateFile(const std::string& name)
 
 bool IsCertificateOf(const Bytes& der, const PublicKey& key)
 {
-    const auto free = [](const CERT_CONTEXT* context) { CertFreeCertificateContext(context); };
-    const std::unique_ptr<const CERT_CONTEXT, decltype(free)> context(
-        CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
-                                     static_cast<DWORD>(der.size())),
-        free);
+    const CertificateContext context(CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
+                                                                  static_cast<DWORD>(der.size())));
     if (!context)
         throw UsageFailure("the file holds no certificate that the platform can read");
     const CRYPT_BIT_BLOB& bits = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;

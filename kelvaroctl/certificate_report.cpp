@@ -9,7 +9,7 @@ static const char kRecordValue[] = "CertSync";
 std::string ReadRecord(const SettingsHive& hive)
 {
     const auto value = hive.Read(kRecordValue);
-    return value && value->type == REG_SZ ? ToNarrow(TextOf(*value)) : "";
+    return value && value->type == REG_SZ ? ToNarrow(TextIn(value->bytes)) : "";
 }
 
 bool Knows(const std::string& record, const std::string& hash)

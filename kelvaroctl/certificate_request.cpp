@@ -9,8 +9,6 @@
 
 namespace kelvaroctl {
 
-namespace {
-
 constexpr BYTE kOctetString = 0x04;
 constexpr BYTE kSet = 0x31;
 constexpr BYTE kAttributes = 0xA0;
@@ -19,31 +17,8 @@ constexpr BYTE kBoolean = 0x01;
 const Bytes kExtensionRequest = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x0E};
 const Bytes kSubjectAltName = {0x55, 0x1D, 0x11};
 
-struct RequestSignature {
-    const char* curve;  // NULL for RSA
-    const WCHAR* hash;
-    size_t digestSize;
-    Bytes objectId;
-};
-
-const RequestSignature kSignatures[] = {
-    {nullptr, BCRYPT_SHA256_ALGORITHM, 32, {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B}},
-    {"P-256", BCRYPT_SHA256_ALGORITHM, 32, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02}},
-    {"P-384", BCRYPT_SHA384_ALGORITHM, 48, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x03}},
-    {"P-521", BCRYPT_SHA512_ALGORITHM, 64, {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x04}},
-};
-
-const RequestSignature& SignatureOf(const PublicKey& key)
-{
-    for (const RequestSignature& row : kSignatures) {
-        if (key.isRsa ? !row.curve : row.curve && std::string(row.curve) == key.curve->jwkName)
-            return row;
-    }
-    throw InternalFailure("no signature algorithm for this kind of key");
-}
-
 // The names as an extension request; critical if the subject is empty.
-Bytes Attributes(const RequestContent& content)
+static Bytes Attributes(const RequestContent& content)
 {
     if (content.names.empty())
         return DerElement(kAttributes, Bytes());
@@ -59,8 +34,6 @@ Bytes Attributes(const RequestContent& content)
     return DerElement(kAttributes,
                       DerSequence({DerObjectId(kExtensionRequest), DerElement(kSet, DerSequence({extension}))}));
 }
-
-}  // namespace
 
 Bytes EncodeName(const std::string& text)
 {
@@ -83,18 +56,16 @@ Bytes EncodeName(const std::string& text)
 
 Bytes MakeRequest(const RequestContent& content, const PublicKey& key, const DigestSigner& sign)
 {
-    const RequestSignature& signature = SignatureOf(key);
+    const SignatureAlgorithm& signature = AlgorithmFor(key);
     const Bytes version = DerInteger(Bytes());
     const Bytes info = DerSequence({version, content.subject, SubjectPublicKeyInfo(key), Attributes(content)});
-    const Bytes raw = sign(signature.hash, Digest(signature.hash, signature.digestSize, info));
+    const Bytes raw = sign(signature, Digest(signature.hash, signature.digestSize, info));
     const Bytes algorithm = key.isRsa ? DerSequence({DerObjectId(signature.objectId), DerNull()})
                                       : DerSequence({DerObjectId(signature.objectId)});
     return DerSequence({info, algorithm, DerBitString(key.isRsa ? raw : DerFromRawSignature(raw))});
 }
 
-namespace {
-
-Bytes ParseAddress(const std::string& text)
+static Bytes ParseAddress(const std::string& text)
 {
     Bytes address;
     if (!ParseIpAddress(text, &address))
@@ -103,14 +74,14 @@ Bytes ParseAddress(const std::string& text)
 }
 
 // The names are IA5 strings; international names have an ASCII form.
-Bytes ParseAscii(const std::string& text)
+static Bytes ParseAscii(const std::string& text)
 {
     if (text.empty() || std::any_of(text.begin(), text.end(), [](char ch) { return ch <= ' ' || ch > '~'; }))
         throw UsageFailure("'" + text + "' must be ASCII without spaces; write an international name in its xn-- form");
     return Bytes(text.begin(), text.end());
 }
 
-Bytes ParseEmail(const std::string& text)
+static Bytes ParseEmail(const std::string& text)
 {
     const size_t at = text.find('@');
     if (at == 0 || at == std::string::npos || at + 1 == text.size() || text.find('@', at + 1) != std::string::npos)
@@ -118,11 +89,13 @@ Bytes ParseEmail(const std::string& text)
     return ParseAscii(text);
 }
 
+namespace {
 struct Kind {
     const char* word;
     BYTE tag;
     Bytes (*parse)(const std::string& text);
 };
+}  // namespace
 
 constexpr Kind kKinds[] = {
     {"email", 0x81, ParseEmail},
@@ -130,8 +103,6 @@ constexpr Kind kKinds[] = {
     {"uri", 0x86, ParseAscii},
     {"ip", 0x87, ParseAddress},
 };
-
-}  // namespace
 
 SubjectAltName ParseSubjectAltName(const std::string& text)
 {

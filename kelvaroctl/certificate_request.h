@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "kelvaroctl/public_key.h"
+#include "kelvaroctl/signature_algorithms.h"
 
 namespace kelvaroctl {
 
@@ -29,8 +29,8 @@ struct RequestContent {
 Bytes EncodeName(const std::string& text);
 
 // The request in DER. RSA keys sign with PKCS#1 and SHA-256, curve keys with the hash of their curve's size.
-// sign: has the vault sign a digest of the named hash.
-using DigestSigner = std::function<Bytes(const WCHAR* hash, const Bytes& digest)>;
+// sign: has the vault sign a digest.
+using DigestSigner = std::function<Bytes(const SignatureAlgorithm& algorithm, const Bytes& digest)>;
 Bytes MakeRequest(const RequestContent& content, const PublicKey& key, const DigestSigner& sign);
 
 }  // namespace kelvaroctl

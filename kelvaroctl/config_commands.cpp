@@ -245,7 +245,7 @@ static std::vector<SettingChange> SecretsOf(const std::vector<SettingChange>& ch
     for (const SettingChange& change : changes) {
         const SettingKind kind = change.setting->kind;
         if ((kind == SettingKind::Secret || kind == SettingKind::ProtectedSecret) && !change.remove &&
-            !TextOf(change.value).empty())
+            !TextIn(change.value.bytes).empty())
             secrets.push_back(change);
     }
     return secrets;

@@ -58,8 +58,8 @@ void CheckType(const RegistryValue& entry, const Setting& setting)
 std::string ValueProblem(const Setting& setting, const RawValue& value)
 {
     if (!IsText(setting))
-        return NumberProblem(setting, NumberOf(value));
-    const WideText text = TextOf(value);
+        return NumberProblem(setting, WordIn(value.bytes));
+    const WideText text = TextIn(value.bytes);
     return text.empty() ? "" : TextProblem(setting, text);
 }
 
@@ -86,7 +86,7 @@ SettingChange CheckEntry(HKEY hive, const RegistryValue& entry)
     if (!problem.empty())
         throw LineFailure(entry.line, std::string(setting.name) + ": " + problem);
     if (IsText(setting))
-        change.value = TextValue(TextOf(change.value));
+        change.value = TextValue(TextIn(change.value.bytes));
     return change;
 }
 

@@ -4,9 +4,9 @@
 #include <sddl.h>
 
 #include <filesystem>
-#include <memory>
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/text.h"
 #include "platform/ordinary_users_windows.h"
@@ -14,11 +14,6 @@
 namespace kelvaroctl {
 
 namespace {
-struct LocalBlockFreer {
-    void operator()(void* block) const { LocalFree(block); }
-};
-using LocalBlock = std::unique_ptr<void, LocalBlockFreer>;
-
 [[noreturn]] void ThrowAccessFailure(const std::string& attempt, const std::string& name, DWORD error)
 {
     throw UsageFailure("cannot " + attempt + " " + name + ": " + LoaderMessage(error));

@@ -5,62 +5,38 @@
 
 namespace kelvaroctl {
 
-namespace {
-// An incremental digest.
-class Hasher {
-  public:
-    explicit Hasher(const WCHAR* algorithm)
-    {
-        Check(BCryptOpenAlgorithmProvider(&algorithm_, algorithm, nullptr, 0));
-        const NTSTATUS status = BCryptCreateHash(algorithm_, &hash_, nullptr, 0, nullptr, 0, 0);
-        if (!BCRYPT_SUCCESS(status))
-            BCryptCloseAlgorithmProvider(algorithm_, 0);
-        Check(status);
-    }
-    ~Hasher()
-    {
-        BCryptDestroyHash(hash_);
-        BCryptCloseAlgorithmProvider(algorithm_, 0);
-    }
-    Hasher(const Hasher&) = delete;
-    Hasher& operator=(const Hasher&) = delete;
+static void Require(NTSTATUS status)
+{
+    if (!BCRYPT_SUCCESS(status))
+        throw InternalFailure("the platform cannot compute the digest: " + HexNumber(static_cast<DWORD>(status)));
+}
 
-    void Add(const BYTE* data, size_t size)
-    {
-        Check(BCryptHashData(hash_, const_cast<PUCHAR>(data), static_cast<ULONG>(size), 0));
-    }
-    Bytes Finish(size_t digestSize)
-    {
-        Bytes digest(digestSize);
-        Check(BCryptFinishHash(hash_, digest.data(), static_cast<ULONG>(digest.size()), 0));
-        return digest;
-    }
-
-  private:
-    static void Check(NTSTATUS status)
-    {
-        if (!BCRYPT_SUCCESS(status))
-            throw InternalFailure("the platform cannot compute the digest: " + HexNumber(static_cast<DWORD>(status)));
-    }
-
-    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
-    BCRYPT_HASH_HANDLE hash_ = nullptr;
-};
-}  // namespace
+// feed: calls the function that it is given with each piece of the data.
+template <typename Feed>
+static Bytes DigestOf(const WCHAR* name, size_t digestSize, Feed feed)
+{
+    BCRYPT_ALG_HANDLE algorithm = nullptr;
+    Require(BCryptOpenAlgorithmProvider(&algorithm, name, nullptr, 0));
+    const AlgorithmProvider ownedAlgorithm(algorithm);
+    BCRYPT_HASH_HANDLE hash = nullptr;
+    Require(BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0));
+    const Owner<void, BCryptDestroyHash> ownedHash(hash);
+    feed([hash](const void* piece, size_t size) {
+        Require(BCryptHashData(hash, static_cast<PUCHAR>(const_cast<void*>(piece)), static_cast<ULONG>(size), 0));
+    });
+    Bytes digest(digestSize);
+    Require(BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0));
+    return digest;
+}
 
 Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data)
 {
-    Hasher hasher(algorithm);
-    hasher.Add(data.data(), data.size());
-    return hasher.Finish(digestSize);
+    return DigestOf(algorithm, digestSize, [&](const auto& add) { add(data.data(), data.size()); });
 }
 
 Bytes FileDigest(const WCHAR* algorithm, size_t digestSize, const std::string& fileName)
 {
-    Hasher hasher(algorithm);
-    ReadInPieces(fileName,
-                 [&](const char* piece, size_t size) { hasher.Add(reinterpret_cast<const BYTE*>(piece), size); });
-    return hasher.Finish(digestSize);
+    return DigestOf(algorithm, digestSize, [&](const auto& add) { ReadInPieces(fileName, add); });
 }
 
 }  // namespace kelvaroctl

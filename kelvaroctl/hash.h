@@ -3,9 +3,16 @@
 
 #include <string>
 
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
+
+inline void CloseAlgorithm(BCRYPT_ALG_HANDLE algorithm)
+{
+    BCryptCloseAlgorithmProvider(algorithm, 0);
+}
+using AlgorithmProvider = Owner<void, CloseAlgorithm>;
 
 // algorithm: "SHA1", "SHA256", "SHA384" or "SHA512".
 Bytes Digest(const WCHAR* algorithm, size_t digestSize, const Bytes& data);

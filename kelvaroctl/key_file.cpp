@@ -1,7 +1,5 @@
 #include "kelvaroctl/key_file.h"
 
-#include <cstring>
-
 #include "kelvaroctl/der.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/files.h"
@@ -70,11 +68,8 @@ KeyFile Pkcs8(Bytes der)
 KeyFile ReadKeyFile(const std::string& name)
 {
     Bytes content = ReadInput(name, kLargestKeyFile);
-    DWORD magic = 0;
-    if (content.size() >= sizeof(magic))
-        std::memcpy(&magic, content.data(), sizeof(magic));
     for (const BlobKind& kind : kBlobKinds) {
-        if (kind.magic == magic)
+        if (kind.magic == WordIn(content))
             return {"CNG blob", kind.blobType, false, false, std::move(content)};
     }
     if (!content.empty() && content[0] == kDerSequence)

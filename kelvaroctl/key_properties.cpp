@@ -1,7 +1,5 @@
 #include "kelvaroctl/key_properties.h"
 
-#include <cstring>
-
 namespace kelvaroctl {
 
 namespace {
@@ -22,29 +20,20 @@ const PropertyRow kProperties[] = {
     {NCRYPT_USE_CONTEXT_PROPERTY, Form::Text},   {NCRYPT_SECURITY_DESCR_PROPERTY, Form::Raw},
 };
 
-// The 32-bit word at `index` of a value.
-DWORD Word(const Bytes& value, size_t index)
-{
-    DWORD word = 0;
-    if (value.size() >= (index + 1) * sizeof(word))
-        std::memcpy(&word, value.data() + index * sizeof(word), sizeof(word));
-    return word;
-}
-
 Json Value(const Bytes& bytes, Form form)
 {
     switch (form) {
         case Form::Text:
-            return PropertyText(bytes);
+            return ToNarrow(TextIn(bytes));
         case Form::Number:
-            return PropertyNumber(bytes);
+            return WordIn(bytes);
         case Form::Lengths:
-            return {{"minimum", Word(bytes, 0)},
-                    {"maximum", Word(bytes, 1)},
-                    {"increment", Word(bytes, 2)},
-                    {"default", Word(bytes, 3)}};
+            return {{"minimum", WordIn(bytes, 0)},
+                    {"maximum", WordIn(bytes, 1)},
+                    {"increment", WordIn(bytes, 2)},
+                    {"default", WordIn(bytes, 3)}};
         case Form::TwoWords:
-            return {{"version", Word(bytes, 0)}, {"flags", Word(bytes, 1)}};
+            return {{"version", WordIn(bytes, 0)}, {"flags", WordIn(bytes, 1)}};
         default:
             return HexText(bytes);
     }

@@ -1,7 +1,5 @@
 #include "kelvaroctl/module_host.h"
 
-#include <cstring>
-
 #include "platform/enumeration.h"
 
 namespace kelvaroctl {
@@ -10,27 +8,6 @@ namespace kelvaroctl {
 constexpr size_t kLongestName = 42;
 
 namespace {
-// A block that the module allocated.
-class ModuleBlock {
-  public:
-    explicit ModuleBlock(const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table) : table_(table) {}
-    ~ModuleBlock() { Reset(); }
-    ModuleBlock(const ModuleBlock&) = delete;
-    ModuleBlock& operator=(const ModuleBlock&) = delete;
-
-    void Reset()
-    {
-        if (block_)
-            table_.FreeBuffer(block_);
-        block_ = nullptr;
-    }
-    void*& block() { return block_; }
-
-  private:
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table_;
-    void* block_ = nullptr;
-};
-
 // Queries the size, then reads the value. nullopt for NTE_NOT_SUPPORTED.
 template <typename Read>
 std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subject, Read read)
@@ -76,6 +53,17 @@ std::optional<Bytes> Provider::Property(const WCHAR* name) const
     });
 }
 
+DWORD Provider::NumberProperty(const WCHAR* name) const
+{
+    return WordIn(Property(name).value_or(Bytes()));
+}
+
+std::string Provider::Version() const
+{
+    const DWORD version = NumberProperty(NCRYPT_VERSION_PROPERTY);
+    return std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF);
+}
+
 std::vector<Provider::Algorithm> Provider::Algorithms() const
 {
     NCryptAlgorithmName* rows = nullptr;
@@ -83,22 +71,23 @@ std::vector<Provider::Algorithm> Provider::Algorithms() const
     const SECURITY_STATUS status = table().EnumAlgorithms(handle_, 0, &count, &rows, 0);
     if (status != ERROR_SUCCESS)
         throw StatusFailure(Operation::ListAlgorithms, status, "");
-    ModuleBlock block(table());
-    block.block() = rows;
+    const ModuleBlock<NCryptAlgorithmName> block(rows, table().FreeBuffer);
     std::vector<Algorithm> algorithms;
     for (DWORD row = 0; row < count; ++row)
         algorithms.push_back({ToNarrow(rows[row].pszName), rows[row].dwClass, rows[row].dwAlgOperations});
     return algorithms;
 }
 
-// ERROR_SUCCESS or NTE_NO_MORE_ITEMS.
-SECURITY_STATUS Provider::NextKey(NCryptKeyName** found, void** state) const
+ModuleBlock<NCryptKeyName> Provider::NextKey(ModuleBlock<void>* state) const
 {
-    const SECURITY_STATUS status = table().EnumKeys(handle_, nullptr, found, state, scopeFlag());
+    NCryptKeyName* found = nullptr;
+    void* block = state->release();
+    const SECURITY_STATUS status = table().EnumKeys(handle_, nullptr, &found, &block, scopeFlag());
+    state->reset(block);
     Answered();
     if (status != ERROR_SUCCESS && status != NTE_NO_MORE_ITEMS)
         throw StatusFailure(Operation::ListKeys, status, "");
-    return status;
+    return {status == ERROR_SUCCESS ? found : nullptr, table().FreeBuffer};
 }
 
 // The module takes a list that isn't JSON for an empty one, and a key that isn't JSON for one without content.
@@ -117,30 +106,24 @@ void Provider::CheckListIsEmpty() const
 void Provider::ForEachKey(const KeyVisitor& visit) const
 {
     // The names point into the state, which must be freed last.
-    ModuleBlock state(table());
-    NCryptKeyName* found = nullptr;
-    while (NextKey(&found, &state.block()) == ERROR_SUCCESS) {
-        ModuleBlock block(table());
-        block.block() = found;
+    ModuleBlock<void> state(nullptr, table().FreeBuffer);
+    while (const auto found = NextKey(&state))
         visit(ToNarrow(found->pszName), ToNarrow(found->pszAlgid));
-    }
-    if (!state.block())
+    if (!state)
         CheckListIsEmpty();
 }
 
 std::vector<std::string> Provider::KeyNames() const
 {
     std::vector<std::string> names;
-    ModuleBlock state(table());
-    NCryptKeyName* found = nullptr;
-    if (NextKey(&found, &state.block()) != ERROR_SUCCESS) {
+    ModuleBlock<void> state(nullptr, table().FreeBuffer);
+    const auto found = NextKey(&state);
+    if (!found) {
         CheckListIsEmpty();
         return names;
     }
-    ModuleBlock block(table());
-    block.block() = found;
     // The state is the module's own block, unless it is the router's.
-    auto* const snapshot = static_cast<KSP_ENUM_STATE*>(state.block());
+    auto* const snapshot = static_cast<KSP_ENUM_STATE*>(state.get());
     if (!binding_.module || snapshot->index != 1 || snapshot->names()[0] != found->pszName) {
         ForEachKey([&](const std::string& name, const std::string&) { names.push_back(name); });
         return names;
@@ -251,12 +234,12 @@ std::optional<Bytes> Key::Property(const WCHAR* name) const
 
 DWORD Key::NumberProperty(const WCHAR* name) const
 {
-    return PropertyNumber(Property(name).value_or(Bytes()));
+    return WordIn(Property(name).value_or(Bytes()));
 }
 
 std::string Key::AlgorithmName() const
 {
-    return PropertyText(Property(NCRYPT_ALGORITHM_PROPERTY).value_or(Bytes()));
+    return ToNarrow(TextIn(Property(NCRYPT_ALGORITHM_PROPERTY).value_or(Bytes())));
 }
 
 Bytes Key::PublicBlob() const
@@ -270,25 +253,26 @@ Bytes Key::PublicBlob() const
     return std::move(*blob);
 }
 
-Bytes Key::Sign(void* padding, const Bytes& digest, DWORD flags) const
+Bytes Key::Sign(const Padding& padding, const Bytes& digest) const
 {
-    BYTE* const input = const_cast<BYTE*>(digest.data());
-    const DWORD inputSize = static_cast<DWORD>(digest.size());
+    Bytes signature;
     DWORD size = 0;
-    Check(Operation::Sign,
-          table().SignHash(provider_.handle(), handle_, padding, input, inputSize, nullptr, 0, &size, flags));
-    Bytes signature(size);
-    Check(Operation::Sign, table().SignHash(provider_.handle(), handle_, padding, input, inputSize, signature.data(),
-                                            size, &size, flags));
-    signature.resize(size);
+    const auto call = [&](BYTE* output) {
+        Check(Operation::Sign,
+              table().SignHash(provider_.handle(), handle_, padding.info, const_cast<BYTE*>(digest.data()),
+                               static_cast<DWORD>(digest.size()), output, size, &size, padding.flags));
+        signature.resize(size);
+    };
+    call(nullptr);
+    call(signature.data());
     return signature;
 }
 
-bool Key::Verify(void* padding, const Bytes& digest, const Bytes& signature, DWORD flags) const
+bool Key::Verify(const Padding& padding, const Bytes& digest, const Bytes& signature) const
 {
     const SECURITY_STATUS status = table().VerifySignature(
-        provider_.handle(), handle_, padding, const_cast<BYTE*>(digest.data()), static_cast<DWORD>(digest.size()),
-        const_cast<BYTE*>(signature.data()), static_cast<DWORD>(signature.size()), flags);
+        provider_.handle(), handle_, padding.info, const_cast<BYTE*>(digest.data()), static_cast<DWORD>(digest.size()),
+        const_cast<BYTE*>(signature.data()), static_cast<DWORD>(signature.size()), padding.flags);
     if (status == NTE_BAD_SIGNATURE)
         return false;
     Check(Operation::Verify, status);
@@ -315,22 +299,6 @@ std::vector<std::string> NamesOfBits(DWORD bits, std::initializer_list<BitName> 
             found.emplace_back(row.name);
     }
     return found;
-}
-
-std::string PropertyText(const Bytes& value)
-{
-    WideText text(value.size() / sizeof(WCHAR), 0);
-    if (!text.empty())
-        std::memcpy(text.data(), value.data(), text.size() * sizeof(WCHAR));
-    return ToNarrow(text.substr(0, text.find(WCHAR{0})));
-}
-
-DWORD PropertyNumber(const Bytes& value)
-{
-    DWORD number = 0;
-    if (value.size() >= sizeof(number))
-        std::memcpy(&number, value.data(), sizeof(number));
-    return number;
 }
 
 }  // namespace kelvaroctl

@@ -6,12 +6,17 @@
 #include <string>
 
 #include "kelvaroctl/provider_binding.h"
+#include "kelvaroctl/signature_algorithms.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
 #include "kelvaroctl/wait_notice.h"
 #include "platform/product.h"
 
 namespace kelvaroctl {
+
+// What the module allocated.
+template <typename T>
+using ModuleBlock = std::unique_ptr<T, NCryptFreeBufferFn>;
 
 class Provider {
   public:
@@ -30,6 +35,8 @@ class Provider {
 
     // nullopt if the provider does not have it.
     std::optional<Bytes> Property(const WCHAR* name) const;
+    DWORD NumberProperty(const WCHAR* name) const;  // 0 likewise
+    std::string Version() const;                    // "1.0"
 
     struct Algorithm {
         std::string name;
@@ -45,7 +52,8 @@ class Provider {
     std::vector<std::string> KeyNames() const;
 
   private:
-    SECURITY_STATUS NextKey(NCryptKeyName** found, void** state) const;
+    // NULL after the last key. state: of the enumeration, NULL for a new one.
+    ModuleBlock<NCryptKeyName> NextKey(ModuleBlock<void>* state) const;
     void CheckListIsEmpty() const;
 
     ProviderBinding binding_;
@@ -82,10 +90,9 @@ class Key {
     // Deletes the key in the vault. Afterwards the object can only be destroyed.
     void Delete();
 
-    // padding, flags: as in the function table. room: bytes for the result.
-    Bytes Sign(void* padding, const Bytes& digest, DWORD flags) const;
-    bool Verify(void* padding, const Bytes& digest, const Bytes& signature, DWORD flags) const;
-    // operation: Encrypt or Decrypt.
+    Bytes Sign(const Padding& padding, const Bytes& digest) const;
+    bool Verify(const Padding& padding, const Bytes& digest, const Bytes& signature) const;
+    // operation: Encrypt or Decrypt. room: bytes for the result. flags: as in the function table.
     Bytes Crypt(Operation operation, const Bytes& input, size_t room, DWORD flags) const;
 
   private:
@@ -104,9 +111,5 @@ struct BitName {
     const char* name;
 };
 std::vector<std::string> NamesOfBits(DWORD bits, std::initializer_list<BitName> names);
-
-// Decode property values.
-std::string PropertyText(const Bytes& value);
-DWORD PropertyNumber(const Bytes& value);
 
 }  // namespace kelvaroctl

@@ -3,6 +3,8 @@
 
 #include <memory>
 
+#include "platform/platform.h"
+
 namespace kelvaroctl {
 
 template <auto kFree>
@@ -15,5 +17,9 @@ struct Freer {
 };
 template <typename T, auto kFree>
 using Owner = std::unique_ptr<T, Freer<kFree>>;
+
+using CertificateContext = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;
+using LocalBlock = Owner<void, LocalFree>;
+using RegistryKey = Owner<std::remove_pointer_t<HKEY>, RegCloseKey>;
 
 }  // namespace kelvaroctl

@@ -1,9 +1,8 @@
 #include "kelvaroctl/personal_store.h"
 
-#include <memory>
-
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/module_host.h"
+#include "kelvaroctl/owner.h"
 
 namespace kelvaroctl {
 
@@ -33,11 +32,6 @@ namespace {
 // Bytes; the module only publishes smaller ones.
 constexpr size_t kTooLarge = 5000;
 
-struct ContextFreer {
-    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
-};
-using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
-
 Failure PlatformFailure(const std::string& what)
 {
     return ConfigurationFailure(what + ": error " + HexNumber(GetLastError()));
@@ -48,25 +42,20 @@ std::string StoreName(bool machine)
     return machine ? "the machine's certificate store" : "the user's certificate store";
 }
 
-class Store {
-  public:
-    Store(bool machine, DWORD flags)
-        : handle_(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0,
-                                (machine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER) | flags,
-                                TEXT("My")))
-    {
-        if (!handle_)
-            throw PlatformFailure("cannot open " + StoreName(machine));
-    }
-    ~Store() { CertCloseStore(handle_, 0); }
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
+void CloseStore(HCERTSTORE store)
+{
+    CertCloseStore(store, 0);
+}
+using Store = Owner<void, CloseStore>;
 
-    HCERTSTORE handle() const { return handle_; }
-
-  private:
-    HCERTSTORE handle_;
-};
+Store OpenStore(bool machine, DWORD flags)
+{
+    const DWORD place = machine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
+    Store store(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, place | flags, TEXT("My")));
+    if (!store)
+        throw PlatformFailure("cannot open " + StoreName(machine));
+    return store;
+}
 
 // Empty if the certificate does not have it.
 std::vector<ULONGLONG> Property(const CERT_CONTEXT* context, DWORD id, DWORD* size)
@@ -124,12 +113,12 @@ int64_t StoredCertificate::DaysLeft() const
 
 std::vector<StoredCertificate> ReadPersonalStore(bool machine)
 {
-    const Store store(machine, CERT_STORE_READONLY_FLAG);
+    const Store store = OpenStore(machine, CERT_STORE_READONLY_FLAG);
     std::vector<StoredCertificate> found;
-    Context context;
+    CertificateContext context;
     while (true) {
         // Each call frees the context before it.
-        context.reset(CertEnumCertificatesInStore(store.handle(), context.release()));
+        context.reset(CertEnumCertificatesInStore(store.get(), context.release()));
         if (!context)
             return found;
         found.push_back(Describe(context.get()));
@@ -138,12 +127,12 @@ std::vector<StoredCertificate> ReadPersonalStore(bool machine)
 
 StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::string& keyName)
 {
-    const Store store(machine, 0);
+    const Store store = OpenStore(machine, 0);
     const CERT_CONTEXT* added = nullptr;
-    if (!CertAddEncodedCertificateToStore(store.handle(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
+    if (!CertAddEncodedCertificateToStore(store.get(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
                                           static_cast<DWORD>(der.size()), CERT_STORE_ADD_USE_EXISTING, &added))
         throw PlatformFailure("cannot add the certificate to " + StoreName(machine));
-    const Context context(added);
+    const CertificateContext context(added);
     WideText container = ToWide(keyName);
     WideText provider = kProviderName;
     CRYPT_KEY_PROV_INFO info = {};
@@ -157,10 +146,10 @@ StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::
 
 std::optional<StoredCertificate> RemoveCertificate(bool machine, const std::string& thumbprint)
 {
-    const Store store(machine, 0);
-    Context context;
+    const Store store = OpenStore(machine, 0);
+    CertificateContext context;
     while (true) {
-        context.reset(CertEnumCertificatesInStore(store.handle(), context.release()));
+        context.reset(CertEnumCertificatesInStore(store.get(), context.release()));
         if (!context)
             return std::nullopt;
         StoredCertificate found = Describe(context.get());

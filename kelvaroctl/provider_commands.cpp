@@ -15,12 +15,10 @@ static std::string ImplementationWords(DWORD type)
 Answer ShowProvider(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
-    const auto number = [&](const WCHAR* name) { return PropertyNumber(provider->Property(name).value_or(Bytes())); };
-    const std::string name = PropertyText(provider->Property(NCRYPT_NAME_PROPERTY).value_or(Bytes()));
-    const DWORD version = number(NCRYPT_VERSION_PROPERTY);
-    const std::string versionText = std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF);
-    const DWORD implementation = number(NCRYPT_IMPL_TYPE_PROPERTY);
-    const DWORD longest = number(NCRYPT_MAX_NAME_LENGTH_PROPERTY);
+    const std::string name = ToNarrow(TextIn(provider->Property(NCRYPT_NAME_PROPERTY).value_or(Bytes())));
+    const std::string version = provider->Version();
+    const DWORD implementation = provider->NumberProperty(NCRYPT_IMPL_TYPE_PROPERTY);
+    const DWORD longest = provider->NumberProperty(NCRYPT_MAX_NAME_LENGTH_PROPERTY);
     const SettingsHive hive = tool.hive();
     const SettingsReport report = ReportSettings(hive);
     const std::optional<LogPlace> log = FindLogIfReadable();
@@ -29,7 +27,7 @@ Answer ShowProvider(Tool& tool)
     Answer answer;
     answer.object = {
         {"name", name},
-        {"version", versionText},
+        {"version", version},
         {"implementationType", implementation},
         {"implementation", ImplementationWords(implementation)},
         {"maxNameLength", longest},
@@ -39,7 +37,7 @@ Answer ShowProvider(Tool& tool)
         {"settings", report.settings},
         {"log", log ? Json{{"level", log->level}, {"file", log->file}, {"advice", advice}} : Json{{"advice", advice}}}};
     answer.text = Columns({{"name", Printable(name)},
-                           {"version", versionText},
+                           {"version", version},
                            {"implementation", ImplementationWords(implementation)},
                            {"longest key name", std::to_string(longest) + " characters"},
                            {"module", provider->place()}}) +

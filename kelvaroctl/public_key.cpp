@@ -29,11 +29,17 @@ static Bytes Slice(const Bytes& blob, size_t offset, size_t size)
     return Bytes(begin, begin + static_cast<std::ptrdiff_t>(size));
 }
 
+template <typename Header>
+static Header HeaderOf(const Bytes& blob)
+{
+    Header header;
+    std::memcpy(&header, Slice(blob, 0, sizeof(header)).data(), sizeof(header));
+    return header;
+}
+
 static PublicKey ParseRsa(const Bytes& blob)
 {
-    BCRYPT_RSAKEY_BLOB header;
-    const Bytes head = Slice(blob, 0, sizeof(header));
-    std::memcpy(&header, head.data(), sizeof(header));
+    const auto header = HeaderOf<BCRYPT_RSAKEY_BLOB>(blob);
     PublicKey key;
     key.isRsa = true;
     key.exponent = WithoutLeadingZeros(Slice(blob, sizeof(header), header.cbPublicExp));
@@ -45,9 +51,7 @@ static PublicKey ParseRsa(const Bytes& blob)
 
 static PublicKey ParseCurve(const Bytes& blob, const Curve& curve)
 {
-    BCRYPT_ECCKEY_BLOB header;
-    const Bytes head = Slice(blob, 0, sizeof(header));
-    std::memcpy(&header, head.data(), sizeof(header));
+    const auto header = HeaderOf<BCRYPT_ECCKEY_BLOB>(blob);
     PublicKey key;
     key.curve = &curve;
     // The vault's coordinates may have an extra leading zero.
@@ -59,9 +63,7 @@ static PublicKey ParseCurve(const Bytes& blob, const Curve& curve)
 
 PublicKey ParsePublicBlob(const Bytes& blob)
 {
-    ULONG magic = 0;
-    const Bytes head = Slice(blob, 0, sizeof(magic));
-    std::memcpy(&magic, head.data(), sizeof(magic));
+    const auto magic = HeaderOf<ULONG>(blob);
     if (magic == BCRYPT_RSAPUBLIC_MAGIC)
         return ParseRsa(blob);
     for (const Curve& curve : kCurves) {

@@ -15,12 +15,6 @@ static RequestContent ContentOf(const Arguments& arguments)
     return content;
 }
 
-static Bytes SignDigest(const Key& key, bool isRsa, const WCHAR* hash, const Bytes& digest)
-{
-    BCRYPT_PKCS1_PADDING_INFO padding = {hash};
-    return key.Sign(isRsa ? &padding : nullptr, digest, isRsa ? BCRYPT_PAD_PKCS1 : 0);
-}
-
 Answer RequestCertificate(Tool& tool)
 {
     const RequestContent content = ContentOf(tool);
@@ -30,8 +24,8 @@ Answer RequestCertificate(Tool& tool)
     const auto provider = tool.OpenProvider();
     const Key key(*provider, tool.name);
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
-    const Bytes request = MakeRequest(content, publicKey, [&](const WCHAR* hash, const Bytes& digest) {
-        return SignDigest(key, publicKey.isRsa, hash, digest);
+    const Bytes request = MakeRequest(content, publicKey, [&](const auto& algorithm, const Bytes& digest) {
+        return key.Sign(Padding(algorithm), digest);
     });
     const std::string pem = PemText(request, "CERTIFICATE REQUEST");
     Answer answer;

@@ -1,6 +1,7 @@
 #include "kelvaroctl/settings_access.h"
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_hive.h"
 #include "platform/ordinary_users_windows.h"
@@ -14,10 +15,6 @@ namespace {
 constexpr DWORD kReadOrChange = KEY_QUERY_VALUE | KEY_SET_VALUE | WRITE_DAC | WRITE_OWNER | GENERIC_READ |
                                 GENERIC_WRITE | GENERIC_ALL | MAXIMUM_ALLOWED;
 
-struct LocalFreer {
-    void operator()(void* block) const { LocalFree(block); }
-};
-
 [[noreturn]] void ThrowFailure(const std::string& attempt, LONG error)
 {
     throw ConfigurationFailure("cannot " + attempt + " " + SettingsPlace(HKEY_LOCAL_MACHINE) + ": " +
@@ -25,37 +22,24 @@ struct LocalFreer {
                                                              : "error " + std::to_string(error)));
 }
 
-class SettingsKey {
-  public:
-    // get() is NULL if the key does not exist.
-    explicit SettingsKey(REGSAM rights)
-    {
-        const LONG error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, rights, &key_);
-        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
-            key_ = nullptr;
-        else if (error != ERROR_SUCCESS)
-            ThrowFailure("open", error);
-    }
-    ~SettingsKey()
-    {
-        if (key_)
-            RegCloseKey(key_);
-    }
-    SettingsKey(const SettingsKey&) = delete;
-    SettingsKey& operator=(const SettingsKey&) = delete;
-
-    HKEY get() const { return key_; }
-
-  private:
-    HKEY key_ = nullptr;
-};
+// NULL if there is none.
+RegistryKey OpenKey(REGSAM rights)
+{
+    HKEY key = nullptr;
+    const LONG error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, rights, &key);
+    if (error == ERROR_SUCCESS)
+        return RegistryKey(key);
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+        ThrowFailure("open", error);
+    return nullptr;
+}
 
 std::string SidText(PSID sid)
 {
     WCHAR* text = nullptr;
     if (!ConvertSidToStringSidW(sid, &text))
         return "an unknown account";
-    const std::unique_ptr<WCHAR, LocalFreer> owned(text);
+    const LocalBlock owned(text);
     return ToNarrow(text);
 }
 
@@ -77,7 +61,7 @@ std::string FindSid(const std::string& account)
     const WideText wide = ToWide(account);
     PSID given = nullptr;
     if (ConvertStringSidToSidW(wide.c_str(), &given)) {
-        const std::unique_ptr<void, LocalFreer> owned(given);
+        const LocalBlock owned(given);
         return SidText(given);
     }
     std::vector<ULONGLONG> sid(SECURITY_MAX_SID_SIZE / sizeof(ULONGLONG) + 1);
@@ -105,9 +89,9 @@ void AddReader(const ACCESS_ALLOWED_ACE& entry, SettingsAccess* access)
 
 SettingsAccess ReadSettingsAccess()
 {
-    const SettingsKey key(READ_CONTROL);
+    const RegistryKey key = OpenKey(READ_CONTROL);
     SettingsAccess access;
-    if (!key.get()) {
+    if (!key) {
         // A key created later inherits the rights of Software, which all users can read.
         access.open = true;
         return access;
@@ -147,9 +131,9 @@ void ProtectSettings(const std::vector<std::string>& accounts)
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(ToWide(rights).c_str(), SDDL_REVISION_1, &descriptor,
                                                               nullptr))
         ThrowFailure("make the rights to", static_cast<LONG>(GetLastError()));
-    const std::unique_ptr<void, LocalFreer> owned(descriptor);
+    const LocalBlock owned(descriptor);
     SettingsHive(HKEY_LOCAL_MACHINE).Create();
-    const SettingsKey key(READ_CONTROL | WRITE_DAC);
+    const RegistryKey key = OpenKey(READ_CONTROL | WRITE_DAC);
     const LONG error =
         RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, descriptor);
     if (error != ERROR_SUCCESS)

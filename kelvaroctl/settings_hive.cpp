@@ -1,8 +1,7 @@
 #include "kelvaroctl/settings_hive.h"
 
-#include <cstring>
-
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/places.h"
 
 namespace kelvaroctl {
@@ -24,29 +23,16 @@ namespace {
 }
 
 // The key; NULL if there is none.
-class OpenedKey {
-  public:
-    explicit OpenedKey(HKEY hive)
-    {
-        const LONG error = RegOpenKeyW(hive, kSettingsKey, &key_);
-        if (error != ERROR_SUCCESS)
-            key_ = nullptr;
-        if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
-            ThrowHiveFailure(hive, "read the settings", error);
-    }
-    ~OpenedKey()
-    {
-        if (key_)
-            RegCloseKey(key_);
-    }
-    OpenedKey(const OpenedKey&) = delete;
-    OpenedKey& operator=(const OpenedKey&) = delete;
-
-    HKEY get() const { return key_; }
-
-  private:
-    HKEY key_ = nullptr;
-};
+RegistryKey OpenSettings(HKEY hive)
+{
+    HKEY key = nullptr;
+    const LONG error = RegOpenKeyW(hive, kSettingsKey, &key);
+    if (error == ERROR_SUCCESS)
+        return RegistryKey(key);
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+        ThrowHiveFailure(hive, "read the settings", error);
+    return nullptr;
+}
 }  // namespace
 
 std::string SettingsHive::name() const
@@ -61,18 +47,18 @@ std::string SettingsHive::scope() const
 
 bool SettingsHive::Exists() const
 {
-    return OpenedKey(hive_).get() != nullptr;
+    return OpenSettings(hive_) != nullptr;
 }
 
 void SettingsHive::RequireReadable() const
 {
-    OpenedKey key(hive_);
+    OpenSettings(hive_);
 }
 
 std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
 {
-    const OpenedKey key(hive_);
-    if (!key.get())
+    const RegistryKey key = OpenSettings(hive_);
+    if (!key)
         return std::nullopt;
     const WideText wide = ToWide(valueName);
     RawValue value;
@@ -98,27 +84,26 @@ std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
     return value;
 }
 
-static HKEY CreateSettingsKey(HKEY hive, const std::string& attempt)
+static RegistryKey CreateSettingsKey(HKEY hive, const std::string& attempt)
 {
     HKEY key = nullptr;
     const LONG error = RegCreateKeyExW(hive, kSettingsKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
                                        nullptr, &key, nullptr);
     if (error != ERROR_SUCCESS)
         ThrowHiveFailure(hive, attempt, error);
-    return key;
+    return RegistryKey(key);
 }
 
 void SettingsHive::Create() const
 {
-    RegCloseKey(CreateSettingsKey(hive_, "make the settings"));
+    CreateSettingsKey(hive_, "make the settings");
 }
 
 void SettingsHive::Write(const std::string& valueName, const RawValue& value) const
 {
-    const HKEY key = CreateSettingsKey(hive_, "write " + valueName);
-    const LONG error = RegSetValueExW(key, ToWide(valueName).c_str(), 0, value.type, value.bytes.data(),
+    const RegistryKey key = CreateSettingsKey(hive_, "write " + valueName);
+    const LONG error = RegSetValueExW(key.get(), ToWide(valueName).c_str(), 0, value.type, value.bytes.data(),
                                       static_cast<DWORD>(value.bytes.size()));
-    RegCloseKey(key);
     if (error != ERROR_SUCCESS)
         ThrowHiveFailure(hive_, "write " + valueName, error);
 }
@@ -135,38 +120,16 @@ bool SettingsHive::Remove(const std::string& valueName) const
     return true;
 }
 
-WideText TextOf(const RawValue& value)
-{
-    WideText text(value.bytes.size() / sizeof(WCHAR), 0);
-    if (!text.empty())
-        std::memcpy(text.data(), value.bytes.data(), text.size() * sizeof(WCHAR));
-    return text.substr(0, text.find(WCHAR{0}));
-}
-
-DWORD NumberOf(const RawValue& value)
-{
-    DWORD number = 0;
-    if (value.bytes.size() >= sizeof(number))
-        std::memcpy(&number, value.bytes.data(), sizeof(number));
-    return number;
-}
-
 RawValue TextValue(const WideText& text)
 {
-    RawValue value;
-    value.type = REG_SZ;
     const BYTE* const bytes = reinterpret_cast<const BYTE*>(text.c_str());
-    value.bytes.assign(bytes, bytes + (text.size() + 1) * sizeof(WCHAR));
-    return value;
+    return {REG_SZ, Bytes(bytes, bytes + (text.size() + 1) * sizeof(WCHAR))};
 }
 
 RawValue NumberValue(DWORD number)
 {
-    RawValue value;
-    value.type = REG_DWORD;
     const BYTE* const bytes = reinterpret_cast<const BYTE*>(&number);
-    value.bytes.assign(bytes, bytes + sizeof(number));
-    return value;
+    return {REG_DWORD, Bytes(bytes, bytes + sizeof(number))};
 }
 
 std::string TypeName(DWORD type)
@@ -200,18 +163,17 @@ SettingState ReadSetting(const SettingsHive& hive, const Setting& setting)
 {
     SettingState state;
     const std::optional<RawValue> value = hive.Read(setting.name);
-    state.stored = value.has_value();
     if (value)
         state.ignored = WhyIgnored(setting, *value);
     state.inForce = value && state.ignored.empty();
     if (IsText(setting)) {
         if (state.inForce)
-            state.text = TextOf(*value);
+            state.text = TextIn(value->bytes);
         state.inForce = !state.text.empty();
         if (!state.inForce)
             state.text = ToWide(setting.fallback);
     } else {
-        state.number = state.inForce ? NumberOf(*value) : ParseNumber(setting.fallback).value_or(0);
+        state.number = state.inForce ? WordIn(value->bytes) : ParseNumber(setting.fallback).value_or(0);
     }
     return state;
 }

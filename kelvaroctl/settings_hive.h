@@ -38,7 +38,6 @@ class SettingsHive {
 
 // A setting as the module reads it.
 struct SettingState {
-    bool stored = false;   // a value of that name exists
     std::string ignored;   // why the module ignores it; empty if it doesn't
     bool inForce = false;  // stored, not ignored and not empty
     WideText text;         // the effective value: the stored one or the default
@@ -46,9 +45,6 @@ struct SettingState {
 };
 SettingState ReadSetting(const SettingsHive& hive, const Setting& setting);
 
-// The value's text up to its terminator.
-WideText TextOf(const RawValue& value);
-DWORD NumberOf(const RawValue& value);
 RawValue TextValue(const WideText& text);
 RawValue NumberValue(DWORD number);
 std::string TypeName(DWORD type);  // REG_SZ

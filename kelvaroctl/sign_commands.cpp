@@ -9,32 +9,6 @@ namespace kelvaroctl {
 constexpr size_t kLargestDigestFile = 4096;
 constexpr size_t kLargestSignature = 64 * 1024;
 
-namespace {
-// The padding information of a call; must live as long as the call.
-struct Padding {
-    explicit Padding(const SignatureAlgorithm& algorithm)
-    {
-        if (algorithm.family == SignatureFamily::Pkcs1) {
-            pkcs1.pszAlgId = algorithm.hash;
-            info = &pkcs1;
-            flags = BCRYPT_PAD_PKCS1;
-        } else if (algorithm.family == SignatureFamily::Pss) {
-            pss.pszAlgId = algorithm.hash;
-            pss.cbSalt = static_cast<ULONG>(algorithm.digestSize);
-            info = &pss;
-            flags = BCRYPT_PAD_PSS;
-        }
-    }
-    Padding(const Padding&) = delete;
-    Padding& operator=(const Padding&) = delete;
-
-    BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
-    BCRYPT_PSS_PADDING_INFO pss = {};
-    void* info = nullptr;
-    DWORD flags = 0;
-};
-}  // namespace
-
 static Bytes InputDigest(const Arguments& arguments, const SignatureAlgorithm& algorithm)
 {
     if (!arguments.digestHex)
@@ -67,8 +41,7 @@ Answer SignFile(Tool& tool)
     const auto provider = tool.OpenProvider();
     const Key key(*provider, tool.key);
     CheckKeyFits(algorithm, ParsePublicBlob(key.PublicBlob()), tool.key);
-    const Padding padding(algorithm);
-    Bytes signature = key.Sign(padding.info, digest, padding.flags);
+    Bytes signature = key.Sign(Padding(algorithm), digest);
     if (tool.der)
         signature = DerFromRawSignature(signature);
     Answer answer;
@@ -124,8 +97,7 @@ Answer VerifyFile(Tool& tool)
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
     CheckKeyFits(algorithm, publicKey, tool.key);
     std::string reason = BringIntoForm(tool, publicKey, &signature);
-    const Padding padding(algorithm);
-    if (reason.empty() && !key.Verify(padding.info, digest, signature, padding.flags))
+    if (reason.empty() && !key.Verify(Padding(algorithm), digest, signature))
         reason = "it does not match this key and this data";
     const bool good = reason.empty();
     Answer answer;

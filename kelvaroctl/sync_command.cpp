@@ -48,7 +48,7 @@ std::string SyncWithout(const std::vector<std::string>& hashes, const Tool& tool
     } catch (const Failure& failure) {
         failed = failure;
     }
-    const std::string record = ReadRecord(hive);
+    std::string record = ReadRecord(hive);
     RememberHashes(hive, hashes);
     if (failed)
         throw Failure(*failed);

@@ -1,6 +1,7 @@
 #include "kelvaroctl/text.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "kelvaroctl/failure.h"
 
@@ -87,6 +88,22 @@ std::string HexNumber(DWORD number)
     for (int shift = 24; shift >= 0; shift -= 8)
         bytes.push_back(static_cast<BYTE>(number >> shift));
     return "0x" + UpperHex(bytes);
+}
+
+WideText TextIn(const Bytes& value)
+{
+    WideText text(value.size() / sizeof(WCHAR), 0);
+    if (!text.empty())
+        std::memcpy(text.data(), value.data(), text.size() * sizeof(WCHAR));
+    return text.substr(0, text.find(WCHAR{0}));
+}
+
+DWORD WordIn(const Bytes& value, size_t index)
+{
+    DWORD word = 0;
+    if (value.size() >= (index + 1) * sizeof(word))
+        std::memcpy(&word, value.data() + index * sizeof(word), sizeof(word));
+    return word;
 }
 
 std::string UtcText(int64_t unixTime, const char* format)

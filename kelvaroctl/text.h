@@ -32,6 +32,10 @@ std::string Base64(const Bytes& bytes);
 bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64Url(const Bytes& bytes);              // without padding
 
+// A value as the platform has it: its text up to the terminator, and its 32-bit word at `index`, 0 if it is shorter.
+WideText TextIn(const Bytes& value);
+DWORD WordIn(const Bytes& value, size_t index = 0);
+
 // format: as in strftime.
 std::string UtcText(int64_t unixTime, const char* format);
 

@@ -15,7 +15,7 @@ namespace kelvaroctl {
 // A command's result, as JSON and as text.
 struct Answer {
     Json object = Json::object();
-    std::string text;
+    std::string text = {};
     ExitCode exit = ExitCode::Ok;
 };
 

@@ -1,18 +1,14 @@
 #include "kelvaroctl/doctor/child.h"
 
-#include <memory>
-
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
 
 namespace {
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
+using Handle = Owner<void, CloseHandle>;
 
 // A job whose processes end with its last handle, and so with this process.
 Handle MakeJob()

@@ -37,10 +37,8 @@ ChildAnswer AskChild(const Facts& facts, const std::vector<std::string>& command
     return answer;
 }
 
-namespace {
-
 // The module's errors since then.
-std::string ErrorsSince(const LogMark& mark)
+static std::string ErrorsSince(const LogMark& mark)
 {
     std::string text;
     for (const LogLine& line : mark.Lines())
@@ -48,12 +46,12 @@ std::string ErrorsSince(const LogMark& mark)
     return text;
 }
 
-Outcome FailedInModule(const std::string& found, const ChildAnswer& answer, const LogMark& mark)
+static Outcome FailedInModule(const std::string& found, const ChildAnswer& answer, const LogMark& mark)
 {
     return Failed(found, answer.problem + ErrorsSince(mark), "look the log's lines up in docs/log.md");
 }
 
-std::vector<int64_t> TimesIn(const Json& object)
+static std::vector<int64_t> TimesIn(const Json& object)
 {
     std::vector<int64_t> times;
     for (const Json& time : object.value("ms", Json::array()))
@@ -61,8 +59,6 @@ std::vector<int64_t> TimesIn(const Json& object)
     std::sort(times.begin(), times.end());
     return times;
 }
-
-}  // namespace
 
 Outcome CheckSignature(Facts& facts)
 {
@@ -92,9 +88,7 @@ Outcome CheckSpeed(Facts& facts)
     return median > 500 ? Warned(found, "the vault is far away, or busy", "a vault in a nearer region") : Good(found);
 }
 
-namespace {
-
-bool IsWritable(bool machine)
+static bool IsWritable(bool machine)
 {
     const DWORD place = machine ? CERT_SYSTEM_STORE_LOCAL_MACHINE : CERT_SYSTEM_STORE_CURRENT_USER;
     const HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, place, TEXT("My"));
@@ -102,7 +96,7 @@ bool IsWritable(bool machine)
 }
 
 // When the module last brought certificates, and when it may do so again.
-std::string SyncTimes(const Facts& facts)
+static std::string SyncTimes(const Facts& facts)
 {
     if (facts.plainKeys || facts.tool.user)
         return "";
@@ -116,7 +110,7 @@ std::string SyncTimes(const Facts& facts)
            (wait > 0 ? "in " + std::to_string(wait / 60 + 1) + " minutes" : std::string("when a program opens a key"));
 }
 
-std::string ProblemOf(const Json& certificate)
+static std::string ProblemOf(const Json& certificate)
 {
     const std::string key = JsonText(certificate, "vaultKey");
     const std::string problem = key == "missing"                      ? "its key isn't in the vault"
@@ -125,8 +119,6 @@ std::string ProblemOf(const Json& certificate)
                                                                       : "";
     return problem.empty() ? "" : JsonText(certificate, "subject") + ": " + problem;
 }
-
-}  // namespace
 
 Outcome CheckCertificates(Facts& facts)
 {
@@ -146,10 +138,8 @@ Outcome CheckCertificates(Facts& facts)
     return problems.empty() ? Good(found) : Warned(found, problems, "renew or install them: docs/certificates.md");
 }
 
-namespace {
-
 // What the vault still has of a key, "" for nothing.
-std::string LeftBehind(const Facts& facts, const std::string& name, bool* deletedOnly)
+static std::string LeftBehind(const Facts& facts, const std::string& name, bool* deletedOnly)
 {
     const std::string area = facts.plainKeys ? "keys/" : "certificates/";
     *deletedOnly = false;
@@ -158,8 +148,6 @@ std::string LeftBehind(const Facts& facts, const std::string& name, bool* delete
     *deletedOnly = AskVault(facts, "GET", "/deleted" + area + name).status == 200;
     return *deletedOnly ? "the deleted " + name : "";
 }
-
-}  // namespace
 
 Outcome CheckWriting(Facts& facts)
 {

@@ -6,6 +6,7 @@
 #include "kelvaroctl/doctor/doctor.h"
 #include "kelvaroctl/doctor/surroundings.h"
 #include "kelvaroctl/log_place.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/settings_report.h"
 
 namespace kelvaroctl {
@@ -37,10 +38,8 @@ Outcome CheckRegistration(Facts& facts)
                   "run kelvaro-register install as an administrator");
 }
 
-namespace {
-
 // Why the module ignores values, and what is wrong with those that it takes.
-std::string ProblemsOf(const SettingsHive& hive)
+static std::string ProblemsOf(const SettingsHive& hive)
 {
     std::string problems;
     for (const Setting* setting = kSettings; setting->name; ++setting) {
@@ -59,7 +58,7 @@ std::string ProblemsOf(const SettingsHive& hive)
 }
 
 // "KeyVault=contoso; AuthenticationType=2  client credentials"
-std::string ShownSettings(const SettingsHive& hive, bool defaults)
+static std::string ShownSettings(const SettingsHive& hive, bool defaults)
 {
     const SettingsReport report = ReportSettings(hive);
     std::string shown;
@@ -71,26 +70,26 @@ std::string ShownSettings(const SettingsHive& hive, bool defaults)
 }
 
 // Names in the key that no setting has: misspellings.
-std::string UnknownNames(HKEY hive)
+static std::string UnknownNames(HKEY hive)
 {
     std::string unknown;
     HKEY key = nullptr;
     if (RegOpenKeyW(hive, kSettingsKey, &key) != ERROR_SUCCESS)
         return "";
+    const RegistryKey owned(key);
     WCHAR name[256];
-    for (DWORD index = 0;; ++index) {
-        DWORD length = 256;
-        if (RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            break;
+    DWORD length = 256;
+    for (DWORD index = 0; RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++index) {
         const std::string text = ToNarrow(WideView(name, length));
         if (!text.empty() && !FindSetting(text))
             AddPart(&unknown, text);
+        length = 256;
     }
-    RegCloseKey(key);
     return unknown;
 }
 
-std::string ComputerName()
+static std::string ComputerName()
 {
     WCHAR name[256] = {};
     DWORD size = 256;
@@ -98,7 +97,7 @@ std::string ComputerName()
 }
 
 // The vault's name as the module makes it.
-std::string VaultOf(std::string name)
+static std::string VaultOf(std::string name)
 {
     constexpr size_t kLongest = 24;
     const size_t computer = name.find("%D");
@@ -110,7 +109,7 @@ std::string VaultOf(std::string name)
     return name.substr(0, kLongest);
 }
 
-void TakeSettings(const SettingsHive& hive, Facts* facts)
+static void TakeSettings(const SettingsHive& hive, Facts* facts)
 {
     const auto text = [&](const char* name) { return ToNarrow(ReadSetting(hive, *FindSetting(name)).text); };
     const auto number = [&](const char* name) { return ReadSetting(hive, *FindSetting(name)).number; };
@@ -127,7 +126,7 @@ void TakeSettings(const SettingsHive& hive, Facts* facts)
     facts->purges = number("DoDeletePurge") == 0;
 }
 
-std::string MissingIds(const Facts& facts)
+static std::string MissingIds(const Facts& facts)
 {
     std::string missing;
     if (facts.signInMethods & kSignsInAsClient) {
@@ -139,7 +138,7 @@ std::string MissingIds(const Facts& facts)
 }
 
 // What is set in the hive that these keys don't use: it may have been meant for this one.
-std::string OtherHive(const SettingsHive& other)
+static std::string OtherHive(const SettingsHive& other)
 {
     try {
         const std::string set = ShownSettings(other, false);
@@ -148,8 +147,6 @@ std::string OtherHive(const SettingsHive& other)
         return other.scope() + ": can't be read";
     }
 }
-
-}  // namespace
 
 Outcome CheckSettings(Facts& facts)
 {
@@ -174,10 +171,8 @@ Outcome CheckSettings(Facts& facts)
     return dubious.empty() ? Good(found) : Warned(found, dubious, "compare with docs/settings.md");
 }
 
-namespace {
-
 // Unprotects the secret as the module does. An empty text: *error says why.
-std::string Unprotect(const std::string& sealedText, DWORD* error)
+static std::string Unprotect(const std::string& sealedText, DWORD* error)
 {
     Bytes sealed;
     *error = ERROR_INVALID_DATA;
@@ -193,14 +188,11 @@ std::string Unprotect(const std::string& sealedText, DWORD* error)
         *error = GetLastError();
         return "";
     }
-    RawValue value;
-    value.bytes.assign(plain.pbData, plain.pbData + plain.cbData);
+    const LocalBlock owned(plain.pbData);
+    const Bytes text(plain.pbData, plain.pbData + plain.cbData);
     SecureZeroMemory(plain.pbData, plain.cbData);
-    LocalFree(plain.pbData);
-    return ToNarrow(TextOf(value));
+    return ToNarrow(TextIn(text));
 }
-
-}  // namespace
 
 Outcome CheckSecret(Facts& facts)
 {
@@ -220,10 +212,8 @@ Outcome CheckSecret(Facts& facts)
     return dubious.empty() ? Good(found) : Warned(found, dubious, "make another secret without these characters");
 }
 
-namespace {
-
 // Whether this account can write to the log, without writing.
-bool TakesLines(const std::string& file)
+static bool TakesLines(const std::string& file)
 {
     namespace fs = std::filesystem;
     std::error_code ignored;
@@ -235,8 +225,6 @@ bool TakesLines(const std::string& file)
     fs::remove(probe, ignored);
     return taken;
 }
-
-}  // namespace
 
 Outcome CheckLog(Facts&)
 {

@@ -6,9 +6,7 @@
 
 namespace kelvaroctl {
 
-namespace {
-
-bool IsPrivate(const std::string& address)
+static bool IsPrivate(const std::string& address)
 {
     for (const char* begin : {"10.", "127.", "192.168.", "169.254.", "fc", "fd", "fe8", "::1"}) {
         if (address.rfind(begin, 0) == 0)
@@ -19,7 +17,7 @@ bool IsPrivate(const std::string& address)
 }
 
 // "proxy.contoso.com:8080" of a proxy as it is configured, without its user name and password; empty for none.
-std::string ProxyAddress(const std::string& host, bool secure)
+static std::string ProxyAddress(const std::string& host, bool secure)
 {
     std::string proxy = ProxyFor(host, secure);
     const size_t scheme = proxy.find("://");
@@ -30,7 +28,7 @@ std::string ProxyAddress(const std::string& host, bool secure)
 }
 
 // The first line of the proxy's answer when it is asked to connect to a host.
-std::string AskProxy(const Facts& facts, const std::string& proxy, const std::string& host, std::string* problem)
+static std::string AskProxy(const Facts& facts, const std::string& proxy, const std::string& host, std::string* problem)
 {
     const size_t colon = proxy.rfind(':');
     const long port =
@@ -44,7 +42,7 @@ std::string AskProxy(const Facts& facts, const std::string& proxy, const std::st
     return answer.substr(0, answer.find('\r'));
 }
 
-Outcome JudgeProxy(const Facts& facts, const std::string& proxy, const std::string& host)
+static Outcome JudgeProxy(const Facts& facts, const std::string& proxy, const std::string& host)
 {
     std::string problem;
     const std::string line = AskProxy(facts, proxy, host, &problem);
@@ -62,15 +60,13 @@ Outcome JudgeProxy(const Facts& facts, const std::string& proxy, const std::stri
 }
 
 // Where requests to the identity services go; empty if they go directly.
-std::string ProxyOfIdentity()
+static std::string ProxyOfIdentity()
 {
     std::string proxy;
     for (const char* host : {"169.254.169.254", "localhost", "127.0.0.1"})
         proxy = proxy.empty() ? ProxyAddress(host, false) : proxy;
     return proxy;
 }
-
-}  // namespace
 
 Outcome CheckProxy(Facts& facts)
 {
@@ -90,9 +86,7 @@ Outcome CheckProxy(Facts& facts)
                   "exempt 169.254.169.254, 127.0.0.1 and localhost from the proxy");
 }
 
-namespace {
-
-Outcome CheckName(const std::string& host, bool isVault, std::vector<Endpoint>* endpoints)
+static Outcome CheckName(const std::string& host, bool isVault, std::vector<Endpoint>* endpoints)
 {
     if (!ProxyFor(host, true).empty())
         return NotNeeded("the proxy looks it up");
@@ -111,7 +105,7 @@ Outcome CheckName(const std::string& host, bool isVault, std::vector<Endpoint>* 
     return Good(found);
 }
 
-Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
+static Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
 {
     if (endpoints.empty())
         return NotNeeded("through the proxy");
@@ -132,11 +126,13 @@ Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
                   : Good(found);
 }
 
+namespace {
 struct CertificateFault {
     DWORD flag;
     const char* cause;
     const char* fix;
 };
+}  // namespace
 
 constexpr CertificateFault kFaults[] = {
     {SECURITY_FLAG_IGNORE_UNKNOWN_CA, "the root isn't trusted here: a proxy that inspects TLS",
@@ -148,7 +144,7 @@ constexpr CertificateFault kFaults[] = {
 };
 
 // Finds what is wrong with a certificate: the fault for which a request is refused that ignores all the others.
-Outcome ExplainRefusal(WebRequest request, const Facts& facts)
+static Outcome ExplainRefusal(WebRequest request, const Facts& facts)
 {
     constexpr DWORD kAll =
         SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
@@ -168,7 +164,7 @@ Outcome ExplainRefusal(WebRequest request, const Facts& facts)
 }
 
 // Which directory the vault asks for: Bearer authorization="https://login.microsoftonline.com/TENANT", resource=...
-std::string TenantIn(const std::string& challenge)
+static std::string TenantIn(const std::string& challenge)
 {
     const std::string url = challenge.substr(0, challenge.find(','));
     const size_t slash = url.rfind('/');
@@ -176,7 +172,7 @@ std::string TenantIn(const std::string& challenge)
 }
 
 // request: without a token.
-Outcome CheckTls(const WebRequest& request, Facts* facts)
+static Outcome CheckTls(const WebRequest& request, Facts* facts)
 {
     constexpr DWORD kSecureChannelError = 12157;
     const WebAnswer answer = Ask(request, facts->LeftMs());
@@ -191,8 +187,6 @@ Outcome CheckTls(const WebRequest& request, Facts* facts)
     facts->vaultTenant = TenantIn(answer.Field("WWW-Authenticate"));
     return Good("issuer " + answer.issuer + ", until " + answer.expires);
 }
-
-}  // namespace
 
 Outcome CheckSignInName(Facts& facts)
 {

@@ -5,9 +5,6 @@
 
 namespace kelvaroctl {
 
-// The one that `doctor` signs with. curve: the key's, "P-256"; anything else: an RSA key.
-const SignatureAlgorithm& AlgorithmFor(const std::string& curve);
-
 // blob: the public key, as the module exports it. Only PKCS#1 and curves; signature: in the vault's form.
 bool IsSignatureOf(const Bytes& blob, const SignatureAlgorithm& algorithm, const Bytes& digest, const Bytes& signature);
 

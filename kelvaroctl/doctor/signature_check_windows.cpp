@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "kelvaroctl/doctor/signature_check.h"
+#include "kelvaroctl/hash.h"
 
 namespace kelvaroctl {
 
@@ -31,20 +32,18 @@ bool IsSignatureOf(const Bytes& blob, const SignatureAlgorithm& algorithm, const
     const bool curve = algorithm.family == SignatureFamily::Curve;
     Bytes imported = ForSignatures(blob);
     BCRYPT_ALG_HANDLE provider = nullptr;
+    if (!BCRYPT_SUCCESS(BCryptOpenAlgorithmProvider(&provider, ProviderOf(algorithm), nullptr, 0)))
+        return false;
+    const AlgorithmProvider ownedProvider(provider);
     BCRYPT_KEY_HANDLE key = nullptr;
-    BCRYPT_PKCS1_PADDING_INFO padding = {algorithm.hash};
-    const bool good =
-        BCRYPT_SUCCESS(BCryptOpenAlgorithmProvider(&provider, ProviderOf(algorithm), nullptr, 0)) &&
-        BCRYPT_SUCCESS(BCryptImportKeyPair(provider, nullptr, curve ? BCRYPT_ECCPUBLIC_BLOB : BCRYPT_RSAPUBLIC_BLOB,
-                                           &key, imported.data(), static_cast<ULONG>(imported.size()), 0)) &&
-        BCRYPT_SUCCESS(BCryptVerifySignature(key, curve ? nullptr : &padding, const_cast<BYTE*>(digest.data()),
-                                             static_cast<ULONG>(digest.size()), const_cast<BYTE*>(signature.data()),
-                                             static_cast<ULONG>(signature.size()), curve ? 0 : BCRYPT_PAD_PKCS1));
-    if (key)
-        BCryptDestroyKey(key);
-    if (provider)
-        BCryptCloseAlgorithmProvider(provider, 0);
-    return good;
+    if (!BCRYPT_SUCCESS(BCryptImportKeyPair(provider, nullptr, curve ? BCRYPT_ECCPUBLIC_BLOB : BCRYPT_RSAPUBLIC_BLOB,
+                                            &key, imported.data(), static_cast<ULONG>(imported.size()), 0)))
+        return false;
+    const Owner<void, BCryptDestroyKey> ownedKey(key);
+    const Padding padding(algorithm);
+    return BCRYPT_SUCCESS(BCryptVerifySignature(key, padding.info, const_cast<BYTE*>(digest.data()),
+                                                static_cast<ULONG>(digest.size()), const_cast<BYTE*>(signature.data()),
+                                                static_cast<ULONG>(signature.size()), padding.flags));
 }
 
 }  // namespace kelvaroctl

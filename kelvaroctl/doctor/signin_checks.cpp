@@ -7,12 +7,12 @@
 namespace kelvaroctl {
 
 namespace {
-
 struct DirectoryError {
     int code;  // AADSTS
     const char* cause;
     const char* fix;
 };
+}  // namespace
 
 constexpr DirectoryError kDirectoryErrors[] = {
     {90002, "no such tenant", "kelvaroctl config set TenantId ID"},
@@ -27,7 +27,7 @@ constexpr DirectoryError kDirectoryErrors[] = {
 };
 
 // Of a JSON web token; null if it isn't one.
-Json ClaimsOf(const std::string& token)
+static Json ClaimsOf(const std::string& token)
 {
     const size_t first = token.find('.');
     const size_t second = first == std::string::npos ? first : token.find('.', first + 1);
@@ -45,7 +45,7 @@ Json ClaimsOf(const std::string& token)
 }
 
 // The name that the module gives to the vault of an identity.
-std::string VaultOfIdentity(const std::string& objectId)
+static std::string VaultOfIdentity(const std::string& objectId)
 {
     std::string name = "x";
     for (const char ch : objectId) {
@@ -55,7 +55,7 @@ std::string VaultOfIdentity(const std::string& objectId)
     return name.size() > 24 ? name.substr(0, 24) : "";
 }
 
-Outcome NotTheService(const WebAnswer& answer)
+static Outcome NotTheService(const WebAnswer& answer)
 {
     return Because(Failed("status " + std::to_string(answer.status) + ", but not the service's answer",
                           "something else answers: a proxy, or a page to log on to the network",
@@ -63,7 +63,7 @@ Outcome NotTheService(const WebAnswer& answer)
                    answer.status, "");
 }
 
-Outcome TakeToken(const WebAnswer& answer, Facts* facts)
+static Outcome TakeToken(const WebAnswer& answer, Facts* facts)
 {
     const std::string token = JsonText(answer.json, "access_token");
     if (token.empty())
@@ -82,7 +82,7 @@ Outcome TakeToken(const WebAnswer& answer, Facts* facts)
     return minutes > 0 ? Good(found) : Warned(found, "the token has run out already", "check this machine's clock");
 }
 
-Outcome ExplainDirectory(const WebAnswer& answer)
+static Outcome ExplainDirectory(const WebAnswer& answer)
 {
     if (!answer.json.is_object())
         return NotTheService(answer);
@@ -101,7 +101,7 @@ Outcome ExplainDirectory(const WebAnswer& answer)
     return Because(outcome, answer.status, std::to_string(code));
 }
 
-Outcome AskDirectory(Facts* facts)
+static Outcome AskDirectory(Facts* facts)
 {
     WebRequest request = {kSignInHost, "/" + facts->tenant + "/oauth2/token", "POST"};
     request.headers = "Content-Type: application/x-www-form-urlencoded\r\nAccept: application/json\r\n";
@@ -115,8 +115,6 @@ Outcome AskDirectory(Facts* facts)
     return answer.status == 200 ? TakeToken(answer, facts) : ExplainDirectory(answer);
 }
 
-}  // namespace
-
 Outcome CheckClientSignIn(Facts& facts)
 {
     if (facts.secret.empty())
@@ -129,11 +127,9 @@ Outcome CheckClientSignIn(Facts& facts)
     return outcome;
 }
 
-namespace {
-
 constexpr INTERNET_PORT kArcPort = 40342;
 
-WebRequest IdentityRequest(const Facts& facts)
+static WebRequest IdentityRequest(const Facts& facts)
 {
     WebRequest request = {"169.254.169.254", "", "GET", "Metadata: True\r\n", "", false, INTERNET_DEFAULT_HTTP_PORT};
     WCHAR endpoint[500] = {};
@@ -155,7 +151,7 @@ WebRequest IdentityRequest(const Facts& facts)
 
 // The file that the Arc agent's challenge names. Only a local file of the agent's kind: whoever listens on that port
 // gets its content.
-bool ReadArcFile(const WebAnswer& answer, std::string* path, std::string* secret)
+static bool ReadArcFile(const WebAnswer& answer, std::string* path, std::string* secret)
 {
     constexpr char kRealm[] = "Basic realm=";
     constexpr size_t kMostSecret = 2000;
@@ -175,7 +171,7 @@ bool ReadArcFile(const WebAnswer& answer, std::string* path, std::string* secret
     return !secret->empty();
 }
 
-Outcome ExplainIdentity(const WebRequest& request, const WebAnswer& answer)
+static Outcome ExplainIdentity(const WebRequest& request, const WebAnswer& answer)
 {
     const std::string where = request.host + ":" + std::to_string(request.port);
     if (answer.error) {
@@ -194,8 +190,6 @@ Outcome ExplainIdentity(const WebRequest& request, const WebAnswer& answer)
                           none ? "assign one to the machine, or correct ClientId" : "run it again in a minute"),
                    answer.status, JsonText(answer.json, "error"));
 }
-
-}  // namespace
 
 Outcome CheckIdentitySignIn(Facts& facts)
 {

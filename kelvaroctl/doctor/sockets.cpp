@@ -3,16 +3,13 @@
 
 #include "kelvaroctl/doctor/sockets.h"
 
-#include <memory>
+#include "kelvaroctl/owner.h"
 
 namespace kelvaroctl {
 
 namespace {
 
-struct AddressFreer {
-    void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-using Addresses = std::unique_ptr<addrinfo, AddressFreer>;
+using Addresses = Owner<addrinfo, freeaddrinfo>;
 
 Addresses LookUp(const std::string& host, INTERNET_PORT port, int flags, std::string* problem)
 {

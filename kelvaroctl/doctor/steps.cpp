@@ -5,51 +5,25 @@
 
 namespace kelvaroctl {
 
-const SignatureAlgorithm& AlgorithmFor(const std::string& curve)
-{
-    for (const char* name : {"ES256", "ES384", "ES512"}) {
-        if (curve == FindSignatureAlgorithm(name).curve)
-            return FindSignatureAlgorithm(name);
-    }
-    return FindSignatureAlgorithm("RS256");
-}
-
 namespace {
-
-struct Pkcs1Padding {
-    BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
-    void* info = nullptr;
-    DWORD flags = 0;
-};
 
 Answer ShowModule(const Tool& tool)
 {
     const auto provider = tool.OpenProvider();
-    const DWORD version = PropertyNumber(provider->Property(NCRYPT_VERSION_PROPERTY).value_or(Bytes()));
-    Answer answer;
-    answer.object = {{"module", provider->place()},
-                     {"version", std::to_string(version >> 16) + "." + std::to_string(version & 0xFFFF)}};
-    return answer;
+    return {{{"module", provider->place()}, {"version", provider->Version()}}};
 }
 
 // Signs `count` times.
 Answer SignWith(const Key& key, int count)
 {
     const Bytes blob = key.PublicBlob();
-    const PublicKey publicKey = ParsePublicBlob(blob);
-    const SignatureAlgorithm& algorithm = AlgorithmFor(publicKey.isRsa ? "" : publicKey.curve->jwkName);
-    Pkcs1Padding padding;
-    if (algorithm.family == SignatureFamily::Pkcs1) {
-        padding.pkcs1.pszAlgId = algorithm.hash;
-        padding.info = &padding.pkcs1;
-        padding.flags = BCRYPT_PAD_PKCS1;
-    }
+    const SignatureAlgorithm& algorithm = AlgorithmFor(ParsePublicBlob(blob));
     Answer answer;
     answer.object = {{"algorithm", algorithm.name}, {"ms", Json::array()}, {"verified", true}};
     for (int at = 0; at < count; ++at) {
         const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1, static_cast<BYTE>(at)));
         const ULONGLONG start = GetTickCount64();
-        const Bytes signature = key.Sign(padding.info, digest, padding.flags);
+        const Bytes signature = key.Sign(Padding(algorithm), digest);
         answer.object["ms"].push_back(GetTickCount64() - start);
         if (!IsSignatureOf(blob, algorithm, digest, signature))
             answer.object["verified"] = false;

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "kelvaroctl/doctor/doctor.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/setting_table.h"
 #include "kelvaroctl/text.h"
 #include "platform/product.h"
@@ -66,9 +67,8 @@ std::string ValueOf(HKEY hive, const WideText& key, const WideText& name, REGSAM
     } value = {};
     DWORD size = sizeof(value.text) - sizeof(WCHAR);
     DWORD type = 0;
-    const LONG error = RegQueryValueExW(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
-    RegCloseKey(opened);
-    if (error != ERROR_SUCCESS)
+    const RegistryKey owned(opened);
+    if (RegQueryValueExW(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS)
         return "";
     if (type == REG_DWORD && size == sizeof(value.number))
         return std::to_string(value.number);

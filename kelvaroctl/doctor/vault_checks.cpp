@@ -25,13 +25,13 @@ std::string VaultCode(const WebAnswer& answer)
 }
 
 namespace {
-
 struct VaultRefusal {
     DWORD status;
     const char* code;  // NULL: any
     const char* cause;
     const char* fix;
 };
+}  // namespace
 
 constexpr VaultRefusal kRefusals[] = {
     {400, nullptr, "no such vault, or not a vault's answer", "is KeyVault spelt right?"},
@@ -43,14 +43,14 @@ constexpr VaultRefusal kRefusals[] = {
     {429, nullptr, "throttled: too many requests of this vault", "fewer requests, or a vault for each machine"},
 };
 
-std::string MessageOf(const WebAnswer& answer)
+static std::string MessageOf(const WebAnswer& answer)
 {
     const Json error = answer.json.is_object() ? answer.json.value("error", Json()) : Json();
     const std::string message = JsonText(error, "message");
     return message.substr(0, message.find('\r'));
 }
 
-Outcome ExplainToken(const Facts& facts)
+static Outcome ExplainToken(const Facts& facts)
 {
     const std::string found = "401, the token isn't accepted";
     if (!facts.vaultTenant.empty() && !EqualIgnoringCase(facts.vaultTenant, facts.tokenTenant)) {
@@ -63,7 +63,7 @@ Outcome ExplainToken(const Facts& facts)
 }
 
 // An answer that is neither a success nor a missing right.
-Outcome Explain(const WebAnswer& answer, const Facts& facts)
+static Outcome Explain(const WebAnswer& answer, const Facts& facts)
 {
     if (answer.error)
         return Failed(WebErrorText(answer.error), "the vault doesn't answer", "run it again");
@@ -87,18 +87,19 @@ Outcome Explain(const WebAnswer& answer, const Facts& facts)
     return Because(outcome, answer.status, VaultCode(answer));
 }
 
-bool KeepsOut(const std::string& code)
+static bool KeepsOut(const std::string& code)
 {
     return code == "ForbiddenByFirewall" || code == "ForbiddenByConnection";
 }
 
-bool IsMissingRight(DWORD status, const std::string& code)
+static bool IsMissingRight(DWORD status, const std::string& code)
 {
     return status == 403 && !KeepsOut(code);
 }
 
 // kind: "key" or "certificate".
-Outcome MissingRight(const Facts& facts, const std::string& kind, const std::string& right, const std::string& code)
+static Outcome MissingRight(const Facts& facts, const std::string& kind, const std::string& right,
+                            const std::string& code)
 {
     const std::string policy = "az keyvault set-policy --name " + facts.vault + " --object-id " + facts.objectId +
                                " --" + kind + "-permissions " + right;
@@ -112,20 +113,20 @@ Outcome MissingRight(const Facts& facts, const std::string& kind, const std::str
     return Because(Failed("403 " + code, "the identity may not " + right + " " + kind + "s", fix), 403, code);
 }
 
-Json MemberOf(const Json& object, const char* name)
+static Json MemberOf(const Json& object, const char* name)
 {
     return object.is_object() ? object.value(name, Json()) : Json();
 }
 
 // A time among a key's attributes.
-int64_t TimeIn(const Json& attributes, const char* name, int64_t fallback)
+static int64_t TimeIn(const Json& attributes, const char* name, int64_t fallback)
 {
     const Json time = MemberOf(attributes, name);
     return time.is_number() ? time.get<int64_t>() : fallback;
 }
 
 // Why the attributes keep a key from use; empty if they don't.
-std::string AttributesProblem(const Json& attributes)
+static std::string AttributesProblem(const Json& attributes)
 {
     const int64_t now = _time64(nullptr);
     if (MemberOf(attributes, "enabled") == false)
@@ -136,7 +137,7 @@ std::string AttributesProblem(const Json& attributes)
 }
 
 // The name in https://VAULT/keys/NAME.
-std::string NameIn(const Json& item)
+static std::string NameIn(const Json& item)
 {
     const std::string kid = JsonText(item, "kid");
     const std::string url = kid.empty() ? JsonText(item, "id") : kid;
@@ -144,13 +145,11 @@ std::string NameIn(const Json& item)
     return slash == std::string::npos ? "" : url.substr(slash + 1);
 }
 
-const Json* ListIn(const WebAnswer& answer)
+static const Json* ListIn(const WebAnswer& answer)
 {
     const bool good = answer.status == 200 && answer.json.is_object() && answer.json.contains("value");
     return good && answer.json["value"].is_array() ? &answer.json["value"] : nullptr;
 }
-
-}  // namespace
 
 Outcome CheckVault(Facts& facts)
 {
@@ -183,12 +182,11 @@ Outcome CheckListKeys(Facts& facts)
     return outcome;
 }
 
-namespace {
-
 // The vault checks the right before it looks for the object.
 constexpr char kProbe[] = "kelvaroctl-doctor-probe";
 
-Outcome JudgeRight(const WebAnswer& answer, const Facts& facts, const std::string& kind, const std::string& right)
+static Outcome JudgeRight(const WebAnswer& answer, const Facts& facts, const std::string& kind,
+                          const std::string& right)
 {
     if (answer.error || answer.status == 401 || answer.status == 429 || answer.status >= 500 ||
         KeepsOut(VaultCode(answer)))
@@ -199,8 +197,6 @@ Outcome JudgeRight(const WebAnswer& answer, const Facts& facts, const std::strin
         return Explain(answer, facts);
     return Good("granted");
 }
-
-}  // namespace
 
 Outcome CheckGetKey(Facts& facts)
 {
@@ -213,15 +209,13 @@ Outcome CheckGetKey(Facts& facts)
     return JudgeRight(answer, facts, "key", "get");
 }
 
-namespace {
-
-Json KeyIn(const Facts& facts)
+static Json KeyIn(const Facts& facts)
 {
     return MemberOf(facts.keyBundle, "key");
 }
 
 // "sign, verify"
-std::string OperationsOf(const Facts& facts)
+static std::string OperationsOf(const Facts& facts)
 {
     std::string operations;
     for (const Json& operation : MemberOf(KeyIn(facts), "key_ops"))
@@ -230,7 +224,7 @@ std::string OperationsOf(const Facts& facts)
 }
 
 // Why the key can't sign whatever the rights are; empty if it can.
-std::string KeyProblem(const Facts& facts)
+static std::string KeyProblem(const Facts& facts)
 {
     const std::string problem = AttributesProblem(MemberOf(facts.keyBundle, "attributes"));
     const bool maySign = (", " + OperationsOf(facts) + ",").find(", sign,") != std::string::npos;
@@ -238,7 +232,7 @@ std::string KeyProblem(const Facts& facts)
 }
 
 // "'web', EC P-256, allowed to sign, verify, valid until 2027-01-31T00:00:00Z"
-std::string KeyWords(const Facts& facts)
+static std::string KeyWords(const Facts& facts)
 {
     const Json attributes = MemberOf(facts.keyBundle, "attributes");
     std::string words = "'" + facts.key + "', " + JsonText(KeyIn(facts), "kty");
@@ -251,8 +245,6 @@ std::string KeyWords(const Facts& facts)
     return words;
 }
 
-}  // namespace
-
 Outcome CheckSignRight(Facts& facts)
 {
     if (facts.keyBundle.is_object() && !KeyProblem(facts).empty())
@@ -263,10 +255,8 @@ Outcome CheckSignRight(Facts& facts)
     return JudgeRight(AskVault(facts, "POST", "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
 }
 
-namespace {
-
 // Without this right the provider works, but no certificates come to the machine.
-Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string& name)
+static Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string& name)
 {
     if (facts.plainKeys || facts.tool.user)
         return NotNeeded("the settings bring no certificates from the vault");
@@ -279,8 +269,6 @@ Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string
         outcome.state = State::Warn;
     return outcome;
 }
-
-}  // namespace
 
 Outcome CheckListCertificates(Facts& facts)
 {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/personal_store.h"
 
 namespace kelvaroctl {
@@ -11,14 +12,7 @@ namespace {
 
 constexpr size_t kMostBody = 1024 * 1024;
 
-struct InternetCloser {
-    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
-};
-using Internet = std::unique_ptr<void, InternetCloser>;
-
-struct ContextFreer {
-    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
-};
+using Internet = Owner<void, WinHttpCloseHandle>;
 
 // Days since 1970 of a date in the Gregorian calendar.
 int64_t DaysOf(int64_t year, int64_t month, int64_t day)
@@ -34,7 +28,7 @@ void ReadCertificate(HINTERNET request, WebAnswer* answer)
     DWORD size = sizeof(void*);
     if (!WinHttpQueryOption(request, WINHTTP_OPTION_SERVER_CERT_CONTEXT, &found, &size))
         return;
-    const std::unique_ptr<const CERT_CONTEXT, ContextFreer> owner(found);
+    const CertificateContext owner(found);
     answer->issuer = NameText(found->pCertInfo->Issuer);
     answer->expires = TimeText(UnixTime(found->pCertInfo->NotAfter));
 }
