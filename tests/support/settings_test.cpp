@@ -51,6 +51,9 @@ TEST_F(SettingsTest, MissingValuesAndOtherTypesAreEmpty)
         EXPECT_EQ(capacity, str->capacity) << Narrow(name);
         EXPECT_EQ(text, Narrow(str->cStr).substr(0, text.empty() ? std::string::npos : 2));
     }
+    TextString room(8, 'x');
+    SettingsReadText(HKEY_LOCAL_MACHINE, TEXT("Odd"), room.data(), 16);
+    EXPECT_EQ(0, room[3]) << "nothing of what the buffer held follows a text without a terminator";
     EXPECT_EQ(0, BldStrSetWStringValue(0, TEXT("CertSync"), TEXT("x"))) << "the key is never created";
     EXPECT_FALSE(root.Has(HKEY_CURRENT_USER, "CertSync"));
 }
