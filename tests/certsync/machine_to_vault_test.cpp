@@ -224,11 +224,7 @@ TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
     const std::string hash = Install().hash;
     // Behind the other direction's comma comes a second one; a hash is known anywhere in the list.
     const Row<const char*, std::string, bool> rows[] = {
-        {"0A", "0A," + hash, false},
-        {"0A,", "0A,," + hash, false},
-        {"", hash, false},
-        {"x", "x" + hash + "x", true},
-    };
+        {"0A", "0A," + hash, false}, {"0A,", "0A,," + hash, false}, {"", hash, false}, {"x", "x" + hash + "x", true}};
     for (const auto& [before, after, known] : rows) {
         SetList(known ? after : before);
         EXPECT_EQ(known, Publish().empty());

@@ -139,6 +139,7 @@ TEST_F(ArgumentsTest, FaultsInTheirOrder)
         EXPECT_EQ(expected == NTE_BUFFER_TOO_SMALL ? 4u : 7u, size) << "the size that is needed";
         EXPECT_EQ(77u, made);
         EXPECT_EQ(nullptr, list);
+        EXPECT_EQ(Bytes(sizeof(bytes)), BytesOf(bytes)) << "no output";
     }
     EXPECT_EQ(0u, sim.Journal().size());
 }
