@@ -73,11 +73,21 @@ try_faults() {
     keep faults "$top/stress/faults.jq" <"$work/cells"
 }
 
-# Threads and processes, for half of the minutes each.
+# Threads and processes, for half of the minutes each, and the threads once more under the thread sanitizer.
 try_many() {
     build stress_many
     "$top/build/release/stress/stress_many" $((minutes * 30)) >"$work/rules"
-    keep many "$top/stress/many.jq" <"$work/rules"
+    configure_debug tsan thread >&2
+    cmake -DKELVARO_STRESS=ON "$top/build/tsan" >/dev/null
+    build_variant tsan stress_many >&2
+    races=0
+    TSAN_OPTIONS="suppressions=$top/tests/tsan_suppressions.txt" \
+        "$top/build/tsan/stress/stress_many" $((minutes * 30)) threads >"$work/sanitized" 2>"$work/races" || races=1
+    head -n 60 "$work/races" >&2
+    jq --argjson races $races 'map(.rule |= "sanitized " + .) + [{rule: "sanitized threads: no race", ok: ($races == 0), measured: $races}]' \
+        "$work/sanitized" >"$work/more"
+    jq -s add "$work/rules" "$work/more" >"$work/all"
+    keep many "$top/stress/many.jq" <"$work/all"
 }
 
 try_kill() {
