@@ -1,8 +1,7 @@
 // The personal certificate stores of the machine and of the user.
 #pragma once
 
-#include <memory>
-
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 constexpr DWORD kCertificateEncodings = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
@@ -13,7 +12,4 @@ enum class StoreAccess { Read, Write };
 // failure, with the thread's last error.
 HCERTSTORE OpenPersonalStore(bool isMachine, StoreAccess access);
 
-struct CertContextFreer {
-    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
-};
-using CertContextPtr = std::unique_ptr<const CERT_CONTEXT, CertContextFreer>;
+using CertContextPtr = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;

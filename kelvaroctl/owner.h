@@ -1,22 +1,10 @@
-// Smart pointers for what a function of the platform frees.
+// Smart pointers for what functions of the platform free.
 #pragma once
 
-#include <memory>
-
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 namespace kelvaroctl {
-
-template <auto kFree>
-struct Freer {
-    template <typename T>
-    void operator()(T* owned) const
-    {
-        kFree(owned);
-    }
-};
-template <typename T, auto kFree>
-using Owner = std::unique_ptr<T, Freer<kFree>>;
 
 using CertificateContext = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;
 using LocalBlock = Owner<void, LocalFree>;

@@ -37,10 +37,6 @@ void FreeClient(KVCClient* client)
     free(client);
 }
 
-struct ClientFreer {
-    void operator()(KVCClient* client) const { FreeClient(client); }
-};
-
 // A copy of `text`, NULL for NULL. Sets `complete` to false if memory runs out.
 BldStr* CopyText(const WCHAR* text, bool& complete)
 {
@@ -59,7 +55,7 @@ KVCClient* KVCNew(const WCHAR* kvname, DWORD authn, const WCHAR* tenant, const W
     LogLine(TEXT("KVCNew KeyVault and Authentication Type"), LOG_STEP_LEVEL);
     if (!kvname)
         return Fail(nullptr, TEXT("KVCNew NULL kvname"));
-    std::unique_ptr<KVCClient, ClientFreer> kvc(static_cast<KVCClient*>(calloc(1, sizeof(KVCClient))));
+    Owner<KVCClient, FreeClient> kvc(static_cast<KVCClient*>(calloc(1, sizeof(KVCClient))));
     if (!kvc)
         return Fail(nullptr, kNoMemory);
     kvc->purgeOnDelete = purgeOnDelete;

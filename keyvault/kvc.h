@@ -5,8 +5,7 @@
 // to one thread, keeps its token and vault's name while the client gets new ones, and receives the answers.
 #pragma once
 
-#include <memory>
-
+#include "platform/owner.h"
 #include "platform/platform.h"
 #include "support/bldstr.h"
 
@@ -76,11 +75,8 @@ KVC* KVCBeginCall(KVCClient* client);
 // Releases a call and wipes its token and answer. NULL does nothing. Preserves the thread's last error.
 void KVCEndCall(KVC* call);
 
-struct KVCCallEnder {
-    void operator()(KVC* call) const { KVCEndCall(call); }
-};
 // Owns a call.
-using KVCCall = std::unique_ptr<KVC, KVCCallEnder>;
+using KVCCall = Owner<KVC, KVCEndCall>;
 
 // Gets a valid token for a call (not NULL). Ready: its tokenType, accessToken, host and kvname are current. Failures
 // are logged. Returns at once while the client's token is less than an hour old, else blocks for a sign-in. If several

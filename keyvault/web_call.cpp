@@ -15,10 +15,7 @@ constexpr int kAttempts = 10;
 constexpr DWORD kRetryWaitMs = 200;
 constexpr DWORD kConnectWaitMs = 20000;
 
-struct InternetCloser {
-    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
-};
-using InternetHandle = std::unique_ptr<void, InternetCloser>;
+using InternetHandle = Owner<void, WinHttpCloseHandle>;
 
 struct Request {
     INTERNET_PORT port;

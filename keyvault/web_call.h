@@ -1,8 +1,7 @@
 // One HTTP or HTTPS exchange: all network traffic of the system goes through it.
 #pragma once
 
-#include <memory>
-
+#include "platform/owner.h"
 #include "platform/platform.h"
 #include "support/bldstr.h"
 
@@ -34,7 +33,4 @@ KVCResponse* KVCDoWebCall(INTERNET_PORT port, const WCHAR* host, const WCHAR* pa
 // Frees body, headers and the record. NULL does nothing.
 void KVCFreeResponse(KVCResponse* response);
 
-struct KVCResponseFreer {
-    void operator()(KVCResponse* response) const { KVCFreeResponse(response); }
-};
-using KVCResponsePtr = std::unique_ptr<KVCResponse, KVCResponseFreer>;
+using KVCResponsePtr = Owner<KVCResponse, KVCFreeResponse>;

@@ -1,9 +1,9 @@
 // The growable wide string that all text is built with.
 #pragma once
 
-#include <memory>
 #include <string_view>
 
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 // After every operation cStr[length] is 0 and 2 * (length + 1) is at most capacity. If cStr couldn't be allocated, it
@@ -36,10 +36,7 @@ BldStr* BldStrMarkSecret(BldStr* str);
 // Wipes and frees a string, whether it is marked or not. NULL does nothing.
 void BldStrWipeFree(BldStr* str);
 
-struct BldStrFreeCaller {
-    void operator()(BldStr* str) const { BldStrFree(str); }
-};
-using BldStrPtr = std::unique_ptr<BldStr, BldStrFreeCaller>;
+using BldStrPtr = Owner<BldStr, BldStrFree>;
 
 // A string that holds a secret or a token. What it owns is marked as secret and stays marked after release(), so the
 // text is always wiped before it is moved or freed.

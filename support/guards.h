@@ -3,43 +3,28 @@
 
 #include <stdlib.h>
 
-#include <memory>
-
+#include "platform/owner.h"
 #include "platform/platform.h"
 #include "support/wipe.h"
 
-struct FreeCaller {
-    void operator()(void* block) const { free(block); }
-};
 // A block from calloc, realloc or malloc.
 template <typename T>
-using MallocPtr = std::unique_ptr<T, FreeCaller>;
+using MallocPtr = Owner<T, free>;
 
-struct HeapFreeCaller {
-    void operator()(void* block) const { HeapFree(GetProcessHeap(), 0, block); }
-};
-// A block of the process heap.
+inline void FreeHeapBlock(void* block)
+{
+    HeapFree(GetProcessHeap(), 0, block);
+}
 template <typename T>
-using HeapPtr = std::unique_ptr<T, HeapFreeCaller>;
+using HeapPtr = Owner<T, FreeHeapBlock>;
 
-struct LocalFreeCaller {
-    void operator()(void* block) const { LocalFree(block); }
-};
 // A block that the platform allocated (LocalAlloc).
 template <typename T>
-using LocalPtr = std::unique_ptr<T, LocalFreeCaller>;
+using LocalPtr = Owner<T, LocalFree>;
 
-struct WipeFreeBytesCaller {
-    void operator()(char* text) const { WipeFreeBytes(text); }
-};
-// A zero-terminated byte text that holds a secret or a token.
-using SecretBytesPtr = std::unique_ptr<char, WipeFreeBytesCaller>;
-
-struct WipeFreeTextCaller {
-    void operator()(WCHAR* text) const { WipeFreeText(text); }
-};
-// The same for wide text.
-using SecretTextPtr = std::unique_ptr<WCHAR, WipeFreeTextCaller>;
+// A zero-terminated text that holds a secret or a token.
+using SecretBytesPtr = Owner<char, WipeFreeBytes>;
+using SecretTextPtr = Owner<WCHAR, WipeFreeText>;
 
 // Preserves the thread's last error across a cleanup.
 class LastErrorKeeper {

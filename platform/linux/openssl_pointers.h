@@ -5,18 +5,10 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-#include <memory>
+#include "platform/owner.h"
 
-template <auto kFree>
-struct OpensslFree {
-    template <typename T>
-    void operator()(T* object) const
-    {
-        kFree(object);
-    }
-};
 template <typename T, auto kFree>
-using OpensslOwner = std::unique_ptr<T, OpensslFree<kFree>>;
+using OpensslOwner = Owner<T, kFree>;
 
 using BioPointer = OpensslOwner<BIO, BIO_free_all>;  // the whole chain
 using CertificatePointer = OpensslOwner<X509, X509_free>;
