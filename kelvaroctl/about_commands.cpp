@@ -18,7 +18,7 @@ Answer PrintManual(Tool&)
     return TextAnswer(ManualPage());
 }
 
-// The tool's version always; the module's if it can be loaded.
+// The tool's version, and the module's file if it can be loaded.
 Answer ShowVersion(Tool& tool)
 {
     Answer answer = {{{"version", KELVARO_VERSION}}, "kelvaroctl " KELVARO_VERSION "\n"};

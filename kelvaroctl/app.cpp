@@ -42,7 +42,7 @@ static Context ContextOf(const Failure& failure, const Tool& tool)
     return context;
 }
 
-// Where to read on. Below level 10 a failed open has no line that says why.
+// Where to read more. Below level 10 no line says why an open failed.
 static std::string Advice(const Failure& failure, const Context& context)
 {
     constexpr DWORD kEverything = 10;

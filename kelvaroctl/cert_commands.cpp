@@ -8,11 +8,11 @@ namespace {
 
 // The vault's key that a certificate is bound to.
 struct VaultKey {
-    const char* word;  // for programs
+    const char* word;  // in the JSON answer
     const char* text;
 };
 constexpr VaultKey kMatches = {"matches", "the vault's key"};
-constexpr VaultKey kOther = {"other", "the vault has another key of this name"};
+constexpr VaultKey kOther = {"other", "the vault has a different key of this name"};
 constexpr VaultKey kMissing = {"missing", "the vault has no such key"};
 
 const VaultKey& Compare(const Provider& provider, const StoredCertificate& certificate)

@@ -22,7 +22,7 @@ std::vector<Bytes> ReadCertificateFile(const std::string& name)
     if (found.empty() && !content.empty() && content[0] == kDerSequence)
         found.push_back(content);
     if (found.empty())
-        throw UsageFailure(name + " holds no certificate, neither as PEM nor in DER");
+        throw UsageFailure(name + " contains no certificate in PEM or DER");
     return found;
 }
 
@@ -31,7 +31,7 @@ bool IsCertificateOf(const Bytes& der, const PublicKey& key)
     const CertificateContext context(CertCreateCertificateContext(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, der.data(),
                                                                   static_cast<DWORD>(der.size())));
     if (!context)
-        throw UsageFailure("the file holds no certificate that the platform can read");
+        throw UsageFailure("the file contains no certificate that the platform can read");
     const CRYPT_BIT_BLOB& bits = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;
     // The structure ends with the bits, preceded by the count of unused ones.
     const Bytes whole = SubjectPublicKeyInfo(key);

@@ -1,4 +1,4 @@
-// Certificate files, as authorities issue them.
+// Certificate files as issued by authorities.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // A certificate of the store as the tool shows it, and the module's record of the certificates that it considers in
-// step with the vault: SHA-1 hashes in the settings. The module adds to it and never removes any.
+// step with the vault: SHA-1 hashes in the settings. The module only adds to it.
 #pragma once
 
 #include <string>

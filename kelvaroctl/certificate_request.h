@@ -9,7 +9,7 @@
 
 namespace kelvaroctl {
 
-// A name in a certificate beside its subject.
+// A name in a certificate in addition to its subject.
 struct SubjectAltName {
     BYTE tag;       // of the choice in GeneralName
     Bytes content;  // without tag and length

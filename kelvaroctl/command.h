@@ -1,6 +1,6 @@
-// A command as data: its name, its arguments and what it does; and the help, manual page and completions that are made
-// of it. Only command_line.cpp knows the library that parses arguments. Neither needs the JSON library, which is slow
-// to compile too.
+// A command as data: its name, its arguments and what it does; and the help, manual page and completions that are
+// generated from it. Only command_line.cpp knows the library that parses arguments. Neither needs the JSON library,
+// which is slow to compile too.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,7 @@ namespace kelvaroctl {
 struct Answer;
 class Tool;
 
-// What the command line gives. Each command takes a few of these.
+// The parsed command line. Each command uses a few of these.
 struct Arguments {
     // Options that all commands share.
     bool json = false;

@@ -60,15 +60,15 @@ static void AddCommand(CLI::App& parent, const Command& command, Parsed* parsed)
         app->require_subcommand(1);
 }
 
-// A script or installer may append a name that comes from elsewhere. Such a name must not choose the code that is
-// loaded, so --module counts only before the command.
+// A script or installer may append a name from an untrusted source. That name must not choose the code that is loaded,
+// so --module is accepted only before the command.
 static void Parse(CLI::App& app, const std::vector<std::string>& words)
 {
     const CLI::Option* const module = app.get_option("--module");
     size_t before = 0;
     for (CLI::App* const command : app.get_subcommands({}))
         command->preparse_callback([&before, module](size_t) { before = module->count(); });
-    // The parser takes its arguments from the back.
+    // The parser expects its arguments in reverse order.
     app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     if (module->count() != before)
         throw CLI::ArgumentMismatch("--module goes before the command");

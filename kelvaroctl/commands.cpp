@@ -1,4 +1,4 @@
-// The table of commands, from which the command line, the help, the manual page and the completions are made.
+// The table of commands, from which the command line, the help, the manual page and the completions are generated.
 #include "kelvaroctl/commands.h"
 
 #include "kelvaroctl/setting_table.h"
@@ -13,8 +13,8 @@ static std::string SettingsFooter()
         if (!IsState(*setting))
             rows.push_back({setting->name, setting->summary});
     }
-    return "Settings:\n" + Columns(rows, 2) + "ClientSecret takes no value: it is asked for without echo, " +
-           "or read as one line from standard input.";
+    return "Settings:\n" + Columns(rows, 2) + "ClientSecret takes no value: the tool prompts for it without echo, " +
+           "or reads one line from standard input.";
 }
 
 static Command ConfigCommands()
@@ -48,7 +48,7 @@ static Command ConfigCommands()
 
 static const Argument kKeyName = {"NAME", &Arguments::name, "the key's name", nullptr, kRequired};
 static const Argument kKeyOption = {"--key", &Arguments::key, "the key's name", "NAME", kRequired};
-static const Argument kYes = {"--yes", &Arguments::yes, "don't ask, for programs"};
+static const Argument kYes = {"--yes", &Arguments::yes, "don't ask for confirmation"};
 static const char kToStandardOutput[] = "the file to write; default: standard output";
 
 static Command KeyCommands()
@@ -61,7 +61,7 @@ static Command KeyCommands()
         {{"list",
           "list the keys; one request per key",
           {{"--details", &Arguments::details, "also type, size and fingerprint; one more request per key"},
-           {"--names", &Arguments::namesOnly, "only the names, which takes one request for 25 keys"},
+           {"--names", &Arguments::namesOnly, "only the names; one request per 25 keys"},
            {"--prefix", &Arguments::prefix, "only keys whose names begin with this; the others aren't read", "TEXT"}},
           ListKeys,
           {},
@@ -114,43 +114,42 @@ static Command KeyCommands()
           {{"FILE", &Arguments::input, "PKCS#8 in PEM or DER, or a private RSA blob of CNG", nullptr, kRequired},
            {"--name", &Arguments::name, "also have the vault create a new key of this name"},
            {"--password-file", &Arguments::passwordFile,
-            "a file with the password in its first line; default: asked for, or read from standard input", "F"}},
+            "a file whose first line is the password; default: prompt for it, or read standard input", "F"}},
           ImportKey,
           {},
-          "Nothing is uploaded: the key in the file is checked, held encrypted in this process only, and gone when the "
+          "Nothing is uploaded: the key in the file is checked, kept encrypted in this process, and discarded when the "
           "command ends. With --name the vault creates a different key of the same length."}},
         "Opening a machine key may copy new certificates from the vault to this machine, as in any program."};
 }
 
 static Command CertificateCommands()
 {
-    return {
-        "certs",
-        "certificates of keys, in the store and in the vault",
-        {},
-        nullptr,
-        {{"list",
-          "the certificates of the machine's (or with --user the user's) store",
-          {{"--check", &Arguments::check,
-            "compare each with its key in the vault, one request per certificate; exit code 1 if one doesn't "
-            "match"}},
-          ListCertificates},
-         {"install",
-          "install a key's certificate in the store, bound to the key",
-          {{"FILE", &Arguments::input, "the certificate, PEM or DER; the key's own is chosen among several", nullptr,
-            kRequired},
-           kKeyOption,
-           {"--force", &Arguments::force, "even if it has another public key"}},
-          InstallCertificateFile},
-         {"publish",
-          "copy a key's certificate from the store to the vault",
-          {kKeyName, {"--again", &Arguments::again, "compare with the vault, and send it if the vault has another"}},
-          PublishCertificate},
-         {"remove",
-          "remove a certificate from the store; the vault keeps it",
-          {{"THUMBPRINT", &Arguments::thumbprint, "its SHA-1 hash, as 'certs list' has it", nullptr, kRequired}, kYes},
-          RemoveStoredCertificate},
-         {"sync", "copy the vault's new certificates to the machine's store now", {}, SyncCertificates}}};
+    return {"certs",
+            "certificates of keys, in the store and in the vault",
+            {},
+            nullptr,
+            {{"list",
+              "the certificates of the machine's (or with --user the user's) store",
+              {{"--check", &Arguments::check,
+                "compare each with its key in the vault, one request per certificate; exit code 1 if one doesn't "
+                "match"}},
+              ListCertificates},
+             {"install",
+              "install a key's certificate in the store, bound to the key",
+              {{"FILE", &Arguments::input, "the certificate, PEM or DER; of several, the key's own is used", nullptr,
+                kRequired},
+               kKeyOption,
+               {"--force", &Arguments::force, "even if its public key isn't the key's"}},
+              InstallCertificateFile},
+             {"publish",
+              "copy a key's certificate from the store to the vault",
+              {kKeyName, {"--again", &Arguments::again, "compare with the vault, and send it if they differ"}},
+              PublishCertificate},
+             {"remove",
+              "remove a certificate from the store; the vault keeps it",
+              {{"THUMBPRINT", &Arguments::thumbprint, "its SHA-1 hash, as in 'certs list'", nullptr, kRequired}, kYes},
+              RemoveStoredCertificate},
+             {"sync", "copy the vault's new certificates to the machine's store now", {}, SyncCertificates}}};
 }
 
 static std::vector<Argument> SignatureArguments(const Argument& last)
@@ -175,15 +174,16 @@ static std::vector<Argument> EncryptionArguments()
 static Command DoctorCommand()
 {
     return {"doctor",
-            "find out why it doesn't work, from the module to a signature",
+            "diagnose problems, from loading the module to making a signature",
             {{"--key", &Arguments::key, "the key to try; default: the first usable one", "NAME"},
              {"--write", &Arguments::write, "also create, use and delete a key in the vault"},
-             {"--strict", &Arguments::strict, "warnings count as failures"},
-             {"--timeout", &Arguments::seconds, "how long each check may wait; default: 1 to 60, by check", "SECONDS"}},
+             {"--strict", &Arguments::strict, "treat warnings as failures"},
+             {"--timeout", &Arguments::seconds,
+              "how long each check may wait; default: 1 to 60, depending on the check", "SECONDS"}},
             RunDoctor,
             {},
-            "Without --write nothing changes but what every program changes that opens the provider. No secret is "
-            "shown. Ends within a minute, with --write within two.",
+            "Without --write it changes only what every program that opens the provider changes. Secrets are not "
+            "shown. It ends within a minute, with --write within two.",
             {{"--step", &Arguments::step, "what doctor's child process does"}}};
 }
 
@@ -191,10 +191,10 @@ std::vector<Command> AllCommands()
 {
     return {ConfigCommands(),
             {"provider",
-             "about the provider",
+             "information about the provider",
              {},
              nullptr,
-             {{"show", "its properties and the settings that apply", {}, ShowProvider}}},
+             {{"show", "show its properties and the settings that apply", {}, ShowProvider}}},
             {"algorithms", "the algorithms that the provider supports", {}, ListAlgorithms},
             KeyCommands(),
             {"properties", "the properties of a key", {kKeyName}, ShowProperties},
@@ -214,13 +214,13 @@ std::vector<Command> AllCommands()
              "print the completions for a shell",
              {{"SHELL", &Arguments::shell, "bash or zsh", nullptr, kRequired, {"bash", "zsh"}}},
              PrintCompletion},
-            {"manual", "print the manual page, for man", {}, PrintManual},
-            {"version", "the version, and which module is used", {}, ShowVersion}};
+            {"manual", "print the manual page", {}, PrintManual},
+            {"version", "print the version, and the module in use", {}, ShowVersion}};
 }
 
 std::vector<Argument> SharedOptions()
 {
-    return {{"--json", &Arguments::json, "print a JSON object, for programs"},
+    return {{"--json", &Arguments::json, "print the result as a JSON object"},
             {"--module", &Arguments::modulePath,
              "the provider's module, before the command; default: the one beside this program, or the installed one",
              "PATH"},

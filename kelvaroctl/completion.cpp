@@ -10,12 +10,12 @@ struct Candidate {
 };
 using Candidates = std::vector<Candidate>;
 
-// What differs between the shells. The script walks over the words and keeps the longest name of a command, then looks
+// What differs between the shells. The script goes through the words, keeps the longest command name, and then checks
 // whether the last word is an option that takes a value.
 struct Shell {
     const char* head;
     const char* afterWalk;
-    const char* files;  // completes a file and ends
+    const char* files;  // completes a file name and returns
     const char* tail;
     std::string (*assign)(const Candidates& candidates);  // what the tail offers
 };
@@ -45,7 +45,7 @@ std::string ZshAssign(const Candidates& candidates)
 }
 
 constexpr Shell kBash = {
-    "# Completes kelvaroctl in bash. Made from its table of commands.\n"
+    "# Completes kelvaroctl in bash. Generated from its table of commands.\n"
     "_kelvaroctl()\n{\n"
     "    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} name= words= files= i\n    "
     "COMPREPLY=()\n"
@@ -61,7 +61,7 @@ constexpr Shell kBash = {
 
 constexpr Shell kZsh = {
     "#compdef kelvaroctl\n"
-    "# Completes kelvaroctl in zsh. Made from its table of commands.\n"
+    "# Completes kelvaroctl in zsh. Generated from its table of commands.\n"
     "local name= files= word\nlocal -a matches\n"
     "for word in ${words[2,CURRENT - 1]}; do\n    case \"$name $word\" in\n    ",
     ") name=${name:+$name }$word ;;\n    esac\ndone\ncase \"$name:${words[CURRENT - 1]}\" in\n", "_files; return",
@@ -83,7 +83,7 @@ Candidates ValuesOf(const Argument& argument)
     return values;
 }
 
-// The pattern that a command's name and the word behind it match.
+// The pattern that matches a command's name and the word after it.
 std::string Pattern(const std::string& name, const char* separator, const std::string& word)
 {
     return "\"" + name + separator + word + "\"";

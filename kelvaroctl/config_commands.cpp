@@ -68,7 +68,7 @@ Answer ProtectConfig(Tool& tool)
     return answer;
 }
 
-// Whoever can read the machine's secret here can decrypt it.
+// Anyone on this machine who can read the machine's secret can decrypt it.
 static void CheckAccess(Tool& tool)
 {
     if (!ReadSettingsAccess().open)
@@ -76,7 +76,7 @@ static void CheckAccess(Tool& tool)
     const std::string problem = "ordinary users can read the settings in " + SettingsPlace(HKEY_LOCAL_MACHINE) +
                                 ", and so recover the secret: run 'kelvaroctl config protect' first";
     if (!tool.anyway)
-        throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret all the same");
+        throw Failure(ExitCode::Configuration, "open", problem + "; --anyway sets the secret regardless");
     tool.Warn(problem);
 }
 
@@ -94,7 +94,7 @@ static const Setting& SettingFor(const std::string& name, const SettingsHive& hi
     return *setting;
 }
 
-// What the module takes: the value alone, for programs.
+// Prints only the value that the module uses.
 Answer GetSetting(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
@@ -238,7 +238,7 @@ Answer UnsetSetting(Tool& tool)
     return answer;
 }
 
-// Those that set a secret, in either form.
+// The changes that set a secret, in either form.
 static std::vector<SettingChange> SecretsOf(const std::vector<SettingChange>& changes)
 {
     std::vector<SettingChange> secrets;

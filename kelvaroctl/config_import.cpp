@@ -54,7 +54,7 @@ void CheckType(const RegistryValue& entry, const Setting& setting)
                           std::string("the bytes of ") + setting.name + " end in the middle of a character or number");
 }
 
-// Empty texts are valid here: the module empties the clear secret, and an export has it so.
+// Empty texts are valid here: the module empties the clear secret, and an export includes the empty value.
 std::string ValueProblem(const Setting& setting, const RawValue& value)
 {
     if (!IsText(setting))

@@ -94,7 +94,7 @@ bool RawFromDerSignature(const Bytes& der, size_t width, Bytes* raw)
         der.end() - second < 2 || !ToWidth(Bytes(second + 2, der.end()), width, &s))
         return false;
     raw->insert(raw->end(), s.begin(), s.end());
-    // Whatever else is wrong, these numbers have another encoding.
+    // Rejects any other encoding of these numbers.
     return DerFromRawSignature(*raw) == der;
 }
 

@@ -1,5 +1,5 @@
-// The few DER structures that the tool writes, and the one that it reads. By hand, since the tool uses no crypto
-// library and runs on Windows too.
+// The few DER structures that the tool writes, and the one that it reads. Written by hand because the tool uses no
+// crypto library and also runs on Windows.
 #pragma once
 
 #include <initializer_list>

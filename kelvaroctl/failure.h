@@ -38,7 +38,7 @@ constexpr const char* kExitMeanings[] = {
 
 class Failure : public std::exception {
   public:
-    // code: a word for programs, or the name of the status. message: a sentence without the full stop.
+    // code: a fixed word, or the name of the status. message: a sentence without the full stop.
     Failure(ExitCode exit, std::string code, std::string message)
         : exit_(exit), code_(std::move(code)), message_(std::move(message))
     {

@@ -7,10 +7,10 @@ namespace kelvaroctl {
 
 // Creates the file, or opens an existing one without changing its content, and lets only its owner (and on Windows
 // administrators) use it. Pipes and devices are left as they are. Throws a usage failure if that is refused, or if the
-// file belongs to another user, who could give himself access again.
+// file belongs to another user, who could regain access.
 void CreateForOwner(const std::string& name);
 
-// Whether ordinary users can write to the folder, or put another in its place. False if that cannot be found out.
+// Whether ordinary users can write to the folder, or replace it. False if that can't be determined.
 bool OthersCanWrite(const std::string& folder);
 
 }  // namespace kelvaroctl

@@ -62,7 +62,7 @@ bool OthersCanWrite(const std::string& folder)
         return true;
     while (path.has_relative_path()) {
         path = path.parent_path();
-        // With the sticky bit, nobody can rename what belongs to another user.
+        // With the sticky bit, no one can rename what belongs to another user.
         if ((ModeOf(path) & (S_IWOTH | S_ISVTX)) == S_IWOTH)
             return true;
     }

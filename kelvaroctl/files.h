@@ -16,8 +16,8 @@ Bytes ReadInput(const std::string& name, size_t maxSize);
 
 enum class Readers { Everyone, OwnerOnly };
 
-// An output file, checked before the vault is asked for its content: each operation of the vault costs money. The old
-// content stays until Write; a file that is new is removed if there is no Write.
+// An output file, checked before the vault produces its content: each operation of the vault costs money. The old
+// content is kept until Write; a new file is removed if Write isn't called.
 class OutputFile {
   public:
     // name: empty for none. input: the command's input file, which must be a different one; or "". Throws a usage

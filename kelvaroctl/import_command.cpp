@@ -43,7 +43,7 @@ static SecretString Password(const Arguments& arguments, const KeyFile& file)
     return file.encrypted ? ReadSecretLine("Password of " + arguments.input + ": ") : SecretString();
 }
 
-// The provider chooses the scope by the kind of file.
+// The kind of file determines the scope.
 static void CheckScope(const Tool& tool, const KeyFile& file)
 {
     if (file.machineKey == tool.user) {
@@ -79,8 +79,8 @@ Answer ImportKey(Tool& tool)
     Answer answer;
     answer.object = {
         {"file", tool.input}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
-    answer.text = Printable(tool.input) + " holds an RSA key of " + std::to_string(bits) +
-                  " bits, which is valid. It was held encrypted in this process only and never sent.\n";
+    answer.text = Printable(tool.input) + " contains an RSA key of " + std::to_string(bits) +
+                  " bits, which is valid. It was kept encrypted in this process and never sent.\n";
     if (named) {
         key.Finalize();
         const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());

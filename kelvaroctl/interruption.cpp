@@ -6,7 +6,7 @@
 
 namespace kelvaroctl {
 
-// Read by the handler, which may not allocate.
+// Read by the signal handler, which may not allocate.
 static std::filesystem::path unfinished;
 static bool terminal = false;
 static HANDLE console = nullptr;

@@ -1,4 +1,4 @@
-// What Ctrl-C leaves behind: nothing. The program still ends by the signal.
+// Cleans up after Ctrl-C. The signal still ends the program.
 #pragma once
 
 #include <filesystem>
@@ -7,7 +7,7 @@
 
 namespace kelvaroctl {
 
-// From now on, an interruption restores what the functions below name, and ends the line on standard error if that is a
+// From now on, an interruption undoes what the functions below name, and ends the line on standard error if that is a
 // terminal.
 void CleanUpWhenInterrupted(bool errorIsTerminal);
 

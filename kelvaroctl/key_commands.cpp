@@ -39,7 +39,7 @@ static void AddDetails(const Provider& provider, Json* object, Row* row)
         AddFacts(publicKey, object);
         row->insert(row->end(), {Describe(publicKey), Fingerprint(publicKey)});
     } catch (const Failure& failure) {
-        // Without sign-in, no other key will open either.
+        // If sign-in fails, no other key will open either.
         if (failure.exit() == ExitCode::SignIn)
             throw;
         (*object)["problem"] = failure.what();
@@ -47,7 +47,7 @@ static void AddDetails(const Provider& provider, Json* object, Row* row)
     }
 }
 
-// The keys whose names begin with the prefix; only they are read, and none for their names alone.
+// The keys whose names begin with the prefix. Reads only those, or none if only the names are wanted.
 static void ListSome(const Provider& provider, const Arguments& arguments, ProgressLine* progress, KeyList* list)
 {
     for (const std::string& name : provider.KeyNames()) {

@@ -80,7 +80,7 @@ KeyFile ReadKeyFile(const std::string& name)
     SecureZeroMemory(text.data(), text.size());
     SecureZeroMemory(content.data(), content.size());
     if (!found)
-        throw UsageFailure(name + " holds no private key, neither PKCS#8 nor a CNG blob");
+        throw UsageFailure(name + " contains no private key, neither PKCS#8 nor a CNG blob");
     return Pkcs8(std::move(der));
 }
 

@@ -8,7 +8,7 @@
 namespace kelvaroctl {
 
 struct KeyFile {
-    const char* kind;       // for people
+    const char* kind;       // for messages
     const WCHAR* blobType;  // for the provider
     bool machineKey;        // whether the provider imports this kind as a machine key
     bool encrypted;

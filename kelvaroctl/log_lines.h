@@ -1,4 +1,4 @@
-// The module's log lines of this command, which say why it failed.
+// The module's log lines during this command, which say why it failed.
 #pragma once
 
 #include <cstdint>
@@ -18,8 +18,8 @@ struct LogLine {
     size_t times = 1;  // in a row
 };
 
-// Remembers where the log ends, so that what follows is this command's. Lines that other programs write meanwhile are
-// among them: a line doesn't say who wrote it.
+// Remembers where the log ends, so that what follows is this command's. That includes lines that other programs write
+// meanwhile: a line doesn't say who wrote it.
 class LogMark {
   public:
     LogMark();
@@ -32,7 +32,7 @@ class LogMark {
     uintmax_t size_ = 0;
 };
 
-// For people: the lines with what they mean, each line indented. status: the failure's own, which needs no explanation.
+// The lines as text with what they mean, each line indented. status: the failure's own, which needs no explanation.
 std::string LogLinesText(const std::vector<LogLine>& lines, std::optional<SECURITY_STATUS> status);
 Json LogLinesObject(const std::vector<LogLine>& lines);
 

@@ -20,7 +20,7 @@ LogPlace FindLog();
 // nullopt if they cannot be read.
 std::optional<LogPlace> FindLogIfReadable();
 
-// "log: FILE" and what is wrong with its folder, or how to switch logging on.
+// "log: FILE" and what is wrong with its folder, or how to turn on logging.
 std::string LogAdvice(const LogPlace& log);
 
 }  // namespace kelvaroctl

@@ -8,7 +8,7 @@ namespace kelvaroctl {
 
 namespace {
 
-// The cells of "| a | b |", without the blanks around them; none if the line is no row.
+// The cells of "| a | b |", trimmed; none if the line isn't a row.
 std::vector<std::string_view> CellsOf(std::string_view line)
 {
     std::vector<std::string_view> cells;

@@ -1,4 +1,4 @@
-// What docs/log.md says of the module's log lines. The document is the table: the build compiles it in.
+// What docs/log.md says about the module's log lines. The document is the table: the build compiles it in.
 #pragma once
 
 #include <optional>

@@ -16,15 +16,15 @@ static void RestoreConsole()
 static BOOL WINAPI RestoreWhenInterrupted(DWORD)
 {
     RestoreConsole();
-    return FALSE;  // what follows is as without this handler
+    return FALSE;  // continue as if there were no handler
 }
 
 // Arguments are UTF-16, so that key names in any script survive; output is UTF-8.
 int wmain(int argc, wchar_t** argv)
 {
-    // DLLs that are loaded by their bare names come from System32 only.
+    // DLLs loaded by bare name come from System32 only.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-    // The library installs its handler with the first call of signal. The one installed last runs first.
+    // The C library installs its handler at the first call of signal. The handler installed last runs first.
     std::signal(SIGINT, SIG_DFL);
     SetConsoleCtrlHandler(RestoreWhenInterrupted, TRUE);
     SetConsoleOutputCP(CP_UTF8);

@@ -4,7 +4,7 @@ namespace kelvaroctl {
 
 namespace {
 
-// Without what the formatter would take for a request or an escape.
+// Escapes what the formatter would read as a request or an escape.
 std::string Roff(const std::string& text)
 {
     std::string safe;
@@ -68,7 +68,7 @@ std::string ManualPage()
                        "\" \"Kelvaro\"\n.ad l\n.nh\n"
                        ".SH NAME\nkelvaroctl \\- administers the Zandrel Key Storage Provider for Key Vault\n"
                        ".SH SYNOPSIS\n\\fBkelvaroctl\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIARGUMENT\\fR]...\n"
-                       ".SH OPTIONS\nThey go before or after the command; \\-\\-module only before it.\n";
+                       ".SH OPTIONS\nOptions may precede or follow the command; \\-\\-module must precede it.\n";
     page += Entries(SharedOptions()) + Entry("--version", "print the version") +
             Entry("--help", "print the help of a command");
     page += ".SH COMMANDS\n";
@@ -79,7 +79,7 @@ std::string ManualPage()
     int code = 0;
     for (const char* const meaning : kExitMeanings)
         page += Entry(std::to_string(code++), meaning);
-    return page + ".SH SEE ALSO\nThe documents in /usr/share/doc/kelvaro: index.md says which one helps with what.\n";
+    return page + ".SH SEE ALSO\nThe documents in /usr/share/doc/kelvaro, starting with index.md.\n";
 }
 
 }  // namespace kelvaroctl

@@ -90,7 +90,7 @@ ModuleBlock<NCryptKeyName> Provider::NextKey(ModuleBlock<void>* state) const
     return {status == ERROR_SUCCESS ? found : nullptr, table().FreeBuffer};
 }
 
-// The module takes a list that isn't JSON for an empty one, and a key that isn't JSON for one without content.
+// The module treats a list that isn't JSON as empty, and a key that isn't JSON as one without content.
 void Provider::CheckListIsEmpty() const
 {
     try {
@@ -148,7 +148,7 @@ Key::Key(const Provider& provider, const std::string& name) : provider_(provider
 {
     const WideText wide = KeyName(name);
     Check(Operation::OpenKey, table().OpenKey(provider.handle(), &handle_, wide.c_str(), 0, provider.scopeFlag()));
-    // The module takes an answer that isn't JSON for an RSA key without a modulus.
+    // The module treats an answer that isn't JSON as an RSA key without a modulus.
     const bool empty = AlgorithmName() == "RSA" && !NumberProperty(NCRYPT_LENGTH_PROPERTY);
     if (empty) {
         table().FreeKey(provider.handle(), handle_);
@@ -279,7 +279,7 @@ bool Key::Verify(const Padding& padding, const Bytes& digest, const Bytes& signa
     return true;
 }
 
-// One call with enough room: a size query would be a second operation of the vault.
+// One call with a large enough buffer: a size query would cost a second operation of the vault.
 Bytes Key::Crypt(Operation operation, const Bytes& input, size_t room, DWORD flags) const
 {
     const auto call = operation == Operation::Encrypt ? table().Encrypt : table().Decrypt;

@@ -20,7 +20,7 @@ using ModuleBlock = std::unique_ptr<T, NCryptFreeBufferFn>;
 
 class Provider {
   public:
-    // notice: says that a call still waits, or NULL.
+    // notice: reports that a call is still waiting; may be NULL.
     Provider(ProviderBinding binding, bool machine, std::unique_ptr<WaitNotice> notice);
     ~Provider();
     Provider(const Provider&) = delete;
@@ -48,7 +48,7 @@ class Provider {
     // Calls `visit` with the name and algorithm of each key, in the vault's order. A failure may come after some keys.
     using KeyVisitor = std::function<void(const std::string& name, const std::string& algorithm)>;
     void ForEachKey(const KeyVisitor& visit) const;
-    // The names alone: the module reads the list and one key. Through the router it reads every key.
+    // Only the names: the module reads the list and one key. Through the router it reads every key.
     std::vector<std::string> KeyNames() const;
 
   private:
@@ -64,7 +64,7 @@ class Provider {
 
 class Key {
   public:
-    // The provider must outlive the key. Throws if the vault's answer wasn't the service's.
+    // The provider must outlive the key. Throws if the answer didn't come from the vault's service.
     Key(const Provider& provider, const std::string& name);
     ~Key();
     // A pending key, which Finalize() creates in the vault. overwrite: don't check whether the vault has a key of that

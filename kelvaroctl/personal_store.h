@@ -38,8 +38,8 @@ std::vector<StoredCertificate> ReadPersonalStore(bool machine);
 // Returns the stored certificate. Throws a configuration failure if the platform reports an error.
 StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::string& keyName);
 
-// Removes the certificate with that thumbprint; what it was, or nullopt if there is none. Throws a configuration
-// failure if the platform reports an error.
+// Removes the certificate with that thumbprint and returns it; nullopt if there is none. Throws a configuration failure
+// if the platform reports an error.
 std::optional<StoredCertificate> RemoveCertificate(bool machine, const std::string& thumbprint);
 
 // The certificate that the module publishes for a key: the newest that is bound to it and not too large. nullopt if

@@ -11,21 +11,21 @@ namespace kelvaroctl {
 // The module's file, without a folder.
 extern const char kModuleFile[];
 
-// The installed module, as the loader takes it. Windows: its path in the system folder, so that no other folder is
-// searched.
+// The installed module, in the form that the loader expects. Windows: its path in the system folder, so that no other
+// folder is searched.
 std::string InstalledModule();
 
 // Where an administrator can repair the settings of a hive: the hive's file or the key's path.
 std::string SettingsPlace(HKEY hive);
 
-// The native path of a file that the provider names in its own way.
+// The native path of a file that the provider names in Windows' form.
 std::string FilePlace(const WideText& name);
 
-// For the handler of a signal.
+// For signal handlers.
 void RemoveFileNow(const std::filesystem::path::value_type* file);
 void EndErrorLine();  // of standard error
 
-// Standard input gives its bytes as they are.
+// Switches standard input to binary mode.
 void ReadInputAsBytes();
 
 // The address in network order, 4 or 16 bytes. False if the text isn't an address.

@@ -20,7 +20,7 @@ std::string InstalledModule()
     WCHAR folder[MAX_PATH];
     const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
     if (!length || length >= MAX_PATH)
-        throw ConfigurationFailure("Windows does not name its system folder: " + LoaderMessage(GetLastError()));
+        throw ConfigurationFailure("cannot get the path of Windows' system folder: " + LoaderMessage(GetLastError()));
     return ToNarrow(WideText(folder, length)) + "\\" + kModuleFile;
 }
 

@@ -1,4 +1,4 @@
-// How the tool reaches the provider: a function table, from the module itself or from the platform's router.
+// How the tool calls the provider: through a function table, from the module itself or from the platform's router.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace kelvaroctl {
 struct ProviderBinding {
     Owner<std::remove_pointer_t<HMODULE>, FreeLibrary> module;  // NULL: the router chooses it
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    std::string place = {};  // for people: the module's path, or who chooses the module
+    std::string place = {};  // for messages: the module's path, or who chooses the module
 };
 
 // Loads the module. path: empty for the one beside this program or, if there is none, the installed one. Throws a

@@ -105,10 +105,10 @@ std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, 
     const size_t body = begin + head.size();
     *at = text.find("-----END " + label + "-----", body);
     if (*at == std::string::npos)
-        throw UsageFailure(fileName + " holds a block without an end: " + label);
+        throw UsageFailure(fileName + " contains a block without an end: " + label);
     Bytes der;
     if (!ParseBase64(std::string_view(text).substr(body, *at - body), &der))
-        throw UsageFailure(fileName + " holds a block that is not Base64: " + label);
+        throw UsageFailure(fileName + " contains a block that is not Base64: " + label);
     return der;
 }
 

@@ -21,7 +21,7 @@ StoredCertificate FindToPublish(const SettingsHive& hive, const std::string& key
                                  "'; install one with kelvaroctl certs install");
 }
 
-// Makes the module publish the certificate unless the vault has it. True if the module then recorded it.
+// Makes the module publish the certificate unless the vault already has it. True if the module then recorded it.
 bool Release(std::unique_ptr<Key> key, const SettingsHive& hive, const std::string& hash)
 {
     key->Property(kCertificateProperty);

@@ -6,7 +6,7 @@
 
 namespace kelvaroctl {
 
-// As the store has it; people paste it with blanks or colons.
+// In the store's form; people paste it with spaces or colons.
 static std::string Thumbprint(const std::string& text)
 {
     constexpr size_t kSha1 = 20;

@@ -28,7 +28,7 @@ const Setting kSettings[] = {
     {"EVLoggingLevel", SettingKind::Number, 4, 10, true, ReadWhen::ModuleLoad, "0", "the same for the event log"},
     {"EventLog", SettingKind::Text, 256, 0, true, ReadWhen::ModuleLoad, "Application", "name of the event source"},
     {"LogfilePath", SettingKind::Text, 512, 0, true, ReadWhen::LogLine,
-     "C:", "folder of the log files, without a backslash at its end"},
+     "C:", "folder of the log files, without a trailing backslash"},
     {"FromKVLastSyncTime", SettingKind::StateNumber, 4, 0xFFFFFFFF, true, ReadWhen::ProviderOpen, "",
      "last certificate sync"},
     {"CertSync", SettingKind::StateText, 0, 0, false, ReadWhen::ProviderOpen, "", "certificates that count as in step"},
@@ -119,7 +119,7 @@ static bool HasReserved(const WideText& value)
 static std::string FolderProblem(const WideText& value)
 {
     if (value.back() == '\\' || value.back() == '/')
-        return "write the folder without a separator at its end";
+        return "write the folder without a trailing separator";
     const bool drive = value.size() >= 2 && value[1] == ':';
     if (!drive && value[0] != '/' && value[0] != '\\')
         return "write the folder's full path: programs run in many folders";

@@ -42,7 +42,7 @@ std::vector<std::string> SettingNames();  // that can be set by hand
 bool IsText(const Setting& setting);
 bool IsState(const Setting& setting);  // the module's own values, which `config set` leaves alone
 
-// The value that the module takes, of one that people paste: a vault's URL or host name gives its short name.
+// Converts a pasted value to the form that the module expects: a vault's URL or host name becomes its short name.
 std::string ShortForm(const Setting& setting, const std::string& value);
 
 // What is wrong with a value; empty if it is good.

@@ -76,7 +76,7 @@ SecretString ReadSecretLine(const std::string& prompt)
         throw UsageFailure("standard input is empty");
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
-    // PowerShell puts one in front of what it pipes, depending on its encoding.
+    // PowerShell prefixes what it pipes with one, depending on its encoding.
     if (line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0)
         line.erase(0, kByteOrderMark.size());
     return line;

@@ -13,8 +13,8 @@ bool ErrorOutputIsTerminal();
 // memory. On a terminal, writes `prompt` to standard error and turns off echo. Throws a usage failure at end of file.
 SecretString ReadSecretLine(const std::string& prompt);
 
-// Asks on standard error and reads one line of standard input: whether it is "yes". Throws a usage failure if either is
-// not a terminal.
+// Asks on standard error, reads one line of standard input, and returns whether it is "yes". Throws a usage failure if
+// either isn't a terminal.
 bool Confirmed(const std::string& question);
 
 // A progress line on standard error, if that is a terminal. The destructor clears it.

@@ -1,4 +1,4 @@
-// Texts between the tool (UTF-8) and the platform (UTF-16), and the written forms of bytes.
+// Converts text between the tool (UTF-8) and the platform (UTF-16), and bytes to and from text.
 #pragma once
 
 #include <string>

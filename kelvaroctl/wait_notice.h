@@ -1,4 +1,4 @@
-// Says that a call still waits for the network.
+// Reports that a call is still waiting for the network.
 #pragma once
 
 #include <chrono>
@@ -20,16 +20,16 @@ struct WaitLine {
 // The module tries a host ten times: 200 s if the connection is refused, 600 s if packets are dropped.
 std::vector<WaitLine> WaitLines(const std::string& host);
 
-// Writes the lines when they are due, from a thread of its own, until it is destroyed.
+// Writes the lines when they are due, from a separate thread, until it is destroyed.
 class WaitNotice {
   public:
-    // out: outlives the notice. lines: in the order of time.
+    // out: must outlive the notice. lines: in chronological order.
     WaitNotice(std::ostream* out, std::vector<WaitLine> lines);
     ~WaitNotice();
     WaitNotice(const WaitNotice&) = delete;
     WaitNotice& operator=(const WaitNotice&) = delete;
 
-    // The next wait begins.
+    // Starts the next wait.
     void Restart();
 
   private:

@@ -18,7 +18,7 @@ constexpr uint64_t kNotAfter = 0x02432C37F7578000;   // 2117-08-07 14:24:00 UTC
 
 SRWLOCK signingKeyLock = SRWLOCK_INIT;    // guards the next two
 NCRYPT_KEY_HANDLE dummySigningKey;        // 0 until the first use, then never released
-NCRYPT_PROV_HANDLE dummySigningProvider;  // of that key; stays open as long
+NCRYPT_PROV_HANDLE dummySigningProvider;  // the key's provider; stays open too
 
 // Releases a handle of the platform's provider.
 class NcryptObject {

@@ -1,4 +1,4 @@
-// This program as a child process, which can be ended. Each system has its own source, chosen by the build.
+// Runs this program as a child process, which can be killed. Each system has its own source, chosen by the build.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ struct ChildResult {
     std::string out;     // its standard output
 };
 
-// Runs this program with `arguments`, in UTF-8. The process is ended at the limit, and when this one ends.
+// Runs this program with `arguments`, in UTF-8. The process is killed at the limit, and when this one ends.
 ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs);
 
 // Windows: an argument as the C runtime reads it from a command line.

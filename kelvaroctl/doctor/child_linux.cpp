@@ -50,7 +50,7 @@ ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs)
     pointers.push_back(nullptr);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        throw InternalFailure("the platform makes no pipe");
+        throw InternalFailure("cannot create a pipe");
     const pid_t child = fork();
     if (child == 0)
         Become(pointers.data(), ends[1]);
@@ -59,7 +59,7 @@ ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs)
     result.ended = child > 0 && ReadAll(ends[0], limitMs, &result.out);
     close(ends[0]);
     if (child < 0)
-        throw InternalFailure("the platform starts no process");
+        throw InternalFailure("cannot start a process");
     if (!result.ended)
         kill(child, SIGKILL);
     int status = 0;

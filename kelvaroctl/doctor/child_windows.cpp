@@ -10,7 +10,7 @@ namespace {
 
 using Handle = Owner<void, CloseHandle>;
 
-// A job whose processes end with its last handle, and so with this process.
+// A job whose processes are killed when its last handle is closed, and so when this process ends.
 Handle MakeJob()
 {
     Handle job(CreateJobObjectW(nullptr, nullptr));
@@ -30,7 +30,7 @@ Handle Start(WideText line, HANDLE output, HANDLE job)
     startup.hStdOutput = output;
     PROCESS_INFORMATION made = {};
     if (!CreateProcessW(self, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &startup, &made))
-        throw InternalFailure("the platform starts no process: error " + std::to_string(GetLastError()));
+        throw InternalFailure("cannot start a process: error " + std::to_string(GetLastError()));
     AssignProcessToJobObject(job, made.hProcess);
     ResumeThread(made.hThread);
     CloseHandle(made.hThread);
@@ -69,7 +69,7 @@ ChildResult RunChild(const std::vector<std::string>& arguments, DWORD limitMs)
     constexpr DWORD kTurnMs = 20;
     HANDLE ends[2] = {};
     if (!CreatePipe(&ends[0], &ends[1], nullptr, 0))
-        throw InternalFailure("the platform makes no pipe");
+        throw InternalFailure("cannot create a pipe");
     const Handle input(ends[0]);
     Handle output(ends[1]);
     SetHandleInformation(output.get(), HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);

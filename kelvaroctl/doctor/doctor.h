@@ -1,4 +1,4 @@
-// The parts of `doctor`: a table of checks, the facts that they hand on, and their outcomes.
+// The parts of `doctor`: a table of checks, the facts that they pass on, and their outcomes.
 #pragma once
 
 #include <functional>
@@ -21,8 +21,8 @@ struct Outcome {
     ExitCode exit = ExitCode::Ok;  // of a failure, if it isn't the check's usual one
     DWORD status = 0;              // HTTP status of the service's answer; 0: none
     std::string code = {};         // the service's own error code
-    bool blocked = false;          // of a skip: what the check needs is broken, so what needs the check is skipped too
-    bool goesOn = false;           // of a failure: what needs the check is tried all the same
+    bool blocked = false;          // of a skip: caused by a broken check, so checks that need this one are skipped too
+    bool goesOn = false;           // of a failure: checks that need this one still run
 };
 
 Outcome Good(std::string found);
@@ -31,13 +31,13 @@ Outcome Failed(std::string found, std::string cause, std::string fix);
 Outcome NotNeeded(std::string why);
 Outcome Blocked(std::string why);
 
-// Adds the service's status and its own code, for programs.
+// Adds the service's status and its own error code, for the JSON answer.
 Outcome Because(Outcome outcome, DWORD status, const std::string& code);
 
 // "a; b": appends a text unless it is empty.
 void AddPart(std::string* list, const std::string& text, const char* separator = "; ");
 
-// What the checks found out. Each check works on a copy, which replaces the original only if the check ends in time.
+// What the checks have learned. Each check works on a copy, which replaces the original only if the check ends in time.
 struct Facts {
     Tool tool;
     std::string key;  // --key, else the first usable one; empty if there is none
@@ -140,7 +140,7 @@ WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::strin
 // The code of the vault's error, the inner one if there is one.
 std::string VaultCode(const WebAnswer& answer);
 
-// What the child process does for checks 1, 2, 15, 16 and 18: only there is the provider used.
+// What the child process does for checks 1, 2, 15, 16 and 18. Only the child process uses the provider.
 Answer RunStep(const Tool& tool);
 
 // The checks, by number.

@@ -1,4 +1,4 @@
-// Checks 15 to 18, which need the module. It is called only in a child process, which can be ended.
+// Checks 15 to 18, which need the module. It is called only in a child process, which can be killed.
 #include <algorithm>
 #include <random>
 
@@ -70,7 +70,7 @@ Outcome CheckSignature(Facts& facts)
         return FailedInModule("no signature", answer, mark);
     const std::string found = JsonText(answer.object, "algorithm") + " with '" + facts.key + "'";
     if (!answer.object.value("verified", false))
-        return Failed(found, "the signature isn't the key's", "what is between this machine and the vault?");
+        return Failed(found, "the signature doesn't verify", "what is between this machine and the vault?");
     return Good(found + ", verified on this machine");
 }
 
@@ -95,7 +95,7 @@ static bool IsWritable(bool machine)
     return store && CertCloseStore(store, 0);
 }
 
-// When the module last brought certificates, and when it may do so again.
+// When the module last copied certificates, and when it may do so again.
 static std::string SyncTimes(const Facts& facts)
 {
     if (facts.plainKeys || facts.tool.user)
@@ -104,7 +104,7 @@ static std::string SyncTimes(const Facts& facts)
     const DWORD stamp = ReadSetting(facts.tool.hive(), setting).number;
     if (!stamp)
         return ", never synced";
-    // The stamp is ten minutes later than the sync; the next sync is due twenty minutes after the last one.
+    // The time stamp is ten minutes later than the sync; the next sync is due twenty minutes after the last one.
     const int64_t wait = static_cast<int64_t>(stamp) + 600 - _time64(nullptr);
     return ", " + NumberMeaning(setting, stamp) + ", next " +
            (wait > 0 ? "in " + std::to_string(wait / 60 + 1) + " minutes" : std::string("when a program opens a key"));
@@ -114,7 +114,7 @@ static std::string ProblemOf(const Json& certificate)
 {
     const std::string key = JsonText(certificate, "vaultKey");
     const std::string problem = key == "missing"                      ? "its key isn't in the vault"
-                                : !key.empty() && key != "matches"    ? "the vault's key is another"
+                                : !key.empty() && key != "matches"    ? "the vault has a different key"
                                 : certificate.value("expired", false) ? "expired"
                                                                       : "";
     return problem.empty() ? "" : JsonText(certificate, "subject") + ": " + problem;

@@ -1,4 +1,4 @@
-// Checks 1 to 5: what this machine has.
+// Checks 1 to 5: this machine.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -38,7 +38,7 @@ Outcome CheckRegistration(Facts& facts)
                   "run kelvaro-register install as an administrator");
 }
 
-// Why the module ignores values, and what is wrong with those that it takes.
+// Why the module ignores values, and what is wrong with those that it uses.
 static std::string ProblemsOf(const SettingsHive& hive)
 {
     std::string problems;
@@ -69,7 +69,7 @@ static std::string ShownSettings(const SettingsHive& hive, bool defaults)
     return shown;
 }
 
-// Names in the key that no setting has: misspellings.
+// Names in the key that aren't settings: probably misspelt.
 static std::string UnknownNames(HKEY hive)
 {
     std::string unknown;
@@ -137,7 +137,7 @@ static std::string MissingIds(const Facts& facts)
     return missing;
 }
 
-// What is set in the hive that these keys don't use: it may have been meant for this one.
+// What is set in the other hive, which these keys don't use: it may have been meant for this one.
 static std::string OtherHive(const SettingsHive& other)
 {
     try {
@@ -219,7 +219,7 @@ static bool TakesLines(const std::string& file)
     std::error_code ignored;
     if (fs::exists(fs::u8path(file), ignored))
         return static_cast<bool>(std::ofstream(fs::u8path(file), std::ios::app));
-    // Not today's file itself: it would belong to this account and keep the others out.
+    // Doesn't create today's file: it would belong to this account and lock the others out.
     const fs::path probe = fs::u8path(file + ".probe");
     const bool taken = static_cast<bool>(std::ofstream(probe));
     fs::remove(probe, ignored);

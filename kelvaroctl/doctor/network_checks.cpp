@@ -1,4 +1,4 @@
-// Checks 6 to 10: the way to the services.
+// Checks 6 to 10: the network path to the services.
 #include <cstdlib>
 
 #include "kelvaroctl/doctor/doctor.h"
@@ -111,7 +111,7 @@ static Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoi
         return NotNeeded("through the proxy");
     DWORD left = static_cast<DWORD>(endpoints.size());
     bool open = false;
-    bool closed = false;  // IPv6 is often not routed, which is no problem beside an address that is open
+    bool closed = false;  // IPv6 is often not routed, which doesn't matter if another address is open
     std::string found;
     for (const Endpoint& endpoint : endpoints) {
         const std::string problem = Connect(endpoint, facts.LeftMs() / left--);
@@ -121,8 +121,8 @@ static Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoi
         closed = closed || (!problem.empty() && endpoint.address.find(':') == std::string::npos);
     }
     if (!open)
-        return Failed(found, "a firewall refuses or drops the connection", "let this machine out to port 443");
-    return closed ? Warned(found, "not every address can be reached", "let this machine out to all of them")
+        return Failed(found, "a firewall refuses or drops the connection", "allow outbound connections to port 443");
+    return closed ? Warned(found, "not every address can be reached", "allow outbound connections to all of them")
                   : Good(found);
 }
 
@@ -143,7 +143,8 @@ constexpr CertificateFault kFaults[] = {
      "the name leads to the wrong machine: DNS, or a proxy"},
 };
 
-// Finds what is wrong with a certificate: the fault for which a request is refused that ignores all the others.
+// Finds what is wrong with a certificate: a request that ignores all faults except one fails if the certificate has
+// that one.
 static Outcome ExplainRefusal(WebRequest request, const Facts& facts)
 {
     constexpr DWORD kAll =

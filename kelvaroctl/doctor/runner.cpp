@@ -55,7 +55,7 @@ void AddPart(std::string* list, const std::string& text, const char* separator)
 
 namespace {
 
-constexpr auto kTurn = std::chrono::milliseconds(50);  // how often an interruption is looked for
+constexpr auto kTurn = std::chrono::milliseconds(50);  // how often to check for an interruption
 
 Outcome Perform(const Check& check, Facts* facts)
 {
@@ -80,7 +80,7 @@ bool IsBroken(const Finding& finding)
 std::string Obstacle(const Check& check, const std::vector<Finding>& findings)
 {
     for (const Finding& finding : findings) {
-        // The module makes ten attempts: nobody should wait for them if they are known to fail.
+        // The module retries ten times: don't wait for that if it is known to fail.
         const bool keepsFromVault = check.group >= 15 && finding.check->group >= 6 && finding.check->group <= 12;
         const bool isNeeded = check.needs && std::string_view(check.needs) == finding.check->id;
         if ((keepsFromVault || isNeeded) && IsBroken(finding))
@@ -132,7 +132,7 @@ class Runner {
         std::packaged_task<Outcome()> task([check = check, facts] { return Perform(check, facts.get()); });
         std::future<Outcome> outcome = task.get_future();
         std::thread thread(std::move(task));
-        // Where the platform allows, the check itself stops at the deadline and says what it waited for.
+        // Where the platform allows it, the check itself stops at the deadline and says what it waited for.
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs + limitMs / 10 + 100);
         while (std::chrono::steady_clock::now() < end && !options_.interrupted()) {
             if (outcome.wait_for(kTurn) != std::future_status::ready)

@@ -21,7 +21,7 @@ constexpr DirectoryError kDirectoryErrors[] = {
     {7000112, "the application is disabled", "enable it in the directory"},
     {7000215, "wrong secret", "kelvaroctl config set ClientSecret: the secret's value, not its id"},
     {7000218, "no secret was sent", "kelvaroctl config set ClientSecret"},
-    {7000222, "expired secret", "make a new one, then kelvaroctl config set ClientSecret"},
+    {7000222, "expired secret", "create a new one, then kelvaroctl config set ClientSecret"},
     {500011, "the directory doesn't know the Key Vault service", "is TenantId that of the vault's directory?"},
     {53003, "a conditional access policy blocks the sign-in", "allow this machine's address in the policy"},
 };
@@ -149,8 +149,8 @@ static WebRequest IdentityRequest(const Facts& facts)
     return request;
 }
 
-// The file that the Arc agent's challenge names. Only a local file of the agent's kind: whoever listens on that port
-// gets its content.
+// The file that the Arc agent's challenge names. Only a local file of the kind that the agent writes: whoever listens
+// on that port gets its content.
 static bool ReadArcFile(const WebAnswer& answer, std::string* path, std::string* secret)
 {
     constexpr char kRealm[] = "Basic realm=";

@@ -1,4 +1,4 @@
-// Names and ports, below HTTP, where a failed request doesn't show its reason.
+// Name resolution and ports, because a failed HTTP request doesn't say which of them failed.
 #pragma once
 
 #include <string>
@@ -13,10 +13,10 @@ struct Endpoint {
     INTERNET_PORT port;
 };
 
-// The addresses of a host; waits as long as the system does. None: *problem has the system's words.
+// The addresses of a host; waits as long as the system does. None: *problem has the system's message.
 std::vector<Endpoint> Resolve(std::string host, INTERNET_PORT port, std::string* problem);
 
-// Connects and, unless `request` is empty, sends it and takes the first bytes of the answer. Returns the problem, or an
+// Connects and, unless `request` is empty, sends it and reads the first bytes of the answer. Returns the problem, or an
 // empty text.
 std::string Connect(const Endpoint& endpoint, DWORD limitMs, const std::string& request = "",
                     std::string* answer = nullptr);

@@ -1,4 +1,4 @@
-// What surrounds the module on this system. Each system has its own source, chosen by the build.
+// The module's environment on this system. Each system has its own source, chosen by the build.
 #pragma once
 
 #include <optional>
@@ -18,8 +18,8 @@ std::optional<std::string> RegisteredImage();
 // Why events can't be shown under this source, or an empty text.
 std::string EventSourceProblem(const std::string& source);
 
-// What programs of the other kind (32 or 64 bits) read, where both have settings and these differ; empty if they don't,
-// or on a system that doesn't keep them apart. Secrets aren't shown.
+// What programs of the other kind (32 or 64 bits) read, if both kinds have settings and these differ; empty if they
+// don't, or on a system without separate settings. Secrets aren't shown.
 std::string OtherViewDifference(bool machine);
 
 }  // namespace kelvaroctl

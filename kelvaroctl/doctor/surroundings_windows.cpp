@@ -103,7 +103,7 @@ std::string ProxyFor(const std::string& host, bool secure)
 
 std::optional<std::string> RegisteredImage()
 {
-    // Where BCryptRegisterProvider keeps it. Not every compiler's header declares the call that reads it.
+    // Where BCryptRegisterProvider stores it. Not every compiler's headers declare the call that reads it.
     const WideText key = TEXT("SYSTEM\\CurrentControlSet\\Control\\Cryptography\\Providers\\");
     return ValueOf(HKEY_LOCAL_MACHINE, key + kProviderName + TEXT("\\UM"), TEXT("Image"), 0);
 }
@@ -130,7 +130,7 @@ std::string OtherViewDifference(bool machine)
         any = any || !theirs.empty();
         AddPart(&differences, Difference(*setting, ValueOf(hive, kSettingsKey, name, 0), theirs), ", ");
     }
-    // Mostly only programs of one kind use the provider.
+    // Usually only one kind of program uses the provider.
     return any && !differences.empty() ? std::string(wide ? "32" : "64") + "-bit programs have " + differences : "";
 }
 

@@ -39,7 +39,7 @@ constexpr VaultRefusal kRefusals[] = {
      "az keyvault network-rule add --name VAULT --ip-address ADDRESS"},
     {403, "ForbiddenByConnection", "the vault takes private connections only",
      "a private endpoint and its DNS zone for this machine's network, or public access for the vault"},
-    {404, nullptr, "not found", "is it a deleted one?"},
+    {404, nullptr, "not found", "was it deleted?"},
     {429, nullptr, "throttled: too many requests of this vault", "fewer requests, or a vault for each machine"},
 };
 
@@ -59,7 +59,8 @@ static Outcome ExplainToken(const Facts& facts)
             "the vault belongs to directory " + facts.vaultTenant + ", the token to directory " + facts.tokenTenant,
             "sign in to the vault's directory: TenantId, or another identity");
     }
-    return Failed(found, "to the vault the token is expired or for another service", "check this machine's clock");
+    return Failed(found, "the vault considers the token expired or issued for another service",
+                  "check this machine's clock");
 }
 
 // An answer that is neither a success nor a missing right.
@@ -125,7 +126,7 @@ static int64_t TimeIn(const Json& attributes, const char* name, int64_t fallback
     return time.is_number() ? time.get<int64_t>() : fallback;
 }
 
-// Why the attributes keep a key from use; empty if they don't.
+// Why the attributes prevent the use of a key; empty if they don't.
 static std::string AttributesProblem(const Json& attributes)
 {
     const int64_t now = _time64(nullptr);
@@ -176,7 +177,7 @@ Outcome CheckListKeys(Facts& facts)
     if (facts.listStatus == 200)
         return Good("granted");
     Outcome outcome = MissingRight(facts, "key", "list", facts.listCode);
-    // A program that names its key doesn't list.
+    // A program that names its key doesn't need the list.
     if (facts.keyNamed)
         outcome.state = State::Warn;
     return outcome;
@@ -223,7 +224,7 @@ static std::string OperationsOf(const Facts& facts)
     return operations;
 }
 
-// Why the key can't sign whatever the rights are; empty if it can.
+// Why the key can't sign, regardless of rights; empty if it can.
 static std::string KeyProblem(const Facts& facts)
 {
     const std::string problem = AttributesProblem(MemberOf(facts.keyBundle, "attributes"));
@@ -255,7 +256,7 @@ Outcome CheckSignRight(Facts& facts)
     return JudgeRight(AskVault(facts, "POST", "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
 }
 
-// Without this right the provider works, but no certificates come to the machine.
+// Without this right the provider works, but copies no certificates to the machine.
 static Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string& name)
 {
     if (facts.plainKeys || facts.tool.user)
@@ -289,7 +290,7 @@ Outcome CheckKey(Facts& facts)
     }
     if (!facts.keyBundle.is_object()) {
         Outcome outcome = Failed("'" + facts.key + "': " + std::to_string(facts.keyStatus), "the vault has no such key",
-                                 "kelvaroctl keys list; is it a deleted one?");
+                                 "kelvaroctl keys list; was it deleted?");
         outcome.exit = ExitCode::NotFound;
         return Because(outcome, facts.keyStatus, "");
     }
