@@ -4,8 +4,8 @@ if(WIN32)
   if(NOT KELVARO_JSONC_ROOT)
     message(FATAL_ERROR "KELVARO_JSONC_ROOT must name the cross-built json-c (see tools/build-json-c.sh)")
   endif()
-  # Test programs make the system's own allocations fail, and the library's are not among them: theirs is a copy that calls
-  # the C library past the wrappers (tests/common/alloc_fault.cpp).
+  # Test programs make the system's own allocations fail, but not json-c's: they link a copy that calls the C library
+  # directly, not the wrappers (tests/common/alloc_fault.cpp).
   set(unwrapped "${CMAKE_BINARY_DIR}/libjson-c-unwrapped.a")
   set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${KELVARO_JSONC_ROOT}/lib/libjson-c.a")
   execute_process(COMMAND "${CMAKE_OBJCOPY}" --redefine-syms=${PROJECT_SOURCE_DIR}/cmake/unwrapped-${CMAKE_SYSTEM_PROCESSOR}.txt
@@ -25,8 +25,8 @@ else()
     INTERFACE_INCLUDE_DIRECTORIES "${KELVARO_JSONC_INCLUDE}")
 endif()
 
-# Header-only libraries of Debian. For the Windows compilers each gets a folder that holds its headers alone, so that nothing
-# else of /usr/include comes into a cross build.
+# Header-only libraries from Debian. For the Windows compilers each gets a folder with only its headers, so that nothing
+# else from /usr/include leaks into a cross build.
 function(kelvaro_header_library target folder)
   add_library(${target} INTERFACE)
   if(WIN32)

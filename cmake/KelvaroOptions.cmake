@@ -13,7 +13,7 @@ target_compile_definitions(kelvaro_options INTERFACE
 if(WIN32)
   target_compile_definitions(kelvaro_options INTERFACE
     UNICODE _UNICODE WINVER=0x0A00 _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX)
-  # The same sources give the same bytes.
+  # Reproducible builds.
   add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
@@ -30,7 +30,7 @@ target_link_libraries(kelvaro_system_options INTERFACE kelvaro_options)
 target_compile_options(kelvaro_system_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 
-# Windows' own headers are large, and all the system's code has them: they are read once.
+# Windows' own headers are large, and all system code includes them: precompile them.
 function(kelvaro_read_windows_once target)
   if(NOT WIN32)
     return()
@@ -56,7 +56,7 @@ if(KELVARO_SANITIZER)
   add_link_options(-fsanitize=${KELVARO_SANITIZER})
 endif()
 
-# The target starts the simulator: this build's, unless another one is given. On Windows it listens already.
+# For a target that starts the simulator: this build's, unless another one is given. On Windows it is already running.
 function(kelvaro_starts_vaultsim target)
   set(simulator "${KELVARO_VAULTSIM}")
   if(NOT simulator AND NOT WIN32)

@@ -24,13 +24,13 @@ endif()
 if(KELVARO_SANITIZER STREQUAL "thread")
   set(KELVARO_THREADS_ONLY ON)
 endif()
-# This check is for the code under test; in the tests themselves it would add half to the time they take to compile.
+# This check is for the code under test; in the tests themselves it would make compiling them take half as long again.
 if(KELVARO_SANITIZER MATCHES "undefined")
   set(KELVARO_TEST_OPTIONS -fno-sanitize=undefined)
 endif()
 # All test programs that this build runs.
 add_custom_target(test_programs ALL)
-# What nearly all test sources begin with is read once.
+# Precompiles the headers that nearly all test sources include.
 file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/test_headers.cpp" CONTENT "")
 add_library(kelvaro_test_headers OBJECT EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/test_headers.cpp")
 target_link_libraries(kelvaro_test_headers PRIVATE kelvaro_options kelvaro_nlohmann gtest Threads::Threads)
@@ -57,7 +57,7 @@ function(kelvaro_add_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} gtest_main)
   if(WIN32)
     set_target_properties(${name} PROPERTIES KELVARO_COUNTS_ALLOCATIONS ON)
-    # No runtime DLL beside the test programs.
+    # The test programs need no runtime DLLs.
     target_link_options(${name} PRIVATE -static)
   endif()
   if((WIN32 AND ARG_X64_ONLY AND CMAKE_SIZEOF_VOID_P EQUAL 4) OR (KELVARO_THREADS_ONLY AND NOT ARG_THREADS))

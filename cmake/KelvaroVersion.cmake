@@ -1,8 +1,8 @@
-# What Windows reads in a program or module beside its code.
+# Resources that Windows reads from a program or module.
 
 # kelvaro_version_resource(TARGET DESCRIPTION [EXECUTION_LEVEL]): the version resource, with the number of the file VERSION.
-# EXECUTION_LEVEL: a program's, asInvoker or requireAdministrator. It goes into the program's manifest, without which Windows
-# quietly redirects a 32-bit program's writes to places that ordinary users may not write.
+# EXECUTION_LEVEL: a program's, asInvoker or requireAdministrator. It goes into the program's manifest; without one,
+# Windows silently redirects a 32-bit program's writes to places that ordinary users may not write to.
 function(kelvaro_version_resource target description)
   get_target_property(type ${target} TYPE)
   set(manifest "")

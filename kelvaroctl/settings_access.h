@@ -14,8 +14,8 @@ struct SettingsAccess {
 };
 SettingsAccess ReadSettingsAccess();
 
-// Gives administrators full control and lets only `accounts` read the settings besides. Creates the settings key if
-// there is none. Throws a usage failure for an unknown account.
+// Gives administrators full control and lets nobody but `accounts` read the settings as well. Creates the settings key
+// if there is none. Throws a usage failure for an unknown account.
 void ProtectSettings(const std::vector<std::string>& accounts);
 
 }  // namespace kelvaroctl

@@ -9,7 +9,7 @@ std::string SecretState(const SettingsHive& hive)
     return ReadSetting(hive, *FindSetting("ClientDPAPISecret")).inForce ? "protected" : "not set";
 }
 
-// The value for people, followed by its meaning.
+// The value as text, followed by its meaning.
 static std::string Shown(const Setting& setting, const SettingState& state)
 {
     std::string text = IsText(setting) ? Printable(ToNarrow(state.text)) : std::to_string(state.number);
