@@ -8,24 +8,10 @@ using View = std::basic_string_view<WCHAR>;
 
 constexpr View kFirstLine = TEXT("Windows Registry Editor Version 5.00");
 
-constexpr char kNotUtf8[] = "the file is not well-formed UTF-8";
-constexpr char kNotUtf16[] = "the file is not well-formed UTF-16";
-constexpr char kNoHead[] =
-    "not an export of the registry editor: the first line must be \"Windows Registry Editor Version 5.00\"";
-constexpr char kNoKey[] = "a value before the first key";
 constexpr char kBadKey[] = "a key must be in brackets, [HKEY_...\\...]";
-constexpr char kBadLine[] = "neither a key, nor a value, nor a comment";
-constexpr char kNoEquals[] = "a value's name must be followed by =";
-constexpr char kOpenQuote[] = "the closing quote is missing";
-constexpr char kBadEscape[] = "in quotes, a backslash must be followed by a quote or another backslash";
 constexpr char kControl[] = "a control character";
-constexpr char kBadData[] = "the data must be a quoted text, dword:, hex: or hex(n):, or - to remove the value";
-constexpr char kBadNumber[] = "dword: must be followed by up to eight hexadecimal digits";
-constexpr char kBadType[] = "hex( must be followed by a type and a closing bracket";
-constexpr char kNoColon[] = "hex must be followed by a colon";
 constexpr char kBadBytes[] = "the bytes must be pairs of hexadecimal digits, divided by commas";
 constexpr char kCutBytes[] = "the bytes break off";
-constexpr char kExcess[] = "something follows the data";
 
 bool IsBlank(WCHAR c)
 {
@@ -81,7 +67,7 @@ const char* DecodeUtf16(std::string_view bytes, SecretText* text)
     text->resize(bytes.size() / 2);
     for (size_t i = 0; i < text->size(); i++)
         (*text)[i] = static_cast<WCHAR>(static_cast<BYTE>(bytes[2 * i]) | static_cast<BYTE>(bytes[2 * i + 1]) << 8);
-    return bytes.size() % 2 == 0 && IsWellFormed(*text) ? nullptr : kNotUtf16;
+    return bytes.size() % 2 == 0 && IsWellFormed(*text) ? nullptr : "the file is not well-formed UTF-16";
 }
 
 const char* DecodeUtf8(std::string_view bytes, SecretText* text)
@@ -95,7 +81,7 @@ const char* DecodeUtf8(std::string_view bytes, SecretText* text)
     text->resize(bytes.size());
     const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, bytes.data(), size, text->data(), size);
     text->resize(static_cast<size_t>(length));
-    return length > 0 ? nullptr : kNotUtf8;
+    return length > 0 ? nullptr : "the file is not well-formed UTF-8";
 }
 
 // Returns a message, or NULL on success.
@@ -118,7 +104,9 @@ class Parser {
     {
         NextLine();
         if (line_ != kFirstLine)
-            return Fail(kNoHead);
+            return Fail(
+                "not an export of the registry editor: the first line must be \"Windows Registry Editor Version "
+                "5.00\"");
         while (!text_.empty()) {
             NextLine();
             first_ = number_;
@@ -182,7 +170,7 @@ class Parser {
         if (line_.empty())
             return true;
         if (line_.front() != ';')
-            return Fail(kExcess);
+            return Fail("something follows the data");
         KeepComment();
         return true;
     }
@@ -198,8 +186,8 @@ class Parser {
         if (line_.front() == '[')
             return ReadKey();
         if (line_.front() != '"' && line_.front() != '@')
-            return Fail(kBadLine);
-        return result_->keys.empty() ? Fail(kNoKey) : ReadValue(&result_->keys.back());
+            return Fail("neither a key, nor a value, nor a comment");
+        return result_->keys.empty() ? Fail("a value before the first key") : ReadValue(&result_->keys.back());
     }
 
     bool ReadKey()
@@ -234,7 +222,7 @@ class Parser {
         value.name = name;
         SkipBlanks();
         if (!Take(TEXT("=")))
-            return Fail(kNoEquals);
+            return Fail("a value's name must be followed by =");
         SkipBlanks();
         if (!ReadData(&value) || !ReadEndOfLine())
             return false;
@@ -253,11 +241,11 @@ class Parser {
         if (Take(TEXT("dword:")))
             return ReadNumber(value);
         if (!Take(TEXT("hex")))
-            return Fail(kBadData);
+            return Fail("the data must be a quoted text, dword:, hex: or hex(n):, or - to remove the value");
         value->type = REG_BINARY;
         if (Take(TEXT("(")) && !(TakeHexNumber(&value->type) && Take(TEXT(")"))))
-            return Fail(kBadType);
-        return Take(TEXT(":")) ? ReadBytes(&value->data) : Fail(kNoColon);
+            return Fail("hex( must be followed by a type and a closing bracket");
+        return Take(TEXT(":")) ? ReadBytes(&value->data) : Fail("hex must be followed by a colon");
     }
 
     // At an opening quote.
@@ -273,13 +261,13 @@ class Parser {
                 line_.remove_prefix(1);
                 c = line_.empty() ? WCHAR{0} : line_.front();
                 if (c != '"' && c != '\\')
-                    return Fail(kBadEscape);
+                    return Fail("in quotes, a backslash must be followed by a quote or another backslash");
             }
             if (IsControl(c))
                 return Fail(kControl);
             text->push_back(c);
         }
-        return Fail(kOpenQuote);
+        return Fail("the closing quote is missing");
     }
 
     bool ReadText(RegistryValue* value)
@@ -312,7 +300,7 @@ class Parser {
     {
         DWORD number;
         if (!TakeHexNumber(&number))
-            return Fail(kBadNumber);
+            return Fail("dword: must be followed by up to eight hexadecimal digits");
         value->type = REG_DWORD;
         for (unsigned shift = 0; shift < 32; shift += 8)
             value->data.push_back(static_cast<BYTE>(number >> shift));

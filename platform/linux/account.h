@@ -1,4 +1,4 @@
-// The process's effective account.
+// Who and what the process is.
 #pragma once
 
 #include <string>
@@ -8,4 +8,8 @@ struct Account {
     std::string home;  // "/" if it has none
 };
 
+// The effective account.
 Account CallerAccount();
+
+// The path of its program; empty if it can't be read.
+std::u16string ProgramPath();

@@ -29,9 +29,9 @@ class CertificateContext : public CERT_CONTEXT {
     std::string FileName() const { return CertificateStore::FileNameOf(sha1_); }
 
     std::optional<KeyProviderInfo> keyProvider() const;
-    // In memory only, or in the store as well.
+    // In memory only, or in the store as well; the latter throws Failure.
     void KeepKeyProvider(std::optional<KeyProviderInfo> info);
-    LONG StoreKeyProvider(std::optional<KeyProviderInfo> info);
+    void StoreKeyProvider(KeyProviderInfo info);
 
     // The position of the enumeration that returned this context.
     StoreListing listing;
@@ -42,7 +42,7 @@ class CertificateContext : public CERT_CONTEXT {
 
     Certificate certificate_;
     std::string sha1_;
-    StoreRef store_;
+    ObjectRef<CertificateStore> store_;
     mutable std::mutex mutex_;
     std::optional<KeyProviderInfo> keyProvider_;
 };

@@ -3,6 +3,7 @@
 #include <limits.h>
 #include <openssl/pem.h>
 
+#include <charconv>
 #include <new>
 
 #include "platform/linux/openssl_errors.h"
@@ -73,26 +74,18 @@ std::u16string Unescaped(std::string_view text)
 
 bool ReadNumber(std::string_view text, DWORD* number)
 {
-    unsigned long long value = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9')
-            return false;
-        value = value * 10 + static_cast<unsigned>(c - '0');
-        if (value > UINT32_MAX)
-            return false;
-    }
-    *number = static_cast<DWORD>(value);
-    return !text.empty();
+    const char* const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, *number);
+    return read.ec == std::errc() && read.ptr == end;
 }
 
 // *text: what follows `KeyProvInfo.NAME: `.
 bool IsField(std::string_view line, std::string_view name, std::string_view* text)
 {
-    const size_t start = kFieldPrefix.size() + name.size() + kFieldEnd.size();
-    if (line.substr(0, kFieldPrefix.size()) != kFieldPrefix || line.substr(kFieldPrefix.size(), name.size()) != name ||
-        line.size() < start || line.substr(start - kFieldEnd.size(), kFieldEnd.size()) != kFieldEnd)
+    const std::string start = std::string(kFieldPrefix).append(name).append(kFieldEnd);
+    if (line.substr(0, start.size()) != start)
         return false;
-    *text = line.substr(start);
+    *text = line.substr(start.size());
     return true;
 }
 

@@ -10,6 +10,7 @@
 #include "platform/linux/certificate.h"
 #include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
+#include "platform/linux/text.h"
 
 namespace {
 
@@ -29,12 +30,6 @@ struct DirectoryCloser {
 };
 
 }  // namespace
-
-void CertificateStore::DropReference()
-{
-    if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete this;
-}
 
 LONG CertificateStore::List(std::vector<std::string>* names) const
 {
@@ -80,15 +75,12 @@ LONG CertificateStore::Rewrite(const std::string& name, const Change& change)
         return E_ACCESSDENIED;
     // The lock file is beside the directory, which holds only certificates.
     StoreLock lock;
-    LONG error = lock.Acquire(directory_);
-    if (error == ERROR_SUCCESS)
-        error = MakeDirectories(directory_);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(lock.Acquire(directory_));
+    Check(MakeDirectories(directory_));
     CertificateRecord certificate;
     const LONG loaded = Load(name, &certificate);
     bool changed = false;
-    error = change(loaded, &certificate, &changed);
+    const LONG error = change(loaded, &certificate, &changed);
     if (error != ERROR_SUCCESS || !changed)
         return error;
     return ReplaceFile(PathOf(name), FormatCertificateFile(certificate));
@@ -99,18 +91,11 @@ LONG CertificateStore::Remove(const std::string& name)
     if (readOnly_)
         return E_ACCESSDENIED;
     StoreLock lock;
-    const LONG error = lock.Acquire(directory_);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(lock.Acquire(directory_));
     return unlink(PathOf(name).c_str()) == 0 || errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
 std::string CertificateStore::FileNameOf(const std::string& sha1)
 {
-    std::string name;
-    for (const char byte : sha1) {
-        name += kHexDigits[static_cast<BYTE>(byte) >> 4];
-        name += kHexDigits[static_cast<BYTE>(byte) & 0xF];
-    }
-    return name.append(kSuffix);
+    return HexOf(sha1).append(kSuffix);
 }

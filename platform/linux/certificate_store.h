@@ -2,17 +2,16 @@
 // same in memory. Reference-counted: its handle holds one reference, and so does each of its contexts.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/linux/certificate_file.h"
+#include "platform/linux/ref_counted.h"
 #include "platform/linux/win_types.h"
 
-class CertificateStore {
+class CertificateStore : public RefCounted {
   public:
     CertificateStore(std::string directory, bool readOnly) : directory_(std::move(directory)), readOnly_(readOnly) {}
     // In memory, read-only; by file name.
@@ -20,12 +19,6 @@ class CertificateStore {
         : memory_(std::move(memory)), readOnly_(true)
     {
     }
-    CertificateStore(const CertificateStore&) = delete;
-    CertificateStore& operator=(const CertificateStore&) = delete;
-
-    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
-    // Deletes the store with the last reference.
-    void DropReference();
 
     bool IsReadOnly() const { return readOnly_; }
 
@@ -47,16 +40,9 @@ class CertificateStore {
     static std::string FileNameOf(const std::string& sha1);
 
   private:
-    ~CertificateStore() = default;
     std::string PathOf(const std::string& name) const { return directory_ + "/" + name; }
 
-    std::atomic<int> references_{1};
     const std::string directory_;  // empty for a store in memory
     const std::map<std::string, CertificateRecord> memory_;
     const bool readOnly_;
 };
-
-struct StoreReferenceDropper {
-    void operator()(CertificateStore* store) const { store->DropReference(); }
-};
-using StoreRef = std::unique_ptr<CertificateStore, StoreReferenceDropper>;

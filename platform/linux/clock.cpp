@@ -1,5 +1,4 @@
 #include <errno.h>
-#include <sched.h>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
@@ -35,10 +34,6 @@ void WINAPI Sleep(DWORD waitMs)
     if (waitMs == INFINITE) {
         for (;;)
             pause();
-    }
-    if (waitMs == 0) {
-        sched_yield();
-        return;
     }
     const timespec until = MonotonicAfter(waitMs);
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {

@@ -25,15 +25,13 @@ LONG GiveOutKeyProvider(const std::optional<KeyProviderInfo>& info, void* data, 
     return GiveOut(block.bytes(), data, size);
 }
 
-LONG ReadKeyProvider(const void* data, std::optional<KeyProviderInfo>* info)
+KeyProviderInfo ReadKeyProvider(const void* data)
 {
     const CRYPT_KEY_PROV_INFO* published = static_cast<const CRYPT_KEY_PROV_INFO*>(data);
     if (!published || published->cProvParam != 0)
-        return E_INVALIDARG;
-    *info = KeyProviderInfo{std::u16string(ViewOf(published->pwszContainerName)),
-                            std::u16string(ViewOf(published->pwszProvName)), published->dwProvType, published->dwFlags,
-                            published->dwKeySpec};
-    return ERROR_SUCCESS;
+        throw Failure(E_INVALIDARG);
+    return {std::u16string(ViewOf(published->pwszContainerName)), std::u16string(ViewOf(published->pwszProvName)),
+            published->dwProvType, published->dwFlags, published->dwKeySpec};
 }
 
 }  // namespace
@@ -51,10 +49,7 @@ std::unique_ptr<CertificateContext> CertificateContext::Make(DWORD encodingType,
     context->cbCertEncoded = static_cast<DWORD>(context->certificate_.der().size());
     context->pCertInfo = context->certificate_.info();
     context->hCertStore = store;
-    if (store) {
-        store->AddReference();
-        context->store_.reset(store);
-    }
+    context->store_ = NewReference(store);
     return context;
 }
 
@@ -70,11 +65,10 @@ void CertificateContext::KeepKeyProvider(std::optional<KeyProviderInfo> info)
     keyProvider_ = std::move(info);
 }
 
-LONG CertificateContext::StoreKeyProvider(std::optional<KeyProviderInfo> info)
+void CertificateContext::StoreKeyProvider(KeyProviderInfo info)
 {
-    LONG error = ERROR_SUCCESS;
     if (store_) {
-        error = store_->Rewrite(FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
+        Check(store_->Rewrite(FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
             // A certificate deleted meanwhile stays deleted.
             if (loaded != ERROR_SUCCESS && loaded != ERROR_INVALID_DATA)
                 return loaded;
@@ -82,11 +76,9 @@ LONG CertificateContext::StoreKeyProvider(std::optional<KeyProviderInfo> info)
             stored->keyProvider = info;
             *changed = true;
             return LONG{ERROR_SUCCESS};
-        });
+        }));
     }
-    if (error == ERROR_SUCCESS)
-        KeepKeyProvider(std::move(info));
-    return error;
+    KeepKeyProvider(std::move(info));
 }
 
 PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYTE* encoded, DWORD size)
@@ -127,8 +119,7 @@ BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD prop
     if (!context || property != CERT_KEY_PROV_INFO_PROP_ID || flags != 0)
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
-        std::optional<KeyProviderInfo> info;
-        const LONG error = ReadKeyProvider(data, &info);
-        return error == ERROR_SUCCESS ? CertificateContext::From(context)->StoreKeyProvider(std::move(info)) : error;
+        CertificateContext::From(context)->StoreKeyProvider(ReadKeyProvider(data));
+        return ERROR_SUCCESS;
     });
 }

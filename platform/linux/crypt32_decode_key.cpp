@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/object_identifier.h"
 #include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
@@ -27,14 +28,6 @@ std::string_view BytesIn(const ASN1_STRING* string)
     return BytesOf(ASN1_STRING_get0_data(string), static_cast<size_t>(ASN1_STRING_length(string)));
 }
 
-LPSTR AppendObjectId(const ASN1_OBJECT* object, StructureBlock* block)
-{
-    const int length = OBJ_obj2txt(nullptr, 0, object, 1);
-    std::string text(static_cast<size_t>(length > 0 ? length + 1 : 1), '\0');
-    OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
-    return block->AppendText(std::string(text.c_str()));
-}
-
 // The whole element; an empty blob for NULL.
 CRYPT_INTEGER_BLOB AppendElement(const ASN1_TYPE* element, StructureBlock* block)
 {
@@ -48,7 +41,7 @@ CRYPT_INTEGER_BLOB AppendElement(const ASN1_TYPE* element, StructureBlock* block
 
 CRYPT_ALGORITHM_IDENTIFIER AppendAlgorithm(const X509_ALGOR* algorithm, StructureBlock* block)
 {
-    return {AppendObjectId(algorithm->algorithm, block), AppendElement(algorithm->parameter, block)};
+    return {block->AppendText(ObjectIdText(algorithm->algorithm)), AppendElement(algorithm->parameter, block)};
 }
 
 CRYPT_ATTRIBUTE AppendAttribute(X509_ATTRIBUTE* attribute, StructureBlock* block)
@@ -58,7 +51,7 @@ CRYPT_ATTRIBUTE AppendAttribute(X509_ATTRIBUTE* attribute, StructureBlock* block
     for (int i = 0; i < count; i++)
         block->Put(values + static_cast<size_t>(i) * sizeof(CRYPT_ATTR_BLOB),
                    AppendElement(X509_ATTRIBUTE_get0_type(attribute, i), block));
-    return {AppendObjectId(X509_ATTRIBUTE_get0_object(attribute), block), static_cast<DWORD>(count),
+    return {block->AppendText(ObjectIdText(X509_ATTRIBUTE_get0_object(attribute))), static_cast<DWORD>(count),
             block->AddressOf<CRYPT_ATTR_BLOB>(values)};
 }
 

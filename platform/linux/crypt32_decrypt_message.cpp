@@ -4,9 +4,10 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "platform/linux/certificate_context.h"
 #include "platform/linux/der.h"
 #include "platform/linux/file_store.h"
 #include "platform/linux/openssl_pointers.h"
@@ -59,18 +60,11 @@ bool IsRecipient(CMS_ContentInfo* message, X509* certificate)
 // False when the certificate names no container. A name never leads out of the folder.
 bool ContainerFile(PCCERT_CONTEXT context, std::string* path)
 {
-    DWORD size = 0;
-    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size))
-        return false;
-    // Words, for the alignment.
-    std::vector<uint64_t> room(size / sizeof(uint64_t) + 1);
-    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, room.data(), &size))
-        return false;
-    const auto* const info = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(room.data());
-    const std::string name = ToUtf8(ViewOf(info->pwszContainerName));
+    const std::optional<KeyProviderInfo> info = CertificateContext::From(context)->keyProvider();
+    const std::string name = info ? ToUtf8(info->containerName) : "";
     if (name.empty() || name[0] == '.' || name.find_first_of("/\\") != std::string::npos)
         return false;
-    const bool machine = (info->dwFlags & CRYPT_MACHINE_KEYSET) != 0;
+    const bool machine = (info->flags & CRYPT_MACHINE_KEYSET) != 0;
     *path = (machine ? RootDirectory() : UserDirectory()) + "/keycontainers/" + name + ".pem";
     return true;
 }

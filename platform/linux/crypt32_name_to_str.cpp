@@ -43,17 +43,6 @@ bool FromUnits(std::string_view bytes, std::u16string* text)
     return true;
 }
 
-std::u16string HexOf(std::string_view bytes)
-{
-    constexpr char16_t kDigits[] = u"0123456789ABCDEF";
-    std::u16string text = u"#";
-    for (const char byte : bytes) {
-        text += kDigits[static_cast<BYTE>(byte) >> 4];
-        text += kDigits[static_cast<BYTE>(byte) & 0xF];
-    }
-    return text;
-}
-
 // False when the value is not a string type.
 bool ReadValue(const DerElement& value, std::u16string* text)
 {
@@ -102,7 +91,7 @@ std::u16string ValueText(const DerElement& value)
 {
     std::u16string text;
     if (!ReadValue(value, &text))
-        return HexOf(value.tag == kDerOctetString ? value.content : value.whole);
+        return u"#" + ToUtf16(HexOf(value.tag == kDerOctetString ? value.content : value.whole));
     return NeedsQuotes(text) ? Quoted(text) : text;
 }
 
@@ -129,18 +118,20 @@ std::u16string RelativeNameText(DerReader* set, DWORD strType)
     return text;
 }
 
-LONG WholeNameText(const CERT_NAME_BLOB& name, DWORD strType, std::u16string* text)
+std::u16string WholeNameText(const CERT_NAME_BLOB& name, DWORD strType)
 {
+    std::u16string text;
     LONG error = ERROR_SUCCESS;
     DerReader outer(BytesOf(name.pbData, name.cbData), &error);
     DerReader sequence = outer.Inside(outer.Take(kDerSequence));
     while (!sequence.AtEnd()) {
         DerReader set = sequence.Inside(sequence.Take(kDerSet));
-        if (!text->empty())
-            *text += u", ";
-        *text += RelativeNameText(&set, strType);
+        if (!text.empty())
+            text += u", ";
+        text += RelativeNameText(&set, strType);
     }
-    return error;
+    Check(error);
+    return text;
 }
 
 }  // namespace
@@ -153,10 +144,7 @@ DWORD WINAPI CertNameToStrW(DWORD, PCERT_NAME_BLOB name, DWORD strType, LPWSTR t
     Succeeds([&]() -> LONG {
         if (!name || (strType != CERT_SIMPLE_NAME_STR && strType != CERT_X500_NAME_STR))
             return E_INVALIDARG;
-        std::u16string whole;
-        const LONG error = WholeNameText(*name, strType, &whole);
-        if (error != ERROR_SUCCESS)
-            return error;
+        const std::u16string whole = WholeNameText(*name, strType);
         size_t length = whole.size();
         if (text && room > 0) {
             length = std::min<size_t>(length, room - 1);

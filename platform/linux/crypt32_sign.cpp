@@ -49,47 +49,39 @@ const char* DigestOf(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
     return found == std::end(kSignatureAlgorithms) ? nullptr : found->digestName;
 }
 
-// Adds elements to a sequence. A part that cannot be encoded makes the whole sequence invalid.
+// Adds elements to a sequence. Throws Failure for a part that can't be encoded: an empty element.
 class DerSequence {
   public:
-    bool valid() const { return valid_; }
     std::string Made() const { return MakeDer(kDerSequence, content_); }
 
     void Add(std::string_view element)
     {
-        valid_ = valid_ && !element.empty();
+        if (element.empty())
+            throw Failure(E_INVALIDARG);
         content_.append(element);
-    }
-    void Add(const DerSequence& inner)
-    {
-        valid_ = valid_ && inner.valid_;
-        Add(inner.Made());
     }
     void AddObjectId(const char* text)
     {
         std::string content;
-        valid_ = valid_ && text && ObjectIdFromText(text, &content);
-        Add(MakeDer(kDerObjectId, content));
+        Add(text && ObjectIdFromText(text, &content) ? MakeDer(kDerObjectId, content) : "");
     }
 
   private:
     std::string content_;
-    bool valid_ = true;
 };
 
-DerSequence MakeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
+std::string MakeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
 {
     DerSequence made;
     made.AddObjectId(algorithm.pszObjId);
-    const bool staysEmpty = algorithm.pszObjId && std::any_of(std::begin(kWithoutParameters),
-                                                              std::end(kWithoutParameters), [&](const char* objectId) {
-                                                                  return strcmp(objectId, algorithm.pszObjId) == 0;
-                                                              });
+    const bool staysEmpty =
+        std::any_of(std::begin(kWithoutParameters), std::end(kWithoutParameters),
+                    [&](const char* objectId) { return strcmp(objectId, algorithm.pszObjId) == 0; });
     if (algorithm.Parameters.cbData != 0)
         made.Add(ViewOf(algorithm.Parameters));
     else if (!staysEmpty)
         made.Add(kNull);
-    return made;
+    return made.Made();
 }
 
 // The shortest two's complement form of a number that begins with its least significant byte.
@@ -105,12 +97,12 @@ std::string MakeInteger(std::string_view littleEndian)
     return MakeDer(kDerInteger, content.empty() ? std::string(1, '\0') : content);
 }
 
-std::string MakeBitString(const CRYPT_BIT_BLOB& bits, BYTE tag = kDerBitString)
+std::string MakeBitString(const CRYPT_BIT_BLOB& bits)
 {
     if (bits.cUnusedBits > 7)
         return "";
     std::string content(1, static_cast<char>(bits.cUnusedBits));
-    return MakeDer(tag, content.append(BytesOf(bits.pbData, bits.cbData)));
+    return MakeDer(kDerBitString, content.append(BytesOf(bits.pbData, bits.cbData)));
 }
 
 std::string_view NameOf(const CERT_NAME_BLOB& name)
@@ -118,7 +110,7 @@ std::string_view NameOf(const CERT_NAME_BLOB& name)
     return name.cbData == 0 ? kEmptyName : ViewOf(name);
 }
 
-DerSequence MakeExtensions(const CERT_EXTENSION* extensions, DWORD count)
+std::string MakeExtensions(const CERT_EXTENSION* extensions, DWORD count)
 {
     DerSequence all;
     for (DWORD i = 0; i < count; i++) {
@@ -127,12 +119,12 @@ DerSequence MakeExtensions(const CERT_EXTENSION* extensions, DWORD count)
         if (extensions[i].fCritical)
             one.Add(MakeDer(kDerBoolean, "\xFF"));
         one.Add(MakeDer(kDerOctetString, ViewOf(extensions[i].Value)));
-        all.Add(one);
+        all.Add(one.Made());
     }
-    return all;
+    return all.Made();
 }
 
-DerSequence MakeToBeSigned(const CERT_INFO& info)
+std::string MakeToBeSigned(const CERT_INFO& info)
 {
     DerSequence made;
     if (info.dwVersion != CERT_V1)
@@ -143,26 +135,22 @@ DerSequence MakeToBeSigned(const CERT_INFO& info)
     DerSequence validity;
     validity.Add(MakeTime(info.NotBefore));
     validity.Add(MakeTime(info.NotAfter));
-    made.Add(validity);
+    made.Add(validity.Made());
     made.Add(NameOf(info.Subject));
     DerSequence publicKey;
     publicKey.Add(MakeAlgorithm(info.SubjectPublicKeyInfo.Algorithm));
     publicKey.Add(MakeBitString(info.SubjectPublicKeyInfo.PublicKey));
-    made.Add(publicKey);
-    if (info.IssuerUniqueId.cbData != 0)
-        made.Add(MakeBitString(info.IssuerUniqueId, DerContext(1, false)));
-    if (info.SubjectUniqueId.cbData != 0)
-        made.Add(MakeBitString(info.SubjectUniqueId, DerContext(2, false)));
-    if (info.cExtension != 0) {
-        const DerSequence extensions = MakeExtensions(info.rgExtension, info.cExtension);
-        made.Add(extensions.valid() ? MakeDer(DerContext(3), extensions.Made()) : std::string());
-    }
-    return made;
+    made.Add(publicKey.Made());
+    if (info.cExtension != 0)
+        made.Add(MakeDer(DerContext(3), MakeExtensions(info.rgExtension, info.cExtension)));
+    return made.Made();
 }
 
+// Unique identifiers are not supported.
 bool IsUsable(const CERT_INFO* info)
 {
-    return info && info->dwVersion <= CERT_V3 && (info->cExtension == 0 || info->rgExtension);
+    return info && info->dwVersion <= CERT_V3 && (info->cExtension == 0 || info->rgExtension) &&
+           info->IssuerUniqueId.cbData == 0 && info->SubjectUniqueId.cbData == 0;
 }
 
 }  // namespace
@@ -181,17 +169,13 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
     if (!digestName)
         return Fail(NTE_BAD_ALGID);
     return Succeeds([&]() -> LONG {
-        const DerSequence toBeSigned = MakeToBeSigned(*info);
-        if (!toBeSigned.valid())
-            return E_INVALIDARG;
+        const std::string toBeSigned = MakeToBeSigned(*info);
         // A size query needs no signature.
         size_t signatureSize = 0;
-        LONG error = SoftwareSignatureSize(key, &signatureSize);
+        Check(SoftwareSignatureSize(key, &signatureSize));
         std::string signature(signatureSize, '\0');
-        if (error == ERROR_SUCCESS && encoded)
-            error = SignWithSoftwareKey(key, digestName, toBeSigned.Made(), &signature);
-        if (error != ERROR_SUCCESS)
-            return error;
+        if (encoded)
+            Check(SignWithSoftwareKey(key, digestName, toBeSigned, &signature));
         DerSequence certificate;
         certificate.Add(toBeSigned);
         certificate.Add(MakeAlgorithm(*signatureAlgorithm));

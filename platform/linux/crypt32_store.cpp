@@ -37,17 +37,13 @@ std::string DirectoryOf(DWORD flags)
     }
 }
 
-LONG PrepareDirectory(const std::string& directory, bool readOnly)
+void PrepareDirectory(const std::string& directory, bool readOnly)
 {
-    if (!readOnly) {
-        const LONG error = MakeDirectories(directory);
-        if (error != ERROR_SUCCESS)
-            return error;
-    }
+    if (!readOnly)
+        Check(MakeDirectories(directory));
     const int wanted = R_OK | X_OK | (readOnly ? 0 : W_OK);
-    if (faccessat(AT_FDCWD, directory.c_str(), wanted, AT_EACCESS) == 0)
-        return ERROR_SUCCESS;
-    return errno == ENOENT && readOnly ? ERROR_SUCCESS : ErrorFromErrno(errno);
+    if (faccessat(AT_FDCWD, directory.c_str(), wanted, AT_EACCESS) != 0 && !(errno == ENOENT && readOnly))
+        throw Failure(ErrorFromErrno(errno));
 }
 
 // The context of a certificate of the store.
@@ -60,21 +56,18 @@ ContextPtr MakeStoreContext(CertificateStore* store, DWORD encodingType, Certifi
 }
 
 // The position after `previous`, or the start of a new enumeration.
-LONG FindPlace(CertificateStore* store, const CertificateContext* previous, StoreListing* listing, size_t* position)
+void FindPlace(CertificateStore* store, const CertificateContext* previous, StoreListing* listing, size_t* position)
 {
     if (previous && previous->listing) {
         *listing = previous->listing;
         *position = previous->position + 1;
-        return ERROR_SUCCESS;
+        return;
     }
     std::vector<std::string> names;
-    const LONG error = store->List(&names);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(store->List(&names));
     const auto next = previous ? std::upper_bound(names.begin(), names.end(), previous->FileName()) : names.begin();
     *position = static_cast<size_t>(next - names.begin());
     *listing = std::make_shared<const std::vector<std::string>>(std::move(names));
-    return ERROR_SUCCESS;
 }
 
 LONG FindNext(CertificateStore* store, const CertificateContext* previous, ContextPtr* next)
@@ -83,9 +76,7 @@ LONG FindNext(CertificateStore* store, const CertificateContext* previous, Conte
         return E_INVALIDARG;
     StoreListing listing;
     size_t position = 0;
-    const LONG error = FindPlace(store, previous, &listing, &position);
-    if (error != ERROR_SUCCESS)
-        return error;
+    FindPlace(store, previous, &listing, &position);
     for (; position < listing->size(); position++) {
         CertificateRecord stored;
         LONG parsed = ERROR_SUCCESS;
@@ -101,23 +92,17 @@ LONG FindNext(CertificateStore* store, const CertificateContext* previous, Conte
     return CRYPT_E_NOT_FOUND;
 }
 
-LONG AddToStore(CertificateContext* added)
+void AddToStore(CertificateContext* added)
 {
     std::optional<KeyProviderInfo> kept;
-    const LONG error =
-        added->store()->Rewrite(added->FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) -> LONG {
-            if (loaded == ERROR_SUCCESS) {
-                kept = stored->keyProvider;
-                return ERROR_SUCCESS;
-            }
-            stored->der = std::string(reinterpret_cast<const char*>(added->pbCertEncoded), added->cbCertEncoded);
-            stored->keyProvider.reset();
-            *changed = true;
-            return ERROR_SUCCESS;
-        });
-    if (error == ERROR_SUCCESS)
-        added->KeepKeyProvider(std::move(kept));
-    return error;
+    Check(added->store()->Rewrite(added->FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
+        *changed = loaded != ERROR_SUCCESS;
+        if (*changed)
+            *stored = {std::string(reinterpret_cast<const char*>(added->pbCertEncoded), added->cbCertEncoded), {}};
+        kept = stored->keyProvider;
+        return ERROR_SUCCESS;
+    }));
+    added->KeepKeyProvider(std::move(kept));
 }
 
 }  // namespace
@@ -134,10 +119,9 @@ HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD, HCRYPTPROV_LEGACY, DWORD
         if (provider != CERT_STORE_PROV_SYSTEM_W || !EqualIgnoringCase(ViewOf(static_cast<LPCWSTR>(name)), kMyStore))
             return ERROR_FILE_NOT_FOUND;
         const bool readOnly = (flags & CERT_STORE_READONLY_FLAG) != 0;
-        const LONG error = PrepareDirectory(directory, readOnly);
-        if (error == ERROR_SUCCESS)
-            store = new CertificateStore(directory, readOnly);
-        return error;
+        PrepareDirectory(directory, readOnly);
+        store = new CertificateStore(directory, readOnly);
+        return ERROR_SUCCESS;
     });
     return store;
 }
@@ -172,10 +156,10 @@ BOOL WINAPI CertAddEncodedCertificateToStore(HCERTSTORE store, DWORD encodingTyp
         ContextPtr added = MakeStoreContext(StoreOf(store), encodingType, std::move(given), &error);
         if (!added)
             return error;
-        error = AddToStore(added.get());
-        if (error == ERROR_SUCCESS && context)
+        AddToStore(added.get());
+        if (context)
             *context = added.release();
-        return error;
+        return ERROR_SUCCESS;
     });
 }
 

@@ -46,56 +46,49 @@ std::string BigEndian(std::u16string_view text)
     return bytes;
 }
 
-LONG EncodeText(NameText kind, std::u16string_view text, DWORD strType, std::string* value)
+std::string EncodeText(NameText kind, std::u16string_view text, DWORD strType)
 {
     const std::string bytes = ToUtf8(text);
     // PrintableString, IA5String for other ASCII texts, or T61String.
     const int narrowest =
         ASN1_PRINTABLE_type(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<int>(bytes.size()));
     if (kind == NameText::printable && narrowest != V_ASN1_PRINTABLESTRING)
-        return CRYPT_E_INVALID_PRINTABLE_STRING;
+        throw Failure(CRYPT_E_INVALID_PRINTABLE_STRING);
     if (kind == NameText::ia5 && narrowest == V_ASN1_T61STRING)
-        return CRYPT_E_INVALID_IA5_STRING;
+        throw Failure(CRYPT_E_INVALID_IA5_STRING);
     if (kind == NameText::ia5)
-        *value = MakeDer(kDerIa5String, bytes);
-    else if (narrowest == V_ASN1_PRINTABLESTRING)
-        *value = MakeDer(kDerPrintableString, bytes);
-    else if ((strType & CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != 0)
-        *value = MakeDer(kDerUtf8String, bytes);
-    else
-        *value = MakeDer(kDerBmpString, BigEndian(text));
-    return ERROR_SUCCESS;
+        return MakeDer(kDerIa5String, bytes);
+    if (narrowest == V_ASN1_PRINTABLESTRING)
+        return MakeDer(kDerPrintableString, bytes);
+    if ((strType & CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != 0)
+        return MakeDer(kDerUtf8String, bytes);
+    return MakeDer(kDerBmpString, BigEndian(text));
 }
 
-bool DecodeHex(std::u16string_view text, std::string* bytes)
+std::string DecodeHex(std::u16string_view text)
 {
     const QuietOpenssl quiet;
     const std::string digits = ToUtf8(text);
+    std::string bytes(digits.size() / 2, '\0');
     size_t size = 0;
-    bytes->resize(digits.size() / 2);
-    return OPENSSL_hexstr2buf_ex(reinterpret_cast<BYTE*>(bytes->data()), bytes->size(), &size, digits.c_str(), '\0') ==
-           1;
+    if (OPENSSL_hexstr2buf_ex(reinterpret_cast<BYTE*>(bytes.data()), bytes.size(), &size, digits.c_str(), '\0') != 1)
+        throw Failure(CRYPT_E_INVALID_X500_STRING);
+    return bytes;
 }
 
 class NameParser {
   public:
     NameParser(std::u16string_view text, DWORD strType) : text_(text), strType_(strType) {}
 
-    // After a failure: where it occurred.
-    size_t position() const { return at_; }
+    // Where the latest key or value begins: after a failure, the wrong one.
+    size_t position() const { return start_; }
 
-    LONG Parse(std::string* name)
+    std::string Parse()
     {
         std::string content;
-        while (!SkipBlanks()) {
-            std::string part;
-            const LONG error = ParseRelativeName(&part);
-            if (error != ERROR_SUCCESS)
-                return error;
-            content += part;
-        }
-        *name = MakeDer(kDerSequence, content);
-        return ERROR_SUCCESS;
+        while (!SkipBlanks())
+            content += ParseRelativeName();
+        return MakeDer(kDerSequence, content);
     }
 
   private:
@@ -113,19 +106,12 @@ class NameParser {
     }
 
     // Up to and including the separator.
-    LONG ParseRelativeName(std::string* part)
+    std::string ParseRelativeName()
     {
-        std::vector<std::string> attributes;
-        bool more = true;
-        while (more) {
-            std::string attribute;
-            const LONG error = ParseAttribute(&attribute);
-            if (error != ERROR_SUCCESS)
-                return error;
-            attributes.push_back(std::move(attribute));
-            more = AtPlus();
-            if (more)
-                at_++;
+        std::vector<std::string> attributes = {ParseAttribute()};
+        while (AtPlus()) {
+            at_++;
+            attributes.push_back(ParseAttribute());
         }
         if (AtDivider())
             at_++;
@@ -134,35 +120,22 @@ class NameParser {
         std::string content;
         for (const std::string& attribute : attributes)
             content += attribute;
-        *part = MakeDer(kDerSet, content);
-        return ERROR_SUCCESS;
+        return MakeDer(kDerSet, content);
     }
 
-    LONG ParseAttribute(std::string* attribute)
+    std::string ParseAttribute()
     {
-        const size_t start = at_;
+        start_ = at_;
         const size_t equals = text_.find(u'=', at_);
         std::string objectId;
         NameText kind = NameText::directory;
-        if (equals == text_.npos || !ReadKey(Trimmed(text_.substr(start, equals - start)), &objectId, &kind))
-            return CRYPT_E_INVALID_X500_STRING;
+        if (equals == text_.npos || !ReadKey(Trimmed(text_.substr(at_, equals - at_)), &objectId, &kind))
+            throw Failure(CRYPT_E_INVALID_X500_STRING);
         at_ = equals + 1;
         SkipBlanks();
-        const size_t valueStart = at_;
-        std::string value;
-        LONG error = ERROR_SUCCESS;
-        if (AtQuote()) {
-            std::u16string text;
-            error = TakeQuoted(&text) ? EncodeText(kind, text, strType_, &value) : CRYPT_E_INVALID_X500_STRING;
-        } else {
-            error = EncodePlain(TakePlain(), kind, &value);
-        }
-        if (error != ERROR_SUCCESS) {
-            at_ = valueStart;
-            return error;
-        }
-        *attribute = MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + value);
-        return ERROR_SUCCESS;
+        start_ = at_;
+        const std::string value = AtQuote() ? EncodeText(kind, TakeQuoted(), strType_) : EncodePlain(TakePlain(), kind);
+        return MakeDer(kDerSequence, MakeDer(kDerObjectId, objectId) + value);
     }
 
     static bool ReadKey(std::u16string_view key, std::string* objectId, NameText* kind)
@@ -179,19 +152,21 @@ class NameParser {
     }
 
     // The text between quotes, with doubled quotes reduced to one. Only blanks may follow before the next separator.
-    bool TakeQuoted(std::u16string* value)
+    std::u16string TakeQuoted()
     {
+        std::u16string value;
         for (at_++; !AtEnd(); at_++) {
             if (text_[at_] == u'"' && text_.substr(at_, 2) != u"\"\"")
                 break;
             if (text_[at_] == u'"')
                 at_++;
-            *value += text_[at_];
+            value += text_[at_];
         }
-        if (AtEnd())
-            return false;
+        const bool closed = !AtEnd();
         at_++;
-        return SkipBlanks() || AtDivider() || AtPlus();
+        if (!closed || !(SkipBlanks() || AtDivider() || AtPlus()))
+            throw Failure(CRYPT_E_INVALID_X500_STRING);
+        return value;
     }
 
     std::u16string_view TakePlain()
@@ -202,22 +177,19 @@ class NameParser {
         return Trimmed(text_.substr(start, at_ - start));
     }
 
-    LONG EncodePlain(std::u16string_view text, NameText kind, std::string* value) const
+    std::string EncodePlain(std::u16string_view text, NameText kind) const
     {
         if (text.find(u'"') != text.npos)
-            return CRYPT_E_INVALID_X500_STRING;
+            throw Failure(CRYPT_E_INVALID_X500_STRING);
         if (text.empty() || text.front() != u'#')
-            return EncodeText(kind, text, strType_, value);
-        std::string bytes;
-        if (!DecodeHex(text.substr(1), &bytes))
-            return CRYPT_E_INVALID_X500_STRING;
-        *value = MakeDer(kDerOctetString, bytes);
-        return ERROR_SUCCESS;
+            return EncodeText(kind, text, strType_);
+        return MakeDer(kDerOctetString, DecodeHex(text.substr(1)));
     }
 
     std::u16string_view text_;
     DWORD strType_;
     size_t at_ = 0;
+    size_t start_ = 0;
 };
 
 // *errorAt: the offset of a syntax error in `text`, in UTF-16 units.
@@ -227,7 +199,10 @@ LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* s
         return E_INVALIDARG;
     NameParser parser(text, strType);
     std::string name;
-    const LONG error = parser.Parse(&name);
+    const LONG error = CodeOf([&]() -> LONG {
+        name = parser.Parse();
+        return ERROR_SUCCESS;
+    });
     *errorAt = parser.position();
     if (error != ERROR_SUCCESS)
         *size = 0;

@@ -1,6 +1,6 @@
 #include "platform/linux/der.h"
 
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 
 namespace {
 

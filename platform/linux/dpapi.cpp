@@ -68,11 +68,6 @@ LocalBlock<T> NewLocal(size_t size)
     return LocalBlock<T>(static_cast<T*>(LocalAlloc(LMEM_FIXED, size)));
 }
 
-LONG AsError(HRESULT status)
-{
-    return status;
-}
-
 // The key's identifier in blobs: a digest that reveals nothing about the key.
 bool NameKey(MasterKey* key)
 {
@@ -89,7 +84,7 @@ LONG ReadMasterKey(const std::string& path, MasterKey* key)
     SecretString content;
     LONG error = ReadWholeFile(path, kKeySize, &content);
     if (error == ERROR_FILE_TOO_LARGE || (error == ERROR_SUCCESS && content.size() != kKeySize))
-        error = AsError(NTE_BAD_KEYSET);
+        error = NTE_BAD_KEYSET;
     if (error == ERROR_SUCCESS) {
         memcpy(key->bytes, content.data(), kKeySize);
         if (!NameKey(key))
@@ -111,9 +106,7 @@ LONG ReadOrMakeMasterKey(DWORD scope, MasterKey* key)
     if (error != ERROR_FILE_NOT_FOUND)
         return error;
     StoreLock lock;
-    error = lock.Acquire(path);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(lock.Acquire(path));
     error = ReadMasterKey(path, key);
     if (error != ERROR_FILE_NOT_FOUND)
         return error;
@@ -158,9 +151,7 @@ LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_
              DATA_BLOB* out)
 {
     MasterKey key;
-    const LONG error = ReadOrMakeMasterKey(scope, &key);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(ReadOrMakeMasterKey(scope, &key));
     Head head;
     memcpy(head.magic, kMagic, sizeof kMagic);
     head.scope = scope;
@@ -203,7 +194,7 @@ LONG MasterKeyOf(const Head& head, MasterKey* key)
 {
     const LONG error = ReadMasterKey(MasterKeyFile(head.scope), key);
     if (error == ERROR_FILE_NOT_FOUND || (error == ERROR_SUCCESS && memcmp(key->id, head.keyId, kKeyIdSize) != 0))
-        return AsError(NTE_BAD_KEY_STATE);
+        return NTE_BAD_KEY_STATE;
     return error;
 }
 
@@ -213,9 +204,7 @@ LONG Unprotect(const DATA_BLOB& data, LPWSTR* description, const DATA_BLOB* entr
     if (!ReadHead(data, &head))
         return ERROR_INVALID_DATA;
     MasterKey key;
-    const LONG error = MasterKeyOf(head, &key);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(MasterKeyOf(head, &key));
     const size_t headSize = sizeof head + head.cbDescription;
     const size_t size = data.cbData - headSize - kTagSize;
     LocalBlock<BYTE> plain = NewLocal<BYTE>(size);

@@ -72,8 +72,7 @@ ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
         Fail(ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    slot->object->AddReference();
-    return ObjectRef<KernelObject>(slot->object);
+    return NewReference(slot->object);
 }
 
 ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds)

@@ -2,39 +2,21 @@
 // rejected and an object stays alive while a call uses it.
 #pragma once
 
-#include <atomic>
 #include <initializer_list>
-#include <memory>
 
+#include "platform/linux/ref_counted.h"
 #include "platform/linux/win_types.h"
 
-class KernelObject {
+class KernelObject : public RefCounted {
   public:
     enum class Kind { semaphore, file, transaction, keyStorageProvider, softwareKey };
 
     explicit KernelObject(Kind kind) : kind_(kind) {}
-    virtual ~KernelObject() = default;
-    KernelObject(const KernelObject&) = delete;
-    KernelObject& operator=(const KernelObject&) = delete;
-
     Kind kind() const { return kind_; }
-    void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
-    void DropReference()
-    {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            delete this;
-    }
 
   private:
     const Kind kind_;
-    std::atomic<int> references_{1};
 };
-
-struct ReferenceDropper {
-    void operator()(KernelObject* object) const { object->DropReference(); }
-};
-template <typename T>
-using ObjectRef = std::unique_ptr<T, ReferenceDropper>;
 
 // A new handle, or NULL when the table is full. Takes over the caller's reference.
 HANDLE PublishHandle(ObjectRef<KernelObject> object);

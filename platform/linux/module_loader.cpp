@@ -1,12 +1,10 @@
 // Modules, through the dynamic loader.
 #include <dlfcn.h>
-#include <errno.h>
-#include <limits.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
 
+#include "platform/linux/account.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
 #include "platform/platform.h"
@@ -44,11 +42,9 @@ DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size)
     Succeeds([&]() -> LONG {
         if (module || !buffer || !size)
             return ERROR_INVALID_PARAMETER;
-        char path[PATH_MAX];
-        const ssize_t bytes = readlink("/proc/self/exe", path, sizeof(path));
-        if (bytes <= 0)
-            return ErrorFromErrno(errno);
-        const std::u16string name = ToUtf16(std::string_view(path, static_cast<size_t>(bytes)));
+        const std::u16string name = ProgramPath();
+        if (name.empty())
+            return ERROR_FILE_NOT_FOUND;
         const size_t fitting = std::min<size_t>(name.size(), size - 1);
         memcpy(buffer, name.data(), fitting * sizeof(WCHAR));
         buffer[fitting] = 0;

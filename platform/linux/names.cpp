@@ -1,5 +1,4 @@
 #include <errno.h>
-#include <limits.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -78,6 +78,12 @@ Account CallerAccount()
     return {entry.pw_name, home.empty() ? "/" : home};
 }
 
+std::u16string ProgramPath()
+{
+    std::error_code ignored;
+    return ToUtf16(std::filesystem::read_symlink("/proc/self/exe", ignored).native());
+}
+
 BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size)
 {
     return Succeeds([&]() -> LONG {
@@ -120,11 +126,9 @@ DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD si
     Succeeds([&]() -> LONG {
         if (process != GetCurrentProcess())
             return ERROR_INVALID_HANDLE;
-        char path[PATH_MAX];
-        const ssize_t got = readlink("/proc/self/exe", path, sizeof path);
-        if (got < 0)
-            return ErrorFromErrno(errno);
-        const std::u16string name = ToUtf16(std::string_view(path, static_cast<size_t>(got)));
+        const std::u16string name = ProgramPath();
+        if (name.empty())
+            return ERROR_FILE_NOT_FOUND;
         if (!buffer || size <= name.size())
             return ERROR_INSUFFICIENT_BUFFER;
         CopyText(name, buffer);

@@ -12,20 +12,25 @@ constexpr int kDotted = 1;
 
 }  // namespace
 
+std::string ObjectIdText(const ASN1_OBJECT* object)
+{
+    // Room for the terminator that OBJ_obj2txt writes.
+    const int length = OBJ_obj2txt(nullptr, 0, object, kDotted);
+    std::string text(static_cast<size_t>(length > 0 ? length + 1 : 1), '\0');
+    OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, kDotted);
+    text.pop_back();
+    return text;
+}
+
 bool ObjectIdToText(std::string_view content, std::string* text)
 {
     const QuietOpenssl quiet;
     const std::string element = MakeDer(kDerObjectId, content);
     const BYTE* at = reinterpret_cast<const BYTE*>(element.data());
     const ObjectPointer object(d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(element.size())));
-    const int length = object ? OBJ_obj2txt(nullptr, 0, object.get(), kDotted) : 0;
-    if (length <= 0)
-        return false;
-    // Room for the terminator that OBJ_obj2txt writes.
-    text->resize(static_cast<size_t>(length) + 1);
-    OBJ_obj2txt(text->data(), length + 1, object.get(), kDotted);
-    text->resize(static_cast<size_t>(length));
-    return true;
+    if (object)
+        *text = ObjectIdText(object.get());
+    return object && !text->empty();
 }
 
 bool ObjectIdFromText(std::string_view text, std::string* content)

@@ -5,7 +5,7 @@
 #include <exception>
 #include <new>
 
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 #include "platform/linux/win_kernel.h"
 
 // Sets the last error and returns FALSE.
@@ -18,12 +18,25 @@ inline BOOL Fail(LONG error)
 // The Windows error closest to an errno value.
 LONG ErrorFromErrno(int error);
 
+// Ends the body that CodeOf or Succeeds runs with this error.
+struct Failure : std::exception {
+    explicit Failure(LONG code) : error(code) {}
+    LONG error;
+};
+inline void Check(LONG error)
+{
+    if (error != ERROR_SUCCESS)
+        throw Failure(error);
+}
+
 // Runs a body that may throw and returns exceptions as error codes.
 template <typename Body>
 LONG CodeOf(Body body)
 {
     try {
         return body();
+    } catch (const Failure& failure) {
+        return failure.error;
     } catch (const std::bad_alloc&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     } catch (const std::exception&) {

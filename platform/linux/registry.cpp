@@ -22,7 +22,7 @@ struct OpenedKey : HKEY__ {
 
 // The key that a call works on: the opened key, and below it the subKey argument.
 struct Place {
-    HiveId hive;
+    HiveId hive = HiveId::machine;
     std::u16string path;
 };
 
@@ -36,46 +36,47 @@ Transaction* TransactionOf(HKEY key)
     return !key || IsHiveItself(key) ? nullptr : static_cast<OpenedKey*>(key)->transaction.get();
 }
 
-LONG TestPath(std::u16string_view path)
+void CheckPath(std::u16string_view path)
 {
     if (!IsPlainText(path))
-        return ERROR_INVALID_PARAMETER;
+        throw Failure(ERROR_INVALID_PARAMETER);
     size_t length = 0;
-    for (size_t i = 0; i < path.size(); i++) {
-        const bool divides = path[i] == u'\\';
+    for (const char16_t c : path) {
+        const bool divides = c == u'\\';
         if (divides && length == 0)
-            return ERROR_BAD_PATHNAME;
+            throw Failure(ERROR_BAD_PATHNAME);
         length = divides ? 0 : length + 1;
         if (length > kMaxKeyNameLength)
-            return ERROR_INVALID_PARAMETER;
+            throw Failure(ERROR_INVALID_PARAMETER);
     }
-    return ERROR_SUCCESS;
 }
 
-LONG FindPlace(HKEY key, LPCWSTR subKey, Place* place)
+Place FindPlace(HKEY key, LPCWSTR subKey)
 {
     if (!key)
-        return ERROR_INVALID_HANDLE;
+        throw Failure(ERROR_INVALID_HANDLE);
     if (TransactionOf(key))
-        return ERROR_NOT_SUPPORTED;
+        throw Failure(ERROR_NOT_SUPPORTED);
+    Place place;
     if (IsHiveItself(key)) {
-        place->hive = key == HKEY_LOCAL_MACHINE ? HiveId::machine : HiveId::user;
+        place.hive = key == HKEY_LOCAL_MACHINE ? HiveId::machine : HiveId::user;
     } else {
-        place->hive = static_cast<OpenedKey*>(key)->hive;
-        place->path = static_cast<OpenedKey*>(key)->path;
+        place.hive = static_cast<OpenedKey*>(key)->hive;
+        place.path = static_cast<OpenedKey*>(key)->path;
     }
     std::u16string_view below = ViewOf(subKey);
     if (!below.empty() && below.back() == u'\\')
         below.remove_suffix(1);
     if (below.empty())
-        return ERROR_SUCCESS;
-    if (!place->path.empty())
-        place->path += u'\\';
-    place->path += below;
-    return TestPath(below);
+        return place;
+    CheckPath(below);
+    if (!place.path.empty())
+        place.path += u'\\';
+    place.path += below;
+    return place;
 }
 
-HKEY NewKey(Place&& place)
+HKEY NewKey(Place place)
 {
     auto* key = new OpenedKey;
     key->hive = place.hive;
@@ -89,15 +90,6 @@ LONG HandOver(const RegistryValue& value, LPDWORD type, LPBYTE data, LPDWORD siz
     if (type)
         *type = value.type;
     return size ? GiveOut(BytesOf(value.data.data(), value.data.size()), data, size) : ERROR_SUCCESS;
-}
-
-// Handles stay valid when their keys are removed from the file.
-LONG KeyInHive(const RegistryHive& hive, const std::u16string& path, const RegistryKey** key)
-{
-    if (!hive.HasKey(path))
-        return ERROR_KEY_DELETED;
-    *key = hive.FindKey(path);
-    return ERROR_SUCCESS;
 }
 
 // Returns whether this changed the key.
@@ -137,10 +129,7 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
 {
     return CodeOf([&]() -> LONG {
         Transaction* const transaction = subKey ? nullptr : TransactionOf(key);
-        Place place;
-        const LONG error = transaction ? ERROR_SUCCESS : FindPlace(key, subKey, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
+        const Place place = transaction ? Place() : FindPlace(key, subKey);
         const std::u16string_view name = ViewOf(valueName);
         if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (!data && size > 0))
             return ERROR_INVALID_PARAMETER;
@@ -164,16 +153,10 @@ LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
     return CodeOf([&]() -> LONG {
         if (Transaction* const transaction = TransactionOf(key))
             return transaction->key() ? visit(transaction->key()) : ERROR_TRANSACTION_NOT_ACTIVE;
-        Place place;
-        const LONG error = FindPlace(key, nullptr, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
+        const Place place = FindPlace(key, nullptr);
         return ReadHive(place.hive, content, [&](const RegistryHive& hive) -> LONG {
-            const RegistryKey* found = nullptr;
-            const LONG missing = KeyInHive(hive, place.path, &found);
-            if (missing != ERROR_SUCCESS)
-                return missing;
-            return visit(found);
+            // A handle stays valid when its key is removed from the file.
+            return hive.HasKey(place.path) ? visit(hive.FindKey(place.path)) : ERROR_KEY_DELETED;
         });
     });
 }
@@ -186,15 +169,12 @@ LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result)
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
-        Place place;
-        LONG error = FindPlace(key, subKey, &place);
-        if (error == ERROR_SUCCESS) {
-            error = ReadHive(place.hive, HiveContent::kept, [&place](const RegistryHive& hive) {
-                return hive.HasKey(place.path) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
-            });
-        }
+        const Place place = FindPlace(key, subKey);
+        const LONG error = ReadHive(place.hive, HiveContent::kept, [&place](const RegistryHive& hive) {
+            return hive.HasKey(place.path) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+        });
         if (error == ERROR_SUCCESS)
-            *result = place.path.empty() ? key : NewKey(std::move(place));
+            *result = place.path.empty() ? key : NewKey(place);
         return error;
     });
 }
@@ -208,13 +188,9 @@ LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD, REGSAM, PHKEY
         ObjectRef<Transaction> object = FindObject<Transaction>(transaction);
         if (!object)
             return ERROR_INVALID_HANDLE;
-        Place place;
-        LONG error = FindPlace(key, subKey, &place);
-        if (error == ERROR_SUCCESS)
-            error = object->Enter(place.hive, place.path);
-        if (error != ERROR_SUCCESS)
-            return error;
-        *result = NewKey(std::move(place));
+        const Place place = FindPlace(key, subKey);
+        Check(object->Enter(place.hive, place.path));
+        *result = NewKey(place);
         static_cast<OpenedKey*>(*result)->transaction = std::move(object);
         return ERROR_SUCCESS;
     });
@@ -227,19 +203,15 @@ LONG WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGS
         return ERROR_INVALID_PARAMETER;
     *result = nullptr;
     return CodeOf([&]() -> LONG {
-        Place place;
-        LONG error = FindPlace(key, subKey, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
-        error = ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
+        const Place place = FindPlace(key, subKey);
+        Check(ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
             *changed = !hive->HasKey(place.path);
             if (*changed)
                 hive->FindOrAddKey(place.path);
             return ERROR_SUCCESS;
-        });
-        if (error == ERROR_SUCCESS)
-            *result = place.path.empty() ? key : NewKey(std::move(place));
-        return error;
+        }));
+        *result = place.path.empty() ? key : NewKey(place);
+        return ERROR_SUCCESS;
     });
 }
 
@@ -294,10 +266,7 @@ LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD, DWORD type, const
 LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
 {
     return CodeOf([&]() -> LONG {
-        Place place;
-        const LONG error = FindPlace(key, subKey, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
+        const Place place = FindPlace(key, subKey);
         return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
             RegistryKey* found = hive->FindKey(place.path);
             RegistryValue* value = found ? found->FindValue(ViewOf(valueName)) : nullptr;
@@ -315,10 +284,7 @@ LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey)
     if (!subKey)
         return ERROR_INVALID_PARAMETER;
     return CodeOf([&]() -> LONG {
-        Place place;
-        const LONG error = FindPlace(key, subKey, &place);
-        if (error != ERROR_SUCCESS)
-            return error;
+        const Place place = FindPlace(key, subKey);
         return ChangeHive(place.hive, [&place](RegistryHive* hive, bool* changed) -> LONG {
             if (!hive->HasKey(place.path))
                 return ERROR_FILE_NOT_FOUND;

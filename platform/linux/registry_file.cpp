@@ -134,6 +134,15 @@ void AppendValue(const RegistryValue& value, SecretText* out)
     *out += u'\n';
 }
 
+// NULL if there is none.
+template <typename Rows, typename Row>
+auto FirstNamed(Rows& rows, std::u16string Row::*text, std::u16string_view name)
+{
+    const auto found =
+        std::find_if(rows.begin(), rows.end(), [&](const Row& row) { return EqualIgnoringCase(row.*text, name); });
+    return found == rows.end() ? nullptr : &*found;
+}
+
 }  // namespace
 
 bool IsPlainText(std::u16string_view name)
@@ -144,26 +153,22 @@ bool IsPlainText(std::u16string_view name)
 
 RegistryValue* RegistryKey::FindValue(std::u16string_view name)
 {
-    return const_cast<RegistryValue*>(static_cast<const RegistryKey*>(this)->FindValue(name));
+    return FirstNamed(values, &RegistryValue::name, name);
 }
 
 const RegistryValue* RegistryKey::FindValue(std::u16string_view name) const
 {
-    const auto found = std::find_if(values.begin(), values.end(),
-                                    [name](const RegistryValue& value) { return EqualIgnoringCase(value.name, name); });
-    return found == values.end() ? nullptr : &*found;
+    return FirstNamed(values, &RegistryValue::name, name);
 }
 
 RegistryKey* RegistryHive::FindKey(std::u16string_view path)
 {
-    return const_cast<RegistryKey*>(static_cast<const RegistryHive*>(this)->FindKey(path));
+    return FirstNamed(keys, &RegistryKey::path, path);
 }
 
 const RegistryKey* RegistryHive::FindKey(std::u16string_view path) const
 {
-    const auto found = std::find_if(keys.begin(), keys.end(),
-                                    [path](const RegistryKey& key) { return EqualIgnoringCase(key.path, path); });
-    return found == keys.end() ? nullptr : &*found;
+    return FirstNamed(keys, &RegistryKey::path, path);
 }
 
 bool RegistryHive::HasKey(std::u16string_view path) const

@@ -153,11 +153,9 @@ LONG ChangeHive(HiveId id, const Change& change)
             return error;
     }
     StoreLock lock;
-    LONG error = lock.Acquire(path);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(lock.Acquire(path));
     RegistryHive hive;
-    error = Try(id, path, change, &hive, &changed);
+    const LONG error = Try(id, path, change, &hive, &changed);
     if (error != ERROR_SUCCESS || !changed)
         return error;
     const SecretString content = FormatRegistryFile(hive, RootName(id));

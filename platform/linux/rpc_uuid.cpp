@@ -1,8 +1,12 @@
 #include "platform/linux/win_rpc.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
 
 RPC_STATUS WINAPI UuidCreate(UUID* uuid)
 {
@@ -15,36 +19,16 @@ RPC_STATUS WINAPI UuidCreate(UUID* uuid)
     return RPC_S_OK;
 }
 
-namespace {
-
-// Writes the `digits` lowest hexadecimal digits of a number; returns their end.
-RPC_WSTR PutHex(unsigned number, int digits, RPC_WSTR out)
-{
-    while (digits-- > 0)
-        *out++ = static_cast<unsigned char>("0123456789abcdef"[(number >> (4 * digits)) & 15]);
-    return out;
-}
-
-}  // namespace
-
 RPC_STATUS WINAPI UuidToStringW(UUID* uuid, RPC_WSTR* text)
 {
-    constexpr size_t kLength = 36;
-    *text = static_cast<RPC_WSTR>(malloc(sizeof(WCHAR) * (kLength + 1)));
+    char digits[37];
+    const uint8_t* const rest = uuid->Data4;
+    snprintf(digits, sizeof digits, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", uuid->Data1, uuid->Data2,
+             uuid->Data3, rest[0], rest[1], rest[2], rest[3], rest[4], rest[5], rest[6], rest[7]);
+    *text = static_cast<RPC_WSTR>(malloc(sizeof(WCHAR) * sizeof digits));
     if (!*text)
         return RPC_S_OUT_OF_MEMORY;
-    RPC_WSTR end = PutHex(uuid->Data1, 8, *text);
-    *end++ = '-';
-    end = PutHex(uuid->Data2, 4, end);
-    *end++ = '-';
-    end = PutHex(uuid->Data3, 4, end);
-    *end++ = '-';
-    for (int i = 0; i < 8; i++) {
-        if (i == 2)
-            *end++ = '-';
-        end = PutHex(uuid->Data4[i], 2, end);
-    }
-    *end = 0;
+    std::copy(std::begin(digits), std::end(digits), *text);
     return RPC_S_OK;
 }
 

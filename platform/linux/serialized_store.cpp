@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "platform/linux/certificate.h"
-#include "platform/linux/win_errors.h"
+#include "platform/linux/outcome.h"
 
 namespace {
 
@@ -102,9 +102,7 @@ LONG ParseSerializedStore(std::string_view serialized, std::vector<CertificateRe
                 return ERROR_INVALID_DATA;
         } else if (head.id == kCertificate) {
             Certificate parsed;
-            const LONG error = parsed.Parse(data);
-            if (error != ERROR_SUCCESS)
-                return error;
+            Check(parsed.Parse(data));
             next.der = parsed.der();
             certificates->push_back(std::move(next));
             next = CertificateRecord();
@@ -118,9 +116,7 @@ LONG OpenSerializedStore(const CRYPT_DATA_BLOB* blob, CertificateStore** store)
     if (!blob || !blob->pbData)
         return E_INVALIDARG;
     std::vector<CertificateRecord> certificates;
-    const LONG error = ParseSerializedStore(BytesOf(blob->pbData, blob->cbData), &certificates);
-    if (error != ERROR_SUCCESS)
-        return error;
+    Check(ParseSerializedStore(BytesOf(blob->pbData, blob->cbData), &certificates));
     std::map<std::string, CertificateRecord> memory;
     for (CertificateRecord& certificate : certificates) {
         const std::string name = CertificateStore::FileNameOf(Sha1Of(certificate.der));

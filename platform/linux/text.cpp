@@ -159,6 +159,17 @@ bool IsWellFormed(std::u16string_view text)
     return true;
 }
 
+std::string HexOf(std::string_view bytes)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const char byte : bytes) {
+        text += kDigits[static_cast<BYTE>(byte) >> 4];
+        text += kDigits[static_cast<BYTE>(byte) & 0xF];
+    }
+    return text;
+}
+
 char16_t UpperCase(char16_t unit)
 {
     const auto within = [unit](unsigned low, unsigned high) { return unit >= low && unit <= high; };

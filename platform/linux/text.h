@@ -29,6 +29,9 @@ std::u16string ToUtf16(std::string_view text);
 bool ToUtf16Strict(std::string_view text, std::u16string* out);
 bool IsWellFormed(std::u16string_view text);
 
+// Two upper-case digits a byte.
+std::string HexOf(std::string_view bytes);
+
 // Upper-case form of a code unit: Latin, Greek and Cyrillic, in every locale.
 char16_t UpperCase(char16_t unit);
 bool EqualIgnoringCase(std::u16string_view first, std::u16string_view second);

@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 
 inline LONG GiveOut(std::string_view result, void* buffer, DWORD* size)
 {

@@ -1,7 +1,7 @@
 // Hashing, key derivation and ciphers for the Linux build, on OpenSSL: SHA1, SHA256, SHA384, SHA512, AES and 3DES.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 using BCRYPT_HANDLE = PVOID;
 using BCRYPT_ALG_HANDLE = PVOID;
@@ -17,8 +17,6 @@ using BCRYPT_KEY_HANDLE = PVOID;
 #define BCRYPT_CHAINING_MODE u"ChainingMode"
 #define BCRYPT_CHAIN_MODE_CBC u"ChainingModeCBC"
 #define BCRYPT_INITIALIZATION_VECTOR u"IV"
-
-constexpr ULONG BCRYPT_ALG_HANDLE_HMAC_FLAG = 0x00000008;
 
 // STATUS_NOT_FOUND for an unsupported algorithm. `implementation` is ignored; of the flags only
 // BCRYPT_ALG_HANDLE_HMAC_FLAG, for a hash.

@@ -36,9 +36,6 @@ struct CERT_EXTENSION {
 };
 using PCERT_EXTENSION = CERT_EXTENSION*;
 
-constexpr DWORD CERT_V1 = 0;
-constexpr DWORD CERT_V3 = 2;
-
 // SerialNumber begins with the least significant byte. Names are whole DER elements.
 struct CERT_INFO {
     DWORD dwVersion;
@@ -77,9 +74,6 @@ struct CERT_REQUEST_INFO {
 
 // ---- decoding, encoding, signing ----
 
-constexpr DWORD X509_ASN_ENCODING = 0x00000001;
-constexpr DWORD PKCS_7_ASN_ENCODING = 0x00010000;
-
 #define X509_CERT_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(2))
 #define X509_CERT_REQUEST_TO_BE_SIGNED (reinterpret_cast<LPCSTR>(4))
 
@@ -101,10 +95,6 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
                                           BYTE* encoded, DWORD* size);
 
 // ---- names ----
-
-constexpr DWORD CERT_SIMPLE_NAME_STR = 1;
-constexpr DWORD CERT_X500_NAME_STR = 3;
-constexpr DWORD CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG = 0x00040000;
 
 // Encodes a text such as `CN=web01, O="Acme, Inc."` as a name, in the order of the text. A value that begins
 // with '#' is the hex form of an OCTET STRING. strType: CERT_X500_NAME_STR; texts with other characters
@@ -151,9 +141,6 @@ struct CRYPT_KEY_PROV_INFO {
     DWORD dwKeySpec;
 };
 
-constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
-constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
-
 // A context of one DER certificate, without a store; bytes after the certificate are ignored. NULL and
 // CRYPT_E_ASN1_... if it is malformed. Freed with CertFreeCertificateContext.
 PCCERT_CONTEXT WINAPI CertCreateCertificateContext(DWORD encodingType, const BYTE* encoded, DWORD size);
@@ -172,14 +159,6 @@ BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD prop
 // ---- certificate stores ----
 
 #define CERT_STORE_PROV_SYSTEM_W (reinterpret_cast<LPCSTR>(10))
-
-constexpr DWORD CERT_SYSTEM_STORE_CURRENT_USER = 0x00010000;
-constexpr DWORD CERT_SYSTEM_STORE_LOCAL_MACHINE = 0x00020000;
-constexpr DWORD CERT_STORE_READONLY_FLAG = 0x00008000;
-
-constexpr DWORD CERT_CLOSE_STORE_FORCE_FLAG = 0x00000001;
-
-constexpr DWORD CERT_STORE_ADD_USE_EXISTING = 2;
 
 // The system store "My" of the machine or the user. A missing store is created, or is empty
 // with CERT_STORE_READONLY_FLAG. NULL on failure: ERROR_FILE_NOT_FOUND for any other store and any other provider,

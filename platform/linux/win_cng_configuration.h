@@ -1,12 +1,8 @@
 // CNG's configuration, as published: how a provider is registered with the router, for the Linux build. No bodies.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
-constexpr ULONG CRYPT_UM = 1;
-constexpr ULONG CRYPT_OVERWRITE = 1;
-constexpr ULONG CRYPT_LOCAL = 1;
-constexpr ULONG CRYPT_PRIORITY_BOTTOM = 0xFFFFFFFF;
 #define CRYPT_DEFAULT_CONTEXT u"Default"
 #define NCRYPT_KEY_STORAGE_ALGORITHM u"KEY_STORAGE"
 

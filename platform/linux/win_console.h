@@ -1,12 +1,7 @@
 // Standard handles and the terminal's echo for the Linux build.
 #pragma once
 
-#include "platform/linux/win_types.h"
-
-constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10);
-constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
-
-constexpr DWORD ENABLE_ECHO_INPUT = 0x0004;
+#include "platform/linux/win_constants.h"
 
 // Only for the two calls below; must not be closed.
 HANDLE WINAPI GetStdHandle(DWORD which);

@@ -1,7 +1,7 @@
 // CRYPT32 for the Linux build: Base64 text and data protection.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 struct CRYPT_INTEGER_BLOB {
     DWORD cbData;
@@ -11,11 +11,6 @@ using DATA_BLOB = CRYPT_INTEGER_BLOB;
 using CRYPT_DATA_BLOB = CRYPT_INTEGER_BLOB;
 
 // ---- Base64 ----
-
-constexpr DWORD CRYPT_STRING_BASE64 = 0x00000001;
-constexpr DWORD CRYPT_STRING_BASE64_ANY = 0x00000006;
-constexpr DWORD CRYPT_STRING_NOCRLF = 0x40000000;
-constexpr DWORD CRYPT_STRING_NOCR = 0x80000000;
 
 // Only CRYPT_STRING_BASE64 with CRYPT_STRING_NOCRLF, with or without CRYPT_STRING_NOCR: one line without a line end.
 // *size: characters. Without a buffer: the size needed, terminator included. After success: the length without
@@ -30,9 +25,6 @@ BOOL WINAPI CryptStringToBinaryW(LPCWSTR text, DWORD textLength, DWORD flags, BY
                                  DWORD* usedFlags);
 
 // ---- data protection ----
-
-constexpr DWORD CRYPTPROTECT_UI_FORBIDDEN = 0x1;
-constexpr DWORD CRYPTPROTECT_LOCAL_MACHINE = 0x4;
 
 struct CRYPTPROTECT_PROMPTSTRUCT {
     DWORD cbSize;

@@ -2,11 +2,7 @@
 // `text`.
 #pragma once
 
-#include "platform/linux/win_types.h"
-
-constexpr WORD EVENTLOG_SUCCESS = 0x0000;
-constexpr WORD EVENTLOG_ERROR_TYPE = 0x0001;
-constexpr WORD EVENTLOG_WARNING_TYPE = 0x0002;
+#include "platform/linux/win_constants.h"
 
 // server: NULL, the local computer. Handles of one source are equal and need not be released.
 // NULL on failure.

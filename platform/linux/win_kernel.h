@@ -6,7 +6,7 @@
 #include <stdio.h>
 #include <time.h>
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 // ---- last error, one per thread ----
 
@@ -15,15 +15,11 @@ void WINAPI SetLastError(DWORD error);
 
 // ---- heap ----
 
-constexpr DWORD HEAP_ZERO_MEMORY = 0x00000008;
-
 HANDLE WINAPI GetProcessHeap();
 // NULL if out of memory. The block is aligned for every type.
 LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size);
 // NULL is harmless.
 BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, LPVOID block);
-
-constexpr UINT LMEM_FIXED = 0x0000;
 
 // Only LMEM_FIXED.
 HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size);
@@ -36,10 +32,6 @@ PVOID SecureZeroMemory(PVOID block, SIZE_T size);
 // ---- handles, semaphores, waiting ----
 
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
-
-constexpr DWORD WAIT_OBJECT_0 = 0;
-constexpr DWORD WAIT_TIMEOUT = 258;
-constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
 // Closes handles of CreateSemaphoreW, CreateFileW and CreateTransaction. FALSE and ERROR_INVALID_HANDLE for anything
 // else, closed handles included.
@@ -97,13 +89,6 @@ WCHAR* _wctime64(const __time64_t* time);
 
 // ---- files: paths.h says how names are mapped ----
 
-constexpr DWORD FILE_APPEND_DATA = 0x00000004;
-constexpr DWORD FILE_SHARE_READ = 0x00000001;
-constexpr DWORD FILE_SHARE_WRITE = 0x00000002;
-constexpr DWORD FILE_SHARE_DELETE = 0x00000004;
-constexpr DWORD OPEN_ALWAYS = 4;
-constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
-
 // Only FILE_APPEND_DATA with OPEN_ALWAYS. INVALID_HANDLE_VALUE on failure. Sharing is not enforced. New files have mode
 // 0600; directories are not created, except for the root of C:. Each WriteFile is one write at the end of the file,
 // even if others append to it.
@@ -113,9 +98,6 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, 
 
 // The path as it would be opened from the current folder, "." and ".." resolved textually. filePart must be NULL.
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart);
-
-constexpr UINT DRIVE_FIXED = 3;
-constexpr UINT DRIVE_REMOTE = 4;
 
 // Always DRIVE_FIXED: paths have no drive that stands for a share.
 UINT WINAPI GetDriveTypeW(LPCWSTR root);
@@ -147,10 +129,6 @@ BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 
 // ---- code pages: the default one is UTF-8 ----
 
-constexpr UINT CP_ACP = 0;
-constexpr UINT CP_UTF8 = 65001;
-constexpr DWORD MB_ERR_INVALID_CHARS = 0x00000008;
-
 // Lengths are in units of the text; a source length of -1 means zero-terminated, and the terminator is counted
 // and written too. An output size of 0 asks for the size. 0 on failure: ERROR_INSUFFICIENT_BUFFER,
 // ERROR_NO_UNICODE_TRANSLATION (only with the flag; otherwise invalid input becomes U+FFFD),
@@ -159,10 +137,3 @@ int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sou
                                int outputSize);
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR output,
                                int outputSize, LPCCH defaultChar, LPBOOL usedDefaultChar);
-
-// ---- module entry ----
-
-constexpr DWORD DLL_PROCESS_DETACH = 0;
-constexpr DWORD DLL_PROCESS_ATTACH = 1;
-constexpr DWORD DLL_THREAD_ATTACH = 2;
-constexpr DWORD DLL_THREAD_DETACH = 3;

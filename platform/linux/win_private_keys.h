@@ -39,10 +39,6 @@ struct RSAPUBKEY {
     DWORD pubexp;
 };
 
-constexpr BYTE PRIVATEKEYBLOB = 0x7;
-constexpr BYTE CUR_BLOB_VERSION = 2;
-constexpr ALG_ID CALG_RSA_KEYX = 0x0000A400;
-
 #define szOID_KEY_USAGE "2.5.29.15"
 
 // ---- decoding ----
@@ -51,9 +47,6 @@ constexpr ALG_ID CALG_RSA_KEYX = 0x0000A400;
 #define PKCS_RSA_PRIVATE_KEY (reinterpret_cast<LPCSTR>(43))
 #define PKCS_PRIVATE_KEY_INFO (reinterpret_cast<LPCSTR>(44))
 #define PKCS_ENCRYPTED_PRIVATE_KEY_INFO (reinterpret_cast<LPCSTR>(45))
-
-constexpr DWORD CRYPT_DECODE_NOCOPY_FLAG = 0x1;
-constexpr DWORD CRYPT_DECODE_ALLOC_FLAG = 0x8000;
 
 using PFN_CRYPT_ALLOC = LPVOID(WINAPI*)(size_t size);
 using PFN_CRYPT_FREE = VOID(WINAPI*)(LPVOID block);
@@ -78,10 +71,6 @@ BOOL WINAPI CryptDecodeObjectEx(DWORD encodingType, LPCSTR structType, const BYT
 // CertOpenStore of a CRYPT_DATA_BLOB with a serialized store: a read-only store in memory. Property 2 is the
 // certificates' provider information.
 #define CERT_STORE_PROV_SERIALIZED (reinterpret_cast<LPCSTR>(6))
-
-constexpr DWORD CERT_STORE_CREATE_NEW_FLAG = 0x00002000;
-constexpr DWORD CRYPT_MACHINE_KEYSET = 0x00000020;
-constexpr DWORD CRYPT_MESSAGE_SILENT_KEYSET_FLAG = 0x00000040;
 
 struct CRYPT_DECRYPT_MESSAGE_PARA {
     DWORD cbSize;

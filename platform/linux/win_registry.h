@@ -5,7 +5,7 @@
 // A handle is used by one thread at a time.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 struct HKEY__ {
     int unused;
@@ -16,20 +16,6 @@ using REGSAM = DWORD;
 
 #define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x80000001U)))
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x80000002U)))
-
-constexpr DWORD REG_NONE = 0;
-constexpr DWORD REG_SZ = 1;
-constexpr DWORD REG_EXPAND_SZ = 2;
-constexpr DWORD REG_BINARY = 3;
-constexpr DWORD REG_DWORD = 4;
-constexpr DWORD REG_MULTI_SZ = 7;
-constexpr DWORD REG_QWORD = 11;
-
-constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
-constexpr REGSAM KEY_SET_VALUE = 0x0002;
-constexpr REGSAM KEY_READ = 0x20019;
-constexpr REGSAM KEY_WRITE = 0x20006;
-constexpr DWORD REG_OPTION_NON_VOLATILE = 0;
 
 // ERROR_FILE_NOT_FOUND: no such key. A NULL or empty subKey opens the key itself again.
 LONG WINAPI RegOpenKeyW(HKEY key, LPCWSTR subKey, PHKEY result);

@@ -1,15 +1,10 @@
 // UUIDs of the RPC runtime for the Linux build.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 using RPC_STATUS = LONG;
 using RPC_WSTR = WCHAR*;
-
-constexpr RPC_STATUS RPC_S_OK = 0;
-constexpr RPC_STATUS RPC_S_UUID_LOCAL_ONLY = 1824;
-constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 14;
-constexpr RPC_STATUS RPC_S_UUID_NO_ADDRESS = 1739;
 
 // A random (version 4) UUID. RPC_S_UUID_NO_ADDRESS if there is no randomness.
 RPC_STATUS WINAPI UuidCreate(UUID* uuid);

@@ -1,16 +1,9 @@
 // Security descriptors for the Linux build: published structures, and three calls on them.
 #pragma once
 
-#include "platform/linux/win_types.h"
+#include "platform/linux/win_constants.h"
 
 using SECURITY_DESCRIPTOR_CONTROL = WORD;
-
-constexpr DWORD SECURITY_DESCRIPTOR_REVISION = 1;
-constexpr SECURITY_DESCRIPTOR_CONTROL SE_DACL_PRESENT = 0x0004;
-constexpr SECURITY_DESCRIPTOR_CONTROL SE_SACL_PRESENT = 0x0010;
-constexpr SECURITY_DESCRIPTOR_CONTROL SE_SELF_RELATIVE = 0x8000;
-
-constexpr DWORD DACL_SECURITY_INFORMATION = 0x00000004;
 
 struct ACL {
     BYTE AclRevision;

@@ -12,24 +12,6 @@
 
 namespace winhttp {
 
-Handle::Handle(Kind kindOfHandle, Handle* owner) : kind(kindOfHandle), parent(owner)
-{
-    if (parent)
-        parent->references.fetch_add(1, std::memory_order_relaxed);
-}
-
-Handle::~Handle()
-{
-    if (parent)
-        parent->Release();
-}
-
-void Handle::Release()
-{
-    if (references.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete this;
-}
-
 namespace {
 
 bool IsOpen(const Handle* handle)
@@ -222,9 +204,7 @@ BOOL WINAPI WinHttpSendRequest(HINTERNET handle, LPCWSTR headers, DWORD headersL
     if (totalLength != optionalLength || (!optional && optionalLength != 0))
         return Fail(ERROR_INVALID_PARAMETER);
     return Succeeds([&] {
-        const LONG error = TakeHeaders(request, headers, headersLength);
-        if (error != ERROR_SUCCESS)
-            return error;
+        Check(TakeHeaders(request, headers, headersLength));
         request->body = static_cast<const char*>(optional);
         request->bodySize = optionalLength;
         return request->Send();
@@ -311,7 +291,7 @@ BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LP
     auto* const request = Resolve<Request>(handle);
     if (!request)
         return FALSE;
-    if (option != WINHTTP_OPTION_SERVER_CERT_CONTEXT || !buffer || !length || *length < sizeof(PCCERT_CONTEXT))
+    if (option != WINHTTP_OPTION_SERVER_CERT_CONTEXT || !buffer || !length || *length < sizeof(void*))
         return Fail(ERROR_INVALID_PARAMETER);
     X509* const peer = request->exchange.Peer();
     if (!peer)
@@ -322,8 +302,8 @@ BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LP
         return Fail(ERROR_NOT_ENOUGH_MEMORY);
     const PCCERT_CONTEXT context = CertCreateCertificateContext(X509_ASN_ENCODING, der, static_cast<DWORD>(size));
     OPENSSL_free(der);
-    std::memcpy(buffer, &context, sizeof(context));
-    *length = sizeof(context);
+    *static_cast<PCCERT_CONTEXT*>(buffer) = context;
+    *length = sizeof(void*);
     return context ? TRUE : FALSE;
 }
 
@@ -333,6 +313,6 @@ BOOL WINAPI WinHttpCloseHandle(HINTERNET handle)
     if (!IsOpen(object))
         return Fail(ERROR_INVALID_HANDLE);
     object->kind = Kind::closed;
-    object->Release();
+    object->DropReference();
     return TRUE;
 }

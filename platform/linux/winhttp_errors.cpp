@@ -1,4 +1,4 @@
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 #include "platform/linux/winhttp_exchange.h"
 
 namespace winhttp {

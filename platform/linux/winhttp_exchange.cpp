@@ -3,11 +3,12 @@
 #include <sys/select.h>
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <new>
 #include <utility>
 
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 
 namespace winhttp {
 namespace {
@@ -34,8 +35,7 @@ DWORD StatusOf(std::string_view line)
     const size_t blank = line.find(' ');
     line.remove_prefix(blank == std::string_view::npos ? line.size() : blank + 1);
     DWORD status = 0;
-    for (; !line.empty() && line.front() >= '0' && line.front() <= '9'; line.remove_prefix(1))
-        status = status * 10 + static_cast<DWORD>(line.front() - '0');
+    std::from_chars(line.data(), line.data() + line.size(), status);
     return status;
 }
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 #include "platform/linux/winhttp_exchange.h"
 #include "platform/linux/winhttp_tls.h"
 

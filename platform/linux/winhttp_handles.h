@@ -1,9 +1,9 @@
 // The objects behind HINTERNET: a session, its connections, their requests.
 #pragma once
 
-#include <atomic>
 #include <string>
 
+#include "platform/linux/ref_counted.h"
 #include "platform/linux/winhttp_exchange.h"
 
 namespace winhttp {
@@ -16,17 +16,11 @@ enum class Kind : uint32_t {
 };
 
 // A child holds a reference to its parent, so the parent may be closed first.
-struct Handle {
-    Handle(Kind kindOfHandle, Handle* owner);
-    virtual ~Handle();
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-
-    void Release();
+struct Handle : RefCounted {
+    Handle(Kind kindOfHandle, Handle* owner) : kind(kindOfHandle), parent(NewReference(owner)) {}
 
     Kind kind;
-    std::atomic<int> references{1};
-    Handle* const parent;
+    const ObjectRef<Handle> parent;
 };
 
 struct Session : Handle {
@@ -49,7 +43,7 @@ struct Request : Handle {
     static constexpr Kind kKind = Kind::request;
     explicit Request(Connection* owner) : Handle(kKind, owner) {}
 
-    const Session& session() const { return *static_cast<const Session*>(parent->parent); }
+    const Session& session() const { return *static_cast<const Session*>(parent->parent.get()); }
 
     // Both return 0 or a platform error code. Receive follows redirects.
     LONG Send();

@@ -15,15 +15,8 @@ bool EqualNoCase(std::string_view a, std::string_view b)
     return a.size() == b.size() && curl_strnequal(a.data(), b.data(), a.size()) != 0;
 }
 
-bool IsAlnum(WCHAR c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-bool IsHex(WCHAR c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+constexpr char kInNames[] = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-._";
+constexpr char kInAddresses[] = "0123456789abcdefABCDEF:.";
 
 INTERNET_PORT DefaultPort(bool secure)
 {
@@ -85,18 +78,13 @@ bool MakeHost(WideView host, std::string* out)
     if (host.empty())
         return false;
     const bool address = bracketed || host.find(u':') != WideView::npos;
-    for (WCHAR c : host) {
-        const bool good = address ? IsHex(c) || c == ':' || c == '.' : IsAlnum(c) || c == '-' || c == '.' || c == '_';
-        if (!good)
-            return false;
-    }
-    *out = address ? "[" + ToUtf8(host) + "]" : ToUtf8(host);
-    return true;
+    const std::string text = ToUtf8(host);
+    *out = address ? "[" + text + "]" : text;
+    return text.find_first_not_of(address ? kInAddresses : kInNames) == std::string::npos;
 }
 
 std::string EscapePath(WideView path)
 {
-    constexpr char kHexDigits[] = "0123456789ABCDEF";
     const std::string bytes = ToUtf8(path);
     std::string escaped;
     escaped.reserve(bytes.size() + 16);
@@ -109,7 +97,7 @@ std::string EscapePath(WideView path)
         if (keep)
             escaped += c;
         else
-            (escaped += '%').append(1, kHexDigits[byte >> 4]).append(1, kHexDigits[byte & 15]);
+            escaped.append("%").append(HexOf({&c, 1}));
     }
     return escaped;
 }

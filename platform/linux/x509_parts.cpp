@@ -5,7 +5,7 @@
 #include "platform/linux/object_identifier.h"
 #include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
-#include "platform/linux/win_errors.h"
+#include "platform/linux/win_constants.h"
 
 namespace {
 
