@@ -173,33 +173,44 @@ int TimesOf(int size)
     return size == 1000 ? 10 : size == 10000 ? 3 : 1;
 }
 
+struct Figures {
+    std::vector<double> seconds, cpuSeconds, residentKiB;
+};
+
 // The sizes take turns: shorter lists are read more often to make up for their length, and the median counts.
-nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
+template <typename Measure>
+std::map<int, Figures> InTurns(std::initializer_list<int> sizes, Measure measure)
 {
-    const auto vault = [&](int size) { return kind.substr(0, 4) + std::to_string(size); };
-    struct Figures {
-        std::vector<double> seconds, cpuSeconds, residentKiB;
-    };
     std::map<int, Figures> figures;
     for (int round = 0; round < kRounds; ++round) {
-        for (const int size : {0, 1000, 10000, 100000}) {
+        for (const int size : sizes) {
             for (int i = 0; i < TimesOf(size); ++i) {
-                const Effort reading = Measure(vault(size), list, size);
+                const Effort reading = measure(size);
                 figures[size].seconds.push_back(reading.seconds / size);
                 figures[size].cpuSeconds.push_back(reading.cpuSeconds / size);
                 figures[size].residentKiB.push_back(static_cast<double>(reading.residentKiB));
             }
         }
     }
-    const Figures& first = figures[kSizes[0]];
+    return figures;
+}
+
+nlohmann::json OverSmallest(const Figures& of, const Figures& smallest)
+{
+    return {{"time_an_object_over_smallest", bench::Median(of.seconds) / bench::Median(smallest.seconds)},
+            {"cpu_an_object_over_smallest", bench::Median(of.cpuSeconds) / bench::Median(smallest.cpuSeconds)}};
+}
+
+nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
+{
+    std::map<int, Figures> figures = InTurns({0, 1000, 10000, 100000}, [&](int size) {
+        return Measure(kind.substr(0, 4) + std::to_string(size), list, size);
+    });
     nlohmann::json rows;
     for (const int size : kSizes) {
-        const Figures& of = figures[size];
-        rows[std::to_string(size)] = {
-            {"time_an_object_over_smallest", bench::Median(of.seconds) / bench::Median(first.seconds)},
-            {"cpu_an_object_over_smallest", bench::Median(of.cpuSeconds) / bench::Median(first.cpuSeconds)},
-            {"peak_bytes_a_name",
-             (bench::Median(of.residentKiB) - bench::Median(figures[0].residentKiB)) * 1024 / size}};
+        nlohmann::json& row = rows[std::to_string(size)] = OverSmallest(figures[size], figures[kSizes[0]]);
+        row["peak_bytes_a_name"] =
+            (bench::Median(figures[size].residentKiB) - bench::Median(figures[0].residentKiB)) * 1024 / size;
     }
     return rows;
 }
@@ -208,26 +219,16 @@ nlohmann::json Grow(const std::string& kind, LONG (*list)(KVC*))
 nlohmann::json GrowSync()
 {
     std::map<int, TextString> known;
-    std::map<int, std::vector<double>> seconds, cpuSeconds;
     for (const int size : kSizes)
         known[size] = KnownHashesOf("cert" + std::to_string(size), size);
-    for (int round = 0; round < kRounds; ++round) {
-        for (const int size : kSizes) {
-            for (int i = 0; i < TimesOf(size); ++i) {
-                SettingsWriteText(HKEY_LOCAL_MACHINE, TEXT("CertSync"), known[size].c_str());
-                SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("FromKVLastSyncTime"), 0);
-                const Effort reading = Measure("cert" + std::to_string(size), &SyncKnown, size);
-                seconds[size].push_back(reading.seconds / size);
-                cpuSeconds[size].push_back(reading.cpuSeconds / size);
-            }
-        }
-    }
+    std::map<int, Figures> figures = InTurns({1000, 10000, 100000}, [&](int size) {
+        SettingsWriteText(HKEY_LOCAL_MACHINE, TEXT("CertSync"), known[size].c_str());
+        SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("FromKVLastSyncTime"), 0);
+        return Measure("cert" + std::to_string(size), &SyncKnown, size);
+    });
     nlohmann::json rows;
-    for (const int size : kSizes) {
-        rows[std::to_string(size)] = {
-            {"time_an_object_over_smallest", bench::Median(seconds[size]) / bench::Median(seconds[kSizes[0]])},
-            {"cpu_an_object_over_smallest", bench::Median(cpuSeconds[size]) / bench::Median(cpuSeconds[kSizes[0]])}};
-    }
+    for (const int size : kSizes)
+        rows[std::to_string(size)] = OverSmallest(figures[size], figures[kSizes[0]]);
     return rows;
 }
 

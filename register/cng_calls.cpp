@@ -1,31 +1,26 @@
 #include "register/cng_calls.h"
 
-namespace kelvaro_register {
+#include <type_traits>
 
-template <typename Call>
-static bool Find(HMODULE bcrypt, const char* name, Call* call)
-{
-    *call = reinterpret_cast<Call>(reinterpret_cast<void (*)()>(GetProcAddress(bcrypt, name)));
-    return *call != nullptr;
-}
+namespace kelvaro_register {
 
 const char* FindCngCalls(HMODULE bcrypt, CngCalls* calls)
 {
-    if (!Find(bcrypt, "BCryptRegisterProvider", &calls->registerProvider))
-        return "BCryptRegisterProvider";
-    if (!Find(bcrypt, "BCryptUnregisterProvider", &calls->unregisterProvider))
-        return "BCryptUnregisterProvider";
-    if (!Find(bcrypt, "BCryptQueryProviderRegistration", &calls->queryProviderRegistration))
-        return "BCryptQueryProviderRegistration";
-    if (!Find(bcrypt, "BCryptAddContextFunctionProvider", &calls->addContextFunctionProvider))
-        return "BCryptAddContextFunctionProvider";
-    if (!Find(bcrypt, "BCryptRemoveContextFunctionProvider", &calls->removeContextFunctionProvider))
-        return "BCryptRemoveContextFunctionProvider";
-    if (!Find(bcrypt, "BCryptEnumContextFunctionProviders", &calls->enumContextFunctionProviders))
-        return "BCryptEnumContextFunctionProviders";
-    if (!Find(bcrypt, "BCryptFreeBuffer", &calls->freeBuffer))
-        return "BCryptFreeBuffer";
-    return nullptr;
+    const char* missing = nullptr;
+    const auto find = [&](const char* name, auto* call) {
+        *call = reinterpret_cast<std::remove_pointer_t<decltype(call)>>(
+            reinterpret_cast<void (*)()>(GetProcAddress(bcrypt, name)));
+        if (!*call && !missing)
+            missing = name;
+    };
+    find("BCryptRegisterProvider", &calls->registerProvider);
+    find("BCryptUnregisterProvider", &calls->unregisterProvider);
+    find("BCryptQueryProviderRegistration", &calls->queryProviderRegistration);
+    find("BCryptAddContextFunctionProvider", &calls->addContextFunctionProvider);
+    find("BCryptRemoveContextFunctionProvider", &calls->removeContextFunctionProvider);
+    find("BCryptEnumContextFunctionProviders", &calls->enumContextFunctionProviders);
+    find("BCryptFreeBuffer", &calls->freeBuffer);
+    return missing;
 }
 
 }  // namespace kelvaro_register

@@ -1,5 +1,6 @@
 #include "register/settings_windows.h"
 
+#include <memory>
 #include <vector>
 
 #include "register/log_folder_windows.h"
@@ -26,30 +27,10 @@ struct View {
 };
 const View kViews[] = {{"64-bit programs", KEY_WOW64_64KEY}, {"32-bit programs", KEY_WOW64_32KEY}};
 
-class Key {
-  public:
-    Key() = default;
-    ~Key() { Close(); }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-
-    HKEY get() const { return key_; }
-    // For the call that opens it.
-    HKEY* out()
-    {
-        Close();
-        return &key_;
-    }
-
-  private:
-    void Close()
-    {
-        if (key_)
-            RegCloseKey(key_);
-        key_ = nullptr;
-    }
-    HKEY key_ = nullptr;
+struct KeyCloser {
+    void operator()(HKEY key) const { RegCloseKey(key); }
 };
+using Key = std::unique_ptr<std::remove_pointer_t<HKEY>, KeyCloser>;
 }  // namespace
 
 static std::string NameOf(const View& view)
@@ -59,13 +40,19 @@ static std::string NameOf(const View& view)
 
 static LONG Open(HKEY parent, const WCHAR* name, REGSAM rights, Key* key)
 {
-    return RegOpenKeyExW(parent, name, 0, rights, key->out());
+    HKEY opened = nullptr;
+    const LONG error = RegOpenKeyExW(parent, name, 0, rights, &opened);
+    key->reset(opened);
+    return error;
 }
 
 static DWORD Make(HKEY parent, const WCHAR* name, REGSAM rights, SECURITY_ATTRIBUTES* access, Key* key)
 {
-    return static_cast<DWORD>(
-        RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, rights, access, key->out(), nullptr));
+    HKEY made = nullptr;
+    const LONG error =
+        RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, rights, access, &made, nullptr);
+    key->reset(made);
+    return static_cast<DWORD>(error);
 }
 
 // Every key below this one is in the same registry view.

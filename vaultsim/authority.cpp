@@ -26,15 +26,6 @@ constexpr Mode kModes[] = {
     {"expired", true, true, -365, -30}, {"not-yet-valid", true, true, 30, 365},
 };
 
-const Mode& FindMode(const std::string& name)
-{
-    for (const Mode& mode : kModes) {
-        if (name == mode.name)
-            return mode;
-    }
-    throw std::invalid_argument("unknown certificate mode: " + name);
-}
-
 }  // namespace
 
 Authority::Authority(const std::string& directory, bool rsa) : rsa_(rsa), serverKey_(NewKey())
@@ -81,15 +72,17 @@ bool Authority::Load(const std::string& directory)
 
 SslContext Authority::MakeContext(const std::string& name) const
 {
-    const Mode& mode = FindMode(name);
-    const Pair stranger = mode.ownRoot ? Pair() : NewRoot("CN=vaultsim stranger");
-    const Pair& root = mode.ownRoot ? root_ : stranger;
+    const Mode* mode = FindByName(kModes, name);
+    if (!mode)
+        throw std::invalid_argument("unknown certificate mode: " + name);
+    const Pair stranger = mode->ownRoot ? Pair() : NewRoot("CN=vaultsim stranger");
+    const Pair& root = mode->ownRoot ? root_ : stranger;
     CertificateSpec spec;
     spec.subject = "CN=vaultsim";
-    spec.dnsNames = mode.publicNames ? std::vector<std::string>{"*.vault.azure.net", "login.microsoftonline.com"}
-                                     : std::vector<std::string>{"*.example.net"};
-    spec.notBefore = Now() + mode.fromDays * kDay;
-    spec.notAfter = Now() + mode.toDays * kDay;
+    spec.dnsNames = mode->publicNames ? std::vector<std::string>{"*.vault.azure.net", "login.microsoftonline.com"}
+                                      : std::vector<std::string>{"*.example.net"};
+    spec.notBefore = Now() + mode->fromDays * kDay;
+    spec.notAfter = Now() + mode->toDays * kDay;
     spec.publicKey = serverKey_.get();
     spec.issuer = root.certificate.get();
     spec.signer = root.key.get();

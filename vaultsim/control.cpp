@@ -103,7 +103,7 @@ void AddVaults(httplib::Server& server, Vaults& vaults)
 {
     const std::string path = "/vaults/([^/]+)";
     const auto find = [&vaults](const std::string& name) {
-        const std::shared_ptr<Vault> vault = vaults.Find(name);
+        std::shared_ptr<Vault> vault = vaults.Find(name);
         if (!vault)
             throw std::invalid_argument("no such vault: " + name);
         return vault;

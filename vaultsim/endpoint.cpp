@@ -31,7 +31,7 @@ std::optional<size_t> LengthOf(const Call& call)
 }  // namespace
 
 Endpoint::Endpoint(std::string name, int port, const Authority* authority, EndpointContext context, Handler handler)
-    : name_(std::move(name)), authority_(authority), context_(context), handler_(std::move(handler))
+    : name_(std::move(name)), authority_(authority), context_(std::move(context)), handler_(std::move(handler))
 {
     listener_ = std::make_unique<Listener>(context_.address, port, [this](int socket) { Accepted(socket); });
 }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "vaultsim/refusal.h"
+#include "vaultsim/text.h"
 
 namespace vaultsim {
 
@@ -29,15 +30,6 @@ bool Matches(const Fault& fault, const Call& call)
 {
     return (fault.method == "*" || fault.method == call.method) && call.target.find(fault.path) != std::string::npos &&
            call.host.find(fault.host) != std::string::npos;
-}
-
-const ActionRow& FindAction(const std::string& name)
-{
-    for (const ActionRow& row : kActions) {
-        if (name == row.name)
-            return row;
-    }
-    throw std::invalid_argument("unknown fault action: " + name);
 }
 
 }  // namespace
@@ -70,9 +62,11 @@ Fault ParseFault(const Json& json)
     fault.skip = json.value("skip", fault.skip);
     fault.times = json.value("times", fault.times);
     fault.actionName = json.at("action").get<std::string>();
-    const ActionRow& row = FindAction(fault.actionName);
-    fault.action = row.action;
-    fault.perform = row.performs || json.value("perform", false);
+    const ActionRow* row = FindByName(kActions, fault.actionName);
+    if (!row)
+        throw std::invalid_argument("unknown fault action: " + fault.actionName);
+    fault.action = row->action;
+    fault.perform = row->performs || json.value("perform", false);
     fault.status = json.value("status", fault.status);
     fault.headerLines = json.value("headers", fault.headerLines);
     if (json.contains("inner")) {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <system_error>
 
 namespace vaultsim {
@@ -32,9 +32,7 @@ std::optional<std::string> ReadFile(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     if (!file)
         return std::nullopt;
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 }  // namespace vaultsim

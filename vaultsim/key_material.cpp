@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "vaultsim/base64url.h"
+#include "vaultsim/text.h"
 
 namespace vaultsim {
 
@@ -34,23 +35,11 @@ std::string Number(const EVP_PKEY* key, const char* parameter, int width)
     return bytes;
 }
 
-Pkey PublicFromPem(const std::string& pem)
-{
-    if (EVP_PKEY* key = ReadPem(pem, PEM_read_bio_PUBKEY))
-        return OwnPkey(key);
-    const X509Ptr certificate(ReadPem(pem, PEM_read_bio_X509));
-    return OwnPkey(certificate ? X509_get_pubkey(certificate.get()) : nullptr);
-}
-
 }  // namespace
 
 const Curve* FindCurve(const std::string& name)
 {
-    for (const Curve& curve : kCurves) {
-        if (name == curve.name)
-            return &curve;
-    }
-    return nullptr;
+    return FindByName(kCurves, name);
 }
 
 const Curve* CurveOf(const EVP_PKEY* key)
@@ -94,8 +83,6 @@ Pkey GenerateEc(const Curve& curve)
 Pkey KeyFromPem(const std::string& pem)
 {
     Pkey key = OwnPkey(ReadPem(pem, PEM_read_bio_PrivateKey));
-    if (!key)
-        key = PublicFromPem(pem);
     if (!key || (!IsRsa(key.get()) && !CurveOf(key.get())))
         throw std::runtime_error("the PEM text has no usable key");
     return key;

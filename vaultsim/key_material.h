@@ -24,8 +24,7 @@ int RsaBits(const EVP_PKEY* key);
 Pkey GenerateRsa(int bits);
 Pkey GenerateEc(const Curve& curve);
 
-// The private key in a PEM text or, failing that, its public key or the key of its certificate. Throws
-// std::runtime_error.
+// The private key in a PEM text. Throws std::runtime_error.
 Pkey KeyFromPem(const std::string& pem);
 std::string PublicPem(EVP_PKEY* key);
 std::string PrivatePem(EVP_PKEY* key);

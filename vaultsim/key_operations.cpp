@@ -23,7 +23,7 @@ using Operation = Json (*)(const OperationKey& key, const Json& body);
 
 std::string AlgorithmOf(const Json& body)
 {
-    const std::string algorithm = ReadText(body, "alg");
+    std::string algorithm = ReadText(body, "alg");
     if (algorithm.empty())
         throw BadParameter("Property alg is required");
     return algorithm;
@@ -113,10 +113,8 @@ constexpr OperationRow kOperations[] = {
 
 const OperationRow& FindOperation(const Call& call)
 {
-    for (const OperationRow& row : kOperations) {
-        if (call.segments.back() == row.name)
-            return row;
-    }
+    if (const OperationRow* row = FindByName(kOperations, call.segments.back()))
+        return *row;
     throw BadParameter("Method " + call.method + " does not allow operation '" + call.segments.back() + "'");
 }
 

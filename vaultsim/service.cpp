@@ -21,32 +21,28 @@ struct Route {
     Answer (*operation)(const VaultRequest& request);
 };
 
-const std::vector<Route>& Routes()
-{
-    static const std::vector<Route> routes = {
-        {"GET", {"keys"}, List<Keys>},
-        {"GET", {"keys", "*", "?"}, Get<Keys>},
-        {"POST", {"keys", "*", "create"}, CreateKey},
-        {"POST", {"keys", "*", "*", "*"}, OperateKey},
-        {"DELETE", {"keys", "*"}, Delete<Keys>},
-        {"GET", {"deletedkeys"}, ListDeleted<Keys>},
-        {"GET", {"deletedkeys", "*"}, GetDeleted<Keys>},
-        {"POST", {"deletedkeys", "*", "recover"}, Recover<Keys>},
-        {"DELETE", {"deletedkeys", "*"}, Purge<Keys>},
-        {"GET", {"certificates"}, List<Certificates>},
-        {"GET", {"certificates", "*", "pending"}, GetPending},
-        {"GET", {"certificates", "*", "?"}, Get<Certificates>},
-        {"POST", {"certificates", "*", "create"}, CreateCertificate},
-        {"POST", {"certificates", "*", "pending", "merge"}, MergeCertificate},
-        {"DELETE", {"certificates", "*", "pending"}, DeletePending},
-        {"DELETE", {"certificates", "*"}, Delete<Certificates>},
-        {"GET", {"deletedcertificates"}, ListDeleted<Certificates>},
-        {"GET", {"deletedcertificates", "*"}, GetDeleted<Certificates>},
-        {"POST", {"deletedcertificates", "*", "recover"}, Recover<Certificates>},
-        {"DELETE", {"deletedcertificates", "*"}, Purge<Certificates>},
-    };
-    return routes;
-}
+const Route kRoutes[] = {
+    {"GET", {"keys"}, List<Keys>},
+    {"GET", {"keys", "*", "?"}, Get<Keys>},
+    {"POST", {"keys", "*", "create"}, CreateKey},
+    {"POST", {"keys", "*", "*", "*"}, OperateKey},
+    {"DELETE", {"keys", "*"}, Delete<Keys>},
+    {"GET", {"deletedkeys"}, ListDeleted<Keys>},
+    {"GET", {"deletedkeys", "*"}, GetDeleted<Keys>},
+    {"POST", {"deletedkeys", "*", "recover"}, Recover<Keys>},
+    {"DELETE", {"deletedkeys", "*"}, Purge<Keys>},
+    {"GET", {"certificates"}, List<Certificates>},
+    {"GET", {"certificates", "*", "pending"}, GetPending},
+    {"GET", {"certificates", "*", "?"}, Get<Certificates>},
+    {"POST", {"certificates", "*", "create"}, CreateCertificate},
+    {"POST", {"certificates", "*", "pending", "merge"}, MergeCertificate},
+    {"DELETE", {"certificates", "*", "pending"}, DeletePending},
+    {"DELETE", {"certificates", "*"}, Delete<Certificates>},
+    {"GET", {"deletedcertificates"}, ListDeleted<Certificates>},
+    {"GET", {"deletedcertificates", "*"}, GetDeleted<Certificates>},
+    {"POST", {"deletedcertificates", "*", "recover"}, Recover<Certificates>},
+    {"DELETE", {"deletedcertificates", "*"}, Purge<Certificates>},
+};
 
 bool Matches(const std::vector<std::string>& pattern, const std::vector<std::string>& segments)
 {
@@ -62,7 +58,7 @@ bool Matches(const std::vector<std::string>& pattern, const std::vector<std::str
 
 const Route& FindRoute(const Call& call)
 {
-    for (const Route& route : Routes()) {
+    for (const Route& route : kRoutes) {
         if (call.method == route.method && Matches(route.pattern, call.segments))
             return route;
     }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "vaultsim/key_material.h"
+#include "vaultsim/text.h"
 
 namespace vaultsim {
 
@@ -110,20 +111,12 @@ std::string ToDer(const EVP_PKEY* key, const std::string& sideBySide)
 
 const SignatureAlgorithm* FindSignatureAlgorithm(const std::string& name)
 {
-    for (const SignatureAlgorithm& algorithm : kSignatureAlgorithms) {
-        if (name == algorithm.name)
-            return &algorithm;
-    }
-    return nullptr;
+    return FindByName(kSignatureAlgorithms, name);
 }
 
 const EncryptionAlgorithm* FindEncryptionAlgorithm(const std::string& name)
 {
-    for (const EncryptionAlgorithm& algorithm : kEncryptionAlgorithms) {
-        if (name == algorithm.name)
-            return &algorithm;
-    }
-    return nullptr;
+    return FindByName(kEncryptionAlgorithms, name);
 }
 
 std::string SignDigest(EVP_PKEY* key, const SignatureAlgorithm& algorithm, const std::string& digest)

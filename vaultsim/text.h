@@ -1,7 +1,9 @@
 // Small text helpers.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -23,6 +25,15 @@ std::string RandomUuid();
 
 int64_t Now();                       // Unix time in seconds
 std::string HttpDate(int64_t time);  // Mon, 23 Nov 2026 12:39:54 GMT
+
+// The row of a table with this name, or null.
+template <class Row, size_t count>
+const Row* FindByName(const Row (&rows)[count], const std::string& name)
+{
+    const auto* const end = std::end(rows);
+    const auto* const found = std::find_if(rows, end, [&name](const Row& row) { return name == row.name; });
+    return found == end ? nullptr : found;
+}
 
 // The order of names in a vault: case doesn't count.
 struct NameLess {

@@ -121,7 +121,7 @@ std::string Join(const std::string& first, const std::string& prefix, const std:
 {
     std::string text = first;
     for (const std::string& item : items)
-        text += (text.empty() ? "" : ",") + prefix + item;
+        text.append(text.empty() ? "" : ",").append(prefix).append(item);
     return text;
 }
 
