@@ -11,7 +11,7 @@ bool IsSignatureOf(const Bytes& blob, const SignatureAlgorithm& algorithm, const
     const Bytes info = SubjectPublicKeyInfo(ParsePublicBlob(blob));
     const unsigned char* at = info.data();
     const KeyPointer key(d2i_PUBKEY(nullptr, &at, static_cast<long>(info.size())));
-    const OpensslOwner<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(key ? EVP_PKEY_CTX_new(key.get(), nullptr) : nullptr);
+    const Owner<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(key ? EVP_PKEY_CTX_new(key.get(), nullptr) : nullptr);
     if (!context || EVP_PKEY_verify_init(context.get()) != 1)
         return false;
     const bool curve = algorithm.family == SignatureFamily::Curve;

@@ -17,7 +17,7 @@ struct SymmetricKey {
     BYTE iv[EVP_MAX_IV_LENGTH];
 };
 
-using CipherContext = OpensslOwner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using CipherContext = Owner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 SymmetricKey* FindKey(BCRYPT_KEY_HANDLE handle)
 {

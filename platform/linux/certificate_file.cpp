@@ -41,7 +41,7 @@ void FreeBlock(void* block)
     OPENSSL_free(block);
 }
 template <typename T>
-using OpensslBlock = OpensslOwner<T, FreeBlock>;
+using OpensslBlock = Owner<T, FreeBlock>;
 
 std::string Escaped(const std::u16string& text)
 {

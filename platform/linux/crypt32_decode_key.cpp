@@ -18,10 +18,10 @@
 
 namespace {
 
-using BitStringPointer = OpensslOwner<ASN1_BIT_STRING, ASN1_BIT_STRING_free>;
-using EncryptedKeyPointer = OpensslOwner<X509_SIG, X509_SIG_free>;
-using PrivateKeyPointer = OpensslOwner<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
-using RsaPointer = OpensslOwner<RSA, RSA_free>;
+using BitStringPointer = Owner<ASN1_BIT_STRING, ASN1_BIT_STRING_free>;
+using EncryptedKeyPointer = Owner<X509_SIG, X509_SIG_free>;
+using PrivateKeyPointer = Owner<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
+using RsaPointer = Owner<RSA, RSA_free>;
 
 std::string_view BytesIn(const ASN1_STRING* string)
 {

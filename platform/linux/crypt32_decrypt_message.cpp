@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t kLargestKeyFile = 64 * 1024;
 
-using MessagePointer = OpensslOwner<CMS_ContentInfo, CMS_ContentInfo_free>;
+using MessagePointer = Owner<CMS_ContentInfo, CMS_ContentInfo_free>;
 
 // Walks the certificates of a store and frees the current one at the end.
 class StoreWalk {

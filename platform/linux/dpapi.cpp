@@ -54,7 +54,7 @@ struct MasterKey {
     ~MasterKey() { SecureZeroMemory(bytes, sizeof bytes); }
 };
 
-using CipherContext = OpensslOwner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using CipherContext = Owner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 struct LocalFreer {
     void operator()(void* block) const { LocalFree(block); }

@@ -15,7 +15,7 @@ constexpr DWORD kMinBits = 512;
 constexpr DWORD kMaxBits = 16384;
 constexpr DWORD kBitsStep = 64;
 
-using DigestContext = OpensslOwner<EVP_MD_CTX, EVP_MD_CTX_free>;
+using DigestContext = Owner<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 class KeyStorageProvider : public KernelObject {
   public:

@@ -6,7 +6,7 @@
 
 namespace {
 
-using ObjectPointer = OpensslOwner<ASN1_OBJECT, ASN1_OBJECT_free>;
+using ObjectPointer = Owner<ASN1_OBJECT, ASN1_OBJECT_free>;
 
 constexpr int kDotted = 1;
 

@@ -7,9 +7,6 @@
 
 #include "platform/owner.h"
 
-template <typename T, auto kFree>
-using OpensslOwner = Owner<T, kFree>;
-
-using BioPointer = OpensslOwner<BIO, BIO_free_all>;  // the whole chain
-using CertificatePointer = OpensslOwner<X509, X509_free>;
-using KeyPointer = OpensslOwner<EVP_PKEY, EVP_PKEY_free>;
+using BioPointer = Owner<BIO, BIO_free_all>;  // the whole chain
+using CertificatePointer = Owner<X509, X509_free>;
+using KeyPointer = Owner<EVP_PKEY, EVP_PKEY_free>;

@@ -80,8 +80,9 @@ BOOL WINAPI WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD size, LPDWOR
 BOOL WINAPI WinHttpQueryHeaders(HINTERNET request, DWORD infoLevel, LPCWSTR name, LPVOID buffer, LPDWORD length,
                                 LPDWORD index);
 
-// Only WINHTTP_OPTION_SECURITY_FLAGS of a request, a DWORD of the three flags above: errors in the server's certificate
-// to ignore. Such a request shares no TLS session with any other.
+// Only WINHTTP_OPTION_SECURITY_FLAGS of a request, a DWORD of SECURITY_FLAG_IGNORE_UNKNOWN_CA, ..._CERT_CN_INVALID and
+// ..._CERT_DATE_INVALID: errors in the server's certificate to ignore. Such a request shares no TLS session with any
+// other.
 BOOL WINAPI WinHttpSetOption(HINTERNET request, DWORD option, LPVOID buffer, DWORD length);
 
 // Only WINHTTP_OPTION_SERVER_CERT_CONTEXT of a request that was sent: a PCCERT_CONTEXT, freed by the caller.

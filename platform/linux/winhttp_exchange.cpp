@@ -44,7 +44,6 @@ DWORD StatusOf(std::string_view line)
 Exchange::~Exchange()
 {
     Stop();
-    curl_slist_free_all(connectTo_);
 }
 
 LONG Exchange::Send(const Target& target, Message message, const Timeouts& timeouts, DWORD ignored)

@@ -29,6 +29,9 @@ struct Timeouts {
 // tlsRefused: one side refused the handshake, as opposed to a connection that broke.
 LONG ErrorFromCurl(CURLcode code, bool tlsRefused);
 
+// libcurl's connect-to list.
+using ConnectTo = Owner<curl_slist, curl_slist_free_all>;
+
 // Every step returns 0 or a platform error code, and may throw std::bad_alloc. After a failed step, the next Send
 // starts over.
 class Exchange {
@@ -100,7 +103,7 @@ class Exchange {
     Message message_ = {};
     Timeouts timeouts_;
     DWORD ignored_ = 0;
-    curl_slist* connectTo_ = nullptr;
+    ConnectTo connectTo_;
     std::array<curl_slist, 8> fields_ = {};
 
     // Progress.

@@ -16,22 +16,21 @@ namespace {
 constexpr const char* kUnwanted[] = {
     "Host:", "Accept:", "Content-Type:", "Content-Length:", "Expect:", "Transfer-Encoding:"};
 
-// libcurl's connect-to list from KELVARO_CONNECT_TO, or NULL.
-curl_slist* ConnectToList()
+// From KELVARO_CONNECT_TO; NULL without it.
+ConnectTo ConnectToList()
 {
     const char* entries = secure_getenv("KELVARO_CONNECT_TO");
     if (!entries)
         return nullptr;
     constexpr char kBlanks[] = " \t\r\n";
-    curl_slist* list = nullptr;
+    ConnectTo list;
     for (const char* at = entries + std::strspn(entries, kBlanks); *at != '\0'; at += std::strspn(at, kBlanks)) {
         const size_t length = std::strcspn(at, kBlanks);
-        curl_slist* const longer = curl_slist_append(list, std::string(at, length).c_str());
-        if (!longer) {
-            curl_slist_free_all(list);
+        curl_slist* const longer = curl_slist_append(list.get(), std::string(at, length).c_str());
+        if (!longer)
             throw std::bad_alloc();
-        }
-        list = longer;
+        list.release();
+        list.reset(longer);
         at += length;
     }
     return list;
@@ -88,10 +87,8 @@ void Exchange::Configure(const Timeouts& timeouts)
 
 void Exchange::Aim(const Target& target)
 {
-    curl_slist_free_all(connectTo_);
-    connectTo_ = nullptr;
     connectTo_ = ConnectToList();
-    Set(CURLOPT_CONNECT_TO, connectTo_);
+    Set(CURLOPT_CONNECT_TO, connectTo_.get());
     Set(CURLOPT_URL, UrlOf(target).c_str());
     if (target.secure && transfer_->Use(AcquireTlsShare()) != CURLE_OK)
         throw std::bad_alloc();

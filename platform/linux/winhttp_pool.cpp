@@ -88,32 +88,23 @@ bool IsPrivileged()
     return getauxval(AT_SECURE) != 0;
 }
 
-Transfer::Transfer() : easy_(curl_easy_init()), multi_(curl_multi_init()), owner_(getpid())
+Transfer::Transfer() : multi_(curl_multi_init()), easy_(curl_easy_init()), owner_(getpid())
 {
-    if (!easy_ || !multi_) {
-        curl_easy_cleanup(easy_);
-        curl_multi_cleanup(multi_);
+    if (!easy_ || !multi_)
         throw std::bad_alloc();
-    }
-}
-
-Transfer::~Transfer()
-{
-    curl_easy_cleanup(easy_);
-    curl_multi_cleanup(multi_);
 }
 
 CURLcode Transfer::Use(std::shared_ptr<const TlsShare> tls)
 {
-    const CURLcode result = curl_easy_setopt(easy_, CURLOPT_SHARE, tls->sessions());
+    const CURLcode result = curl_easy_setopt(easy(), CURLOPT_SHARE, tls->sessions());
     tls_ = std::move(tls);
     return result;
 }
 
 void Transfer::Reset()
 {
-    curl_easy_setopt(easy_, CURLOPT_SHARE, nullptr);
-    curl_easy_reset(easy_);
+    curl_easy_setopt(easy(), CURLOPT_SHARE, nullptr);
+    curl_easy_reset(easy());
     tls_.reset();
 }
 

@@ -18,12 +18,9 @@ bool IsPrivileged();
 class Transfer {
   public:
     Transfer();  // throws std::bad_alloc
-    ~Transfer();
-    Transfer(const Transfer&) = delete;
-    Transfer& operator=(const Transfer&) = delete;
 
-    CURL* easy() const { return easy_; }
-    CURLM* multi() const { return multi_; }
+    CURL* easy() const { return easy_.get(); }
+    CURLM* multi() const { return multi_.get(); }
     pid_t owner() const { return owner_; }
 
     // Makes the transfer use the sessions of `tls`. Call once per transfer.
@@ -33,10 +30,11 @@ class Transfer {
     void Reset();
 
   private:
-    CURL* easy_;
-    CURLM* multi_;
-    const pid_t owner_;
+    // The handles must go before the sessions that they share, the easy one first.
     std::shared_ptr<const TlsShare> tls_;
+    Owner<CURLM, curl_multi_cleanup> multi_;
+    Owner<CURL, curl_easy_cleanup> easy_;
+    const pid_t owner_;
 };
 
 // An idle transfer, or a new one. Throws std::bad_alloc.

@@ -30,27 +30,16 @@ struct Cache {
 
 TlsShare::TlsShare(const char* path) : roots_(X509_STORE_new()), sessions_(curl_share_init())
 {
-    if (!roots_ || !sessions_) {
-        X509_STORE_free(roots_);
-        curl_share_cleanup(sessions_);
+    if (!roots_ || !sessions_)
         throw std::bad_alloc();
-    }
-    curl_share_setopt(sessions_, CURLSHOPT_LOCKFUNC, &Lock);
-    curl_share_setopt(sessions_, CURLSHOPT_UNLOCKFUNC, &Unlock);
-    curl_share_setopt(sessions_, CURLSHOPT_USERDATA, this);
-    curl_share_setopt(sessions_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    if (!path || X509_STORE_load_file(roots_, path) != 1) {
-        X509_STORE_free(roots_);
-        roots_ = nullptr;
-    }
+    curl_share_setopt(sessions(), CURLSHOPT_LOCKFUNC, &Lock);
+    curl_share_setopt(sessions(), CURLSHOPT_UNLOCKFUNC, &Unlock);
+    curl_share_setopt(sessions(), CURLSHOPT_USERDATA, this);
+    curl_share_setopt(sessions(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    if (!path || X509_STORE_load_file(roots(), path) != 1)
+        roots_.reset();
     // Errors from a bad bundle must not be mistaken for connection errors later.
     ERR_clear_error();
-}
-
-TlsShare::~TlsShare()
-{
-    curl_share_cleanup(sessions_);
-    X509_STORE_free(roots_);
 }
 
 void TlsShare::Lock(CURL*, curl_lock_data data, curl_lock_access, void* self)

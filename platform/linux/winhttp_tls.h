@@ -8,29 +8,30 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/owner.h"
+
 namespace winhttp {
 
 class TlsShare {
   public:
     // Reads the roots from a file of certificates; throws std::bad_alloc.
     explicit TlsShare(const char* path);
-    ~TlsShare();
     TlsShare(const TlsShare&) = delete;
     TlsShare& operator=(const TlsShare&) = delete;
 
     // NULL when the file could not be read or holds no certificate. Owned by the share.
-    X509_STORE* roots() const { return roots_; }
+    X509_STORE* roots() const { return roots_.get(); }
     // For CURLOPT_SHARE: a connection resumes the session of an earlier one to the same server. Owned by the share,
     // which must outlive the handles that use it.
-    CURLSH* sessions() const { return sessions_; }
+    CURLSH* sessions() const { return sessions_.get(); }
 
   private:
     static void Lock(CURL*, curl_lock_data data, curl_lock_access, void* self);
     static void Unlock(CURL*, curl_lock_data data, void* self);
 
-    X509_STORE* roots_ = nullptr;
-    CURLSH* sessions_ = nullptr;
     std::array<std::mutex, CURL_LOCK_DATA_LAST> locks_;
+    Owner<X509_STORE, X509_STORE_free> roots_;
+    Owner<CURLSH, curl_share_cleanup> sessions_;
 };
 
 // The share for the roots in $SSL_CERT_FILE, or in the system's bundle. If the file has changed it is read again, and

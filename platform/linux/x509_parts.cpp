@@ -15,7 +15,7 @@ constexpr long long kTicksPerSecond = 10000000;
 // The end of the year 9999.
 constexpr time_t kLastSecond = 253402300799;
 
-using TimePointer = OpensslOwner<ASN1_TIME, ASN1_TIME_free>;
+using TimePointer = Owner<ASN1_TIME, ASN1_TIME_free>;
 
 bool TimeFromElement(std::string_view element, FILETIME* time)
 {
