@@ -3,7 +3,6 @@
 #include <thread>
 
 #include "tests/certsync/certs_fixture.h"
-#include "tests/common/independent_key.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace {
@@ -145,7 +144,8 @@ TEST_F(CertsCommandTest, TheUsersStoreIsSeparate)
 {
     Out({"certs", "sync"});
     EXPECT_EQ(json::array(), CtlJson({"certs", "list", "--user"})["certificates"]);
-    WriteFile("other.der", FromBase64Url(IssueTo("other.pem", {{"subject", "CN=other"}}).base64));
+    const Bytes der = IssueTo("other.pem", {{"subject", "CN=other"}}).der;
+    WriteFile("other.der", {der.begin(), der.end()});
     Run("0 certs install @other.der --key web --force --user\n");
     EXPECT_EQ(1u, CtlJson({"certs", "list", "--user"})["certificates"].size());
     EXPECT_EQ(1u, List().size());

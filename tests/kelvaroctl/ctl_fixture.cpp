@@ -3,6 +3,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "kelvaroctl/hash.h"
+#include "kelvaroctl/public_key.h"
 #include "tests/common/data_rows.h"
 #include "tests/common/host.h"
 
@@ -95,6 +97,17 @@ std::vector<std::string> CtlTest::Split(const std::string& line) const
             word = File(word.substr(1));
     }
     return words;
+}
+
+std::vector<BYTE> CtlTest::PublicDer(const std::string& name)
+{
+    size_t at = 0;
+    return *kelvaroctl::ReadPem(sim.PublicKeyPem(Simulator::kVault, name), "PUBLIC KEY", name, &at);
+}
+
+std::string CtlTest::Fingerprint(const std::string& name)
+{
+    return kelvaroctl::HexText(kelvaroctl::Digest(BCRYPT_SHA256_ALGORITHM, 32, PublicDer(name)));
 }
 
 void CtlTest::WriteFile(const std::string& name, const std::string& content) const

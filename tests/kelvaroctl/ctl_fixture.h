@@ -56,6 +56,10 @@ class CtlTest : public testing::Test {
     void AddKey(const std::string& name, const std::string& kind,
                 const nlohmann::json& more = nlohmann::json::object());
 
+    // The SubjectPublicKeyInfo of a key of the vault, from the simulator.
+    std::vector<BYTE> PublicDer(const std::string& name);
+    std::string Fingerprint(const std::string& name);  // SHA-256 of that, hexadecimal
+
     static std::vector<std::string> WithModule(std::vector<std::string> arguments)
     {
         arguments.insert(arguments.begin(), {"--module", KELVARO_MODULE_PATH});
