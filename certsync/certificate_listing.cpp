@@ -163,7 +163,7 @@ bool KVCGetCerts(KVC* kvc, WCHAR*** WCHARCertsArray, WCHAR*** WCHARThumbprintArr
             return FailNoMemory(count);
     } while (walk.HasNext());
     LogLine(TEXT("KVCGetCerts found sizes OK"), LOG_STEP_LEVEL);
-    // An incomplete list isn't returned: nobody would release it.
+    // An incomplete list isn't returned: the caller wouldn't release it.
     if (page == ListPage::Read && !HandOver(list, WCHARCertsArray, WCHARThumbprintArray, count))
         return FailNoMemory(count);
     LogLine(TEXT("KVCGetCerts Complete"), LOG_STEP_LEVEL);

@@ -14,7 +14,7 @@ struct SettingsAccess {
 };
 SettingsAccess ReadSettingsAccess();
 
-// Gives administrators full control and lets nobody but `accounts` read the settings as well. Creates the settings key
+// Gives administrators full control; apart from them only `accounts` can read the settings. Creates the settings key
 // if there is none. Throws a usage failure for an unknown account.
 void ProtectSettings(const std::vector<std::string>& accounts);
 

@@ -36,7 +36,7 @@ extern "C" SECURITY_STATUS WINAPI GetKeyStorageInterface(LPCWSTR pszProviderName
                                                          DWORD /*dwFlags*/)
 {
     LogString(TEXT("GetKeyStorageInterface"), pszProviderName, LOG_ENTRY_LEVEL);
-    // The published type is not const; nobody writes to the table.
+    // The published type isn't const, but nothing writes to the table.
     *ppFunctionTable = const_cast<NCRYPT_KEY_STORAGE_FUNCTION_TABLE*>(&KelvaroFunctionTable);
     return ERROR_SUCCESS;
 }
