@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
-# Usage: ./stress.sh [faults|fuzz|many|kill|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
+# Usage: ./stress.sh [faults|fuzz|many|kill|calls|manners|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
 # Default: all but judges and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
 # --signatures and --loads end the long parts; without --minutes, nothing else does.
 set -eu
@@ -14,7 +14,7 @@ loads=0
 chosen=
 while [ $# -gt 0 ]; do
     case $1 in
-    faults | fuzz | many | kill | judges | long | long-windows) chosen="$chosen $1" ;;
+    faults | fuzz | many | kill | calls | manners | judges | long | long-windows) chosen="$chosen $1" ;;
     --minutes | --signatures | --loads)
         eval "${1#--}=\${2:?needs a number}"
         shift
@@ -105,6 +105,23 @@ try_judges() {
     keep judges "$top/stress/judges.jq" <"$work/list"
 }
 
+# STEP=5 ./stress.sh calls: each fifth call alone.
+try_calls() {
+    build stress_calls
+    "$top/build/release/stress/stress_calls" $((2 * $(nproc))) "${STEP:-1}" >"$work/cases"
+    keep calls "$top/stress/calls.jq" <"$work/cases"
+}
+
+try_manners() {
+    "$top/tools/packages.sh" locales
+    build stress_manners
+    mkdir "$work/locales"
+    localedef -i tr_TR -f UTF-8 "$work/locales/tr_TR.UTF-8"
+    localedef -i de_DE -f ISO-8859-1 "$work/locales/de_DE.ISO-8859-1"
+    LOCPATH=$work/locales "$top/build/release/stress/stress_manners" >"$work/rows"
+    keep manners "$top/stress/manners.jq" <"$work/rows"
+}
+
 try_long() {
     build stress_long
     "$top/build/release/stress/stress_long" $long_seconds "$signatures" "$loads" >"$work/samples"
@@ -160,7 +177,7 @@ EOT
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 
-for part in ${chosen:-faults fuzz many kill long}; do
+for part in ${chosen:-faults fuzz many kill calls manners long}; do
     echo "== $part" >&2
     "try_$(echo "$part" | tr - _)"
 done

@@ -1,5 +1,4 @@
 // Every operation against every fault. Prints a JSON array with an object a cell: what the rules expect, and what came.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include <memory>
 
 #include "stress/operations.h"
+#include "stress/shares.h"
 
 using namespace stress;
 using nlohmann::json;
@@ -263,36 +263,7 @@ HINTERNET WrapWinHttpOpen(LPCWSTR agent, DWORD type, LPCWSTR proxy, LPCWSTR bypa
 // Arguments: the number of processes, and a part of the names of the cells.
 int main(int argc, char** argv)
 {
-    const int shares = argc > 1 ? std::atoi(argv[1]) : 4;
-    std::vector<std::pair<pid_t, FILE*>> children;
-    for (int share = 0; share < shares; ++share) {
-        FILE* const out = std::tmpfile();
-        const pid_t child = fork();
-        if (child == 0) {
-            try {
-                RunShare(share, shares, argc > 2 ? argv[2] : "", out);
-            } catch (const std::exception& error) {
-                std::cerr << error.what() << "\n";
-                std::exit(1);
-            }
-            std::exit(0);
-        }
-        children.emplace_back(child, out);
-    }
-    json cells = json::array();
-    bool good = true;
-    for (const auto& [child, out] : children) {
-        int status = 0;
-        waitpid(child, &status, 0);
-        good = good && status == 0;
-        std::rewind(out);
-        char* line = nullptr;
-        size_t size = 0;
-        while (getline(&line, &size, out) > 0)
-            cells.push_back(json::parse(line));
-        std::free(line);
-        std::fclose(out);
-    }
-    std::cout << cells.dump(1) << "\n";
-    return good ? 0 : 1;
+    return PrintInShares(argc > 1 ? std::atoi(argv[1]) : 4, [&](int share, int shares, FILE* out) {
+        RunShare(share, shares, argc > 2 ? argv[2] : "", out);
+    });
 }

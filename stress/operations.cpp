@@ -56,7 +56,6 @@ void SignedIn(Stage& stage)
 
 void WithRsa(Stage& stage)
 {
-    stage.host.sim.AddKey(Simulator::kVault, {{"name", "rsa"}, {"kty", "RSA"}, {"size", 2048}});
     SignedIn(stage);
     stage.host.table->FreeKey(stage.provider, stage.key);
     stage.key = stage.host.OpenKey(stage.provider, "rsa");
@@ -65,17 +64,15 @@ void WithRsa(Stage& stage)
 SECURITY_STATUS Encrypt(Stage& stage)
 {
     stage.other.resize(256);
-    DWORD size = 0;
     return stage.host.table->Encrypt(stage.provider, stage.key, stage.input.data(), 32, nullptr, stage.other.data(),
-                                     256, &size, NCRYPT_PAD_PKCS1_FLAG);
+                                     256, &stage.size, NCRYPT_PAD_PKCS1_FLAG);
 }
 
 SECURITY_STATUS Decrypt(Stage& stage)
 {
-    DWORD size = 0;
     stage.input.resize(256);
     return stage.host.table->Decrypt(stage.provider, stage.key, stage.other.data(), 256, nullptr, stage.input.data(),
-                                     256, &size, NCRYPT_PAD_PKCS1_FLAG);
+                                     256, &stage.size, NCRYPT_PAD_PKCS1_FLAG);
 }
 
 void Encrypted(Stage& stage)
@@ -86,9 +83,8 @@ void Encrypted(Stage& stage)
 
 SECURITY_STATUS Sign(Stage& stage)
 {
-    DWORD size = 0;
     return stage.host.table->SignHash(stage.provider, stage.key, nullptr, stage.input.data(), 32, stage.other.data(),
-                                      64, &size, 0);
+                                      64, &stage.size, 0);
 }
 
 void Signed(Stage& stage)
@@ -105,12 +101,7 @@ SECURITY_STATUS Verify(Stage& stage)
 
 SECURITY_STATUS Open(Stage& stage)
 {
-    NCRYPT_KEY_HANDLE key = 0;
-    const SECURITY_STATUS status =
-        stage.host.table->OpenKey(stage.provider, &key, TEXT("p256"), 0, NCRYPT_MACHINE_KEY_FLAG);
-    if (status == 0)
-        stage.host.table->FreeKey(stage.provider, key);
-    return status;
+    return stage.host.table->OpenKey(stage.provider, &stage.opened, TEXT("p256"), 0, NCRYPT_MACHINE_KEY_FLAG);
 }
 
 SECURITY_STATUS List(Stage& stage)
@@ -119,6 +110,7 @@ SECURITY_STATUS List(Stage& stage)
     NCryptKeyName* name = nullptr;
     const SECURITY_STATUS status =
         stage.host.table->EnumKeys(stage.provider, nullptr, &name, &walk, NCRYPT_MACHINE_KEY_FLAG);
+    stage.listed = name ? Narrow(name->pszName) : "";
     for (PVOID block : {static_cast<PVOID>(name), walk}) {
         if (block)
             stage.host.table->FreeBuffer(block);
@@ -192,6 +184,10 @@ SECURITY_STATUS Release(Stage& stage)
 
 Stage::~Stage()
 {
+    if (opened != kUntouched)
+        host.table->FreeKey(another != kUntouched ? another : provider, opened);
+    if (another != kUntouched)
+        host.table->FreeProvider(another);
     if (key)
         host.table->FreeKey(provider, key);
     if (provider)

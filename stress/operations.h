@@ -20,6 +20,12 @@ struct Stage {
     TestClock clock;
     NCRYPT_PROV_HANDLE provider = 0;
     NCRYPT_KEY_HANDLE key = 0;  // released at the end, if the operation hasn't
+    // What the operation gives. It leaves alone what it doesn't give.
+    static constexpr DWORD kUntouched = 0x5A5A5A5A;
+    NCRYPT_KEY_HANDLE opened = kUntouched;
+    NCRYPT_PROV_HANDLE another = kUntouched;
+    DWORD size = kUntouched;
+    std::string listed;
     std::vector<BYTE> input = std::vector<BYTE>(32, 7);
     std::vector<BYTE> other = std::vector<BYTE>(64, 8);
 };

@@ -25,6 +25,15 @@ def kill:
   (.ways[] | [.way, .points, .good] | row),
   .failed[];
 
+def calls:
+  "\(.cases) cases with \(.functions | length) functions; something is wrong in \(.wrong | length).",
+  "",
+  (["operation", "calls", "statuses"] | head),
+  (.operations[] | [.operation, .calls, .statuses] | row),
+  (.wrong[] | "WRONG: \(.)");
+
+def manners: (["done", "must hold", "held"] | head), (.rows[] | [.done, .must, if .wrong == "" then "yes" else .wrong end] | row);
+
 def held($part; samples):
   "",
   "\(.[$part].done) \($part), \(.[$part].failures) failures with \(.[$part].failuresExpected) expected. From the second quarter to the last: \(.[$part].grown)",
@@ -41,5 +50,7 @@ if .faults then .faults | faults else empty end,
 if .fuzz then .fuzz | fuzz else empty end,
 if .many then .many | many else empty end,
 if .kill then .kill | kill else empty end,
+if .calls then .calls | calls else empty end,
+if .manners then .manners | manners else empty end,
 (.long, ."long-windows" | select(.) | long),
 if .judges then .judges | judges else empty end

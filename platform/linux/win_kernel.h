@@ -2,9 +2,10 @@
 // pages, and the few calls of the C runtime that only Windows has. All of them may be called from any thread.
 #pragma once
 
-#include <pthread.h>
 #include <stdio.h>
 #include <time.h>
+
+#include <atomic>
 
 #include "platform/linux/win_constants.h"
 
@@ -48,12 +49,13 @@ DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD waitMs);
 
 // ---- slim locks: all zero is an unlocked lock, and needs no cleanup ----
 
+// The child of a fork may take the locks that other threads of its parent hold.
 struct SRWLOCK {
-    pthread_rwlock_t lock;
+    std::atomic<uint32_t> state;  // 0 or twice the holder's process, plus 1 if a thread waits
 };
 using PSRWLOCK = SRWLOCK*;
 // clang-format off
-#define SRWLOCK_INIT {PTHREAD_RWLOCK_INITIALIZER}
+#define SRWLOCK_INIT {}
 // clang-format on
 
 void WINAPI AcquireSRWLockExclusive(PSRWLOCK lock);

@@ -1,9 +1,11 @@
 // Names, time, UUIDs, locks, security descriptors and the event log.
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <sstream>
+#include <thread>
 
 #include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
@@ -84,6 +86,34 @@ TEST(Semaphore, CountsAndTimesOut)
     EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_FAILED);
     EXPECT_FALSE(ReleaseSemaphore(semaphore, 1, nullptr));
     EXPECT_FALSE(CloseHandle(semaphore));
+}
+
+TEST(Lock, TheChildOfAForkTakesTheLocksOfItsParentsThreads)
+{
+    SRWLOCK lock = SRWLOCK_INIT;
+    AcquireSRWLockExclusive(&lock);
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int i = 0; i < 2; ++i) {
+            AcquireSRWLockExclusive(&lock);
+            ReleaseSRWLockExclusive(&lock);
+        }
+        _exit(0);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    // The parent still holds it.
+    int counted = 0;
+    std::thread other([&] {
+        AcquireSRWLockExclusive(&lock);
+        ++counted;
+        ReleaseSRWLockExclusive(&lock);
+    });
+    counted = 1;
+    ReleaseSRWLockExclusive(&lock);
+    other.join();
+    EXPECT_EQ(2, counted);
 }
 
 TEST(SecurityDescriptor, BothForms)
