@@ -85,6 +85,7 @@ TEST_F(KeyDeletionTest, Answers)
             ExpectRequests(row.deletionsSent, row.purgesSent);
             EXPECT_EQ(RetryWaits(row.waits), clock.Waits());
             EXPECT_EQ(row.place, Place());
+            EXPECT_EQ(0u, LinesWith("Failed Error 0x199") + LinesWith("Failed Error 0x1ad")) << "logged as busy";
         }
     }
 }

@@ -86,7 +86,9 @@ TEST_F(CertificateFetchTest, APlainKeyHasNoCertificate)
     sim.AddKey(Simulator::kVault, {{"name", "web"}, {"kty", "EC"}, {"crv", "P-256"}});
     call->certificateMode = 0;
     EXPECT_EQ(Bytes{}, Get());
-    EXPECT_FALSE(KVCGetCert(call.get(), nullptr, nullptr));
+    CertBlob blob = {};
+    EXPECT_FALSE(KVCGetCert(call.get(), nullptr, &blob));
+    EXPECT_FALSE(KVCGetCert(call.get(), TEXT("web"), nullptr));
     EXPECT_EQ(Strings{"GET /keys/web?api-version=2016-10-01"}, sim.VaultRequests());
 }
 

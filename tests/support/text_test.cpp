@@ -189,7 +189,8 @@ TEST(TextTest, WithoutMemoryATextStaysWhole)
 
     const BldStrPtr str(BldStrNewStr(TEXT("kept")));
     BYTE* out = nullptr;
-    DWORD cb = 0;
+    BYTE room[3];
+    DWORD cb = sizeof(room);
     {
         const AllocFault fault(0, true);
         EXPECT_EQ(0, BldStrCat(str.get(), TEXT(" and more")));
@@ -197,6 +198,7 @@ TEST(TextTest, WithoutMemoryATextStaysWhole)
         EXPECT_EQ(nullptr, BldStrNewStrFromAscii("some text"));
         EXPECT_EQ(nullptr, KVCKelvaro_ToBase64(reinterpret_cast<const BYTE*>("abc"), 3));
         EXPECT_EQ(0, KVCKelvaro_FromBase64(TEXT("AQID"), &out, &cb, 1));
+        EXPECT_EQ(0, BldBinFromBase64(TEXT("AQID"), room, &cb));
     }
     ExpectWhole(str.get(), "kept", 10);
 }
