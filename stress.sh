@@ -2,7 +2,7 @@
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
 # Usage: ./stress.sh [faults|fuzz|many|kill|calls|manners|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
-# Default: all but judges and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
+# Default: all but calls, which isn't finished, judges, and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
 # --signatures and --loads end the long parts; without --minutes, nothing else does.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
@@ -177,7 +177,7 @@ EOT
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 
-for part in ${chosen:-faults fuzz many kill calls manners long}; do
+for part in ${chosen:-faults fuzz many kill manners long}; do
     echo "== $part" >&2
     "try_$(echo "$part" | tr - _)"
 done
