@@ -12,7 +12,8 @@ wanted=${2:-}
 list=$source/stress/judges.json
 top=$source/build/judges
 mkdir -p "$top"
-tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$top" -xf -
+# New times, or what was copied before this and built after it would count as current.
+tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$top" -xmf -
 . "$top/tools/variants.sh"
 configure release -DCMAKE_BUILD_TYPE=Release -DKELVARO_STRESS=ON
 # A run that was ended may have left objects with a fault.
