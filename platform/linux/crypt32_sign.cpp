@@ -161,10 +161,10 @@ BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, D
                                           DWORD* size)
 {
     const CERT_INFO* info = static_cast<const CERT_INFO*>(structure);
-    if (!size || !signatureAlgorithm || !IsUsable(info))
-        return Fail(E_INVALIDARG);
     if ((encodingType & X509_ASN_ENCODING) == 0 || structType != X509_CERT_TO_BE_SIGNED)
         return Fail(ERROR_FILE_NOT_FOUND);
+    if (!size || !signatureAlgorithm || !IsUsable(info))
+        return Fail(E_INVALIDARG);
     const char* digestName = DigestOf(*signatureAlgorithm);
     if (!digestName)
         return Fail(NTE_BAD_ALGID);

@@ -85,10 +85,11 @@ struct CERT_REQUEST_INFO {
 BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE* encoded, DWORD encodedSize,
                               DWORD flags, void* structure, DWORD* size);
 
-// Only X509_CERT_TO_BE_SIGNED, a CERT_INFO, and keys of the platform's own provider. The signature is RSA PKCS#1 with
-// the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it is and has no other effect.
-// Empty parameters become NULL. keySpec and auxiliary are ignored. *size as above.
-// NTE_INVALID_HANDLE, NTE_BAD_KEY_STATE: the key; NTE_BAD_ALGID: the algorithm; E_INVALIDARG: the structure.
+// Only X509_CERT_TO_BE_SIGNED, a CERT_INFO without unique identifiers, and keys of the platform's own provider. The
+// signature is RSA PKCS#1 with the hash of `signatureAlgorithm`; CERT_INFO's own SignatureAlgorithm is written as it is
+// and has no other effect. Empty parameters become NULL. keySpec and auxiliary are ignored. *size as above.
+// NTE_INVALID_HANDLE, NTE_BAD_KEY_STATE: the key; NTE_BAD_ALGID: the algorithm; E_INVALIDARG: the structure;
+// ERROR_FILE_NOT_FOUND: an unsupported structure.
 BOOL WINAPI CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE key, DWORD keySpec, DWORD encodingType,
                                           LPCSTR structType, const void* structure,
                                           PCRYPT_ALGORITHM_IDENTIFIER signatureAlgorithm, const void* auxiliary,

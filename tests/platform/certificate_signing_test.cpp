@@ -71,6 +71,20 @@ TEST(CertificateSigning, TheSignatureIsThatOfTheNamedAlgorithm)
     NCryptFreeObject(provider);
 }
 
+TEST(CertificateSigning, OnlyTheStructureOfACertificateIsRead)
+{
+    struct {
+        CERT_REQUEST_INFO request;
+        BYTE others[sizeof(CERT_INFO)];
+    } memory = {};
+    memset(memory.others, 0xEE, sizeof memory.others);
+    CRYPT_ALGORITHM_IDENTIFIER algorithm = {const_cast<char*>("1.2.840.113549.1.1.11"), {0, nullptr}};
+    DWORD size = 0;
+    EXPECT_FALSE(CryptSignAndEncodeCertificate(0, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_REQUEST_TO_BE_SIGNED,
+                                               &memory, &algorithm, nullptr, nullptr, &size));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
 TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
 {
     std::string request = ReadFileText(X509File("request-rsa4096.der"));
