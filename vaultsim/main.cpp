@@ -3,6 +3,7 @@
 #include <exception>
 #include <stdexcept>
 
+#include "vaultsim/control.h"
 #include "vaultsim/options.h"
 #include "vaultsim/simulator.h"
 
@@ -18,13 +19,16 @@ int Run(const vaultsim::Options& options)
     pthread_sigmask(SIG_BLOCK, &stops, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
-    const vaultsim::Simulator simulator(options, [] { kill(getpid(), SIGTERM); });
-    std::printf("%s\n", simulator.ReadyLine().c_str());
+    vaultsim::Simulator simulator(options);
+    const vaultsim::Control control(simulator, options.controlPort, [] { kill(getpid(), SIGTERM); });
+    simulator.WriteEnvironment(control.port());
+    std::printf("%s\n", simulator.ReadyLine(control.port()).c_str());
     std::fflush(stdout);
     if (!options.quiet)
         std::fprintf(stderr, "vaultsim: to use it, run  . %s/env\n", simulator.options.directory.c_str());
     int signal = 0;
     sigwait(&stops, &signal);
+    simulator.pauser.Stop();  // calls of the control interface may be waiting
     return 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "vaultsim/control.h"
 #include "vaultsim/files.h"
 
 namespace vaultsim {
@@ -28,7 +27,7 @@ std::string Quote(const std::string& text)
 
 }  // namespace
 
-Simulator::Simulator(const Options& given, std::function<void()> stop)
+Simulator::Simulator(const Options& given)
     : options(WithAbsoluteDirectory(given)),
       settings(InitialSettings()),
       tokens_(options.tenant),
@@ -53,14 +52,11 @@ Simulator::Simulator(const Options& given, std::function<void()> stop)
         return AnswerOf([&] { return identity_->HandleArc(call); });
     });
     Reset();
-    control_ = std::make_unique<Control>(*this, options.controlPort, std::move(stop));
-    WriteEnvironment();
 }
 
 Simulator::~Simulator()
 {
     pauser.Stop();
-    control_.reset();
 }
 
 Settings Simulator::InitialSettings() const
@@ -93,19 +89,14 @@ Endpoint* Simulator::FindEndpoint(const std::string& name)
     return nullptr;
 }
 
-int Simulator::controlPort() const
+std::string Simulator::ReadyLine(int controlPort) const
 {
-    return control_->port();
-}
-
-std::string Simulator::ReadyLine() const
-{
-    return "ready control=" + std::to_string(controlPort()) + " tls=" + std::to_string(tls_->port()) +
+    return "ready control=" + std::to_string(controlPort) + " tls=" + std::to_string(tls_->port()) +
            " http=" + std::to_string(http_->port()) + " arc=" + std::to_string(arc_->port()) +
            " dir=" + options.directory;
 }
 
-void Simulator::WriteEnvironment() const
+void Simulator::WriteEnvironment(int controlPort) const
 {
     const auto local = [](const char* from, const Endpoint& endpoint) {
         return std::string(from) + ":127.0.0.1:" + std::to_string(endpoint.port());
@@ -114,7 +105,7 @@ void Simulator::WriteEnvironment() const
         {"KELVARO_ROOT", options.directory + "/root"},
         {"KELVARO_CONNECT_TO", local(":443", *tls_) + " " + local(":80", *http_) + " " + local(":40342", *arc_)},
         {"SSL_CERT_FILE", options.directory + "/ca.pem"},
-        {"VAULTSIM_CONTROL", std::to_string(controlPort())},
+        {"VAULTSIM_CONTROL", std::to_string(controlPort)},
         {"VAULTSIM_VAULT", options.vaults.front().name},
         {"VAULTSIM_TENANT", options.tenant},
         {"VAULTSIM_CLIENT_ID", options.clientId},

@@ -1,7 +1,6 @@
-// The whole simulator: services, listeners, control.
+// The whole simulator but for its control interface: services and listeners.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "vaultsim/authority.h"
@@ -18,16 +17,15 @@
 
 namespace vaultsim {
 
-class Control;
-
 class Simulator {
   public:
-    // Creates the directory and starts all listeners. POST /stop calls `stop`. Throws.
-    Simulator(const Options& options, std::function<void()> stop);
+    // Creates the directory and starts all listeners. Throws.
+    explicit Simulator(const Options& options);
     ~Simulator();  // breaks all connections and wakes sleeping threads
 
-    std::string ReadyLine() const;  // "ready control=.. tls=.. http=.. arc=.. dir=.."
-    int controlPort() const;
+    // Writes the file `env` of the directory. Throws.
+    void WriteEnvironment(int controlPort) const;
+    std::string ReadyLine(int controlPort) const;  // "ready control=.. tls=.. http=.. arc=.. dir=.."
 
     // Restores the initial state: vaults, settings, journal, counts, no faults, listeners up, the good certificate.
     void Reset();
@@ -44,7 +42,6 @@ class Simulator {
     std::unique_ptr<Authority> authority;
 
   private:
-    void WriteEnvironment() const;
     Settings InitialSettings() const;
 
     Tokens tokens_;
@@ -54,7 +51,6 @@ class Simulator {
     std::unique_ptr<Endpoint> tls_;
     std::unique_ptr<Endpoint> http_;
     std::unique_ptr<Endpoint> arc_;
-    std::unique_ptr<Control> control_;
 };
 
 }  // namespace vaultsim
