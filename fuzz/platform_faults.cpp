@@ -37,7 +37,7 @@ struct Failing<Result(Parameters...), real, result> {
 // The linker's name for the wrapper can't be given to a template's function, so a resolver picks it.
 #define FAILS(function, symbol, result)                                              \
     decltype(function) Real_##function __asm__("__real_" symbol);                    \
-    extern "C" decltype(&function) Pick_##function()                                 \
+    extern "C" decltype(&(function)) Pick_##function()                               \
     {                                                                                \
         return Failing<decltype(function), Real_##function, intptr_t{result}>::Call; \
     }                                                                                \

@@ -197,7 +197,7 @@ FUZZ_TARGET(rest_call)
 FUZZ_TARGET(certificate_sync)
 {
     const std::string plan(TakeLine(input));
-    std::string list(41 * (static_cast<size_t>(atoi(std::string(TakeLine(input)).c_str())) % 1000), 'A');
+    std::string list(41 * (strtoul(std::string(TakeLine(input)).c_str(), nullptr, 10) % 1000), 'A');
     for (size_t i = 0; i < list.size() / 41; i++) {
         const std::string number = std::to_string(i);
         list.replace(41 * i + 40 - number.size(), number.size() + 1, number + ",");

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "kelvaroctl/command.h"
+#include "kelvaroctl/commands.h"
 #include "kelvaroctl/interruption.h"
 #include "kelvaroctl/log_lines.h"
 #include "kelvaroctl/terminal.h"

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "kelvaroctl/log_table.h"
+#include "kelvaroctl/setting_table.h"
 
 namespace kelvaroctl {
 

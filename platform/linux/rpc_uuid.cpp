@@ -25,7 +25,7 @@ RPC_STATUS WINAPI UuidToStringW(UUID* uuid, RPC_WSTR* text)
     const uint8_t* const rest = uuid->Data4;
     snprintf(digits, sizeof digits, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", uuid->Data1, uuid->Data2,
              uuid->Data3, rest[0], rest[1], rest[2], rest[3], rest[4], rest[5], rest[6], rest[7]);
-    *text = static_cast<RPC_WSTR>(malloc(sizeof(WCHAR) * sizeof digits));
+    *text = static_cast<RPC_WSTR>(malloc(std::size(digits) * sizeof(WCHAR)));
     if (!*text)
         return RPC_S_OUT_OF_MEMORY;
     std::copy(std::begin(digits), std::end(digits), *text);
