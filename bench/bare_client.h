@@ -13,8 +13,6 @@ class BareClient {
     // resumesSessions: only the first TLS handshake is a full one. WinHTTP decides that by itself.
     explicit BareClient(bool resumesSessions = false);
     ~BareClient();
-    BareClient(const BareClient&) = delete;
-    BareClient& operator=(const BareClient&) = delete;
 
     static bool ChoosesSessions();
 

@@ -12,8 +12,6 @@ class KnownHashes {
   public:
     explicit KnownHashes(BldStrPtr list);  // the text of CertSync, not NULL
     ~KnownHashes();
-    KnownHashes(const KnownHashes&) = delete;
-    KnownHashes& operator=(const KnownHashes&) = delete;
 
     bool Contains(TextView hash) const;
     bool Add(const WCHAR* hash);  // and a comma; false: no memory

@@ -21,16 +21,13 @@ NCRYPT_KEY_HANDLE dummySigningKey;        // 0 until the first use, then never r
 NCRYPT_PROV_HANDLE dummySigningProvider;  // the key's provider; stays open too
 
 // Releases a handle of the platform's provider.
-class NcryptObject {
+class NcryptObject : private NonCopyable {
   public:
-    NcryptObject() = default;
     ~NcryptObject()
     {
         if (handle)
             NCryptFreeObject(handle);
     }
-    NcryptObject(const NcryptObject&) = delete;
-    NcryptObject& operator=(const NcryptObject&) = delete;
 
     NCRYPT_HANDLE Release()
     {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 
+#include "platform/owner.h"
 #include "support/log.h"
 #include "support/wipe.h"
 
@@ -48,7 +49,7 @@ constexpr int kMostKept = 4096;
 
 // json-c's parser, made to wipe what it frees: the buffer in which it assembles strings, and the objects of a text that
 // turns out not to be JSON. Both are in fields that json-c documents as private. One parser is kept for the next text.
-class Tokener {
+class Tokener : private NonCopyable {
   public:
     Tokener() : tokener_(spare.exchange(nullptr))
     {
@@ -67,8 +68,6 @@ class Tokener {
         if (tokener_->pb->size > kMostKept || !spare.compare_exchange_strong(none, tokener_))
             json_tokener_free(tokener_);
     }
-    Tokener(const Tokener&) = delete;
-    Tokener& operator=(const Tokener&) = delete;
 
     // Makes room for the longest string that a text of `length` bytes can contain: if the buffer grew, its old block
     // would not be wiped. False: no memory.

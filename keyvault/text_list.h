@@ -1,18 +1,16 @@
 // A growing list of texts. Listings fill it page by page, and read it once at the end.
 #pragma once
 
+#include "platform/owner.h"
 #include "support/text.h"
 
 // Uses one byte per character where that is enough, and frees its memory while it is read, so that a long list is never
 // in memory twice.
-class TextList {
+class TextList : private NonCopyable {
   public:
     static constexpr size_t kLongestText = 127;  // characters
 
-    TextList() = default;
     ~TextList();
-    TextList(const TextList&) = delete;
-    TextList& operator=(const TextList&) = delete;
 
     // Adds a copy of a text of at most kLongestText characters. False: no memory, or the text is longer; the list is
     // unchanged.

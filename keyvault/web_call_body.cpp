@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "platform/owner.h"
 #include "support/clock.h"
 
 namespace {
@@ -12,12 +13,9 @@ namespace {
 constexpr size_t kFirstBlock = 2048;
 
 // A growing byte text. Outgrown blocks are wiped: an answer may contain a token or plaintext.
-class GrowingBytes {
+class GrowingBytes : private NonCopyable {
   public:
-    GrowingBytes() = default;
     ~GrowingBytes() { WipeFree(bytes_, room_); }
-    GrowingBytes(const GrowingBytes&) = delete;
-    GrowingBytes& operator=(const GrowingBytes&) = delete;
 
     size_t size() const { return size_; }
     char* end() const { return bytes_ + size_; }

@@ -1,4 +1,4 @@
-// A smart pointer for what a C function frees.
+// A smart pointer for what a C function frees, and a base for classes that free something themselves.
 #pragma once
 
 #include <memory>
@@ -13,3 +13,9 @@ struct Freer {
 };
 template <typename T, auto kFree>
 using Owner = std::unique_ptr<T, Freer<kFree>>;
+
+struct NonCopyable {
+    NonCopyable() = default;
+    NonCopyable(const NonCopyable&) = delete;
+    NonCopyable& operator=(const NonCopyable&) = delete;
+};

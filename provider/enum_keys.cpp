@@ -29,11 +29,8 @@ struct UnregisterAndFree {
 };
 using EnumStatePtr = std::unique_ptr<KSP_ENUM_STATE, UnregisterAndFree>;
 
-struct NameList {
-    NameList() = default;
+struct NameList : private NonCopyable {
     ~NameList() { KVCFreeNames(names, count); }
-    NameList(const NameList&) = delete;
-    NameList& operator=(const NameList&) = delete;
 
     WCHAR** names = nullptr;
     DWORD count = 0;

@@ -1,15 +1,13 @@
 // Blocks of the process heap that hold key material, wiped whole before they are freed.
 #pragma once
 
+#include "platform/owner.h"
 #include "platform/platform.h"
 #include "support/wipe.h"
 
-class WipedBlock {
+class WipedBlock : private NonCopyable {
   public:
-    WipedBlock() = default;
     ~WipedBlock() { Reset(nullptr, 0); }
-    WipedBlock(const WipedBlock&) = delete;
-    WipedBlock& operator=(const WipedBlock&) = delete;
 
     // Replaces the block with a zeroed one. False: no memory.
     bool Allocate(SIZE_T size)

@@ -6,6 +6,7 @@
 
 #include "keyvault/kvc.h"
 #include "keyvault/kvkey.h"
+#include "platform/owner.h"
 #include "platform/platform.h"
 #include "provider/property_list.h"
 
@@ -77,11 +78,8 @@ struct KeyReleaser {
 using KeyPtr = std::unique_ptr<KSP_KEY, KeyReleaser>;
 
 // Releases the buffers of a vault's description.
-struct KVKeyOwner {
-    KVKeyOwner() = default;
+struct KVKeyOwner : private NonCopyable {
     ~KVKeyOwner() { KVCFreeKVKey(&key); }
-    KVKeyOwner(const KVKeyOwner&) = delete;
-    KVKeyOwner& operator=(const KVKeyOwner&) = delete;
 
     KVKey key = {};
 };

@@ -22,3 +22,12 @@ SECURITY_STATUS StatusFromNt(NTSTATUS result)
     }
     return NTE_INTERNAL_ERROR;
 }
+
+SECURITY_STATUS OpenAlgorithm(const WCHAR* name, ULONG flags, AlgorithmPtr* algorithm)
+{
+    BCRYPT_ALG_HANDLE handle = nullptr;
+    const NTSTATUS result = BCryptOpenAlgorithmProvider(&handle, name, nullptr, flags);
+    if (BCRYPT_SUCCESS(result))
+        algorithm->reset(handle);
+    return StatusFromNt(result);
+}

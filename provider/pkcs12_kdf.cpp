@@ -19,13 +19,6 @@ void Repeat(const BYTE* bytes, DWORD size, BYTE* output, DWORD cbOutput)
 
 }  // namespace
 
-Pkcs12Kdf::~Pkcs12Kdf()
-{
-    Wipe(hash_, sizeof(hash_));
-    if (algorithm_)
-        BCryptCloseAlgorithmProvider(algorithm_, 0);
-}
-
 // Salt and password were bounded when they were read, so no sum wraps.
 SECURITY_STATUS Pkcs12Kdf::Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption)
 {
@@ -34,7 +27,7 @@ SECURITY_STATUS Pkcs12Kdf::Prepare(const BYTE* password, DWORD cbPassword, const
     encryption_ = &encryption;
     if (!blocks_.Allocate(RoundUp(encryption.cbSalt, kCbBlock) + RoundUp(cbPassword, kCbBlock)))
         return NTE_NO_MEMORY;
-    return StatusFromNt(BCryptOpenAlgorithmProvider(&algorithm_, encryption.hash, nullptr, 0));
+    return OpenAlgorithm(encryption.hash, 0, &algorithm_);
 }
 
 void Pkcs12Kdf::FillBlocks()
@@ -48,7 +41,7 @@ void Pkcs12Kdf::FillBlocks()
 NTSTATUS Pkcs12Kdf::HashOnce(const BYTE* first, DWORD cbFirst, const BYTE* second, DWORD cbSecond)
 {
     BCRYPT_HASH_HANDLE hash = nullptr;
-    NTSTATUS result = BCryptCreateHash(algorithm_, &hash, nullptr, 0, nullptr, 0, 0);
+    NTSTATUS result = BCryptCreateHash(algorithm_.get(), &hash, nullptr, 0, nullptr, 0, 0);
     if (!BCRYPT_SUCCESS(result))
         return result;
     result = BCryptHashData(hash, const_cast<BYTE*>(first), cbFirst, 0);

@@ -2,16 +2,14 @@
 #pragma once
 
 #include "provider/import_memory.h"
+#include "provider/nt_status.h"
 #include "provider/pkcs8_scheme.h"
 
 enum class Pkcs12Purpose : BYTE { Key = 1, Iv = 2 };
 
 class Pkcs12Kdf {
   public:
-    Pkcs12Kdf() = default;
-    ~Pkcs12Kdf();
-    Pkcs12Kdf(const Pkcs12Kdf&) = delete;
-    Pkcs12Kdf& operator=(const Pkcs12Kdf&) = delete;
+    ~Pkcs12Kdf() { Wipe(hash_, sizeof(hash_)); }
 
     // password: cbPassword bytes, borrowed like the encryption. 0; NTE_NO_MEMORY; the status of the platform's hash.
     SECURITY_STATUS Prepare(const BYTE* password, DWORD cbPassword, const Pkcs8Encryption& encryption);
@@ -28,7 +26,7 @@ class Pkcs12Kdf {
     NTSTATUS HashRound(const BYTE* diversifier);
     void AddToBlocks();
 
-    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
+    AlgorithmPtr algorithm_;
     const BYTE* password_ = nullptr;
     DWORD cbPassword_ = 0;
     const Pkcs8Encryption* encryption_ = nullptr;

@@ -28,29 +28,18 @@ const Pkcs8Scheme* FindScheme(const char* objectId)
     return nullptr;
 }
 
-// A key of the platform. Destroyed first, then its memory is freed, then the algorithm is closed.
+// A key of the platform. The members are in the order in which it needs them: it is destroyed before its memory is
+// freed and the algorithm closed.
 class CipherKey {
   public:
-    CipherKey() = default;
-    ~CipherKey()
+    SECURITY_STATUS Open(const WCHAR* name)
     {
-        if (key_)
-            BCryptDestroyKey(key_);
-        object_.Reset(nullptr, 0);
-        if (algorithm_)
-            BCryptCloseAlgorithmProvider(algorithm_, 0);
-    }
-    CipherKey(const CipherKey&) = delete;
-    CipherKey& operator=(const CipherKey&) = delete;
-
-    SECURITY_STATUS OpenAlgorithm(const WCHAR* name)
-    {
-        const NTSTATUS opened = BCryptOpenAlgorithmProvider(&algorithm_, name, nullptr, 0);
-        if (!BCRYPT_SUCCESS(opened))
-            return StatusFromNt(opened);
+        const SECURITY_STATUS status = OpenAlgorithm(name, 0, &algorithm_);
+        if (status != ERROR_SUCCESS)
+            return status;
         ULONG cbResult = 0;
-        return StatusFromNt(BCryptGetProperty(algorithm_, BCRYPT_OBJECT_LENGTH, reinterpret_cast<BYTE*>(&cbObject_),
-                                              sizeof(cbObject_), &cbResult, 0));
+        return StatusFromNt(BCryptGetProperty(algorithm_.get(), BCRYPT_OBJECT_LENGTH,
+                                              reinterpret_cast<BYTE*>(&cbObject_), sizeof(cbObject_), &cbResult, 0));
     }
 
     bool AllocateObject() { return object_.Allocate(cbObject_); }
@@ -59,35 +48,37 @@ class CipherKey {
     SECURITY_STATUS Take(const Pkcs8Cipher& cipher, Pkcs8CipherKey* derived)
     {
         WCHAR mode[] = BCRYPT_CHAIN_MODE_CBC;
-        NTSTATUS result =
-            BCryptGenerateSymmetricKey(algorithm_, &key_, object_.data(), cbObject_, derived->key, cipher.cbKey, 0);
+        BCRYPT_KEY_HANDLE key = nullptr;
+        NTSTATUS result = BCryptGenerateSymmetricKey(algorithm_.get(), &key, object_.data(), cbObject_, derived->key,
+                                                     cipher.cbKey, 0);
+        key_.reset(key);
         if (BCRYPT_SUCCESS(result))
-            result = BCryptSetProperty(key_, BCRYPT_CHAINING_MODE, reinterpret_cast<BYTE*>(mode), sizeof(mode), 0);
+            result = BCryptSetProperty(key, BCRYPT_CHAINING_MODE, reinterpret_cast<BYTE*>(mode), sizeof(mode), 0);
         if (BCRYPT_SUCCESS(result))
-            result = BCryptSetProperty(key_, BCRYPT_INITIALIZATION_VECTOR, derived->iv, cipher.cbBlock, 0);
+            result = BCryptSetProperty(key, BCRYPT_INITIALIZATION_VECTOR, derived->iv, cipher.cbBlock, 0);
         return StatusFromNt(result);
     }
 
     SECURITY_STATUS Decrypt(const CRYPT_DATA_BLOB& encrypted, WipedBlock* plain, DWORD* cbPlain)
     {
         ULONG size = 0;
-        NTSTATUS result = BCryptDecrypt(key_, encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, nullptr, 0,
+        NTSTATUS result = BCryptDecrypt(key_.get(), encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, nullptr, 0,
                                         &size, BCRYPT_BLOCK_PADDING);
         if (!BCRYPT_SUCCESS(result))
             return StatusFromNt(result);
         if (!plain->Allocate(size))
             return NTE_NO_MEMORY;
-        result = BCryptDecrypt(key_, encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, plain->data(), size,
+        result = BCryptDecrypt(key_.get(), encrypted.pbData, encrypted.cbData, nullptr, nullptr, 0, plain->data(), size,
                                &size, BCRYPT_BLOCK_PADDING);
         *cbPlain = size;
         return StatusFromNt(result);
     }
 
   private:
-    BCRYPT_ALG_HANDLE algorithm_ = nullptr;
-    BCRYPT_KEY_HANDLE key_ = nullptr;
+    AlgorithmPtr algorithm_;
     DWORD cbObject_ = 0;
     WipedBlock object_;
+    Owner<void, BCryptDestroyKey> key_;
 };
 
 }  // namespace
@@ -106,7 +97,7 @@ SECURITY_STATUS DecryptPkcs8Key(const BYTE* secret, DWORD cbSecret, const CRYPT_
     if (status != ERROR_SUCCESS)
         return status;
     CipherKey key;
-    status = key.OpenAlgorithm(encryption.cipher->name);
+    status = key.Open(encryption.cipher->name);
     if (status != ERROR_SUCCESS)
         return status;
     if (!key.AllocateObject())

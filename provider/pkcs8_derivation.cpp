@@ -9,28 +9,6 @@ namespace {
 
 constexpr size_t kLongestPassword = 0x7FFF;  // characters
 
-class HmacAlgorithm {
-  public:
-    explicit HmacAlgorithm(const WCHAR* hash)
-        : result_(BCryptOpenAlgorithmProvider(&handle_, hash, nullptr, BCRYPT_ALG_HANDLE_HMAC_FLAG))
-    {
-    }
-    ~HmacAlgorithm()
-    {
-        if (BCRYPT_SUCCESS(result_))
-            BCryptCloseAlgorithmProvider(handle_, 0);
-    }
-    HmacAlgorithm(const HmacAlgorithm&) = delete;
-    HmacAlgorithm& operator=(const HmacAlgorithm&) = delete;
-
-    NTSTATUS result() const { return result_; }
-    BCRYPT_ALG_HANDLE handle() const { return handle_; }
-
-  private:
-    BCRYPT_ALG_HANDLE handle_ = nullptr;
-    NTSTATUS result_;
-};
-
 }  // namespace
 
 Pkcs8Password::Pkcs8Password(const BYTE* secret, DWORD cbSecret) : secret_(secret)
@@ -83,14 +61,14 @@ SECURITY_STATUS Pkcs8Password::AsBigEndian(WipedBlock* bytes) const
 SECURITY_STATUS DeriveByPbkdf2(const Pkcs8Encryption& encryption, const Pkcs8Password& password, Pkcs8CipherKey* key)
 {
     WipedBlock bytes;
-    const SECURITY_STATUS status = password.AsUtf8(&bytes);
+    AlgorithmPtr hmac;
+    SECURITY_STATUS status = password.AsUtf8(&bytes);
+    if (status == ERROR_SUCCESS)
+        status = OpenAlgorithm(encryption.hash, BCRYPT_ALG_HANDLE_HMAC_FLAG, &hmac);
     if (status != ERROR_SUCCESS)
         return status;
-    const HmacAlgorithm hmac(encryption.hash);
-    if (!BCRYPT_SUCCESS(hmac.result()))
-        return StatusFromNt(hmac.result());
     memcpy(key->iv, encryption.iv, encryption.cipher->cbBlock);
-    return StatusFromNt(BCryptDeriveKeyPBKDF2(hmac.handle(), bytes.data(), static_cast<ULONG>(bytes.size()),
+    return StatusFromNt(BCryptDeriveKeyPBKDF2(hmac.get(), bytes.data(), static_cast<ULONG>(bytes.size()),
                                               const_cast<BYTE*>(encryption.salt), encryption.cbSalt,
                                               encryption.iterations, key->key, encryption.cipher->cbKey, 0));
 }

@@ -1,6 +1,7 @@
 // The key of an encrypted PKCS#8 key, from its password.
 #pragma once
 
+#include "platform/owner.h"
 #include "provider/import_memory.h"
 #include "provider/pkcs8_scheme.h"
 
@@ -20,11 +21,8 @@ class Pkcs8Password {
     size_t length_ = 0;  // characters
 };
 
-struct Pkcs8CipherKey {
-    Pkcs8CipherKey() = default;
+struct Pkcs8CipherKey : private NonCopyable {
     ~Pkcs8CipherKey() { Wipe(this, sizeof(*this)); }
-    Pkcs8CipherKey(const Pkcs8CipherKey&) = delete;
-    Pkcs8CipherKey& operator=(const Pkcs8CipherKey&) = delete;
 
     BYTE key[kLargestCipherKey] = {};
     BYTE iv[kLargestCipherBlock] = {};

@@ -1,6 +1,7 @@
 // The named byte strings that a host stores with a key, and the one lock over the lists of all keys.
 #pragma once
 
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 constexpr size_t kPropertyNameLimit = 64;  // characters of a property name, without the terminator
@@ -27,12 +28,10 @@ extern HANDLE KelvaroPropertySemaphore;
 
 // Waits up to 60 s for KelvaroPropertySemaphore and releases it at the end if acquired. If the wait fails, it logs
 // "failureText" with the wait's result at level 4, and the caller goes on without the lock.
-class PropertyLock {
+class PropertyLock : private NonCopyable {
   public:
     explicit PropertyLock(const WCHAR* failureText);
     ~PropertyLock();
-    PropertyLock(const PropertyLock&) = delete;
-    PropertyLock& operator=(const PropertyLock&) = delete;
 
   private:
     bool held_;

@@ -1,6 +1,7 @@
 // What is sent to the vault for a hash: the algorithm's name and the bytes. Shared by signing and verification.
 #pragma once
 
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 constexpr DWORD kSignaturePaddingFlags = BCRYPT_PAD_PKCS1 | BCRYPT_PAD_PSS;
@@ -16,11 +17,7 @@ struct HostHash {
     DWORD size;
 };
 
-struct SignatureRequest {
-    SignatureRequest() = default;
-    SignatureRequest(const SignatureRequest&) = delete;
-    SignatureRequest& operator=(const SignatureRequest&) = delete;
-
+struct SignatureRequest : private NonCopyable {
     const WCHAR* alg = nullptr;  // the vault's name, a literal
     BYTE* digest = nullptr;      // the host's bytes, or `work` if they were reshaped
     DWORD cbDigest = 0;

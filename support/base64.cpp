@@ -19,7 +19,7 @@ void ToStandardAlphabet(WCHAR* text, size_t length)
 }
 
 // A copy of a text in the standard alphabet, padded. Texts over kBase64TextLimit characters are refused.
-class NormalisedText {
+class NormalisedText : private NonCopyable {
   public:
     explicit NormalisedText(const WCHAR* text)
     {
@@ -35,8 +35,6 @@ class NormalisedText {
     }
     // The text may be a secret.
     ~NormalisedText() { Wipe(room_, length_ * sizeof(WCHAR)); }
-    NormalisedText(const NormalisedText&) = delete;
-    NormalisedText& operator=(const NormalisedText&) = delete;
 
     bool Decode(BYTE* bytes, DWORD* cb) const
     {
@@ -51,7 +49,7 @@ class NormalisedText {
 };
 
 // Wiped before it is freed: it may hold the plaintext of a decryption.
-class DecodedBlock {
+class DecodedBlock : private NonCopyable {
   public:
     explicit DecodedBlock(size_t size) : bytes_(static_cast<BYTE*>(calloc(1, size))), size_(size) {}
     ~DecodedBlock()
@@ -59,8 +57,6 @@ class DecodedBlock {
         Wipe(bytes_, size_);
         free(bytes_);
     }
-    DecodedBlock(const DecodedBlock&) = delete;
-    DecodedBlock& operator=(const DecodedBlock&) = delete;
 
     BYTE* bytes() const { return bytes_; }
 

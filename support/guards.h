@@ -27,24 +27,20 @@ using SecretBytesPtr = Owner<char, WipeFreeBytes>;
 using SecretTextPtr = Owner<WCHAR, WipeFreeText>;
 
 // Preserves the thread's last error across a cleanup.
-class LastErrorKeeper {
+class LastErrorKeeper : private NonCopyable {
   public:
     LastErrorKeeper() : error_(GetLastError()) {}
     ~LastErrorKeeper() { SetLastError(error_); }
-    LastErrorKeeper(const LastErrorKeeper&) = delete;
-    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
 
   private:
     DWORD error_;
 };
 
 // Holds an SRWLOCK exclusively.
-class ExclusiveLock {
+class ExclusiveLock : private NonCopyable {
   public:
     explicit ExclusiveLock(SRWLOCK* lock) : lock_(lock) { AcquireSRWLockExclusive(lock_); }
     ~ExclusiveLock() { ReleaseSRWLockExclusive(lock_); }
-    ExclusiveLock(const ExclusiveLock&) = delete;
-    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
 
   private:
     SRWLOCK* lock_;

@@ -13,8 +13,6 @@ class Connection {
     // Takes ownership of the socket. `context` null: no TLS.
     Connection(int socket, SslContext context);
     ~Connection();  // closes gracefully: everything written is delivered
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
 
     bool Handshake();                // blocks; true at once without TLS
     bool Read(std::string& buffer);  // appends what arrives; blocks until something does. False at the end

@@ -18,8 +18,6 @@ class Control {
     // `stop` is called by POST /stop. Throws std::runtime_error if the port is taken.
     Control(Simulator& simulator, int port, std::function<void()> stop);
     ~Control();
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
 
     int port() const { return port_; }
 

@@ -39,8 +39,6 @@ class Endpoint {
     // `authority` null: no TLS. `handler` runs on many threads at a time.
     Endpoint(std::string name, int port, const Authority* authority, EndpointContext context, Handler handler);
     ~Endpoint();  // breaks open connections
-    Endpoint(const Endpoint&) = delete;
-    Endpoint& operator=(const Endpoint&) = delete;
 
     const std::string& name() const { return name_; }
     int port() const { return listener_->port(); }

@@ -14,8 +14,6 @@ class Listener {
     // block. Throws std::system_error.
     Listener(const std::string& address, int port, std::function<void(int)> accepted);
     ~Listener();
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
 
     int port() const { return port_; }
     void Up();    // no effect when up

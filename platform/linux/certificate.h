@@ -8,15 +8,12 @@
 
 #include "platform/linux/win_certificates.h"
 #include "platform/linux/x509_parts.h"
+#include "platform/owner.h"
 
 constexpr size_t kSha1Size = 20;
 
-class Certificate {
+class Certificate : private NonCopyable {
   public:
-    Certificate() = default;
-    Certificate(const Certificate&) = delete;
-    Certificate& operator=(const Certificate&) = delete;
-
     // Takes a copy of the certificate at the front of `encoded`. CRYPT_E_ASN1_... if it isn't one;
     // the object is then unusable.
     LONG Parse(std::string_view encoded);

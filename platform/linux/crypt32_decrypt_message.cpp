@@ -24,12 +24,10 @@ constexpr size_t kLargestKeyFile = 64 * 1024;
 using MessagePointer = Owner<CMS_ContentInfo, CMS_ContentInfo_free>;
 
 // Walks the certificates of a store and frees the current one at the end.
-class StoreWalk {
+class StoreWalk : private NonCopyable {
   public:
     explicit StoreWalk(HCERTSTORE store) : store_(store) {}
     ~StoreWalk() { CertFreeCertificateContext(context_); }
-    StoreWalk(const StoreWalk&) = delete;
-    StoreWalk& operator=(const StoreWalk&) = delete;
 
     PCCERT_CONTEXT Next() { return context_ = CertEnumCertificatesInStore(store_, context_); }
 

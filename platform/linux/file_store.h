@@ -8,15 +8,14 @@
 #include <string>
 #include <string_view>
 
+#include "platform/owner.h"
 #include "platform/secret_memory.h"
 
 // A file descriptor with one owner.
-class FileDescriptor {
+class FileDescriptor : private NonCopyable {
   public:
     explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
     ~FileDescriptor() { Reset(-1); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     bool IsOpen() const { return descriptor_ >= 0; }
     int Get() const { return descriptor_; }

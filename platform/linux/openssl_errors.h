@@ -3,10 +3,10 @@
 
 #include <openssl/err.h>
 
-class QuietOpenssl {
+#include "platform/owner.h"
+
+class QuietOpenssl : private NonCopyable {
   public:
     QuietOpenssl() { ERR_set_mark(); }
     ~QuietOpenssl() { ERR_pop_to_mark(); }
-    QuietOpenssl(const QuietOpenssl&) = delete;
-    QuietOpenssl& operator=(const QuietOpenssl&) = delete;
 };

@@ -6,10 +6,7 @@
 
 class RefCounted {
   public:
-    RefCounted() = default;
     virtual ~RefCounted() = default;
-    RefCounted(const RefCounted&) = delete;
-    RefCounted& operator=(const RefCounted&) = delete;
 
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
     void DropReference()

@@ -36,9 +36,6 @@ using ConnectTo = Owner<curl_slist, curl_slist_free_all>;
 // starts over.
 class Exchange {
   public:
-    Exchange() = default;
-    Exchange(const Exchange&) = delete;
-    Exchange& operator=(const Exchange&) = delete;
     ~Exchange();
 
     struct Message {

@@ -16,8 +16,6 @@ class TlsShare {
   public:
     // Reads the roots from a file of certificates; throws std::bad_alloc.
     explicit TlsShare(const char* path);
-    TlsShare(const TlsShare&) = delete;
-    TlsShare& operator=(const TlsShare&) = delete;
 
     // NULL when the file could not be read or holds no certificate. Owned by the share.
     X509_STORE* roots() const { return roots_.get(); }
