@@ -11,5 +11,5 @@ struct Account {
 // The effective account.
 Account CallerAccount();
 
-// The path of its program; empty if it can't be read.
+// The path of its program. Throws Failure if it can't be read.
 std::u16string ProgramPath();

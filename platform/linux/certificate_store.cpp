@@ -11,6 +11,7 @@
 #include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
+#include "platform/owner.h"
 
 namespace {
 
@@ -25,10 +26,6 @@ bool IsCertificateName(std::string_view name)
            name.substr(0, stem).find_first_not_of(kHexDigits) == name.npos;
 }
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
 }  // namespace
 
 LONG CertificateStore::List(std::vector<std::string>* names) const
@@ -37,7 +34,7 @@ LONG CertificateStore::List(std::vector<std::string>* names) const
         names->push_back(entry.first);
     if (directory_.empty())
         return ERROR_SUCCESS;
-    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    const Owner<DIR, closedir> directory(opendir(directory_.c_str()));
     if (!directory)
         return errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
     errno = 0;

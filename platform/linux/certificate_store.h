@@ -20,8 +20,6 @@ class CertificateStore : public RefCounted {
     {
     }
 
-    bool IsReadOnly() const { return readOnly_; }
-
     // The names of its files, sorted; some may be damaged.
     LONG List(std::vector<std::string>* names) const;
 

@@ -118,8 +118,5 @@ BOOL WINAPI CertSetCertificateContextProperty(PCCERT_CONTEXT context, DWORD prop
 {
     if (!context || property != CERT_KEY_PROV_INFO_PROP_ID || flags != 0)
         return Fail(E_INVALIDARG);
-    return Succeeds([&]() -> LONG {
-        CertificateContext::From(context)->StoreKeyProvider(ReadKeyProvider(data));
-        return ERROR_SUCCESS;
-    });
+    return Succeeds([&] { CertificateContext::From(context)->StoreKeyProvider(ReadKeyProvider(data)); });
 }

@@ -109,21 +109,18 @@ void AddToStore(CertificateContext* added)
 
 HCERTSTORE WINAPI CertOpenStore(LPCSTR provider, DWORD, HCRYPTPROV_LEGACY, DWORD flags, const void* name)
 {
-    CertificateStore* store = nullptr;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         if (provider == CERT_STORE_PROV_SERIALIZED)
-            return OpenSerializedStore(static_cast<const CRYPT_DATA_BLOB*>(name), &store);
+            return OpenSerializedStore(static_cast<const CRYPT_DATA_BLOB*>(name));
         const std::string directory = DirectoryOf(flags);
         if (directory.empty())
-            return E_INVALIDARG;
+            throw Failure(E_INVALIDARG);
         if (provider != CERT_STORE_PROV_SYSTEM_W || !EqualIgnoringCase(ViewOf(static_cast<LPCWSTR>(name)), kMyStore))
-            return ERROR_FILE_NOT_FOUND;
+            throw Failure(ERROR_FILE_NOT_FOUND);
         const bool readOnly = (flags & CERT_STORE_READONLY_FLAG) != 0;
         PrepareDirectory(directory, readOnly);
-        store = new CertificateStore(directory, readOnly);
-        return ERROR_SUCCESS;
+        return new CertificateStore(directory, readOnly);
     });
-    return store;
 }
 
 BOOL WINAPI CertCloseStore(HCERTSTORE store, DWORD)

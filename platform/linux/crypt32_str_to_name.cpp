@@ -199,10 +199,7 @@ LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* s
         return E_INVALIDARG;
     NameParser parser(text, strType);
     std::string name;
-    const LONG error = CodeOf([&]() -> LONG {
-        name = parser.Parse();
-        return ERROR_SUCCESS;
-    });
+    const LONG error = CodeOf([&] { name = parser.Parse(); });
     *errorAt = parser.position();
     if (error != ERROR_SUCCESS)
         *size = 0;

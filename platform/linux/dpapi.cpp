@@ -17,7 +17,6 @@
 #include <openssl/sha.h>
 #include <string.h>
 
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -56,11 +55,8 @@ struct MasterKey {
 
 using CipherContext = Owner<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
-struct LocalFreer {
-    void operator()(void* block) const { LocalFree(block); }
-};
 template <typename T>
-using LocalBlock = std::unique_ptr<T, LocalFreer>;
+using LocalBlock = Owner<T, LocalFree>;
 
 template <typename T>
 LocalBlock<T> NewLocal(size_t size)
@@ -136,15 +132,14 @@ bool IsUsable(const DATA_BLOB* blob)
     return blob->cbData <= kMaxSize && (blob->pbData || blob->cbData == 0);
 }
 
-LONG TestArguments(const DATA_BLOB* data, const DATA_BLOB* entropy, const void* reserved,
+void TestArguments(const DATA_BLOB* data, const DATA_BLOB* entropy, const void* reserved,
                    const CRYPTPROTECT_PROMPTSTRUCT* prompt, const DATA_BLOB* out)
 {
-    if (!data || !data->pbData || !out || reserved)
-        return ERROR_INVALID_PARAMETER;
-    if (!IsUsable(data) || (entropy && !IsUsable(entropy)))
-        return ERROR_INVALID_PARAMETER;
+    if (!data || !data->pbData || !out || reserved || !IsUsable(data) || (entropy && !IsUsable(entropy)))
+        throw Failure(ERROR_INVALID_PARAMETER);
     // No user interface.
-    return prompt && prompt->dwPromptFlags != 0 ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
+    if (prompt && prompt->dwPromptFlags != 0)
+        throw Failure(ERROR_NOT_SUPPORTED);
 }
 
 LONG Protect(const DATA_BLOB& data, std::u16string_view description, const DATA_BLOB* entropy, DWORD scope,
@@ -240,9 +235,7 @@ BOOL WINAPI CryptProtectData(DATA_BLOB* data, LPCWSTR description, DATA_BLOB* en
                              CRYPTPROTECT_PROMPTSTRUCT* prompt, DWORD flags, DATA_BLOB* out)
 {
     return Succeeds([&]() -> LONG {
-        const LONG error = TestArguments(data, entropy, reserved, prompt, out);
-        if (error != ERROR_SUCCESS)
-            return error;
+        TestArguments(data, entropy, reserved, prompt, out);
         if (ViewOf(description).size() > kMaxSize / 4)
             return ERROR_INVALID_PARAMETER;
         const DWORD scope = (flags & CRYPTPROTECT_LOCAL_MACHINE) != 0 ? kMachineScope : kUserScope;
@@ -253,8 +246,8 @@ BOOL WINAPI CryptProtectData(DATA_BLOB* data, LPCWSTR description, DATA_BLOB* en
 BOOL WINAPI CryptUnprotectData(DATA_BLOB* data, LPWSTR* description, DATA_BLOB* entropy, PVOID reserved,
                                CRYPTPROTECT_PROMPTSTRUCT* prompt, DWORD, DATA_BLOB* out)
 {
-    return Succeeds([&]() -> LONG {
-        const LONG error = TestArguments(data, entropy, reserved, prompt, out);
-        return error == ERROR_SUCCESS ? Unprotect(*data, description, entropy, out) : error;
+    return Succeeds([&] {
+        TestArguments(data, entropy, reserved, prompt, out);
+        return Unprotect(*data, description, entropy, out);
     });
 }

@@ -115,18 +115,16 @@ std::u16string FullPath(LPCWSTR name)
 
 HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD, LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD, HANDLE)
 {
-    HANDLE handle = nullptr;
     bool existed = false;
-    Succeeds([&]() -> LONG {
+    const HANDLE handle = ResultOf([&] {
         if (access != FILE_APPEND_DATA || disposition != OPEN_ALWAYS)
-            return ERROR_INVALID_PARAMETER;
+            throw Failure(ERROR_INVALID_PARAMETER);
         FileDescriptor file(OpenOrCreate(name, O_WRONLY | O_APPEND, &existed));
         if (!file.IsOpen())
-            return ErrorFromErrno(errno);
+            throw Failure(ErrorFromErrno(errno));
         ObjectRef<KernelObject> object(new File(file.Get()));
         file.Release();
-        handle = PublishHandle(std::move(object));
-        return handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES;
+        return PublishHandle(std::move(object));
     });
     if (!handle)
         return INVALID_HANDLE_VALUE;
@@ -148,20 +146,15 @@ BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD written
 
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart)
 {
-    if (ViewOf(name).empty() || filePart) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    DWORD result = 0;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
+        if (ViewOf(name).empty() || filePart)
+            throw Failure(ERROR_INVALID_PARAMETER);
         const std::u16string full = FullPath(name);
         const bool fits = full.size() < room;
-        result = static_cast<DWORD>(full.size() + (fits ? 0 : 1));
         if (fits)
             *std::copy(full.begin(), full.end(), buffer) = 0;
-        return ERROR_SUCCESS;
+        return static_cast<DWORD>(full.size() + (fits ? 0 : 1));
     });
-    return result;
 }
 
 UINT WINAPI GetDriveTypeW(LPCWSTR)
@@ -176,10 +169,7 @@ FILE* _wfopen(const WCHAR* name, const WCHAR* mode)
         return nullptr;
     }
     FILE* stream = nullptr;
-    const LONG error = CodeOf([&]() -> LONG {
-        stream = OpenForReading(name);
-        return ERROR_SUCCESS;
-    });
+    const LONG error = CodeOf([&] { stream = OpenForReading(name); });
     if (error != ERROR_SUCCESS)
         errno = ENOMEM;
     return stream;

@@ -6,6 +6,30 @@ namespace {
 
 thread_local DWORD lastError = 0;
 
+struct ErrnoRow {
+    int number;
+    LONG error;
+};
+constexpr ErrnoRow kErrnoRows[] = {{0, ERROR_SUCCESS},
+                                   {ENOENT, ERROR_FILE_NOT_FOUND},
+                                   {ENOTDIR, ERROR_PATH_NOT_FOUND},
+                                   {ENAMETOOLONG, ERROR_PATH_NOT_FOUND},
+                                   {ELOOP, ERROR_BAD_FILE_TYPE},
+                                   {ENXIO, ERROR_BAD_FILE_TYPE},
+                                   {EACCES, ERROR_ACCESS_DENIED},
+                                   {EPERM, ERROR_ACCESS_DENIED},
+                                   {EROFS, ERROR_ACCESS_DENIED},
+                                   {EISDIR, ERROR_ACCESS_DENIED},
+                                   {EEXIST, ERROR_FILE_EXISTS},
+                                   {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+                                   {ENOSPC, ERROR_DISK_FULL},
+                                   {EDQUOT, ERROR_DISK_FULL},
+                                   {EFBIG, ERROR_DISK_FULL},
+                                   {EMFILE, ERROR_NO_SYSTEM_RESOURCES},
+                                   {ENFILE, ERROR_NO_SYSTEM_RESOURCES},
+                                   {EBADF, ERROR_INVALID_HANDLE},
+                                   {EINVAL, ERROR_INVALID_PARAMETER}};
+
 }  // namespace
 
 DWORD WINAPI GetLastError()
@@ -20,38 +44,9 @@ void WINAPI SetLastError(DWORD error)
 
 LONG ErrorFromErrno(int error)
 {
-    switch (error) {
-        case 0:
-            return ERROR_SUCCESS;
-        case ENOENT:
-            return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR:
-        case ENAMETOOLONG:
-            return ERROR_PATH_NOT_FOUND;
-        case ELOOP:
-        case ENXIO:
-            return ERROR_BAD_FILE_TYPE;
-        case EACCES:
-        case EPERM:
-        case EROFS:
-        case EISDIR:
-            return ERROR_ACCESS_DENIED;
-        case EEXIST:
-            return ERROR_FILE_EXISTS;
-        case ENOMEM:
-            return ERROR_NOT_ENOUGH_MEMORY;
-        case ENOSPC:
-        case EDQUOT:
-        case EFBIG:
-            return ERROR_DISK_FULL;
-        case EMFILE:
-        case ENFILE:
-            return ERROR_NO_SYSTEM_RESOURCES;
-        case EBADF:
-            return ERROR_INVALID_HANDLE;
-        case EINVAL:
-            return ERROR_INVALID_PARAMETER;
-        default:
-            return ERROR_IO_DEVICE;
+    for (const ErrnoRow& row : kErrnoRows) {
+        if (row.number == error)
+            return row.error;
     }
+    return ERROR_IO_DEVICE;
 }

@@ -11,14 +11,13 @@
 
 HMODULE WINAPI LoadLibraryW(LPCWSTR name)
 {
-    HMODULE module = nullptr;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         if (!name || !*name)
-            return ERROR_INVALID_PARAMETER;
-        module = dlopen(ToUtf8(name).c_str(), RTLD_NOW | RTLD_LOCAL);
-        return module ? ERROR_SUCCESS : ERROR_MOD_NOT_FOUND;
+            throw Failure(ERROR_INVALID_PARAMETER);
+        const HMODULE module = dlopen(ToUtf8(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+        Check(module ? ERROR_SUCCESS : ERROR_MOD_NOT_FOUND);
+        return module;
     });
-    return module;
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE module, LPCSTR name)
@@ -38,18 +37,16 @@ BOOL WINAPI FreeLibrary(HMODULE module)
 
 DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR buffer, DWORD size)
 {
-    DWORD length = 0;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         if (module || !buffer || !size)
-            return ERROR_INVALID_PARAMETER;
+            throw Failure(ERROR_INVALID_PARAMETER);
         const std::u16string name = ProgramPath();
-        if (name.empty())
-            return ERROR_FILE_NOT_FOUND;
         const size_t fitting = std::min<size_t>(name.size(), size - 1);
         memcpy(buffer, name.data(), fitting * sizeof(WCHAR));
         buffer[fitting] = 0;
-        length = fitting < name.size() ? size : static_cast<DWORD>(fitting);
-        return fitting < name.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS;
+        if (fitting == name.size())
+            return static_cast<DWORD>(fitting);
+        Fail(ERROR_INSUFFICIENT_BUFFER);
+        return size;
     });
-    return length;
 }

@@ -80,8 +80,10 @@ Account CallerAccount()
 
 std::u16string ProgramPath()
 {
-    std::error_code ignored;
-    return ToUtf16(std::filesystem::read_symlink("/proc/self/exe", ignored).native());
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
+    Check(error ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS);
+    return ToUtf16(path.native());
 }
 
 BOOL WINAPI GetUserNameW(LPWSTR buffer, LPDWORD size)
@@ -122,41 +124,31 @@ HANDLE WINAPI GetCurrentProcess()
 
 DWORD WINAPI K32GetProcessImageFileNameW(HANDLE process, LPWSTR buffer, DWORD size)
 {
-    DWORD length = 0;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         if (process != GetCurrentProcess())
-            return ERROR_INVALID_HANDLE;
+            throw Failure(ERROR_INVALID_HANDLE);
         const std::u16string name = ProgramPath();
-        if (name.empty())
-            return ERROR_FILE_NOT_FOUND;
         if (!buffer || size <= name.size())
-            return ERROR_INSUFFICIENT_BUFFER;
+            throw Failure(ERROR_INSUFFICIENT_BUFFER);
         CopyText(name, buffer);
-        length = static_cast<DWORD>(name.size());
-        return ERROR_SUCCESS;
+        return static_cast<DWORD>(name.size());
     });
-    return length;
 }
 
 DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
 {
-    DWORD answer = 0;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         // A privileged program ignores its caller's environment.
         const char* value = secure_getenv(ToUtf8(ViewOf(name)).c_str());
         if (!value)
-            return ERROR_ENVVAR_NOT_FOUND;
+            throw Failure(ERROR_ENVVAR_NOT_FOUND);
         const std::u16string text = ToUtf16(value);
         const DWORD length = static_cast<DWORD>(text.size());
         // The last error distinguishes an empty value from a missing one.
         SetLastError(ERROR_SUCCESS);
-        if (!buffer || size <= length) {
-            answer = length + 1;
-            return ERROR_SUCCESS;
-        }
+        if (!buffer || size <= length)
+            return length + 1;
         CopyText(text, buffer);
-        answer = length;
-        return ERROR_SUCCESS;
+        return length;
     });
-    return answer;
 }

@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <new>
+#include <type_traits>
 
 #include "platform/linux/win_constants.h"
 #include "platform/linux/win_kernel.h"
@@ -29,12 +30,16 @@ inline void Check(LONG error)
         throw Failure(error);
 }
 
-// Runs a body that may throw and returns exceptions as error codes.
+// Runs a body that may throw, and returns its error code, if it has one, or that of its exception.
 template <typename Body>
 LONG CodeOf(Body body)
 {
     try {
-        return body();
+        if constexpr (std::is_void_v<decltype(body())>)
+            body();
+        else
+            return body();
+        return ERROR_SUCCESS;
     } catch (const Failure& failure) {
         return failure.error;
     } catch (const std::bad_alloc&) {
@@ -50,4 +55,13 @@ BOOL Succeeds(Body body)
 {
     const LONG error = CodeOf(body);
     return error == ERROR_SUCCESS ? TRUE : Fail(error);
+}
+
+// The same for functions that return what the body returns, or 0 and set the last error.
+template <typename Body>
+auto ResultOf(Body body)
+{
+    decltype(body()) result = {};
+    Succeeds([&] { result = body(); });
+    return result;
 }

@@ -51,16 +51,13 @@ class Semaphore : public KernelObject {
 
 HANDLE WINAPI CreateSemaphoreW(LPSECURITY_ATTRIBUTES, LONG initialCount, LONG maximumCount, LPCWSTR name)
 {
-    HANDLE handle = nullptr;
-    Succeeds([&]() -> LONG {
+    return ResultOf([&] {
         if (name)
-            return ERROR_NOT_SUPPORTED;
+            throw Failure(ERROR_NOT_SUPPORTED);
         if (initialCount < 0 || maximumCount <= 0 || initialCount > maximumCount)
-            return ERROR_INVALID_PARAMETER;
-        handle = PublishHandle(ObjectRef<KernelObject>(new Semaphore(initialCount, maximumCount)));
-        return handle ? ERROR_SUCCESS : ERROR_NO_SYSTEM_RESOURCES;
+            throw Failure(ERROR_INVALID_PARAMETER);
+        return PublishHandle(ObjectRef<KernelObject>(new Semaphore(initialCount, maximumCount)));
     });
-    return handle;
 }
 
 BOOL WINAPI ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LPLONG previousCount)

@@ -111,10 +111,10 @@ LONG ParseSerializedStore(std::string_view serialized, std::vector<CertificateRe
     return ERROR_INVALID_DATA;
 }
 
-LONG OpenSerializedStore(const CRYPT_DATA_BLOB* blob, CertificateStore** store)
+CertificateStore* OpenSerializedStore(const CRYPT_DATA_BLOB* blob)
 {
     if (!blob || !blob->pbData)
-        return E_INVALIDARG;
+        throw Failure(E_INVALIDARG);
     std::vector<CertificateRecord> certificates;
     Check(ParseSerializedStore(BytesOf(blob->pbData, blob->cbData), &certificates));
     std::map<std::string, CertificateRecord> memory;
@@ -122,6 +122,5 @@ LONG OpenSerializedStore(const CRYPT_DATA_BLOB* blob, CertificateStore** store)
         const std::string name = CertificateStore::FileNameOf(Sha1Of(certificate.der));
         memory.emplace(name, std::move(certificate));
     }
-    *store = new CertificateStore(std::move(memory));
-    return ERROR_SUCCESS;
+    return new CertificateStore(std::move(memory));
 }

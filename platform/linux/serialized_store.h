@@ -18,5 +18,6 @@
 // ERROR_INVALID_DATA: truncated or damaged; CRYPT_E_ASN1_...: a damaged certificate.
 LONG ParseSerializedStore(std::string_view serialized, std::vector<CertificateRecord>* certificates);
 
-// The same as a read-only store in memory; the caller owns its one reference. E_INVALIDARG: a NULL blob.
-LONG OpenSerializedStore(const CRYPT_DATA_BLOB* blob, CertificateStore** store);
+// The same as a read-only store in memory; the caller owns its one reference. Throws Failure for a damaged store, and
+// with E_INVALIDARG for a NULL blob.
+CertificateStore* OpenSerializedStore(const CRYPT_DATA_BLOB* blob);

@@ -21,29 +21,29 @@ bool IsOpen(const Handle* handle)
 }
 
 template <class Object>
-Object* Resolve(HINTERNET value)
+Object& Resolve(HINTERNET value)
 {
     auto* const handle = static_cast<Handle*>(value);
-    if (!IsOpen(handle)) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    if (handle->kind != Object::kKind) {
-        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE);
-        return nullptr;
-    }
-    return static_cast<Object*>(handle);
+    if (!IsOpen(handle))
+        throw Failure(ERROR_INVALID_HANDLE);
+    if (handle->kind != Object::kKind)
+        throw Failure(ERROR_WINHTTP_INCORRECT_HANDLE_TYPE);
+    return *static_cast<Object*>(handle);
 }
 
 // A request whose response has been received.
-Request* ResolveAnswered(HINTERNET value)
+Request& ResolveAnswered(HINTERNET value)
 {
-    auto* const request = Resolve<Request>(value);
-    if (request && !request->received) {
-        SetLastError(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
-        return nullptr;
-    }
+    Request& request = Resolve<Request>(value);
+    if (!request.received)
+        throw Failure(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
     return request;
+}
+
+// The handle of a new object.
+HINTERNET Publish(std::unique_ptr<Handle> object)
+{
+    return object.release();
 }
 
 bool IsVerb(std::string_view verb)
@@ -80,35 +80,21 @@ LONG CopyNumber(DWORD number, LPVOID buffer, LPDWORD length)
     return ERROR_SUCCESS;
 }
 
-// Creates a session or a child and lets `fill` complete it. NULL if `fill` returns an error code.
-template <class Object, class... Owner, class Fill>
-HINTERNET Create(Fill fill, Owner*... owner)
-{
-    HINTERNET handle = nullptr;
-    Succeeds([&] {
-        auto object = std::make_unique<Object>(owner...);
-        const LONG error = fill(object.get());
-        if (error == ERROR_SUCCESS)
-            handle = static_cast<Handle*>(object.release());
-        return error;
-    });
-    return handle;
-}
-
-LONG TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
+void TakeHeaders(Request* request, LPCWSTR headers, DWORD length)
 {
     WideView block = ViewOf(headers);
     if (headers && length != static_cast<DWORD>(-1))
         block = WideView(headers, length);
     if (block.size() > INT_MAX)
-        return ERROR_INVALID_PARAMETER;
+        throw Failure(ERROR_INVALID_PARAMETER);
     const int units = static_cast<int>(block.size());
     const auto convert = [&](char* out, int room) {
         return units == 0 ? 0 : WideCharToMultiByte(CP_UTF8, 0, block.data(), units, out, room, nullptr, nullptr);
     };
     request->callerLines.resize(static_cast<size_t>(convert(nullptr, 0)));
     convert(request->callerLines.data(), static_cast<int>(request->callerLines.size()));
-    return IsHeaderBlock(request->callerLines) ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+    if (!IsHeaderBlock(request->callerLines))
+        throw Failure(ERROR_INVALID_PARAMETER);
 }
 
 // Waits for entity bytes and copies what has arrived. Bytes before a broken connection are returned first; the next
@@ -135,137 +121,114 @@ using namespace winhttp;
 
 HINTERNET WINAPI WinHttpOpen(LPCWSTR agent, DWORD accessType, LPCWSTR proxyName, LPCWSTR proxyBypass, DWORD flags)
 {
-    return Create<Session>([&](Session* session) {
+    return ResultOf([&] {
+        auto session = std::make_unique<Session>();
         if (accessType != WINHTTP_ACCESS_TYPE_DEFAULT_PROXY || proxyName || proxyBypass || flags != 0)
-            return ERROR_INVALID_PARAMETER;
+            throw Failure(ERROR_INVALID_PARAMETER);
         session->agent = ToUtf8(ViewOf(agent));
-        return ERROR_SUCCESS;
+        return Publish(std::move(session));
     });
 }
 
 BOOL WINAPI WinHttpSetTimeouts(HINTERNET handle, int resolveMs, int connectMs, int sendMs, int receiveMs)
 {
-    if (resolveMs < -1 || connectMs < -1 || sendMs < -1 || receiveMs < -1)
-        return Fail(ERROR_INVALID_PARAMETER);
-    const Timeouts timeouts = {connectMs, sendMs, receiveMs};
-    auto* const object = static_cast<Handle*>(handle);
-    if (IsOpen(object) && object->kind == Kind::request) {
-        static_cast<Request*>(object)->timeouts = timeouts;
-        return TRUE;
-    }
-    auto* const session = Resolve<Session>(handle);
-    if (!session)
-        return FALSE;
-    session->timeouts = timeouts;
-    return TRUE;
+    return Succeeds([&] {
+        if (resolveMs < -1 || connectMs < -1 || sendMs < -1 || receiveMs < -1)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        auto* const object = static_cast<Handle*>(handle);
+        const bool ofRequest = IsOpen(object) && object->kind == Kind::request;
+        Timeouts& timeouts = ofRequest ? Resolve<Request>(handle).timeouts : Resolve<Session>(handle).timeouts;
+        timeouts = {connectMs, sendMs, receiveMs};
+    });
 }
 
 HINTERNET WINAPI WinHttpConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD)
 {
-    auto* const owner = Resolve<Session>(session);
-    if (!owner)
-        return nullptr;
-    return Create<Connection>(
-        [&](Connection* connection) {
-            if (!host)
-                return ERROR_INVALID_PARAMETER;
-            connection->port = port;
-            return MakeHost(host, &connection->host) ? ERROR_SUCCESS : ERROR_WINHTTP_INVALID_URL;
-        },
-        owner);
+    return ResultOf([&] {
+        auto connection = std::make_unique<Connection>(&Resolve<Session>(session));
+        if (!host)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        connection->port = port;
+        if (!MakeHost(host, &connection->host))
+            throw Failure(ERROR_WINHTTP_INVALID_URL);
+        return Publish(std::move(connection));
+    });
 }
 
 HINTERNET WINAPI WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR*,
                                     DWORD flags)
 {
-    auto* const owner = Resolve<Connection>(connection);
-    if (!owner)
-        return nullptr;
-    return Create<Request>(
-        [&](Request* request) {
-            request->verb = verb ? ToUtf8(verb) : "GET";
-            if (!IsVerb(request->verb) || (flags & ~WINHTTP_FLAG_SECURE) != 0)
-                return ERROR_INVALID_PARAMETER;
-            const bool secure = (flags & WINHTTP_FLAG_SECURE) != 0;
-            const INTERNET_PORT usual = secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
-            request->timeouts = request->session().timeouts;
-            request->origin = {secure, owner->port != 0 ? owner->port : usual, owner->host, EscapePath(ViewOf(path))};
-            return ERROR_SUCCESS;
-        },
-        owner);
+    return ResultOf([&] {
+        Connection& owner = Resolve<Connection>(connection);
+        auto request = std::make_unique<Request>(&owner);
+        request->verb = verb ? ToUtf8(verb) : "GET";
+        if (!IsVerb(request->verb) || (flags & ~WINHTTP_FLAG_SECURE) != 0)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        const bool secure = (flags & WINHTTP_FLAG_SECURE) != 0;
+        const INTERNET_PORT usual = secure ? INTERNET_DEFAULT_HTTPS_PORT : INTERNET_DEFAULT_HTTP_PORT;
+        request->timeouts = request->session().timeouts;
+        request->origin = {secure, owner.port != 0 ? owner.port : usual, owner.host, EscapePath(ViewOf(path))};
+        return Publish(std::move(request));
+    });
 }
 
 BOOL WINAPI WinHttpSendRequest(HINTERNET handle, LPCWSTR headers, DWORD headersLength, LPVOID optional,
                                DWORD optionalLength, DWORD totalLength, DWORD_PTR)
 {
-    auto* const request = Resolve<Request>(handle);
-    if (!request)
-        return FALSE;
-    if (totalLength != optionalLength || (!optional && optionalLength != 0))
-        return Fail(ERROR_INVALID_PARAMETER);
     return Succeeds([&] {
-        Check(TakeHeaders(request, headers, headersLength));
-        request->body = static_cast<const char*>(optional);
-        request->bodySize = optionalLength;
-        return request->Send();
+        Request& request = Resolve<Request>(handle);
+        if (totalLength != optionalLength || (!optional && optionalLength != 0))
+            throw Failure(ERROR_INVALID_PARAMETER);
+        TakeHeaders(&request, headers, headersLength);
+        request.body = static_cast<const char*>(optional);
+        request.bodySize = optionalLength;
+        return request.Send();
     });
 }
 
 BOOL WINAPI WinHttpReceiveResponse(HINTERNET handle, LPVOID)
 {
-    auto* const request = Resolve<Request>(handle);
-    if (!request)
-        return FALSE;
-    if (!request->sent || request->received)
-        return Fail(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
-    return Succeeds([&] { return request->Receive(); });
+    return Succeeds([&] {
+        Request& request = Resolve<Request>(handle);
+        if (!request.sent || request.received)
+            throw Failure(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+        return request.Receive();
+    });
 }
 
 BOOL WINAPI WinHttpQueryDataAvailable(HINTERNET handle, LPDWORD available)
 {
-    auto* const request = ResolveAnswered(handle);
-    if (!request)
-        return FALSE;
     return Succeeds([&] {
-        const LONG error = request->exchange.WaitForEntity();
+        Exchange& exchange = ResolveAnswered(handle).exchange;
+        const LONG error = exchange.WaitForEntity();
         if (available)
-            *available = static_cast<DWORD>(std::min(request->exchange.Buffered().size(), kReadBuffer));
+            *available = static_cast<DWORD>(std::min(exchange.Buffered().size(), kReadBuffer));
         return error;
     });
 }
 
 BOOL WINAPI WinHttpReadData(HINTERNET handle, LPVOID buffer, DWORD size, LPDWORD read)
 {
-    auto* const request = ResolveAnswered(handle);
-    if (!request)
-        return FALSE;
-    if (!buffer && size != 0)
-        return Fail(ERROR_INVALID_PARAMETER);
-    DWORD count = 0;
-    const BOOL done =
-        Succeeds([&] { return ReadEntity(&request->exchange, static_cast<char*>(buffer), size, &count); });
-    if (read)
-        *read = count;
-    return done;
+    return Succeeds([&] {
+        Exchange& exchange = ResolveAnswered(handle).exchange;
+        if (!buffer && size != 0)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        DWORD unused;
+        DWORD* const count = read ? read : &unused;
+        *count = 0;
+        return ReadEntity(&exchange, static_cast<char*>(buffer), size, count);
+    });
 }
 
 BOOL WINAPI WinHttpQueryHeaders(HINTERNET handle, DWORD infoLevel, LPCWSTR, LPVOID buffer, LPDWORD length, LPDWORD)
 {
-    auto* const request = ResolveAnswered(handle);
-    if (!request)
-        return FALSE;
-    if (!length)
-        return Fail(ERROR_INVALID_PARAMETER);
-    const Exchange& exchange = request->exchange;
-    return Succeeds([&] {
-        switch (infoLevel) {
-            case WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER:
-                return CopyNumber(exchange.Status(), buffer, length);
-            case WINHTTP_QUERY_RAW_HEADERS_CRLF:
-                return CopyText(exchange.Head(), buffer, length);
-            default:
-                return ERROR_INVALID_PARAMETER;
-        }
+    return Succeeds([&]() -> LONG {
+        const Exchange& exchange = ResolveAnswered(handle).exchange;
+        if (length && infoLevel == (WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER))
+            return CopyNumber(exchange.Status(), buffer, length);
+        if (length && infoLevel == WINHTTP_QUERY_RAW_HEADERS_CRLF)
+            return CopyText(exchange.Head(), buffer, length);
+        return ERROR_INVALID_PARAMETER;
     });
 }
 
@@ -273,38 +236,36 @@ BOOL WINAPI WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWOR
 {
     constexpr DWORD kKnown =
         SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
-    auto* const request = Resolve<Request>(handle);
-    if (!request)
-        return FALSE;
-    DWORD flags = 0;
-    if (option != WINHTTP_OPTION_SECURITY_FLAGS || !buffer || length != sizeof(flags))
-        return Fail(ERROR_INVALID_PARAMETER);
-    std::memcpy(&flags, buffer, sizeof(flags));
-    if (flags & ~kKnown)
-        return Fail(ERROR_INVALID_PARAMETER);
-    request->ignoredCertificateErrors = flags;
-    return TRUE;
+    return Succeeds([&] {
+        Request& request = Resolve<Request>(handle);
+        DWORD flags = 0;
+        if (option != WINHTTP_OPTION_SECURITY_FLAGS || !buffer || length != sizeof(flags))
+            throw Failure(ERROR_INVALID_PARAMETER);
+        std::memcpy(&flags, buffer, sizeof(flags));
+        if (flags & ~kKnown)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        request.ignoredCertificateErrors = flags;
+    });
 }
 
 BOOL WINAPI WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, LPDWORD length)
 {
-    auto* const request = Resolve<Request>(handle);
-    if (!request)
-        return FALSE;
-    if (option != WINHTTP_OPTION_SERVER_CERT_CONTEXT || !buffer || !length || *length < sizeof(void*))
-        return Fail(ERROR_INVALID_PARAMETER);
-    X509* const peer = request->exchange.Peer();
-    if (!peer)
-        return Fail(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
-    unsigned char* der = nullptr;
-    const int size = i2d_X509(peer, &der);
-    if (size <= 0)
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
-    const PCCERT_CONTEXT context = CertCreateCertificateContext(X509_ASN_ENCODING, der, static_cast<DWORD>(size));
-    OPENSSL_free(der);
-    *static_cast<PCCERT_CONTEXT*>(buffer) = context;
-    *length = sizeof(void*);
-    return context ? TRUE : FALSE;
+    return Succeeds([&]() -> LONG {
+        X509* const peer = Resolve<Request>(handle).exchange.Peer();
+        if (option != WINHTTP_OPTION_SERVER_CERT_CONTEXT || !buffer || !length || *length < sizeof(void*))
+            return ERROR_INVALID_PARAMETER;
+        if (!peer)
+            return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
+        unsigned char* der = nullptr;
+        const int size = i2d_X509(peer, &der);
+        if (size <= 0)
+            return ERROR_NOT_ENOUGH_MEMORY;
+        const PCCERT_CONTEXT context = CertCreateCertificateContext(X509_ASN_ENCODING, der, static_cast<DWORD>(size));
+        OPENSSL_free(der);
+        *static_cast<PCCERT_CONTEXT*>(buffer) = context;
+        *length = sizeof(void*);
+        return context ? ERROR_SUCCESS : static_cast<LONG>(GetLastError());
+    });
 }
 
 BOOL WINAPI WinHttpCloseHandle(HINTERNET handle)

@@ -3,17 +3,14 @@
 
 #include <curl/curl.h>
 
-#include <memory>
 #include <new>
+
+#include "platform/owner.h"
 
 namespace winhttp {
 
-struct UrlFreer {
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
-    void operator()(char* text) const { curl_free(text); }
-};
-using Url = std::unique_ptr<CURLU, UrlFreer>;
-using CurlText = std::unique_ptr<char, UrlFreer>;
+using Url = Owner<CURLU, curl_url_cleanup>;
+using CurlText = Owner<char, curl_free>;
 
 // A malformed URL is not an error, running out of memory is.
 inline bool Good(CURLUcode code)
