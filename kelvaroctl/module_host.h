@@ -16,7 +16,7 @@ namespace kelvaroctl {
 
 // What the module allocated.
 template <typename T>
-using ModuleBlock = std::unique_ptr<T, NCryptFreeBufferFn>;
+using ModuleBlock = std::unique_ptr<T, decltype(NCRYPT_KEY_STORAGE_FUNCTION_TABLE::FreeBuffer)>;
 
 class Provider {
   public:

@@ -86,7 +86,7 @@ class OperationsTest : public ImportTest {
             return table->VerifySignature(provider, key, &padding, hash, 32, signature.data(), 256, BCRYPT_PAD_PSS);
         });
     }
-    SECURITY_STATUS Transform(NCryptEncryptFn transform, Bytes input)
+    SECURITY_STATUS Transform(decltype(NCRYPT_KEY_STORAGE_FUNCTION_TABLE::Encrypt) transform, Bytes input)
     {
         const DWORD cb = static_cast<DWORD>(input.size());
         return Write([&](BYTE* made, DWORD* size) {

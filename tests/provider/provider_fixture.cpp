@@ -96,7 +96,8 @@ std::string ProviderTest::Verify(NCRYPT_KEY_HANDLE key, Bytes hash, Bytes signat
 }
 
 // The hash of the padding information doesn't count.
-Result ProviderTest::Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room)
+Result ProviderTest::Transform(decltype(NCRYPT_KEY_STORAGE_FUNCTION_TABLE::Encrypt) operation, NCRYPT_KEY_HANDLE key,
+                               Bytes input, DWORD flags, DWORD room)
 {
     BCRYPT_OAEP_PADDING_INFO padding = {TEXT("SHA256"), nullptr, 0};
     return IntoBuffer(room, [&](BYTE* output, DWORD* needed) {

@@ -126,5 +126,6 @@ class ProviderTest : public HostTest {
     };
 
   private:
-    Result Transform(NCryptEncryptFn operation, NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room);
+    Result Transform(decltype(NCRYPT_KEY_STORAGE_FUNCTION_TABLE::Encrypt) operation, NCRYPT_KEY_HANDLE key, Bytes input,
+                     DWORD flags, DWORD room);
 };

@@ -70,7 +70,7 @@ struct {
     DWORD cbOutput;
 } step;
 
-SECURITY_STATUS Transform(NCryptEncryptFn operation)
+SECURITY_STATUS Transform(decltype(NCRYPT_KEY_STORAGE_FUNCTION_TABLE::Encrypt) operation)
 {
     return operation(provider, key, step.input, step.cbInput, nullptr, step.output, sizeof(step.output), &step.cbOutput,
                      NCRYPT_PAD_PKCS1_FLAG);
