@@ -14,10 +14,9 @@ constexpr size_t kLargestCertificateFile = 1024 * 1024;
 std::vector<Bytes> ReadCertificateFile(const std::string& name)
 {
     const Bytes content = ReadInput(name, kLargestCertificateFile);
-    const std::string text(content.begin(), content.end());
     std::vector<Bytes> found;
     size_t at = 0;
-    while (auto der = ReadPem(text, "CERTIFICATE", name, &at))
+    while (auto der = ReadPem(AsText(content), "CERTIFICATE", name, &at))
         found.push_back(std::move(*der));
     if (found.empty() && !content.empty() && content[0] == kDerSequence)
         found.push_back(content);

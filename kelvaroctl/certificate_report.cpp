@@ -20,11 +20,9 @@ bool Knows(const std::string& record, const std::string& hash)
 std::vector<std::string> HashesOf(const std::string& record)
 {
     std::vector<std::string> hashes;
-    for (size_t begin = 0; begin < record.size();) {
-        const size_t end = std::min(record.find(',', begin), record.size());
-        if (end > begin)
-            hashes.push_back(record.substr(begin, end - begin));
-        begin = end + 1;
+    for (const std::string_view hash : Split(record, ",")) {
+        if (!hash.empty())
+            hashes.emplace_back(hash);
     }
     return hashes;
 }
@@ -42,12 +40,11 @@ static void WriteRecord(const SettingsHive& hive, const std::vector<std::string>
 
 void ForgetHashes(const SettingsHive& hive, const std::vector<std::string>& hashes)
 {
-    std::vector<std::string> kept = HashesOf(ReadRecord(hive));
-    kept.erase(std::remove_if(kept.begin(), kept.end(),
-                              [&](const std::string& hash) {
-                                  return std::find(hashes.begin(), hashes.end(), hash) != hashes.end();
-                              }),
-               kept.end());
+    std::vector<std::string> kept;
+    for (const std::string& hash : HashesOf(ReadRecord(hive))) {
+        if (std::find(hashes.begin(), hashes.end(), hash) == hashes.end())
+            kept.push_back(hash);
+    }
     WriteRecord(hive, kept);
 }
 

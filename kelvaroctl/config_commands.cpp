@@ -125,29 +125,12 @@ static void ProtectSecret(Tool& tool)
     }
 }
 
-namespace {
-// Both forms are wiped by the destructor.
-struct WideValue {
-    explicit WideValue(std::string_view narrow) : text(ToWide(narrow)), value(TextValue(text)) {}
-    ~WideValue()
-    {
-        SecureZeroMemory(text.data(), text.size() * sizeof(WCHAR));
-        SecureZeroMemory(value.bytes.data(), value.bytes.size());
-    }
-    WideValue(const WideValue&) = delete;
-    WideValue& operator=(const WideValue&) = delete;
-
-    WideText text;
-    RawValue value;
-};
-}  // namespace
-
 static void WriteText(Tool& tool, const SettingsHive& hive, const Setting& setting, std::string_view narrow)
 {
-    const WideValue wide(narrow);
-    RefuseProblem(setting, TextProblem(setting, wide.text));
-    const std::string warning = TextWarning(setting, wide.text);
-    hive.Write(setting.name, wide.value);
+    const SecretText text = ToWideSecret(narrow);
+    RefuseProblem(setting, TextProblem(setting, text));
+    const std::string warning = TextWarning(setting, text);
+    hive.Write(setting.name, TextValue(text));
     if (!warning.empty())
         tool.Warn(warning);
 }

@@ -26,11 +26,9 @@ void ReadInPieces(const std::string& name, const std::function<void(const char* 
     if (!file)
         throw FileFailure("open", name);
     std::istream& stream = standard ? std::cin : file;
-    std::vector<char> piece(64 * 1024);
+    SecretString piece(64 * 1024, 0);  // of a private key or a password, perhaps
     while (stream.read(piece.data(), static_cast<std::streamsize>(piece.size())) || stream.gcount())
         take(piece.data(), static_cast<size_t>(stream.gcount()));
-    // It may be a private key or a password.
-    SecureZeroMemory(piece.data(), piece.size());
     if (stream.bad())
         throw FileFailure("read", standard ? "standard input" : name);
 }
@@ -38,7 +36,6 @@ void ReadInPieces(const std::string& name, const std::function<void(const char* 
 Bytes ReadInput(const std::string& name, size_t maxSize)
 {
     Bytes content;
-    content.reserve(maxSize);  // growth would leave copies behind
     ReadInPieces(name, [&](const char* piece, size_t size) {
         if (size > maxSize - content.size())
             throw UsageFailure((name == "-" ? "standard input" : name) + " is larger than " + std::to_string(maxSize) +

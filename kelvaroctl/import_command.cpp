@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_file.h"
@@ -8,32 +6,12 @@
 
 namespace kelvaroctl {
 
-namespace {
-// Wiped by the destructor.
-class WipedFile {
-  public:
-    explicit WipedFile(const std::string& name) : file_(ReadKeyFile(name)) {}
-    ~WipedFile() { SecureZeroMemory(file_.content.data(), file_.content.size()); }
-    WipedFile(const WipedFile&) = delete;
-    WipedFile& operator=(const WipedFile&) = delete;
-
-    const KeyFile* operator->() const { return &file_; }
-    const KeyFile& operator*() const { return file_; }
-
-  private:
-    KeyFile file_;
-};
-}  // namespace
-
 // The first line of a file.
 static SecretString FirstLine(const std::string& name)
 {
     constexpr size_t kLargestPasswordFile = 64 * 1024;
-    Bytes content = ReadInput(name, kLargestPasswordFile);
-    SecretString text(content.begin(), content.end());
-    SecureZeroMemory(content.data(), content.size());
-    text.resize(std::min(text.size(), text.find_first_of("\r\n")));
-    return text;
+    const Bytes content = ReadInput(name, kLargestPasswordFile);
+    return SecretString(AsText(content).substr(0, AsText(content).find_first_of("\r\n")));
 }
 
 static SecretString Password(const Arguments& arguments, const KeyFile& file)
@@ -66,19 +44,19 @@ static void CheckNameIsFree(const Provider& provider, const std::string& name)
 
 Answer ImportKey(Tool& tool)
 {
-    const WipedFile file(tool.input);
+    const KeyFile file = ReadKeyFile(tool.input);
     const bool named = !tool.name.empty();
     if (named)
-        CheckScope(tool, *file);
-    const SecretString password = Password(tool, *file);
+        CheckScope(tool, file);
+    const SecretString password = Password(tool, file);
     const auto provider = tool.OpenProvider();
     if (named)
         CheckNameIsFree(*provider, tool.name);
-    Key key = Key::Import(*provider, tool.input, file->blobType, file->content, tool.name, password);
+    Key key = Key::Import(*provider, tool.input, file.blobType, file.content, tool.name, password);
     const DWORD bits = key.NumberProperty(NCRYPT_LENGTH_PROPERTY);
     Answer answer;
     answer.object = {
-        {"file", tool.input}, {"kind", file->kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
+        {"file", tool.input}, {"kind", file.kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
     answer.text = Printable(tool.input) + " contains an RSA key of " + std::to_string(bits) +
                   " bits, which is valid. It was kept encrypted in this process and never sent.\n";
     if (named) {

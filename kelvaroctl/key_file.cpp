@@ -34,19 +34,17 @@ constexpr BlobKind kBlobKinds[] = {
     {BCRYPT_RSAFULLPRIVATE_MAGIC, BCRYPT_RSAFULLPRIVATE_BLOB},
 };
 
-// Decodes the first block with a known label. False if there is none.
-bool ReadKeyPem(const std::string& text, const std::string& name, Bytes* der)
+// Decodes the first block with a known label.
+std::optional<Bytes> ReadKeyPem(std::string_view text, const std::string& name)
 {
     for (const PemKind& kind : kPemKinds) {
         if (kind.problem && text.find(std::string("-----BEGIN ") + kind.label + "-----") != std::string::npos)
             throw UsageFailure(name + " holds " + kind.problem);
         size_t at = 0;
-        if (auto found = ReadPem(text, kind.label, name, &at)) {
-            *der = std::move(*found);
-            return true;
-        }
+        if (auto found = ReadPem(text, kind.label, name, &at))
+            return found;
     }
-    return false;
+    return std::nullopt;
 }
 
 // The first member of the encrypted form is its algorithm, a sequence; of the plain form, its version.
@@ -74,14 +72,9 @@ KeyFile ReadKeyFile(const std::string& name)
     }
     if (!content.empty() && content[0] == kDerSequence)
         return Pkcs8(std::move(content));
-    std::string text(content.begin(), content.end());
-    Bytes der;
-    const bool found = ReadKeyPem(text, name, &der);
-    SecureZeroMemory(text.data(), text.size());
-    SecureZeroMemory(content.data(), content.size());
-    if (!found)
-        throw UsageFailure(name + " contains no private key, neither PKCS#8 nor a CNG blob");
-    return Pkcs8(std::move(der));
+    if (auto der = ReadKeyPem(AsText(content), name))
+        return Pkcs8(std::move(*der));
+    throw UsageFailure(name + " contains no private key, neither PKCS#8 nor a CNG blob");
 }
 
 }  // namespace kelvaroctl

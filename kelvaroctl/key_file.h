@@ -12,7 +12,7 @@ struct KeyFile {
     const WCHAR* blobType;  // for the provider
     bool machineKey;        // whether the provider imports this kind as a machine key
     bool encrypted;
-    Bytes content;  // the caller wipes it
+    Bytes content;
 };
 
 // PKCS#8 as PEM or in DER, or a private RSA blob of CNG. Throws a usage failure for anything else.

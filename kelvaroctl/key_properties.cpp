@@ -49,7 +49,7 @@ std::string Words(const Json& value)
         return value.dump();
     std::string words;
     for (const auto& [name, member] : value.items())
-        words += (words.empty() ? "" : ", ") + name + " " + member.dump();
+        AddPart(&words, name + " " + member.dump(), ", ");
     return words;
 }
 }  // namespace

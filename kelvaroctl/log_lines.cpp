@@ -55,11 +55,12 @@ void Add(const LogLine& line, std::vector<LogLine>* lines)
 
 void AddPart(const std::string& part, std::vector<LogLine>* lines)
 {
-    for (size_t begin = 0, end = part.find('\n'); end != std::string::npos; end = part.find('\n', begin)) {
+    std::vector<std::string_view> whole = Split(part, "\n");
+    whole.pop_back();  // not ended yet
+    for (const std::string_view text : whole) {
         LogLine line;
-        if (ParseLine(std::string_view(part).substr(begin, end - begin), &line))
+        if (ParseLine(text, &line))
             Add(line, lines);
-        begin = end + 1;
     }
 }
 

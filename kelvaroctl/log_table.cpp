@@ -4,6 +4,8 @@
 #include <charconv>
 #include <vector>
 
+#include "kelvaroctl/text.h"
+
 namespace kelvaroctl {
 
 namespace {
@@ -11,15 +13,14 @@ namespace {
 // The cells of "| a | b |", trimmed; none if the line isn't a row.
 std::vector<std::string_view> CellsOf(std::string_view line)
 {
-    std::vector<std::string_view> cells;
     if (line.substr(0, 2) != "| ")
-        return cells;
-    for (size_t begin = 1, end = line.find('|', begin); end != std::string_view::npos; end = line.find('|', begin)) {
-        std::string_view cell = line.substr(begin, end - begin);
+        return {};
+    std::vector<std::string_view> cells = Split(line, "|");
+    cells.erase(cells.begin());
+    cells.pop_back();
+    for (std::string_view& cell : cells) {
         cell.remove_prefix(std::min(cell.find_first_not_of(' '), cell.size()));
         cell = cell.substr(0, cell.find_last_not_of(' ') + 1);
-        cells.push_back(cell);
-        begin = end + 1;
     }
     return cells;
 }
@@ -28,12 +29,9 @@ std::vector<std::string_view> CellsOf(std::string_view line)
 template <typename Visit>
 void FindRow(Visit visit)
 {
-    const std::string_view document = kLogDocument;
-    for (size_t begin = 0; begin < document.size();) {
-        const size_t end = std::min(document.find('\n', begin), document.size());
-        if (visit(CellsOf(document.substr(begin, end - begin))))
+    for (const std::string_view line : Split(kLogDocument, "\n")) {
+        if (visit(CellsOf(line)))
             return;
-        begin = end + 1;
     }
 }
 
@@ -55,16 +53,11 @@ std::string Plain(std::string_view markdown)
 size_t MatchLength(std::string_view cell, std::string_view text)
 {
     size_t longest = 0;
-    for (size_t begin = cell.find('`'); begin != std::string_view::npos; begin = cell.find('`', begin)) {
-        const size_t end = cell.find('`', begin + 1);
-        if (end == std::string_view::npos)
-            break;
-        const std::string_view known = cell.substr(begin + 1, end - begin - 1);
-        const bool matches =
-            text.substr(0, known.size()) == known && (text.size() == known.size() || text[known.size()] == ' ');
-        if (matches)
+    const std::vector<std::string_view> parts = Split(cell, "`");
+    for (size_t at = 1; at + 1 < parts.size(); at += 2) {
+        const std::string_view known = parts[at];
+        if (text.substr(0, known.size()) == known && (text.size() == known.size() || text[known.size()] == ' '))
             longest = std::max(longest, known.size());
-        begin = end + 1;
     }
     return longest;
 }

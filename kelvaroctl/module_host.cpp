@@ -8,6 +8,12 @@ namespace kelvaroctl {
 constexpr size_t kLongestName = 42;
 
 namespace {
+void Require(Operation operation, SECURITY_STATUS status, const std::string& subject = "")
+{
+    if (status != ERROR_SUCCESS)
+        throw StatusFailure(operation, status, subject);
+}
+
 // Queries the size, then reads the value. nullopt for NTE_NOT_SUPPORTED.
 template <typename Read>
 std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subject, Read read)
@@ -21,8 +27,7 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
     }
     if (status == NTE_NOT_SUPPORTED)
         return std::nullopt;
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(operation, status, subject);
+    Require(operation, status, subject);
     return value;
 }
 }  // namespace
@@ -30,9 +35,7 @@ std::optional<Bytes> ReadInTwoCalls(Operation operation, const std::string& subj
 Provider::Provider(ProviderBinding binding, bool machine, std::unique_ptr<WaitNotice> notice)
     : binding_(std::move(binding)), machine_(machine), notice_(std::move(notice))
 {
-    const SECURITY_STATUS status = table().OpenProvider(&handle_, kProviderName, 0);
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(Operation::OpenProvider, status, "");
+    Require(Operation::OpenProvider, table().OpenProvider(&handle_, kProviderName, 0));
 }
 
 Provider::~Provider()
@@ -68,9 +71,7 @@ std::vector<Provider::Algorithm> Provider::Algorithms() const
 {
     NCryptAlgorithmName* rows = nullptr;
     DWORD count = 0;
-    const SECURITY_STATUS status = table().EnumAlgorithms(handle_, 0, &count, &rows, 0);
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(Operation::ListAlgorithms, status, "");
+    Require(Operation::ListAlgorithms, table().EnumAlgorithms(handle_, 0, &count, &rows, 0));
     const ModuleBlock<NCryptAlgorithmName> block(rows, table().FreeBuffer);
     std::vector<Algorithm> algorithms;
     for (DWORD row = 0; row < count; ++row)
@@ -85,9 +86,10 @@ ModuleBlock<NCryptKeyName> Provider::NextKey(ModuleBlock<void>* state) const
     const SECURITY_STATUS status = table().EnumKeys(handle_, nullptr, &found, &block, scopeFlag());
     state->reset(block);
     Answered();
-    if (status != ERROR_SUCCESS && status != NTE_NO_MORE_ITEMS)
-        throw StatusFailure(Operation::ListKeys, status, "");
-    return {status == ERROR_SUCCESS ? found : nullptr, table().FreeBuffer};
+    if (status == NTE_NO_MORE_ITEMS)
+        return {nullptr, table().FreeBuffer};
+    Require(Operation::ListKeys, status);
+    return {found, table().FreeBuffer};
 }
 
 // The module treats a list that isn't JSON as empty, and a key that isn't JSON as one without content.
@@ -144,16 +146,13 @@ static WideText KeyName(const std::string& name)
     return wide;
 }
 
-Key::Key(const Provider& provider, const std::string& name) : provider_(provider), name_(name)
+Key::Key(const Provider& provider, const std::string& name) : Key(provider, name, 0)
 {
     const WideText wide = KeyName(name);
     Check(Operation::OpenKey, table().OpenKey(provider.handle(), &handle_, wide.c_str(), 0, provider.scopeFlag()));
     // The module treats an answer that isn't JSON as an RSA key without a modulus.
-    const bool empty = AlgorithmName() == "RSA" && !NumberProperty(NCRYPT_LENGTH_PROPERTY);
-    if (empty) {
-        table().FreeKey(provider.handle(), handle_);
+    if (AlgorithmName() == "RSA" && !NumberProperty(NCRYPT_LENGTH_PROPERTY))
         throw ForeignAnswerFailure("open the key '" + name + "'");
-    }
 }
 
 Key::Key(const Provider& provider, const std::string& name, NCRYPT_KEY_HANDLE handle)
@@ -166,10 +165,10 @@ Key Key::Create(const Provider& provider, const std::string& name, const std::st
     const WideText wide = KeyName(name);
     const DWORD flags = provider.scopeFlag() | (overwrite ? NCRYPT_OVERWRITE_KEY_FLAG : 0);
     NCRYPT_KEY_HANDLE handle = 0;
-    const SECURITY_STATUS status = provider.table().CreatePersistedKey(
-        provider.handle(), &handle, ToWide(algorithm).c_str(), wide.c_str(), 0, flags);
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(Operation::CreateKey, status, name);
+    Require(Operation::CreateKey,
+            provider.table().CreatePersistedKey(provider.handle(), &handle, ToWide(algorithm).c_str(), wide.c_str(), 0,
+                                                flags),
+            name);
     return Key(provider, name, handle);
 }
 
@@ -177,8 +176,8 @@ Key Key::Import(const Provider& provider, const std::string& subject, const WCHA
                 const std::string& name, std::string_view password)
 {
     WideText wideName = name.empty() ? WideText() : KeyName(name);
-    WideText secret = ToWide(password);
-    const auto buffer = [](DWORD type, WideText& text) {
+    SecretText secret = ToWideSecret(password);
+    const auto buffer = [](DWORD type, auto& text) {
         return NCryptBuffer{static_cast<ULONG>((text.size() + 1) * sizeof(WCHAR)), type, text.data()};
     };
     std::vector<NCryptBuffer> buffers = {buffer(NCRYPTBUFFER_PKCS_SECRET, secret)};
@@ -186,12 +185,11 @@ Key Key::Import(const Provider& provider, const std::string& subject, const WCHA
         buffers.push_back(buffer(NCRYPTBUFFER_PKCS_KEY_NAME, wideName));
     NCryptBufferDesc parameters = {NCRYPTBUFFER_VERSION, static_cast<ULONG>(buffers.size()), buffers.data()};
     NCRYPT_KEY_HANDLE handle = 0;
-    const SECURITY_STATUS status =
+    Require(
+        Operation::ImportKey,
         provider.table().ImportKey(provider.handle(), 0, blobType, &parameters, &handle, const_cast<BYTE*>(blob.data()),
-                                   static_cast<DWORD>(blob.size()), NCRYPT_DO_NOT_FINALIZE_FLAG);
-    SecureZeroMemory(secret.data(), secret.size() * sizeof(WCHAR));
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(Operation::ImportKey, status, subject);
+                                   static_cast<DWORD>(blob.size()), NCRYPT_DO_NOT_FINALIZE_FLAG),
+        subject);
     return Key(provider, name.empty() ? subject : name, handle);
 }
 
@@ -221,8 +219,7 @@ void Key::Delete()
 void Key::Check(Operation operation, SECURITY_STATUS status) const
 {
     provider_.Answered();
-    if (status != ERROR_SUCCESS)
-        throw StatusFailure(operation, status, name_);
+    Require(operation, status, name_);
 }
 
 std::optional<Bytes> Key::Property(const WCHAR* name) const

@@ -23,8 +23,6 @@ class Provider {
     // notice: reports that a call is still waiting; may be NULL.
     Provider(ProviderBinding binding, bool machine, std::unique_ptr<WaitNotice> notice);
     ~Provider();
-    Provider(const Provider&) = delete;
-    Provider& operator=(const Provider&) = delete;
 
     const std::string& place() const { return binding_.place; }
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() const { return *binding_.table; }

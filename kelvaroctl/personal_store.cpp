@@ -58,15 +58,22 @@ Store OpenStore(bool machine, DWORD flags)
 }
 
 // Empty if the certificate does not have it.
-std::vector<ULONGLONG> Property(const CERT_CONTEXT* context, DWORD id, DWORD* size)
+Bytes Property(const CERT_CONTEXT* context, DWORD id)
 {
-    *size = 0;
-    if (!CertGetCertificateContextProperty(context, id, nullptr, size) || !*size)
-        return {};
-    std::vector<ULONGLONG> block((*size + sizeof(ULONGLONG) - 1) / sizeof(ULONGLONG));  // structures need alignment
-    if (!CertGetCertificateContextProperty(context, id, block.data(), size))
-        return {};
-    return block;
+    DWORD size = 0;
+    CertGetCertificateContextProperty(context, id, nullptr, &size);
+    Bytes value(size);
+    const bool read = size && CertGetCertificateContextProperty(context, id, value.data(), &size);
+    value.resize(read ? size : 0);
+    return value;
+}
+
+// Moves on to the store's next certificate; false after the last one.
+bool Next(const Store& store, CertificateContext* context)
+{
+    // Frees the context before it.
+    context->reset(CertEnumCertificatesInStore(store.get(), context->release()));
+    return *context != nullptr;
 }
 
 StoredCertificate Describe(const CERT_CONTEXT* context)
@@ -79,11 +86,8 @@ StoredCertificate Describe(const CERT_CONTEXT* context)
     found.end = UnixTime(info.NotAfter);
     found.notAfter = TimeText(found.end);
     found.der.assign(context->pbCertEncoded, context->pbCertEncoded + context->cbCertEncoded);
-    DWORD size = 0;
-    const auto hash = Property(context, CERT_SHA1_HASH_PROP_ID, &size);
-    const BYTE* const bytes = reinterpret_cast<const BYTE*>(hash.data());
-    found.thumbprint = UpperHex(hash.empty() ? Bytes() : Bytes(bytes, bytes + size));
-    const auto block = Property(context, CERT_KEY_PROV_INFO_PROP_ID, &size);
+    found.thumbprint = HexText(Property(context, CERT_SHA1_HASH_PROP_ID), kUpperHex);
+    const Bytes block = Property(context, CERT_KEY_PROV_INFO_PROP_ID);
     if (!block.empty()) {
         const auto* key = reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(block.data());
         found.container = key->pwszContainerName ? ToNarrow(key->pwszContainerName) : "";
@@ -116,13 +120,9 @@ std::vector<StoredCertificate> ReadPersonalStore(bool machine)
     const Store store = OpenStore(machine, CERT_STORE_READONLY_FLAG);
     std::vector<StoredCertificate> found;
     CertificateContext context;
-    while (true) {
-        // Each call frees the context before it.
-        context.reset(CertEnumCertificatesInStore(store.get(), context.release()));
-        if (!context)
-            return found;
+    while (Next(store, &context))
         found.push_back(Describe(context.get()));
-    }
+    return found;
 }
 
 StoredCertificate InstallCertificate(bool machine, const Bytes& der, const std::string& keyName)
@@ -148,10 +148,7 @@ std::optional<StoredCertificate> RemoveCertificate(bool machine, const std::stri
 {
     const Store store = OpenStore(machine, 0);
     CertificateContext context;
-    while (true) {
-        context.reset(CertEnumCertificatesInStore(store.get(), context.release()));
-        if (!context)
-            return std::nullopt;
+    while (Next(store, &context)) {
         StoredCertificate found = Describe(context.get());
         if (found.thumbprint != thumbprint)
             continue;
@@ -160,6 +157,7 @@ std::optional<StoredCertificate> RemoveCertificate(bool machine, const std::stri
             throw PlatformFailure("cannot remove the certificate from " + StoreName(machine));
         return found;
     }
+    return std::nullopt;
 }
 
 std::optional<StoredCertificate> CertificateToPublish(bool machine, const std::string& keyName, bool* tooLarge)

@@ -96,7 +96,7 @@ std::string PemText(const Bytes& der, const std::string& label)
     return text + "-----END " + label + "-----\n";
 }
 
-std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, const std::string& fileName, size_t* at)
+std::optional<Bytes> ReadPem(std::string_view text, const std::string& label, const std::string& fileName, size_t* at)
 {
     const std::string head = "-----BEGIN " + label + "-----";
     const size_t begin = text.find(head, *at);
@@ -107,7 +107,7 @@ std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, 
     if (*at == std::string::npos)
         throw UsageFailure(fileName + " contains a block without an end: " + label);
     Bytes der;
-    if (!ParseBase64(std::string_view(text).substr(body, *at - body), &der))
+    if (!ParseBase64(text.substr(body, *at - body), &der))
         throw UsageFailure(fileName + " contains a block that is not Base64: " + label);
     return der;
 }

@@ -34,8 +34,7 @@ Bytes SubjectPublicKeyInfo(const PublicKey& key);
 std::string PemText(const Bytes& der, const std::string& label);
 // The content of the first such block from *at on, which moves behind it. nullopt if there is none. Throws a usage
 // failure that names the file if the block is damaged.
-std::optional<Bytes> ReadPem(const std::string& text, const std::string& label, const std::string& fileName,
-                             size_t* at);
+std::optional<Bytes> ReadPem(std::string_view text, const std::string& label, const std::string& fileName, size_t* at);
 // kid: the key's name.
 nlohmann::ordered_json JsonWebKey(const PublicKey& key, const std::string& kid);
 // SHA-256 of the SubjectPublicKeyInfo, hexadecimal.

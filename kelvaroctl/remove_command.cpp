@@ -16,7 +16,7 @@ static std::string Thumbprint(const std::string& text)
     if (!ParseHex(digits, &bytes) || bytes.size() != kSha1)
         throw UsageFailure("'" + text +
                            "' is not a thumbprint: 40 hexadecimal digits, as 'kelvaroctl certs list' has them");
-    return UpperHex(bytes);
+    return HexText(bytes, kUpperHex);
 }
 
 Answer RemoveStoredCertificate(Tool& tool)

@@ -75,7 +75,7 @@ static bool IsVaultCharacter(WCHAR ch)
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') || ch == '-';
 }
 
-static std::string VaultTemplateProblem(const WideText& value)
+static std::string VaultTemplateProblem(WideView value)
 {
     bool expands = false;
     for (size_t at = 0; at < value.size(); ++at) {
@@ -111,12 +111,12 @@ std::string ShortForm(const Setting& setting, const std::string& value)
 }
 
 // These are sent in the sign-in request without escaping.
-static bool HasReserved(const WideText& value)
+static bool HasReserved(WideView value)
 {
-    return value.find_first_of(TEXT(" /?#&%+=\"\\")) != WideText::npos;
+    return value.find_first_of(TEXT(" /?#&%+=\"\\")) != WideView::npos;
 }
 
-static std::string FolderProblem(const WideText& value)
+static std::string FolderProblem(WideView value)
 {
     if (value.back() == '\\' || value.back() == '/')
         return "write the folder without a trailing separator";
@@ -126,7 +126,7 @@ static std::string FolderProblem(const WideText& value)
     return "";
 }
 
-std::string TextProblem(const Setting& setting, const WideText& value)
+std::string TextProblem(const Setting& setting, WideView value)
 {
     const size_t size = (value.size() + 1) * sizeof(WCHAR);
     if (value.empty())
@@ -157,9 +157,9 @@ std::string NumberProblem(const Setting& setting, DWORD value)
     return "the value must be a number from 0 to " + std::to_string(setting.maximum);
 }
 
-std::string TextWarning(const Setting& setting, const WideText& value)
+std::string TextWarning(const Setting& setting, WideView value)
 {
-    if (setting.kind == SettingKind::Secret && value.find_first_of(TEXT(" &+%=#")) != WideText::npos) {
+    if (setting.kind == SettingKind::Secret && value.find_first_of(TEXT(" &+%=#")) != WideView::npos) {
         return "the secret contains a space or one of & + % = #, which the sign-in request does not escape: the "
                "directory will probably reject it; create another secret if sign-in is refused";
     }

@@ -46,10 +46,10 @@ bool IsState(const Setting& setting);  // the module's own values, which `config
 std::string ShortForm(const Setting& setting, const std::string& value);
 
 // What is wrong with a value; empty if it is good.
-std::string TextProblem(const Setting& setting, const WideText& value);
+std::string TextProblem(const Setting& setting, WideView value);
 std::string NumberProblem(const Setting& setting, DWORD value);
 // Why a valid value probably won't work; empty if it will.
-std::string TextWarning(const Setting& setting, const WideText& value);
+std::string TextWarning(const Setting& setting, WideView value);
 
 // Decimal, or hexadecimal after 0x.
 std::optional<DWORD> ParseNumber(const std::string& text);

@@ -120,10 +120,12 @@ bool SettingsHive::Remove(const std::string& valueName) const
     return true;
 }
 
-RawValue TextValue(const WideText& text)
+RawValue TextValue(WideView text)
 {
-    const BYTE* const bytes = reinterpret_cast<const BYTE*>(text.c_str());
-    return {REG_SZ, Bytes(bytes, bytes + (text.size() + 1) * sizeof(WCHAR))};
+    const BYTE* const bytes = reinterpret_cast<const BYTE*>(text.data());
+    RawValue value = {REG_SZ, Bytes(bytes, bytes + text.size() * sizeof(WCHAR))};
+    value.bytes.resize(value.bytes.size() + sizeof(WCHAR));
+    return value;
 }
 
 RawValue NumberValue(DWORD number)

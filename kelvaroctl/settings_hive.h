@@ -45,7 +45,7 @@ struct SettingState {
 };
 SettingState ReadSetting(const SettingsHive& hive, const Setting& setting);
 
-RawValue TextValue(const WideText& text);
+RawValue TextValue(WideView text);
 RawValue NumberValue(DWORD number);
 std::string TypeName(DWORD type);  // REG_SZ
 

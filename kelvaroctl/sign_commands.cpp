@@ -15,7 +15,7 @@ static Bytes InputDigest(const Arguments& arguments, const SignatureAlgorithm& a
         return FileDigest(algorithm.hash, algorithm.digestSize, arguments.input);
     const Bytes content = ReadInput(arguments.input, kLargestDigestFile);
     Bytes digest;
-    if (!ParseHex(std::string(content.begin(), content.end()), &digest))
+    if (!ParseHex(AsText(content), &digest))
         throw UsageFailure(arguments.input + " does not contain a hexadecimal digest");
     if (digest.size() != algorithm.digestSize) {
         throw UsageFailure(arguments.input + " has a digest of " + std::to_string(digest.size()) + " bytes; " +
@@ -75,7 +75,7 @@ static std::string BringIntoForm(const Arguments& arguments, const PublicKey& ke
 {
     Bytes plain = PlainForm(arguments, key, *signature);
     Bytes decoded;
-    if (plain.empty() && ParseBase64(std::string(signature->begin(), signature->end()), &decoded))
+    if (plain.empty() && ParseBase64(AsText(*signature), &decoded))
         plain = PlainForm(arguments, key, decoded);
     if (plain.empty() && arguments.der)
         return "it is not a DER signature";

@@ -78,7 +78,7 @@ std::string SignatureAlgorithmNames()
 {
     std::string names;
     for (const SignatureAlgorithm& algorithm : kAlgorithms)
-        names += std::string(names.empty() ? "" : ", ") + algorithm.name;
+        AddPart(&names, algorithm.name, ", ");
     return names;
 }
 

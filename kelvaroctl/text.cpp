@@ -1,38 +1,47 @@
 #include "kelvaroctl/text.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdio>
 #include <cstring>
 
 #include "kelvaroctl/failure.h"
 
 namespace kelvaroctl {
 
+// Text: a string type of WCHAR.
+template <typename Text>
+static Text Widened(std::string_view text)
+{
+    const int length = static_cast<int>(text.size());
+    Text wide(text.size(), 0);
+    const int size = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, wide.data(), length);
+    if (size <= 0 && length)
+        throw UsageFailure("an argument is not well-formed UTF-8");
+    wide.resize(static_cast<size_t>(size));
+    return wide;
+}
+
 WideText ToWide(std::string_view text)
 {
-    if (text.empty())
-        return WideText();
-    const int length = static_cast<int>(text.size());
-    const int size = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, nullptr, 0);
-    if (size <= 0)
-        throw UsageFailure("an argument is not well-formed UTF-8");
-    WideText wide(static_cast<size_t>(size), 0);
-    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, wide.data(), size);
-    return wide;
+    return Widened<WideText>(text);
+}
+
+SecretText ToWideSecret(std::string_view text)
+{
+    return Widened<SecretText>(text);
 }
 
 std::string ToNarrow(WideView text)
 {
-    if (text.empty())
-        return std::string();
-    const int length = static_cast<int>(text.size());
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<size_t>(std::max(size, 0)), 0);
-    if (size > 0)
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, narrow.data(), size, nullptr, nullptr);
+    std::string narrow(3 * text.size(), 0);
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
+                                         static_cast<int>(narrow.size()), nullptr, nullptr);
+    narrow.resize(static_cast<size_t>(std::max(size, 0)));
     return narrow;
 }
 
-static char LowerAscii(char ch)
+char LowerAscii(char ch)
 {
     return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
 }
@@ -41,6 +50,22 @@ bool EqualIgnoringCase(std::string_view first, std::string_view second)
 {
     return std::equal(first.begin(), first.end(), second.begin(), second.end(),
                       [](char left, char right) { return LowerAscii(left) == LowerAscii(right); });
+}
+
+std::vector<std::string_view> Split(std::string_view text, std::string_view separators)
+{
+    std::vector<std::string_view> parts;
+    for (size_t begin = 0, end = 0; end != std::string_view::npos; begin = end + 1) {
+        end = text.find_first_of(separators, begin);
+        parts.push_back(text.substr(begin, end - begin));
+    }
+    return parts;
+}
+
+void AddPart(std::string* list, const std::string& text, const char* separator)
+{
+    if (!text.empty())
+        *list += (list->empty() ? "" : separator) + text;
 }
 
 std::string Printable(std::string_view text)
@@ -61,10 +86,9 @@ std::string Printable(std::string_view text)
     return result;
 }
 
-static std::string Digits(const Bytes& bytes, const char* digits)
+std::string HexText(const Bytes& bytes, const char* digits)
 {
     std::string text;
-    text.reserve(bytes.size() * 2);
     for (const BYTE byte : bytes) {
         text += digits[byte >> 4];
         text += digits[byte & 15];
@@ -72,22 +96,16 @@ static std::string Digits(const Bytes& bytes, const char* digits)
     return text;
 }
 
-std::string HexText(const Bytes& bytes)
-{
-    return Digits(bytes, "0123456789abcdef");
-}
-
-std::string UpperHex(const Bytes& bytes)
-{
-    return Digits(bytes, "0123456789ABCDEF");
-}
-
 std::string HexNumber(DWORD number)
 {
-    Bytes bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes.push_back(static_cast<BYTE>(number >> shift));
-    return "0x" + UpperHex(bytes);
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(number));
+    return text;
+}
+
+std::string_view AsText(const Bytes& bytes)
+{
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 WideText TextIn(const Bytes& value)
@@ -114,67 +132,48 @@ std::string UtcText(int64_t unixTime, const char* format)
     return parts && strftime(text, sizeof(text), format, parts) ? text : "";
 }
 
-static int HexValue(char ch)
-{
-    const char lower = LowerAscii(ch);
-    if (lower >= '0' && lower <= '9')
-        return lower - '0';
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 bool ParseHex(std::string_view text, Bytes* bytes)
 {
-    bytes->clear();
-    int high = -1;
-    for (const char ch : text) {
-        if (ch == ' ' || ch == '\t' || ch == '\r' || ch == '\n')
-            continue;
-        const int value = HexValue(ch);
-        if (value < 0)
+    std::string digits;
+    for (const std::string_view part : Split(text, " \t\r\n"))
+        digits += part;
+    bytes->assign(digits.size() / 2, 0);
+    const char* pair = digits.data();
+    for (BYTE& byte : *bytes) {
+        if (std::from_chars(pair, pair + 2, byte, 16).ptr != pair + 2)
             return false;
-        if (high < 0) {
-            high = value;
-        } else {
-            bytes->push_back(static_cast<BYTE>(high * 16 + value));
-            high = -1;
-        }
+        pair += 2;
     }
-    return high < 0;
+    return digits.size() % 2 == 0;
 }
 
 std::string Base64(const Bytes& bytes)
 {
-    constexpr DWORD kOneLine = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
-    const DWORD count = static_cast<DWORD>(bytes.size());
-    DWORD size = 0;
-    if (bytes.empty() || !CryptBinaryToStringW(bytes.data(), count, kOneLine, nullptr, &size))
+    if (bytes.empty())
         return "";
+    const DWORD count = static_cast<DWORD>(bytes.size());
+    DWORD size = (count + 2) / 3 * 4 + 1;
     WideText text(size, 0);
-    if (!CryptBinaryToStringW(bytes.data(), count, kOneLine, text.data(), &size))
+    if (!CryptBinaryToStringW(bytes.data(), count, CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF, text.data(), &size))
         throw InternalFailure("the platform cannot encode Base64");
-    text.resize(size);
-    return ToNarrow(text);
+    return ToNarrow(WideView(text).substr(0, size));
 }
 
 bool ParseBase64(std::string_view text, Bytes* bytes)
 {
-    WideText wide;
-    wide.reserve(text.size());  // growth would leave copies behind
-    bool good = true;
+    SecretText wide;
     for (const char ch : text) {
-        good = good && static_cast<unsigned char>(ch) < 0x7F;
-        if (static_cast<unsigned char>(ch) > ' ')
+        if (static_cast<unsigned char>(ch) >= 0x7F)
+            return false;
+        if (ch > ' ')
             wide += static_cast<WCHAR>(ch);
     }
     const DWORD length = static_cast<DWORD>(wide.size());
-    DWORD size = 0;
-    good = good && length &&
-           CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, nullptr, &size, nullptr, nullptr);
+    DWORD size = length;  // more than enough
+    bytes->resize(size);
+    const bool good = length && CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes->data(), &size,
+                                                     nullptr, nullptr);
     bytes->resize(good ? size : 0);
-    good =
-        good && CryptStringToBinaryW(wide.c_str(), length, CRYPT_STRING_BASE64, bytes->data(), &size, nullptr, nullptr);
-    // The text may be a private key.
-    SecureZeroMemory(wide.data(), wide.size() * sizeof(WCHAR));
     return good;
 }
 
@@ -224,7 +223,7 @@ std::string Joined(const std::vector<std::string>& names)
 {
     std::string text;
     for (const std::string& name : names)
-        text += (text.empty() ? "" : ", ") + Printable(name);
+        AddPart(&text, Printable(name), ", ");
     return text;
 }
 

@@ -6,31 +6,41 @@
 #include <utility>
 #include <vector>
 
-#include "platform/platform.h"
+#include "platform/secret_memory.h"
 
 namespace kelvaroctl {
 
 using WideText = std::basic_string<WCHAR>;
 using WideView = std::basic_string_view<WCHAR>;
-using Bytes = std::vector<BYTE>;
+using Bytes = SecretBytes;  // wiped when freed: some are keys or plain texts
 
 // Throws a usage failure if `text` is not well-formed UTF-8.
 WideText ToWide(std::string_view text);
+SecretText ToWideSecret(std::string_view text);
 // Lone surrogates become U+FFFD.
 std::string ToNarrow(WideView text);
 
+char LowerAscii(char ch);
 bool EqualIgnoringCase(std::string_view first, std::string_view second);  // of ASCII letters
+
+// The parts between the separators, one more than there are separators.
+std::vector<std::string_view> Split(std::string_view text, std::string_view separators);
+// "a; b": appends a text unless it is empty.
+void AddPart(std::string* list, const std::string& text, const char* separator = "; ");
 
 // Writes control characters as \xNN, so that a name from the vault cannot control the terminal.
 std::string Printable(std::string_view text);
 
-std::string HexText(const Bytes& bytes);             // lower case
-std::string UpperHex(const Bytes& bytes);            // as thumbprints are written
+constexpr char kLowerHex[] = "0123456789abcdef";
+constexpr char kUpperHex[] = "0123456789ABCDEF";  // as thumbprints are written
+std::string HexText(const Bytes& bytes, const char* digits = kLowerHex);
 std::string HexNumber(DWORD number);                 // 0x80090011
 bool ParseHex(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64(const Bytes& bytes);
 bool ParseBase64(std::string_view text, Bytes* bytes);  // white space is skipped
 std::string Base64Url(const Bytes& bytes);              // without padding
+
+std::string_view AsText(const Bytes& bytes);
 
 // A value as the platform has it: its text up to the terminator, and its 32-bit word at `index`, 0 if it is shorter.
 WideText TextIn(const Bytes& value);

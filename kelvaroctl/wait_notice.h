@@ -26,8 +26,6 @@ class WaitNotice {
     // out: must outlive the notice. lines: in chronological order.
     WaitNotice(std::ostream* out, std::vector<WaitLine> lines);
     ~WaitNotice();
-    WaitNotice(const WaitNotice&) = delete;
-    WaitNotice& operator=(const WaitNotice&) = delete;
 
     // Starts the next wait.
     void Restart();

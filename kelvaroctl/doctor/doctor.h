@@ -34,9 +34,6 @@ Outcome Blocked(std::string why);
 // Adds the service's status and its own error code, for the JSON answer.
 Outcome Because(Outcome outcome, DWORD status, const std::string& code);
 
-// "a; b": appends a text unless it is empty.
-void AddPart(std::string* list, const std::string& text, const char* separator = "; ");
-
 // What the checks have learned. Each check works on a copy, which replaces the original only if the check ends in time.
 struct Facts {
     Tool tool;

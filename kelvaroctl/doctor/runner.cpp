@@ -47,12 +47,6 @@ DWORD Facts::LeftMs() const
     return now < deadline ? static_cast<DWORD>(deadline - now) : 1;
 }
 
-void AddPart(std::string* list, const std::string& text, const char* separator)
-{
-    if (!text.empty())
-        *list += (list->empty() ? "" : separator) + text;
-}
-
 namespace {
 
 constexpr auto kTurn = std::chrono::milliseconds(50);  // how often to check for an interruption

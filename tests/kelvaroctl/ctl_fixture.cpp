@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "kelvaroctl/hash.h"
-#include "kelvaroctl/public_key.h"
 #include "tests/common/data_rows.h"
 #include "tests/common/host.h"
 
@@ -99,7 +98,7 @@ std::vector<std::string> CtlTest::Split(const std::string& line) const
     return words;
 }
 
-std::vector<BYTE> CtlTest::PublicDer(const std::string& name)
+kelvaroctl::Bytes CtlTest::PublicDer(const std::string& name)
 {
     size_t at = 0;
     return *kelvaroctl::ReadPem(sim.PublicKeyPem(Simulator::kVault, name), "PUBLIC KEY", name, &at);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kelvaroctl/public_key.h"
 #include "tests/common/client_settings.h"
 #include "tests/common/simulator.h"
 #include "tests/common/test_root.h"
@@ -57,7 +58,7 @@ class CtlTest : public testing::Test {
                 const nlohmann::json& more = nlohmann::json::object());
 
     // The SubjectPublicKeyInfo of a key of the vault, from the simulator.
-    std::vector<BYTE> PublicDer(const std::string& name);
+    kelvaroctl::Bytes PublicDer(const std::string& name);
     std::string Fingerprint(const std::string& name);  // SHA-256 of that, hexadecimal
 
     static std::vector<std::string> WithModule(std::vector<std::string> arguments)
