@@ -1,32 +1,22 @@
 #include "keyvault/key_algorithms.h"
 
+#include "platform/find_row.h"
 #include "support/text.h"
 
 const Curve* CurveNamed(const WCHAR* crv)
 {
-    for (const Curve& curve : kCurves) {
-        if (TextEqual(crv, curve.crv))
-            return &curve;
-    }
-    return nullptr;
+    return FindRow(kCurves, [=](const Curve& curve) { return TextEqual(crv, curve.crv); });
 }
 
 const Curve* CurveOfAlgorithm(const WCHAR* algName)
 {
-    for (const Curve& curve : kCurves) {
-        if (TextEqual(algName, curve.ecdsa) || TextEqual(algName, curve.ecdh))
-            return &curve;
-    }
-    return nullptr;
+    return FindRow(
+        kCurves, [=](const Curve& curve) { return TextEqual(algName, curve.ecdsa) || TextEqual(algName, curve.ecdh); });
 }
 
 const Curve* CurveInText(const WCHAR* text)
 {
-    for (const Curve& curve : kCurves) {
-        if (TextContains(text, curve.number))
-            return &curve;
-    }
-    return nullptr;
+    return FindRow(kCurves, [=](const Curve& curve) { return TextContains(text, curve.number); });
 }
 
 bool IsKeyAlgorithm(const WCHAR* algName)

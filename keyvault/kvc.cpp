@@ -10,30 +10,18 @@ namespace {
 
 constexpr WCHAR kNoMemory[] = TEXT("KVCNew failed to allocate KVC");
 
-void FreeText(BldStr*& str)
-{
-    BldStrFree(str);
-    str = nullptr;
-}
-
-void FreeSecret(BldStr*& str)
-{
-    BldStrWipeFree(str);
-    str = nullptr;
-}
-
 void FreeClient(KVCClient* client)
 {
-    FreeSecret(client->tokenType);
-    FreeSecret(client->accessToken);
-    FreeText(client->loginUrl);
-    FreeText(client->resource);
-    FreeText(client->kvname);
-    FreeText(client->host);
-    FreeText(client->tenant);
-    FreeText(client->clientId);
-    FreeSecret(client->clientSecret);
-    FreeText(client->clientCertId);
+    BldStrWipeFree(client->tokenType);
+    BldStrWipeFree(client->accessToken);
+    BldStrFree(client->loginUrl);
+    BldStrFree(client->resource);
+    BldStrFree(client->kvname);
+    BldStrFree(client->host);
+    BldStrFree(client->tenant);
+    BldStrFree(client->clientId);
+    BldStrWipeFree(client->clientSecret);
+    BldStrFree(client->clientCertId);
     free(client);
 }
 
@@ -106,10 +94,10 @@ void KVCEndCall(KVC* call)
         return;
     const LastErrorKeeper keeper;
     // The client's tokens are marked as secret; marking them here would race with other calls.
-    FreeText(call->tokenType);
-    FreeText(call->accessToken);
-    FreeText(call->kvname);
-    FreeText(call->host);
+    BldStrFree(call->tokenType);
+    BldStrFree(call->accessToken);
+    BldStrFree(call->kvname);
+    BldStrFree(call->host);
     // May be the answer to a decryption.
     WipeFreeBytes(call->lastBody);
     free(call);

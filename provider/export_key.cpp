@@ -1,6 +1,7 @@
 #include <string.h>
 
 #include "keyvault/key_algorithms.h"
+#include "platform/find_row.h"
 #include "provider/answers.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -49,15 +50,6 @@ class PublicBlob {
     DWORD size_ = 0;
 };
 
-const BlobType* FindBlobType(const WCHAR* name)
-{
-    for (const BlobType& type : kBlobTypes) {
-        if (TextEqual(name, type.name))
-            return &type;
-    }
-    return nullptr;
-}
-
 // 0 for an unknown name or curve; the key is still exported. A key without a name counts as ECDH if it can decrypt.
 ULONG CurveMagic(const KVKey& kvk)
 {
@@ -102,7 +94,7 @@ SECURITY_STATUS ComposeBlob(const KSP_KEY& key, const WCHAR* blobName, PublicBlo
 {
     const ExclusiveLock lock(&key.lock);
     const KVKey& kvk = key.kvk;
-    const BlobType* type = FindBlobType(blobName);
+    const BlobType* type = FindRow(kBlobTypes, [=](const BlobType& row) { return TextEqual(blobName, row.name); });
     if (!type)
         return Fail(NTE_INVALID_PARAMETER, TEXT("KelvaroExportKey NTE_INVALID_PARAMETER"));
     if (type->kind == BlobKind::Private)

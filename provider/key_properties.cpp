@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "keyvault/key_algorithms.h"
+#include "platform/find_row.h"
 #include "provider/descriptor_check.h"
 #include "provider/kept_buffer.h"
 #include "provider/private_blob.h"
@@ -239,11 +240,7 @@ constexpr KeyProperty kProperties[] = {
 
 const KeyProperty* FindProperty(const WCHAR* name)
 {
-    for (const KeyProperty& property : kProperties) {
-        if (TextEqual(name, property.name))
-            return &property;
-    }
-    return nullptr;
+    return FindRow(kProperties, [=](const KeyProperty& property) { return TextEqual(name, property.name); });
 }
 
 }  // namespace

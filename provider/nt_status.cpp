@@ -1,5 +1,7 @@
 #include "provider/nt_status.h"
 
+#include "platform/find_row.h"
+
 namespace {
 
 struct StatusRow {
@@ -16,11 +18,9 @@ constexpr StatusRow kStatuses[] = {
 
 SECURITY_STATUS StatusFromNt(NTSTATUS result)
 {
-    for (const StatusRow& row : kStatuses) {
-        if (row.result == static_cast<DWORD>(result))
-            return row.status;
-    }
-    return NTE_INTERNAL_ERROR;
+    const StatusRow* known =
+        FindRow(kStatuses, [=](const StatusRow& row) { return row.result == static_cast<DWORD>(result); });
+    return known ? known->status : NTE_INTERNAL_ERROR;
 }
 
 SECURITY_STATUS OpenAlgorithm(const WCHAR* name, ULONG flags, AlgorithmPtr* algorithm)

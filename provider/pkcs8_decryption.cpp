@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "platform/find_row.h"
 #include "provider/nt_status.h"
 #include "provider/pkcs8_derivation.h"
 #include "provider/pkcs8_scheme.h"
@@ -21,11 +22,8 @@ constexpr Pkcs8Scheme kSchemes[] = {
 
 const Pkcs8Scheme* FindScheme(const char* objectId)
 {
-    for (const Pkcs8Scheme& scheme : kSchemes) {
-        if (objectId && std::string_view(objectId) == scheme.objectId)
-            return &scheme;
-    }
-    return nullptr;
+    const std::string_view wanted = objectId ? objectId : "";
+    return FindRow(kSchemes, [wanted](const Pkcs8Scheme& scheme) { return wanted == scheme.objectId; });
 }
 
 // A key of the platform. The members are in the order in which it needs them: it is destroyed before its memory is

@@ -2,6 +2,7 @@
 
 #include "keyvault/crypto_op.h"
 #include "keyvault/key_algorithms.h"
+#include "platform/find_row.h"
 #include "provider/answers.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
@@ -42,11 +43,9 @@ DWORD SignatureSizeBound(const KVKey& kvk)
 
 bool IsCurveAlgName(const WCHAR* algName)
 {
-    for (const Curve& curve : kCurves) {
-        if (TextEqualNoCase(View(algName), View(curve.ecdh)) || TextEqualNoCase(View(algName), View(curve.ecdsa)))
-            return true;
-    }
-    return false;
+    return FindRow(kCurves, [name = View(algName)](const Curve& curve) {
+        return TextEqualNoCase(name, View(curve.ecdh)) || TextEqualNoCase(name, View(curve.ecdsa));
+    });
 }
 
 // Only a hash that is sent unchanged needs an algorithm name that the provider knows.

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "keyvault/key_algorithms.h"
+#include "platform/find_row.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -36,22 +37,18 @@ constexpr RsaRule kRsaRules[] = {
 
 const RsaRule* FindRsaRule(DWORD padding, const WCHAR* hashName, DWORD cbHash)
 {
-    for (const RsaRule& rule : kRsaRules) {
-        if (rule.padding == padding && TextEqualNoCase(View(hashName), View(rule.hashName)) &&
-            (rule.cbHash == kAnySize || rule.cbHash == cbHash))
-            return &rule;
-    }
-    return nullptr;
+    return FindRow(kRsaRules, [=](const RsaRule& rule) {
+        return rule.padding == padding && TextEqualNoCase(View(hashName), View(rule.hashName)) &&
+               (rule.cbHash == kAnySize || rule.cbHash == cbHash);
+    });
 }
 
 // The first curve is used for every name that contains no other curve's number.
 const Curve& CurveFor(const WCHAR* algName)
 {
-    for (const Curve& curve : kCurves) {
-        if (&curve != kCurves && TextContains(algName, curve.number))
-            return curve;
-    }
-    return kCurves[0];
+    const Curve* other =
+        FindRow(kCurves, [=](const Curve& curve) { return &curve != kCurves && TextContains(algName, curve.number); });
+    return other ? *other : kCurves[0];
 }
 
 // The hash name in the padding information. NULL, logged, if there is none.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <new>
 
+#include "platform/find_row.h"
 #include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
 #include "platform/linux/text.h"
@@ -43,18 +44,18 @@ void FreeBlock(void* block)
 template <typename T>
 using OpensslBlock = Owner<T, FreeBlock>;
 
+struct Escape {
+    char plain;
+    char letter;
+};
+constexpr Escape kEscapes[] = {{'\\', '\\'}, {'\n', 'n'}, {'\r', 'r'}};
+
 std::string Escaped(const std::u16string& text)
 {
     std::string escaped;
     for (const char c : ToUtf8(text)) {
-        if (c == '\\')
-            escaped += "\\\\";
-        else if (c == '\n')
-            escaped += "\\n";
-        else if (c == '\r')
-            escaped += "\\r";
-        else
-            escaped += c;
+        const Escape* escape = FindRow(kEscapes, [c](const Escape& row) { return row.plain == c; });
+        escaped.append(escape ? 1 : 0, '\\') += escape ? escape->letter : c;
     }
     return escaped;
 }
@@ -64,10 +65,9 @@ std::u16string Unescaped(std::string_view text)
     std::string plain;
     for (size_t i = 0; i < text.size(); i++) {
         const char next = text[i] == '\\' && i + 1 < text.size() ? text[i + 1] : '\0';
-        const bool isEscape = next == '\\' || next == 'n' || next == 'r';
-        if (isEscape)
-            i++;
-        plain += !isEscape ? text[i] : next == 'n' ? '\n' : next == 'r' ? '\r' : '\\';
+        const Escape* escape = FindRow(kEscapes, [next](const Escape& row) { return row.letter == next; });
+        plain += escape ? escape->plain : text[i];
+        i += escape ? 1 : 0;
     }
     return ToUtf16(plain);
 }

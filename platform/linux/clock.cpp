@@ -3,7 +3,9 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "platform/linux/monotonic.h"
+#include <chrono>
+#include <thread>
+
 #include "platform/linux/win_kernel.h"
 
 namespace {
@@ -35,9 +37,7 @@ void WINAPI Sleep(DWORD waitMs)
         for (;;)
             pause();
     }
-    const timespec until = MonotonicAfter(waitMs);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(waitMs));
 }
 
 ULONGLONG WINAPI GetTickCount64()

@@ -11,47 +11,21 @@
 
 namespace {
 
-struct AttributeParts {
-    std::string objectId;
-    std::vector<std::string_view> values;
-};
-
-struct RequestParts {
-    DWORD version = 0;
-    std::string_view subject;
-    PublicKeyParts publicKey;
-    std::vector<AttributeParts> attributes;
-};
-
-std::vector<AttributeParts> TakeAttributes(DerReader* info)
+PCRYPT_ATTRIBUTE TakeAttributes(DerReader* info, StructureBlock* block, DWORD* count)
 {
-    std::vector<AttributeParts> attributes;
+    std::vector<CRYPT_ATTRIBUTE> attributes;
     DerReader set = info->Inside(info->TakeOptional(DerContext(0)));
     while (!set.AtEnd()) {
         DerReader attribute = set.Inside(set.Take(kDerSequence));
-        AttributeParts parts;
-        parts.objectId = TakeObjectId(&attribute);
-        DerReader values = attribute.Inside(attribute.Take(kDerSet));
-        while (!values.AtEnd())
-            parts.values.push_back(values.TakeAny().whole);
-        attributes.push_back(std::move(parts));
+        const LPSTR objectId = block->AppendText(TakeObjectId(&attribute));
+        DerReader valueSet = attribute.Inside(attribute.Take(kDerSet));
+        std::vector<CRYPT_ATTR_BLOB> values;
+        while (!valueSet.AtEnd())
+            values.push_back(block->AppendBlob(valueSet.TakeAny().whole));
+        attributes.push_back({objectId, static_cast<DWORD>(values.size()), block->AppendArray(values)});
     }
-    return attributes;
-}
-
-LONG ParseRequest(std::string_view encoded, RequestParts* parts)
-{
-    LONG error = ERROR_SUCCESS;
-    DerReader outer(encoded, &error);
-    DerReader info = outer.Inside(outer.Take(kDerSequence));
-    // A signed request is a sequence whose first element is the request.
-    if (info.NextTag() == kDerSequence)
-        info = info.Inside(info.Take(kDerSequence));
-    parts->version = SmallNumber(info.Take(kDerInteger), &info);
-    parts->subject = TakeName(&info);
-    parts->publicKey = TakePublicKey(&info);
-    parts->attributes = TakeAttributes(&info);
-    return error;
+    *count = static_cast<DWORD>(attributes.size());
+    return attributes.empty() ? nullptr : block->AppendArray(attributes);
 }
 
 CERT_PUBLIC_KEY_INFO AppendPublicKey(const PublicKeyParts& parts, StructureBlock* block)
@@ -64,34 +38,22 @@ CERT_PUBLIC_KEY_INFO AppendPublicKey(const PublicKeyParts& parts, StructureBlock
     return info;
 }
 
-PCRYPT_ATTRIBUTE AppendAttributes(const std::vector<AttributeParts>& attributes, StructureBlock* block)
+LONG LayOutRequest(std::string_view encoded, StructureBlock* block)
 {
-    const size_t offset = block->Reserve(attributes.size() * sizeof(CRYPT_ATTRIBUTE));
-    for (size_t i = 0; i < attributes.size(); i++) {
-        const std::vector<std::string_view>& values = attributes[i].values;
-        CRYPT_ATTRIBUTE attribute = {};
-        attribute.pszObjId = block->AppendText(attributes[i].objectId);
-        const size_t blobs = block->Reserve(values.size() * sizeof(CRYPT_ATTR_BLOB));
-        for (size_t j = 0; j < values.size(); j++)
-            block->Put(blobs + j * sizeof(CRYPT_ATTR_BLOB), block->AppendBlob(values[j]));
-        attribute.cValue = static_cast<DWORD>(values.size());
-        attribute.rgValue = block->AddressOf<CRYPT_ATTR_BLOB>(blobs);
-        block->Put(offset + i * sizeof attribute, attribute);
-    }
-    return block->AddressOf<CRYPT_ATTRIBUTE>(offset);
-}
-
-void AppendRequest(const RequestParts& parts, StructureBlock* block)
-{
+    LONG error = ERROR_SUCCESS;
+    DerReader outer(encoded, &error);
+    DerReader info = outer.Inside(outer.Take(kDerSequence));
+    // A signed request is a sequence whose first element is the request.
+    if (info.NextTag() == kDerSequence)
+        info = info.Inside(info.Take(kDerSequence));
     CERT_REQUEST_INFO request = {};
     const size_t offset = block->Reserve(sizeof request);
-    request.dwVersion = parts.version;
-    request.Subject = block->AppendBlob(parts.subject);
-    request.SubjectPublicKeyInfo = AppendPublicKey(parts.publicKey, block);
-    request.cAttribute = static_cast<DWORD>(parts.attributes.size());
-    if (!parts.attributes.empty())
-        request.rgAttribute = AppendAttributes(parts.attributes, block);
+    request.dwVersion = SmallNumber(info.Take(kDerInteger), &info);
+    request.Subject = block->AppendBlob(TakeName(&info));
+    request.SubjectPublicKeyInfo = AppendPublicKey(TakePublicKey(&info), block);
+    request.rgAttribute = TakeAttributes(&info, block, &request.cAttribute);
     block->Put(offset, request);
+    return error;
 }
 
 }  // namespace
@@ -102,16 +64,12 @@ BOOL WINAPI CryptDecodeObject(DWORD encodingType, LPCSTR structType, const BYTE*
     if (!size || (!encoded && encodedSize != 0))
         return Fail(E_INVALIDARG);
     return Succeeds([&]() -> LONG {
-        LONG error = ERROR_FILE_NOT_FOUND;
-        RequestParts parts;
-        if ((encodingType & X509_ASN_ENCODING) != 0 && structType == X509_CERT_REQUEST_TO_BE_SIGNED)
-            error = ParseRequest(BytesOf(encoded, encodedSize), &parts);
-        if (error != ERROR_SUCCESS) {
-            *size = 0;
-            return error;
-        }
         StructureBlock block(structure);
-        AppendRequest(parts, &block);
-        return GiveOut(block.bytes(), structure, size);
+        const bool known = (encodingType & X509_ASN_ENCODING) != 0 && structType == X509_CERT_REQUEST_TO_BE_SIGNED;
+        const LONG error = known ? LayOutRequest(BytesOf(encoded, encodedSize), &block) : ERROR_FILE_NOT_FOUND;
+        if (error == ERROR_SUCCESS)
+            return GiveOut(block.bytes(), structure, size);
+        *size = 0;
+        return error;
     });
 }

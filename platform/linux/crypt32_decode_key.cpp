@@ -8,7 +8,9 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "platform/find_row.h"
 #include "platform/linux/object_identifier.h"
 #include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
@@ -46,13 +48,11 @@ CRYPT_ALGORITHM_IDENTIFIER AppendAlgorithm(const X509_ALGOR* algorithm, Structur
 
 CRYPT_ATTRIBUTE AppendAttribute(X509_ATTRIBUTE* attribute, StructureBlock* block)
 {
-    const int count = X509_ATTRIBUTE_count(attribute);
-    const size_t values = block->Reserve(static_cast<size_t>(count) * sizeof(CRYPT_ATTR_BLOB));
-    for (int i = 0; i < count; i++)
-        block->Put(values + static_cast<size_t>(i) * sizeof(CRYPT_ATTR_BLOB),
-                   AppendElement(X509_ATTRIBUTE_get0_type(attribute, i), block));
-    return {block->AppendText(ObjectIdText(X509_ATTRIBUTE_get0_object(attribute))), static_cast<DWORD>(count),
-            block->AddressOf<CRYPT_ATTR_BLOB>(values)};
+    std::vector<CRYPT_ATTR_BLOB> values;
+    for (int i = 0; i < X509_ATTRIBUTE_count(attribute); i++)
+        values.push_back(AppendElement(X509_ATTRIBUTE_get0_type(attribute, i), block));
+    return {block->AppendText(ObjectIdText(X509_ATTRIBUTE_get0_object(attribute))), static_cast<DWORD>(values.size()),
+            block->AppendArray(values)};
 }
 
 PCRYPT_ATTRIBUTES AppendAttributes(const STACK_OF(X509_ATTRIBUTE) * attributes, StructureBlock* block)
@@ -60,13 +60,11 @@ PCRYPT_ATTRIBUTES AppendAttributes(const STACK_OF(X509_ATTRIBUTE) * attributes, 
     const int count = attributes ? sk_X509_ATTRIBUTE_num(attributes) : 0;
     if (count == 0)
         return nullptr;
-    const size_t list = block->Reserve(sizeof(CRYPT_ATTRIBUTES));
-    const size_t rows = block->Reserve(static_cast<size_t>(count) * sizeof(CRYPT_ATTRIBUTE));
+    std::vector<CRYPT_ATTRIBUTE> rows;
     for (int i = 0; i < count; i++)
-        block->Put(rows + static_cast<size_t>(i) * sizeof(CRYPT_ATTRIBUTE),
-                   AppendAttribute(sk_X509_ATTRIBUTE_value(attributes, i), block));
-    block->Put(list, CRYPT_ATTRIBUTES{static_cast<DWORD>(count), block->AddressOf<CRYPT_ATTRIBUTE>(rows)});
-    return block->AddressOf<CRYPT_ATTRIBUTES>(list);
+        rows.push_back(AppendAttribute(sk_X509_ATTRIBUTE_value(attributes, i), block));
+    CRYPT_ATTRIBUTE* const array = block->AppendArray(rows);
+    return block->AppendArray(std::vector<CRYPT_ATTRIBUTES>{{static_cast<DWORD>(count), array}});
 }
 
 // ---- the block ----
@@ -214,20 +212,18 @@ using Decoder = LONG (*)(const BYTE* encoded, long size, const Answer& answer);
 
 Decoder FindDecoder(LPCSTR structType)
 {
-    const struct {
+    struct Row {
         LPCSTR type;
         Decoder decoder;
-    } rows[] = {
+    };
+    const Row rows[] = {
         {PKCS_ENCRYPTED_PRIVATE_KEY_INFO, DecodeEncryptedKey},
         {PKCS_PRIVATE_KEY_INFO, DecodePrivateKey},
         {PKCS_RSA_PRIVATE_KEY, DecodeRsaKey},
         {X509_BITS, DecodeBits},
     };
-    for (const auto& row : rows) {
-        if (row.type == structType)
-            return row.decoder;
-    }
-    return nullptr;
+    const Row* known = FindRow(rows, [structType](const Row& row) { return row.type == structType; });
+    return known ? known->decoder : nullptr;
 }
 
 }  // namespace

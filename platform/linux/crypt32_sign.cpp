@@ -1,11 +1,8 @@
 // CryptSignAndEncodeCertificate: the DER form of a CERT_INFO, and its signature.
-#include <string.h>
-
-#include <algorithm>
-#include <iterator>
 #include <string>
 #include <string_view>
 
+#include "platform/find_row.h"
 #include "platform/linux/object_identifier.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/software_key.h"
@@ -16,7 +13,7 @@
 namespace {
 
 struct SignatureAlgorithm {
-    const char* objectId;
+    std::string_view objectId;
     const char* digestName;
 };
 constexpr SignatureAlgorithm kSignatureAlgorithms[] = {
@@ -27,7 +24,7 @@ constexpr SignatureAlgorithm kSignatureAlgorithms[] = {
 };
 
 // Empty parameters are omitted for these algorithms, and written as NULL for all others.
-constexpr const char* kWithoutParameters[] = {
+constexpr std::string_view kWithoutParameters[] = {
     "1.2.840.10040.4.1",   "1.2.840.10040.4.3",   "1.2.840.10045.2.1",   "1.2.840.10045.4.1",
     "1.2.840.10045.4.3.2", "1.2.840.10045.4.3.3", "1.2.840.10045.4.3.4",
 };
@@ -41,12 +38,10 @@ std::string_view ViewOf(const CRYPT_INTEGER_BLOB& blob)
 
 const char* DigestOf(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
 {
-    if (!algorithm.pszObjId)
-        return nullptr;
-    const auto found =
-        std::find_if(std::begin(kSignatureAlgorithms), std::end(kSignatureAlgorithms),
-                     [&](const SignatureAlgorithm& row) { return strcmp(row.objectId, algorithm.pszObjId) == 0; });
-    return found == std::end(kSignatureAlgorithms) ? nullptr : found->digestName;
+    const std::string_view objectId = algorithm.pszObjId ? algorithm.pszObjId : "";
+    const SignatureAlgorithm* known =
+        FindRow(kSignatureAlgorithms, [objectId](const SignatureAlgorithm& row) { return row.objectId == objectId; });
+    return known ? known->digestName : nullptr;
 }
 
 // Adds elements to a sequence. Throws Failure for a part that can't be encoded: an empty element.
@@ -75,8 +70,7 @@ std::string MakeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm)
     DerSequence made;
     made.AddObjectId(algorithm.pszObjId);
     const bool staysEmpty =
-        std::any_of(std::begin(kWithoutParameters), std::end(kWithoutParameters),
-                    [&](const char* objectId) { return strcmp(objectId, algorithm.pszObjId) == 0; });
+        FindRow(kWithoutParameters, [&](std::string_view objectId) { return objectId == algorithm.pszObjId; });
     if (algorithm.Parameters.cbData != 0)
         made.Add(ViewOf(algorithm.Parameters));
     else if (!staysEmpty)

@@ -192,20 +192,6 @@ class NameParser {
     size_t start_ = 0;
 };
 
-// *errorAt: the offset of a syntax error in `text`, in UTF-16 units.
-LONG EncodeName(std::u16string_view text, DWORD strType, BYTE* encoded, DWORD* size, size_t* errorAt)
-{
-    if (!size || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)
-        return E_INVALIDARG;
-    NameParser parser(text, strType);
-    std::string name;
-    const LONG error = CodeOf([&] { name = parser.Parse(); });
-    *errorAt = parser.position();
-    if (error != ERROR_SUCCESS)
-        *size = 0;
-    return error == ERROR_SUCCESS ? GiveOut(name, encoded, size) : error;
-}
-
 bool IsTextError(LONG error)
 {
     return error == CRYPT_E_INVALID_X500_STRING || error == CRYPT_E_INVALID_PRINTABLE_STRING ||
@@ -216,23 +202,36 @@ bool IsTextError(LONG error)
 
 BOOL WINAPI CertStrToNameW(DWORD, LPCWSTR text, DWORD strType, void*, BYTE* encoded, DWORD* size, LPCWSTR* errorAt)
 {
+    if (errorAt)
+        *errorAt = nullptr;
     return Succeeds([&]() -> LONG {
-        size_t good = 0;
-        const LONG error = EncodeName(ViewOf(text), strType, encoded, size, &good);
-        if (errorAt)
-            *errorAt = IsTextError(error) ? text + good : nullptr;
+        if (!size || (strType & ~CERT_NAME_STR_ENABLE_UTF8_UNICODE_FLAG) != CERT_X500_NAME_STR)
+            return E_INVALIDARG;
+        NameParser parser(ViewOf(text), strType);
+        std::string name;
+        const LONG error = CodeOf([&] { name = parser.Parse(); });
+        if (error == ERROR_SUCCESS)
+            return GiveOut(name, encoded, size);
+        *size = 0;
+        if (errorAt && IsTextError(error))
+            *errorAt = text + parser.position();
         return error;
     });
 }
 
-BOOL WINAPI CertStrToNameA(DWORD, LPCSTR text, DWORD strType, void*, BYTE* encoded, DWORD* size, LPCSTR* errorAt)
+BOOL WINAPI CertStrToNameA(DWORD encodingType, LPCSTR text, DWORD strType, void* reserved, BYTE* encoded, DWORD* size,
+                           LPCSTR* errorAt)
 {
-    return Succeeds([&]() -> LONG {
+    return Succeeds([&] {
         const std::u16string wide = ToUtf16(text ? text : "");
-        size_t good = 0;
-        const LONG error = EncodeName(wide, strType, encoded, size, &good);
+        LPCWSTR wideErrorAt = nullptr;
+        const BOOL done = CertStrToNameW(encodingType, wide.c_str(), strType, reserved, encoded, size, &wideErrorAt);
         if (errorAt)
-            *errorAt = IsTextError(error) ? text + ToUtf8(std::u16string_view(wide).substr(0, good)).size() : nullptr;
-        return error;
+            *errorAt =
+                wideErrorAt
+                    ? text + ToUtf8(std::u16string_view(wide.c_str(), static_cast<size_t>(wideErrorAt - wide.c_str())))
+                                 .size()
+                    : nullptr;
+        return done ? LONG{ERROR_SUCCESS} : static_cast<LONG>(GetLastError());
     });
 }

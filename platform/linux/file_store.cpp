@@ -4,12 +4,12 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
-#include "platform/linux/monotonic.h"
 #include "platform/linux/outcome.h"
 
 namespace {
@@ -17,7 +17,7 @@ namespace {
 constexpr mode_t kDirectoryMode = 0700;
 constexpr mode_t kFileMode = 0600;
 
-constexpr DWORD kLongestPauseMs = 16;
+constexpr std::chrono::milliseconds kLongestPause(16);
 
 LONG LastErrno()
 {
@@ -192,18 +192,17 @@ LONG StoreLock::Acquire(const std::string& path, DWORD patienceMs)
     file_.Reset(OpenRegularFile(path + ".lock", O_RDWR | O_CREAT, kFileMode));
     if (!file_.IsOpen())
         return LastErrno();
-    const timespec deadline = MonotonicAfter(patienceMs);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
     // flock has no time limit, so poll.
-    for (DWORD pauseMs = 1; flock(file_.Get(), LOCK_EX | LOCK_NB) != 0;
-         pauseMs = std::min(2 * pauseMs, kLongestPauseMs)) {
+    for (std::chrono::milliseconds pause(1); flock(file_.Get(), LOCK_EX | LOCK_NB) != 0;
+         pause = std::min(2 * pause, kLongestPause)) {
         if (errno == EINTR)
             continue;
         if (errno != EWOULDBLOCK)
             return LastErrno();
-        if (HasPassed(deadline))
+        if (std::chrono::steady_clock::now() >= deadline)
             return ERROR_LOCK_VIOLATION;
-        const timespec pause = {0, static_cast<long>(pauseMs) * 1000000};
-        nanosleep(&pause, nullptr);
+        std::this_thread::sleep_for(pause);
     }
     return ERROR_SUCCESS;
 }

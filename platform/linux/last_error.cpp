@@ -1,5 +1,6 @@
 #include <errno.h>
 
+#include "platform/find_row.h"
 #include "platform/linux/outcome.h"
 
 namespace {
@@ -44,9 +45,6 @@ void WINAPI SetLastError(DWORD error)
 
 LONG ErrorFromErrno(int error)
 {
-    for (const ErrnoRow& row : kErrnoRows) {
-        if (row.number == error)
-            return row.error;
-    }
-    return ERROR_IO_DEVICE;
+    const ErrnoRow* known = FindRow(kErrnoRows, [error](const ErrnoRow& row) { return row.number == error; });
+    return known ? known->error : ERROR_IO_DEVICE;
 }

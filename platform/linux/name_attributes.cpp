@@ -1,8 +1,6 @@
 #include "platform/linux/name_attributes.h"
 
-#include <algorithm>
-#include <iterator>
-
+#include "platform/find_row.h"
 #include "platform/linux/text.h"
 
 namespace {
@@ -36,21 +34,14 @@ constexpr NameAttribute kAttributes[] = {
     {u"dnQualifier", "2.5.4.46", NameText::printable},
 };
 
-template <typename Test>
-const NameAttribute* FirstThat(Test test)
-{
-    const auto found = std::find_if(std::begin(kAttributes), std::end(kAttributes), test);
-    return found == std::end(kAttributes) ? nullptr : found;
-}
-
 }  // namespace
 
 const NameAttribute* FindAttributeById(std::string_view objectId)
 {
-    return FirstThat([objectId](const NameAttribute& row) { return row.objectId == objectId; });
+    return FindRow(kAttributes, [objectId](const NameAttribute& row) { return row.objectId == objectId; });
 }
 
 const NameAttribute* FindAttributeByKey(std::u16string_view key)
 {
-    return FirstThat([key](const NameAttribute& row) { return EqualIgnoringCase(row.key, key); });
+    return FindRow(kAttributes, [key](const NameAttribute& row) { return EqualIgnoringCase(row.key, key); });
 }

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/linux/der.h"
 #include "platform/linux/win_crypt.h"
@@ -53,6 +54,13 @@ class StructureBlock {
     {
         const size_t size = (text.size() + 1) * sizeof(WCHAR);
         return reinterpret_cast<LPWSTR>(Append(BytesOf(reinterpret_cast<const BYTE*>(text.c_str()), size)));
+    }
+
+    template <typename T>
+    T* AppendArray(const std::vector<T>& items)
+    {
+        return reinterpret_cast<T*>(
+            Append(BytesOf(reinterpret_cast<const BYTE*>(items.data()), items.size() * sizeof(T))));
     }
 
     CRYPT_INTEGER_BLOB AppendBlob(std::string_view part)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/find_row.h"
 #include "platform/linux/win_kernel.h"
 
 namespace {
@@ -41,11 +42,10 @@ CodePoint TakeUtf8(std::string_view* text)
         text->remove_prefix(1);
         return {first, true};
     }
-    const auto rule =
-        std::find_if(std::begin(kSequenceRules), std::end(kSequenceRules),
-                     [first](const SequenceRule& r) { return first >= r.firstLow && first <= r.firstHigh; });
+    const SequenceRule* rule = FindRow(
+        kSequenceRules, [first](const SequenceRule& row) { return first >= row.firstLow && first <= row.firstHigh; });
     size_t taken = 1;
-    if (rule != std::end(kSequenceRules)) {
+    if (rule) {
         char32_t value = first & (0x3Fu >> rule->following);
         for (; taken <= rule->following && taken < text->size(); taken++) {
             const unsigned char low = taken == 1 ? rule->secondLow : 0x80;
@@ -128,11 +128,7 @@ std::string ToUtf8(std::u16string_view text)
 std::u16string ToUtf16(std::string_view text)
 {
     std::u16string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        char16_t units[2];
-        result.append(units, PutUtf16(TakeUtf8(&text).value, units));
-    }
+    ToUtf16Strict(text, &result);
     return result;
 }
 
@@ -140,14 +136,14 @@ bool ToUtf16Strict(std::string_view text, std::u16string* out)
 {
     out->clear();
     out->reserve(text.size());
+    bool wellFormed = true;
     while (!text.empty()) {
         const CodePoint point = TakeUtf8(&text);
-        if (!point.valid)
-            return false;
+        wellFormed &= point.valid;
         char16_t units[2];
         out->append(units, PutUtf16(point.value, units));
     }
-    return true;
+    return wellFormed;
 }
 
 bool IsWellFormed(std::u16string_view text)

@@ -25,7 +25,7 @@ size_t PutUtf16(char32_t value, char16_t* out);
 std::string ToUtf8(std::u16string_view text);
 std::u16string ToUtf16(std::string_view text);
 
-// False if `text` is malformed.
+// Both return false if `text` is malformed; *out is then the same as ToUtf16's result.
 bool ToUtf16Strict(std::string_view text, std::u16string* out);
 bool IsWellFormed(std::u16string_view text);
 

@@ -1,3 +1,4 @@
+#include "platform/find_row.h"
 #include "platform/linux/win_constants.h"
 #include "platform/linux/winhttp_exchange.h"
 
@@ -41,11 +42,8 @@ LONG ErrorFromCurl(CURLcode code, bool tlsRefused)
 {
     if (code == CURLE_SSL_CONNECT_ERROR)
         return tlsRefused ? ERROR_WINHTTP_SECURE_FAILURE : ERROR_WINHTTP_CONNECTION_ERROR;
-    for (const ErrorRow& row : kErrorRows) {
-        if (row.code == code)
-            return row.error;
-    }
-    return ERROR_WINHTTP_INTERNAL_ERROR;
+    const ErrorRow* known = FindRow(kErrorRows, [code](const ErrorRow& row) { return row.code == code; });
+    return known ? known->error : ERROR_WINHTTP_INTERNAL_ERROR;
 }
 
 }  // namespace winhttp
