@@ -141,8 +141,8 @@ try_long_windows() {
     keep long-windows "$top/stress/long.jq" <"$work/long.json"
 }
 
-# Every target for its share of the minutes, two at a time. What is found stays in build/fuzz/findings. Inputs that reach
-# something new stay in build/fuzz/found and count for the coverage.
+# Every target for its share of the minutes, as many at a time as there are processors. Executions and processor time add up from run
+# to run, until build/fuzz is deleted. Inputs that reach something new stay in build/fuzz/found and count for the coverage.
 try_fuzz() {
     "$top/tools/packages.sh" clang llvm libclang-rt-dev
     for build in "fuzz -DKELVARO_FUZZ=ON" "fuzz-coverage -DCMAKE_CXX_FLAGS=-fprofile-instr-generate\ -fcoverage-mapping"; do
@@ -150,30 +150,21 @@ try_fuzz() {
         eval "CC=clang CXX=clang++ configure $build -DKELVARO_TESTS=OFF"
         build_quietly "${build%% *}" kelvaro_fuzz
     done
-    found=$top/build/fuzz/found
     targets=$(ls "$top/fuzz/corpus")
     seconds=$((minutes * 60 * $(nproc) / $(echo "$targets" | wc -l)))
-    rm -rf "$found/../findings"
-    mkdir -p "$found/../findings"
-    for target in $targets; do mkdir -p "$found/$target"; done
-    # shellcheck disable=SC2016
-    ASAN_OPTIONS=allocator_may_return_null=1 FOUND=$found TOP=$top WORK=$work SECONDS_EACH=$((seconds > 1 ? seconds : 1)) \
-        xargs -P "$(nproc)" -n 1 sh -c '"$TOP/build/fuzz/fuzz/kelvaro_fuzz" "--$1" -max_total_time="$SECONDS_EACH" -timeout=20 \
-            -close_fd_mask=1 -dict="$TOP/fuzz/dictionary" -artifact_prefix="$FOUND/../findings/$1-" -print_final_stats=1 \
-            "$FOUND/$1" "$TOP/fuzz/corpus/$1" 2>"$WORK/$1.log" || true' sh <<EOT
-$targets
-EOT
+    echo "$targets" | xargs -P "$(nproc)" -n 1 "$top/stress/fuzz_target.sh" "$top" $((seconds > 1 ? seconds : 1))
+    found=$top/build/fuzz/found
     for target in $targets; do
-        echo "$target $(sed -n 's/stat::number_of_executed_units: //p' "$work/$target.log") $(find "$found/../findings" -name "$target-*" | wc -l)"
-    done >"$work/runs"
+        echo "$target $(find "$top/build/fuzz/findings" -name "$target-*" | wc -l)"
+    done >"$work/findings"
     program=$top/build/fuzz-coverage/fuzz/kelvaro_fuzz
     for corpus in "$top/fuzz/corpus" "$found"; do
         LLVM_PROFILE_FILE=$work/%p.profraw "$program" "$corpus" >/dev/null
     done
     llvm-profdata merge -o "$work/profile" "$work"/*.profraw
     llvm-cov export -summary-only -instr-profile "$work/profile" "$program" >"$work/coverage"
-    jq -n --rawfile runs "$work/runs" --slurpfile coverage "$work/coverage" \
-        '{runs: $runs, coverage: $coverage[0]}' >"$work/fuzz"
+    jq -n --rawfile tally "$top/build/fuzz/tally" --rawfile findings "$work/findings" --slurpfile coverage "$work/coverage" \
+        '{tally: $tally, findings: $findings, coverage: $coverage[0]}' >"$work/fuzz"
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 

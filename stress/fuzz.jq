@@ -1,7 +1,13 @@
-# From the fuzz targets' runs ("NAME EXECUTIONS FINDINGS" a line) and the coverage of all that they reached.
-{
-  targets: [.runs | split("\n")[] | select(. != "") | split(" ") | {name: .[0], executions: (.[1] | tonumber? // 0), findings: (.[2] | tonumber)}],
+# From the targets' runs ("NAME EXECUTIONS SECONDS" a line, several for a target), their findings ("NAME COUNT" a line) and the
+# coverage of all that they reached.
+def rows: split("\n")[] | select(. != "") | split(" ");
+([.findings | rows | {(.[0]): (.[1] | tonumber)}] | add) as $findings
+| {
+  targets: ([.tally | rows] | group_by(.[0])
+    | map({name: .[0][0], executions: (map(.[1] | tonumber) | add), minutes: ((map(.[2] | tonumber) | add) / 6 | round / 10),
+        findings: $findings[.[0][0]]})),
   rooms: ([.coverage.data[0].files[] | {room: (.filename | split("/../../")[1] // "" | split("/")[0]), lines: .summary.lines}]
     | group_by(.room) | map({room: .[0].room, lines: (map(.lines.count) | add), covered: (map(.lines.covered) | add)})
     | map(select(.room | IN("provider", "certsync", "keyvault", "support"))))
-} | .ok = all(.targets[]; .executions > 0 and .findings == 0)
+}
+| .ok = (all(.targets[]; .executions > 0 and .findings == 0) and (.targets | length) == ($findings | length))

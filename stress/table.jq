@@ -12,8 +12,8 @@ def faults:
     "\(.descriptors) descriptors more, \(.memoryKb) KB more, \(.seconds) s");
 
 def fuzz:
-  (["target", "executions", "findings"] | head),
-  (.targets[] | [.name, .executions, .findings] | row),
+  (["target", "executions", "minutes of processor time", "findings"] | head),
+  (.targets[] | [.name, .executions, .minutes, .findings] | row),
   "",
   (["room", "lines", "covered by the targets alone"] | head),
   (.rooms[] | [.room, .lines, "\(.covered * 1000 / .lines | round / 10) %"] | row);
