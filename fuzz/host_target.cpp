@@ -76,7 +76,8 @@ void Lists(const HostCall& c, Host& host)
     NCryptAlgorithmName* algorithms = nullptr;
     if (c.what == 'q')
         Try(c, t.IsAlgSupported, host.provider, c.name, c.flags);
-    if (c.what == 'b' && host.walk)
+    // A host frees its buffers before it unloads the module, which would no longer know them.
+    if (strchr("bz", c.what) && host.walk)
         t.FreeBuffer(std::exchange(host.walk, nullptr));
     if (c.what == 'k' && Try(c, t.EnumKeys, host.provider, nullptr, &found, &host.walk, c.flags) == 0)
         t.FreeBuffer(found);

@@ -124,13 +124,14 @@ class Parser {
         return false;
     }
 
-    // Trimmed, without its line end.
+    // Trimmed, without its line end. Carriage returns before a line end belong to it: a comment that ended in one would
+    // lose it when it is written and read again.
     void NextLine()
     {
         const size_t end = text_.find('\n');
         View line = text_.substr(0, end);
         text_.remove_prefix(end == View::npos ? text_.size() : end + 1);
-        if (!line.empty() && line.back() == '\r')
+        while (!line.empty() && (line.back() == '\r' || IsBlank(line.back())))
             line.remove_suffix(1);
         line_ = Trim(line);
         number_++;
