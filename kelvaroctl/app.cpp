@@ -5,7 +5,6 @@
 
 #include "kelvaroctl/command.h"
 #include "kelvaroctl/commands.h"
-#include "kelvaroctl/interruption.h"
 #include "kelvaroctl/log_lines.h"
 #include "kelvaroctl/terminal.h"
 
@@ -37,7 +36,7 @@ static Context ContextOf(const Failure& failure, const Tool& tool)
         context.signIn = tool.SignInWords();
     }
     if (network || failure.status)
-        context.log = FindLogIfReadable();
+        context.log = IfPossible(FindLog);
     context.lines = tool.LogLines();
     context.doctorHelps = network || failure.exit() == ExitCode::Configuration || failure.exit() == ExitCode::Internal;
     return context;

@@ -18,28 +18,26 @@ static Json HiveObject(const SettingsHive& hive)
     return {{"hive", hive.name()}, {"key", ToNarrow(kSettingsKey)}, {"place", SettingsPlace(hive.handle())}};
 }
 
-static std::string Accounts(const std::vector<std::string>& readers)
+// The answer of a command for one setting.
+static Answer AnswerFor(const SettingsHive& hive, const Setting& setting)
 {
-    return readers.empty() ? "nobody yet" : Joined(readers);
+    Answer answer = {HiveObject(hive)};
+    answer.object["name"] = setting.name;
+    return answer;
 }
 
-// Who can read the machine's settings; best effort.
-static void ReportAccess(Answer* answer)
+// Adds who can read the machine's settings.
+static void AddAccess(const SettingsAccess& access, const std::string& words, Answer* answer)
 {
-    try {
-        const SettingsAccess access = ReadSettingsAccess();
-        answer->object["readers"] = access.readers;
-        answer->object["open"] = access.open;
-        answer->text += "read by " + Accounts(access.readers) + "\n";
-    } catch (const Failure&) {
-    }
+    answer->object["readers"] = access.readers;
+    answer->object["open"] = access.open;
+    answer->text += words + (access.readers.empty() ? "nobody yet" : Joined(access.readers)) + "\n";
 }
 
 Answer ShowConfig(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
-    Answer answer;
-    answer.object = HiveObject(hive);
+    Answer answer = {HiveObject(hive)};
     answer.object["exists"] = hive.Exists();
     const SettingsReport report = ReportSettings(hive);
     answer.object["settings"] = report.settings;
@@ -47,8 +45,8 @@ Answer ShowConfig(Tool& tool)
     answer.text = hive.scope() + " settings, " + SettingsPlace(hive.handle()) +
                   (hive.Exists() ? "\n" : " (none yet)\n") + Columns(report.settingRows, 2);
     answer.text += "kept by the provider\n" + Columns(report.stateRows, 2);
-    if (hive.isMachine())
-        ReportAccess(&answer);
+    if (const auto access = hive.isMachine() ? IfPossible(ReadSettingsAccess) : std::nullopt)
+        AddAccess(*access, "read by ", &answer);
     return answer;
 }
 
@@ -60,11 +58,8 @@ Answer ProtectConfig(Tool& tool)
     const SettingsAccess access = ReadSettingsAccess();
     if (access.open)
         tool.Warn("ordinary users can still read the settings: one of the accounts given is a group of all users");
-    Answer answer;
-    answer.object = HiveObject(tool.hive());
-    answer.object["readers"] = access.readers;
-    answer.object["open"] = access.open;
-    answer.text = "the machine's settings can be read by " + Accounts(access.readers) + "\n";
+    Answer answer = {HiveObject(tool.hive())};
+    AddAccess(access, "the machine's settings can be read by ", &answer);
     return answer;
 }
 
@@ -101,9 +96,7 @@ Answer GetSetting(Tool& tool)
     const Setting& setting = SettingFor(tool.name, hive);
     const Json member = ReportSettings(hive).settings[setting.name];
     const Json& value = member.contains("state") ? member["state"] : member["value"];
-    Answer answer;
-    answer.object = HiveObject(hive);
-    answer.object["name"] = setting.name;
+    Answer answer = AnswerFor(hive, setting);
     answer.object.update(member);
     answer.text = (value.is_string() ? Printable(value.get<std::string>()) : value.dump()) + "\n";
     return answer;
@@ -152,9 +145,7 @@ static Answer SetSecret(Tool& tool, const SettingsHive& hive, const Setting& set
     if (hive.isMachine())
         CheckAccess(tool);
     WriteText(tool, hive, setting, ReadSecretLine("Client secret: "));
-    Answer answer;
-    answer.object = HiveObject(hive);
-    answer.object["name"] = setting.name;
+    Answer answer = AnswerFor(hive, setting);
     ProtectSecret(tool);
     answer.object["state"] = SecretState(hive);
     answer.text = "ClientSecret of the " + hive.scope() + " is " + answer.object["state"].get<std::string>() + "\n";
@@ -185,9 +176,7 @@ Answer SetSetting(Tool& tool)
     }
     if (!tool.value)
         throw UsageFailure(std::string("missing value for ") + setting.name);
-    Answer answer;
-    answer.object = HiveObject(hive);
-    answer.object["name"] = setting.name;
+    Answer answer = AnswerFor(hive, setting);
     if (IsText(setting)) {
         const std::string text = ShortForm(setting, *tool.value);
         WriteText(tool, hive, setting, text);
@@ -212,9 +201,7 @@ Answer UnsetSetting(Tool& tool)
     // The secret has two forms.
     if (setting.kind == SettingKind::Secret && hive.Remove("ClientDPAPISecret"))
         removed = true;
-    Answer answer;
-    answer.object = HiveObject(hive);
-    answer.object["name"] = setting.name;
+    Answer answer = AnswerFor(hive, setting);
     answer.object["removed"] = removed;
     answer.text = std::string(setting.name) + " of the " + hive.scope() +
                   (removed ? " is no longer set; " + WhenItCounts(setting) : " was not set") + "\n";
@@ -253,7 +240,7 @@ Answer ImportConfig(Tool& tool)
     std::vector<SettingChange> changes;
     try {
         const Bytes content = ReadInput(tool.input, kLargestImport);
-        changes = CheckImport({reinterpret_cast<const char*>(content.data()), content.size()});
+        changes = CheckImport(AsText(content));
     } catch (const Failure& failure) {
         throw Failure(failure.exit(), failure.code(), tool.input + ": " + failure.what() + "; nothing was imported");
     }

@@ -47,10 +47,8 @@ static Answer Crypt(const Tool& tool, Operation operation)
         throw UsageFailure(has + "a ciphertext of this key has " + std::to_string(modulus));
     const Bytes output = key.Crypt(operation, input, modulus, padding.flag);
     file.Write(output);
-    Answer answer;
-    answer.object = {{"key", tool.key}, {"padding", tool.padding}, {"file", tool.output}, {"bytes", output.size()}};
-    answer.text = std::to_string(output.size()) + " bytes written to " + tool.output + "\n";
-    return answer;
+    return {{{"key", tool.key}, {"padding", tool.padding}, {"file", tool.output}, {"bytes", output.size()}},
+            std::to_string(output.size()) + " bytes written to " + tool.output + "\n"};
 }
 
 Answer EncryptFile(Tool& tool)

@@ -76,6 +76,17 @@ inline Failure InternalFailure(std::string message)
     return Failure(ExitCode::Internal, "internal", std::move(message));
 }
 
+// What `read` returns; nullopt if it fails.
+template <typename Read>
+auto IfPossible(Read read) -> std::optional<decltype(read())>
+{
+    try {
+        return read();
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
 // "cannot ATTEMPT NAME: reason", with the reason from errno.
 inline Failure FileFailure(const std::string& attempt, const std::string& name)
 {

@@ -7,8 +7,8 @@
 
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/file_access.h"
-#include "kelvaroctl/interruption.h"
 #include "kelvaroctl/places.h"
+#include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {
 

@@ -27,6 +27,7 @@ class OutputFile {
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
+    const std::string& name() const { return name_; }
     // Replaces the content. Throws a usage failure if that fails.
     void Write(const Bytes& content);
 

@@ -1,3 +1,4 @@
+#include "kelvaroctl/certificate_request.h"
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_properties.h"
@@ -106,10 +107,7 @@ Answer ListKeys(Tool& tool)
         failure.partialText = Columns(list.rows);
         throw;
     }
-    Answer answer;
-    answer.object["keys"] = std::move(list.keys);
-    answer.text = list.rows.empty() ? "no keys\n" : Columns(list.rows);
-    return answer;
+    return {{{"keys", list.keys}}, list.rows.empty() ? "no keys\n" : Columns(list.rows)};
 }
 
 // The public key, or why it is only available in CNG's format.
@@ -157,10 +155,8 @@ Answer ShowProperties(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
     const Key key(*provider, tool.name);
-    Answer answer;
-    answer.object = {{"name", tool.name}, {"properties", KeyProperties(key)}};
-    answer.text = PropertyColumns(answer.object["properties"], 0);
-    return answer;
+    const Json properties = KeyProperties(key);
+    return {{{"name", tool.name}, {"properties", properties}}, PropertyColumns(properties, 0)};
 }
 
 static Bytes BytesOf(const std::string& text)
@@ -192,11 +188,37 @@ Answer ExportKey(Tool& tool)
         answer.object["pem"] = answer.text;
         content = BytesOf(answer.text);
     }
-    if (!tool.output.empty()) {
-        output.Write(content);
-        answer.object["file"] = tool.output;
-        answer.text = "public key written to " + tool.output + "\n";
-    }
+    PutInFile(&output, "public key", content, &answer);
+    return answer;
+}
+
+static RequestContent ContentOf(const Arguments& arguments)
+{
+    RequestContent content;
+    content.subject = EncodeName(arguments.subject);
+    for (const std::string& name : arguments.altNames)
+        content.names.push_back(ParseSubjectAltName(name));
+    if (arguments.subject.empty() && content.names.empty())
+        throw UsageFailure("a request needs a --subject or a --san");
+    return content;
+}
+
+Answer RequestCertificate(Tool& tool)
+{
+    const RequestContent content = ContentOf(tool);
+    if (tool.der && tool.output.empty())
+        throw UsageFailure("DER is binary: name a file with --out");
+    OutputFile output(tool.output, "");
+    const auto provider = tool.OpenProvider();
+    const Key key(*provider, tool.name);
+    const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
+    const Bytes request = MakeRequest(content, publicKey, [&](const auto& algorithm, const Bytes& digest) {
+        return key.Sign(Padding(algorithm), digest);
+    });
+    const std::string pem = PemText(request, "CERTIFICATE REQUEST");
+    Answer answer = {{{"name", tool.name}, {"key", Describe(publicKey)}, {"pem", pem}}, pem};
+    PutInFile(&output, "certificate request of '" + Printable(tool.name) + "' (" + Describe(publicKey) + ")",
+              tool.der ? request : BytesOf(pem), &answer);
     return answer;
 }
 

@@ -87,7 +87,7 @@ std::string NumberWords(const std::string& text, std::string* remedy)
 
 LogMark::LogMark()
 {
-    const std::optional<LogPlace> log = FindLogIfReadable();
+    const std::optional<LogPlace> log = IfPossible(FindLog);
     if (!log || !log->level)
         return;
     file_ = log->file;
@@ -103,7 +103,7 @@ std::vector<LogLine> LogMark::Lines() const
         return lines;
     AddPart(PartOf(file_, size_), &lines);
     // After midnight the module writes to the next day's file.
-    const std::optional<LogPlace> log = FindLogIfReadable();
+    const std::optional<LogPlace> log = IfPossible(FindLog);
     if (log && log->file != file_)
         AddPart(PartOf(log->file, 0), &lines);
     return lines;

@@ -10,18 +10,14 @@
 
 namespace kelvaroctl {
 
-static LONG Level(const SettingsHive& hive, const char* name)
-{
-    return static_cast<LONG>(ReadSetting(hive, *FindSetting(name)).number);
-}
-
 LogPlace FindLog()
 {
     const SettingsHive machine(HKEY_LOCAL_MACHINE);
     LogPlace log;
-    log.level =
-        static_cast<DWORD>(std::max<LONG>({0, Level(machine, "LoggingLevel"), Level(machine, "EVLoggingLevel")}));
-    const WideText folder = ReadSetting(machine, *FindSetting("LogfilePath")).text;
+    for (const char* name : {"LoggingLevel", "EVLoggingLevel"})
+        log.level = static_cast<DWORD>(
+            std::max(static_cast<LONG>(log.level), static_cast<LONG>(ReadSetting(machine, name).number)));
+    const WideText folder = ReadSetting(machine, "LogfilePath").text;
     // One file for each day in UTC.
     log.file = FilePlace(folder + ToWide(UtcText(time(nullptr), "\\%Y-%m-%d_Kelvaro.log")));
     std::error_code ignored;
@@ -29,15 +25,6 @@ LogPlace FindLog()
     log.folderExists = std::filesystem::is_directory(place, ignored);
     log.othersCanWrite = log.folderExists && OthersCanWrite(place.u8string());
     return log;
-}
-
-std::optional<LogPlace> FindLogIfReadable()
-{
-    try {
-        return FindLog();
-    } catch (const Failure&) {
-        return std::nullopt;
-    }
 }
 
 std::string LogAdvice(const LogPlace& log)

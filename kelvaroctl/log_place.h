@@ -1,7 +1,6 @@
 // Where the module's log is.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "kelvaroctl/text.h"
@@ -17,8 +16,6 @@ struct LogPlace {
 
 // From the machine's settings. Throws a configuration failure if they cannot be read.
 LogPlace FindLog();
-// nullopt if they cannot be read.
-std::optional<LogPlace> FindLogIfReadable();
 
 // "log: FILE" and what is wrong with its folder, or how to turn on logging.
 std::string LogAdvice(const LogPlace& log);

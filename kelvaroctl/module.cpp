@@ -4,7 +4,6 @@
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/module_host.h"
 #include "kelvaroctl/places.h"
-#include "kelvaroctl/provider_binding.h"
 
 namespace kelvaroctl {
 

@@ -5,14 +5,30 @@
 #include <optional>
 #include <string>
 
-#include "kelvaroctl/provider_binding.h"
+#include "kelvaroctl/owner.h"
 #include "kelvaroctl/signature_algorithms.h"
 #include "kelvaroctl/statuses.h"
 #include "kelvaroctl/text.h"
 #include "kelvaroctl/wait_notice.h"
+#include "platform/cng_provider.h"
 #include "platform/product.h"
 
 namespace kelvaroctl {
+
+// How the tool calls the provider: through a function table, from the module itself or from the platform's router.
+struct ProviderBinding {
+    Owner<std::remove_pointer_t<HMODULE>, FreeLibrary> module;  // NULL: the router chooses it
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
+    std::string place = {};  // for messages: the module's path, or who chooses the module
+};
+
+// Loads the module. path: empty for the one beside this program or, if there is none, the installed one. Throws a
+// configuration failure.
+ProviderBinding LoadModule(const std::string& path);
+
+// Uses the platform's key storage router, as other programs do. Throws a usage failure on systems without one. Each
+// system has its own source, chosen by the build.
+ProviderBinding OpenRouter();
 
 // What the module allocated.
 template <typename T>

@@ -21,7 +21,7 @@ Answer ShowProvider(Tool& tool)
     const DWORD longest = provider->NumberProperty(NCRYPT_MAX_NAME_LENGTH_PROPERTY);
     const SettingsHive hive = tool.hive();
     const SettingsReport report = ReportSettings(hive);
-    const std::optional<LogPlace> log = FindLogIfReadable();
+    const std::optional<LogPlace> log = IfPossible(FindLog);
     const std::string advice = log ? LogAdvice(*log) : "log: unknown, since the machine's settings cannot be read";
 
     Answer answer;

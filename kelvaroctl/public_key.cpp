@@ -11,14 +11,14 @@ namespace kelvaroctl {
 static const Bytes kRsaEncryption = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
 static const Bytes kEcPublicKey = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
 
+static const Bytes kP256 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
+static const Bytes kP384 = {0x2B, 0x81, 0x04, 0x00, 0x22};
+static const Bytes kP521 = {0x2B, 0x81, 0x04, 0x00, 0x23};
+
 static const Curve kCurves[] = {
-    {"P-256",
-     BCRYPT_ECDSA_PUBLIC_P256_MAGIC,
-     BCRYPT_ECDH_PUBLIC_P256_MAGIC,
-     32,
-     {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07}},
-    {"P-384", BCRYPT_ECDSA_PUBLIC_P384_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC, 48, {0x2B, 0x81, 0x04, 0x00, 0x22}},
-    {"P-521", BCRYPT_ECDSA_PUBLIC_P521_MAGIC, BCRYPT_ECDH_PUBLIC_P521_MAGIC, 66, {0x2B, 0x81, 0x04, 0x00, 0x23}},
+    {"P-256", BCRYPT_ECDSA_PUBLIC_P256_MAGIC, BCRYPT_ECDH_PUBLIC_P256_MAGIC, 32, kP256},
+    {"P-384", BCRYPT_ECDSA_PUBLIC_P384_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC, 48, kP384},
+    {"P-521", BCRYPT_ECDSA_PUBLIC_P521_MAGIC, BCRYPT_ECDH_PUBLIC_P521_MAGIC, 66, kP521},
 };
 
 static Bytes Slice(const Bytes& blob, size_t offset, size_t size)

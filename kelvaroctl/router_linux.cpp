@@ -1,5 +1,5 @@
 #include "kelvaroctl/failure.h"
-#include "kelvaroctl/provider_binding.h"
+#include "kelvaroctl/module_host.h"
 
 namespace kelvaroctl {
 

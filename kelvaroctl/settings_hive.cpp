@@ -180,4 +180,9 @@ SettingState ReadSetting(const SettingsHive& hive, const Setting& setting)
     return state;
 }
 
+SettingState ReadSetting(const SettingsHive& hive, const char* name)
+{
+    return ReadSetting(hive, *FindSetting(name));
+}
+
 }  // namespace kelvaroctl

@@ -44,6 +44,7 @@ struct SettingState {
     DWORD number = 0;      // likewise
 };
 SettingState ReadSetting(const SettingsHive& hive, const Setting& setting);
+SettingState ReadSetting(const SettingsHive& hive, const char* name);
 
 RawValue TextValue(WideView text);
 RawValue NumberValue(DWORD number);

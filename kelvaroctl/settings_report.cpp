@@ -4,9 +4,9 @@ namespace kelvaroctl {
 
 std::string SecretState(const SettingsHive& hive)
 {
-    if (ReadSetting(hive, *FindSetting("ClientSecret")).inForce)
+    if (ReadSetting(hive, "ClientSecret").inForce)
         return "set";
-    return ReadSetting(hive, *FindSetting("ClientDPAPISecret")).inForce ? "protected" : "not set";
+    return ReadSetting(hive, "ClientDPAPISecret").inForce ? "protected" : "not set";
 }
 
 // The value as text, followed by its meaning.

@@ -51,12 +51,8 @@ Answer SignFile(Tool& tool)
                      {"form", tool.der ? "der" : "raw"},
                      {"signature", Base64(signature)}};
     answer.text = Base64(signature) + "\n";
-    if (!tool.output.empty()) {
-        output.Write(signature);
-        answer.object["file"] = tool.output;
-        answer.text = "signature of " + std::to_string(signature.size()) + " bytes (" + algorithm.name +
-                      ") written to " + tool.output + "\n";
-    }
+    PutInFile(&output, "signature of " + std::to_string(signature.size()) + " bytes (" + algorithm.name + ")",
+              signature, &answer);
     return answer;
 }
 

@@ -4,36 +4,21 @@
 
 namespace kelvaroctl {
 
+static const Bytes kSha256WithRsa = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B};
+static const Bytes kEcdsaWithSha256 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02};
+static const Bytes kEcdsaWithSha384 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x03};
+static const Bytes kEcdsaWithSha512 = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x04};
+
 static const SignatureAlgorithm kAlgorithms[] = {
-    {"RS256",
-     SignatureFamily::Pkcs1,
-     BCRYPT_SHA256_ALGORITHM,
-     32,
-     nullptr,
-     {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B}},
+    {"RS256", SignatureFamily::Pkcs1, BCRYPT_SHA256_ALGORITHM, 32, nullptr, kSha256WithRsa},
     {"RS384", SignatureFamily::Pkcs1, BCRYPT_SHA384_ALGORITHM, 48, nullptr, {}},
     {"RS512", SignatureFamily::Pkcs1, BCRYPT_SHA512_ALGORITHM, 64, nullptr, {}},
     {"PS256", SignatureFamily::Pss, BCRYPT_SHA256_ALGORITHM, 32, nullptr, {}},
     {"PS384", SignatureFamily::Pss, BCRYPT_SHA384_ALGORITHM, 48, nullptr, {}},
     {"PS512", SignatureFamily::Pss, BCRYPT_SHA512_ALGORITHM, 64, nullptr, {}},
-    {"ES256",
-     SignatureFamily::Curve,
-     BCRYPT_SHA256_ALGORITHM,
-     32,
-     "P-256",
-     {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02}},
-    {"ES384",
-     SignatureFamily::Curve,
-     BCRYPT_SHA384_ALGORITHM,
-     48,
-     "P-384",
-     {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x03}},
-    {"ES512",
-     SignatureFamily::Curve,
-     BCRYPT_SHA512_ALGORITHM,
-     64,
-     "P-521",
-     {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x04}},
+    {"ES256", SignatureFamily::Curve, BCRYPT_SHA256_ALGORITHM, 32, "P-256", kEcdsaWithSha256},
+    {"ES384", SignatureFamily::Curve, BCRYPT_SHA384_ALGORITHM, 48, "P-384", kEcdsaWithSha384},
+    {"ES512", SignatureFamily::Curve, BCRYPT_SHA512_ALGORITHM, 64, "P-521", kEcdsaWithSha512},
     {"RSNULL", SignatureFamily::Pkcs1, BCRYPT_SHA1_ALGORITHM, 20, nullptr, {}},
 };
 

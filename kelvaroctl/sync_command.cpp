@@ -31,7 +31,7 @@ void CheckSyncIsOn(const Tool& tool, const SettingsHive& hive)
 {
     if (tool.user)
         throw UsageFailure("the vault's certificates are only copied to the machine's store");
-    if (ReadSetting(hive, *FindSetting("CertificatesOrKeys")).number != 0)
+    if (ReadSetting(hive, "CertificatesOrKeys").number != 0)
         throw ConfigurationFailure(
             "CertificatesOrKeys is set to plain keys, so the module copies no certificates: run kelvaroctl config set "
             "CertificatesOrKeys 0");

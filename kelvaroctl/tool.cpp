@@ -8,6 +8,15 @@
 
 namespace kelvaroctl {
 
+void PutInFile(OutputFile* file, const std::string& what, const Bytes& content, Answer* answer)
+{
+    if (file->name().empty())
+        return;
+    file->Write(content);
+    answer->object["file"] = file->name();
+    answer->text = what + " written to " + file->name() + "\n";
+}
+
 static ProviderBinding Bind(const Tool& tool)
 {
     if (tool.via == "module")
@@ -31,25 +40,17 @@ std::unique_ptr<Provider> Tool::OpenProvider() const
 
 std::string Tool::VaultWords() const
 {
-    try {
-        const std::string vault = ToNarrow(ReadSetting(hive(), *FindSetting("KeyVault")).text);
-        if (vault == "%G")
-            return "the vault that is named after the identity";
-        return vault + ".vault.azure.net" +
-               (vault.find("%D") == std::string::npos ? "" : " (%D: the machine's DNS name)");
-    } catch (const Failure&) {
-        return "";
-    }
+    const auto setting = IfPossible([&] { return ReadSetting(hive(), "KeyVault"); });
+    const std::string vault = setting ? ToNarrow(setting->text) : "";
+    if (!setting || vault == "%G")
+        return setting ? "the vault that is named after the identity" : "";
+    return vault + ".vault.azure.net" + (vault.find("%D") == std::string::npos ? "" : " (%D: the machine's DNS name)");
 }
 
 std::string Tool::SignInWords() const
 {
-    try {
-        const Setting& setting = *FindSetting("AuthenticationType");
-        return NumberMeaning(setting, ReadSetting(hive(), setting).number);
-    } catch (const Failure&) {
-        return "";
-    }
+    const auto setting = IfPossible([&] { return ReadSetting(hive(), "AuthenticationType"); });
+    return setting ? NumberMeaning(*FindSetting("AuthenticationType"), setting->number) : "";
 }
 
 std::vector<LogLine> Tool::LogLines() const

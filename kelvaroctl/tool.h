@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kelvaroctl/command.h"
+#include "kelvaroctl/files.h"
 #include "kelvaroctl/json.h"
 #include "kelvaroctl/module_host.h"
 #include "kelvaroctl/settings_hive.h"
@@ -18,6 +19,10 @@ struct Answer {
     std::string text = {};
     ExitCode exit = ExitCode::Ok;
 };
+
+// Writes the content to the command's output file, if one is named, so that the answer's text doesn't have it. what:
+// "public key".
+void PutInFile(OutputFile* file, const std::string& what, const Bytes& content, Answer* answer);
 
 struct LogLine;
 class LogMark;

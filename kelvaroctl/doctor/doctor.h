@@ -132,8 +132,10 @@ std::string ClearNameOf(const std::string& vaultName);
 
 // Keeps the answer's time for the check of the clock.
 void NoteTime(const WebAnswer& answer, Facts* facts);
-// A request to the vault, with the token.
-WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::string& path, const std::string& body = "");
+// A request to the vault, with the token. body: of a POST; empty for a GET.
+WebAnswer AskVault(const Facts& facts, const std::string& path, const std::string& body = "");
+// The outcome if something else than the service answers. whose: "service" or "vault".
+Outcome NotTheService(const WebAnswer& answer, const std::string& whose, const std::string& host);
 // The code of the vault's error, the inner one if there is one.
 std::string VaultCode(const WebAnswer& answer);
 
@@ -149,10 +151,8 @@ Outcome CheckLog(Facts& facts);
 Outcome CheckProxy(Facts& facts);
 Outcome CheckSignInName(Facts& facts);
 Outcome CheckVaultName(Facts& facts);
-Outcome CheckSignInPort(Facts& facts);
-Outcome CheckVaultPort(Facts& facts);
-Outcome CheckSignInTls(Facts& facts);
-Outcome CheckVaultTls(Facts& facts);
+Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints);
+Outcome CheckTls(const WebRequest& request, Facts* facts);  // request: without a token
 Outcome CheckClock(Facts& facts);
 Outcome CheckClientSignIn(Facts& facts);
 Outcome CheckIdentitySignIn(Facts& facts);
@@ -160,8 +160,7 @@ Outcome CheckVault(Facts& facts);
 Outcome CheckListKeys(Facts& facts);
 Outcome CheckGetKey(Facts& facts);
 Outcome CheckSignRight(Facts& facts);
-Outcome CheckListCertificates(Facts& facts);
-Outcome CheckGetCertificate(Facts& facts);
+Outcome CheckCertificateRight(Facts& facts, const char* right);  // "list" or "get"
 Outcome CheckKey(Facts& facts);
 Outcome CheckSignature(Facts& facts);
 Outcome CheckSpeed(Facts& facts);

@@ -143,9 +143,9 @@ static std::string LeftBehind(const Facts& facts, const std::string& name, bool*
 {
     const std::string area = facts.plainKeys ? "keys/" : "certificates/";
     *deletedOnly = false;
-    if (AskVault(facts, "GET", "/" + area + name).status == 200)
+    if (AskVault(facts, "/" + area + name).status == 200)
         return name;
-    *deletedOnly = AskVault(facts, "GET", "/deleted" + area + name).status == 200;
+    *deletedOnly = AskVault(facts, "/deleted" + area + name).status == 200;
     return *deletedOnly ? "the deleted " + name : "";
 }
 

@@ -104,15 +104,14 @@ static std::string VaultOf(std::string name)
     if (computer != std::string::npos)
         name.replace(computer, 2, ComputerName());
     name.erase(std::remove(name.begin(), name.end(), '.'), name.end());
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch; });
+    std::transform(name.begin(), name.end(), name.begin(), LowerAscii);
     return name.substr(0, kLongest);
 }
 
 static void TakeSettings(const SettingsHive& hive, Facts* facts)
 {
-    const auto text = [&](const char* name) { return ToNarrow(ReadSetting(hive, *FindSetting(name)).text); };
-    const auto number = [&](const char* name) { return ReadSetting(hive, *FindSetting(name)).number; };
+    const auto text = [&](const char* name) { return ToNarrow(ReadSetting(hive, name).text); };
+    const auto number = [&](const char* name) { return ReadSetting(hive, name).number; };
     facts->vaultFromIdentity = text("KeyVault") == "%G";
     if (!facts->vaultFromIdentity && TextProblem(*FindSetting("KeyVault"), ToWide(text("KeyVault"))).empty())
         facts->vault = VaultOf(text("KeyVault"));
@@ -140,12 +139,8 @@ static std::string MissingIds(const Facts& facts)
 // What is set in the other hive, which these keys don't use: it may have been meant for this one.
 static std::string OtherHive(const SettingsHive& other)
 {
-    try {
-        const std::string set = ShownSettings(other, false);
-        return other.scope() + ", for its own keys: " + (set.empty() ? "nothing set" : set);
-    } catch (const Failure&) {
-        return other.scope() + ": can't be read";
-    }
+    const auto set = IfPossible([&] { return ShownSettings(other, false); });
+    return other.scope() + (!set ? ": can't be read" : ", for its own keys: " + (set->empty() ? "nothing set" : *set));
 }
 
 Outcome CheckSettings(Facts& facts)
@@ -228,7 +223,7 @@ static bool TakesLines(const std::string& file)
 
 Outcome CheckLog(Facts&)
 {
-    const std::optional<LogPlace> log = FindLogIfReadable();
+    const std::optional<LogPlace> log = IfPossible(FindLog);
     if (!log)
         return NotNeeded("this account can't read the machine's settings, which name the log");
     if (!log->level)
@@ -241,8 +236,8 @@ Outcome CheckLog(Facts&)
                       "let all accounts that use the provider write there");
     }
     const SettingsHive machine(HKEY_LOCAL_MACHINE);
-    const std::string problem = ReadSetting(machine, *FindSetting("EVLoggingLevel")).number
-                                    ? EventSourceProblem(ToNarrow(ReadSetting(machine, *FindSetting("EventLog")).text))
+    const std::string problem = ReadSetting(machine, "EVLoggingLevel").number
+                                    ? EventSourceProblem(ToNarrow(ReadSetting(machine, "EventLog").text))
                                     : "";
     return problem.empty() ? Good(found) : Warned(found, problem, "install Kelvaro again, or set EventLog");
 }

@@ -105,7 +105,7 @@ static Outcome CheckName(const std::string& host, bool isVault, std::vector<Endp
     return Good(found);
 }
 
-static Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
+Outcome CheckPort(const Facts& facts, const std::vector<Endpoint>& endpoints)
 {
     if (endpoints.empty())
         return NotNeeded("through the proxy");
@@ -172,8 +172,7 @@ static std::string TenantIn(const std::string& challenge)
     return slash == std::string::npos ? "" : url.substr(slash + 1, url.find('"', slash) - slash - 1);
 }
 
-// request: without a token.
-static Outcome CheckTls(const WebRequest& request, Facts* facts)
+Outcome CheckTls(const WebRequest& request, Facts* facts)
 {
     constexpr DWORD kSecureChannelError = 12157;
     const WebAnswer answer = Ask(request, facts->LeftMs());
@@ -200,26 +199,6 @@ Outcome CheckVaultName(Facts& facts)
         return Blocked(facts.vaultFromIdentity ? "the vault is named after the identity, which isn't known"
                                                : "KeyVault isn't a vault's name");
     return CheckName(facts.VaultHost(), true, &facts.vaultEndpoints);
-}
-
-Outcome CheckSignInPort(Facts& facts)
-{
-    return CheckPort(facts, facts.signInEndpoints);
-}
-
-Outcome CheckVaultPort(Facts& facts)
-{
-    return CheckPort(facts, facts.vaultEndpoints);
-}
-
-Outcome CheckSignInTls(Facts& facts)
-{
-    return CheckTls({kSignInHost, "/common/oauth2/token"}, &facts);
-}
-
-Outcome CheckVaultTls(Facts& facts)
-{
-    return CheckTls({facts.VaultHost(), "/keys?api-version=7.0"}, &facts);
 }
 
 void NoteTime(const WebAnswer& answer, Facts* facts)

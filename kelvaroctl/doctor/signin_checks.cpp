@@ -29,11 +29,10 @@ constexpr DirectoryError kDirectoryErrors[] = {
 // Of a JSON web token; null if it isn't one.
 static Json ClaimsOf(const std::string& token)
 {
-    const size_t first = token.find('.');
-    const size_t second = first == std::string::npos ? first : token.find('.', first + 1);
-    if (second == std::string::npos)
+    const std::vector<std::string_view> parts = Split(token, ".");
+    if (parts.size() < 3)
         return nullptr;
-    std::string text = token.substr(first + 1, second - first - 1);
+    std::string text(parts[1]);
     for (char& ch : text)
         ch = ch == '-' ? '+' : ch == '_' ? '/' : ch;
     text.append((4 - text.size() % 4) % 4, '=');
@@ -55,11 +54,11 @@ static std::string VaultOfIdentity(const std::string& objectId)
     return name.size() > 24 ? name.substr(0, 24) : "";
 }
 
-static Outcome NotTheService(const WebAnswer& answer)
+Outcome NotTheService(const WebAnswer& answer, const std::string& whose, const std::string& host)
 {
-    return Because(Failed("status " + std::to_string(answer.status) + ", but not the service's answer",
+    return Because(Failed("status " + std::to_string(answer.status) + ", but not the " + whose + "'s answer",
                           "something else answers: a proxy, or a page to log on to the network",
-                          "look at what this machine gets from the host in a browser"),
+                          "look at what this machine gets from " + host + " in a browser"),
                    answer.status, "");
 }
 
@@ -67,7 +66,7 @@ static Outcome TakeToken(const WebAnswer& answer, Facts* facts)
 {
     const std::string token = JsonText(answer.json, "access_token");
     if (token.empty())
-        return NotTheService(answer);
+        return NotTheService(answer, "service", "the host");
     const Json claims = ClaimsOf(token);
     facts->token = token;
     facts->objectId = JsonText(claims, "oid");
@@ -85,7 +84,7 @@ static Outcome TakeToken(const WebAnswer& answer, Facts* facts)
 static Outcome ExplainDirectory(const WebAnswer& answer)
 {
     if (!answer.json.is_object())
-        return NotTheService(answer);
+        return NotTheService(answer, "service", "the host");
     const Json codes = answer.json.value("error_codes", Json::array());
     const int code = codes.is_array() && !codes.empty() && codes[0].is_number_integer() ? codes[0].get<int>() : 0;
     const std::string said = JsonText(answer.json, "error_description");
@@ -182,7 +181,7 @@ static Outcome ExplainIdentity(const WebRequest& request, const WebAnswer& answe
                                                : "install the Arc agent, or set AuthenticationType 2");
     }
     if (!answer.json.is_object())
-        return NotTheService(answer);
+        return NotTheService(answer, "service", "the host");
     const std::string said = JsonText(answer.json, "error_description");
     const bool none = said.find("Identity not found") != std::string::npos;
     return Because(Failed(where + ": " + JsonText(answer.json, "error") + ", " + said,

@@ -1,7 +1,9 @@
 #include "kelvaroctl/doctor/surroundings.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <sstream>
+
+#include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
 
@@ -19,12 +21,9 @@ static std::string FirstOf(std::initializer_list<const char*> names)
 // no_proxy: names and addresses; a name includes those below it.
 static bool IsExempt(const std::string& host)
 {
-    std::string list = FirstOf({"no_proxy", "NO_PROXY"});
-    for (char& ch : list)
-        ch = ch == ',' ? ' ' : ch;
-    std::istringstream entries(list);
-    for (std::string entry; entries >> entry;) {
-        entry.erase(0, entry.find_first_not_of('.'));
+    const std::string list = FirstOf({"no_proxy", "NO_PROXY"});
+    for (std::string_view entry : Split(list, ", \t\r\n")) {
+        entry.remove_prefix(std::min(entry.find_first_not_of('.'), entry.size()));
         const size_t at = host.size() - entry.size();
         if (entry == "*" || entry == host)
             return true;

@@ -1,6 +1,6 @@
 #include "kelvaroctl/doctor/surroundings.h"
 
-#include <sstream>
+#include <algorithm>
 
 #include "kelvaroctl/doctor/doctor.h"
 #include "kelvaroctl/owner.h"
@@ -16,36 +16,29 @@ namespace {
 std::string ProxyOf(const std::string& list, bool secure)
 {
     const std::string wanted = secure ? "https=" : "http=";
-    std::istringstream entries(list);
-    for (std::string entry; std::getline(entries, entry, ';');) {
-        if (entry.compare(0, wanted.size(), wanted) == 0)
-            return entry.substr(wanted.size());
-        if (!entry.empty() && entry.find('=') == std::string::npos)
-            return entry;
+    for (const std::string_view entry : Split(list, ";")) {
+        if (entry.substr(0, wanted.size()) == wanted)
+            return std::string(entry.substr(wanted.size()));
+        if (!entry.empty() && entry.find('=') == std::string_view::npos)
+            return std::string(entry);
     }
     return "";
 }
 
-bool Fits(const std::string& pattern, const std::string& host)
+bool Fits(std::string_view pattern, std::string_view host)
 {
     if (EqualIgnoringCase(pattern, "<local>"))
         return host.find('.') == std::string::npos;
     if (pattern.empty() || pattern[0] != '*')
         return EqualIgnoringCase(pattern, host);
-    const std::string end = pattern.substr(1);
+    const std::string_view end = pattern.substr(1);
     return host.size() >= end.size() && EqualIgnoringCase(host.substr(host.size() - end.size()), end);
 }
 
-bool IsExempt(std::string list, const std::string& host)
+bool IsExempt(const std::string& list, const std::string& host)
 {
-    for (char& ch : list)
-        ch = ch == ';' || ch == '\t' ? ' ' : ch;
-    std::istringstream patterns(list);
-    for (std::string pattern; patterns >> pattern;) {
-        if (Fits(pattern, host))
-            return true;
-    }
-    return false;
+    const std::vector<std::string_view> patterns = Split(list, "; \t\r\n");
+    return std::any_of(patterns.begin(), patterns.end(), [&](std::string_view pattern) { return Fits(pattern, host); });
 }
 
 std::string Taken(LPWSTR text)

@@ -6,9 +6,9 @@
 
 namespace kelvaroctl {
 
-WebAnswer AskVault(const Facts& facts, const std::string& verb, const std::string& path, const std::string& body)
+WebAnswer AskVault(const Facts& facts, const std::string& path, const std::string& body)
 {
-    WebRequest request = {facts.VaultHost(), path + "?api-version=7.0", verb};
+    WebRequest request = {facts.VaultHost(), path + "?api-version=7.0", body.empty() ? "GET" : "POST"};
     request.headers = "Authorization: Bearer " + facts.token + "\r\nAccept: application/json\r\n";
     if (!body.empty())
         request.headers += "Content-Type: application/json\r\n";
@@ -73,9 +73,7 @@ static Outcome Explain(const WebAnswer& answer, const Facts& facts)
     AddPart(&found, MessageOf(answer), ", ");
     Outcome outcome = Failed(found, "the service has a fault", "run it again in a minute");
     if (answer.status < 300) {
-        outcome = Failed("status " + std::to_string(answer.status) + ", but not the vault's answer",
-                         "something else answers: a proxy, or a page to log on to the network",
-                         "look at what this machine gets from the vault's host in a browser");
+        outcome = NotTheService(answer, "vault", "the vault's host");
     } else if (answer.status == 401) {
         outcome = ExplainToken(facts);
     }
@@ -156,7 +154,7 @@ Outcome CheckVault(Facts& facts)
 {
     if (facts.token.empty())
         return Blocked("needs a sign-in");
-    const WebAnswer answer = AskVault(facts, "GET", "/keys");
+    const WebAnswer answer = AskVault(facts, "/keys");
     NoteTime(answer, &facts);
     facts.listStatus = answer.status;
     facts.listCode = VaultCode(answer);
@@ -204,7 +202,7 @@ Outcome CheckGetKey(Facts& facts)
     if (!facts.keyNamed && !facts.listedKeys.empty())
         facts.key = ClearNameOf(facts.listedKeys[0]);
     facts.vaultKey = facts.key.empty() ? kProbe : VaultNameOf(facts.key);
-    const WebAnswer answer = AskVault(facts, "GET", "/keys/" + facts.vaultKey);
+    const WebAnswer answer = AskVault(facts, "/keys/" + facts.vaultKey);
     facts.keyStatus = answer.status;
     facts.keyBundle = answer.status == 200 ? answer.json : Json();
     return JudgeRight(answer, facts, "key", "get");
@@ -253,15 +251,17 @@ Outcome CheckSignRight(Facts& facts)
     const SignatureAlgorithm& algorithm = AlgorithmFor(JsonText(KeyIn(facts), "crv"));
     const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1));
     const Json body = {{"alg", algorithm.name}, {"value", Base64Url(digest)}};
-    return JudgeRight(AskVault(facts, "POST", "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
+    return JudgeRight(AskVault(facts, "/keys/" + facts.vaultKey + "//sign", body.dump()), facts, "key", "sign");
 }
 
 // Without this right the provider works, but copies no certificates to the machine.
-static Outcome CheckCertificateRight(Facts& facts, const char* right, const std::string& name)
+Outcome CheckCertificateRight(Facts& facts, const char* right)
 {
     if (facts.plainKeys || facts.tool.user)
         return NotNeeded("the settings bring no certificates from the vault");
-    const WebAnswer answer = AskVault(facts, "GET", "/certificates" + name);
+    const std::string name = facts.certificate.empty() ? kProbe : facts.certificate;
+    const bool lists = right == std::string_view("list");
+    const WebAnswer answer = AskVault(facts, "/certificates" + (lists ? "" : "/" + name));
     const Json* const list = ListIn(answer);
     if (list && !list->empty())
         facts.certificate = NameIn(list->front());
@@ -269,16 +269,6 @@ static Outcome CheckCertificateRight(Facts& facts, const char* right, const std:
     if (outcome.state == State::Fail)
         outcome.state = State::Warn;
     return outcome;
-}
-
-Outcome CheckListCertificates(Facts& facts)
-{
-    return CheckCertificateRight(facts, "list", "");
-}
-
-Outcome CheckGetCertificate(Facts& facts)
-{
-    return CheckCertificateRight(facts, "get", "/" + (facts.certificate.empty() ? kProbe : facts.certificate));
 }
 
 Outcome CheckKey(Facts& facts)
