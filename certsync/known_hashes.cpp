@@ -31,11 +31,6 @@ KnownHashes::KnownHashes(BldStrPtr list) : list_(std::move(list))
         IndexFrom(0);
 }
 
-KnownHashes::~KnownHashes()
-{
-    free(slots_);
-}
-
 bool KnownHashes::Contains(TextView hash) const
 {
     if (hash.size() == kDigits && slots_)
@@ -80,23 +75,24 @@ void KnownHashes::Insert(DWORD offset)
 DWORD* KnownHashes::Find(const WCHAR* digits) const
 {
     size_t at = Fold(digits) & (slotCount_ - 1);
-    while (slots_[at] && memcmp(list_->cStr + slots_[at] - 1, digits, kDigits * sizeof(WCHAR)) != 0)
+    DWORD* const slots = slots_.get();
+    while (slots[at] && memcmp(list_->cStr + slots[at] - 1, digits, kDigits * sizeof(WCHAR)) != 0)
         at = (at + 1) & (slotCount_ - 1);
-    return &slots_[at];
+    return &slots[at];
 }
 
 // Resizes the index to `count` slots. False, with the index dropped: no memory.
 bool KnownHashes::MakeSlots(size_t count)
 {
-    const MallocPtr<DWORD> old(slots_);
+    const MallocPtr<DWORD> old = std::move(slots_);
     const size_t oldCount = slotCount_;
-    slots_ = static_cast<DWORD*>(calloc(count, sizeof(DWORD)));
+    slots_.reset(static_cast<DWORD*>(calloc(count, sizeof(DWORD))));
     slotCount_ = slots_ ? count : 0;
     for (size_t i = 0; i < oldCount && slots_; i++) {
         if (old.get()[i])
             *Find(list_->cStr + old.get()[i] - 1) = old.get()[i];
     }
-    return slots_;
+    return slots_ != nullptr;
 }
 
 // A BldStr grows by just what is appended. Doubling here saves copying the list for each hash.

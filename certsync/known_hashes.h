@@ -11,7 +11,6 @@
 class KnownHashes {
   public:
     explicit KnownHashes(BldStrPtr list);  // the text of CertSync, not NULL
-    ~KnownHashes();
 
     bool Contains(TextView hash) const;
     bool Add(const WCHAR* hash);  // and a comma; false: no memory
@@ -27,7 +26,7 @@ class KnownHashes {
     BldStrPtr list_;
     // The offset in the text, plus 1, of each run of 40 digits; 0 is a free slot. slotCount_ is a power of 2, and at
     // most half of the slots are used.
-    DWORD* slots_ = nullptr;
+    MallocPtr<DWORD> slots_;
     size_t slotCount_ = 0;
     size_t used_ = 0;
 };
