@@ -4,19 +4,21 @@
 #include <stdexcept>
 
 #include "bench/bare_client.h"
+#include "platform/owner.h"
 
 namespace bench {
 
-struct BareClient::State {
-    CURL* curl = curl_easy_init();
-    curl_slist* connectTo = nullptr;
-    std::string answer;
+using List = Owner<curl_slist, curl_slist_free_all>;
 
-    ~State()
-    {
-        curl_slist_free_all(connectTo);
-        curl_easy_cleanup(curl);
-    }
+static void Append(List& list, const std::string& text)
+{
+    list.reset(curl_slist_append(list.release(), text.c_str()));
+}
+
+struct BareClient::State {
+    Owner<CURL, curl_easy_cleanup> curl{curl_easy_init()};
+    List connectTo;
+    std::string answer;
 };
 
 static size_t OnEntity(char* bytes, size_t size, size_t count, void* context)
@@ -27,11 +29,11 @@ static size_t OnEntity(char* bytes, size_t size, size_t count, void* context)
 
 BareClient::BareClient(bool resumesSessions) : state_(std::make_unique<State>())
 {
-    CURL* const curl = state_->curl;
+    CURL* const curl = state_->curl.get();
     std::istringstream entries(getenv("KELVARO_CONNECT_TO"));
     for (std::string entry; entries >> entry;)
-        state_->connectTo = curl_slist_append(state_->connectTo, entry.c_str());
-    curl_easy_setopt(curl, CURLOPT_CONNECT_TO, state_->connectTo);
+        Append(state_->connectTo, entry);
+    curl_easy_setopt(curl, CURLOPT_CONNECT_TO, state_->connectTo.get());
     curl_easy_setopt(curl, CURLOPT_CAINFO, getenv("SSL_CERT_FILE"));
     curl_easy_setopt(curl, CURLOPT_PROXY, "");
     curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -51,12 +53,12 @@ bool BareClient::ChoosesSessions()
 
 void BareClient::Send(const Recorded& request)
 {
-    CURL* const curl = state_->curl;
+    CURL* const curl = state_->curl.get();
     state_->answer.clear();
-    curl_slist* fields = nullptr;
+    List fields;
     for (const std::string& line : request.headers)
-        fields = curl_slist_append(fields, line.c_str());
-    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, fields);
+        Append(fields, line);
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, fields.get());
     curl_easy_setopt(curl, CURLOPT_URL, request.url.c_str());
     if (request.body.empty()) {
         curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
@@ -66,7 +68,6 @@ void BareClient::Send(const Recorded& request)
     }
     curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method.c_str());
     const CURLcode code = curl_easy_perform(curl);
-    curl_slist_free_all(fields);
     long status = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     if (code != CURLE_OK || status != 200)

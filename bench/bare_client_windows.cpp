@@ -1,16 +1,14 @@
 #include <stdexcept>
 
 #include "bench/bare_client.h"
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 namespace bench {
 
 namespace {
 
-struct Closer {
-    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, Closer>;
+using Handle = Owner<void, WinHttpCloseHandle>;
 
 Handle Checked(HINTERNET handle, const std::string& url)
 {

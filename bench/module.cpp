@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "platform/product.h"
 #include "tests/common/test_root.h"
 
 namespace bench {
@@ -32,9 +33,8 @@ Module::Module(GetKeyStorageInterfaceFn getInterface)
 
 void Module::Open(GetKeyStorageInterfaceFn getInterface)
 {
-    const WCHAR* name = TEXT("Zandrel Key Storage Provider for Key Vault");
-    Check(getInterface(name, &table_, 0), "GetKeyStorageInterface");
-    Check(table_->OpenProvider(&provider_, name, 0), "OpenProvider");
+    Check(getInterface(kProviderName, &table_, 0), "GetKeyStorageInterface");
+    Check(table_->OpenProvider(&provider_, kProviderName, 0), "OpenProvider");
 }
 
 Module::~Module()

@@ -50,16 +50,8 @@ int DigitOf(WCHAR c)
 
 bool IsWellFormed(View text)
 {
-    for (size_t i = 0; i < text.size(); i++) {
-        const unsigned unit = text[i];
-        const unsigned next = i + 1 < text.size() ? text[i + 1] : 0;
-        if (unit < 0xD800 || unit > 0xDFFF)
-            continue;
-        if (unit > 0xDBFF || next < 0xDC00 || next > 0xDFFF)
-            return false;
-        i++;
-    }
-    return true;
+    return text.empty() || WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(),
+                                               static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr) > 0;
 }
 
 const char* DecodeUtf16(std::string_view bytes, SecretText* text)

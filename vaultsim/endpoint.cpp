@@ -12,6 +12,7 @@ namespace vaultsim {
 
 namespace {
 
+constexpr char kHttpDate[] = "%a, %d %b %Y %H:%M:%S GMT";
 constexpr size_t kMostHead = 64 * 1024;
 constexpr size_t kMostBody = 16 * 1024 * 1024;
 
@@ -161,7 +162,7 @@ bool Endpoint::Exchange(Connection& connection, const Call& call)
     if (fault)
         answer = fault->Replace(answer);
     if (!HeaderValue(answer.headerLines, "Date"))
-        SetHeader(answer, "Date: " + HttpDate(Now() + context_.settings.Get().clockOffsetSeconds));
+        SetHeader(answer, "Date: " + UtcText(Now() + context_.settings.Get().clockOffsetSeconds, kHttpDate));
 
     const bool answered = !fault || (fault->action != FaultAction::ResetBefore && fault->action != FaultAction::Raw);
     context_.journal.Add(call, answered ? answer.status : 0, fault ? fault->actionName : "");

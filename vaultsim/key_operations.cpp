@@ -21,12 +21,16 @@ struct OperationKey {
 
 using Operation = Json (*)(const OperationKey& key, const Json& body);
 
-std::string AlgorithmOf(const Json& body)
+// The algorithm that the body names, by one of the functions FindSignatureAlgorithm and FindEncryptionAlgorithm.
+template <class Algorithm>
+const Algorithm& AlgorithmOf(const Json& body, const Algorithm* (*find)(const std::string& name))
 {
-    std::string algorithm = ReadText(body, "alg");
-    if (algorithm.empty())
+    const std::string name = ReadText(body, "alg");
+    if (name.empty())
         throw BadParameter("Property alg is required");
-    return algorithm;
+    if (const Algorithm* algorithm = find(name))
+        return *algorithm;
+    throw BadParameter("Property alg has invalid value: " + name);
 }
 
 Refusal Incompatible(const OperationKey& key, const std::string& algorithm)
@@ -39,25 +43,19 @@ Refusal Incompatible(const OperationKey& key, const std::string& algorithm)
 
 const SignatureAlgorithm& SignatureAlgorithmFor(const OperationKey& key, const Json& body)
 {
-    const std::string name = AlgorithmOf(body);
-    const SignatureAlgorithm* algorithm = FindSignatureAlgorithm(name);
-    if (!algorithm)
-        throw BadParameter("Property alg has invalid value: " + name);
+    const SignatureAlgorithm& algorithm = AlgorithmOf(body, FindSignatureAlgorithm);
     const Curve* curve = CurveOf(key.material.get());
-    if (curve ? name != curve->algorithm : algorithm->curve != nullptr)
-        throw Incompatible(key, name);
-    return *algorithm;
+    if (curve ? std::string(algorithm.name) != curve->algorithm : algorithm.curve != nullptr)
+        throw Incompatible(key, algorithm.name);
+    return algorithm;
 }
 
 const EncryptionAlgorithm& EncryptionAlgorithmFor(const OperationKey& key, const Json& body)
 {
-    const std::string name = AlgorithmOf(body);
-    const EncryptionAlgorithm* algorithm = FindEncryptionAlgorithm(name);
-    if (!algorithm)
-        throw BadParameter("Property alg has invalid value: " + name);
+    const EncryptionAlgorithm& algorithm = AlgorithmOf(body, FindEncryptionAlgorithm);
     if (!IsRsa(key.material.get()))
-        throw Incompatible(key, name);
-    return *algorithm;
+        throw Incompatible(key, algorithm.name);
+    return algorithm;
 }
 
 std::string ReadDigest(const OperationKey& key, const SignatureAlgorithm& algorithm, const Json& body,

@@ -1,7 +1,5 @@
 #include "vaultsim/signin.h"
 
-#include <ctime>
-
 #include "vaultsim/refusal.h"
 #include "vaultsim/text.h"
 
@@ -9,19 +7,9 @@ namespace vaultsim {
 
 namespace {
 
-std::string Timestamp()
-{
-    const std::time_t now = static_cast<std::time_t>(Now());
-    std::tm parts = {};
-    gmtime_r(&now, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &parts);
-    return text;
-}
-
 Refusal Refused(int status, const std::string& error, int code, const std::string& message)
 {
-    const std::string time = Timestamp();
+    const std::string time = UtcText(Now(), "%Y-%m-%d %H:%M:%SZ");
     const std::string trace = RandomUuid();
     const std::string correlation = RandomUuid();
     const std::string number = std::to_string(code);

@@ -108,13 +108,13 @@ int64_t Now()
     return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 }
 
-std::string HttpDate(int64_t time)
+std::string UtcText(int64_t time, const char* format)
 {
     const std::time_t seconds = static_cast<std::time_t>(time);
     std::tm parts = {};
     gmtime_r(&seconds, &parts);
     char text[40];
-    std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
+    std::strftime(text, sizeof text, format, &parts);
     return text;
 }
 

@@ -23,8 +23,8 @@ std::string ToHex(std::string_view bytes);  // upper case
 std::string RandomHex(size_t digits);       // lower case
 std::string RandomUuid();
 
-int64_t Now();                       // Unix time in seconds
-std::string HttpDate(int64_t time);  // Mon, 23 Nov 2026 12:39:54 GMT
+int64_t Now();                                          // Unix time in seconds
+std::string UtcText(int64_t time, const char* format);  // strftime's formats; up to 39 characters
 
 // The row of a table with this name, or null.
 template <class Row, size_t count>

@@ -1,5 +1,7 @@
 #include "platform/linux/bcrypt_algorithm.h"
 
+#include "platform/find_row.h"
+
 namespace {
 
 const EVP_CIPHER* AesOf(ULONG keySize)
@@ -38,24 +40,19 @@ constexpr BcryptAlgorithm kAlgorithms[] = {
 
 const BcryptAlgorithm* FindBcryptAlgorithm(BCRYPT_ALG_HANDLE handle)
 {
-    for (const BcryptAlgorithm& algorithm : kAlgorithms) {
-        if (&algorithm == handle)
-            return &algorithm;
-    }
-    return nullptr;
+    return FindRow(kAlgorithms, [handle](const BcryptAlgorithm& row) { return &row == handle; });
 }
 
 NTSTATUS WINAPI BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* algorithm, LPCWSTR name, LPCWSTR, ULONG flags)
 {
     if (!algorithm || !name || (flags & ~BCRYPT_ALG_HANDLE_HMAC_FLAG))
         return STATUS_INVALID_PARAMETER;
-    for (const BcryptAlgorithm& row : kAlgorithms) {
-        if (row.name == name && row.flags == flags) {
-            *algorithm = const_cast<BcryptAlgorithm*>(&row);
-            return STATUS_SUCCESS;
-        }
-    }
-    return STATUS_NOT_FOUND;
+    const BcryptAlgorithm* found =
+        FindRow(kAlgorithms, [=](const BcryptAlgorithm& row) { return row.name == name && row.flags == flags; });
+    if (!found)
+        return STATUS_NOT_FOUND;
+    *algorithm = const_cast<BcryptAlgorithm*>(found);
+    return STATUS_SUCCESS;
 }
 
 NTSTATUS WINAPI BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE algorithm, ULONG)

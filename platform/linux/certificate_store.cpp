@@ -1,17 +1,16 @@
 #include "platform/linux/certificate_store.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string_view>
 
 #include "platform/linux/certificate.h"
 #include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/text.h"
-#include "platform/owner.h"
 
 namespace {
 
@@ -34,17 +33,14 @@ LONG CertificateStore::List(std::vector<std::string>* names) const
         names->push_back(entry.first);
     if (directory_.empty())
         return ERROR_SUCCESS;
-    const Owner<DIR, closedir> directory(opendir(directory_.c_str()));
-    if (!directory)
-        return errno == ENOENT ? ERROR_SUCCESS : ErrorFromErrno(errno);
-    errno = 0;
-    while (const dirent* entry = readdir(directory.get())) {
-        if (IsCertificateName(entry->d_name))
-            names->push_back(entry->d_name);
-        errno = 0;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(directory_, error), end; !error && at != end; at.increment(error)) {
+        const std::string name = at->path().filename();
+        if (IsCertificateName(name))
+            names->push_back(name);
     }
     std::sort(names->begin(), names->end());
-    return ErrorFromErrno(errno);
+    return error == std::errc::no_such_file_or_directory ? ERROR_SUCCESS : ErrorFromErrno(error.value());
 }
 
 LONG CertificateStore::Load(const std::string& name, CertificateRecord* certificate) const

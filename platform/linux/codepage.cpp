@@ -8,22 +8,15 @@
 
 namespace {
 
-int FailConversion(LONG error)
-{
-    Fail(error);
-    return 0;
-}
-
 // The checks that both directions share.
-LONG TestArguments(UINT codePage, const void* source, int sourceLength, const void* output, int outputSize)
+void TestArguments(UINT codePage, const void* source, int sourceLength, const void* output, int outputSize)
 {
     if (codePage != CP_ACP && codePage != CP_UTF8)
-        return ERROR_INVALID_PARAMETER;
+        throw Failure(ERROR_INVALID_PARAMETER);
     if (!source || sourceLength == 0 || sourceLength < -1 || outputSize < 0)
-        return ERROR_INVALID_PARAMETER;
+        throw Failure(ERROR_INVALID_PARAMETER);
     if (outputSize > 0 && (!output || output == source))
-        return ERROR_INVALID_PARAMETER;
-    return ERROR_SUCCESS;
+        throw Failure(ERROR_INVALID_PARAMETER);
 }
 
 template <typename Unit>
@@ -57,7 +50,7 @@ int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char
         if (ascii != 0) {
             if (outputSize > 0) {
                 if (ascii > room - written)
-                    return FailConversion(ERROR_INSUFFICIENT_BUFFER);
+                    throw Failure(ERROR_INSUFFICIENT_BUFFER);
                 std::transform(source.begin(), source.begin() + ascii, output + written,
                                [](From unit) { return static_cast<To>(unit); });
             }
@@ -67,18 +60,18 @@ int Convert(CodePoint (*take)(std::basic_string_view<From>*), size_t (*put)(char
         }
         const CodePoint point = take(&source);
         if (!point.valid && refuseInvalid)
-            return FailConversion(ERROR_NO_UNICODE_TRANSLATION);
+            throw Failure(ERROR_NO_UNICODE_TRANSLATION);
         To units[kMaxUnits];
         const size_t count = put(point.value, units);
         if (outputSize > 0) {
             if (count > room - written)
-                return FailConversion(ERROR_INSUFFICIENT_BUFFER);
+                throw Failure(ERROR_INSUFFICIENT_BUFFER);
             memcpy(output + written, units, count * sizeof(To));
         }
         written += count;
     }
     if (written > INT32_MAX)
-        return FailConversion(ERROR_INVALID_PARAMETER);
+        throw Failure(ERROR_INVALID_PARAMETER);
     return static_cast<int>(written);
 }
 
@@ -95,25 +88,26 @@ std::basic_string_view<Unit> SourceView(const Unit* source, int length)
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH source, int sourceLength, LPWSTR output,
                                int outputSize)
 {
-    const LONG error = TestArguments(codePage, source, sourceLength, output, outputSize);
-    if (error != ERROR_SUCCESS)
-        return FailConversion(error);
-    if ((flags & ~MB_ERR_INVALID_CHARS) != 0)
-        return FailConversion(ERROR_INVALID_FLAGS);
-    return Convert<char, WCHAR, 2>(TakeUtf8, PutUtf16, SourceView(source, sourceLength), flags != 0, output,
-                                   outputSize);
+    return ResultOf([&] {
+        TestArguments(codePage, source, sourceLength, output, outputSize);
+        if ((flags & ~MB_ERR_INVALID_CHARS) != 0)
+            throw Failure(ERROR_INVALID_FLAGS);
+        return Convert<char, WCHAR, 2>(TakeUtf8, PutUtf16, SourceView(source, sourceLength), flags != 0, output,
+                                       outputSize);
+    });
 }
 
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH source, int sourceLength, LPSTR output,
                                int outputSize, LPCCH defaultChar, LPBOOL usedDefaultChar)
 {
-    const LONG error = TestArguments(codePage, source, sourceLength, output, outputSize);
-    if (error != ERROR_SUCCESS)
-        return FailConversion(error);
-    // UTF-8 has no default character: the replacement is always U+FFFD.
-    if (defaultChar || usedDefaultChar)
-        return FailConversion(ERROR_INVALID_PARAMETER);
-    if (flags != 0)
-        return FailConversion(ERROR_INVALID_FLAGS);
-    return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), false, output, outputSize);
+    return ResultOf([&] {
+        TestArguments(codePage, source, sourceLength, output, outputSize);
+        // UTF-8 has no default character: the replacement is always U+FFFD.
+        if (defaultChar || usedDefaultChar)
+            throw Failure(ERROR_INVALID_PARAMETER);
+        if ((flags & ~WC_ERR_INVALID_CHARS) != 0)
+            throw Failure(ERROR_INVALID_FLAGS);
+        return Convert<WCHAR, char, 4>(TakeUtf16, PutUtf8, SourceView(source, sourceLength), flags != 0, output,
+                                       outputSize);
+    });
 }

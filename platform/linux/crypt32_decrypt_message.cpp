@@ -22,19 +22,7 @@ namespace {
 constexpr size_t kLargestKeyFile = 64 * 1024;
 
 using MessagePointer = Owner<CMS_ContentInfo, CMS_ContentInfo_free>;
-
-// Walks the certificates of a store and frees the current one at the end.
-class StoreWalk : private NonCopyable {
-  public:
-    explicit StoreWalk(HCERTSTORE store) : store_(store) {}
-    ~StoreWalk() { CertFreeCertificateContext(context_); }
-
-    PCCERT_CONTEXT Next() { return context_ = CertEnumCertificatesInStore(store_, context_); }
-
-  private:
-    HCERTSTORE store_;
-    PCCERT_CONTEXT context_ = nullptr;
-};
+using ContextPointer = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;
 
 MessagePointer ReadMessage(const BYTE* encrypted, DWORD size)
 {
@@ -140,9 +128,10 @@ LONG OpenFor(PCCERT_CONTEXT context, CMS_ContentInfo* message, SecretString* pla
 LONG OpenFromStores(const CRYPT_DECRYPT_MESSAGE_PARA& para, CMS_ContentInfo* message, SecretString* plain)
 {
     for (DWORD i = 0; i < para.cCertStore; i++) {
-        StoreWalk walk(para.rghCertStore[i]);
-        while (const PCCERT_CONTEXT context = walk.Next()) {
-            const LONG error = OpenFor(context, message, plain);
+        const HCERTSTORE store = para.rghCertStore[i];
+        ContextPointer context(CertEnumCertificatesInStore(store, nullptr));
+        for (; context; context.reset(CertEnumCertificatesInStore(store, context.release()))) {
+            const LONG error = OpenFor(context.get(), message, plain);
             if (error != CRYPT_E_NO_DECRYPT_CERT)
                 return error;
         }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -27,9 +28,7 @@ std::string NameFromHostsFile(const std::string& host)
         std::istringstream words(line.substr(0, line.find('#')));
         std::string address;
         words >> address;
-        std::vector<std::string> names;
-        for (std::string name; words >> name;)
-            names.push_back(name);
+        const std::vector<std::string> names{std::istream_iterator<std::string>(words), {}};
         if (std::find(names.begin(), names.end(), host) == names.end())
             continue;
         const auto full = std::find_if(names.begin(), names.end(), [&host](const std::string& name) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "platform/owner.h"
 #include "tests/platform/platform_root.h"
 
 namespace {
@@ -18,14 +19,12 @@ std::string DerOf(const Context& context)
     return {reinterpret_cast<const char*>(context->pbCertEncoded), context->cbCertEncoded};
 }
 
-struct Store {
+struct Store : private NonCopyable {
     explicit Store(DWORD flags = CERT_SYSTEM_STORE_LOCAL_MACHINE, LPCWSTR name = u"My")
         : handle(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, flags, name))
     {
     }
     ~Store() { EXPECT_TRUE(CertCloseStore(handle, CERT_CLOSE_STORE_FORCE_FLAG)); }
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
 
     Context Add(const std::string& der, DWORD disposition = CERT_STORE_ADD_USE_EXISTING) const
     {

@@ -9,14 +9,13 @@
 #include <vector>
 
 #include "platform/linux/text.h"
+#include "platform/owner.h"
 #include "platform/platform.h"
 
-class PlatformRoot {
+class PlatformRoot : private NonCopyable {
   public:
     PlatformRoot();
     ~PlatformRoot();
-    PlatformRoot(const PlatformRoot&) = delete;
-    PlatformRoot& operator=(const PlatformRoot&) = delete;
 
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }

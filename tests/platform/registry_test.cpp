@@ -3,6 +3,7 @@
 
 #include "platform/linux/file_store.h"
 #include "platform/linux/registry_file.h"
+#include "platform/owner.h"
 #include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
@@ -24,11 +25,9 @@ void WriteMachineHive(const PlatformRoot& root, const std::string& values)
     WriteFileText(MachineFile(root), kHead + values);
 }
 
-struct OpenKey {
+struct OpenKey : private NonCopyable {
     explicit OpenKey(HKEY hive = HKEY_LOCAL_MACHINE, LPCWSTR path = kKey) : error(RegOpenKeyW(hive, path, &key)) {}
     ~OpenKey() { RegCloseKey(key); }
-    OpenKey(const OpenKey&) = delete;
-    OpenKey& operator=(const OpenKey&) = delete;
 
     HKEY key = nullptr;
     const LONG error;

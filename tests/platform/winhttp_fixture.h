@@ -9,6 +9,7 @@
 #include <string_view>
 #include <thread>
 
+#include "platform/owner.h"
 #include "tests/common/http_call.h"
 #include "tests/platform/openssl_objects.h"
 #include "tests/platform/platform_root.h"
@@ -38,14 +39,12 @@ class Peer {
 };
 
 // Runs `script` on a thread for each connection, and then closes the connection.
-class RawServer {
+class RawServer : private NonCopyable {
   public:
     using Script = std::function<void(Peer&)>;
     // identity: a file of tests/data/x509; NULL: no TLS.
     explicit RawServer(Script script, const char* identity = nullptr, int maxTls = 0);
     ~RawServer();
-    RawServer(const RawServer&) = delete;
-    RawServer& operator=(const RawServer&) = delete;
 
     unsigned short port() const { return port_; }
     struct Seen {
