@@ -7,13 +7,14 @@
 #include <filesystem>
 
 #include "kelvaroctl/failure.h"
+#include "platform/owner.h"
 
 namespace kelvaroctl {
 
 namespace fs = std::filesystem;
 
 namespace {
-class OpenFile {
+class OpenFile : NonCopyable {
   public:
     explicit OpenFile(const std::string& name)
         : file_(open(name.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR))
@@ -22,8 +23,6 @@ class OpenFile {
             throw FileFailure("write", name);
     }
     ~OpenFile() { close(file_); }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
 
     int get() const { return file_; }
 

@@ -19,26 +19,6 @@ namespace {
     throw UsageFailure("cannot " + attempt + " " + name + ": " + LoaderMessage(error));
 }
 
-// This process's account.
-class CurrentUser {
-  public:
-    CurrentUser()
-    {
-        HANDLE token = nullptr;
-        DWORD size = 0;
-        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
-            return;
-        known_ = GetTokenInformation(token, TokenUser, user_, sizeof(user_), &size) != 0;
-        CloseHandle(token);
-    }
-
-    PSID sid() const { return known_ ? reinterpret_cast<const TOKEN_USER*>(user_)->User.Sid : nullptr; }
-
-  private:
-    alignas(TOKEN_USER) BYTE user_[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-    bool known_ = false;
-};
-
 // Full control for the system, administrators and the user, nothing for others.
 LocalBlock AccessOfOwner(PSID user)
 {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "kelvaroctl/text.h"
+#include "platform/owner.h"
 
 namespace kelvaroctl {
 
@@ -18,14 +19,12 @@ enum class Readers { Everyone, OwnerOnly };
 
 // An output file, checked before the vault produces its content: each operation of the vault costs money. The old
 // content is kept until Write; a new file is removed if Write isn't called.
-class OutputFile {
+class OutputFile : NonCopyable {
   public:
     // name: empty for none. input: the command's input file, which must be a different one; or "". Throws a usage
     // failure if the file cannot be written.
     OutputFile(const std::string& name, const std::string& input, Readers readers = Readers::Everyone);
     ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
 
     const std::string& name() const { return name_; }
     // Replaces the content. Throws a usage failure if that fails.

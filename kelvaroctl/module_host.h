@@ -76,7 +76,7 @@ class Provider {
     std::unique_ptr<WaitNotice> notice_;
 };
 
-class Key {
+class Key : NonCopyable {
   public:
     // The provider must outlive the key. Throws if the answer didn't come from the vault's service.
     Key(const Provider& provider, const std::string& name);
@@ -88,8 +88,6 @@ class Key {
     // in failures.
     static Key Import(const Provider& provider, const std::string& subject, const WCHAR* blobType, const Bytes& blob,
                       const std::string& name, std::string_view password);
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
 
     const std::string& name() const { return name_; }
     std::string AlgorithmName() const;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kelvaroctl/public_key.h"
+#include "platform/owner.h"
 
 namespace kelvaroctl {
 
@@ -30,10 +31,8 @@ const SignatureAlgorithm& AlgorithmFor(const PublicKey& key);
 void CheckKeyFits(const SignatureAlgorithm& algorithm, const PublicKey& key, const std::string& keyName);
 
 // The padding information of a call; must live as long as the call.
-struct Padding {
+struct Padding : NonCopyable {
     explicit Padding(const SignatureAlgorithm& algorithm);
-    Padding(const Padding&) = delete;
-    Padding& operator=(const Padding&) = delete;
 
     BCRYPT_PKCS1_PADDING_INFO pkcs1 = {};
     BCRYPT_PSS_PADDING_INFO pss = {};

@@ -60,7 +60,7 @@ bool ErrorOutputIsTerminal()
 
 namespace {
 // Turns echo off while it lives; does nothing if standard input is not a terminal. One at a time.
-class EchoOff {
+class EchoOff : NonCopyable {
   public:
     EchoOff() : input_(GetStdHandle(STD_INPUT_HANDLE)), terminal_(GetConsoleMode(input_, &mode_) != 0)
     {
@@ -76,8 +76,6 @@ class EchoOff {
         SetConsoleMode(input_, mode_);
         RestoreWhenInterrupted(nullptr, 0);
     }
-    EchoOff(const EchoOff&) = delete;
-    EchoOff& operator=(const EchoOff&) = delete;
 
     bool terminal() const { return terminal_; }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "platform/owner.h"
 #include "platform/secret_memory.h"
 
 namespace kelvaroctl {
@@ -19,12 +20,10 @@ SecretString ReadSecretLine(const std::string& prompt);
 bool Confirmed(const std::string& question);
 
 // A progress line on standard error, if that is a terminal. The destructor clears it.
-class ProgressLine {
+class ProgressLine : NonCopyable {
   public:
     ProgressLine();
     ~ProgressLine();
-    ProgressLine(const ProgressLine&) = delete;
-    ProgressLine& operator=(const ProgressLine&) = delete;
 
     void Show(const std::string& text);
 

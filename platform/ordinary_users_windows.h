@@ -1,4 +1,5 @@
-// Which accounts are ordinary users, and what an access list grants them. Windows only.
+// Which accounts are ordinary users, what an access list grants them, and which account this process has. Windows
+// only.
 #pragma once
 
 #include "platform/platform.h"
@@ -63,3 +64,23 @@ inline bool GrantsToOrdinaryUsers(PACL list, ACCESS_MASK rights)
     }
     return false;
 }
+
+// This process's account.
+class CurrentUser {
+  public:
+    CurrentUser()
+    {
+        HANDLE token = nullptr;
+        DWORD size = 0;
+        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+            return;
+        known_ = GetTokenInformation(token, TokenUser, user_, sizeof(user_), &size) != 0;
+        CloseHandle(token);
+    }
+
+    PSID sid() const { return known_ ? reinterpret_cast<const TOKEN_USER*>(user_)->User.Sid : nullptr; }
+
+  private:
+    alignas(TOKEN_USER) BYTE user_[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    bool known_ = false;
+};

@@ -1,7 +1,5 @@
 #include "register/command.h"
 
-#include <filesystem>
-
 namespace kelvaro_register {
 
 static const char kUsageText[] =
@@ -20,11 +18,6 @@ static const char kUsageText[] =
     "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-access, check-secret: "
     "failed;\n"
     "2 wrong command line; 3 Windows refused\n";
-
-static std::string Utf8(const WideText& text)
-{
-    return std::filesystem::path(text).u8string();
-}
 
 static std::string PathOf(const ModulePlace& place)
 {

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 
+#include "platform/owner.h"
+
 namespace kelvaro_register {
 
 namespace {
@@ -19,40 +21,25 @@ const WCHAR kClosed[] = TEXT("O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
 const Level kLevels[] = {
     {TEXT("Zandrel"), kPassThrough, true}, {TEXT("Kelvaro"), kPassThrough, false}, {TEXT("Logs"), kClosed, false}};
 
-// Opens the folder itself, not the target of a link.
-class Folder {
-  public:
-    Folder(const WideText& path, DWORD rights)
-        : handle_(CreateFileW(path.c_str(), rights, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr))
-    {
-    }
-    ~Folder()
-    {
-        if (handle_ != INVALID_HANDLE_VALUE)
-            CloseHandle(handle_);
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+using Folder = Owner<void, CloseHandle>;
 
-    HANDLE get() const { return handle_; }
-    bool IsPlain() const
-    {
-        BY_HANDLE_FILE_INFORMATION information = {};
-        return GetFileInformationByHandle(handle_, &information) &&
-               (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
-               !(information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
-    }
-
-  private:
-    HANDLE handle_;
-};
-}  // namespace
-
-static std::string Shown(const WideText& path)
+// Opens the folder itself, not the target of a link. NULL if that fails.
+Folder OpenFolder(const WideText& path, DWORD rights)
 {
-    return std::filesystem::path(path).u8string();
+    const HANDLE opened =
+        CreateFileW(path.c_str(), rights, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    return Folder(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
 }
+
+bool IsPlain(const Folder& folder)
+{
+    BY_HANDLE_FILE_INFORMATION information = {};
+    return GetFileInformationByHandle(folder.get(), &information) &&
+           (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
+           !(information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+}  // namespace
 
 static WideText DataFolder()
 {
@@ -73,15 +60,15 @@ static WideText LogFolder()
 // For a folder that already existed.
 static void TakeOver(const WideText& path, const Level& level, const Access& access)
 {
-    const Folder folder(path, READ_CONTROL | WRITE_DAC | WRITE_OWNER | FILE_READ_ATTRIBUTES);
-    if (folder.get() == INVALID_HANDLE_VALUE)
-        Check("opening " + Shown(path), GetLastError());
-    if (!folder.IsPlain())
-        throw RefusedStep(Shown(path) + " is not a folder, or is a link: remove it and try again");
-    if (!IsOwnedByAdministrators(folder.get(), SE_FILE_OBJECT, Shown(path)))
-        throw RefusedStep(Shown(path) + " belongs to an ordinary user: remove it and try again");
+    const Folder folder = OpenFolder(path, READ_CONTROL | WRITE_DAC | WRITE_OWNER | FILE_READ_ATTRIBUTES);
+    if (!folder)
+        Check("opening " + Utf8(path), GetLastError());
+    if (!IsPlain(folder))
+        throw RefusedStep(Utf8(path) + " is not a folder, or is a link: remove it and try again");
+    if (!IsOwnedByAdministrators(folder.get(), SE_FILE_OBJECT, Utf8(path)))
+        throw RefusedStep(Utf8(path) + " belongs to an ordinary user: remove it and try again");
     if (!level.shared)
-        access.Impose(folder.get(), SE_FILE_OBJECT, Shown(path));
+        access.Impose(folder.get(), SE_FILE_OBJECT, Utf8(path));
 }
 
 WideText PrepareLogFolder()
@@ -94,7 +81,7 @@ WideText PrepareLogFolder()
             continue;
         const DWORD error = GetLastError();
         if (error != ERROR_ALREADY_EXISTS)
-            Check("creating " + Shown(path), error);
+            Check("creating " + Utf8(path), error);
         TakeOver(path, level, access);
     }
     return path;
@@ -126,9 +113,9 @@ struct FolderText {
 static std::string Describe(const WideText& path, const FolderText& text)
 {
     // A drive's root, the setting's default, is written without its separator.
-    const Folder folder(path.back() == ':' ? path + TEXT("\\") : path, READ_CONTROL);
-    const std::string name = text.prefix + (", " + Shown(path) + ",");
-    if (folder.get() == INVALID_HANDLE_VALUE)
+    const Folder folder = OpenFolder(path.back() == ':' ? path + TEXT("\\") : path, READ_CONTROL);
+    const std::string name = text.prefix + (", " + Utf8(path) + ",");
+    if (!folder)
         return name + (GetLastError() == ERROR_ACCESS_DENIED ? " cannot be read\n" : " is missing\n");
     const bool open = IsOpenToUsers(folder.get(), SE_FILE_OBJECT, text.rights, name);
     return name + (open ? text.open : " is closed to ordinary users\n");

@@ -43,22 +43,12 @@ static ModulePlaces Places()
     return {{"64-bit programs", seen, system, native}, {"32-bit programs", system32, system32, kMachineX86}};
 }
 
-static int CheckSecret(std::string* output)
+// programs: those with the problem; empty for none. The problem's text surrounds them.
+static int Complain(const std::string& before, const std::string& programs, const char* after, std::string* output)
 {
-    const std::string programs = ClearSecrets();
     if (programs.empty())
         return kDone;
-    *output += "the client secret of " + programs + " is stored in clear text\n";
-    return kNotInstalled;
-}
-
-static int CheckAccess(std::string* output)
-{
-    const std::string programs = OpenSettings();
-    if (programs.empty())
-        return kDone;
-    *output += "no client secret is stored, because ordinary users can read the settings of " + programs +
-               ": run 'kelvaroctl config protect' first, or install without CLIENTSECRET\n";
+    *output += before + programs + after;
     return kNotInstalled;
 }
 
@@ -83,9 +73,11 @@ static int RunSettings(const std::string& command, std::string* output)
                   {"forget-settings", ForgetSettings}};
     try {
         if (command == "check-secret")
-            return CheckSecret(output);
+            return Complain("the client secret of ", ClearSecrets(), " is stored in clear text\n", output);
         if (command == "check-access")
-            return CheckAccess(output);
+            return Complain("no client secret is stored, because ordinary users can read the settings of ",
+                            OpenSettings(),
+                            ": run 'kelvaroctl config protect' first, or install without CLIENTSECRET\n", output);
         for (const auto& row : kSteps) {
             if (command != row.name)
                 continue;
@@ -153,7 +145,7 @@ int wmain(int argc, wchar_t** argv)
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> arguments;
     for (int index = 1; index < argc; ++index)
-        arguments.push_back(std::filesystem::path(argv[index]).u8string());
+        arguments.push_back(kelvaro_register::Utf8(argv[index]));
     const int exitCode = kelvaro_register::Run(arguments);
     std::fflush(nullptr);
     SetConsoleOutputCP(consoleBefore);

@@ -1,24 +1,29 @@
 #include "register/registration.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
-#include <string_view>
+
+#include "platform/owner.h"
 
 namespace kelvaro_register {
 
 const WCHAR kImage[] = TEXT("kelvaro.dll");
 
+std::string Utf8(const WideText& text)
+{
+    return std::filesystem::path(text).u8string();
+}
+
 static std::string RefusalText(const char* call, NTSTATUS status)
 {
     char code[16];
     std::snprintf(code, sizeof(code), "0x%08lx", static_cast<unsigned long>(static_cast<ULONG>(status)));
-    std::string text = std::string(call) + " answered " + code;
-    if (status == kStatusAccessDenied)
-        text += ": run this as an administrator";
-    return text;
+    return std::string(call) + " answered " + code +
+           (status == kStatusAccessDenied ? ": run this as an administrator" : "");
 }
 
-RefusedCall::RefusedCall(const char* call, NTSTATUS status) : status_(status), text_(RefusalText(call, status)) {}
+RefusedCall::RefusedCall(const char* call, NTSTATUS status) : std::runtime_error(RefusalText(call, status)) {}
 
 static void Check(const char* call, NTSTATUS status)
 {
@@ -37,7 +42,7 @@ template <typename T>
 using RouterBlock = std::unique_ptr<T, VOID(WINAPI*)(PVOID)>;
 
 // What is registered, in the published structures, whose texts aren't const.
-struct Record {
+struct Record : NonCopyable {
     WideText function = NCRYPT_KEY_STORAGE_ALGORITHM;
     WideText image = kImage;
     PWSTR functions[1] = {function.data()};
@@ -45,10 +50,6 @@ struct Record {
     PCRYPT_INTERFACE_REG interfaces[1] = {&interfaceRecord};
     CRYPT_IMAGE_REG imageRecord = {image.data(), 1, interfaces};
     CRYPT_PROVIDER_REG provider = {0, nullptr, &imageRecord, nullptr};
-
-    Record() = default;
-    Record(const Record&) = delete;
-    Record& operator=(const Record&) = delete;
 };
 }  // namespace
 

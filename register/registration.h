@@ -2,7 +2,7 @@
 // list of key storage providers. Both are machine-wide and serve 64-bit and 32-bit programs.
 #pragma once
 
-#include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "platform/product.h"
@@ -12,6 +12,8 @@ namespace kelvaro_register {
 
 using WideText = std::basic_string<WCHAR>;
 
+std::string Utf8(const WideText& text);
+
 extern const WCHAR kImage[];  // no path: the router looks in the system folder
 
 constexpr NTSTATUS kStatusAccessDenied = static_cast<NTSTATUS>(0xC0000022);
@@ -19,16 +21,9 @@ constexpr NTSTATUS kStatusNameNotFound = static_cast<NTSTATUS>(0xC0000034);
 constexpr NTSTATUS kStatusNotFound = static_cast<NTSTATUS>(0xC0000225);
 
 // A call that the router refused. The text names the call and its status.
-class RefusedCall : public std::exception {
+class RefusedCall : public std::runtime_error {
   public:
     RefusedCall(const char* call, NTSTATUS status);
-
-    const char* what() const noexcept override { return text_.c_str(); }
-    NTSTATUS status() const { return status_; }
-
-  private:
-    NTSTATUS status_;
-    std::string text_;
 };
 
 struct RegistrationState {

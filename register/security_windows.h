@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/owner.h"
 #include "platform/platform.h"
 
 namespace kelvaro_register {
@@ -16,16 +17,20 @@ class RefusedStep : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Throws RefusedStep unless `error` is ERROR_SUCCESS.
-void Check(const std::string& step, DWORD error);
+// Throws RefusedStep unless `error`, a DWORD or a LONG, is ERROR_SUCCESS.
+void CheckError(const std::string& step, DWORD error);
+template <typename Error>
+void Check(const std::string& step, Error error)
+{
+    CheckError(step, static_cast<DWORD>(error));
+}
+
+using LocalBlock = Owner<void, LocalFree>;
 
 // An owner and an access list without inheritance, from their SDDL text.
 class Access {
   public:
     explicit Access(const WCHAR* text);
-    ~Access() { LocalFree(descriptor_); }
-    Access(const Access&) = delete;
-    Access& operator=(const Access&) = delete;
 
     // To create an object with it.
     SECURITY_ATTRIBUTES* attributes() { return &attributes_; }
@@ -33,7 +38,7 @@ class Access {
     void Impose(HANDLE object, SE_OBJECT_TYPE type, const std::string& name) const;
 
   private:
-    PSECURITY_DESCRIPTOR descriptor_ = nullptr;
+    LocalBlock descriptor_;
     SECURITY_ATTRIBUTES attributes_ = {};
 };
 

@@ -1,8 +1,9 @@
 #include "register/settings_windows.h"
 
-#include <memory>
 #include <vector>
 
+#include "platform/owner.h"
+#include "platform/product.h"
 #include "register/log_folder_windows.h"
 #include "register/module_files.h"
 
@@ -27,10 +28,7 @@ struct View {
 };
 const View kViews[] = {{"64-bit programs", KEY_WOW64_64KEY}, {"32-bit programs", KEY_WOW64_32KEY}};
 
-struct KeyCloser {
-    void operator()(HKEY key) const { RegCloseKey(key); }
-};
-using Key = std::unique_ptr<std::remove_pointer_t<HKEY>, KeyCloser>;
+using Key = Owner<std::remove_pointer_t<HKEY>, RegCloseKey>;
 }  // namespace
 
 static std::string NameOf(const View& view)
@@ -38,27 +36,32 @@ static std::string NameOf(const View& view)
     return std::string("the settings of ") + view.programs;
 }
 
-static LONG Open(HKEY parent, const WCHAR* name, REGSAM rights, Key* key)
+static LONG Open(HKEY parent, const WCHAR* name, Key* key, REGSAM view = 0)
 {
     HKEY opened = nullptr;
-    const LONG error = RegOpenKeyExW(parent, name, 0, rights, &opened);
+    const LONG error = RegOpenKeyExW(parent, name, 0, KEY_READ | view, &opened);
     key->reset(opened);
     return error;
 }
 
-static DWORD Make(HKEY parent, const WCHAR* name, REGSAM rights, SECURITY_ATTRIBUTES* access, Key* key)
+// Every key below `parent` is in the same registry view. access: NULL for the inherited one.
+static Key Make(HKEY parent, const WCHAR* name, const std::string& step, SECURITY_ATTRIBUTES* access = nullptr,
+                REGSAM view = 0)
 {
     HKEY made = nullptr;
-    const LONG error =
-        RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, rights, access, &made, nullptr);
-    key->reset(made);
-    return static_cast<DWORD>(error);
+    Check(step, RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS | view, access, &made,
+                                nullptr));
+    return Key(made);
 }
 
-// Every key below this one is in the same registry view.
-static void OpenParent(const View& view, Key* parent)
+static Key OpenParent(const View& view)
 {
-    Check("opening " + NameOf(view), Make(HKEY_LOCAL_MACHINE, kParent, KEY_ALL_ACCESS | view.flag, nullptr, parent));
+    return Make(HKEY_LOCAL_MACHINE, kParent, "opening " + NameOf(view), nullptr, view.flag);
+}
+
+static void Set(HKEY key, const WCHAR* name, DWORD type, const void* value, DWORD size, const std::string& step)
+{
+    Check(step, RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(value), size));
 }
 
 static void SetWhereMissing(HKEY key, const WCHAR* name, const WideText& value)
@@ -74,11 +77,8 @@ void PrepareSettings()
     const WideText folder = PrepareLogFolder();
     Access access(kKeyAccess);
     for (const View& view : kViews) {
-        Key parent;
-        Key settings;
-        OpenParent(view, &parent);
-        Check("creating " + NameOf(view),
-              Make(parent.get(), kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
+        const Key parent = OpenParent(view);
+        const Key settings = Make(parent.get(), kSettings, "creating " + NameOf(view), access.attributes());
         access.Impose(settings.get(), SE_REGISTRY_KEY, NameOf(view));
         SetWhereMissing(settings.get(), TEXT("LogfilePath"), folder);
         SetWhereMissing(settings.get(), TEXT("EventLog"), kEventSource);
@@ -88,9 +88,7 @@ void PrepareSettings()
 static void SetMark(HKEY key, const WCHAR* name, bool value)
 {
     const DWORD number = value;
-    Check("marking the copy of the settings",
-          static_cast<DWORD>(
-              RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof(number))));
+    Set(key, name, REG_DWORD, &number, sizeof(number), "marking the copy of the settings");
 }
 
 static bool IsMarked(HKEY key, const WCHAR* name)
@@ -106,25 +104,23 @@ static void SaveAccess(HKEY settings, HKEY saved, const std::string& step)
     DWORD size = 0;
     RegGetKeySecurity(settings, DACL_SECURITY_INFORMATION, nullptr, &size);
     std::vector<BYTE> descriptor(size);
-    Check(step, static_cast<DWORD>(RegGetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data(), &size)));
-    Check(step, static_cast<DWORD>(RegSetValueExW(saved, kAccess, 0, REG_BINARY, descriptor.data(), size)));
+    Check(step, RegGetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data(), &size));
+    Set(saved, kAccess, REG_BINARY, descriptor.data(), size, step);
 }
 
 void SaveSettings()
 {
     Access access(kKeyAccess);
     for (const View& view : kViews) {
-        Key parent;
-        Key settings;
-        Key saved;
-        OpenParent(view, &parent);
+        const std::string step = "saving " + NameOf(view);
+        const Key parent = OpenParent(view);
         RegDeleteTreeW(parent.get(), kSaved);
-        Check("saving " + NameOf(view), Make(parent.get(), kSaved, KEY_ALL_ACCESS, access.attributes(), &saved));
-        if (Open(parent.get(), kSettings, KEY_READ, &settings) == ERROR_SUCCESS) {
-            Key copy;
-            Check("saving " + NameOf(view), Make(saved.get(), kSavedSettings, KEY_ALL_ACCESS, nullptr, &copy));
-            Check("saving " + NameOf(view), static_cast<DWORD>(RegCopyTreeW(settings.get(), nullptr, copy.get())));
-            SaveAccess(settings.get(), saved.get(), "saving " + NameOf(view));
+        const Key saved = Make(parent.get(), kSaved, step, access.attributes());
+        Key settings;
+        if (Open(parent.get(), kSettings, &settings) == ERROR_SUCCESS) {
+            const Key copy = Make(saved.get(), kSavedSettings, step);
+            Check(step, RegCopyTreeW(settings.get(), nullptr, copy.get()));
+            SaveAccess(settings.get(), saved.get(), step);
         }
         SetMark(saved.get(), kHadFolder, HasLogFolder());
         SetMark(saved.get(), kComplete, true);
@@ -134,33 +130,31 @@ void SaveSettings()
 static void RestoreAccess(HKEY saved, HKEY settings, const std::string& step)
 {
     DWORD size = 0;
-    Check(step, static_cast<DWORD>(RegQueryValueExW(saved, kAccess, nullptr, nullptr, nullptr, &size)));
+    Check(step, RegQueryValueExW(saved, kAccess, nullptr, nullptr, nullptr, &size));
     std::vector<BYTE> descriptor(size);
-    Check(step, static_cast<DWORD>(RegQueryValueExW(saved, kAccess, nullptr, nullptr, descriptor.data(), &size)));
-    Check(step, static_cast<DWORD>(RegSetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data())));
+    Check(step, RegQueryValueExW(saved, kAccess, nullptr, nullptr, descriptor.data(), &size));
+    Check(step, RegSetKeySecurity(settings, DACL_SECURITY_INFORMATION, descriptor.data()));
 }
 
 static void PutBack(HKEY parent, HKEY saved, HKEY copy, const View& view)
 {
-    Key settings;
     Access access(kKeyAccess);
     const std::string step = "restoring " + NameOf(view);
-    Check(step, Make(parent, kSettings, KEY_ALL_ACCESS, access.attributes(), &settings));
-    Check(step, static_cast<DWORD>(RegDeleteTreeW(settings.get(), nullptr)));
-    Check(step, static_cast<DWORD>(RegCopyTreeW(copy, nullptr, settings.get())));
+    const Key settings = Make(parent, kSettings, step, access.attributes());
+    Check(step, RegDeleteTreeW(settings.get(), nullptr));
+    Check(step, RegCopyTreeW(copy, nullptr, settings.get()));
     RestoreAccess(saved, settings.get(), step);
 }
 
 void RestoreSettings()
 {
     for (const View& view : kViews) {
-        Key parent;
+        const Key parent = OpenParent(view);
         Key saved;
         Key copy;
-        OpenParent(view, &parent);
-        if (Open(parent.get(), kSaved, KEY_READ, &saved) != ERROR_SUCCESS || !IsMarked(saved.get(), kComplete))
+        if (Open(parent.get(), kSaved, &saved) != ERROR_SUCCESS || !IsMarked(saved.get(), kComplete))
             continue;
-        if (Open(saved.get(), kSavedSettings, KEY_READ, &copy) == ERROR_SUCCESS)
+        if (Open(saved.get(), kSavedSettings, &copy) == ERROR_SUCCESS)
             PutBack(parent.get(), saved.get(), copy.get(), view);
         else
             RegDeleteTreeW(parent.get(), kSettings);
@@ -172,31 +166,32 @@ void RestoreSettings()
 
 void ForgetSettings()
 {
-    for (const View& view : kViews) {
-        Key parent;
-        OpenParent(view, &parent);
-        RegDeleteTreeW(parent.get(), kSaved);
-    }
+    for (const View& view : kViews)
+        RegDeleteTreeW(OpenParent(view).get(), kSaved);
 }
 
 static LONG OpenKey(const View& view, Key* settings)
 {
-    return Open(HKEY_LOCAL_MACHINE, (WideText(kParent) + TEXT("\\") + kSettings).c_str(), KEY_READ | view.flag,
-                settings);
+    return Open(HKEY_LOCAL_MACHINE, kSettingsKey, settings, view.flag);
 }
 
-std::string ClearSecrets()
+// The kinds of programs whose settings have a problem.
+static std::string ProgramsWith(bool (*problem)(const Key& settings, const View& view))
 {
     std::string found;
     for (const View& view : kViews) {
         Key settings;
-        DWORD size = 0;
-        if (OpenKey(view, &settings) == ERROR_SUCCESS &&
-            RegQueryValueExW(settings.get(), TEXT("ClientSecret"), nullptr, nullptr, nullptr, &size) == ERROR_SUCCESS &&
-            size > sizeof(WCHAR))
+        if (OpenKey(view, &settings) == ERROR_SUCCESS && problem(settings, view))
             found += (found.empty() ? "" : ", ") + std::string(view.programs);
     }
     return found;
+}
+
+static bool HasClearSecret(const Key& settings, const View&)
+{
+    DWORD size = 0;
+    return RegQueryValueExW(settings.get(), TEXT("ClientSecret"), nullptr, nullptr, nullptr, &size) == ERROR_SUCCESS &&
+           size > sizeof(WCHAR);
 }
 
 static bool IsOpen(const Key& settings, const View& view)
@@ -204,15 +199,14 @@ static bool IsOpen(const Key& settings, const View& view)
     return IsOpenToUsers(settings.get(), SE_REGISTRY_KEY, KEY_QUERY_VALUE | KEY_SET_VALUE, NameOf(view));
 }
 
+std::string ClearSecrets()
+{
+    return ProgramsWith(HasClearSecret);
+}
+
 std::string OpenSettings()
 {
-    std::string found;
-    for (const View& view : kViews) {
-        Key settings;
-        if (OpenKey(view, &settings) == ERROR_SUCCESS && IsOpen(settings, view))
-            found += (found.empty() ? "" : ", ") + std::string(view.programs);
-    }
-    return found;
+    return ProgramsWith(IsOpen);
 }
 
 static WideText LogfilePath(const Key& settings)

@@ -23,12 +23,10 @@ Addresses LookUp(const std::string& host, INTERNET_PORT port, int flags, std::st
     return Addresses(error ? nullptr : found);
 }
 
-class Socket {
+class Socket : NonCopyable {
   public:
     explicit Socket(int family) : handle_(SocketSystem::Open(family)) {}
     ~Socket() { SocketSystem::Close(handle_); }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
 
     // The error, or 0.
     int Connect(const addrinfo& address, DWORD limitMs) const
