@@ -41,7 +41,7 @@ class StructureBlock {
     BYTE* Append(std::string_view part)
     {
         const size_t offset = Reserve(part.size());
-        memcpy(bytes_.data() + offset, part.data(), part.size());
+        part.copy(bytes_.data() + offset, part.size());
         return AddressOf<BYTE>(offset);
     }
 
