@@ -1,6 +1,9 @@
 #include "kelvaroctl/config_import.h"
 
+#include <map>
+
 #include "kelvaroctl/failure.h"
+#include "platform/registry_key.h"
 #include "platform/registry_text.h"
 
 namespace kelvaroctl {
@@ -97,6 +100,52 @@ void Put(const SettingsHive& hive, const Setting& setting, const std::optional<R
     else
         hive.Remove(setting.name);
 }
+
+std::optional<RawValue> NewValue(const SettingChange& change)
+{
+    return change.remove ? std::nullopt : std::optional<RawValue>(change.value);
+}
+
+// In one transaction. Returns false, with nothing changed, if the machine has no registry transactions.
+bool ApplyTogether(const std::vector<SettingChange>& changes)
+{
+    RegistryTransaction transaction;
+    std::map<HKEY, SettingsHive> hives;
+    for (const SettingChange& change : changes) {
+        if (change.remove && !SettingsHive(change.hive).Exists())
+            continue;
+        const auto [hive, isNew] = hives.try_emplace(change.hive, change.hive);
+        if (isNew && !hive->second.Enter(&transaction, std::string("write ") + change.setting->name))
+            return false;
+        Put(hive->second, *change.setting, NewValue(change));
+    }
+    if (!hives.empty() && !transaction.Commit())
+        hives.begin()->second.ThrowFailure("write the settings", static_cast<LONG>(GetLastError()));
+    return true;
+}
+
+// One by one. If one fails, undoes the others as far as the system lets it.
+void ApplySingly(const std::vector<SettingChange>& changes)
+{
+    std::vector<std::optional<RawValue>> before;
+    before.reserve(changes.size());
+    for (const SettingChange& change : changes)
+        before.push_back(SettingsHive(change.hive).Read(change.setting->name));
+    size_t done = 0;
+    try {
+        for (; done < changes.size(); ++done)
+            Put(SettingsHive(changes[done].hive), *changes[done].setting, NewValue(changes[done]));
+    } catch (const Failure&) {
+        while (done--) {
+            try {
+                Put(SettingsHive(changes[done].hive), *changes[done].setting, before[done]);
+            } catch (const Failure&) {
+                // The first failure is the one to report.
+            }
+        }
+        throw;
+    }
+}
 }  // namespace
 
 std::vector<SettingChange> CheckImport(std::string_view content)
@@ -122,27 +171,8 @@ std::vector<SettingChange> CheckImport(std::string_view content)
 
 void ApplyChanges(const std::vector<SettingChange>& changes)
 {
-    std::vector<std::optional<RawValue>> before;
-    before.reserve(changes.size());
-    for (const SettingChange& change : changes)
-        before.push_back(SettingsHive(change.hive).Read(change.setting->name));
-    size_t done = 0;
-    try {
-        for (; done < changes.size(); ++done) {
-            const SettingChange& change = changes[done];
-            Put(SettingsHive(change.hive), *change.setting,
-                change.remove ? std::nullopt : std::optional<RawValue>(change.value));
-        }
-    } catch (const Failure&) {
-        while (done--) {
-            try {
-                Put(SettingsHive(changes[done].hive), *changes[done].setting, before[done]);
-            } catch (const Failure&) {
-                // The first failure is the one to report.
-            }
-        }
-        throw;
-    }
+    if (!ApplyTogether(changes))
+        ApplySingly(changes);
 }
 
 }  // namespace kelvaroctl

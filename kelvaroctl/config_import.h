@@ -20,7 +20,8 @@ struct SettingChange {
 // content: the whole file. Throws a usage failure that names the first bad line.
 std::vector<SettingChange> CheckImport(std::string_view content);
 
-// Makes all changes. If one fails, undoes the others and rethrows the failure.
+// Makes all changes or none, in one registry transaction. On a machine without such transactions one by one: if one
+// fails, undoes the others as far as the system lets it. Throws the failure of the platform.
 void ApplyChanges(const std::vector<SettingChange>& changes);
 
 }  // namespace kelvaroctl

@@ -3,11 +3,11 @@
 
 #include "platform/owner.h"
 #include "platform/platform.h"
+#include "platform/registry_key.h"
 
 namespace kelvaroctl {
 
 using CertificateContext = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;
 using LocalBlock = Owner<void, LocalFree>;
-using RegistryKey = Owner<std::remove_pointer_t<HKEY>, RegCloseKey>;
 
 }  // namespace kelvaroctl

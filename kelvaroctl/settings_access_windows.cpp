@@ -23,12 +23,12 @@ constexpr DWORD kReadOrChange = KEY_QUERY_VALUE | KEY_SET_VALUE | WRITE_DAC | WR
 }
 
 // NULL if there is none.
-RegistryKey OpenKey(REGSAM rights)
+RegistryKeyHandle OpenKey(REGSAM rights)
 {
     HKEY key = nullptr;
     const LONG error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, rights, &key);
     if (error == ERROR_SUCCESS)
-        return RegistryKey(key);
+        return RegistryKeyHandle(key);
     if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
         ThrowFailure("open", error);
     return nullptr;
@@ -89,7 +89,7 @@ void AddReader(const ACCESS_ALLOWED_ACE& entry, SettingsAccess* access)
 
 SettingsAccess ReadSettingsAccess()
 {
-    const RegistryKey key = OpenKey(READ_CONTROL);
+    const RegistryKeyHandle key = OpenKey(READ_CONTROL);
     SettingsAccess access;
     if (!key) {
         // A key created later inherits the rights of Software, which all users can read.
@@ -133,7 +133,7 @@ void ProtectSettings(const std::vector<std::string>& accounts)
         ThrowFailure("make the rights to", static_cast<LONG>(GetLastError()));
     const LocalBlock owned(descriptor);
     SettingsHive(HKEY_LOCAL_MACHINE).Create();
-    const RegistryKey key = OpenKey(READ_CONTROL | WRITE_DAC);
+    const RegistryKeyHandle key = OpenKey(READ_CONTROL | WRITE_DAC);
     const LONG error =
         RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, descriptor);
     if (error != ERROR_SUCCESS)

@@ -6,10 +6,21 @@
 
 namespace kelvaroctl {
 
-namespace {
-[[noreturn]] void ThrowHiveFailure(HKEY hive, const std::string& attempt, LONG error)
+// The key; NULL if there is none.
+static RegistryKeyHandle OpenSettings(const SettingsHive& hive)
 {
-    const std::string place = SettingsPlace(hive);
+    HKEY key = nullptr;
+    const LONG error = RegOpenKeyW(hive.handle(), kSettingsKey, &key);
+    if (error == ERROR_SUCCESS)
+        return RegistryKeyHandle(key);
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
+        hive.ThrowFailure("read the settings", error);
+    return nullptr;
+}
+
+void SettingsHive::ThrowFailure(const std::string& attempt, LONG error) const
+{
+    const std::string place = SettingsPlace(hive_);
     if (error == ERROR_BADDB) {
         throw ConfigurationFailure("the settings in " + place +
                                    " are damaged: repair the file or restore a good copy; "
@@ -21,19 +32,6 @@ namespace {
                                     ? "another process has locked the file; end it or try again"
                                     : "error " + std::to_string(error)));
 }
-
-// The key; NULL if there is none.
-RegistryKey OpenSettings(HKEY hive)
-{
-    HKEY key = nullptr;
-    const LONG error = RegOpenKeyW(hive, kSettingsKey, &key);
-    if (error == ERROR_SUCCESS)
-        return RegistryKey(key);
-    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
-        ThrowHiveFailure(hive, "read the settings", error);
-    return nullptr;
-}
-}  // namespace
 
 std::string SettingsHive::name() const
 {
@@ -47,17 +45,17 @@ std::string SettingsHive::scope() const
 
 bool SettingsHive::Exists() const
 {
-    return OpenSettings(hive_) != nullptr;
+    return OpenSettings(*this) != nullptr;
 }
 
 void SettingsHive::RequireReadable() const
 {
-    OpenSettings(hive_);
+    OpenSettings(*this);
 }
 
 std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
 {
-    const RegistryKey key = OpenSettings(hive_);
+    const RegistryKeyHandle key = OpenSettings(*this);
     if (!key)
         return std::nullopt;
     const WideText wide = ToWide(valueName);
@@ -80,44 +78,54 @@ std::optional<RawValue> SettingsHive::Read(const std::string& valueName) const
     if (error == ERROR_FILE_NOT_FOUND)
         return std::nullopt;
     if (error != ERROR_SUCCESS)
-        ThrowHiveFailure(hive_, "read " + valueName, error);
+        ThrowFailure("read " + valueName, error);
     return value;
 }
 
-static RegistryKey CreateSettingsKey(HKEY hive, const std::string& attempt)
+static RegistryKeyHandle CreateSettings(const SettingsHive& hive, const std::string& attempt)
 {
     HKEY key = nullptr;
-    const LONG error = RegCreateKeyExW(hive, kSettingsKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
-                                       nullptr, &key, nullptr);
+    const LONG error = RegCreateKeyExW(hive.handle(), kSettingsKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                       KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
     if (error != ERROR_SUCCESS)
-        ThrowHiveFailure(hive, attempt, error);
-    return RegistryKey(key);
+        hive.ThrowFailure(attempt, error);
+    return RegistryKeyHandle(key);
 }
 
 void SettingsHive::Create() const
 {
-    CreateSettingsKey(hive_, "make the settings");
+    CreateSettings(*this, "make the settings");
 }
 
 void SettingsHive::Write(const std::string& valueName, const RawValue& value) const
 {
-    const RegistryKey key = CreateSettingsKey(hive_, "write " + valueName);
-    const LONG error = RegSetValueExW(key.get(), ToWide(valueName).c_str(), 0, value.type, value.bytes.data(),
-                                      static_cast<DWORD>(value.bytes.size()));
+    const RegistryKeyHandle created = key_ ? nullptr : CreateSettings(*this, "write " + valueName);
+    const LONG error = RegSetValueExW((key_ ? key_ : created).get(), ToWide(valueName).c_str(), 0, value.type,
+                                      value.bytes.data(), static_cast<DWORD>(value.bytes.size()));
     if (error != ERROR_SUCCESS)
-        ThrowHiveFailure(hive_, "write " + valueName, error);
+        ThrowFailure("write " + valueName, error);
 }
 
 bool SettingsHive::Remove(const std::string& valueName) const
 {
     if (!Exists())
         return false;
-    const LONG error = RegDeleteKeyValueW(hive_, kSettingsKey, ToWide(valueName).c_str());
+    const LONG error =
+        RegDeleteKeyValueW(key_ ? key_.get() : hive_, key_ ? nullptr : kSettingsKey, ToWide(valueName).c_str());
     if (error == ERROR_FILE_NOT_FOUND)
         return false;
     if (error != ERROR_SUCCESS)
-        ThrowHiveFailure(hive_, "remove " + valueName, error);
+        ThrowFailure("remove " + valueName, error);
     return true;
+}
+
+bool SettingsHive::Enter(RegistryTransaction* transaction, const std::string& attempt)
+{
+    CreateSettings(*this, attempt);
+    const LONG error = transaction->Open(hive_, kSettingsKey, &key_);
+    if (!key_ && !RegistryTransaction::IsUnsupported(error))
+        ThrowFailure(attempt, error);
+    return key_ != nullptr;
 }
 
 RawValue TextValue(WideView text)

@@ -8,6 +8,7 @@
 #include "kelvaroctl/setting_table.h"
 #include "kelvaroctl/text.h"
 #include "platform/product.h"
+#include "platform/registry_key.h"
 
 namespace kelvaroctl {
 
@@ -32,8 +33,16 @@ class SettingsHive {
     void Write(const std::string& valueName, const RawValue& value) const;  // creates the key
     bool Remove(const std::string& valueName) const;                        // false if there was no such value
 
+    // Creates the key. From here on Write and Remove take effect when the transaction is committed. False if the
+    // machine has no registry transactions. attempt: "write KeyVault", for the failure's message.
+    bool Enter(RegistryTransaction* transaction, const std::string& attempt);
+
+    // Throws "cannot ATTEMPT in PLACE: REASON".
+    [[noreturn]] void ThrowFailure(const std::string& attempt, LONG error) const;
+
   private:
     HKEY hive_;
+    RegistryKeyHandle key_;  // in the transaction, if any
 };
 
 // A setting as the module reads it.

@@ -147,7 +147,7 @@ void CheckImport(bool done)
     for (const HKEY hive : kHives) {
         CheckSettings(hive);
         for (const char* name : kImported)
-            Require(!done || Text(hive, name) == "new", "a part isn't imported");
+            Require(Text(hive, name) == (done ? "new" : Text(hive, kImported[0])), "a part isn't imported");
     }
 }
 

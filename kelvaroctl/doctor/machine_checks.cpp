@@ -76,7 +76,7 @@ static std::string UnknownNames(HKEY hive)
     HKEY key = nullptr;
     if (RegOpenKeyW(hive, kSettingsKey, &key) != ERROR_SUCCESS)
         return "";
-    const RegistryKey owned(key);
+    const RegistryKeyHandle owned(key);
     WCHAR name[256];
     DWORD length = 256;
     for (DWORD index = 0; RegEnumValueW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;

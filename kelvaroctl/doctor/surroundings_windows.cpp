@@ -60,7 +60,7 @@ std::string ValueOf(HKEY hive, const WideText& key, const WideText& name, REGSAM
     } value = {};
     DWORD size = sizeof(value.text) - sizeof(WCHAR);
     DWORD type = 0;
-    const RegistryKey owned(opened);
+    const RegistryKeyHandle owned(opened);
     if (RegQueryValueExW(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS)
         return "";
     if (type == REG_DWORD && size == sizeof(value.number))

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "platform/linux/outcome.h"
 
@@ -159,17 +160,35 @@ LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* conten
     return ERROR_SUCCESS;
 }
 
+static std::string TemporaryOf(const std::string& path)
+{
+    return path + ".new";
+}
+
+Replacement::~Replacement()
+{
+    if (!path_.empty())
+        unlink(TemporaryOf(path_).c_str());
+}
+
+LONG Replacement::Prepare(const std::string& path, std::string_view content)
+{
+    path_ = path;
+    return WriteTemporary(TemporaryOf(path), path, content);
+}
+
+LONG Replacement::Publish()
+{
+    if (rename(TemporaryOf(path_).c_str(), path_.c_str()) != 0)
+        return LastErrno();
+    return SyncDirectory(DirectoryOf(std::exchange(path_, std::string())));
+}
+
 LONG ReplaceFile(const std::string& path, std::string_view content)
 {
-    const std::string temporary = path + ".new";
-    LONG error = WriteTemporary(temporary, path, content);
-    if (error == ERROR_SUCCESS && rename(temporary.c_str(), path.c_str()) != 0)
-        error = LastErrno();
-    if (error != ERROR_SUCCESS) {
-        unlink(temporary.c_str());
-        return error;
-    }
-    return SyncDirectory(DirectoryOf(path));
+    Replacement replacement;
+    const LONG error = replacement.Prepare(path, content);
+    return error == ERROR_SUCCESS ? replacement.Publish() : error;
 }
 
 LONG AppendToFile(const std::string& path, std::string_view line)

@@ -41,8 +41,20 @@ int OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat
 // maxSize bytes. *status, if not NULL, is the file's as read.
 LONG ReadWholeFile(const std::string& path, size_t maxSize, SecretString* content, struct stat* status = nullptr);
 
-// Writes a temporary file beside `path`, syncs it and renames it. The new file keeps the old one's group
-// and what that group may do. The caller holds a StoreLock on `path`.
+// Replaces a file in two steps, so that several can be prepared before the first is published. The new file keeps the
+// old one's group and what that group may do. The caller holds a StoreLock on the path until the object is gone.
+class Replacement : private NonCopyable {
+  public:
+    ~Replacement();
+
+    LONG Prepare(const std::string& path, std::string_view content);  // writes a temporary file beside it and syncs it
+    LONG Publish();                                                   // renames it
+
+  private:
+    std::string path_;  // empty: nothing is prepared
+};
+
+// Both steps.
 LONG ReplaceFile(const std::string& path, std::string_view content);
 
 // Appends with a single write, so that lines of several processes don't interleave.

@@ -31,9 +31,19 @@ bool IsHiveItself(HKEY key)
     return key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
 }
 
-Transaction* TransactionOf(HKEY key)
+bool IsTransacted(HKEY key)
 {
-    return !key || IsHiveItself(key) ? nullptr : static_cast<OpenedKey*>(key)->transaction.get();
+    return key && !IsHiveItself(key) && static_cast<OpenedKey*>(key)->transaction;
+}
+
+// The key in its transaction.
+RegistryKey& KeyInTransaction(HKEY key)
+{
+    const OpenedKey* const opened = static_cast<OpenedKey*>(key);
+    RegistryKey* const found = opened->transaction->key(opened->hive);
+    if (!found)
+        throw Failure(ERROR_TRANSACTION_NOT_ACTIVE);
+    return *found;
 }
 
 void CheckPath(std::u16string_view path)
@@ -55,7 +65,7 @@ Place FindPlace(HKEY key, LPCWSTR subKey)
 {
     if (!key)
         throw Failure(ERROR_INVALID_HANDLE);
-    if (TransactionOf(key))
+    if (IsTransacted(key))
         throw Failure(ERROR_NOT_SUPPORTED);
     Place place;
     if (IsHiveItself(key)) {
@@ -106,13 +116,13 @@ bool PutValue(RegistryKey* key, const RegistryValue& value)
     return changes;
 }
 
-LONG SetValue(Transaction* transaction, const RegistryValue& value)
+// Returns whether there was one.
+bool RemoveValue(RegistryKey* key, LPCWSTR name)
 {
-    RegistryKey* const key = transaction->key();
-    if (!key)
-        return ERROR_TRANSACTION_NOT_ACTIVE;
-    PutValue(key, value);
-    return ERROR_SUCCESS;
+    RegistryValue* const value = key ? key->FindValue(ViewOf(name)) : nullptr;
+    if (value)
+        key->values.erase(key->values.begin() + (value - key->values.data()));
+    return value;
 }
 
 LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
@@ -128,8 +138,8 @@ LONG SetValue(const Place& place, bool creates, const RegistryValue& value)
 LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID data, DWORD size)
 {
     return CodeOf([&]() -> LONG {
-        Transaction* const transaction = subKey ? nullptr : TransactionOf(key);
-        const Place place = transaction ? Place() : FindPlace(key, subKey);
+        const bool transacted = !subKey && IsTransacted(key);
+        const Place place = transacted ? Place() : FindPlace(key, subKey);
         const std::u16string_view name = ViewOf(valueName);
         if (!IsPlainText(name) || name.size() > kMaxValueNameLength || (!data && size > 0))
             return ERROR_INVALID_PARAMETER;
@@ -142,7 +152,10 @@ LONG StoreValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD type, LPCVOID
             const BYTE* bytes = static_cast<const BYTE*>(data);
             value.data.assign(bytes, bytes + size);
         }
-        return transaction ? SetValue(transaction, value) : SetValue(place, !ViewOf(subKey).empty(), value);
+        if (!transacted)
+            return SetValue(place, !ViewOf(subKey).empty(), value);
+        PutValue(&KeyInTransaction(key), value);
+        return ERROR_SUCCESS;
     });
 }
 
@@ -151,8 +164,8 @@ template <typename Visit>
 LONG VisitKey(HKEY key, HiveContent content, const Visit& visit)
 {
     return CodeOf([&]() -> LONG {
-        if (Transaction* const transaction = TransactionOf(key))
-            return transaction->key() ? visit(transaction->key()) : ERROR_TRANSACTION_NOT_ACTIVE;
+        if (IsTransacted(key))
+            return visit(&KeyInTransaction(key));
         const Place place = FindPlace(key, nullptr);
         return ReadHive(place.hive, content, [&](const RegistryHive& hive) -> LONG {
             // A handle stays valid when its key is removed from the file.
@@ -266,15 +279,12 @@ LONG WINAPI RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD, DWORD type, const
 LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName)
 {
     return CodeOf([&]() -> LONG {
+        if (!subKey && IsTransacted(key))
+            return RemoveValue(&KeyInTransaction(key), valueName) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
         const Place place = FindPlace(key, subKey);
         return ChangeHive(place.hive, [&](RegistryHive* hive, bool* changed) -> LONG {
-            RegistryKey* found = hive->FindKey(place.path);
-            RegistryValue* value = found ? found->FindValue(ViewOf(valueName)) : nullptr;
-            if (!value)
-                return ERROR_FILE_NOT_FOUND;
-            found->values.erase(found->values.begin() + (value - found->values.data()));
-            *changed = true;
-            return ERROR_SUCCESS;
+            *changed = RemoveValue(hive->FindKey(place.path), valueName);
+            return *changed ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
         });
     });
 }

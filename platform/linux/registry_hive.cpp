@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/linux/file_store.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/text.h"
@@ -112,10 +111,8 @@ const CachedHive& CurrentHive(HiveId id)
     return *slot;
 }
 
-using Change = std::function<LONG(RegistryHive*, bool* changed)>;
-
 // Runs `change` on the hive read from the file.
-LONG Try(HiveId id, const std::string& path, const Change& change, RegistryHive* hive, bool* changed)
+LONG Try(HiveId id, const std::string& path, const HiveChange& change, RegistryHive* hive, bool* changed)
 {
     *changed = false;
     const LONG error = LoadHive(id, path, hive);
@@ -142,22 +139,31 @@ LONG ReadHive(HiveId id, HiveContent content, const std::function<LONG(const Reg
     return current.error == ERROR_SUCCESS ? visit(current.hive) : current.error;
 }
 
-LONG ChangeHive(HiveId id, const Change& change)
+LONG ChangeHive(HiveId id, const HiveChange& change)
 {
-    const std::string path = HiveFile(id);
     bool changed = false;
-    {
-        RegistryHive tried;
-        const LONG error = Try(id, path, change, &tried, &changed);
-        if (error != ERROR_SUCCESS || !changed)
-            return error;
-    }
-    StoreLock lock;
-    Check(lock.Acquire(path));
-    RegistryHive hive;
-    const LONG error = Try(id, path, change, &hive, &changed);
+    RegistryHive tried;
+    const LONG error = Try(id, HiveFile(id), change, &tried, &changed);
     if (error != ERROR_SUCCESS || !changed)
         return error;
+    HiveRewrite rewrite;
+    Check(rewrite.Prepare(id, change));
+    return rewrite.Publish();
+}
+
+LONG HiveRewrite::Prepare(HiveId id, const HiveChange& change)
+{
+    const std::string path = HiveFile(id);
+    Check(lock_.Acquire(path));
+    RegistryHive hive;
+    const LONG error = Try(id, path, change, &hive, &changed_);
+    if (error != ERROR_SUCCESS || !changed_)
+        return error;
     const SecretString content = FormatRegistryFile(hive, RootName(id));
-    return content.size() <= kMaxFileSize ? ReplaceFile(path, content) : ERROR_FILE_TOO_LARGE;
+    return content.size() <= kMaxFileSize ? file_.Prepare(path, content) : ERROR_FILE_TOO_LARGE;
+}
+
+LONG HiveRewrite::Publish()
+{
+    return changed_ ? file_.Publish() : ERROR_SUCCESS;
 }

@@ -19,16 +19,13 @@ bool SameValues(const RegistryKey& a, const RegistryKey& b)
 
 LONG Transaction::Enter(HiveId hive, const std::u16string& path)
 {
-    if (entered_ || ended_)
+    if (ended_ || keys_.count(hive))
         return ERROR_NOT_SUPPORTED;
     return ReadHive(hive, HiveContent::complete, [&](const RegistryHive& current) -> LONG {
         const RegistryKey* found = current.FindKey(path);
         if (!found)
             return ERROR_FILE_NOT_FOUND;
-        hive_ = hive;
-        before_ = *found;
-        after_ = *found;
-        entered_ = true;
+        keys_[hive] = {*found, *found};
         return ERROR_SUCCESS;
     });
 }
@@ -38,16 +35,21 @@ LONG Transaction::Commit()
     if (ended_)
         return ERROR_TRANSACTION_NOT_ACTIVE;
     ended_ = true;
-    if (!entered_)
-        return ERROR_SUCCESS;
-    return ChangeHive(hive_, [this](RegistryHive* current, bool* changed) -> LONG {
-        RegistryKey* const found = current->FindKey(before_.path);
-        if (!found || !SameValues(*found, before_))
-            return ERROR_TRANSACTION_ALREADY_ABORTED;
-        *changed = !SameValues(*found, after_);
-        found->values = after_.values;
-        return ERROR_SUCCESS;
-    });
+    // Nothing is published before all is prepared. The map's order is the order of the locks.
+    std::map<HiveId, HiveRewrite> rewrites;
+    for (const auto& [hive, key] : keys_) {
+        Check(rewrites[hive].Prepare(hive, [&entered = key](RegistryHive* current, bool* changed) -> LONG {
+            RegistryKey* const found = current->FindKey(entered.before.path);
+            if (!found || !SameValues(*found, entered.before))
+                return ERROR_TRANSACTION_ALREADY_ABORTED;
+            *changed = !SameValues(*found, entered.after);
+            found->values = entered.after.values;
+            return ERROR_SUCCESS;
+        }));
+    }
+    for (auto& [hive, rewrite] : rewrites)
+        Check(rewrite.Publish());
+    return ERROR_SUCCESS;
 }
 
 HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES, GUID*, DWORD, DWORD, DWORD, DWORD, LPWSTR)

@@ -1,7 +1,9 @@
-// A transaction over the values of one registry key: writes through its key take effect together at the commit, and
-// only if no one else has changed the key's values since it was opened.
+// A transaction over the values of one registry key in each hive: writes through its keys take effect together at the
+// commit, and only if no one else has changed the keys' values since they were opened. A process that is killed while
+// it commits to both hives may have changed one.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "platform/linux/handles.h"
@@ -13,19 +15,21 @@ class Transaction : public KernelObject {
 
     Transaction() : KernelObject(kKind) {}
 
-    // Adds the key. ERROR_FILE_NOT_FOUND: no such key; ERROR_NOT_SUPPORTED: a second key.
+    // Adds the key. ERROR_FILE_NOT_FOUND: no such key; ERROR_NOT_SUPPORTED: a second key of the hive.
     LONG Enter(HiveId hive, const std::u16string& path);
 
-    // The key as seen through its handle; NULL after the commit.
-    RegistryKey* key() { return ended_ ? nullptr : &after_; }
+    // The hive's key as seen through its handle; NULL after the commit.
+    RegistryKey* key(HiveId hive) { return ended_ ? nullptr : &keys_[hive].after; }
 
-    // ERROR_TRANSACTION_ALREADY_ABORTED, and nothing written, if the key's values have changed meanwhile.
+    // ERROR_TRANSACTION_ALREADY_ABORTED, and nothing written, if a key's values have changed meanwhile.
     LONG Commit();
 
   private:
-    bool entered_ = false;
+    struct EnteredKey {
+        RegistryKey before;
+        RegistryKey after;
+    };
+
     bool ended_ = false;
-    HiveId hive_ = HiveId::machine;
-    RegistryKey before_;
-    RegistryKey after_;
+    std::map<HiveId, EnteredKey> keys_;
 };

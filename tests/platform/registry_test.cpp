@@ -222,35 +222,46 @@ TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
 
 TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
 {
+    const HKEY hives[] = {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
     const Row<bool, bool, const char*, const char*> rows[] = {
         {false, true, "mine", "mine"}, {true, true, "old", "theirs"}, {false, false, "old", "old"}};
     for (const auto& [otherWrites, commits, a, b] : rows) {
         SCOPED_TRACE(b);
         const PlatformRoot root;
-        WriteMachineHive(root, "\"A\"=\"old\"\n\"B\"=\"old\"\n");
         const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
-        HKEY key = nullptr;
-        ASSERT_EQ(RegOpenKeyTransactedW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key, transaction,
-                                        nullptr),
-                  ERROR_SUCCESS);
-        for (const LPCWSTR name : {u"A", u"B"})
-            EXPECT_EQ(RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(u"mine"), 10), ERROR_SUCCESS);
-        EXPECT_EQ(GetText(u"A"), "old");
+        HKEY keys[2] = {};
+        for (int i = 0; i < 2; i++) {
+            ASSERT_EQ(Create(hives[i]), ERROR_SUCCESS);
+            for (const LPCWSTR name : {u"A", u"B", u"C"})
+                ASSERT_EQ(SetText(name, u"old", hives[i]), ERROR_SUCCESS);
+            ASSERT_EQ(RegOpenKeyTransactedW(hives[i], kKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &keys[i], transaction,
+                                            nullptr),
+                      ERROR_SUCCESS);
+            EXPECT_EQ(RegSetValueExW(keys[i], u"A", 0, REG_SZ, reinterpret_cast<const BYTE*>(u"mine"), 10), 0);
+            EXPECT_EQ(RegSetKeyValueW(keys[i], nullptr, u"B", REG_SZ, u"mine", 10), ERROR_SUCCESS);
+            EXPECT_EQ(RegDeleteKeyValueW(keys[i], nullptr, u"C"), ERROR_SUCCESS);
+            EXPECT_EQ(RegDeleteKeyValueW(keys[i], nullptr, u"C"), ERROR_FILE_NOT_FOUND);
+            EXPECT_EQ(GetText(u"A", hives[i]), "old");
+            EXPECT_EQ(GetText(u"C", hives[i]), "old");
+        }
         char16_t seen[5];
         DWORD size = sizeof seen;
-        EXPECT_EQ(RegQueryValueExW(key, u"A", nullptr, nullptr, reinterpret_cast<BYTE*>(seen), &size), ERROR_SUCCESS);
+        EXPECT_EQ(RegQueryValueExW(keys[1], u"A", nullptr, nullptr, reinterpret_cast<BYTE*>(seen), &size), 0);
         EXPECT_EQ(std::u16string(seen), u"mine");
         if (otherWrites) {
-            EXPECT_EQ(SetText(u"B", u"theirs"), ERROR_SUCCESS);
+            EXPECT_EQ(SetText(u"B", u"theirs", HKEY_CURRENT_USER), ERROR_SUCCESS);
         }
         if (commits) {
             EXPECT_EQ(CommitTransaction(transaction) != FALSE, !otherWrites);
-            EXPECT_EQ(RegSetValueExW(key, u"A", 0, REG_SZ, nullptr, 0), ERROR_TRANSACTION_NOT_ACTIVE);
+            EXPECT_EQ(RegSetValueExW(keys[0], u"A", 0, REG_SZ, nullptr, 0), ERROR_TRANSACTION_NOT_ACTIVE);
         }
-        EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+        for (int i = 0; i < 2; i++) {
+            EXPECT_EQ(RegCloseKey(keys[i]), ERROR_SUCCESS);
+            EXPECT_EQ(GetText(u"A", hives[i]), a);
+            EXPECT_EQ(Query(OpenKey(hives[i]).key, u"C"), std::string(a) == "mine" ? ERROR_FILE_NOT_FOUND : 0);
+        }
         EXPECT_TRUE(CloseHandle(transaction));
-        EXPECT_EQ(GetText(u"A"), a);
-        EXPECT_EQ(GetText(u"B"), b);
+        EXPECT_EQ(GetText(u"B", HKEY_CURRENT_USER), b);
     }
 }
 
