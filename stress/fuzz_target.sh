@@ -9,7 +9,7 @@ target=$3
 fuzz=$top/build/fuzz
 log=$(mktemp)
 mkdir -p "$fuzz/findings" "$fuzz/found/$target"
-ASAN_OPTIONS=allocator_may_return_null=1 "$fuzz/fuzz/kelvaro_fuzz" "--$target" -max_total_time="$seconds" -timeout=20 \
+ASAN_OPTIONS=allocator_may_return_null=1 "$fuzz/fuzz/kelvaro_fuzz" "--$target" -max_total_time="$seconds" -timeout=120 -report_slow_units=120 \
     -close_fd_mask=1 -dict="$top/fuzz/dictionary" -artifact_prefix="$fuzz/findings/$target-" -print_final_stats=1 \
     "$fuzz/found/$target" "$top/fuzz/corpus/$target" 2>"$log"
 executions=$(sed -n 's/stat::number_of_executed_units: //p' "$log" | tail -n 1)
