@@ -2,7 +2,8 @@
 # Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
 # Usage: ./stress.sh [faults|fuzz|many|kill|calls|manners|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
-# Default: all but calls, which isn't finished, judges, and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed part runs.
+# Default: all but judges, and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed
+# part runs.
 # --signatures and --loads end the long parts; without --minutes, nothing else does.
 set -eu
 top=$(cd "$(dirname "$0")" && pwd)
@@ -105,7 +106,7 @@ try_judges() {
     keep judges "$top/stress/judges.jq" <"$work/list"
 }
 
-# STEP=5 ./stress.sh calls: each fifth call alone.
+# STEP=5 ./stress.sh calls: only every fifth call fails.
 try_calls() {
     build stress_calls
     "$top/build/release/stress/stress_calls" $((2 * $(nproc))) "${STEP:-1}" >"$work/cases"
@@ -168,7 +169,7 @@ try_fuzz() {
     keep fuzz "$top/stress/fuzz.jq" <"$work/fuzz"
 }
 
-for part in ${chosen:-faults fuzz many kill manners long}; do
+for part in ${chosen:-faults fuzz many kill calls manners long}; do
     echo "== $part" >&2
     "try_$(echo "$part" | tr - _)"
 done

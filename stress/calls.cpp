@@ -1,17 +1,15 @@
-// Every call of the platform that an operation makes fails in turn, alone and with all that follow. Prints a JSON array
-// with an object a case.
+// Makes every platform call of an operation fail in turn, alone and together with all later ones. Prints a JSON array,
+// one object for each case.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <regex>
 
+#include "stress/calls_subjects.h"
 #include "stress/failing_calls.h"
-#include "stress/operations.h"
 #include "stress/shares.h"
 
 using namespace stress;
@@ -19,150 +17,19 @@ using nlohmann::json;
 
 namespace {
 
-struct Subject {
-    std::string name;
-    std::function<void(Stage&)> prepare;
-    std::function<SECURITY_STATUS(Stage&)> run;
-    std::function<bool(Stage&)> right;  // whether an operation that succeeded has done its work
-};
-
-bool Signs(Stage& stage)
-{
-    return stage.host.Sign(stage.provider, stage.opened, false) == 0;
-}
-
-bool IsInVault(Stage& stage, const char* kind, const char* name)
-{
-    for (const json& each : stage.host.sim.Control("GET", std::string("/vaults/") + Simulator::kVault).at(kind)) {
-        if (each.at("name") == name)
-            return true;
-    }
-    return false;
-}
-
-bool MadeKey(Stage& stage)
-{
-    return IsInVault(stage, "keys", "made");
-}
-
-bool Verifies(Stage& stage)
-{
-    return stage.host.table->VerifySignature(stage.provider, stage.key, nullptr, stage.input.data(), 32,
-                                             stage.other.data(), stage.size, 0) == 0;
-}
-
-bool Decrypts(Stage& stage)
-{
-    std::vector<BYTE> plain(256);
-    DWORD size = 0;
-    return stage.host.table->Decrypt(stage.provider, stage.key, stage.other.data(), stage.size, nullptr, plain.data(),
-                                     256, &size, NCRYPT_PAD_PKCS1_FLAG) == 0 &&
-           size == 32 && std::equal(stage.input.begin(), stage.input.end(), plain.begin());
-}
-
-// An open of a provider that finds a new secret in clear.
-void WithClearSecret(Stage& stage)
-{
-    stage.SignIn(1);
-    stage.host.root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", Simulator::kClientSecret);
-}
-
-SECURITY_STATUS OpenAnother(Stage& stage)
-{
-    return stage.host.table->OpenProvider(&stage.another, TEXT("provider"), 0);
-}
-
-// Whatever the other provider could read, the secret is there for the next one.
-bool KeepsSecret(Stage& stage)
-{
-    stage.host.table->FreeProvider(stage.another);
-    return OpenAnother(stage) == 0 &&
-           stage.host.table->OpenKey(stage.another, &stage.opened, TEXT("p256"), 0, NCRYPT_MACHINE_KEY_FLAG) == 0 &&
-           stage.host.root.GetText(HKEY_LOCAL_MACHINE, "ClientSecret").empty();
-}
-
-std::function<void(Stage&)> ToImport(const char* file)
-{
-    return [file](Stage& stage) {
-        stage.SignIn(1);
-        std::ifstream stream(std::string(KELVARO_PKCS8_FOLDER "/") + file, std::ios::binary);
-        stage.input.assign(std::istreambuf_iterator<char>(stream), {});
-    };
-}
-
-SECURITY_STATUS Import(Stage& stage)
-{
-    WCHAR name[] = TEXT("made");
-    WCHAR password[] = TEXT("secret");
-    NCryptBuffer buffers[] = {{sizeof(name), NCRYPTBUFFER_PKCS_KEY_NAME, name},
-                              {sizeof(password), NCRYPTBUFFER_PKCS_SECRET, password}};
-    NCryptBufferDesc list = {0, 2, buffers};
-    return stage.host.table->ImportKey(stage.provider, 0, TEXT("PKCS8_PRIVATEKEY"), &list, &stage.opened,
-                                       stage.input.data(), static_cast<DWORD>(stage.input.size()),
-                                       NCRYPT_DO_NOT_FINALIZE_FLAG);
-}
-
-bool GivesKey(Stage& stage)
-{
-    return stage.opened != Stage::kUntouched;
-}
-
-SECURITY_STATUS Export(Stage& stage)
-{
-    return stage.host.table->ExportKey(stage.provider, stage.key, 0, TEXT("ECCPUBLICBLOB"), nullptr, stage.other.data(),
-                                       static_cast<DWORD>(stage.other.size()), &stage.size, 0);
-}
-
-void ToExport(Stage& stage)
-{
-    stage.SignIn(1);
-    stage.other.resize(200, 8);
-}
-
-std::vector<Subject> Subjects()
-{
-    const std::map<std::string, std::function<bool(Stage&)>> rights = {
-        {"sign-in", Signs},
-        {"managed identity", Signs},
-        {"Arc", Signs},
-        {"key read", Signs},
-        {"certificate list", Signs},
-        {"key list", [](Stage& stage) { return stage.listed == "p256"; }},
-        {"sign", Verifies},
-        {"verify", [](Stage&) { return true; }},
-        {"encrypt", Decrypts},
-        {"decrypt", [](Stage& stage) { return stage.size == 32 && stage.input[0] == 7 && stage.input[31] == 7; }},
-        {"key creation", MadeKey},
-        {"certificate creation", [](Stage& stage) { return IsInVault(stage, "certificates", "made"); }},
-        {"key deletion", [](Stage& stage) { return !IsInVault(stage, "keys", "p256"); }},
-        {"certificate deletion", [](Stage& stage) { return !IsInVault(stage, "certificates", "web"); }},
-        {"publication: fetch", [](Stage&) { return true; }},
-    };
-    std::vector<Subject> subjects = {
-        {"open with a new secret", WithClearSecret, OpenAnother, KeepsSecret},
-        {"import", ToImport("pbes2-sha1-3des.der"), Import, GivesKey},
-        {"export", ToExport, Export, [](Stage& stage) { return stage.size == 72; }},
-    };
-    for (const Operation& operation : Operations()) {
-        if (const auto found = rights.find(operation.name); found != rights.end())
-            subjects.push_back({operation.name, operation.prepare, operation.run, found->second});
-    }
-    return subjects;
-}
-
-// Requests without what differs from one run to the next: identifiers, tokens, signatures.
+// Requests without what differs from one run to the next: tokens, identifiers, versions, signatures, certificates.
 std::vector<std::string> Requests(Simulator& sim)
 {
-    static const std::regex kRandom("[A-Za-z0-9+/=_.-]{20,}");
+    static const std::regex kRandom(
+        R"re((Bearer |Basic |"value":"|"x5c": \[")[^" ]+|[0-9a-f]{8}-[0-9a-f-]{27}|[0-9a-f]{32})re");
     std::vector<std::string> requests;
     for (const json& entry : sim.Journal()) {
-        std::string text = entry.at("method").get<std::string>() + " " + entry.at("target").get<std::string>() + " " +
-                           std::to_string(entry.at("status").get<int>());
+        std::string text = entry.at("method").get<std::string>() + " " + entry.at("target").get<std::string>();
         for (const std::string line : entry.at("headers")) {
             if (line.rfind("Content-Length:", 0) != 0)
                 text += " | " + line;
         }
-        requests.push_back(std::regex_replace(text + " " + entry.at("body").get<std::string>(), kRandom, "*"));
+        requests.push_back(std::regex_replace(text + " " + entry.at("body").get<std::string>(), kRandom, "$1*"));
     }
     return requests;
 }
@@ -173,7 +40,7 @@ size_t Descriptors()
     return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
-// Whether `after` begins with `before`, and has zeros behind it: room was made, and nothing written.
+// Whether `after` begins with `before` and the rest is zero: the operation has made room and written nothing.
 bool Untouched(const std::vector<BYTE>& before, const std::vector<BYTE>& after)
 {
     return after.size() >= before.size() && std::equal(before.begin(), before.end(), after.begin()) &&
@@ -190,11 +57,12 @@ struct Result {
     int seen;
     std::string call;
     SECURITY_STATUS status;
+    bool partly;  // success, with less than the whole work
     std::vector<std::string> requests;
     std::vector<std::string> wrong;
 };
 
-// Another thread opens a key and signs. The key of the stage may be gone.
+// Another thread opens a key and signs. The stage's own key may have been deleted.
 bool NextCallWorks(Stage& stage)
 {
     stage.host.sim.AddKey(Simulator::kVault, {{"name", "next"}, {"kty", "EC"}, {"crv", "P-256"}});
@@ -211,14 +79,50 @@ bool NextCallWorks(Stage& stage)
     std::_Exit(1);
 }
 
+// All calls after the first may fail too, so then the status may be any of the stated ones.
+bool IsStated(const Subject& subject, const Case& which, const Result& result)
+{
+    const auto stated = subject.failures.find(result.status);
+    return stated != subject.failures.end() && (which.allAfter || (stated->second & FamilyOf(result.call)) != 0);
+}
+
+// What the operation was given to change.
+struct Outputs {
+    explicit Outputs(const Stage& stage) : input(stage.input), other(stage.other) {}
+    bool UntouchedIn(const Stage& stage, DWORD room) const
+    {
+        return Untouched(input, stage.input) && Untouched(other, stage.other) &&
+               (stage.size == Stage::kUntouched || stage.size == room) && stage.opened == Stage::kUntouched &&
+               stage.another == Stage::kUntouched && stage.listed.empty();
+    }
+
+    const std::vector<BYTE> input, other;
+};
+
+void JudgeOutcome(const Subject& subject, const Case& which, const Outputs& before, Stage& stage, Result* result)
+{
+    if (result->status == 0) {
+        const Work work = subject.work(stage);
+        result->partly = work == Work::Partly;
+        if (work == Work::Missing)
+            result->wrong.push_back("success without the work");
+        return;
+    }
+    if (!IsStated(subject, which, *result))
+        result->wrong.push_back("not a status for this failure");
+    if (!before.UntouchedIn(stage, subject.room))
+        result->wrong.push_back("an output is touched");
+}
+
 Result RunOnce(const Subject& subject, const Case& which)
 {
     Result result = {};
     Stage stage;
     subject.prepare(stage);
+    stage.size = Stage::kUntouched;
+    stage.listed.clear();
     stage.host.sim.ClearJournal();
-    const std::vector<BYTE> input = stage.input, other = stage.other;
-    const std::string heldBefore = HeldByModule();
+    const Outputs before(stage);
     {
         const FailingCalls failing(which.failAt, which.allAfter);
         result.status = subject.run(stage);
@@ -226,19 +130,13 @@ Result RunOnce(const Subject& subject, const Case& which)
         result.call = FailingCalls::Name();
     }
     result.requests = Requests(stage.host.sim);
-    if (result.status == 0 && !subject.right(stage))
-        result.wrong.push_back("success without the work");
-    const bool untouched = Untouched(input, stage.input) && Untouched(other, stage.other) &&
-                           stage.size == Stage::kUntouched && stage.opened == Stage::kUntouched &&
-                           stage.another == Stage::kUntouched && stage.listed.empty();
-    if (result.status != 0 && !untouched)
-        result.wrong.push_back("an output is touched");
+    JudgeOutcome(subject, which, before, stage, &result);
     if (!NextCallWorks(stage))
         result.wrong.push_back("the next call fails");
     return result;
 }
 
-// A run, and what is left when all is closed.
+// Also judges what is left once everything is closed.
 Result RunAndLook(const Subject& subject, const Case& which)
 {
     const size_t descriptors = Descriptors();
@@ -251,11 +149,20 @@ Result RunAndLook(const Subject& subject, const Case& which)
     return result;
 }
 
+bool IsUsual(const Subject& subject, const std::vector<std::string>& usual, const std::string& call,
+             const std::string& request)
+{
+    return std::find(usual.begin(), usual.end(), request) != usual.end() ||
+           std::any_of(subject.fallbacks.begin(), subject.fallbacks.end(), [&](const Fallback& fallback) {
+               return fallback.call == call && request.find(fallback.text) != std::string::npos;
+           });
+}
+
 json RunCase(const Subject& subject, const std::vector<std::string>& usual, const Case& which)
 {
     Result result = RunAndLook(subject, which);
     for (const std::string& request : result.requests) {
-        if (std::find(usual.begin(), usual.end(), request) == usual.end())
+        if (!IsUsual(subject, usual, result.call, request))
             result.wrong.push_back("unusual request: " + request);
     }
     return {{"operation", subject.name},
@@ -263,18 +170,28 @@ json RunCase(const Subject& subject, const std::vector<std::string>& usual, cons
             {"call", result.call},
             {"allAfter", which.allAfter},
             {"status", StatusName(result.status)},
+            {"partly", result.partly},
             {"wrong", result.wrong}};
 }
 
-void RunShare(int share, int shares, int step, FILE* out)
+// The first run fills what the process fills once.
+Result RunUndisturbed(const Subject& subject)
+{
+    RunOnce(subject, {INT_MAX, false});
+    Result result = RunOnce(subject, {INT_MAX, false});
+    Require(result.status == 0 && !result.partly && result.wrong.empty(),
+            subject.name + ": " + StatusName(result.status) + (result.partly ? ", in part" : "") +
+                " without a failure: " + json(result.wrong).dump());
+    return result;
+}
+
+void RunShare(int share, int shares, int step, const std::string& only, FILE* out)
 {
     int number = 0;
     for (const Subject& subject : Subjects()) {
-        RunOnce(subject, {INT_MAX, false});  // fills what is filled once
-        const Result usual = RunOnce(subject, {INT_MAX, false});
-        if (usual.status != 0 || !usual.wrong.empty())
-            throw std::runtime_error(subject.name + ": " + StatusName(usual.status) +
-                                     " without a fault: " + json(usual.wrong).dump());
+        if (!only.empty() && subject.name != only)
+            continue;
+        const Result usual = RunUndisturbed(subject);
         for (int failAt = 0; failAt < usual.seen; failAt += step) {
             for (const bool allAfter : {false, true}) {
                 if (number++ % shares != share)
@@ -288,10 +205,10 @@ void RunShare(int share, int shares, int step, FILE* out)
 
 }  // namespace
 
-// Arguments: the number of processes; N, for each Nth call alone.
+// Arguments: the number of processes; N to fail only every Nth call; the only operation to run.
 int main(int argc, char** argv)
 {
     return PrintInShares(argc > 1 ? std::atoi(argv[1]) : 4, [&](int share, int shares, FILE* out) {
-        RunShare(share, shares, argc > 2 ? std::atoi(argv[2]) : 1, out);
+        RunShare(share, shares, argc > 2 ? std::atoi(argv[2]) : 1, argc > 3 ? argv[3] : "", out);
     });
 }

@@ -87,12 +87,15 @@ struct Caller<Result(Arguments...) noexcept(kNoThrow)> {
         } else {
             const Result failing = (Result)Row::Value();
             const bool fails = MustFail(Row::kName);
+            bool given = false;
+            if constexpr (Row::kWhat != Nothing)
+                given = IsGiven<Row::kWhat>(arguments...);
             Result result = failing;
             if (!fails || Row::kKind == Kind::Closes)
                 result = Row::real(arguments...);
-            if (Row::kKind == Kind::Closes && IsGiven<Row::kWhat>(arguments...))
+            if (Row::kKind == Kind::Closes && given)
                 --held[Row::kWhat];
-            else if (Row::kKind == Kind::Opens || (Row::kKind == Kind::Resizes && !IsGiven<Row::kWhat>(arguments...)))
+            else if (Row::kKind == Kind::Opens || (Row::kKind == Kind::Resizes && !given))
                 held[Row::kWhat] += Succeeded(result, failing);
             if (fails && Row::kError != ERROR_SUCCESS)
                 SetLastError(static_cast<DWORD>(Row::kError));

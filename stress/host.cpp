@@ -29,6 +29,9 @@ std::string StatusName(SECURITY_STATUS status)
         {NTE_BAD_SIGNATURE, "NTE_BAD_SIGNATURE"},
         {NTE_NO_MORE_ITEMS, "NTE_NO_MORE_ITEMS"},
         {NTE_NO_MEMORY, "NTE_NO_MEMORY"},
+        {NTE_BAD_DATA, "NTE_BAD_DATA"},
+        {NTE_INTERNAL_ERROR, "NTE_INTERNAL_ERROR"},
+        {NTE_NOT_SUPPORTED, "NTE_NOT_SUPPORTED"},
         {SEC_E_LOGON_DENIED, "SEC_E_LOGON_DENIED"},
     };
     const auto found = kNames.find(status);

@@ -79,6 +79,7 @@ void Encrypted(Stage& stage)
 {
     WithRsa(stage);
     Require(Encrypt(stage) == 0, "cannot encrypt");
+    stage.input.assign(256, 9);  // where the plain text goes
 }
 
 SECURITY_STATUS Sign(Stage& stage)

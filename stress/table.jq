@@ -28,8 +28,8 @@ def kill:
 def calls:
   "\(.cases) cases with \(.functions | length) functions; something is wrong in \(.wrong | length).",
   "",
-  (["operation", "calls", "statuses"] | head),
-  (.operations[] | [.operation, .calls, .statuses] | row),
+  (["operation", "calls", "statuses", "of the successes, only in part"] | head),
+  (.operations[] | [.operation, .calls, .statuses, .partly] | row),
   (.wrong[] | "WRONG: \(.)");
 
 def manners: (["done", "must hold", "held"] | head), (.rows[] | [.done, .must, if .wrong == "" then "yes" else .wrong end] | row);
