@@ -61,7 +61,7 @@ std::vector<DWORD> Repeated(size_t count, const std::vector<DWORD>& waits)
     return all;
 }
 
-// `count` waits that begin at a second and double up to 64.
+// `count` waits: 1 s, then doubling up to 64 s.
 std::vector<DWORD> Doubling(size_t count)
 {
     std::vector<DWORD> waits;
@@ -80,7 +80,7 @@ bool IsDeletion(Kind kind)
     return kind == Kind::Delete || kind == Kind::Purge;
 }
 
-// How often a status that stays is tried. The waits are one fewer for a repetition without a wait.
+// How often a request is sent if each is answered with that status.
 Outcome Persisting(Kind kind, DWORD status)
 {
     if (kind == Kind::Arc)
@@ -104,6 +104,7 @@ const std::vector<Fault>& Faults()
 {
     using Class = FaultClass;
     static const std::string kCutJson = R"({"access_token":"e30.e30.e30","key":{"kid":"https://a/keys/b/c","n":"AQ)";
+    static const std::string kChunk = "10000\r\n" + std::string(0x10000, 'a') + "\r\n";
     static const std::vector<Fault> kFaults = {
         {"none"},
         AtGate("refused", Class::Refused, GateFault::Refuse),
@@ -131,8 +132,13 @@ const std::vector<Fault>& Faults()
         InAnswer("body too long", Class::WrongBody, {{"action", "raw"}, {"raw", "Content-Length: 2\r\n\r\n{}surplus"}}),
         InAnswer("chunked with garbage", Class::WrongBody,
                  {{"action", "raw"}, {"raw", "Transfer-Encoding: chunked\r\n\r\nzz\r\n{}\r\n"}}),
-        InAnswer("endless body", Class::WrongBody,
+        InAnswer("body over the limit", Class::WrongBody,
                  {{"action", "status"}, {"body", {{"pad", std::string(17 * 1024 * 1024, 'a')}, {"value", "AAAA"}}}}),
+        InAnswer("endless body", Class::WrongBody,
+                 {{"action", "raw"}, {"raw", "Transfer-Encoding: chunked\r\n\r\n"}, {"repeat", kChunk}}),
+        InAnswer(
+            "endless head", Class::Unanswered,
+            {{"action", "raw"}, {"raw", "X-First: 1\r\n"}, {"repeat", "X-More: " + std::string(1000, 'a') + "\r\n"}}),
         InAnswer("not JSON", Class::WrongBody, {{"action", "nojson"}}),
         InAnswer("cut JSON", Class::WrongBody, {{"action", "status"}, {"body", kCutJson}}),
         InAnswer("wrong types", Class::WrongTypes, {{"action", "status"}, {"body", kWrongTypes}}),
@@ -167,7 +173,7 @@ Outcome Expect(Kind kind, const Statuses& statuses, const Fault& fault)
             outcome = {statuses.failed, 10, Repeated(10, {200})};
             break;
         case FaultClass::CutBody:
-            // The challenge of Arc needs no body; the token does.
+            // An Arc challenge needs no body, but a token does.
             return kind == Kind::Arc ? Outcome{statuses.wrongBody, 2, {1000}}
                                      : Outcome{kind == Kind::Merge ? statuses.good : statuses.wrongBody, 1, {}};
         case FaultClass::WrongBody:
@@ -183,10 +189,20 @@ Outcome Expect(Kind kind, const Statuses& statuses, const Fault& fault)
             outcome.status = statuses.failed;
             break;
     }
-    // What the service has done counts, though nobody heard of it: what was merged can be read, and what was deleted
-    // can be purged.
+    // The service has done the work, although its answer was lost: a merged certificate's key can be read, and a
+    // deleted key can be purged.
     if (fault.performed && (kind == Kind::Merge || kind == Kind::Delete))
         outcome.status = statuses.good;
+    return outcome;
+}
+
+Outcome ExpectAfterThrottling(Kind kind, const Statuses& statuses, const Fault& fault)
+{
+    Outcome outcome = Expect(kind, statuses, fault);
+    // A purge doesn't start again with short waits.
+    if (kind == Kind::Purge && fault.cls == FaultClass::StatusOnce)
+        outcome.waits = {2000};
+    outcome.waits.insert(outcome.waits.begin(), 1000);
     return outcome;
 }
 

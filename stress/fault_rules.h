@@ -1,4 +1,4 @@
-// What a fault does to an operation, worked out from what kind of request it hits and what kind of fault it is.
+// Predicts what a fault does to an operation from the kind of request and the kind of fault.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,7 +9,7 @@
 
 namespace stress {
 
-// The request that is hit.
+// The kind of the request that the fault hits.
 enum class Kind {
     SignIn,
     Identity,
@@ -23,7 +23,7 @@ enum class Kind {
     Merge,
     Delete,
     Purge,
-    BestEffort,  // its failure doesn't show to the host
+    BestEffort,  // the host doesn't see it fail
 };
 
 enum class FaultClass {
@@ -32,10 +32,10 @@ enum class FaultClass {
     Unreached,   // a connection, but the service sees no request
     Unanswered,  // the service sees the request; no complete head comes back
     CutBody,     // the service does the work and answers; the body breaks off
-    WrongBody,   // a good status with a body without what is asked for
-    WrongTypes,  // a good status with members of wrong types
-    Status,      // `status` for ever
-    StatusOnce,  // `status`, and then the real answer
+    WrongBody,   // a success status, but the body lacks what was requested
+    WrongTypes,  // a success status, but members have the wrong types
+    Status,      // always `status`
+    StatusOnce,  // `status` once, then the real answer
 };
 
 struct Fault {
@@ -43,12 +43,12 @@ struct Fault {
     FaultClass cls = FaultClass::None;
     DWORD status = 0;
     GateFault gate = GateFault::None;
-    const char* certificate = nullptr;  // of the simulator
-    nlohmann::json sim = nullptr;       // a fault of the simulator, but for the requests that it hits
-    bool performed = false;             // the service does the work
-    int connectMs = 0;                  // time-outs of the faulty requests; 0: WinHTTP's
+    const char* certificate = nullptr;  // the simulator's certificate mode
+    nlohmann::json sim = nullptr;       // the simulator's fault, without method and path
+    bool performed = false;             // the service still does the work
+    int connectMs = 0;                  // time-outs of the faulty requests; 0: the defaults of WinHTTP
     int receiveMs = 0;
-    DWORD tickMs = 0;  // so much later is each reading of the clock's tick
+    DWORD tickMs = 0;  // how far each reading of the tick count advances it
 
     bool NeedsTls() const
     {
@@ -60,8 +60,8 @@ const std::vector<Fault>& Faults();
 
 struct Outcome {
     SECURITY_STATUS status = 0;
-    size_t requests = 0;       // of the kind that is hit, as the service counts them
-    std::vector<DWORD> waits;  // of the whole operation
+    size_t requests = 0;       // of the faulty kind, as counted by the service
+    std::vector<DWORD> waits;  // during the whole operation
 };
 
 struct Statuses {
@@ -71,10 +71,13 @@ struct Statuses {
     SECURITY_STATUS wrongTypes;
 };
 
-// statuses: what the host sees of such a request.
+// statuses: what the host gets for such a request.
 Outcome Expect(Kind kind, const Statuses& statuses, const Fault& fault);
 
-// A status with which a request of this kind has done its work.
+// The same if an earlier request of the operation was throttled once. fault: neither 409 nor a persistent 429.
+Outcome ExpectAfterThrottling(Kind kind, const Statuses& statuses, const Fault& fault);
+
+// The status of a successful request of this kind.
 DWORD GoodStatus(Kind kind);
 
 }  // namespace stress

@@ -1,4 +1,5 @@
-// Every operation against every fault. Prints a JSON array with an object a cell: what the rules expect, and what came.
+// Runs every operation against every fault. Prints a JSON array with one object per cell: what the rules expect, and
+// what happened.
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,24 +23,26 @@ using nlohmann::json;
 
 namespace {
 
-// Longer than any call here takes on a busy machine; one that is stuck takes for ever.
+// Longer than any call takes here on a busy machine, unless it is stuck.
 constexpr std::chrono::seconds kStuck(100);
-// The largest answer is 16 MiB. It is held once by the layer and, while it grows, twice by the system.
+// The largest answer has 16 MiB. The layer has one copy; the module has two while its buffer grows.
 constexpr size_t kMostMemoryKb = 80 * 1024;
-// The layer keeps a few handles of libcurl, each with a pair of descriptors, and one may be added.
+// The layer keeps a few libcurl handles, with two descriptors each, and may add one.
 constexpr size_t kMoreDescriptors = 2;
 
-// A request that never gets an answer is tried so often.
+constexpr char kThrottled[] = ", after a throttled request";
+
+// How often the module sends a request that gets no answer.
 constexpr int kAttempts = 10;
 
-// What befalls the sessions of the system from number `first` on, kAttempts of them.
+// What happens to kAttempts of the module's sessions, starting with number `first`.
 struct {
     int first = INT_MAX;
     int opened = 0;
-    int connectMs = 0;  // time-outs; 0: WinHTTP's
+    int connectMs = 0;  // time-outs; 0: the defaults of WinHTTP
     int receiveMs = 0;
-    std::function<void()> begin;  // before the first
-    std::function<void()> end;    // before the first that is whole again
+    std::function<void()> begin;  // called before the first of them
+    std::function<void()> end;    // called before the first session after them
 } faulty;
 
 size_t StatusKb(const char* name)
@@ -75,18 +78,26 @@ const char* HostOf(Service service)
                                          : "";
 }
 
-// Breaks the operation's connections as the fault says while it lives.
+// Applies the fault to the operation's connections during its lifetime.
 class ArmedFault {
   public:
-    ArmedFault(Stage& stage, const Operation& operation, const Fault& fault) : sim_(stage.host.sim), clock_(stage.clock)
+    // earlier: an earlier request of the same operation, which is throttled once; may be NULL.
+    ArmedFault(Stage& stage, const Operation& operation, const Fault& fault, const Operation* earlier)
+        : sim_(stage.host.sim), clock_(stage.clock)
     {
+        if (earlier)
+            sim_.Fault({{"method", earlier->method}, {"path", earlier->path}, {"action", "status"}, {"status", 429}});
         connections_ = std::getenv("KELVARO_CONNECT_TO");
         if (!fault.sim.is_null())
             sim_.Fault(ForSimulator(operation, fault));
         if (fault.gate != GateFault::None)
             gate_ = std::make_unique<Gate>(fault.gate);
         clock_.StepTicks(fault.tickMs);
-        faulty = {operation.step, 0, fault.connectMs, fault.receiveMs, [&] { Begin(operation, fault); },
+        faulty = {operation.step + (earlier ? 1 : 0),
+                  0,
+                  fault.connectMs,
+                  fault.receiveMs,
+                  [&] { Begin(operation, fault); },
                   [&] { End(); }};
     }
     ~ArmedFault()
@@ -142,7 +153,7 @@ size_t CountRequests(Simulator& sim, const Operation& operation)
     return count;
 }
 
-// A request that the client gave up may be noted a moment later.
+// The journal may get a request that the client gave up a moment later.
 size_t AwaitRequests(Simulator& sim, const Operation& operation, size_t expected)
 {
     size_t count = 0;
@@ -151,7 +162,7 @@ size_t AwaitRequests(Simulator& sim, const Operation& operation, size_t expected
     return count;
 }
 
-// Another thread opens a key and signs. The key of the stage may be gone.
+// Opens another key and signs, on another thread. The operation may have deleted the key of the stage.
 bool NextCallWorks(Stage& stage)
 {
     stage.host.sim.AddKey(Simulator::kVault, {{"name", "next"}, {"kty", "EC"}, {"crv", "P-256"}});
@@ -178,9 +189,9 @@ json ToJson(const Outcome& outcome)
             {"waitedMs", total}};
 }
 
-json RunCell(const Operation& operation, const Fault& fault)
+json RunCell(const Operation& operation, const Fault& fault, const Operation* earlier)
 {
-    const Outcome expected = Expect(operation.kind, operation.statuses, fault);
+    const Outcome expected = (earlier ? ExpectAfterThrottling : Expect)(operation.kind, operation.statuses, fault);
     Outcome measured;
     Stage stage;
     operation.prepare(stage);
@@ -192,11 +203,11 @@ json RunCell(const Operation& operation, const Fault& fault)
     const auto start = std::chrono::steady_clock::now();
     size_t peak = 0;
     {
-        const ArmedFault armed(stage, operation, fault);
+        const ArmedFault armed(stage, operation, fault, earlier);
         measured.status = operation.run(stage);
         peak = StatusKb("VmHWM");
         measured.waits = stage.clock.Waits();
-        // A reset may come before the layer has seen the connection, which then counts as refused.
+        // If the reset arrives before the layer has noticed the connection, it counts as refused.
         if (fault.gate == GateFault::ResetAtConnect)
             measured.waits.erase(std::remove(measured.waits.begin(), measured.waits.end(), DWORD{20000}),
                                  measured.waits.end());
@@ -209,7 +220,7 @@ json RunCell(const Operation& operation, const Fault& fault)
     const bool good = measured.status == expected.status && measured.requests == expected.requests &&
                       measured.waits == expected.waits && next && left <= descriptors + kMoreDescriptors &&
                       grown <= kMostMemoryKb && took < kStuck;
-    return {{"operation", operation.name},
+    return {{"operation", operation.name + std::string(earlier ? kThrottled : "")},
             {"fault", fault.name},
             {"expected", ToJson(expected)},
             {"measured", ToJson(measured)},
@@ -220,18 +231,32 @@ json RunCell(const Operation& operation, const Fault& fault)
             {"ok", good}};
 }
 
-// Every `shares`th cell from number `share` on, a line each.
+// The faults that are also tried after an earlier request of the same operation was throttled.
+bool IsSecondFault(const Fault& fault)
+{
+    const std::string name = fault.name;
+    return name == "429 once" || name == "500" || name == "reset before the head" || name == "not JSON";
+}
+
+// Runs every `shares`th cell, starting with number `share`. Writes one line per cell.
 void RunShare(int share, int shares, const std::string& wanted, FILE* out)
 {
     int number = 0;
+    const auto run = [&](const Operation& operation, const Fault& fault, const Operation* earlier) {
+        const std::string name = operation.name + std::string(earlier ? kThrottled : "") + " / " + fault.name;
+        if (name.find(wanted) == std::string::npos || number++ % shares != share)
+            return;
+        std::fprintf(out, "%s\n", RunCell(operation, fault, earlier).dump().c_str());
+        std::fflush(out);
+    };
     for (const Operation& operation : Operations()) {
+        const bool plain = operation.service == Service::Metadata || operation.service == Service::Arc;
         for (const Fault& fault : Faults()) {
-            const bool plain = operation.service == Service::Metadata || operation.service == Service::Arc;
-            const std::string name = std::string(operation.name) + " / " + fault.name;
-            if ((plain && fault.NeedsTls()) || name.find(wanted) == std::string::npos || number++ % shares != share)
-                continue;
-            std::fprintf(out, "%s\n", RunCell(operation, fault).dump().c_str());
-            std::fflush(out);
+            if (!plain || !fault.NeedsTls())
+                run(operation, fault, nullptr);
+            // The row before is the request before.
+            if (operation.step > 0 && IsSecondFault(fault))
+                run(operation, fault, &operation - 1);
         }
     }
 }
@@ -246,7 +271,7 @@ HINTERNET WrapWinHttpOpen(LPCWSTR agent, DWORD type, LPCWSTR proxy, LPCWSTR bypa
 HINTERNET WrapWinHttpOpen(LPCWSTR agent, DWORD type, LPCWSTR proxy, LPCWSTR bypass, DWORD flags)
 {
     HINTERNET const session = RealWinHttpOpen(agent, type, proxy, bypass, flags);
-    if (agent[0] != 'Z')  // the test's own
+    if (agent[0] != 'Z')  // the session is the test's, not the module's
         return session;
     const int number = faulty.opened++ - faulty.first;
     if (number == 0)
@@ -260,7 +285,7 @@ HINTERNET WrapWinHttpOpen(LPCWSTR agent, DWORD type, LPCWSTR proxy, LPCWSTR bypa
     return session;
 }
 
-// Arguments: the number of processes, and a part of the names of the cells.
+// Arguments: the number of processes, and a part of the name of the cells to run.
 int main(int argc, char** argv)
 {
     return PrintInShares(argc > 1 ? std::atoi(argv[1]) : 4, [&](int share, int shares, FILE* out) {

@@ -41,7 +41,7 @@ Gate::~Gate()
     close(listener_);
 }
 
-// The queue of length 0 takes one connection; a second makes sure.
+// A queue of length 0 takes one connection. The second one is for safety.
 void Gate::FillQueue()
 {
     sockaddr_in address = {};
@@ -71,7 +71,7 @@ void Gate::Serve(int socket) const
     }
     if (fault_ == GateFault::ResetInHandshake)
         recv(socket, bytes, 1, 0);
-    // Resets the connection. The descriptor stays, so that its number isn't given to another before the end.
+    // Resets the connection. The descriptor stays open, so that its number isn't reused while the gate exists.
     const sockaddr none = {AF_UNSPEC, {}};
     connect(socket, &none, sizeof(none));
 }

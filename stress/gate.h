@@ -1,4 +1,4 @@
-// A port on loopback where no TLS connection comes about.
+// A loopback port on which every TLS connection fails.
 #pragma once
 
 #include <mutex>

@@ -179,7 +179,9 @@ bool Endpoint::Deliver(Connection& connection, const Answer& answer, const std::
         return false;
     }
     if (action == FaultAction::Raw) {
-        connection.Write(fault->raw);
+        bool open = connection.Write(fault->raw);
+        while (open && !fault->repeat.empty())
+            open = connection.Write(fault->repeat);
         return false;
     }
     const std::string head = FormatHead(answer, close);

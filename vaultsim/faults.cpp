@@ -79,6 +79,7 @@ Fault ParseFault(const Json& json)
     fault.afterBytes = json.value("afterBytes", fault.afterBytes);
     fault.inHead = json.value("inHead", fault.inHead);
     fault.raw = json.value("raw", fault.raw);
+    fault.repeat = json.value("repeat", fault.repeat);
     return fault;
 }
 

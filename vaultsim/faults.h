@@ -33,6 +33,7 @@ struct Fault {
     size_t afterBytes = 0;  // of the answer's body; the size of a piece of a drip
     bool inHead = false;    // afterBytes counts from the first byte of the answer
     std::string raw;
+    std::string repeat;  // sent after `raw` until the client closes the connection
 
     // What to send instead of the service's answer.
     Answer Replace(const Answer& answer) const;
