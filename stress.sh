@@ -27,7 +27,7 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-# A part with counts runs until it reaches them.
+# The long parts run until they reach their counts.
 long_seconds=0
 if [ "$minutes" = "" ] && [ $((signatures + loads)) -gt 0 ]; then
     signatures=$((signatures > 0 ? signatures : loads * 10))
@@ -56,7 +56,7 @@ build_quietly() { # build_quietly FOLDER TARGET...
     cmake --build "$folder" --target "$@" >"$work/build.log" || { cat "$work/build.log" >&2 && exit 1; }
 }
 
-# Keeps the object that a filter makes of the input, and prints its table. A part says with "ok" whether all held.
+# Stores the filter's result for the input, and prints its table. Its member "ok" says whether everything held.
 keep() { # keep NAME FILTER-FILE <INPUT
     jq -f "$2" >"$work/$1.json"
     [ -f "$results" ] || echo '{}' >"$results"
@@ -74,7 +74,7 @@ try_faults() {
     keep faults "$top/stress/faults.jq" <"$work/cells"
 }
 
-# Threads and processes, for half of the minutes each, and the threads once more under the thread sanitizer.
+# Processes and threads, for half of the minutes each, then the threads again under the thread sanitizer.
 try_many() {
     build stress_many
     "$top/build/release/stress/stress_many" $((minutes * 30)) >"$work/rules"
@@ -85,8 +85,9 @@ try_many() {
     TSAN_OPTIONS="suppressions=$top/tests/tsan_suppressions.txt" \
         "$top/build/tsan/stress/stress_many" $((minutes * 30)) threads >"$work/sanitized" 2>"$work/races" || races=1
     head -n 60 "$work/races" >&2
-    jq --argjson races $races 'map(.rule |= "sanitized " + .) + [{rule: "sanitized threads: no race", ok: ($races == 0), measured: $races}]' \
-        "$work/sanitized" >"$work/more"
+    # A run that printed nothing isn't without races.
+    jq -s --argjson races $races 'add // [] | map(.rule |= "sanitized " + .)
+        + [{rule: "sanitized threads: no race", ok: ($races == 0 and length > 0), measured: $races}]' "$work/sanitized" >"$work/more"
     jq -s add "$work/rules" "$work/more" >"$work/all"
     keep many "$top/stress/many.jq" <"$work/all"
 }
