@@ -1,2 +1,2 @@
-# From the lines of judges.sh.
+# Summarizes the output of judges.sh.
 {ok: (length > 0 and all(.[]; .noticed and (.before | not))), faults: .}
