@@ -1,5 +1,5 @@
 // The baseline: only the system's HTTP library, libcurl on Linux and WinHTTP on Windows. Each request uses a new
-// connection; everything else that can be reused is.
+// connection; everything else is reused if possible.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@ namespace bench {
 
 class BareClient {
   public:
-    // resumesSessions: only the first TLS handshake is a full one. WinHTTP decides that by itself.
+    // resumesSessions: only the first TLS handshake is a full one. With WinHTTP this has no effect: it decides itself.
     explicit BareClient(bool resumesSessions = false);
     ~BareClient();
 

@@ -1,6 +1,6 @@
-// From nothing to the first signature: load, open a provider, sign in, open a key, sign; compared with a program that
-// sends the same requests with only the system's HTTP library. They alternate, each in its own process, timed from
-// outside.
+// A new process up to its first signature: load the module, open a provider, sign in, open a key, sign. Compared with a
+// program that sends the same requests with only the system's HTTP library. The two alternate; the parent measures each
+// process.
 #include <fstream>
 #include <iostream>
 

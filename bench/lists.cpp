@@ -1,6 +1,6 @@
 // Long lists: time and peak memory of reading the names of a vault's keys and certificates, and time of a certificate
-// sync that finds nothing new, as multiples of the shortest. Each reading has its own process, so that
-// its peak and CPU time are separate.
+// sync that finds nothing new, as multiples of the shortest. Each list is read in its own process, so that
+// peak memory and CPU time are separate.
 #include <limits.h>
 #include <malloc.h>
 #include <sys/wait.h>
@@ -30,7 +30,7 @@ constexpr int kSizes[] = {1000, 10000, 100000};
 constexpr int kPortion = 5000;
 constexpr int kRounds = 3;
 
-// What a process reports of its reading.
+// What a process reports about reading its list.
 struct Effort {
     double seconds = 0;
     double cpuSeconds = 0;
@@ -46,7 +46,7 @@ long AnonymousKiB()
         if (line.rfind("Anonymous:", 0) == 0)
             return std::stol(line.substr(10));
     }
-    throw std::runtime_error("no count of pages");
+    throw std::runtime_error("cannot read the number of resident pages");
 }
 
 long residentAtTheEnd = 0;
@@ -82,7 +82,7 @@ KVCClient* NewClient(const std::string& vault)
                   Wide(Simulator::kClientId).c_str(), Wide(Simulator::kClientSecret).c_str(), nullptr, 0, 0, 0);
 }
 
-// As many hashes as the vault has certificates. The ones it really has come last, so that a search takes longest.
+// As many hashes as the vault has certificates. Those of real certificates come last, so that searching takes longest.
 TextString KnownHashesOf(const std::string& vault, int size)
 {
     KVCClient* client = NewClient(vault);
@@ -172,7 +172,7 @@ struct Figures {
     std::vector<double> seconds, cpuSeconds, residentKiB;
 };
 
-// The sizes take turns: shorter lists are read more often to make up for their length, and the median counts.
+// The sizes alternate. Shorter lists are read more often, and the median counts.
 template <typename Measure>
 std::map<int, Figures> InTurns(std::initializer_list<int> sizes, Measure measure)
 {
@@ -238,7 +238,7 @@ Effort WalkOnce(bench::Vault& vault, int size)
     return {watch.Seconds(), CpuSeconds() - cpuBefore, 0};
 }
 
-// A host's enumeration of all keys, each of which is read. Short runs come before and after the long one.
+// A host enumerates and reads all keys. The short list is measured before and after the long one.
 nlohmann::json Walk(bench::Vault& vault)
 {
     std::vector<double> seconds;

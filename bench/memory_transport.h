@@ -1,4 +1,4 @@
-// WinHTTP's functions without a network. All handles stand for one exchange, which the program itself answers.
+// WinHTTP's functions without a network. All handles refer to the same exchange, which the program answers.
 #pragma once
 
 #include <string_view>
@@ -10,12 +10,12 @@ enum class ExchangeStep { None, Session, Connection, Request, Connect, Send, Rec
 
 struct MemoryAnswer {
     DWORD status = 200;
-    std::basic_string_view<WCHAR> head;  // a zero follows it
+    std::basic_string_view<WCHAR> head;  // zero-terminated
     std::string_view body;
-    size_t piece = SIZE_MAX;  // the most that one call reads
+    size_t piece = SIZE_MAX;  // how much one call reads at most
 };
 
-// The program defines both. The first is called when a session begins, the second for each request. What the answer
-// points to must stay valid until the next session.
+// The program defines both. The first is called when a session begins, the second for each request. The answer's
+// pointers must stay valid until the next session.
 ExchangeStep FailingStep();
 MemoryAnswer AnswerTo(LPCWSTR path);

@@ -18,7 +18,7 @@ class Module {
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    // Enumerates all machine keys, each of which the module reads; returns their number.
+    // Enumerates all machine keys, each of which the module reads. Returns their number.
     long CountKeys();
 
     // A machine key that signs a SHA-256 hash (RSA: with PKCS#1).

@@ -69,8 +69,8 @@ int main(int count, char** arguments)
         bench::Module module(&GetKeyStorageInterface);
         bench::Module::Key key(module, TEXT("rsa"), true);
         key.Sign();
-        // The first open has moved the secret. Recently written settings are read again for each line, since they may
-        // change again within the same time stamp.
+        // The first open has encrypted the secret. Settings written just now are read again for each log line, since
+        // they may change again without a newer time stamp.
         Sleep(200);
         const int requestsBefore = answered;
         const long before = AllocationCount();

@@ -1,5 +1,5 @@
-// One signature through the module compared with the same bytes sent by only the system's HTTP library, and with its
-// log compared with none. The two sides alternate.
+// Compares a signature through the module with the same request sent by the system's HTTP library alone, and signatures
+// with and without the log. The two sides alternate.
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -36,7 +36,7 @@ nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* 
         double theirs = 0;
         const auto sign = [&] { ours = Time([&] { key.Sign(); }); };
         const auto send = [&] { theirs = Time([&] { bare.Send(request); }); };
-        // They take turns at going first.
+        // Each side goes first every other time.
         if (pair % 2)
             sign();
         send();
@@ -58,7 +58,7 @@ nlohmann::json Compare(bench::Vault& vault, bench::Module& module, const WCHAR* 
 
 constexpr DWORD kLevels[] = {0, 4, 10};
 
-// A copy of the module with its own log level, which it reads when it is loaded.
+// A copy of the module with another log level, which it reads when it is loaded.
 struct Logging {
     Logging(bench::Vault& vault, DWORD level) : module(Copy(vault, level)), key(module, TEXT("rsa"), true) {}
 
@@ -75,7 +75,7 @@ struct Logging {
     bench::Module::Key key;
 };
 
-// What a level of the log adds to a signature.
+// The time that a log level adds to a signature.
 nlohmann::json CompareLevels(bench::Vault& vault)
 {
     std::vector<std::unique_ptr<Logging>> modules;
@@ -84,7 +84,7 @@ nlohmann::json CompareLevels(bench::Vault& vault)
     std::map<size_t, std::vector<double>> ratios;
     for (int round = -kWarmUp; round < kPairs; ++round) {
         std::map<size_t, double> seconds;
-        // They take turns at going first.
+        // Each side goes first every other time.
         for (size_t i = 0; i < modules.size(); ++i) {
             const size_t turn = (i + static_cast<size_t>(round + kWarmUp)) % modules.size();
             seconds[turn] = Time([&] { modules[turn]->key.Sign(); });

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kBytes = 2048;  // the most a decoded text may have, and more than any signature or certificate
+constexpr size_t kBytes = 2048;  // the limit of a decoded text; no signature or certificate is longer
 
 std::vector<BYTE> Pattern()
 {

@@ -11,7 +11,7 @@ void RunSelf(const std::vector<std::string>& arguments)
 {
     char self[MAX_PATH] = "";
     GetModuleFileNameA(nullptr, self, MAX_PATH);
-    // No argument here has a blank.
+    // No argument contains a space.
     std::vector<const char*> all = {self};
     for (const std::string& argument : arguments)
         all.push_back(argument.c_str());

@@ -1,5 +1,5 @@
-// Many threads on one key: their throughput as a multiple of one thread's, with a vault that takes its time, and what a
-// sign-in costs them that runs out in the middle.
+// Many threads on one key: their throughput with a slow vault as a multiple of one thread's, and what it costs them
+// when the token expires in the middle.
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -24,7 +24,7 @@ namespace {
 constexpr int kRounds = 3;
 int signaturesEach = 25;
 
-// `sign` on `count` threads, as often as said on each. The seconds that all of it takes.
+// Calls `sign` on `count` threads, a number of times on each. Returns the seconds that it all takes.
 template <typename Sign>
 double OnThreads(int count, int times, Sign sign)
 {
@@ -52,8 +52,8 @@ double OnThreads(int count, int times, Sign sign)
 
 // One run of some number of threads.
 struct Run {
-    double rate;                // signatures a second
-    double ceiling = 0;         // the most that the cores can do with both ends of a signature on them; 0: not known
+    double rate;                // signatures per second
+    double ceiling = 0;         // the limit of the cores, which do both ends of a signature; 0: unknown
     double simulatorShare = 0;  // of the processor time
 };
 
@@ -72,8 +72,8 @@ Run Measure(bench::Module::Key& key, int count)
     return run;
 }
 
-// All numbers of threads in turns, several rounds; medians of what each round gives. The last number is to be more than
-// the cores can carry.
+// Runs all numbers of threads in turn, for several rounds, and takes the medians. The last number should be more than
+// the cores can handle.
 nlohmann::json Throughput(bench::Module::Key& key, const std::vector<int>& counts)
 {
     std::map<int, std::vector<double>> multiples;
@@ -101,7 +101,7 @@ nlohmann::json Throughput(bench::Module::Key& key, const std::vector<int>& count
     return result;
 }
 
-// The system's clock, which can be put forward.
+// The system's clock, which can be moved forward.
 std::atomic<int64_t> ahead{0};
 const Clock clockAhead = {[]() -> int64_t { return std::time(nullptr) + ahead; },
                           []() -> uint64_t { return GetTickCount64(); }, [](DWORD waitMs) { Sleep(waitMs); }};

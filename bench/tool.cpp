@@ -1,4 +1,4 @@
-// What users of the tool wait for: a list of names, and its version.
+// The time users wait for the tool: for a list of names, and for its version.
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>

@@ -10,11 +10,11 @@
 
 namespace bench {
 
-// A request as the vault received it, to be sent again by another client.
+// A request as the vault received it, for another client to repeat.
 struct Recorded {
     std::string method;
     std::string url;
-    std::vector<std::string> headers;  // those that the client itself set
+    std::vector<std::string> headers;  // those that the client set itself
     std::string body;
 };
 

@@ -22,7 +22,7 @@ std::map<std::string_view, TargetFunction>& Targets()
     return targets;
 }
 
-// Every reading is a second later, so that no wait takes long.
+// Each reading is a second later than the last, so that no wait takes long.
 int64_t now = 1700000000;
 const Clock kClock = {[] { return ++now; }, [] { return static_cast<uint64_t>(++now) * 1000; },
                       [](DWORD waitMs) { now += waitMs / 1000; }};
@@ -84,7 +84,7 @@ void Run(std::string_view input)
     if (++runs % 1024 == 0)
         EmptyLogFiles();
     ForgetAnswers();
-    // Each line of the log opens a file, so only some inputs are logged.
+    // Each log line opens a file, so only some inputs are logged.
     LogLevel = input.size() % 8 == 0 ? LOG_DETAIL_LEVEL : 0;
     chosen(input);
 }
@@ -129,7 +129,7 @@ TestRoot& Root()
 
 }  // namespace fuzz
 
-// No input outlives the machine, and waiting for the disk would take most of the time.
+// Nothing has to survive a power failure, and waiting for the disk would take most of the time.
 extern "C" int fsync(int);
 extern "C" int fsync(int)
 {

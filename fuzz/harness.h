@@ -1,4 +1,4 @@
-// What the fuzz targets share.
+// Shared by the fuzz targets.
 #pragma once
 
 #include <stdlib.h>
@@ -12,14 +12,14 @@
 
 namespace fuzz {
 
-// Aborts unless it holds.
+// Aborts unless the condition holds.
 inline void Require(bool holds)
 {
     if (!holds)
         abort();
 }
 
-// Takes the first line off the input, with its line end.
+// Removes the first line and its line end from the input, and returns it.
 std::string_view TakeLine(std::string_view& input);
 
 // A target: FUZZ_TARGET(name) { ...input... }
@@ -36,26 +36,27 @@ struct Target {
 void Choose(std::string_view name);
 void Run(std::string_view input);
 
-// While it lives, the allocation or call of the platform whose number is in the line fails, and all later ones too if a
-// letter follows the number. An empty line lets none fail.
+// During its lifetime, the allocation or platform call with the number in the line fails, and so do all later ones if a
+// letter follows the number. With an empty line none fails.
 AllocFault FaultFrom(std::string_view line);
 
 // Queues an answer of the fake service. The first character says what happens:
 //   0 200   1 201   2 202   3 204   4 400   5 401   6 403   7 404   8 409   9 429   a 500
-//     The rest is the body; without a rest the body is what the service would say.
-//   b 200, and the body breaks off   h 401, and the rest is a line of the head
-//   No i session, j connection handle, k request handle, l connection, m sending, n answer, o head
-// Once no answer is left, the service gives the right ones.
+//     The rest is the body. If there is none, the body is the service's own.
+//   b 200, with a body that is cut off   h 401, and the rest is a header line
+//   A step fails: i session, j connection handle, k request handle, l connecting, m sending, n receiving, o headers
+// When the queue is empty, the service answers correctly.
 void QueueAnswer(std::string_view line);
 void ForgetAnswers();
 
 const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& Table();
 NCRYPT_PROV_HANDLE OpenProvider();  // 0 if it fails
 
-// Opens and releases a provider and the key "web", which also synchronizes the certificates. Whether all calls succeed.
+// Opens and frees a provider and the key "web", which also synchronizes the certificates. Returns whether all calls
+// succeeded.
 bool OpenKeyOnce();
 
-// Created once; inputs share it.
+// Created once and shared by all inputs.
 TestRoot& Root();
 
 }  // namespace fuzz

@@ -1,4 +1,4 @@
-// A host, as a small program of calls through the function table.
+// A host: the input is a small program of calls through the function table.
 #include <string.h>
 
 #include <algorithm>
@@ -23,12 +23,12 @@ struct Host {
     bool detaches = false;
 };
 
-// name: of a key, a property, an algorithm or a type of blob.
+// name: of a key, property, algorithm or blob type.
 struct HostCall {
     char what;
     NCRYPT_KEY_HANDLE& key;
     DWORD flags;
-    size_t zeroed;  // the argument that is zero in place of its value
+    size_t zeroed;  // the number of the argument that is replaced by zero
     const WCHAR* name;
     BYTE* data;
     DWORD size;
@@ -46,7 +46,7 @@ SECURITY_STATUS Try(const HostCall& call, SECURITY_STATUS(WINAPI* slot)(Paramete
 void Keys(const HostCall& c, Host& host)
 {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& t = Table();
-    // The first is for the key's name or, of an envelope, for the certificates; the data says what the second is for.
+    // The first is the key's name or, for an envelope, the certificates; the data gives the type of the second.
     const DWORD kind = NCRYPTBUFFER_PKCS_ALG_OID + c.size % 8;
     NCryptBuffer buffers[] = {{c.size, DWORD(c.flags ? NCRYPTBUFFER_PKCS_KEY_NAME : NCRYPTBUFFER_CERT_BLOB), c.data},
                               {c.size, kind, c.data}};
@@ -76,14 +76,14 @@ void Lists(const HostCall& c, Host& host)
     NCryptAlgorithmName* algorithms = nullptr;
     if (c.what == 'q')
         Try(c, t.IsAlgSupported, host.provider, c.name, c.flags);
-    // A host frees its buffers before it unloads the module, which would no longer know them.
+    // A host frees its buffers before it unloads the module, which would no longer recognise them.
     if (strchr("bz", c.what) && host.walk)
         t.FreeBuffer(std::exchange(host.walk, nullptr));
     if (c.what == 'k' && Try(c, t.EnumKeys, host.provider, nullptr, &found, &host.walk, c.flags) == 0)
         t.FreeBuffer(found);
     if (c.what == 'a' && Try(c, t.EnumAlgorithms, host.provider, c.size, &count, &algorithms, c.flags) == 0)
         t.FreeBuffer(algorithms);
-    if (c.what == 'n') {  // not offered, and handles that aren't any
+    if (c.what == 'n') {  // unsupported functions, and invalid handles
         t.PromptUser(host.provider, c.key, c.name, c.flags);
         t.NotifyChangeKey(host.provider, nullptr, c.flags);
         t.SecretAgreement(host.provider, c.key, c.key, nullptr, c.flags);
@@ -95,7 +95,7 @@ void Lists(const HostCall& c, Host& host)
     }
 }
 
-// For some sizes of the data the room for the result is missing or too small.
+// For some sizes of the data there is no buffer for the result, or it is too small.
 void Values(const HostCall& c, Host& host)
 {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& t = Table();
@@ -128,7 +128,7 @@ void CallLine(Host& host, std::string_view line)
 {
     const size_t equals = line.find('=');
     const std::string_view data = equals == std::string_view::npos ? "" : line.substr(equals + 1);
-    // Two zero bytes follow the data: hosts owe some texts a terminator, whatever their size says.
+    // Two zero bytes follow the data: some texts must have a terminator, whatever their size says.
     std::vector<BYTE> bytes(data.begin(), data.end());
     bytes.resize(data.size() + 2);
     std::optional<AllocFaultPause> pause(std::in_place);
@@ -172,9 +172,9 @@ void Set(const WCHAR* name, DWORD value)
 
 }  // namespace
 
-// A line for each call: what, which key, flags, which argument is zero ("-": none), a name, and "=" with data. A line
-// that begins with "=" is an answer of the service. The second line: "k", keys aren't certificates, and a digit for the
-// exportable option.
+// One line per call: the function, the key, flags, the argument to replace by zero ("-": none), a name, and "=" with
+// data. A line that begins with "=" is an answer of the service. The second line has "k" for plain keys, and a digit
+// for the exportable option.
 FUZZ_TARGET(host_program)
 {
     Host host;
@@ -189,7 +189,7 @@ FUZZ_TARGET(host_program)
         if (host.provider)
             RunProgram(host, input);
     }
-    if (host.detaches) {  // a semaphore that couldn't be created
+    if (host.detaches) {  // a semaphore may not have been created
         DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
         DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     }

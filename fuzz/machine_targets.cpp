@@ -1,4 +1,4 @@
-// What the machine has: settings, the registry's text, imported keys, certificate stores.
+// Input from the machine: settings, registry text, imported keys, certificate stores.
 #include <iterator>
 #include <vector>
 
@@ -56,7 +56,7 @@ void Import(const WCHAR* type, std::string_view blob, const Parameter& first, co
     table.FreeProvider(provider);
 }
 
-// Whether a decryption would be over soon.
+// Whether decryption would be quick.
 bool Quick(const CRYPT_OBJID_BLOB& parameters)
 {
     for (const auto decode : {DecodePbes2, DecodePkcs12Pbe}) {
@@ -73,8 +73,8 @@ bool Quick(const CRYPT_OBJID_BLOB& parameters)
 
 }  // namespace
 
-// A line for each value: its number, its type, and its bytes. The key is opened twice: a clear secret is moved, then
-// read.
+// One line per value: its number, type and bytes. The provider is opened twice: first a plaintext secret is encrypted,
+// then it is read.
 FUZZ_TARGET(settings)
 {
     static const WCHAR* const kNames[] = {
@@ -112,7 +112,7 @@ FUZZ_TARGET(settings)
     set(kNames[1], REG_DWORD, &credentials, sizeof(credentials));
 }
 
-// What is written and read again is the same.
+// What is written is read back unchanged.
 FUZZ_TARGET(registry_text)
 {
     RegistryHive hive;
@@ -124,7 +124,7 @@ FUZZ_TARGET(registry_text)
     Require(FormatRegistryFile(again, u"HKEY_LOCAL_MACHINE") == first);
 }
 
-// Of this and the next two, the first line is what fails.
+// In this target and the next two, the first line says what fails.
 FUZZ_TARGET(import_blob)
 {
     const std::string_view plan = TakeLine(input);

@@ -1,4 +1,4 @@
-// Calls of the platform that fail by the same numbers as allocations.
+// Makes platform calls fail. They are numbered together with the allocations.
 #include <errno.h>
 
 #include <type_traits>
@@ -9,7 +9,7 @@
 
 namespace {
 
-bool inPlatform;  // whose own calls don't fail: it may rely on them
+bool inPlatform;  // calls that the platform itself makes don't fail: it may rely on them
 
 template <typename Function, Function& real, intptr_t result>
 struct Failing;
@@ -19,7 +19,7 @@ struct Failing<Result(Parameters...), real, result> {
     {
         const bool fails = !inPlatform && AllocFaultDue();
         Result value{};
-        // A store that fails to close is closed all the same.
+        // The store is closed even if this fails.
         if (!fails || std::is_same_v<Result(Parameters...), decltype(CertCloseStore)>) {
             const bool outer = std::exchange(inPlatform, true);
             value = real(parameters...);
@@ -34,7 +34,7 @@ struct Failing<Result(Parameters...), real, result> {
 
 }  // namespace
 
-// The linker's name for the wrapper can't be given to a template's function, so a resolver picks it.
+// A template can't have the name that the linker wants for the wrapper, so a resolver picks the function.
 #define FAILS(function, symbol, result)                                              \
     decltype(function) Real_##function __asm__("__real_" symbol);                    \
     extern "C" decltype(&(function)) Pick_##function()                               \

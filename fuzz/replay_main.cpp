@@ -1,4 +1,4 @@
-// Runs every input of a folder of corpora, each with the target that its own folder names.
+// Runs every input of a folder of corpora. The name of an input's folder is its target.
 #include <filesystem>
 #include <fstream>
 #include <iterator>

@@ -1,4 +1,4 @@
-// What the fake service answers: what an input queues, and otherwise what the real one would say.
+// The fake service: it gives the answers that the input has queued, then those of a real service.
 #include <deque>
 
 #include "bench/memory_transport.h"
@@ -18,7 +18,7 @@ constexpr char kToken[] = R"({"token_type":"Bearer","access_token":"e30.)"
                           R"(eyJvaWQiOiIwZjFlMmQzYy00YjVhLTY5NzgtODc5Ni1hNWI0YzNkMmUxZjAifQ.c2ln"})";
 
 std::deque<std::string> queue;
-std::string current;  // from the session on: the queued line
+std::string current;  // the queued line of the current session
 std::string body;
 TextString head;
 
@@ -27,7 +27,7 @@ std::string Member(const char* name, const std::string& value)
     return std::string("\"") + name + "\":\"" + value + "\"";
 }
 
-// What the service would say to the request.
+// The answer of a real service.
 std::string RightBody(const std::string& target)
 {
     const std::string value(342, 'Q');

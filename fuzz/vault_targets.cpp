@@ -1,4 +1,4 @@
-// What the vault and the sign-in services send: keys, lists, tokens, and whole operations.
+// Input from the vault and the sign-in services: keys, lists, tokens, and whole operations.
 #include <ctype.h>
 #include <stdlib.h>
 
@@ -26,7 +26,7 @@ using namespace fuzz;
 
 namespace {
 
-// Runs something with a call at its own client.
+// Runs a function with a call on a new client.
 template <typename Action>
 void WithCall(DWORD method, const WCHAR* vault, const Action& action)
 {
@@ -46,7 +46,7 @@ void WithSignedInCall(const Action& action)
     });
 }
 
-// The first line is an allocation that fails, the others are the service's answers.
+// The first line says which allocation fails, the others are the service's answers.
 AllocFault Plan(std::string_view& input)
 {
     const std::string_view fault = TakeLine(input);
@@ -55,7 +55,7 @@ AllocFault Plan(std::string_view& input)
     return FaultFrom(fault);
 }
 
-// Any key name of a host is a valid vault name once encoded, and decodes to itself.
+// Once encoded, any key name is a valid vault name, and it decodes to itself.
 void CheckClearName(TextView name)
 {
     WCHAR encoded[kEncodedNameChars] = {};
@@ -75,7 +75,7 @@ void CheckClearName(TextView name)
 
 void CheckEncodedName(TextView name)
 {
-    // On the heap, where the sanitizer notices overruns on both sides.
+    // On the heap, where the sanitizer notices overruns at both ends.
     const MallocPtr<WCHAR> clear(static_cast<WCHAR*>(malloc(kClearNameChars * sizeof(WCHAR))));
     int decoded = -1;
     if (clear && KVCConvertEncodedKeyNameToClear(name.data(), clear.get(), &decoded))
@@ -164,7 +164,7 @@ FUZZ_TARGET(identity)
     SignIn(input, KVC_AUTHN_MANAGED_IDENTITY | KVC_AUTHN_CLIENT_CREDENTIALS);
 }
 
-// The first line names the call by a letter; a "c" behind it: keys are certificates.
+// The first line is the call's letter, followed by "c" if keys are certificates.
 FUZZ_TARGET(rest_call)
 {
     WithSignedInCall([&](KVC* call) {
@@ -192,8 +192,8 @@ FUZZ_TARGET(rest_call)
     });
 }
 
-// The second line is the number of hashes on the list, the third the name of the key that is published, the others are
-// answers. Once per direction, and once more with what the first time left.
+// The second line is the number of hashes on the list, the third the name of the key to publish, the others are
+// answers. Runs each direction, then repeats with what the first run left.
 FUZZ_TARGET(certificate_sync)
 {
     const std::string plan(TakeLine(input));

@@ -1,12 +1,12 @@
-// What ended.sh interrupts, and the look at what is left. No network.
-//   stress_ended prepare KIND  a root with a secret in clear; KIND "moved": and another under protection since before;
-//                              "fresh": without a master key
-//   stress_ended work          moves the secrets, changes settings of both hives, adds, binds and removes certificates,
-//                              and writes a log over midnight
-//   stress_ended check         nothing is damaged, each setting has its old or its new value, and the secrets are there
-//   stress_ended done          and all that `work` does is there
-//   stress_ended whole         nothing is damaged, and of the changed settings all or none are new, as an import leaves
-//   them stress_ended imported      and all are new
+// The work that ended.sh interrupts, and checks of the result. Uses no network.
+//   stress_ended prepare KIND  creates a root with a plaintext secret. KIND "moved": an older one is already encrypted;
+//                              "fresh": there is no master key yet
+//   stress_ended work          encrypts the secrets, changes settings of both hives, adds, binds and removes
+//                              certificates, and writes a log past midnight
+//   stress_ended check         nothing is damaged, each setting has its old or new value, and no secret is lost
+//   stress_ended done          the same, and everything that `work` does is done
+//   stress_ended whole         after an import: nothing is damaged, and all or none of the imported settings are new
+//   stress_ended imported      the same, and all are new
 #include <iostream>
 #include <vector>
 
@@ -27,7 +27,7 @@ namespace {
 const HKEY kHives[] = {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
 constexpr int kChanged = 9;  // settings of each hive that `work` changes; the first two are imported too
 constexpr const char* kImported[] = {"ClientId", "ClientCertID"};
-constexpr int kUntouched = 60;  // settings of the machine beside them
+constexpr int kUntouched = 60;  // other settings of the machine
 constexpr WCHAR kHash[] = TEXT("0123456789ABCDEF0123456789ABCDEF01234567,");
 
 std::string Text(HKEY hive, const std::string& name)
@@ -55,7 +55,7 @@ void WriteChanged(const char* text)
     }
 }
 
-// The secrets that an open finds, of the machine and of the user.
+// Opens a provider. Returns the secrets that it found, of the machine and of the user.
 std::string OpenOnce()
 {
     const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = FunctionTable();
@@ -90,7 +90,8 @@ void Prepare(bool moved)
     WriteChanged("old");
     if (moved) {
         WriteSecrets("old");
-        Require(OpenOnce() == "old old" && Text(HKEY_LOCAL_MACHINE, "ClientSecret").empty(), "no secret is moved");
+        Require(OpenOnce() == "old old" && Text(HKEY_LOCAL_MACHINE, "ClientSecret").empty(),
+                "a secret isn't encrypted");
     }
     WriteSecrets("new");
     SettingsWriteNumber(HKEY_LOCAL_MACHINE, TEXT("LoggingLevel"), 4);
@@ -135,7 +136,7 @@ void CheckSettings(HKEY hive, bool done = false)
 {
     Require(Text(hive, "KeyVault") == "vault" && Text(hive, "TenantId") == "tenant", "a setting is lost");
     for (int i = 0; i < kUntouched && hive == HKEY_LOCAL_MACHINE; ++i)
-        Require(Text(hive, "Untouched" + std::to_string(i)) == "as it was", "an untouched setting is lost");
+        Require(Text(hive, "Untouched" + std::to_string(i)) == "as it was", "an unrelated setting is lost");
     for (int i = 0; i < kChanged; ++i) {
         const std::string value = Text(hive, Changed(i));
         Require(value == "new" || (!done && value == "old"), "a setting is '" + value + "'");
@@ -147,7 +148,7 @@ void CheckImport(bool done)
     for (const HKEY hive : kHives) {
         CheckSettings(hive);
         for (const char* name : kImported)
-            Require(Text(hive, name) == (done ? "new" : Text(hive, kImported[0])), "a part isn't imported");
+            Require(Text(hive, name) == (done ? "new" : Text(hive, kImported[0])), "the import is incomplete");
     }
 }
 
@@ -163,7 +164,7 @@ void Check(bool done)
     Require(stored.size() <= 1 && (only == "web" || (!done && unfinished)), "store: " + only);
     Require(OpenOnce() == "new new", "a secret is lost");
     for (const HKEY hive : kHives)
-        Require(Text(hive, "ClientSecret").empty(), "a secret stays in clear");
+        Require(Text(hive, "ClientSecret").empty(), "a secret is still in plaintext");
 }
 
 }  // namespace

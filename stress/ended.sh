@@ -1,13 +1,13 @@
 #!/bin/sh
 # Interrupts the writing of settings, secrets, master key, certificates and log, and the tool's import and protection of
-# settings, at every system call that changes something below the root. Prints a line a point: how, where, and "ok" or what
-# is wrong.
+# settings, at every system call that changes something below the root. Prints one line per case: how, where, and "ok" or
+# what is wrong.
 # Usage: ended.sh PROGRAM-FOLDER TOOL [CALL]   CALL: only system calls whose name contains it.
 set -u
 program=$1/stress_ended
 tool=$2
 only=${3:-}
-# In memory: nothing of this depends on the disk, and waiting for it would take most of the time.
+# In memory: nothing here depends on the disk, and waiting for it would take most of the time.
 work=$(mktemp -d -p /dev/shm)
 trap 'rm -rf "$work"' EXIT
 calls=openat,write,pwrite64,writev,fsync,fdatasync,rename,renameat,renameat2,link,linkat,unlink,unlinkat,mkdir,mkdirat,ftruncate,fchmod,fchmodat,fchown
@@ -21,7 +21,7 @@ unset KELVARO_USER_ROOT
     done
 } >"$work/import.reg"
 
-try() { # try HOW CALL NUMBER INJECTION: a run of the job with the injection, and what is left behind
+try() { # try HOW CALL NUMBER INJECTION: runs the job with the injection, then checks the root
     rm -rf "$work/$job/root"
     cp -r "$work/$kind" "$work/$job/root"
     # shellcheck disable=SC2086
@@ -33,7 +33,8 @@ try() { # try HOW CALL NUMBER INJECTION: a run of the job with the injection, an
     echo "$1 $job $2 $3: ${result:-failed}"
 }
 
-# The points of an undisturbed run: the calls that change something below the root, with their numbers among their kind.
+# The cases come from an undisturbed run: its calls that change something below the root, each with its number among the
+# calls of that name.
 run() { # run JOB KIND-OF-ROOT CHECK-AFTER-INTERRUPTION CHECK-AT-THE-END COMMAND...
     job=$1 kind=$2 interrupted=$3 finished=$4
     shift 4

@@ -1,4 +1,4 @@
-# From the cells of the fault matrix: the cells with one outcome together.
+# Summarizes the cells of the fault matrix, grouped by outcome.
 {
   ok: (length > 0 and all(.[]; .ok)),
   cells: length,

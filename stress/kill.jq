@@ -1,4 +1,4 @@
-# From the points of ended.sh, a line each.
+# Summarizes the output of ended.sh, one case per line.
 [split("\n")[] | select(. != "")]
 | {
   ok: (length > 0 and all(.[]; test(": (ok|not reached)$"))),  # some calls depend on the random generator

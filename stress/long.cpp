@@ -1,7 +1,7 @@
-// Long use of the loaded module: signatures on eight threads with a vault that throttles and breaks, then loads and
-// unloads. Prints a JSON object with what the process held from time to time.
+// Long use of the loaded module: signatures on eight threads with a vault that throttles and fails, then loading and
+// unloading. Prints a JSON object with samples of the process's memory, handles and threads.
 // Usage: stress_long SECONDS SIGNATURES LOADS
-// A part ends after its seconds or its count, whichever is first; 0: no limit.
+// A part ends after its seconds or its count, whichever comes first; 0: no limit.
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -26,7 +26,7 @@ constexpr size_t kThreads = 8;
 constexpr size_t kEach = 50;       // signatures of a thread in a round
 constexpr size_t kLoadsEach = 20;  // in a round
 
-// What breaks in the signatures of a round, by the number of the request. The last four can't succeed.
+// The faults of a round, by the number of the signature's request. Signatures hit by the last four can't succeed.
 const json kFaults[] = {
     {{"skip", 20}, {"action", "status"}, {"status", 429}},
     {{"skip", 60}, {"action", "reset-before"}},
@@ -56,10 +56,10 @@ struct Sample {
     Holdings held;
 };
 
-// Samples evenly spread over the run, however long it gets: when there are too many, every second one is dropped.
+// Samples spread evenly over a run of any length: when there are too many, every second one is dropped.
 class Samples {
   public:
-    // Memory that grows here would count as the module's.
+    // Reserved at once: growth would count as the module's.
     Samples() { kept_.reserve(kMost); }
     void Take(size_t done)
     {
@@ -103,7 +103,7 @@ struct Limit {
     Stopwatch watch = {};
 };
 
-// How often each status came.
+// The number of results with each status.
 using Statuses = std::map<std::string, size_t>;
 
 void SignOnce(bench::Module::Key& key, Statuses* statuses)
@@ -120,7 +120,7 @@ void SignOnce(bench::Module::Key& key, Statuses* statuses)
     ++(*statuses)[status];
 }
 
-// One thread signs in anew.
+// One thread uses a new provider, which signs in.
 void SignRound(bench::Module& module, Statuses* statuses)
 {
     std::vector<std::thread> threads;
@@ -190,7 +190,7 @@ int main(int argc, char** argv)
     const auto number = [&](int index) { return static_cast<size_t>(argc > index ? std::atol(argv[index]) : 0); };
     try {
         bench::Vault vault;
-        // The loads take little time.
+        // Loading takes less time.
         const json signatures = Signatures(vault, {number(1) * 3 / 4, number(2)});
         std::cout << json{{"signatures", signatures}, {"loads", Loads({number(1) / 4, number(3)})}} << "\n";
     } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
-# From the samples of a long run. Flat: from its second quarter to its last, the process holds on average no more than 1 MiB and
-# 1024 units of heap (blocks, on Linux 16 bytes) more, and never more threads, or more than two handles more.
+# Judges the samples of a long run. From the second quarter to the last, average use may grow by at most 1 MiB of resident memory
+# and 1024 units of heap (blocks; on Linux 16 bytes), and the maximum by at most two handles and no thread.
 def quarter($n): .[(length * ($n - 1) / 4 | ceil):(length * $n / 4 | ceil)];
 def average(f): (map(f) | add) / length;
 def grown: {

@@ -1,4 +1,4 @@
-// What differs between the systems for the long run.
+// The system-dependent functions of the long run.
 #pragma once
 
 #include <cstddef>
@@ -6,5 +6,5 @@
 
 size_t ResidentKb();
 
-// Whether the module of that path is loaded.
+// Whether the module with that path is loaded.
 bool IsLoaded(const std::string& path);

@@ -1,5 +1,5 @@
-// What hosts do to themselves and to the module in them. Prints a JSON array with an object a row: what was done, what
-// must hold, and what was wrong. Each row has a process.
+// Unusual but legitimate behaviour of hosts. Prints a JSON array with one object per row: what was done, what must
+// hold, and what was wrong. Each row runs in a separate process.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -35,14 +35,14 @@ void RequireSignature(Stage& stage)
     Require(status == 0, "a signature fails with " + StatusName(status));
 }
 
-// Opens a provider and a key anew, and signs.
+// Opens another provider and key, and signs.
 void OpenAndSign(Stage& stage)
 {
     stage.SignIn(1);
     RequireSignature(stage);
 }
 
-// Waits for a child, which must end with 0.
+// Waits for a child, which must exit with 0.
 void RequireGoodEnd(pid_t child, int seconds)
 {
     int status = 0;
@@ -54,7 +54,7 @@ void RequireGoodEnd(pid_t child, int seconds)
         }
         usleep(100000);
     }
-    Require(status == 0, "the child's status is " + std::to_string(status));
+    Require(status == 0, "the child's exit status is " + std::to_string(status));
 }
 
 [[noreturn]] void EndChild(const std::function<void()>& work)
@@ -68,7 +68,7 @@ void RequireGoodEnd(pid_t child, int seconds)
     _exit(0);
 }
 
-// The vault resets each connection, so that the module writes to a broken one.
+// Every connection is reset, so the module writes to a broken one.
 void BrokenConnections(Stage& stage)
 {
     OpenAndSign(stage);
@@ -84,9 +84,10 @@ void BrokenConnections(Stage& stage)
     setenv("KELVARO_CONNECT_TO", connections.c_str(), 1);
     struct sigaction action = {};
     sigset_t blocked;
-    Require(sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_DFL, "the handler is changed");
+    Require(sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_DFL,
+            "the signal handler has changed");
     Require(pthread_sigmask(SIG_SETMASK, nullptr, &blocked) == 0 && !sigismember(&blocked, SIGPIPE),
-            "the mask is changed");
+            "the signal mask has changed");
     RequireSignature(stage);
 }
 
@@ -105,7 +106,7 @@ void ChildAndParentSign(Stage& stage)
     signatures();
 }
 
-// Forks while another thread waits for the answer to its sign-in. The child opens a key with the same provider.
+// Forks while another thread waits for the answer to its sign-in. The child signs with the same key.
 void ForkInSignIn(Stage& stage)
 {
     OpenAndSign(stage);
@@ -127,17 +128,17 @@ void WithoutStandardStreams(Stage& stage)
         close(fd);
     stage.host.root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
     OpenAndSign(stage);
-    // libcurl's descriptors may have these numbers now.
+    // libcurl may be using these numbers now.
     for (const int fd : {1, 2}) {
         const ssize_t ignored = write(fd, "of the host", 11);
         (void)ignored;
     }
     RequireSignature(stage);
-    Require(stage.host.root.WholeLog().find("of the host") == std::string::npos, "the host writes into the log");
+    Require(stage.host.root.WholeLog().find("of the host") == std::string::npos, "the host's output is in the log");
 }
 
-// Closes everything but the standard streams, and fills the numbers with files of the host, which nobody else may
-// write.
+// Closes everything but the standard streams, and opens the host's files in their place. The module must not write to
+// them.
 void ClosedDescriptors(Stage& stage)
 {
     stage.host.root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", 10);
@@ -150,9 +151,9 @@ void ClosedDescriptors(Stage& stage)
     stage.host.Sign(stage.provider, stage.key, false);
     RequireSignature(stage);
     OpenAndSign(stage);
-    Require(std::filesystem::file_size(file) == 0, "the host's file is written");
+    Require(std::filesystem::file_size(file) == 0, "the module has written to the host's file");
     for (const int fd : files)
-        Require(fcntl(fd, F_GETFD) != -1, "a descriptor of the host is closed");
+        Require(fcntl(fd, F_GETFD) != -1, "the module has closed a descriptor of the host");
 }
 
 void NoDescriptorFree(Stage& stage)
@@ -203,7 +204,7 @@ void SmallStacks(Stage&)
 std::function<void(Stage&)> InLocale(const char* name)
 {
     return [name](Stage& stage) {
-        Require(std::setlocale(LC_ALL, name), "the locale isn't there");
+        Require(std::setlocale(LC_ALL, name), "the locale is missing");
         OpenAndSign(stage);
         for (const Operation& operation : Operations()) {
             Stage other;
@@ -214,7 +215,7 @@ std::function<void(Stage&)> InLocale(const char* name)
     };
 }
 
-// The token stays good, so nobody signs in again.
+// The token stays valid, so there is no other sign-in.
 void TimeZones(Stage& stage)
 {
     OpenAndSign(stage);
@@ -224,7 +225,7 @@ void TimeZones(Stage& stage)
         tzset();
         RequireSignature(stage);
     }
-    Require(stage.host.sim.SignIns() == signIns, "a time zone ends the token");
+    Require(stage.host.sim.SignIns() == signIns, "the token expires when the time zone changes");
     OpenAndSign(stage);
 }
 
@@ -237,7 +238,7 @@ void OpenMask(Stage& stage)
         struct stat file = {};
         stat(entry.path().c_str(), &file);
         Require(!S_ISREG(file.st_mode) || (file.st_mode & S_IWOTH) == 0,
-                entry.path().string() + " can be written by all");
+                entry.path().string() + " is writable for everyone");
     }
 }
 
@@ -276,7 +277,7 @@ std::function<void(Stage&)> Signals(int flags)
         setitimer(ITIMER_REAL, nullptr, nullptr);
         stage.key = 0;
         stage.provider = 0;
-        Require(alarms > 20, "hardly a signal came");
+        Require(alarms > 20, "too few signals");
     };
 }
 
@@ -297,31 +298,30 @@ const std::vector<Row>& Rows()
          ForkInSignIn},
         {"0, 1 and 2 closed before the module is used",
          "it signs, also after the host has written to 1 and 2, and not into the log", WithoutStandardStreams},
-        {"everything above 2 closed between two calls, and files opened", "it signs, and leaves the files alone",
-         ClosedDescriptors},
-        {"no descriptor free", "NTE_FAIL, and the next call signs", NoDescriptorFree},
+        {"descriptors above 2 closed between two calls and reused by the host",
+         "it signs, and doesn't touch the host's files", ClosedDescriptors},
+        {"no free descriptor", "NTE_FAIL, and the next call signs", NoDescriptorFree},
         {"a stack of 128 KiB", kAll, SmallStacks},
         {"locale C", kAll, InLocale("C")},
         {"locale C.UTF-8", kAll, InLocale("C.UTF-8")},
         {"locale tr_TR.UTF-8", kAll, InLocale("tr_TR.UTF-8")},
         {"locale de_DE.ISO-8859-1", kAll, InLocale("de_DE.ISO-8859-1")},
-        {"changed time zones", "it signs, and the token stays good", TimeZones},
-        {"umask 0", "it signs, and no file can be written by all", OpenMask},
+        {"changed time zones", "it signs, and the token stays valid", TimeZones},
+        {"umask 0", "it signs, and no file is writable for everyone", OpenMask},
         {"umask 0777", "it signs, and signs again with umask 022", ShutMask},
-        {"a working folder that is deleted", "it signs", DeletedFolder},
-        {"SIGALRM each millisecond, with SA_RESTART", "secrets are set, keys opened, hashes signed",
-         Signals(SA_RESTART)},
-        {"SIGALRM each millisecond, without SA_RESTART", "the same", Signals(0)},
+        {"deleted working directory", "it signs", DeletedFolder},
+        {"SIGALRM every millisecond, with SA_RESTART", "it stores secrets, opens keys and signs", Signals(SA_RESTART)},
+        {"SIGALRM every millisecond, without SA_RESTART", "the same", Signals(0)},
     };
     return kRows;
 }
 
-// What is wrong; empty if nothing is.
-std::string Judge(const Row& row)
+// Returns what is wrong, or an empty text.
+std::string RunRow(const Row& row)
 {
     int ends[2];
     Require(pipe2(ends, O_CLOEXEC) == 0, "no pipe");
-    // Out of the row's reach.
+    // A number that no row closes.
     const int report = fcntl(ends[1], F_DUPFD_CLOEXEC, 200);
     close(ends[1]);
     const pid_t child = fork();
@@ -350,7 +350,7 @@ std::string Judge(const Row& row)
 
 }  // namespace
 
-// Argument: a part of what the rows do.
+// Argument: a part of the names of the rows to run.
 int main(int argc, char** argv)
 {
     Simulator::Get();
@@ -358,7 +358,7 @@ int main(int argc, char** argv)
     for (const Row& row : Rows()) {
         if (std::string(row.done).find(argc > 1 ? argv[1] : "") == std::string::npos)
             continue;
-        const std::string wrong = Judge(row);
+        const std::string wrong = RunRow(row);
         rows.push_back({{"done", row.done}, {"must", row.must}, {"wrong", wrong}, {"ok", wrong.empty()}});
     }
     std::cout << rows.dump(1) << "\n";

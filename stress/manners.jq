@@ -1,2 +1,2 @@
-# From the rows of a host's manners.
+# Summarizes the output of stress_manners.
 {ok: (length > 0 and all(.[]; .ok)), rows: .}

@@ -1,2 +1,2 @@
-# From the rules of the threads and processes.
+# Summarizes the output of stress_many.
 {ok: (length > 0 and all(.[]; .ok)), rules: .}

@@ -1,4 +1,4 @@
-// Work that several processes share.
+// Divides work among processes.
 #pragma once
 
 #include <cstdio>
@@ -6,8 +6,8 @@
 
 namespace stress {
 
-// Does the work in so many processes, each of which writes JSON objects, one a line. Prints an array of all of them; 1
-// if a process failed.
+// Runs `work` in `shares` processes, each of which writes JSON objects to `out`, one per line. Prints all of them as
+// one array. Returns the exit code: 1 if a process failed.
 int PrintInShares(int shares, const std::function<void(int share, int shares, FILE* out)>& work);
 
 }  // namespace stress

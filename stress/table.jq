@@ -8,7 +8,7 @@ def faults:
   "",
   (["operation", "faults", "status", "requests", "waits", "waited, s"] | head),
   (.outcomes[] | [.operation, (.faults | join(", ")), .status, .requests, .waits, .waitedMs / 1000] | row),
-  (.disagreeing[] | "DISAGREES: \(.operation) / \(.fault): expected \(.expected), came \(.measured), next call \(.nextCall), " +
+  (.disagreeing[] | "DISAGREES: \(.operation) / \(.fault): expected \(.expected), measured \(.measured), next call \(.nextCall), " +
     "\(.descriptors) descriptors more, \(.memoryKb) KB more, \(.seconds) s");
 
 def fuzz:
@@ -21,7 +21,7 @@ def fuzz:
 def many: (["rule", "held", "measured"] | head), (.rules[] | [.rule, .ok, .measured] | row);
 
 def kill:
-  (["ended by", "points", "nothing lost or damaged, and the next start works"] | head),
+  (["interrupted by", "cases", "nothing lost or damaged, and the next start works"] | head),
   (.ways[] | [.way, .points, .good] | row),
   .failed[];
 
@@ -44,7 +44,7 @@ def long: held("signatures"; .signatureSamples), held("loads"; .loadSamples);
 
 def judges:
   (["planted", "noticed by", "seconds"] | head),
-  (.faults[] | [.fault, (if .before then "\(.part), without the fault too" elif .noticed then .part else "NOT NOTICED" end), .seconds] | row);
+  (.faults[] | [.fault, (if .before then "\(.part), but also without the fault" elif .noticed then .part else "NOT NOTICED" end), .seconds] | row);
 
 if .faults then .faults | faults else empty end,
 if .fuzz then .fuzz | fuzz else empty end,

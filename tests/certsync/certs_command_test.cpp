@@ -16,7 +16,7 @@ class CertsCommandTest : public CtlTest {
         CtlTest::SetUp();
         for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
             root.SetNumber(hive, "CertificatesOrKeys", 0);
-        ClearStores();  // those of Windows outlive a test
+        ClearStores();  // on Windows they outlive a test
         AddCertificate("web");
     }
     void TearDown() override { ClearStores(); }
@@ -45,7 +45,7 @@ TEST_F(CertsCommandTest, SyncBringsWhatIsNew)
     // The simulator reads names from the end, as the service does.
     AddCertificate("new", "O=\"Acme, Inc.\", CN=web01");
     AddCertificate("dummy", "CN=Dummy Certificate Name");
-    HoldSync();  // the rule of twenty minutes doesn't apply to an administrator
+    HoldSync();  // the limit of one sync per twenty minutes doesn't apply to an administrator
     json answer = CtlJson({"certs", "sync"});
     ASSERT_EQ(1u, answer["added"].size());
     EXPECT_EQ("new", answer["added"][0]["container"]);
@@ -97,7 +97,7 @@ TEST_F(CertsCommandTest, InstallBindsAndComparesThePublicKey)
     HoldSync();
     const Issued own = IssueTo("own.pem", {{"key", "web"}, {"subject", "CN=issued"}});
     const Issued strangers = IssueTo("other.pem", {{"subject", "CN=stranger"}});
-    // An authority's answer: the chain first, the key's own certificate behind it.
+    // An authority's answer: first the chain, then the key's own certificate.
     WriteFile("chain.pem", strangers.pem + own.pem);
     const json installed = CtlJson({"certs", "install", File("chain.pem"), "--key", "web"});
     EXPECT_EQ(true, installed["publicKeyMatches"]);
@@ -182,7 +182,7 @@ TEST_F(CertsCommandTest, PublishSaysWhatHappened)
 
     IssueTo("big.pem", {{"key", "web"}, {"size", 5000}});
     AddCertificate("big");
-    // The module takes a certificate for published even when the merge is refused, and leaves the request pending.
+    // The module considers a certificate published even if the merge is refused, and leaves the request pending.
     AddCertificate("late");
     const Issued late = IssueTo("late.pem", {{"key", "late"}});
     Run("0 certs install @big.pem --key big --force\n"

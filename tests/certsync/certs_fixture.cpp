@@ -42,12 +42,12 @@ void ClearStores()
     const std::string place = "Software\\Microsoft\\SystemCertificates\\My\\Certificates\\";
     for (const bool machine : {true, false}) {
         const HCERTSTORE store = OpenStore(machine);
-        // A walk doesn't go on from a certificate that was deleted.
+        // An enumeration can't continue from a deleted certificate.
         for (PCCERT_CONTEXT first; (first = CertEnumCertificatesInStore(store, nullptr)) != nullptr;) {
             const std::string hash = HashOf(first);
             if (!CertDeleteCertificateFromStore(first))
                 throw std::runtime_error("a certificate can't be deleted: " + std::to_string(GetLastError()));
-            // Where Windows keeps it. Not every runtime deletes it there; elsewhere there is nothing.
+            // Where Windows keeps the store. Not every runtime deletes it; other systems have none.
             RegDeleteKeyW(machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, Wide(place + hash).c_str());
         }
         CertCloseStore(store, 0);

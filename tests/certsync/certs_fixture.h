@@ -1,4 +1,4 @@
-// A machine and a vault with certificates: keys live as certificates of the vault, and the stores begin empty.
+// A machine and a vault with certificates: the vault keeps keys as certificates, and the stores are empty at first.
 #pragma once
 
 #include <algorithm>
@@ -14,14 +14,14 @@ using Strings = std::vector<std::string>;
 struct Issued {
     Bytes der;
     std::string base64;  // of it
-    std::string pem;     // with the private key behind it if that is new
-    std::string hash;    // as CertSync has it
+    std::string pem;     // followed by the private key if that is new
+    std::string hash;    // in the form of CertSync
 };
 
 void ClearStores();  // the machine's and the user's
-// spec: as the simulator's control call takes it; {"key":..} for a key of the vault.
+// spec: for the simulator's control call; {"key":..} for a key of the vault.
 Issued Issue(const nlohmann::json& spec);
-// A new version of a certificate of the vault. more: as the simulator's control call takes it; without, a new key.
+// A new version of a certificate of the vault. more: for the simulator's control call; the default is a new key.
 void AddVaultCertificate(const std::string& name, const nlohmann::json& more = nlohmann::json::object());
 // The hash of the newest version of a certificate of the vault.
 std::string VaultHash(const std::string& name);
@@ -37,7 +37,7 @@ class CertsTest : public HostTest {
         HostTest::SetUp();
         for (const HKEY hive : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
             root.SetNumber(hive, "CertificatesOrKeys", 0);
-        ClearStores();  // those of Windows outlive a test
+        ClearStores();  // on Windows they outlive a test
     }
     void TearDown() override
     {

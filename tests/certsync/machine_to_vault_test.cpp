@@ -1,4 +1,4 @@
-// Certificates that a host installed go into the vault when the key's handle is released.
+// Certificates that a host has installed are published to the vault when the key's handle is released.
 #include "certsync/machine_to_vault.h"
 
 #include "provider/key_object.h"
@@ -183,7 +183,7 @@ TEST_F(MachineToVaultTest, TheNewestCertificateOfTheKeyIsTaken)
         EXPECT_EQ(winner < 0 ? Strings{} : kPublication, Publish());
         EXPECT_EQ(winner < 0 ? "" : hashes[static_cast<size_t>(winner)], CertSync());
     }
-    // Of those that start together the first one is taken.
+    // If several start at the same time, the first one is taken.
     ClearStores();
     SetList("");
     for (int i = 0; i < 4; i++)
@@ -222,7 +222,7 @@ TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
 {
     AddVaultCertificate("web");
     const std::string hash = Install().hash;
-    // Behind the other direction's comma comes a second one; a hash is known anywhere in the list.
+    // The other direction's comma is followed by a second one; a hash counts anywhere in the list.
     const Row<const char*, std::string, bool> rows[] = {
         {"0A", "0A," + hash, false}, {"0A,", "0A,," + hash, false}, {"", hash, false}, {"x", "x" + hash + "x", true}};
     for (const auto& [before, after, known] : rows) {

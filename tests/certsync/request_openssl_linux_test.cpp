@@ -5,7 +5,7 @@ namespace {
 
 class OpensslRequestTest : public CtlTest {
   protected:
-    // What openssl shows of the request that this command writes; the request's signature must be good.
+    // Returns what openssl prints for the request that the command writes. The request's signature must be valid.
     std::string Shown(const std::vector<std::string>& options, const std::vector<std::string>& display)
     {
         std::vector<std::string> arguments = {"keys", "request", "key", "--out", File("request"), "--der"};

@@ -1,4 +1,4 @@
-// The open of a machine key copies the vault's certificates into the machine's store.
+// Opening a machine key copies the vault's certificates into the machine's store.
 #include "certsync/vault_to_machine.h"
 
 #include "provider/provider.h"
@@ -14,7 +14,7 @@ const std::string kSettingsKey = "Software\\Zandrel\\Kelvaro";
 
 class VaultToMachineTest : public CertsTest {
   protected:
-    // Opens "web", or a key that isn't there, on a new provider, and returns the requests.
+    // Opens "web", or a missing key, on a new provider, and returns the requests.
     Strings Run(const char* key = "absent", DWORD flags = NCRYPT_MACHINE_KEY_FLAG)
     {
         NCRYPT_PROV_HANDLE opened = 0;

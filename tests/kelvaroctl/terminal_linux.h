@@ -2,7 +2,7 @@
 
 #include "tests/kelvaroctl/process.h"
 
-// RunProgram on a terminal of its own: standard input and standard error are the terminal, standard output a file.
+// RunProgram on a new terminal: standard input and standard error are the terminal, standard output a file.
 // Types `answer` once `prompt` has been shown. `err` is all that the terminal showed; *echoed: whether the terminal
 // echoed while the prompt stood; *echoAfter: whether it does so after the end.
 Ran RunOnTerminal(const std::string& program, const std::vector<std::string>& arguments, const std::string& prompt,

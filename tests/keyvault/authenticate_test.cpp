@@ -1,4 +1,4 @@
-// Sign-in with client credentials, its renewal, and the vault's name after the identity.
+// Sign-in with client credentials, its renewal, and naming the vault after the identity.
 #include "support/text.h"
 #include "tests/keyvault/client_fixture.h"
 
@@ -6,7 +6,7 @@ namespace {
 
 class Authenticate : public ClientTest {
   protected:
-    // tail: of the form, from the client id on.
+    // tail: the form from the client id on.
     void ExpectForm(const Identity& identity, const std::string& tail)
     {
         sim.ClearJournal();

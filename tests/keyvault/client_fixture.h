@@ -1,4 +1,4 @@
-// Fixtures of the client's tests: a root for each test, a clock that stands still, the simulator, logging at level 10.
+// Fixtures of the client's tests: a root for each test, a stopped clock, the simulator, logging at level 10.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ using Waits = std::vector<DWORD>;
 // The waits before `count` retries: 1, 2, 4... seconds, at most 64.
 Waits RetryWaits(size_t count);
 
-// What KVCNew gets; the defaults reach the simulator's vault.
+// The arguments of KVCNew; the defaults reach the simulator's vault.
 struct Identity {
     std::string vault = Simulator::kVault;
     DWORD authn = KVC_AUTHN_CLIENT_CREDENTIALS;
@@ -95,7 +95,7 @@ class ClientTest : public testing::Test {
         root.SetNumber(HKEY_LOCAL_MACHINE, "LoggingLevel", level);
         LogAttach();
     }
-    // The simulator as in the beginning, an empty log, no waits.
+    // Resets the simulator, and clears the log and the waits.
     void Fresh()
     {
         sim.Reset();
@@ -141,7 +141,7 @@ class ClientTest : public testing::Test {
     TestClock clock;
 };
 
-// With a call that is signed in. A test begins with an empty log and journal.
+// Has a call that is signed in. A test begins with an empty log and journal.
 class VaultTest : public ClientTest {
   protected:
     void SetUp() override;

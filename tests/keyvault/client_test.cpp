@@ -127,7 +127,7 @@ TEST_F(SharedClient, WaitingThreadsShareAFailedSignIn)
                   return KVCAuthenticate(call.get());
               }));
     EXPECT_EQ(size_t{kThreads}, LinesWith("KVCAuthenticate Logon failure contoso-keys 1"));
-    // One, unless on a busy machine a thread comes after the first sign-in.
+    // One, unless a thread starts only after the first sign-in, as can happen on a busy machine.
     EXPECT_LE(LinesWith("KVCDoWebCall failure"), 3u);
     SetNetwork(true);
     clock.OnSleep(nullptr);

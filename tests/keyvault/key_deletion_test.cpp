@@ -48,7 +48,7 @@ TEST_F(KeyDeletionTest, Answers)
     const struct {
         const char* name;
         bool purge;
-        Statuses deletions;  // then the vault answers for itself
+        Statuses deletions;  // after them, the vault's real answers
         Statuses purges;
         size_t deletionsSent, purgesSent;
         size_t waits;  // over both phases
@@ -99,7 +99,7 @@ TEST_F(KeyDeletionTest, NamesAndBadArguments)
     EXPECT_EQ(0, Delete(std::string(43, 'n')));
     EXPECT_EQ(0, KVCKeyDelete(call.get(), nullptr));
     EXPECT_EQ(0, KVCKeyDelete(nullptr, TEXT("mykey")));
-    // Without a token, after a good answer to another operation.
+    // Without a token, after another operation has succeeded.
     call.reset(KVCBeginCall(client.get()));
     call->lastStatus = 200;
     EXPECT_EQ(0, Delete());

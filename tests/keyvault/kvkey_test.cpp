@@ -7,7 +7,7 @@ using nlohmann::json;
 
 namespace {
 
-// A record parsed from an answer into memory that was in use.
+// A record parsed from an answer, in memory that has been used before.
 struct Parsed : OwnKey {
     explicit Parsed(const std::string& body, const std::string& name = "web01")
     {
@@ -126,7 +126,7 @@ TEST(KVKeyTest, TextsOfAKey)
         {"https://h/keys/k/", Wide("")},
         {"k/" + longest, Wide(longest)},
         {"k/" + longest + "v", Wide(longest)},
-        // One character a byte, whatever the code page.
+        // One character per byte, whatever the code page.
         {"k/\xC3\xA9", TextString{WCHAR{0xC3}, WCHAR{0xA9}}},
     };
     for (const auto& [kid, version] : versions)

@@ -17,7 +17,7 @@ const char* const kArcEndpoint = "http://localhost:40342/metadata/identity/oauth
 // The raw answer of a connected machine's service.
 std::string Challenge(const std::string& header)
 {
-    // It announces the close, or a client might use the connection again.
+    // It announces that it closes the connection, or a client might reuse it.
     return "HTTP/1.1 401 Unauthorized\r\nConnection: close\r\nContent-Length: 7\r\n" + header + "\r\n\r\nrefused";
 }
 
@@ -112,7 +112,7 @@ TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
     }
 }
 
-// A service that starts late challenges without a file first, and is asked again.
+// A service that is still starting sends challenges without a file first, and is asked again.
 TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
 {
     Identity identity;
@@ -168,7 +168,7 @@ TEST_F(ManagedIdentity, AChallengeThatCannotBeMetEndsTheMethod)
     EXPECT_TRUE(clock.Waits().empty());
 }
 
-// Nothing is trimmed: a line end goes into the header, and what follows it is another line.
+// Nothing is trimmed: a line end is sent in the header, and what follows it is another line.
 TEST_F(ManagedIdentity, TheSecretIsSentAsTheFileHasItAndASecondRefusalIsFinal)
 {
     const std::string longest(1999, 's');

@@ -28,7 +28,7 @@ class VaultOperation : public VaultTest {
 
     static bool Sign(KVC* kvc)
     {
-        static const BYTE input[512] = {};  // its text outgrows the first block
+        static const BYTE input[512] = {};  // its text doesn't fit into the first block
         BYTE room[8];
         DWORD size = sizeof(room);
         return KVCCryptoOp(kvc, TEXT("sign"), TEXT("web"), TEXT("v"), 0, TEXT("RS256"), input, 512, room, &size) == 0;
@@ -109,7 +109,7 @@ TEST_F(VaultOperation, FailsAtOnceForOtherReasons)
         EXPECT_FALSE(operation.run(call.get()));
         EXPECT_EQ(0u, call->lastStatus);
         SetNetwork(true);
-        // An earlier operation's status isn't the answer to one that can't be sent.
+        // If a request can't be sent, an earlier operation's status doesn't count as its answer.
         KVCCall unsent(KVCBeginCall(client.get()));
         unsent->lastStatus = 429;
         clock.ClearWaits();

@@ -41,7 +41,7 @@ uintptr_t AddressOf(Type& object)
 
 class ArgumentsTest : public ProviderTest {
   protected:
-    // Keys without a name are finalized without the vault.
+    // Finalizing a key without a name doesn't involve the vault.
     NCRYPT_KEY_HANDLE KeyFor(DWORD usage, bool finalized)
     {
         const NCRYPT_KEY_HANDLE key = Pending("RSA");

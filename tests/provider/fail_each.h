@@ -7,8 +7,8 @@
 #include "tests/common/alloc_fault.h"
 #include "tests/common/host.h"
 
-// Runs a call with allocation number `failAt` failing, and all later ones too if allAfter is set. Whatever a test does
-// before and after the call has memory.
+// Runs a call with allocation number `failAt` failing, and all later ones too if allAfter is set. What a test does
+// before and after the call doesn't fail.
 struct Armed {
     size_t failAt = SIZE_MAX;
     bool allAfter = false;
@@ -24,8 +24,8 @@ struct Armed {
     }
 };
 
-// Runs `run`, which makes its calls through `armed`, with allocation 0, 1, 2... failing until none fails any more,
-// which must succeed; `judge` gets the outcome of each failing run. Returns how many those were.
+// Runs `run`, which makes its calls through `armed`, with allocation 0, 1, 2... failing until none fails any more. That
+// last run must succeed; `judge` gets the outcome of the others. Returns the number of those.
 inline size_t FailEach(Armed* armed, const std::function<SECURITY_STATUS()>& run,
                        const std::function<void(SECURITY_STATUS, size_t)>& judge, bool allAfter = false)
 {

@@ -13,7 +13,7 @@ constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the 
 Bytes Der(BYTE tag, const Bytes& contents);
 // rsa2048 with these attributes, each a DER element.
 Bytes WithAttributes(const Bytes& attributes);
-// An attribute of one value. objectId: its DER contents, a key usage without it.
+// An attribute with one value. objectId: its DER contents; the default is a key usage.
 Bytes Attribute(const Bytes& value, const Bytes& objectId = {0x55, 0x1D, 0x0F});
 
 // A parameter list, alive as long as this.
@@ -54,7 +54,7 @@ class ImportTest : public ProviderTest {
         OpenProvider();
     }
 
-    // The bare call. *key is the caller's.
+    // Only the call. The caller owns *key.
     SECURITY_STATUS ImportInto(NCRYPT_KEY_HANDLE* key, const char* type, const Bytes& data, NCryptBufferDesc* list,
                                DWORD flags = 0);
     // Tries an import; a failure must leave the handle alone, log one line of level 1 and make no request.
@@ -72,7 +72,7 @@ class ImportTest : public ProviderTest {
         if (imported_)
             FreeKey(std::exchange(imported_, 0));
     }
-    // What an import without a name leaves: finalized or not, of the machine or the user, without requests.
+    // The result of an import without a name: finalized or not, of the machine or the user, and no requests.
     void ExpectNameless(const Bytes& blob, const char* type, bool finalized, bool machine);
 
     NCRYPT_KEY_HANDLE imported_ = 0;

@@ -31,7 +31,7 @@ TEST_F(ImportTest, NamesOfPrivateBlobs)
     EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Import("RSAPRIVATEBLOB", RsaBlob(2048), &changed, kLater));
 }
 
-// The vault makes a new key with the length of the imported one.
+// The vault creates a new key of the same length as the imported one.
 TEST_F(ImportTest, ANamedBlobBecomesAVaultKeyWhenItIsFinalized)
 {
     Parameters parameters = {{45, TextBytes("fresh")}};
@@ -257,7 +257,7 @@ TEST_F(Pkcs8ImportTest, ANamedKeyIsMadeByTheVault)
     ASSERT_EQ(kDone, ImportPkcs8(file, &named, NCRYPT_OVERWRITE_KEY_FLAG | NCRYPT_SILENT_FLAG));
     EXPECT_EQ(1u, imported()->fFinalized);
     ASSERT_EQ(256u, imported()->kvk.n_siz);
-    // It has a modulus that isn't the imported one, and no request has parts of the imported key.
+    // Its modulus isn't the imported one, and no request contains parts of the imported key.
     const Bytes modulus(imported()->kvk.n, imported()->kvk.n + 256);
     EXPECT_EQ(plain.end(), std::search(plain.begin(), plain.end(), modulus.begin(), modulus.end()));
     EXPECT_EQ(1u, Bodies("create").size());

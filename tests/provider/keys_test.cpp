@@ -1,4 +1,4 @@
-// Keys of the vault as a host opens, makes, exports and deletes them.
+// Opening, creating, exporting and deleting keys of the vault.
 #include "tests/provider/provider_fixture.h"
 #include "tests/provider/words.h"
 
@@ -19,7 +19,7 @@ class KeysTest : public ProviderTest {
             Forget(key);
         return Hex(status);
     }
-    // Signs with the key and has the vault verify that.
+    // Signs with the key, and lets the vault verify the signature.
     void ExpectToSign(NCRYPT_KEY_HANDLE key)
     {
         const DWORD flags = Record(key)->kvk.isEC ? 0 : BCRYPT_PAD_PKCS1;
@@ -41,7 +41,7 @@ TEST_F(KeysTest, AnOpenCostsOneReadAndNothingIsCached)
     EXPECT_EQ(Hex(NTE_BAD_KEY_STATE), Hex(SetKey(key, "Length", Words({2048})))) << "it is finalized";
 }
 
-// A modulus is exported with a leading zero byte, and a coordinate as it came. The tag of its record makes a curve key
+// A modulus is exported with a leading zero byte, and a coordinate unchanged. The tag of its record makes a curve key
 // ECDH or ECDSA; without one it is opened as ECDH, and exported by its operations.
 TEST_F(KeysTest, TheVaultsDescriptionGivesNameLengthAndBlob)
 {
@@ -72,7 +72,7 @@ TEST_F(KeysTest, RefusedExports)
         {"RSAPUBLICBLOB", CurveAnswer("P-256", Pattern(32), Pattern(32))},
         {"ECCPUBLICBLOB", CurveAnswer("P-256", Pattern(32), Pattern(31))},
         {"RSAPUBLICBLOB", RsaAnswer(Pattern(1973))},                          // a byte too long
-        {"ECCPUBLICBLOB", CurveAnswer("P-256", Pattern(997), Pattern(997))},  // a byte each too long
+        {"ECCPUBLICBLOB", CurveAnswer("P-256", Pattern(997), Pattern(997))},  // both a byte too long
     };
     for (const auto& [type, answer] : rows) {
         EXPECT_EQ(Hex(NTE_INVALID_PARAMETER), Hex(Export(OpenAnswered(answer), type).status)) << &type - &rows[0].first;

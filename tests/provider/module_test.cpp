@@ -1,4 +1,4 @@
-// The module's load and unload, and the provider that a host opens: settings, secrets, clients, buffers.
+// Loading and unloading the module, and opening a provider: settings, secrets, clients, buffers.
 #include <thread>
 
 #include "provider/buffer_list.h"
@@ -23,7 +23,7 @@ class ModuleTest : public ProviderTest {
         root.RemoveKey(HKEY_CURRENT_USER);
         root.SetText(HKEY_LOCAL_MACHINE, "LogfilePath", root.logDirectory());
     }
-    // What `read` returns for a provider that is opened for it.
+    // Opens a provider, and returns the result of `read` for it.
     template <class Read>
     std::string Opened(Read read)
     {

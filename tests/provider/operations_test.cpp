@@ -10,8 +10,8 @@ namespace {
 struct Operation {
     const char* name;
     std::function<SECURITY_STATUS()> run;
-    std::set<SECURITY_STATUS> otherFailures = {};  // than NTE_NO_MEMORY; 0: it succeeds without the memory
-    int blocks = 1;                                // at least, of the process heap, that it can't do without
+    std::set<SECURITY_STATUS> otherFailures = {};  // besides NTE_NO_MEMORY; 0: it can succeed without the memory
+    int blocks = 1;                                // how many process heap blocks it needs, at least
     bool signsIn = false;
 };
 
@@ -126,7 +126,7 @@ class OperationsTest : public ImportTest {
         client->tokenExpiry = 0;
         signIns = sim.SignIns();
     }
-    // A clear secret survives an open that runs out of memory.
+    // A plaintext secret survives an open that runs out of memory.
     SECURITY_STATUS OpenOnce()
     {
         const std::string set = "secret " + std::to_string(++secrets);
@@ -237,7 +237,7 @@ class OperationsTest : public ImportTest {
         sim.ClearJournal();
         EXPECT_EQ(0, operation.run());
         const std::set<std::string> whole = Requests();
-        int lost = 0;  // tokens, which is no failure of the identity service
+        int lost = 0;  // tokens; that isn't a failure of the identity service
         for (const bool allAfter : {false, true}) {
             int own = 0;  // NTE_NO_MEMORY
             const auto judge = [&](SECURITY_STATUS status, size_t failAt) {

@@ -64,7 +64,7 @@ TEST_F(PropertiesTest, AContextEndsWithItsTerminatorOrItsBytes)
                                                 static_cast<DWORD>(size), NCRYPT_SILENT_FLAG));
         EXPECT_EQ(TextBytes(text), GetKey(0, "Use Context").bytes) << size;
     }
-    // A key's ends with its terminator alone, and may have any address.
+    // A key's context ends only at its terminator, and may have any address.
     const NCRYPT_KEY_HANDLE key = Pending("RSA");
     Bytes odd = Bytes{0xEE} + whole;
     for (const DWORD size : {0, 3, 14, 4000}) {
@@ -218,7 +218,7 @@ TEST_F(PropertiesTest, TheListsLockIsReleasedAndOptional)
         FreeKey(released);
     };
     use();
-    // Its count would be 2 had someone released the semaphore without acquiring it.
+    // If the semaphore was released without being acquired, its count is 2.
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(KelvaroPropertySemaphore, 0));
     EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(KelvaroPropertySemaphore, 0));
     EXPECT_TRUE(ReleaseSemaphore(KelvaroPropertySemaphore, 1, nullptr));

@@ -46,7 +46,7 @@ class ProviderTest : public HostTest {
     // The private blob, unprotected.
     static Bytes KeptBlob(const KSP_KEY& key);
 
-    // Without a buffer if room is 0. A call that fails must leave the buffer alone. hashName: NULL for a call without
+    // There is no buffer if room is 0. A call that fails must not change the buffer. hashName: NULL for a call without
     // padding information, "" for information without a name.
     Result Sign(NCRYPT_KEY_HANDLE key, Bytes hash, DWORD flags = 0, const char* hashName = nullptr, DWORD room = 600);
     Result Encrypt(NCRYPT_KEY_HANDLE key, Bytes input, DWORD flags, DWORD room = 600)
@@ -87,7 +87,7 @@ class ProviderTest : public HostTest {
         sim.AddKey(vault, type == "RSA" ? json{{"name", name}, {"pem", PrivateKeyPem("rsa2048")}}
                                         : json{{"name", name}, {"kty", "EC"}, {"crv", type}});
     }
-    // Opens a key that the vault describes like that.
+    // Opens a key for which the vault returns this record.
     NCRYPT_KEY_HANDLE OpenAnswered(const json& answer)
     {
         Answer("/keys/special?", 200, answer.dump());
@@ -112,7 +112,7 @@ class ProviderTest : public HostTest {
     static KSP_KEY* Record(NCRYPT_KEY_HANDLE key) { return reinterpret_cast<KSP_KEY*>(key); }
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
 
-    // The provider has no machine client as long as this lives.
+    // Takes the provider's machine client away during its lifetime.
     class WithoutClient {
       public:
         explicit WithoutClient(KSP_PROVIDER* record) : record_(record) { std::swap(record_->machineKvc, client_); }

@@ -10,7 +10,7 @@
 
 namespace {
 
-// In each case the clear secret is used, and kept.
+// In each case the plaintext secret is used, and kept.
 TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
 {
     const auto secret = [&] {
@@ -21,12 +21,12 @@ TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
     EXPECT_EQ(Simulator::kClientSecret, secret());
     const std::string sealed = root.GetText(HKEY_LOCAL_MACHINE, "ClientDPAPISecret");
     root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", "new");
-    // The new registry can't be written where a directory is, not even by root.
+    // Not even root can write the new registry where there is a directory.
     const std::string obstacle = root.directory() + "/root/registry/HKEY_LOCAL_MACHINE.reg.new";
     std::filesystem::create_directory(obstacle);
     EXPECT_EQ("new", secret());
     std::filesystem::remove(obstacle);
-    // No master key can be made below a file.
+    // A file where the master key's directory would be.
     const std::string masterKeys = root.directory() + "/root/dpapi";
     std::filesystem::remove_all(masterKeys);
     std::ofstream(masterKeys) << "in the way";
@@ -52,7 +52,7 @@ TEST_F(ProviderTest, ASecretSetWhileAHostOpensIsUsed)
     for (int round = 0; round < 100; round++) {
         const std::string secret = "secret-" + std::to_string(round) + "-end";
         root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", secret);
-        // The first open may still find the clear value; the second one reads the protected value.
+        // The first open may still find the plaintext value; the second one reads the encrypted value.
         for (int opens = 0; opens < 2; opens++) {
             if (Narrow(KVCText(ProviderRecord()->machineKvc->clientSecret)) != secret)
                 lost += " " + std::to_string(round) + "." + std::to_string(opens);

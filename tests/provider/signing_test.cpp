@@ -1,4 +1,4 @@
-// Signing, verification, encryption and decryption: what the vault gets and what the host gets back.
+// Signing, verification, encryption and decryption: what the vault receives, and what the host gets back.
 #include <algorithm>
 
 #include "tests/provider/provider_fixture.h"

@@ -1,4 +1,4 @@
-// What the words of the provider's tables in tests/data mean.
+// The vocabulary of the provider's tables in tests/data.
 #pragma once
 
 #include "tests/common/data_rows.h"

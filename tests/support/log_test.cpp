@@ -103,7 +103,7 @@ TEST_F(LogTest, LongTextsAreCut)
     EXPECT_EQ("body " + std::string(9995, 'x') + " 10", lines[0]);
     EXPECT_EQ("name Schl\u00fcssel \u2713 10", lines[1]);
 
-    // Without memory what fits on the stack is still written.
+    // Without memory, what fits on the stack is still written.
     root.ClearLog();
     const TextString body = Wide(std::string(20000, 'x'));
     {

@@ -52,7 +52,7 @@ TEST(HeapTest, ABlockThatCannotBeAddressedIsRefused)
     EXPECT_EQ(nullptr, HeapAllocSized(0, uint64_t{1} << 62 | 16));
 }
 
-// Without memory the platform makes no text, and the module makes its own.
+// Without memory the platform can't format the text, so the module does.
 TEST(RandomUuidTest, IsOfVersion4AndNewEachTime)
 {
     std::set<std::string> seen;
@@ -165,7 +165,7 @@ TEST(Base64Test, BadInputIsRefused)
     Bytes room(4096);
     DWORD cb = 4096;
     EXPECT_EQ(0, Kelvaro_FromBase64(Wide(longest + "AAAA").c_str(), room.data(), &cb));
-    // The decoder of thumbprints has no bound.
+    // The thumbprint decoder has no limit.
     cb = 4096;
     EXPECT_NE(0, BldBinFromBase64(Wide(longest + "AAAA").c_str(), room.data(), &cb));
     EXPECT_EQ((kBase64TextLimit + 4) / 4 * 3, cb);
