@@ -5,7 +5,7 @@
 
 #include "kelvaroctl/command.h"
 #include "kelvaroctl/commands.h"
-#include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/terminal.h"
 
 namespace kelvaroctl {

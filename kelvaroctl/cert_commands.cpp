@@ -48,8 +48,7 @@ Answer ListCertificates(Tool& tool)
     const SettingsHive hive = tool.hive();
     const std::string record = ReadRecord(hive);
     const auto provider = tool.check ? tool.OpenProvider() : nullptr;
-    Answer answer;
-    answer.object = {{"scope", hive.scope()}, {"certificates", Json::array()}};
+    Answer answer = {{{"scope", hive.scope()}, {"certificates", Json::array()}}};
     std::vector<std::vector<std::string>> rows;
     for (const StoredCertificate& certificate : ReadPersonalStore(hive.isMachine())) {
         Json object = CertificateObject(certificate, record);
@@ -84,8 +83,7 @@ Answer InstallCertificateFile(Tool& tool)
     const SettingsHive hive = tool.hive();
     const StoredCertificate installed = InstallCertificate(hive.isMachine(), certificate, tool.key);
     const std::string record = ReadRecord(hive);
-    Answer answer;
-    answer.object = {{"scope", hive.scope()}, {"key", tool.key}, {"publicKeyMatches", isKeys}};
+    Answer answer = {{{"scope", hive.scope()}, {"key", tool.key}, {"publicKeyMatches", isKeys}}};
     if (!isKeys)
         tool.Warn("the certificate's public key is not that of '" + tool.key + "'");
     if (installed.IsExpired())
@@ -114,20 +112,16 @@ Answer RemoveStoredCertificate(Tool& tool)
 {
     const SettingsHive hive = tool.hive();
     const std::string thumbprint = Thumbprint(tool.thumbprint);
-    Answer answer;
-    answer.object = {{"scope", hive.scope()}, {"thumbprint", thumbprint}, {"removed", false}};
-    if (!tool.yes && !Confirmed("Remove the certificate from the " + hive.scope() + " store?")) {
-        answer.text = "not removed\n";
-        answer.exit = ExitCode::Negative;
-        return answer;
-    }
+    Json object = {{"scope", hive.scope()}, {"thumbprint", thumbprint}, {"removed", false}};
+    if (!tool.yes && !Confirmed("Remove the certificate from the " + hive.scope() + " store?"))
+        return {object, "not removed\n", ExitCode::Negative};
     const std::string record = ReadRecord(hive);
     const auto removed = RemoveCertificate(hive.isMachine(), thumbprint);
     if (!removed)
         throw Failure(ExitCode::NotFound, "no_certificate",
                       "the " + hive.scope() + " store has no certificate " + thumbprint);
-    answer.object["removed"] = true;
-    answer.text = "removed from the " + hive.scope() + " store\n";
+    object["removed"] = true;
+    Answer answer = {object, "removed from the " + hive.scope() + " store\n"};
     AddCertificate(*removed, record, &answer);
     if (Knows(record, thumbprint))
         answer.text += "the vault keeps it; kelvaroctl certs sync may bring it back, the provider's own sync doesn't\n";

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "kelvaroctl/der.h"
+#include "kelvaroctl/doctor/sockets.h"
 #include "kelvaroctl/failure.h"
 #include "kelvaroctl/hash.h"
-#include "kelvaroctl/places.h"
 
 namespace kelvaroctl {
 

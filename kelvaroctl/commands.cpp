@@ -46,6 +46,12 @@ static Command ConfigCommands()
             SettingsFooter()};
 }
 
+static const std::vector<std::string> kAnyValue;
+static const std::vector<std::string> kExportFormats = {"pem", "cng", "jwk"};
+static const std::vector<std::string> kKeyAlgorithms = {"RSA",       "ECDSA_P256", "ECDSA_P384", "ECDSA_P521",
+                                                        "ECDH_P256", "ECDH_P384",  "ECDH_P521"};
+static const std::vector<std::string> kWays = {"module", "ncrypt"};
+
 static const Argument kKeyName = {"NAME", &Arguments::name, "the key's name", nullptr, kRequired};
 static const Argument kKeyOption = {"--key", &Arguments::key, "the key's name", "NAME", kRequired};
 static const Argument kYes = {"--yes", &Arguments::yes, "don't ask for confirmation"};
@@ -70,38 +76,26 @@ static Command KeyCommands()
          {"export",
           "export the public half of a key",
           {kKeyName,
-           {"--format",
-            &Arguments::format,
-            "pem (SubjectPublicKeyInfo), cng (the CNG blob) or jwk",
-            nullptr,
-            kRequired,
-            {"pem", "cng", "jwk"}},
+           {"--format", &Arguments::format, "pem (SubjectPublicKeyInfo), cng (the CNG blob) or jwk", nullptr, kRequired,
+            kExportFormats},
            {"--out", &Arguments::output, kToStandardOutput, "FILE"}},
           ExportKey},
          {"request",
           "create a certificate request (PKCS#10), signed by the vault key",
           {kKeyName,
            {"--subject", &Arguments::subject, "the subject name, like CN=web01, O=\"Acme, Inc.\", C=US"},
-           {"--san",
-            &Arguments::altNames,
+           {"--san", &Arguments::altNames,
             "an alternative name: dns:NAME, ip:ADDRESS, email:ADDRESS or uri:URI; several separated by commas, or "
             "repeat the option",
-            "NAME",
-            false,
-            {},
-            ','},
+            "NAME", false, kAnyValue, ','},
            {"--out", &Arguments::output, kToStandardOutput, "FILE"},
            {"--der", &Arguments::der, "write DER instead of PEM"}},
           RequestCertificate},
          {"create",
           "create a key in the vault, with a certificate if CertificatesOrKeys is 0",
           {kKeyName,
-           {"--alg",
-            &Arguments::algorithm,
-            "RSA, or ECDSA or ECDH with a curve, like ECDSA_P256",
-            "ALG",
-            kRequired,
-            {"RSA", "ECDSA_P256", "ECDSA_P384", "ECDSA_P521", "ECDH_P256", "ECDH_P384", "ECDH_P521"}},
+           {"--alg", &Arguments::algorithm, "RSA, or ECDSA or ECDH with a curve, like ECDSA_P256", "ALG", kRequired,
+            kKeyAlgorithms},
            {"--length", &Arguments::length, "bits of an RSA key, 2048 to 4096; default: 2048", "N"},
            {"--overwrite", &Arguments::overwrite, "create a new version if the key exists"}},
           CreateKey},
@@ -224,12 +218,9 @@ std::vector<Argument> SharedOptions()
             {"--module", &Arguments::modulePath,
              "the provider's module, before the command; default: the one beside this program, or the installed one",
              "PATH"},
-            {"--via",
-             &Arguments::via,
-             "module: load the provider's module (default); ncrypt: use the key storage router of Windows",
-             "WAY",
-             false,
-             {"module", "ncrypt"}},
+            {"--via", &Arguments::via,
+             "module: load the provider's module (default); ncrypt: use the key storage router of Windows", "WAY",
+             false, kWays},
             {"--machine", &Arguments::machine, "machine keys and the machine's settings (default)"},
             {"--user", &Arguments::user, "the caller's own keys and settings"}};
 }

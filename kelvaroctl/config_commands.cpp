@@ -3,7 +3,7 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/config_import.h"
 #include "kelvaroctl/files.h"
-#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_access.h"
 #include "kelvaroctl/settings_report.h"

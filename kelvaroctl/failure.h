@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cerrno>
-#include <exception>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -36,15 +36,14 @@ constexpr const char* kExitMeanings[] = {
     "internal error",
 };
 
-class Failure : public std::exception {
+class Failure : public std::runtime_error {
   public:
     // code: a fixed word, or the name of the status. message: a sentence without the full stop.
-    Failure(ExitCode exit, std::string code, std::string message)
-        : exit_(exit), code_(std::move(code)), message_(std::move(message))
+    Failure(ExitCode exit, std::string code, const std::string& message)
+        : std::runtime_error(message), exit_(exit), code_(std::move(code))
     {
     }
 
-    const char* what() const noexcept override { return message_.c_str(); }
     ExitCode exit() const { return exit_; }
     const std::string& code() const { return code_; }
 
@@ -58,22 +57,21 @@ class Failure : public std::exception {
   private:
     ExitCode exit_;
     std::string code_;
-    std::string message_;
 };
 
-inline Failure UsageFailure(std::string message)
+inline Failure UsageFailure(const std::string& message)
 {
-    return Failure(ExitCode::Usage, "usage", std::move(message));
+    return Failure(ExitCode::Usage, "usage", message);
 }
 
-inline Failure ConfigurationFailure(std::string message)
+inline Failure ConfigurationFailure(const std::string& message)
 {
-    return Failure(ExitCode::Configuration, "configuration", std::move(message));
+    return Failure(ExitCode::Configuration, "configuration", message);
 }
 
-inline Failure InternalFailure(std::string message)
+inline Failure InternalFailure(const std::string& message)
 {
-    return Failure(ExitCode::Internal, "internal", std::move(message));
+    return Failure(ExitCode::Internal, "internal", message);
 }
 
 // What `read` returns; nullopt if it fails.

@@ -2,7 +2,7 @@
 #include "kelvaroctl/commands.h"
 #include "kelvaroctl/files.h"
 #include "kelvaroctl/key_properties.h"
-#include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/public_key.h"
 #include "kelvaroctl/terminal.h"
 
@@ -126,8 +126,7 @@ Answer ShowKey(Tool& tool)
     const auto provider = tool.OpenProvider();
     const Key key(*provider, tool.name);
     const Json properties = KeyProperties(key);
-    Answer answer;
-    answer.object = {{"name", tool.name}, {"scope", tool.hive().scope()}, {"algorithm", key.AlgorithmName()}};
+    Answer answer = {{{"name", tool.name}, {"scope", tool.hive().scope()}, {"algorithm", key.AlgorithmName()}}};
     std::vector<std::vector<std::string>> rows = {{"name", Printable(tool.name)}};
     std::string problem;
     std::string pem;
@@ -173,8 +172,7 @@ Answer ExportKey(Tool& tool)
     const auto provider = tool.OpenProvider();
     const Key key(*provider, tool.name);
     const Bytes blob = key.PublicBlob();
-    Answer answer;
-    answer.object = {{"name", tool.name}, {"format", tool.format}};
+    Answer answer = {{{"name", tool.name}, {"format", tool.format}}};
     Bytes content = blob;
     if (binary) {
         answer.object["base64"] = Base64(blob);

@@ -15,8 +15,7 @@ Answer CreateKey(Tool& tool)
     key.Finalize();
     const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());
     const bool hasCertificate = ReadSetting(tool.hive(), "CertificatesOrKeys").number == 0;
-    Answer answer;
-    answer.object = {{"name", tool.name}, {"scope", tool.hive().scope()}, {"algorithm", tool.algorithm}};
+    Answer answer = {{{"name", tool.name}, {"scope", tool.hive().scope()}, {"algorithm", tool.algorithm}}};
     AddFacts(publicKey, &answer.object);
     answer.object["certificate"] = hasCertificate;
     answer.text = "'" + Printable(tool.name) + "' was created" +
@@ -94,11 +93,10 @@ Answer ImportKey(Tool& tool)
         CheckNameIsFree(*provider, tool.name);
     Key key = Key::Import(*provider, tool.input, file.blobType, file.content, tool.name, password);
     const DWORD bits = key.NumberProperty(NCRYPT_LENGTH_PROPERTY);
-    Answer answer;
-    answer.object = {
-        {"file", tool.input}, {"kind", file.kind}, {"bits", bits}, {"materialSent", false}, {"created", named}};
-    answer.text = Printable(tool.input) + " contains an RSA key of " + std::to_string(bits) +
-                  " bits, which is valid. It was kept encrypted in this process and never sent.\n";
+    Answer answer = {
+        {{"file", tool.input}, {"kind", file.kind}, {"bits", bits}, {"materialSent", false}, {"created", named}},
+        Printable(tool.input) + " contains an RSA key of " + std::to_string(bits) +
+            " bits, which is valid. It was kept encrypted in this process and never sent.\n"};
     if (named) {
         key.Finalize();
         const PublicKey publicKey = ParsePublicBlob(key.PublicBlob());

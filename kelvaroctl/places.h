@@ -28,9 +28,6 @@ void EndErrorLine();  // of standard error
 // Switches standard input to binary mode.
 void ReadInputAsBytes();
 
-// The address in network order, 4 or 16 bytes. False if the text isn't an address.
-bool ParseIpAddress(const std::string& text, Bytes* address);
-
 // Why the last LoadLibraryW of this thread failed.
 std::string LoaderMessage(DWORD error);
 

@@ -1,5 +1,4 @@
 // Uses the Linux layer's own headers: only the layer knows which files hold the registry and the log.
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -38,13 +37,6 @@ void EndErrorLine()
 }
 
 void ReadInputAsBytes() {}
-
-bool ParseIpAddress(const std::string& text, Bytes* address)
-{
-    const bool is6 = text.find(':') != std::string::npos;
-    address->resize(is6 ? sizeof(in6_addr) : sizeof(in_addr));
-    return inet_pton(is6 ? AF_INET6 : AF_INET, text.c_str(), address->data()) == 1;
-}
 
 std::string LoaderMessage(DWORD error)
 {

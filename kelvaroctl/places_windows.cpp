@@ -1,7 +1,3 @@
-// Before windows.h.
-#include <winsock2.h>
-#include <ws2tcpip.h>
-
 #include <fcntl.h>
 #include <io.h>
 #include <stdio.h>
@@ -48,13 +44,6 @@ void EndErrorLine()
 void ReadInputAsBytes()
 {
     _setmode(_fileno(stdin), _O_BINARY);
-}
-
-bool ParseIpAddress(const std::string& text, Bytes* address)
-{
-    const bool is6 = text.find(':') != std::string::npos;
-    address->resize(is6 ? sizeof(in6_addr) : sizeof(in_addr));
-    return InetPtonW(is6 ? AF_INET6 : AF_INET, ToWide(text).c_str(), address->data()) == 1;
 }
 
 std::string LoaderMessage(DWORD error)

@@ -1,5 +1,6 @@
+// Commands about the provider and about the program itself.
 #include "kelvaroctl/commands.h"
-#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/places.h"
 #include "kelvaroctl/settings_report.h"
 
@@ -23,9 +24,7 @@ Answer ShowProvider(Tool& tool)
     const SettingsReport report = ReportSettings(hive);
     const std::optional<LogPlace> log = IfPossible(FindLog);
     const std::string advice = log ? LogAdvice(*log) : "log: unknown, since the machine's settings cannot be read";
-
-    Answer answer;
-    answer.object = {
+    const Json object = {
         {"name", name},
         {"version", version},
         {"implementationType", implementation},
@@ -36,21 +35,19 @@ Answer ShowProvider(Tool& tool)
         {"scope", hive.scope()},
         {"settings", report.settings},
         {"log", log ? Json{{"level", log->level}, {"file", log->file}, {"advice", advice}} : Json{{"advice", advice}}}};
-    answer.text = Columns({{"name", Printable(name)},
-                           {"version", version},
-                           {"implementation", ImplementationWords(implementation)},
-                           {"longest key name", std::to_string(longest) + " characters"},
-                           {"module", provider->place()}}) +
-                  advice + "\nsettings that apply to " + hive.scope() + " keys, " + SettingsPlace(hive.handle()) +
-                  "\n" + Columns(report.settingRows, 2);
-    return answer;
+    const std::string facts = Columns({{"name", Printable(name)},
+                                       {"version", version},
+                                       {"implementation", ImplementationWords(implementation)},
+                                       {"longest key name", std::to_string(longest) + " characters"},
+                                       {"module", provider->place()}});
+    return {object, facts + advice + "\nsettings that apply to " + hive.scope() + " keys, " +
+                        SettingsPlace(hive.handle()) + "\n" + Columns(report.settingRows, 2)};
 }
 
 Answer ListAlgorithms(Tool& tool)
 {
     const auto provider = tool.OpenProvider();
-    Answer answer;
-    answer.object["algorithms"] = Json::array();
+    Json algorithms = Json::array();
     std::vector<std::vector<std::string>> rows;
     for (const Provider::Algorithm& algorithm : provider->Algorithms()) {
         const std::vector<std::string> operations =
@@ -59,10 +56,39 @@ Answer ListAlgorithms(Tool& tool)
                                                {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, "encryption"},
                                                {NCRYPT_SECRET_AGREEMENT_OPERATION, "secret agreement"},
                                                {NCRYPT_SIGNATURE_OPERATION, "signature"}});
-        answer.object["algorithms"].push_back({{"name", algorithm.name}, {"operations", operations}});
+        algorithms.push_back({{"name", algorithm.name}, {"operations", operations}});
         rows.push_back({algorithm.name, Joined(operations)});
     }
-    answer.text = Columns(rows);
+    return {{{"algorithms", algorithms}}, Columns(rows)};
+}
+
+static Answer TextAnswer(const std::string& text)
+{
+    return {{{"text", text}}, text};
+}
+
+Answer PrintCompletion(Tool& tool)
+{
+    return TextAnswer(tool.shell == "bash" ? BashCompletion() : ZshCompletion());
+}
+
+Answer PrintManual(Tool&)
+{
+    return TextAnswer(ManualPage());
+}
+
+// The tool's version, and the module's file if it can be loaded.
+Answer ShowVersion(Tool& tool)
+{
+    Answer answer = {{{"version", KELVARO_VERSION}}, "kelvaroctl " KELVARO_VERSION "\n"};
+    try {
+        const std::string module = tool.OpenProvider()->place();
+        answer.object["module"] = module;
+        answer.text += "module " + Printable(module) + "\n";
+    } catch (const Failure& failure) {
+        answer.object["module"] = nullptr;
+        tool.Warn(failure.what());
+    }
     return answer;
 }
 

@@ -66,11 +66,10 @@ Answer PublishCertificate(Tool& tool)
     if (!known && !PublishAndReadBack(*provider, hive, std::move(key), certificate.thumbprint))
         throw NotPublished(tool.name, certificate, ReadRecord(hive));
     const std::string record = ReadRecord(hive);
-    Answer answer;
-    answer.object = {{"key", tool.name}, {"outcome", known ? "known" : "published"}};
-    answer.text =
+    Answer answer = {
+        {{"key", tool.name}, {"outcome", known ? "known" : "published"}},
         known ? "already recorded as in step with the vault: nothing was sent; --again compares with the vault\n"
-              : "the vault has it\n";
+              : "the vault has it\n"};
     AddCertificate(certificate, record, &answer);
     return answer;
 }

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/terminal.h"
 #include "kelvaroctl/wait_notice.h"
 

@@ -95,10 +95,7 @@ Answer RunDoctor(Tool& tool)
     const auto before = std::signal(SIGINT, RememberSignal);
     const RunResult result = RunChecks(kChecks, facts, options);
     std::signal(SIGINT, before);
-    Answer answer;
-    answer.object = ObjectOf(result, tool.strict);
-    answer.text = SummaryOf(result);
-    answer.exit = ExitOf(result, tool.strict);
+    const Answer answer = {ObjectOf(result, tool.strict), SummaryOf(result), ExitOf(result, tool.strict)};
     if (result.abandoned)
         EndWithoutDestructors(answer.exit);
     return answer;

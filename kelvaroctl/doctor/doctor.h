@@ -25,14 +25,40 @@ struct Outcome {
     bool goesOn = false;           // of a failure: checks that need this one still run
 };
 
-Outcome Good(std::string found);
-Outcome Warned(std::string found, std::string cause, std::string fix);
-Outcome Failed(std::string found, std::string cause, std::string fix);
-Outcome NotNeeded(std::string why);
-Outcome Blocked(std::string why);
+inline Outcome Good(std::string found)
+{
+    return {State::Ok, std::move(found)};
+}
+
+inline Outcome Warned(std::string found, std::string cause, std::string fix)
+{
+    return {State::Warn, std::move(found), std::move(cause), std::move(fix)};
+}
+
+inline Outcome Failed(std::string found, std::string cause, std::string fix)
+{
+    return {State::Fail, std::move(found), std::move(cause), std::move(fix)};
+}
+
+inline Outcome NotNeeded(std::string why)
+{
+    return {State::Skip, std::move(why)};
+}
+
+inline Outcome Blocked(std::string why)
+{
+    Outcome outcome = {State::Skip, std::move(why)};
+    outcome.blocked = true;
+    return outcome;
+}
 
 // Adds the service's status and its own error code, for the JSON answer.
-Outcome Because(Outcome outcome, DWORD status, const std::string& code);
+inline Outcome Because(Outcome outcome, DWORD status, const std::string& code)
+{
+    outcome.status = status;
+    outcome.code = code;
+    return outcome;
+}
 
 // What the checks have learned. Each check works on a copy, which replaces the original only if the check ends in time.
 struct Facts {

@@ -4,7 +4,7 @@
 
 #include "kelvaroctl/doctor/child.h"
 #include "kelvaroctl/doctor/doctor.h"
-#include "kelvaroctl/log_lines.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/personal_store.h"
 
 namespace kelvaroctl {

@@ -5,7 +5,7 @@
 
 #include "kelvaroctl/doctor/doctor.h"
 #include "kelvaroctl/doctor/surroundings.h"
-#include "kelvaroctl/log_place.h"
+#include "kelvaroctl/module_log.h"
 #include "kelvaroctl/owner.h"
 #include "kelvaroctl/settings_report.h"
 

@@ -7,40 +7,6 @@
 
 namespace kelvaroctl {
 
-Outcome Good(std::string found)
-{
-    return {State::Ok, std::move(found)};
-}
-
-Outcome Warned(std::string found, std::string cause, std::string fix)
-{
-    return {State::Warn, std::move(found), std::move(cause), std::move(fix)};
-}
-
-Outcome Failed(std::string found, std::string cause, std::string fix)
-{
-    return {State::Fail, std::move(found), std::move(cause), std::move(fix)};
-}
-
-Outcome NotNeeded(std::string why)
-{
-    return {State::Skip, std::move(why)};
-}
-
-Outcome Blocked(std::string why)
-{
-    Outcome outcome = {State::Skip, std::move(why)};
-    outcome.blocked = true;
-    return outcome;
-}
-
-Outcome Because(Outcome outcome, DWORD status, const std::string& code)
-{
-    outcome.status = status;
-    outcome.code = code;
-    return outcome;
-}
-
 DWORD Facts::LeftMs() const
 {
     const ULONGLONG now = GetTickCount64();

@@ -75,6 +75,13 @@ class Socket : NonCopyable {
 
 }  // namespace
 
+bool ParseIpAddress(const std::string& text, Bytes* address)
+{
+    const bool is6 = text.find(':') != std::string::npos;
+    address->resize(is6 ? sizeof(in6_addr) : sizeof(in_addr));
+    return inet_pton(is6 ? AF_INET6 : AF_INET, text.c_str(), address->data()) == 1;
+}
+
 std::vector<Endpoint> Resolve(std::string host, INTERNET_PORT port, std::string* problem)
 {
     SocketSystem::Redirect(&host, &port);

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
+#include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
 
@@ -12,6 +12,9 @@ struct Endpoint {
     std::string address;  // as a number
     INTERNET_PORT port;
 };
+
+// The address in network order, 4 or 16 bytes. False if the text isn't an address.
+bool ParseIpAddress(const std::string& text, Bytes* address);
 
 // The addresses of a host; waits as long as the system does. None: *problem has the system's message.
 std::vector<Endpoint> Resolve(std::string host, INTERNET_PORT port, std::string* problem);

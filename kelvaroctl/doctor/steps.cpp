@@ -18,8 +18,7 @@ Answer SignWith(const Key& key, int count)
 {
     const Bytes blob = key.PublicBlob();
     const SignatureAlgorithm& algorithm = AlgorithmFor(ParsePublicBlob(blob));
-    Answer answer;
-    answer.object = {{"algorithm", algorithm.name}, {"ms", Json::array()}, {"verified", true}};
+    Answer answer = {{{"algorithm", algorithm.name}, {"ms", Json::array()}, {"verified", true}}};
     for (int at = 0; at < count; ++at) {
         const Bytes digest = Digest(algorithm.hash, algorithm.digestSize, Bytes(1, static_cast<BYTE>(at)));
         const ULONGLONG start = GetTickCount64();

@@ -106,8 +106,7 @@ WebAnswer Ask(const WebRequest& request, DWORD limitMs)
 std::string WebAnswer::Field(const char* name) const
 {
     const size_t length = std::strlen(name);
-    for (size_t at = head.find("\r\n"); at != std::string::npos; at = head.find("\r\n", at + 2)) {
-        const std::string_view line = std::string_view(head).substr(at + 2, head.find("\r\n", at + 2) - at - 2);
+    for (const std::string_view line : Split(head, "\r\n")) {
         if (line.size() > length && line[length] == ':' && EqualIgnoringCase(line.substr(0, length), name)) {
             const size_t begin = line.find_first_not_of(" \t", length + 1);
             return begin == std::string_view::npos ? "" : std::string(line.substr(begin));

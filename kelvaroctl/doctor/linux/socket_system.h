@@ -1,6 +1,7 @@
 // Linux' sockets, for sockets.cpp.
 #pragma once
 
+#include <arpa/inet.h>
 #include <errno.h>
 #include <netdb.h>
 #include <string.h>

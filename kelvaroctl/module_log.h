@@ -1,4 +1,4 @@
-// The module's log lines during this command, which say why it failed.
+// The module's log: where it is, and its lines during this command, which say why it failed.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,22 @@
 #include <vector>
 
 #include "kelvaroctl/json.h"
-#include "kelvaroctl/log_place.h"
-#include "platform/platform.h"
+#include "kelvaroctl/text.h"
 
 namespace kelvaroctl {
+
+struct LogPlace {
+    DWORD level = 0;   // of the log file; 0: nothing is logged
+    std::string file;  // today's file, as a native path; set even if nothing is logged
+    bool folderExists = false;
+    bool othersCanWrite = false;  // ordinary users can write to the folder, and so redirect the log
+};
+
+// From the machine's settings. Throws a configuration failure if they cannot be read.
+LogPlace FindLog();
+
+// "log: FILE" and what is wrong with its folder, or how to turn on logging.
+std::string LogAdvice(const LogPlace& log);
 
 struct LogLine {
     std::string text;  // without stamp and level
