@@ -49,6 +49,7 @@ CRYPT_ALGORITHM_IDENTIFIER AppendAlgorithm(const X509_ALGOR* algorithm, Structur
 CRYPT_ATTRIBUTE AppendAttribute(X509_ATTRIBUTE* attribute, StructureBlock* block)
 {
     std::vector<CRYPT_ATTR_BLOB> values;
+    values.reserve(static_cast<size_t>(X509_ATTRIBUTE_count(attribute)));
     for (int i = 0; i < X509_ATTRIBUTE_count(attribute); i++)
         values.push_back(AppendElement(X509_ATTRIBUTE_get0_type(attribute, i), block));
     return {block->AppendText(ObjectIdText(X509_ATTRIBUTE_get0_object(attribute))), static_cast<DWORD>(values.size()),
@@ -61,6 +62,7 @@ PCRYPT_ATTRIBUTES AppendAttributes(const STACK_OF(X509_ATTRIBUTE) * attributes, 
     if (count == 0)
         return nullptr;
     std::vector<CRYPT_ATTRIBUTE> rows;
+    rows.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; i++)
         rows.push_back(AppendAttribute(sk_X509_ATTRIBUTE_value(attributes, i), block));
     CRYPT_ATTRIBUTE* const array = block->AppendArray(rows);
