@@ -95,7 +95,7 @@ Answer RunDoctor(Tool& tool)
     const auto before = std::signal(SIGINT, RememberSignal);
     const RunResult result = RunChecks(kChecks, facts, options);
     std::signal(SIGINT, before);
-    const Answer answer = {ObjectOf(result, tool.strict), SummaryOf(result), ExitOf(result, tool.strict)};
+    Answer answer = {ObjectOf(result, tool.strict), SummaryOf(result), ExitOf(result, tool.strict)};
     if (result.abandoned)
         EndWithoutDestructors(answer.exit);
     return answer;
