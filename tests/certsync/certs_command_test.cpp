@@ -7,8 +7,6 @@
 
 namespace {
 
-using nlohmann::json;
-
 class CertsCommandTest : public CtlTest {
   protected:
     void SetUp() override

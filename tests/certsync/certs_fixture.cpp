@@ -5,8 +5,6 @@
 
 #include "tests/common/base64.h"
 
-using nlohmann::json;
-
 static std::string HexText(const Bytes& bytes)
 {
     std::string text;

@@ -6,8 +6,6 @@
 #include "tests/certsync/certs_fixture.h"
 #include "tests/provider/fail_each.h"
 
-using nlohmann::json;
-
 namespace {
 
 // A curve is requested in hardware first, which the vault refuses for a software key.
@@ -230,15 +228,6 @@ TEST_F(MachineToVaultTest, TheListGrowsWithACommaInFront)
         EXPECT_EQ(known, Publish().empty());
         EXPECT_EQ(after, CertSync());
     }
-}
-
-TEST_F(MachineToVaultTest, WhatCameFromTheVaultIsNotPublished)
-{
-    root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, 0);
-    AddVaultCertificate("web");
-    const NCRYPT_KEY_HANDLE key = OpenMarked();
-    ASSERT_EQ(1u, Store().size());
-    EXPECT_EQ(Strings{}, Release(key));
 }
 
 TEST_F(MachineToVaultTest, WithPlainKeysTheVaultDecides)

@@ -7,8 +7,6 @@
 
 #include "tests/common/test_root.h"
 
-namespace {
-
 TEST(StoreSearchTest, ASearchCreatesNoStore)
 {
     const TestRoot root;
@@ -22,5 +20,3 @@ TEST(StoreSearchTest, ASearchCreatesNoStore)
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root.directory()))
         EXPECT_NE("certstore", entry.path().filename());
 }
-
-}  // namespace

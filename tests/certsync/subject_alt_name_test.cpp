@@ -8,8 +8,6 @@
 #include "kelvaroctl/failure.h"
 #include "tests/common/row.h"
 
-namespace {
-
 using kelvaroctl::HexText;
 using kelvaroctl::ParseSubjectAltName;
 
@@ -47,5 +45,3 @@ TEST(SubjectAltNameTest, BadNamesAreRefused)
     for (std::string text; std::getline(texts, text);)
         EXPECT_THROW(ParseSubjectAltName(text), kelvaroctl::Failure) << text;
 }
-
-}  // namespace

@@ -6,8 +6,6 @@
 #include "tests/certsync/certs_fixture.h"
 #include "tests/provider/fail_each.h"
 
-using nlohmann::json;
-
 namespace {
 
 const std::string kSettingsKey = "Software\\Zandrel\\Kelvaro";

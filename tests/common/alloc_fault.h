@@ -4,25 +4,23 @@
 
 #include <cstddef>
 
+#include "platform/owner.h"
+
 // During its lifetime allocation number `failAt` (from 0) of this thread's system code fails, with `failAllAfter` all
 // later ones, too. SIZE_MAX only counts. There may be one at a time.
-class AllocFault {
+class AllocFault : private NonCopyable {
   public:
     explicit AllocFault(size_t failAt, bool failAllAfter = false);
     ~AllocFault();
-    AllocFault(const AllocFault&) = delete;
-    AllocFault& operator=(const AllocFault&) = delete;
     size_t Seen() const;  // allocations so far
 };
 
 // During its lifetime nothing fails or counts: for the tests' own work inside a call under test. On Windows the C++
 // library is part of the program, and its allocations would count as the system's.
-class AllocFaultPause {
+class AllocFaultPause : private NonCopyable {
   public:
     AllocFaultPause();
     ~AllocFaultPause();
-    AllocFaultPause(const AllocFaultPause&) = delete;
-    AllocFaultPause& operator=(const AllocFaultPause&) = delete;
 
   private:
     bool paused_;

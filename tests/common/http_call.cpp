@@ -1,15 +1,12 @@
 #include "tests/common/http_call.h"
 
 #include <algorithm>
-#include <memory>
 
+#include "platform/owner.h"
 #include "tests/common/wide_text.h"
 
 namespace {
-struct HandleCloser {
-    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
+using Handle = Owner<void, WinHttpCloseHandle>;
 
 std::string RawHead(HINTERNET request)
 {

@@ -4,22 +4,10 @@
 
 #include "tests/common/http_call.h"
 
-using nlohmann::json;
-
 Simulator& Simulator::Get()
 {
     static Simulator instance;
     return instance;
-}
-
-Simulator::Simulator()
-{
-    Start();
-}
-
-Simulator::~Simulator()
-{
-    Stop();
 }
 
 json Simulator::Control(const std::string& method, const std::string& path, const json& body)

@@ -6,7 +6,11 @@
 #include <string>
 #include <vector>
 
-class Simulator {
+#include "platform/owner.h"
+
+using nlohmann::json;
+
+class Simulator : private NonCopyable {
   public:
     static Simulator& Get();  // started on first use, stopped at the end of the program
 
@@ -32,15 +36,10 @@ class Simulator {
     static constexpr const char* kClientSecret = "s3cret~Value.For-Tests";
     static constexpr const char* kObjectId = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
 
-    Simulator(const Simulator&) = delete;
-    Simulator& operator=(const Simulator&) = delete;
-
   private:
+    // Throws. On Linux it also sets the environment of this process: connections and trusted root.
     Simulator();
     ~Simulator();
-    // Throws. On Linux it also sets the environment of this process: connections and trusted root.
-    void Start();
-    void Stop();
     int controlPort_ = 0;
     int pid_ = 0;            // 0 if this program did not start it
     std::string directory_;  // where its files are

@@ -3,7 +3,7 @@
 
 #include "tests/common/simulator.h"
 
-void Simulator::Start()
+Simulator::Simulator()
 {
     const char* port = std::getenv("VAULTSIM_CONTROL");
     if (!port)
@@ -12,4 +12,4 @@ void Simulator::Start()
     drive_ = "Z:";
 }
 
-void Simulator::Stop() {}
+Simulator::~Simulator() = default;

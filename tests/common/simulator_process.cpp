@@ -42,7 +42,7 @@ static std::string ReadLine(int fd)
     return line;
 }
 
-void Simulator::Start()
+Simulator::Simulator()
 {
     // The simulator is on loopback, which no proxy reaches.
     for (const char* proxy : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
@@ -66,7 +66,7 @@ void Simulator::Start()
     setenv("SSL_CERT_FILE", (directory_ + "/ca.pem").c_str(), 1);
 }
 
-void Simulator::Stop()
+Simulator::~Simulator()
 {
     kill(pid_, SIGTERM);
     int status = 0;

@@ -4,15 +4,13 @@
 #include <functional>
 #include <vector>
 
+#include "platform/owner.h"
 #include "support/clock.h"
 
-class TestClock {
+class TestClock : private NonCopyable {
   public:
     TestClock();  // starts at the current second and replaces the system's clock
     ~TestClock();
-    TestClock(const TestClock&) = delete;
-    TestClock& operator=(const TestClock&) = delete;
-
     std::vector<DWORD> Waits() const;  // every sleep so far, in ms, in order
     void ClearWaits();
     // Both move the wall clock only, so that no answer in progress on another thread times out.

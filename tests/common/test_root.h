@@ -4,16 +4,14 @@
 
 #include <vector>
 
+#include "platform/owner.h"
 #include "tests/common/wide_text.h"
 
-class TestRoot {
+class TestRoot : private NonCopyable {
   public:
     TestRoot();   // makes the root, the settings key in both hives and a log directory; KELVARO_ROOT names the root on
                   // Linux
     ~TestRoot();  // removes all of it
-    TestRoot(const TestRoot&) = delete;
-    TestRoot& operator=(const TestRoot&) = delete;
-
     void SetText(HKEY hive, const std::string& name, const std::string& value, DWORD type = REG_SZ);
     void SetNumber(HKEY hive, const std::string& name, DWORD value);
     void SetBytes(HKEY hive, const std::string& name, DWORD type, const std::vector<BYTE>& bytes);

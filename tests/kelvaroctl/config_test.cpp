@@ -4,7 +4,6 @@
 
 namespace {
 
-using nlohmann::json;
 using ConfigTest = CtlTest;
 
 constexpr char kHead[] = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Zandrel\\Kelvaro]\n";

@@ -7,8 +7,6 @@
 #include "tests/common/data_rows.h"
 #include "tests/common/host.h"
 
-using nlohmann::json;
-
 json CtlTest::CtlJson(std::vector<std::string> arguments, int exit)
 {
     arguments.push_back("--json");

@@ -10,7 +10,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 
 class KeysTest : public CtlTest {
   protected:

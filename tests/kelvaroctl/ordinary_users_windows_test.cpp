@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-namespace {
-
 TEST(OrdinaryUsersTest, WhatAnAccessListGrantsThem)
 {
     const std::pair<const WCHAR*, bool> rows[] = {
@@ -35,5 +33,3 @@ TEST(OrdinaryUsersTest, WhatAnAccessListGrantsThem)
     }
     EXPECT_TRUE(GrantsToOrdinaryUsers(nullptr, KEY_QUERY_VALUE)) << "no list";
 }
-
-}  // namespace

@@ -11,10 +11,11 @@
 #endif
 
 #include "kelvaroctl/app.h"
+#include "platform/owner.h"
 
 namespace {
 // A file without a name.
-class Scratch {
+class Scratch : private NonCopyable {
   public:
     explicit Scratch(const std::string& content = "") : file_(tmpfile())
     {
@@ -23,8 +24,6 @@ class Scratch {
         rewind(file_);
     }
     ~Scratch() { fclose(file_); }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
 
     int descriptor() const { return fileno(file_); }
     // Line ends are line feeds alone.

@@ -6,8 +6,6 @@
 
 #include "tests/kelvaroctl/ctl_fixture.h"
 
-namespace {
-
 namespace fs = std::filesystem;
 
 constexpr char kDamaged[] = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Soft\n\"KeyVault\"=\n";
@@ -102,5 +100,3 @@ TEST_F(ProgramTest, BashCompletes)
         EXPECT_EQ(completed + "\n", RunProgram("/bin/bash", {"-c", script}, "").out) << line;
     }
 }
-
-}  // namespace

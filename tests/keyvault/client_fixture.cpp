@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-using nlohmann::json;
-
 Waits RetryWaits(size_t count)
 {
     Waits waits;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "keyvault/kvkey.h"
 #include "keyvault/rest_call.h"
 #include "keyvault/web_call.h"
+#include "platform/owner.h"
 #include "support/log.h"
 #include "tests/common/alloc_fault.h"
 #include "tests/common/base64.h"
@@ -19,10 +19,7 @@
 #include "tests/common/row.h"
 #include "tests/common/service_sample.h"
 
-struct ClientDeleter {
-    void operator()(KVCClient* client) const { KVCDelete(client); }
-};
-using ClientPtr = std::unique_ptr<KVCClient, ClientDeleter>;
+using ClientPtr = Owner<KVCClient, KVCDelete>;
 
 using Strings = std::vector<std::string>;
 using Waits = std::vector<DWORD>;
@@ -49,11 +46,9 @@ std::string TextOf(const BldStr* str);
 inline const std::string kCodedName = "-vBAgAAwBA" + std::string(33, 'z');
 
 // A key record that is freed with its blocks.
-struct OwnKey : KVKey {
+struct OwnKey : KVKey, private NonCopyable {
     OwnKey() : KVKey{} {}
     ~OwnKey() { KVCFreeKVKey(this); }
-    OwnKey(const OwnKey&) = delete;
-    OwnKey& operator=(const OwnKey&) = delete;
 };
 
 // Runs `work` with its first allocation failing, then with its second, and so on, and `check` after each, until a run

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "keyvault/vault_name.h"
+#include "tests/common/threads.h"
 #include "tests/keyvault/client_fixture.h"
 
 namespace {
@@ -85,11 +86,7 @@ class SharedClient : public ClientTest {
     static int OnThreads(Work work)
     {
         std::atomic<int> good{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i)
-            threads.emplace_back([&] { good += work() ? 1 : 0; });
-        for (std::thread& thread : threads)
-            thread.join();
+        ::OnThreads(kThreads, [&](int) { good += work() ? 1 : 0; });
         return good;
     }
 };

@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <fstream>
-#include <thread>
 
 #include "keyvault/key_creation.h"
 #include "support/guards.h"
+#include "tests/common/threads.h"
 #include "tests/keyvault/client_fixture.h"
 #include "tests/platform/openssl_objects.h"
 
@@ -111,11 +111,7 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
     // Several first uses at once make one key: what it signs is the same to the last byte.
     failing = Call::None;
     std::vector<Bytes> certificates(8);
-    std::vector<std::thread> threads;
-    for (Bytes& certificate : certificates)
-        threads.emplace_back([&certificate, &csr] { certificate = SignRequest(csr); });
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(8, [&](int i) { certificates[static_cast<size_t>(i)] = SignRequest(csr); });
     EXPECT_EQ(2, opened) << "one provider and one key, which stay open";
     EXPECT_NE(Bytes{}, certificates[0]);
     EXPECT_EQ(std::vector<Bytes>(8, certificates[0]), certificates);

@@ -4,8 +4,6 @@
 #include "keyvault/key_certificate_creation.h"
 #include "tests/keyvault/client_fixture.h"
 
-using nlohmann::json;
-
 namespace {
 
 class KeyCreationTest : public VaultTest {

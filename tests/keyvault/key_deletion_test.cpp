@@ -3,8 +3,6 @@
 
 #include "tests/keyvault/client_fixture.h"
 
-using nlohmann::json;
-
 namespace {
 
 class KeyDeletionTest : public VaultTest {

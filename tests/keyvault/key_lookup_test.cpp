@@ -4,8 +4,6 @@
 #include "certsync/certificate_fetch.h"
 #include "tests/keyvault/client_fixture.h"
 
-using nlohmann::json;
-
 namespace {
 
 using KeyLookupTest = VaultTest;

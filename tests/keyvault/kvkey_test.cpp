@@ -3,8 +3,6 @@
 
 #include "tests/keyvault/client_fixture.h"
 
-using nlohmann::json;
-
 namespace {
 
 // A record parsed from an answer, in memory that has been used before.

@@ -4,8 +4,6 @@
 #include "keyvault/text_list.h"
 #include "tests/keyvault/client_fixture.h"
 
-using nlohmann::json;
-
 namespace {
 
 struct Collection {

@@ -11,8 +11,6 @@
 
 namespace {
 
-using nlohmann::json;
-
 const TextString kGrowingName(42, '"');  // every character is escaped
 
 class VaultOperation : public VaultTest {

@@ -3,8 +3,6 @@
 
 namespace {
 
-using nlohmann::json;
-
 constexpr size_t kMiB = 1024 * 1024;
 
 KVCResponsePtr Get(const WCHAR* host = TEXT("contoso-keys.vault.azure.net"))

@@ -1,7 +1,5 @@
 #include <openssl/sha.h>
 
-#include <memory>
-
 #include "platform/owner.h"
 #include "tests/platform/platform_root.h"
 
@@ -9,10 +7,7 @@ namespace {
 
 constexpr char kMachineStore[] = "certstore/My/";
 
-struct ContextFreer {
-    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
-};
-using Context = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
+using Context = Owner<const CERT_CONTEXT, CertFreeCertificateContext>;
 
 std::string DerOf(const Context& context)
 {

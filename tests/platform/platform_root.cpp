@@ -7,7 +7,6 @@
 
 #include <fstream>
 #include <stdexcept>
-#include <thread>
 
 PlatformRoot::PlatformRoot()
 {
@@ -70,15 +69,6 @@ std::string HexText(const BYTE* bytes, size_t size)
         text += "0123456789ABCDEF"[bytes[i] & 15];
     }
     return text;
-}
-
-void OnThreads(int count, const std::function<void(int)>& work)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; i++)
-        threads.emplace_back(work, i);
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 void OnThreadsAndInAChild(int count, const std::function<void(int)>& work)

@@ -11,6 +11,7 @@
 #include "platform/linux/text.h"
 #include "platform/owner.h"
 #include "platform/platform.h"
+#include "tests/common/threads.h"
 
 class PlatformRoot : private NonCopyable {
   public:
@@ -75,7 +76,5 @@ DWORD ReadInTwoCalls(std::basic_string<T>* data, LONG tooSmall, const Call& call
     return 0;
 }
 
-// Runs `work` on that many threads at once; each gets its number, from 0.
-void OnThreads(int count, const std::function<void(int)>& work);
-// The same, and at the same time in a child process, which gets the number `count` and must exit with 0.
+// OnThreads, and at the same time in a child process, which gets the number `count` and must exit with 0.
 void OnThreadsAndInAChild(int count, const std::function<void(int)>& work);

@@ -6,8 +6,6 @@
 
 #include "tests/platform/winhttp_fixture.h"
 
-namespace {
-
 constexpr uid_t kNobody = 65534;
 constexpr int kNoPrivilege = 77;
 
@@ -87,5 +85,3 @@ TEST_F(WinHttp, IgnoresTheEnvironmentInAPrivilegedProgram)
     EXPECT_TRUE(elsewhere.requests().empty());
     EXPECT_FALSE(std::filesystem::exists(folder.File("open/keys")));
 }
-
-}  // namespace

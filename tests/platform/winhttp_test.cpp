@@ -5,8 +5,6 @@
 #include "tests/common/row.h"
 #include "tests/platform/winhttp_fixture.h"
 
-namespace {
-
 TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
 {
     const std::string own = "host: other\r\nUSER-AGENT: me\r\nConnection: close\r\n";
@@ -241,5 +239,3 @@ TEST(WinHttpCrackUrl, FindsTheHost)
         EXPECT_EQ(error != 0 ? std::to_string(error) : ToUtf8(host) + " " + std::to_string(parts.nPort), expected);
     }
 }
-
-}  // namespace

@@ -1,8 +1,6 @@
 // Enumerations of the provider's algorithms and of the vault's keys.
 #include "tests/provider/provider_fixture.h"
 
-namespace {
-
 constexpr SECURITY_STATUS kReadFailed = static_cast<SECURITY_STATUS>(0x801B8002);
 
 using EnumerationTest = ProviderTest;
@@ -124,5 +122,3 @@ TEST_F(EnumerationTest, AForeignStateIsRefused)
     refuse(listed);
     EXPECT_EQ(Bytes(64), Bytes(foreign, foreign + 64));
 }
-
-}  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/owner.h"
 #include "tests/provider/provider_fixture.h"
 
 constexpr DWORD kLater = NCRYPT_DO_NOT_FINALIZE_FLAG;  // the import leaves the key unfinalized
@@ -17,15 +18,13 @@ Bytes WithAttributes(const Bytes& attributes);
 Bytes Attribute(const Bytes& value, const Bytes& objectId = {0x55, 0x1D, 0x0F});
 
 // A parameter list, alive as long as this.
-class Parameters {
+class Parameters : private NonCopyable {
   public:
     Parameters(std::initializer_list<std::pair<DWORD, Bytes>> buffers)
     {
         for (const auto& buffer : buffers)
             Add(buffer.first, buffer.second);
     }
-    Parameters(const Parameters&) = delete;
-    Parameters& operator=(const Parameters&) = delete;
 
     void Add(DWORD type, const Bytes& bytes)
     {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/owner.h"
 #include "provider/entry_points.h"
 #include "provider/key_object.h"
 #include "provider/provider.h"
@@ -17,7 +18,6 @@
 #include "tests/common/service_sample.h"
 #include "tests/provider/bytes.h"
 
-using nlohmann::json;
 using Lines = std::vector<std::string>;
 
 constexpr char kDone[] = "0x00000000";
@@ -113,12 +113,10 @@ class ProviderTest : public HostTest {
     KSP_PROVIDER* ProviderRecord() { return reinterpret_cast<KSP_PROVIDER*>(OpenProvider()); }
 
     // Takes the provider's machine client away during its lifetime.
-    class WithoutClient {
+    class WithoutClient : private NonCopyable {
       public:
         explicit WithoutClient(KSP_PROVIDER* record) : record_(record) { std::swap(record_->machineKvc, client_); }
         ~WithoutClient() { std::swap(record_->machineKvc, client_); }
-        WithoutClient(const WithoutClient&) = delete;
-        WithoutClient& operator=(const WithoutClient&) = delete;
 
       private:
         KSP_PROVIDER* record_;

@@ -8,8 +8,6 @@
 
 #include "tests/provider/provider_fixture.h"
 
-namespace {
-
 // In each case the plaintext secret is used, and kept.
 TEST_F(ProviderTest, ASecretThatCannotBeProtectedOrStoredStaysInTheRegistry)
 {
@@ -65,5 +63,3 @@ TEST_F(ProviderTest, ASecretSetWhileAHostOpensIsUsed)
     EXPECT_TRUE(WIFSIGNALED(status)) << "the host ended by itself";
     EXPECT_EQ("", lost);
 }
-
-}  // namespace

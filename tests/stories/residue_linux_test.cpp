@@ -11,6 +11,7 @@
 #include <map>
 #include <set>
 
+#include "platform/owner.h"
 #include "tests/common/base64.h"
 #include "tests/provider/envelopes.h"
 
@@ -80,7 +81,7 @@ class Needles {
 };
 
 // The host (residue_host_linux.cpp) and a socket that is its standard input and output.
-class ResidueHost {
+class ResidueHost : private NonCopyable {
   public:
     explicit ResidueHost(const std::string& folder)
     {
@@ -104,8 +105,6 @@ class ResidueHost {
         close(socket_);
         waitpid(pid_, nullptr, 0);
     }
-    ResidueHost(const ResidueHost&) = delete;
-    ResidueHost& operator=(const ResidueHost&) = delete;
 
     // The status of the step, or "" if the host has died.
     std::string Run(const std::string& step) const

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
 #include "tests/common/alloc_fault.h"
 #include "tests/common/row.h"
 #include "tests/common/test_clock.h"
 #include "tests/common/test_root.h"
+#include "tests/common/threads.h"
 
 class LogTest : public testing::Test {
   protected:
@@ -119,16 +119,11 @@ TEST_F(LogTest, LinesOfManyThreadsStayWhole)
 {
     Attach(1, 0);
     root.ClearLog();
-    std::vector<std::thread> threads;
     const TextString text(80, 'a');
-    for (int t = 0; t < 8; t++) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 50; i++)
-                LogString(TEXT("thread"), text.c_str(), 1);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    OnThreads(8, [&](int) {
+        for (int i = 0; i < 50; i++)
+            LogString(TEXT("thread"), text.c_str(), 1);
+    });
     const std::vector<std::string> lines = root.LogLines();
     EXPECT_EQ(400u, lines.size());
     for (const std::string& line : lines)

@@ -8,7 +8,6 @@
 #include "tests/common/simulator.h"
 #include "vaultsim/base64url.h"
 
-using nlohmann::json;
 using vaultsim::FromBase64;
 using vaultsim::ToBase64;
 
