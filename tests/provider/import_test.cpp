@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <map>
 
+#include "provider/nt_status.h"
 #include "provider/property_list.h"
 #include "tests/provider/import_fixture.h"
 #include "tests/provider/words.h"
@@ -267,6 +268,22 @@ TEST_F(Pkcs8ImportTest, ANamedKeyIsMadeByTheVault)
     EXPECT_EQ(Hex(NTE_FAIL), Hex(ImportInto(&key, "PKCS8_PRIVATEKEY", file, named.list())));
     EXPECT_EQ(77u, key);
     EXPECT_EQ("KelvaroImportKey Error 0x80090020", LastErrorLine());
+}
+
+TEST(ImportStatusTest, ResultsOfThePlatformsCryptography)
+{
+    const std::pair<DWORD, SECURITY_STATUS> rows[] = {{0, 0},
+                                                      {0xC0000008, NTE_INVALID_HANDLE},
+                                                      {0xC000000D, NTE_INVALID_PARAMETER},
+                                                      {0xC0000017, NTE_NO_MEMORY},
+                                                      {0xC000009A, NTE_NO_MEMORY},
+                                                      {0xC0000023, NTE_BUFFER_TOO_SMALL},
+                                                      {0xC00000BB, NTE_NOT_SUPPORTED},
+                                                      {0xC000A000, NTE_BAD_SIGNATURE},
+                                                      {0xC0000001, NTE_INTERNAL_ERROR},
+                                                      {1, NTE_INTERNAL_ERROR}};
+    for (const auto& [result, status] : rows)
+        EXPECT_EQ(Hex(status), Hex(StatusFromNt(static_cast<NTSTATUS>(result))));
 }
 
 }  // namespace
