@@ -134,6 +134,9 @@ void CallLine(Host& host, std::string_view line)
     std::optional<AllocFaultPause> pause(std::in_place);
     const TextString name = Wide(std::string(line.substr(4, equals - 4)));
     pause.reset();
+    // An absolute descriptor holds pointers, which the module trusts. Here they are null.
+    if (name == TEXT("Security Descr") && data.size() > 8 && (bytes[3] & SE_SELF_RELATIVE >> 8) == 0)
+        std::fill(bytes.begin() + 8, bytes.end(), BYTE{0});
     const HostCall call = {line[0],
                            host.keys[static_cast<BYTE>(line[1]) % 4],
                            kFlags[static_cast<BYTE>(line[2]) % std::size(kFlags)],
