@@ -126,7 +126,7 @@ Outcome CheckCertificates(Facts& facts)
     const auto bound = std::count_if(stored.begin(), stored.end(), [](const auto& one) { return one.IsBound(); });
     const std::string found = std::to_string(bound) + " bound to the provider's keys" + SyncTimes(facts);
     if (!IsWritable(!facts.tool.user))
-        return Warned(found, "this account can't write to the store", "bring certificates as an administrator");
+        return Warned(found, "this account can't write to the store", "run kelvaroctl certs sync as an administrator");
     if (!bound)
         return Good(found);
     const ChildAnswer answer = AskChild(facts, {"certs", "list", "--check"}, facts.tool.via);

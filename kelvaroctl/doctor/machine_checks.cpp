@@ -203,7 +203,7 @@ Outcome CheckSecret(Facts& facts)
                       "kelvaroctl config set ClientSecret");
     }
     const std::string dubious = TextWarning(*FindSetting("ClientSecret"), ToWide(facts.secret));
-    const std::string found = clear ? "in clear until a program opens the provider" : "protected, and opens here";
+    const std::string found = clear ? "in clear text until a program opens the provider" : "protected, and opens here";
     return dubious.empty() ? Good(found) : Warned(found, dubious, "make another secret without these characters");
 }
 

@@ -52,7 +52,7 @@ static Outcome JudgeProxy(const Facts& facts, const std::string& proxy, const st
     const std::string status = line.size() > 12 ? line.substr(9, 3) : "";
     if (status == "407") {
         return Failed(found, "the proxy asks for a name and password (407), which isn't supported",
-                      "let this machine through without, or exempt " + host);
+                      "let this machine through without them, or exempt " + host);
     }
     if (status != "200")
         return Failed(found, "the proxy doesn't connect to " + host + ": " + line, "allow it, or exempt " + host);
@@ -212,13 +212,13 @@ void NoteTime(const WebAnswer& answer, Facts* facts)
 Outcome CheckClock(Facts& facts)
 {
     if (!facts.serviceTime)
-        return NotNeeded("no answer has given the time");
+        return NotNeeded("no answer stated the time");
     const int64_t off = facts.askedAt - facts.serviceTime;
     const std::string found =
         std::to_string(std::abs(off)) + " s " + (off < 0 ? "behind" : "ahead of") + " the services";
     const std::string fix = "set this machine's clock, and keep it right by NTP";
     if (std::abs(off) > 300)
-        return Failed(found, "with such a clock, tokens and certificates count as expired or not yet valid", fix);
+        return Failed(found, "with this clock, tokens and certificates count as expired or not yet valid", fix);
     return std::abs(off) > 60 ? Warned(found, "the clock is wrong", fix) : Good(found);
 }
 

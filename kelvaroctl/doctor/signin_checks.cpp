@@ -17,7 +17,8 @@ struct DirectoryError {
 constexpr DirectoryError kDirectoryErrors[] = {
     {90002, "no such tenant", "kelvaroctl config set TenantId ID"},
     {900023, "TenantId is neither a directory's id nor its name", "kelvaroctl config set TenantId ID"},
-    {700016, "no such application in this directory", "correct ClientId or TenantId: both of one directory"},
+    {700016, "no such application in this directory",
+     "correct ClientId or TenantId: both must be of the same directory"},
     {7000112, "the application is disabled", "enable it in the directory"},
     {7000215, "wrong secret", "kelvaroctl config set ClientSecret: the secret's value, not its id"},
     {7000218, "no secret was sent", "kelvaroctl config set ClientSecret"},
@@ -78,7 +79,7 @@ static Outcome TakeToken(const WebAnswer& answer, Facts* facts)
         minutes = (claims["exp"].get<int64_t>() - _time64(nullptr)) / 60;
     const std::string found = "object id " + facts->objectId + ", directory " + facts->tokenTenant + ", token for " +
                               std::to_string(minutes) + " minutes, vault " + facts->vault;
-    return minutes > 0 ? Good(found) : Warned(found, "the token has run out already", "check this machine's clock");
+    return minutes > 0 ? Good(found) : Warned(found, "the token has already expired", "check this machine's clock");
 }
 
 static Outcome ExplainDirectory(const WebAnswer& answer)

@@ -258,7 +258,7 @@ Outcome CheckSignRight(Facts& facts)
 Outcome CheckCertificateRight(Facts& facts, const char* right)
 {
     if (facts.plainKeys || facts.tool.user)
-        return NotNeeded("the settings bring no certificates from the vault");
+        return NotNeeded("with these settings no certificates are copied from the vault");
     const std::string name = facts.certificate.empty() ? kProbe : facts.certificate;
     const bool lists = right == std::string_view("list");
     const WebAnswer answer = AskVault(facts, "/certificates" + (lists ? "" : "/" + name));
