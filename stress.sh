@@ -1,5 +1,5 @@
 #!/bin/sh
-# Installs what is missing, builds, and tries what the module survives, against a local simulator. Prints a table, and keeps
+# Installs what is missing, builds, and tests what the module survives, against a local simulator. Prints a table, and keeps
 # the figures in stress/results.json; docs/reliability.md explains them.
 # Usage: ./stress.sh [faults|fuzz|many|kill|calls|manners|judges|long|long-windows]... [--minutes N] [--signatures N] [--loads N]
 # Default: all but judges, and long-windows, which needs a Windows build and a runtime for it. --minutes: how long each timed
@@ -85,7 +85,7 @@ try_many() {
     TSAN_OPTIONS="suppressions=$top/tests/tsan_suppressions.txt" \
         "$top/build/tsan/stress/stress_many" $((minutes * 30)) threads >"$work/sanitized" 2>"$work/races" || races=1
     head -n 60 "$work/races" >&2
-    # A run that printed nothing isn't without races.
+    # A run that printed nothing doesn't count as free of races.
     jq -s --argjson races $races 'add // [] | map(.rule |= "sanitized " + .)
         + [{rule: "sanitized threads: no race", ok: ($races == 0 and length > 0), measured: $races}]' "$work/sanitized" >"$work/more"
     jq -s add "$work/rules" "$work/more" >"$work/all"

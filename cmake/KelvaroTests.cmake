@@ -40,7 +40,7 @@ target_precompile_headers(kelvaro_test_headers PRIVATE <gtest/gtest.h> <nlohmann
 if(WIN32)
   target_precompile_headers(kelvaro_test_headers PRIVATE "${PROJECT_SOURCE_DIR}/platform/platform.h")
 endif()
-# How the test programs and their libraries are compiled: the same for all, as that takes, and several sources at a time, since
+# How the test programs and their libraries are compiled: the same for all, as that requires, and several sources at a time, since
 # each builds GoogleTest's and the JSON library's templates anew.
 function(kelvaro_test_target name)
   set_target_properties(${name} PROPERTIES KELVARO_UNOPTIMISED ON POSITION_INDEPENDENT_CODE OFF

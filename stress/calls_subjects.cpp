@@ -37,7 +37,7 @@ bool IsInVault(Stage& stage, const char* kind, const char* name)
     return false;
 }
 
-// Whether the vault did what such a request asks for.
+// Whether the vault did what a request of this kind asks for.
 bool WasAnswered(Stage& stage, const std::string& target)
 {
     for (const json& entry : stage.host.sim.Journal()) {
@@ -338,7 +338,7 @@ std::vector<Subject> MakeSubjects()
     subjects.push_back(publication);
     signingIn[SEC_E_LOGON_DENIED] |= kFile;
     Subject arc = Of("Arc", OpenedKeyWorks, signingIn);
-    // Without the address of the agent the machine is one of Azure's own.
+    // Without the agent's address the machine counts as an Azure virtual machine.
     arc.fallbacks = {{"GetEnvironmentVariableW", "Host: 169.254.169.254"},
                      {"WinHttpCrackUrl", "Host: 169.254.169.254"}};
     subjects.push_back(arc);

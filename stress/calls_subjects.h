@@ -23,14 +23,14 @@ enum Family : unsigned {
 };
 unsigned FamilyOf(const std::string& call);
 
-// How much of its work an operation has done that reports success.
+// How much of its work a successful operation has done.
 enum class Work {
     Missing,
-    Partly,  // the rest may be lost: it is done at the next occasion, or the handle can't be used and says so
+    Partly,  // the rest may be lost: it is done at the next opportunity, or the handle can't be used and says so
     Done
 };
 
-// A request that differs from the undisturbed ones because the module does without what this call would have given.
+// A request that differs from the undisturbed ones because the module continues without the result of this call.
 struct Fallback {
     std::string call;
     std::string text;  // in the request

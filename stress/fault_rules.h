@@ -71,7 +71,7 @@ struct Statuses {
     SECURITY_STATUS wrongTypes;
 };
 
-// statuses: what the host gets for such a request.
+// statuses: what the host gets for this kind of request.
 Outcome Expect(Kind kind, const Statuses& statuses, const Fault& fault);
 
 // The same if an earlier request of the operation was throttled once. fault: neither 409 nor a persistent 429.

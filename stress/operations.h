@@ -1,4 +1,4 @@
-// What a host does, with the request of it that a fault is to hit.
+// A host's operations, and which of their requests a fault hits.
 #pragma once
 
 #include <functional>
@@ -20,7 +20,7 @@ struct Stage {
     TestClock clock;
     NCRYPT_PROV_HANDLE provider = 0;
     NCRYPT_KEY_HANDLE key = 0;  // released at the end, if the operation hasn't
-    // What the operation gives. It leaves alone what it doesn't give.
+    // The operation's results. Those that it doesn't return stay unchanged.
     static constexpr DWORD kUntouched = 0x5A5A5A5A;
     NCRYPT_KEY_HANDLE opened = kUntouched;
     NCRYPT_PROV_HANDLE another = kUntouched;

@@ -1,6 +1,6 @@
 #!/usr/bin/perl
 # The name server of a test run on Windows' runtime: every vault, the sign-in endpoint and the tests' identity service are on
-# loopback, nothing else is known. A vault that the simulator doesn't have is then the simulator's to refuse, as on Linux.
+# loopback, nothing else is known. So it is the simulator that refuses a vault it doesn't have, as on Linux.
 use strict;
 use warnings;
 use Socket;

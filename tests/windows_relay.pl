@@ -1,5 +1,5 @@
 #!/usr/bin/perl
-# Hands connections to one port of loopback on to another, for tests that name a port at which no simulator listens.
+# Forwards connections from one loopback port to another, for tests that name a port at which no simulator listens.
 # Usage: windows_relay.pl FROM TO
 use strict;
 use warnings;
@@ -15,7 +15,7 @@ while (accept(my $client, $listener)) {
     next if fork;
     socket(my $server, AF_INET, SOCK_STREAM, 0) or exit 1;
     connect($server, sockaddr_in($to, INADDR_LOOPBACK)) or exit 1;
-    # Either end of the conversation is the end of both.
+    # When either side ends, so does the other.
     while (1) {
         my $ready = '';
         vec($ready, fileno($_), 1) = 1 for $client, $server;

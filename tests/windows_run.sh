@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs one Windows build's test programs beside a simulator; started by test-windows.sh in namespaces of its own.
+# Runs one Windows build's test programs beside a simulator; started by test-windows.sh in private namespaces.
 # Usage: tests/windows_run.sh BUILD_DIR PREFIX VAULTSIM [PROGRAM TESTS]   In the environment: see tools/windows-namespace.sh.
 # The programs are in $work/built. With a PROGRAM that isn't empty, only its TESTS are run, also those that the runtime can't do.
 set -eu
@@ -32,10 +32,10 @@ met=$work/met
 : >"$met"
 run "$build/tests/windows_host.exe" "Z:$build/provider/kelvaro.dll" 2>&1 || wrong "the module is no good guest"
 [ -s "$runtime_root$build/tests.txt" ] || wrong "no test programs"
-ended() { # ended LOG: whether the program came to its last line
+ended() { # ended LOG: whether the program reached its last line
     grep -q '^\[==========\].* ran' "$1"
 }
-# Runs what is listed: each must fail. One that ends the program hides those behind it, which are then run again.
+# Runs what is listed: each must fail. One that ends the program hides those after it, which are then run again.
 run_listed() { # run_listed PROGRAM
     left=$listed
     while [ -n "$left" ]; do

@@ -1,5 +1,5 @@
 # A simulator for programs of a Windows build, sourced inside the namespaces of tools/windows-namespace.sh.
-# Needs, beside that script's own: here (this folder), build (the build's folder), prefix, vaultsim. The programs are in
+# Needs, in addition to that script's variables: here (this folder), build (the build's folder), prefix, vaultsim. The programs are in
 # $work/built, and here under the name of $build, which they have in them.
 wine=$WINE64
 [ "$(basename "$build" | tr -dc 0-9)" = 64 ] || wine=$WINE32
@@ -30,6 +30,6 @@ export VAULTSIM_CONTROL=8000
 run() { # run PROGRAM ARGUMENT...
     program=$1
     shift
-    # A program that hangs is a failure of its own, not of the whole run.
+    # A program that hangs fails alone, not the whole run.
     timeout --kill-after=10 "${longest_run:-600}" chroot "$runtime_root" "$wine" "$program" "$@" </dev/null
 }

@@ -101,7 +101,7 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, 
 // The path as it would be opened from the current folder, "." and ".." resolved textually. filePart must be NULL.
 DWORD WINAPI GetFullPathNameW(LPCWSTR name, DWORD room, LPWSTR buffer, LPWSTR* filePart);
 
-// Always DRIVE_FIXED: paths have no drive that stands for a share.
+// Always DRIVE_FIXED: no drive letter is a network share.
 UINT WINAPI GetDriveTypeW(LPCWSTR root);
 
 // Only the mode "rt", and only regular files.

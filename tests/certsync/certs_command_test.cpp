@@ -33,11 +33,11 @@ class CertsCommandTest : public CtlTest {
     std::string Recorded() const { return root.GetText(HKEY_LOCAL_MACHINE, "CertSync"); }
     // Of the machine store.
     json List() { return CtlJson({"certs", "list"})["certificates"]; }
-    // Only the sync command copies certificates from then on.
+    // From then on only the sync command copies certificates.
     void HoldSync() { root.SetNumber(HKEY_LOCAL_MACHINE, "FromKVLastSyncTime", 0xFFFFFFFF); }
 };
 
-TEST_F(CertsCommandTest, SyncBringsWhatIsNew)
+TEST_F(CertsCommandTest, SyncCopiesWhatIsNew)
 {
     sim.Reset();
     // The simulator reads names from the end, as the service does.

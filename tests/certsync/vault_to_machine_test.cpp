@@ -159,7 +159,7 @@ TEST_F(VaultToMachineTest, StoreAndListAfterAFailure)
         RunLater();
         EXPECT_EQ(list, CertSync());
         EXPECT_EQ(waits, clock.Waits().size());
-        EXPECT_LT(0, Stamp()) << "the stamp moves in any case";
+        EXPECT_LT(0, Stamp()) << "the stamp is updated in any case";
     }
     // A later run tries again.
     SetList("");

@@ -1,4 +1,4 @@
-// A host of the provider inside a test program: attaches the system's code, walks the function table.
+// A host of the provider inside a test program: attaches the system's code and calls the function table.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -18,7 +18,7 @@ struct HttpCall {
     DWORD forgiven = 0;   // SECURITY_FLAG_IGNORE_...
 };
 
-// What one exchange brought, and the step that failed.
+// The result of one exchange, and the step that failed.
 struct HttpReply {
     std::string failed;
     DWORD error = 0;

@@ -1,4 +1,4 @@
-// What the process holds now, to find what a module leaves behind.
+// The resources that the process has now, to find what a module leaves behind.
 #pragma once
 
 #include <cstddef>

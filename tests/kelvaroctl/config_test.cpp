@@ -1,4 +1,4 @@
-// Settings: shown as the module takes them, imported all or not at all.
+// Settings: shown as the module uses them, imported all or none.
 #include "tests/common/data_rows.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
@@ -27,7 +27,7 @@ TEST_F(ConfigTest, FromAnEmptyMachineToAListOfKeys)
     RunSection();
 }
 
-TEST_F(ConfigTest, ShowTellsWhatTheModuleIgnoresAndKeeps)
+TEST_F(ConfigTest, ShowReportsWhatTheModuleIgnoresAndKeeps)
 {
     root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", "contoso", REG_EXPAND_SZ);
     root.SetText(HKEY_LOCAL_MACHINE, "AuthenticationType", "2");
@@ -58,7 +58,7 @@ TEST_F(ConfigTest, ImportTakesWhatAnotherMachineExported)
     EXPECT_FALSE(root.Has(HKEY_LOCAL_MACHINE, "TenantId"));
 }
 
-// An export of what is in force holds the secret in protected form, and an empty clear one.
+// An export of the current settings has the secret in protected form, and an empty clear one.
 TEST_F(ConfigTest, ImportTakesAProtectedSecret)
 {
     ASSERT_EQ(0, Ctl({"config", "set", "ClientSecret", "--anyway"}, Simulator::kClientSecret).exit);

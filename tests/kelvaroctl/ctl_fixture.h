@@ -45,13 +45,13 @@ class CtlTest : public testing::Test {
     // The lines that tests/data/command_lines.txt has under this test's name, or one part of them.
     void RunSection(int part = 1);
 
-    // The arguments of such a line.
+    // The arguments of one of those lines.
     std::vector<std::string> Split(const std::string& line) const;
 
     std::string File(const std::string& name) const { return root.directory() + "/" + name; }
     void WriteFile(const std::string& name, const std::string& content) const;
     std::string ReadFile(const std::string& path) const;
-    // What the tool says of the machine's settings, to be compared with a later time.
+    // The machine's settings as the tool shows them, to compare before and after.
     nlohmann::json Settings() { return CtlJson({"config", "show"}); }
     // "RSA", or a curve.
     void AddKey(const std::string& name, const std::string& kind,

@@ -188,11 +188,11 @@ TEST_F(DoctorTest, AModuleThatCannotBeLoaded)
     const json report = json::parse(ran.out);
     EXPECT_EQ("module", First(report, "fail")["id"]);
     EXPECT_NE(std::string::npos, First(report, "fail")["cause"].get<std::string>().find(File("none")));
-    // The services are asked all the same.
+    // The services are still asked.
     EXPECT_EQ("ok", report["checks"][15]["state"]) << report["checks"][15];
 }
 
-TEST_F(DoctorTest, WritingTellsWhatItLeftBehind)
+TEST_F(DoctorTest, WritingReportsWhatItLeftBehind)
 {
     for (const bool plainKeys : {true, false}) {
         // Windows' runtime here can't sign certificate requests.

@@ -1,5 +1,5 @@
-// What the tool reads and writes byte by byte: DER, key blobs of forms that a fresh key of the simulator doesn't take,
-// and texts.
+// What the tool reads and writes byte by byte: DER, key blobs in forms that the simulator's new keys don't have, and
+// texts.
 #include <gtest/gtest.h>
 
 #include "kelvaroctl/der.h"
@@ -38,8 +38,8 @@ TEST(DerTest, Signatures)
     Bytes raw;
     EXPECT_TRUE(RawFromDerSignature({0x30, 7, 2, 2, 1, 2, 2, 1, 3}, 2, &raw));
     EXPECT_EQ((Bytes{1, 2, 0, 3}), raw);
-    // Cut, beyond the end, indefinite or longer than need be, with something behind, of one or three numbers, with a
-    // negative, padded, empty or too long one.
+    // Truncated, past the end, of indefinite or overlong length, with trailing bytes, with one or three numbers, or
+    // with a number that is negative, padded, empty or too long.
     for (const char* refused :
          {"", "30", "3106020101020101", "30060201010201", "307f020101020101", "3081", "30800201010201010000",
           "308106020101020101", "300602010102010100", "3009020101020101020101", "3003020101", "3006020180020101",

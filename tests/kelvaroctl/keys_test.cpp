@@ -52,13 +52,13 @@ TEST_F(KeysTest, ListsWithAndWithoutDetails)
     for (const std::string name : {"p256", "p384", "p521", "rsa"})
         row +=
             name + "  .. " + (name == "rsa" ? "RSA 2048" : "P-" + name.substr(1)) + " .. " + Fingerprint(name) + " .. ";
-    // A walk that breaks off keeps what it found.
+    // A listing that is cut short keeps what it found.
     const std::string refused = R"(! {"path":"/keys/p521","method":"GET","action":"status","status":403,"times":-1})";
     Run(row + "curve is not P-256\n" + refused + "\n6 keys list --json | p256 .. p384 .. KEY_LISTING_FAILED .. " +
         "0x801B8002\n" + refused + "\n6 keys list | p256  - .. p384  - .. !rsa\n");
 }
 
-TEST_F(KeysTest, NamesNeedNoKeyButOne)
+TEST_F(KeysTest, ListingNamesReadsOneKey)
 {
     AddKeys();
     Vault("/seed", {{"keys", 60}, {"prefix", "seed"}});
@@ -138,7 +138,7 @@ TEST_F(KeysTest, AFailureSaysWhatTheModuleLogged)
 {
     AddKeys();
     RunSection();
-    // A page of the list that is something else: what came before it is shown.
+    // A page of the list that isn't JSON: the keys before it are shown.
     Vault("/seed", {{"keys", 30}});
     sim.Fault({{"path", "/keys?"}, {"method", "GET"}, {"skip", 1}, {"action", "nojson"}});
     const json partial = CtlJson({"keys", "list", "--names"}, 6);
@@ -169,14 +169,14 @@ TEST_F(KeysTest, TheModule)
         EXPECT_EQ(3, ran.exit) << path;
         EXPECT_NE(std::string::npos, ran.err.find(fs::path(path).filename().string())) << ran.err;
     }
-    // What a script passes on behind the command names no module.
+    // Arguments that a script adds after the command can't name a module.
     for (const std::vector<std::string>& command : std::initializer_list<std::vector<std::string>>{
              {"keys", "list", "--module", KELVARO_MODULE_PATH},
              {"keys", "list", std::string("--module=") + KELVARO_MODULE_PATH},
              {"keys", "--module", KELVARO_MODULE_PATH, "list"},
              {"config", "import", "--", File("settings.reg"), "--module", "other"}})
         EXPECT_EQ(2, RunToolHere(command, "").exit) << command.back();
-    // The one beside the program is taken.
+    // The one beside the program is used.
     const fs::path folder = File("installed");
     const fs::path program = folder / fs::path(KELVAROCTL_PATH).filename();
     const fs::path module = folder / fs::path(KELVARO_MODULE_PATH).filename();

@@ -18,6 +18,6 @@ Ran RunProgram(const std::string& program, const std::vector<std::string>& argum
 // streams of the process.
 Ran RunToolHere(const std::vector<std::string>& arguments, const std::string& input);
 
-// What both are made of: runs a program with these descriptors as its standard streams and returns its exit code. Each
-// system has its own source, chosen by the build.
+// Used by both: runs a program with these descriptors as its standard streams and returns its exit code. Each system
+// has its own source, chosen by the build.
 int RunOn(const int (&streams)[3], const std::string& program, const std::vector<std::string>& arguments);

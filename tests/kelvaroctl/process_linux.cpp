@@ -47,7 +47,7 @@ int RunOn(const int (&streams)[3], const std::string& program, const std::vector
     return ExitCode(pid);
 }
 
-// Reads until `end` has come or, without one, until the last writer has closed its side.
+// Reads until `end` arrives or, without one, until the last writer has closed its side.
 static void Read(int descriptor, const std::string& end, std::string* text)
 {
     char ch = 0;

@@ -22,7 +22,7 @@ TEST_F(ProgramTest, ADamagedHiveIsAnErrorAndIsLeftAlone)
     const auto before = Settings();
     WriteFile("root/user/registry/HKEY_CURRENT_USER.reg", kDamaged);
     Run("3 config import @import.reg\n");
-    EXPECT_EQ(before, Settings()) << "where the second can't be written the first isn't either";
+    EXPECT_EQ(before, Settings()) << "if the second can't be written, neither is the first";
     WriteFile(kHive, kDamaged);
     for (const char* command : {"config show", "config set KeyVault contoso", "config unset KeyVault",
                                 "config import @import.reg", "provider show", "keys list"})
@@ -33,7 +33,7 @@ TEST_F(ProgramTest, ADamagedHiveIsAnErrorAndIsLeftAlone)
 TEST_F(ProgramTest, AUserNeedsNothingOfTheMachines)
 {
     AddKey("key", "P-256");
-    // A folder in its place can't be read by root either.
+    // Not even root can read a folder in its place.
     fs::remove(File(kHive));
     fs::create_directory(File(kHive));
     RunSection();

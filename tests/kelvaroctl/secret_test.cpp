@@ -1,4 +1,4 @@
-// How the client secret comes in, and that it never comes out.
+// How the client secret is entered, and that it is never shown.
 #include "tests/kelvaroctl/ctl_fixture.h"
 #include "tests/kelvaroctl/settings_rights.h"
 

@@ -50,7 +50,7 @@ TEST(SurroundingsTest, SettingsThatProgramsOfTheOtherKindRead)
     root.SetText(HKEY_LOCAL_MACHINE, "KeyVault", "contoso");
     root.SetText(HKEY_LOCAL_MACHINE, "ClientSecret", "s");
     root.SetNumber(HKEY_LOCAL_MACHINE, "AuthenticationType", 2);
-    // Nobody has set anything there.
+    // Nothing is set there.
     EXPECT_EQ("", kelvaroctl::OtherViewDifference(true));
     HKEY other = nullptr;
     ASSERT_EQ(0, RegCreateKeyExW(HKEY_LOCAL_MACHINE, kSettingsKey, 0, nullptr, 0, KEY_ALL_ACCESS | KEY_WOW64_32KEY,

@@ -1,4 +1,4 @@
-// What the tool does on a terminal: asks, echoes no secret, shows how far it is and that it waits.
+// The tool on a terminal: it asks, doesn't echo secrets, and shows its progress and that it is waiting.
 #include "tests/kelvaroctl/terminal_linux.h"
 
 #include <atomic>
@@ -43,7 +43,7 @@ TEST_F(TerminalTest, ADeletionAsksFirst)
     EXPECT_EQ(1, no.exit);
     EXPECT_EQ("'p256' was not deleted\n", no.out);
     EXPECT_NE(std::string::npos, no.err.find("Delete the key 'p256' in the vault and purge it")) << no.err;
-    EXPECT_TRUE(sim.Journal().empty()) << "nothing was asked of the vault";
+    EXPECT_TRUE(sim.Journal().empty()) << "no request reached the vault";
     root.SetNumber(HKEY_LOCAL_MACHINE, "DoDeletePurge", 1);
     const Ran yes = OnTerminal(command, "Type yes: ", "yes\n");
     EXPECT_EQ(0, yes.exit) << yes.err;
@@ -51,7 +51,7 @@ TEST_F(TerminalTest, ADeletionAsksFirst)
     Run("5 keys show p256\n");
 }
 
-TEST_F(TerminalTest, AWalkShowsItsProgress)
+TEST_F(TerminalTest, AListingShowsItsProgress)
 {
     AddKey("a", "P-256");
     AddKey("b", "P-256");
@@ -72,7 +72,7 @@ TEST_F(TerminalTest, AnInterruptedCommandLeavesNothingBehind)
     const Ran listing = OnTerminal({"keys", "list"}, "listing the vault", "\x03");
     EXPECT_EQ(-1, listing.exit) << "by the signal";
     EXPECT_EQ('\n', listing.err.back());
-    // The output file is there as long as the vault is waited for.
+    // The output file exists while the tool waits for the vault.
     const std::string script =
         "\"$@\" & while kill -0 $! && [ ! -e \"$0\" ]; do sleep 0.01; done; kill -TERM $!; wait $!";
     std::vector<std::string> arguments =

@@ -113,7 +113,7 @@ TEST_F(SharedClient, WaitingThreadsShareAFailedSignIn)
     SetNetwork(false);
     std::atomic<int> arrived{0};
     clock.OnSleep([&](DWORD, size_t) {
-        // The first sign-in waits for all threads, which then have time to queue up behind it.
+        // The first sign-in waits for all threads, so that they have time to queue up behind it.
         while (arrived < kThreads)
             std::this_thread::yield();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -108,7 +108,7 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
         EXPECT_EQ(0, signings);
     }
 
-    // Several first uses at once make one key: what it signs is the same to the last byte.
+    // Concurrent first uses create one key, so what they sign is identical.
     failing = Call::None;
     std::vector<Bytes> certificates(8);
     OnThreads(8, [&](int i) { certificates[static_cast<size_t>(i)] = SignRequest(csr); });
@@ -121,7 +121,7 @@ TEST_F(DummyCertificateTest, AFailedStepLeavesNothingOpenAndTheNextTryWorks)
         failing = step;
         EXPECT_EQ(Bytes{}, SignRequest(csr));
     }
-    // With an empty certificate nothing is merged: the creation goes on with the read-back.
+    // With an empty certificate nothing is merged: the creation continues with the read-back.
     failing = Call::SignNothing;
     sim.ClearJournal();
     call->certificateMode = 1;

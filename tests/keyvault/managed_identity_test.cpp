@@ -113,7 +113,7 @@ TEST_F(ManagedIdentity, TheEndpointFollowsTheEnvironment)
 }
 
 // A service that is still starting sends challenges without a file first, and is asked again.
-TEST_F(ManagedIdentity, AConnectedMachineProvesItselfWithTheSecretFile)
+TEST_F(ManagedIdentity, AConnectedMachineIdentifiesItselfWithTheSecretFile)
 {
     Identity identity;
     identity.authn = KVC_AUTHN_MANAGED_IDENTITY;

@@ -64,7 +64,7 @@ carries "$(find "$root/usr/lib" -name libkelvaro.so)" "$build/provider/libkelvar
 "$(dirname "$0")/check-hardening.sh" "$root/usr/bin/kelvaroctl" "$root/usr/bin/vaultsim" "$(find "$root/usr/lib" -name libkelvaro.so)"
 [ -s "$root/usr/share/doc/kelvaro/installing.md" ] || fail "the documents are missing"
 
-# Manual pages without a complaint of the formatter, and completions that the shells can read.
+# Manual pages that the formatter accepts without warnings, and completions that the shells can read.
 for page in kelvaroctl vaultsim; do
     file=$root/usr/share/man/man1/$page.1.gz
     [ -s "$file" ] || fail "no manual page of $page"

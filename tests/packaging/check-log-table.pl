@@ -1,6 +1,6 @@
 #!/usr/bin/perl
 # The table of docs/log.md has every text that the module logs as an error or a warning, with its level, and none that it doesn't.
-# Of other levels it has what it likes, as long as the module logs it.
+# It may have texts of other levels, as long as the module logs them.
 # Usage: tests/packaging/check-log-table.pl [--list]   --list prints the texts that the code has.
 use strict;
 use warnings;
@@ -8,7 +8,7 @@ use File::Basename;
 
 my $top = dirname(__FILE__) . "/../..";
 
-# Texts that travel through a variable to a call of another level. Every other text that travels counts as an error's or a warning's.
+# Texts that reach a call of another level through a variable. Every other text in a variable counts as an error's or a warning's.
 my %quiet = map { $_ => 1 } grep { length } split /\n/, <<'END';
 KVCGetCerts rawURL nextlinkstr Found
 KVCGetKeys rawURL nextlinkstr Found
@@ -53,7 +53,7 @@ for my $file (glob "$top/{provider,keyvault,certsync,support}/*.{cpp,h}") {
     $code =~ s{//[^\n]*}{}g;
     my $balanced;
     $balanced = qr/(?:[^()"]|"(?:[^"\\]|\\.)*"|\((??{$balanced})\))*/;
-    # The first argument of each log call; what is left afterwards travels.
+    # The first argument of each log call; the literals left over are passed through variables.
     $code =~ s{\b(Log\w+|WaitAndRetry)\(($balanced)\)}{
         my ($call, $arguments) = ($1, $2);
         my ($message) = $arguments =~ /^((?:[^,()"]|"(?:[^"\\]|\\.)*"|\($balanced\))*)/;

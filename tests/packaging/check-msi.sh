@@ -31,7 +31,7 @@ in_order() { # in_order ACTION...
     done
 }
 
-# What it is. The upgrade code never changes: by it an upgrade finds what it replaces.
+# What it is. The upgrade code never changes: an upgrade uses it to find what it replaces.
 expect "the upgrade code" '{55AADE55-D09C-5FF2-813B-F5EF9D09740B}' "$(column Property UpgradeCode 2)"
 expect "the version" "$version" "$(column Property ProductVersion 2)"
 expect "the scope" 1 "$(column Property ALLUSERS 2)"
@@ -63,7 +63,7 @@ for file in Module64.dll Module32.dll Kelvaroctl64.exe Kelvaroctl32.exe KelvaroR
     expect "$file's version" "$version.0" "$(column File $file 5)"
 done
 for file in "$payload"/x*/*; do
-    objdump -h "$file" | grep -q '\.rsrc' || fail "$file has no version of its own"
+    objdump -h "$file" | grep -q '\.rsrc' || fail "$file has no version resource"
 done
 unlisted=$(table Component | cut -f1 | sort | comm -3 - "$(table FeatureComponents | cut -f2 | sort >"$work/listed" && echo "$work/listed")")
 [ -z "$unlisted" ] || fail "components and features differ: $unlisted"
@@ -98,7 +98,7 @@ for file in "$payload"/x*/*; do
     objdump -p "$file" | grep -i '^Time/Date' | grep -q '1970' || fail "$file carries the time of its build"
 done
 
-# Settings: every one that the tool knows and an administrator sets, in both views, written once and never taken away.
+# Settings: every one that the tool knows and an administrator sets, in both views, written once and never removed.
 known=$(sed -n 's/^ *{"\([A-Za-z]*\)", SettingKind::\(Text\|Number\|Secret\),.*/\1/p' "$top/kelvaroctl/setting_table.cpp" |
     grep -v '^ClientCertID$')
 [ -n "$known" ] || fail "the tool's settings were not found"

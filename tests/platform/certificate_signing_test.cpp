@@ -5,7 +5,7 @@
 
 namespace {
 
-// What the key makes of the signed part: PKCS#1 signatures are the same each time.
+// The key's signature of the signed part: PKCS#1 signatures are the same each time.
 std::string SignatureOver(X509* certificate, NCRYPT_KEY_HANDLE key, const char* digest)
 {
     BYTE* signedPart = nullptr;
@@ -85,7 +85,7 @@ TEST(CertificateSigning, OnlyTheStructureOfACertificateIsRead)
     EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
 }
 
-TEST(RequestDecoding, TheWholeRequestLiesInTheCallersBuffer)
+TEST(RequestDecoding, TheWholeRequestIsInTheCallersBuffer)
 {
     std::string request = ReadFileText(X509File("request-rsa4096.der"));
     std::string decoded;

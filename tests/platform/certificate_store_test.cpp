@@ -134,7 +134,7 @@ TEST(CertificateStore, WhatOneHandleAddsAnotherFinds)
     EXPECT_EQ(KeyOf(found), "web01" + kBound);
     EXPECT_EQ(ErrorOf(SetKey(found, u"other")), DWORD(E_ACCESSDENIED));
     EXPECT_EQ(ErrorOf(again.Add(TestCertificate('2')) != nullptr), DWORD(E_ACCESSDENIED));
-    EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is another";
+    EXPECT_TRUE(Store(CERT_SYSTEM_STORE_CURRENT_USER).Names().empty()) << "the user's store is a different one";
     EXPECT_EQ(ErrorOf(Store(CERT_SYSTEM_STORE_LOCAL_MACHINE, u"../My").handle != nullptr), DWORD{ERROR_FILE_NOT_FOUND});
     const Context context = Store(CERT_SYSTEM_STORE_LOCAL_MACHINE, u"MY").Add(TestCertificate('2'));
     EXPECT_TRUE(SetKey(context, u"web02")) << "a context outlives its store's handle";

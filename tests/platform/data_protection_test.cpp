@@ -89,7 +89,7 @@ TEST(DataProtection, OtherEntropyOrAnotherKeyIsRefused)
     std::vector<std::string> blobs(8);
     OnThreads(8, [&blobs](int i) { blobs[static_cast<size_t>(i)] = Protected("tiger", 0); });
     for (const std::string& one : blobs)
-        EXPECT_EQ(Unprotected(one), "tiger") << "first uses at once agree on one key";
+        EXPECT_EQ(Unprotected(one), "tiger") << "concurrent first uses agree on one key";
     const std::string blob = blobs[0];
     EXPECT_EQ(Unprotected(blob, "salt?"), "error D");
     EXPECT_EQ(Unprotected(blob, ""), "error D");

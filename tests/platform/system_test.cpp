@@ -56,14 +56,14 @@ TEST(Semaphore, CountsAndTimesOut)
     EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_TIMEOUT);
     const auto before = std::chrono::steady_clock::now();
     EXPECT_EQ(WaitForSingleObject(semaphore, 30), WAIT_TIMEOUT);
-    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(29)) << "not before its time";
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(29)) << "too early";
     LONG previous = 9;
     EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
     EXPECT_EQ(previous, 0);
     EXPECT_EQ(ErrorOf(ReleaseSemaphore(semaphore, 1, &previous)), DWORD{ERROR_TOO_MANY_POSTS});
     EXPECT_TRUE(CloseHandle(semaphore));
 
-    // More handles than the table has places: a place is used again, a handle isn't.
+    // More handles than the table has slots: slots are reused, handles aren't.
     for (int i = 0; i < 5000; i++) {
         const HANDLE next = CreateSemaphoreW(nullptr, 1, 1, nullptr);
         ASSERT_NE(next, semaphore);

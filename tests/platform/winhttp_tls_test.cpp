@@ -66,7 +66,7 @@ TEST_F(WinHttpTls, ChecksThePeerAgainstTheNameThatWasAskedFor)
     }
 }
 
-TEST_F(WinHttpTls, ForgivesACertificateInOneRequestOnly)
+TEST_F(WinHttpTls, IgnoresCertificateErrorsInOneRequestOnly)
 {
     constexpr DWORD kRoot = SECURITY_FLAG_IGNORE_UNKNOWN_CA;
     constexpr DWORD kName = SECURITY_FLAG_IGNORE_CERT_CN_INVALID;
@@ -82,11 +82,11 @@ TEST_F(WinHttpTls, ForgivesACertificateInOneRequestOnly)
         ConnectTo(Entry(443, server));
         EXPECT_EQ(Get(0, (kRoot | kName | kDate) & ~flag), "send 12175");
         EXPECT_EQ(Get(0, flag), "200");
-        EXPECT_EQ(Get(), "send 12175") << "resumes what was forgiven";
+        EXPECT_EQ(Get(), "send 12175") << "resumes what only one request accepted";
         EXPECT_EQ(Get(0, flag), "200");
         EXPECT_EQ(server.seen().resumed, 0);
     }
-    EXPECT_EQ(Get(0, 0x200), "option 87");  // a wrong usage is never forgiven
+    EXPECT_EQ(Get(0, 0x200), "option 87");  // a wrong usage is never ignored
 }
 
 TEST_F(WinHttpTls, DistinguishesARefusalFromABrokenConnection)
@@ -150,7 +150,7 @@ TEST_F(WinHttpTls, ResumesASessionWhileTheRootsAreTheSame)
     }
 }
 
-// libcurl's handles are used again.
+// libcurl's handles are reused.
 TEST_F(WinHttpTls, CarriesNothingOverToTheNextRequest)
 {
     RawServer server(

@@ -131,7 +131,7 @@ TEST_F(KeysTest, EveryFailureToReadLooksTheSame)
         EXPECT_EQ(7u, key);
         EXPECT_EQ(Lines{"KelvaroOpenKey Error Error 0x80090011"}, ErrorLines());
     }
-    EXPECT_EQ(2u, sim.VaultRequests().size()) << "the last name has no form in the vault";
+    EXPECT_EQ(2u, sim.VaultRequests().size()) << "the last name can't be encoded for the vault";
 }
 
 TEST_F(KeysTest, ACreationLooksForTheNameUnlessItOverwrites)

@@ -197,7 +197,7 @@ TEST_F(PropertiesTest, NamingTheCertificateMarksTheKey)
         return Hex(status) + (Record(key)->publishCert ? " marked" : "") + (ErrorLines().empty() ? "" : " logged");
     };
     EXPECT_EQ(Hex(NTE_NOT_FOUND) + " logged", probe("SmartCardKeyCertificate", kOnly));
-    EXPECT_EQ(Hex(NTE_NOT_SUPPORTED) + " marked", probe("SmartCardKeyCertificate", 0)) << "a probe is no error";
+    EXPECT_EQ(Hex(NTE_NOT_SUPPORTED) + " marked", probe("SmartCardKeyCertificate", 0)) << "a probe isn't an error";
     EXPECT_EQ(Hex(NTE_NOT_SUPPORTED) + " logged", probe("smartcardkeycertificate", 0));
     for (const char* name : {"SmartCardKeyCertificate", "smartcardKEYcertificate"}) {
         const NCRYPT_KEY_HANDLE key = Pending("RSA");

@@ -24,7 +24,7 @@ constexpr char kDone[] = "0x00000000";
 constexpr DWORD kMachine = NCRYPT_MACHINE_KEY_FLAG;
 constexpr DWORD kOnly = NCRYPT_PERSIST_ONLY_FLAG;
 
-// A vault's answer to the read of a key, for keys that the simulator can't have.
+// The vault's answer when a key is read, for keys that the simulator can't have.
 json RsaAnswer(const Bytes& n);
 json CurveAnswer(const std::string& crv, const Bytes& x, const Bytes& y,
                  const std::vector<std::string>& ops = {"sign", "verify"}, const std::string& algIdTag = "");

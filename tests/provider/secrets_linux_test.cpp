@@ -60,6 +60,6 @@ TEST_F(ProviderTest, ASecretSetWhileAHostOpensIsUsed)
     kill(host, SIGKILL);
     int status = 0;
     waitpid(host, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status)) << "the host ended by itself";
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the host ended on its own";
     EXPECT_EQ("", lost);
 }

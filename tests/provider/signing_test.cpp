@@ -108,7 +108,7 @@ TEST_F(SigningTest, TheNameOfACurveKeyCountsOnlyForAHashOfTargetSize)
     EXPECT_EQ("ES384", Bodies("verify").back()["alg"]);
 }
 
-TEST_F(SigningTest, UsageBindsSignaturesAndDecryptionsAlone)
+TEST_F(SigningTest, UsageRestrictsOnlySignaturesAndDecryptions)
 {
     const NCRYPT_KEY_HANDLE key = OpenKey("RSA"), decrypts = OpenKey("RSA");
     Record(decrypts)->dwKeyUsage = NCRYPT_ALLOW_DECRYPT_FLAG;
@@ -126,7 +126,7 @@ TEST_F(SigningTest, TheVaultsAnswersReachTheHost)
     const auto sign = [&](DWORD room, size_t cbHash = 32) { return Sign(key, Pattern(cbHash), kPss, "SHA256", room); };
     EXPECT_EQ(Hex(NTE_BAD_SIGNATURE), Verify(key, Pattern(32), Pattern(256), kPss, "SHA256"));
     EXPECT_EQ("KelvaroVerifySignature Error 0x80090006", LastErrorLine());
-    EXPECT_EQ(Hex(NTE_FAIL), Hex(sign(300, 20).status)) << "the vault judges the size of a hash";
+    EXPECT_EQ(Hex(NTE_FAIL), Hex(sign(300, 20).status)) << "the vault checks the size of a hash";
     const Bytes cipher = Encrypt(key, Pattern(16), kOaep).bytes;
     const Row<const char*, Result, SECURITY_STATUS, DWORD> rows[] = {
         {"signature that fits", sign(256), 0, 256},

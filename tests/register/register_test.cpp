@@ -1,4 +1,4 @@
-// The program's commands over a router in memory, and what it thinks of the modules that it finds.
+// The program's commands over a router in memory, and how it classifies the modules that it finds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -224,11 +224,11 @@ TEST_F(Register, InstallsReportsAndUndoesEverything)
     Expect({"status"}, kDone,
            "registered: yes, with kelvaro.dll\nlisted as a key storage provider: yes\nready for use\n");
 
-    // Half a registration is completed.
+    // An incomplete registration is completed.
     router.listing.pop_back();
     Expect({"status"}, kNotInstalled, "registered: yes");
     Expect({"install"}, kDone, "", "add ");
-    // Another's record is replaced.
+    // Another program's record is replaced.
     router.image = TEXT("other.dll");
     Expect({"status"}, kNotInstalled, "with other.dll, which is not what this program registers");
     Expect({"install"}, kDone, "replaced", "register ");

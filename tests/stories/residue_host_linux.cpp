@@ -59,7 +59,7 @@ const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table;
 NCRYPT_PROV_HANDLE provider;
 NCRYPT_KEY_HANDLE key;
 
-// What the host itself has of a secret, while a step runs.
+// The host's own copies of a secret, while a step runs.
 struct {
     WCHAR name[64];
     BYTE input[16384];

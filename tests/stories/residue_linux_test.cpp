@@ -1,4 +1,4 @@
-// Nothing of a secret is left in a host's memory after everything is freed.
+// No part of a secret is left in a host's memory after everything is freed.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>

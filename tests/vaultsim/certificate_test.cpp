@@ -101,7 +101,7 @@ TEST_F(CertificateTest, UntilTheMergeThereIsNoKeyAndNoSecondCreation)
     EXPECT_EQ(Create("b", kCurve).status, 202u);
 }
 
-TEST_F(CertificateTest, AMergeWantsTheKeyOfTheRequest)
+TEST_F(CertificateTest, AMergeNeedsTheKeyOfTheRequest)
 {
     const Reply created = Create("a", kCurve);
     const Reply other = Create("b", kCurve);

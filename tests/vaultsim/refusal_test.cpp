@@ -1,5 +1,5 @@
-// What the vault, the sign-in endpoint and the identity services refuse, and how: what a wrong request of the module
-// would meet.
+// What the vault, the sign-in endpoint and the identity services refuse, and how: what the module would get for a wrong
+// request.
 #include <filesystem>
 #include <fstream>
 
