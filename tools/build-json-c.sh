@@ -29,12 +29,14 @@ fi
 
 rm -rf "$build/jsonc-build" "$build/jsonc"
 # The library runs inside hosts. A thread-local variable would link in the compiler's thread library, which adds an
-# exception handler to the whole process.
+# exception handler to the whole process. And setlocale() changes the locale of all threads: two that parse at once could
+# leave the host's numbers in the C locale. Without it the host's decimal separator applies to fractions, which no answer
+# has.
 cmake -S "$sources/$version" -B "$build/jsonc-build" -G Ninja -Wno-dev -Wno-deprecated \
     -DCMAKE_TOOLCHAIN_FILE="$here/../cmake/mingw-$arch.cmake" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX="$build/jsonc" -DCMAKE_INSTALL_LIBDIR=lib \
     -DBUILD_SHARED_LIBS=OFF -DBUILD_STATIC_LIBS=ON -DBUILD_TESTING=OFF -DDISABLE_THREAD_LOCAL_STORAGE=ON \
-    -DDISABLE_WERROR=ON -DDISABLE_EXTRA_LIBS=ON >"$build/jsonc.log" 2>&1 || { cat "$build/jsonc.log"; exit 1; }
+    -DHAVE_SETLOCALE=OFF -DDISABLE_WERROR=ON -DDISABLE_EXTRA_LIBS=ON >"$build/jsonc.log" 2>&1 || { cat "$build/jsonc.log"; exit 1; }
 cmake --build "$build/jsonc-build" >/dev/null
 cmake --install "$build/jsonc-build" >/dev/null
 cp "$sources/$version/debian/copyright" "$build/jsonc/copyright"

@@ -1,7 +1,8 @@
 #!/bin/sh
 # Checks that the Windows module exports exactly GetKeyStorageInterface, undecorated; that module and programs need only
 # Windows' own DLLs, carry the version of the file VERSION, and enable ASLR and DEP; that the module installs no
-# exception handler in its host; and that each program's manifest states the privileges it runs with.
+# exception handler in its host and never changes its locale; and that each program's manifest states the privileges it
+# runs with.
 # Usage: tools/check-windows-binaries.sh BUILD_DIR
 set -eu
 build=$1
@@ -51,6 +52,7 @@ exports=$(objdump -p "$module" | awk '/\[Ordinal\/Name Pointer\] Table/ {on = 1;
 [ "$exports" = GetKeyStorageInterface ] || wrong "$module exports: $exports"
 hooked=$(hooks "$module")
 [ -z "$hooked" ] || wrong "$module hooks into its host's exceptions:" $hooked
+! objdump -p "$module" | grep -qwE '_?w?setlocale' || wrong "$module can change its host's locale"
 
 for file in "$module" "$build"/kelvaroctl/*.exe "$build"/register/*.exe; do
     [ -f "$file" ] || continue
