@@ -22,8 +22,7 @@ bool SameInPath(WCHAR a, WCHAR b)
 }
 
 // Two separators start the name of a share, a pipe or a device. A path that the platform resolves to a different one is
-// relative, contains "..", or names a device in a folder. A drive letter may stand for a
-// share.
+// relative, contains "..", or names a device in a folder. A drive letter may stand for a share.
 bool IsLocalPath(const WCHAR* path)
 {
     const TextView text = View(path);

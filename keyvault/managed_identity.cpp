@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "keyvault/arc_secret.h"
 #include "keyvault/endpoints.h"
 #include "keyvault/join.h"

@@ -1,5 +1,3 @@
-#include <string.h>
-
 #include "keyvault/json.h"
 #include "keyvault/signin.h"
 #include "keyvault/vault_name.h"

@@ -2,7 +2,6 @@
 
 #include <string.h>
 
-#include "keyvault/join.h"
 #include "keyvault/web_call_body.h"
 #include "platform/product.h"
 #include "support/clock.h"
