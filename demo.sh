@@ -72,7 +72,7 @@ if grep -rqF "$secret" "$KELVARO_ROOT"; then
     echo "the clear secret is still on the disk" >&2
     exit 1
 fi
-echo "The client secret has moved under data protection: no file holds it in clear any more."
+echo "The client secret is now under data protection: no file has it in clear text any more."
 
 say "3. A file signed with RS256, PS256 and ES256, and each signature verified twice"
 head -c 100000 /dev/urandom >"$work/file"
@@ -126,10 +126,10 @@ done
 ctl keys delete tls-rsa --yes
 ctl keys delete tls-p384 --yes
 if [ "$(control GET /vaults/demo-standard | jq '[.keys, .certificates, .deletedKeys, .deletedCertificates] | map(length) | add')" -ne 0 ]; then
-    echo "the vault still holds something" >&2
+    echo "the vault still has keys or certificates" >&2
     exit 1
 fi
-echo "Nothing is left of them in the vault. The requests that it took:"
+echo "The vault has nothing left of them. The requests that were made:"
 control GET /journal | jq -r '.requests[] | select(.target | contains("/tls-")) | "  \(.status) \(.method) \(.target | sub("/[0-9a-f]{32}"; "/VERSION"))"'
 
 say "5. The tail of the log"
@@ -155,7 +155,7 @@ configure_enrolment() { # in the root that KELVARO_ROOT names; keys live as cert
     done
     printf '%s\n' "$secret" | ctl config set ClientSecret >/dev/null
 }
-in_vault() { # the subject of the certificate that the vault holds
+in_vault() { # the subject of the vault's certificate
     control GET /vaults/demo-vault | jq -r '.certificates[] | select(.name == "web01") | .versions[-1].cer' |
         base64 -d | openssl x509 -inform DER -noout -subject
 }

@@ -30,7 +30,7 @@ repeats() { # repeats TEST
 }
 met=$work/met
 : >"$met"
-run "$build/tests/windows_host.exe" "Z:$build/provider/kelvaro.dll" 2>&1 || wrong "the module is no good guest"
+run "$build/tests/windows_host.exe" "Z:$build/provider/kelvaro.dll" 2>&1 || wrong "the module misbehaves in its host"
 [ -s "$runtime_root$build/tests.txt" ] || wrong "no test programs"
 ended() { # ended LOG: whether the program reached its last line
     grep -q '^\[==========\].* ran' "$1"
@@ -45,7 +45,7 @@ run_listed() { # run_listed PROGRAM
         sed -n 's/^\[       OK \] \([^ ]*\).*/\1/p' "$work/alone" >"$work/passed"
         while read -r test; do
             if run "$1" --gtest_filter="$test" --gtest_repeat="$(repeats "$test")" >"$work/again" 2>&1; then
-                wrong "$test passes: take it from the list of what the runtime can't do"
+                wrong "$test passes: remove it from the list of what the runtime can't do"
             fi
         done <"$work/passed"
         if ended "$work/alone"; then

@@ -71,5 +71,5 @@ done
 for file in "$module" "$build/kelvaroctl/kelvaroctl.exe"; do
     [ -f "$file" ] || wrong "$file is missing"
 done
-[ "$failed" = 0 ] && echo "exports, imports, versions, manifests and guards of $build are as they must be"
+[ "$failed" = 0 ] && echo "exports, imports, versions, manifests and guards of $build are as expected"
 exit "$failed"

@@ -339,7 +339,7 @@ function ThreadTime([string] $Module) {
 # ---- steps: number, title, the steps it needs, what it does. A step returns what it found.
 
 $Steps = @(
-    @(1, 'the installer installs', @(), {
+    @(1, 'the installer installs the product', @(), {
         if (-not $Msi) { return Skip 'no -Msi' }
         if (Test-Path $Tool) { return Skip 'the provider is already installed' }
         $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/i', "`"$Msi`"", '/qn', '/l*v', "`"$Work\install.log`""
@@ -390,7 +390,7 @@ $Steps = @(
         }
         'written for both kinds of programs, protected in both'
     }),
-    @(5, 'the vault is listed, four ways alike', @(4), {
+    @(5, 'the vault is listed four ways, with the same result', @(4), {
         $lists = foreach ($program in $Tool, $Tool32) {
             Must $program @('keys', 'list')
             Must $program @('--via', 'ncrypt', 'keys', 'list')
@@ -497,7 +497,7 @@ $Steps = @(
         Check ($text -notmatch 'eyJ[A-Za-z0-9_-]{40}') 'the log contains a token'
         $events = @(Get-WinEvent -FilterHashtable @{ LogName = 'Application'; StartTime = $Began } -ErrorAction SilentlyContinue |
             Where-Object { $_.ToXml() -match 'KelvaroOpenKey Error' })
-        Check ($events.Count -gt 0) 'the event log has nothing of step 10'
+        Check ($events.Count -gt 0) 'the event log has no event of step 10'
         "lines of attach, open and sign, no token; in the event log: $("$($events[0].Message)" -replace '\s+', ' ')"
     }),
     @(16, 'a host''s threads stay fast', @(1), {
@@ -532,8 +532,8 @@ $Steps = @(
         $says = "$what ended with $($done.ExitCode), the old handle signs"
         if ($Next) { $says } else { Found $says }
     }),
-    @(19, 'the installer removes', @(1), {
-        if (-not $Made.Installed) { return Skip 'this run did not install' }
+    @(19, 'the installer removes the product', @(1), {
+        if (-not $Made.Installed) { return Skip 'this run did not install the product' }
         RemoveProbes
         $done = Start-Process msiexec.exe -Wait -PassThru -ArgumentList '/x', "`"$($Made.Installed)`"", '/qn'
         Check ($done.ExitCode -in 0, 3010) "ended with $($done.ExitCode)"

@@ -99,7 +99,7 @@ openssl dgst -sha256 -verify "$work/signer.pem" -signature "$work/file.sig" "$wo
 # What a machine stores there.
 mkdir -p "$root/var/lib/kelvaro/registry"
 dpkg_there --remove kelvaro
-[ -d "$root/var/lib/kelvaro/registry" ] || fail "removal took the settings away"
+[ -d "$root/var/lib/kelvaro/registry" ] || fail "removal deleted the settings"
 dpkg_there --purge kelvaro kelvaro-vaultsim
 left=$(find "$root" -name '*kelvaro*' -o -name vaultsim)
 [ -z "$left" ] || fail "left behind: $left"

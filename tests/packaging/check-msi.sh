@@ -149,5 +149,5 @@ in_order InstallInitialize RemoveExistingProducts UndoUnregister UnregisterProvi
 [ "$(sequence AppSearch)" -lt "$(sequence LaunchConditions)" ] || fail "the processor is read too late"
 msiinfo extract "$msi" Binary.Registrar | cmp -s - "$payload/x64/kelvaro-register.exe" || fail "the package has another kelvaro-register than the one built"
 
-[ "$failed" = 0 ] && echo "installer: files, registry, actions and their order are as they must be"
+[ "$failed" = 0 ] && echo "installer: files, registry, actions and their order are as expected"
 exit "$failed"
