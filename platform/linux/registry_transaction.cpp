@@ -15,6 +15,13 @@ bool SameValues(const RegistryKey& a, const RegistryKey& b)
                       });
 }
 
+// A key that has keys below it may have no line in the file.
+RegistryKey KeyIn(const RegistryHive& hive, const std::u16string& path)
+{
+    const RegistryKey* const found = hive.FindKey(path);
+    return found ? *found : RegistryKey{{}, path, {}};
+}
+
 }  // namespace
 
 LONG Transaction::Enter(HiveId hive, const std::u16string& path)
@@ -22,10 +29,10 @@ LONG Transaction::Enter(HiveId hive, const std::u16string& path)
     if (ended_ || keys_.count(hive))
         return ERROR_NOT_SUPPORTED;
     return ReadHive(hive, HiveContent::complete, [&](const RegistryHive& current) -> LONG {
-        const RegistryKey* found = current.FindKey(path);
-        if (!found)
+        if (!current.HasKey(path))
             return ERROR_FILE_NOT_FOUND;
-        keys_[hive] = {*found, *found};
+        const RegistryKey key = KeyIn(current, path);
+        keys_[hive] = {key, key};
         return ERROR_SUCCESS;
     });
 }
@@ -39,11 +46,11 @@ LONG Transaction::Commit()
     std::map<HiveId, HiveRewrite> rewrites;
     for (const auto& [hive, key] : keys_) {
         Check(rewrites[hive].Prepare(hive, [&entered = key](RegistryHive* current, bool* changed) -> LONG {
-            RegistryKey* const found = current->FindKey(entered.before.path);
-            if (!found || !SameValues(*found, entered.before))
+            const std::u16string& path = entered.before.path;
+            if (!current->HasKey(path) || !SameValues(KeyIn(*current, path), entered.before))
                 return ERROR_TRANSACTION_ALREADY_ABORTED;
-            *changed = !SameValues(*found, entered.after);
-            found->values = entered.after.values;
+            *changed = !SameValues(entered.before, entered.after);
+            current->FindOrAddKey(path)->values = entered.after.values;
             return ERROR_SUCCESS;
         }));
     }

@@ -263,6 +263,19 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
         EXPECT_TRUE(CloseHandle(transaction));
         EXPECT_EQ(GetText(u"B", HKEY_CURRENT_USER), b);
     }
+
+    // A key that only has keys below it in the file.
+    const PlatformRoot root;
+    WriteFileText(MachineFile(root), kFirstLine + "[HKEY_LOCAL_MACHINE\\Software\\Zandrel\\Kelvaro\\Below]\n");
+    ASSERT_EQ(Create(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
+    const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyTransactedW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_SET_VALUE, &key, transaction, nullptr), 0);
+    EXPECT_EQ(RegSetValueExW(key, u"A", 0, REG_SZ, reinterpret_cast<const BYTE*>(u"mine"), 10), ERROR_SUCCESS);
+    EXPECT_TRUE(CommitTransaction(transaction));
+    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+    EXPECT_TRUE(CloseHandle(transaction));
+    EXPECT_EQ(GetText(u"A"), "mine");
 }
 
 TEST(Registry, WritersInThreadsAndProcessesLoseNothing)
