@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "support/text.h"
 
 void Wipe(void* block, size_t size)
@@ -23,7 +25,7 @@ void* WipeRealloc(void* block, size_t oldSize, size_t newSize)
     if (!grown)
         return nullptr;
     if (block)
-        memcpy(grown, block, oldSize);
+        memcpy(grown, block, std::min(oldSize, newSize));
     WipeFree(block, oldSize);
     return grown;
 }

@@ -9,9 +9,9 @@ void Wipe(void* block, size_t size);
 // Wipes a block and frees it (free). NULL does nothing.
 void WipeFree(void* block, size_t size);
 
-// realloc for secrets: moves the first `oldSize` bytes of `block` to a new block of `newSize` bytes (at least oldSize;
-// the rest is zero) and wipes the old one, which realloc would leave on the heap unchanged. block: NULL with oldSize 0
-// for a new block. NULL: no memory; `block` is unchanged and still the caller's.
+// realloc for secrets: moves a block of `oldSize` bytes to a new one of `newSize`, cut or filled with zeros, and wipes
+// the old one, which realloc would leave on the heap unchanged. block: NULL with oldSize 0 for a new block. NULL: no
+// memory; `block` is unchanged and still the caller's.
 void* WipeRealloc(void* block, size_t oldSize, size_t newSize);
 
 // Wipe a zero-terminated text up to its terminator, and free it. NULL does nothing.

@@ -88,23 +88,28 @@ void ExpectWhole(const BldStr* str, const std::string& text, DWORD capacity)
 
 TEST(BldStrTest, GrowsToTheExactSizeAndOnlyWhenItMust)
 {
-    const BldStrPtr str(BldStrNew(4));
-    ExpectWhole(str.get(), "", 10);
-    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("abcd")));
-    ExpectWhole(str.get(), "abcd", 10);
-    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("efg")));
-    EXPECT_EQ(1, BldStrCat(str.get(), TEXT("")));
-    ExpectWhole(str.get(), "abcdefg", 16);
-    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("xy")));
-    ExpectWhole(str.get(), "xy", 16);
-    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("1234567890")));
-    ExpectWhole(str.get(), "1234567890", 22);
-    EXPECT_EQ(1, BldStrReplace(str.get(), str->cStr + 4)) << "a part of its own text";
-    ExpectWhole(str.get(), "567890", 22);
-    EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("-a--b-c-")));
-    BldStrRemove(str.get(), '-');
-    BldStrRemove(str.get(), 'x');
-    ExpectWhole(str.get(), "abc", 18);
+    // A secret is moved in another way.
+    for (const bool secret : {false, true}) {
+        const BldStrPtr str(BldStrNew(4));
+        if (secret)
+            BldStrMarkSecret(str.get());
+        ExpectWhole(str.get(), "", 10);
+        EXPECT_EQ(1, BldStrCat(str.get(), TEXT("abcd")));
+        ExpectWhole(str.get(), "abcd", 10);
+        EXPECT_EQ(1, BldStrCat(str.get(), TEXT("efg")));
+        EXPECT_EQ(1, BldStrCat(str.get(), TEXT("")));
+        ExpectWhole(str.get(), "abcdefg", 16);
+        EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("xy")));
+        ExpectWhole(str.get(), "xy", 16);
+        EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("1234567890")));
+        ExpectWhole(str.get(), "1234567890", 22);
+        EXPECT_EQ(1, BldStrReplace(str.get(), str->cStr + 4)) << "a part of its own text";
+        ExpectWhole(str.get(), "567890", 22);
+        EXPECT_EQ(1, BldStrReplace(str.get(), TEXT("-a--b-c-"))) << "longer, but to a smaller block";
+        BldStrRemove(str.get(), '-');
+        BldStrRemove(str.get(), 'x');
+        ExpectWhole(str.get(), "abc", 18);
+    }
     ExpectWhole(BldStrPtr(BldStrNewStr(TEXT(""))).get(), "", 2);
     ExpectWhole(BldStrPtr(BldStrNewStrFromAscii("plain text")).get(), "plain text", 22);
 }
