@@ -12,8 +12,9 @@
 // With isVerify the digest of *outputLen bytes, which is sent and not changed.
 //
 // 0: *outputLen is the length of the result.
-// NTE_FAIL: the vault refused, the result isn't Base64, or it needs more room (*outputLen then has the size).
-// NTE_INVALID_PARAMETER: a NULL argument, or an answer without "value".
+// NTE_FAIL: the vault refused, the result isn't Base64, it needs more room (*outputLen then has the size), or there was
+// no memory for the request.
+// NTE_INVALID_PARAMETER: a NULL argument, an answer without "value", or no memory for the answer.
 // NTE_BAD_SIGNATURE: the signature doesn't match.
 // Blocks for one exchange, longer if throttled.
 SECURITY_STATUS KVCCryptoOp(KVC* kvc, const WCHAR* actionverb, const WCHAR* keyName, const WCHAR* version, int isVerify,

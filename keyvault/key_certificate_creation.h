@@ -12,9 +12,9 @@
 // vault's certificate request and merged.
 // subject: the policy's subject as an X.500 string, used with b64Cert only; NULL or empty: a fixed one.
 //
-// Non-zero: `key` is filled; the caller releases it with KVCFreeKVKey. 0: the creation or the read-back failed, or no
-// memory; the previous contents of `key` aren't released and may be overwritten. A failed merge is only logged. Blocks
-// for three exchanges, longer if throttled.
+// Non-zero: `key` is filled; the caller releases it with KVCFreeKVKey. 0: the creation, the dummy certificate or the
+// read-back failed, or no memory; the previous contents of `key` aren't released and may be overwritten. A failed merge
+// is only logged. Blocks for three exchanges, longer if throttled.
 int KVCLowLevelCreateKeyCertificate(KVC* kvc, const WCHAR* keyName, const WCHAR* encodedName, const WCHAR* algId,
                                     LONG keyBits, KVKey* key, DWORD exportable, const BYTE* b64Cert, DWORD certSize,
                                     const WCHAR* subject);
