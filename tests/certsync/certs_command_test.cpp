@@ -24,9 +24,9 @@ class CertsCommandTest : public CtlTest {
         AddVaultCertificate(name, {{"subject", subject}});
     }
     // A certificate from an authority outside the vault, also in the file.
-    Issued IssueTo(const std::string& file, const json& spec)
+    Issued IssueTo(const std::string& file, const json& wanted)
     {
-        const Issued issued = Issue(spec);
+        const Issued issued = Issue(wanted);
         WriteFile(file, issued.pem);
         return issued;
     }

@@ -52,9 +52,9 @@ void ClearStores()
     }
 }
 
-Issued Issue(const json& spec)
+Issued Issue(const json& wanted)
 {
-    const json answer = Simulator::Get().Control("POST", VaultPath("/issue"), spec);
+    const json answer = Simulator::Get().Control("POST", VaultPath("/issue"), wanted);
     return {FromBase64(answer["der"]), answer["der"], answer["pem"], answer["hash"]};
 }
 

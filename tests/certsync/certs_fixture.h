@@ -19,8 +19,8 @@ struct Issued {
 };
 
 void ClearStores();  // the machine's and the user's
-// spec: for the simulator's control call; {"key":..} for a key of the vault.
-Issued Issue(const nlohmann::json& spec);
+// wanted: for the simulator's control call; {"key":..} for a key of the vault.
+Issued Issue(const nlohmann::json& wanted);
 // A new version of a certificate of the vault. more: for the simulator's control call; the default is a new key.
 void AddVaultCertificate(const std::string& name, const nlohmann::json& more = nlohmann::json::object());
 // The hash of the newest version of a certificate of the vault.

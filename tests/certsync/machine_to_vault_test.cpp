@@ -21,10 +21,10 @@ class MachineToVaultTest : public CertsTest {
         root.SetNumber(HKEY_LOCAL_MACHINE, kStamp, 0xFFFFFFFF);
     }
     // A certificate of the vault's key "web", bound to it in the machine's store.
-    Issued Install(json spec = json::object())
+    Issued Install(json wanted = json::object())
     {
-        spec["key"] = "web";
-        const Issued issued = Issue(spec);
+        wanted["key"] = "web";
+        const Issued issued = Issue(wanted);
         AddToStore(issued, "web");
         return issued;
     }

@@ -113,8 +113,8 @@ class DoctorFaultTest : public DoctorTest, public testing::WithParamInterface<si
     // A certificate of the key in the machine's store.
     void Bind(int64_t notAfter)
     {
-        const json spec = {{"key", "key"}, {"subject", "CN=web"}, {"notBefore", 1577836800}, {"notAfter", notAfter}};
-        const json issued = sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/issue", spec);
+        const json wanted = {{"key", "key"}, {"subject", "CN=web"}, {"notBefore", 1577836800}, {"notAfter", notAfter}};
+        const json issued = sim.Control("POST", std::string("/vaults/") + Simulator::kVault + "/issue", wanted);
         WriteFile("web.pem", issued["pem"].get<std::string>());
         Out({"certs", "install", File("web.pem"), "--key", "key"});
     }
