@@ -15,9 +15,9 @@ static const char kUsageText[] =
     "The installer also calls save-settings, restore-settings, forget-settings, check-access, which fails if ordinary\n"
     "users can read the settings, and check-secret, which fails if a client secret is stored in clear text.\n"
     "\n"
-    "Exit codes: 0 done; 1 status: not ready for use, install: no module that fits, check-access, check-secret: "
-    "failed;\n"
-    "2 wrong command line; 3 Windows refused\n";
+    "Exit codes: 0 done; 1 not ready for use (status), no module that fits (install), or a failed check; 2 wrong "
+    "command\n"
+    "line; 3 Windows refused\n";
 
 static std::string PathOf(const ModulePlace& place)
 {
