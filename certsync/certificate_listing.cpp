@@ -91,7 +91,7 @@ bool TakePage(const char* body, TextList* list, ListWalk* walk)
     return true;
 }
 
-// One block: `count` pointers, and behind them the slots that they point to. NULL: no memory.
+// One block: `count` pointers, followed by the slots that they point to. NULL: no memory.
 HeapPtr<WCHAR*> NewSlots(size_t count)
 {
     constexpr uint64_t kBytesPerSlot = sizeof(WCHAR*) + kCertSlotChars * sizeof(WCHAR);

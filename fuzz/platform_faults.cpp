@@ -34,7 +34,7 @@ struct Failing<Result(Parameters...), real, result> {
 
 }  // namespace
 
-// A template can't have the name that the linker wants for the wrapper, so a resolver picks the function.
+// A template can't have the name that the linker requires for the wrapper, so a resolver picks the function.
 #define FAILS(function, symbol, result)                                              \
     decltype(function) Real_##function __asm__("__real_" symbol);                    \
     extern "C" decltype(&(function)) Pick_##function()                               \

@@ -32,7 +32,7 @@ PublicKey ParsePublicBlob(const Bytes& blob);
 
 Bytes SubjectPublicKeyInfo(const PublicKey& key);
 std::string PemText(const Bytes& der, const std::string& label);
-// The content of the first such block from *at on, which moves behind it. nullopt if there is none. Throws a usage
+// The content of the first such block from *at on, which moves past it. nullopt if there is none. Throws a usage
 // failure that names the file if the block is damaged.
 std::optional<Bytes> ReadPem(std::string_view text, const std::string& label, const std::string& fileName, size_t* at);
 // kid: the key's name.

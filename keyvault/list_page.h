@@ -36,7 +36,7 @@ class ListWalk {
     bool HasNext() const { return next_ != nullptr; }
 
   private:
-    // Why the walk must end here; NULL if it may go on.
+    // Why the walk must end here; NULL if it may continue.
     const WCHAR* WhyEndless() const;
 
     KVC* kvc_;

@@ -5,7 +5,7 @@
 #include "platform/platform.h"
 
 // A snapshot of the names, taken at the first call: one block, with `count` pointers and `count` slots of kSlotChars
-// characters behind the fixed part. Owned by the host until FreeBuffer.
+// characters after the fixed part. Owned by the host until FreeBuffer.
 struct KSP_ENUM_STATE {
     static constexpr size_t kSlotChars = 128;
 

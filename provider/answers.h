@@ -4,7 +4,7 @@
 
 #include "platform/platform.h"
 
-// Where a host wants a value.
+// Where to write a value for a host.
 struct HostOutput {
     BYTE* bytes;  // NULL to ask for the size
     DWORD size;   // of the buffer

@@ -33,7 +33,7 @@ void Attach()
         LogStrings(TEXT("DllMain DLL_PROCESS_ATTACH"), names.image, names.user, LOG_ENTRY_LEVEL);
     }
     KelvaroBufferListInit();
-    // The module also works without its semaphore: the waits fail, and their callers go on.
+    // The module also works without its semaphore: the waits fail, and their callers continue.
     KelvaroPropertySemaphore = CreateSemaphoreW(nullptr, 1, 1, nullptr);
 }
 

@@ -70,7 +70,7 @@ Selection Select(DWORD dwAlgOperations)
     return selection;
 }
 
-// The records first, the names packed behind them. NULL: no memory.
+// The records first, then the names, packed. NULL: no memory.
 HeapPtr<NCryptAlgorithmName> MakeList(const Selection& selection, DWORD dwAlgOperations)
 {
     const size_t cbRows = selection.rows * sizeof(NCryptAlgorithmName);

@@ -49,7 +49,7 @@ class DecodedStructure {
     }
     const T* get() const { return reinterpret_cast<const T*>(block_.data()); }
     const T* operator->() const { return get(); }
-    SIZE_T size() const { return block_.size(); }  // with the parts behind the structure
+    SIZE_T size() const { return block_.size(); }  // with the parts after the structure
 
   private:
     static LPVOID WINAPI Allocate(size_t size) { return HeapAlloc(GetProcessHeap(), 0, size); }

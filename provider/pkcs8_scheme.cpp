@@ -32,7 +32,7 @@ constexpr HashRow kHashes[] = {
     {{"\x2A\x86\x48\x86\xF7\x0D\x02\x0B", 8}, BCRYPT_SHA512_ALGORITHM},
 };
 
-// The salt and the iterations behind it, in both schemes.
+// The salt and the iterations after it, in both schemes.
 bool TakeSaltAndIterations(Pkcs8Der* parameters, Pkcs8Encryption* encryption)
 {
     Pkcs8Der salt;

@@ -12,7 +12,7 @@ struct PropertyLink {
     PropertyLink* previous;
 };
 
-// One block on the process heap with the data behind the fixed part.
+// One block on the process heap with the data after the fixed part.
 struct KSP_PROPERTY {
     DWORD fPersisted;
     WCHAR szName[kPropertyNameLimit + 1];
@@ -27,7 +27,7 @@ struct KSP_PROPERTY {
 extern HANDLE KelvaroPropertySemaphore;
 
 // Waits up to 60 s for KelvaroPropertySemaphore and releases it at the end if acquired. If the wait fails, it logs
-// "failureText" with the wait's result at level 4, and the caller goes on without the lock.
+// "failureText" with the wait's result at level 4, and the caller continues without the lock.
 class PropertyLock : private NonCopyable {
   public:
     explicit PropertyLock(const WCHAR* failureText);

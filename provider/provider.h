@@ -9,21 +9,21 @@
 constexpr DWORD KSP_PROVIDER_MAGIC = 0x7866ABCE;
 constexpr DWORD kVaultTemplateChars = 512;
 
-// One block on the process heap, with a copy of the name behind the fixed part. Owned by the host from the open to the
+// One block on the process heap, with a copy of the name after the fixed part. Owned by the host from the open to the
 // free. useContextLock guards the use context and its size, fCertsSynced is atomic; every other field is fixed once the
 // open has returned.
 struct KSP_PROVIDER {
     DWORD cbLength;                               // bytes of the whole block
     DWORD dwMagic;                                // KSP_PROVIDER_MAGIC
     DWORD dwFlags;                                // 0
-    WCHAR* pszName;                               // points behind the fixed part
+    WCHAR* pszName;                               // points past the fixed part
     WCHAR* pszUseContext;                         // owned, process heap; NULL until it is set
     WCHAR machineVaultName[kVaultTemplateChars];  // template of the vault's name
     WCHAR userVaultName[kVaultTemplateChars];
     KVCClient* machineKvc;               // owned; NULL if memory ran out
     KVCClient* userKvc;                  // the same
     std::atomic<uint32_t> fCertsSynced;  // 0 until this provider has started the certificate sync
-    SIZE_T cbUseContext;                 // bytes of the block behind pszUseContext
+    SIZE_T cbUseContext;                 // bytes of the block at pszUseContext
     SRWLOCK useContextLock;
 };
 

@@ -13,8 +13,8 @@ namespace {
 
 constexpr WCHAR kEntryPoint[] = TEXT("KelvaroSetProviderProperty");
 
-// Keeps the host's bytes as they are, with zeros behind them: without a terminator the context ends with its bytes.
-// If memory runs out, the old context is still lost.
+// Keeps the host's bytes as they are, followed by zeros: without a terminator the context ends with its bytes. If
+// memory runs out, the old context is still lost.
 SECURITY_STATUS SetUseContext(KSP_PROVIDER* provider, const BYTE* input, DWORD cbInput)
 {
     // Three more bytes: the missing half of an incomplete last character, and the terminator.

@@ -44,7 +44,7 @@ static Json ClaimsOf(const std::string& token)
     return claims.is_object() ? claims : Json(nullptr);
 }
 
-// The name that the module gives to the vault of an identity.
+// The vault name that the module derives from an identity.
 static std::string VaultOfIdentity(const std::string& objectId)
 {
     std::string name = "x";

@@ -1,4 +1,4 @@
-// Tables of tests/data: sections under "[name]" with a row of words in each line, and comments behind "#".
+// Tables of tests/data: sections under "[name]" with a row of words in each line, and comments after "#".
 #pragma once
 
 #include <gtest/gtest.h>

@@ -57,7 +57,7 @@ TEST_F(PropertiesTest, AContextEndsWithItsTerminatorOrItsBytes)
     const std::pair<size_t, const char*> rows[] = {{16, "context"}, {14, "context"}, {15, "context"},
                                                    {4, "co"},       {0, ""},         {16, "context"}};
     for (const auto& [size, text] : rows) {
-        // A block of exactly that size, so that the sanitizer sees a read behind it.
+        // A block of exactly that size, so that the sanitizer sees a read past it.
         const std::unique_ptr<BYTE[]> bytes(new BYTE[size]);
         std::copy_n(whole.begin(), size, bytes.get());
         EXPECT_EQ(0, table->SetProviderProperty(OpenProvider(), TEXT("Use Context"), bytes.get(),
