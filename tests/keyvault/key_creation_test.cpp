@@ -35,22 +35,25 @@ class KeyCreationTest : public VaultTest {
         return steps;
     }
     // The body of the last request whose target contains `action`.
-    json BodyOf(const std::string& action)
+    std::string BodyText(const std::string& action)
     {
         const std::vector<json> requests = Requests(action);
-        return requests.empty() ? json() : json::parse(requests.back().value("body", ""));
+        return requests.empty() ? "" : requests.back().value("body", "");
     }
-    // A request for a certificate. keyProperties: without the one that all have.
-    static json CertificateRequest(json keyProperties, const std::string& algId, const json& x509Properties)
+    json BodyOf(const std::string& action)
     {
-        keyProperties["reuse_key"] = true;
-        return {{"attributes", {{"enabled", true}}},
-                {"policy",
-                 {{"key_props", keyProperties},
-                  {"secret_props", {{"contentType", "application/x-pkcs12"}}},
-                  {"x509_props", x509Properties}}},
-                {"tags", {{"KSPManaged", "KSP"}, {"AlgID", algId}, {"KeyName", "mykey"}}}};
+        const std::string text = BodyText(action);
+        return text.empty() ? json() : json::parse(text);
     }
+    // A request for a certificate, byte for byte: the blanks belong to it.
+    static std::string CertificateRequest(const std::string& keyProperties, const std::string& x509Properties,
+                                          const std::string& algId)
+    {
+        return R"({"attributes":{"enabled": true},"policy": {"key_props": {)" + keyProperties +
+               R"(,"reuse_key": true },"secret_props": {"contentType":"application/x-pkcs12"},"x509_props": {)" +
+               x509Properties + R"(}},"tags": {"KSPManaged":"KSP",)" + Tags(algId);
+    }
+    static std::string Tags(const std::string& algId) { return R"("AlgID":")" + algId + R"(","KeyName":"mykey"}})"; }
     void ExpectRequests();
     void ExpectAnswers();
 };
@@ -70,22 +73,17 @@ void KeyCreationTest::ExpectRequests()
         OwnKey key;
         EXPECT_EQ(1, Create(algId, &key, "mykey", hostBits));
         EXPECT_EQ(plain ? Strings{"hardware"} : (Strings{"hardware", "merge", "read"}), Steps());
-        json body = {{"kty", crv ? "EC-HSM" : "RSA-HSM"}};
-        if (crv)
-            body["crv"] = crv;
-        if (!plain || !crv)
-            body["key_size"] = plain ? json("2048") : json(bits);
-        if (plain) {
-            body["tags"] = {{"AlgID", algId}, {"KeyName", "mykey"}};
-        } else {
-            body["exportable"] = false;
-            body = CertificateRequest(body, algId,
-                                      {{"subject", "CN=CertificateDummySubject"},
-                                       {"validity_months", 600},
-                                       {"ekus", {"1.3.6.1.5.5.7.3.1", "1.3.6.1.5.5.7.3.2"}},
-                                       {"key_usage", json::array({"digitalSignature"})}});
-        }
-        EXPECT_EQ(body, BodyOf("/create?"));
+        const std::string kty = std::string(R"("kty":")") + (crv ? "EC-HSM" : "RSA-HSM") + '"';
+        const std::string curve = crv ? std::string(R"(,"crv":")") + crv + '"' : "";
+        const std::string plainSize = crv ? "" : R"(,"key_size":"2048")";
+        const std::string body =
+            plain ? "{" + kty + plainSize + curve + R"(,"tags": {)" + Tags(algId)
+                  : CertificateRequest(
+                        R"("exportable": false ,)" + kty + R"(,"key_size": )" + std::to_string(bits) + " " + curve,
+                        R"("subject":"CN=CertificateDummySubject","validity_months": 600 ,)"
+                        R"("ekus":["1.3.6.1.5.5.7.3.1","1.3.6.1.5.5.7.3.2"],"key_usage":["digitalSignature"])",
+                        algId);
+        EXPECT_EQ(body, BodyText("/create?"));
         EXPECT_EQ(Strings{}, LinesUpTo(2));
         EXPECT_EQ(algId, Narrow(key.AlgID));
         const json version = State()["keys"][0]["versions"][0];
@@ -175,7 +173,12 @@ TEST_F(KeyCreationTest, NamesAreEncodedInTheTargetAndClearInTheTag)
 class CertificateModeCreationTest : public KeyCreationTest {
   protected:
     // In Base64.
-    std::string MergedCertificate() { return BodyOf("/pending/merge?")["x5c"][0]; }
+    std::string MergedCertificate()
+    {
+        const std::string certificate = BodyOf("/pending/merge?")["x5c"][0];
+        EXPECT_EQ(R"({"x5c": [")" + certificate + R"("]})", BodyText("/pending/merge?"));
+        return certificate;
+    }
 };
 
 TEST_F(CertificateModeCreationTest, CertificatesWithNewKeys)
@@ -225,10 +228,10 @@ TEST_F(CertificateModeCreationTest, AnswersWithoutAUsableRequest)
 
 TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCertificate)
 {
-    const json curve = {{"kty", "EC-HSM"}, {"key_size", 256}, {"crv", "P-256"}, {"exportable", false}};
-    const Row<const char*, json, const WCHAR*, const char*> rows[] = {
-        {"RSA", {{"exportable", true}}, nullptr, "CN=CertificateDummySubject"},
-        {"ECDSA_P256", curve, TEXT("CN=web01"), "CN=web01"},
+    const Row<const char*, const char*, const WCHAR*, const char*> rows[] = {
+        {"RSA", R"("exportable": true )", nullptr, "CN=CertificateDummySubject"},
+        {"ECDSA_P256", R"("exportable": false ,"kty":"EC-HSM","key_size": 256 ,"crv":"P-256")", TEXT("CN=web01"),
+         "CN=web01"},
     };
     for (const auto& [algId, keyProperties, subject, policySubject] : rows) {
         SCOPED_TRACE(algId);
@@ -243,8 +246,9 @@ TEST_F(CertificateModeCreationTest, APublicationKeepsTheKeyAndMergesTheGivenCert
         EXPECT_EQ(1, KVCLowLevelCreateKeyCertificate(call.get(), TEXT("mykey"), TEXT("mykey"), Wide(algId).c_str(),
                                                      2048, &after, subject ? 0 : 1, certificate.data(),
                                                      static_cast<DWORD>(certificate.size()), subject));
-        EXPECT_EQ(CertificateRequest(keyProperties, algId, {{"subject", policySubject}, {"validity_months", 600}}),
-                  BodyOf("/create?"));
+        const std::string x509Properties =
+            std::string(R"("subject":")") + policySubject + R"(","validity_months": 600 )";
+        EXPECT_EQ(CertificateRequest(keyProperties, x509Properties, algId), BodyText("/create?"));
         EXPECT_EQ(3u, sim.VaultRequests().size());
         EXPECT_EQ(text, MergedCertificate());
         EXPECT_NE(Narrow(before.version), Narrow(after.version));
