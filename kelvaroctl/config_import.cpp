@@ -3,6 +3,7 @@
 #include <map>
 
 #include "kelvaroctl/failure.h"
+#include "kelvaroctl/places.h"
 #include "platform/registry_key.h"
 #include "platform/registry_text.h"
 
@@ -119,9 +120,13 @@ bool ApplyTogether(const std::vector<SettingChange>& changes)
             return false;
         Put(hive->second, *change.setting, NewValue(change));
     }
-    if (!hives.empty() && !transaction.Commit())
-        hives.begin()->second.ThrowFailure("write the settings", static_cast<LONG>(GetLastError()));
-    return true;
+    if (hives.empty() || transaction.Commit())
+        return true;
+    const LONG error = static_cast<LONG>(GetLastError());
+    std::string places;  // the system doesn't say which of them failed
+    for (const auto& [handle, hive] : hives)
+        AddPart(&places, SettingsPlace(handle), " or ");
+    ThrowSettingsFailure("write the settings", places, error);
 }
 
 // One by one. If one fails, undoes the others as far as the system lets it.

@@ -18,9 +18,8 @@ static RegistryKeyHandle OpenSettings(const SettingsHive& hive)
     return nullptr;
 }
 
-void SettingsHive::ThrowFailure(const std::string& attempt, LONG error) const
+void ThrowSettingsFailure(const std::string& attempt, const std::string& place, LONG error)
 {
-    const std::string place = SettingsPlace(hive_);
     if (error == ERROR_BADDB) {
         throw ConfigurationFailure("the settings in " + place +
                                    " are damaged: repair the file or restore a good copy; "
@@ -31,6 +30,11 @@ void SettingsHive::ThrowFailure(const std::string& attempt, LONG error) const
                                 : error == ERROR_LOCK_VIOLATION
                                     ? "another process has locked the file; end it or try again"
                                     : "error " + std::to_string(error)));
+}
+
+void SettingsHive::ThrowFailure(const std::string& attempt, LONG error) const
+{
+    ThrowSettingsFailure(attempt, SettingsPlace(hive_), error);
 }
 
 std::string SettingsHive::name() const

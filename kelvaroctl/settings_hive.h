@@ -17,6 +17,9 @@ struct RawValue {
     Bytes bytes;
 };
 
+// Throws "cannot ATTEMPT in PLACE: REASON".
+[[noreturn]] void ThrowSettingsFailure(const std::string& attempt, const std::string& place, LONG error);
+
 class SettingsHive {
   public:
     explicit SettingsHive(HKEY hive) : hive_(hive) {}
@@ -37,7 +40,6 @@ class SettingsHive {
     // machine has no registry transactions. attempt: "write KeyVault", for the failure's message.
     bool Enter(RegistryTransaction* transaction, const std::string& attempt);
 
-    // Throws "cannot ATTEMPT in PLACE: REASON".
     [[noreturn]] void ThrowFailure(const std::string& attempt, LONG error) const;
 
   private:

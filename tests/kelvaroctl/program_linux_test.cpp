@@ -16,10 +16,16 @@ constexpr char kHive[] = "root/registry/HKEY_LOCAL_MACHINE.reg";
 
 using ProgramTest = CtlTest;
 
-TEST_F(ProgramTest, ADamagedHiveIsAnErrorAndIsLeftAlone)
+TEST_F(ProgramTest, AHiveThatCannotBeWrittenOrIsDamagedIsAnErrorAndIsLeftAlone)
 {
     WriteFile("import.reg", kImport);
     const auto before = Settings();
+    // With a folder in the lock's place, even root can only read the hive.
+    const std::string lock = File(kHive) + ".lock";
+    fs::remove(lock);
+    fs::create_directory(lock);
+    Run("3 config import @import.reg | HKEY_CURRENT_USER.reg or " + File(kHive) + ": access denied\n");
+    fs::remove(lock);
     WriteFile("root/user/registry/HKEY_CURRENT_USER.reg", kDamaged);
     Run("3 config import @import.reg\n");
     EXPECT_EQ(before, Settings()) << "if the second can't be written, neither is the first";
