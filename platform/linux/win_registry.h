@@ -48,15 +48,15 @@ LONG WINAPI RegDeleteKeyValueW(HKEY key, LPCWSTR subKey, LPCWSTR valueName);
 // Deletes a key with its values; one that has keys below it is refused with ERROR_ACCESS_DENIED, as a hive itself is.
 LONG WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subKey);
 
-// A transaction over one key: what RegSetValueExW writes through the key takes effect at the commit, unless anyone else
-// has changed the key's values since it was opened; then the commit fails with ERROR_TRANSACTION_ALREADY_ABORTED,
-// and nothing is written. Arguments are ignored. INVALID_HANDLE_VALUE on failure. Closing the handle without a
-// commit discards what was written.
+// A transaction over one key of each hive: what is set and deleted through the keys takes effect at the commit, unless
+// anyone else has changed a key's values since it was opened; then the commit fails with
+// ERROR_TRANSACTION_ALREADY_ABORTED, and nothing is written. Arguments are ignored. INVALID_HANDLE_VALUE on failure.
+// Closing the handle without a commit discards what was written.
 HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES attributes, GUID* unitOfWork, DWORD options, DWORD isolationLevel,
                                 DWORD isolationFlags, DWORD timeout, LPWSTR description);
 BOOL WINAPI CommitTransaction(HANDLE transaction);
 
-// The key takes RegQueryValueExW, which sees what was written through it, and RegSetValueExW; any other call gives
-// ERROR_NOT_SUPPORTED, as does a second key of the same transaction. Options and access are ignored.
+// The key's values can be read, set, deleted and enumerated; reading sees what was written through the key. A call with
+// a subKey gives ERROR_NOT_SUPPORTED, as does a second key of the same hive. Options and access are ignored.
 LONG WINAPI RegOpenKeyTransactedW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result,
                                   HANDLE transaction, PVOID reserved);
