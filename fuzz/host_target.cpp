@@ -128,9 +128,9 @@ void CallLine(Host& host, std::string_view line)
 {
     const size_t equals = line.find('=');
     const std::string_view data = equals == std::string_view::npos ? "" : line.substr(equals + 1);
-    // Two zero bytes follow the data: some texts must have a terminator, whatever their size says.
+    // Zeros follow the data, three because its size may be odd: some texts must have a terminator, whatever their size.
     std::vector<BYTE> bytes(data.begin(), data.end());
-    bytes.resize(data.size() + 2);
+    bytes.resize(data.size() + 3);
     std::optional<AllocFaultPause> pause(std::in_place);
     const TextString name = Wide(std::string(line.substr(4, equals - 4)));
     pause.reset();
