@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "platform/linux/bcrypt_algorithm.h"
+#include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
 
 namespace {
@@ -112,6 +113,7 @@ NTSTATUS WINAPI BCryptDecrypt(BCRYPT_KEY_HANDLE key, PUCHAR input, ULONG inputSi
         return STATUS_SUCCESS;
     if (outputSize < inputSize)
         return STATUS_BUFFER_TOO_SMALL;
+    const QuietOpenssl quiet;
     const CipherContext context(EVP_CIPHER_CTX_new());
     if (!context)
         return STATUS_NO_MEMORY;

@@ -10,6 +10,7 @@
 #include "platform/linux/certificate_context.h"
 #include "platform/linux/der.h"
 #include "platform/linux/file_store.h"
+#include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
@@ -106,9 +107,7 @@ LONG OpenMessage(CMS_ContentInfo* message, EVP_PKEY* key, X509* certificate, Sec
 {
     ERR_clear_error();
     const bool opened = CMS_decrypt_set1_pkey(message, key, certificate) == 1 && ReadContent(message, plain);
-    const LONG error = opened ? static_cast<LONG>(ERROR_SUCCESS) : CipherError();
-    ERR_clear_error();
-    return error;
+    return opened ? static_cast<LONG>(ERROR_SUCCESS) : CipherError();
 }
 
 // The message's content for one certificate; CRYPT_E_NO_DECRYPT_CERT when it is not for this one.
@@ -151,8 +150,8 @@ BOOL WINAPI CryptDecryptMessage(PCRYPT_DECRYPT_MESSAGE_PARA para, const BYTE* en
     if (recipient)
         return Fail(ERROR_NOT_SUPPORTED);
     return Succeeds([&]() -> LONG {
+        const QuietOpenssl quiet;
         const MessagePointer message = ReadMessage(encrypted, encryptedSize);
-        ERR_clear_error();
         if (!message)
             return NTE_BAD_DATA;
         SecretString plain(encryptedSize, '\0');

@@ -96,11 +96,14 @@ void AddToStore(CertificateContext* added)
 {
     std::optional<KeyProviderInfo> kept;
     Check(added->store()->Rewrite(added->FileName(), [&](LONG loaded, CertificateRecord* stored, bool* changed) {
+        // A file that can't be read may name a key.
+        if (loaded != ERROR_SUCCESS && loaded != ERROR_FILE_NOT_FOUND && loaded != ERROR_INVALID_DATA)
+            return loaded;
         *changed = loaded != ERROR_SUCCESS;
         if (*changed)
             *stored = {std::string(reinterpret_cast<const char*>(added->pbCertEncoded), added->cbCertEncoded), {}};
         kept = stored->keyProvider;
-        return ERROR_SUCCESS;
+        return LONG{ERROR_SUCCESS};
     }));
     added->KeepKeyProvider(std::move(kept));
 }

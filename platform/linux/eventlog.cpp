@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/linux/file_store.h"
+#include "platform/linux/fork_safe_lock.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/text.h"
@@ -22,29 +23,30 @@ struct Source {
     size_t length;
     char16_t name[kMaxSourceLength];
 };
-std::mutex sourcesMutex;
+ForkSafeLock sourcesLock;
 Source sources[kSourceCount];
 size_t sourceCount = 0;
 
 HANDLE RegisterSource(std::u16string_view name)
 {
-    const std::lock_guard<std::mutex> hold(sourcesMutex);
+    const std::lock_guard<ForkSafeLock> hold(sourcesLock);
     for (size_t i = 0; i < sourceCount; i++) {
         if (name == std::u16string_view(sources[i].name, sources[i].length))
             return &sources[i];
     }
     if (sourceCount == kSourceCount)
         return nullptr;
-    Source& source = sources[sourceCount++];
+    Source& source = sources[sourceCount];
     name.copy(source.name, name.size());
     source.length = name.size();
+    sourceCount++;
     return &source;
 }
 
 // Empty for an invalid handle.
 std::u16string SourceName(HANDLE handle)
 {
-    const std::lock_guard<std::mutex> hold(sourcesMutex);
+    const std::lock_guard<ForkSafeLock> hold(sourcesLock);
     for (size_t i = 0; i < sourceCount; i++) {
         if (handle == &sources[i])
             return std::u16string(sources[i].name, sources[i].length);

@@ -56,8 +56,9 @@ void TakeOverAccess(int file, const std::string& path)
 // Writes `path`, which will replace `replaced`.
 LONG WriteTemporary(const std::string& path, const std::string& replaced, std::string_view content)
 {
-    // Overwrites a leftover of a crash: the lock makes the name ours.
-    FileDescriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, kFileMode));
+    // The lock makes the name ours. A leftover of a crash isn't overwritten, because another account may have it open.
+    unlink(path.c_str());
+    FileDescriptor file(OpenRegularFile(path, O_WRONLY | O_CREAT | O_EXCL, kFileMode));
     if (!file.IsOpen())
         return LastErrno();
     TakeOverAccess(file.Get(), replaced);
@@ -96,15 +97,25 @@ std::string DirectoryOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// False with errno set.
+static bool MakeDirectory(const std::string& directory)
+{
+    if (mkdir(directory.c_str(), kDirectoryMode) != 0)
+        return false;
+    // A file in it is durable only if the directory is. Not every parent can be opened.
+    SyncDirectory(DirectoryOf(directory));
+    return true;
+}
+
 LONG MakeDirectories(const std::string& directory)
 {
-    if (mkdir(directory.c_str(), kDirectoryMode) == 0)
+    if (MakeDirectory(directory))
         return ERROR_SUCCESS;
     if (errno == ENOENT && directory.find_first_not_of('/') != std::string::npos) {
         const LONG error = MakeDirectories(DirectoryOf(directory));
         if (error != ERROR_SUCCESS)
             return error;
-        if (mkdir(directory.c_str(), kDirectoryMode) == 0)
+        if (MakeDirectory(directory))
             return ERROR_SUCCESS;
     }
     if (errno != EEXIST)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "platform/linux/fork_safe_lock.h"
 #include "platform/linux/outcome.h"
 
 namespace {
@@ -18,7 +19,7 @@ struct Slot {
 };
 
 // Nothing here has a destructor: a host's threads may still run while the process exits.
-std::mutex slotsMutex;
+ForkSafeLock slotsLock;
 Slot slots[kSlotCount];
 size_t nextSlot = 0;
 
@@ -50,7 +51,7 @@ Slot* SlotOf(HANDLE handle)
 
 HANDLE PublishHandle(ObjectRef<KernelObject> object)
 {
-    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const std::lock_guard<ForkSafeLock> hold(slotsLock);
     for (size_t tried = 0; tried < kSlotCount; tried++) {
         const size_t index = nextSlot;
         nextSlot = (nextSlot + 1) % kSlotCount;
@@ -66,7 +67,7 @@ HANDLE PublishHandle(ObjectRef<KernelObject> object)
 
 ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
 {
-    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const std::lock_guard<ForkSafeLock> hold(slotsLock);
     const Slot* slot = SlotOf(handle);
     if (!slot || slot->object->kind() != kind) {
         Fail(ERROR_INVALID_HANDLE);
@@ -77,7 +78,7 @@ ObjectRef<KernelObject> FindHandle(HANDLE handle, KernelObject::Kind kind)
 
 ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<KernelObject::Kind> kinds)
 {
-    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const std::lock_guard<ForkSafeLock> hold(slotsLock);
     Slot* slot = SlotOf(handle);
     if (!slot || !IsOneOf(slot->object->kind(), kinds)) {
         Fail(ERROR_INVALID_HANDLE);
@@ -90,7 +91,7 @@ ObjectRef<KernelObject> RetireHandle(HANDLE handle, std::initializer_list<Kernel
 
 void RetireHandles(std::initializer_list<KernelObject::Kind> kinds)
 {
-    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const std::lock_guard<ForkSafeLock> hold(slotsLock);
     for (Slot& slot : slots) {
         if (!slot.object || !IsOneOf(slot.object->kind(), kinds))
             continue;
@@ -106,7 +107,7 @@ BOOL WINAPI CloseHandle(HANDLE handle)
 
 BOOL WINAPI GetHandleInformation(HANDLE handle, LPDWORD flags)
 {
-    const std::lock_guard<std::mutex> hold(slotsMutex);
+    const std::lock_guard<ForkSafeLock> hold(slotsLock);
     const Slot* slot = SlotOf(handle);
     if (!slot || !IsOneOf(slot->object->kind(), kClosable))
         return Fail(ERROR_INVALID_HANDLE);

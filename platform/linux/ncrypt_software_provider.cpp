@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "platform/linux/handles.h"
+#include "platform/linux/openssl_errors.h"
 #include "platform/linux/openssl_pointers.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/software_key.h"
@@ -42,6 +43,7 @@ class SoftwareKey : public KernelObject {
         const std::lock_guard<std::mutex> hold(mutex_);
         if (key_)
             return NTE_BAD_KEY_STATE;
+        const QuietOpenssl quiet;
         key_.reset(EVP_RSA_gen(static_cast<unsigned>(bits_)));
         return key_ ? ERROR_SUCCESS : NTE_FAIL;
     }
@@ -116,6 +118,7 @@ LONG SignWithSoftwareKey(NCRYPT_KEY_HANDLE key, const char* digestName, std::str
     return WithMadeKey(key, [&](EVP_PKEY* made) -> LONG {
         size_t size = static_cast<size_t>(EVP_PKEY_get_size(made));
         signature->resize(size);
+        const QuietOpenssl quiet;
         const DigestContext context(EVP_MD_CTX_new());
         if (!context)
             return NTE_NO_MEMORY;

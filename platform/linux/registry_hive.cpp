@@ -6,7 +6,9 @@
 
 #include <memory>
 #include <mutex>
+#include <utility>
 
+#include "platform/linux/fork_safe_lock.h"
 #include "platform/linux/outcome.h"
 #include "platform/linux/paths.h"
 #include "platform/linux/text.h"
@@ -28,17 +30,15 @@ struct CachedHive {
 };
 
 // Plain pointers without destructors: a host's threads may still read while the process exits.
-std::mutex cacheMutex;
+ForkSafeLock cacheLock;
 CachedHive* cache[2] = {nullptr, nullptr};
 
 // Runs after everything else in the module; a later read would just refill the cache.
 __attribute__((destructor(101))) void DropCache()
 {
-    const std::lock_guard<std::mutex> hold(cacheMutex);
-    for (CachedHive*& cached : cache) {
-        delete cached;
-        cached = nullptr;
-    }
+    const std::lock_guard<ForkSafeLock> hold(cacheLock);
+    for (CachedHive*& cached : cache)
+        delete std::exchange(cached, nullptr);
 }
 
 std::u16string_view RootName(HiveId id)
@@ -92,7 +92,7 @@ void ForgetSecrets(RegistryHive* hive)
     }
 }
 
-// The caller holds cacheMutex.
+// The caller holds cacheLock.
 const CachedHive& CurrentHive(HiveId id)
 {
     CachedHive*& slot = cache[static_cast<size_t>(id)];
@@ -106,8 +106,7 @@ const CachedHive& CurrentHive(HiveId id)
     fresh->error = LoadHive(id, path, &fresh->hive, &fresh->status);
     fresh->settled = Nanoseconds(before) - Nanoseconds(fresh->status.st_ctim) > kUnsettledNs;
     ForgetSecrets(&fresh->hive);
-    delete slot;
-    slot = fresh.release();
+    delete std::exchange(slot, fresh.release());
     return *slot;
 }
 
@@ -134,7 +133,7 @@ LONG ReadHive(HiveId id, HiveContent content, const std::function<LONG(const Reg
         const LONG error = LoadHive(id, HiveFile(id), &hive);
         return error == ERROR_SUCCESS ? visit(hive) : error;
     }
-    const std::lock_guard<std::mutex> hold(cacheMutex);
+    const std::lock_guard<ForkSafeLock> hold(cacheLock);
     const CachedHive& current = CurrentHive(id);
     return current.error == ERROR_SUCCESS ? visit(current.hive) : current.error;
 }

@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/linux/openssl_errors.h"
 #include "platform/linux/win_constants.h"
 
 namespace winhttp {
@@ -95,6 +96,7 @@ void Exchange::Begin()
 // Drops the transfer, its connection and everything received.
 void Exchange::Stop()
 {
+    const QuietOpenssl quiet;
     if (running_)
         curl_multi_remove_handle(multi(), easy());
     if (running_ && ended_ && error_ == 0)
@@ -141,6 +143,7 @@ bool Exchange::WholeRequestSent() const
 template <class Condition>
 void Exchange::DriveUntil(Condition condition, Limits limits)
 {
+    const QuietOpenssl quiet;
     const auto after = [](int waitMs) {
         return waitMs > 0 ? Clock::now() + std::chrono::milliseconds(waitMs) : Clock::time_point::max();
     };

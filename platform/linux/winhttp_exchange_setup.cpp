@@ -1,5 +1,6 @@
 // Sets libcurl's options before a transfer.
 #include <openssl/err.h>
+#include <sys/socket.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -36,6 +37,12 @@ ConnectTo ConnectToList()
     return list;
 }
 
+// libcurl's own sockets stay open in the programs that the host starts.
+curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address)
+{
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
 }  // namespace
 
 template <class Value>
@@ -53,6 +60,7 @@ void Exchange::Configure(const Timeouts& timeouts)
 {
     constexpr long kNoLimit = 0x7FFFFFFF;
     Set(CURLOPT_NOSIGNAL, 1L);
+    Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
     Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     Set(CURLOPT_FRESH_CONNECT, 1L);

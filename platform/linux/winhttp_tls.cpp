@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -20,7 +21,7 @@ bool SameFile(const struct stat& a, const struct stat& b)
 
 // Reading a whole bundle takes tens of milliseconds, much longer than a handshake.
 struct Cache {
-    std::mutex lock;
+    ForkSafeLock lock;
     std::string path;
     struct stat file = {};
     std::shared_ptr<const TlsShare> share;
@@ -58,7 +59,7 @@ std::shared_ptr<const TlsShare> AcquireTlsShare()
     const char* named = secure_getenv("SSL_CERT_FILE");
     const char* path = named && *named != '\0' ? named : kSystemRoots;
 
-    const std::lock_guard<std::mutex> guard(cache.lock);
+    const std::lock_guard<ForkSafeLock> guard(cache.lock);
     struct stat now = {};
     // A FIFO would block its reader and everyone waiting for the lock.
     const bool regular = stat(path, &now) == 0 && S_ISREG(now.st_mode);

@@ -6,8 +6,8 @@
 
 #include <array>
 #include <memory>
-#include <mutex>
 
+#include "platform/linux/fork_safe_lock.h"
 #include "platform/owner.h"
 
 namespace winhttp {
@@ -27,7 +27,7 @@ class TlsShare {
     static void Lock(CURL*, curl_lock_data data, curl_lock_access, void* self);
     static void Unlock(CURL*, curl_lock_data data, void* self);
 
-    std::array<std::mutex, CURL_LOCK_DATA_LAST> locks_;
+    std::array<ForkSafeLock, CURL_LOCK_DATA_LAST> locks_;
     Owner<X509_STORE, X509_STORE_free> roots_;
     Owner<CURLSH, curl_share_cleanup> sessions_;
 };

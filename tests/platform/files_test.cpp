@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "platform/linux/file_store.h"
@@ -20,7 +21,18 @@ HANDLE Open(const std::u16string& name)
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+// What fsync is called for while this isn't NULL.
+std::vector<std::string>* synced = nullptr;
+
 }  // namespace
+
+// The layer's calls come here first.
+extern "C" int fsync(int file)
+{
+    if (synced != nullptr)
+        synced->push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file)).string());
+    return static_cast<int>(syscall(SYS_fsync, file));
+}
 
 TEST(Paths, WindowsNamesBecomeNativeOnes)
 {
@@ -118,16 +130,40 @@ TEST(FileStore, AFailedRewriteLeavesTheOldFile)
     const PlatformRoot root;
     const std::string path = root.File("store/file");
     WriteFileText(path, "old");
-    // A FIFO where the temporary file should be would block its writer.
-    ASSERT_EQ(mkfifo((path + ".new").c_str(), 0600), 0);
-    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_BAD_FILE_TYPE);
+    std::filesystem::create_directory(path + ".new");
+    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_FILE_EXISTS);
     EXPECT_EQ(ReadFileText(path), "old");
+    std::filesystem::remove(path + ".new");
 
-    // What a crash left behind is overwritten.
-    WriteFileText(path + ".new", "half a file");
-    EXPECT_EQ(ReplaceFile(path, "new"), ERROR_SUCCESS);
-    EXPECT_EQ(ReadFileText(path), "new");
-    EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+    // What a crash or another account left in place of the temporary file is removed: a FIFO would block its writer,
+    // and whoever has a file open could read what is written to it.
+    WriteFileText(root.File("theirs"), "theirs");
+    const std::function<void(const std::string&)> leftovers[] = {
+        [](const std::string& there) { WriteFileText(there, "half a file"); },
+        [](const std::string& there) { mkfifo(there.c_str(), 0600); },
+        [&](const std::string& there) { std::filesystem::create_symlink(root.File("theirs"), there); },
+        [&](const std::string& there) { std::filesystem::create_hard_link(root.File("theirs"), there); },
+    };
+    for (size_t i = 0; i < std::size(leftovers); i++) {
+        leftovers[i](path + ".new");
+        const std::string content = "new " + std::to_string(i);
+        EXPECT_EQ(ReplaceFile(path, content), ERROR_SUCCESS) << i;
+        EXPECT_EQ(ReadFileText(path), content);
+        EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+        EXPECT_EQ(ReadFileText(root.File("theirs")), "theirs") << i;
+    }
+}
+
+TEST(FileStore, ANewFileAndItsNewFoldersSurviveALossOfPower)
+{
+    const PlatformRoot root;
+    const std::string base = std::filesystem::canonical(root.path()).string();
+    std::vector<std::string> calls;
+    synced = &calls;
+    EXPECT_EQ(MakeDirectories(base + "/a/b"), ERROR_SUCCESS);
+    EXPECT_EQ(ReplaceFile(base + "/a/b/file", "new"), ERROR_SUCCESS);
+    synced = nullptr;
+    EXPECT_EQ(calls, (std::vector<std::string>{base, base + "/a", base + "/a/b/file.new", base + "/a/b"}));
 }
 
 TEST(FileStore, OnlyRegularFilesAreOpened)

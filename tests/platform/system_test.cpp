@@ -1,4 +1,5 @@
 // Names, time, locks, security descriptors and the event log.
+#include <openssl/err.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,6 +7,7 @@
 #include <chrono>
 #include <sstream>
 
+#include "platform/linux/registry_hive.h"
 #include "tests/common/row.h"
 #include "tests/platform/platform_root.h"
 
@@ -90,6 +92,35 @@ TEST(Lock, TheChildOfAForkTakesTheLocksOfItsParentsThreads)
     waitpid(child, &status, 0);
     EXPECT_EQ(0, status);
     ReleaseSRWLockExclusive(&lock);
+
+    // The lock of the layer's own cache.
+    const PlatformRoot root;
+    status = 1;
+    ReadHive(HiveId::machine, HiveContent::kept, [&status](const RegistryHive&) {
+        const pid_t reader = fork();
+        HKEY key = nullptr;
+        if (reader == 0)
+            _exit(RegOpenKeyW(HKEY_LOCAL_MACHINE, u"Software\\None", &key) == ERROR_FILE_NOT_FOUND ? 0 : 2);
+        waitpid(reader, &status, 0);
+        return ERROR_SUCCESS;
+    });
+    EXPECT_EQ(0, status);
+}
+
+TEST(BlockCipher, WrongPaddingLeavesNothingInOpensslsQueue)
+{
+    BCRYPT_ALG_HANDLE aes = nullptr;
+    BCRYPT_KEY_HANDLE key = nullptr;
+    BYTE object[256];
+    BYTE block[16] = {};
+    ULONG size = 0;
+    ASSERT_EQ(BCryptOpenAlgorithmProvider(&aes, BCRYPT_AES_ALGORITHM, nullptr, 0), STATUS_SUCCESS);
+    ASSERT_EQ(BCryptGenerateSymmetricKey(aes, &key, object, sizeof object, block, sizeof block, 0), STATUS_SUCCESS);
+    EXPECT_EQ(
+        BCryptDecrypt(key, block, sizeof block, nullptr, nullptr, 0, block, sizeof block, &size, BCRYPT_BLOCK_PADDING),
+        STATUS_UNSUCCESSFUL);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+    EXPECT_EQ(BCryptDestroyKey(key), STATUS_SUCCESS);
 }
 
 TEST(SecurityDescriptor, BothForms)

@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,6 +34,26 @@ TEST_F(WinHttp, SendsExactlyWhatWinHttpSends)
         EXPECT_EQ(Outcome(Perform({name, number})), "200");
         EXPECT_EQ(server.requests().back(), Wire("GET /", "", "", wire));
     }
+}
+
+TEST_F(WinHttp, AProgramThatTheHostStartsInheritsNoConnection)
+{
+    int found = 0;
+    RawServer server([&](Peer& peer) {
+        peer.ReadRequest();
+        sockaddr_in there = {};
+        for (int file = 3; file < 1024; file++) {
+            socklen_t size = sizeof(there);
+            if (getpeername(file, reinterpret_cast<sockaddr*>(&there), &size) != 0 ||
+                there.sin_port != htons(server.port()))
+                continue;
+            EXPECT_EQ(fcntl(file, F_GETFD), FD_CLOEXEC);
+            found++;
+        }
+        peer.Write(kOk);
+    });
+    EXPECT_EQ(Outcome(Perform({"127.0.0.1", server.port()})), "200");
+    EXPECT_EQ(found, 1);
 }
 
 TEST_F(WinHttp, RefusesWhatWouldBreakTheRequest)

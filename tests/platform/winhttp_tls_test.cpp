@@ -1,3 +1,4 @@
+#include <openssl/err.h>
 #include <sys/resource.h>
 
 #include "tests/common/row.h"
@@ -11,6 +12,13 @@ class WinHttpTls : public WinHttp {
     {
         WinHttp::SetUp();
         Trust({"root.pem"});
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(ERR_peek_error(), 0U) << "an error left in the queue would mislead the host's own connections";
+        ERR_clear_error();
+        WinHttp::TearDown();
     }
 
     void Trust(std::initializer_list<const char*> files) const
