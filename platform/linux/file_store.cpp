@@ -214,6 +214,13 @@ LONG AppendToFile(const std::string& path, std::string_view line)
     return file.IsOpen() ? WriteAll(file.Get(), line) : LastErrno();
 }
 
+// Closing the file isn't enough: a child that was forked meanwhile has it open, too.
+StoreLock::~StoreLock()
+{
+    if (file_.IsOpen())
+        flock(file_.Get(), LOCK_UN);
+}
+
 LONG StoreLock::Acquire(const std::string& path, DWORD patienceMs)
 {
     const LONG error = MakeDirectories(DirectoryOf(path));

@@ -64,6 +64,8 @@ LONG AppendToFile(const std::string& path, std::string_view line);
 // ERROR_LOCK_VIOLATION if another writer, such as a stopped process, holds the lock for all of patienceMs.
 class StoreLock {
   public:
+    ~StoreLock();
+
     static constexpr DWORD kPatienceMs = 10000;
     LONG Acquire(const std::string& path, DWORD patienceMs = kPatienceMs);
 

@@ -158,6 +158,10 @@ LONG HiveRewrite::Prepare(HiveId id, const HiveChange& change)
     const LONG error = Try(id, path, change, &hive, &changed_);
     if (error != ERROR_SUCCESS || !changed_)
         return error;
+    path_ = path;
+    const LONG readAgain = ReadWholeFile(path, kMaxFileSize, &before_);
+    if (readAgain != ERROR_SUCCESS && readAgain != ERROR_FILE_NOT_FOUND)
+        return readAgain;
     const SecretString content = FormatRegistryFile(hive, RootName(id));
     return content.size() <= kMaxFileSize ? file_.Prepare(path, content) : ERROR_FILE_TOO_LARGE;
 }
@@ -165,4 +169,10 @@ LONG HiveRewrite::Prepare(HiveId id, const HiveChange& change)
 LONG HiveRewrite::Publish()
 {
     return changed_ ? file_.Publish() : ERROR_SUCCESS;
+}
+
+void HiveRewrite::Undo()
+{
+    if (changed_ && !before_.empty())
+        ReplaceFile(path_, before_);
 }

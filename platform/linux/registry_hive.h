@@ -39,9 +39,13 @@ class HiveRewrite {
     // ChangeHive.
     LONG Prepare(HiveId id, const HiveChange& change);
     LONG Publish();
+    // Puts back the file as Prepare found it, as far as that works. For Publish, whether it succeeded or not.
+    void Undo();
 
   private:
     StoreLock lock_;
     Replacement file_;
+    std::string path_;
+    SecretString before_;
     bool changed_ = false;
 };

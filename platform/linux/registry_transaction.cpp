@@ -54,9 +54,12 @@ LONG Transaction::Commit()
             return ERROR_SUCCESS;
         }));
     }
-    for (auto& [hive, rewrite] : rewrites)
-        Check(rewrite.Publish());
-    return ERROR_SUCCESS;
+    LONG error = ERROR_SUCCESS;
+    for (auto at = rewrites.begin(); at != rewrites.end() && error == ERROR_SUCCESS; ++at)
+        error = at->second.Publish();
+    for (auto at = rewrites.begin(); at != rewrites.end() && error != ERROR_SUCCESS; ++at)
+        at->second.Undo();
+    return error;
 }
 
 HANDLE WINAPI CreateTransaction(LPSECURITY_ATTRIBUTES, GUID*, DWORD, DWORD, DWORD, DWORD, LPWSTR)

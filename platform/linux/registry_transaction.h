@@ -1,6 +1,6 @@
 // A transaction over the values of one registry key in each hive: writes through its keys take effect together at the
-// commit, and only if no one else has changed the keys' values since they were opened. A process that is killed while
-// it commits to both hives may have changed one.
+// commit, and only if no one else has changed the keys' values since they were opened. If the second of two files can't
+// be replaced, the first is put back. A process that is killed in between, or can't put it back, has changed one.
 #pragma once
 
 #include <map>

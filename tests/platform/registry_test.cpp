@@ -1,5 +1,12 @@
 // The registry's files, and the registry's functions over them.
+#include <errno.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
 
 #include "platform/linux/file_store.h"
 #include "platform/linux/registry_file.h"
@@ -65,7 +72,20 @@ std::string GetText(LPCWSTR name, HKEY hive = HKEY_LOCAL_MACHINE)
     return error == ERROR_SUCCESS ? ToUtf8(text.data()) : "error " + std::to_string(error);
 }
 
+// A file that can't be replaced, or empty.
+std::string fixedFile;
+
 }  // namespace
+
+// The layer's calls come here first.
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    if (to == fixedFile) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_rename, from, to));
+}
 
 TEST(RegistryFile, WrittenAsTheEditorWritesItAndReadBackTheSame)
 {
@@ -223,9 +243,12 @@ TEST(Registry, ADamagedFileIsRefusedAndNeverTouched)
 TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
 {
     const HKEY hives[] = {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
-    const Row<bool, bool, const char*, const char*> rows[] = {
-        {false, true, "mine", "mine"}, {true, true, "old", "theirs"}, {false, false, "old", "old"}};
-    for (const auto& [otherWrites, commits, a, b] : rows) {
+    // Whether another writes, whether the second file can't be replaced, and whether the transaction is committed.
+    const Row<bool, bool, bool, const char*, const char*> rows[] = {{false, false, true, "mine", "mine"},
+                                                                    {true, false, true, "old", "theirs"},
+                                                                    {false, true, true, "old", "old"},
+                                                                    {false, false, false, "old", "old"}};
+    for (const auto& [otherWrites, fails, commits, a, b] : rows) {
         SCOPED_TRACE(b);
         const PlatformRoot root;
         const HANDLE transaction = CreateTransaction(nullptr, nullptr, 0, 0, 0, 0, nullptr);
@@ -252,7 +275,9 @@ TEST(Registry, ATransactionTakesEffectAsAWholeUnlessSomebodyElseWrites)
             EXPECT_EQ(SetText(u"B", u"theirs", HKEY_CURRENT_USER), ERROR_SUCCESS);
         }
         if (commits) {
-            EXPECT_EQ(CommitTransaction(transaction) != FALSE, !otherWrites);
+            fixedFile = fails ? root.File("user/registry/HKEY_CURRENT_USER.reg") : "";
+            EXPECT_EQ(CommitTransaction(transaction) != FALSE, !otherWrites && !fails);
+            fixedFile.clear();
             EXPECT_EQ(RegSetValueExW(keys[0], u"A", 0, REG_SZ, nullptr, 0), ERROR_TRANSACTION_NOT_ACTIVE);
         }
         for (int i = 0; i < 2; i++) {
@@ -292,8 +317,16 @@ TEST(Registry, WritersInThreadsAndProcessesLoseNothing)
         EXPECT_EQ(GetText(name(i % 3, i / 3).c_str()), ToUtf8(name(i % 3, i / 3)));
 
     // Only a change needs the lock, and the wait for it is limited.
-    StoreLock held;
-    ASSERT_EQ(held.Acquire(MachineFile(root)), ERROR_SUCCESS);
+    std::optional<StoreLock> held(std::in_place);
+    ASSERT_EQ(held->Acquire(MachineFile(root)), ERROR_SUCCESS);
     EXPECT_EQ(SetText(u"0a", u"0a"), ERROR_SUCCESS);
     EXPECT_EQ(StoreLock().Acquire(MachineFile(root), 20), ERROR_LOCK_VIOLATION);
+    // The host forks while a thread holds the lock: the child has its descriptor, but doesn't keep the lock.
+    const pid_t child = fork();
+    while (child == 0)
+        pause();
+    held.reset();
+    EXPECT_EQ(StoreLock().Acquire(MachineFile(root), 20), ERROR_SUCCESS);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
 }
