@@ -52,7 +52,11 @@ exports=$(objdump -p "$module" | awk '/\[Ordinal\/Name Pointer\] Table/ {on = 1;
 [ "$exports" = GetKeyStorageInterface ] || wrong "$module exports: $exports"
 hooked=$(hooks "$module")
 [ -z "$hooked" ] || wrong "$module hooks into its host's exceptions:" $hooked
-! objdump -p "$module" | grep -qwE '_?w?setlocale' || wrong "$module can change its host's locale"
+# Checks the libraries, not the module's imports: mingw's 32-bit C runtime calls setlocale() itself, but only to ask for the code page.
+for library in provider/libkelvaro_provider certsync/libkelvaro_certsync keyvault/libkelvaro_keyvault support/libkelvaro_support jsonc/lib/libjson-c; do
+    nm "$build/$library.a" >"$header" 2>/dev/null || wrong "$build/$library.a can't be read"
+    ! grep -qE ' U _*(imp_+)?w?setlocale$' "$header" || wrong "$build/$library.a can change the host's locale"
+done
 
 for file in "$module" "$build"/kelvaroctl/*.exe "$build"/register/*.exe; do
     [ -f "$file" ] || continue
