@@ -105,17 +105,22 @@ static int Report(const Failure& failure, const Tool& tool)
     return static_cast<int>(failure.exit());
 }
 
+// The exit code, unless the answer couldn't be written.
+static int AfterOutput(ExitCode exit)
+{
+    if (std::cout.flush())
+        return static_cast<int>(exit);
+    std::cerr << "kelvaroctl: cannot write the answer to standard output" << std::endl;
+    return static_cast<int>(ExitCode::Internal);
+}
+
 static int Print(const Answer& answer, const Tool& tool)
 {
     if (tool.json)
         PrintObject(answer.object, tool);
     else
-        std::cout << answer.text << std::flush;
-    if (!std::cout) {
-        std::cerr << "kelvaroctl: cannot write the answer to standard output" << std::endl;
-        return static_cast<int>(ExitCode::Internal);
-    }
-    return static_cast<int>(answer.exit);
+        std::cout << answer.text;
+    return AfterOutput(answer.exit);
 }
 
 static int Run(const std::vector<std::string>& arguments, Tool& tool)
@@ -127,7 +132,7 @@ static int Run(const std::vector<std::string>& arguments, Tool& tool)
         tool.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
         throw;
     }
-    return action ? Print(action(tool), tool) : static_cast<int>(ExitCode::Ok);
+    return action ? Print(action(tool), tool) : AfterOutput(ExitCode::Ok);  // the parser has printed the help
 }
 
 int RunTool(const std::vector<std::string>& arguments)

@@ -81,9 +81,11 @@ TEST_F(ProgramTest, WaysToTheProvider)
     EXPECT_EQ(0, RunProgram(KELVAROCTL_PATH, {"provider", "show"}, "").exit);
     RunSection();
     EXPECT_NE(std::string::npos, RunToolHere({"--via", "ncrypt", "keys", "list"}, "").err.find("needs Windows"));
-    const Ran full = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + " config show > /dev/full"}, "");
-    EXPECT_EQ(7, full.exit);
-    EXPECT_NE(std::string::npos, full.err.find("cannot write the answer")) << full.err;
+    for (const char* command : {" config show", " --help", " --version", " completion bash"}) {
+        const Ran full = RunProgram("/bin/sh", {"-c", std::string(KELVAROCTL_PATH) + command + " > /dev/full"}, "");
+        EXPECT_EQ(7, full.exit) << command;
+        EXPECT_NE(std::string::npos, full.err.find("cannot write the answer")) << full.err;
+    }
 }
 
 // The completion finds commands, options, values and files.
