@@ -85,7 +85,7 @@ Answer RunDoctor(Tool& tool)
     facts.write = tool.write;
     RunOptions options;
     options.totalMs = kTotalMs + (tool.write ? kWritingMs : 0);
-    options.limitMs = std::min(tool.seconds * 1000, options.totalMs);
+    options.limitMs = std::min(tool.seconds, options.totalMs / 1000) * 1000;
     options.ticks = GetTickCount64;
     options.interrupted = [] { return interruptedBySignal != 0; };
     options.onFinding = [&tool](const Finding& finding) {
