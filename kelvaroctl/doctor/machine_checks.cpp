@@ -216,7 +216,7 @@ static bool TakesLines(const std::string& file)
         return static_cast<bool>(std::ofstream(fs::u8path(file), std::ios::app));
     // Doesn't create today's file: it would belong to this account and lock the others out.
     const fs::path probe = fs::u8path(file + ".probe");
-    const bool taken = static_cast<bool>(std::ofstream(probe));
+    const bool taken = static_cast<bool>(std::ofstream(probe, std::ios::app));  // it may be a link to another file
     fs::remove(probe, ignored);
     return taken;
 }

@@ -1,7 +1,9 @@
 // Set-ups that don't work, and what `doctor` says about each.
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
+#include "kelvaroctl/module_log.h"
 #include "tests/common/data_rows.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
@@ -89,6 +91,17 @@ TEST_F(DoctorTest, NothingIsWrong)
     const Ran text = Doctor({});
     EXPECT_NE(std::string::npos, text.out.find("ES256 with 'key', verified on this machine\n")) << text.out;
     EXPECT_NE(std::string::npos, text.out.find(" 0 to look at, ")) << text.out;
+}
+
+// Someone may have linked the name of the log's probe to another file. Without a module, today's log doesn't exist.
+TEST_F(DoctorTest, TheLogsProbeKeepsWhatItsNameLeadsTo)
+{
+    WriteFile("another", "as it was");
+    std::filesystem::create_hard_link(std::filesystem::u8path(File("another")),
+                                      std::filesystem::u8path(kelvaroctl::FindLog().file + ".probe"));
+    const Ran ran = RunProgram(KELVAROCTL_PATH, {"--module", File("none"), "doctor", "--timeout", "60"}, "");
+    EXPECT_NE(std::string::npos, ran.out.find("log: level 1")) << ran.out;
+    EXPECT_EQ("as it was", ReadFile(File("another")));
 }
 
 // The rows of tests/data/doctor_faults.txt, a third each, which CTest runs side by side.
