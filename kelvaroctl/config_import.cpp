@@ -63,7 +63,7 @@ std::string ValueProblem(const Setting& setting, const RawValue& value)
 {
     if (!IsText(setting))
         return NumberProblem(setting, WordIn(value.bytes));
-    const WideText text = TextIn(value.bytes);
+    const SecretText text = TextIn(value.bytes);
     return text.empty() ? "" : TextProblem(setting, text);
 }
 

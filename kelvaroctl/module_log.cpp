@@ -21,9 +21,9 @@ LogPlace FindLog()
     for (const char* name : {"LoggingLevel", "EVLoggingLevel"})
         log.level = static_cast<DWORD>(
             std::max(static_cast<LONG>(log.level), static_cast<LONG>(ReadSetting(machine, name).number)));
-    const WideText folder = ReadSetting(machine, "LogfilePath").text;
+    WideText file(WideView(ReadSetting(machine, "LogfilePath").text));
     // One file for each day in UTC.
-    log.file = FilePlace(folder + ToWide(UtcText(time(nullptr), "\\%Y-%m-%d_Kelvaro.log")));
+    log.file = FilePlace(file += ToWide(UtcText(time(nullptr), "\\%Y-%m-%d_Kelvaro.log")));
     std::error_code ignored;
     const fs::path place = fs::u8path(log.file).parent_path();
     log.folderExists = fs::is_directory(place, ignored);

@@ -185,7 +185,7 @@ SettingState ReadSetting(const SettingsHive& hive, const Setting& setting)
             state.text = TextIn(value->bytes);
         state.inForce = !state.text.empty();
         if (!state.inForce)
-            state.text = ToWide(setting.fallback);
+            state.text = ToWideSecret(setting.fallback);
     } else {
         state.number = state.inForce ? WordIn(value->bytes) : ParseNumber(setting.fallback).value_or(0);
     }

@@ -51,7 +51,7 @@ class SettingsHive {
 struct SettingState {
     std::string ignored;   // why the module ignores it; empty if it doesn't
     bool inForce = false;  // stored, not ignored and not empty
-    WideText text;         // the effective value: the stored one or the default
+    SecretText text;       // the effective value: the stored one or the default
     DWORD number = 0;      // likewise
 };
 SettingState ReadSetting(const SettingsHive& hive, const Setting& setting);

@@ -108,12 +108,13 @@ std::string_view AsText(const Bytes& bytes)
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-WideText TextIn(const Bytes& value)
+SecretText TextIn(const Bytes& value)
 {
-    WideText text(value.size() / sizeof(WCHAR), 0);
+    SecretText text(value.size() / sizeof(WCHAR), 0);
     if (!text.empty())
         std::memcpy(text.data(), value.data(), text.size() * sizeof(WCHAR));
-    return text.substr(0, text.find(WCHAR{0}));
+    text.resize(std::min(text.size(), text.find(WCHAR{0})));
+    return text;
 }
 
 DWORD WordIn(const Bytes& value, size_t index)

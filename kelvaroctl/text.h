@@ -43,7 +43,7 @@ std::string Base64Url(const Bytes& bytes);              // without padding
 std::string_view AsText(const Bytes& bytes);
 
 // A value as the platform has it: its text up to the terminator, and its 32-bit word at `index`, 0 if it is shorter.
-WideText TextIn(const Bytes& value);
+SecretText TextIn(const Bytes& value);
 DWORD WordIn(const Bytes& value, size_t index = 0);
 
 // format: as in strftime.
