@@ -18,12 +18,21 @@ static RegistryKeyHandle OpenSettings(const SettingsHive& hive)
     return nullptr;
 }
 
+// ERROR_TRANSACTION_ALREADY_ABORTED and ERROR_TRANSACTIONAL_CONFLICT, which not every Windows SDK defines.
+constexpr LONG kTransactionAborted = 6704;
+constexpr LONG kTransactionConflict = 6800;
+
 void ThrowSettingsFailure(const std::string& attempt, const std::string& place, LONG error)
 {
     if (error == ERROR_BADDB) {
         throw ConfigurationFailure("the settings in " + place +
                                    " are damaged: repair the file or restore a good copy; "
                                    "until then the provider runs without settings and none can be written");
+    }
+    if (error == kTransactionAborted || error == kTransactionConflict) {
+        throw ConfigurationFailure("cannot " + attempt + " in " + place +
+                                   ": another program changed the settings meanwhile; nothing was written, run the "
+                                   "command again");
     }
     throw ConfigurationFailure("cannot " + attempt + " in " + place + ": " +
                                (error == ERROR_ACCESS_DENIED ? "access denied; run the command as an administrator"

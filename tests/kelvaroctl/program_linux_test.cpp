@@ -4,6 +4,8 @@
 
 #include <filesystem>
 
+#include "kelvaroctl/failure.h"
+#include "kelvaroctl/settings_hive.h"
 #include "tests/kelvaroctl/ctl_fixture.h"
 
 namespace fs = std::filesystem;
@@ -14,6 +16,7 @@ constexpr char kImport[] =
     "\"KeyVault\"=\"imported\"\n[HKEY_CURRENT_USER\\Software\\Zandrel\\Kelvaro]\n\"KeyVault\"=\"imported\"\n";
 constexpr char kHive[] = "root/registry/HKEY_LOCAL_MACHINE.reg";
 
+using kelvaroctl::SettingsHive;
 using ProgramTest = CtlTest;
 
 TEST_F(ProgramTest, AHiveThatCannotBeWrittenOrIsDamagedIsAnErrorAndIsLeftAlone)
@@ -34,6 +37,23 @@ TEST_F(ProgramTest, AHiveThatCannotBeWrittenOrIsDamagedIsAnErrorAndIsLeftAlone)
                                 "config import @import.reg", "provider show", "keys list"})
         Run(std::string("3 ") + command + " | " + File(kHive) + " .. are damaged .. Run `kelvaroctl doctor`\n");
     EXPECT_EQ(kDamaged, ReadFile(File(kHive)));
+}
+
+TEST_F(ProgramTest, AnImportThatAnotherProgramOvertookSaysSo)
+{
+    const SettingsHive hive(HKEY_LOCAL_MACHINE);
+    RegistryTransaction transaction;
+    SettingsHive inTransaction(HKEY_LOCAL_MACHINE);
+    ASSERT_TRUE(inTransaction.Enter(&transaction, "write KeyVault"));
+    inTransaction.Write("KeyVault", kelvaroctl::TextValue(TEXT("imported")));
+    hive.Write("TenantId", kelvaroctl::TextValue(TEXT("another")));
+    ASSERT_FALSE(transaction.Commit());
+    const LONG error = static_cast<LONG>(GetLastError());
+    try {
+        hive.ThrowFailure("write the settings", error);
+    } catch (const kelvaroctl::Failure& failure) {
+        EXPECT_NE(std::string::npos, std::string(failure.what()).find("run the command again")) << failure.what();
+    }
 }
 
 TEST_F(ProgramTest, AUserNeedsNothingOfTheMachines)
