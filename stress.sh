@@ -143,8 +143,8 @@ try_long_windows() {
     keep long-windows "$top/stress/long.jq" <"$work/long.json"
 }
 
-# Every target for its share of the minutes, as many at a time as there are processors. Executions and processor time add up from run
-# to run, until build/fuzz is deleted. Inputs that reach something new stay in build/fuzz/found and count for the coverage.
+# Every target for its share of the minutes, as many at a time as there are processors. Executions and processor time are added to
+# those in stress/results.json. Inputs that reach something new stay in build/fuzz/found and count for the coverage.
 try_fuzz() {
     "$top/tools/packages.sh" clang llvm libclang-rt-dev
     for build in "fuzz -DKELVARO_FUZZ=ON" "fuzz-coverage -DCMAKE_CXX_FLAGS=-fprofile-instr-generate\ -fcoverage-mapping"; do
@@ -152,9 +152,11 @@ try_fuzz() {
         eval "CC=clang CXX=clang++ configure $build -DKELVARO_TESTS=OFF"
         build_quietly "${build%% *}" kelvaro_fuzz
     done
+    rm -f "$top/build/fuzz/tally"
     targets=$(ls "$top/fuzz/corpus")
     seconds=$((minutes * 60 * $(nproc) / $(echo "$targets" | wc -l)))
     echo "$targets" | xargs -P "$(nproc)" -n 1 "$top/stress/fuzz_target.sh" "$top" $((seconds > 1 ? seconds : 1))
+    [ ! -f "$results" ] || jq -r '.fuzz.targets[]? | "\(.name) \(.executions) \(.seconds)"' "$results" >>"$top/build/fuzz/tally"
     found=$top/build/fuzz/found
     for target in $targets; do
         echo "$target $(find "$top/build/fuzz/findings" -name "$target-*" | wc -l)"

@@ -13,7 +13,7 @@ def faults:
 
 def fuzz:
   (["target", "executions", "minutes of processor time", "findings"] | head),
-  (.targets[] | [.name, .executions, .minutes, .findings] | row),
+  (.targets[] | [.name, .executions, (.seconds / 6 | round / 10), .findings] | row),
   "",
   (["room", "lines", "covered by the targets alone"] | head),
   (.rooms[] | [.room, .lines, "\(.covered * 1000 / .lines | round / 10) %"] | row);
